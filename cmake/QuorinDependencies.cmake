@@ -1,0 +1,25 @@
+# The libraries that the system stands on, as imported targets with system include directories.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(Boost 1.81 REQUIRED)
+find_package(absl REQUIRED)
+find_package(fmt REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(nlohmann_json REQUIRED)
+find_package(CLI11 REQUIRED)
+pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
+pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
+
+find_library(LMDB_LIBRARY lmdb REQUIRED)
+add_library(quorin_lmdb INTERFACE)
+target_link_libraries(quorin_lmdb INTERFACE ${LMDB_LIBRARY})
+
+# net-snmp publishes its link line through a script; its compile flags carry defines of its own build that must
+# not reach our code, so only the libraries are taken from it.
+find_library(NETSNMP_LIBRARY netsnmp REQUIRED)
+find_library(NETSNMP_AGENT_LIBRARY netsnmpagent REQUIRED)
+find_library(NETSNMP_MIBS_LIBRARY netsnmpmibs REQUIRED)
+add_library(quorin_netsnmp INTERFACE)
+target_link_libraries(quorin_netsnmp INTERFACE ${NETSNMP_AGENT_LIBRARY} ${NETSNMP_LIBRARY})
+add_library(quorin_netsnmp_mibs INTERFACE)
+target_link_libraries(quorin_netsnmp_mibs INTERFACE ${NETSNMP_MIBS_LIBRARY} quorin_netsnmp)

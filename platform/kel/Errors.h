@@ -1,0 +1,53 @@
+#pragma once
+// The framework's exceptions. Each text says what was wrong and where; none is thrown across a C boundary.
+
+#include <stdexcept>
+#include <string>
+
+namespace Kel {
+
+class Exception : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A value outside the range of its type ("VrfName::bytes > VrfName::maxLength not allowed").
+class RangeException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+// An operation that a type declares but does not offer (a keyed lookup in a virtual collection).
+class NoImplementationException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+// A member that exists was created again with other constructor parameters.
+class ReinstantiationException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+// The generic attribute interface was asked for an attribute or operation that the type does not have, or was
+// given arguments of the wrong number or type.
+class AttributeException : public Exception {
+ public:
+  using Exception::Exception;
+};
+
+// Aborts the process after writing "<where>: assertion failed: <condition>" to standard error. Stays on in every
+// build type: the conditions it guards are programming and configuration faults.
+[[noreturn]] void assertionFailed(const char* condition, const char* where);
+
+}  // namespace Kel
+
+#define KEL_STRINGIFY_1(x) #x
+#define KEL_STRINGIFY(x) KEL_STRINGIFY_1(x)
+#define KEL_WHERE __FILE__ ":" KEL_STRINGIFY(__LINE__)
+// `text` is the assertion's own text, as it appears in the report.
+#define KEL_ASSERT_TEXT(condition, text)                       \
+  do {                                                         \
+    if (!(condition)) ::Kel::assertionFailed(text, KEL_WHERE); \
+  } while (false)
+#define KEL_ASSERT(condition) KEL_ASSERT_TEXT(condition, #condition)

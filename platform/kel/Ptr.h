@@ -1,0 +1,51 @@
+#pragma once
+// Counted handles.
+//
+// `Ptr<T>` owns one count of an object that derives from `PtrInterface`; `Ptr<const T>` is a read-only view of the
+// same object. An object dies when its last handle goes. Everything in a process that uses the framework runs on
+// one thread, so counting is not atomic: never pass a handle to another thread.
+//
+//   Ptr<Row> row = makePtr<Row>(index);     // the only way to make a counted object; never put one on the stack
+//   Ptr<const Row> view = row;
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ref_counter.hpp>
+#include <type_traits>
+#include <utility>
+
+namespace Kel {
+
+template <class T>
+using Ptr = boost::intrusive_ptr<T>;
+
+class TypeInfo;
+
+// The root of every counted object. The reflection of a type is found through `kelTypeInfo()`.
+class PtrInterface : public boost::intrusive_ref_counter<PtrInterface, boost::thread_unsafe_counter> {
+ public:
+  PtrInterface() = default;
+  PtrInterface(const PtrInterface&) = delete;
+  PtrInterface& operator=(const PtrInterface&) = delete;
+  virtual ~PtrInterface() = default;
+
+  // The attributes of the object's most derived declared type. An object that declares none has an empty list.
+  virtual const TypeInfo& kelTypeInfo() const;
+};
+
+template <class T, class... Args>
+Ptr<T> makePtr(Args&&... args) {
+  return Ptr<T>(new T(std::forward<Args>(args)...));
+}
+
+// Null when the object is not a `T`.
+template <class T, class U>
+Ptr<T> dynamicPtr(const Ptr<U>& from) {
+  return boost::dynamic_pointer_cast<T>(from);
+}
+
+template <class T>
+struct IsPtr : std::false_type {};
+template <class T>
+struct IsPtr<Ptr<T>> : std::true_type {};
+
+}  // namespace Kel

@@ -1,0 +1,209 @@
+#include "kel/Trace.h"
+
+#include <fmt/format.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/syslog_sink.h>
+#include <spdlog/spdlog.h>
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <utility>
+
+#include "kel/Errors.h"
+#include "kel/System.h"
+
+namespace Kel {
+namespace {
+
+struct Rule {
+  std::string facility;
+  bool isPrefix = false;
+  std::uint32_t levels = 0;
+
+  bool matches(std::string_view name) const {
+    return isPrefix ? name.substr(0, facility.size()) == facility : name == facility;
+  }
+};
+
+// Handles are static objects of many units, so the registry must exist before any of them and outlive them all.
+struct Registry {
+  std::vector<TraceHandle*> handles;
+  std::vector<Rule> rules;
+  TraceConfig::Sink sink;
+  std::shared_ptr<spdlog::logger> logger;
+};
+
+Registry& registry() {
+  static Registry* const instance = new Registry;
+  return *instance;
+}
+
+std::shared_ptr<spdlog::logger> makeLogger(spdlog::sink_ptr sink, const char* pattern) {
+  auto logger = std::make_shared<spdlog::logger>("quorin", std::move(sink));
+  logger->set_pattern(pattern);
+  logger->set_level(spdlog::level::trace);
+  logger->flush_on(spdlog::level::trace);
+  return logger;
+}
+
+constexpr const char* linePattern = "%Y-%m-%dT%H:%M:%S.%f %v";
+
+unsigned parseLevel(std::string_view text, std::string_view rule) {
+  unsigned level = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), level);
+  if (error != std::errc{} || end != text.data() + text.size() || level > TraceHandle::maxLevel) {
+    throw RangeException(
+        fmt::format("trace setting '{}': '{}' is not a level from 0 to {}", rule, text, TraceHandle::maxLevel));
+  }
+  return level;
+}
+
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  while (true) {
+    const auto at = text.find(separator);
+    parts.push_back(text.substr(0, at));
+    if (at == std::string_view::npos) return parts;
+    text.remove_prefix(at + 1);
+  }
+}
+
+Rule parseRule(std::string_view text) {
+  const auto slash = text.rfind('/');
+  if (slash == std::string_view::npos || slash == 0) {
+    throw RangeException(fmt::format("trace setting '{}': expected FACILITY/LEVELS, such as IpBase/0-2,8", text));
+  }
+  Rule rule;
+  rule.facility = text.substr(0, slash);
+  if (rule.facility.back() == '*') {
+    rule.facility.pop_back();
+    rule.isPrefix = true;
+  }
+  const auto levels = text.substr(slash + 1);
+  if (levels.empty()) return rule;
+  for (const auto piece : split(levels, ',')) {
+    const auto dash = piece.find('-');
+    const unsigned first = parseLevel(piece.substr(0, dash), text);
+    const unsigned last = dash == std::string_view::npos ? first : parseLevel(piece.substr(dash + 1), text);
+    for (unsigned level = first; level <= last; ++level) rule.levels |= 1U << level;
+  }
+  return rule;
+}
+
+struct Ring {
+  std::array<TraceRing::Entry, TraceRing::capacity> entries;
+  std::size_t next = 0;
+};
+
+Ring& ring() {
+  static Ring* const instance = new Ring;
+  return *instance;
+}
+
+}  // namespace
+
+TraceHandle::TraceHandle(std::string_view facility) : facility_(facility) {
+  auto& known = registry();
+  known.handles.push_back(this);
+  for (const auto& rule : known.rules) {
+    if (rule.matches(facility_)) levels_ = rule.levels;
+  }
+}
+
+TraceHandle::~TraceHandle() {
+  std::erase(registry().handles, this);
+}
+
+void TraceHandle::levelIs(unsigned level, bool on) {
+  const std::uint32_t bit = 1U << level;
+  levels_ = on ? levels_ | bit : levels_ & ~bit;
+}
+
+void TraceConfig::levelsAre(std::string_view text) {
+  std::vector<Rule> rules;
+  for (const auto piece : split(text, ';')) {
+    if (!piece.empty()) rules.push_back(parseRule(piece));
+  }
+  auto& known = registry();
+  for (const auto& rule : rules) {
+    for (auto* handle : known.handles) {
+      if (rule.matches(handle->facility_)) handle->levels_ = rule.levels;
+    }
+    known.rules.push_back(rule);
+  }
+}
+
+void TraceConfig::reset() {
+  registry().rules.clear();
+  for (auto* handle : registry().handles) handle->levels_ = 1;
+}
+
+std::vector<std::string> TraceConfig::facilities() {
+  std::vector<std::string> names;
+  for (const auto* handle : registry().handles) names.push_back(handle->facility());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TraceConfig::Sink TraceConfig::sinkIs(Sink sink) {
+  return std::exchange(registry().sink, std::move(sink));
+}
+
+void TraceConfig::outputIs(Output output, const std::string& target) {
+  try {
+    switch (output) {
+      case Output::standardError:
+        registry().logger = makeLogger(std::make_shared<spdlog::sinks::stderr_sink_st>(), linePattern);
+        break;
+      case Output::file:
+        registry().logger = makeLogger(std::make_shared<spdlog::sinks::basic_file_sink_st>(target), linePattern);
+        break;
+      case Output::syslog:
+        registry().logger =
+            makeLogger(std::make_shared<spdlog::sinks::syslog_sink_st>(target, 0, LOG_DAEMON, true), "%v");
+        break;
+    }
+  } catch (const spdlog::spdlog_ex& error) {
+    throw Exception(fmt::format("trace output '{}': {}", target, error.what()));
+  }
+}
+
+TraceLine::~TraceLine() {
+  // A trace must never take the process down, whatever the sink does.
+  try {
+    auto& known = registry();
+    const std::string text = std::move(stream_).str();
+    if (known.sink) {
+      known.sink(handle_, level_, text);
+      return;
+    }
+    if (!known.logger) TraceConfig::outputIs(TraceConfig::Output::standardError, "");
+    known.logger->log(level_ == 0 ? spdlog::level::warn : spdlog::level::debug, "{}/{}: {}", handle_.facility(),
+                      level_, text);
+  } catch (...) {
+  }
+}
+
+void TraceRing::entered(const TraceHandle& handle, const char* function, std::uintptr_t argument) {
+  auto& r = ring();
+  r.entries[r.next++ % capacity] = Entry{System::currentTime(), &handle, function, argument};
+}
+
+std::vector<TraceRing::Entry> TraceRing::entries() {
+  const auto& r = ring();
+  std::vector<Entry> result;
+  const std::size_t first = r.next > capacity ? r.next - capacity : 0;
+  for (std::size_t i = first; i < r.next; ++i) result.push_back(r.entries[i % capacity]);
+  return result;
+}
+
+void TraceRing::write(std::ostream& out) {
+  for (const auto& entry : entries()) {
+    out << fmt::format("{:.6f} {} {} {:#x}\n", entry.time, entry.handle->facility(), entry.function,
+                       entry.argument);
+  }
+}
+
+}  // namespace Kel
