@@ -1,0 +1,54 @@
+#pragma once
+// An SNMP OBJECT IDENTIFIER: up to 128 sub-identifiers of 32 bits (RFC 2578, 3.5). The order is SNMP's:
+// sub-identifier by sub-identifier, a prefix before what it is a prefix of.
+//
+// Text form: decimal numbers joined by '.', without a leading dot: "1.3.6.1.2.1.4.20". `fromString` takes one
+// leading dot too.
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iosfwd>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "kel/String.h"
+
+namespace Snmp {
+
+class ObjectIdentifier {
+ public:
+  using SubIdentifier = std::uint32_t;
+  static constexpr std::size_t maxLength = 128;  // sub-identifiers
+
+  ObjectIdentifier() = default;
+  // These throw Kel::RangeException beyond maxLength, and so does `append`.
+  ObjectIdentifier(std::initializer_list<SubIdentifier> subIdentifiers);
+  explicit ObjectIdentifier(std::span<const SubIdentifier> subIdentifiers);
+
+  // Throws Kel::RangeException, naming the text, when it is not a list of numbers below 2^32. Empty text gives the
+  // empty identifier.
+  static ObjectIdentifier fromString(std::string_view text);
+  Kel::String stringValue() const;
+
+  void append(SubIdentifier subIdentifier);
+  std::size_t size() const { return words_.size(); }
+  bool empty() const { return words_.empty(); }
+  SubIdentifier operator[](std::size_t i) const { return words_[i]; }
+  std::span<const SubIdentifier> subIdentifiers() const { return words_; }
+  auto begin() const { return words_.begin(); }
+  auto end() const { return words_.end(); }
+
+  friend auto operator<=>(const ObjectIdentifier& a, const ObjectIdentifier& b) = default;
+  friend bool operator==(const ObjectIdentifier& a, const ObjectIdentifier& b) = default;
+  friend std::size_t hash_value(const ObjectIdentifier& value);
+
+ private:
+  std::vector<SubIdentifier> words_;
+};
+
+std::ostream& operator<<(std::ostream& out, const ObjectIdentifier& value);
+
+}  // namespace Snmp
