@@ -1,0 +1,33 @@
+#pragma once
+// The identifier of an interface: "Ethernet1", or "red/eth0" for an interface of VRF red. Any text of 1 to 255
+// bytes is valid; the empty id (the default) stands for "no interface" and is not valid. Ordered by unsigned bytes.
+
+#include "vantu/ValueType.h"
+
+namespace Vantu {
+
+class IntfId {
+ public:
+  static constexpr bool isVantuValue = true;
+  static constexpr std::size_t maxLength = 255;  // bytes
+
+  IntfId() = default;
+  // Throws Kel::RangeException when `text` is longer than maxLength.
+  explicit IntfId(std::string_view text);
+  static IntfId fromString(std::string_view text) { return IntfId(text); }
+
+  bool empty() const { return text_.empty(); }
+  bool isValid() const { return !text_.empty(); }
+  // The interface's own name: what follows the last '/', or all of it.
+  std::string_view localName() const;
+
+  const Kel::String& text() const { return text_; }
+  Kel::String stringValue() const { return text_; }
+  std::size_t hash() const { return std::hash<Kel::String>{}(text_); }
+  friend auto operator<=>(const IntfId&, const IntfId&) = default;
+
+ private:
+  Kel::String text_;
+};
+
+}  // namespace Vantu
