@@ -1,0 +1,55 @@
+#pragma once
+// Finds damage that no single lookup can see.
+//
+// A record's checksum tells that a record is what was written, not that the search found every record. So an idle
+// task walks each table in bounded steps and compares count and digest with what the publisher keeps beside the
+// table.
+//
+//   Scrubber scrubber(mount);
+//   when idle: scrubber.step(1000) until it says `clean`; again a minute later.
+//
+// A table that changes between two steps is begun again. One that changes faster than it can be walked is given up
+// for the round after `maxRestarts`; its records were checked one by one all the same.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "kel/Ptr.h"
+#include "quillo/Mount.h"
+
+namespace Quillo {
+
+class Scrubber {
+ public:
+  enum class Outcome {
+    more,          // call again
+    clean,         // a round over all tables is complete; the next call begins another
+    inconclusive,  // the round is complete, but a table changed too fast to be compared
+    damaged,       // damage was found and reported to Mount::corruptionDetected; the next call begins another round
+    notReady,      // the mount has no store to read
+  };
+  static constexpr unsigned maxRestarts = 16;
+
+  explicit Scrubber(Kel::Ptr<Mount> mount) : mount_(std::move(mount)) {}
+
+  // Checks at most `budget` records (at least 1) on one snapshot.
+  Outcome step(std::size_t budget);
+
+ private:
+  Outcome walk(std::size_t budget);
+  Outcome finishTable();
+  void beginTable(std::size_t index);
+
+  Kel::Ptr<Mount> mount_;
+  std::size_t table_ = 0;  // index in knownTables
+  bool begun_ = false;     // expected_ belongs to this table
+  bool gaveUp_ = false;
+  unsigned restarts_ = 0;
+  std::uint64_t generation_ = 0;
+  TableState expected_;
+  TableState found_;
+  std::string position_;  // first key not yet walked
+};
+
+}  // namespace Quillo

@@ -1,0 +1,46 @@
+#pragma once
+// The tables of the store, and the limits of what fits in.
+//
+// Every table maps byte strings to byte strings. Keys are ordered as memcmp orders them, a shorter key before the
+// longer one that it begins. What the bytes mean is the table's own business; the store never looks inside.
+//
+// A new table needs one line in `TableId` and one in `tableInfo`: the format of the store does not change for it.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace Quillo {
+
+using Bytes = std::string_view;
+
+// 0 is the store's own; numbers are part of the format, so they are never reused.
+enum class TableId : std::uint8_t {
+  varnix = 1,  // documents of the state database: key is the entity's path, value its attributes as JSON
+};
+
+struct TableInfo {
+  TableId id;
+  std::string_view name;
+  // Version of the layout of the table's values. A reader that knows another one reports the record as damaged
+  // instead of misreading it.
+  std::uint16_t layout;
+};
+
+inline constexpr std::array<TableInfo, 1> knownTables{{{TableId::varnix, "varnix", 1}}};
+
+// The entry of a known table; asserts for any other number.
+const TableInfo& tableInfo(TableId id);
+
+// The storage engine takes keys of at most 511 bytes. The longest name of a VRF (100 bytes) and the longest
+// interface id (255 bytes) fit together in one path with room for the fixed words. A longer key is refused with a
+// RangeException before anything is written; it is never cut.
+inline constexpr std::size_t maxKeyBytes = 500;
+inline constexpr std::size_t maxValueBytes = std::size_t{16} << 20;
+
+// A key for messages: printable bytes as they stand, others as \xNN, at most 120 bytes of it.
+std::string printableKey(Bytes key);
+
+}  // namespace Quillo
