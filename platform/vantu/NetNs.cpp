@@ -1,0 +1,93 @@
+#include "vantu/NetNs.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "kel/Errors.h"
+
+namespace Vantu {
+namespace {
+
+constexpr const char* presentNsFile = "/proc/thread-self/ns/net";
+constexpr std::string_view defaultName = "default";
+
+int openNs(const std::string& path) {
+  return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+}
+
+// Taken when the program is loaded, before anything can have moved a thread; held for the life of the process.
+const int startNs = openNs(presentNsFile);
+
+[[noreturn]] void cannotEnter(std::string_view nsName, std::string_view file, int error) {
+  std::string_view advice = "check that the namespace exists (ip netns list)";
+  if (error == EPERM) advice = "the process needs CAP_SYS_ADMIN";
+  if (error == EINVAL) advice = "the file is not a network namespace; it may have been deleted meanwhile";
+  throw Kel::Exception(fmt::format("cannot enter network namespace {:?} ({}): {}; {}", nsName, file,
+                                   std::generic_category().message(error), advice));
+}
+
+bool isPresentNs(int ns) {
+  struct stat present {};
+  struct stat wanted {};
+  return stat(presentNsFile, &present) == 0 && fstat(ns, &wanted) == 0 && present.st_dev == wanted.st_dev &&
+         present.st_ino == wanted.st_ino;
+}
+
+// Zero, or the error number. Does nothing in the namespace that the thread is in, so that an unprivileged process
+// can "enter" its own.
+int enter(int ns) {
+  if (isPresentNs(ns) || setns(ns, CLONE_NEWNET) == 0) return 0;
+  return errno;
+}
+
+void enterByName(std::string_view name) {
+  if (name == defaultName) {
+    const int error = startNs < 0 ? ENOENT : enter(startNs);
+    if (error != 0) cannotEnter(name, presentNsFile, error);
+    return;
+  }
+  const std::string path = fmt::format("/var/run/netns/{}", name);
+  // A name is one file of that folder; a VRF name with a '/' cannot have a namespace.
+  const bool isFileName = !name.empty() && name != "." && name != ".." &&
+                          name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
+  if (!isFileName) cannotEnter(name, path, ENOENT);
+  const int ns = openNs(path);
+  if (ns < 0) cannotEnter(name, path, errno);
+  const int error = enter(ns);
+  close(ns);
+  if (error != 0) cannotEnter(name, path, error);
+}
+
+}  // namespace
+
+std::string nsNameOfVrf(std::string_view vrfName) {
+  if (vrfName.empty() || vrfName == defaultName) return std::string(defaultName);
+  return fmt::format("ns-{}", vrfName);
+}
+
+void setNsByName(const char* nsName) {
+  enterByName(nsName);
+}
+
+NetNsGuard::NetNsGuard(const std::string& nsName) : previous_(openNs(presentNsFile)) {
+  if (previous_ < 0) cannotEnter(nsName, presentNsFile, errno);
+  try {
+    enterByName(nsName);
+  } catch (...) {
+    close(previous_);
+    throw;
+  }
+}
+
+NetNsGuard::~NetNsGuard() {
+  KEL_ASSERT_TEXT(enter(previous_) == 0, "the thread came back to the network namespace that it left");
+  close(previous_);
+}
+
+}  // namespace Vantu

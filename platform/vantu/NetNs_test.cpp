@@ -1,0 +1,131 @@
+#include "vantu/NetNs.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "kel/Errors.h"
+
+namespace Vantu {
+namespace {
+
+ino_t presentNs() {
+  struct stat present {};
+  EXPECT_EQ(stat("/proc/thread-self/ns/net", &present), 0);
+  return present.st_ino;
+}
+
+int interfaceLines() {
+  std::ifstream file("/proc/thread-self/net/dev");
+  int lines = 0;
+  for (std::string line; std::getline(file, line);) ++lines;
+  return lines - 2;  // two lines of heading
+}
+
+std::string errorOf(const char* nsName) {
+  try {
+    setNsByName(nsName);
+  } catch (const Kel::Exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+class NetNs : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "making a network namespace needs root";
+    ASSERT_EQ(std::system(("ip netns add " + name_).c_str()), 0);
+    made_ = true;
+  }
+  void TearDown() override {
+    if (made_) {
+      EXPECT_EQ(std::system(("ip netns del " + name_).c_str()), 0);
+    }
+  }
+
+  const std::string vrf_ = "vantu-" + std::to_string(getpid());
+  const std::string name_ = nsNameOfVrf(vrf_);
+  const ino_t start_ = presentNs();
+  bool made_ = false;
+};
+
+TEST_F(NetNs, switchesTheCallingThreadThereAndBack) {
+  setNsByName(name_.c_str());
+  const auto inside = presentNs();
+  EXPECT_NE(inside, start_);
+  EXPECT_EQ(interfaceLines(), 1);  // a new namespace has its loopback only
+  std::thread([&] {
+    setNsByName("default");
+    EXPECT_EQ(presentNs(), start_);
+  }).join();
+  EXPECT_EQ(presentNs(), inside);
+  setNsByName("default");
+  EXPECT_EQ(presentNs(), start_);
+}
+
+TEST_F(NetNs, guardComesBackToWhereItWasMade) {
+  {
+    const NetNsGuard outer(name_);
+    const auto inside = presentNs();
+    EXPECT_NE(inside, start_);
+    {
+      const NetNsGuard inner("default");
+      EXPECT_EQ(presentNs(), start_);
+    }
+    EXPECT_EQ(presentNs(), inside);
+    EXPECT_THROW(NetNsGuard("ns-that-is-not-there"), Kel::Exception);
+    EXPECT_EQ(presentNs(), inside);
+  }
+  EXPECT_EQ(presentNs(), start_);
+  try {
+    const NetNsGuard guard(name_);
+    throw std::runtime_error("left by an exception");
+  } catch (const std::runtime_error&) {
+  }
+  EXPECT_EQ(presentNs(), start_);
+}
+
+TEST_F(NetNs, fileThatIsNoNamespaceIsRefused) {
+  const std::string file = "/var/run/netns/" + name_ + "x";
+  std::ofstream(file).put('\n');
+  const auto error = errorOf((name_ + "x").c_str());
+  unlink(file.c_str());
+  EXPECT_NE(error.find("is not a network namespace"), std::string::npos) << error;
+  EXPECT_EQ(presentNs(), start_);
+}
+
+TEST(NetNsNames, unknownOrUnusableNamesSayWhatIsMissing) {
+  EXPECT_EQ(errorOf("ns-that-is-not-there"),
+            "cannot enter network namespace \"ns-that-is-not-there\" (/var/run/netns/ns-that-is-not-there): "
+            "No such file or directory; check that the namespace exists (ip netns list)");
+  for (const char* name : {"", ".", "..", "../netns", "ns-a/b"}) EXPECT_NE(errorOf(name), "") << name;
+  EXPECT_THROW(NetNsGuard(std::string("default\0x", 9)), Kel::Exception);
+}
+
+TEST(NetNsNames, vrfNamesMapToNamespaces) {
+  EXPECT_EQ(nsNameOfVrf("default"), "default");
+  EXPECT_EQ(nsNameOfVrf(""), "default");
+  EXPECT_EQ(nsNameOfVrf("red"), "ns-red");
+}
+
+TEST(NetNsNames, ownNamespaceNeedsNoPrivilege) {
+  if (geteuid() != 0) {
+    EXPECT_EQ(errorOf("default"), "");
+    return;
+  }
+  // In a child that gives up root for good.
+  EXPECT_EXIT(
+      {
+        if (setresuid(65534, 65534, 65534) != 0) _exit(2);
+        _exit(errorOf("default").empty() ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace Vantu
