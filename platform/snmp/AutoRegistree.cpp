@@ -1,0 +1,35 @@
+#include "snmp/AutoRegistree.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace Snmp {
+
+namespace {
+
+// Modules announce themselves during static initialization and withdraw during static destruction, so the list must
+// exist before and after every other static object.
+std::vector<HandlerRegistration*>& announced() {
+  static auto* const list = new std::vector<HandlerRegistration*>;
+  return *list;
+}
+
+}  // namespace
+
+AutoRegistree::AutoRegistree(HandlerRegistration* registration) : registration_(registration) {
+  announced().push_back(registration);
+}
+
+AutoRegistree::~AutoRegistree() {
+  std::erase(announced(), registration_);
+}
+
+std::vector<HandlerRegistration*> AutoRegistree::registrations() {
+  auto sorted = announced();
+  std::sort(sorted.begin(), sorted.end(), [](const HandlerRegistration* a, const HandlerRegistration* b) {
+    return std::string_view(a->name()) < std::string_view(b->name());
+  });
+  return sorted;
+}
+
+}  // namespace Snmp

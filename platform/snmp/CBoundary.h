@@ -1,0 +1,39 @@
+#pragma once
+// The wall between C++ and net-snmp's C code, through which no exception may pass: every function whose address
+// net-snmp holds runs its body in here.
+//
+//   int myHandler(...) { return Snmp::atCBoundary(traceHandle, __func__, SNMP_ERR_GENERR, [&] { ... }); }
+//
+// An exception is traced at level 0 with the function's name, and `onException` is the result instead.
+
+#include <exception>
+#include <type_traits>
+#include <utility>
+
+#include "kel/Trace.h"
+
+namespace Snmp {
+
+template <class Result, class Body>
+Result atCBoundary(const Kel::TraceHandle& traceHandle, const char* function, Result onException,
+                   Body&& body) noexcept {
+  try {
+    return std::forward<Body>(body)();
+  } catch (const std::exception& error) {
+    QTRACE(traceHandle, 0) << function << ": " << error.what();
+  } catch (...) {
+    QTRACE(traceHandle, 0) << function << ": unknown exception";
+  }
+  return onException;
+}
+
+// For functions without a result.
+template <class Body>
+void atCBoundary(const Kel::TraceHandle& traceHandle, const char* function, Body&& body) noexcept {
+  atCBoundary(traceHandle, function, 0, [&] {
+    std::forward<Body>(body)();
+    return 0;
+  });
+}
+
+}  // namespace Snmp

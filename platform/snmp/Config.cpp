@@ -1,0 +1,26 @@
+#include "snmp/Config.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include "kel/Errors.h"
+
+namespace Snmp {
+
+const std::vector<Kel::String>& Config::objectGroups() {
+  static const std::vector<Kel::String> groups = {"route-tables"};
+  return groups;
+}
+
+void Config::disabledObjectsIs(const Kel::String& group) {
+  const auto& known = objectGroups();
+  if (std::find(known.begin(), known.end(), group) == known.end()) {
+    throw Kel::RangeException(
+        fmt::format("there is no object group '{}'; known are: {}", group, fmt::join(known, ", ")));
+  }
+  disabledObjects_.insert(group);
+}
+
+}  // namespace Snmp

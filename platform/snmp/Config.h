@@ -1,0 +1,30 @@
+#pragma once
+// The agent's configuration, as far as MIB modules ask for it. A Config does not change once the configuration has
+// been read: reading it again makes a new one, and who holds the old one goes on with consistent answers.
+
+#include <set>
+#include <vector>
+
+#include "kel/Ptr.h"
+#include "kel/String.h"
+
+namespace Snmp {
+
+class Config : public Kel::PtrInterface {
+ public:
+  using Ptr = Kel::Ptr<Config>;
+  using PtrConst = Kel::Ptr<const Config>;
+
+  // The groups of objects that can be switched off:
+  //   route-tables   ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
+  static const std::vector<Kel::String>& objectGroups();
+
+  const std::set<Kel::String>& disabledObjects() const { return disabledObjects_; }
+  // Throws Kel::RangeException, naming the known groups, for a group that does not exist.
+  void disabledObjectsIs(const Kel::String& group);
+
+ private:
+  std::set<Kel::String> disabledObjects_;
+};
+
+}  // namespace Snmp

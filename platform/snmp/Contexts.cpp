@@ -1,0 +1,73 @@
+#include "snmp/Contexts.h"
+
+#include <algorithm>
+
+#include "kel/Errors.h"
+#include "kel/Trace.h"
+#include "snmp/AutoRegistree.h"
+
+namespace Snmp {
+
+static Kel::TraceHandle traceHandle("SnmpContexts");
+
+namespace {
+
+void leaveModules(const Kel::String& context, const std::vector<HandlerRegistration*>& modules) {
+  QTRACE(traceHandle, 1) << "leaving context \"" << context << "\"";
+  for (auto module = modules.rbegin(); module != modules.rend(); ++module) (*module)->exitHandler(context);
+}
+
+}  // namespace
+
+Contexts::~Contexts() {
+  while (!entered_.empty()) leaveLast();
+}
+
+void Contexts::enter(const Kel::String& context) {
+  if (isEntered(context)) return;
+  if (entered_.empty() && !context.empty()) {
+    throw Kel::RangeException("SNMP context \"" + context + "\" cannot be entered before the default context");
+  }
+  if (context.find('\0') != Kel::String::npos) {
+    throw Kel::RangeException("an SNMP context cannot have a null byte in its name");
+  }
+  QTRACE(traceHandle, 1) << "entering context \"" << context << "\"";
+  const auto modules = AutoRegistree::registrations();
+  entered_.push_back({context, modules});
+  for (HandlerRegistration* module : modules) module->initHandler(context);
+}
+
+void Contexts::leave(const Kel::String& context) {
+  if (context.empty()) {
+    while (!entered_.empty()) leaveLast();
+    return;
+  }
+  const auto found = find(context);
+  if (found == entered_.end()) return;
+  const Entered leaving = *found;
+  entered_.erase(found);
+  leaveModules(leaving.name, leaving.modules);
+}
+
+bool Contexts::isEntered(const Kel::String& context) const {
+  return find(context) != entered_.end();
+}
+
+std::vector<Kel::String> Contexts::names() const {
+  std::vector<Kel::String> names;
+  for (const auto& entered : entered_) names.push_back(entered.name);
+  return names;
+}
+
+std::vector<Contexts::Entered>::const_iterator Contexts::find(const Kel::String& context) const {
+  return std::find_if(entered_.begin(), entered_.end(),
+                      [&](const Entered& entered) { return entered.name == context; });
+}
+
+void Contexts::leaveLast() {
+  const Entered leaving = std::move(entered_.back());
+  entered_.pop_back();
+  leaveModules(leaving.name, leaving.modules);
+}
+
+}  // namespace Snmp

@@ -1,0 +1,45 @@
+#pragma once
+// The SNMP contexts that the agent serves: the default one ("") first, then one per VRF, named as the VRF is.
+//
+// Entering a context enters every announced module in order of name; leaving it leaves them in reverse. Whoever
+// composes the agent enters a context after its caches are complete and leaves it before they are deleted.
+
+#include <vector>
+
+#include "kel/String.h"
+#include "snmp/HandlerRegistration.h"
+
+namespace Snmp {
+
+class Contexts {
+ public:
+  Contexts() = default;
+  // Leaves every context that is still entered, the latest first.
+  ~Contexts();
+  Contexts(const Contexts&) = delete;
+  Contexts& operator=(const Contexts&) = delete;
+
+  // Nothing happens when the context is entered already. The first one must be the default context. A context name
+  // ends at its first null byte for net-snmp, so one with a null byte in it is refused. Both faults throw
+  // Kel::RangeException, and nothing is entered.
+  void enter(const Kel::String& context);
+  // Leaves the modules that `enter` entered there; nothing happens when the context is not entered. Leaving the
+  // default context leaves all others first.
+  void leave(const Kel::String& context);
+
+  bool isEntered(const Kel::String& context) const;
+  // In the order of entering.
+  std::vector<Kel::String> names() const;
+
+ private:
+  struct Entered {
+    Kel::String name;
+    std::vector<HandlerRegistration*> modules;
+  };
+  std::vector<Entered>::const_iterator find(const Kel::String& context) const;
+  void leaveLast();
+
+  std::vector<Entered> entered_;
+};
+
+}  // namespace Snmp

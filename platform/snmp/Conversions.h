@@ -1,0 +1,31 @@
+#pragma once
+// The elementary conversions between the system's values and the bytes of SNMP values.
+//
+// To an ASN value: (value, buffer, size of the buffer in bytes) -> number of bytes written, or -1, with nothing
+// written, when they do not fit. The bytes are what `Snmp::varbindValueIs` takes (snmp/Varbind.h): INTEGER and
+// the unsigned types as the host's 32-bit integer, OBJECT IDENTIFIER as 32-bit words, one a sub-identifier.
+//
+// From an ASN value: `value` points to a `netsnmp_variable_list`. All throw Kel::RangeException, saying what is
+// wrong, for a value of another type, of another length or outside the range of the result.
+
+#include "kel/String.h"
+#include "snmp/ObjectIdentifier.h"
+#include "snmp/String.h"
+#include "vantu/EthAddr.h"
+#include "vantu/IpAddr.h"
+
+int S32ToAsnIntegerF(int value, unsigned char* buffer, int length);
+int U32ToAsnUnsignedF(unsigned int value, unsigned char* buffer, int length);
+int StringToAsnOctetStringF(const Kel::String& value, unsigned char* buffer, int length);
+int SnmpStringToAsnOctetStringF(const Snmp::String& value, unsigned char* buffer, int length);
+int VantuIpAddrToAsnOctetStringF(const Vantu::IpAddr& value, unsigned char* buffer, int length);
+int VantuEthAddrToAsnOctetStringF(const Vantu::EthAddr& value, unsigned char* buffer, int length);
+int SnmpObjectIdentifierToAsnOidF(const Snmp::ObjectIdentifier& value, unsigned char* buffer, int length);
+
+int AsnIntegerToS32(void* value);
+// Any of the unsigned 32-bit types: Unsigned32 (Gauge32), Counter32, TimeTicks.
+unsigned int AsnUnsignedToU32(void* value);
+// An IpAddress, or an octet string of four bytes.
+Vantu::IpAddr AsnIpAddressToVantuIpAddr(void* value);
+// The first `length` bytes of the value.
+Snmp::String AsnOctetStringToSnmpString(void* value, int length);

@@ -1,0 +1,128 @@
+// Contexts and modules: who is entered when, in which order, and left in the reverse one.
+
+#include <gmock/gmock.h>
+
+#include <memory>
+
+#include "kel/Errors.h"
+#include "snmp/AutoRegistree.h"
+#include "snmp/CBoundary.h"
+#include "snmp/Contexts.h"
+#include "snmp/MibContexts.h"
+#include "snmp/SnmpUtil.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class RecordingModule : public Snmp::HandlerRegistration {
+ public:
+  RecordingModule(const char* name, std::vector<Kel::String>& log) : name_(name), log_(log) {}
+  void initHandler(Kel::String context) override {
+    log_.push_back("+" + Kel::String(name_) + "@" + context);
+    Snmp::registerMibContext(context, name_);
+  }
+  void exitHandler(Kel::String context) override {
+    log_.push_back("-" + Kel::String(name_) + "@" + context);
+    Snmp::unregisterMibContext(context, name_);
+  }
+  const char* name() const override { return name_; }
+
+ private:
+  const char* name_;
+  std::vector<Kel::String>& log_;
+};
+
+class FrameworkTest : public ::testing::Test {
+ protected:
+  std::vector<Kel::String> log;
+  RecordingModule vrf{"VrfBase", log};
+  RecordingModule ip{"IpBase", log};
+  Snmp::AutoRegistree vrfRegistree{&vrf};
+  Snmp::AutoRegistree ipRegistree{&ip};
+};
+
+TEST_F(FrameworkTest, modulesEnterByNameAndLeaveInReverse) {
+  Snmp::Contexts contexts;
+  contexts.enter("");
+  contexts.enter("red");
+  contexts.enter("red");
+  EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@", "+IpBase@red", "+VrfBase@red"));
+  EXPECT_THAT(Snmp::mibContexts(), ElementsAre("", "red"));
+  EXPECT_THAT(Snmp::mibContextModules("red"), ElementsAre("IpBase", "VrfBase"));
+  log.clear();
+  contexts.leave("red");
+  contexts.leave("red");
+  EXPECT_THAT(log, ElementsAre("-VrfBase@red", "-IpBase@red"));
+  EXPECT_THAT(contexts.names(), ElementsAre(""));
+  EXPECT_THAT(Snmp::mibContextModules("red"), IsEmpty());
+}
+
+TEST_F(FrameworkTest, theDefaultContextGoesLastAndDestructionLeavesAll) {
+  {
+    Snmp::Contexts contexts;
+    contexts.enter("");
+    contexts.enter("red");
+    contexts.enter("blue");
+    log.clear();
+    contexts.leave("");
+    EXPECT_THAT(contexts.names(), IsEmpty());
+    EXPECT_THAT(
+        log, ElementsAre("-VrfBase@blue", "-IpBase@blue", "-VrfBase@red", "-IpBase@red", "-VrfBase@", "-IpBase@"));
+    contexts.enter("");
+    contexts.enter("red");
+    log.clear();
+  }
+  EXPECT_THAT(log, ElementsAre("-VrfBase@red", "-IpBase@red", "-VrfBase@", "-IpBase@"));
+  EXPECT_THAT(Snmp::mibContexts(), IsEmpty());
+}
+
+TEST_F(FrameworkTest, aModuleThatCameLaterIsNotLeftWhereItWasNotEntered) {
+  Snmp::Contexts contexts;
+  contexts.enter("");
+  RecordingModule late("Late", log);
+  auto lateRegistree = std::make_unique<Snmp::AutoRegistree>(&late);
+  log.clear();
+  contexts.enter("red");
+  contexts.leave("");
+  EXPECT_THAT(log, ElementsAre("+IpBase@red", "+Late@red", "+VrfBase@red", "-VrfBase@red", "-Late@red",
+                               "-IpBase@red", "-VrfBase@", "-IpBase@"));
+  lateRegistree.reset();
+  log.clear();
+  contexts.enter("");
+  EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@"));
+}
+
+TEST_F(FrameworkTest, contextsThatCannotBeEntered) {
+  Snmp::Contexts contexts;
+  EXPECT_THROW(contexts.enter("red"), Kel::RangeException);
+  contexts.enter("");
+  EXPECT_THROW(contexts.enter(Kel::String("r\0d", 3)), Kel::RangeException);
+  EXPECT_THAT(contexts.names(), ElementsAre(""));
+}
+
+TEST(SnmpUtil, entitiesAreFoundFromTheRoot) {
+  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), nullptr);
+  auto root = Kel::makePtr<Kel::Dir>();
+  const auto ip = root->dirIs("snmp")->dirIs("ip");
+  SnmpUtil::rootIs(root);
+  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), ip);
+  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/none"), nullptr);
+  SnmpUtil::rootIs(nullptr);
+  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), nullptr);
+}
+
+TEST(CBoundary, exceptionsStayOnTheirSide) {
+  static Kel::TraceHandle traceHandle("CBoundaryTest");
+  std::vector<Kel::String> lines;
+  const auto previous = Kel::TraceConfig::sinkIs(
+      [&](const Kel::TraceHandle&, unsigned, const std::string& text) { lines.push_back(text); });
+  EXPECT_EQ(Snmp::atCBoundary(traceHandle, "calm", 5, [] { return 0; }), 0);
+  EXPECT_EQ(Snmp::atCBoundary(traceHandle, "raising", 5, []() -> int { throw Kel::RangeException("too far"); }), 5);
+  Snmp::atCBoundary(traceHandle, "odd", [] { throw 7; });
+  Kel::TraceConfig::sinkIs(previous);
+  EXPECT_THAT(lines, ElementsAre("raising: too far", "odd: unknown exception"));
+}
+
+}  // namespace

@@ -1,0 +1,38 @@
+#pragma once
+// One MIB module, as the agent framework sees it.
+//
+// A module is a source unit with one static registration object and, after it, one static `AutoRegistree` that
+// announces it when the unit is loaded:
+//
+//   class Example_HandlerRegistration : public Snmp::HandlerRegistration {
+//    public:
+//     void initHandler(Kel::String context) override { init_Example(context); }
+//     void exitHandler(Kel::String context) override { unregister_Example(context); }
+//     const char* name() const override { return "Example"; }
+//   };
+//   static Example_HandlerRegistration exampleRegistration;
+//   static Snmp::AutoRegistree exampleRegistree(&exampleRegistration);
+//
+// The framework enters the module once per SNMP context and leaves it once per context (snmp/Contexts.h).
+
+#include "kel/String.h"
+
+namespace Snmp {
+
+class HandlerRegistration {
+ public:
+  HandlerRegistration() = default;
+  HandlerRegistration(const HandlerRegistration&) = delete;
+  HandlerRegistration& operator=(const HandlerRegistration&) = delete;
+  virtual ~HandlerRegistration() = default;
+
+  // Registers everything the module serves in the context; "" is the default one. What the module needs there (its
+  // caches) exists already.
+  virtual void initHandler(Kel::String context) = 0;
+  // Removes all of it again. The caches still exist.
+  virtual void exitHandler(Kel::String context) = 0;
+  // Under which the module calls registerMibContext, and by which modules are ordered. Must not change.
+  virtual const char* name() const = 0;
+};
+
+}  // namespace Snmp
