@@ -10,6 +10,7 @@
 
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <boost/smart_ptr/intrusive_ref_counter.hpp>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -28,13 +29,18 @@ class PtrInterface : public boost::intrusive_ref_counter<PtrInterface, boost::th
   PtrInterface& operator=(const PtrInterface&) = delete;
   virtual ~PtrInterface() = default;
 
+  // The types of the constructor parameters; a type with parameters declares its own.
+  using KelCtorTypes = std::tuple<>;
+
   // The attributes of the object's most derived declared type. An object that declares none has an empty list.
   virtual const TypeInfo& kelTypeInfo() const;
 };
 
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
-  return Ptr<T>(new T(std::forward<Args>(args)...));
+  Ptr<T> object(new T(std::forward<Args>(args)...));
+  if constexpr (requires { object->kelStart(); }) object->kelStart();
+  return object;
 }
 
 // Null when the object is not a `T`.

@@ -1,0 +1,283 @@
+#pragma once
+// Declares the attributes of a watched type, one line each. From the line come the accessor, the setter or the
+// collection operations, the virtual handler of the type's `Notifiee`, and the reflection.
+//
+//   class VrfMibsDir : public Kel::Entity {
+//     KEL_TYPE_BEGIN("IpSnmp::VrfMibsDir", VrfMibsDir, Kel::Entity)
+//    public:
+//     KEL_NAMED(VrfMibsDir, Kel::Entity)
+//     KEL_MEMBERS(Hashed, Kel::Name, VrfMibs, mibs, Mibs)
+//     KEL_TYPE_END
+//   };
+//
+// | line                                                | gives |
+// |-----------------------------------------------------|----------------------------------------------------------------|
+// | KEL_CONSTRUCTOR(Type, ((T1, a))((T2, b)))           | Type(T1, T2), accessors a(), b(); fixed for life | |
+// KEL_NAMED(Type, Base)                               | Type(Kel::Name) | | KEL_STORED(T, attr, Attr, initial...)
+// | attr(), attrIs(value), handleAttr()                            | | KEL_REFERENCE(T, attr, Attr) | handle to a T
+// that lives elsewhere: attr(), attrIs(p), ...     | | KEL_CHILD(T, attr, Attr)                            |
+// attr(), attrIs(ctor parameters...), attrDel(), handleAttr()    | | KEL_MEMBERS(Ordered or Hashed, Key, T, attr,
+// Attr)  | attr(), attr(key), attrHas(key), attrIs(ctor parameters...),   | | | attrDel(key), attrDelAll(),
+// handleAttr(key)                    | | KEL_VALUES(Ordered or Hashed, Key, T, attr, Attr)   | attr(), attr(key)
+// (null if absent), attrHas(key),              | |                                                     |
+// attrIs(key, value), attrDel(key), attrDelAll(), handleAttr(key)| | KEL_COMPUTED(attr) | reflection of the member
+// function attr()                       |
+//
+// A create-or-get operation takes the member's constructor parameters. The key is the first of them, or what the
+// member type's static `kelKeyOf(parameters...)` returns. When the member exists it is returned as it is; a
+// constructor parameter that differs is a ReinstantiationException. Deleting tells the member's own reactors
+// (`handleDel`) before its owner's.
+//
+// How it works: each line makes one more link of a chain of templates, numbered by __COUNTER__; a link adds one
+// handler to the `Notifiee` and one entry to the reflection, and a number that is no link of this type falls
+// through to the next.
+
+#include <boost/preprocessor/seq/size.hpp>
+#include <tuple>
+
+#include "kel/AttributeInfos.h"
+#include "kel/Collection.h"
+#include "kel/Notifier.h"
+#include "kel/Operations.h"
+#include "kel/TypeInfo.h"
+#include "kel/ValueType.h"
+
+#define KEL_TYPE_BEGIN(typeText, Type, Base) KEL_TYPE_BEGIN_(__COUNTER__, typeText, Type, Base)
+#define KEL_TYPE_BEGIN_(N, typeText, Type, Base)                                    \
+ public:                                                                            \
+  using KelSelf = Type;                                                             \
+  template <int I, class D = void>                                                  \
+  struct KelLink : KelLink<I - 1, D> {};                                            \
+  template <class D>                                                                \
+  struct KelLink<N, D> : Base::Notifiee {                                           \
+    static void kelDescribe(::Kel::TypeInfo& type) { Base::kelDescribeType(type); } \
+  };                                                                                \
+  static constexpr const char* kelName() {                                          \
+    return typeText;                                                                \
+  }
+
+#define KEL_TYPE_END KEL_TYPE_END_(__COUNTER__)
+#define KEL_TYPE_END_(N)                                                                      \
+ public:                                                                                      \
+  class Notifiee : public KelLink<N> {                                                        \
+   public:                                                                                    \
+    void notifierIs(const ::Kel::Ptr<const KelSelf>& notifier) { this->kelAttach(notifier); } \
+    ::Kel::Ptr<const KelSelf> notifier() const {                                              \
+      return boost::static_pointer_cast<const KelSelf>(this->kelNotifier());                  \
+    }                                                                                         \
+  };                                                                                          \
+  static void kelDescribeType(::Kel::TypeInfo& type) {                                        \
+    KelLink<N>::kelDescribe(type);                                                            \
+    type.nameIs(kelName());                                                                   \
+  }                                                                                           \
+  static const ::Kel::TypeInfo& kelStaticTypeInfo() {                                         \
+    static const ::Kel::TypeInfo info = ::Kel::kelMakeTypeInfo<KelSelf>();                    \
+    return info;                                                                              \
+  }                                                                                           \
+  const ::Kel::TypeInfo& kelTypeInfo() const override {                                       \
+    return kelStaticTypeInfo();                                                               \
+  }
+
+// One link: `handler` is the declaration of a virtual handler (or nothing), `info` an AttributeInfo.
+#define KEL_LINK(N, handler, ...)                            \
+ public:                                                     \
+  template <class D>                                         \
+  struct KelLink<N, D> : KelLink<N - 1, D> {                 \
+    handler static void kelDescribe(::Kel::TypeInfo& type) { \
+      KelLink<N - 1, D>::kelDescribe(type);                  \
+      __VA_ARGS__;                                           \
+    }                                                        \
+  };
+
+#define KEL_COMPUTED(attr) KEL_COMPUTED_(__COUNTER__, attr)
+#define KEL_COMPUTED_(N, attr) \
+  KEL_LINK(N, , type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) { return self.attr(); })))
+
+#define KEL_NAMED(Type, Base)                               \
+ public:                                                    \
+  using KelCtorTypes = std::tuple<::Kel::Name>;             \
+  explicit Type(::Kel::Name name) : Base(std::move(name)) { \
+  }                                                         \
+  auto kelCtorTie() const {                                 \
+    return std::tie(this->name());                          \
+  }                                                         \
+  static constexpr const char* kelCtorNames[] = {"name"};
+
+#define KEL_PP_TYPE_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TYPE(field)
+#define KEL_PP_TEXT_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TEXT(field)
+#define KEL_PP_MEMBER_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_MEMBER(field)
+#define KEL_PP_INFO(r, data, field)                            \
+  type.add(::Kel::constructorInfo<KelSelf>(KEL_PP_TEXT(field), \
+                                           [](const KelSelf& self) { return self.KEL_PP_NAME(field)(); }));
+
+#define KEL_CONSTRUCTOR(Type, fields) KEL_CONSTRUCTOR_(__COUNTER__, Type, fields)
+#define KEL_CONSTRUCTOR_(N, Type, fields)                                                                \
+ public:                                                                                                 \
+  using KelCtorTypes = std::tuple<BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TYPE_COMMA, _, fields)>;                \
+  explicit Type(BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_PARAMETER, _, fields))                                    \
+      : BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_INIT, _, fields) {                                                \
+  }                                                                                                      \
+  BOOST_PP_SEQ_FOR_EACH(KEL_PP_ACCESSOR, _, fields)                                                      \
+  auto kelCtorTie() const {                                                                              \
+    return std::tie(BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));                            \
+  }                                                                                                      \
+  static constexpr const char* kelCtorNames[] = {BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TEXT_COMMA, _, fields)}; \
+                                                                                                         \
+ private:                                                                                                \
+  BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)                                                       \
+  KEL_LINK(N, , BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
+
+#define KEL_NOTIFY(Attr) this->template kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handle##Attr(); })
+#define KEL_NOTIFY_KEY(Attr, key) \
+  this->template kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.handle##Attr(key); })
+
+#define KEL_STORED(T, attr, Attr, ...) KEL_STORED_(__COUNTER__, T, attr, Attr, __VA_ARGS__)
+#define KEL_STORED_(N, T, attr, Attr, ...)                                         \
+ public:                                                                           \
+  const T& attr() const {                                                          \
+    return attr##_;                                                                \
+  }                                                                                \
+  void attr##Is(T value) {                                                         \
+    if (attr##_ == value) return;                                                  \
+    attr##_ = std::move(value);                                                    \
+    KEL_NOTIFY(Attr);                                                              \
+  }                                                                                \
+                                                                                   \
+ private:                                                                          \
+  T attr##_{__VA_ARGS__};                                                          \
+  KEL_LINK(N, virtual void handle##Attr(){},                                       \
+           type.add(::Kel::storedInfo<KelSelf, T>(                                 \
+               #attr, [](const KelSelf& self) -> const T& { return self.attr(); }, \
+               [](KelSelf& self, T value) { self.attr##Is(std::move(value)); })))
+
+#define KEL_REFERENCE(T, attr, Attr) KEL_REFERENCE_(__COUNTER__, T, attr, Attr)
+#define KEL_REFERENCE_(N, T, attr, Attr)                               \
+ public:                                                               \
+  const ::Kel::Ptr<T>& attr() const {                                  \
+    return attr##_;                                                    \
+  }                                                                    \
+  void attr##Is(::Kel::Ptr<T> value) {                                 \
+    if (attr##_ == value) return;                                      \
+    attr##_ = std::move(value);                                        \
+    KEL_NOTIFY(Attr);                                                  \
+  }                                                                    \
+                                                                       \
+ private:                                                              \
+  ::Kel::Ptr<T> attr##_;                                               \
+  KEL_LINK(N, virtual void handle##Attr(){},                           \
+           type.add(::Kel::referenceInfo<KelSelf, T>(                  \
+               #attr, [](const KelSelf& self) { return self.attr(); }, \
+               [](KelSelf& self, ::Kel::Ptr<T> value) { self.attr##Is(std::move(value)); })))
+
+#define KEL_CHILD(T, attr, Attr) KEL_CHILD_(__COUNTER__, T, attr, Attr)
+#define KEL_CHILD_(N, T, attr, Attr)                                                            \
+ public:                                                                                        \
+  ::Kel::Ptr<T> attr() {                                                                        \
+    return attr##_.object;                                                                      \
+  }                                                                                             \
+  ::Kel::Ptr<const T> attr() const {                                                            \
+    return attr##_.object;                                                                      \
+  }                                                                                             \
+  template <class... Args>                                                                      \
+  ::Kel::Ptr<T> attr##Is(Args&&... args) {                                                      \
+    return ::Kel::childIs(                                                                      \
+        *this, attr##_, #attr, [this] { KEL_NOTIFY(Attr); }, std::forward<Args>(args)...);      \
+  }                                                                                             \
+  bool attr##Del() {                                                                            \
+    return ::Kel::childDel(attr##_, [this] { KEL_NOTIFY(Attr); });                              \
+  }                                                                                             \
+                                                                                                \
+ private:                                                                                       \
+  ::Kel::ChildSlot<T> attr##_;                                                                  \
+  KEL_LINK(N, virtual void handle##Attr(){},                                                    \
+           type.add(::Kel::childInfo<KelSelf, T>(                                               \
+               #attr, [](const KelSelf& self) { return self.attr##_.object; },                  \
+               [](KelSelf& self, auto&&... args) { return self.attr##Is(std::move(args)...); }, \
+               [](KelSelf& self) { return self.attr##Del(); })))
+
+// The reading half of KEL_MEMBERS, for an owner that brings its own operations.
+#define KEL_MEMBERS_READ(Kind, KeyT, T, attr, Attr) KEL_MEMBERS_READ_(__COUNTER__, Kind, KeyT, T, attr, Attr)
+#define KEL_MEMBERS_READ_(N, Kind, KeyT, T, attr, Attr)   \
+  KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)                 \
+  KEL_LINK(N, virtual void handle##Attr(const KeyT&){},   \
+           type.add(::Kel::membersInfo<KelSelf, KeyT, T>( \
+               #attr, [](const KelSelf& self) -> const auto& { return self.attr(); })))
+
+#define KEL_MEMBERS(Kind, KeyT, T, attr, Attr) KEL_MEMBERS_(__COUNTER__, Kind, KeyT, T, attr, Attr)
+#define KEL_MEMBERS_(N, Kind, KeyT, T, attr, Attr)                                                       \
+  KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)                                                                \
+ public:                                                                                                 \
+  template <class... Args>                                                                               \
+  ::Kel::Ptr<T> attr##Is(Args&&... args) {                                                               \
+    return ::Kel::memberIs<T>(                                                                           \
+        *this, attr##_.map, #attr, [this](const KeyT& key) { KEL_NOTIFY_KEY(Attr, key); },               \
+        std::forward<Args>(args)...);                                                                    \
+  }                                                                                                      \
+  bool attr##Del(const KeyT& key) {                                                                      \
+    return ::Kel::memberDel(attr##_.map, key, [this](const KeyT& gone) { KEL_NOTIFY_KEY(Attr, gone); }); \
+  }                                                                                                      \
+  void attr##DelAll() {                                                                                  \
+    for (const auto& key : attr##_.map.keys()) attr##Del(key);                                           \
+  }                                                                                                      \
+  KEL_LINK(N, virtual void handle##Attr(const KeyT&){},                                                  \
+           type.add(::Kel::membersInfo<KelSelf, KeyT, T>(                                                \
+               #attr, [](const KelSelf& self) -> const auto& { return self.attr(); },                    \
+               [](KelSelf& self, auto&&... args) { return self.attr##Is(std::move(args)...); },          \
+               [](KelSelf& self, const KeyT& key) { return self.attr##Del(key); },                       \
+               [](KelSelf& self) { self.attr##DelAll(); })))
+
+#define KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)          \
+ public:                                                 \
+  const ::Kel::Kind<KeyT, ::Kel::Ptr<T>>& attr() const { \
+    return attr##_.map;                                  \
+  }                                                      \
+  ::Kel::Ptr<T> attr(const KeyT& key) {                  \
+    const auto* found = attr##_.map.find(key);           \
+    return found ? *found : nullptr;                     \
+  }                                                      \
+  ::Kel::Ptr<const T> attr(const KeyT& key) const {      \
+    const auto* found = attr##_.map.find(key);           \
+    return found ? *found : nullptr;                     \
+  }                                                      \
+  bool attr##Has(const KeyT& key) const {                \
+    return attr##_.map.has(key);                         \
+  }                                                      \
+                                                         \
+ private:                                                \
+  ::Kel::OwnedMembers<::Kel::Kind<KeyT, ::Kel::Ptr<T>>> attr##_;
+
+#define KEL_VALUES(Kind, KeyT, T, attr, Attr) KEL_VALUES_(__COUNTER__, Kind, KeyT, T, attr, Attr)
+#define KEL_VALUES_(N, Kind, KeyT, T, attr, Attr)                                                     \
+ public:                                                                                              \
+  const ::Kel::Kind<KeyT, T>& attr() const {                                                          \
+    return attr##_;                                                                                   \
+  }                                                                                                   \
+  const T* attr(const KeyT& key) const {                                                              \
+    return attr##_.find(key);                                                                         \
+  }                                                                                                   \
+  bool attr##Has(const KeyT& key) const {                                                             \
+    return attr##_.has(key);                                                                          \
+  }                                                                                                   \
+  void attr##Is(const KeyT& givenKey, T value) {                                                      \
+    const KeyT key = givenKey;                                                                        \
+    if (::Kel::valueIs(attr##_, key, std::move(value))) KEL_NOTIFY_KEY(Attr, key);                    \
+  }                                                                                                   \
+  bool attr##Del(const KeyT& givenKey) {                                                              \
+    const KeyT key = givenKey;                                                                        \
+    if (!attr##_.has(key)) return false;                                                              \
+    [[maybe_unused]] const T gone = attr##_.kelTake(key);                                             \
+    KEL_NOTIFY_KEY(Attr, key);                                                                        \
+    return true;                                                                                      \
+  }                                                                                                   \
+  void attr##DelAll() {                                                                               \
+    for (const auto& key : attr##_.keys()) attr##Del(key);                                            \
+  }                                                                                                   \
+                                                                                                      \
+ private:                                                                                             \
+  ::Kel::Kind<KeyT, T> attr##_;                                                                       \
+  KEL_LINK(N, virtual void handle##Attr(const KeyT&){},                                               \
+           type.add(::Kel::valuesInfo<KelSelf, KeyT, T>(                                              \
+               #attr, [](const KelSelf& self) -> const auto& { return self.attr(); },                 \
+               [](KelSelf& self, const KeyT& key, T value) { self.attr##Is(key, std::move(value)); }, \
+               [](KelSelf& self, const KeyT& key) { return self.attr##Del(key); },                    \
+               [](KelSelf& self) { self.attr##DelAll(); })))

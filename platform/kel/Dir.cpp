@@ -1,0 +1,101 @@
+#include "kel/Dir.h"
+
+namespace Kel {
+
+Ptr<Entity> Dir::entityIs(Ptr<Entity> entity) {
+  const Name name = entity->name();
+  if (const auto existing = entityPtr(name)) {
+    if (existing == entity) return entity;
+    throw ReinstantiationException(
+        fmt::format("directory '{}' already has an entity named '{}'", fullName(), name));
+  }
+  entity->kelPlace(this, "", Place::directory, name);
+  entityPtr_.map.kelInsert(name, entity);
+  kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.handleEntityPtr(name); });
+  return entity;
+}
+
+Ptr<Dir> Dir::dirIs(const Name& name) {
+  if (const auto existing = entityPtr(name)) {
+    auto dir = dynamicPtr<Dir>(existing);
+    if (!dir) {
+      throw AttributeException(
+          fmt::format("'{}' is a {}, not a directory", existing->fullName(), existing->kelTypeInfo().name()));
+    }
+    return dir;
+  }
+  auto dir = makePtr<Dir>(name);
+  entityIs(dir);
+  return dir;
+}
+
+bool Dir::entityDel(const Name& name) {
+  const auto gone = entityPtr_.map.kelTake(name);
+  if (!gone) return false;
+  gone->kelDeleted();
+  gone->kelOrphan();
+  kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.handleEntityPtr(name); });
+  return true;
+}
+
+Dir::~Dir() {
+  for (const auto& [name, entity] : entityPtr_.map) entity->kelOrphan();
+}
+
+namespace {
+
+Ptr<Entity> resolveRest(const Ptr<Entity>& from, std::string_view rest);
+
+// Calls `next(name, rest)` for each way to cut a name off the front of `path`, the shortest name first.
+template <class Next>
+Ptr<Entity> cutName(std::string_view path, Next next) {
+  for (std::size_t at = path.find_first_of("./", 1);; at = path.find_first_of("./", at + 1)) {
+    const auto name = path.substr(0, at);
+    const auto rest = at == std::string_view::npos ? std::string_view() : path.substr(at);
+    if (auto found = next(name, rest)) return found;
+    if (at == std::string_view::npos) return nullptr;
+  }
+}
+
+Ptr<Entity> resolveEntry(const Dir& dir, std::string_view path) {
+  return cutName(path, [&](std::string_view name, std::string_view rest) -> Ptr<Entity> {
+    const auto* entry = dir.entityPtr().find(Name(name));
+    return entry ? resolveRest(*entry, rest) : nullptr;
+  });
+}
+
+Ptr<Entity> resolveMember(const Ptr<Entity>& owner, const AttributeInfo& attribute, std::string_view path) {
+  return cutName(path, [&](std::string_view name, std::string_view rest) -> Ptr<Entity> {
+    const auto member = dynamicPtr<Entity>(attribute.member(*owner, name));
+    return member ? resolveRest(member, rest) : nullptr;
+  });
+}
+
+Ptr<Entity> resolveAttribute(const Ptr<Entity>& owner, std::string_view path) {
+  const auto end = path.find_first_of("./");
+  const auto* attribute = owner->kelTypeInfo().find(path.substr(0, end));
+  if (!attribute || !attribute->member) return nullptr;
+  const auto rest = end == std::string_view::npos ? std::string_view() : path.substr(end);
+  if (attribute->kind == AttributeKind::members) {
+    return rest.size() > 1 && rest.front() == '/' ? resolveMember(owner, *attribute, rest.substr(1)) : nullptr;
+  }
+  const auto child = dynamicPtr<Entity>(attribute->member(*owner, {}));
+  return child ? resolveRest(child, rest) : nullptr;
+}
+
+Ptr<Entity> resolveRest(const Ptr<Entity>& from, std::string_view rest) {
+  if (rest.empty()) return from;
+  if (rest.front() == '.') return resolveAttribute(from, rest.substr(1));
+  const auto* dir = dynamic_cast<const Dir*>(from.get());
+  return dir && rest.size() > 1 ? resolveEntry(*dir, rest.substr(1)) : nullptr;
+}
+
+}  // namespace
+
+Ptr<Entity> resolve(const Ptr<Entity>& root, std::string_view path) {
+  if (!root || path.empty()) return root;
+  const auto* dir = dynamic_cast<const Dir*>(root.get());
+  return dir ? resolveEntry(*dir, path) : nullptr;
+}
+
+}  // namespace Kel
