@@ -1,0 +1,119 @@
+"""A store that is damaged, foreign, of another version, unwritable, or taken away."""
+
+import os
+import re
+import shutil
+import signal
+
+from harness import SystemCase, eventually, kernel_rows, main
+
+PAGE = 4096
+
+
+class StoreTest(SystemCase):
+    @property
+    def data(self):
+        return os.path.join(self.store, "data.mdb")
+
+    def make_store(self):
+        """A store that a mirror wrote and left."""
+        self.namespace.add_interface("a0", "10.0.0.1/24")
+        mirror = self.start_mirror()
+        eventually(lambda: os.path.exists(self.data), f"no {self.data}")
+        self.namespace.add_address("a0", "10.0.0.2/24")
+        self.assertEqual(mirror.stop(), 0)
+
+    def overwrite(self, offset, data):
+        with open(self.data, "r+b") as file:
+            file.seek(offset)
+            file.write(data)
+
+    def expect_mirror_refuses(self):
+        """One clear line with the place, a failure as the status, and not one byte of the file changed."""
+        with open(self.data, "rb") as file:
+            before = file.read()
+        mirror = self.start_mirror()
+        self.assertNotEqual(mirror.wait(), 0, mirror.output())
+        self.assertEqual(len(mirror.lines()), 1, mirror.output())
+        self.assertIn(self.store, mirror.lines()[0])
+        with open(self.data, "rb") as file:
+            self.assertEqual(file.read(), before, "the refused store was changed")
+        return mirror.lines()[0]
+
+    def expect_agent_says_so(self):
+        """The agent lives, answers what needs no store, and has one line that names the store."""
+        agent = self.start_agent()
+        eventually(self.client.answers, "no answer")
+        line = agent.wait_for_output(re.compile(re.escape(self.store)))
+        self.assertEqual(self.client.ip_addr_rows(), {})
+        self.assertEqual(agent.stop(), 0)
+        return line
+
+    def expect_kernel_rows(self):
+        eventually(lambda: self.client.ip_addr_rows() == kernel_rows(self.namespace),
+                   lambda: f"agent {self.client.ip_addr_rows()}\nkernel {kernel_rows(self.namespace)}", timeout=10)
+
+    def test_foreign_file(self):
+        os.mkdir(self.store)
+        for text in (b"not a store at all\n", os.urandom(16 * PAGE), b""):
+            with self.subTest(size=len(text)):
+                with open(self.data, "wb") as file:
+                    file.write(text)
+                if text:
+                    self.expect_mirror_refuses()
+                    self.expect_agent_says_so()
+
+    def test_damaged_pages(self):
+        self.make_store()
+        size = os.path.getsize(self.data)
+        self.assertGreater(size, 4 * PAGE)
+        self.overwrite(2 * PAGE, os.urandom(size - 2 * PAGE))
+        self.expect_mirror_refuses()
+        self.expect_agent_says_so()
+
+    def test_cut_short(self):
+        self.make_store()
+        os.truncate(self.data, 3 * PAGE)
+        self.expect_mirror_refuses()
+        self.expect_agent_says_so()
+
+    def test_damage_while_it_is_served(self):
+        self.namespace.add_interface("a0", "10.0.0.1/24")
+        self.start_system()
+        self.expect_kernel_rows()
+        self.mirror.signal(signal.SIGKILL)
+        self.mirror.process.wait()
+        self.overwrite(2 * PAGE, os.urandom(os.path.getsize(self.data) - 2 * PAGE))
+        for _ in range(3):
+            self.client.ip_addr_rows()
+            self.assertTrue(self.client.answers())
+        self.assertTrue(self.agent.running)
+        with self.subTest("a new store heals it"):
+            shutil.rmtree(self.store)
+            self.start_mirror()
+            self.namespace.add_address("a0", "10.0.0.2/24")
+            self.expect_kernel_rows()
+
+    def test_store_removed_and_made_again_under_a_running_agent(self):
+        self.namespace.add_interface("a0", "10.0.0.1/24")
+        self.start_system()
+        self.expect_kernel_rows()
+        self.assertEqual(self.mirror.stop(), 0)
+        shutil.rmtree(self.store)
+        self.namespace.add_address("a0", "10.0.0.2/24")
+        self.start_mirror()
+        self.expect_kernel_rows()
+
+    def test_directory_that_cannot_be_made(self):
+        blocked = os.path.join(self.directory, "file")
+        with open(blocked, "w", encoding="utf-8") as file:
+            file.write("in the way\n")
+        self.store = os.path.join(blocked, "store")
+        mirror = self.start_mirror()
+        self.assertNotEqual(mirror.wait(), 0)
+        self.assertEqual(len(mirror.lines()), 1, mirror.output())
+        self.assertIn(self.store, mirror.lines()[0])
+
+
+if __name__ == "__main__":
+    main()
