@@ -1,0 +1,60 @@
+#pragma once
+// IPv6 records of interfaces.
+
+#include "kel/Attribute.h"
+#include "kel/Entity.h"
+#include "vantu/IntfId.h"
+#include "vantu/Ip6AddrWithMask.h"
+#include "varnix/L3.h"
+
+namespace Ip6 {
+
+enum AddressState : int {
+  addressStateUnknown = 0,
+  addressStatePreferred = 1,
+  addressStateDeprecated = 2,
+  addressStateTentative = 3,  // duplicate address detection under way
+  addressStateDuplicate = 4
+};
+BOOST_DESCRIBE_ENUM(AddressState, addressStateUnknown, addressStatePreferred, addressStateDeprecated,
+                    addressStateTentative, addressStateDuplicate)
+
+class AddressInfo {
+  KEL_VALUE_TYPE("Ip6::AddressInfo", AddressInfo, ((AddressState, state)))
+};
+
+class IntfConfig : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::IntfConfig", IntfConfig, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(IntfConfig, ((Vantu::IntfId, intfId)))
+  KEL_VALUES(Ordered, Vantu::Ip6AddrWithMask, AddressInfo, addr, Addr)
+  KEL_REFERENCE(const L3::Intf::Config, l3Config, L3Config)
+  KEL_TYPE_END
+};
+
+class Config : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::Config", Config, Kel::Entity)
+ public:
+  KEL_NAMED(Config, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, IntfConfig, intf, Intf)
+  KEL_TYPE_END
+};
+
+class IntfStatus : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::IntfStatus", IntfStatus, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(IntfStatus, ((Vantu::IntfId, intfId)))
+  KEL_VALUES(Ordered, Vantu::Ip6AddrWithMask, AddressInfo, addr, Addr)
+  KEL_REFERENCE(const L3::Intf::Status, l3Status, L3Status)
+  KEL_TYPE_END
+};
+
+class Status : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::Status", Status, Kel::Entity)
+ public:
+  KEL_NAMED(Status, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, IntfStatus, intf, Intf)
+  KEL_TYPE_END
+};
+
+}  // namespace Ip6

@@ -1,0 +1,43 @@
+#pragma once
+// Layer-3 records of interfaces: which VRF an interface belongs to.
+
+#include "kel/Attribute.h"
+#include "kel/Entity.h"
+#include "vantu/IntfId.h"
+#include "varnix/VrfName.h"
+
+namespace L3::Intf {
+
+class Config : public Kel::Entity {
+  KEL_TYPE_BEGIN("L3::Intf::Config", Config, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(Config, ((Vantu::IntfId, intfId)))
+  KEL_STORED(L3::VrfName, vrf, Vrf)
+  KEL_TYPE_END
+};
+
+class ConfigDir : public Kel::Entity {
+  KEL_TYPE_BEGIN("L3::Intf::ConfigDir", ConfigDir, Kel::Entity)
+ public:
+  KEL_NAMED(ConfigDir, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, Config, intfConfig, IntfConfig)
+  KEL_TYPE_END
+};
+
+class Status : public Kel::Entity {
+  KEL_TYPE_BEGIN("L3::Intf::Status", Status, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(Status, ((Vantu::IntfId, intfId)))
+  KEL_STORED(L3::VrfName, vrf, Vrf)
+  KEL_TYPE_END
+};
+
+class StatusDir : public Kel::Entity {
+  KEL_TYPE_BEGIN("L3::Intf::StatusDir", StatusDir, Kel::Entity)
+ public:
+  KEL_NAMED(StatusDir, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, Status, intfStatus, IntfStatus)
+  KEL_TYPE_END
+};
+
+}  // namespace L3::Intf

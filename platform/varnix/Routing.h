@@ -1,0 +1,63 @@
+#pragma once
+// Routing configuration of the switch: whether it forwards, per IP version and VRF, and the value types of routes.
+
+#include "kel/Attribute.h"
+#include "kel/Entity.h"
+
+namespace Routing {
+
+// IPv4 routing of one VRF.
+class Config : public Kel::Entity {
+  KEL_TYPE_BEGIN("Routing::Config", Config, Kel::Entity)
+ public:
+  KEL_NAMED(Config, Kel::Entity)
+  KEL_STORED(bool, routing, Routing, false)  // true: packets are forwarded between interfaces
+  KEL_TYPE_END
+};
+
+// The configurations of the VRFs other than the default one.
+class VrfConfigDir : public Kel::Entity {
+  KEL_TYPE_BEGIN("Routing::VrfConfigDir", VrfConfigDir, Kel::Entity)
+ public:
+  KEL_NAMED(VrfConfigDir, Kel::Entity)
+  KEL_MEMBERS(Hashed, Kel::Name, Config, vrfConfig, VrfConfig)
+  KEL_TYPE_END
+};
+
+class RouteMetric {
+  KEL_VALUE_TYPE("Routing::RouteMetric", RouteMetric, ((std::uint32_t, value)))
+};
+
+namespace NexthopGroup {
+enum NexthopGroupType : int {
+  nexthopGroupUnknown = 0,
+  nexthopGroupIpInIp = 1,
+  nexthopGroupGre = 2,
+  nexthopGroupMpls = 3,
+  nexthopGroupMplsOverGre = 4,
+  nexthopGroupIp = 5
+};
+}  // namespace NexthopGroup
+
+}  // namespace Routing
+
+namespace Routing6 {
+
+// IPv6 routing of one VRF.
+class Config : public Kel::Entity {
+  KEL_TYPE_BEGIN("Routing6::Config", Config, Kel::Entity)
+ public:
+  KEL_NAMED(Config, Kel::Entity)
+  KEL_STORED(bool, routing, Routing, false)
+  KEL_TYPE_END
+};
+
+class VrfConfigDir : public Kel::Entity {
+  KEL_TYPE_BEGIN("Routing6::VrfConfigDir", VrfConfigDir, Kel::Entity)
+ public:
+  KEL_NAMED(VrfConfigDir, Kel::Entity)
+  KEL_MEMBERS(Hashed, Kel::Name, Config, vrfConfig, VrfConfig)
+  KEL_TYPE_END
+};
+
+}  // namespace Routing6

@@ -1,0 +1,18 @@
+#pragma once
+// The state of the SNMP agent, as those who wait for it see it.
+
+#include "kel/Attribute.h"
+#include "kel/Entity.h"
+
+namespace Snmp {
+
+class Status : public Kel::Entity {
+  KEL_TYPE_BEGIN("Snmp::Status", Status, Kel::Entity)
+ public:
+  KEL_NAMED(Status, Kel::Entity)
+  // Set by the hosting process when the first complete pass of a publisher is in the store.
+  KEL_STORED(bool, agentReady, AgentReady, false)
+  KEL_TYPE_END
+};
+
+}  // namespace Snmp

@@ -1,0 +1,38 @@
+#include "varnix/Tree.h"
+
+namespace Varnix {
+namespace {
+
+// Enters a new entity, named for the last component, under the directories of `path`.
+template <class T>
+Kel::Ptr<T> make(Kel::Ptr<Kel::Dir> dir, std::string_view path) {
+  for (auto slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/')) {
+    dir = dir->dirIs(Kel::Name(path.substr(0, slash)));
+    path.remove_prefix(slash + 1);
+  }
+  auto entity = Kel::makePtr<T>(Kel::Name(path));
+  dir->entityIs(entity);
+  return entity;
+}
+
+}  // namespace
+
+Tree::Tree(Kel::Ptr<Kel::Dir> top)
+    : root(std::move(top)),
+      routingConfig(make<Routing::Config>(root, "routing/config")),
+      routing6Config(make<Routing6::Config>(root, "routing6/config")),
+      routingVrfConfigDir(make<Routing::VrfConfigDir>(root, "routing/vrf/config")),
+      routing6VrfConfigDir(make<Routing6::VrfConfigDir>(root, "routing6/vrf/config")),
+      intfStatusDir(make<Interface::AllIntfStatusDir>(root, "interface/status")),
+      l3ConfigDir(make<L3::Intf::ConfigDir>(root, "l3/intf/config")),
+      l3StatusDir(make<L3::Intf::StatusDir>(root, "l3/intf/status")),
+      ipConfig(make<Ip::Config>(root, "ip/config")),
+      ipStatus(make<Ip::Status>(root, "ip/status")),
+      ip6Config(make<Ip6::Config>(root, "ip6/config")),
+      ip6Status(make<Ip6::Status>(root, "ip6/status")),
+      allVrfConfig(make<Ip::AllVrfConfig>(root, "ip/vrf/config")),
+      allVrfStatusGlobal(make<Ip::AllVrfStatusGlobal>(root, "ip/vrf/global")),
+      allVrfStatusLocal(make<Ip::AllVrfStatusLocal>(root, "ip/vrf/local")) {
+}
+
+}  // namespace Varnix

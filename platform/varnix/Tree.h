@@ -1,0 +1,53 @@
+#pragma once
+// The fixed part of the state database: the entities that exist whether anybody has published them or not.
+//
+// | path                | type                        |
+// |---------------------|-----------------------------|
+// | routing/config      | Routing::Config             |
+// | routing6/config     | Routing6::Config            |
+// | routing/vrf/config  | Routing::VrfConfigDir       |
+// | routing6/vrf/config | Routing6::VrfConfigDir      |
+// | interface/status    | Interface::AllIntfStatusDir |
+// | l3/intf/config      | L3::Intf::ConfigDir         |
+// | l3/intf/status      | L3::Intf::StatusDir         |
+// | ip/config           | Ip::Config                  |
+// | ip/status           | Ip::Status                  |
+// | ip6/config          | Ip6::Config                 |
+// | ip6/status          | Ip6::Status                 |
+// | ip/vrf/config       | Ip::AllVrfConfig            |
+// | ip/vrf/global       | Ip::AllVrfStatusGlobal      |
+// | ip/vrf/local        | Ip::AllVrfStatusLocal       |
+
+#include "kel/Dir.h"
+#include "varnix/Interface.h"
+#include "varnix/Ip.h"
+#include "varnix/Ip6.h"
+#include "varnix/L3.h"
+#include "varnix/Routing.h"
+
+namespace Varnix {
+
+// Typed handles into one such tree. A publisher fills a tree of its own and writes it to the store; an agent's tree
+// is filled from the store by its entity manager.
+struct Tree {
+  Kel::Ptr<Kel::Dir> root;
+  Kel::Ptr<Routing::Config> routingConfig;
+  Kel::Ptr<Routing6::Config> routing6Config;
+  Kel::Ptr<Routing::VrfConfigDir> routingVrfConfigDir;
+  Kel::Ptr<Routing6::VrfConfigDir> routing6VrfConfigDir;
+  Kel::Ptr<Interface::AllIntfStatusDir> intfStatusDir;
+  Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir;
+  Kel::Ptr<L3::Intf::StatusDir> l3StatusDir;
+  Kel::Ptr<Ip::Config> ipConfig;
+  Kel::Ptr<Ip::Status> ipStatus;
+  Kel::Ptr<Ip6::Config> ip6Config;
+  Kel::Ptr<Ip6::Status> ip6Status;
+  Kel::Ptr<Ip::AllVrfConfig> allVrfConfig;
+  Kel::Ptr<Ip::AllVrfStatusGlobal> allVrfStatusGlobal;
+  Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;
+
+  // Makes the entities in `root` (the directory "Varnix" of an agent, or a publisher's nameless one).
+  explicit Tree(Kel::Ptr<Kel::Dir> root);
+};
+
+}  // namespace Varnix
