@@ -104,7 +104,7 @@ TEST_F(FrameworkTest, contextsThatCannotBeEntered) {
 
 TEST(SnmpUtil, entitiesAreFoundFromTheRoot) {
   EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), nullptr);
-  auto root = Kel::makePtr<Kel::Dir>();
+  auto root = Kel::makePtr<Kel::Dir>("root");
   const auto ip = root->dirIs("snmp")->dirIs("ip");
   SnmpUtil::rootIs(root);
   EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), ip);

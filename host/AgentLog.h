@@ -1,0 +1,25 @@
+#pragma once
+// The agent's own lines in its log, which goes where the -L options send it.
+
+#include <fmt/format.h>
+#include <syslog.h>
+
+#include <string>
+#include <utility>
+
+namespace Host {
+
+// One line; `priority` is one of syslog's.
+void agentLog(int priority, const std::string& text);
+
+template <class... Args>
+void logError(fmt::format_string<Args...> format, Args&&... args) {
+  agentLog(LOG_ERR, fmt::format(format, std::forward<Args>(args)...));
+}
+
+template <class... Args>
+void logInfo(fmt::format_string<Args...> format, Args&&... args) {
+  agentLog(LOG_INFO, fmt::format(format, std::forward<Args>(args)...));
+}
+
+}  // namespace Host

@@ -1,0 +1,109 @@
+#include "host/AgentMain.h"
+
+#include <fmt/format.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <optional>
+
+#include "host/AgentLog.h"
+#include "host/NetSnmpAgent.h"
+#include "host/Process.h"
+#include "host/SignalFd.h"
+
+// systemd's readiness protocol, which the library implements but does not declare in a header.
+extern "C" int netsnmp_sd_notify(int unsetEnvironment, const char* state);
+
+namespace Host {
+
+namespace {
+
+// Runs a hook whose failure must not end the agent.
+template <class Hook>
+void guarded(const char* what, const Hook& hook) {
+  try {
+    hook();
+  } catch (const std::exception& error) {
+    logError("{}: {}", what, error.what());
+  }
+}
+
+void reload(NetSnmpAgent& agent, const AgentHooks& hooks) {
+  guarded("the configuration is not read again, the one in effect stays", [&] {
+    agent.readConfigurationAgain();
+    logInfo("the configuration has been read again");
+    if (hooks.reconfigured) hooks.reconfigured();
+  });
+}
+
+void handleSignals(SignalFd& signals, AgentLoop& loop, NetSnmpAgent& agent, const AgentHooks& hooks) {
+  while (const auto signal = signals.next()) {
+    if (*signal == SIGHUP) {
+      reload(agent, hooks);
+    } else {
+      loop.stop();
+    }
+  }
+}
+
+void serve(const AgentOptions& options, SignalFd& signals, NetSnmpAgent& agent, const AgentHooks& hooks) {
+  agent.readConfiguration();
+  agent.listen();
+  if (!options.isForeground) agent.goToBackground();
+  const PidFile pidFile(options.pidFile);
+  agent.settle();
+
+  AgentLoop loop;
+  loop.addFd(signals.fd(), [&] { handleSignals(signals, loop, agent, hooks); });
+  if (hooks.started) hooks.started(loop, options);
+  send_easy_trap(SNMP_TRAP_COLDSTART, 0);
+  netsnmp_sd_notify(1, "READY=1\n");
+  logInfo("version {} serves", QUORIN_VERSION);
+  loop.run();
+  logInfo("stopping");
+  if (hooks.stopping) guarded("stop", hooks.stopping);
+}
+
+int run(const AgentOptions& options, const AgentHooks& hooks) {
+  using Action = AgentOptions::Action;
+  switch (options.action) {
+    case Action::showHelp:
+      fmt::print("{}", AgentOptions::help());
+      return 0;
+    case Action::showVersion:
+      fmt::print("quorind {} (net-snmp {})\n", QUORIN_VERSION, netsnmp_get_version());
+      return 0;
+    case Action::showDirectives:
+      NetSnmpAgent(options).printDirectives();
+      return 0;
+    case Action::serve:
+      break;
+  }
+  signal(SIGPIPE, SIG_IGN);
+  SignalFd signals{SIGTERM, SIGINT, SIGHUP};
+  NetSnmpAgent agent(options);
+  try {
+    serve(options, signals, agent, hooks);
+    return 0;
+  } catch (const std::exception& error) {
+    logError("{}", error.what());  // while there still is a log to write to
+    return 1;
+  }
+}
+
+}  // namespace
+
+int agentMain(int argc, char* argv[], const AgentHooks& hooks) {
+  try {
+    return run(AgentOptions::fromCommandLine(argc, argv), hooks);
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "quorind: {}\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace Host

@@ -1,0 +1,15 @@
+#pragma once
+// The MIB modules of net-snmp's own agent that this agent serves, and no others: the system group with sysORTable,
+// the snmp group, the SNMP engine, message processing, USM and VACM tables. The stock modules for interfaces and IP
+// stay out: these objects are ours.
+
+namespace Host {
+
+// Registers them; to be called after init_agent and before the configuration is read.
+void initStockMibs();
+
+// From now on a SET of any object registered so far is refused with notWritable, whatever the access rules allow:
+// this agent is read-only. Objects registered later look after themselves.
+void refuseSets();
+
+}  // namespace Host
