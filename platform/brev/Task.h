@@ -1,0 +1,73 @@
+#pragma once
+// A piece of work of the scheduler: see TaskScheduler.h for how tasks run.
+
+#include <cstdint>
+#include <functional>
+
+#include "brev/TaskScheduler.h"
+#include "kel/Ptr.h"
+#include "kel/String.h"
+
+namespace Brev {
+
+class Task : public Kel::PtrInterface {
+ public:
+  // Gets the task that runs. It must not hold a handle to its own task: the task would never die.
+  using Function = std::function<void(Task&)>;
+
+  // `name` appears in traces and statistics. A lower `priority` runs first. Nothing runs before it is scheduled.
+  // Throws Kel::RangeException when `scheduler` is null or `function` empty.
+  Task(Kel::Ptr<TaskScheduler> scheduler, Kel::Name name, int priority, Function function);
+  ~Task() override;
+
+  const Kel::Name& name() const { return name_; }
+  int priority() const { return priority_; }
+  const Kel::Ptr<TaskScheduler>& scheduler() const { return scheduler_; }
+
+  // Queues the task to run once; nothing changes when it is queued already. Inside its own run: to run again.
+  virtual void scheduleTask();
+  // Takes the task out of the queue. A run that is on goes on.
+  virtual void cancelTask();
+  bool scheduled() const { return isQueued_; }
+
+  bool taskCurrentlyRunning() const { return scheduler_->runningTask() == this; }
+  // True when the run has used up the task's quantum or a request waits. False outside a run: nobody waits for it.
+  bool taskShouldYield() const { return taskCurrentlyRunning() && scheduler_->shouldYield(*this); }
+  // Seconds that a run may take before it should yield.
+  Kel::Seconds quantum() const { return quantum_; }
+  // Throws Kel::RangeException when `quantum` is not a number above 0.
+  void quantumIs(Kel::Seconds quantum);
+
+  // What the task reports of its work, in units of its own (prefixes, entries).
+  void taskWorkCountInc(std::uint64_t count = 1) { workCount_ += count; }
+  void taskWorkPendingIs(std::uint64_t pending) { workPending_ = pending; }
+
+  std::uint64_t workCount() const { return workCount_; }
+  std::uint64_t workPending() const { return workPending_; }
+  std::uint64_t runCount() const { return runCount_; }
+  Kel::Seconds totalSeconds() const { return totalSeconds_; }
+  Kel::Seconds longestRunSeconds() const { return longestRunSeconds_; }
+
+ private:
+  friend class TaskScheduler;
+  // Called when a run begins, before the function.
+  virtual void runBegins() {}
+
+  const Kel::Ptr<TaskScheduler> scheduler_;
+  const Kel::Name name_;
+  const int priority_;
+  const Function function_;
+  Kel::Seconds quantum_ = TaskScheduler::defaultQuantum;
+
+  bool isQueued_ = false;
+  TaskScheduler::Sequence queueSequence_ = 0;
+  std::uint64_t lastBatch_ = 0;
+
+  std::uint64_t workCount_ = 0;
+  std::uint64_t workPending_ = 0;
+  std::uint64_t runCount_ = 0;
+  Kel::Seconds totalSeconds_ = 0;
+  Kel::Seconds longestRunSeconds_ = 0;
+};
+
+}  // namespace Brev

@@ -1,0 +1,133 @@
+#include "brev/TaskScheduler.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+
+#include "brev/Task.h"
+#include "brev/TimerTask.h"
+#include "kel/Trace.h"
+
+namespace Brev {
+namespace {
+
+Kel::TraceHandle traceHandle("TaskScheduler");
+
+}  // namespace
+
+bool TaskScheduler::runReady() {
+  if (inBatch_) return !idle();
+  // A task may let go of the last handle.
+  const Kel::Ptr<TaskScheduler> self(this);
+  inBatch_ = true;
+  ++batch_;
+  if (isTimerSet_ && descriptor_.timerTake()) isTimerSet_ = false;
+  queueDueTimers();
+  const Kel::Seconds start = Kel::System::currentTime();
+  // A task that has run in this batch ends it, though others may wait behind it: their turn is after its.
+  while (!queue_.empty() && queue_.begin()->second->lastBatch_ != batch_) {
+    run(queue_.begin()->second);
+    if (Kel::System::currentTime() - start >= defaultQuantum || (requestWaits_ && requestWaits_())) break;
+  }
+  inBatch_ = false;
+  settle();
+  return !idle();
+}
+
+void TaskScheduler::run(Task* next) {
+  // Keeps the function alive while it runs, whoever lets go of the task.
+  const Kel::Ptr<Task> task(next);
+  queueDel(next);
+  task->lastBatch_ = batch_;
+  running_ = next;
+  runStart_ = Kel::System::currentTime();
+  requestCheckTime_ = -std::numeric_limits<Kel::Seconds>::infinity();
+  requestSeen_ = false;
+  try {
+    task->runBegins();
+    task->function_(*task);
+  } catch (const std::exception& error) {
+    QTRACE(traceHandle, 0) << "task \"" << task->name() << "\" ended with an exception: " << error.what();
+  } catch (...) {
+    QTRACE(traceHandle, 0) << "task \"" << task->name() << "\" ended with an exception of unknown type";
+  }
+  running_ = nullptr;
+  const Kel::Seconds seconds = Kel::System::currentTime() - runStart_;
+  ++task->runCount_;
+  task->totalSeconds_ += seconds;
+  task->longestRunSeconds_ = std::max(task->longestRunSeconds_, seconds);
+}
+
+bool TaskScheduler::shouldYield(const Task& task) {
+  const Kel::Seconds now = Kel::System::currentTime();
+  // Asking the host is a system call as a rule, and this is called once per entry of a long pass.
+  if (!requestSeen_ && requestWaits_ && now - requestCheckTime_ >= requestCheckInterval) {
+    requestCheckTime_ = now;
+    requestSeen_ = requestWaits_();
+  }
+  return requestSeen_ || now - runStart_ >= task.quantum();
+}
+
+void TaskScheduler::queueDueTimers() {
+  const Kel::Seconds now = Kel::System::currentTime();
+  while (!timers_.empty() && timers_.begin()->first.first <= now) {
+    TimerTask* const task = timers_.begin()->second;
+    timerDel(task);
+    queueIs(task);
+  }
+}
+
+std::vector<Kel::Ptr<const Task>> TaskScheduler::tasks() const {
+  return {tasks_.begin(), tasks_.end()};
+}
+
+void TaskScheduler::taskDel(Task* task) {
+  std::erase(tasks_, task);
+}
+
+void TaskScheduler::queueIs(Task* task) {
+  if (task->isQueued_) return;
+  task->isQueued_ = true;
+  task->queueSequence_ = ++sequence_;
+  queue_.emplace(std::pair(task->priority_, task->queueSequence_), task);
+  settle();
+}
+
+void TaskScheduler::queueDel(Task* task) {
+  if (!task->isQueued_) return;
+  task->isQueued_ = false;
+  queue_.erase({task->priority_, task->queueSequence_});
+  settle();
+}
+
+void TaskScheduler::timerIs(TimerTask* task) {
+  timerDel(task);
+  task->isWaiting_ = true;
+  task->timerSequence_ = ++sequence_;
+  timers_.emplace(std::pair(task->due_, task->timerSequence_), task);
+  settle();
+}
+
+void TaskScheduler::timerDel(TimerTask* task) {
+  if (!task->isWaiting_) return;
+  task->isWaiting_ = false;
+  timers_.erase({task->due_, task->timerSequence_});
+  settle();
+}
+
+void TaskScheduler::settle() {
+  if (inBatch_) return;
+  descriptor_.readableIs(!queue_.empty());
+  if (timers_.empty()) {
+    if (isTimerSet_) descriptor_.timerDel();
+    isTimerSet_ = false;
+    return;
+  }
+  const Kel::Seconds due = timers_.begin()->first.first;
+  if (isTimerSet_ && timerSetFor_ == due) return;
+  descriptor_.timerIs(due - Kel::System::currentTime());
+  isTimerSet_ = true;
+  timerSetFor_ = due;
+}
+
+}  // namespace Brev
