@@ -52,6 +52,7 @@ struct CommitResult {
 
 class Publisher;
 class PublisherImpl;
+struct BatchOps;
 
 // Changes that take effect together, in the order given, or not at all. They are collected in memory and written by
 // `commit` in one transaction; a batch that is destroyed without commit leaves no trace.
@@ -76,11 +77,10 @@ class Batch {
 
  private:
   friend class Publisher;
-  struct Ops;
-  Batch(PublisherImpl& publisher);
+  explicit Batch(PublisherImpl& publisher);
   void add(TableId table, bool deletion, Bytes key, Bytes value);
   PublisherImpl* publisher_;
-  std::unique_ptr<Ops> ops_;
+  std::unique_ptr<BatchOps> ops_;
 };
 
 class Publisher {

@@ -38,8 +38,8 @@ class Scrubber {
 
  private:
   Outcome walk(std::size_t budget);
-  Outcome finishTable();
-  void beginTable(std::size_t index);
+  Outcome nextTable();
+  void beginRound();
 
   Kel::Ptr<Mount> mount_;
   std::size_t table_ = 0;  // index in knownTables

@@ -1,0 +1,12 @@
+#include "quillo/Corruption.h"
+
+#include <fmt/format.h>
+
+namespace Pesk {
+
+CorruptionDetectedException::CorruptionDetectedException(std::string_view store, std::string_view table,
+                                                         std::string_view key, std::string_view what)
+    : Exception(fmt::format("store {} is damaged: table {}, key \"{}\": {}", store, table, key, what)) {
+}
+
+}  // namespace Pesk

@@ -1,0 +1,322 @@
+#include "quillo/Environment.h"
+
+#include <fmt/format.h>
+#include <lmdb.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <xxhash.h>
+
+#include <cerrno>
+#include <cstring>
+#include <random>
+
+#include "kel/System.h"
+#include "quillo/StoreFiles.h"
+
+namespace Quillo {
+
+namespace {
+
+using Kind = StoreException::Kind;
+
+constexpr Bytes magic = "QUORINST";
+constexpr std::size_t identityBytes = 40;
+constexpr unsigned maxReaders = 512;
+constexpr const char* indexNames[] = {"quorin.records", "quorin.journal", "quorin.graves", "quorin.grave-order"};
+
+std::string makeIdentity(std::uint64_t generation) {
+  std::string bytes(magic);
+  appendU64(bytes, formatVersion);  // four bytes of version, four that are zero
+  appendU64(bytes, generation);
+  double now = Kel::System::currentTime();
+  std::uint64_t nowBits;
+  std::memcpy(&nowBits, &now, sizeof nowBits);
+  appendU64(bytes, nowBits);
+  appendU64(bytes, XXH3_64bits(bytes.data(), bytes.size()));
+  return bytes;
+}
+
+std::uint64_t newGeneration() {
+  std::random_device random;
+  std::uint64_t generation = (static_cast<std::uint64_t>(random()) << 32) | random();
+  return generation != 0 ? generation : 1;
+}
+
+MDB_val toVal(Bytes bytes) {
+  return {bytes.size(), const_cast<char*>(bytes.data())};
+}
+
+}  // namespace
+
+std::string statusText(int status) {
+  return status == mappingFault ? "fault in the mapping of data.mdb (the file was cut short, or a page is damaged)"
+                                : mdb_strerror(status);
+}
+
+std::string identityKey() {
+  return std::string("\0store", 6);
+}
+
+Environment::Environment(const std::string& directory, Access access, std::size_t mapBytes)
+    : directory_(directory) {
+  faultGuardInstall();
+  struct stat before {};
+  bool fresh = ::stat(dataFile(directory).c_str(), &before) != 0 || before.st_size == 0;
+  bool hadLockFile = ::stat(lockFile(directory).c_str(), &before) == 0;
+  try {
+    open(access, mapBytes);
+    readIdentity(access);
+  } catch (...) {
+    close();
+    // Half of a new store, or a lock file beside a file that is not ours, would only puzzle whoever looks next.
+    if (access == Access::publish && fresh) {
+      ::unlink(dataFile(directory).c_str());
+    }
+    if (access == Access::publish && !hadLockFile) {
+      ::unlink(lockFile(directory).c_str());
+    }
+    throw;
+  }
+}
+
+Environment::~Environment() {
+  close();
+}
+
+void Environment::close() {
+  if (env_ != nullptr) {
+    MDB_env* env = env_;
+    env_ = nullptr;
+    guarded([env] {
+      mdb_env_close(env);
+      return 0;
+    });
+  }
+}
+
+void Environment::open(Access access, std::size_t mapBytes) {
+  int status = mdb_env_create(&env_);
+  if (status != 0) {
+    fail(status, access);
+  }
+  mdb_env_set_maxdbs(env_, std::size(indexNames));
+  mdb_env_set_maxreaders(env_, maxReaders);
+  mdb_env_set_assert(env_, faultGuardAssertion);
+  if (access == Access::publish) {
+    mdb_env_set_mapsize(env_, mapBytes);
+  }
+  // NOTLS: a reader's slot belongs to its transaction object, which is kept and renewed. NOSYNC: tmpfs does not
+  // outlive the machine, so there is nothing to flush for.
+  unsigned flags = MDB_NOTLS | (access == Access::read ? MDB_RDONLY : MDB_NOSYNC);
+  status = guarded([&] { return mdb_env_open(env_, directory_.c_str(), flags, 0644); });
+  if (status != 0) {
+    fail(status, access);
+  }
+  int fd = -1;
+  mdb_env_get_fd(env_, &fd);
+  struct stat opened {};
+  if (::fstat(fd, &opened) != 0) {
+    fail(errno, access);
+  }
+  device_ = opened.st_dev;
+  inode_ = opened.st_ino;
+  // Between the opening of the two files the store may have been replaced: then the lock file is not this one's.
+  if (access == Access::read && replaced()) {
+    throw StoreException(Kind::notReady, fmt::format("store {} is being replaced", directory_));
+  }
+}
+
+bool Environment::replaced() const {
+  struct stat named {};
+  return ::stat(dataFile(directory_).c_str(), &named) != 0 || named.st_dev != device_ || named.st_ino != inode_;
+}
+
+std::size_t Environment::mapBytes() const {
+  MDB_envinfo info{};
+  guarded([&] { return mdb_env_info(env_, &info); });
+  return info.me_mapsize;
+}
+
+// An index is missing in a store that is being made, and in a file that is not ours.
+bool Environment::openIndexes(MDB_txn* txn) {
+  for (std::size_t i = 0; i < std::size(indexNames); ++i) {
+    int status = guarded([&] { return mdb_dbi_open(txn, indexNames[i], 0, &indexes_[i]); });
+    if (status == MDB_NOTFOUND || status == MDB_INCOMPATIBLE) {
+      return false;
+    }
+    if (status != 0) {
+      throw StoreException(
+          Kind::damaged,
+          fmt::format("store {} is damaged: its index {} cannot be opened ({}); begin a new one with "
+                      "quorin-mirrord --recreate",
+                      directory_, indexNames[i], statusText(status)));
+    }
+  }
+  return true;
+}
+
+void Environment::readIdentity(Access access) {
+  MDB_txn* txn = nullptr;
+  int status = guarded([&] { return mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn); });
+  if (access == Access::read && status == MDB_MAP_RESIZED) {
+    status = guarded([&] {
+      int resized = mdb_env_set_mapsize(env_, 0);
+      return resized != 0 ? resized : mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    });
+  }
+  if (status != 0) {
+    fail(status, access);
+  }
+  bool complete = false;
+  MDB_stat stat{};
+  try {
+    complete = openIndexes(txn);
+    if (complete) {
+      checkIdentity(txn);
+    } else {
+      guarded([&] { return mdb_env_stat(env_, &stat); });
+    }
+  } catch (...) {
+    guarded([txn] {
+      mdb_txn_abort(txn);
+      return 0;
+    });
+    throw;
+  }
+  // Committing a read transaction keeps the index handles.
+  status = guarded([txn] { return mdb_txn_commit(txn); });
+  if (status != 0) {
+    fail(status, access);
+  }
+  if (complete) {
+    return;
+  }
+  if (stat.ms_entries != 0) {
+    throw StoreException(
+        Kind::foreign,
+        fmt::format("{} is a database of another program, not a store; choose another directory with "
+                    "--store, or set the file aside with quorin-mirrord --recreate",
+                    dataFile(directory_)));
+  }
+  if (access == Access::read) {
+    throw StoreException(Kind::notReady, fmt::format("store {} is being made", directory_));
+  }
+  create();
+}
+
+void Environment::checkIdentity(MDB_txn* txn) {
+  std::string key = identityKey();
+  MDB_val keyVal = toVal(key);
+  char bytes[identityBytes];
+  std::size_t size = 0;
+  int status = guarded([&] {
+    MDB_val value;
+    int got = mdb_get(txn, index(Place::records), &keyVal, &value);
+    if (got == 0) {
+      size = value.mv_size;
+      std::memcpy(bytes, value.mv_data, size < sizeof bytes ? size : sizeof bytes);
+    }
+    return got;
+  });
+  Bytes identity(bytes, size < sizeof bytes ? size : sizeof bytes);
+  bool ours = status == 0 && identity.size() >= 16 && identity.substr(0, magic.size()) == magic;
+  std::uint32_t version = ours ? static_cast<std::uint32_t>(readU64(identity, 8)) : 0;
+  if (ours && version != formatVersion) {
+    throw StoreException(
+        Kind::version,
+        fmt::format("store {} has format version {}, this program knows version {}; use the matching "
+                    "program, or begin a new store with quorin-mirrord --recreate",
+                    directory_, version, formatVersion));
+  }
+  if (!ours || size != identityBytes || readU64(identity, 32) != XXH3_64bits(bytes, 32)) {
+    throw StoreException(
+        Kind::damaged, fmt::format("store {} is damaged: its identity record does not pass the check ({}); begin a "
+                                   "new one with quorin-mirrord --recreate",
+                                   directory_, status == 0 ? "wrong bytes" : statusText(status)));
+  }
+  generation_ = readU64(identity, 16);
+}
+
+void Environment::create() {
+  generation_ = newGeneration();
+  std::string key = identityKey();
+  std::string identity = makeIdentity(generation_);
+  MDB_txn* txn = nullptr;
+  int status = mdb_txn_begin(env_, nullptr, 0, &txn);
+  for (std::size_t i = 0; status == 0 && i < std::size(indexNames); ++i) {
+    status = mdb_dbi_open(txn, indexNames[i], MDB_CREATE, &indexes_[i]);
+  }
+  if (status == 0) {
+    MDB_val keyVal = toVal(key);
+    MDB_val value = toVal(identity);
+    status = mdb_put(txn, index(Place::records), &keyVal, &value, 0);
+  }
+  if (status == 0) {
+    status = mdb_txn_commit(txn);
+  } else if (txn != nullptr) {
+    mdb_txn_abort(txn);
+  }
+  if (status != 0) {
+    fail(status, Access::publish);
+  }
+}
+
+void Environment::fail(int status, Access access) const {
+  std::string file = dataFile(directory_);
+  switch (status) {
+    case MDB_INVALID:
+      throw StoreException(
+          Kind::foreign, fmt::format("{} is not a store, or its first pages are damaged; choose another directory "
+                                     "with --store, or set the file aside with quorin-mirrord --recreate",
+                                     file));
+    case MDB_VERSION_MISMATCH:
+      throw StoreException(
+          Kind::version,
+          fmt::format("{} was written by another version of the storage engine (this is {}); use the "
+                      "matching program, or begin a new store with quorin-mirrord --recreate",
+                      file, mdb_version(nullptr, nullptr, nullptr)));
+    case ENOENT:
+      throw StoreException(access == Access::read ? Kind::notReady : Kind::directory,
+                           fmt::format("no store in {} yet; start a publisher (quorin-mirrord)", directory_));
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      if (access == Access::read && ::access(file.c_str(), R_OK) == 0) {
+        struct stat lock {};
+        ::stat(lockFile(directory_).c_str(), &lock);
+        throw StoreException(
+            Kind::permission,
+            fmt::format("cannot write {} as user {}: readers must be able to; run as a member of the "
+                        "file's group (gid {})",
+                        lockFile(directory_), ::geteuid(), lock.st_gid));
+      }
+      throw StoreException(
+          Kind::permission,
+          fmt::format("cannot {} {} as user {}: {}; give this user access to the directory, or choose "
+                      "another one with --store",
+                      access == Access::read ? "read" : "write", file, ::geteuid(), std::strerror(status)));
+    case ENOSPC:
+    case EDQUOT:
+      throw StoreException(Kind::full,
+                           fmt::format("no space for a store in {}: {}; make room there, or choose another "
+                                       "directory with --store",
+                                       directory_, std::strerror(status)));
+    case MDB_READERS_FULL:
+      throw StoreException(
+          Kind::full, fmt::format("store {} has {} readers already; stop one of them", directory_, maxReaders));
+    case mappingFault:
+    case MDB_CORRUPTED:
+    case MDB_PAGE_NOTFOUND:
+    case MDB_PANIC:
+      throw StoreException(Kind::damaged,
+                           fmt::format("store {} is damaged: {}; begin a new one with quorin-mirrord --recreate",
+                                       directory_, statusText(status)));
+    default:
+      throw StoreException(Kind::directory,
+                           fmt::format("cannot open store {}: {}; check the directory, or choose another one with "
+                                       "--store",
+                                       directory_, statusText(status)));
+  }
+}
+
+}  // namespace Quillo

@@ -1,0 +1,71 @@
+#pragma once
+// One open store file and the identity that it bears. Internal to the store.
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "quillo/FaultGuard.h"
+#include "quillo/Record.h"
+#include "quillo/StoreException.h"
+
+struct MDB_env;
+struct MDB_txn;
+
+namespace Quillo {
+
+inline constexpr std::uint32_t formatVersion = 1;
+
+class Environment {
+ public:
+  enum class Access { read, publish };
+
+  // Opens the file and its indexes and checks who wrote it. Publishing, an absent or empty file becomes a new
+  // store. Reading, a store that is not there yet or not complete yet is a StoreException `notReady`. All other
+  // StoreExceptions are final for the file as it stands. Nothing is changed in a file that is not our store.
+  Environment(const std::string& directory, Access access, std::size_t mapBytes);
+  ~Environment();
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+  MDB_env* handle() const { return env_; }
+  unsigned index(Place place) const { return indexes_[static_cast<std::size_t>(place)]; }
+  const std::string& directory() const { return directory_; }
+  std::uint64_t generation() const { return generation_; }
+
+  // The file lies under its name no more.
+  bool replaced() const;
+  // Bytes of address space.
+  std::size_t mapBytes() const;
+
+  // A fault was met in the mapping: what the storage engine keeps in memory may be half done.
+  bool faulted() const { return faulted_; }
+  void faultedIs() { faulted_ = true; }
+
+ private:
+  void open(Access access, std::size_t mapBytes);
+  void readIdentity(Access access);
+  bool openIndexes(MDB_txn* txn);
+  void checkIdentity(MDB_txn* txn);
+  void create();
+  [[noreturn]] void fail(int status, Access access) const;
+  void close();
+
+  std::string directory_;
+  MDB_env* env_ = nullptr;
+  unsigned indexes_[4] = {};
+  std::uint64_t generation_ = 0;
+  bool faulted_ = false;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+};
+
+// "<what>" for a status of the storage engine or of the fault guard.
+std::string statusText(int status);
+
+// Key of the store's identity in the index of records. Its value is readable in every format version:
+// docs/store-format.md.
+std::string identityKey();
+
+}  // namespace Quillo

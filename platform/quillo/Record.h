@@ -1,0 +1,41 @@
+#pragma once
+// One record as it lies in the store: a fixed header, then the value. Layout in docs/store-format.md. Internal to
+// the store.
+
+#include <cstdint>
+#include <string>
+
+#include "quillo/Table.h"
+
+namespace Quillo {
+
+// Which of the store's indexes a record lies in; part of the checksum, so that a page that turns up in the wrong
+// index is noticed. The numbers are part of the format.
+enum class Place : std::uint8_t { records = 0, journal = 1, graves = 2, graveOrder = 3 };
+
+inline constexpr std::size_t recordHeaderBytes = 24;
+
+struct RecordView {
+  std::uint64_t checksum = 0;
+  std::uint64_t seq = 0;
+  std::uint16_t layout = 0;
+  Bytes value;  // points into the bytes that were decoded
+};
+
+// Replaces `out` by the record of that key.
+void recordEncode(std::string& out, Place place, Bytes key, std::uint64_t seq, std::uint16_t layout, Bytes value);
+// The checksum of the record that recordEncode made.
+std::uint64_t recordChecksum(Bytes record);
+// Null when the record is sound, else what is wrong with it.
+const char* recordDecode(RecordView& out, Place place, Bytes key, Bytes record);
+
+// Fixed-size numbers in keys (big-endian, so that memcmp orders them) and in values (little-endian).
+std::string seqKey(std::uint64_t seq);
+std::uint64_t seqOfKey(Bytes key);
+void appendU64(std::string& out, std::uint64_t value);
+std::uint64_t readU64(Bytes bytes, std::size_t offset);
+
+// The key in the index of records: the table's number, then the table's own key.
+std::string recordKey(TableId table, Bytes key);
+
+}  // namespace Quillo

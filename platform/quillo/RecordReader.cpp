@@ -1,0 +1,188 @@
+#include "quillo/RecordReader.h"
+
+#include <fmt/format.h>
+#include <lmdb.h>
+
+#include <cstring>
+
+namespace Quillo {
+
+namespace {
+
+constexpr std::size_t maxRecordBytes = maxValueBytes + recordHeaderBytes;
+constexpr std::size_t usualRecordBytes = 512;
+
+std::string placeName(Place place, Bytes key) {
+  switch (place) {
+    case Place::journal:
+      return "journal";
+    case Place::graves:
+      return "graves";
+    case Place::graveOrder:
+      return "grave order";
+    case Place::records:
+      break;
+  }
+  if (key.empty() || key[0] == '\0') {
+    return "of the store itself";
+  }
+  auto number = static_cast<unsigned char>(key[0]);
+  for (const TableInfo& info : knownTables) {
+    if (static_cast<unsigned char>(info.id) == number) {
+      return std::string(info.name);
+    }
+  }
+  return fmt::format("number {}", number);
+}
+
+std::string keyName(Place place, Bytes key) {
+  if (place == Place::journal || place == Place::graveOrder) {
+    return fmt::format("{}", seqOfKey(key));
+  }
+  return printableKey(key.empty() ? key : key.substr(1));
+}
+
+void growTo(std::string& buffer, std::size_t size) {
+  buffer.resize(size > usualRecordBytes ? size : usualRecordBytes);
+}
+
+}  // namespace
+
+void damageDetected(Environment& env, Place place, Bytes key, const std::string& what) {
+  throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key), what);
+}
+
+void damageDetected(Environment& env, Place place, Bytes key, int status) {
+  if (status == mappingFault) {
+    env.faultedIs();
+  }
+  damageDetected(env, place, key, statusText(status));
+}
+
+std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer) {
+  if (env.faulted()) {
+    damageDetected(env, place, key, mappingFault);
+  }
+  MDB_dbi index = env.index(place);
+  std::size_t size = 0;
+  auto fetch = [&] {
+    char* to = buffer.data();
+    std::size_t capacity = buffer.size();
+    return guarded([&, to, capacity] {
+      MDB_val keyVal{key.size(), const_cast<char*>(key.data())};
+      MDB_val value;
+      int got = mdb_get(txn, index, &keyVal, &value);
+      if (got == 0) {
+        size = value.mv_size;
+        if (size <= capacity) {
+          std::memcpy(to, value.mv_data, size);
+        }
+      }
+      return got;
+    });
+  };
+  int status = fetch();
+  if (status == 0 && size > buffer.size()) {
+    if (size > maxRecordBytes) {
+      damageDetected(env, place, key, fmt::format("record of {} bytes", size));
+    }
+    growTo(buffer, size);
+    status = fetch();
+  }
+  if (status == MDB_NOTFOUND) {
+    return std::nullopt;
+  }
+  if (status != 0) {
+    damageDetected(env, place, key, status);
+  }
+  RecordView view;
+  if (const char* what = recordDecode(view, place, key, Bytes(buffer.data(), size))) {
+    damageDetected(env, place, key, std::string(what));
+  }
+  return view;
+}
+
+RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place) : env_(env), place_(place) {
+  if (env.faulted()) {
+    damageDetected(env, place, {}, mappingFault);
+  }
+  MDB_dbi index = env.index(place);
+  int status = guarded([&] { return mdb_cursor_open(txn, index, &cursor_); });
+  if (status != 0) {
+    damageDetected(env, place, {}, status);
+  }
+}
+
+RecordCursor::~RecordCursor() {
+  mdb_cursor_close(cursor_);
+}
+
+bool RecordCursor::seek(Bytes lowerBound) {
+  previous_.clear();
+  keySize_ = 0;
+  return move(lowerBound.empty() ? MDB_FIRST : MDB_SET_RANGE, lowerBound);
+}
+
+bool RecordCursor::next() {
+  previous_.assign(key_, keySize_);
+  return move(MDB_NEXT, {});
+}
+
+int RecordCursor::fetch(int operation, Bytes lowerBound) {
+  char* to = buffer_.data();
+  std::size_t capacity = buffer_.size();
+  return guarded([&, to, capacity] {
+    MDB_val keyVal{lowerBound.size(), const_cast<char*>(lowerBound.data())};
+    MDB_val value{};
+    int got = mdb_cursor_get(cursor_, &keyVal, &value, static_cast<MDB_cursor_op>(operation));
+    if (got != 0) {
+      return got;
+    }
+    if (keyVal.mv_size > engineKeyBytes) {
+      return MDB_CORRUPTED;
+    }
+    keySize_ = keyVal.mv_size;
+    std::memcpy(key_, keyVal.mv_data, keySize_);
+    size_ = value.mv_size;
+    if (size_ <= capacity) {
+      std::memcpy(to, value.mv_data, size_);
+    }
+    return 0;
+  });
+}
+
+bool RecordCursor::move(int operation, Bytes lowerBound) {
+  Bytes asked = operation == MDB_NEXT ? Bytes(previous_) : lowerBound;
+  if (env_.faulted()) {
+    damageDetected(env_, place_, asked, mappingFault);
+  }
+  int status = fetch(operation, lowerBound);
+  if (status == 0 && size_ > buffer_.size()) {
+    if (size_ > maxRecordBytes) {
+      damageDetected(env_, place_, key(), fmt::format("record of {} bytes", size_));
+    }
+    growTo(buffer_, size_);
+    status = fetch(MDB_GET_CURRENT, {});
+  }
+  if (status == MDB_NOTFOUND) {
+    return false;
+  }
+  if (status != 0) {
+    damageDetected(env_, place_, asked, status);
+  }
+  // A damaged tree can lead a walk back to where it was, for ever.
+  bool ascends = operation == MDB_NEXT ? key() > asked : key() >= asked;
+  if (!ascends) {
+    damageDetected(env_, place_, key(), std::string("key out of order"));
+  }
+  // The store's identity keeps one form through all versions and has its own check: it is not a record.
+  if (place_ == Place::records && key() == identityKey()) {
+    return next();
+  }
+  if (const char* what = recordDecode(record_, place_, key(), Bytes(buffer_.data(), size_))) {
+    damageDetected(env_, place_, key(), std::string(what));
+  }
+  return true;
+}
+
+}  // namespace Quillo

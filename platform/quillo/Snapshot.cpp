@@ -1,0 +1,134 @@
+#include "quillo/Snapshot.h"
+
+#include <fmt/format.h>
+
+#include "quillo/View.h"
+
+namespace Quillo {
+
+namespace {
+
+void checkLayout(Environment& env, TableId table, Bytes key, const RecordView& record) {
+  std::uint16_t known = tableInfo(table).layout;
+  if (record.layout != known) {
+    damageDetected(env, Place::records, key,
+                   fmt::format("record has layout {}, this program knows {}", record.layout, known));
+  }
+}
+
+}  // namespace
+
+Scan::Scan(std::shared_ptr<View> view, TableId table, Bytes lowerBound)
+    : view_(std::move(view)),
+      cursor_(std::make_unique<RecordCursor>(view_->store->env, view_->store->txn, Place::records)),
+      table_(table) {
+  settle(cursor_->seek(recordKey(table, lowerBound)));
+}
+
+Scan::Scan(Scan&&) noexcept = default;
+Scan::~Scan() = default;
+
+void Scan::settle(bool found) {
+  valid_ = found && static_cast<TableId>(cursor_->key()[0]) == table_;
+  if (valid_) {
+    checkLayout(view_->store->env, table_, cursor_->key(), cursor_->record());
+  }
+}
+
+void Scan::next() {
+  settle(cursor_->next());
+}
+
+Bytes Scan::key() const {
+  return cursor_->key().substr(1);
+}
+
+Bytes Scan::value() const {
+  return cursor_->record().value;
+}
+
+std::uint64_t Scan::seq() const {
+  return cursor_->record().seq;
+}
+
+std::uint64_t Scan::checksum() const {
+  return cursor_->record().checksum;
+}
+
+Snapshot::Snapshot(std::shared_ptr<View> view) : view_(std::move(view)) {
+}
+Snapshot::Snapshot(Snapshot&&) noexcept = default;
+Snapshot::~Snapshot() = default;
+
+std::uint64_t Snapshot::generation() const {
+  return view_->store->env.generation();
+}
+
+std::uint64_t Snapshot::seq() const {
+  return view_->head.seq;
+}
+
+Bookmark Snapshot::bookmark() const {
+  return {generation(), view_->epoch, seq()};
+}
+
+std::optional<Bytes> Snapshot::get(TableId table, Bytes key) {
+  if (key.size() > maxKeyBytes) {
+    return std::nullopt;  // no publisher can have put it
+  }
+  char name[maxKeyBytes + 1];
+  name[0] = static_cast<char>(table);
+  key.copy(name + 1, key.size());
+  Bytes whole(name, key.size() + 1);
+  Environment& env = view_->store->env;
+  std::optional<RecordView> record = readRecord(env, view_->store->txn, Place::records, whole, buffer_);
+  if (!record) {
+    return std::nullopt;
+  }
+  checkLayout(env, table, whole, *record);
+  return record->value;
+}
+
+Scan Snapshot::scan(TableId table, Bytes lowerBound) const {
+  // No key lies between a bound that is too long and its beginning of the longest size, except that one itself.
+  return Scan(view_, table, lowerBound.substr(0, maxKeyBytes));
+}
+
+Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) const {
+  Changes result;
+  result.next = this->bookmark();
+  bool sameStore = bookmark.generation == result.next.generation && bookmark.epoch == result.next.epoch;
+  if (!sameStore || bookmark.seq < view_->head.floor || bookmark.seq > result.next.seq) {
+    result.tooOld = true;
+    return result;
+  }
+  if (bookmark.seq == result.next.seq) {
+    return result;
+  }
+  Environment& env = view_->store->env;
+  RecordCursor cursor(env, view_->store->txn, Place::journal);
+  for (bool found = cursor.seek(seqKey(bookmark.seq + 1)); found; found = cursor.next()) {
+    if (result.changes.size() >= limit) {
+      result.more = true;
+      result.next.seq = result.changes.back().seq;
+      break;
+    }
+    Bytes entry = cursor.record().value;
+    if (entry.size() < 2) {
+      damageDetected(env, Place::journal, cursor.key(), std::string("entry too short"));
+    }
+    result.changes.push_back({seqOfKey(cursor.key()), static_cast<TableId>(entry[1]),
+                              static_cast<Change::Kind>(entry[0]), std::string(entry.substr(2))});
+  }
+  return result;
+}
+
+std::optional<CompletePass> Snapshot::completePass() const {
+  return readPass(view_->store->env, view_->store->txn);
+}
+
+TableState Snapshot::tableState(TableId table) const {
+  return readTableState(view_->store->env, view_->store->txn, table);
+}
+
+}  // namespace Quillo

@@ -1,0 +1,56 @@
+#pragma once
+// One write transaction: records, journal, tombstones and table states move together. Internal to the store.
+
+#include <map>
+#include <string>
+
+#include "quillo/Meta.h"
+
+namespace Quillo {
+
+// A status of the storage engine that stopped the transaction; the publisher decides what it means.
+struct WriteFailure {
+  int status;
+};
+
+using TableStates = std::map<TableId, TableState>;
+
+class Writer {
+ public:
+  // Begins the transaction. All operations throw WriteFailure or Pesk::CorruptionDetectedException; without commit,
+  // or when it throws, nothing is written.
+  Writer(Environment& env, const Head& head, const TableStates& states, std::uint64_t tombstoneLimit);
+  ~Writer();
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  // True when it was a change.
+  bool put(TableId table, Bytes key, Bytes value);
+  bool del(TableId table, Bytes key);
+  // Records a complete pass at the head as it will be committed; `pass.seq` is filled in.
+  void passIs(CompletePass pass);
+
+  void commit();
+
+  const Head& head() const { return head_; }
+  const TableStates& states() const { return states_; }
+
+ private:
+  void store(Place place, const std::string& key, std::uint64_t seq, std::uint16_t layout, Bytes value,
+             unsigned flags);
+  void erase(Place place, const std::string& key);
+  void journalIs(std::uint64_t seq, Change::Kind kind, const std::string& key);
+  void tombstoneDel(const std::string& key);
+  void dropTombstones();
+  TableState& stateOf(TableId table);
+
+  Environment& env_;
+  MDB_txn* txn_ = nullptr;
+  Head head_;
+  TableStates states_;
+  std::uint64_t tombstoneLimit_;
+  std::string old_;     // the record being replaced
+  std::string record_;  // the record being made
+};
+
+}  // namespace Quillo
