@@ -67,11 +67,15 @@ class Client:
             return error.reason
         return ""
 
-    def answers(self):
+    def has(self, oid):
+        """Whether the agent answers and has the object."""
         try:
-            return self.get(SYS_UP_TIME)[0].exists
+            return self.get(oid)[0].exists
         except SnmpError:
             return False
+
+    def answers(self):
+        return self.has(SYS_UP_TIME)
 
     def ip_addr_rows(self, walk=None):
         """ipAddrTable as address -> (ifIndex, mask), after a walk whose every row must be whole."""
