@@ -1,6 +1,5 @@
-"""The agent's command line, configuration and access."""
+"""Who is answered, and how the pair of programs is reconfigured and stopped. See also host/quorind_test.cpp."""
 
-import re
 import signal
 
 from harness import Client, SystemCase, eventually, main
@@ -11,12 +10,6 @@ V3 = ("-v3", "-u", "alice", "-l", "authPriv", "-a", "SHA", "-A", "authentic-pass
 
 
 class AgentTest(SystemCase):
-    def expect_refusal(self, program, *parts):
-        """The program ends with a failure, and its last line says all the parts."""
-        self.assertNotEqual(program.wait(), 0, program.output())
-        for part in parts:
-            self.assertIn(part, program.lines()[-1])
-
     def test_versions_and_access(self):
         self.write_configuration("rocommunity public 127.0.0.1\n"
                                  "createUser alice SHA authentic-pass AES private-pass\nrouser alice priv\n")
@@ -49,41 +42,6 @@ class AgentTest(SystemCase):
         for community in ("public", "private"):
             self.assertFalse(Client(self.namespace, access=("-v2c", "-c", community), timeout=1).answers())
         self.assertEqual(agent.stop(), 0)
-
-    def test_wrong_token_is_named_and_the_rest_holds(self):
-        self.write_configuration("quorinNoSuchToken on\nrwcommunity private 127.0.0.1\n")
-        agent = self.start_agent()
-        eventually(self.client.answers, "no answer after a wrong token")
-        line = agent.wait_for_output(re.compile("quorinNoSuchToken"))
-        self.assertIn(self.configuration, line)
-        self.assertIn("1", line.replace(self.configuration, ""), "the line number")
-
-    def test_missing_configuration_file(self):
-        missing = self.configuration + ".gone"
-        agent = self.start("quorind", "-f", "-C", "-c", missing, "--store", self.store, "udp:127.0.0.1:1161")
-        agent.wait_for_output(re.compile(re.escape(missing)))
-
-    def test_address_that_cannot_be_listened_on(self):
-        self.expect_refusal(self.start_agent(listen="udp:192.0.2.99:1161"), "192.0.2.99")
-        with self.subTest("malformed"):
-            self.expect_refusal(self.start_agent(listen="udp:127.0.0.1:port"), "127.0.0.1:port")
-        with self.subTest("taken"):
-            first = self.start_agent()
-            eventually(self.client.answers, "no answer")
-            self.expect_refusal(self.start_agent(), "127.0.0.1:1161")
-            self.assertTrue(first.running and self.client.answers())
-
-    def test_unknown_option_and_help(self):
-        for name in ("quorind", "quorin-mirrord"):
-            with self.subTest(name):
-                self.expect_refusal_of_option(self.start(name, "--no-such-option"))
-                helped = self.start(name, "--help")
-                self.assertEqual(helped.wait(), 0)
-                self.assertIn("--store", helped.output())
-
-    def expect_refusal_of_option(self, program):
-        self.assertNotEqual(program.wait(), 0)
-        self.assertIn("no-such-option", program.output())
 
     def test_reload_takes_the_configuration_anew(self):
         self.start_system()

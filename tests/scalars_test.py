@@ -1,8 +1,7 @@
 """The forwarding scalars follow the kernel, and nothing can be set."""
 
 from harness import Client, SystemCase, eventually, main
-from harness.snmp import (IP_ADDR_ENTRY, IP_FORWARDING, IPV6_IP_FORWARDING, SYS_CONTACT, SYS_DESCR, SYS_LOCATION,
-                          SYS_UP_TIME)
+from harness.snmp import IP_ADDR_ENTRY, IP_FORWARDING, IPV6_IP_FORWARDING
 
 SWITCHES = ((IP_FORWARDING, "net.ipv4.ip_forward"), (IPV6_IP_FORWARDING, "net.ipv6.conf.all.forwarding"))
 FORWARDING, NOT_FORWARDING = "1", "2"
@@ -51,17 +50,6 @@ class ScalarsTest(SystemCase):
         self.assertEqual([self.value(oid) for oid, _ in SWITCHES], [NOT_FORWARDING, NOT_FORWARDING])
         self.assertEqual(self.namespace.run("cat", "/proc/sys/net/ipv4/ip_forward").stdout.strip(), "0")
         self.assertEqual(self.client.ip_addr_rows(), rows)
-
-    def test_system_group(self):
-        self.write_configuration("rwcommunity private 127.0.0.1\nsyslocation rack 7\n")
-        self.start_system()
-        self.assertTrue(self.value(SYS_DESCR))
-        self.assertEqual(self.value(SYS_LOCATION), "rack 7")
-        self.assertEqual(self.client.get(SYS_UP_TIME)[0].type, "Timeticks")
-        for oid in (SYS_CONTACT, SYS_LOCATION):
-            with self.subTest("not even with a community that may write", oid=oid):
-                self.assertEqual(self.client.set_error((oid, "s", "changed")), "notWritable")
-                self.assertNotEqual(self.value(oid), "changed")
 
 
 if __name__ == "__main__":

@@ -9,10 +9,7 @@ IP_FORWARDING = "1.3.6.1.2.1.4.1.0"
 IPV6_IP_FORWARDING = "1.3.6.1.2.1.4.25.0"
 IP_ADDR_TABLE = "1.3.6.1.2.1.4.20"
 IP_ADDR_ENTRY = IP_ADDR_TABLE + ".1"
-SYS_DESCR = "1.3.6.1.2.1.1.1.0"
 SYS_UP_TIME = "1.3.6.1.2.1.1.3.0"
-SYS_CONTACT = "1.3.6.1.2.1.1.4.0"
-SYS_LOCATION = "1.3.6.1.2.1.1.6.0"
 
 ROW = re.compile(r"^\.(?P<oid>[\d.]+) = (?:(?P<type>[A-Za-z][A-Za-z0-9-]*): ?)?(?P<value>.*)$")
 REASON = re.compile(r"^Reason: \(?(\w+)", re.MULTILINE)
