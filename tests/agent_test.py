@@ -30,9 +30,6 @@ class AgentTest(SystemCase):
         for access in (("-v2c", "-c", "private"), wrong_password, no_privacy):
             with self.subTest("not answered", access=access):
                 self.assertFalse(client(*access).answers())
-        with self.subTest("a community may be bound to where it comes from"):
-            self.namespace.add_interface("a0", "10.0.0.1/24")
-            self.assertFalse(Client(self.namespace, agent="udp:10.0.0.1:1161", timeout=1).answers())
 
     def test_no_community_without_a_configuration(self):
         self.write_configuration("")
