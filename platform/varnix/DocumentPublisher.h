@@ -1,0 +1,70 @@
+#pragma once
+// Writes a publisher's tree of entities to the store, one document an entity.
+//
+//   Varnix::Tree tree(Kel::makePtr<Kel::Dir>(""));
+//   Quillo::Publisher store({.name = "quorin-mirrord"});
+//   Varnix::DocumentPublisher documents(tree, store);
+//   ... fill the tree: tree.ipStatus->ipIntfStatusIs(id)->activeAddrWithMaskIs(addr) ...
+//   documents.publishAll();                  // at start: what the tree does not hold goes from the store
+//   ... change the tree: set attributes, create and delete members ...
+//   documents.publish();                     // writes what changed since the last call, in one transaction
+//
+// The tree is watched: whoever changes it need not say what changed. An entity that was deleted and created again,
+// or set to another value and back, costs a serialisation and no write: the store ignores what it holds already.
+//
+// Documents are written for all members, and for the fixed entities that have attributes of their own. A reference
+// is written as the path of its target; as null when the target is not (or no longer) in the tree.
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "quillo/Publisher.h"
+#include "varnix/Tree.h"
+
+namespace Varnix {
+
+class TreeWatch;
+
+class DocumentPublisher {
+ public:
+  // `store` must outlive this object. What `tree` holds already counts as changed.
+  DocumentPublisher(const Tree& tree, Quillo::Publisher& store);
+  ~DocumentPublisher();
+  DocumentPublisher(const DocumentPublisher&) = delete;
+  DocumentPublisher& operator=(const DocumentPublisher&) = delete;
+
+  // True when publish() would write or delete something.
+  bool pending() const { return !changed_.empty(); }
+
+  // Writes and deletes the documents of what changed since the last success, all in one commit; nothing when
+  // nothing changed. Throws what Quillo::Batch::commit throws; then nothing is in the store and everything stays
+  // pending, so call again. An entity whose document does not fit into the store is traced at level 0 and left out
+  // (or, if an older document of it is there, that one is deleted); the rest is written.
+  Quillo::CommitResult publish();
+
+  // Writes the documents of the whole tree and deletes all others: at start, and whenever changes may have been
+  // missed. Inside a full pass of the store that the caller has begun (over this table and others), it writes the
+  // documents and leaves the end of the pass to the caller; otherwise it is a full pass of its own, which also
+  // tells the readers that a complete pass is in the store. Throws like publish(); call again.
+  Quillo::CommitResult publishAll();
+
+ private:
+  void changed(const std::string& path);
+  void write(Quillo::Batch& batch, const std::string& path);
+  void referencesAre(const std::string& path, std::set<std::string> targets);
+
+  Tree tree_;
+  Quillo::Publisher& store_;
+  std::set<std::string> changed_;  // paths
+  std::set<std::string> all_;      // paths of everything that has a document
+  // Who refers to a path, as last written: when a target goes, its referrers' documents change.
+  std::map<std::string, std::set<std::string>> referrers_;
+  std::map<std::string, std::set<std::string>> targets_;
+  bool ownPass_ = false;
+  std::unique_ptr<TreeWatch> watch_;
+};
+
+}  // namespace Varnix
