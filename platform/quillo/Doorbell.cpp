@@ -85,35 +85,42 @@ DoorbellWatch::~DoorbellWatch() {
   }
 }
 
-int DoorbellWatch::add(const std::string& path, std::uint32_t mask) {
-  return ::inotify_add_watch(fd_, path.c_str(), mask);
+// A watch on what already is watched keeps its number, so only real moves leave an old watch to drop.
+void DoorbellWatch::set(int& watch, const std::string& path, std::uint32_t mask) {
+  int now = ::inotify_add_watch(fd_, path.c_str(), mask);
+  if (watch >= 0 && watch != now) {
+    ::inotify_rm_watch(fd_, watch);
+  }
+  watch = now;
 }
 
-void DoorbellWatch::drop(int& watch) {
-  if (watch >= 0) {
-    ::inotify_rm_watch(fd_, watch);
-    watch = -1;
-  }
+void DoorbellWatch::setStore() {
+  set(folder_, directory_, comings | goings | IN_DELETE | IN_ONLYDIR);
+  set(bell_, doorbellFile(directory_), IN_MODIFY | goings);
 }
 
 void DoorbellWatch::arm() {
   if (fd_ < 0 || armed_) {
     return;
   }
-  drop(bell_);
-  drop(folder_);
-  drop(ancestor_);
-  folder_ = add(directory_, comings | goings | IN_DELETE | IN_ONLYDIR);
-  bell_ = add(doorbellFile(directory_), IN_MODIFY | goings);
-  std::filesystem::path above(directory_);
-  while (folder_ < 0 && ancestor_ < 0 && above.has_relative_path()) {
-    above = above.parent_path();
-    ancestor_ = add(above.string(), comings | goings | IN_ONLYDIR);
+  setStore();
+  if (folder_ < 0) {
+    std::filesystem::path above(directory_);
+    int before = ancestor_;
+    ancestor_ = -1;
+    while (ancestor_ < 0 && above.has_relative_path()) {
+      above = above.parent_path();
+      set(ancestor_, above.string(), comings | goings | IN_ONLYDIR);
+    }
+    if (before >= 0 && before != ancestor_) {
+      ::inotify_rm_watch(fd_, before);
+    }
+    // What came into being between two of the calls above was announced to no watch: look once more.
+    setStore();
   }
-  // What came into being between two of the calls above was announced to no watch: look once more.
-  if (folder_ < 0 && std::filesystem::exists(directory_)) {
-    folder_ = add(directory_, comings | goings | IN_DELETE | IN_ONLYDIR);
-    bell_ = add(doorbellFile(directory_), IN_MODIFY | goings);
+  if (folder_ >= 0 && ancestor_ >= 0) {
+    ::inotify_rm_watch(fd_, ancestor_);
+    ancestor_ = -1;
   }
   armed_ = folder_ >= 0 && bell_ >= 0;
 }

@@ -44,8 +44,8 @@ class DoorbellWatch {
   void stale() { armed_ = false; }
 
  private:
-  int add(const std::string& path, std::uint32_t mask);
-  void drop(int& watch);
+  void set(int& watch, const std::string& path, std::uint32_t mask);
+  void setStore();
 
   std::string directory_;
   int fd_ = -1;

@@ -89,6 +89,7 @@ bool MountImpl::refresh() {
   if (state_ == Mount::State::damaged) {
     close();
     if (Kel::System::currentTime() - corruptionTime_ >= pause_) {
+      state_ = Mount::State::waiting;  // damage that is met again from here on is another case of it
       open();
     }
   } else if (!store_) {
@@ -112,6 +113,14 @@ std::shared_ptr<View> MountImpl::view() {
   }
   std::shared_ptr<View> view = view_.lock();
   if (!view) {
+    if (!store_->renew()) {
+      // The old one goes first: closing it clears every slot that this process has in the lock file.
+      store_.reset();
+      open();
+      if (state_ != Mount::State::ready || !store_->renew()) {
+        throw StoreException(StoreException::Kind::notReady, stateText_);
+      }
+    }
     view = std::make_shared<View>(store_, epoch_);
     view_ = view;
   }

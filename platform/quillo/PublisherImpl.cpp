@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <lmdb.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <xxhash.h>
 
@@ -29,6 +30,12 @@ void modeIs(const std::string& path, mode_t mode) {
   if (::chmod(path.c_str(), mode) != 0) {
     QTRACE(traceHandle, 1) << path << ": mode not set: " << std::strerror(errno);
   }
+}
+
+bool spaceIsOut(const std::string& directory) {
+  constexpr std::uint64_t nextToNothingBytes = 64 * 1024;
+  struct statvfs space {};
+  return ::statvfs(directory.c_str(), &space) == 0 && space.f_bavail * space.f_frsize < nextToNothingBytes;
 }
 
 }  // namespace
@@ -233,6 +240,10 @@ bool PublisherImpl::grow() {
 }
 
 void PublisherImpl::fail(int status) {
+  // The storage engine calls a write that was cut short for want of space an input/output error.
+  if (status == EIO && spaceIsOut(config_.directory)) {
+    status = ENOSPC;
+  }
   switch (status) {
     case ENOSPC:
     case EDQUOT:

@@ -26,7 +26,9 @@ MountedStore::MountedStore(const std::string& directory) : env(directory, Enviro
 }
 
 MountedStore::~MountedStore() {
-  endTransaction(txn);
+  if (txn != nullptr) {
+    endTransaction(txn);
+  }
 }
 
 void MountedStore::reset() {
@@ -36,7 +38,7 @@ void MountedStore::reset() {
   });
 }
 
-void MountedStore::renew() {
+bool MountedStore::renew() {
   // The publisher may enlarge the map again while we follow; a few rounds always catch up with it.
   constexpr int rounds = 8;
   int status = 0;
@@ -51,14 +53,19 @@ void MountedStore::renew() {
       break;
     }
   }
+  if (status == MDB_BAD_RSLOT) {
+    // Ending the transaction would clear a slot that may be another reader's by now: better to lose its few bytes.
+    txn = nullptr;
+    return false;
+  }
   if (status != 0) {
     damageDetected(env, Place::records, {}, status);
   }
+  return true;
 }
 
 View::View(std::shared_ptr<MountedStore> mounted, std::uint64_t mountEpoch)
     : store(std::move(mounted)), epoch(mountEpoch) {
-  store->renew();
   try {
     head = readHead(store->env, store->txn);
   } catch (...) {

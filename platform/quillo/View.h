@@ -14,8 +14,9 @@ struct MountedStore {
   MountedStore(const MountedStore&) = delete;
   MountedStore& operator=(const MountedStore&) = delete;
 
+  // False when the lock file was begun anew and our slot in it is no longer ours: open the store again.
   // Pesk::CorruptionDetectedException.
-  void renew();
+  bool renew();
   void reset();
 
   Environment env;
@@ -25,6 +26,7 @@ struct MountedStore {
 // One version of the data. Snapshots and scans share it; the last one ends the transaction. It keeps the store
 // open, so a mount may drop a store that faulted while views of it are still around.
 struct View {
+  // `mounted` has been renewed.
   View(std::shared_ptr<MountedStore> mounted, std::uint64_t mountEpoch);
   ~View();
   View(const View&) = delete;

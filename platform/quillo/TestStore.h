@@ -1,0 +1,119 @@
+#pragma once
+// Helpers of the store's tests: a directory that vanishes again, child processes, and the contents of a store as a
+// map.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+
+#include "quillo/Mount.h"
+#include "quillo/Publisher.h"
+
+namespace Quillo::Test {
+
+using Contents = std::map<std::string, std::string>;
+
+class TestStore : public ::testing::Test {
+ protected:
+  TestStore() {
+    std::string base = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+    base += "/quillo-test-XXXXXX";
+    parent_ = mkdtemp(base.data());
+    // Readers under other users come here too.
+    std::filesystem::permissions(parent_, std::filesystem::perms{0755});
+    directory_ = parent_ + "/store";
+  }
+  ~TestStore() override { std::filesystem::remove_all(parent_); }
+
+  PublisherConfig config() const {
+    PublisherConfig config;
+    config.directory = directory_;
+    config.name = "test-publisher";
+    return config;
+  }
+  Kel::Ptr<Mount> mount() const {
+    auto mount = Kel::makePtr<Mount>(MountConfig{directory_});
+    mount->refresh();
+    return mount;
+  }
+  std::string dataFile() const { return directory_ + "/data.mdb"; }
+
+  std::string parent_;     // exists
+  std::string directory_;  // does not exist yet
+};
+
+inline void put(Publisher& publisher, const std::string& key, const std::string& value) {
+  Batch batch = publisher.begin();
+  batch.put(TableId::varnix, key, value);
+  batch.commit();
+}
+
+inline void del(Publisher& publisher, const std::string& key) {
+  Batch batch = publisher.begin();
+  batch.del(TableId::varnix, key);
+  batch.commit();
+}
+
+inline Contents contents(const Snapshot& snapshot) {
+  Contents all;
+  for (Scan scan = snapshot.scan(TableId::varnix); scan.valid(); scan.next()) {
+    all.emplace(scan.key(), scan.value());
+  }
+  return all;
+}
+
+// Runs `body`, which returns an exit status, in a child process. A child that hangs is killed after a minute.
+template <class Body>
+pid_t spawn(const Body& body) {
+  std::fflush(nullptr);
+  pid_t pid = fork();
+  if (pid == 0) {
+    alarm(60);
+    int status = 99;
+    try {
+      status = body();
+    } catch (const std::exception& e) {
+      std::fprintf(stderr, "child: %s\n", e.what());
+    }
+    std::fflush(nullptr);
+    _exit(status);
+  }
+  return pid;
+}
+
+// The exit status, or minus the signal that ended the child.
+inline int finish(pid_t pid) {
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+// What `body` throws as a StoreException; a failure when it throws nothing.
+template <class Body>
+StoreException refusal(const Body& body) {
+  try {
+    body();
+  } catch (const StoreException& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no StoreException";
+  return {StoreException::Kind::gone, ""};
+}
+
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void writeFile(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+}  // namespace Quillo::Test
