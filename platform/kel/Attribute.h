@@ -103,6 +103,24 @@
   }                                                         \
   static constexpr const char* kelCtorNames[] = {"name"};
 
+// A named entity with further constructor parameters: Type(Kel::Name, T1, T2).
+#define KEL_NAMED_CONSTRUCTOR(Type, Base, fields) KEL_NAMED_CONSTRUCTOR_(__COUNTER__, Type, Base, fields)
+#define KEL_NAMED_CONSTRUCTOR_(N, Type, Base, fields)                                                            \
+ public:                                                                                                         \
+  using KelCtorTypes = std::tuple<::Kel::Name, BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TYPE_COMMA, _, fields)>;           \
+  explicit Type(::Kel::Name name, BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_PARAMETER, _, fields))                          \
+      : Base(std::move(name)), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_INIT, _, fields) {                                 \
+  }                                                                                                              \
+  BOOST_PP_SEQ_FOR_EACH(KEL_PP_ACCESSOR, _, fields)                                                              \
+  auto kelCtorTie() const {                                                                                      \
+    return std::tie(this->name(), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));                      \
+  }                                                                                                              \
+  static constexpr const char* kelCtorNames[] = {"name", BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TEXT_COMMA, _, fields)}; \
+                                                                                                                 \
+ private:                                                                                                        \
+  BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)                                                               \
+  KEL_LINK(N, , BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
+
 #define KEL_PP_TYPE_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TYPE(field)
 #define KEL_PP_TEXT_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TEXT(field)
 #define KEL_PP_MEMBER_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_MEMBER(field)
@@ -193,6 +211,30 @@
            type.add(::Kel::childInfo<KelSelf, T>(                                               \
                #attr, [](const KelSelf& self) { return self.attr##_.object; },                  \
                [](KelSelf& self, auto&&... args) { return self.attr##Is(std::move(args)...); }, \
+               [](KelSelf& self) { return self.attr##Del(); })))
+
+// A child that its owner is given ready made. Giving another one deletes the one that stood.
+#define KEL_OWNED(T, attr, Attr) KEL_OWNED_(__COUNTER__, T, attr, Attr)
+#define KEL_OWNED_(N, T, attr, Attr)                                                        \
+ public:                                                                                    \
+  ::Kel::Ptr<T> attr() {                                                                    \
+    return attr##_.object;                                                                  \
+  }                                                                                         \
+  ::Kel::Ptr<const T> attr() const {                                                        \
+    return attr##_.object;                                                                  \
+  }                                                                                         \
+  void attr##Is(::Kel::Ptr<T> object) {                                                     \
+    ::Kel::ownedIs(*this, attr##_, #attr, std::move(object), [this] { KEL_NOTIFY(Attr); }); \
+  }                                                                                         \
+  bool attr##Del() {                                                                        \
+    return ::Kel::childDel(attr##_, [this] { KEL_NOTIFY(Attr); });                          \
+  }                                                                                         \
+                                                                                            \
+ private:                                                                                   \
+  ::Kel::ChildSlot<T> attr##_;                                                              \
+  KEL_LINK(N, virtual void handle##Attr(){},                                                \
+           type.add(::Kel::ownedInfo<KelSelf, T>(                                           \
+               #attr, [](const KelSelf& self) { return self.attr##_.object; },              \
                [](KelSelf& self) { return self.attr##Del(); })))
 
 // The reading half of KEL_MEMBERS, for an owner that brings its own operations.

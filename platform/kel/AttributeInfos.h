@@ -97,20 +97,26 @@ const char* const* constructorNames() {
 }
 
 template <class Self, class T>
-AttributeInfo childInfo(const char* name, auto get, auto create, auto remove) {
+AttributeInfo ownedInfo(const char* name, auto get, auto remove) {
   auto info = computedInfo<Self>(name, get);
   info.kind = AttributeKind::child;
   info.typeName = boost::core::type_name<T>();
   info.member = [get](const PtrInterface& object, std::string_view) -> Ptr<PtrInterface> {
     return get(selfOf<Self>(object));
   };
+  info.remove = [remove](PtrInterface& object, std::string_view) { return remove(selfOf<Self>(object)); };
+  info.removeAll = [remove](PtrInterface& object) { remove(selfOf<Self>(object)); };
+  return info;
+}
+
+template <class Self, class T>
+AttributeInfo childInfo(const char* name, auto get, auto create, auto remove) {
+  auto info = ownedInfo<Self, T>(name, get, remove);
   info.create = [create](PtrInterface& object, const std::vector<Value>& arguments) -> Ptr<PtrInterface> {
     return applyArguments<typename T::KelCtorTypes>(arguments, constructorNames<T>(), [&](auto&&... args) {
       return create(selfOf<Self>(object), std::move(args)...);
     });
   };
-  info.remove = [remove](PtrInterface& object, std::string_view) { return remove(selfOf<Self>(object)); };
-  info.removeAll = [remove](PtrInterface& object) { remove(selfOf<Self>(object)); };
   return info;
 }
 

@@ -51,3 +51,5 @@ class AttributeException : public Exception {
     if (!(condition)) ::Kel::assertionFailed(text, KEL_WHERE); \
   } while (false)
 #define KEL_ASSERT(condition) KEL_ASSERT_TEXT(condition, #condition)
+// For a place that must not be reached: the report reads "assertion failed: false".
+#define KEL_UNREACHABLE() ::Kel::assertionFailed("false", KEL_WHERE)

@@ -125,6 +125,15 @@ bool childDel(ChildSlot<T>& slot, Notify notify) {
   return true;
 }
 
+template <class T, class Notify>
+void ownedIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrName, Ptr<T> object, Notify notify) {
+  if (slot.object == object) return;
+  if (slot.object) kelRemoved(std::exchange(slot.object, nullptr));
+  slot.object = std::move(object);
+  if (slot.object) kelPlaceIfEntity(*slot.object, owner, attrName, false, attrName);
+  notify();
+}
+
 // True when the map changed. The version counts members, so a new value under a known key leaves it.
 template <class Map, class Key, class T>
 bool valueIs(Map& map, const Key& key, T value) {

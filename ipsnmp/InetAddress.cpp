@@ -1,0 +1,24 @@
+#include "ipsnmp/InetAddress.h"
+
+namespace IpSnmp {
+
+InetAddress InetAddress::fromIpAddr(const Vantu::IpAddr& addr) {
+  return InetAddress(Ip::ipVersion4, Snmp::String(addr.bytes()));
+}
+
+InetAddress InetAddress::fromIp6Addr(const Vantu::Ip6Addr& addr) {
+  return InetAddress(Ip::ipVersion6, Snmp::String(addr.bytes()));
+}
+
+InetAddress InetAddress::fromIpGenAddr(const Vantu::IpGenAddr& addr) {
+  switch (addr.af()) {
+    case Vantu::ipv4_:
+      return fromIpAddr(addr.v4());
+    case Vantu::ipv6_:
+      return fromIp6Addr(addr.v6());
+    default:
+      KEL_UNREACHABLE();
+  }
+}
+
+}  // namespace IpSnmp

@@ -1,0 +1,52 @@
+#pragma once
+// The keys of the IP-MIB cache. Each compares in the order in which a manager meets it as a table index (RFC 4293):
+// numbers by value, octet strings by length, then by bytes.
+
+#include "kel/ValueType.h"
+#include "snmp/String.h"
+#include "vantu/IntfId.h"
+#include "vantu/IpGenAddr.h"
+#include "varnix/IpVersion.h"
+
+namespace IpSnmp {
+
+// InetAddressType with InetAddress (RFC 4001). `bytes` is the address in network byte order, 4 or 16 bytes.
+class InetAddress {
+  KEL_VALUE_TYPE("IpSnmp::InetAddress", InetAddress, ((Ip::IpVersion, version))((Snmp::String, bytes)))
+
+  static InetAddress fromIpAddr(const Vantu::IpAddr& addr);
+  static InetAddress fromIp6Addr(const Vantu::Ip6Addr& addr);
+  // Aborts on an address of no family.
+  static InetAddress fromIpGenAddr(const Vantu::IpGenAddr& addr);
+};
+
+// The ipAddressPrefixTable index. `bytes` is the prefix address, `length` its length in bits.
+class IpAddressPrefixKey {
+  KEL_VALUE_TYPE("IpSnmp::IpAddressPrefixKey", IpAddressPrefixKey,
+                 ((std::uint32_t, ifIndex))((Ip::IpVersion, version))((Snmp::String, bytes))((std::uint32_t,
+                                                                                              length)))
+};
+
+// The ipNetToMediaTable index.
+class ArpTableIndex {
+  KEL_VALUE_TYPE("IpSnmp::ArpTableIndex", ArpTableIndex, ((std::uint32_t, ifIndex))((Vantu::IpAddr, ipAddr)))
+};
+
+// The ipNetToPhysicalTable index.
+class IpNetToPhysicalTableIndex {
+  KEL_VALUE_TYPE("IpSnmp::IpNetToPhysicalTableIndex", IpNetToPhysicalTableIndex,
+                 ((std::uint32_t, ifIndex))((IpSnmp::InetAddress, addr)))
+
+  IpNetToPhysicalTableIndex(std::uint32_t interface, Ip::IpVersion addrType, Snmp::String address)
+      : IpNetToPhysicalTableIndex(interface, InetAddress(addrType, std::move(address))) {}
+};
+
+// The ipIfStatsTable index.
+class IpVersionIfIndex {
+  KEL_VALUE_TYPE("IpSnmp::IpVersionIfIndex", IpVersionIfIndex,
+                 ((Ip::IpVersion, ipVersion))((std::uint32_t, ifIndex)))
+
+  std::size_t hash() const { return hash_value(*this); }
+};
+
+}  // namespace IpSnmp

@@ -1,0 +1,92 @@
+#pragma once
+// The rows of the address tables: ipAddressPrefixTable, ipAddressTable and ipAddrTable.
+
+#include "ipsnmp/AddressEnums.h"
+#include "ipsnmp/InetAddress.h"
+#include "kel/Attribute.h"
+#include "vantu/IpAddr.h"
+
+namespace IpSnmp {
+
+// One row of ipAddressPrefixTable; every column is derived from the key.
+class IpAddressPrefixEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpAddressPrefixEntry", IpAddressPrefixEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpAddressPrefixEntry, ((IpSnmp::IpAddressPrefixKey, index)))
+  KEL_TYPE_END
+};
+
+// Which interface holds an address, and by what right. The order puts the pair that speaks for the address first.
+class IntfDataKey {
+  KEL_VALUE_TYPE("IpSnmp::IntfDataKey", IntfDataKey, ((IpSnmp::AddressSource, source))((Vantu::IntfId, intfId)))
+};
+
+// One interface that holds an address, with the prefix row that it contributes. Ordered by key.
+class IntfData {
+ public:
+  IntfData() = default;
+  IntfData(IntfDataKey key, Kel::Ptr<IpAddressPrefixEntry> prefixEntry)
+      : key_(std::move(key)), prefixEntry_(std::move(prefixEntry)) {}
+
+  const IntfDataKey& key() const { return key_; }
+  const Kel::Ptr<IpAddressPrefixEntry>& prefixEntry() const { return prefixEntry_; }
+  std::uint32_t ifIndex() const { return prefixEntry_ ? prefixEntry_->index().ifIndex() : 0; }
+
+  friend bool operator==(const IntfData&, const IntfData&) = default;
+  friend auto operator<=>(const IntfData& a, const IntfData& b) { return a.key_ <=> b.key_; }
+
+ private:
+  IntfDataKey key_;
+  Kel::Ptr<IpAddressPrefixEntry> prefixEntry_;
+};
+
+// One address of ipAddressTable, shared by every interface that holds it. The computed attributes read the first
+// member of `intf`, so an entry must not stay in the table with an empty `intf`.
+class IpAddressEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpAddressEntry", IpAddressEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpAddressEntry, ((IpSnmp::InetAddress, index)))
+  const Ip::IpVersion& addrVersion() const { return index().version(); }
+  const Snmp::String& addrBytes() const { return index().bytes(); }
+
+  KEL_VALUES(Ordered, IntfDataKey, IntfData, intf, Intf)
+  void intfIs(const IntfData& data) { intfIs(data.key(), data); }
+
+  // Of the first member; null when it has none.
+  Kel::Ptr<IpAddressPrefixEntry> prefixEntry() const;
+  // 0 when the first member has no prefix entry.
+  std::uint32_t ifIndex() const;
+  AddressType addressType() const { return addressTypeUnicast; }
+  // By the source of the first member alone: preferred when the address is in force or borrowed, inaccessible when
+  // it is configured. As members sort by source, an address both configured and borrowed reads inaccessible.
+  AddressStatus addressStatus() const;
+  // The IPv4 address. Aborts for an entry of another version.
+  Vantu::IpAddr ipAdEntAddr() const;
+
+  KEL_COMPUTED(addrVersion)
+  KEL_COMPUTED(addrBytes)
+  KEL_COMPUTED(prefixEntry)
+  KEL_COMPUTED(ifIndex)
+  KEL_COMPUTED(addressType)
+  KEL_COMPUTED(addressStatus)
+  KEL_TYPE_END
+};
+
+// One row of the IPv4-only ipAddrTable. It has no data of its own.
+class IpAddrEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpAddrEntry", IpAddrEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpAddrEntry, ((Kel::Ptr<IpSnmp::IpAddressEntry>, masterEntry)))
+  static Vantu::IpAddr kelKeyOf(const Kel::Ptr<IpAddressEntry>& masterEntry) { return masterEntry->ipAdEntAddr(); }
+
+  Vantu::IpAddr ipAdEntAddr() const { return masterEntry()->ipAdEntAddr(); }
+  std::uint32_t ipAdEntIfIndex() const { return masterEntry()->ifIndex(); }
+  Vantu::IpAddr ipAdEntNetMask() const;
+
+  KEL_COMPUTED(ipAdEntAddr)
+  KEL_COMPUTED(ipAdEntIfIndex)
+  KEL_COMPUTED(ipAdEntNetMask)
+  KEL_TYPE_END
+};
+
+}  // namespace IpSnmp

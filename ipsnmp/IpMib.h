@@ -1,0 +1,88 @@
+#pragma once
+// The MIB caches that the SNMP handlers read, one set per VRF. Ordered collections iterate in the SNMP index order
+// of the table they serve, so that a GETNEXT can resume from any key.
+
+#include "fibstats/FibStatsMib.h"
+#include "ipsnmp/IpAddressEntry.h"
+#include "ipsnmp/IpIfStatsEntry.h"
+#include "ipsnmp/NeighbourEntries.h"
+#include "ipsnmp/VrfTableEntry.h"
+#include "swfwdstats/SwFwdStats.h"
+
+namespace IpSnmp {
+
+// The IP-MIB cache of one VRF. The default VRF's is named "ipmib", every other one for its VRF.
+class IpMib : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::IpMib", IpMib, Kel::Entity)
+ public:
+  KEL_NAMED(IpMib, Kel::Entity)
+  KEL_MEMBERS(Ordered, InetAddress, IpAddressEntry, ipAddressTable, IpAddressTable)
+  KEL_MEMBERS(Ordered, IpAddressPrefixKey, IpAddressPrefixEntry, ipAddressPrefixTable, IpAddressPrefixTable)
+  KEL_MEMBERS(Ordered, Vantu::IpAddr, IpAddrEntry, ipAddrTable, IpAddrTable)
+
+  // A virtual collection, read only by walking it. Always throws Kel::NoImplementationException.
+  [[noreturn]] Kel::Ptr<const ArpTableEntry> arpTable(const ArpTableIndex&) const {
+    throw Kel::NoImplementationException("IpMib::arpTable");
+  }
+
+  KEL_MEMBERS(Ordered, IpNetToPhysicalTableIndex, IpNetToPhysicalTableEntry, ipNetToPhysicalTable,
+              IpNetToPhysicalTable)
+  KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)
+  KEL_MEMBERS(Hashed, Ip::IpVersion, Ip::SwFwdStats, ipSwFwdStats, IpSwFwdStats)
+
+  // Enters a prefix row that exists already as an object: the row belongs to one pair of an address and passes from
+  // pair to pair. A row under the same key is replaced.
+  void ipAddressPrefixTableInsert(const Kel::Ptr<IpAddressPrefixEntry>& entry) {
+    if (ipAddressPrefixTable(entry->index()) == entry) return;
+    ipAddressPrefixTableDel(entry->index());
+    ipAddressPrefixTable_.map.kelInsert(entry->index(), entry);
+    KEL_NOTIFY_KEY(IpAddressPrefixTable, entry->index());
+  }
+  KEL_TYPE_END
+};
+
+// The IP-FORWARD-MIB cache of one VRF.
+class IpForwardMib : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::IpForwardMib", IpForwardMib, Kel::Entity)
+ public:
+  KEL_NAMED(IpForwardMib, Kel::Entity)
+  KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)  // rows of ipCidrRouteTable, as last counted
+  KEL_TYPE_END
+};
+
+// The VRF tables, once for the switch.
+class IpVrfMib : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::IpVrfMib", IpVrfMib, Kel::Entity)
+ public:
+  KEL_NAMED(IpVrfMib, Kel::Entity)
+  KEL_MEMBERS(Ordered, Snmp::String, VrfTableEntry, vrfTable, VrfTable)
+  KEL_MEMBERS(Ordered, std::uint32_t, VrfIfTableEntry, vrfIfTable, VrfIfTable)
+  KEL_TYPE_END
+};
+
+// The three caches of one VRF other than the default one. They are made with it and bear the VRF's name.
+class VrfMibs : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::VrfMibs", VrfMibs, Kel::Entity)
+ public:
+  KEL_NAMED(VrfMibs, Kel::Entity)
+  KEL_CHILD(IpMib, ipmib, Ipmib)
+  KEL_CHILD(IpForwardMib, ipforwardmib, Ipforwardmib)
+  KEL_CHILD(FibStatsSnmp::FibStatsMib, fibstatsmib, Fibstatsmib)
+  KEL_TYPE_END
+
+  void kelStart() override {
+    ipmibIs(name());
+    ipforwardmibIs(name());
+    fibstatsmibIs(name());
+  }
+};
+
+class VrfMibsDir : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::VrfMibsDir", VrfMibsDir, Kel::Entity)
+ public:
+  KEL_NAMED(VrfMibsDir, Kel::Entity)
+  KEL_MEMBERS(Hashed, Kel::Name, VrfMibs, mibs, Mibs)
+  KEL_TYPE_END
+};
+
+}  // namespace IpSnmp

@@ -1,0 +1,196 @@
+#include "ipsnmp/IpMib.h"
+
+#include <gtest/gtest.h>
+
+#include "ipsnmp/IfIndex.h"
+#include "kel/Dir.h"
+
+namespace IpSnmp {
+namespace {
+
+using Kel::makePtr;
+using Kel::Ptr;
+
+InetAddress v4(const char* text) {
+  return InetAddress::fromIpAddr(Vantu::IpAddr::fromString(text));
+}
+
+Ptr<IpAddressPrefixEntry> prefix(std::uint32_t ifIndex, unsigned length) {
+  return makePtr<IpAddressPrefixEntry>(
+      IpAddressPrefixKey(ifIndex, Ip::ipVersion4, Snmp::String(Kel::String("\x0a\0\0\0", 4)), length));
+}
+
+IntfData held(AddressSource source, const char* intf, std::uint32_t ifIndex, unsigned length = 24) {
+  return IntfData(IntfDataKey(source, Vantu::IntfId(intf)), prefix(ifIndex, length));
+}
+
+TEST(IpAddressEntry, firstSourceSpeaksForTheAddress) {
+  auto entry = makePtr<IpAddressEntry>(v4("10.0.0.1"));
+  EXPECT_EQ(entry->ifIndex(), 0u);
+  entry->intfIs(held(addressSourceConfig, "A", 7));
+  entry->intfIs(held(addressSourceBorrowed, "B", 8));
+  EXPECT_EQ(entry->addressStatus(), addressStatusInaccessible);
+  EXPECT_EQ(entry->ifIndex(), 7u);
+  entry->intfIs(held(addressSourceStatus, "A", 9));
+  EXPECT_EQ(entry->addressStatus(), addressStatusPreferred);
+  EXPECT_EQ(entry->ifIndex(), 9u);
+  entry->intfDelAll();
+  entry->intfIs(held(addressSourceBorrowed, "B", 8));
+  EXPECT_EQ(entry->addressStatus(), addressStatusPreferred);
+  entry->intfIs(IntfData(IntfDataKey(addressSourceStatus, Vantu::IntfId("A")), nullptr));
+  EXPECT_EQ(entry->ifIndex(), 0u);
+  EXPECT_EQ(Kel::readAttribute(*entry, "addressType").print(), "addressTypeUnicast");
+}
+
+TEST(IpAddressEntry, v4AccessToOtherVersionsAborts) {
+  auto v6 = makePtr<IpAddressEntry>(InetAddress::fromIp6Addr(Vantu::Ip6Addr::fromString("fe80::1")));
+  EXPECT_DEATH(v6->ipAdEntAddr(), "assertion failed: addrVersion\\(\\) == Ip::ipVersion4\\(\\)");
+  auto broken = makePtr<IpAddressEntry>(InetAddress(Ip::ipVersion4, Snmp::String("abc")));
+  EXPECT_DEATH(broken->ipAdEntAddr(), "assertion failed: addrBytes\\(\\)\\.bytes\\(\\) == 4");
+}
+
+TEST(IpAddrEntry, readsThroughItsMaster) {
+  for (const auto& [length, mask] : std::vector<std::pair<unsigned, const char*>>{
+           {0, "0.0.0.0"}, {1, "128.0.0.0"}, {24, "255.255.255.0"}, {32, "255.255.255.255"}}) {
+    auto master = makePtr<IpAddressEntry>(v4("10.0.0.1"));
+    master->intfIs(held(addressSourceStatus, "A", 7, length));
+    auto row = makePtr<IpAddrEntry>(master);
+    EXPECT_EQ(row->ipAdEntNetMask().stringValue(), mask);
+    EXPECT_EQ(row->ipAdEntAddr().stringValue(), "10.0.0.1");
+    EXPECT_EQ(row->ipAdEntIfIndex(), 7u);
+  }
+}
+
+TEST(IpMib, anotherMasterForARowIsRefused) {
+  auto mib = makePtr<IpMib>("ipmib");
+  auto row = mib->ipAddrTableIs(mib->ipAddressTableIs(v4("10.0.0.1")));
+  EXPECT_EQ(mib->ipAddrTable(Vantu::IpAddr::fromString("10.0.0.1")), row);
+  try {
+    mib->ipAddrTableIs(makePtr<IpAddressEntry>(v4("10.0.0.1")));
+    FAIL() << "a second master entry was accepted";
+  } catch (const Kel::ReinstantiationException& error) {
+    EXPECT_STREQ(error.what(),
+                 "Reinstantiating the pointer interface where constructor parameter attribute _masterEntry has a "
+                 "different value of Object(IpSnmp::IpAddressEntry)");
+  }
+}
+
+TEST(IpMib, arpTableOffersNoKeyedLookup) {
+  auto mib = makePtr<IpMib>("ipmib");
+  try {
+    mib->arpTable(ArpTableIndex(1, Vantu::IpAddr(1)));
+    FAIL() << "a keyed lookup in the virtual collection returned";
+  } catch (const Kel::NoImplementationException& error) {
+    EXPECT_STREQ(error.what(), "IpMib::arpTable");
+  }
+}
+
+TEST(IpMib, prefixRowsPassByIdentity) {
+  auto mib = makePtr<IpMib>("ipmib");
+  auto first = prefix(1, 24);
+  auto twin = prefix(1, 24);
+  mib->ipAddressPrefixTableInsert(first);
+  const auto version = mib->ipAddressPrefixTable().version();
+  mib->ipAddressPrefixTableInsert(first);
+  EXPECT_EQ(mib->ipAddressPrefixTable().version(), version);
+  mib->ipAddressPrefixTableInsert(twin);
+  EXPECT_EQ(mib->ipAddressPrefixTable(first->index()), twin);
+  EXPECT_EQ(mib->ipAddressPrefixTable().size(), 1u);
+}
+
+TEST(VrfMibs, cachesComeAndGoWithTheirVrf) {
+  auto root = makePtr<Kel::Dir>("");
+  auto dir = makePtr<VrfMibsDir>("vrf");
+  root->dirIs("snmp")->dirIs("ip")->entityIs(dir);
+  dir->mibsIs("a/b.c");
+  auto ipmib = Kel::resolve(root, "snmp/ip/vrf.mibs/a/b.c.ipmib");
+  ASSERT_TRUE(Kel::dynamicPtr<IpMib>(ipmib));
+  EXPECT_EQ(ipmib->name(), "a/b.c");
+  EXPECT_TRUE(Kel::dynamicPtr<IpForwardMib>(Kel::resolve(root, "snmp/ip/vrf.mibs/a/b.c.ipforwardmib")));
+  auto fib = Kel::dynamicPtr<FibStatsSnmp::FibStatsMib>(Kel::resolve(root, "snmp/ip/vrf.mibs/a/b.c.fibstatsmib"));
+  ASSERT_TRUE(fib);
+  EXPECT_EQ(fib->vrfName(), "a/b.c");
+  EXPECT_EQ(makePtr<FibStatsSnmp::FibStatsMib>("fibstatsmib")->vrfName(), "default");
+  dir->mibsDel("a/b.c");
+  EXPECT_FALSE(Kel::resolve(root, "snmp/ip/vrf.mibs/a/b.c.ipmib"));
+}
+
+TEST(VrfTableEntry, stateAndRoutingComeFromTheRecords) {
+  auto local = makePtr<Ip::VrfStatusLocal>(L3::VrfName("red"));
+  auto global = makePtr<Ip::VrfStatusGlobal>(L3::VrfName("red"));
+  auto mib = makePtr<IpVrfMib>("ipvrfmib");
+  auto row = mib->vrfTableIs(Snmp::String("red"), nullptr, global, local);
+  local->stateIs(Ip::vrfStateDeleting);
+  global->stateIs(Ip::vrfStateInactive);
+  EXPECT_EQ(row->vrfState(), Ip::vrfStateDeleting);
+  local->stateIs(Ip::vrfStateActive);
+  EXPECT_EQ(row->vrfState(), Ip::vrfStateInactive);
+  EXPECT_EQ(makePtr<VrfTableEntry>("red", nullptr, nullptr, local)->vrfState(), Ip::vrfStateUnknown);
+  EXPECT_EQ(row->routeDistinguisher().stringValue(), "");
+
+  auto config = makePtr<Routing::Config>("red");
+  auto status = row->vrfRoutingStatusIs("red", config, nullptr);
+  EXPECT_FALSE(status->ipv4() || status->ipv6());
+  config->routingIs(true);
+  EXPECT_TRUE(status->ipv4());
+  EXPECT_EQ(status->name(), "red");
+  EXPECT_TRUE(row->vrfRoutingStatusDel());
+}
+
+struct OneNeighbour : Arp::Table::Status {
+  Arp::Table::ArpEntry v4, v6;
+  Arp::Table::ArpEntry arpEntry(const Arp::Table::ArpKey& key) const override {
+    return key == v4.key ? v4 : Arp::Table::ArpEntry{};
+  }
+  Arp::Table::ArpEntry neighborEntry(const Arp::Table::ArpKey& key) const override {
+    return key == v6.key ? v6 : Arp::Table::ArpEntry{};
+  }
+  void corruptionDetected(const Pesk::CorruptionDetectedException&) const override {}
+};
+
+TEST(NeighbourEntries, readTheSharedTableAtThatMoment) {
+  auto table = makePtr<OneNeighbour>();
+  const Vrf::VrfIdMap::VrfId vrf(3);
+  const Vantu::IntfId intf("eth0");
+  const Vantu::IpGenAddr addr4(Vantu::IpAddr::fromString("10.0.0.1"));
+  const Vantu::IpGenAddr addr6(Vantu::Ip6Addr::fromString("fe80::1"));
+  table->v4 = {{vrf, addr4, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:04"), {}};
+  table->v6 = {{vrf, addr6, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:06"), {}};
+  Kel::System::clockIs([] { return 5.0; });
+  auto mib = makePtr<IpMib>("ipmib");
+  const auto rowOf = [&](const Vantu::IpGenAddr& addr) {
+    return mib->ipNetToPhysicalTableIs(IpNetToPhysicalTableIndex(7, InetAddress::fromIpGenAddr(addr)), intf, addr,
+                                       table, vrf);
+  };
+  auto row4 = rowOf(addr4);
+  auto row6 = rowOf(addr6);
+  Kel::System::clockIs([] { return 9.0; });
+  EXPECT_EQ(rowOf(addr4), row4);
+  Kel::System::clockIs({});
+  EXPECT_EQ(row4->lastUpdated(), 5.0);
+  EXPECT_EQ(row4->physAddress().stringValue(), "02:00:00:00:00:04");
+  EXPECT_EQ(row6->physAddress().stringValue(), "02:00:00:00:00:06");
+  table->v4.ethAddr = Vantu::EthAddr::fromString("02:00:00:00:00:ff");
+  EXPECT_EQ(makePtr<ArpTableEntry>(ArpTableIndex(7, addr4.v4()), intf, table, vrf)->physAddress().stringValue(),
+            "02:00:00:00:00:ff");
+  auto unset =
+      makePtr<IpNetToPhysicalTableEntry>(IpNetToPhysicalTableIndex(), intf, Vantu::IpGenAddr(), table, vrf);
+  EXPECT_DEATH(unset->arpEntry(), "assertion failed: false");
+}
+
+TEST(IfIndex, comesFromTheProviderOfTheRecordsKind) {
+  auto status = makePtr<Interface::IntfStatus>(Vantu::IntfId("eth0"));
+  status->ifIndexIs(12);
+  EXPECT_EQ(ifIndex(nullptr), noIfIndex);
+  EXPECT_EQ(ifIndex(status), noIfIndex);
+  const Interface::LinuxIntfDetails linux;
+  Interface::IntfDetailsProvider::providerIs("linux", &linux);
+  EXPECT_EQ(ifIndex(status), noIfIndex);
+  status->kindIs("linux");
+  EXPECT_EQ(ifIndex(status), 12u);
+  Interface::IntfDetailsProvider::providerIs("linux", nullptr);
+  EXPECT_EQ(ifIndex(status), noIfIndex);
+}
+
+}  // namespace
+}  // namespace IpSnmp

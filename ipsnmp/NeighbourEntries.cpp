@@ -1,0 +1,21 @@
+#include "ipsnmp/NeighbourEntries.h"
+
+namespace IpSnmp {
+
+Arp::Table::ArpEntry ArpTableEntry::arpEntry() const {
+  return arpQuillo()->arpEntry({arpQuilloVrfId(), Vantu::IpGenAddr(index().ipAddr()), intfId()});
+}
+
+Arp::Table::ArpEntry IpNetToPhysicalTableEntry::arpEntry() const {
+  const Arp::Table::ArpKey key{arpQuilloVrfId(), ipGenAddr(), intfId()};
+  switch (ipGenAddr().af()) {
+    case Vantu::ipv4_:
+      return arpQuillo()->arpEntry(key);
+    case Vantu::ipv6_:
+      return arpQuillo()->neighborEntry(key);
+    default:
+      KEL_UNREACHABLE();
+  }
+}
+
+}  // namespace IpSnmp

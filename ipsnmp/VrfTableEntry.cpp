@@ -1,0 +1,15 @@
+#include "ipsnmp/VrfTableEntry.h"
+
+namespace IpSnmp {
+
+Vantu::RouteDistinguisher VrfTableEntry::routeDistinguisher() const {
+  return vrfConfig() ? vrfConfig()->routeDistinguisher() : Vantu::RouteDistinguisher();
+}
+
+Ip::VrfState VrfTableEntry::vrfState() const {
+  if (!vrfStatusLocal()) return Ip::vrfStateUnknown;
+  if (vrfStatusLocal()->state() != Ip::vrfStateActive) return vrfStatusLocal()->state();
+  return vrfStatusGlobal() ? vrfStatusGlobal()->state() : Ip::vrfStateUnknown;
+}
+
+}  // namespace IpSnmp

@@ -1,0 +1,55 @@
+#pragma once
+// The rows of the VRF tables.
+
+#include "kel/Attribute.h"
+#include "kel/Entity.h"
+#include "snmp/String.h"
+#include "varnix/Interface.h"
+#include "varnix/Ip.h"
+#include "varnix/Routing.h"
+
+namespace IpSnmp {
+
+// Whether a VRF routes, from its routing configurations; either may be absent (null). Named by the VRF.
+class VrfRoutingStatus : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::VrfRoutingStatus", VrfRoutingStatus, Kel::Entity)
+ public:
+  KEL_NAMED_CONSTRUCTOR(VrfRoutingStatus, Kel::Entity,
+                        ((Kel::Ptr<const Routing::Config>, vrfConfig))((Kel::Ptr<const Routing6::Config>,
+                                                                        vrf6Config)))
+  bool ipv4() const { return vrfConfig() && vrfConfig()->routing(); }
+  bool ipv6() const { return vrf6Config() && vrf6Config()->routing(); }
+  KEL_COMPUTED(ipv4)
+  KEL_COMPUTED(ipv6)
+  KEL_TYPE_END
+};
+
+// One VRF. The records are shared with the state database; any of them may be absent (null).
+class VrfTableEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::VrfTableEntry", VrfTableEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(VrfTableEntry, ((Snmp::String, vrfName))((Kel::Ptr<const Ip::VrfConfig>, vrfConfig))(
+                                     (Kel::Ptr<const Ip::VrfStatusGlobal>,
+                                      vrfStatusGlobal))((Kel::Ptr<const Ip::VrfStatusLocal>, vrfStatusLocal)))
+
+  KEL_CHILD(VrfRoutingStatus, vrfRoutingStatus, VrfRoutingStatus)
+  // Unset when the VRF has no configuration record.
+  Vantu::RouteDistinguisher routeDistinguisher() const;
+  // The local state unless that is active; then the global one, 0 without a global record.
+  Ip::VrfState vrfState() const;
+  KEL_COMPUTED(routeDistinguisher)
+  KEL_COMPUTED(vrfState)
+  KEL_TYPE_END
+};
+
+// One interface of a VRF other than "default".
+class VrfIfTableEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::VrfIfTableEntry", VrfIfTableEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(VrfIfTableEntry, ((std::uint32_t, ifIndex)))
+  KEL_STORED(Kel::String, vrfName, VrfName)
+  KEL_REFERENCE(const Interface::IntfStatus, intfStatus, IntfStatus)
+  KEL_TYPE_END
+};
+
+}  // namespace IpSnmp
