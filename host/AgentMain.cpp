@@ -50,11 +50,12 @@ void handleSignals(SignalFd& signals, AgentLoop& loop, NetSnmpAgent& agent, cons
   }
 }
 
-void serve(const AgentOptions& options, SignalFd& signals, NetSnmpAgent& agent, const AgentHooks& hooks) {
+void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile>& pidFile, NetSnmpAgent& agent,
+           const AgentHooks& hooks) {
   agent.readConfiguration();
   agent.listen();
   if (!options.isForeground) agent.goToBackground();
-  const PidFile pidFile(options.pidFile);
+  pidFile.emplace(options.pidFile);
   agent.settle();
 
   AgentLoop loop;
@@ -85,9 +86,10 @@ int run(const AgentOptions& options, const AgentHooks& hooks) {
   }
   signal(SIGPIPE, SIG_IGN);
   SignalFd signals{SIGTERM, SIGINT, SIGHUP};
+  std::optional<PidFile> pidFile;  // goes last: until then the agent may still be saving its state
   NetSnmpAgent agent(options);
   try {
-    serve(options, signals, agent, hooks);
+    serve(options, signals, pidFile, agent, hooks);
     return 0;
   } catch (const std::exception& error) {
     logError("{}", error.what());  // while there still is a log to write to

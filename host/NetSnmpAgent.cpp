@@ -150,6 +150,7 @@ void NetSnmpAgent::listen() {
   listenOn(configuredEndpoints());
   // The rest of the master agent comes up without opening an address a second time.
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
+  netsnmp_addrcache_initialise();
   if (init_master_agent() != 0) throw Kel::Exception("net-snmp's master agent does not start");
 }
 

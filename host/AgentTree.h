@@ -1,0 +1,48 @@
+#pragma once
+// The entities of the agent process, and the state machines that keep the caches current.
+//
+// | path                | what                                                                   |
+// |---------------------|------------------------------------------------------------------------|
+// | Varnix/...          | the state database as mirrored from the store (varnix/Tree.h)          |
+// | snmp/status         | Snmp::Status, the agent's own readiness                                |
+// | snmp/ip/ipmib       | the default VRF's IP-MIB cache; ipforwardmib and fibstatsmib beside it |
+// | snmp/ip/vrf.mibs/V  | the caches of VRF V                                                    |
+// | snmp/ip/ipvrfmib    | the VRF tables                                                         |
+//
+// While an AgentTree exists, MIB modules find these paths (SnmpUtil::getEntityRelative).
+
+#include "ipsnmp/IpMib.h"
+#include "ipsnmp/agent/Root.h"
+#include "kel/Dir.h"
+#include "varnix/SnmpStatus.h"
+#include "varnix/Tree.h"
+
+namespace Host {
+
+class AgentTree {
+ public:
+  AgentTree();
+  ~AgentTree();
+  AgentTree(const AgentTree&) = delete;
+  AgentTree& operator=(const AgentTree&) = delete;
+
+  const Kel::Ptr<Kel::Dir>& root() const { return root_; }
+  Varnix::Tree& varnix() { return varnix_; }
+  const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
+
+ private:
+  void wire();
+
+  const Interface::LinuxIntfDetails linuxDetails_;
+  Kel::Ptr<Kel::Dir> root_;
+  Varnix::Tree varnix_;
+  Kel::Ptr<Snmp::Status> snmpStatus_;
+  Kel::Ptr<IpSnmp::IpMib> ipMib_;
+  Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib_;
+  Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib_;
+  Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib_;
+  Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
+  Kel::Ptr<IpSnmp::Root> ipRoot_;
+};
+
+}  // namespace Host
