@@ -120,6 +120,8 @@ TEST_F(JournalTest, LongKeysAreRefusedWholeAndTheRestOfTheBatchStays) {
   Snapshot snapshot = reader->snapshot();
   EXPECT_EQ("2", snapshot.get(TableId::varnix, longest));
   EXPECT_EQ(std::nullopt, snapshot.get(TableId::varnix, longest + "k"));
+  EXPECT_TRUE(snapshot.scan(TableId::varnix, longest).valid());
+  EXPECT_FALSE(snapshot.scan(TableId::varnix, longest + std::string(500, 'k')).valid());
 }
 
 TEST_F(JournalTest, ScanFollowsByteOrderFromTheLowerBound) {

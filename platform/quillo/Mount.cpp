@@ -42,7 +42,7 @@ void MountImpl::close() {
 }
 
 void MountImpl::noticeReplacement() {
-  if (store_ && store_->env.replaced()) {
+  if (store_ && store_->replaced()) {
     close();
     watch_.stale();
     stateIs(Mount::State::waiting,
@@ -52,7 +52,7 @@ void MountImpl::noticeReplacement() {
 
 void MountImpl::open() {
   try {
-    store_ = std::make_shared<MountedStore>(directory_);
+    store_ = std::make_shared<Environment>(directory_, Environment::Access::read, 0);
     stateIs(Mount::State::ready, "");
   } catch (const StoreException& e) {
     switch (e.kind()) {
@@ -75,8 +75,11 @@ void MountImpl::look(Sight& sight) {
   try {
     std::shared_ptr<View> now = view();
     sight.seq = now->head.seq;
-    std::optional<CompletePass> pass = readPass(store_->env, store_->txn);
+    std::optional<CompletePass> pass = readPass(*now->env, now->txn);
     sight.passTime = pass ? pass->time : 0;
+  } catch (const StoreException& e) {
+    close();
+    stateIs(Mount::State::refused, e.what());
   } catch (const Pesk::CorruptionDetectedException& damage) {
     corruptionDetected(damage.what());
   }
@@ -113,14 +116,6 @@ std::shared_ptr<View> MountImpl::view() {
   }
   std::shared_ptr<View> view = view_.lock();
   if (!view) {
-    if (!store_->renew()) {
-      // The old one goes first: closing it clears every slot that this process has in the lock file.
-      store_.reset();
-      open();
-      if (state_ != Mount::State::ready || !store_->renew()) {
-        throw StoreException(StoreException::Kind::notReady, stateText_);
-      }
-    }
     view = std::make_shared<View>(store_, epoch_);
     view_ = view;
   }

@@ -63,8 +63,8 @@ class Mount : public Kel::PtrInterface {
   // journal head, a complete pass. Call it between turns: asserts that no snapshot lives.
   bool refresh();
 
-  // StoreException `notReady` unless state() is ready; CorruptionDetectedException. Snapshots that live at the same
-  // time share one view.
+  // StoreException `notReady` unless state() is ready, `full` when as many readers read as the store takes (512);
+  // Pesk::CorruptionDetectedException. Snapshots that live at the same time share one view.
   Snapshot snapshot();
 
   // Readable when the publisher committed, or when the store came, went or was replaced. -1 when the system has no

@@ -38,7 +38,7 @@ class MountImpl {
 
   std::string directory_;
   DoorbellWatch watch_;
-  std::shared_ptr<MountedStore> store_;
+  std::shared_ptr<Environment> store_;
   std::weak_ptr<View> view_;
   Mount::State state_ = Mount::State::waiting;
   std::string stateText_;

@@ -70,8 +70,11 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
     std::size_t capacity = buffer.size();
     return guarded([&, to, capacity] {
       MDB_val keyVal{key.size(), const_cast<char*>(key.data())};
-      MDB_val value;
+      MDB_val value{};
       int got = mdb_get(txn, index, &keyVal, &value);
+      if (got == 0 && value.mv_data == nullptr) {
+        return MDB_CORRUPTED;
+      }
       if (got == 0) {
         size = value.mv_size;
         if (size <= capacity) {
@@ -138,7 +141,8 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
     if (got != 0) {
       return got;
     }
-    if (keyVal.mv_size > engineKeyBytes) {
+    // Damaged nodes can leave either unset.
+    if (keyVal.mv_size > engineKeyBytes || keyVal.mv_data == nullptr || value.mv_data == nullptr) {
       return MDB_CORRUPTED;
     }
     keySize_ = keyVal.mv_size;

@@ -20,7 +20,7 @@ void checkLayout(Environment& env, TableId table, Bytes key, const RecordView& r
 
 Scan::Scan(std::shared_ptr<View> view, TableId table, Bytes lowerBound)
     : view_(std::move(view)),
-      cursor_(std::make_unique<RecordCursor>(view_->store->env, view_->store->txn, Place::records)),
+      cursor_(std::make_unique<RecordCursor>(*view_->env, view_->txn, Place::records)),
       table_(table) {
   settle(cursor_->seek(recordKey(table, lowerBound)));
 }
@@ -31,7 +31,7 @@ Scan::~Scan() = default;
 void Scan::settle(bool found) {
   valid_ = found && static_cast<TableId>(cursor_->key()[0]) == table_;
   if (valid_) {
-    checkLayout(view_->store->env, table_, cursor_->key(), cursor_->record());
+    checkLayout(*view_->env, table_, cursor_->key(), cursor_->record());
   }
 }
 
@@ -61,7 +61,7 @@ Snapshot::Snapshot(Snapshot&&) noexcept = default;
 Snapshot::~Snapshot() = default;
 
 std::uint64_t Snapshot::generation() const {
-  return view_->store->env.generation();
+  return view_->env->generation();
 }
 
 std::uint64_t Snapshot::seq() const {
@@ -80,8 +80,8 @@ std::optional<Bytes> Snapshot::get(TableId table, Bytes key) {
   name[0] = static_cast<char>(table);
   key.copy(name + 1, key.size());
   Bytes whole(name, key.size() + 1);
-  Environment& env = view_->store->env;
-  std::optional<RecordView> record = readRecord(env, view_->store->txn, Place::records, whole, buffer_);
+  Environment& env = *view_->env;
+  std::optional<RecordView> record = readRecord(env, view_->txn, Place::records, whole, buffer_);
   if (!record) {
     return std::nullopt;
   }
@@ -90,8 +90,7 @@ std::optional<Bytes> Snapshot::get(TableId table, Bytes key) {
 }
 
 Scan Snapshot::scan(TableId table, Bytes lowerBound) const {
-  // No key lies between a bound that is too long and its beginning of the longest size, except that one itself.
-  return Scan(view_, table, lowerBound.substr(0, maxKeyBytes));
+  return Scan(view_, table, lowerBound);
 }
 
 Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) const {
@@ -105,8 +104,8 @@ Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) cons
   if (bookmark.seq == result.next.seq) {
     return result;
   }
-  Environment& env = view_->store->env;
-  RecordCursor cursor(env, view_->store->txn, Place::journal);
+  Environment& env = *view_->env;
+  RecordCursor cursor(env, view_->txn, Place::journal);
   for (bool found = cursor.seek(seqKey(bookmark.seq + 1)); found; found = cursor.next()) {
     if (result.changes.size() >= limit) {
       result.more = true;
@@ -124,11 +123,11 @@ Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) cons
 }
 
 std::optional<CompletePass> Snapshot::completePass() const {
-  return readPass(view_->store->env, view_->store->txn);
+  return readPass(*view_->env, view_->txn);
 }
 
 TableState Snapshot::tableState(TableId table) const {
-  return readTableState(view_->store->env, view_->store->txn, table);
+  return readTableState(*view_->env, view_->txn, table);
 }
 
 }  // namespace Quillo

@@ -7,34 +7,26 @@
 
 namespace Quillo {
 
-// An open store with the one read transaction that is renewed for each view: its slot in the lock file stays taken.
-struct MountedStore {
-  explicit MountedStore(const std::string& directory);
-  ~MountedStore();
-  MountedStore(const MountedStore&) = delete;
-  MountedStore& operator=(const MountedStore&) = delete;
-
-  // False when the lock file was begun anew and our slot in it is no longer ours: open the store again.
-  // Pesk::CorruptionDetectedException.
-  bool renew();
-  void reset();
-
-  Environment env;
-  MDB_txn* txn = nullptr;
-};
-
 // One version of the data. Snapshots and scans share it; the last one ends the transaction. It keeps the store
 // open, so a mount may drop a store that faulted while views of it are still around.
+//
+// The transaction's slot in the lock file is taken for each view and given back: a slot that is kept could be lost
+// in between, when the lock file is begun anew.
 struct View {
-  // `mounted` has been renewed.
-  View(std::shared_ptr<MountedStore> mounted, std::uint64_t mountEpoch);
+  // Pesk::CorruptionDetectedException; StoreException when all slots are taken.
+  View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch);
   ~View();
   View(const View&) = delete;
   View& operator=(const View&) = delete;
 
-  std::shared_ptr<MountedStore> store;
+  std::shared_ptr<Environment> env;
+  MDB_txn* txn = nullptr;
   std::uint64_t epoch;
   Head head;
+
+ private:
+  void begin();
+  void end();
 };
 
 }  // namespace Quillo
