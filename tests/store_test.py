@@ -8,6 +8,7 @@ import signal
 from harness import SystemCase, eventually, kernel_rows, main
 
 PAGE = 4096
+MAGIC = b"QUORINST"  # begins the record that names the format version, in the eight bytes behind it
 
 
 class StoreTest(SystemCase):
@@ -55,13 +56,16 @@ class StoreTest(SystemCase):
 
     def test_foreign_file(self):
         os.mkdir(self.store)
-        for text in (b"not a store at all\n", os.urandom(16 * PAGE), b""):
-            with self.subTest(size=len(text)):
+        for content in (b"not a store at all\n", os.urandom(16 * PAGE)):
+            with self.subTest(size=len(content)):
                 with open(self.data, "wb") as file:
-                    file.write(text)
-                if text:
-                    self.expect_mirror_refuses()
-                    self.expect_agent_says_so()
+                    file.write(content)
+                self.expect_mirror_refuses()
+                self.expect_agent_says_so()
+        with self.subTest("an empty file is no one's"):
+            os.truncate(self.data, 0)
+            self.start_system()
+            self.expect_kernel_rows()
 
     def test_damaged_pages(self):
         self.make_store()
@@ -76,6 +80,45 @@ class StoreTest(SystemCase):
         os.truncate(self.data, 3 * PAGE)
         self.expect_mirror_refuses()
         self.expect_agent_says_so()
+
+    def test_other_version_and_a_new_beginning(self):
+        self.make_store()
+        with open(self.data, "rb") as file:
+            data = file.read()
+        self.assertIn(MAGIC, data)
+        with open(self.data, "wb") as file:
+            file.write(re.sub(MAGIC + b"(?s:.{8})", MAGIC + b"\x63\0\0\0\0\0\0\x63", data))
+        for line in (self.expect_mirror_refuses(), self.expect_agent_says_so()):
+            self.assertIn("version 99", line)
+            self.assertIn("--recreate", line)
+        with self.subTest("what the line advises helps"):
+            self.start("quorin-mirrord", "-f", "--recreate", "--store", self.store)
+            self.start_agent()
+            self.wait_until_complete()
+            self.expect_kernel_rows()
+
+    def test_agent_as_another_user(self):
+        os.mkdir(self.store)
+        os.chmod(self.directory, 0o755)
+        os.chmod(self.configuration, 0o644)
+        nobody = ("-u", "nobody", "-g", "nogroup")
+        with self.subTest("who may not register as a reader is told so"):
+            os.chmod(self.store, 0o755)
+            mirror = self.start_mirror()
+            agent = self.start_agent(*nobody)
+            agent.wait_for_output(re.compile(re.escape(self.store)))
+            self.assertTrue(self.client.answers())
+            self.assertEqual([agent.stop(), mirror.stop()], [0, 0])
+        with self.subTest("a member of the store's group reads it"):
+            shutil.rmtree(self.store)
+            os.mkdir(self.store)
+            shutil.chown(self.store, group="nogroup")
+            os.chmod(self.store, 0o2750)
+            self.start_mirror()
+            self.start_agent(*nobody)
+            self.wait_until_complete()
+            self.namespace.add_interface("a0", "10.0.0.1/24")
+            self.expect_kernel_rows()
 
     def test_damage_while_it_is_served(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")
