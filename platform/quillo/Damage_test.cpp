@@ -229,7 +229,8 @@ TEST_F(DamageTest, ScrubberWorksInStepsAndStartsAgainWhenTheTableChanges) {
 
 volatile int* const elsewhere = reinterpret_cast<volatile int*>(8);
 
-// The handler that was there before sees its own faults, with everything the kernel told.
+// Each runs in a process of its own, which removes its directory before it dies. The handler that was there before
+// sees its own faults, with everything the kernel told.
 TEST_F(DamageTest, FaultElsewhereReachesThePreviousHandler) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
@@ -245,6 +246,7 @@ TEST_F(DamageTest, FaultElsewhereReachesThePreviousHandler) {
         if (contents(reader->snapshot()) != model_) {
           _exit(1);
         }
+        std::filesystem::remove_all(parent_);
         *elsewhere = 1;
       },
       ::testing::ExitedWithCode(42), "");
@@ -252,6 +254,7 @@ TEST_F(DamageTest, FaultElsewhereReachesThePreviousHandler) {
       {
         signal(SIGSEGV, SIG_DFL);
         build();
+        std::filesystem::remove_all(parent_);
         *elsewhere = 1;
       },
       ::testing::KilledBySignal(SIGSEGV), "");
@@ -259,6 +262,7 @@ TEST_F(DamageTest, FaultElsewhereReachesThePreviousHandler) {
       {
         signal(SIGBUS, SIG_DFL);
         build();
+        std::filesystem::remove_all(parent_);
         raise(SIGBUS);
         _exit(0);
       },

@@ -86,7 +86,7 @@ class Batch {
 class Publisher {
  public:
   // Takes the publisher lock and opens the store, or makes directory and store where there is none. An existing
-  // store is read through and checked (30 to 60 ms for a million records). Throws StoreException, and then has
+  // store is read through and checked (0.15 to 0.25 s for a million records). Throws StoreException, and then has
   // changed nothing.
   explicit Publisher(const PublisherConfig& config);
   ~Publisher();

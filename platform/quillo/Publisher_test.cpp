@@ -190,10 +190,12 @@ TEST_F(PublisherTest, RecordThatVanishedIsFoundAtStart) {
 TEST_F(PublisherTest, KilledInMidWrite) {
   constexpr int pairs = 60;
   std::mt19937 random(42);
-  int unfinished = 0;
+  int roundsWithCommits = 0;
+  std::uint64_t lastSeq = 0;
   for (int round = 0; round < 60; ++round) {
     if (round % 20 == 0) {
       std::filesystem::remove_all(directory_);
+      lastSeq = 0;
     }
     pid_t child = spawn([this, round] {
       Publisher publisher(config());
@@ -226,8 +228,8 @@ TEST_F(PublisherTest, KilledInMidWrite) {
       ASSERT_EQ(now["left" + n], now["right" + n]) << "round " << round;
     }
     now = contents(mount()->snapshot());
-    unfinished += now.empty() ? 1 : 0;
     std::uint64_t before = next.seq();
+    roundsWithCommits += before > lastSeq ? 1 : 0;
     next.beginFullPass({TableId::varnix});
     Batch batch = next.begin();
     std::uint64_t differences = 0;
@@ -243,8 +245,9 @@ TEST_F(PublisherTest, KilledInMidWrite) {
     batch.commit();
     next.endFullPass();
     ASSERT_EQ(before + differences, next.seq());
+    lastSeq = next.seq();
   }
-  EXPECT_LT(unfinished, 50) << "hardly any child had committed: the test does not test";
+  EXPECT_GE(roundsWithCommits, 10) << "hardly any child got to its work before it was killed";
 }
 
 TEST_F(PublisherTest, FullFileSystem) {
