@@ -1,0 +1,154 @@
+#include "conversions/SnmpConversions.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+
+#include <cstring>
+
+#include "kel/Errors.h"
+#include "snmp/Varbind.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+
+// What a conversion writes into a buffer of `size` bytes; what lies behind it must stay untouched.
+struct Written {
+  int length = 0;
+  std::vector<unsigned char> bytes;
+};
+
+template <class Value>
+Written written(int (*convert)(Value, unsigned char*, int), std::type_identity_t<Value> value, int size = 1024) {
+  constexpr unsigned char untouched = 0xA5;
+  std::vector<unsigned char> buffer(2048, untouched);
+  const int length = convert(value, buffer.data(), size);
+  const auto used = static_cast<std::ptrdiff_t>(length > 0 ? length : 0);
+  EXPECT_TRUE(std::all_of(buffer.begin() + used, buffer.end(), [](auto byte) { return byte == untouched; }));
+  return {length, {buffer.begin(), buffer.begin() + used}};
+}
+
+template <class Value>
+int integer(int (*convert)(Value, unsigned char*, int), std::type_identity_t<Value> value) {
+  EXPECT_EQ(written(convert, value, 3).length, -1) << "four bytes do not fit three";
+  const auto result = written(convert, value, 4);
+  EXPECT_EQ(result.length, 4);
+  int number = 0;
+  if (result.length == 4) std::memcpy(&number, result.bytes.data(), 4);
+  return number;
+}
+
+Arp::Table::ArpEntry neighbour(const char* addr, bool isStatic) {
+  return {.key = {.vrfId = {}, .addr = Vantu::IpGenAddr::fromString(addr), .intfId = {}},
+          .ethAddr = {},
+          .status = {.isStatic = isStatic}};
+}
+
+Kel::Ptr<const IpSnmp::IpAddressPrefixEntry> prefix(std::uint32_t ifIndex, Ip::IpVersion version,
+                                                    const Snmp::String& bytes, std::uint32_t length) {
+  return Kel::makePtr<IpSnmp::IpAddressPrefixEntry>(IpSnmp::IpAddressPrefixKey(ifIndex, version, bytes, length));
+}
+
+Kel::Ptr<const IpSnmp::VrfRoutingStatus> routingStatus(Kel::Ptr<const Routing::Config> v4,
+                                                       Kel::Ptr<const Routing6::Config> v6) {
+  return Kel::makePtr<IpSnmp::VrfRoutingStatus>("red", v4, v6);
+}
+
+// The identifier as a manager would see it.
+Kel::String identifier(const Written& value) {
+  netsnmp_variable_list variable{};
+  EXPECT_TRUE(Snmp::varbindValueIs(&variable, ASN_OBJECT_ID, value.bytes.data(), value.length));
+  const auto result = Snmp::objectIdentifier({variable.val.objid, variable.val_len / sizeof(oid)}).stringValue();
+  snmp_free_var_internals(&variable);
+  return result;
+}
+
+TEST(SnmpConversions, flagsAndStatesMapToTheNumbersOfTheirMibs) {
+  EXPECT_EQ(integer(IpRoutingToAsnInteger, true), 1);
+  EXPECT_EQ(integer(IpRoutingToAsnInteger, false), 2);
+  EXPECT_EQ(integer(ArpEntryStaticToAsnInteger, {.isStatic = true}), 4);
+  EXPECT_EQ(integer(ArpEntryStaticToAsnInteger, {.isStatic = false}), 3);
+  EXPECT_EQ(integer(RouteMetricToAsnInteger, Routing::RouteMetric(4242)), 4242);
+  EXPECT_EQ(integer(VrfStateToAsnInteger, Ip::vrfStateActive), 1);
+  for (const auto state : {Ip::vrfStateUnknown, Ip::vrfStateInactive, Ip::vrfStateDeleting}) {
+    EXPECT_EQ(integer(VrfStateToAsnInteger, state), 2);
+  }
+  EXPECT_EQ(integer(PhysicalStateToAsnInteger, Ip::ipVersion6), 1);
+  EXPECT_EQ(integer(PhysicalStateToAsnInteger, Ip::ipVersion4), 6);
+  EXPECT_EQ(integer(PhysicalStateToAsnInteger, Ip::ipVersionUnknown), 6);
+}
+
+TEST(SnmpConversions, linkLocalComesBeforeStatic) {
+  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("fe80::1", true)), 5);
+  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("fe80::1", false)), 5);
+  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("169.254.0.9", true)), 5);
+  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("2001:db8::1", true)), 4);
+  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("10.0.0.2", false)), 3);
+}
+
+TEST(SnmpConversions, nextHopGroupTypesKeepTheirNumberAndUnknownOnesAbort) {
+  using Type = Routing::NexthopGroup::NexthopGroupType;
+  for (int number = 0; number <= 5; ++number) {
+    EXPECT_EQ(integer(NhgTypeToAsnInteger, static_cast<Type>(number)), number);
+  }
+  unsigned char buffer[4];
+  EXPECT_DEATH(NhgTypeToAsnInteger(static_cast<Type>(6), buffer, 4),
+               "SnmpConversions: int NhgTypeToAsnInteger.*: assertion failed: !\"NhgType bad value\"");
+}
+
+TEST(SnmpConversions, routingStatusIsOneByteOfBits) {
+  const auto v4 = Kel::makePtr<Routing::Config>("v4");
+  const auto v6 = Kel::makePtr<Routing6::Config>("v6");
+  EXPECT_THAT(written(RoutingStatusToAsnBits, nullptr).bytes, ElementsAre(0x00));
+  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(nullptr, nullptr)).bytes, ElementsAre(0x00));
+  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(v4, v6)).bytes, ElementsAre(0x00));
+  v4->routingIs(true);
+  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(v4, v6)).bytes, ElementsAre(0x80));
+  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(nullptr, v6)).bytes, ElementsAre(0x00));
+  v6->routingIs(true);
+  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(v4, v6)).bytes, ElementsAre(0xC0));
+  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(nullptr, v6)).bytes, ElementsAre(0x40));
+}
+
+TEST(SnmpConversions, routeDistinguisherIsItsText) {
+  const auto distinguisher = Vantu::RouteDistinguisher::fromString("65000:1");
+  EXPECT_THAT(written(RouteDistinguisherToAsnOctetString, distinguisher).bytes,
+              ElementsAreArray({'6', '5', '0', '0', '0', ':', '1'}));
+  EXPECT_EQ(written(RouteDistinguisherToAsnOctetString, distinguisher, 7).length, 7);
+  EXPECT_EQ(written(RouteDistinguisherToAsnOctetString, distinguisher, 6).length, -1);
+  EXPECT_EQ(written(RouteDistinguisherToAsnOctetString, Vantu::RouteDistinguisher()).length, 0);
+}
+
+TEST(SnmpConversions, prefixEntryBecomesARowPointer) {
+  const auto v4 = prefix(5, Ip::ipVersion4, Snmp::String(Kel::String("\x0a\x01\x00\x00", 4)), 16);
+  const auto pointer = written(IpAddressPrefixEntryToAsnOid, v4);
+  EXPECT_EQ(pointer.length, 72);
+  EXPECT_EQ(identifier(pointer), "1.3.6.1.2.1.4.32.1.5.5.1.4.10.1.0.0.16");
+  EXPECT_EQ(identifier(written(IpAddressPrefixEntryToAsnOid,
+                               prefix(0xFFFFFFFF, Ip::ipVersion6, Snmp::String(Kel::String(16, '\xff')), 128))),
+            "1.3.6.1.2.1.4.32.1.5.4294967295.2.16.255.255.255.255.255.255.255.255.255.255.255.255.255.255.255.255."
+            "128");
+  EXPECT_EQ(identifier(written(IpAddressPrefixEntryToAsnOid, prefix(7, Ip::ipVersion4, Snmp::String(), 0))),
+            "1.3.6.1.2.1.4.32.1.5.7.1.0.0");
+  EXPECT_EQ(identifier(written(IpAddressPrefixEntryToAsnOid, nullptr)), "0.0");
+  EXPECT_EQ(written(IpAddressPrefixEntryToAsnOid, v4, 72).length, 72);
+  EXPECT_EQ(written(IpAddressPrefixEntryToAsnOid, v4, 71).length, 0) << "empty rather than failed";
+}
+
+TEST(SnmpConversions, ipVersionIsReadFromAnInteger) {
+  netsnmp_variable_list variable{};
+  const auto read = [&](u_char type, long number) {
+    snmp_set_var_typed_value(&variable, type, &number, sizeof(number));
+    const auto version = AsnIntegerToIpVersion(&variable);
+    return static_cast<int>(version);
+  };
+  EXPECT_EQ(read(ASN_INTEGER, 1), 1);
+  EXPECT_EQ(read(ASN_INTEGER, 2), 2);
+  EXPECT_EQ(read(ASN_INTEGER, 77), 77);
+  EXPECT_THROW(read(ASN_UNSIGNED, 1), Kel::RangeException);
+}
+
+}  // namespace
