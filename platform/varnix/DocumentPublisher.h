@@ -12,8 +12,8 @@
 // The tree is watched: whoever changes it need not say what changed. An entity that was deleted and created again,
 // or set to another value and back, costs a serialisation and no write: the store ignores what it holds already.
 //
-// Documents are written for all members, and for the fixed entities that have attributes of their own. A reference
-// is written as the path of its target; as null when the target is not (or no longer) in the tree.
+// Every entity that has attributes has a document; the fixed directories of members have none. A reference is
+// written as the path of its target; as null when the target is not (or no longer) in the tree.
 
 #include <cstddef>
 #include <map>
@@ -45,14 +45,16 @@ class DocumentPublisher {
   // (or, if an older document of it is there, that one is deleted); the rest is written.
   Quillo::CommitResult publish();
 
-  // Writes the documents of the whole tree and deletes all others: at start, and whenever changes may have been
-  // missed. Inside a full pass of the store that the caller has begun (over this table and others), it writes the
-  // documents and leaves the end of the pass to the caller; otherwise it is a full pass of its own, which also
-  // tells the readers that a complete pass is in the store. Throws like publish(); call again.
+  // Writes the documents of the whole tree and deletes all others: at start, and whenever the store may hold what
+  // the tree does not. A full pass of the store over the table of documents, which also tells the readers that a
+  // complete pass is in. Throws like publish(); call again.
   Quillo::CommitResult publishAll();
 
+  // For a full pass over this table and others, which the caller begins and ends: writes every document, so that
+  // all of them count as seen. Throws like publish(); call again.
+  Quillo::CommitResult rewriteAll();
+
  private:
-  void changed(const std::string& path);
   void write(Quillo::Batch& batch, const std::string& path);
   void referencesAre(const std::string& path, std::set<std::string> targets);
 
@@ -63,7 +65,6 @@ class DocumentPublisher {
   // Who refers to a path, as last written: when a target goes, its referrers' documents change.
   std::map<std::string, std::set<std::string>> referrers_;
   std::map<std::string, std::set<std::string>> targets_;
-  bool ownPass_ = false;
   std::unique_ptr<TreeWatch> watch_;
 };
 

@@ -1,0 +1,135 @@
+#include "varnix/Document.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "varnix/ByteText.h"
+
+namespace Varnix {
+namespace {
+
+using Json = nlohmann::json;
+using Kel::Datum;
+
+// Deeper than any attribute type; keeps a hostile text from exhausting the stack.
+constexpr unsigned deepestNesting = 16;
+
+Json toJson(const Datum& datum);
+
+struct JsonMaker {
+  Json operator()(std::monostate) const { return nullptr; }
+  Json operator()(const std::string& text) const { return escapeBytes(text); }
+  Json operator()(const Datum::List& list) const {
+    Json json = Json::array();
+    for (const auto& item : list) json.push_back(toJson(item));
+    return json;
+  }
+  Json operator()(const Datum::Object& object) const {
+    Json json = Json::object();
+    for (const auto& [name, value] : object) json[escapeBytes(name)] = toJson(value);
+    return json;
+  }
+  Json operator()(auto number) const { return number; }
+};
+
+Json toJson(const Datum& datum) {
+  return std::visit(JsonMaker{}, datum.storage());
+}
+
+Datum fromJson(const Json& json, unsigned depth) {
+  if (depth > deepestNesting) throw DocumentException(fmt::format("nested deeper than {} levels", deepestNesting));
+  switch (json.type()) {
+    case Json::value_t::boolean:
+      return {json.get<bool>()};
+    case Json::value_t::number_integer:
+      return {json.get<std::int64_t>()};
+    case Json::value_t::number_unsigned:
+      return {json.get<std::uint64_t>()};
+    case Json::value_t::number_float:
+      return {json.get<double>()};
+    case Json::value_t::string:
+      return {unescapeBytes(json.get_ref<const std::string&>())};
+    case Json::value_t::array: {
+      Datum::List list;
+      for (const auto& item : json) list.push_back(fromJson(item, depth + 1));
+      return {std::move(list)};
+    }
+    case Json::value_t::object: {
+      Datum::Object object;
+      for (const auto& [name, value] : json.items()) {
+        object.emplace_back(unescapeBytes(name), fromJson(value, depth + 1));
+      }
+      return {std::move(object)};
+    }
+    default:
+      return {};
+  }
+}
+
+Json parse(std::string_view text) {
+  try {
+    return Json::parse(text);
+  } catch (const Json::exception& error) {
+    throw DocumentException(fmt::format("not well-formed JSON: {}", error.what()));
+  }
+}
+
+Datum referencePath(const Kel::Entity& entity, const Kel::AttributeInfo& attribute, const Kel::Entity& root) {
+  const auto target = Kel::dynamicPtr<Kel::Entity>(attribute.read(entity).handle());
+  if (!target) return {};
+  auto path = pathBelow(root, *target);
+  return path ? Datum(std::move(*path)) : Datum();
+}
+
+}  // namespace
+
+Document documentOf(const Kel::Entity& entity, const Kel::Entity& root) {
+  const auto& type = entity.kelTypeInfo();
+  Document document{type.name(), {}};
+  for (const auto& attribute : type.attributes()) {
+    if (attribute.kind == Kel::AttributeKind::reference) {
+      document.attributes.emplace_back(attribute.name, referencePath(entity, attribute, root));
+    } else if (attribute.fromDatum) {
+      document.attributes.emplace_back(attribute.name, attribute.toDatum(entity));
+    }
+  }
+  return document;
+}
+
+std::string documentText(const Document& document) {
+  return Json{{"type", document.type}, {"attributes", toJson(Datum(document.attributes))}}.dump();
+}
+
+Document documentFromText(std::string_view text) {
+  const Json json = parse(text);
+  const auto type = json.find("type");
+  const auto attributes = json.find("attributes");
+  if (!json.is_object() || json.size() != 2 || type == json.end() || !type->is_string() ||
+      attributes == json.end() || !attributes->is_object()) {
+    throw DocumentException("expected an object of \"type\" (a text) and \"attributes\" (an object), no more");
+  }
+  try {
+    return {type->get<std::string>(), *fromJson(*attributes, 0).getIf<Datum::Object>()};
+  } catch (const Kel::RangeException& error) {
+    throw DocumentException(error.what());
+  }
+}
+
+std::optional<std::string> pathBelow(const Kel::Entity& root, const Kel::Entity& entity) {
+  if (&entity == &root) return std::string();
+  Kel::Ptr<const Kel::Entity> above = entity.parent();
+  while (above && above != &root) above = above->parent();
+  if (!above) return std::nullopt;
+  const auto top = root.fullName();
+  return entity.fullName().substr(top.empty() ? 0 : top.size() + 1);
+}
+
+bool isDocumentAttribute(const Kel::AttributeInfo& attribute) {
+  return attribute.kind == Kel::AttributeKind::reference || attribute.fromDatum;
+}
+
+bool hasDocumentAttributes(const Kel::TypeInfo& type) {
+  return std::any_of(type.attributes().begin(), type.attributes().end(), isDocumentAttribute);
+}
+
+}  // namespace Varnix

@@ -1,0 +1,91 @@
+#include "varnix/DocumentPublisher.h"
+
+#include "kel/Trace.h"
+#include "varnix/ByteText.h"
+#include "varnix/Document.h"
+#include "varnix/TreeWatch.h"
+
+namespace Varnix {
+namespace {
+
+Kel::TraceHandle traceHandle("VarnixPublisher");
+
+constexpr auto table = Quillo::TableId::varnix;
+
+std::set<std::string> targetsOf(const Document& document, const Kel::TypeInfo& type) {
+  std::set<std::string> targets;
+  for (const auto& [name, value] : document.attributes) {
+    const auto* path = value.getIf<std::string>();
+    if (path && type.find(name)->kind == Kel::AttributeKind::reference) targets.insert(*path);
+  }
+  return targets;
+}
+
+}  // namespace
+
+DocumentPublisher::DocumentPublisher(const Tree& tree, Quillo::Publisher& store)
+    : tree_(tree),
+      store_(store),
+      watch_(std::make_unique<TreeWatch>(tree, [this](const std::string& path) { changed_.insert(path); })) {
+}
+
+DocumentPublisher::~DocumentPublisher() = default;
+
+Quillo::CommitResult DocumentPublisher::publish() {
+  if (changed_.empty()) return {0, store_.seq()};
+  auto batch = store_.begin();
+  auto paths = changed_;
+  for (const auto& path : changed_) {
+    if (const auto at = referrers_.find(path); at != referrers_.end())
+      paths.insert(at->second.begin(), at->second.end());
+  }
+  for (const auto& path : paths) write(batch, path);
+  const auto result = batch.commit();
+  changed_.clear();
+  QTRACE(traceHandle, 2) << "published " << paths.size() << " documents, " << result.changes << " changes";
+  return result;
+}
+
+Quillo::CommitResult DocumentPublisher::rewriteAll() {
+  changed_.insert(all_.begin(), all_.end());
+  return publish();
+}
+
+Quillo::CommitResult DocumentPublisher::publishAll() {
+  store_.beginFullPass({table});
+  const auto written = rewriteAll();
+  const auto swept = store_.endFullPass();
+  return {written.changes + swept.changes, swept.seq};
+}
+
+void DocumentPublisher::write(Quillo::Batch& batch, const std::string& path) {
+  const auto entity = watch_->entity(path);
+  try {
+    if (entity) {
+      const auto document = documentOf(*entity, *tree_.root);
+      batch.put(table, path, documentText(document));
+      referencesAre(path, targetsOf(document, entity->kelTypeInfo()));
+      all_.insert(path);
+      return;
+    }
+  } catch (const Kel::RangeException& error) {
+    QTRACE(traceHandle, 0) << escapeBytes(path) << ": not published: " << error.what();
+  }
+  referencesAre(path, {});
+  all_.erase(path);
+  if (path.size() <= Quillo::maxKeyBytes) batch.del(table, path);
+}
+
+void DocumentPublisher::referencesAre(const std::string& path, std::set<std::string> targets) {
+  auto& known = targets_[path];
+  for (const auto& target : known) {
+    const auto at = referrers_.find(target);
+    at->second.erase(path);
+    if (at->second.empty()) referrers_.erase(at);
+  }
+  for (const auto& target : targets) referrers_[target].insert(path);
+  known = std::move(targets);
+  if (known.empty()) targets_.erase(path);
+}
+
+}  // namespace Varnix

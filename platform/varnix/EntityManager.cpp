@@ -1,0 +1,75 @@
+#include "varnix/EntityManager.h"
+
+#include <fmt/format.h>
+
+#include "kel/Trace.h"
+#include "varnix/ByteText.h"
+#include "varnix/DocumentFeed.h"
+#include "varnix/TreeLoader.h"
+
+namespace Varnix {
+namespace {
+
+Kel::TraceHandle traceHandle("VarnixEntityManager");
+
+}  // namespace
+
+EntityManager::EntityManager(const Kel::Ptr<Kel::Dir>& directory, Kel::Ptr<Quillo::Mount> mount)
+    : Kel::Entity("EntityManager"),
+      tree_(directory),
+      mount_(std::move(mount)),
+      loader_(std::make_unique<TreeLoader>(directory)),
+      feed_(std::make_unique<DocumentFeed>(mount_)) {
+}
+
+EntityManager::~EntityManager() = default;
+
+bool EntityManager::step(std::size_t limit) {
+  if (sweeping_) {
+    sweeping_ = loader_->sweep(limit);
+    return true;
+  }
+  const auto turn = feed_->turn(limit, ready());
+  if (turn.begins) {
+    QTRACE(traceHandle, 2) << "reading all documents of " << mount_->directory();
+    loader_->passBegin();
+  }
+  for (const auto& item : turn.items) {
+    QTRACE(traceHandle, 6) << (item.text ? "document of " : "no document of ") << escapeBytes(item.path);
+    if (item.text) {
+      loader_->documentIs(item.path, *item.text);
+    } else {
+      loader_->documentDel(item.path);
+    }
+  }
+  sweeping_ = turn.ends;
+  const bool isReadable = mount_->state() == Quillo::Mount::State::ready;
+  if (turn.more && isReadable) {
+    if (!ready()) statusIs(fmt::format("reading the store in {}", mount_->directory()));
+    return true;
+  }
+  if (sweeping_) return true;
+  if (!isReadable) {
+    statusIs(mount_->stateText());
+    return false;
+  }
+  loader_->reportUnplaced();
+  if (turn.passIsIn) readyIs(true);
+  if (turn.passIsIn) {
+    statusIs("");
+  } else {
+    waitingForPass();
+  }
+  return false;
+}
+
+void EntityManager::waitingForPass() {
+  const auto publisher = mount_->publisher();
+  const auto who = publisher.alive ? fmt::format("{} (pid {}) is writing it", publisher.name, publisher.pid)
+                                   : "no publisher is running: start quorin-mirrord";
+  const auto* what = feed_->heldBack() ? "was made anew; serving what the one before held until it is complete"
+                                       : "is not complete yet";
+  statusIs(fmt::format("the store in {} {}; {}", mount_->directory(), what, who));
+}
+
+}  // namespace Varnix
