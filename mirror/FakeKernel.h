@@ -1,0 +1,182 @@
+#pragma once
+// A kernel for tests: links and addresses that tests change, an rtnetlink queue of limited size, and dumps that are
+// produced piece by piece while they are read, as the real one does it.
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "mirror/RtChannel.h"
+#include "mirror/TestMessages.h"
+
+namespace Mirror::Test {
+
+class FakeKernel : public RtChannel {
+ public:
+  static constexpr std::uint32_t port = 4711;
+
+  // ---- what there is
+  std::map<int, TestLink> links;
+  std::vector<TestAddress> addresses;  // in the order of the kernel's lists
+
+  // ---- how it behaves
+  std::size_t queueLimit = SIZE_MAX;            // datagrams; what comes beyond is lost
+  std::size_t objectsPerPiece = 3;              // of a dump
+  std::function<bool()> isPieceLate = never;    // the next notification overtakes a piece that is ready
+  std::function<bool()> isInterrupted = never;  // the dump says so in its last message
+  int dumpStatus = 0;                           // an errno: dumps are refused
+  bool isDumpSilent = false;                    // a dump is never answered
+
+  // ---- what was asked of it
+  unsigned dumps = 0;
+  unsigned reopened = 0;
+
+  void linkIs(const TestLink& link) {
+    links[link.ifIndex] = link;
+    notify(describe(Message(RTM_NEWLINK), link));
+  }
+  void linkDel(int ifIndex) {
+    const auto gone = links.extract(ifIndex);
+    const auto isOfLink = [&](const TestAddress& address) { return address.ifIndex == ifIndex; };
+    for (const auto& address : addresses) {
+      if (isOfLink(address)) notify(describe(Message(RTM_DELADDR), address));
+    }
+    std::erase_if(addresses, isOfLink);
+    notify(describe(Message(RTM_DELLINK), gone.mapped()));
+  }
+  void addressIs(const TestAddress& address) {
+    if (TestAddress* present = find(address)) {
+      *present = address;
+    } else {
+      addresses.push_back(address);
+    }
+    notify(describe(Message(RTM_NEWADDR), address));
+  }
+  void addressDel(const TestAddress& address) {
+    const TestAddress gone = *find(address);
+    std::erase_if(addresses, [&](const TestAddress& other) { return isSame(other, gone); });
+    notify(describe(Message(RTM_DELADDR), gone));
+  }
+  void notify(const Message& message) { put(message.bytes()); }
+  void put(const Bytes& datagram) {
+    if (isCongested_ || queue_.size() >= queueLimit) {
+      isCongested_ = isOverrunUntold_ = true;
+    } else {
+      queue_.push_back(datagram);
+    }
+    releaseLatePiece();
+  }
+
+  static bool isSame(const TestAddress& a, const TestAddress& b) {
+    if (a.ifIndex != b.ifIndex || a.local != b.local) return false;
+    return a.local.af() == Vantu::ipv6_ || (a.prefixLength == b.prefixLength && a.peer == b.peer);
+  }
+
+  // ---- the channel
+  void dump(RtDump what, std::uint32_t sequence) override {
+    ++dumps;
+    if (dumpStatus != 0) {
+      queue_.push_back(Message(NLMSG_ERROR, 0, sequence, port).fixed(nlmsgerr{-dumpStatus, {}}).bytes());
+    } else if (!isDumpSilent) {
+      dumped_ = {what, sequence, 0, true};
+      dumpedState_.reset();
+      producePiece();
+    }
+  }
+  Outcome receive(std::span<const std::uint8_t>& datagram) override {
+    if (std::exchange(isOverrunUntold_, false)) return Outcome::overrun;
+    if (queue_.empty()) releaseLatePiece();
+    if (queue_.empty()) return Outcome::empty;
+    latest_ = std::move(queue_.front());
+    queue_.pop_front();
+    if (queue_.empty()) isCongested_ = false;
+    if (dumped_.isRunning && latePiece_.empty()) producePiece();
+    datagram = latest_;
+    return Outcome::datagram;
+  }
+  std::uint32_t portId() const override { return port; }
+  void reopen() override {
+    ++reopened;
+    queue_.clear();
+    latePiece_.clear();
+    dumped_ = {};
+    isCongested_ = isOverrunUntold_ = false;
+  }
+
+ private:
+  struct Dump {
+    RtDump what = RtDump::links;
+    std::uint32_t sequence = 0;
+    std::size_t next = 0;
+    bool isRunning = false;
+  };
+
+  static bool never() { return false; }
+
+  TestAddress* find(const TestAddress& address) {
+    for (auto& other : addresses) {
+      if (isSame(other, address)) return &other;
+    }
+    return nullptr;
+  }
+
+  Message reply(std::uint16_t type) const { return Message(type, NLM_F_MULTI, dumped_.sequence, port); }
+
+  std::vector<Bytes> objects() const {
+    std::vector<Bytes> all;
+    if (dumped_.what == RtDump::links) {
+      for (const auto& [ifIndex, link] : links) all.push_back(describe(reply(RTM_NEWLINK), link).bytes());
+    } else {
+      const auto af = dumped_.what == RtDump::ipv4Addresses ? Vantu::ipv4_ : Vantu::ipv6_;
+      for (const auto& address : addresses) {
+        if (address.local.af() == af) all.push_back(describe(reply(RTM_NEWADDR), address).bytes());
+      }
+    }
+    return all;
+  }
+
+  // The next few objects by their place in the list, so that one is passed over when another before it has gone.
+  void producePiece() {
+    const auto all = objects();
+    Bytes piece;
+    for (std::size_t count = 0; count < objectsPerPiece && dumped_.next < all.size(); ++count, ++dumped_.next) {
+      const Bytes& object = all[dumped_.next];
+      piece.insert(piece.end(), object.begin(), object.end());
+      piece.resize((piece.size() + 3) / 4 * 4);
+    }
+    if (!dumpedState_) dumpedState_ = stateText();
+    if (dumped_.next >= all.size()) {
+      const bool hasChanged = std::exchange(dumpedState_, std::nullopt) != stateText();
+      const std::uint16_t flags = hasChanged || isInterrupted() ? NLM_F_DUMP_INTR : 0;
+      const Bytes done = Message(NLMSG_DONE, NLM_F_MULTI | flags, dumped_.sequence, port).fixed(0).bytes();
+      piece.insert(piece.end(), done.begin(), done.end());
+      dumped_.isRunning = false;
+    }
+    latePiece_ = std::move(piece);
+    if (!isPieceLate()) releaseLatePiece();
+  }
+
+  void releaseLatePiece() {
+    if (!latePiece_.empty()) queue_.push_back(std::exchange(latePiece_, {}));
+  }
+
+  // What the kernel has a counter of changes for.
+  Bytes stateText() const {
+    Bytes all;
+    for (const auto& object : objects()) all.insert(all.end(), object.begin(), object.end());
+    return all;
+  }
+
+  std::deque<Bytes> queue_;
+  Bytes latest_;
+  Bytes latePiece_;
+  Dump dumped_;
+  std::optional<Bytes> dumpedState_;
+  bool isCongested_ = false;
+  bool isOverrunUntold_ = false;
+};
+
+}  // namespace Mirror::Test

@@ -1,0 +1,102 @@
+#include "mirror/KernelState.h"
+
+#include <linux/if.h>
+#include <linux/if_addr.h>
+
+namespace Mirror {
+
+AddressKey::AddressKey(const AddressMessage& message) : local(message.local) {
+  if (local.af() != Vantu::ipv4_) return;
+  prefixLength = message.prefixLength;
+  peer = message.peer;
+}
+
+bool KernelLink::isRunning() const {
+  // "unknown" is what drivers without such a state report, that of the loopback interface among them.
+  return (flags & IFF_UP) && (operStatus == Interface::operStatusUp || operStatus == Interface::operStatusUnknown);
+}
+
+Ip6::AddressState KernelAddress::state() const {
+  if (flags & IFA_F_DADFAILED) return Ip6::addressStateDuplicate;
+  // An optimistic address is used while duplicate address detection runs (RFC 4429).
+  if ((flags & IFA_F_TENTATIVE) && !(flags & IFA_F_OPTIMISTIC)) return Ip6::addressStateTentative;
+  return flags & IFA_F_DEPRECATED ? Ip6::addressStateDeprecated : Ip6::addressStatePreferred;
+}
+
+void KernelState::notified(const LinkMessage& message) {
+  if (purpose_ == Purpose::dump) notifiedLinks_[message.ifIndex] = !message.isDeleted;
+  apply(message);
+}
+
+void KernelState::notified(const AddressMessage& message) {
+  if (purpose_ == Purpose::dump) notifiedAddresses_.emplace(message.ifIndex, AddressKey(message));
+  apply(message);
+}
+
+void KernelState::dumped(const LinkMessage& message) {
+  if (!notifiedLinks_.contains(message.ifIndex)) apply(message);
+}
+
+void KernelState::dumped(const AddressMessage& message) {
+  const auto link = notifiedLinks_.find(message.ifIndex);
+  const bool hasLinkGone = link != notifiedLinks_.end() && !link->second;
+  if (!hasLinkGone && !notifiedAddresses_.contains({message.ifIndex, AddressKey(message)})) apply(message);
+}
+
+KernelState KernelState::complete() && {
+  purpose_ = Purpose::current;
+  notifiedLinks_.clear();
+  notifiedAddresses_.clear();
+  return std::move(*this);
+}
+
+const KernelInterface* KernelState::interface(std::uint32_t ifIndex) const {
+  const auto at = interfaces_.find(ifIndex);
+  return at == interfaces_.end() ? nullptr : &at->second;
+}
+
+void KernelState::apply(const LinkMessage& message) {
+  auto& interface = interfaces_[message.ifIndex];
+  changed_.insert(message.ifIndex);
+  if (message.isDeleted) {
+    if (interface.link) owners_.erase(interface.link->name);
+    interfaces_.erase(message.ifIndex);
+    return;
+  }
+  if (!interface.link) interface.link.emplace();
+  KernelLink& link = *interface.link;
+  if (!message.name.empty() && message.name != link.name) {
+    if (!link.name.empty()) owners_.erase(link.name);
+    takeName(message.name, message.ifIndex);
+    link.name = message.name;
+  }
+  link.flags = message.flags;
+  if (message.operStatus) link.operStatus = *message.operStatus;
+  if (message.ethAddr) link.ethAddr = *message.ethAddr;
+}
+
+// Names are unique: whoever had this one has lost it, whether or not that has been told.
+void KernelState::takeName(const std::string& name, std::uint32_t newOwner) {
+  const auto [at, isFree] = owners_.emplace(name, newOwner);
+  if (isFree) return;
+  interfaces_[at->second].link->name.clear();
+  changed_.insert(at->second);
+  at->second = newOwner;
+}
+
+void KernelState::apply(const AddressMessage& message) {
+  auto& interface = interfaces_[message.ifIndex];
+  changed_.insert(message.ifIndex);
+  const AddressKey key(message);
+  if (message.isDeleted) {
+    interface.addresses.erase(key);
+    if (!interface.link && interface.addresses.empty()) interfaces_.erase(message.ifIndex);
+    return;
+  }
+  const auto [at, isNew] = interface.addresses.try_emplace(key);
+  at->second.prefixLength = message.prefixLength;
+  at->second.flags = message.flags;
+  if (isNew) at->second.order = ++lastOrder_;
+}
+
+}  // namespace Mirror

@@ -1,0 +1,92 @@
+#pragma once
+// The links and addresses of one network namespace, as far as the kernel has told.
+//
+// Two kinds of word come from the kernel: notifications, which tell of one change each and come in order, and the
+// replies of a dump, each of which was true at some moment of the dump. Where both speak of the same object while a
+// dump is under way, the notification stands: the reply may be older, and whatever comes after it is notified too.
+//
+//   KernelState fresh(KernelState::Purpose::dump);     // before the dump is asked for
+//   ... fresh.dumped(reply) and fresh.notified(change), as they come ...
+//   state = fresh.complete();                          // what was not dumped is not there
+//
+// Addresses may come before their link, and are kept for it. A link takes its addresses along when it goes.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "mirror/RtMessage.h"
+#include "varnix/Ip6.h"
+
+namespace Mirror {
+
+// What tells the addresses of an interface apart: for IPv4 the address, the prefix length and the peer, for IPv6
+// the address alone.
+struct AddressKey {
+  Vantu::IpGenAddr local;
+  unsigned prefixLength = 0;  // IPv6: 0
+  Vantu::IpGenAddr peer;      // IPv6: unset
+  explicit AddressKey(const AddressMessage& message);
+  friend auto operator<=>(const AddressKey&, const AddressKey&) = default;
+};
+
+struct KernelLink {
+  std::string name;  // empty while another link has it: a rename that is only half told
+  std::uint32_t flags = 0;
+  Interface::OperStatus operStatus = Interface::operStatusUnknown;
+  Vantu::EthAddr ethAddr;
+  // Whether packets can pass, so that the addresses are in force.
+  bool isRunning() const;
+};
+
+struct KernelAddress {
+  unsigned prefixLength = 0;
+  std::uint32_t flags = 0;
+  std::uint64_t order = 0;  // of the addresses of an interface, the one that was there first has the lowest
+  Ip6::AddressState state() const;
+};
+
+struct KernelInterface {
+  std::optional<KernelLink> link;
+  std::map<AddressKey, KernelAddress> addresses;  // IPv4 first
+};
+
+class KernelState {
+ public:
+  using Interfaces = std::map<std::uint32_t, KernelInterface>;  // by ifIndex
+
+  enum class Purpose { current, dump };
+  explicit KernelState(Purpose purpose = Purpose::current) : purpose_(purpose) {}
+
+  void notified(const LinkMessage& message);
+  void notified(const AddressMessage& message);
+  void dumped(const LinkMessage& message);
+  void dumped(const AddressMessage& message);
+
+  // The state after a complete dump, from now on kept by notifications.
+  KernelState complete() &&;
+
+  const Interfaces& interfaces() const { return interfaces_; }
+  const KernelInterface* interface(std::uint32_t ifIndex) const;
+  // The interfaces that something was told of since the last call.
+  std::set<std::uint32_t> takeChanged() { return std::exchange(changed_, {}); }
+
+ private:
+  void apply(const LinkMessage& message);
+  void apply(const AddressMessage& message);
+  void takeName(const std::string& name, std::uint32_t newOwner);
+
+  Purpose purpose_;
+  Interfaces interfaces_;
+  std::map<std::string, std::uint32_t> owners_;  // ifIndex by link name
+  std::set<std::uint32_t> changed_;
+  std::uint64_t lastOrder_ = 0;
+  // During a dump: what was notified. Links: whether the link was there.
+  std::map<std::uint32_t, bool> notifiedLinks_;
+  std::set<std::pair<std::uint32_t, AddressKey>> notifiedAddresses_;
+};
+
+}  // namespace Mirror

@@ -1,0 +1,109 @@
+#include "mirror/MirrorMain.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <iostream>
+#include <optional>
+
+#include "kel/System.h"
+#include "kel/Trace.h"
+#include "mirror/Background.h"
+#include "mirror/MirrorOptions.h"
+#include "mirror/MirrorService.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle traceHandle("MirrorMain");
+
+constexpr Kel::Seconds pollPeriod = 1;
+
+volatile sig_atomic_t stopSignal = 0;
+
+void noteSignal(int signal) {
+  stopSignal = signal;
+}
+
+// From here on SIGTERM and SIGINT arrive only while the loop waits. Returns the mask for waiting.
+sigset_t takeSignals() {
+  struct sigaction action {};
+  action.sa_handler = noteSignal;
+  sigset_t stopSignals;
+  sigemptyset(&stopSignals);
+  for (const int signal : {SIGTERM, SIGINT}) {
+    sigaction(signal, &action, nullptr);
+    sigaddset(&stopSignals, signal);
+  }
+  signal(SIGPIPE, SIG_IGN);
+  sigset_t previous;
+  sigprocmask(SIG_BLOCK, &stopSignals, &previous);
+  for (const int signal : {SIGTERM, SIGINT}) sigdelset(&previous, signal);
+  return previous;
+}
+
+// True when the descriptor is readable, or in a state that only reading tells.
+bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
+  pollfd entry{fd, POLLIN, 0};
+  const double wait = std::max(seconds, 0.0);
+  timespec timeout{};
+  timeout.tv_sec = static_cast<time_t>(wait);
+  timeout.tv_nsec = static_cast<long>((wait - std::floor(wait)) * 1e9);
+  const int ready = ppoll(&entry, 1, &timeout, &mask);
+  if (ready < 0 && errno != EINTR) throw Kel::Exception(fmt::format("cannot wait: {}", std::strerror(errno)));
+  return ready > 0;
+}
+
+void serve(const MirrorOptions& options, std::optional<Background>& background) {
+  const sigset_t mask = takeSignals();
+  MirrorService service({.directory = options.store, .name = "quorin-mirrord", .recreate = options.recreateStore});
+  service.start();
+  bool isAnnounced = false;
+  bool mayMoreWait = true;
+  Kel::Seconds nextPoll = Kel::System::currentTime() + pollPeriod;
+  while (!stopSignal) {
+    const Kel::Seconds wait = mayMoreWait ? 0 : nextPoll - Kel::System::currentTime();
+    mayMoreWait = waitFor(service.fd(), wait, mask) && service.receive();
+    if (Kel::System::currentTime() >= nextPoll) {
+      service.poll();
+      nextPoll = Kel::System::currentTime() + pollPeriod;
+    }
+    if (isAnnounced || !service.isServing()) continue;
+    isAnnounced = true;
+    if (background) {
+      Kel::TraceConfig::outputIs(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
+      background->serving();
+    }
+    QTRACE(traceHandle, 1) << "publishing in " << options.store;
+  }
+  QTRACE(traceHandle, 1) << "stopping on " << strsignal(stopSignal);
+}
+
+}  // namespace
+
+int mirrorMain(int argc, const char* const* argv) {
+  const auto parsed = parseOptions(argc, argv, std::cout, std::cerr);
+  if (const int* status = std::get_if<int>(&parsed)) return *status;
+  const auto& options = std::get<MirrorOptions>(parsed);
+  std::optional<Background> background;
+  try {
+    Kel::TraceConfig::levelsAre(options.trace);
+    if (!options.isForeground) background.emplace();
+    serve(options, background);
+    return 0;
+  } catch (const std::exception& error) {
+    if (background && background->isServing()) {
+      QTRACE(traceHandle, 0) << error.what() << "; ending";
+    } else {
+      fmt::print(stderr, "quorin-mirrord: {}\n", error.what());
+    }
+    return 1;
+  }
+}
+
+}  // namespace Mirror

@@ -1,0 +1,24 @@
+#pragma once
+// The command line of quorin-mirrord.
+
+#include <iosfwd>
+#include <string>
+#include <variant>
+
+#include "quillo/Publisher.h"
+
+namespace Mirror {
+
+struct MirrorOptions {
+  bool isForeground = false;
+  std::string store = Quillo::defaultStoreDirectory;  // absolute
+  std::string trace;                                  // as Kel::TraceConfig::levelsAre takes it
+  bool recreateStore = false;
+};
+
+// The options, or the program's exit status when there is nothing more to do: help and version are written to
+// `out`, what is wrong with the command line to `err` (one line).
+std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv, std::ostream& out,
+                                              std::ostream& err);
+
+}  // namespace Mirror

@@ -1,0 +1,314 @@
+// The way from a real kernel to a real store, in network namespaces of the tests' own.
+
+#include "mirror/MirrorService.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "mirror/TreeExpectation.h"
+#include "quillo/Mount.h"
+#include "vantu/NetNs.h"
+
+namespace Mirror {
+namespace {
+
+using namespace Test;
+using testing::HasSubstr;
+
+std::string outputOf(const std::string& command) {
+  FILE* pipe = popen(command.c_str(), "r");
+  std::string output;
+  char buffer[4096];
+  while (const std::size_t size = fread(buffer, 1, sizeof(buffer), pipe)) output.append(buffer, size);
+  if (pclose(pipe) != 0) throw std::runtime_error("failed: " + command);
+  return output;
+}
+
+class MirrorServiceTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root, to make network namespaces";
+    outputOf("ip netns add " + name_);
+    inside_.emplace(name_);
+    ip("link set lo up");
+    ip("link add eth0 address 02:00:00:00:00:01 type veth peer name eth0-p");
+    ip("link set eth0-p up");
+    ip("link set eth0 up");
+    std::filesystem::create_directories(directory_);
+  }
+  void TearDown() override {
+    service_.reset();
+    if (!inside_) return;
+    inside_.reset();
+    outputOf("ip netns del " + name_);
+    if (isMounted_) umount(directory_.c_str());
+    std::filesystem::remove_all(directory_);
+  }
+
+  static void ip(const std::string& arguments) { outputOf("ip " + arguments); }
+  void ipBatch(const std::vector<std::string>& lines) const {
+    const std::string file = "/tmp/" + name_ + ".batch";
+    std::ofstream out(file);
+    for (const auto& line : lines) out << line << "\n";
+    out.close();
+    ip("-batch " + file);
+    std::filesystem::remove(file);
+  }
+
+  Quillo::PublisherConfig config() const { return {.directory = store_, .name = "mirror_test"}; }
+  void start(int receiveBytes = RtSocket::defaultReceiveBytes) {
+    service_ = std::make_unique<MirrorService>(config(), receiveBytes);
+    service_->start();
+    waitFor([&] { return service_->isServing(); }, "the first complete pass");
+  }
+
+  // Runs the service as its event loop does, until the condition holds.
+  template <class Condition>
+  void waitFor(const Condition& condition, const char* what, int milliseconds = 5000) {
+    for (int waited = 0; waited < milliseconds; ++waited) {
+      pollfd entry{service_->fd(), POLLIN, 0};
+      if (poll(&entry, 1, 0) > 0) {
+        while (service_->receive()) {
+        }
+      }
+      if (condition()) return;
+      usleep(1000);
+    }
+    FAIL() << "not within " << milliseconds << " ms: " << what;
+  }
+
+  // The kernel's view as iproute2 tells it.
+  static Lines kernelLines() {
+    FakeKernel kernel;
+    for (const auto& link : nlohmann::json::parse(outputOf("ip -j addr"))) {
+      const int ifIndex = link.at("ifindex");
+      TestLink& known = kernel.links[ifIndex];
+      known = {ifIndex, link.at("ifname"), 0, IF_OPER_DOWN};
+      for (const auto& flag : link.at("flags")) {
+        if (flag == "UP") known.flags = IFF_UP;
+      }
+      if (link.at("operstate") == "UP") known.operState = IF_OPER_UP;
+      if (link.at("operstate") == "UNKNOWN") known.operState = IF_OPER_UNKNOWN;
+      for (const auto& info : link.at("addr_info")) {
+        TestAddress address;
+        address.ifIndex = ifIndex;
+        address.local = Vantu::IpGenAddr::fromString(info.at("local").get<std::string>());
+        address.prefixLength = info.at("prefixlen");
+        if (info.contains("tentative")) address.flags = IFA_F_TENTATIVE;
+        if (info.contains("dadfailed")) address.flags = IFA_F_DADFAILED;
+        kernel.addresses.push_back(address);
+      }
+    }
+    return expectedLines(kernel);
+  }
+  // The kernel tells of a lost carrier only after up to a second, and goes on changing while it is asked.
+  void expectAgreement() {
+    Lines ours;
+    Lines kernels;
+    const auto isSame = [&] {
+      kernels = kernelLines();
+      ours = linesOf(service_->tree());
+      return ours == kernels;
+    };
+    waitFor(isSame, "the kernel's links and addresses", 1000);
+    EXPECT_EQ(ours, kernels);
+  }
+
+  std::uint64_t journalHead() const { return service_->publisher().store().seq(); }
+  bool isInStore(const std::string& path, const std::string& text = "") const {
+    const auto document = service_->publisher().store().get(Quillo::TableId::varnix, path);
+    return document && document->find(text) != std::string::npos;
+  }
+
+  std::string name_ = "qm-" + std::to_string(getpid());
+  std::string directory_ = "/dev/shm/" + name_;
+  std::string store_ = directory_ + "/store";
+  std::optional<Vantu::NetNsGuard> inside_;
+  std::unique_ptr<MirrorService> service_;
+  bool isMounted_ = false;
+};
+
+TEST_F(MirrorServiceTest, linksAndAddressesAsTheyComeAndGo) {
+  ip("addr add 10.0.0.1/24 dev eth0 label eth0:1");
+  ip("addr add 10.0.0.2/24 dev eth0");
+  ip("addr add 192.0.2.1 peer 192.0.2.9/32 dev eth0");
+  ip("addr add 2001:db8::1/64 dev eth0");
+  start();
+  expectAgreement();
+  const Vantu::IntfId eth0("eth0");
+  EXPECT_EQ(service_->tree().intfStatusDir->intfStatus(eth0)->ethAddr().stringValue(), "02:00:00:00:00:01");
+  EXPECT_EQ(primaries(service_->tree())["eth0"], "10.0.0.1/24");
+  EXPECT_TRUE(isInStore("ip/status.ipIntfStatus/eth0", "192.0.2.1/32")) << "the local address of the two";
+
+  for (const char* change :
+       {"addr del 10.0.0.1/24 dev eth0", "link set eth0 down", "addr add 10.0.0.3/24 dev eth0",
+        "link set eth0 name lan", "link set lan up", "addr add 2001:db8::2/64 dev lan", "link set eth0-p down",
+        "link set eth0-p up", "link add eth0 type veth peer name other", "addr add 10.0.0.1/24 dev eth0",
+        "addr flush dev lan", "link del lan", "link set eth0 address 02:00:00:00:00:02", "link set lo down"}) {
+    SCOPED_TRACE(change);
+    ip(change);
+    expectAgreement();
+  }
+  EXPECT_FALSE(isInStore("ip/status.ipIntfStatus/lan"));
+  EXPECT_EQ(service_->mirror().completeDumps(), 1U) << "notifications alone did it";
+}
+
+TEST_F(MirrorServiceTest, anAddressIsInTheStoreWithinMilliseconds) {
+  start();
+  ip("addr add 10.0.0.1/24 dev eth0");
+  const auto begin = Kel::System::currentTime();
+  waitFor([&] { return isInStore("ip/status.ipIntfStatus/eth0", "10.0.0.1/24"); }, "10.0.0.1 in the store", 1000);
+  EXPECT_LT(Kel::System::currentTime() - begin, 0.05);
+}
+
+TEST_F(MirrorServiceTest, forwarding) {
+  start();
+  EXPECT_FALSE(service_->tree().routingConfig->routing() || service_->tree().routing6Config->routing());
+  const std::pair<const char*, const char*> switches[] = {
+      {"/proc/sys/net/ipv4/ip_forward", "routing/config"},
+      {"/proc/sys/net/ipv6/conf/all/forwarding", "routing6/config"}};
+  for (const auto& [file, path] : switches) {
+    for (const char* value : {"1", "0", "1"}) {
+      std::ofstream(file) << value;
+      const std::string expected = *value == '1' ? "true" : "false";
+      waitFor([&, where = path] { return isInStore(where, expected); }, file, 500);
+    }
+  }
+  service_.reset();
+  start();
+  EXPECT_TRUE(service_->tree().routingConfig->routing() && service_->tree().routing6Config->routing())
+      << "read at the start";
+}
+
+TEST_F(MirrorServiceTest, overrunIsMadeGoodAndJournalsOnlyWhatDiffers) {
+  ip("link add quiet type veth peer name quiet-p");
+  ip("addr add 10.1.0.1/24 dev quiet");
+  start(1);
+  expectAgreement();
+  std::vector<std::string> lines;
+  for (int number = 0; number < 500; ++number) {
+    lines.push_back("addr add 10.2." + std::to_string(number / 250) + "." + std::to_string(number % 250 + 1) +
+                    "/32 dev eth0");
+  }
+  const auto before = journalHead();
+  ipBatch(lines);
+  expectAgreement();
+  EXPECT_GT(service_->mirror().overruns(), 0U) << "or this test tests nothing";
+  EXPECT_GE(journalHead(), before + 2) << "two records of eth0 ...";
+  EXPECT_LE(journalHead(), before + 2 * service_->mirror().completeDumps()) << "... and of nothing else";
+}
+
+TEST_F(MirrorServiceTest, aMirrorThatStartsAgainJournalsOnlyWhatDiffers) {
+  ip("addr add 10.0.0.1/24 dev eth0");
+  ip("addr add 10.0.0.2/24 dev eth0");
+  start();
+  expectAgreement();
+  const auto before = journalHead();
+  service_.reset();
+  start();
+  expectAgreement();
+  EXPECT_EQ(journalHead(), before);
+  service_.reset();
+  ip("addr add 10.0.0.3/24 dev eth0");
+  ip("link del eth0-p");
+  ip("link add eth1 type veth peer name eth1-p");
+  start();
+  expectAgreement();
+  EXPECT_FALSE(isInStore("interface/status.intfStatus/eth0"));
+  EXPECT_TRUE(isInStore("interface/status.intfStatus/eth1"));
+}
+
+TEST_F(MirrorServiceTest, aSecondPublisherIsToldWhoIsThere) {
+  start();
+  try {
+    MirrorService second(config());
+    FAIL() << "two publishers";
+  } catch (const Quillo::StoreException& error) {
+    EXPECT_EQ(error.kind(), Quillo::StoreException::Kind::owned);
+    EXPECT_THAT(error.what(), HasSubstr(std::to_string(getpid())));
+  }
+}
+
+TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
+  ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=1m"), 0);
+  isMounted_ = true;
+  start();
+  const std::string filler = directory_ + "/filler";
+  {
+    const int fd = open(filler.c_str(), O_CREAT | O_WRONLY, 0600);
+    const std::vector<char> block(4096);
+    while (write(fd, block.data(), block.size()) > 0) {
+    }
+    close(fd);
+  }
+  std::vector<std::string> lines;
+  for (int number = 1; number < 250; ++number) {
+    for (const char* net : {"10.0.0.", "10.0.1.", "10.0.2.", "10.0.3."}) {
+      lines.push_back("addr add " + (net + std::to_string(number)) + "/32 dev eth0");
+    }
+  }
+  ipBatch(lines);
+  expectAgreement();
+  service_->poll();
+  EXPECT_FALSE(service_->publisher().isUpToDate()) << "or the store was not full";
+  EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0"));
+  ip("addr del 10.0.3.249/32 dev eth0");
+  expectAgreement();
+  std::filesystem::remove(filler);
+  service_->poll();
+  EXPECT_TRUE(service_->publisher().isUpToDate());
+  EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
+  EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.249/32"));
+}
+
+TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {
+  ip("addr add 10.0.0.1/24 dev eth0");
+  start();
+  for (const bool isChanged : {false, true}) {
+    std::filesystem::remove_all(store_);
+    if (isChanged) ip("addr add 10.0.0.2/24 dev eth0");
+    expectAgreement();
+    service_->poll();
+    const auto reader = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
+    reader->refresh();
+    ASSERT_EQ(reader->state(), Quillo::Mount::State::ready) << reader->stateText();
+    EXPECT_TRUE(reader->snapshot().get(Quillo::TableId::varnix, "ip/status.ipIntfStatus/eth0"));
+    EXPECT_TRUE(reader->snapshot().firstPassComplete());
+  }
+}
+
+TEST_F(MirrorServiceTest, namesOfAnyBytes) {
+  start();
+  ip("link add 'a.b#c' type veth peer name $(printf '\\303\\244\\377')");
+  ip("addr add 10.0.0.1/24 dev 'a.b#c'");
+  ip("addr add 10.0.0.2/24 dev eth0");
+  const auto config = service_->tree().ipConfig;
+  waitFor([&] { return config->ipIntfConfigHas(Vantu::IntfId("eth0")); }, "the change after the odd names");
+  EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("\303\244\377")));
+  EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/a.b#c", "10.0.0.1/24"));
+  EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.0.2/24"));
+}
+
+TEST_F(MirrorServiceTest, twoNamespacesAreApart) {
+  start();
+  const std::string other = name_ + "-b";
+  outputOf("ip netns add " + other);
+  ip("link set eth0-p netns " + other);
+  outputOf("ip -n " + other + " addr add 10.7.7.7/24 dev eth0-p");
+  expectAgreement();
+  EXPECT_FALSE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0-p")));
+  outputOf("ip netns del " + other);
+  expectAgreement();
+}
+
+}  // namespace
+}  // namespace Mirror

@@ -1,0 +1,185 @@
+#include "mirror/NamespaceMirror.h"
+
+#include <fmt/format.h>
+#include <libmnl/libmnl.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "kel/Trace.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle traceHandle("Mirror");
+
+// What one turn takes in at most: under a steady stream, what has come is still published every few milliseconds.
+constexpr unsigned datagramsPerTurn = 256;
+// Interrupted dumps are begun again at once this often, then with the next poll.
+constexpr unsigned interruptionsAtOnce = 10;
+// A dump is answered piece by piece as it is read, so a pause means that it is stuck.
+constexpr Kel::Seconds stuckAfter = 5;
+
+}  // namespace
+
+NamespaceMirror::NamespaceMirror(RtChannel& channel, const Varnix::Tree& tree, ForwardingFlags flags)
+    : channel_(channel), writer_(tree), flags_(std::move(flags)) {
+}
+
+void NamespaceMirror::start() {
+  beginDump();
+}
+
+bool NamespaceMirror::receive() {
+  bool mayMoreWait = true;
+  for (unsigned i = 0; i < datagramsPerTurn && mayMoreWait; ++i) {
+    std::span<const std::uint8_t> datagram;
+    switch (channel_.receive(datagram)) {
+      case RtChannel::Outcome::datagram:
+        handleDatagram(datagram);
+        break;
+      case RtChannel::Outcome::overrun:
+        handleOverrun();
+        break;
+      case RtChannel::Outcome::empty:
+        mayMoreWait = isDumpWanted_;
+        if (isDumpWanted_) beginDump();
+        break;
+    }
+  }
+  if (isComplete()) writer_.sync(state_, state_.takeChanged());
+  return mayMoreWait;
+}
+
+void NamespaceMirror::poll() {
+  if (isComplete()) readForwarding();
+  const bool isStuck = fresh_ && Kel::System::currentTime() - lastReply_ > stuckAfter;
+  if (isReopenWanted_ || isStuck) {
+    QTRACE(traceHandle, 0) << "rtnetlink: " << (isStuck ? "a dump is not answered" : "a dump was refused")
+                           << "; beginning anew";
+    channel_.reopen();
+    beginDump();
+  } else if (isRetryWanted_) {
+    beginDump();
+  }
+}
+
+void NamespaceMirror::beginDump() {
+  isDumpWanted_ = isReopenWanted_ = isRetryWanted_ = false;
+  fresh_.emplace(KernelState::Purpose::dump);
+  step_ = RtDump::links;
+  ask();
+}
+
+void NamespaceMirror::ask() {
+  isInterrupted_ = false;
+  lastReply_ = Kel::System::currentTime();
+  channel_.dump(step_, ++sequence_);
+}
+
+void NamespaceMirror::handleDatagram(std::span<const std::uint8_t> datagram) {
+  const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
+  auto left = static_cast<int>(datagram.size());
+  while (mnl_nlmsg_ok(message, left)) {
+    if (message->nlmsg_pid == channel_.portId()) {
+      // Replies with another number belong to a dump that was given up.
+      if (fresh_ && message->nlmsg_seq == sequence_) handleReply(*message);
+    } else {
+      handle(*message, Handling::notified);
+    }
+    message = mnl_nlmsg_next(message, &left);
+  }
+  if (left > 0) {
+    QTRACE(traceHandle, 0) << "rtnetlink: " << left << " bytes that are no message, ignored";
+  }
+}
+
+void NamespaceMirror::handleReply(const nlmsghdr& message) {
+  lastReply_ = Kel::System::currentTime();
+  if (message.nlmsg_flags & NLM_F_DUMP_INTR) isInterrupted_ = true;
+  if (message.nlmsg_type != NLMSG_DONE && message.nlmsg_type != NLMSG_ERROR) {
+    handle(message, Handling::dumped);
+  } else if (const int status = statusOf(message)) {
+    handleDumpFailure(status);
+  } else if (message.nlmsg_type == NLMSG_DONE) {
+    handleStepEnd();
+  }
+}
+
+void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
+  try {
+    const RtMessage decoded = decode(message);
+    const auto apply = [&](const auto& content) {
+      if (handling == Handling::dumped) {
+        fresh_->dumped(content);
+      } else {
+        state_.notified(content);
+        if (fresh_) fresh_->notified(content);
+      }
+    };
+    if (const auto* link = std::get_if<LinkMessage>(&decoded)) apply(*link);
+    if (const auto* address = std::get_if<AddressMessage>(&decoded)) apply(*address);
+    const auto* forwarding = std::get_if<ForwardingMessage>(&decoded);
+    if (forwarding && isComplete()) writer_.forwardingIs(forwarding->af, forwarding->forwarding);
+  } catch (const MalformedMessageException& error) {
+    QTRACE(traceHandle, 0) << error.what() << "; message of type " << message.nlmsg_type << " ignored";
+  }
+}
+
+void NamespaceMirror::handleStepEnd() {
+  if (isInterrupted_) {
+    handleInterruption();
+  } else if (step_ == RtDump::ipv6Addresses) {
+    completeDump();
+  } else {
+    step_ = step_ == RtDump::links ? RtDump::ipv4Addresses : RtDump::ipv6Addresses;
+    ask();
+  }
+}
+
+// Objects came or went while the kernel walked its lists, so it may have passed over others.
+void NamespaceMirror::handleInterruption() {
+  ++interruptions_;
+  QTRACE(traceHandle, 2) << "dump interrupted, " << interruptions_ << " in a row";
+  if (interruptions_ <= interruptionsAtOnce) {
+    beginDump();
+  } else {
+    fresh_.reset();
+    isRetryWanted_ = true;
+  }
+}
+
+void NamespaceMirror::handleDumpFailure(int status) {
+  const std::string text = fmt::format("rtnetlink: the kernel does not list its {}: {}",
+                                       step_ == RtDump::links ? "interfaces" : "addresses", std::strerror(status));
+  // Busy: an earlier dump on this socket got stuck.
+  if (!isComplete() && status != EBUSY) throw Kel::Exception(text);
+  QTRACE(traceHandle, 0) << text << "; trying again";
+  fresh_.reset();
+  isReopenWanted_ = true;
+}
+
+void NamespaceMirror::handleOverrun() {
+  ++overruns_;
+  QTRACE(traceHandle, 1) << "overrun: messages of the kernel were lost, reading everything again";
+  fresh_.reset();
+  isDumpWanted_ = true;
+}
+
+void NamespaceMirror::completeDump() {
+  state_ = std::move(*fresh_).complete();
+  fresh_.reset();
+  interruptions_ = 0;
+  ++completeDumps_;
+  readForwarding();
+  writer_.syncAll(state_);
+  state_.takeChanged();
+  QTRACE(traceHandle, 2) << "dump " << completeDumps_ << " complete, " << state_.interfaces().size() << " links";
+}
+
+void NamespaceMirror::readForwarding() {
+  for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) writer_.forwardingIs(af, flags_.read(af));
+}
+
+}  // namespace Mirror

@@ -1,0 +1,483 @@
+#include "mirror/NamespaceMirror.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <random>
+
+#include "kel/Trace.h"
+#include "mirror/TreeExpectation.h"
+
+namespace Mirror {
+namespace {
+
+using namespace Test;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+TestAddress at(int ifIndex, const char* text, std::uint32_t flags = IFA_F_PERMANENT) {
+  const std::string whole = text;
+  const auto slash = whole.find('/');
+  return {ifIndex, Vantu::IpGenAddr::fromString(whole.substr(0, slash)),
+          static_cast<unsigned>(std::stoul(whole.substr(slash + 1))), Vantu::IpGenAddr(), flags};
+}
+
+class NamespaceMirrorTest : public testing::Test {
+ protected:
+  NamespaceMirrorTest() {
+    Kel::System::clockIs([this] { return now_; });
+    Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+      if (level == 0) complaints_.push_back(text);
+    });
+    kernel_.links[1] = {1, "lo", IFF_UP | IFF_RUNNING, IF_OPER_UNKNOWN};
+    kernel_.links[2] = {2, "eth0"};
+  }
+  ~NamespaceMirrorTest() override {
+    Kel::System::clockIs({});
+    Kel::TraceConfig::sinkIs({});
+  }
+
+  void settle() {
+    while (mirror_.receive()) {
+    }
+  }
+  void startAndSettle() {
+    mirror_.start();
+    settle();
+  }
+  void expectAgreement() { EXPECT_EQ(linesOf(tree_), expectedLines(kernel_)); }
+  void settleAndCompare() {
+    settle();
+    expectAgreement();
+  }
+  std::string primary(const char* id) { return primaries(tree_)[id]; }
+
+  Kel::Seconds now_ = 1000;
+  std::vector<std::string> complaints_;
+  FakeKernel kernel_;
+  Varnix::Tree tree_{Kel::makePtr<Kel::Dir>("")};
+  NamespaceMirror mirror_{kernel_, tree_, ForwardingFlags("/nowhere")};
+};
+
+TEST_F(NamespaceMirrorTest, dumpThenChanges) {
+  for (int number = 1; number < 20; ++number) {
+    kernel_.addresses.push_back(at(2, ("10.0.0." + std::to_string(number) + "/24").c_str()));
+  }
+  kernel_.addresses.push_back(at(2, "2001:db8::1/64"));
+  mirror_.start();
+  EXPECT_TRUE(linesOf(tree_).empty()) << "an incomplete picture is not shown";
+  settleAndCompare();
+  EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("lo"))->operStatus(), Interface::operStatusUnknown);
+
+  kernel_.addressIs(at(2, "192.0.2.1/31"));
+  kernel_.addressDel(at(2, "2001:db8::1/64"));
+  settleAndCompare();
+  EXPECT_FALSE(tree_.ip6Config->intfHas(Vantu::IntfId("eth0"))) << "no address, no record";
+  kernel_.linkDel(2);
+  settleAndCompare();
+  EXPECT_TRUE(complaints_.empty());
+}
+
+TEST_F(NamespaceMirrorTest, addressesAreInForceWhileTheInterfaceRuns) {
+  kernel_.addresses = {at(2, "10.0.0.1/24"), at(2, "10.0.0.2/24"), at(2, "2001:db8::1/64")};
+  startAndSettle();
+  const Vantu::IntfId eth0("eth0");
+  const auto config = tree_.ipConfig->ipIntfConfig(eth0);
+  const auto status = tree_.ipStatus->ipIntfStatus(eth0);
+  for (const TestLink& link :
+       {TestLink{2, "eth0", 0, IF_OPER_DOWN}, TestLink{2, "eth0", IFF_UP, IF_OPER_LOWERLAYERDOWN},
+        TestLink{2, "eth0", IFF_UP, IF_OPER_DORMANT}}) {
+    kernel_.linkIs(link);
+    settleAndCompare();
+    EXPECT_EQ(status->activeAddrWithMask(), Vantu::IpAddrWithMask()) << link.operState;
+    kernel_.linkIs({2, "eth0"});
+    settleAndCompare();
+    EXPECT_EQ(status->activeAddrWithMask(), config->addrWithMask());
+  }
+  EXPECT_EQ(tree_.ipStatus->ipIntfStatus(eth0), status) << "the records themselves stay";
+}
+
+TEST_F(NamespaceMirrorTest, duplicateAddressDetection) {
+  startAndSettle();
+  const auto address = Vantu::Ip6AddrWithMask::fromString("2001:db8::1/64");
+  const std::tuple<std::uint32_t, Ip6::AddressState, bool> steps[] = {
+      {IFA_F_TENTATIVE, Ip6::addressStateTentative, false},
+      {IFA_F_TENTATIVE | IFA_F_DADFAILED, Ip6::addressStateDuplicate, false},
+      {IFA_F_TENTATIVE | IFA_F_OPTIMISTIC, Ip6::addressStatePreferred, true},
+      {IFA_F_PERMANENT, Ip6::addressStatePreferred, true},
+      {IFA_F_DEPRECATED, Ip6::addressStateDeprecated, true}};
+  for (const auto& [flags, state, isInForce] : steps) {
+    kernel_.addressIs(at(2, "2001:db8::1/64", flags));
+    settleAndCompare();
+    EXPECT_EQ(tree_.ip6Config->intf(Vantu::IntfId("eth0"))->addr(address)->state(), state);
+    EXPECT_EQ(tree_.ip6Status->intf(Vantu::IntfId("eth0"))->addrHas(address), isInForce);
+  }
+}
+
+TEST_F(NamespaceMirrorTest, theFirstAddressStaysFirstUntilItGoes) {
+  kernel_.addresses = {at(2, "10.0.0.5/24"), at(2, "10.0.0.7/24"), at(2, "10.0.0.6/24")};
+  startAndSettle();
+  EXPECT_EQ(primary("eth0"), "10.0.0.5/24");
+  kernel_.addressIs(at(2, "10.0.0.1/24"));
+  kernel_.addressDel(at(2, "10.0.0.6/24"));
+  settleAndCompare();
+  EXPECT_EQ(primary("eth0"), "10.0.0.5/24");
+  kernel_.addressDel(at(2, "10.0.0.5/24"));
+  settleAndCompare();
+  EXPECT_EQ(primary("eth0"), "10.0.0.7/24") << "the one that has been there longest";
+
+  Varnix::Tree another(Kel::makePtr<Kel::Dir>(""));
+  kernel_.reopen();
+  NamespaceMirror startedAgain(kernel_, another);
+  startedAgain.start();
+  while (startedAgain.receive()) {
+  }
+  EXPECT_EQ(primaries(another), primaries(tree_));
+}
+
+TEST_F(NamespaceMirrorTest, oneAddressWithSeveralPeersAndLengths) {
+  startAndSettle();
+  TestAddress first = at(2, "10.0.0.1/32");
+  TestAddress second = first;
+  first.peer = Vantu::IpGenAddr::fromString("10.9.9.1");
+  second.peer = Vantu::IpGenAddr::fromString("10.9.9.2");
+  kernel_.addressIs(first);
+  kernel_.addressIs(second);
+  kernel_.addressIs(at(2, "10.0.0.1/24"));
+  settleAndCompare();
+  kernel_.addressDel(first);
+  settleAndCompare();
+  EXPECT_THAT(linesOf(tree_), Contains("eth0 config 10.0.0.1/32")) << "the other peer still has it";
+  kernel_.addressDel(second);
+  settleAndCompare();
+  kernel_.addressIs(at(2, "2001:db8::1/64"));
+  TestAddress pointToPoint = at(2, "2001:db8::1/128");
+  pointToPoint.peer = Vantu::IpGenAddr::fromString("2001:db8::2");
+  kernel_.addressIs(pointToPoint);
+  settleAndCompare();
+}
+
+TEST_F(NamespaceMirrorTest, namesThatMove) {
+  kernel_.links[3] = {3, "eth1"};
+  kernel_.addresses = {at(2, "10.0.0.1/24"), at(3, "10.0.1.1/24")};
+  startAndSettle();
+  kernel_.linkIs({2, "lan"});
+  settleAndCompare();
+  EXPECT_FALSE(tree_.intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
+
+  // The two swap names; seen in one turn.
+  kernel_.linkIs({2, "tmp"});
+  kernel_.linkIs({3, "lan"});
+  kernel_.linkIs({2, "eth1"});
+  settleAndCompare();
+  EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("lan"))->ifIndex(), 3U);
+
+  // Made again under the same name with another index; the old record is not changed in place.
+  const auto old = tree_.intfStatusDir->intfStatus(Vantu::IntfId("lan"));
+  kernel_.linkDel(3);
+  kernel_.linkIs({9, "lan"});
+  kernel_.addressIs(at(9, "10.0.1.1/24"));
+  settleAndCompare();
+  EXPECT_EQ(old->ifIndex(), 3U);
+  EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("lan"))->ifIndex(), 9U);
+}
+
+TEST_F(NamespaceMirrorTest, aNameIsTakenByAnotherLinkBeforeItsOwnerGoes) {
+  kernel_.addresses = {at(2, "10.0.0.1/24")};
+  startAndSettle();
+  const TestLink claimant{5, "eth0"};
+  kernel_.notify(describe(Message(RTM_NEWLINK), claimant));
+  settle();
+  EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("eth0"))->ifIndex(), 5U);
+  EXPECT_FALSE(tree_.ipConfig->ipIntfConfigHas(Vantu::IntfId("eth0"))) << "the address is the other link's";
+  kernel_.notify(describe(Message(RTM_DELLINK), TestLink{2, "eth0"}));
+  settle();
+  EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("eth0"))->ifIndex(), 5U);
+}
+
+TEST_F(NamespaceMirrorTest, addressesThatComeBeforeTheirLinkAreKeptForIt) {
+  startAndSettle();
+  kernel_.addressIs(at(7, "10.0.0.1/24"));
+  kernel_.addressIs(at(7, "10.0.0.2/24"));
+  kernel_.addressDel(at(7, "10.0.0.1/24"));
+  settleAndCompare();
+  kernel_.linkIs({7, "eth7"});
+  settleAndCompare();
+  EXPECT_THAT(linesOf(tree_), Contains("eth7 config 10.0.0.2/24"));
+}
+
+TEST_F(NamespaceMirrorTest, oddMessagesChangeNothing) {
+  kernel_.addresses = {at(2, "10.0.0.1/24")};
+  startAndSettle();
+  ifinfomsg partial{};
+  partial.ifi_index = 2;
+  partial.ifi_flags = IFF_UP | IFF_RUNNING;
+  kernel_.notify(Message(RTM_NEWLINK).fixed(partial).attribute(IFLA_WIRELESS, {1}));
+  partial.ifi_index = 99;
+  kernel_.notify(Message(RTM_NEWLINK).fixed(partial));
+  kernel_.notify(describe(Message(RTM_DELADDR), at(2, "10.0.0.77/24")));
+  kernel_.notify(describe(Message(RTM_DELLINK), TestLink{98, "gone"}));
+  kernel_.notify(describe(Message(RTM_NEWADDR, 0, 1, FakeKernel::port), at(2, "10.6.6.6/24")));  // of an old dump
+  kernel_.notify(describe(Message(RTM_NEWADDR), at(2, "0.0.0.0/8")));
+  settleAndCompare();
+  EXPECT_TRUE(complaints_.empty());
+
+  kernel_.put({1, 2, 3});
+  kernel_.put({});
+  Bytes lying = describe(Message(RTM_NEWADDR), at(2, "10.6.6.6/24")).bytes();
+  lying[0] = 0xFF;
+  kernel_.put(lying);
+  kernel_.notify(Message(RTM_NEWADDR).fixed(std::uint32_t{7}));
+  kernel_.notify(Message(NLMSG_DONE));
+  kernel_.notify(Message(NLMSG_ERROR));
+  settleAndCompare();
+  EXPECT_EQ(complaints_.size(), 3U) << "each piece of garbage is told";
+}
+
+TEST_F(NamespaceMirrorTest, forwardingByNotification) {
+  startAndSettle();
+  for (const bool isOn : {true, false}) {
+    for (const auto af : {Vantu::ipv4_, Vantu::ipv6_}) {
+      kernel_.notify(describeForwarding(Message(RTM_NEWNETCONF), af, NETCONFA_IFINDEX_ALL, isOn));
+      kernel_.notify(describeForwarding(Message(RTM_NEWNETCONF), af, 2, !isOn));
+    }
+    settle();
+    EXPECT_EQ(tree_.routingConfig->routing(), isOn);
+    EXPECT_EQ(tree_.routing6Config->routing(), isOn);
+  }
+  kernel_.notify(describeForwarding(Message(RTM_NEWNETCONF), Vantu::ipv4_, NETCONFA_IFINDEX_ALL, 1));
+  settle();
+  EXPECT_FALSE(tree_.routing6Config->routing());
+  mirror_.poll();
+  EXPECT_FALSE(tree_.routingConfig->routing()) << "the poll believes what it reads";
+}
+
+// What an observer of the tree sees.
+struct Observer : Interface::AllIntfStatusDir::Notifiee {
+  void handleIntfStatus(const Vantu::IntfId& id) override { seen.push_back(id.text()); }
+  std::vector<std::string> seen;
+};
+
+TEST_F(NamespaceMirrorTest, overrunIsMadeGoodByADumpThatChangesOnlyWhatDiffers) {
+  kernel_.links[3] = {3, "eth1"};
+  kernel_.addresses = {at(2, "10.0.0.1/24"), at(3, "10.0.1.1/24")};
+  startAndSettle();
+  const auto untouched = tree_.ipConfig->ipIntfConfig(Vantu::IntfId("eth1"));
+  const auto observer = Kel::makePtr<Observer>();
+  observer->notifierIs(tree_.intfStatusDir);
+
+  kernel_.queueLimit = 1;
+  kernel_.addressIs(at(2, "10.0.0.2/24"));
+  kernel_.addressDel(at(2, "10.0.0.2/24"));  // lost
+  kernel_.linkIs({4, "eth2"});               // lost
+  kernel_.addressDel(at(2, "10.0.0.1/24"));  // lost
+  kernel_.queueLimit = SIZE_MAX;
+  settleAndCompare();
+  EXPECT_EQ(mirror_.overruns(), 1U);
+  EXPECT_EQ(mirror_.completeDumps(), 2U);
+  EXPECT_EQ(observer->seen, std::vector<std::string>{"eth2"});
+  EXPECT_EQ(tree_.ipConfig->ipIntfConfig(Vantu::IntfId("eth1")), untouched);
+}
+
+TEST_F(NamespaceMirrorTest, anOverrunDuringADumpBeginsItAgain) {
+  for (int number = 1; number < 30; ++number) {
+    kernel_.addresses.push_back(at(2, ("10.0.0." + std::to_string(number) + "/24").c_str()));
+  }
+  unsigned pieces = 0;
+  kernel_.isPieceLate = [&] {
+    if (++pieces == 5) {
+      kernel_.queueLimit = 0;
+      kernel_.addressDel(at(2, "10.0.0.3/24"));
+      kernel_.queueLimit = SIZE_MAX;
+    }
+    return false;
+  };
+  startAndSettle();
+  expectAgreement();
+  EXPECT_EQ(mirror_.overruns(), 1U);
+}
+
+TEST_F(NamespaceMirrorTest, anInterruptedDumpIsRepeatedAtOnceAndThenWithThePolls) {
+  kernel_.addresses = {at(2, "10.0.0.1/24")};
+  kernel_.isInterrupted = [] { return true; };
+  startAndSettle();
+  EXPECT_FALSE(mirror_.isComplete());
+  const unsigned atOnce = kernel_.dumps;
+  EXPECT_GT(atOnce, 5U);
+  EXPECT_LT(atOnce, 50U) << "no endless loop";
+  settle();
+  EXPECT_EQ(kernel_.dumps, atOnce);
+  mirror_.poll();
+  settle();
+  EXPECT_GT(kernel_.dumps, atOnce);
+  kernel_.isInterrupted = [] { return false; };
+  mirror_.poll();
+  settleAndCompare();
+}
+
+TEST_F(NamespaceMirrorTest, aReplyThatANotificationOvertookIsStale) {
+  kernel_.addresses = {at(2, "10.0.0.1/24"), at(2, "2001:db8::1/64", IFA_F_TENTATIVE)};
+  kernel_.isPieceLate = [] { return true; };
+  mirror_.start();             // the links are ready ...
+  kernel_.linkIs({2, "lan"});  // ... and this comes first
+  mirror_.receive();
+  settleAndCompare();
+
+  for (const bool isLinkGone : {false, true}) {
+    kernel_.queueLimit = 0;
+    kernel_.notify(Message(RTM_NEWLINK));  // lost
+    kernel_.queueLimit = SIZE_MAX;
+    kernel_.isPieceLate = [&, pieces = 0]() mutable { return ++pieces == 2; };  // the IPv4 addresses
+    while (mirror_.receive() && kernel_.dumps % 3 != 2) {
+    }
+    if (isLinkGone) {
+      kernel_.linkDel(2);
+    } else {
+      kernel_.addressDel(at(2, "10.0.0.1/24"));
+    }
+    settleAndCompare();
+  }
+}
+
+TEST_F(NamespaceMirrorTest, refusedDumps) {
+  kernel_.dumpStatus = EPERM;
+  mirror_.start();
+  try {
+    settle();
+    FAIL() << "the first dump cannot be done without";
+  } catch (const Kel::Exception& error) {
+    EXPECT_THAT(error.what(), HasSubstr("Operation not permitted"));
+  }
+  kernel_.dumpStatus = 0;
+  mirror_.start();
+  settleAndCompare();
+
+  kernel_.dumpStatus = ENOMEM;
+  kernel_.queueLimit = 0;
+  kernel_.addressIs(at(2, "10.0.0.1/24"));
+  kernel_.queueLimit = SIZE_MAX;
+  settle();
+  EXPECT_THAT(complaints_, Contains(HasSubstr("Cannot allocate memory")));
+  kernel_.addressIs(at(2, "10.0.0.2/24"));
+  settle();
+  EXPECT_THAT(linesOf(tree_), Contains("eth0 config 10.0.0.2/24")) << "what is notified still counts";
+  kernel_.dumpStatus = 0;
+  mirror_.poll();
+  settleAndCompare();
+  EXPECT_EQ(kernel_.reopened, 1U);
+}
+
+TEST_F(NamespaceMirrorTest, aDumpThatIsNotAnsweredIsAskedForAgain) {
+  kernel_.isDumpSilent = true;
+  mirror_.start();
+  settle();
+  now_ += 2;
+  mirror_.poll();
+  EXPECT_EQ(kernel_.reopened, 0U) << "patience";
+  kernel_.isDumpSilent = false;
+  now_ += 10;
+  mirror_.poll();
+  EXPECT_EQ(kernel_.reopened, 1U);
+  settleAndCompare();
+}
+
+TEST_F(NamespaceMirrorTest, aSteadyStreamDoesNotKeepChangesFromTheTree) {
+  startAndSettle();
+  for (int number = 0; number < 2000; ++number) {
+    kernel_.addressIs(
+        at(2, ("10.0." + std::to_string(number / 250) + "." + std::to_string(number % 250 + 1) + "/32").c_str()));
+  }
+  EXPECT_TRUE(mirror_.receive());
+  EXPECT_TRUE(tree_.ipConfig->ipIntfConfigHas(Vantu::IntfId("eth0")));
+  settleAndCompare();
+}
+
+// ---- random histories
+
+class RandomHistory : public NamespaceMirrorTest, public testing::WithParamInterface<unsigned> {
+ protected:
+  int below(int limit) { return static_cast<int>(random_() % static_cast<unsigned>(limit)); }
+  bool oneIn(int count) { return below(count) == 0; }
+
+  int anyLink() { return std::next(kernel_.links.begin(), below(static_cast<int>(kernel_.links.size())))->first; }
+  std::string freeName() {
+    std::string name;
+    do {
+      name = "if" + std::to_string(below(12));
+    } while (std::any_of(kernel_.links.begin(), kernel_.links.end(),
+                         [&](const auto& entry) { return entry.second.name == name; }));
+    return name;
+  }
+  TestAddress anyAddress() {
+    static const std::uint32_t flags[] = {IFA_F_PERMANENT, IFA_F_TENTATIVE, IFA_F_DADFAILED, IFA_F_DEPRECATED};
+    const int ifIndex = anyLink();
+    if (oneIn(3)) {
+      return at(ifIndex, ("2001:db8::" + std::to_string(below(6)) + "/64").c_str(), flags[below(4)]);
+    }
+    TestAddress address =
+        at(ifIndex, ("10.0.0." + std::to_string(below(9)) + "/" + (oneIn(4) ? "16" : "24")).c_str());
+    if (oneIn(5)) address.peer = Vantu::IpGenAddr::fromString("10.9.9." + std::to_string(below(2)));
+    return address;
+  }
+  void change() {
+    switch (below(8)) {
+      case 0:
+        if (kernel_.links.size() < 8) kernel_.linkIs({oneIn(4) ? 50 + below(5) : nextIndex_++, freeName()});
+        break;
+      case 1:
+        if (kernel_.links.size() > 2) kernel_.linkDel(anyLink());
+        break;
+      case 2: {
+        TestLink link = kernel_.links[anyLink()];
+        if (oneIn(2)) link.name = freeName();
+        link.flags = oneIn(3) ? 0 : IFF_UP;
+        link.operState = link.flags ? below(7) : int{IF_OPER_DOWN};
+        kernel_.linkIs(link);
+        break;
+      }
+      case 3:
+      case 4:
+        if (!kernel_.addresses.empty()) {
+          kernel_.addressDel(
+              kernel_.addresses[static_cast<std::size_t>(below(static_cast<int>(kernel_.addresses.size())))]);
+        }
+        break;
+      default:
+        kernel_.addressIs(anyAddress());
+    }
+  }
+
+  std::mt19937 random_{GetParam()};
+  int nextIndex_ = 10;
+};
+
+TEST_P(RandomHistory, endsInWhatTheKernelHas) {
+  kernel_.isPieceLate = [this] { return oneIn(3); };
+  kernel_.isInterrupted = [this] { return oneIn(20); };
+  kernel_.objectsPerPiece = static_cast<std::size_t>(1 + below(5));
+  mirror_.start();
+  for (int round = 0; round < 400; ++round) {
+    kernel_.queueLimit = oneIn(5) ? static_cast<std::size_t>(1 + below(20)) : SIZE_MAX;
+    for (int count = below(30); count > 0; --count) {
+      change();
+      if (oneIn(6)) mirror_.receive();
+    }
+    if (!oneIn(3)) continue;
+    settle();
+    for (int polls = 0; polls < 50 && linesOf(tree_) != expectedLines(kernel_); ++polls) {
+      now_ += 1;
+      mirror_.poll();
+      settle();
+    }
+    expectAgreement();
+    ASSERT_FALSE(HasFailure()) << "seed " << GetParam() << ", round " << round;
+  }
+  EXPECT_THAT(complaints_, Not(Contains(HasSubstr("no message"))));
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomHistory, testing::Range(1U, 9U));
+
+}  // namespace
+}  // namespace Mirror

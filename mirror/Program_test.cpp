@@ -1,0 +1,172 @@
+// The program as its users start it: options, background, signals, what it says when it cannot go on.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "mirror/MirrorOptions.h"
+#include "quillo/Mount.h"
+
+namespace Mirror {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+// ---- options
+
+struct Parsed {
+  std::variant<MirrorOptions, int> result;
+  std::string out;
+  std::string err;
+  const MirrorOptions& options() const { return std::get<MirrorOptions>(result); }
+};
+
+Parsed parse(std::vector<const char*> arguments) {
+  arguments.insert(arguments.begin(), "quorin-mirrord");
+  std::ostringstream out;
+  std::ostringstream err;
+  auto result = parseOptions(static_cast<int>(arguments.size()), arguments.data(), out, err);
+  return {std::move(result), out.str(), err.str()};
+}
+
+TEST(MirrorOptionsTest, whatIsTaken) {
+  EXPECT_FALSE(parse({}).options().isForeground);
+  EXPECT_EQ(parse({}).options().store, "/run/quorin");
+  const auto all = parse({"-f", "--store", "/x/../y", "--trace", "Mirror*/0-6", "--recreate-store"}).options();
+  EXPECT_TRUE(all.isForeground && all.recreateStore);
+  EXPECT_EQ(all.store, "/y");
+  EXPECT_EQ(all.trace, "Mirror*/0-6");
+  EXPECT_EQ(parse({"--store=here"}).options().store, std::filesystem::current_path() / "here");
+}
+
+TEST(MirrorOptionsTest, helpAndVersionGoToStandardOutput) {
+  for (const char* option : {"-h", "--help", "-V", "--version"}) {
+    const Parsed parsed = parse({option});
+    EXPECT_EQ(std::get<int>(parsed.result), 0) << option;
+    EXPECT_THAT(parsed.out, HasSubstr(option[option[1] == '-' ? 2 : 1] == 'h' ? "--store" : "quorin-mirrord "));
+    EXPECT_THAT(parsed.err, IsEmpty());
+  }
+}
+
+TEST(MirrorOptionsTest, whatIsWrongIsOneLine) {
+  for (const std::vector<const char*>& arguments :
+       {std::vector<const char*>{"--no-such"}, {"--store"}, {"--store", ""}, {"stray"}}) {
+    const Parsed parsed = parse(arguments);
+    EXPECT_EQ(std::get<int>(parsed.result), 1);
+    EXPECT_THAT(parsed.out, IsEmpty());
+    EXPECT_EQ(std::count(parsed.err.begin(), parsed.err.end(), '\n'), 1) << parsed.err;
+    EXPECT_THAT(parsed.err, MatchesRegex("quorin-mirrord: .*")) << parsed.err;
+    EXPECT_THAT(parsed.err, HasSubstr(arguments[0]));
+  }
+}
+
+// ---- the program
+
+class ProgramTest : public testing::Test {
+ protected:
+  ProgramTest() { std::filesystem::create_directories(directory_); }
+  ~ProgramTest() override {
+    if (isMounted_) umount(directory_.c_str());
+    std::filesystem::remove_all(directory_);
+  }
+
+  // Runs `quorin-mirrord ARGUMENTS` to its end, or until it has gone to the background; returns its status.
+  int run(const std::string& arguments) {
+    const std::string command = QUORIN_MIRRORD " " + arguments + " >" + output_ + " 2>&1 </dev/null";
+    const int status = std::system(command.c_str());
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string output() const {
+    std::ostringstream text;
+    text << std::ifstream(output_).rdbuf();
+    return text.str();
+  }
+  void expectRefusal(const std::string& arguments, const std::string& part) {
+    EXPECT_EQ(run(arguments), 1) << arguments;
+    const std::string text = output();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_THAT(text, HasSubstr(part));
+  }
+  pid_t publisher() const {
+    const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
+    return static_cast<pid_t>(mount->publisher().pid);
+  }
+  // True when the process has gone within five seconds.
+  static bool hasGone(pid_t pid) {
+    for (int waited = 0; waited < 500; ++waited) {
+      if (kill(pid, 0) != 0) return true;
+      usleep(10'000);
+    }
+    return false;
+  }
+
+  std::string directory_ = "/dev/shm/qp-" + std::to_string(getpid());
+  std::string store_ = directory_ + "/store";
+  std::string output_ = "/tmp/qp-" + std::to_string(getpid()) + ".out";
+  std::string atStore_ = " --store " + store_;
+  bool isMounted_ = false;
+};
+
+TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
+  ASSERT_EQ(run(atStore_), 0) << output();
+  EXPECT_THAT(output(), IsEmpty());
+  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
+  mount->refresh();
+  ASSERT_EQ(mount->state(), Quillo::Mount::State::ready) << mount->stateText();
+  EXPECT_TRUE(mount->snapshot().firstPassComplete());
+  const pid_t daemon = publisher();
+  ASSERT_GT(daemon, 1);
+  EXPECT_EQ(getsid(daemon), daemon) << "a session of its own";
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), "/");
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/fd/2"), "/dev/null");
+
+  expectRefusal(atStore_, std::to_string(daemon));
+  expectRefusal("-f" + atStore_, std::to_string(daemon));
+
+  kill(daemon, SIGTERM);
+  EXPECT_TRUE(hasGone(daemon));
+  mount->refresh();
+  EXPECT_EQ(mount->state(), Quillo::Mount::State::ready) << "the store stays for its readers";
+  std::filesystem::remove(output_);
+}
+
+TEST_F(ProgramTest, refusals) {
+  expectRefusal("-f --trace nonsense" + atStore_, "'nonsense'");
+  EXPECT_FALSE(std::filesystem::exists(store_));
+  std::ofstream(directory_ + "/file") << "in the way";
+  expectRefusal("-f --store " + directory_ + "/file/store", directory_ + "/file/store");
+  expectRefusal("--store " + directory_ + "/file/store", directory_ + "/file/store");
+
+  std::filesystem::create_directories(store_);
+  std::ofstream(store_ + "/data.mdb") << "not a store";
+  expectRefusal("-f" + atStore_, store_);
+  ASSERT_EQ(run("--recreate-store" + atStore_), 0) << output();
+  EXPECT_TRUE(std::filesystem::exists(store_ + "/data.mdb.foreign")) << "the foreign file is kept";
+  const pid_t daemon = publisher();
+  ASSERT_GT(daemon, 1);
+  kill(daemon, SIGINT);
+  EXPECT_TRUE(hasGone(daemon));
+  std::filesystem::remove(output_);
+}
+
+TEST_F(ProgramTest, aDiskThatIsFullFromTheStart) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to mount a file system";
+  ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=16k"), 0);
+  isMounted_ = true;
+  expectRefusal("-f" + atStore_, "No space left on device");
+  std::filesystem::remove(output_);
+}
+
+}  // namespace
+}  // namespace Mirror

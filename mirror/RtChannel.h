@@ -1,0 +1,30 @@
+#pragma once
+// The way to the kernel's rtnetlink: requests out, datagrams in. RtSocket is the real one.
+
+#include <cstdint>
+#include <span>
+
+namespace Mirror {
+
+enum class RtDump { links, ipv4Addresses, ipv6Addresses };
+
+class RtChannel {
+ public:
+  enum class Outcome {
+    datagram,
+    empty,    // nothing waits
+    overrun,  // messages were lost; what waits still is from before and after the gap
+  };
+
+  virtual ~RtChannel() = default;
+
+  // Asks for all objects of a kind. The replies carry portId() and `sequence`. One dump at a time.
+  virtual void dump(RtDump what, std::uint32_t sequence) = 0;
+  // Never blocks. A datagram holds one or more messages, and is valid until the next call.
+  virtual Outcome receive(std::span<const std::uint8_t>& datagram) = 0;
+  virtual std::uint32_t portId() const = 0;
+  // Begins anew: what waited is gone, a dump under way is forgotten, the subscription holds.
+  virtual void reopen() = 0;
+};
+
+}  // namespace Mirror

@@ -1,0 +1,195 @@
+#include "mirror/RtMessage.h"
+
+#include <fmt/format.h>
+#include <libmnl/libmnl.h>
+#include <linux/if.h>
+#include <linux/if_addr.h>
+#include <linux/if_link.h>
+#include <linux/netconf.h>
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <span>
+
+namespace Mirror {
+
+namespace {
+
+using Payload = std::span<const std::uint8_t>;
+
+template <class T>
+T readAs(Payload payload, const char* what) {
+  if (payload.size() < sizeof(T)) {
+    throw MalformedMessageException(
+        fmt::format("rtnetlink: {} of {} bytes, expected {}", what, payload.size(), sizeof(T)));
+  }
+  T value;
+  std::memcpy(&value, payload.data(), sizeof(T));
+  return value;
+}
+
+// The payload behind the first `size` bytes and their padding.
+Payload after(Payload payload, std::size_t size) {
+  constexpr std::size_t alignment = NLMSG_ALIGNTO;
+  return payload.subspan(std::min(payload.size(), (size + alignment - 1) / alignment * alignment));
+}
+
+Payload payloadOf(const nlmsghdr& message) {
+  return {static_cast<const std::uint8_t*>(mnl_nlmsg_get_payload(&message)), mnl_nlmsg_get_payload_len(&message)};
+}
+
+// Calls `use(type, payload)` for each attribute that follows the fixed header of `headerSize` bytes.
+template <class Use>
+void forEachAttribute(Payload payload, std::size_t headerSize, const Use& use) {
+  payload = after(payload, headerSize);
+  while (payload.size() >= sizeof(nlattr)) {
+    const auto header = readAs<nlattr>(payload, "attribute header");
+    if (header.nla_len < sizeof(nlattr) || header.nla_len > payload.size()) {
+      throw MalformedMessageException(fmt::format("rtnetlink: attribute {} of {} bytes where {} are left",
+                                                  header.nla_type & NLA_TYPE_MASK, header.nla_len, payload.size()));
+    }
+    use(header.nla_type & NLA_TYPE_MASK, payload.subspan(sizeof(nlattr), header.nla_len - sizeof(nlattr)));
+    payload = after(payload, header.nla_len);
+  }
+}
+
+std::uint32_t checkedIndex(std::int64_t ifIndex) {
+  if (ifIndex <= 0) throw MalformedMessageException(fmt::format("rtnetlink: interface index {}", ifIndex));
+  return static_cast<std::uint32_t>(ifIndex);
+}
+
+std::string interfaceName(Payload payload) {
+  const std::string name(payload.begin(), std::find(payload.begin(), payload.end(), 0));
+  if (name.empty() || name.size() >= IFNAMSIZ) {
+    throw MalformedMessageException(fmt::format("rtnetlink: interface name of {} bytes", name.size()));
+  }
+  return name;
+}
+
+// The values of IFLA_OPERSTATE (linux/if.h) are those of RFC 2863 in another order.
+Interface::OperStatus operStatusOf(std::uint8_t kernelState) {
+  switch (kernelState) {
+    case IF_OPER_NOTPRESENT:
+      return Interface::operStatusNotPresent;
+    case IF_OPER_DOWN:
+      return Interface::operStatusDown;
+    case IF_OPER_LOWERLAYERDOWN:
+      return Interface::operStatusLowerLayerDown;
+    case IF_OPER_TESTING:
+      return Interface::operStatusTesting;
+    case IF_OPER_DORMANT:
+      return Interface::operStatusDormant;
+    case IF_OPER_UP:
+      return Interface::operStatusUp;
+    default:
+      return Interface::operStatusUnknown;
+  }
+}
+
+RtMessage decodeLink(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ifinfomsg>(payload, "link header");
+  // Other families tell of a link's role, as the port of a bridge for instance, and not of the link.
+  if (header.ifi_family != AF_UNSPEC) return {};
+  LinkMessage link;
+  link.isDeleted = message.nlmsg_type == RTM_DELLINK;
+  link.ifIndex = checkedIndex(header.ifi_index);
+  link.flags = header.ifi_flags;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == IFLA_IFNAME) {
+      link.name = interfaceName(value);
+    } else if (type == IFLA_OPERSTATE) {
+      link.operStatus = operStatusOf(readAs<std::uint8_t>(value, "IFLA_OPERSTATE"));
+    } else if (type == IFLA_ADDRESS) {
+      link.ethAddr = value.size() == 6 ? Vantu::EthAddr::fromBytes(value) : Vantu::EthAddr();
+    }
+  });
+  return link;
+}
+
+Vantu::IpGenAddr addressOf(Vantu::Af af, Payload value) {
+  const std::size_t size = af == Vantu::ipv4_ ? 4 : 16;
+  if (value.size() != size) {
+    throw MalformedMessageException(
+        fmt::format("rtnetlink: {} address of {} bytes", Vantu::afName(af), value.size()));
+  }
+  if (af == Vantu::ipv4_) return Vantu::IpAddr::fromBytes(value);
+  return Vantu::Ip6Addr::fromBytes(value);
+}
+
+Vantu::Af afOf(std::uint8_t family) {
+  return family == AF_INET ? Vantu::ipv4_ : family == AF_INET6 ? Vantu::ipv6_ : Vantu::unknown_;
+}
+
+RtMessage decodeAddress(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ifaddrmsg>(payload, "address header");
+  const Vantu::Af af = afOf(header.ifa_family);
+  if (af == Vantu::unknown_) return {};
+  AddressMessage address;
+  address.isDeleted = message.nlmsg_type == RTM_DELADDR;
+  address.ifIndex = checkedIndex(header.ifa_index);
+  address.prefixLength = header.ifa_prefixlen;
+  address.flags = header.ifa_flags;
+  if (address.prefixLength > (af == Vantu::ipv4_ ? 32U : 128U)) {
+    throw MalformedMessageException(
+        fmt::format("rtnetlink: {} prefix length {}", Vantu::afName(af), address.prefixLength));
+  }
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == IFA_LOCAL) {
+      address.local = addressOf(af, value);
+    } else if (type == IFA_ADDRESS) {
+      address.peer = addressOf(af, value);
+    } else if (type == IFA_FLAGS) {
+      address.flags = readAs<std::uint32_t>(value, "IFA_FLAGS");
+    }
+  });
+  // IFA_ADDRESS is the peer of a point-to-point address, and otherwise the address itself, once more or alone.
+  if (!address.local.isSet()) address.local = address.peer;
+  if (address.peer == address.local) address.peer = {};
+  if (!address.local.isSet()) throw MalformedMessageException("rtnetlink: address message without an address");
+  return address;
+}
+
+RtMessage decodeForwarding(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<netconfmsg>(payload, "netconf header");
+  std::optional<std::int32_t> ifIndex;
+  std::optional<std::int32_t> forwarding;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == NETCONFA_IFINDEX) ifIndex = readAs<std::int32_t>(value, "NETCONFA_IFINDEX");
+    if (type == NETCONFA_FORWARDING) forwarding = readAs<std::int32_t>(value, "NETCONFA_FORWARDING");
+  });
+  const Vantu::Af af = afOf(header.ncm_family);
+  if (af == Vantu::unknown_ || ifIndex != NETCONFA_IFINDEX_ALL || !forwarding) return {};
+  return ForwardingMessage{af, *forwarding != 0};
+}
+
+}  // namespace
+
+RtMessage decode(const nlmsghdr& message) {
+  if (message.nlmsg_len < sizeof(nlmsghdr)) throw MalformedMessageException("rtnetlink: message without a header");
+  switch (message.nlmsg_type) {
+    case RTM_NEWLINK:
+    case RTM_DELLINK:
+      return decodeLink(message);
+    case RTM_NEWADDR:
+    case RTM_DELADDR:
+      return decodeAddress(message);
+    case RTM_NEWNETCONF:
+      return decodeForwarding(message);
+    default:
+      return {};
+  }
+}
+
+int statusOf(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  if (payload.size() < sizeof(std::int32_t)) return EBADMSG;
+  const auto status = readAs<std::int32_t>(payload, "status");
+  return status < 0 ? -status : 0;
+}
+
+}  // namespace Mirror

@@ -1,0 +1,135 @@
+#include "mirror/RtSocket.h"
+
+#include <fmt/format.h>
+#include <libmnl/libmnl.h>
+#include <linux/if_addr.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "kel/Errors.h"
+#include "kel/Trace.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle traceHandle("MirrorSocket");
+
+// The kernel sends dumps in pieces of at most 32 KiB; a single message may be larger, and then enlarges the buffer.
+constexpr std::size_t bufferBytes = 64 << 10;
+constexpr std::size_t maxBufferBytes = 16 << 20;
+
+[[noreturn]] void fail(const char* what, int error = errno) {
+  throw Kel::Exception(
+      fmt::format("rtnetlink: {}: {}; it takes AF_NETLINK sockets of the family NETLINK_ROUTE "
+                  "(look for a seccomp filter or a restriction of address families)",
+                  what, std::strerror(error)));
+}
+
+}  // namespace
+
+void RtSocket::Close::operator()(mnl_socket* socket) const {
+  mnl_socket_close(socket);
+}
+
+RtSocket::RtSocket(int receiveBytes) : wantedReceiveBytes_(receiveBytes), buffer_(bufferBytes) {
+  open();
+}
+
+void RtSocket::open() {
+  socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  if (!socket_) fail("cannot open a socket");
+  receiveBytesAre(wantedReceiveBytes_);
+  // With strict checking the kernel honours the family in a dump request. Kernels before 4.20 do not have it.
+  int on = 1;
+  mnl_socket_setsockopt(socket_.get(), NETLINK_GET_STRICT_CHK, &on, sizeof(on));
+  subscribe();
+}
+
+void RtSocket::receiveBytesAre(int bytes) {
+  if (setsockopt(fd(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0) {
+    setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
+  }
+  QTRACE(traceHandle, 1) << "receive buffer of " << receiveBytes() << " bytes";
+}
+
+void RtSocket::subscribe() {
+  if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) != 0) fail("cannot bind the socket");
+  for (int group :
+       {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF}) {
+    if (mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
+    if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) fail("cannot subscribe to changes");
+    // An old kernel: the forwarding flags are read once a second all the same.
+    QTRACE(traceHandle, 1) << "no notifications of forwarding: " << std::strerror(errno);
+  }
+}
+
+int RtSocket::fd() const {
+  return mnl_socket_get_fd(socket_.get());
+}
+
+int RtSocket::receiveBytes() const {
+  int bytes = 0;
+  socklen_t size = sizeof(bytes);
+  getsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &bytes, &size);
+  return bytes;
+}
+
+std::uint32_t RtSocket::portId() const {
+  return mnl_socket_get_portid(socket_.get());
+}
+
+void RtSocket::dump(RtDump what, std::uint32_t sequence) {
+  std::array<std::uint8_t, 128> bytes{};
+  nlmsghdr* request = mnl_nlmsg_put_header(bytes.data());
+  request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+  request->nlmsg_seq = sequence;
+  if (what == RtDump::links) {
+    request->nlmsg_type = RTM_GETLINK;
+    mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
+    mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+  } else {
+    request->nlmsg_type = RTM_GETADDR;
+    auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
+    header->ifa_family = what == RtDump::ipv4Addresses ? AF_INET : AF_INET6;
+  }
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) fail("cannot ask for a dump");
+}
+
+RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
+  while (true) {
+    sockaddr_nl sender{};
+    iovec io{buffer_.data(), buffer_.size()};
+    msghdr header{};
+    header.msg_name = &sender;
+    header.msg_namelen = sizeof(sender);
+    header.msg_iov = &io;
+    header.msg_iovlen = 1;
+    const ssize_t size = recvmsg(fd(), &header, MSG_TRUNC);
+    if (size < 0) {
+      if (errno == EINTR) continue;
+      if (errno == EAGAIN || errno == EWOULDBLOCK) return Outcome::empty;
+      if (errno == ENOBUFS || errno == ENOMEM) return Outcome::overrun;
+      fail("cannot receive");
+    }
+    if (sender.nl_pid != 0) continue;  // only the kernel's word counts
+    if (header.msg_flags & MSG_TRUNC) {
+      // What did not fit is lost.
+      if (buffer_.size() < maxBufferBytes) buffer_.resize(buffer_.size() * 2);
+      return Outcome::overrun;
+    }
+    datagram = {buffer_.data(), static_cast<std::size_t>(size)};
+    return Outcome::datagram;
+  }
+}
+
+void RtSocket::reopen() {
+  QTRACE(traceHandle, 1) << "reopening";
+  open();
+}
+
+}  // namespace Mirror

@@ -1,0 +1,122 @@
+#pragma once
+// rtnetlink messages for tests, byte by byte as the kernel lays them out.
+
+#include <linux/if.h>
+#include <linux/if_addr.h>
+#include <linux/if_link.h>
+#include <linux/netconf.h>
+#include <linux/rtnetlink.h>
+
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vantu/EthAddr.h"
+#include "vantu/IpGenAddr.h"
+
+namespace Mirror::Test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+template <class T>
+Bytes bytesOf(const T& value) {
+  Bytes bytes(sizeof(T));
+  std::memcpy(bytes.data(), &value, sizeof(T));
+  return bytes;
+}
+
+inline Bytes bytesOf(const Vantu::IpGenAddr& address) {
+  if (address.af() == Vantu::ipv6_) return {address.v6().bytes().begin(), address.v6().bytes().end()};
+  const auto bytes = address.v4().bytes();
+  return {bytes.begin(), bytes.end()};
+}
+
+class Message {
+ public:
+  explicit Message(std::uint16_t type, std::uint16_t flags = 0, std::uint32_t sequence = 0, std::uint32_t port = 0)
+      : header_{0, type, flags, sequence, port} {}
+
+  template <class T>
+  Message& fixed(const T& header) {
+    append(bytesOf(header));
+    return *this;
+  }
+  Message& attribute(unsigned type, const Bytes& payload) {
+    append(bytesOf(
+        nlattr{static_cast<std::uint16_t>(sizeof(nlattr) + payload.size()), static_cast<std::uint16_t>(type)}));
+    append(payload);
+    return *this;
+  }
+  Message& text(unsigned type, const std::string& value) {
+    return attribute(type, {value.c_str(), value.c_str() + value.size() + 1});
+  }
+
+  Bytes bytes() const {
+    nlmsghdr header = header_;
+    header.nlmsg_len = static_cast<std::uint32_t>(sizeof(header) + body_.size());
+    Bytes all = bytesOf(header);
+    all.insert(all.end(), body_.begin(), body_.end());
+    return all;
+  }
+
+ private:
+  void append(const Bytes& bytes) {
+    body_.resize((body_.size() + 3) / 4 * 4);
+    body_.insert(body_.end(), bytes.begin(), bytes.end());
+  }
+  nlmsghdr header_;
+  Bytes body_;
+};
+
+struct TestLink {
+  int ifIndex = 1;
+  std::string name;
+  unsigned flags = IFF_UP | IFF_RUNNING;
+  int operState = IF_OPER_UP;
+  std::optional<Vantu::EthAddr> ethAddr = std::nullopt;
+};
+
+inline Message describe(Message message, const TestLink& link) {
+  ifinfomsg header{};
+  header.ifi_family = AF_UNSPEC;
+  header.ifi_index = link.ifIndex;
+  header.ifi_flags = link.flags;
+  message.fixed(header).text(IFLA_IFNAME, link.name);
+  message.attribute(IFLA_OPERSTATE, {static_cast<std::uint8_t>(link.operState)});
+  if (link.ethAddr) message.attribute(IFLA_ADDRESS, {link.ethAddr->bytes().begin(), link.ethAddr->bytes().end()});
+  return message;
+}
+
+struct TestAddress {
+  int ifIndex = 1;
+  Vantu::IpGenAddr local;
+  unsigned prefixLength = 24;
+  Vantu::IpGenAddr peer = {};
+  std::uint32_t flags = IFA_F_PERMANENT;
+};
+
+inline Message describe(Message message, const TestAddress& address) {
+  ifaddrmsg header{};
+  const bool isIpv4 = address.local.af() == Vantu::ipv4_;
+  header.ifa_family = isIpv4 ? AF_INET : AF_INET6;
+  header.ifa_prefixlen = static_cast<std::uint8_t>(address.prefixLength);
+  header.ifa_flags = static_cast<std::uint8_t>(address.flags);
+  header.ifa_index = static_cast<std::uint32_t>(address.ifIndex);
+  message.fixed(header);
+  // As the kernel: of an IPv6 address without a peer there is IFA_ADDRESS alone.
+  message.attribute(IFA_ADDRESS, bytesOf(address.peer.isSet() ? address.peer : address.local));
+  if (isIpv4 || address.peer.isSet()) message.attribute(IFA_LOCAL, bytesOf(address.local));
+  message.attribute(IFA_FLAGS, bytesOf(address.flags));
+  return message;
+}
+
+inline Message describeForwarding(Message message, Vantu::Af af, int ifIndex, int forwarding) {
+  netconfmsg header{};
+  header.ncm_family = af == Vantu::ipv4_ ? AF_INET : AF_INET6;
+  message.fixed(header);
+  return message.attribute(NETCONFA_IFINDEX, bytesOf(ifIndex)).attribute(NETCONFA_FORWARDING, bytesOf(forwarding));
+}
+
+}  // namespace Mirror::Test

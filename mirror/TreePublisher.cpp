@@ -1,0 +1,90 @@
+#include "mirror/TreePublisher.h"
+
+#include "kel/Trace.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle traceHandle("MirrorPublisher");
+
+using Kind = Quillo::StoreException::Kind;
+
+// What may pass without anybody starting the program again.
+bool mayPass(Kind kind) {
+  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission;
+}
+
+}  // namespace
+
+TreePublisher::TreePublisher(const Varnix::Tree& tree, Quillo::PublisherConfig config)
+    : tree_(tree), config_(std::move(config)) {
+  open();
+  config_.recreate = false;
+}
+
+void TreePublisher::open() {
+  documents_.reset();
+  store_.reset();
+  hasPublishedAll_ = false;
+  store_ = std::make_unique<Quillo::Publisher>(config_);
+  documents_ = std::make_unique<Varnix::DocumentPublisher>(tree_, *store_);
+}
+
+bool TreePublisher::isUpToDate() const {
+  return hasPublishedAll_ && !documents_->pending();
+}
+
+bool TreePublisher::publish() {
+  return !hasFailed_ && (isUpToDate() || tryPublish());
+}
+
+void TreePublisher::poll() {
+  if (isStarted_) tryPublish();
+}
+
+bool TreePublisher::tryPublish() {
+  try {
+    write();
+  } catch (const Quillo::StoreException& error) {
+    if (!isStarted_ || !mayPass(error.kind())) throw;
+    if (!hasFailed_) {
+      QTRACE(traceHandle, 0) << error.what() << "; trying again every second";
+    }
+    hasFailed_ = true;
+    return false;
+  }
+  if (hasFailed_) {
+    QTRACE(traceHandle, 0) << "store " << config_.directory << " is written again";
+  }
+  hasFailed_ = false;
+  return true;
+}
+
+void TreePublisher::write() {
+  if (isGone()) {
+    QTRACE(traceHandle, 0) << "store " << config_.directory << " was removed or replaced; making it anew";
+    open();
+  }
+  if (!hasPublishedAll_) {
+    documents_->publishAll();
+    hasPublishedAll_ = isStarted_ = true;
+  } else if (documents_->pending()) {
+    const auto result = documents_->publish();
+    QTRACE(traceHandle, 6) << result.changes << " changes, journal at " << result.seq;
+  }
+}
+
+// Also after an attempt to make it anew that failed.
+bool TreePublisher::isGone() {
+  if (!documents_) return true;
+  try {
+    store_->begin().commit();  // of nothing
+    return false;
+  } catch (const Quillo::StoreException& error) {
+    if (error.kind() == Kind::gone) return true;
+    throw;
+  }
+}
+
+}  // namespace Mirror

@@ -1,0 +1,47 @@
+#pragma once
+// Writes a tree of entities to the store, and keeps at it when the store cannot be written.
+//
+// While the store is full, what changes stays pending and is tried again with each poll. A store that was removed
+// under the publisher is made anew. Nothing but a failure at the start, damage, and another publisher in the place
+// of a removed store are worth ending the program for: those are thrown.
+
+#include <memory>
+
+#include "quillo/Publisher.h"
+#include "varnix/DocumentPublisher.h"
+#include "varnix/Tree.h"
+
+namespace Mirror {
+
+class TreePublisher {
+ public:
+  // Opens or makes the store. Throws Quillo::StoreException.
+  TreePublisher(const Varnix::Tree& tree, Quillo::PublisherConfig config);
+
+  // Writes what changed; the first time everything, as a complete pass. False when that has to wait for a poll.
+  // Throws Quillo::StoreException and Pesk::CorruptionDetectedException.
+  bool publish();
+  // To be called once a second: tries again what could not be written, and notices that the store was removed.
+  void poll();
+
+  // Everything is in the store.
+  bool isUpToDate() const;
+  // Not while a store that was removed cannot be made anew.
+  const Quillo::Publisher& store() const { return *store_; }
+
+ private:
+  void open();
+  bool tryPublish();
+  void write();
+  bool isGone();
+
+  Varnix::Tree tree_;
+  Quillo::PublisherConfig config_;
+  std::unique_ptr<Quillo::Publisher> store_;
+  std::unique_ptr<Varnix::DocumentPublisher> documents_;
+  bool isStarted_ = false;        // something was published
+  bool hasPublishedAll_ = false;  // to the store that is open
+  bool hasFailed_ = false;
+};
+
+}  // namespace Mirror

@@ -1,0 +1,52 @@
+#pragma once
+// Brings the entities of the state database to what the kernel says.
+//
+// | entity                              | exists while                                    | holds |
+// |-------------------------------------|-------------------------------------------------|-------------------------|
+// | Interface::IntfStatus, kind "linux" | there is a link                                 | ifIndex, state, MAC |
+// | L3::Intf::Config, L3::Intf::Status  | there is a link                                 | the VRF | |
+// Ip::IpIntfConfig, Ip6::IntfConfig   | the link has an address of that family          | all of them             |
+// | Ip::IpIntfStatus, Ip6::IntfStatus   | the link has an address of that family          | those that are in force
+// | | Routing::Config, Routing6::Config   | always                                          | the forwarding flag |
+//
+// An interface's id is its kernel name. Its addresses are in force while it is administratively up and running; an
+// IPv6 address is not while duplicate address detection runs, or after it failed. Of a point-to-point address the
+// local one counts. Labels ("eth0:1") are no names here. Linux knows no unnumbered interfaces, so
+// `unnumberedIntfId` stays empty.
+//
+// The first address of an interface stays first until it goes; then the one that has been there longest among the
+// others follows, which is also the order of a dump, so that a mirror that starts again chooses the same.
+//
+// An interface that was renamed, or made again under another index, is deleted and created, never changed in place.
+
+#include <cstdint>
+#include <map>
+#include <set>
+
+#include "mirror/KernelState.h"
+#include "varnix/Tree.h"
+
+namespace Mirror {
+
+class TreeWriter {
+ public:
+  // The entities of `tree` that the table names belong to this writer alone.
+  explicit TreeWriter(const Varnix::Tree& tree) : tree_(tree) {}
+
+  // The named interfaces become what `state` says of them.
+  void sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
+  // All of them; what `state` does not have goes.
+  void syncAll(const KernelState& state);
+  void forwardingIs(Vantu::Af af, bool forwarding);
+
+ private:
+  void remove(const Vantu::IntfId& id);
+  void write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface);
+  void writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface);
+  void writeIpv6(const Vantu::IntfId& id, const KernelInterface& interface);
+
+  Varnix::Tree tree_;
+  std::map<std::uint32_t, Vantu::IntfId> written_;  // by ifIndex
+};
+
+}  // namespace Mirror
