@@ -40,6 +40,37 @@ TEST(Collection, versionChangesWhenMembersComeOrGoOnly) {
   EXPECT_TRUE(house->row().empty());
 }
 
+class Resident : public Lamp::Notifiee {
+ public:
+  Resident(Kel::Name name, std::vector<std::string>* calls) : name_(std::move(name)), calls_(calls) {}
+  static Kel::Name kelKeyOf(const Kel::Name& name, const std::vector<std::string>*) { return name; }
+  void kelStart() { calls_->push_back("start " + name_); }
+  void kelStop() { calls_->push_back("stop " + name_); }
+
+ private:
+  Kel::Name name_;
+  std::vector<std::string>* calls_;
+};
+
+class Hotel : public Kel::Entity {
+  KEL_TYPE_BEGIN("KelTest::Hotel", Hotel, Kel::Entity)
+ public:
+  KEL_NAMED(Hotel, Kel::Entity)
+  KEL_MEMBERS(Ordered, Kel::Name, Resident, resident, Resident)
+  KEL_TYPE_END
+};
+
+TEST(Collection, reactorsKeptAsMembersAreStartedAndStopped) {
+  std::vector<std::string> calls;
+  auto hotel = makePtr<Hotel>("hotel");
+  hotel->residentIs("a", &calls);
+  EXPECT_EQ(hotel->residentIs("a", &calls), hotel->resident("a"));
+  hotel->residentIs("b", &calls);
+  hotel->residentDel("a");
+  hotel->residentDelAll();
+  EXPECT_EQ(calls, (std::vector<std::string>{"start a", "start b", "stop a", "stop b"}));
+}
+
 TEST(Collection, removedMembersStayReadable) {
   auto house = makePtr<House>("house");
   auto row = house->rowIs(at(1, "a"), makePtr<Lamp>("hall"));

@@ -66,7 +66,9 @@ class Notifier : public PtrInterface {
   // Calls `call` for each active reactor that is an `N`, under the rules above.
   template <class N, class Call>
   void kelNotify(Call&& call) const {
-    if (!reactors_) return;
+    // A watched object is held by its reactors. One that nobody watches may be in its destructor, and must not be
+    // held there.
+    if (!reactors_ || reactors_->list.empty()) return;
     const Ptr<const Notifier> self(this);
     const Round round(*reactors_);
     for (std::size_t i = 0; i < round.size; ++i) {

@@ -162,6 +162,28 @@ TEST(Notifier, ownerDeletedInsideItsOwnMembersHandler) {
   EXPECT_EQ(lamp->fullName(), "hall");
 }
 
+TEST(Notifier, anObjectThatWasWatchedOnceMayChangeInItsDestructor) {
+  static int destroyed = 0;
+  struct Demolished : House {
+    using House::House;
+    ~Demolished() override {
+      ++destroyed;
+      porchDel();
+      lampDelAll();
+    }
+  };
+  destroyed = 0;
+  auto house = makePtr<Demolished>("house");
+  auto watcher = makePtr<House::Notifiee>();
+  watcher->notifierIs(house);
+  watcher->notifierIs(nullptr);
+  auto lamp = house->lampIs("hall");
+  house->porchIs("lantern");
+  house = nullptr;
+  EXPECT_EQ(destroyed, 1);
+  EXPECT_FALSE(lamp->parent());
+}
+
 TEST(Notifier, childrenComeAndGoWithNotice) {
   struct PorchWatcher : House::Notifiee {
     int calls = 0;

@@ -64,14 +64,19 @@ Key memberKey(const First& first, const Rest&... rest) {
   }
 }
 
+// Members may also be reactors that the owner keeps by key: those with kelStart and kelStop are told as well.
 template <class T>
 void kelStarted(const Ptr<T>& object) {
-  if constexpr (std::is_base_of_v<Notifier, T>) object->kelStart();
+  if constexpr (requires { object->kelStart(); }) object->kelStart();
 }
 
 template <class T>
 void kelRemoved(const Ptr<T>& object) {
-  if constexpr (std::is_base_of_v<Notifier, T>) object->kelDeleted();
+  if constexpr (std::is_base_of_v<Notifier, T>) {
+    object->kelDeleted();
+  } else if constexpr (requires { object->kelStop(); }) {
+    object->kelStop();
+  }
   if constexpr (std::is_base_of_v<Entity, T>) kelOrphanIfEntity(*object);
 }
 
