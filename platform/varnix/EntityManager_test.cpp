@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "kel/System.h"
 #include "varnix/TestTree.h"
 
 namespace VarnixTest {
@@ -322,6 +323,35 @@ TEST(EntityManager, damagedRecordsAreLeftOutAndTheRestServed) {
   later.follow();
   EXPECT_FALSE(later.tree().intfStatusDir->intfStatusHas(id("b3")));
   EXPECT_THAT(traces.take(), Contains(HasSubstr("intfStatus/b3")));
+}
+
+TEST(EntityManager, aStoreThatIsCutShortTakesNothingAlong) {
+  const Directory directory;
+  auto writer = std::make_unique<Writer>(directory.path());
+  for (int i = 0; i < 500; ++i) writer->tree.intfStatusDir->intfStatusIs(id("eth" + std::to_string(i)));
+  writer->documents.publishAll();
+  Reader reader(directory.path());
+  reader.follow();
+  const auto before = textOf(reader.tree());
+  writer.reset();
+
+  Traces traces;
+  std::filesystem::resize_file(directory.path() + "/data.mdb", 8192);  // what is left names the store, not more
+  reader.manager->step(10);
+  reader.follow();
+  EXPECT_EQ(textOf(reader.tree()), before);
+  EXPECT_THAT(reader.manager->status(), HasSubstr(directory.path()));
+  EXPECT_TRUE(reader.manager->ready());
+
+  writer = std::make_unique<Writer>(directory.path(), true);
+  writer->tree.routingConfig->routingIs(true);
+  writer->documents.publishAll();
+  const auto now = Kel::System::currentTime();
+  Kel::System::clockIs([now] { return now + 60; });  // the mount's pause after damage is over
+  reader.follow();
+  Kel::System::clockIs({});
+  EXPECT_EQ(textOf(reader.tree()), textOf(writer->tree));
+  EXPECT_EQ(reader.manager->status(), "");
 }
 
 }  // namespace
