@@ -29,6 +29,7 @@ class FakeKernel : public RtChannel {
   std::function<bool()> isInterrupted = never;  // the dump says so in its last message
   int dumpStatus = 0;                           // an errno: dumps are refused
   bool isDumpSilent = false;                    // a dump is never answered
+  bool isReopenRefused = false;
 
   // ---- what was asked of it
   unsigned dumps = 0;
@@ -99,6 +100,7 @@ class FakeKernel : public RtChannel {
   }
   std::uint32_t portId() const override { return port; }
   void reopen() override {
+    if (isReopenRefused) throw Kel::Exception("no socket");
     ++reopened;
     queue_.clear();
     latePiece_.clear();

@@ -54,14 +54,26 @@ bool NamespaceMirror::receive() {
 
 void NamespaceMirror::poll() {
   if (isComplete()) readForwarding();
-  const bool isStuck = fresh_ && Kel::System::currentTime() - lastReply_ > stuckAfter;
-  if (isReopenWanted_ || isStuck) {
-    QTRACE(traceHandle, 0) << "rtnetlink: " << (isStuck ? "a dump is not answered" : "a dump was refused")
-                           << "; beginning anew";
-    channel_.reopen();
-    beginDump();
+  if (fresh_ && Kel::System::currentTime() - lastReply_ > stuckAfter) {
+    QTRACE(traceHandle, 0) << "rtnetlink: a dump is not answered; beginning anew";
+    isReopenWanted_ = true;
+  }
+  if (isReopenWanted_) {
+    reopen();
   } else if (isRetryWanted_) {
     beginDump();
+  }
+}
+
+void NamespaceMirror::reopen() {
+  try {
+    channel_.reopen();
+    beginDump();
+  } catch (const Kel::Exception& error) {
+    if (!isComplete()) throw;
+    QTRACE(traceHandle, 0) << error.what() << "; trying again every second";
+    fresh_.reset();
+    isReopenWanted_ = true;
   }
 }
 

@@ -42,6 +42,7 @@ class NamespaceMirror {
  private:
   enum class Handling { notified, dumped };
 
+  void reopen();
   void beginDump();
   void ask();
   void handleDatagram(std::span<const std::uint8_t> datagram);

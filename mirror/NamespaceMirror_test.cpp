@@ -363,6 +363,10 @@ TEST_F(NamespaceMirrorTest, refusedDumps) {
   kernel_.addressIs(at(2, "10.0.0.2/24"));
   settle();
   EXPECT_THAT(linesOf(tree_), Contains("eth0 config 10.0.0.2/24")) << "what is notified still counts";
+  kernel_.isReopenRefused = true;
+  mirror_.poll();
+  EXPECT_THAT(complaints_, Contains(HasSubstr("no socket")));
+  kernel_.isReopenRefused = false;
   kernel_.dumpStatus = 0;
   mirror_.poll();
   settleAndCompare();

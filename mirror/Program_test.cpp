@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,10 +76,14 @@ TEST(MirrorOptionsTest, whatIsWrongIsOneLine) {
 
 class ProgramTest : public testing::Test {
  protected:
-  ProgramTest() { std::filesystem::create_directories(directory_); }
+  ProgramTest() {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // daemons become children of the test, which so learns their status
+    std::filesystem::create_directories(directory_);
+  }
   ~ProgramTest() override {
     if (isMounted_) umount(directory_.c_str());
     std::filesystem::remove_all(directory_);
+    std::filesystem::remove(output_);
   }
 
   // Runs `quorin-mirrord ARGUMENTS` to its end, or until it has gone to the background; returns its status.
@@ -102,13 +107,15 @@ class ProgramTest : public testing::Test {
     const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
     return static_cast<pid_t>(mount->publisher().pid);
   }
-  // True when the process has gone within five seconds.
-  static bool hasGone(pid_t pid) {
+  // The status with which the daemon ends on the signal; -1 when it does not end within five seconds.
+  static int statusAfter(pid_t daemon, int signal) {
+    kill(daemon, signal);
+    int status = 0;
     for (int waited = 0; waited < 500; ++waited) {
-      if (kill(pid, 0) != 0) return true;
+      if (waitpid(daemon, &status, WNOHANG) == daemon) return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
       usleep(10'000);
     }
-    return false;
+    return -1;
   }
 
   std::string directory_ = "/dev/shm/qp-" + std::to_string(getpid());
@@ -134,11 +141,9 @@ TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
   expectRefusal(atStore_, std::to_string(daemon));
   expectRefusal("-f" + atStore_, std::to_string(daemon));
 
-  kill(daemon, SIGTERM);
-  EXPECT_TRUE(hasGone(daemon));
+  EXPECT_EQ(statusAfter(daemon, SIGTERM), 0);
   mount->refresh();
   EXPECT_EQ(mount->state(), Quillo::Mount::State::ready) << "the store stays for its readers";
-  std::filesystem::remove(output_);
 }
 
 TEST_F(ProgramTest, refusals) {
@@ -155,9 +160,7 @@ TEST_F(ProgramTest, refusals) {
   EXPECT_TRUE(std::filesystem::exists(store_ + "/data.mdb.foreign")) << "the foreign file is kept";
   const pid_t daemon = publisher();
   ASSERT_GT(daemon, 1);
-  kill(daemon, SIGINT);
-  EXPECT_TRUE(hasGone(daemon));
-  std::filesystem::remove(output_);
+  EXPECT_EQ(statusAfter(daemon, SIGINT), 0);
 }
 
 TEST_F(ProgramTest, aDiskThatIsFullFromTheStart) {
@@ -165,7 +168,6 @@ TEST_F(ProgramTest, aDiskThatIsFullFromTheStart) {
   ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=16k"), 0);
   isMounted_ = true;
   expectRefusal("-f" + atStore_, "No space left on device");
-  std::filesystem::remove(output_);
 }
 
 }  // namespace

@@ -30,42 +30,44 @@ constexpr std::size_t maxBufferBytes = 16 << 20;
                   what, std::strerror(error)));
 }
 
+void receiveBytesAre(const mnl_socket* socket, int bytes) {
+  const int fd = mnl_socket_get_fd(socket);
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0) {
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
+  }
+}
+
+void subscribe(const mnl_socket* socket) {
+  for (int group :
+       {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF}) {
+    if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
+    if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) fail("cannot subscribe to changes");
+    // An old kernel: the forwarding flags are read once a second all the same.
+    QTRACE(traceHandle, 1) << "no notifications of forwarding: " << std::strerror(errno);
+  }
+}
+
 }  // namespace
 
 void RtSocket::Close::operator()(mnl_socket* socket) const {
   mnl_socket_close(socket);
 }
 
-RtSocket::RtSocket(int receiveBytes) : wantedReceiveBytes_(receiveBytes), buffer_(bufferBytes) {
-  open();
+RtSocket::RtSocket(int receiveBytes)
+    : wantedReceiveBytes_(receiveBytes), socket_(open(receiveBytes)), buffer_(bufferBytes) {
+  QTRACE(traceHandle, 1) << "receive buffer of " << this->receiveBytes() << " bytes";
 }
 
-void RtSocket::open() {
-  socket_.reset(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
-  if (!socket_) fail("cannot open a socket");
-  receiveBytesAre(wantedReceiveBytes_);
+RtSocket::Handle RtSocket::open(int receiveBytes) {
+  Handle socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
+  if (!socket) fail("cannot open a socket");
+  receiveBytesAre(socket.get(), receiveBytes);
   // With strict checking the kernel honours the family in a dump request. Kernels before 4.20 do not have it.
   int on = 1;
-  mnl_socket_setsockopt(socket_.get(), NETLINK_GET_STRICT_CHK, &on, sizeof(on));
-  subscribe();
-}
-
-void RtSocket::receiveBytesAre(int bytes) {
-  if (setsockopt(fd(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof(bytes)) != 0) {
-    setsockopt(fd(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
-  }
-  QTRACE(traceHandle, 1) << "receive buffer of " << receiveBytes() << " bytes";
-}
-
-void RtSocket::subscribe() {
-  if (mnl_socket_bind(socket_.get(), 0, MNL_SOCKET_AUTOPID) != 0) fail("cannot bind the socket");
-  for (int group :
-       {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF}) {
-    if (mnl_socket_setsockopt(socket_.get(), NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
-    if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) fail("cannot subscribe to changes");
-    // An old kernel: the forwarding flags are read once a second all the same.
-    QTRACE(traceHandle, 1) << "no notifications of forwarding: " << std::strerror(errno);
-  }
+  mnl_socket_setsockopt(socket.get(), NETLINK_GET_STRICT_CHK, &on, sizeof(on));
+  if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) fail("cannot bind the socket");
+  subscribe(socket.get());
+  return socket;
 }
 
 int RtSocket::fd() const {
@@ -129,7 +131,7 @@ RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
 
 void RtSocket::reopen() {
   QTRACE(traceHandle, 1) << "reopening";
-  open();
+  socket_ = open(wantedReceiveBytes_);
 }
 
 }  // namespace Mirror

@@ -26,19 +26,18 @@ class RtSocket : public RtChannel {
   void dump(RtDump what, std::uint32_t sequence) override;
   Outcome receive(std::span<const std::uint8_t>& datagram) override;
   std::uint32_t portId() const override;
-  // To be called in the namespace that the socket was made in.
+  // To be called in the namespace that the socket was made in. When it throws, the old socket is still there.
   void reopen() override;
 
  private:
   struct Close {
     void operator()(mnl_socket* socket) const;
   };
-  void open();
-  void receiveBytesAre(int bytes);
-  void subscribe();
+  using Handle = std::unique_ptr<mnl_socket, Close>;
+  static Handle open(int receiveBytes);
 
   int wantedReceiveBytes_;
-  std::unique_ptr<mnl_socket, Close> socket_;
+  Handle socket_;
   std::vector<std::uint8_t> buffer_;
 };
 
