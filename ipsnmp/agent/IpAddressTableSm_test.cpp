@@ -1,0 +1,299 @@
+#include "ipsnmp/agent/IpAddressTableSm.h"
+
+#include "ipsnmp/agent/TestWorld.h"
+
+namespace IpSnmpTest {
+namespace {
+
+using namespace IpSnmp;
+
+const L3::VrfName defaultVrf;
+
+TEST(IpAddressTableSm, configuredAddressIsInaccessibleUntilInForce) {
+  World world;
+  world.intfIs("eth0", 3);
+  world.configIs("eth0", "10.1.1.1/24");
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 config: 1/eth0=3/24\n"
+            "row 10.1.1.1 3 255.255.255.0\n"
+            "prefix 3 10.1.1.0/24\n");
+  const auto configuredRow = world.ipMib->ipAddressPrefixTable().begin()->second;
+  world.statusIs("eth0", "10.1.1.1/24");
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 0/eth0=3/24 1/eth0=3/24\n"
+            "row 10.1.1.1 3 255.255.255.0\n"
+            "prefix 3 10.1.1.0/24\n");
+  EXPECT_NE(world.ipMib->ipAddressPrefixTable().begin()->second, configuredRow);
+  world.tree.ipStatus->ipIntfStatusDel(intfOf("eth0"));
+  EXPECT_EQ(world.ipMib->ipAddressPrefixTable().begin()->second, configuredRow);
+  world.tree.ipConfig->ipIntfConfigDel(intfOf("eth0"));
+  EXPECT_EQ(tables(*world.ipMib), "");
+  EXPECT_TRUE(world.sm->ipIntfConfig().empty());
+}
+
+TEST(IpAddressTableSm, prefixRowGoesToTheFirstPairOfAnAddress) {
+  World world;
+  TraceCatcher trace;
+  const auto addr = mask4("10.1.1.1/24");
+  world.sm->doAddAddr(intfOf("eth2"), addressSourceConfig, 2, defaultVrf, addr);
+  EXPECT_EQ(trace.take("eth2 (ifIndex 2) is the first in the prefix table"), 1);
+  world.sm->doAddAddr(intfOf("eth1"), addressSourceConfig, 1, defaultVrf, addr);
+  EXPECT_EQ(
+      trace.take("eth1 (ifIndex 1) taking over prefix table row for ifIndex 2 because old intfKey "
+                 "Value('IpSnmp::IntfDataKey', ** {'source': addressSourceConfig, 'intfId': 'eth2'}) < new intfKey "
+                 "Value('IpSnmp::IntfDataKey', ** {'source': addressSourceConfig, 'intfId': 'eth1'})"),
+      1);
+  world.sm->doAddAddr(intfOf("eth0"), addressSourceBorrowed, 9, defaultVrf, addr);
+  EXPECT_EQ(trace.take("eth0 not added to the prefix table; ifIndex 1 is better"), 1);
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 config: 1/eth1=1/24 1/eth2=2/24 2/eth0=9/24\n"
+            "row 10.1.1.1 1 255.255.255.0\n"
+            "prefix 1 10.1.1.0/24\n");
+  world.sm->doDelAddr(intfOf("eth1"), addressSourceConfig, defaultVrf, addr);
+  world.sm->doDelAddr(intfOf("eth1"), addressSourceConfig, defaultVrf, addr);
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 config: 1/eth2=2/24 2/eth0=9/24\n"
+            "row 10.1.1.1 2 255.255.255.0\n"
+            "prefix 2 10.1.1.0/24\n");
+  world.sm->doDelAddr(intfOf("eth0"), addressSourceBorrowed, defaultVrf, addr);
+  world.sm->doDelAddr(intfOf("eth2"), addressSourceConfig, defaultVrf, addr);
+  EXPECT_EQ(tables(*world.ipMib), "");
+}
+
+TEST(IpAddressTableSm, addressesOfOneSubnetShareTheRow) {
+  World world;
+  world.intfIs("eth0", 3);
+  auto record = world.statusIs("eth0", "10.1.1.1/24");
+  record->secondaryAddrWithMaskIs(mask4("10.1.1.2/24"), true);
+  record->secondaryAddrWithMaskIs(mask4("10.1.1.3/24"), true);
+  for (const auto* gone : {"10.1.1.3/24", "10.1.1.2/24"}) {
+    record->secondaryAddrWithMaskDel(mask4(gone));
+    ASSERT_EQ(world.ipMib->ipAddressPrefixTable().size(), 1u) << gone;
+    EXPECT_EQ(tables(*world.ipMib).find("no first pair"), std::string::npos);
+  }
+  record->activeAddrWithMaskIs({});
+  EXPECT_EQ(tables(*world.ipMib), "");
+}
+
+TEST(IpAddressTableSm, borrowedAddressNeverSpeaksForAnAddressInForce) {
+  World world;
+  world.intfIs("a", 1);
+  world.intfIs("b", 2);
+  auto record = world.statusIs("a", "10.1.1.1/32");
+  record->unnumberedIntfIdIs(intfOf("b"));
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 2/a=1/32\n"
+            "row 10.1.1.1 1 255.255.255.255\n"
+            "prefix 1 10.1.1.1/32\n");
+  world.statusIs("b", "10.1.1.1/32");
+  EXPECT_EQ(world.ipMib->ipAddressPrefixTable().begin()->first.ifIndex(), 2u);
+  record->unnumberedIntfIdIs({});
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 0/a=1/32 0/b=2/32\n"
+            "row 10.1.1.1 1 255.255.255.255\n"
+            "prefix 1 10.1.1.1/32\n");
+}
+
+TEST(IpAddressTableSm, firstPrefixLengthStaysAndTheOtherIsNotLost) {
+  World world;
+  TraceCatcher trace;
+  world.intfIs("eth0", 3);
+  auto record = world.statusIs("eth0", "10.1.1.1/24");
+  record->secondaryAddrWithMaskIs(mask4("10.1.1.1/16"), true);
+  EXPECT_EQ(trace.take("eth0 already has address 10.1.1.1 with prefix length 24; ignoring it"), 1);
+  EXPECT_NE(tables(*world.ipMib).find("prefix 3 10.1.1.0/24\n"), std::string::npos);
+  record->activeAddrWithMaskIs({});
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 0/eth0=3/16\n"
+            "row 10.1.1.1 3 255.255.0.0\n"
+            "prefix 3 10.1.0.0/16\n");
+  record->activeAddrWithMaskIs(mask4("10.1.1.1/16"));  // is a secondary one too: nothing changes
+  record->secondaryAddrWithMaskDel(mask4("10.1.1.1/16"));
+  EXPECT_NE(tables(*world.ipMib).find("0/eth0=3/16"), std::string::npos);
+  // Every source has a length of its own.
+  world.configIs("eth0", "10.1.1.1/8");
+  EXPECT_NE(tables(*world.ipMib).find("0/eth0=3/16 1/eth0=3/8"), std::string::npos);
+}
+
+TEST(IpAddressTableSm, prefixesOfEveryLength) {
+  World world;
+  world.intfIs("eth0", 3);
+  const std::vector<std::pair<const char*, const char*>> prefixes{{"10.255.255.255/0", "0.0.0.0/0"},
+                                                                  {"10.255.255.255/1", "0.0.0.0/1"},
+                                                                  {"10.255.255.255/31", "10.255.255.254/31"},
+                                                                  {"10.255.255.255/32", "10.255.255.255/32"}};
+  for (const auto& [addr, prefix] : prefixes) {
+    world.statusIs("eth0", addr);
+    ASSERT_EQ(world.ipMib->ipAddressPrefixTable().size(), 1u);
+    EXPECT_NE(tables(*world.ipMib).find(std::string("prefix 3 ") + prefix + "\n"), std::string::npos) << addr;
+  }
+}
+
+TEST(IpAddressTableSm, ip6AddressesAreInNoIp4Table) {
+  World world;
+  world.intfIs("eth0", 3);
+  world.intfIs("eth1", 4);
+  auto status = world.tree.ip6Status->intfIs(intfOf("eth0"));
+  status->addrIs(mask6("fe80::1/64"), Ip6::AddressInfo(Ip6::addressStateTentative));
+  world.tree.ip6Config->intfIs(intfOf("eth1"))->addrIs(mask6("fe80::1/10"), Ip6::AddressInfo());
+  world.tree.ip6Config->intf(intfOf("eth1"))->addrIs(mask6("::/64"), Ip6::AddressInfo());
+  EXPECT_EQ(tables(*world.ipMib), "fe80::1 preferred: 0/eth0=3/64 1/eth1=4/10\nprefix 3 fe80::/64\n");
+  status->addrIs(mask6("fe80::1/64"), Ip6::AddressInfo(Ip6::addressStatePreferred));
+  EXPECT_EQ(world.sm->ip6IntfStatus(intfOf("eth0"))->oldAddr().at(mask6("fe80::1/64")).state(),
+            Ip6::addressStatePreferred);
+  status->addrDel(mask6("fe80::1/64"));
+  EXPECT_EQ(tables(*world.ipMib), "fe80::1 config: 1/eth1=4/10\nprefix 4 fe80::/10\n");
+}
+
+TEST(IpAddressTableSm, waitsForStatusRecordAndIfIndex) {
+  World world;
+  TraceCatcher trace;
+  world.statusIs("eth0", "10.1.1.1/24");
+  EXPECT_EQ(tables(*world.ipMib), "");
+  auto status = world.tree.intfStatusDir->intfStatusIs(intfOf("eth0"));
+  EXPECT_EQ(trace.take("eth0 Have IpIntfStatus"), 1);
+  EXPECT_EQ(tables(*world.ipMib), "");  // nobody knows the details of an interface without a kind
+  status->kindIs("linux");
+  EXPECT_EQ(tables(*world.ipMib), "");
+  status->ifIndexIs(7);
+  EXPECT_NE(tables(*world.ipMib).find("prefix 7 10.1.1.0/24"), std::string::npos);
+  status->ifIndexIs(0x80000000u);  // negative as an InterfaceIndex
+  EXPECT_EQ(tables(*world.ipMib), "");
+  status->ifIndexIs(8);
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 0/eth0=8/24\n"
+            "row 10.1.1.1 8 255.255.255.0\n"
+            "prefix 8 10.1.1.0/24\n");
+  world.tree.intfStatusDir->intfStatusDel(intfOf("eth0"));
+  EXPECT_EQ(tables(*world.ipMib), "");
+  status->ifIndexIs(9);  // the record that went is not heard any more
+  EXPECT_EQ(tables(*world.ipMib), "");
+  world.intfIs("eth0", 10);
+  EXPECT_NE(tables(*world.ipMib).find("prefix 10 10.1.1.0/24"), std::string::npos);
+}
+
+TEST(IpAddressTableSm, anotherIfIndexOfAPairReplacesThePair) {
+  World world;
+  world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 3, defaultVrf, mask4("10.1.1.1/24"));
+  world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 4, defaultVrf, mask4("10.1.1.1/24"));
+  world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 4, defaultVrf, mask4("10.1.1.1/24"));
+  world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 0, defaultVrf, mask4("10.1.1.2/24"));
+  world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 3, defaultVrf, mask4("0.0.0.0/8"));
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 0/eth0=4/24\n"
+            "row 10.1.1.1 4 255.255.255.0\n"
+            "prefix 4 10.1.1.0/24\n");
+}
+
+TEST(IpAddressTableSm, addressesFollowTheVrfOfTheLayer3Record) {
+  World world;
+  world.intfIs("eth0", 3);
+  auto red = Kel::makePtr<IpMib>("red");
+  world.sm->vrfIpMibIs(red);
+  world.sm->handleIntfInVrf("red");
+  auto record = world.configIs("eth0", "10.1.1.1/24");
+  auto l3 = world.tree.l3ConfigDir->intfConfigIs(intfOf("eth0"));
+  l3->vrfIs(L3::VrfName("red"));
+  EXPECT_NE(tables(*world.ipMib), "");
+  record->l3ConfigIs(l3);
+  EXPECT_EQ(tables(*world.ipMib), "");
+  EXPECT_NE(tables(*red), "");
+  l3->vrfIs(L3::VrfName("blue"));
+  EXPECT_EQ(tables(*red), "");
+  l3->vrfIs(L3::VrfName("red"));
+  EXPECT_NE(tables(*red), "");
+  record->l3ConfigIs(nullptr);
+  EXPECT_EQ(tables(*red), "");
+  EXPECT_NE(tables(*world.ipMib), "");
+}
+
+TEST(IpAddressTableSm, cachesOfVrfsComeGoAndReturn) {
+  World world;
+  TraceCatcher trace;
+  world.intfIs("red/eth0", 3);
+  auto l3 = world.tree.l3StatusDir->intfStatusIs(intfOf("red/eth0"));
+  l3->vrfIs(L3::VrfName("red"));
+  auto record = world.tree.ipStatus->ipIntfStatusIs(intfOf("red/eth0"));
+  record->l3StatusIs(l3);
+  record->activeAddrWithMaskIs(mask4("10.1.1.1/24"));
+  EXPECT_EQ(trace.take("no ipmib in vrf red"), 1);
+  auto red = Kel::makePtr<IpMib>("red");
+  world.sm->vrfIpMibIs(red);
+  EXPECT_EQ(tables(*red), "");
+  world.sm->handleIntfInVrf("red");
+  const auto before = tables(*red);
+  EXPECT_EQ(before,
+            "10.1.1.1 preferred: 0/red/eth0=3/24\n"
+            "row 10.1.1.1 3 255.255.255.0\n"
+            "prefix 3 10.1.1.0/24\n");
+  EXPECT_TRUE(world.sm->vrfIpMibDel("red"));
+  EXPECT_FALSE(world.sm->vrfIpMibDel("red"));
+  EXPECT_EQ(tables(*red), "");
+  record->secondaryAddrWithMaskIs(mask4("10.1.1.2/24"), true);
+  trace.take("");
+  record->activeAddrWithMaskIs({});
+  EXPECT_EQ(trace.take("no ipmib in vrf red"), 1);
+  world.sm->vrfIpMibIs(red);
+  world.sm->handleIntfInVrf("red");
+  EXPECT_EQ(tables(*red),
+            "10.1.1.2 preferred: 0/red/eth0=3/24\n"
+            "row 10.1.1.2 3 255.255.255.0\n"
+            "prefix 3 10.1.1.0/24\n");
+  // Another cache of the name takes the place.
+  auto next = Kel::makePtr<IpMib>("red");
+  world.sm->vrfIpMibIs(next);
+  EXPECT_EQ(tables(*red), "");
+  world.sm->handleIntfInVrf("red");
+  EXPECT_NE(tables(*next), "");
+  EXPECT_EQ(tables(*world.ipMib), "");
+}
+
+TEST(IpAddressTableSm, vrfCachesKeepTheirPlaceInTheTree) {
+  World world;
+  auto dir = Kel::makePtr<VrfMibsDir>("vrf");
+  auto red = dir->mibsIs("red")->ipmib();
+  world.sm->vrfIpMibIs(red);
+  EXPECT_EQ(world.sm->vrfIpMib("red"), red);
+  world.sm = nullptr;
+  EXPECT_EQ(red->fullName(), "vrf.mibs/red.ipmib");
+}
+
+TEST(IpAddressTableSm, stoppedMachineLeavesNothingAndHearsNothing) {
+  World world;
+  world.intfIs("eth0", 3);
+  auto record = world.statusIs("eth0", "10.1.1.1/24");
+  auto reactor = world.sm->ipIntfStatus(intfOf("eth0"));
+  const auto before = tables(*world.ipMib);
+  world.sm->kelStop();
+  EXPECT_EQ(tables(*world.ipMib), "");
+  record->activeAddrWithMaskIs(mask4("10.1.1.2/24"));
+  world.statusIs("eth1", "10.1.1.1/24");
+  world.sm->handleIntfInVrf("default");
+  EXPECT_EQ(tables(*world.ipMib), "");
+  record->activeAddrWithMaskIs(mask4("10.1.1.1/24"));
+  world.smIs();
+  EXPECT_EQ(tables(*world.ipMib), before);
+  EXPECT_FALSE(reactor->notifier());
+}
+
+// A machine that goes, with its reactors, while a change of a record is still being told.
+TEST(IpAddressTableSm, mayDieInsideAHandler) {
+  struct Killer : Ip::IpIntfStatus::Notifiee {
+    World* world = nullptr;
+    void handleActiveAddrWithMask() override { world->sm = nullptr; }
+  };
+  World world;
+  world.sm = nullptr;
+  world.intfIs("eth0", 3);
+  auto record = world.statusIs("eth0", "10.1.1.1/24");
+  auto killer = Kel::makePtr<Killer>();
+  killer->world = &world;
+  killer->notifierIs(record);
+  world.smIs();
+  EXPECT_NE(tables(*world.ipMib), "");
+  record->activeAddrWithMaskIs(mask4("10.1.1.2/24"));
+  EXPECT_EQ(tables(*world.ipMib), "");
+}
+
+}  // namespace
+}  // namespace IpSnmpTest

@@ -1,0 +1,28 @@
+#include "ipsnmp/agent/Root.h"
+
+namespace IpSnmp {
+
+Root::~Root() {
+  stop();
+}
+
+void Root::kelStop() {
+  stop();
+}
+
+// Users before what they use: the VRFs' machines stand on the default VRF's.
+void Root::stop() {
+  vrfRootSmDel();
+  vrfRootDirDel();
+  vrfIfTableSmDel();
+  perVrfFecSmDel();
+  ipRouteTableSmDel();
+  fib6StatsSmDel();
+  fibStatsSmDel();
+  arpTableSmDel();
+  ipAddressTableSmDel();
+  fecModeRestartSmDel();
+  fecModeSmDel();
+}
+
+}  // namespace IpSnmp

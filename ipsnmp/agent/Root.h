@@ -1,0 +1,47 @@
+#pragma once
+// The owner of the default VRF's state machines, and of the other VRFs' roots.
+//
+// The hosting process creates it and wires it: it sets the handles and calls the create-or-get operations, directly
+// or by name (Kel::callOperation). Nothing inside the library calls them. Destroying the root deletes the machines.
+//
+// The state machines whose attribute has the type Kel::Entity are held here and not made here: they are given ready
+// made.
+
+#include "ipsnmp/agent/IpAddressTableSm.h"
+#include "ipsnmp/agent/VrfRoot.h"
+
+namespace IpSnmp {
+
+class Root : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::Root", Root, Kel::Entity)
+ public:
+  KEL_NAMED(Root, Kel::Entity)
+  KEL_REFERENCE(const Ip::Config, ipConfig, IpConfig)
+  KEL_REFERENCE(const Ip::Status, ipStatus, IpStatus)
+  KEL_REFERENCE(const Ip6::Config, ip6Config, Ip6Config)
+  KEL_REFERENCE(const Ip6::Status, ip6Status, Ip6Status)
+  KEL_REFERENCE(const Interface::AllIntfStatusDir, intfStatusDir, IntfStatusDir)
+  KEL_REFERENCE(IpSnmp::IpMib, ipMib, IpMib)
+  KEL_OWNED(Kel::Entity, fecModeSm, FecModeSm)
+  KEL_OWNED(Kel::Entity, fecModeRestartSm, FecModeRestartSm)
+  KEL_CHILD(IpSnmp::IpAddressTableSm, ipAddressTableSm, IpAddressTableSm)
+  KEL_OWNED(Kel::Entity, arpTableSm, ArpTableSm)
+  KEL_REFERENCE(IpSnmp::IpForwardMib, ipForwardMib, IpForwardMib)
+  KEL_REFERENCE(FibStatsSnmp::FibStatsMib, fibStatsMib, FibStatsMib)
+  KEL_OWNED(Kel::Entity, fibStatsSm, FibStatsSm)
+  KEL_OWNED(Kel::Entity, fib6StatsSm, Fib6StatsSm)
+  KEL_OWNED(Kel::Entity, ipRouteTableSm, IpRouteTableSm)
+  KEL_OWNED(Kel::Entity, perVrfFecSm, PerVrfFecSm)
+  KEL_OWNED(Kel::Entity, vrfIfTableSm, VrfIfTableSm)
+  KEL_OWNED(Kel::Entity, vrfRootSm, VrfRootSm)
+  KEL_CHILD(IpSnmp::VrfRootDir, vrfRootDir, VrfRootDir)
+  KEL_TYPE_END
+
+  ~Root() override;
+  void kelStop() override;
+
+ private:
+  void stop();
+};
+
+}  // namespace IpSnmp
