@@ -14,7 +14,7 @@ class FibStatsMib : public Kel::Entity {
   // The default VRF's cache bears the name of its place, every other one the name of its VRF.
   Kel::Name vrfName() const { return name() == "fibstatsmib" ? Kel::Name("default") : name(); }
   KEL_COMPUTED(vrfName)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace FibStatsSnmp

@@ -1,5 +1,9 @@
 #include "ipsnmp/IpAddressEntry.h"
 
+KEL_TYPE_DEFINE(IpSnmp::IpAddressPrefixEntry)
+KEL_TYPE_DEFINE(IpSnmp::IpAddressEntry)
+KEL_TYPE_DEFINE(IpSnmp::IpAddrEntry)
+
 namespace IpSnmp {
 
 Kel::Ptr<IpAddressPrefixEntry> IpAddressEntry::prefixEntry() const {

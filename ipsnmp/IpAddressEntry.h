@@ -13,7 +13,7 @@ class IpAddressPrefixEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpAddressPrefixEntry", IpAddressPrefixEntry, Kel::Notifier)
  public:
   KEL_CONSTRUCTOR(IpAddressPrefixEntry, ((IpSnmp::IpAddressPrefixKey, index)))
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // Which interface holds an address, and by what right. The order puts the pair that speaks for the address first.
@@ -69,7 +69,7 @@ class IpAddressEntry : public Kel::Notifier {
   KEL_COMPUTED(ifIndex)
   KEL_COMPUTED(addressType)
   KEL_COMPUTED(addressStatus)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // One row of the IPv4-only ipAddrTable. It has no data of its own.
@@ -86,7 +86,7 @@ class IpAddrEntry : public Kel::Notifier {
   KEL_COMPUTED(ipAdEntAddr)
   KEL_COMPUTED(ipAdEntIfIndex)
   KEL_COMPUTED(ipAdEntNetMask)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace IpSnmp

@@ -28,7 +28,7 @@ class IpIfStatsEntry : public Kel::Notifier {
   KEL_STORED(std::uint64_t, ipIfStatsOutMcastPkts, IpIfStatsOutMcastPkts, 0)
   KEL_STORED(std::uint64_t, ipIfStatsOutMcastOctets, IpIfStatsOutMcastOctets, 0)
   KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)  // seconds, framework clock
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace IpSnmp

@@ -38,7 +38,7 @@ class IpMib : public Kel::Entity {
     ipAddressPrefixTable_.map.kelInsert(entry->index(), entry);
     KEL_NOTIFY_KEY(IpAddressPrefixTable, entry->index());
   }
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // The IP-FORWARD-MIB cache of one VRF.
@@ -47,7 +47,7 @@ class IpForwardMib : public Kel::Entity {
  public:
   KEL_NAMED(IpForwardMib, Kel::Entity)
   KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)  // rows of ipCidrRouteTable, as last counted
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // The VRF tables, once for the switch.
@@ -57,7 +57,7 @@ class IpVrfMib : public Kel::Entity {
   KEL_NAMED(IpVrfMib, Kel::Entity)
   KEL_MEMBERS(Ordered, Snmp::String, VrfTableEntry, vrfTable, VrfTable)
   KEL_MEMBERS(Ordered, std::uint32_t, VrfIfTableEntry, vrfIfTable, VrfIfTable)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // The three caches of one VRF other than the default one. They are made with it and bear the VRF's name.
@@ -68,7 +68,7 @@ class VrfMibs : public Kel::Entity {
   KEL_CHILD(IpMib, ipmib, Ipmib)
   KEL_CHILD(IpForwardMib, ipforwardmib, Ipforwardmib)
   KEL_CHILD(FibStatsSnmp::FibStatsMib, fibstatsmib, Fibstatsmib)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   void kelStart() override {
     ipmibIs(name());
@@ -82,7 +82,7 @@ class VrfMibsDir : public Kel::Entity {
  public:
   KEL_NAMED(VrfMibsDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Kel::Name, VrfMibs, mibs, Mibs)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace IpSnmp

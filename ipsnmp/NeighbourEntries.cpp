@@ -1,5 +1,8 @@
 #include "ipsnmp/NeighbourEntries.h"
 
+KEL_TYPE_DEFINE(IpSnmp::ArpTableEntry)
+KEL_TYPE_DEFINE(IpSnmp::IpNetToPhysicalTableEntry)
+
 namespace IpSnmp {
 
 Arp::Table::ArpEntry ArpTableEntry::arpEntry() const {

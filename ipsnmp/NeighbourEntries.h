@@ -25,7 +25,7 @@ class ArpTableEntry : public Kel::Notifier {
   KEL_COMPUTED(ifIndex)
   KEL_COMPUTED(physAddress)
   KEL_COMPUTED(netAddress)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // One IPv4 or IPv6 neighbour for ipNetToPhysicalTable.
@@ -51,7 +51,7 @@ class IpNetToPhysicalTableEntry : public Kel::Notifier {
   KEL_COMPUTED(inetAddressType)
   KEL_COMPUTED(inetAddress)
   KEL_COMPUTED(physAddress)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace IpSnmp

@@ -1,5 +1,9 @@
 #include "ipsnmp/VrfTableEntry.h"
 
+KEL_TYPE_DEFINE(IpSnmp::VrfRoutingStatus)
+KEL_TYPE_DEFINE(IpSnmp::VrfTableEntry)
+KEL_TYPE_DEFINE(IpSnmp::VrfIfTableEntry)
+
 namespace IpSnmp {
 
 Vantu::RouteDistinguisher VrfTableEntry::routeDistinguisher() const {

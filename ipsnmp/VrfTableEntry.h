@@ -21,7 +21,7 @@ class VrfRoutingStatus : public Kel::Entity {
   bool ipv6() const { return vrf6Config() && vrf6Config()->routing(); }
   KEL_COMPUTED(ipv4)
   KEL_COMPUTED(ipv6)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // One VRF. The records are shared with the state database; any of them may be absent (null).
@@ -39,7 +39,7 @@ class VrfTableEntry : public Kel::Notifier {
   Ip::VrfState vrfState() const;
   KEL_COMPUTED(routeDistinguisher)
   KEL_COMPUTED(vrfState)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // One interface of a VRF other than "default".
@@ -49,7 +49,7 @@ class VrfIfTableEntry : public Kel::Notifier {
   KEL_CONSTRUCTOR(VrfIfTableEntry, ((std::uint32_t, ifIndex)))
   KEL_STORED(Kel::String, vrfName, VrfName)
   KEL_REFERENCE(const Interface::IntfStatus, intfStatus, IntfStatus)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace IpSnmp

@@ -10,7 +10,7 @@ class SwFwdStats : public Kel::Notifier {
   KEL_TYPE_BEGIN("Ip::SwFwdStats", SwFwdStats, Kel::Notifier)
  public:
   KEL_CONSTRUCTOR(SwFwdStats, ((Ip::IpVersion, ipVersion))((Kel::Name, name)))  // name: of the VRF
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace Ip

@@ -56,7 +56,30 @@
     return typeText;                                                                \
   }
 
-#define KEL_TYPE_END KEL_TYPE_END_(__COUNTER__)
+// Ends the declaration. The reflection is compiled wherever the header is included, which is slow: types in public
+// headers end with KEL_TYPE_END_DECLARE instead, and one source file of theirs says
+// KEL_TYPE_DEFINE(Namespace::Type).
+#define KEL_TYPE_END                                                                                 \
+  KEL_TYPE_END_(__COUNTER__)                                                                         \
+  static void kelDescribeType(::Kel::TypeInfo& type) KEL_DESCRIBE_BODY static const ::Kel::TypeInfo& \
+  kelStaticTypeInfo() KEL_STATIC_INFO_BODY(KelSelf) const ::Kel::TypeInfo&                           \
+  kelTypeInfo() const override {                                                                     \
+    return kelStaticTypeInfo();                                                                      \
+  }
+
+#define KEL_TYPE_END_DECLARE                          \
+  KEL_TYPE_END_(__COUNTER__)                          \
+  static void kelDescribeType(::Kel::TypeInfo& type); \
+  static const ::Kel::TypeInfo& kelStaticTypeInfo();  \
+  const ::Kel::TypeInfo& kelTypeInfo() const override;
+
+#define KEL_TYPE_DEFINE(Type)                                                                \
+  void Type::kelDescribeType(::Kel::TypeInfo& type) KEL_DESCRIBE_BODY const ::Kel::TypeInfo& \
+  Type::kelStaticTypeInfo() KEL_STATIC_INFO_BODY(Type) const ::Kel::TypeInfo&                \
+  Type::kelTypeInfo() const {                                                                \
+    return kelStaticTypeInfo();                                                              \
+  }
+
 #define KEL_TYPE_END_(N)                                                                      \
  public:                                                                                      \
   class Notifiee : public KelLink<N> {                                                        \
@@ -66,16 +89,17 @@
       return boost::static_pointer_cast<const KelSelf>(this->kelNotifier());                  \
     }                                                                                         \
   };                                                                                          \
-  static void kelDescribeType(::Kel::TypeInfo& type) {                                        \
-    KelLink<N>::kelDescribe(type);                                                            \
-    type.nameIs(kelName());                                                                   \
-  }                                                                                           \
-  static const ::Kel::TypeInfo& kelStaticTypeInfo() {                                         \
-    static const ::Kel::TypeInfo info = ::Kel::kelMakeTypeInfo<KelSelf>();                    \
-    return info;                                                                              \
-  }                                                                                           \
-  const ::Kel::TypeInfo& kelTypeInfo() const override {                                       \
-    return kelStaticTypeInfo();                                                               \
+  using KelLastLink = KelLink<N>;
+
+#define KEL_DESCRIBE_BODY           \
+  {                                 \
+    KelLastLink::kelDescribe(type); \
+    type.nameIs(kelName());         \
+  }
+#define KEL_STATIC_INFO_BODY(Type)                                      \
+  {                                                                     \
+    static const ::Kel::TypeInfo info = ::Kel::kelMakeTypeInfo<Type>(); \
+    return info;                                                        \
   }
 
 // One link: `handler` is the declaration of a virtual handler (or nothing), `info` an AttributeInfo.

@@ -1,5 +1,7 @@
 #include "kel/Dir.h"
 
+KEL_TYPE_DEFINE(Kel::Dir)
+
 namespace Kel {
 
 Ptr<Entity> Dir::entityIs(Ptr<Entity> entity) {

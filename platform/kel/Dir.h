@@ -13,7 +13,7 @@ class Dir : public Entity {
 
   // Reactors: handleEntityPtr(name) when an entry comes or goes.
   KEL_MEMBERS_READ(Ordered, Name, Entity, entityPtr, EntityPtr)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   // Enters `entity` under its own name, which must not be taken by another entity (ReinstantiationException).
   // Returns it.

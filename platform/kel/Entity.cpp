@@ -1,5 +1,7 @@
 #include "kel/Entity.h"
 
+KEL_TYPE_DEFINE(Kel::Entity)
+
 namespace Kel {
 
 String Entity::fullName() const {

@@ -30,7 +30,7 @@ class Entity : public Notifier {
   KEL_COMPUTED(parent)
   KEL_COMPUTED(parentAttrName)
   KEL_COMPUTED(entity)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   // For the owner: places the entity, and gives it `name` if it has none of its own.
   enum class Place { directory, child, member };

@@ -7,6 +7,8 @@
 #include "varnix/DocumentFeed.h"
 #include "varnix/TreeLoader.h"
 
+KEL_TYPE_DEFINE(Varnix::EntityManager)
+
 namespace Varnix {
 namespace {
 

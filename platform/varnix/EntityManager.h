@@ -42,7 +42,7 @@ class EntityManager : public Kel::Entity {
   // One line for the operator: what is waited for, what is wrong and what to do. Empty when the tree is in step
   // with a complete store.
   KEL_STORED(Kel::String, status, Status)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
  public:
   const Tree& tree() const { return tree_; }

@@ -2,6 +2,9 @@
 
 #include <map>
 
+KEL_TYPE_DEFINE(Interface::IntfStatus)
+KEL_TYPE_DEFINE(Interface::AllIntfStatusDir)
+
 namespace Interface {
 namespace {
 

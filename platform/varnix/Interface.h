@@ -29,7 +29,7 @@ class IntfStatus : public Kel::Entity {
   KEL_STORED(std::uint32_t, ifIndex, IfIndex, 0)  // what the publisher assigned; 0 when it has none
   KEL_STORED(OperStatus, operStatus, OperStatus, operStatusUnknown)
   KEL_STORED(Vantu::EthAddr, ethAddr, EthAddr)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class AllIntfStatusDir : public Kel::Entity {
@@ -37,7 +37,7 @@ class AllIntfStatusDir : public Kel::Entity {
  public:
   KEL_NAMED(AllIntfStatusDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, IntfStatus, intfStatus, IntfStatus)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // Knows the details of interfaces of one kind.

@@ -23,7 +23,7 @@ class IpIntfConfig : public Kel::Entity {
   KEL_STORED(Vantu::IpAddrWithMask, addrWithMask, AddrWithMask)                                   // 0.0.0.0: none
   KEL_VALUES(Ordered, Vantu::IpAddrWithMask, bool, secondaryAddrWithMask, SecondaryAddrWithMask)  // always true
   KEL_REFERENCE(const L3::Intf::Config, l3Config, L3Config)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class Config : public Kel::Entity {
@@ -31,7 +31,7 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, IpIntfConfig, ipIntfConfig, IpIntfConfig)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // What is in force.
@@ -44,7 +44,7 @@ class IpIntfStatus : public Kel::Entity {
   // An unnumbered interface: the interface whose address it borrows. Empty otherwise.
   KEL_STORED(Vantu::IntfId, unnumberedIntfId, UnnumberedIntfId)
   KEL_REFERENCE(const L3::Intf::Status, l3Status, L3Status)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class Status : public Kel::Entity {
@@ -52,7 +52,7 @@ class Status : public Kel::Entity {
  public:
   KEL_NAMED(Status, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, IpIntfStatus, ipIntfStatus, IpIntfStatus)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // ---- VRFs
@@ -66,7 +66,7 @@ class VrfConfig : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(VrfConfig, ((L3::VrfName, vrfName)))
   KEL_STORED(Vantu::RouteDistinguisher, routeDistinguisher, RouteDistinguisher)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class AllVrfConfig : public Kel::Entity {
@@ -74,7 +74,7 @@ class AllVrfConfig : public Kel::Entity {
  public:
   KEL_NAMED(AllVrfConfig, Kel::Entity)
   KEL_MEMBERS(Hashed, L3::VrfName, VrfConfig, vrfConfig, VrfConfig)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // The VRF as the whole switch sees it.
@@ -83,7 +83,7 @@ class VrfStatusGlobal : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(VrfStatusGlobal, ((L3::VrfName, vrfName)))
   KEL_STORED(VrfState, state, State, vrfStateUnknown)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class AllVrfStatusGlobal : public Kel::Entity {
@@ -91,7 +91,7 @@ class AllVrfStatusGlobal : public Kel::Entity {
  public:
   KEL_NAMED(AllVrfStatusGlobal, Kel::Entity)
   KEL_MEMBERS(Hashed, L3::VrfName, VrfStatusGlobal, vrf, Vrf)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // The VRF as this machine has it.
@@ -100,7 +100,7 @@ class VrfStatusLocal : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(VrfStatusLocal, ((L3::VrfName, vrfName)))
   KEL_STORED(VrfState, state, State, vrfStateUnknown)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class AllVrfStatusLocal : public Kel::Entity {
@@ -108,7 +108,7 @@ class AllVrfStatusLocal : public Kel::Entity {
  public:
   KEL_NAMED(AllVrfStatusLocal, Kel::Entity)
   KEL_MEMBERS(Hashed, L3::VrfName, VrfStatusLocal, vrf, Vrf)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace Ip

@@ -29,7 +29,7 @@ class IntfConfig : public Kel::Entity {
   KEL_CONSTRUCTOR(IntfConfig, ((Vantu::IntfId, intfId)))
   KEL_VALUES(Ordered, Vantu::Ip6AddrWithMask, AddressInfo, addr, Addr)
   KEL_REFERENCE(const L3::Intf::Config, l3Config, L3Config)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class Config : public Kel::Entity {
@@ -37,7 +37,7 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, IntfConfig, intf, Intf)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class IntfStatus : public Kel::Entity {
@@ -46,7 +46,7 @@ class IntfStatus : public Kel::Entity {
   KEL_CONSTRUCTOR(IntfStatus, ((Vantu::IntfId, intfId)))
   KEL_VALUES(Ordered, Vantu::Ip6AddrWithMask, AddressInfo, addr, Addr)
   KEL_REFERENCE(const L3::Intf::Status, l3Status, L3Status)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class Status : public Kel::Entity {
@@ -54,7 +54,7 @@ class Status : public Kel::Entity {
  public:
   KEL_NAMED(Status, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, IntfStatus, intf, Intf)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace Ip6

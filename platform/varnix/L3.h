@@ -13,7 +13,7 @@ class Config : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(Config, ((Vantu::IntfId, intfId)))
   KEL_STORED(L3::VrfName, vrf, Vrf)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class ConfigDir : public Kel::Entity {
@@ -21,7 +21,7 @@ class ConfigDir : public Kel::Entity {
  public:
   KEL_NAMED(ConfigDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, Config, intfConfig, IntfConfig)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class Status : public Kel::Entity {
@@ -29,7 +29,7 @@ class Status : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(Status, ((Vantu::IntfId, intfId)))
   KEL_STORED(L3::VrfName, vrf, Vrf)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class StatusDir : public Kel::Entity {
@@ -37,7 +37,7 @@ class StatusDir : public Kel::Entity {
  public:
   KEL_NAMED(StatusDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, Status, intfStatus, IntfStatus)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace L3::Intf

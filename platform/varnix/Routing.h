@@ -12,7 +12,7 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_STORED(bool, routing, Routing, false)  // true: packets are forwarded between interfaces
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 // The configurations of the VRFs other than the default one.
@@ -21,7 +21,7 @@ class VrfConfigDir : public Kel::Entity {
  public:
   KEL_NAMED(VrfConfigDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Kel::Name, Config, vrfConfig, VrfConfig)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class RouteMetric {
@@ -49,7 +49,7 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_STORED(bool, routing, Routing, false)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 class VrfConfigDir : public Kel::Entity {
@@ -57,7 +57,7 @@ class VrfConfigDir : public Kel::Entity {
  public:
   KEL_NAMED(VrfConfigDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Kel::Name, Config, vrfConfig, VrfConfig)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace Routing6

@@ -12,7 +12,7 @@ class Status : public Kel::Entity {
   KEL_NAMED(Status, Kel::Entity)
   // Set by the hosting process when the first complete pass of a publisher is in the store.
   KEL_STORED(bool, agentReady, AgentReady, false)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 };
 
 }  // namespace Snmp

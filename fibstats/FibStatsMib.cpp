@@ -1,0 +1,3 @@
+#include "fibstats/FibStatsMib.h"
+
+KEL_TYPE_DEFINE(FibStatsSnmp::FibStatsMib)

@@ -1,0 +1,3 @@
+#include "ipsnmp/IpIfStatsEntry.h"
+
+KEL_TYPE_DEFINE(IpSnmp::IpIfStatsEntry)

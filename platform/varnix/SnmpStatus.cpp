@@ -1,0 +1,3 @@
+#include "varnix/SnmpStatus.h"
+
+KEL_TYPE_DEFINE(Snmp::Status)

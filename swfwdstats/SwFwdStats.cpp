@@ -1,0 +1,3 @@
+#include "swfwdstats/SwFwdStats.h"
+
+KEL_TYPE_DEFINE(Ip::SwFwdStats)
