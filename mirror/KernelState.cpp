@@ -24,7 +24,7 @@ Ip6::AddressState KernelAddress::state() const {
 }
 
 void KernelState::notified(const LinkMessage& message) {
-  if (purpose_ == Purpose::dump) notifiedLinks_[message.ifIndex] = !message.isDeleted;
+  if (purpose_ == Purpose::dump) notifiedLinks_.insert(message.ifIndex);
   apply(message);
 }
 
@@ -38,9 +38,7 @@ void KernelState::dumped(const LinkMessage& message) {
 }
 
 void KernelState::dumped(const AddressMessage& message) {
-  const auto link = notifiedLinks_.find(message.ifIndex);
-  const bool hasLinkGone = link != notifiedLinks_.end() && !link->second;
-  if (!hasLinkGone && !notifiedAddresses_.contains({message.ifIndex, AddressKey(message)})) apply(message);
+  if (!notifiedAddresses_.contains({message.ifIndex, AddressKey(message)})) apply(message);
 }
 
 KernelState KernelState::complete() && {

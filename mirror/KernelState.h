@@ -84,8 +84,8 @@ class KernelState {
   std::map<std::string, std::uint32_t> owners_;  // ifIndex by link name
   std::set<std::uint32_t> changed_;
   std::uint64_t lastOrder_ = 0;
-  // During a dump: what was notified. Links: whether the link was there.
-  std::map<std::uint32_t, bool> notifiedLinks_;
+  // During a dump: what was notified.
+  std::set<std::uint32_t> notifiedLinks_;
   std::set<std::pair<std::uint32_t, AddressKey>> notifiedAddresses_;
 };
 

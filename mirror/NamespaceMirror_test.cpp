@@ -122,6 +122,7 @@ TEST_F(NamespaceMirrorTest, theFirstAddressStaysFirstUntilItGoes) {
   EXPECT_EQ(primary("eth0"), "10.0.0.5/24");
   kernel_.addressIs(at(2, "10.0.0.1/24"));
   kernel_.addressDel(at(2, "10.0.0.6/24"));
+  kernel_.addressIs(at(2, "10.0.0.7/24"));  // another lifetime, say
   settleAndCompare();
   EXPECT_EQ(primary("eth0"), "10.0.0.5/24");
   kernel_.addressDel(at(2, "10.0.0.5/24"));
@@ -318,26 +319,29 @@ TEST_F(NamespaceMirrorTest, anInterruptedDumpIsRepeatedAtOnceAndThenWithThePolls
 }
 
 TEST_F(NamespaceMirrorTest, aReplyThatANotificationOvertookIsStale) {
-  kernel_.addresses = {at(2, "10.0.0.1/24"), at(2, "2001:db8::1/64", IFA_F_TENTATIVE)};
-  kernel_.isPieceLate = [] { return true; };
-  mirror_.start();             // the links are ready ...
-  kernel_.linkIs({2, "lan"});  // ... and this comes first
-  mirror_.receive();
-  settleAndCompare();
-
-  for (const bool isLinkGone : {false, true}) {
+  const auto address = at(2, "10.0.0.1/24");
+  const auto address6 = at(2, "2001:db8::1/64");
+  kernel_.addresses = {address, address6};
+  // By number of the piece: links, IPv4 addresses, IPv6 addresses. The piece is ready when the change comes.
+  const std::function<void()> changes[] = {
+      [&] { kernel_.linkIs({2, "lan"}); },  {}, [&] { kernel_.addressDel(address6); }, {},
+      [&] { kernel_.addressDel(address); }, {}, [&] { kernel_.addressIs(address); },   {},
+      [&] { kernel_.linkDel(2); },          {}};
+  int piece = 0;
+  int step = 0;
+  kernel_.isPieceLate = [&] {
+    const int wanted[] = {1, 0, 3, 0, 2, 0, 1, 0, 2, 0};
+    if (++piece == wanted[step]) changes[step]();
+    return false;
+  };
+  mirror_.start();
+  for (; step < 10; ++step) {
+    piece = 0;
     kernel_.queueLimit = 0;
-    kernel_.notify(Message(RTM_NEWLINK));  // lost
+    kernel_.notify(Message(RTM_NEWLINK));  // lost, so that everything is dumped again
     kernel_.queueLimit = SIZE_MAX;
-    kernel_.isPieceLate = [&, pieces = 0]() mutable { return ++pieces == 2; };  // the IPv4 addresses
-    while (mirror_.receive() && kernel_.dumps % 3 != 2) {
-    }
-    if (isLinkGone) {
-      kernel_.linkDel(2);
-    } else {
-      kernel_.addressDel(at(2, "10.0.0.1/24"));
-    }
-    settleAndCompare();
+    settle();
+    EXPECT_EQ(linesOf(tree_), expectedLines(kernel_)) << "step " << step;
   }
 }
 
@@ -458,7 +462,10 @@ class RandomHistory : public NamespaceMirrorTest, public testing::WithParamInter
 };
 
 TEST_P(RandomHistory, endsInWhatTheKernelHas) {
-  kernel_.isPieceLate = [this] { return oneIn(3); };
+  kernel_.isPieceLate = [this] {
+    if (oneIn(10)) change();  // the piece is ready, and this comes first
+    return oneIn(3);
+  };
   kernel_.isInterrupted = [this] { return oneIn(20); };
   kernel_.objectsPerPiece = static_cast<std::size_t>(1 + below(5));
   mirror_.start();
