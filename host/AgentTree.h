@@ -1,5 +1,5 @@
 #pragma once
-// The entities of the agent process, and the state machines that keep the caches current.
+// The caches of the agent process, and the state machines that keep them current.
 //
 // | path                | what                                                                   |
 // |---------------------|------------------------------------------------------------------------|
@@ -21,21 +21,19 @@ namespace Host {
 
 class AgentTree {
  public:
-  AgentTree();
+  // Makes the directory "snmp" in `root`, beside the state database that stands in its directory "Varnix".
+  AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix);
   ~AgentTree();
   AgentTree(const AgentTree&) = delete;
   AgentTree& operator=(const AgentTree&) = delete;
 
-  const Kel::Ptr<Kel::Dir>& root() const { return root_; }
-  Varnix::Tree& varnix() { return varnix_; }
   const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
 
  private:
-  void wire();
+  void wire(const Varnix::Tree& varnix);
 
   const Interface::LinuxIntfDetails linuxDetails_;
   Kel::Ptr<Kel::Dir> root_;
-  Varnix::Tree varnix_;
   Kel::Ptr<Snmp::Status> snmpStatus_;
   Kel::Ptr<IpSnmp::IpMib> ipMib_;
   Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib_;

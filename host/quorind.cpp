@@ -1,7 +1,7 @@
 // The standalone agent.
 
-#include "host/AgentMain.h"
+#include "host/Composition.h"
 
 int main(int argc, char* argv[]) {
-  return Host::agentMain(argc, argv, Host::AgentHooks{});
+  return Host::agentMain(argc, argv, Host::Composition::hooks());
 }

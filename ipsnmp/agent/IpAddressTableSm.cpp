@@ -2,6 +2,8 @@
 
 #include "kel/Trace.h"
 
+KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
+
 namespace IpSnmp {
 namespace {
 

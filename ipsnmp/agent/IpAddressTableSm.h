@@ -41,7 +41,7 @@ class IpAddressTableSm : public Kel::Entity {
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIpIntfStatus, ipIntfStatus, IpIntfStatus)
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIp6IntfConfig, ip6IntfConfig, Ip6IntfConfig)
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIp6IntfStatus, ip6IntfStatus, Ip6IntfStatus)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   ~IpAddressTableSm() override;
   void kelStart() override;

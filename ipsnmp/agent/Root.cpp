@@ -1,5 +1,7 @@
 #include "ipsnmp/agent/Root.h"
 
+KEL_TYPE_DEFINE(IpSnmp::Root)
+
 namespace IpSnmp {
 
 Root::~Root() {

@@ -35,7 +35,7 @@ class Root : public Kel::Entity {
   KEL_OWNED(Kel::Entity, vrfIfTableSm, VrfIfTableSm)
   KEL_OWNED(Kel::Entity, vrfRootSm, VrfRootSm)
   KEL_CHILD(IpSnmp::VrfRootDir, vrfRootDir, VrfRootDir)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   ~Root() override;
   void kelStop() override;

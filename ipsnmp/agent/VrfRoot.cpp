@@ -1,5 +1,8 @@
 #include "ipsnmp/agent/VrfRoot.h"
 
+KEL_TYPE_DEFINE(IpSnmp::VrfRoot)
+KEL_TYPE_DEFINE(IpSnmp::VrfRootDir)
+
 namespace IpSnmp {
 
 VrfRoot::~VrfRoot() {

@@ -22,7 +22,7 @@ class VrfRoot : public Kel::Entity {
   KEL_OWNED(Kel::Entity, fib6StatsSm, Fib6StatsSm)
   KEL_OWNED(Kel::Entity, ipRouteTableSm, IpRouteTableSm)
   KEL_OWNED(Kel::Entity, perVrfFecSm, PerVrfFecSm)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   ~VrfRoot() override;
   void kelStop() override;
@@ -36,7 +36,7 @@ class VrfRootDir : public Kel::Entity {
  public:
   KEL_NAMED(VrfRootDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Kel::Name, VrfRoot, vrfRoot, VrfRoot)
-  KEL_TYPE_END
+  KEL_TYPE_END_DECLARE
 
   ~VrfRootDir() override;
   void kelStop() override;

@@ -1,0 +1,81 @@
+#include "SnmpClient.h"
+
+#include <net-snmp/net-snmp-config.h>
+// The library's headers need the configuration's.
+#include <net-snmp/net-snmp-includes.h>
+
+#include <stdexcept>
+
+namespace Bench {
+namespace {
+
+constexpr long timeoutMicroseconds = 10'000'000;
+
+std::vector<Binding> bindingsOf(const netsnmp_pdu& answer) {
+  std::vector<Binding> bindings;
+  for (const auto* variable = answer.variables; variable; variable = variable->next_variable) {
+    bindings.push_back({Oid(variable->name, variable->name + variable->name_length),
+                        variable->type == SNMP_ENDOFMIBVIEW || variable->type == SNMP_NOSUCHOBJECT ||
+                            variable->type == SNMP_NOSUCHINSTANCE});
+  }
+  return bindings;
+}
+
+}  // namespace
+
+SnmpClient::SnmpClient(const std::string& peer, const std::string& community) {
+  netsnmp_session wanted;
+  snmp_sess_init(&wanted);
+  std::string peerText = peer;
+  std::string communityText = community;
+  wanted.version = SNMP_VERSION_2c;
+  wanted.peername = peerText.data();
+  wanted.community = reinterpret_cast<u_char*>(communityText.data());
+  wanted.community_len = communityText.size();
+  wanted.timeout = timeoutMicroseconds;
+  wanted.retries = 0;
+  session_ = snmp_sess_open(&wanted);
+  if (!session_) throw std::runtime_error("cannot open an SNMP session to " + peer);
+}
+
+SnmpClient::~SnmpClient() {
+  snmp_sess_close(session_);
+}
+
+std::vector<Binding> SnmpClient::request(int command, const Oid& name, int maxRepetitions) {
+  netsnmp_pdu* pdu = snmp_pdu_create(command);
+  if (command == SNMP_MSG_GETBULK) {
+    pdu->non_repeaters = 0;
+    pdu->max_repetitions = maxRepetitions;
+  }
+  const std::vector<oid> words(name.begin(), name.end());
+  snmp_add_null_var(pdu, words.data(), words.size());
+  netsnmp_pdu* answer = nullptr;
+  const int status = snmp_sess_synch_response(session_, pdu, &answer);
+  if (status != STAT_SUCCESS || !answer) throw std::runtime_error("no answer from the agent");
+  const auto errorStatus = answer->errstat;
+  auto bindings = bindingsOf(*answer);
+  snmp_free_pdu(answer);
+  if (errorStatus != SNMP_ERR_NOERROR) {
+    throw std::runtime_error(std::string("the agent answered ") + snmp_errstring(static_cast<int>(errorStatus)));
+  }
+  return bindings;
+}
+
+std::vector<Binding> SnmpClient::getNext(const Oid& name) {
+  return request(SNMP_MSG_GETNEXT, name, 0);
+}
+
+std::vector<Binding> SnmpClient::getBulk(const Oid& name, int maxRepetitions) {
+  return request(SNMP_MSG_GETBULK, name, maxRepetitions);
+}
+
+bool SnmpClient::answers(const Oid& name) {
+  try {
+    return !getNext(name).empty();
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+}
+
+}  // namespace Bench

@@ -1,0 +1,76 @@
+#include "host/StoreFollower.h"
+
+#include "host/AgentLog.h"
+
+namespace Host {
+namespace {
+
+// Lower runs first: what managers wait to see goes before housekeeping.
+constexpr int followPriority = 1;
+constexpr int scrubPriority = 9;
+constexpr Kel::Seconds pollInterval = 1.0;
+constexpr Kel::Seconds scrubInterval = 60.0;
+// Documents and records in one step; between steps the task asks whether to yield.
+constexpr std::size_t followStep = 50;
+constexpr std::size_t scrubStep = 500;
+
+}  // namespace
+
+StoreFollower::StoreFollower(AgentLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
+                             const Kel::Ptr<Kel::Dir>& root, const std::string& storeDirectory)
+    : loop_(loop),
+      mount_(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{storeDirectory})),
+      manager_(Kel::makePtr<Varnix::EntityManager>(root->dirIs("Varnix"), mount_)),
+      scrubber_(mount_),
+      followTask_(Kel::makePtr<Brev::Task>(scheduler, "store changes", followPriority,
+                                           [this](Brev::Task& task) { follow(task); })),
+      pollTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store poll", followPriority,
+                                               [this](Brev::Task&) { followTask_->scheduleTask(); })),
+      scrubTask_(Kel::makePtr<Brev::Task>(scheduler, "store scrub", scrubPriority,
+                                          [this](Brev::Task& task) { scrub(task); })),
+      scrubTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store scrub timer", scrubPriority,
+                                                [this](Brev::Task&) { scrubTask_->scheduleTask(); })) {
+  if (mount_->doorbellFd() >= 0) loop_.addFd(mount_->doorbellFd(), [this] { followTask_->scheduleTask(); });
+  pollTimer_->scheduleTaskPeriodic(pollInterval);
+  scrubTimer_->scheduleTaskPeriodic(scrubInterval);
+  followTask_->scheduleTask();
+}
+
+StoreFollower::~StoreFollower() {
+  if (mount_->doorbellFd() >= 0) loop_.removeFd(mount_->doorbellFd());
+}
+
+void StoreFollower::follow(Brev::Task& task) {
+  // Silenced before the head is read, so that what is committed from here on rings again.
+  mount_->drainDoorbell();
+  mount_->refresh();
+  while (manager_->step(followStep)) {
+    if (task.taskShouldYield()) {
+      task.scheduleTask();
+      return;
+    }
+  }
+  reportStatus();
+}
+
+void StoreFollower::scrub(Brev::Task& task) {
+  while (scrubber_.step(scrubStep) == Quillo::Scrubber::Outcome::more) {
+    if (task.taskShouldYield()) {
+      task.scheduleTask();
+      return;
+    }
+  }
+}
+
+void StoreFollower::reportStatus() {
+  const auto& status = manager_->status();
+  if (status == reported_) return;
+  if (status.empty()) {
+    logInfo("the state of the store at {} is served", mount_->directory());
+  } else {
+    logInfo("{}", status);
+  }
+  reported_ = status;
+}
+
+}  // namespace Host
