@@ -277,7 +277,7 @@ void Environment::fail(int status, Access access) const {
                       file, mdb_version(nullptr, nullptr, nullptr)));
     case ENOENT:
       throw StoreException(access == Access::read ? Kind::notReady : Kind::directory,
-                           fmt::format("no store in {} yet; start a publisher (quorin-mirrord)", directory_));
+                           fmt::format("waiting for a store in {}: start a publisher (quorin-mirrord)", directory_));
     case EACCES:
     case EPERM:
     case EROFS:

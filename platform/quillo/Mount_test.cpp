@@ -40,7 +40,7 @@ class MountTest : public TestStore {
 TEST_F(MountTest, WaitsForAStoreThatDoesNotExistYet) {
   auto reader = mount();
   EXPECT_EQ(Mount::State::waiting, reader->state());
-  EXPECT_THAT(reader->stateText(), HasSubstr("no store in " + directory_ + " yet"));
+  EXPECT_THAT(reader->stateText(), HasSubstr("waiting for a store in " + directory_));
   EXPECT_FALSE(reader->refresh());
   EXPECT_THROW(reader->snapshot(), StoreException);
   EXPECT_FALSE(reader->publisher().alive);

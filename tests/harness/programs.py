@@ -20,6 +20,7 @@ class Program:
             self.process = subprocess.Popen(
                 namespace.wrap(["setpriv", "--pdeathsig", "KILL", path, *arguments]),
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log, env={**os.environ, **(environment or {})})
+        self.is_expected_to_run = True
 
     @property
     def pid(self):
@@ -52,10 +53,12 @@ class Program:
 
     def stop(self):
         """A stop as a service manager does it; returns the status, which is 0 for a clean one."""
+        self.is_expected_to_run = False
         self.signal(signal.SIGTERM)
         return self.wait()
 
     def kill(self):
+        self.is_expected_to_run = False
         self.process.kill()
         self.process.wait()
 
