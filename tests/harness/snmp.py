@@ -75,7 +75,9 @@ class Client:
         return self.has(SYS_UP_TIME)
 
     def ip_addr_rows(self, walk=None):
-        """ipAddrTable as address -> (ifIndex, mask), after a walk whose every row must be whole."""
+        """ipAddrTable as address -> (ifIndex, mask), or "partial" for a row that came or went during the walk.
+
+        A walk goes column by column, so such a row has some columns only."""
         columns = {}
         for bind in (walk or self.bulk_walk)(IP_ADDR_TABLE):
             if not bind.exists:
@@ -87,9 +89,11 @@ class Client:
             row[column] = bind.value
         for address, row in columns.items():
             constant = {"1": address, "4": "0", "5": "65535"}
-            if sorted(row) != ["1", "2", "3", "4", "5"] or {**row, **constant} != row:
+            if any(constant.get(column, value) != value for column, value in row.items()):
                 raise AssertionError(f"row {address} is {row}")
-        return {address: (int(row["2"]), row["3"]) for address, row in columns.items()}
+        whole = ["1", "2", "3", "4", "5"]
+        return {address: (int(row["2"]), row["3"]) if sorted(row) == whole else "partial"
+                for address, row in columns.items()}
 
     def ask(self, tool, *arguments):
         done = run_command(self.namespace.wrap([tool, *self.options, self.agent, *arguments]), check=False)
