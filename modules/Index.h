@@ -1,0 +1,150 @@
+#pragma once
+// The index of a table: the components that a row's OID ends with, how they are read from a request's OID (the
+// hint) and how they are written from a row's key.
+//
+//   const Index index{"IpSnmp::ArpTableIndex",
+//                     [](const int& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
+//                     integerIndex<ArpTableIndex>("ipNetToMediaIfIndex", "ifIndex", [](const ArpTableIndex& key)
+//                     ...), ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", ...)};
+
+#include <optional>
+#include <ostream>
+#include <tuple>
+#include <utility>
+
+#include "kel/Errors.h"
+#include "kel/Trace.h"
+#include "modules/NetSnmp.h"
+#include "snmp/Conversions.h"
+#include "snmp/Varbind.h"
+
+namespace Modules {
+
+// How a part of a key is read: a copy that costs memory is not made for every row.
+template <class Part>
+using PartOfKey = std::conditional_t<std::is_trivially_copyable_v<Part>, Part, const Part&>;
+
+// One component of keys of type Key; Part is its value in C++.
+template <class Key, class Part>
+struct IndexComponent {
+  const char* object;                             // of the MIB; for hints
+  const char* attribute;                          // for traces of rows
+  unsigned char asnType;                          // as registered, and as a hint must have it
+  unsigned char writtenType;                      // under which it is written into the index of a row
+  Part (*fromAsn)(netsnmp_variable_list* value);  // throws Kel::RangeException
+  PartOfKey<Part> (*fromKey)(const Key& key);
+  int (*toAsn)(const Part& part, unsigned char* buffer, int length);
+};
+
+template <class Key>
+IndexComponent<Key, int> integerIndex(const char* object, const char* attribute, int (*fromKey)(const Key&)) {
+  return {
+      object,
+      attribute,
+      ASN_INTEGER,
+      ASN_INTEGER,
+      [](netsnmp_variable_list* value) { return AsnIntegerToS32(value); },
+      fromKey,
+      [](const int& part, unsigned char* buffer, int length) { return S32ToAsnIntegerF(part, buffer, length); }};
+}
+
+template <class Key>
+IndexComponent<Key, unsigned> unsignedIndex(const char* object, const char* attribute,
+                                            unsigned (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_UNSIGNED,
+          ASN_UNSIGNED,
+          [](netsnmp_variable_list* value) { return AsnUnsignedToU32(value); },
+          fromKey,
+          [](const unsigned& part, unsigned char* buffer, int length) {
+            return U32ToAsnUnsignedF(part, buffer, length);
+          }};
+}
+
+// Written as an implied octet string, which is four sub-identifiers too: net-snmp 5.9 takes an IpAddress in an
+// index to be in host order, and would turn the address around.
+template <class Key>
+IndexComponent<Key, Vantu::IpAddr> ipAddressIndex(const char* object, const char* attribute,
+                                                  Vantu::IpAddr (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_IPADDRESS,
+          ASN_PRIV_IMPLIED_OCTET_STR,
+          [](netsnmp_variable_list* value) { return AsnIpAddressToVantuIpAddr(value); },
+          fromKey,
+          VantuIpAddrToAsnOctetStringF};
+}
+
+template <class Key>
+IndexComponent<Key, Snmp::String> octetStringIndex(const char* object, const char* attribute,
+                                                   const Snmp::String& (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_OCTET_STR,
+          ASN_OCTET_STR,
+          [](netsnmp_variable_list* value) {
+            return AsnOctetStringToSnmpString(value, static_cast<int>(value->val_len));
+          },
+          fromKey,
+          SnmpStringToAsnOctetStringF};
+}
+
+template <class KeyType, class... Parts>
+class Index {
+ public:
+  using Key = KeyType;
+  static constexpr std::size_t size = sizeof...(Parts);
+
+  // `keyType` names the type in traces. `makeKey` may throw Kel::RangeException.
+  Index(const char* keyType, KeyType (*makeKey)(const Parts&...), IndexComponent<KeyType, Parts>... components)
+      : keyType_(keyType), makeKey_(makeKey), components_(std::move(components)...) {}
+
+  const char* keyType() const { return keyType_; }
+
+  template <class Visit>
+  void forEach(Visit&& visit) const {
+    std::apply([&](const auto&... component) { (visit(component), ...); }, components_);
+  }
+
+  // The parts of a chain of index values, read one after the other by `read(component, value, part, position)`
+  // until that gives false; empty then. `value` is null past the end of the chain.
+  template <class Read>
+  std::optional<std::tuple<Parts...>> parts(netsnmp_variable_list* chain, Read&& read) const {
+    std::tuple<Parts...> parts;
+    netsnmp_variable_list* value = chain;
+    const auto readOne = [&]<std::size_t At>(std::integral_constant<std::size_t, At>) {
+      const bool isRead = read(std::get<At>(components_), value, std::get<At>(parts), At);
+      if (value != nullptr) value = value->next_variable;
+      return isRead;
+    };
+    const bool isComplete = [&]<std::size_t... At>(std::index_sequence<At...>) {
+      return (readOne(std::integral_constant<std::size_t, At>{}) && ...);
+    }
+    (std::index_sequence_for<Parts...>{});
+    return isComplete ? std::optional(std::move(parts)) : std::nullopt;
+  }
+
+  Key key(const std::tuple<Parts...>& parts) const { return std::apply(makeKey_, parts); }
+
+  // False when a value is not taken: the key cannot stand in an OID. Components for which the chain has no
+  // variable are left out.
+  bool write(const Key& key, netsnmp_variable_list* chain) const {
+    bool isWritten = true;
+    forEach([&](const auto& component) {
+      if (chain == nullptr || !isWritten) return;
+      unsigned char buffer[1024];
+      const int length = component.toAsn(component.fromKey(key), buffer, sizeof(buffer));
+      isWritten = Snmp::varbindValueIs(chain, component.writtenType, buffer, length);
+      chain = chain->next_variable;
+    });
+    return isWritten;
+  }
+
+ private:
+  const char* keyType_;
+  Key (*makeKey_)(const Parts&...);
+  std::tuple<IndexComponent<Key, Parts>...> components_;
+};
+
+}  // namespace Modules

@@ -1,0 +1,271 @@
+#pragma once
+// A table, as one declaration, and the functions that net-snmp's table-iterator helper calls for it.
+//
+//   const auto exampleTable = Modules::makeIteratorTable<Modules::OrderedWalker<ExampleRows>>(
+//       {.module = module, .name = "exampleTable", .identifier = {...}, .modes = HANDLER_CAN_RONLY, .source = ...},
+//       Modules::Index("Example::Key", makeKey, Modules::integerIndex<Example::Key>(...)),
+//       {Modules::column<Example::Row>(...), ...});
+//   ITERATOR_TABLE(exampleTable, exampleTable)
+//
+// The helper asks for the first row of a walk and for each next one, and keeps a row, in a data context, when it is
+// the one that a request asks for; the handler then reads the column from the data context. For a sorted table the
+// helper passes the request itself as a hint to where the walk may start: a hint only saves steps, and whatever is
+// wrong with it, a walk from the first row gives the same answer.
+//
+// A loop context and a data context are each a walker on the heap, owned by the helper until it gives them back. A
+// data context is made in make_data_context alone: one made earlier would be freed once for every request that it
+// does not match.
+
+#include <memory>
+
+#include "modules/HeldEntity.h"
+#include "modules/Index.h"
+#include "modules/Table.h"
+#include "modules/Walker.h"
+#include "snmp/CBoundary.h"
+
+namespace Modules {
+
+// Values in traces: enumerations by name or number, everything else as it prints itself.
+template <class Value>
+void printTraced(std::ostream& out, const Value& value) {
+  if constexpr (requires { out << value; }) {
+    out << value;
+  } else {
+    out << Kel::print(value);
+  }
+}
+
+template <class W, class TableIndex>
+class IteratorTable final : public Table {
+  static_assert(Walker<W> && std::convertible_to<typename TableIndex::Key, typename W::Key>);
+  static constexpr bool isSeeking = SeekingWalker<W>;
+
+ public:
+  using Cache = typename W::Cache;
+  using Row = typename W::Row;
+  using Key = typename W::Key;
+
+  IteratorTable(TableDescription description, TableIndex index, const std::vector<Column<Row>>& columns)
+      : Table(std::move(description), indexObjects(index), {columns.begin(), columns.end()}, isSeeking),
+        index_(std::move(index)) {}
+
+  netsnmp_variable_list* getFirstDataPoint(void** loopContext, netsnmp_variable_list* chain,
+                                           const netsnmp_iterator_info* iterator) const noexcept {
+    const auto* hint = static_cast<const netsnmp_table_request_info*>(*loopContext);
+    // What is left here goes to free_loop_context_at_end; the hint must not.
+    *loopContext = nullptr;
+    return Snmp::atCBoundary(trace(), name(), noRow, [&] {
+      auto walker = std::make_unique<W>(Kel::Ptr<const Cache>(cacheOf(iterator)));
+      if constexpr (isSeeking) {
+        const bool hintMatched = seekHint(*walker, hint);
+        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker.get()
+                           << ", hintMatched=" << hintMatched;
+      } else {
+        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker.get();
+      }
+      *loopContext = walker.release();
+      return iterationHelper(*loopContext, chain);
+    });
+  }
+
+  netsnmp_variable_list* getNextDataPoint(void** loopContext, void** dataContext,
+                                          netsnmp_variable_list* chain) const noexcept {
+    return Snmp::atCBoundary(trace(), name(), noRow, [&] {
+      auto* const walker = static_cast<W*>(*loopContext);
+      if (walker == nullptr || walker->isAtEnd()) {
+        QTRACE(trace(), 2) << name() << "_get_next_data_point - at end of loop context " << *loopContext;
+        return noRow;
+      }
+      QTRACE(trace(), 2) << name() << "_get_next_data_point - advancing loop context " << *loopContext
+                         << " ; data context " << *dataContext;
+      walker->advance();
+      if (*dataContext != nullptr) *static_cast<W*>(*dataContext) = *walker;
+      return iterationHelper(walker, chain);
+    });
+  }
+
+  // Writes the index of the row that the loop context stands on into the chain. Null at the end.
+  netsnmp_variable_list* iterationHelper(const void* loopContext, netsnmp_variable_list* chain) const noexcept {
+    return Snmp::atCBoundary(trace(), name(), noRow, [&] {
+      const auto* walker = static_cast<const W*>(loopContext);
+      if (walker == nullptr || walker->isAtEnd()) {
+        QTRACE(trace(), 2) << name() << "IterationHelper - iterator is at end";
+        return noRow;
+      }
+      decltype(auto) key = walker->key();
+      index_.forEach([&](const auto& component) {
+        if (!trace().enabled(2)) return;
+        Kel::TraceLine line(trace(), 2);
+        line.stream() << name() << "IterationHelper - iterator has another value: " << component.attribute << "=";
+        printTraced(line.stream(), component.fromKey(key));
+      });
+      if (!index_.write(key, chain)) throw Kel::RangeException("the key of a row does not fit its index");
+      return chain;
+    });
+  }
+
+  void* makeDataContext(const void* loopContext) const noexcept {
+    return Snmp::atCBoundary(trace(), name(), static_cast<void*>(nullptr), [&]() -> void* {
+      if (loopContext == nullptr) return nullptr;
+      auto walker = std::make_unique<W>(*static_cast<const W*>(loopContext));
+      QTRACE(trace(), 2) << name() << "_make_data_context - allocated data context " << walker.get();
+      return walker.release();
+    });
+  }
+
+  void freeDataContext(void* dataContext) const noexcept { freeWalker("_free_data_context ", dataContext); }
+  void freeLoopContextAtEnd(void* loopContext) const noexcept {
+    freeWalker("_free_loop_context_at_end ", loopContext);
+  }
+
+ private:
+  static constexpr netsnmp_variable_list* noRow = nullptr;
+
+  static std::vector<IndexObject> indexObjects(const TableIndex& index) {
+    std::vector<IndexObject> objects;
+    index.forEach([&](const auto& component) { objects.push_back({component.object, component.asnType}); });
+    return objects;
+  }
+
+  static const Cache* cacheOf(const netsnmp_iterator_info* iterator) {
+    return static_cast<const Cache*>(static_cast<Kel::Entity*>(iterator->myvoid));
+  }
+
+  void freeWalker(const char* function, void* walker) const noexcept {
+    Snmp::atCBoundary(trace(), name(), [&] {
+      QTRACE(trace(), 2) << name() << function << walker;
+      delete static_cast<W*>(walker);
+    });
+  }
+
+  const void* row(const void* dataContext) const override {
+    const auto* walker = static_cast<const W*>(dataContext);
+    return walker->isAtEnd() ? nullptr : static_cast<const void*>(&static_cast<const Row&>(walker->row()));
+  }
+
+  void printKey(std::ostream& out, const void* dataContext) const override {
+    printTraced(out, static_cast<const W*>(dataContext)->key());
+  }
+
+  // Moves the walker from the first row to the first one that the hint does not lie above. True when that row is
+  // the hinted one. A hint that says nothing leaves the walker where it is.
+  bool seekHint(W& walker, const netsnmp_table_request_info* hint) const {
+    const unsigned count = hint != nullptr ? hint->number_indexes : 0;
+    QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << static_cast<const void*>(hint)
+                       << ", number_indexes = " << count;
+    if (hint == nullptr || count != TableIndex::size) return false;
+    const auto parts =
+        index_.parts(hint->indexes, [this](const auto& component, auto* value, auto& part, std::size_t position) {
+          if (hintPart(component, value, part)) return true;
+          QTRACE(trace(), 2) << name() << "_get_first_data_point - needed " << TableIndex::size << " components, "
+                             << "found only " << position;
+          return false;
+        });
+    if (!parts) return false;
+    try {
+      const Key key = index_.key(*parts);
+      if (walker.seek(key)) return walker.key() == key;
+      if (trace().enabled(2)) {
+        Kel::TraceLine line(trace(), 2);
+        line.stream() << name() << "_get_first_data_point - key '";
+        printTraced(line.stream(), key);
+        line.stream() << "' not found in table";
+      }
+    } catch (const Kel::RangeException& error) {
+      QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
+                         << " ctor threw exception: " << error.what();
+    }
+    return false;
+  }
+
+  // Reads one component of a hint. False when the value is missing or not of the component's type and range.
+  template <class Part>
+  bool hintPart(const IndexComponent<typename TableIndex::Key, Part>& component, netsnmp_variable_list* value,
+                Part& part) const {
+    if (value == nullptr) return false;
+    if (value->type != component.asnType) {
+      QTRACE(trace(), 0) << "hint for " << component.object << " has incorrect type! Expecting "
+                         << int{component.asnType} << " but got " << int{value->type};
+      return false;
+    }
+    try {
+      part = component.fromAsn(value);
+    } catch (const Kel::RangeException& error) {
+      QTRACE(trace(), 0) << "hint for index " << component.object << " of " << name() << " is out of range! "
+                         << error.what();
+      return false;
+    }
+    if (trace().enabled(2)) {
+      Kel::TraceLine line(trace(), 2);
+      line.stream() << "hint component " << component.object << " is '";
+      printTraced(line.stream(), part);
+      line.stream() << "'";
+    }
+    return true;
+  }
+
+  const TableIndex index_;
+};
+
+template <class W, class TableIndex>
+IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, TableIndex index,
+                                               const std::vector<Column<typename W::Row>>& columns) {
+  return {std::move(description), std::move(index), columns};
+}
+
+}  // namespace Modules
+
+// Declares the functions of a table; for those who call them beside net-snmp.
+#define ITERATOR_TABLE_FUNCTIONS(T)                                                                               \
+  extern "C" {                                                                                                    \
+  netsnmp_variable_list* T##_get_first_data_point(void** loopContext, void** dataContext,                         \
+                                                  netsnmp_variable_list* chain, netsnmp_iterator_info* iterator); \
+  netsnmp_variable_list* T##_get_next_data_point(void** loopContext, void** dataContext,                          \
+                                                 netsnmp_variable_list* chain, netsnmp_iterator_info* iterator);  \
+  void* T##_make_data_context(void* loopContext, netsnmp_iterator_info* iterator);                                \
+  void T##_free_data_context(void* dataContext, netsnmp_iterator_info* iterator);                                 \
+  void T##_free_loop_context_at_end(void* loopContext, netsnmp_iterator_info* iterator);                          \
+  int T##_handler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,                       \
+                  netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests);                       \
+  }                                                                                                               \
+  netsnmp_variable_list* T##IterationHelper(void* loopContext, netsnmp_variable_list* chain);                     \
+  void initialize_table_##T(::Snmp::Config::PtrConst config, ::Kel::String context);
+
+// Defines them for the IteratorTable `table`. They have names of their own, and C linkage where net-snmp calls
+// them, so a macro makes them.
+#define ITERATOR_TABLE(T, table)                                                                                \
+  ITERATOR_TABLE_FUNCTIONS(T)                                                                                   \
+  netsnmp_variable_list* T##_get_first_data_point(void** loopContext, void**, netsnmp_variable_list* chain,     \
+                                                  netsnmp_iterator_info* iterator) {                            \
+    return (table).getFirstDataPoint(loopContext, chain, iterator);                                             \
+  }                                                                                                             \
+  netsnmp_variable_list* T##_get_next_data_point(void** loopContext, void** dataContext,                        \
+                                                 netsnmp_variable_list* chain, netsnmp_iterator_info*) {        \
+    return (table).getNextDataPoint(loopContext, dataContext, chain);                                           \
+  }                                                                                                             \
+  void* T##_make_data_context(void* loopContext, netsnmp_iterator_info*) {                                      \
+    return (table).makeDataContext(loopContext);                                                                \
+  }                                                                                                             \
+  void T##_free_data_context(void* dataContext, netsnmp_iterator_info*) {                                       \
+    (table).freeDataContext(dataContext);                                                                       \
+  }                                                                                                             \
+  void T##_free_loop_context_at_end(void* loopContext, netsnmp_iterator_info*) {                                \
+    (table).freeLoopContextAtEnd(loopContext);                                                                  \
+  }                                                                                                             \
+  int T##_handler(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* requestInfo, \
+                  netsnmp_request_info* requests) {                                                             \
+    return (table).handle(requestInfo, requests);                                                               \
+  }                                                                                                             \
+  netsnmp_variable_list* T##IterationHelper(void* loopContext, netsnmp_variable_list* chain) {                  \
+    return (table).iterationHelper(loopContext, chain);                                                         \
+  }                                                                                                             \
+  void initialize_table_##T([[maybe_unused]] ::Snmp::Config::PtrConst config, ::Kel::String context) {          \
+    (table).initialize({.handler = T##_handler,                                                                 \
+                        .getFirstDataPoint = T##_get_first_data_point,                                          \
+                        .getNextDataPoint = T##_get_next_data_point,                                            \
+                        .makeDataContext = T##_make_data_context,                                               \
+                        .freeDataContext = T##_free_data_context,                                               \
+                        .freeLoopContextAtEnd = T##_free_loop_context_at_end},                                  \
+                       context);                                                                                \
+  }

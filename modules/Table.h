@@ -1,0 +1,87 @@
+#pragma once
+// The part of a table that does not depend on the type of its rows: registration in a context, and the request
+// loop. What a table is made of: modules/IteratorTable.h.
+
+#include <iosfwd>
+#include <vector>
+
+#include "modules/Column.h"
+#include "modules/EntitySource.h"
+#include "modules/Module.h"
+#include "snmp/Config.h"
+
+namespace Modules {
+
+struct TableDescription {
+  Module& module;
+  const char* name;
+  std::vector<oid> identifier;  // of the table; its rows are below identifier.1
+  int modes;                    // as netsnmp_create_handler_registration takes them
+  EntitySource source;          // of the cache
+};
+
+// What net-snmp calls.
+struct TableFunctions {
+  Netsnmp_Node_Handler* handler;
+  Netsnmp_First_Data_Point* getFirstDataPoint;
+  Netsnmp_Next_Data_Point* getNextDataPoint;
+  Netsnmp_Make_Data_Context* makeDataContext;
+  Netsnmp_Free_Data_Context* freeDataContext;
+  Netsnmp_Free_Loop_Context* freeLoopContextAtEnd;
+};
+
+struct IndexObject {
+  const char* object;
+  unsigned char asnType;
+};
+
+class Table {
+ public:
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+
+  const char* name() const { return description_.name; }
+  const Kel::TraceHandle& trace() const { return description_.module.trace(); }
+
+  // Registers the table in the context, or says at level 2 that it is not served there. Aborts when the cache is
+  // missing or of another type, or when net-snmp refuses the table.
+  void initialize(const TableFunctions& functions, const Kel::String& context) const;
+
+  // The request loop. The iterator helper has chosen the rows and turned GETNEXT into GET. The result is an SNMP
+  // error status.
+  int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
+
+ protected:
+  // `isSorted`: rows are walked in the order of their index, and a walk can start at a hint.
+  Table(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
+        bool isSorted)
+      : description_(std::move(description)),
+        index_(std::move(index)),
+        columns_(std::move(columns)),
+        isSorted_(isSorted) {}
+  ~Table() = default;
+
+  // The row of a data context; null when it stands on none.
+  virtual const void* row(const void* dataContext) const = 0;
+  virtual void printKey(std::ostream& out, const void* dataContext) const = 0;
+
+ private:
+  netsnmp_table_registration_info* tableRegistration(const Kel::String& context) const;
+  netsnmp_iterator_info* iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
+                                        netsnmp_table_registration_info* table) const;
+  netsnmp_column_info* columnInfo() const;
+  void injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const;
+
+  int get(netsnmp_request_info* requests) const;
+  int value(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
+  int refuseSet(netsnmp_request_info* requests) const;
+  bool isProcessed(const netsnmp_request_info* request) const;
+  const ColumnBase* column(unsigned number) const;
+
+  const TableDescription description_;
+  const std::vector<IndexObject> index_;
+  const std::vector<ColumnBase> columns_;  // by number, ascending
+  const bool isSorted_;
+};
+
+}  // namespace Modules

@@ -1,0 +1,97 @@
+#pragma once
+// How a table is walked: a position among its rows, in the order of their index.
+//
+// A walker is copied where a position must be kept, and holds a counted reference to everything that it reads: the
+// row it stands on stays readable when it is taken from the table meanwhile, and the cache when its VRF is. Rows
+// may come and go between two steps. Tables whose rows are one ordered collection of the cache use OrderedWalker;
+// those that compute their rows bring a walker of their own.
+
+#include <concepts>
+
+#include "kel/Collection.h"
+#include "kel/Ptr.h"
+
+namespace Modules {
+
+// A new walker stands on the first row. A cache may be null: there are no rows then.
+template <class W>
+concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const typename W::Cache>> &&
+    requires(W walker, const W& position) {
+  { position.isAtEnd() } -> std::same_as<bool>;
+  // Not at the end:
+  { position.row() } -> std::convertible_to<const typename W::Row&>;
+  { position.key() } -> std::convertible_to<typename W::Key>;
+  walker.advance();
+};
+
+// A walker that visits rows in ascending order of their keys, which is the SNMP order of the index, and can start
+// anywhere: `seek` goes to the first row whose key is not below the given one. False when there is none; the walker
+// does not move then. May throw Kel::RangeException. A table whose walker cannot seek is searched from its first
+// row to its last at each request.
+template <class W>
+concept SeekingWalker = Walker<W> && requires(W walker, const typename W::Key& key) {
+  { walker.seek(key) } -> std::same_as<bool>;
+};
+
+// Walks an ordered collection of counted rows. `Rows` says which:
+//
+//   struct IpAddrRows {
+//     using Cache = IpSnmp::IpMib;                                     // an entity
+//     using Row = IpSnmp::IpAddrEntry;
+//     using Key = Vantu::IpAddr;
+//     static const auto& collection(const Cache& cache) { return cache.ipAddrTable(); }
+//     static Key key(const Row& row) { return row.ipAdEntAddr(); }      // or const Key&
+//   };
+template <class Rows>
+class OrderedWalker {
+ public:
+  using Cache = typename Rows::Cache;
+  using Row = typename Rows::Row;
+  using Key = typename Rows::Key;
+
+  explicit OrderedWalker(Kel::Ptr<const Cache> cache) : cache_(std::move(cache)) {
+    if (cache_) standAt(collection().begin());
+  }
+
+  bool isAtEnd() const { return !row_; }
+  const Row& row() const { return *row_; }
+  decltype(auto) key() const { return Rows::key(*row_); }
+
+  bool seek(const Key& key) {
+    if (!cache_) return false;
+    const auto at = collection().lowerBound(key);
+    if (at == collection().end()) return false;
+    standAt(at);
+    return true;
+  }
+
+  // While the collection stands as it was, the next row is one step away; after a change the old place in it is
+  // gone, and the next row is the first one above the row that this stands on.
+  void advance() {
+    if (isAtEnd()) return;
+    if (collection().version() == version_) {
+      standAt(std::next(at_));
+    } else {
+      standAt(collection().upperBound(key()));
+    }
+  }
+
+ private:
+  using Collection = std::remove_cvref_t<decltype(Rows::collection(std::declval<const Cache&>()))>;
+  using Place = typename Collection::ConstIterator;
+
+  const Collection& collection() const { return Rows::collection(*cache_); }
+
+  void standAt(Place at) {
+    at_ = at;
+    version_ = collection().version();
+    row_ = at == collection().end() ? nullptr : Kel::Ptr<const Row>(at->second);
+  }
+
+  Kel::Ptr<const Cache> cache_;
+  Kel::Ptr<const Row> row_;  // null: at the end
+  Place at_{};               // good while the collection has `version_`
+  std::uint64_t version_ = 0;
+};
+
+}  // namespace Modules
