@@ -7,6 +7,20 @@
 
 namespace Modules {
 
+namespace {
+
+// As netsnmp_unregister_handler, but with copies: net-snmp 5.9 reads the name of the context once more, to drop
+// what it remembers of the tree, when the registration that the name belongs to is freed already.
+void unregister(const netsnmp_handler_registration& registration) {
+  std::vector<oid> identifier(registration.rootoid, registration.rootoid + registration.rootoid_len);
+  const Kel::String context = registration.contextName != nullptr ? registration.contextName : "";
+  unregister_mib_context(identifier.data(), identifier.size(), registration.priority, registration.range_subid,
+                         registration.range_ubound,
+                         registration.contextName != nullptr ? context.c_str() : nullptr);
+}
+
+}  // namespace
+
 void Module::entering(const Kel::String& context, const char* function, std::source_location where) const {
   if (snmp_get_do_debugging() == 0) return;
   const Kel::String file = Kel::String(name_) + ".cpp";
@@ -25,7 +39,7 @@ void Module::leave(const Kel::String& context) {
   QTRACE(trace_, 2) << "Unregistering " << name_ << " in context \"" << context << "\"";
 
   const auto registrations = registrationsByContext_[context];
-  for (auto* registration : registrations) netsnmp_unregister_handler(registration);
+  for (const auto* registration : registrations) unregister(*registration);
   registrationsByContext_.erase(context);
 
   // Every request reads the column records of its table, so they go after the last registration.
