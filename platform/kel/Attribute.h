@@ -30,7 +30,8 @@
 //
 // How it works: each line makes one more link of a chain of templates, numbered by __COUNTER__; a link adds one
 // handler to the `Notifiee` and one entry to the reflection, and a number that is no link of this type falls
-// through to the next.
+// through to the next. The numbers count from the type's first line, so that a type has the same bases in every
+// source file.
 
 #include <boost/preprocessor/seq/size.hpp>
 #include <tuple>
@@ -45,11 +46,12 @@
 #define KEL_TYPE_BEGIN(typeText, Type, Base) KEL_TYPE_BEGIN_(__COUNTER__, typeText, Type, Base)
 #define KEL_TYPE_BEGIN_(N, typeText, Type, Base)                                    \
  public:                                                                            \
+  static constexpr int kelFirstLink = N;                                            \
   using KelSelf = Type;                                                             \
   template <int I, class D = void>                                                  \
   struct KelLink : KelLink<I - 1, D> {};                                            \
   template <class D>                                                                \
-  struct KelLink<N, D> : Base::Notifiee {                                           \
+  struct KelLink<0, D> : Base::Notifiee {                                           \
     static void kelDescribe(::Kel::TypeInfo& type) { Base::kelDescribeType(type); } \
   };                                                                                \
   static constexpr const char* kelName() {                                          \
@@ -82,14 +84,14 @@
 
 #define KEL_TYPE_END_(N)                                                                      \
  public:                                                                                      \
-  class Notifiee : public KelLink<N> {                                                        \
+  class Notifiee : public KelLink<N - kelFirstLink> {                                         \
    public:                                                                                    \
     void notifierIs(const ::Kel::Ptr<const KelSelf>& notifier) { this->kelAttach(notifier); } \
     ::Kel::Ptr<const KelSelf> notifier() const {                                              \
       return boost::static_pointer_cast<const KelSelf>(this->kelNotifier());                  \
     }                                                                                         \
   };                                                                                          \
-  using KelLastLink = KelLink<N>;
+  using KelLastLink = KelLink<N - kelFirstLink>;
 
 #define KEL_DESCRIBE_BODY           \
   {                                 \
@@ -103,14 +105,14 @@
   }
 
 // One link: `handler` is the declaration of a virtual handler (or nothing), `info` an AttributeInfo.
-#define KEL_LINK(N, handler, ...)                            \
- public:                                                     \
-  template <class D>                                         \
-  struct KelLink<N, D> : KelLink<N - 1, D> {                 \
-    handler static void kelDescribe(::Kel::TypeInfo& type) { \
-      KelLink<N - 1, D>::kelDescribe(type);                  \
-      __VA_ARGS__;                                           \
-    }                                                        \
+#define KEL_LINK(N, handler, ...)                                          \
+ public:                                                                   \
+  template <class D>                                                       \
+  struct KelLink<N - kelFirstLink, D> : KelLink<N - kelFirstLink - 1, D> { \
+    handler static void kelDescribe(::Kel::TypeInfo& type) {               \
+      KelLink<N - kelFirstLink - 1, D>::kelDescribe(type);                 \
+      __VA_ARGS__;                                                         \
+    }                                                                      \
   };
 
 #define KEL_COMPUTED(attr) KEL_COMPUTED_(__COUNTER__, attr)

@@ -28,7 +28,7 @@ MountImpl::MountImpl(const MountConfig& config)
 
 void MountImpl::stateIs(Mount::State state, const std::string& text) {
   if (text != stateText_ && !text.empty() && state == Mount::State::refused) {
-    QTRACE(traceHandle, 0) << text;
+    QTRACE(traceHandle, 1) << text;  // the user of the mount tells its operator
   }
   state_ = state;
   stateText_ = text;
