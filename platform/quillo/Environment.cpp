@@ -276,8 +276,9 @@ void Environment::fail(int status, Access access) const {
                       "matching program, or begin a new store with quorin-mirrord --recreate",
                       file, mdb_version(nullptr, nullptr, nullptr)));
     case ENOENT:
-      throw StoreException(access == Access::read ? Kind::notReady : Kind::directory,
-                           fmt::format("waiting for a store in {}: start a publisher (quorin-mirrord)", directory_));
+      throw StoreException(
+          access == Access::read ? Kind::notReady : Kind::directory,
+          fmt::format("waiting for a store in {}: start a publisher (quorin-mirrord)", directory_));
     case EACCES:
     case EPERM:
     case EROFS:
