@@ -4,6 +4,8 @@
 
 KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
 
+KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
+
 namespace IpSnmp {
 namespace {
 

@@ -2,6 +2,8 @@
 
 KEL_TYPE_DEFINE(IpSnmp::Root)
 
+KEL_TYPE_DEFINE(IpSnmp::Root)
+
 namespace IpSnmp {
 
 Root::~Root() {
