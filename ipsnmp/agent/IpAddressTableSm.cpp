@@ -4,8 +4,6 @@
 
 KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
 
-KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
-
 namespace IpSnmp {
 namespace {
 

@@ -2,8 +2,6 @@
 
 KEL_TYPE_DEFINE(IpSnmp::Root)
 
-KEL_TYPE_DEFINE(IpSnmp::Root)
-
 namespace IpSnmp {
 
 Root::~Root() {

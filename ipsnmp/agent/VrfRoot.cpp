@@ -3,9 +3,6 @@
 KEL_TYPE_DEFINE(IpSnmp::VrfRoot)
 KEL_TYPE_DEFINE(IpSnmp::VrfRootDir)
 
-KEL_TYPE_DEFINE(IpSnmp::VrfRoot)
-KEL_TYPE_DEFINE(IpSnmp::VrfRootDir)
-
 namespace IpSnmp {
 
 VrfRoot::~VrfRoot() {
