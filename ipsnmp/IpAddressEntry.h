@@ -32,6 +32,7 @@ class IntfData {
   const Kel::Ptr<IpAddressPrefixEntry>& prefixEntry() const { return prefixEntry_; }
   std::uint32_t ifIndex() const { return prefixEntry_ ? prefixEntry_->index().ifIndex() : 0; }
 
+  // Equal when the prefix entry is the same object too, so that a pair that gets another one counts as changed.
   friend bool operator==(const IntfData&, const IntfData&) = default;
   friend auto operator<=>(const IntfData& a, const IntfData& b) { return a.key_ <=> b.key_; }
 
@@ -48,6 +49,8 @@ class IpAddressEntry : public Kel::Notifier {
   KEL_CONSTRUCTOR(IpAddressEntry, ((IpSnmp::InetAddress, index)))
   const Ip::IpVersion& addrVersion() const { return index().version(); }
   const Snmp::String& addrBytes() const { return index().bytes(); }
+  KEL_COMPUTED(addrVersion)
+  KEL_COMPUTED(addrBytes)
 
   KEL_VALUES(Ordered, IntfDataKey, IntfData, intf, Intf)
   void intfIs(const IntfData& data) { intfIs(data.key(), data); }
@@ -63,12 +66,11 @@ class IpAddressEntry : public Kel::Notifier {
   // The IPv4 address. Aborts for an entry of another version.
   Vantu::IpAddr ipAdEntAddr() const;
 
-  KEL_COMPUTED(addrVersion)
-  KEL_COMPUTED(addrBytes)
   KEL_COMPUTED(prefixEntry)
   KEL_COMPUTED(ifIndex)
   KEL_COMPUTED(addressType)
-  KEL_COMPUTED(addressStatus)
+  KEL_COMPUTED_WHEN(addressStatus, intf().empty() == false)
+  KEL_COMPUTED_WHEN(ipAdEntAddr, addrVersion() == Ip::ipVersion4)
   KEL_TYPE_END_DECLARE
 };
 
@@ -80,7 +82,8 @@ class IpAddrEntry : public Kel::Notifier {
   static Vantu::IpAddr kelKeyOf(const Kel::Ptr<IpAddressEntry>& masterEntry) { return masterEntry->ipAdEntAddr(); }
 
   Vantu::IpAddr ipAdEntAddr() const { return masterEntry()->ipAdEntAddr(); }
-  std::uint32_t ipAdEntIfIndex() const { return masterEntry()->ifIndex(); }
+  // 0 without a master entry.
+  std::uint32_t ipAdEntIfIndex() const { return masterEntry() ? masterEntry()->ifIndex() : 0; }
   Vantu::IpAddr ipAdEntNetMask() const;
 
   KEL_COMPUTED(ipAdEntAddr)

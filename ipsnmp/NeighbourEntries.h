@@ -22,6 +22,7 @@ class ArpTableEntry : public Kel::Notifier {
   Vantu::EthAddr physAddress() const { return arpEntry().ethAddr; }
   const Vantu::IpAddr& netAddress() const { return index().ipAddr(); }
 
+  KEL_COMPUTED(arpEntry)
   KEL_COMPUTED(ifIndex)
   KEL_COMPUTED(physAddress)
   KEL_COMPUTED(netAddress)
@@ -44,13 +45,14 @@ class IpNetToPhysicalTableEntry : public Kel::Notifier {
   const InetAddress& inetAddress() const { return index().addr(); }
   Vantu::EthAddr physAddress() const { return arpEntry().ethAddr; }
 
-  // Seconds of the framework's clock at which the row was created; adding a known neighbour again returns the row.
-  KEL_STORED(double, lastUpdated, LastUpdated, Kel::System::currentTime())
-
+  KEL_COMPUTED(arpEntry)
   KEL_COMPUTED(ifIndex)
   KEL_COMPUTED(inetAddressType)
   KEL_COMPUTED(inetAddress)
   KEL_COMPUTED(physAddress)
+
+  // Seconds of the framework's clock at which the row was created; adding a known neighbour again returns the row.
+  KEL_STORED(double, lastUpdated, LastUpdated, Kel::System::currentTime())
   KEL_TYPE_END_DECLARE
 };
 

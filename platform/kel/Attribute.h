@@ -10,18 +10,25 @@
 //     KEL_TYPE_END
 //   };
 //
-// | line                                                | gives |
-// |-----------------------------------------------------|----------------------------------------------------------------|
-// | KEL_CONSTRUCTOR(Type, ((T1, a))((T2, b)))           | Type(T1, T2), accessors a(), b(); fixed for life | |
-// KEL_NAMED(Type, Base)                               | Type(Kel::Name) | | KEL_STORED(T, attr, Attr, initial...)
-// | attr(), attrIs(value), handleAttr()                            | | KEL_REFERENCE(T, attr, Attr) | handle to a T
-// that lives elsewhere: attr(), attrIs(p), ...     | | KEL_CHILD(T, attr, Attr)                            |
-// attr(), attrIs(ctor parameters...), attrDel(), handleAttr()    | | KEL_MEMBERS(Ordered or Hashed, Key, T, attr,
-// Attr)  | attr(), attr(key), attrHas(key), attrIs(ctor parameters...),   | | | attrDel(key), attrDelAll(),
-// handleAttr(key)                    | | KEL_VALUES(Ordered or Hashed, Key, T, attr, Attr)   | attr(), attr(key)
-// (null if absent), attrHas(key),              | |                                                     |
-// attrIs(key, value), attrDel(key), attrDelAll(), handleAttr(key)| | KEL_COMPUTED(attr) | reflection of the member
-// function attr()                       |
+// | line                                          | gives                                                   |
+// |-----------------------------------------------|---------------------------------------------------------|
+// | KEL_CONSTRUCTOR(Type, ((T1, a))((T2, b)))     | Type(T1, T2), accessors a(), b(); fixed for life        |
+// | KEL_NAMED(Type, Base)                         | Type(Kel::Name)                                         |
+// | KEL_NAMED_CONSTRUCTOR(Type, Base, ((T1, a)))  | Type(Kel::Name, T1), accessor a()                       |
+// | KEL_STORED(T, attr, Attr, initial...)         | attr(), attrIs(value), handleAttr()                     |
+// | KEL_REFERENCE(T, attr, Attr)                  | handle to a T that lives elsewhere: attr(), attrIs(p),  |
+// |                                               | handleAttr()                                            |
+// | KEL_CHILD(T, attr, Attr)                      | attr(), attrIs(ctor parameters...), attrDel(),          |
+// |                                               | handleAttr()                                            |
+// | KEL_OWNED(T, attr, Attr)                      | attr(), attrIs(handle), attrDel(), handleAttr()         |
+// | KEL_MEMBERS(Ordered|Hashed, Key, T, attr,     | attr(), attr(key), attrHas(key),                        |
+// |             Attr)                             | attrIs(ctor parameters...), attrDel(key), attrDelAll(), |
+// |                                               | handleAttr(key)                                         |
+// | KEL_VALUES(Ordered|Hashed, Key, T, attr,      | attr(), attr(key) (null if absent), attrHas(key),       |
+// |            Attr)                              | attrIs(key, value), attrDel(key), attrDelAll(),         |
+// |                                               | handleAttr(key)                                         |
+// | KEL_COMPUTED(attr)                            | reflection of the member function attr()                |
+// | KEL_COMPUTED_WHEN(attr, condition)            | the same, readable only while the condition holds       |
 //
 // A create-or-get operation takes the member's constructor parameters. The key is the first of them, or what the
 // member type's static `kelKeyOf(parameters...)` returns. When the member exists it is returned as it is; a
@@ -118,6 +125,14 @@
 #define KEL_COMPUTED(attr) KEL_COMPUTED_(__COUNTER__, attr)
 #define KEL_COMPUTED_(N, attr) \
   KEL_LINK(N, , type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) { return self.attr(); })))
+
+// `condition` is a member expression of the object. Reading by name while it does not hold is an AttributeException.
+#define KEL_COMPUTED_WHEN(attr, ...) KEL_COMPUTED_WHEN_(__COUNTER__, attr, __VA_ARGS__)
+#define KEL_COMPUTED_WHEN_(N, attr, ...)                                                \
+  KEL_LINK(N, , type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) {  \
+    if (!(self.__VA_ARGS__)) throw ::Kel::AttributeException(#attr " is not readable"); \
+    return self.attr();                                                                 \
+  })))
 
 #define KEL_NAMED(Type, Base)                               \
  public:                                                    \

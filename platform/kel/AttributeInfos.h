@@ -120,19 +120,24 @@ AttributeInfo childInfo(const char* name, auto get, auto create, auto remove) {
   return info;
 }
 
-// The member under a key's text form. Keys that are not read from text are looked for one by one.
+// The key under its text form. Keys that are not read from text are looked for one by one.
 template <class Map>
-auto findByText(const Map& map, std::string_view name) -> const typename Map::Value* {
+auto keyByText(const Map& map, std::string_view name) -> std::optional<typename Map::Key> {
   using Key = typename Map::Key;
   if constexpr (FieldValue<Key>) {
     for (const auto& [key, value] : map) {
-      if (keyText(key) == name) return &value;
+      if (keyText(key) == name) return key;
     }
-    return nullptr;
+    return std::nullopt;
   } else {
-    const auto key = keyFromText<Key>(name);
-    return key ? map.find(*key) : nullptr;
+    return keyFromText<Key>(name);
   }
+}
+
+template <class Map>
+auto findByText(const Map& map, std::string_view name) -> const typename Map::Value* {
+  const auto key = keyByText(map, name);
+  return key ? map.find(*key) : nullptr;
 }
 
 template <class Self>
@@ -156,11 +161,12 @@ AttributeInfo membersInfo(const char* name, auto map) {
   return info;
 }
 
-template <class Self, class Key>
-std::function<bool(PtrInterface&, std::string_view)> removeByText(auto remove) {
-  return [remove](PtrInterface& object, std::string_view name) {
-    const auto key = keyFromText<Key>(name);
-    return key && remove(selfOf<Self>(object), *key);
+template <class Self>
+std::function<bool(PtrInterface&, std::string_view)> removeByText(auto map, auto remove) {
+  return [map, remove](PtrInterface& object, std::string_view name) {
+    auto& self = selfOf<Self>(object);
+    const auto key = keyByText(map(self), name);
+    return key && remove(self, *key);
   };
 }
 
@@ -186,7 +192,7 @@ AttributeInfo membersInfo(const char* name, auto map, auto create, auto remove, 
       };
     }
   }
-  info.remove = removeByText<Self, Key>(remove);
+  info.remove = removeByText<Self>(map, remove);
   info.removeAll = [removeAll](PtrInterface& object) { removeAll(selfOf<Self>(object)); };
   return info;
 }
@@ -197,7 +203,7 @@ AttributeInfo valuesInfo(const char* name, auto map, auto set, auto remove, auto
   AttributeInfo info{name, AttributeKind::values, boost::core::type_name<T>(), {}, {}, {}, {}, {}, {}, {}, {}, {},
                      {}};
   info.memberNames = memberNamesOf<Self>(map);
-  info.remove = removeByText<Self, Key>(remove);
+  info.remove = removeByText<Self>(map, remove);
   info.removeAll = [removeAll](PtrInterface& object) { removeAll(selfOf<Self>(object)); };
   info.toDatum = [map](const PtrInterface& object) {
     Datum::Object members;

@@ -199,8 +199,10 @@ std::vector<TraceRing::Entry> TraceRing::entries() {
   return result;
 }
 
-void TraceRing::write(std::ostream& out) {
-  for (const auto& entry : entries()) {
+void TraceRing::write(std::ostream& out, std::size_t most) {
+  auto all = entries();
+  if (all.size() > most) all.erase(all.begin(), all.end() - static_cast<std::ptrdiff_t>(most));
+  for (const auto& entry : all) {
     out << fmt::format("{:.6f} {} {} {:#x}\n", entry.time, entry.handle->facility(), entry.function,
                        entry.argument);
   }

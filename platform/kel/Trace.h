@@ -96,7 +96,8 @@ class TraceRing {
   // Oldest first.
   static std::vector<Entry> entries();
   // One line an entry, oldest first, for support dumps: "<time> <facility> <function> <argument in hex>".
-  static void write(std::ostream& out);
+  // At most the latest `most` entries.
+  static void write(std::ostream& out, std::size_t most = capacity);
 };
 
 inline std::uintptr_t traceArgument(const void* pointer) {

@@ -69,7 +69,10 @@ Ptr<PtrInterface> callOperation(PtrInterface& object, std::string_view operation
   if (takeSuffix(name, "Del")) {
     const auto* attribute = type.find(name);
     if (!attribute || !attribute->remove) noSuchOperation(type, operation);
-    attribute->remove(object, arguments.empty() ? String() : arguments.front().as<String>());
+    const String key = arguments.empty() ? String() : arguments.front().as<String>();
+    if (!attribute->remove(object, key) && attribute->kind != AttributeKind::child) {
+      throw AttributeException(fmt::format("{}::{}: there is no member '{}'", type.name(), operation, key));
+    }
     return nullptr;
   }
   if (!takeSuffix(name, "Is")) noSuchOperation(type, operation);
@@ -87,7 +90,12 @@ String describe(const PtrInterface& object) {
   String fields;
   for (const auto& attribute : type.attributes()) {
     if (!attribute.read) continue;
-    fields += fmt::format("{}'{}': {}", fields.empty() ? "" : ", ", attribute.name, attribute.read(object).print());
+    try {
+      const String value = attribute.read(object).print();
+      fields += fmt::format("{}'{}': {}", fields.empty() ? "" : ", ", attribute.name, value);
+    } catch (const AttributeException&) {
+      continue;  // not readable in the state that the object is in
+    }
   }
   return fmt::format("Object('{}', ** {{{}}})", type.name(), fields);
 }

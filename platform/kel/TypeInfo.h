@@ -75,7 +75,7 @@ Value readAttribute(const PtrInterface& object, std::string_view name);
 Ptr<PtrInterface> callOperation(PtrInterface& object, std::string_view operation,
                                 const std::vector<Value>& arguments);
 
-// "Object('<type>', ** {'attr': value, ...})" with every attribute that can be read.
+// "Object('<type>', ** {'attr': value, ...})" with every attribute that can be read now.
 String describe(const PtrInterface& object);
 
 }  // namespace Kel

@@ -87,7 +87,7 @@ String print(const T& value) {
   } else if constexpr (std::is_arithmetic_v<T>) {
     return fmt::format("{}", value);
   } else if constexpr (std::same_as<T, String>) {
-    return "'" + value + "'";
+    return fmt::format("'{}'", value);
   } else if constexpr (IsPtr<T>::value) {
     return printHandle(value.get());
   } else if constexpr (DescribedEnum<T>) {
@@ -99,9 +99,9 @@ String print(const T& value) {
     });
     return fmt::format("Value('{}', ** {{{}}})", T::kelTypeName, fields);
   } else if constexpr (requires { value.stringValue(); }) {
-    return "'" + String(value.stringValue()) + "'";
+    return fmt::format("'{}'", String(value.stringValue()));
   } else {
-    return "<" + boost::core::type_name<T>() + ">";
+    return fmt::format("<{}>", boost::core::type_name<T>());
   }
 }
 
