@@ -32,6 +32,19 @@ void guarded(const char* what, const Hook& hook) {
   }
 }
 
+// Calls a function at the end of its scope, however that is left.
+template <class Call>
+class AtEnd {
+ public:
+  explicit AtEnd(Call call) : call_(std::move(call)) {}
+  ~AtEnd() { call_(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
+
+ private:
+  Call call_;
+};
+
 void reload(NetSnmpAgent& agent, const AgentHooks& hooks) {
   guarded("the configuration is not read again, the one in effect stays", [&] {
     agent.readConfigurationAgain();
@@ -60,13 +73,16 @@ void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile
 
   AgentLoop loop;
   loop.addFd(signals.fd(), [&] { handleSignals(signals, loop, agent, hooks); });
+  // Whatever `started` made leaves before the loop and net-snmp do, also when the loop fails.
+  const AtEnd stop([&] {
+    if (hooks.stopping) guarded("stop", hooks.stopping);
+  });
   if (hooks.started) hooks.started(loop, options);
   send_easy_trap(SNMP_TRAP_COLDSTART, 0);
   netsnmp_sd_notify(1, "READY=1\n");
   logInfo("version {} serves", QUORIN_VERSION);
   loop.run();
   logInfo("stopping");
-  if (hooks.stopping) guarded("stop", hooks.stopping);
 }
 
 int run(const AgentOptions& options, const AgentHooks& hooks) {

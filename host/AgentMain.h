@@ -18,7 +18,7 @@ struct AgentHooks {
   std::function<void(AgentLoop&, const AgentOptions&)> started;
   // The configuration has been read again.
   std::function<void()> reconfigured;
-  // The loop has ended; net-snmp still works. Leave contexts, let go of everything here.
+  // The loop has ended or failed, or `started` threw; net-snmp still works. Leave contexts, let go of everything here.
   std::function<void()> stopping;
 };
 

@@ -1,8 +1,12 @@
 #include "host/StoreFollower.h"
 
 #include "host/AgentLog.h"
+#include "kel/Trace.h"
 
 namespace Host {
+
+static Kel::TraceHandle traceHandle("StoreFollower");
+
 namespace {
 
 // Lower runs first: what managers wait to see goes before housekeeping.
@@ -41,6 +45,7 @@ StoreFollower::~StoreFollower() {
 }
 
 void StoreFollower::follow(Brev::Task& task) {
+  QTRACE_ENTRY(traceHandle, this);
   // Silenced before the head is read, so that what is committed from here on rings again.
   mount_->drainDoorbell();
   mount_->refresh();
