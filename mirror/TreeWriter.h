@@ -1,13 +1,13 @@
 #pragma once
 // Brings the entities of the state database to what the kernel says.
 //
-// | entity                              | exists while                                    | holds |
-// |-------------------------------------|-------------------------------------------------|-------------------------|
-// | Interface::IntfStatus, kind "linux" | there is a link                                 | ifIndex, state, MAC |
-// | L3::Intf::Config, L3::Intf::Status  | there is a link                                 | the VRF | |
-// Ip::IpIntfConfig, Ip6::IntfConfig   | the link has an address of that family          | all of them             |
-// | Ip::IpIntfStatus, Ip6::IntfStatus   | the link has an address of that family          | those that are in force
-// | | Routing::Config, Routing6::Config   | always                                          | the forwarding flag |
+// | entity                              | exists while                           | holds                   |
+// |-------------------------------------|----------------------------------------|-------------------------|
+// | Interface::IntfStatus, kind "linux" | there is a link                        | ifIndex, state, MAC     |
+// | L3::Intf::Config, L3::Intf::Status  | there is a link                        | the VRF                 |
+// | Ip::IpIntfConfig, Ip6::IntfConfig   | the link has an address of that family | all of them             |
+// | Ip::IpIntfStatus, Ip6::IntfStatus   | the link has an address of that family | those that are in force |
+// | Routing::Config, Routing6::Config   | always                                 | the forwarding flag     |
 //
 // An interface's id is its kernel name. Its addresses are in force while it is administratively up and running; an
 // IPv6 address is not while duplicate address detection runs, or after it failed. Of a point-to-point address the

@@ -63,6 +63,13 @@ class IntfAddressReactor : public Record::Notifiee {
   void handleDel() override { kelStop(); }
 
  protected:
+  // Watches the layer-3 record: KelL3Config or KelL3Status.
+  struct KelL3 : L3Record::Notifiee {
+    explicit KelL3(IntfAddressReactor* reactor) : reactor_(reactor) {}
+    void handleVrf() override { reactor_->refresh(); }
+    IntfAddressReactor* reactor_;
+  };
+
   const Record& record() const { return *record_; }
 
   virtual AddressSource source() const = 0;
@@ -80,11 +87,6 @@ class IntfAddressReactor : public Record::Notifiee {
   void addressChanged(const AddrWithMask& addr);
 
  private:
-  struct KelL3 : L3Record::Notifiee {
-    explicit KelL3(IntfAddressReactor* reactor) : reactor_(reactor) {}
-    void handleVrf() override { reactor_->refresh(); }
-    IntfAddressReactor* reactor_;
-  };
   struct KelIntfStatus : Interface::IntfStatus::Notifiee {
     explicit KelIntfStatus(IntfAddressReactor* reactor) : reactor_(reactor) {}
     void handleIfIndex() override { reactor_->refresh(); }

@@ -62,6 +62,7 @@ class Ip6Reactor : public IntfAddressReactor<Record, L3Record, Vantu::Ip6AddrWit
 
 class KelIpIntfConfig : public Ip4Reactor<Ip::IpIntfConfig, L3::Intf::Config> {
  public:
+  using KelL3Config = KelL3;
   using Ip4Reactor::Ip4Reactor;
   void handleAddrWithMask() override { primaryChanged(); }
   void handleL3Config() override { l3RecordChanged(); }
@@ -74,6 +75,7 @@ class KelIpIntfConfig : public Ip4Reactor<Ip::IpIntfConfig, L3::Intf::Config> {
 
 class KelIpIntfStatus : public Ip4Reactor<Ip::IpIntfStatus, L3::Intf::Status> {
  public:
+  using KelL3Status = KelL3;
   using Ip4Reactor::Ip4Reactor;
   void handleActiveAddrWithMask() override { primaryChanged(); }
   void handleUnnumberedIntfId() override { refresh(); }
@@ -89,6 +91,7 @@ class KelIpIntfStatus : public Ip4Reactor<Ip::IpIntfStatus, L3::Intf::Status> {
 
 class KelIp6IntfConfig : public Ip6Reactor<Ip6::IntfConfig, L3::Intf::Config> {
  public:
+  using KelL3Config = KelL3;
   using Ip6Reactor::Ip6Reactor;
   void handleL3Config() override { l3RecordChanged(); }
 
@@ -99,6 +102,7 @@ class KelIp6IntfConfig : public Ip6Reactor<Ip6::IntfConfig, L3::Intf::Config> {
 
 class KelIp6IntfStatus : public Ip6Reactor<Ip6::IntfStatus, L3::Intf::Status> {
  public:
+  using KelL3Status = KelL3;
   using Ip6Reactor::Ip6Reactor;
   void handleL3Status() override { l3RecordChanged(); }
 

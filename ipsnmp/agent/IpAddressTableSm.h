@@ -6,8 +6,7 @@
 // watched record changes. The tables (RFC 4293):
 //   ipAddressTable        every address, shared by the interfaces that hold it: one (source, interface) pair each
 //   ipAddrTable           the IPv4 ones
-//   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair. The row is the very
-//   object
+//   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair. The row is the very object
 //                         that this pair holds; addresses with the same prefix on the same interface share a row,
 //                         and it stays while one of them does.
 // An address that cannot be placed yet (its interface has no status record or ifIndex, its VRF no cache) is placed

@@ -77,8 +77,7 @@ E enumValue(const Datum& datum) {
   return found;
 }
 
-// ---- printing
-// -----------------------------------------------------------------------------------------------------
+// ---- printing ----
 
 template <class T>
 String print(const T& value) {
@@ -105,8 +104,7 @@ String print(const T& value) {
   }
 }
 
-// ---- to and from data
-// ---------------------------------------------------------------------------------------------
+// ---- to and from data ----
 
 template <class T>
 Datum toDatum(const T& value) {
@@ -190,8 +188,7 @@ T fromDatum(const Datum& datum) {
   }
 }
 
-// ---- type-erased values
-// -------------------------------------------------------------------------------------------
+// ---- type-erased values ----
 
 // An argument or result of the generic attribute interface. A handle remembers whether it is read-only.
 class Value {

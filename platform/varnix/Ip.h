@@ -55,8 +55,7 @@ class Status : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// ---- VRFs
-// ---------------------------------------------------------------------------------------------------------
+// ---- VRFs ----
 
 enum VrfState : int { vrfStateUnknown = 0, vrfStateActive = 1, vrfStateInactive = 2, vrfStateDeleting = 3 };
 BOOST_DESCRIBE_ENUM(VrfState, vrfStateUnknown, vrfStateActive, vrfStateInactive, vrfStateDeleting)
