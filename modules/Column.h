@@ -6,6 +6,7 @@
 
 #include <functional>
 
+#include "kel/Errors.h"
 #include "snmp/Conversions.h"
 
 namespace Modules {
@@ -53,8 +54,9 @@ struct Column : ColumnBase {
     isRefusable = true;
     return std::move(*this);
   }
-  // Values may take up to `bytes` (at most maxBufferLength) rather than the usual buffer.
+  // Values may take up to `bytes` (1 to maxBufferLength; aborts on any other) rather than the usual buffer.
   Column limitedTo(int bytes, const char* entityPath) && {
+    KEL_ASSERT(bytes > 0 && bytes <= maxBufferLength);
     limit = bytes;
     limitedEntity = entityPath;
     return std::move(*this);

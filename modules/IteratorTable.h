@@ -64,8 +64,9 @@ class IteratorTable final : public Table {
       } else {
         QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker.get();
       }
-      *loopContext = walker.release();
-      return iterationHelper(*loopContext, chain);
+      auto* const placed = walker.release();
+      *loopContext = placed;
+      return rowFrom(*placed, chain);
     });
   }
 
@@ -80,8 +81,9 @@ class IteratorTable final : public Table {
       QTRACE(trace(), 2) << name() << "_get_next_data_point - advancing loop context " << *loopContext
                          << " ; data context " << *dataContext;
       walker->advance();
+      auto* const row = rowFrom(*walker, chain);
       if (*dataContext != nullptr) *static_cast<W*>(*dataContext) = *walker;
-      return iterationHelper(walker, chain);
+      return row;
     });
   }
 
@@ -130,6 +132,24 @@ class IteratorTable final : public Table {
 
   static const Cache* cacheOf(const netsnmp_iterator_info* iterator) {
     return static_cast<const Cache*>(static_cast<Kel::Entity*>(iterator->myvoid));
+  }
+
+  // The row that the walker stands on or, as null would end the table for every row behind it, the first one from
+  // there on whose index can be written. Null at the end.
+  netsnmp_variable_list* rowFrom(W& walker, netsnmp_variable_list* chain) const {
+    auto* row = iterationHelper(&walker, chain);
+    while (row == nullptr && !walker.isAtEnd()) {
+      Snmp::atCBoundary(trace(), name(), [&] {
+        if (!trace().enabled(0)) return;
+        Kel::TraceLine line(trace(), 0);
+        line.stream() << name() << ": the index of the row ";
+        printTraced(line.stream(), walker.key());
+        line.stream() << " cannot be written; the row is not served";
+      });
+      walker.advance();
+      row = iterationHelper(&walker, chain);
+    }
+    return row;
   }
 
   void freeWalker(const char* function, void* walker) const noexcept {
@@ -238,10 +258,12 @@ IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, Tab
   ITERATOR_TABLE_FUNCTIONS(T)                                                                                   \
   netsnmp_variable_list* T##_get_first_data_point(void** loopContext, void**, netsnmp_variable_list* chain,     \
                                                   netsnmp_iterator_info* iterator) {                            \
+    QTRACE_ENTRY((table).trace(), iterator);                                                                    \
     return (table).getFirstDataPoint(loopContext, chain, iterator);                                             \
   }                                                                                                             \
   netsnmp_variable_list* T##_get_next_data_point(void** loopContext, void** dataContext,                        \
                                                  netsnmp_variable_list* chain, netsnmp_iterator_info*) {        \
+    QTRACE_ENTRY((table).trace(), *loopContext);                                                                \
     return (table).getNextDataPoint(loopContext, dataContext, chain);                                           \
   }                                                                                                             \
   void* T##_make_data_context(void* loopContext, netsnmp_iterator_info*) {                                      \
@@ -255,6 +277,7 @@ IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, Tab
   }                                                                                                             \
   int T##_handler(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info* requestInfo, \
                   netsnmp_request_info* requests) {                                                             \
+    QTRACE_ENTRY((table).trace(), requests);                                                                    \
     return (table).handle(requestInfo, requests);                                                               \
   }                                                                                                             \
   netsnmp_variable_list* T##IterationHelper(void* loopContext, netsnmp_variable_list* chain) {                  \

@@ -67,15 +67,27 @@ int zero(const Row&) {
   return 0;
 }
 
+// Cannot be written for interface 3.
+auto gappyIndex() {
+  auto ifIndex =
+      unsignedIndex<Key>("testIfIndex", "ifIndex", [](const Key& key) { return unsigned{key.ifIndex()}; });
+  ifIndex.toAsn = [](const unsigned& part, unsigned char* buffer, int length) {
+    return part == 3 ? -1 : U32ToAsnUnsignedF(part, buffer, length);
+  };
+  return Index("Test::Key", makeKey,
+               integerIndex<Key>("testVersion", "ipVersion", [](const Key& key) { return int{key.ipVersion()}; }),
+               ifIndex);
+}
+
 template <class W>
-auto makeTable(const char* name, oid number, int modes) {
+auto makeTable(const char* name, oid number, int modes, const decltype(statsIndex())& index = statsIndex()) {
   return makeIteratorTable<W>(
       {.module = frameTest,
        .name = name,
        .identifier = {1, 3, 6, 1, 4, 1, QUORIN_ENTERPRISE, 99, number},
        .modes = modes,
        .source = source},
-      statsIndex(),
+      index,
       {column<Row>(2, "testPackets", ASN_UNSIGNED, u32ToAsnUnsigned, "packets",
                    [](const Row& row) { return static_cast<unsigned>(row.ipIfStatsInPkts()); })
            .refusable(),
@@ -92,6 +104,7 @@ auto makeTable(const char* name, oid number, int modes) {
 
 const auto sortedTable = makeTable<OrderedWalker<StatsRows>>("sortedTable", 1, HANDLER_CAN_RWRITE);
 const auto unsortedTable = makeTable<BackwardWalker>("unsortedTable", 2, HANDLER_CAN_RONLY);
+const auto gappyTable = makeTable<OrderedWalker<StatsRows>>("gappyTable", 3, HANDLER_CAN_RONLY, gappyIndex());
 
 const std::string root = "1.3.6.1.4.1." + std::to_string(QUORIN_ENTERPRISE) + ".99";
 
@@ -99,6 +112,7 @@ const std::string root = "1.3.6.1.4.1." + std::to_string(QUORIN_ENTERPRISE) + ".
 
 ITERATOR_TABLE(sortedTable, ::sortedTable)
 ITERATOR_TABLE(unsortedTable, ::unsortedTable)
+ITERATOR_TABLE(gappyTable, ::gappyTable)
 
 namespace {
 
@@ -112,6 +126,7 @@ class IteratorTableTest : public ::testing::Test {
     }
     initialize_table_sortedTable(SnmpUtil::getSnmpConfig(), "");
     initialize_table_unsortedTable(SnmpUtil::getSnmpConfig(), "");
+    initialize_table_gappyTable(SnmpUtil::getSnmpConfig(), "");
     lines.take();
   }
   ~IteratorTableTest() override { frameTest.leave(""); }
@@ -169,6 +184,37 @@ TEST_F(IteratorTableTest, rowsWithoutAnOrderAreAnsweredInOrderAllTheSame) {
   EXPECT_THAT(
       lines.take().front(),
       ::testing::ContainsRegex("^2 unsortedTable_get_first_data_point - allocated new loop context 0x[0-9a-f]+$"));
+}
+
+TEST_F(IteratorTableTest, aRowWhoseIndexCannotBeWrittenHidesNoOther) {
+  EXPECT_THAT(walked(3, 2), ElementsAre("1.20=10020", "2.1000=21000"));
+  lines.take();
+  EXPECT_EQ(agent.getNext(cell(3, 2, "1.20")).value, "21000");
+  EXPECT_THAT(lines.take(),
+              Contains("0 gappyTable: the index of the row Value('IpSnmp::IpVersionIfIndex', ** "
+                       "{'ipVersion': ipVersion6, 'ifIndex': 3}) cannot be written; the row is not served"));
+  EXPECT_EQ(agent.get(cell(3, 2, "1.3")).value, "noSuchInstance");
+  EXPECT_EQ(agent.get(cell(3, 2, "2.1000")).value, "21000");
+}
+
+TEST(IteratorTableDeathTest, columnsThatCannotBeServedAreRefusedAtOnce) {
+  const auto numbered = [](unsigned number) {
+    return column<Row>(number, "testColumn", ASN_INTEGER, s32ToAsnInteger, "", zero);
+  };
+  const auto make = [](const std::vector<Column<Row>>& columns) {
+    return makeIteratorTable<OrderedWalker<StatsRows>>(
+        {.module = frameTest, .name = "refused", .identifier = {1}, .modes = HANDLER_CAN_RONLY, .source = source},
+        statsIndex(), columns);
+  };
+  std::vector<Column<Row>> many;
+  for (unsigned number = 1; number <= Table::maxColumns; ++number) many.push_back(numbered(number));
+  make(many);
+  many.push_back(numbered(Table::maxColumns + 1));
+  EXPECT_DEATH(make(many), "columns_.size\\(\\) <= maxColumns");
+  EXPECT_DEATH(make({}), "!columns_.empty");
+  EXPECT_DEATH(make({numbered(2), numbered(2)}), "columnsAscend");
+  EXPECT_DEATH(numbered(1).limitedTo(0, "snmp/ip/ipmib"), "bytes > 0");
+  EXPECT_DEATH(numbered(1).limitedTo(ColumnBase::maxBufferLength + 1, "snmp/ip/ipmib"), "bytes <= maxBufferLength");
 }
 
 TEST_F(IteratorTableTest, everyComponentOfAHintIsChecked) {

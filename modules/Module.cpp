@@ -70,8 +70,12 @@ netsnmp_handler_registration* Module::registration(const char* object, Netsnmp_N
   const Kel::String name = Kel::String(object) + "_" + context;
   auto* const result =
       netsnmp_create_handler_registration(name.c_str(), handler, identifier.data(), identifier.size(), modes);
-  if (result != nullptr && !context.empty()) result->contextName = strdup(context.c_str());
-  return result;
+  if (result == nullptr || context.empty()) return result;
+  result->contextName = strdup(context.c_str());
+  if (result->contextName != nullptr) return result;
+  // Without a name it would be registered in the default context.
+  netsnmp_handler_registration_free(result);
+  return nullptr;
 }
 
 void Module::registrationAdd(const Kel::String& context, netsnmp_handler_registration* registration) {

@@ -48,7 +48,7 @@ class Module {
   // Announces an object that is about to be registered.
   void traceInitializing(const char* function, const std::vector<oid>& object, const Kel::String& context) const;
 
-  // A registration for the context, not yet registered with the agent; null when net-snmp has no memory for it.
+  // A registration for the context, not yet registered with the agent; null when there is no memory for it.
   netsnmp_handler_registration* registration(const char* object, Netsnmp_Node_Handler* handler,
                                              const std::vector<oid>& identifier, int modes,
                                              const Kel::String& context) const;

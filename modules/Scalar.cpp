@@ -61,7 +61,7 @@ int answer(const Scalar& scalar, const char* function, const Kel::Entity* entity
 }  // namespace
 
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,
-                      const Kel::String& context) {
+                      const Kel::String& context) noexcept {
   auto& module = scalar.module;
   auto* const registration = module.registration(scalar.name, handler, scalar.identifier, scalar.modes, context);
   KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", scalar.name).c_str());

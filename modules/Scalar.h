@@ -28,8 +28,10 @@ struct Scalar {
 
 // Registers the scalar in the context, or says at level 2 that it is not served there. Aborts when its entity is
 // missing or of another type. `function` is the caller, for traces.
+// An exception on the way ends the process, as those faults do: a scalar that is listed as the module's, but not
+// registered, would take another's registration along when the context is left.
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,
-                      const Kel::String& context);
+                      const Kel::String& context) noexcept;
 
 // Answers the first request. The result is an SNMP error status. `function` is the caller, "handle_" and the
 // scalar's name.

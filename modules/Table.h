@@ -37,6 +37,8 @@ struct IndexObject {
 
 class Table {
  public:
+  static constexpr std::size_t maxColumns = 127;  // net-snmp counts them in a char
+
   Table(const Table&) = delete;
   Table& operator=(const Table&) = delete;
 
@@ -45,20 +47,19 @@ class Table {
 
   // Registers the table in the context, or says at level 2 that it is not served there. Aborts when the cache is
   // missing or of another type, or when net-snmp refuses the table.
-  void initialize(const TableFunctions& functions, const Kel::String& context) const;
+  // An exception on the way ends the process, as those faults do: a table that is listed as the module's, but not
+  // registered, would take another's registration along when the context is left.
+  void initialize(const TableFunctions& functions, const Kel::String& context) const noexcept;
 
   // The request loop. The iterator helper has chosen the rows and turned GETNEXT into GET. The result is an SNMP
   // error status.
   int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
 
  protected:
+  // `columns`: 1 to maxColumns, their numbers ascending; aborts on any others.
   // `isSorted`: rows are walked in the order of their index, and a walk can start at a hint.
   Table(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
-        bool isSorted)
-      : description_(std::move(description)),
-        index_(std::move(index)),
-        columns_(std::move(columns)),
-        isSorted_(isSorted) {}
+        bool isSorted);
   ~Table() = default;
 
   // The row of a data context; null when it stands on none.

@@ -1,6 +1,7 @@
 // The request loop of the tables.
 
 #include <algorithm>
+#include <memory>
 #include <ostream>
 
 #include "modules/Table.h"
@@ -66,8 +67,12 @@ int Table::value(const ColumnBase& requested, const void* dataContext, netsnmp_r
     line.stream() << name() << "_handler: request GET for column " << requested.object << ", key ";
     printKey(line.stream(), dataContext);
   }
-  // Left as it is: clearing 64 KB at each request would cost more than the rest of it.
-  unsigned char buffer[ColumnBase::maxBufferLength];
+  unsigned char usual[ColumnBase::bufferLength];
+  std::unique_ptr<unsigned char[]> large;
+  if (requested.limit > ColumnBase::bufferLength) {
+    large = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(requested.limit));
+  }
+  unsigned char* const buffer = large ? large.get() : usual;
   const int length = Snmp::atCBoundary(trace(), name(), -1,
                                        [&] { return requested.encode(row(dataContext), buffer, requested.limit); });
   const bool isOutOfRange = requested.limitedEntity != nullptr && length > requested.limit;

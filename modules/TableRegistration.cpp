@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -39,7 +40,20 @@ std::vector<netsnmp_handler_registration*> registeredPieces(netsnmp_handler_regi
 
 }  // namespace
 
-void Table::initialize(const TableFunctions& functions, const Kel::String& context) const {
+Table::Table(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
+             bool isSorted)
+    : description_(std::move(description)),
+      index_(std::move(index)),
+      columns_(std::move(columns)),
+      isSorted_(isSorted) {
+  const auto fallsBack = [](const ColumnBase& a, const ColumnBase& b) { return a.number >= b.number; };
+  const bool columnsAscend = std::adjacent_find(columns_.begin(), columns_.end(), fallsBack) == columns_.end();
+  KEL_ASSERT(!columns_.empty());
+  KEL_ASSERT(columns_.size() <= maxColumns);
+  KEL_ASSERT(columnsAscend);
+}
+
+void Table::initialize(const TableFunctions& functions, const Kel::String& context) const noexcept {
   auto& module = description_.module;
   const Kel::String function = fmt::format("initialize_table_{}", name());
   module.traceInitializing(function.c_str(), description_.identifier, context);

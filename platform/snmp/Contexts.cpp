@@ -24,6 +24,7 @@ Contexts::~Contexts() {
 }
 
 void Contexts::enter(const Kel::String& context) {
+  QTRACE_ENTRY(traceHandle, entered_.size());
   if (isEntered(context)) return;
   if (entered_.empty() && !context.empty()) {
     throw Kel::RangeException("SNMP context \"" + context + "\" cannot be entered before the default context");
@@ -38,6 +39,7 @@ void Contexts::enter(const Kel::String& context) {
 }
 
 void Contexts::leave(const Kel::String& context) {
+  QTRACE_ENTRY(traceHandle, entered_.size());
   if (context.empty()) {
     while (!entered_.empty()) leaveLast();
     return;
