@@ -44,6 +44,12 @@ void setFlag(int which) {
   throw Kel::RangeException(fault + "; quorind -h lists the options");
 }
 
+// The argument of an option that takes one path, to a `kind` of thing.
+std::string absoluteArgument(const char* name, const char* kind) {
+  if (*optarg == '\0') refuse(fmt::format("{} is empty; name a {}", name, kind));
+  return absolute(optarg);
+}
+
 // What getopt itself objects to.
 [[noreturn]] void refuseOption(int fault, char* argv[]) {
   const std::string name =
@@ -91,7 +97,7 @@ void take(AgentOptions& options, int option, int argc, char* argv[]) {
       options.isLoggingChosen = true;
       return chooseLogging(argc, argv);
     case 'p':
-      options.pidFile = absolute(optarg);
+      options.pidFile = absoluteArgument("-p", "file");
       return;
     case 'u':
       options.user = optarg;
@@ -100,7 +106,7 @@ void take(AgentOptions& options, int option, int argc, char* argv[]) {
       options.action = AgentOptions::Action::showVersion;
       return;
     case storeOption:
-      options.storeDirectory = absolute(optarg);
+      options.storeDirectory = absoluteArgument("--store", "directory");
       return;
     default:
       refuseOption(option, argv);

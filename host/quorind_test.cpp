@@ -225,6 +225,8 @@ TEST_F(QuorindTest, whatItCannotStartWithIsOneLineAndAFailure) {
       {"-z", "unknown option -z; "},
       {"--no-such-option", "unknown option --no-such-option; "},
       {"--store", "option --store needs an argument; "},
+      {"--store ''", "--store is empty; name a directory"},
+      {"-p ''", "-p is empty; name a file"},
       {"-Lq", "option -Lq chooses no log"},
   };
   for (const auto& [arguments, text] : cases) {
