@@ -29,7 +29,9 @@ class FakeKernel : public RtChannel {
   std::function<bool()> isInterrupted = never;  // the dump says so in its last message
   int dumpStatus = 0;                           // an errno: dumps are refused
   bool isDumpSilent = false;                    // a dump is never answered
+  std::function<bool()> isSendRefused = never;  // a dump cannot be asked for
   bool isReopenRefused = false;
+  std::function<void()> beforeReceive = [] {};  // what happens meanwhile
 
   // ---- what was asked of it
   unsigned dumps = 0;
@@ -79,6 +81,7 @@ class FakeKernel : public RtChannel {
   // ---- the channel
   void dump(RtDump what, std::uint32_t sequence) override {
     ++dumps;
+    if (isSendRefused()) throw Kel::Exception("no buffer space");
     if (dumpStatus != 0) {
       queue_.push_back(Message(NLMSG_ERROR, 0, sequence, port).fixed(nlmsgerr{-dumpStatus, {}}).bytes());
     } else if (!isDumpSilent) {
@@ -88,6 +91,7 @@ class FakeKernel : public RtChannel {
     }
   }
   Outcome receive(std::span<const std::uint8_t>& datagram) override {
+    beforeReceive();
     if (std::exchange(isOverrunUntold_, false)) return Outcome::overrun;
     if (queue_.empty()) releaseLatePiece();
     if (queue_.empty()) return Outcome::empty;

@@ -25,25 +25,30 @@ Kel::TraceHandle traceHandle("MirrorMain");
 constexpr Kel::Seconds pollPeriod = 1;
 
 volatile sig_atomic_t stopSignal = 0;
+volatile sig_atomic_t isRereadAsked = 0;
 
 void noteSignal(int signal) {
-  stopSignal = signal;
+  if (signal == SIGHUP) {
+    isRereadAsked = 1;
+  } else {
+    stopSignal = signal;
+  }
 }
 
-// From here on SIGTERM and SIGINT arrive only while the loop waits. Returns the mask for waiting.
+// From here on SIGTERM, SIGINT and SIGHUP arrive only while the loop waits. Returns the mask for waiting.
 sigset_t takeSignals() {
   struct sigaction action {};
   action.sa_handler = noteSignal;
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  for (const int signal : {SIGTERM, SIGINT}) {
+  sigset_t taken;
+  sigemptyset(&taken);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
     sigaction(signal, &action, nullptr);
-    sigaddset(&stopSignals, signal);
+    sigaddset(&taken, signal);
   }
   signal(SIGPIPE, SIG_IGN);
   sigset_t previous;
-  sigprocmask(SIG_BLOCK, &stopSignals, &previous);
-  for (const int signal : {SIGTERM, SIGINT}) sigdelset(&previous, signal);
+  sigprocmask(SIG_BLOCK, &taken, &previous);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigdelset(&previous, signal);
   return previous;
 }
 
@@ -69,6 +74,11 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
   while (!stopSignal) {
     const Kel::Seconds wait = mayMoreWait ? 0 : nextPoll - Kel::System::currentTime();
     mayMoreWait = waitFor(service.fd(), wait, mask) && service.receive();
+    if (isRereadAsked) {
+      isRereadAsked = 0;
+      QTRACE(traceHandle, 1) << "reading everything again";
+      service.reread();
+    }
     if (Kel::System::currentTime() >= nextPoll) {
       service.poll();
       nextPoll = Kel::System::currentTime() + pollPeriod;

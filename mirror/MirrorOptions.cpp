@@ -18,6 +18,7 @@ std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv,
   app.add_flag("--recreate-store,--recreate", options.recreateStore,
                "Begin with an empty store, whatever is there; a file that is no store of ours is set aside");
   app.set_version_flag("-V,--version", "quorin-mirrord " QUORIN_VERSION);
+  app.footer("SIGHUP makes it read everything again from the kernel; SIGTERM and SIGINT end it.");
   app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
     return failed->get_name() + ": " + error.what() + "; see --help\n";
   });

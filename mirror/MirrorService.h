@@ -23,6 +23,8 @@ class MirrorService {
   // Takes in what has come and publishes it; true when more may wait.
   bool receive();
   void poll();
+  // Reads everything again from the kernel; what differs is published as it comes in.
+  void reread() { mirror_.reread(); }
 
   // The first complete pass is in the store.
   bool isServing() const { return isServing_; }

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "kel/Trace.h"
 
@@ -18,7 +19,8 @@ Kel::TraceHandle traceHandle("Mirror");
 constexpr unsigned datagramsPerTurn = 256;
 // Interrupted dumps are begun again at once this often, then with the next poll.
 constexpr unsigned interruptionsAtOnce = 10;
-// A dump is answered piece by piece as it is read, so a pause means that it is stuck.
+// A dump is answered piece by piece as it is read, so a pause means that it is stuck. What waits after an overrun is
+// read within milliseconds, unless more keeps coming.
 constexpr Kel::Seconds stuckAfter = 5;
 
 }  // namespace
@@ -43,8 +45,8 @@ bool NamespaceMirror::receive() {
         handleOverrun();
         break;
       case RtChannel::Outcome::empty:
-        mayMoreWait = isDumpWanted_;
-        if (isDumpWanted_) beginDump();
+        mayMoreWait = dumpWantedSince_.has_value();
+        if (mayMoreWait) beginDump();
         break;
     }
   }
@@ -53,16 +55,32 @@ bool NamespaceMirror::receive() {
 }
 
 void NamespaceMirror::poll() {
+  QTRACE_ENTRY(traceHandle, this);
   if (isComplete()) readForwarding();
-  if (fresh_ && Kel::System::currentTime() - lastReply_ > stuckAfter) {
-    QTRACE(traceHandle, 0) << "rtnetlink: a dump is not answered; beginning anew";
-    isReopenWanted_ = true;
-  }
+  if (isStuck()) isReopenWanted_ = true;
   if (isReopenWanted_) {
     reopen();
   } else if (isRetryWanted_) {
     beginDump();
   }
+}
+
+bool NamespaceMirror::isStuck() const {
+  const Kel::Seconds now = Kel::System::currentTime();
+  if (fresh_ && now - lastReply_ > stuckAfter) {
+    QTRACE(traceHandle, 0) << "rtnetlink: a dump is not answered; beginning anew";
+    return true;
+  }
+  if (dumpWantedSince_ && now - *dumpWantedSince_ > stuckAfter) {
+    QTRACE(traceHandle, 0) << "rtnetlink: messages come faster than they are read; beginning anew";
+    return true;
+  }
+  return false;
+}
+
+// Anew on another socket, since a dump may be under way on this one. The first dump is as fresh as another would be.
+void NamespaceMirror::reread() {
+  if (isComplete()) reopen();
 }
 
 void NamespaceMirror::reopen() {
@@ -78,7 +96,8 @@ void NamespaceMirror::reopen() {
 }
 
 void NamespaceMirror::beginDump() {
-  isDumpWanted_ = isReopenWanted_ = isRetryWanted_ = false;
+  dumpWantedSince_.reset();
+  isReopenWanted_ = isRetryWanted_ = false;
   fresh_.emplace(KernelState::Purpose::dump);
   step_ = RtDump::links;
   ask();
@@ -87,7 +106,14 @@ void NamespaceMirror::beginDump() {
 void NamespaceMirror::ask() {
   isInterrupted_ = false;
   lastReply_ = Kel::System::currentTime();
-  channel_.dump(step_, ++sequence_);
+  try {
+    channel_.dump(step_, ++sequence_);
+  } catch (const Kel::Exception& error) {
+    if (!isComplete()) throw;
+    QTRACE(traceHandle, 0) << error.what() << "; trying again";
+    fresh_.reset();
+    isReopenWanted_ = true;
+  }
 }
 
 void NamespaceMirror::handleDatagram(std::span<const std::uint8_t> datagram) {
@@ -176,7 +202,7 @@ void NamespaceMirror::handleOverrun() {
   ++overruns_;
   QTRACE(traceHandle, 1) << "overrun: messages of the kernel were lost, reading everything again";
   fresh_.reset();
-  isDumpWanted_ = true;
+  if (!dumpWantedSince_) dumpWantedSince_ = Kel::System::currentTime();
 }
 
 void NamespaceMirror::completeDump() {
@@ -191,7 +217,17 @@ void NamespaceMirror::completeDump() {
 }
 
 void NamespaceMirror::readForwarding() {
-  for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) writer_.forwardingIs(af, flags_.read(af));
+  const bool wasUnread = std::exchange(isForwardingUnread_, false);
+  for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) {
+    try {
+      writer_.forwardingIs(af, flags_.read(af));
+    } catch (const UnreadableFlagException& error) {
+      // Once a second: the first time is enough.
+      QTRACE(traceHandle, wasUnread ? 6 : 0)
+          << error.what() << "; keeping what is known, trying again every second";
+      isForwardingUnread_ = true;
+    }
+  }
 }
 
 }  // namespace Mirror

@@ -4,7 +4,8 @@
 // The channel is subscribed first; then everything is dumped, and notifications that come meanwhile are merged in;
 // from then on notifications keep the state. A dump that the kernel calls interrupted is begun again. When messages
 // were lost (an overrun of the receive buffer), what waits is read to its end, since it is from before the gap, and
-// everything is dumped again: only what really differs changes in the tree.
+// everything is dumped again: only what really differs changes in the tree. When messages come faster than they are
+// read, so that no end is reached, poll() begins anew on a socket of its own.
 //
 // Until the first dump is complete the tree is left alone.
 
@@ -30,10 +31,12 @@ class NamespaceMirror {
   // Asks for the first dump.
   void start();
   // Works off what has come, up to a limit; true when more may wait. Never blocks. Throws Kel::Exception when the
-  // kernel refuses the first dump; later refusals are traced and tried again.
+  // kernel refuses the first dump; later refusals are traced and tried again. The same holds for all operations here.
   bool receive();
   // To be called once a second: what no notification tells, and what has to be tried again.
   void poll();
+  // Dumps everything again, for an operator who does not trust what is there.
+  void reread();
 
   bool isComplete() const { return completeDumps_ > 0; }
   std::uint64_t completeDumps() const { return completeDumps_; }
@@ -45,6 +48,7 @@ class NamespaceMirror {
   void reopen();
   void beginDump();
   void ask();
+  bool isStuck() const;
   void handleDatagram(std::span<const std::uint8_t> datagram);
   void handleReply(const nlmsghdr& message);
   void handle(const nlmsghdr& message, Handling handling);
@@ -67,10 +71,11 @@ class NamespaceMirror {
   bool isInterrupted_ = false;
   Kel::Seconds lastReply_ = 0;
 
-  bool isDumpWanted_ = false;    // as soon as nothing waits any more
-  bool isReopenWanted_ = false;  // with the next poll
-  bool isRetryWanted_ = false;   // a dump, with the next poll
-  unsigned interruptions_ = 0;   // in a row
+  std::optional<Kel::Seconds> dumpWantedSince_;  // as soon as nothing waits any more
+  bool isReopenWanted_ = false;                  // with the next poll
+  bool isRetryWanted_ = false;                   // a dump, with the next poll
+  bool isForwardingUnread_ = false;
+  unsigned interruptions_ = 0;  // in a row
   std::uint64_t completeDumps_ = 0;
   std::uint64_t overruns_ = 0;
 };

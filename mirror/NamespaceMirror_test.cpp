@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <random>
 
 #include "kel/Trace.h"
@@ -389,6 +391,90 @@ TEST_F(NamespaceMirrorTest, aDumpThatIsNotAnsweredIsAskedForAgain) {
   mirror_.poll();
   EXPECT_EQ(kernel_.reopened, 1U);
   settleAndCompare();
+}
+
+TEST_F(NamespaceMirrorTest, dumpsThatCannotBeAskedFor) {
+  kernel_.isSendRefused = [] { return true; };
+  EXPECT_THROW(mirror_.start(), Kel::Exception) << "the first dump cannot be done without";
+  kernel_.isSendRefused = [] { return false; };
+  startAndSettle();
+
+  // The first request of a later dump, and one in its midst.
+  for (const unsigned refused : {1U, 2U}) {
+    unsigned requests = 0;
+    kernel_.isSendRefused = [&] { return ++requests == refused; };
+    kernel_.queueLimit = 0;
+    kernel_.addressIs(at(2, ("10.0.0." + std::to_string(refused) + "/24").c_str()));  // lost
+    kernel_.queueLimit = SIZE_MAX;
+    settle();
+    EXPECT_EQ(requests, refused);
+    EXPECT_EQ(complaints_.size(), refused);
+    EXPECT_THAT(complaints_.back(), HasSubstr("no buffer space"));
+    requests = 0;
+    kernel_.isSendRefused = [&] { return ++requests == 1; };
+    mirror_.poll();
+    EXPECT_THAT(complaints_.back(), HasSubstr("no buffer space"));
+    complaints_.resize(refused);
+    mirror_.poll();
+    settleAndCompare();
+  }
+}
+
+TEST_F(NamespaceMirrorTest, anOverrunUnderAStreamThatDoesNotEnd) {
+  startAndSettle();
+  kernel_.queueLimit = 0;
+  kernel_.addressIs(at(2, "10.0.0.1/24"));  // lost
+  kernel_.queueLimit = SIZE_MAX;
+  kernel_.beforeReceive = [&] { kernel_.linkIs({2, "eth0"}); };
+  for (int second = 0; second <= 5; ++second) {
+    EXPECT_TRUE(mirror_.receive());
+    mirror_.poll();
+    now_ += 1;
+  }
+  EXPECT_EQ(mirror_.completeDumps(), 1U);
+  EXPECT_EQ(kernel_.reopened, 0U) << "patience";
+  now_ += 1;
+  mirror_.poll();
+  EXPECT_EQ(kernel_.reopened, 1U);
+  EXPECT_THAT(complaints_, Contains(HasSubstr("faster than they are read")));
+  EXPECT_TRUE(mirror_.receive());
+  EXPECT_EQ(mirror_.completeDumps(), 2U);
+  expectAgreement();
+}
+
+TEST_F(NamespaceMirrorTest, rereading) {
+  mirror_.start();
+  mirror_.reread();  // the first dump is under way
+  settle();
+  EXPECT_EQ(kernel_.dumps, 3U);
+  kernel_.addresses = {at(2, "10.0.0.1/24")};  // untold
+  mirror_.reread();
+  settleAndCompare();
+}
+
+TEST_F(NamespaceMirrorTest, aForwardingFlagThatCannotBeReadKeepsItsValue) {
+  const std::filesystem::path procSys = "/tmp/mirror-test-" + std::to_string(getpid());
+  const auto flag = procSys / "net/ipv4/ip_forward";
+  std::filesystem::create_directories(flag.parent_path());
+  std::ofstream(flag) << "1\n";
+  NamespaceMirror mirror(kernel_, tree_, ForwardingFlags(procSys));
+  mirror.start();
+  while (mirror.receive()) {
+  }
+  EXPECT_TRUE(tree_.routingConfig->routing());
+  EXPECT_FALSE(tree_.routing6Config->routing()) << "the kernel does not have it";
+
+  std::ofstream(flag, std::ios::trunc).flush();
+  mirror.poll();
+  std::filesystem::remove(flag);
+  std::filesystem::create_directory(flag);  // opens, but does not read
+  mirror.poll();
+  EXPECT_TRUE(tree_.routingConfig->routing());
+  EXPECT_THAT(complaints_, testing::ElementsAre(HasSubstr(flag.string()))) << "once";
+  std::filesystem::remove(flag);
+  mirror.poll();
+  EXPECT_FALSE(tree_.routingConfig->routing());
+  std::filesystem::remove_all(procSys);
 }
 
 TEST_F(NamespaceMirrorTest, aSteadyStreamDoesNotKeepChangesFromTheTree) {
