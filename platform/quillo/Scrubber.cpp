@@ -17,6 +17,8 @@ Scrubber::Outcome Scrubber::step(std::size_t budget) {
     beginRound();
     mount_->corruptionDetected(damage);
     return Outcome::damaged;
+  } catch (const StoreException&) {  // no view is to be had now; the next step goes on where this one would have
+    return Outcome::notReady;
   }
 }
 

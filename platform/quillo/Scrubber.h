@@ -27,7 +27,7 @@ class Scrubber {
     clean,         // a round over all tables is complete; the next call begins another
     inconclusive,  // the round is complete, but a table changed too fast to be compared
     damaged,       // damage was found and reported to Mount::corruptionDetected; the next call begins another round
-    notReady,      // the mount has no store to read
+    notReady,      // the mount has no store to read, or no view of it to give at present
   };
   static constexpr unsigned maxRestarts = 16;
 

@@ -68,6 +68,9 @@ DocumentFeed::Turn DocumentFeed::turn(std::size_t limit, bool holdsBack) {
     turn = {};
     loading_ = false;  // the mount begins another epoch: everything is read anew
     mount_->corruptionDetected(damage);
+  } catch (const Quillo::StoreException& error) {  // no view was to be had: nothing has been read
+    turn = {};
+    turn.obstacle = error.what();
   }
   if (turn.ends || !loading_) reportDamage();
   return turn;

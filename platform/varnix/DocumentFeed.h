@@ -28,6 +28,7 @@ class DocumentFeed {
     bool more = false;    // call again
     // Everything up to the end of the first complete pass of a publisher has been given.
     bool passIsIn = false;
+    std::string obstacle;  // why the store, ready as it is, could not be read in this turn; for the operator
     std::vector<Item> items;
   };
 

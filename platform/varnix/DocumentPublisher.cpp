@@ -32,6 +32,7 @@ DocumentPublisher::DocumentPublisher(const Tree& tree, Quillo::Publisher& store)
 DocumentPublisher::~DocumentPublisher() = default;
 
 Quillo::CommitResult DocumentPublisher::publish() {
+  QTRACE_ENTRY(traceHandle, this);
   if (changed_.empty()) return {0, store_.seq()};
   auto batch = store_.begin();
   auto paths = changed_;
@@ -39,6 +40,8 @@ Quillo::CommitResult DocumentPublisher::publish() {
     if (const auto at = referrers_.find(path); at != referrers_.end())
       paths.insert(at->second.begin(), at->second.end());
   }
+  // Writing forgets who referred to what is gone: should the commit fail, they are still to be written.
+  changed_ = paths;
   for (const auto& path : paths) write(batch, path);
   const auto result = batch.commit();
   changed_.clear();

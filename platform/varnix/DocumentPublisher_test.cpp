@@ -158,16 +158,19 @@ TEST(DocumentPublisher, aFullStoreLosesNothing) {
   Quillo::Publisher store(
       {.directory = directory.path(), .name = "small", .mapBytes = 1 << 20, .maxMapBytes = 1 << 20});
   Varnix::DocumentPublisher documents(tree, store);
-  tree.intfStatusDir->intfStatusIs(Vantu::IntfId("first"));
+  const Vantu::IntfId first("first");
+  tree.intfStatusDir->intfStatusIs(first);
+  tree.ipStatus->ipIntfStatusIs(first)->l3StatusIs(tree.l3StatusDir->intfStatusIs(first));
   documents.publishAll();
   const auto before = stored(directory.path());
   const auto id = [](int i) { return Vantu::IntfId("Ethernet" + std::to_string(i)); };
   for (int i = 0; i < 10000; ++i) tree.intfStatusDir->intfStatusIs(id(i))->kindIs("linux");
+  tree.l3StatusDir->intfStatusDel(first);  // changes its referrer
   EXPECT_THROW(documents.publish(), Quillo::StoreException);
   EXPECT_TRUE(documents.pending());
   EXPECT_EQ(stored(directory.path()), before);
   for (int i = 100; i < 10000; ++i) tree.intfStatusDir->intfStatusDel(id(i));
-  EXPECT_EQ(documents.publish().changes, 100u);
+  EXPECT_EQ(documents.publish().changes, 102u);
   EXPECT_EQ(stored(directory.path()), expected(tree));
 }
 

@@ -27,6 +27,7 @@ EntityManager::EntityManager(const Kel::Ptr<Kel::Dir>& directory, Kel::Ptr<Quill
 EntityManager::~EntityManager() = default;
 
 bool EntityManager::step(std::size_t limit) {
+  QTRACE_ENTRY(traceHandle, this);
   if (sweeping_) {
     sweeping_ = loader_->sweep(limit);
     return true;
@@ -53,6 +54,10 @@ bool EntityManager::step(std::size_t limit) {
   if (sweeping_) return true;
   if (!isReadable) {
     statusIs(mount_->stateText());
+    return false;
+  }
+  if (!turn.obstacle.empty()) {
+    statusIs(turn.obstacle);
     return false;
   }
   loader_->reportUnplaced();

@@ -16,6 +16,8 @@
 // without a place, an attribute that the type does not have or whose value is bad, a damaged record. The rest is
 // served.
 //
+// A reactor that throws is traced at level 0; what made it fire stays done, and the rest goes on.
+//
 // When the store vanishes, cannot be read, or is made anew, the tree keeps what it has; a new store replaces it in
 // one go as soon as a publisher has completed a pass over that.
 

@@ -15,6 +15,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 constexpr auto table = Quillo::TableId::varnix;
 
@@ -111,6 +112,50 @@ struct IfIndexWatch : Interface::IntfStatus::Notifiee {
   std::vector<std::uint32_t> calls;
   void handleIfIndex() override { calls.push_back(notifier()->ifIndex()); }
 };
+
+struct Thrower : Interface::AllIntfStatusDir::Notifiee {
+  void handleIntfStatus(const Vantu::IntfId& key) override {
+    if (key.stringValue() == "eth1") throw Kel::RangeException("cannot react");
+  }
+};
+struct IfIndexThrower : Interface::IntfStatus::Notifiee {
+  void handleIfIndex() override { throw std::runtime_error("cannot react either"); }
+};
+
+TEST(EntityManager, aReactorThatThrowsTakesNothingFromTheRest) {
+  const Directory directory;
+  Writer writer(directory.path());
+  const auto dir = writer.tree.intfStatusDir;
+  dir->intfStatusIs(id("eth0"))->ifIndexIs(1);
+  writer.documents.publishAll();
+  Traces traces;
+  Reader reader(directory.path());
+  reader.follow();
+  const auto members = Kel::makePtr<Thrower>();
+  members->notifierIs(reader.tree().intfStatusDir);
+  const auto eth0 = Kel::makePtr<IfIndexThrower>();
+  eth0->notifierIs(reader.tree().intfStatusDir->intfStatus(id("eth0")));
+
+  for (const auto* name : {"eth0", "eth1", "eth2"}) dir->intfStatusIs(id(name))->ifIndexIs(9);
+  writer.documents.publish();
+  reader.follow();
+  EXPECT_EQ(textOf(reader.tree()), textOf(writer.tree));
+  EXPECT_THAT(traces.take(),
+              UnorderedElementsAre(AllOf(HasSubstr("intfStatus/eth0"), HasSubstr("cannot react either")),
+                                   AllOf(HasSubstr("intfStatus/eth1"), HasSubstr("cannot react"))));
+
+  // The one that failed is still known: it changes, goes and comes again.
+  dir->intfStatus(id("eth1"))->ifIndexIs(10);
+  writer.documents.publish();
+  reader.follow();
+  EXPECT_EQ(textOf(reader.tree()), textOf(writer.tree));
+  dir->intfStatusDel(id("eth1"));
+  dir->intfStatusIs(id("eth3"));
+  writer.documents.publish();
+  reader.follow();
+  EXPECT_EQ(textOf(reader.tree()), textOf(writer.tree));
+  EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("intfStatus/eth1")));
+}
 
 TEST(EntityManager, aRebuildDisturbsNothingThatStaysTheSame) {
   const Directory directory;

@@ -24,6 +24,21 @@ void collectFixed(const Kel::Ptr<Kel::Dir>& dir, const Kel::Entity& root,
   }
 }
 
+void reactorFailed(const std::string& path, std::string_view what) {
+  QTRACE(traceHandle, 0) << escapeBytes(path) << ": a reactor failed: " << escapeBytes(what);
+}
+
+// Carries out a change of the tree, in which reactors run. What they throw goes no further: the change is made, and
+// the loader's own books must follow it.
+template <typename Change>
+void react(const std::string& path, const Change& change) {
+  try {
+    change();
+  } catch (const std::exception& error) {
+    reactorFailed(path, error.what());
+  }
+}
+
 }  // namespace
 
 TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root) : root_(std::move(root)) {
@@ -34,6 +49,7 @@ TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root) : root_(std::move(root)) {
 // ---- documents
 
 void TreeLoader::documentIs(const std::string& path, std::string_view text) {
+  QTRACE_ENTRY(traceHandle, this);
   try {
     const auto document = documentFromText(text);
     documentIs(path, entries_[path], document, text);
@@ -63,6 +79,7 @@ void TreeLoader::documentIs(const std::string& path, Entry& entry, const Documen
 }
 
 void TreeLoader::documentDel(const std::string& path) {
+  QTRACE_ENTRY(traceHandle, this);
   const auto at = entries_.find(path);
   if (at == entries_.end()) return;
   if (at->second.entity) displace(path, at->second);
@@ -124,29 +141,36 @@ bool TreeLoader::placeMember(const std::string& path, Entry& entry, const std::s
     return false;
   }
   const auto name = path.substr(slash + 1);
+  entry.obstacle = fmt::format("'{}' is not how a member is called", escapeBytes(name));
+  if (name.empty() || attribute->member(*owner, name)) return false;
+  std::string failure;
   try {
-    const bool exists = attribute->member(*owner, name) != nullptr;
-    const auto member = name.empty() ? nullptr : Kel::dynamicPtr<Kel::Entity>(attribute->createNamed(*owner, name));
-    if (!exists && member && pathBelow(*root_, *member) == path) {
-      learnDefaults(*member);
-      entry.entity = member;
-      entry.owner = owner;
-      entry.attribute = attribute;
-      entry.name = name;
-      return true;
-    }
-    entry.obstacle = fmt::format("'{}' is not how a member is called", escapeBytes(name));
-    if (!exists && member) attribute->remove(*owner, name);
-  } catch (const Kel::RangeException& error) {
-    entry.obstacle = escapeBytes(error.what());
+    attribute->createNamed(*owner, name);
+  } catch (const std::exception& error) {
+    failure = error.what();
   }
-  return false;
+  const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner, name));
+  if (!member) {
+    if (!failure.empty()) entry.obstacle = escapeBytes(failure);
+    return false;
+  }
+  if (!failure.empty()) reactorFailed(path, failure);  // it was made all the same
+  if (pathBelow(*root_, *member) != path) {
+    react(path, [&] { attribute->remove(*owner, name); });
+    return false;
+  }
+  learnDefaults(*member);
+  entry.entity = member;
+  entry.owner = owner;
+  entry.attribute = attribute;
+  entry.name = name;
+  return true;
 }
 
 void TreeLoader::displace(const std::string& path, Entry& entry) {
   if (!entry.owner) {
     targetsDelAll(path, entry);
-    defaultsAre(*std::exchange(entry.entity, nullptr));
+    defaultsAre(path, *std::exchange(entry.entity, nullptr));
     return;
   }
   membersDel(path, *entry.entity);
@@ -154,7 +178,7 @@ void TreeLoader::displace(const std::string& path, Entry& entry) {
   targetsDelAll(path, entry);
   resolveReferrers(path);  // to nothing: nobody refers to what is no longer there
   const auto owner = std::exchange(entry.owner, nullptr);
-  entry.attribute->remove(*owner, entry.name);
+  react(path, [&] { entry.attribute->remove(*owner, entry.name); });
 }
 
 // Members go with their owner. What begins with its path need not be one: a sibling's name may have a dot in it.
@@ -212,13 +236,18 @@ void TreeLoader::valueIs(const std::string& path, Kel::Entity& entity, const Att
     } catch (const Kel::RangeException& error) {
       QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << attribute.name
                              << "' left out: " << escapeBytes(error.what());
+    } catch (const std::exception& error) {
+      reactorFailed(path, error.what());
+      return;
     }
   }
-  attribute.fromDatum(entity, defaults_[&entity.kelTypeInfo()][&attribute]);
+  react(path, [&] { attribute.fromDatum(entity, defaults_[&entity.kelTypeInfo()][&attribute]); });
 }
 
-void TreeLoader::defaultsAre(Kel::Entity& entity) {
-  for (const auto& [attribute, value] : defaults_[&entity.kelTypeInfo()]) attribute->fromDatum(entity, value);
+void TreeLoader::defaultsAre(const std::string& path, Kel::Entity& entity) {
+  for (const auto& entry : defaults_[&entity.kelTypeInfo()]) {
+    react(path, [&] { entry.first->fromDatum(entity, entry.second); });
+  }
 }
 
 void TreeLoader::learnDefaults(const Kel::Entity& fresh) {
@@ -275,7 +304,9 @@ void TreeLoader::resolve(const std::string& path, Entry& entry, const AttributeI
   } catch (const Kel::AttributeException& error) {
     QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << attribute.name
                            << "' left out: " << escapeBytes(error.what());
-    attribute.referenceIs(*entry.entity, nullptr);
+    react(path, [&] { attribute.referenceIs(*entry.entity, nullptr); });
+  } catch (const std::exception& error) {
+    reactorFailed(path, error.what());
   }
 }
 

@@ -63,7 +63,7 @@ class TreeLoader {
   void attributesAre(const std::string& path, Entry& entry, const Document& document);
   void valueIs(const std::string& path, Kel::Entity& entity, const Kel::AttributeInfo& attribute,
                const Kel::Datum* value);
-  void defaultsAre(Kel::Entity& entity);
+  void defaultsAre(const std::string& path, Kel::Entity& entity);
   void learnDefaults(const Kel::Entity& fresh);
 
   void targetIs(const std::string& path, Entry& entry, const Kel::AttributeInfo& attribute, std::string target);
