@@ -116,7 +116,10 @@ class QuorindTest : public ::testing::Test {
 
   fs::path configuration() const { return directory / "quorind.conf"; }
   void write(const std::string& text) const { std::ofstream(configuration()) << text; }
-  std::string usual() const { return fmt::format("-f -C -c {} {}", configuration().string(), address); }
+  std::string usual() const {
+    return fmt::format("-f -C -c {} --store {} {}", configuration().string(), (directory / "store").string(),
+                       address);
+  }
   fs::path log(const char* name) const { return directory / name; }
 
   // The output of one of net-snmp's tools, errors included.
@@ -144,9 +147,12 @@ TEST_F(QuorindTest, servesTheSystemGroupAndNothingOfTheStockIpModules) {
   for (const int column : {1, 2, 3, 4, 5, 6, 7}) {
     EXPECT_THAT(system, HasSubstr(fmt::format(".1.3.6.1.2.1.1.{}.0 = ", column)));
   }
-  EXPECT_THAT(
-      ask("snmpgetnext", "-v2c -c public", ".1.3.6.1.2.1.2 .1.3.6.1.6.3.15"),
-      AllOf(HasSubstr(".1.3.6.1.2.1.11.1.0 = Counter32"), HasSubstr(".1.3.6.1.6.3.15.1.1.1.0 = Counter32")));
+  // Of the interface and IP groups only what we serve ourselves; the stock modules would follow with ifNumber and
+  // ipDefaultTTL.
+  EXPECT_THAT(ask("snmpgetnext", "-v2c -c public", ".1.3.6.1.2.1.2 .1.3.6.1.2.1.4.25.0 .1.3.6.1.6.3.15"),
+              AllOf(HasSubstr(".1.3.6.1.2.1.4.1.0 = INTEGER"), HasSubstr(".1.3.6.1.2.1.11.1.0 = Counter32"),
+                    HasSubstr(".1.3.6.1.6.3.15.1.1.1.0 = Counter32")));
+  EXPECT_THAT(get("-v2c -c public", ".1.3.6.1.2.1.4.2.0"), HasSubstr("No Such"));
   EXPECT_THAT(get("-v2c -c other", sysLocation), HasSubstr("Timeout"));
   EXPECT_EQ(agent.stop(), 0);
   EXPECT_THAT(agent.output(), Not(HasSubstr("MIB")));

@@ -227,7 +227,7 @@ TEST_F(DamageTest, ScrubberWorksInStepsAndStartsAgainWhenTheTableChanges) {
   EXPECT_EQ(Scrubber::Outcome::inconclusive, outcome);
 }
 
-volatile int* const elsewhere = reinterpret_cast<volatile int*>(8);
+volatile int* volatile elsewhere = reinterpret_cast<volatile int*>(8);
 
 // Each runs in a process of its own, which removes its directory before it dies. The handler that was there before
 // sees its own faults, with everything the kernel told.
