@@ -21,10 +21,9 @@ void unregister(const netsnmp_handler_registration& registration) {
 
 }  // namespace
 
-void Module::entering(const Kel::String& context, const char* function, std::source_location where) const {
+void Module::entering(const Kel::String& context, const char* function, int line) const {
   if (snmp_get_do_debugging() == 0) return;
   const Kel::String file = Kel::String(name_) + ".cpp";
-  const int line = static_cast<int>(where.line());
   debugmsgtoken("trace", "%s(): %s, %d:\n", function, file.c_str(), line);
   debugmsg("trace", "%s(): %s, %d:\n", function, file.c_str(), line);
   debugmsgtoken(name_, "Initializing in context \"%s\"\n", context.c_str());

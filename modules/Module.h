@@ -16,7 +16,6 @@
 //   MIB_MODULE(Example)
 
 #include <map>
-#include <source_location>
 #include <vector>
 
 #include "kel/String.h"
@@ -38,8 +37,8 @@ class Module {
   const Kel::TraceHandle& trace() const { return trace_; }
 
   // First and last step of entering a context.
-  void entering(const Kel::String& context, const char* function,
-                std::source_location where = std::source_location::current()) const;
+  // `line` is the caller's (clang 14 has no std::source_location with this standard library).
+  void entering(const Kel::String& context, const char* function, int line = __builtin_LINE()) const;
   void entered(const Kel::String& context) const;
   // Unregisters everything that the module registered in the context, and frees its column records. A context that
   // was never entered is left without a word.
