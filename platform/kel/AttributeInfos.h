@@ -175,11 +175,12 @@ AttributeInfo membersInfo(const char* name, auto map, auto create, auto remove, 
   auto info = membersInfo<Self, Key, T>(name, map);
   using Types = typename T::KelCtorTypes;
   info.create = [create](PtrInterface& object, const std::vector<Value>& arguments) -> Ptr<PtrInterface> {
-    if constexpr (std::tuple_size_v < Types >> 0) {
+    if constexpr (std::tuple_size_v<Types> != 0) {
       return applyArguments<Types>(arguments, constructorNames<T>(), [&](auto&&... args) {
         return create(selfOf<Self>(object), std::move(args)...);
       });
     } else {
+      static_cast<void>(create);
       throw AttributeException("the member type has no constructor parameters");
     }
   };

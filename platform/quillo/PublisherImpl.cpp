@@ -33,7 +33,7 @@ void modeIs(const std::string& path, mode_t mode) {
 }
 
 bool spaceIsOut(const std::string& directory) {
-  constexpr std::uint64_t nextToNothingBytes = 64 * 1024;
+  constexpr std::uint64_t nextToNothingBytes = 65536;
   struct statvfs space {};
   return ::statvfs(directory.c_str(), &space) == 0 && space.f_bavail * space.f_frsize < nextToNothingBytes;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 
 #include "quillo/StoreFiles.h"
@@ -32,7 +33,7 @@ PublisherInfo readHolder(int fd) {
   std::string line(text, size > 0 ? static_cast<std::size_t>(size) : 0);
   std::size_t blank = line.find(' ');
   if (blank != std::string::npos) {
-    info.pid = std::atoll(line.c_str());
+    std::from_chars(line.data(), line.data() + blank, info.pid);  // stays 0 when it is no number
     info.name = line.substr(blank + 1, line.find('\n') - blank - 1);
   }
   return info;
