@@ -42,6 +42,7 @@ class Program:
 
     def wait(self, timeout=10):
         """Waits for the program to end by itself; returns its status."""
+        self.is_expected_to_run = False
         try:
             status = self.process.wait(timeout)
         except subprocess.TimeoutExpired:
