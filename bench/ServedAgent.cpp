@@ -63,7 +63,8 @@ int serve(const std::string& directory, const std::string& endpoint, std::uint32
   Host::AgentHooks hooks;
   hooks.started = [&](Host::AgentLoop&, const Host::AgentOptions&) {
     const auto root = Kel::makePtr<Kel::Dir>("");
-    tree = std::make_unique<Host::AgentTree>(root, Varnix::Tree(root->dirIs("Varnix")));
+    tree = std::make_unique<Host::AgentTree>(root, Varnix::Tree(root->dirIs("Varnix")),
+                                             Kel::makePtr<Brev::TaskScheduler>(), nullptr, nullptr);
     contexts = std::make_unique<Snmp::Contexts>();
     fill(root, rows);
     contexts->enter("");

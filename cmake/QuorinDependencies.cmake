@@ -8,6 +8,7 @@ find_package(spdlog REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
+pkg_check_modules(YAMLCPP REQUIRED IMPORTED_TARGET yaml-cpp)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 
 find_library(LMDB_LIBRARY lmdb REQUIRED)

@@ -1,6 +1,6 @@
 # One library target per folder. A folder's headers are published through a directory of their own, so that a
-# target finds exactly the headers of the folders on its link line and no others: an include that the house plan
-# forbids does not compile.
+# target finds exactly the headers of the folders on its link line and no others: an include that
+# docs/architecture.md forbids does not compile.
 
 # quorin_library(NAME <target> [PREFIX <include prefix>] [SOURCES ...] [PUBLIC ...] [PRIVATE ...])
 #   Collects the headers of the current folder (not of its subfolders). They are included as "<prefix>/Header.h".

@@ -4,10 +4,14 @@
 
 #include <cstring>
 
+#include "ipsnmp/ProtocolMap.h"
 #include "kel/Errors.h"
+#include "kel/Trace.h"
 #include "snmp/Conversions.h"
 
 namespace {
+
+Kel::TraceHandle traceHandle("SnmpConversions");
 
 constexpr int forwarding = 1, notForwarding = 2;                              // ipForwarding
 constexpr int neighbourDynamic = 3, neighbourStatic = 4, neighbourLocal = 5;  // ipNetToPhysicalType
@@ -28,6 +32,12 @@ int IpRoutingToAsnInteger(bool routing, unsigned char* buffer, int length) {
 
 int ArpEntryStaticToAsnInteger(const Arp::ArpEntryStatus& status, unsigned char* buffer, int length) {
   return S32ToAsnIntegerF(neighbourType(status), buffer, length);
+}
+
+int RouteTypeToAsnInteger(const Routing::Fib::RouteType& routeType, unsigned char* buffer, int length) {
+  const auto protocol = IpSnmp::protocolMap().protocol(routeType);
+  QTRACE(traceHandle, 2) << "protoMap converted " << unsigned{routeType.value()} << " to " << Kel::print(protocol);
+  return S32ToAsnIntegerF(protocol, buffer, length);
 }
 
 int RouteMetricToAsnInteger(const Routing::RouteMetric& metric, unsigned char* buffer, int length) {

@@ -19,6 +19,9 @@ int IpRoutingToAsnInteger(bool routing, unsigned char* buffer, int length);
 // ipNetToMediaType (RFC 4293): static(4) or dynamic(3).
 int ArpEntryStaticToAsnInteger(const Arp::ArpEntryStatus& status, unsigned char* buffer, int length);
 
+// ipCidrRouteProto (RFC 2096) by the process's protocol map; other(1) for a type that is not in it.
+int RouteTypeToAsnInteger(const Routing::Fib::RouteType& routeType, unsigned char* buffer, int length);
+
 int RouteMetricToAsnInteger(const Routing::RouteMetric& metric, unsigned char* buffer, int length);
 
 // One byte of BITS, which must fit: 0x80 when the VRF routes IPv4, 0x40 when it routes IPv6. A null status routes

@@ -7,7 +7,9 @@
 
 #include <cstring>
 
+#include "ipsnmp/ProtocolMap.h"
 #include "kel/Errors.h"
+#include "kel/Trace.h"
 #include "snmp/Varbind.h"
 
 namespace {
@@ -79,6 +81,25 @@ TEST(SnmpConversions, flagsAndStatesMapToTheNumbersOfTheirMibs) {
   EXPECT_EQ(integer(PhysicalStateToAsnInteger, Ip::ipVersion6), 1);
   EXPECT_EQ(integer(PhysicalStateToAsnInteger, Ip::ipVersion4), 6);
   EXPECT_EQ(integer(PhysicalStateToAsnInteger, Ip::ipVersionUnknown), 6);
+}
+
+TEST(SnmpConversions, protocolComesFromTheProcessesMap) {
+  const auto proto = [](std::uint8_t type) {
+    return integer(RouteTypeToAsnInteger, Routing::Fib::RouteType(type));
+  };
+  EXPECT_EQ(proto(22), 1);
+  IpSnmp::fillProtocolMap(IpSnmp::protocolMap());
+  std::vector<std::string> lines;
+  Kel::TraceConfig::levelsAre("SnmpConversions/0-9");
+  const auto previous = Kel::TraceConfig::sinkIs(
+      [&](const Kel::TraceHandle&, unsigned, const std::string& text) { lines.push_back(text); });
+  EXPECT_EQ(proto(22), 14);
+  EXPECT_EQ(proto(4), 1);
+  Kel::TraceConfig::sinkIs(previous);
+  Kel::TraceConfig::reset();
+  EXPECT_THAT(lines, testing::IsSupersetOf({"protoMap converted 22 to ipRouteProtocolBgp",
+                                            "protoMap converted 4 to ipRouteProtocolOther"}));
+  IpSnmp::protocolMap().protocolDelAll();
 }
 
 TEST(SnmpConversions, linkLocalComesBeforeStatic) {

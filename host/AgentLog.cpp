@@ -5,8 +5,16 @@
 
 namespace Host {
 
+namespace {
+const char* speaker = "quorind";
+}
+
+void agentLogNameIs(const char* name) {
+  speaker = name;
+}
+
 void agentLog(int priority, const std::string& text) {
-  snmp_log(priority, "quorind: %s\n", text.c_str());
+  snmp_log(priority, "%s: %s\n", speaker, text.c_str());
 }
 
 }  // namespace Host

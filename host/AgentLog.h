@@ -1,5 +1,5 @@
 #pragma once
-// The agent's own lines in its log, which goes where the -L options send it.
+// The agent's own lines in net-snmp's log, which goes where the agent's -L options send it.
 
 #include <fmt/format.h>
 #include <syslog.h>
@@ -11,6 +11,8 @@ namespace Host {
 
 // One line; `priority` is one of syslog's.
 void agentLog(int priority, const std::string& text);
+// Who speaks, at the start of each line: "quorind" unless set. Must outlive its use.
+void agentLogNameIs(const char* name);
 
 template <class... Args>
 void logError(fmt::format_string<Args...> format, Args&&... args) {

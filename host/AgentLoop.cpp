@@ -5,11 +5,11 @@
 // The agent headers need the library's.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <net-snmp/library/fd_event_manager.h>
-#include <net-snmp/library/large_fd_set.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "host/FdSet.h"
 #include "kel/Errors.h"
 #include "kel/Trace.h"
 
@@ -18,26 +18,6 @@ namespace Host {
 static Kel::TraceHandle traceHandle("AgentLoop");
 
 namespace {
-
-// A set of descriptors of any number: an fd_set ends at 1024.
-class FdSet {
- public:
-  FdSet() {
-    netsnmp_large_fd_set_init(&set_, FD_SETSIZE);
-    NETSNMP_LARGE_FD_ZERO(&set_);
-  }
-  ~FdSet() { netsnmp_large_fd_set_cleanup(&set_); }
-  FdSet(const FdSet&) = delete;
-  FdSet& operator=(const FdSet&) = delete;
-
-  netsnmp_large_fd_set* get() { return &set_; }
-  bool contains(int fd) { return NETSNMP_LARGE_FD_ISSET(fd, &set_) != 0; }
-  void add(int fd) { NETSNMP_LARGE_FD_SET(fd, &set_); }
-  void remove(int fd) { NETSNMP_LARGE_FD_CLR(fd, &set_); }
-
- private:
-  netsnmp_large_fd_set set_;
-};
 
 constexpr long longestSleep = 24L * 60 * 60;  // seconds
 

@@ -12,31 +12,21 @@
 #include <poll.h>
 
 #include <chrono>
-#include <functional>
 #include <map>
 #include <vector>
 
+#include "host/EventLoop.h"
+
 namespace Host {
 
-class AgentLoop {
+class AgentLoop : public EventLoop {
  public:
-  using Callback = std::function<void()>;
-
   AgentLoop() = default;
-  AgentLoop(const AgentLoop&) = delete;
-  AgentLoop& operator=(const AgentLoop&) = delete;
 
-  // Calls `callback` whenever `fd` is readable, once a turn as long as it stays so. The descriptor is not owned.
-  // A second call for the same descriptor replaces the callback. An exception that leaves a callback is traced at
-  // level 0 and goes no further. May be called from a callback.
-  void addFd(int fd, Callback callback);
-  // The callback is not called again, even if the descriptor is ready in this very turn. To be called before the
-  // descriptor is closed. May be called from a callback, for its own descriptor too.
-  void removeFd(int fd);
-
-  // Whether a manager's request waits to be read. Cheap enough to ask for every row: the sockets are looked at once
-  // in `requestCheckInterval`.
-  bool requestWaiting();
+  void addFd(int fd, Callback callback) override;
+  void removeFd(int fd) override;
+  // Cheap enough to ask for every row: the sockets are looked at once in `requestCheckInterval`.
+  bool requestWaiting() override;
   static constexpr std::chrono::microseconds requestCheckInterval{200};
 
   // Returns after stop(), with the turn done.

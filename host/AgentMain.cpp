@@ -78,7 +78,7 @@ void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile
     if (hooks.stopping) guarded("stop", hooks.stopping);
   });
   if (hooks.started) hooks.started(loop, options);
-  send_easy_trap(SNMP_TRAP_COLDSTART, 0);
+  agent.notify(SNMP_TRAP_COLDSTART, 0);
   netsnmp_sd_notify(1, "READY=1\n");
   logInfo("version {} serves", QUORIN_VERSION);
   loop.run();

@@ -105,6 +105,13 @@ void take(AgentOptions& options, int option, int argc, char* argv[]) {
     case 'v':
       options.action = AgentOptions::Action::showVersion;
       return;
+    case 'x':
+      if (*optarg == '\0') refuse("-x is empty; name the address of the master's AgentX socket");
+      options.masterAddress = optarg;
+      return;
+    case 'X':
+      options.isSubagent = true;
+      return;
     case storeOption:
       options.storeDirectory = absoluteArgument("--store", "directory");
       return;
@@ -120,11 +127,16 @@ AgentOptions AgentOptions::fromCommandLine(int argc, char* argv[]) {
   optind = 1;
   opterr = 0;
   for (;;) {
-    const int option = getopt_long(argc, argv, ":Ac:CdD::fg:hHL:p:u:v", longOptions, nullptr);
+    const int option = getopt_long(argc, argv, ":Ac:CdD::fg:hHL:p:u:vx:X", longOptions, nullptr);
     if (option == -1) break;
     take(options, option, argc, argv);
   }
   options.addresses.assign(argv + optind, argv + argc);
+  if (options.isSubagent && !options.addresses.empty()) {
+    refuse(fmt::format("a subagent (-X) does not listen, so '{}' has no use; -x names the master's address",
+                       options.addresses.front()));
+  }
+  if (!options.isSubagent && !options.masterAddress.empty()) refuse("-x has no use without -X");
   return options;
 }
 
@@ -134,7 +146,12 @@ std::string AgentOptions::help() {
          "  -f              stay in the foreground; log to standard error unless -L says otherwise\n"
          "  -c FILE[,...]   read these configuration files too\n"
          "  -C              do not read the default configuration files (/etc/snmp/quorind.conf ...)\n"
-         "  --store DIR     the directory of the store (default: /run/quorin)\n"
+         "  --store DIR     the directory of the store (default: quorinStore in the\n"
+         "                  configuration, or else /run/quorin)\n"
+         "  -X              serve through a running snmpd, as its AgentX subagent\n"
+         "  -x ADDRESS      where that snmpd listens for subagents (default: agentXSocket in the configuration, "
+         "or\n"
+         "                  else /var/agentx/master)\n"
          "  -p FILE         write the process id to FILE\n"
          "  -u USER         become USER (name or number) once the addresses are open\n"
          "  -g GROUP        become GROUP likewise\n"

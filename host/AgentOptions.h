@@ -23,7 +23,9 @@ struct AgentOptions {
   std::string pidFile;                          // -p, an absolute path or empty
   std::string user;                             // -u, a name or number, or empty
   std::string group;                            // -g
-  std::string storeDirectory = "/run/quorin";   // --store, an absolute path
+  std::string storeDirectory;                   // --store, an absolute path or empty: what the configuration says
+  bool isSubagent = false;                      // -X
+  std::string masterAddress;                    // -x, or empty: what the configuration says
   bool isLoggingChosen = false;                 // some -L was given
 
   // Reads the command line. Logging (-L), packet dumps (-d) and debug tokens (-D) are net-snmp's own options and

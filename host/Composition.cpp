@@ -1,6 +1,6 @@
 #include "host/Composition.h"
 
-#include <memory>
+#include "snmp/ConfigTokens.h"
 
 namespace Host {
 
@@ -14,17 +14,23 @@ class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
   Kel::Ptr<Snmp::Status> status_;
 };
 
-Composition::Composition(AgentLoop& loop, const std::string& storeDirectory)
+Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
+                         std::vector<SharedGroups::Group> sharedGroups)
     : loop_(loop),
+      storeDirectory_(storeDirectory),
+      config_(Snmp::currentConfig()),
       scheduler_(Kel::makePtr<Brev::TaskScheduler>()),
       root_(Kel::makePtr<Kel::Dir>("")),
       follower_(loop, scheduler_, root_, storeDirectory),
-      tree_(root_, follower_.tree()),
-      readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus())) {
+      tree_(root_, follower_.tree(), scheduler_, follower_.arpTable(), follower_.manager()),
+      readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus())),
+      sharedGroups_(std::move(sharedGroups)),
+      vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir) {
   readyWatcher_->notifierIs(follower_.manager());
   scheduler_->requestWaitsIs([&loop] { return loop.requestWaiting(); });
   loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
   contexts_.enter("");
+  vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm());
 }
 
 Composition::~Composition() {
@@ -32,20 +38,18 @@ Composition::~Composition() {
 }
 
 void Composition::reconfigure() {
+  const auto config = Snmp::currentConfig();
+  const bool isSame = config->disabledObjects() == config_->disabledObjects();
+  config_ = config;
+  if (isSame) return;
   contexts_.leave("");
   contexts_.enter("");
+  vrfContexts_.reenter();
 }
 
-AgentHooks Composition::hooks() {
-  const auto composition = std::make_shared<std::unique_ptr<Composition>>();
-  return {
-      .started =
-          [composition](AgentLoop& loop, const AgentOptions& options) {
-            *composition = std::make_unique<Composition>(loop, options.storeDirectory);
-          },
-      .reconfigured = [composition] { (*composition)->reconfigure(); },
-      .stopping = [composition] { composition->reset(); },
-  };
+std::string Composition::configuredStoreDirectory() {
+  const auto& configured = Snmp::currentConfig()->storeDirectory();
+  return configured.empty() ? Quillo::defaultStoreDirectory : configured;
 }
 
 }  // namespace Host

@@ -23,12 +23,15 @@
 #include "kel/Errors.h"
 #include "kel/Trace.h"
 #include "snmp/ConfigTokens.h"
+#include "snmp/Precedence.h"
 
 namespace Host {
 
 namespace {
 
-constexpr int masterAgent = 0;  // the library's own header does not publish its name for the role
+// The library's own header does not publish its names for the roles.
+constexpr int masterAgent = 0;
+constexpr int subagent = 1;
 
 void setLibraryString(int which, const std::string& value) {
   netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, which, value.c_str());
@@ -96,6 +99,35 @@ void forgetState() {
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
 }
 
+// Listens to net-snmp's own messages for as long as it lives. Of an unknown directive they tell file, line and name;
+// what to do about it is said here, once for all of them.
+class UnknownDirectives {
+ public:
+  UnknownDirectives() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG)) {
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, handleMessage, this);
+  }
+  ~UnknownDirectives() {
+    snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, handleMessage, this, 1);
+    if (handler_ != nullptr) netsnmp_remove_loghandler(handler_);
+    if (count_ == 0) return;
+    agentLog(LOG_WARNING, fmt::format("{} configuration line{} passed over, see above: correct or remove {}; "
+                                      "quorind -H lists the directives that it knows",
+                                      count_, count_ == 1 ? " was" : "s were", count_ == 1 ? "it" : "them"));
+  }
+  UnknownDirectives(const UnknownDirectives&) = delete;
+  UnknownDirectives& operator=(const UnknownDirectives&) = delete;
+
+ private:
+  static int handleMessage(int, int, void* message, void* self) {
+    const auto* logged = static_cast<const snmp_log_message*>(message);
+    if (std::strstr(logged->msg, "Unknown token") != nullptr) static_cast<UnknownDirectives*>(self)->count_++;
+    return SNMPERR_SUCCESS;
+  }
+
+  netsnmp_log_handler* handler_;
+  int count_ = 0;
+};
+
 }  // namespace
 
 NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
@@ -110,7 +142,8 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
     if (earlier != nullptr) all = fmt::format("{},{}", earlier, address);
     netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, all.c_str());
   }
-  netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, masterAgent);
+  netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE,
+                         options.isSubagent ? subagent : masterAgent);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_TIMEOUT, -1);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_RETRIES, -1);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_CACHE_TIMEOUT, 5);
@@ -120,7 +153,13 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
   char withoutSmux[] = "-smux";
   add_to_init_list(withoutSmux);
   if (init_agent(applicationType) != 0) throw Kel::Exception("net-snmp's agent library does not start");
-  initStockMibs();
+  if (options.isSubagent) {
+    initSubagentMibs();
+    masterSession_.emplace(options.masterAddress);
+    Snmp::takesPrecedenceIs(true);
+  } else {
+    initStockMibs();
+  }
   refuseSets();
   Snmp::registerConfigTokens();
 }
@@ -128,6 +167,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
 NetSnmpAgent::~NetSnmpAgent() {
   // An agent that never served must not touch the state of one that does.
   if (!keepsState_) forgetState();
+  masterSession_.reset();
   snmp_shutdown(applicationType);
   shutdown_master_agent();
   shutdown_agent();
@@ -136,17 +176,25 @@ NetSnmpAgent::~NetSnmpAgent() {
 void NetSnmpAgent::readConfiguration() {
   checkConfigurationFiles();
   makeStateDirectoriesQuietly();
+  const UnknownDirectives listener;
   init_snmp(applicationType);
+  if (masterSession_) masterSession_->configured();
 }
 
 void NetSnmpAgent::readConfigurationAgain() {
   checkConfigurationFiles();
   netsnmp_logging_restart();
+  const UnknownDirectives listener;
   update_config();
-  send_easy_trap(SNMP_TRAP_ENTERPRISESPECIFIC, 3);
+  notify(SNMP_TRAP_ENTERPRISESPECIFIC, 3);
+}
+
+void NetSnmpAgent::notify(int trap, int specific) const {
+  if (!masterSession_) send_easy_trap(trap, specific);
 }
 
 void NetSnmpAgent::listen() {
+  if (masterSession_) return;
   listenOn(configuredEndpoints());
   // The rest of the master agent comes up without opening an address a second time.
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");

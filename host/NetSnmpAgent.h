@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/AgentOptions.h"
+#include "host/MasterSession.h"
 
 namespace Host {
 
@@ -18,8 +19,8 @@ class NetSnmpAgent {
   // Where SNMPv3 users, the engine's id and its boots are kept, unless SNMP_PERSISTENT_DIR names another directory.
   static constexpr const char* stateDirectory = "/var/lib/quorin";
 
-  // Sets the library up as a master agent, with the stock modules that we serve and our settings; reads nothing
-  // yet. Throws Kel::Exception when it cannot.
+  // Sets the library up as a master agent, or as a subagent if the options say so, with the stock modules that we
+  // serve and our settings; reads nothing yet. Throws Kel::Exception when it cannot.
   explicit NetSnmpAgent(const AgentOptions& options);
   // Saves the state, if the agent got as far as settle(), and shuts the library down.
   ~NetSnmpAgent();
@@ -32,8 +33,10 @@ class NetSnmpAgent {
   // Reads it again, every setting back to its default first, and reopens the log files. When a file that was asked
   // for by name cannot be read, throws as above, and everything stays as it was.
   void readConfigurationAgain();
-  // Opens the configured addresses. Throws as listenOn does (host/Endpoints.h).
+  // Opens the configured addresses. Throws as listenOn does (host/Endpoints.h). A subagent has none.
   void listen();
+  // Sends a notification, if the configuration asks for it; a subagent leaves that to its master.
+  void notify(int trap, int specific) const;
   // Forks into the background; returns in the child. Throws Kel::Exception when that fails.
   void goToBackground();
   // Gives the state directory to the user that the agent is to run as, becomes that user, saves the state. A state
@@ -47,6 +50,7 @@ class NetSnmpAgent {
 
   const AgentOptions& options_;
   bool keepsState_ = false;
+  std::optional<MasterSession> masterSession_;  // of a subagent
 };
 
 }  // namespace Host

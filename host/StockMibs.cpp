@@ -3,7 +3,11 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 // The agent headers need the library's.
+#include <net-snmp/agent/agent_sysORTable.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/agent/sysORTable.h>
+
+#include <vector>
 
 // The module library exports these without a header.
 extern "C" {
@@ -34,6 +38,20 @@ void initStockMibs() {
   // that names another value wins: it is read later.
   char defaultServices[] = "sysservices 76";  // internet, end-to-end and application layers (RFC 3418)
   netsnmp_config(defaultServices);
+}
+
+void initSubagentMibs() {
+  init_system_mib();
+  init_snmpEngine();
+  std::vector<std::vector<oid>> capabilities;
+  netsnmp_sysORTable_foreach(
+      [](const struct sysORTable* row, void* all) {
+        static_cast<std::vector<std::vector<oid>>*>(all)->emplace_back(row->OR_oid, row->OR_oid + row->OR_oidlen);
+      },
+      &capabilities);
+  for (auto& capability : capabilities) unregister_sysORTable(capability.data(), capability.size());
+  // After that, as net-snmp 5.9's table goes on pointing to capabilities that are taken back.
+  init_sysORTable();
 }
 
 void refuseSets() {

@@ -8,6 +8,11 @@ namespace Host {
 // Registers them; to be called after init_agent and before the configuration is read.
 void initStockMibs();
 
+// Those that a subagent needs: the system group and the SNMP engine, which it answers in VRF contexts. In the
+// default context they are the master's and must be kept from it (host/MasterSession.h). What the modules say of
+// themselves in sysORTable is taken back: the master says it already.
+void initSubagentMibs();
+
 // From now on a SET of any object registered so far is refused with notWritable, whatever the access rules allow:
 // this agent is read-only. Objects registered later look after themselves.
 void refuseSets();

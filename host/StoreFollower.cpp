@@ -20,11 +20,13 @@ constexpr std::size_t scrubStep = 500;
 
 }  // namespace
 
-StoreFollower::StoreFollower(AgentLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
+StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
                              const Kel::Ptr<Kel::Dir>& root, const std::string& storeDirectory)
     : loop_(loop),
       mount_(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{storeDirectory})),
       manager_(Kel::makePtr<Varnix::EntityManager>(root->dirIs("Varnix"), mount_)),
+      tables_(Kel::makePtr<Quillo::TableFollower>(mount_)),
+      arpTable_(Kel::makePtr<Quillo::ArpTableMount>(tables_)),
       scrubber_(mount_),
       followTask_(Kel::makePtr<Brev::Task>(scheduler, "store changes", followPriority,
                                            [this](Brev::Task& task) { follow(task); })),
@@ -49,13 +51,17 @@ void StoreFollower::follow(Brev::Task& task) {
   // Silenced before the head is read, so that what is committed from here on rings again.
   mount_->drainDoorbell();
   mount_->refresh();
-  while (manager_->step(followStep)) {
+  while (step()) {
     if (task.taskShouldYield()) {
       task.scheduleTask();
       return;
     }
   }
   reportStatus();
+}
+
+bool StoreFollower::step() {
+  return manager_->step(followStep) || tables_->step(followStep, manager_->bookmark());
 }
 
 void StoreFollower::scrub(Brev::Task& task) {

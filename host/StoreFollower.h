@@ -1,14 +1,15 @@
 #pragma once
-// Keeps the agent's copy of the state database in step with the store, in pieces short enough that no request waits
-// for it.
+// Keeps the agent's copy of the state database in step with the store, and tells what changed in the store's tables,
+// in pieces short enough that no request waits for it. The tables come after the state database: who reacts to an
+// entry finds the interfaces and VRFs that it names.
 //
 // The doorbell wakes it, and a poll once a second in case a wake-up was lost. An idle task looks over the whole
 // store once a minute for damage that no lookup can see. What it waits for, or what is wrong, is one line in the
 // log when it changes.
 
 #include "brev/TimerTask.h"
-#include "host/AgentLoop.h"
-#include "quillo/Mount.h"
+#include "host/EventLoop.h"
+#include "quillo/ArpTableMount.h"
 #include "quillo/Scrubber.h"
 #include "varnix/EntityManager.h"
 
@@ -17,7 +18,7 @@ namespace Host {
 class StoreFollower {
  public:
   // `loop` must outlive this object. The state database is made in the directory "Varnix" of `root`.
-  StoreFollower(AgentLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, const Kel::Ptr<Kel::Dir>& root,
+  StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, const Kel::Ptr<Kel::Dir>& root,
                 const std::string& storeDirectory);
   ~StoreFollower();
   StoreFollower(const StoreFollower&) = delete;
@@ -25,15 +26,19 @@ class StoreFollower {
 
   const Varnix::Tree& tree() const { return manager_->tree(); }
   const Kel::Ptr<Varnix::EntityManager>& manager() const { return manager_; }
+  const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
 
  private:
   void follow(Brev::Task& task);
+  bool step();
   void scrub(Brev::Task& task);
   void reportStatus();
 
-  AgentLoop& loop_;
+  EventLoop& loop_;
   Kel::Ptr<Quillo::Mount> mount_;
   Kel::Ptr<Varnix::EntityManager> manager_;
+  Kel::Ptr<Quillo::TableFollower> tables_;  // one for all tables: they share a journal
+  Kel::Ptr<Quillo::ArpTableMount> arpTable_;
   Quillo::Scrubber scrubber_;
   Kel::String reported_;
   Kel::Ptr<Brev::Task> followTask_;

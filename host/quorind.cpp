@@ -1,7 +1,7 @@
-// The standalone agent.
+// The agent of its own: alone, or as subagent of a running snmpd.
 
-#include "host/Composition.h"
+#include "host/Hosting.h"
 
 int main(int argc, char* argv[]) {
-  return Host::agentMain(argc, argv, Host::Composition::hooks());
+  return Host::agentMain(argc, argv, Host::compositionHooks());
 }

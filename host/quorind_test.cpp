@@ -210,6 +210,8 @@ TEST_F(QuorindTest, wrongSettingsAreNamedAndTheRestHolds) {
   ASSERT_TRUE(agent.says("serves"));
   EXPECT_THAT(agent.output(),
               HasSubstr(configuration().string() + ": line 2: Warning: Unknown token: quorinNoSuchThing."));
+  EXPECT_THAT(agent.output(), HasSubstr("1 configuration line was passed over, see above: correct or remove it; "
+                                        "quorind -H lists the directives that it knows"));
   EXPECT_THAT(agent.output(),
               HasSubstr(configuration().string() + ": line 3: Error: quorinDisableObjects: there is no "
                                                    "object group 'everything'; known are: route-tables"));

@@ -4,6 +4,7 @@
 
 #include "fibstats/FibStatsMib.h"
 #include "ipsnmp/IpAddressEntry.h"
+#include "ipsnmp/IpForwardMib.h"
 #include "ipsnmp/IpIfStatsEntry.h"
 #include "ipsnmp/NeighbourEntries.h"
 #include "ipsnmp/VrfTableEntry.h"
@@ -20,7 +21,9 @@ class IpMib : public Kel::Entity {
   KEL_MEMBERS(Ordered, IpAddressPrefixKey, IpAddressPrefixEntry, ipAddressPrefixTable, IpAddressPrefixTable)
   KEL_MEMBERS(Ordered, Vantu::IpAddr, IpAddrEntry, ipAddrTable, IpAddrTable)
 
-  // A virtual collection, read only by walking it. Always throws Kel::NoImplementationException.
+  // A virtual collection, the IPv4 rows of ipNetToPhysicalTable, read only by walking it
+  // (ipsnmp/ArpTableIteratorConst.h). This always throws Kel::NoImplementationException.
+  class ArpTableIteratorConst;
   [[noreturn]] Kel::Ptr<const ArpTableEntry> arpTable(const ArpTableIndex&) const {
     throw Kel::NoImplementationException("IpMib::arpTable");
   }
@@ -38,15 +41,6 @@ class IpMib : public Kel::Entity {
     ipAddressPrefixTable_.map.kelInsert(entry->index(), entry);
     KEL_NOTIFY_KEY(IpAddressPrefixTable, entry->index());
   }
-  KEL_TYPE_END_DECLARE
-};
-
-// The IP-FORWARD-MIB cache of one VRF.
-class IpForwardMib : public Kel::Entity {
-  KEL_TYPE_BEGIN("IpSnmp::IpForwardMib", IpForwardMib, Kel::Entity)
- public:
-  KEL_NAMED(IpForwardMib, Kel::Entity)
-  KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)  // rows of ipCidrRouteTable, as last counted
   KEL_TYPE_END_DECLARE
 };
 

@@ -4,6 +4,7 @@
 
 #include "ipsnmp/IfIndex.h"
 #include "kel/Dir.h"
+#include "quillo/TestArpTable.h"
 
 namespace IpSnmp {
 namespace {
@@ -137,25 +138,14 @@ TEST(VrfTableEntry, stateAndRoutingComeFromTheRecords) {
   EXPECT_TRUE(row->vrfRoutingStatusDel());
 }
 
-struct OneNeighbour : Arp::Table::Status {
-  Arp::Table::ArpEntry v4, v6;
-  Arp::Table::ArpEntry arpEntry(const Arp::Table::ArpKey& key) const override {
-    return key == v4.key ? v4 : Arp::Table::ArpEntry{};
-  }
-  Arp::Table::ArpEntry neighborEntry(const Arp::Table::ArpKey& key) const override {
-    return key == v6.key ? v6 : Arp::Table::ArpEntry{};
-  }
-  void corruptionDetected(const Pesk::CorruptionDetectedException&) const override {}
-};
-
 TEST(NeighbourEntries, readTheSharedTableAtThatMoment) {
-  auto table = makePtr<OneNeighbour>();
+  auto table = makePtr<Arp::Table::TestStatus>();
   const Vrf::VrfIdMap::VrfId vrf(3);
   const Vantu::IntfId intf("eth0");
   const Vantu::IpGenAddr addr4(Vantu::IpAddr::fromString("10.0.0.1"));
   const Vantu::IpGenAddr addr6(Vantu::Ip6Addr::fromString("fe80::1"));
-  table->v4 = {{vrf, addr4, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:04"), {}};
-  table->v6 = {{vrf, addr6, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:06"), {}};
+  table->entryIs({{vrf, addr4, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:04"), {}});
+  table->entryIs({{vrf, addr6, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:06"), {}});
   Kel::System::clockIs([] { return 5.0; });
   auto mib = makePtr<IpMib>("ipmib");
   const auto rowOf = [&](const Vantu::IpGenAddr& addr) {
@@ -170,7 +160,7 @@ TEST(NeighbourEntries, readTheSharedTableAtThatMoment) {
   EXPECT_EQ(row4->lastUpdated(), 5.0);
   EXPECT_EQ(row4->physAddress().stringValue(), "02:00:00:00:00:04");
   EXPECT_EQ(row6->physAddress().stringValue(), "02:00:00:00:00:06");
-  table->v4.ethAddr = Vantu::EthAddr::fromString("02:00:00:00:00:ff");
+  table->entryIs({{vrf, addr4, intf}, Vantu::EthAddr::fromString("02:00:00:00:00:ff"), {}});
   EXPECT_EQ(makePtr<ArpTableEntry>(ArpTableIndex(7, addr4.v4()), intf, table, vrf)->physAddress().stringValue(),
             "02:00:00:00:00:ff");
   auto unset =

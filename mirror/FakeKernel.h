@@ -1,5 +1,5 @@
 #pragma once
-// A kernel for tests: links and addresses that tests change, an rtnetlink queue of limited size, and dumps that are
+// A kernel for tests: links, addresses and neighbours that tests change, an rtnetlink queue of limited size, and dumps that are
 // produced piece by piece while they are read, as the real one does it.
 
 #include <deque>
@@ -21,6 +21,7 @@ class FakeKernel : public RtChannel {
   // ---- what there is
   std::map<int, TestLink> links;
   std::vector<TestAddress> addresses;  // in the order of the kernel's lists
+  std::vector<TestNeighbour> neighbours;
 
   // ---- how it behaves
   std::size_t queueLimit = SIZE_MAX;            // datagrams; what comes beyond is lost
@@ -48,6 +49,11 @@ class FakeKernel : public RtChannel {
       if (isOfLink(address)) notify(describe(Message(RTM_DELADDR), address));
     }
     std::erase_if(addresses, isOfLink);
+    const auto isOnLink = [&](const TestNeighbour& neighbour) { return neighbour.ifIndex == ifIndex; };
+    for (const auto& neighbour : neighbours) {
+      if (isOnLink(neighbour)) notify(describe(Message(RTM_DELNEIGH), neighbour));
+    }
+    std::erase_if(neighbours, isOnLink);
     notify(describe(Message(RTM_DELLINK), gone.mapped()));
   }
   void addressIs(const TestAddress& address) {
@@ -63,6 +69,16 @@ class FakeKernel : public RtChannel {
     std::erase_if(addresses, [&](const TestAddress& other) { return isSame(other, gone); });
     notify(describe(Message(RTM_DELADDR), gone));
   }
+  void neighbourIs(const TestNeighbour& neighbour) {
+    std::erase_if(neighbours, [&](const TestNeighbour& other) { return isSame(other, neighbour); });
+    neighbours.insert(neighbours.begin(), neighbour);
+    notify(describe(Message(RTM_NEWNEIGH), neighbour));
+  }
+  void neighbourDel(const TestNeighbour& neighbour) {
+    const TestNeighbour gone = neighbour;
+    std::erase_if(neighbours, [&](const TestNeighbour& other) { return isSame(other, gone); });
+    notify(describe(Message(RTM_DELNEIGH), gone));
+  }
   void notify(const Message& message) { put(message.bytes()); }
   void put(const Bytes& datagram) {
     if (isCongested_ || queue_.size() >= queueLimit) {
@@ -76,6 +92,10 @@ class FakeKernel : public RtChannel {
   static bool isSame(const TestAddress& a, const TestAddress& b) {
     if (a.ifIndex != b.ifIndex || a.local != b.local) return false;
     return a.local.af() == Vantu::ipv6_ || (a.prefixLength == b.prefixLength && a.peer == b.peer);
+  }
+
+  static bool isSame(const TestNeighbour& a, const TestNeighbour& b) {
+    return a.ifIndex == b.ifIndex && a.addr == b.addr;
   }
 
   // ---- the channel
@@ -135,6 +155,11 @@ class FakeKernel : public RtChannel {
     std::vector<Bytes> all;
     if (dumped_.what == RtDump::links) {
       for (const auto& [ifIndex, link] : links) all.push_back(describe(reply(RTM_NEWLINK), link).bytes());
+    } else if (isOfNeighbours()) {
+      const auto af = dumped_.what == RtDump::ipv4Neighbours ? Vantu::ipv4_ : Vantu::ipv6_;
+      for (const auto& neighbour : neighbours) {
+        if (neighbour.addr.af() == af) all.push_back(describe(reply(RTM_NEWNEIGH), neighbour).bytes());
+      }
     } else {
       const auto af = dumped_.what == RtDump::ipv4Addresses ? Vantu::ipv4_ : Vantu::ipv6_;
       for (const auto& address : addresses) {
@@ -155,7 +180,7 @@ class FakeKernel : public RtChannel {
     }
     if (!dumpedState_) dumpedState_ = stateText();
     if (dumped_.next >= all.size()) {
-      const bool hasChanged = std::exchange(dumpedState_, std::nullopt) != stateText();
+      const bool hasChanged = std::exchange(dumpedState_, std::nullopt) != stateText() && !isOfNeighbours();
       const std::uint16_t flags = hasChanged || isInterrupted() ? NLM_F_DUMP_INTR : 0;
       const Bytes done = Message(NLMSG_DONE, NLM_F_MULTI | flags, dumped_.sequence, port).fixed(0).bytes();
       piece.insert(piece.end(), done.begin(), done.end());
@@ -169,7 +194,11 @@ class FakeKernel : public RtChannel {
     if (!latePiece_.empty()) queue_.push_back(std::exchange(latePiece_, {}));
   }
 
-  // What the kernel has a counter of changes for.
+  bool isOfNeighbours() const {
+    return dumped_.what == RtDump::ipv4Neighbours || dumped_.what == RtDump::ipv6Neighbours;
+  }
+
+  // What the kernel has a counter of changes for; it has none for neighbours.
   Bytes stateText() const {
     Bytes all;
     for (const auto& object : objects()) all.insert(all.end(), object.begin(), object.end());

@@ -7,14 +7,21 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 namespace Mirror {
 
 bool ForwardingFlags::read(Vantu::Af af) const {
-  const auto file = procSys_ + (af == Vantu::ipv4_ ? "/net/ipv4/ip_forward" : "/net/ipv6/conf/all/forwarding");
+  const auto file = directory_ + (af == Vantu::ipv4_ ? "/net/ipv4/ip_forward" : "/net/ipv6/conf/all/forwarding");
   const auto fail = [&](const char* why) {
     throw UnreadableFlagException(fmt::format("cannot read {}: {}", file, why));
   };
+  std::optional<Vantu::NetNsGuard> inside;
+  try {
+    inside.emplace(*ns_);
+  } catch (const Kel::Exception& error) {
+    fail(error.what());
+  }
   const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     if (errno == ENOENT) return false;

@@ -1,10 +1,12 @@
 #pragma once
 // Whether a network namespace forwards: the sysctls net.ipv4.ip_forward and net.ipv6.conf.all.forwarding.
 
+#include <memory>
 #include <string>
 
 #include "kel/Errors.h"
 #include "vantu/Af.h"
+#include "vantu/NetNs.h"
 
 namespace Mirror {
 
@@ -16,15 +18,22 @@ class UnreadableFlagException : public Kel::Exception {
 
 class ForwardingFlags {
  public:
-  // `procSys` is the directory of the sysctls.
-  explicit ForwardingFlags(std::string procSys = "/proc/sys") : procSys_(std::move(procSys)) {}
+  static constexpr const char* procSys = "/proc/sys";
 
-  // Of the namespace that the calling thread is in. False for a family that the kernel does not have. Throws
+  // Of network namespace `ns`; `directory` is that of the sysctls.
+  explicit ForwardingFlags(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
+                           std::string directory = procSys)
+      : ns_(std::move(ns)), directory_(std::move(directory)) {}
+  explicit ForwardingFlags(std::string directory)
+      : ForwardingFlags(std::make_shared<Vantu::NetNs>(), std::move(directory)) {}
+
+  // False for a family that the kernel does not have. Throws
   // UnreadableFlagException.
   bool read(Vantu::Af af) const;
 
  private:
-  std::string procSys_;
+  std::shared_ptr<const Vantu::NetNs> ns_;
+  std::string directory_;
 };
 
 }  // namespace Mirror

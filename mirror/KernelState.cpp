@@ -33,6 +33,11 @@ void KernelState::notified(const AddressMessage& message) {
   apply(message);
 }
 
+void KernelState::notified(const NeighbourMessage& message) {
+  if (purpose_ == Purpose::dump) notifiedNeighbours_.emplace(message.ifIndex, message.addr);
+  apply(message);
+}
+
 void KernelState::dumped(const LinkMessage& message) {
   if (!notifiedLinks_.contains(message.ifIndex)) apply(message);
 }
@@ -41,10 +46,15 @@ void KernelState::dumped(const AddressMessage& message) {
   if (!notifiedAddresses_.contains({message.ifIndex, AddressKey(message)})) apply(message);
 }
 
+void KernelState::dumped(const NeighbourMessage& message) {
+  if (!notifiedNeighbours_.contains({message.ifIndex, message.addr})) apply(message);
+}
+
 KernelState KernelState::complete() && {
   purpose_ = Purpose::current;
   notifiedLinks_.clear();
   notifiedAddresses_.clear();
+  notifiedNeighbours_.clear();
   return std::move(*this);
 }
 
@@ -55,7 +65,7 @@ const KernelInterface* KernelState::interface(std::uint32_t ifIndex) const {
 
 void KernelState::apply(const LinkMessage& message) {
   auto& interface = interfaces_[message.ifIndex];
-  changed_.insert(message.ifIndex);
+  changes_.interfaces.insert(message.ifIndex);
   if (message.isDeleted) {
     if (interface.link) owners_.erase(interface.link->name);
     interfaces_.erase(message.ifIndex);
@@ -69,6 +79,10 @@ void KernelState::apply(const LinkMessage& message) {
     link.name = message.name;
   }
   link.flags = message.flags;
+  if (message.isWhole) {
+    link.master = message.master;
+    link.vrfTable = message.vrfTable;
+  }
   if (message.operStatus) link.operStatus = *message.operStatus;
   if (message.ethAddr) link.ethAddr = *message.ethAddr;
 }
@@ -78,23 +92,44 @@ void KernelState::takeName(const std::string& name, std::uint32_t newOwner) {
   const auto [at, isFree] = owners_.emplace(name, newOwner);
   if (isFree) return;
   interfaces_[at->second].link->name.clear();
-  changed_.insert(at->second);
+  changes_.interfaces.insert(at->second);
   at->second = newOwner;
 }
 
 void KernelState::apply(const AddressMessage& message) {
   auto& interface = interfaces_[message.ifIndex];
-  changed_.insert(message.ifIndex);
+  changes_.interfaces.insert(message.ifIndex);
   const AddressKey key(message);
   if (message.isDeleted) {
     interface.addresses.erase(key);
-    if (!interface.link && interface.addresses.empty()) interfaces_.erase(message.ifIndex);
+    if (interface.isEmpty()) interfaces_.erase(message.ifIndex);
     return;
   }
   const auto [at, isNew] = interface.addresses.try_emplace(key);
   at->second.prefixLength = message.prefixLength;
   at->second.flags = message.flags;
   if (isNew) at->second.order = ++lastOrder_;
+}
+
+// Most messages tell of a state that only the kernel cares for.
+void KernelState::apply(const NeighbourMessage& message) {
+  const bool isThere = !message.isDeleted && message.isResolved();
+  auto at = interfaces_.find(message.ifIndex);
+  if (at == interfaces_.end()) {
+    if (!isThere) return;
+    at = interfaces_.try_emplace(message.ifIndex).first;
+  }
+  auto& neighbours = at->second.neighbours;
+  if (isThere) {
+    const KernelNeighbour told{*message.ethAddr, message.isStatic()};
+    const auto [known, isNew] = neighbours.try_emplace(message.addr, told);
+    if (!isNew && known->second == told) return;
+    known->second = told;
+  } else if (neighbours.erase(message.addr) == 0) {
+    return;
+  }
+  changes_.neighbours.emplace(message.ifIndex, message.addr);
+  if (at->second.isEmpty()) interfaces_.erase(at);
 }
 
 }  // namespace Mirror

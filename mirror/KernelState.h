@@ -1,5 +1,5 @@
 #pragma once
-// The links and addresses of one network namespace, as far as the kernel has told.
+// The links, addresses and neighbours of one network namespace, as far as the kernel has told.
 //
 // Two kinds of word come from the kernel: notifications, which tell of one change each and come in order, and the
 // replies of a dump, each of which was true at some moment of the dump. Where both speak of the same object while a
@@ -9,7 +9,10 @@
 //   ... fresh.dumped(reply) and fresh.notified(change), as they come ...
 //   state = fresh.complete();                          // what was not dumped is not there
 //
-// Addresses may come before their link, and are kept for it. A link takes its addresses along when it goes.
+// Addresses and neighbours may come before their link, and are kept for it. A link takes them along when it goes.
+// Of neighbours only those are kept that can be sent to (NeighbourMessage::isResolved).
+
+#include <absl/container/btree_map.h>
 
 #include <cstdint>
 #include <map>
@@ -38,6 +41,8 @@ struct KernelLink {
   std::uint32_t flags = 0;
   Interface::OperStatus operStatus = Interface::operStatusUnknown;
   Vantu::EthAddr ethAddr;
+  std::uint32_t master = 0;               // ifIndex; 0: none
+  std::optional<std::uint32_t> vrfTable;  // of a VRF device
   // Whether packets can pass, so that the addresses are in force.
   bool isRunning() const;
 };
@@ -49,9 +54,18 @@ struct KernelAddress {
   Ip6::AddressState state() const;
 };
 
+struct KernelNeighbour {
+  Vantu::EthAddr ethAddr;
+  bool isStatic = false;
+  friend bool operator==(const KernelNeighbour&, const KernelNeighbour&) = default;
+};
+using KernelNeighbours = absl::btree_map<Vantu::IpGenAddr, KernelNeighbour>;
+
 struct KernelInterface {
   std::optional<KernelLink> link;
   std::map<AddressKey, KernelAddress> addresses;  // IPv4 first
+  KernelNeighbours neighbours;                    // IPv4 first
+  bool isEmpty() const { return !link && addresses.empty() && neighbours.empty(); }
 };
 
 class KernelState {
@@ -63,30 +77,39 @@ class KernelState {
 
   void notified(const LinkMessage& message);
   void notified(const AddressMessage& message);
+  void notified(const NeighbourMessage& message);
   void dumped(const LinkMessage& message);
   void dumped(const AddressMessage& message);
+  void dumped(const NeighbourMessage& message);
 
   // The state after a complete dump, from now on kept by notifications.
   KernelState complete() &&;
 
   const Interfaces& interfaces() const { return interfaces_; }
   const KernelInterface* interface(std::uint32_t ifIndex) const;
-  // The interfaces that something was told of since the last call.
-  std::set<std::uint32_t> takeChanged() { return std::exchange(changed_, {}); }
+  // What was told since the last call: of the link itself or its addresses, and of single neighbours. Of an interface
+  // that is among the former, any neighbour may have changed too.
+  struct Changes {
+    std::set<std::uint32_t> interfaces;
+    std::set<std::pair<std::uint32_t, Vantu::IpGenAddr>> neighbours;
+  };
+  Changes takeChanges() { return std::exchange(changes_, {}); }
 
  private:
   void apply(const LinkMessage& message);
   void apply(const AddressMessage& message);
+  void apply(const NeighbourMessage& message);
   void takeName(const std::string& name, std::uint32_t newOwner);
 
   Purpose purpose_;
   Interfaces interfaces_;
   std::map<std::string, std::uint32_t> owners_;  // ifIndex by link name
-  std::set<std::uint32_t> changed_;
+  Changes changes_;
   std::uint64_t lastOrder_ = 0;
   // During a dump: what was notified.
   std::set<std::uint32_t> notifiedLinks_;
   std::set<std::pair<std::uint32_t, AddressKey>> notifiedAddresses_;
+  std::set<std::pair<std::uint32_t, Vantu::IpGenAddr>> notifiedNeighbours_;
 };
 
 }  // namespace Mirror

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 #include <cmath>
@@ -64,16 +65,30 @@ bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
   return ready > 0;
 }
 
+// Every VRF takes two descriptors.
+void raiseFileLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 void serve(const MirrorOptions& options, std::optional<Background>& background) {
   const sigset_t mask = takeSignals();
-  MirrorService service({.directory = options.store, .name = "quorin-mirrord", .recreate = options.recreateStore});
+  raiseFileLimit();
+  MirrorService service(
+      {.store = {.directory = options.store, .name = "quorin-mirrord", .recreate = options.recreateStore},
+       .netnsDirectory = options.netnsDirectory,
+       .settingsFile = options.settingsFile,
+       .mustSettingsExist = options.mustSettingsExist});
   service.start();
   bool isAnnounced = false;
   bool mayMoreWait = true;
   Kel::Seconds nextPoll = Kel::System::currentTime() + pollPeriod;
   while (!stopSignal) {
     const Kel::Seconds wait = mayMoreWait ? 0 : nextPoll - Kel::System::currentTime();
-    mayMoreWait = waitFor(service.fd(), wait, mask) && service.receive();
+    const bool isReadable = waitFor(service.fd(), wait, mask);
+    mayMoreWait = (isReadable || mayMoreWait) && service.receive();
     if (isRereadAsked) {
       isRereadAsked = 0;
       QTRACE(traceHandle, 1) << "reading everything again";

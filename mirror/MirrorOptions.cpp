@@ -9,14 +9,24 @@ namespace Mirror {
 std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv, std::ostream& out,
                                               std::ostream& err) {
   MirrorOptions options;
-  CLI::App app("Mirrors this machine's interfaces, addresses and forwarding flags into the store.",
-               "quorin-mirrord");
+  CLI::App app(
+      "Mirrors the interfaces, addresses, neighbours and forwarding flags of this machine's VRFs into the store.",
+      "quorin-mirrord");
   app.add_flag("-f,--foreground", options.isForeground,
                "Stay in the foreground and log to standard error (otherwise: to the background, log to syslog)");
   app.add_option("--store", options.store, "Directory of the store")->type_name("DIR")->capture_default_str();
   app.add_option("--trace", options.trace, "Trace levels, such as 'Mirror*/0-6'")->type_name("LEVELS");
   app.add_flag("--recreate-store,--recreate", options.recreateStore,
                "Begin with an empty store, whatever is there; a file that is no store of ours is set aside");
+  const auto* config =
+      app.add_option("--config", options.settingsFile,
+                     "Configuration file: what the kernel cannot tell of VRFs (the default one may "
+                     "be missing)")
+          ->type_name("FILE")
+          ->capture_default_str();
+  app.add_option("--netns-dir", options.netnsDirectory, "Directory of the network namespaces: ns-red is VRF red")
+      ->type_name("DIR")
+      ->capture_default_str();
   app.set_version_flag("-V,--version", "quorin-mirrord " QUORIN_VERSION);
   app.footer("SIGHUP makes it read everything again from the kernel; SIGTERM and SIGINT end it.");
   app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
@@ -27,11 +37,18 @@ std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv,
   } catch (const CLI::ParseError& error) {
     return app.exit(error, out, err) == 0 ? 0 : 1;
   }
-  if (options.store.empty()) {
-    err << "quorin-mirrord: --store is empty; name a directory\n";
-    return 1;
+  options.mustSettingsExist = config->count() > 0;
+  const std::pair<const char*, std::string&> paths[] = {
+      {"--store is empty; name a directory", options.store},
+      {"--config is empty; name a file", options.settingsFile},
+      {"--netns-dir is empty; name a directory", options.netnsDirectory}};
+  for (const auto& [complaint, path] : paths) {
+    if (path.empty()) {
+      err << "quorin-mirrord: " << complaint << "\n";
+      return 1;
+    }
+    path = std::filesystem::absolute(path).lexically_normal();
   }
-  options.store = std::filesystem::absolute(options.store).lexically_normal();
   return options;
 }
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <variant>
 
+#include "mirror/SettingsFile.h"
+#include "mirror/VrfNamespaces.h"
 #include "quillo/Publisher.h"
 
 namespace Mirror {
@@ -14,6 +16,9 @@ struct MirrorOptions {
   std::string store = Quillo::defaultStoreDirectory;  // absolute
   std::string trace;                                  // as Kel::TraceConfig::levelsAre takes it
   bool recreateStore = false;
+  std::string netnsDirectory = VrfNamespaces::defaultDirectory;  // absolute
+  std::string settingsFile = SettingsFile::defaultFile;          // absolute
+  bool mustSettingsExist = false;                                // they were asked for
 };
 
 // The options, or the program's exit status when there is nothing more to do: help and version are written to

@@ -1,26 +1,185 @@
 #include "mirror/MirrorService.h"
 
+#include <algorithm>
+
+#include "kel/Trace.h"
+
 namespace Mirror {
 
-MirrorService::MirrorService(const Quillo::PublisherConfig& store, int receiveBytes)
-    : tree_(Kel::makePtr<Kel::Dir>("")), socket_(receiveBytes), publisher_(tree_, store), mirror_(socket_, tree_) {
+namespace {
+
+Kel::TraceHandle traceHandle("MirrorService");
+
+// The first pass over the store removes what it does not have. So it waits for VRFs that were there from the start,
+// as long as they are listed one after the other.
+constexpr Kel::Seconds patience = 5;
+
+constexpr const char* vrfIdsPath = "vrf/id/status";
+
+}  // namespace
+
+MirrorService::Member::Member(Picture& picture, NamespaceScope scope, const std::shared_ptr<const Vantu::NetNs>& ns,
+                              int receiveBytes)
+    : socket(ns, receiveBytes), mirror(socket, picture, std::move(scope), ForwardingFlags(ns)) {
+}
+
+MirrorService::MirrorService(const MirrorConfig& config)
+    : own_(std::make_shared<Vantu::NetNs>()),
+      namespaces_(config.netnsDirectory, own_->id()),
+      settings_(config.settingsFile, config.mustSettingsExist),
+      receiveBytes_(config.receiveBytes),
+      publisher_(picture_, config.store) {
+  if (const auto ids = publisher_.store().get(Quillo::TableId::varnix, vrfIdsPath)) picture_.vrfs.ids().load(*ids);
+  applySettings();
+  events_.add(namespaces_.fd(), namespacesTag);
+  if (settings_.fd() >= 0) events_.add(settings_.fd(), settingsTag);
+  members_[defaultTag] = std::make_unique<Member>(picture_, NamespaceScope(), own_, receiveBytes_);
+}
+
+const NamespaceMirror* MirrorService::mirror(const L3::VrfName& vrf) const {
+  const auto at = tags_.find(vrf);
+  return at == tags_.end() ? nullptr : &members_.at(at->second)->mirror;
+}
+
+void MirrorService::start() {
+  run(defaultTag, [](NamespaceMirror& mirror) { mirror.start(); });
+  take(namespaces_.lookOver());
+  for (const auto& [vrf, tag] : tags_) awaited_.insert(vrf);
+  patienceUntil_ = Kel::System::currentTime() + patience;
+  armTimer();
 }
 
 bool MirrorService::receive() {
-  const bool mayMoreWait = mirror_.receive();
+  const auto ready = events_.ready();
+  std::set<Tag> tags(ready.begin(), ready.end());
+  if (tags.contains(namespacesTag)) take(namespaces_.changes());
+  if (tags.contains(settingsTag) && settings_.update()) applySettings();
+  tags.insert(busy_.begin(), busy_.end());
+  busy_.clear();
+  for (const Tag tag : tags) {
+    run(tag, [&](NamespaceMirror& mirror) {
+      if (mirror.receive()) busy_.insert(tag);
+    });
+  }
+  armTimer();
   publish();
-  return mayMoreWait;
+  return !busy_.empty();
 }
 
 void MirrorService::poll() {
-  mirror_.poll();
+  runAll([](NamespaceMirror& mirror) { mirror.poll(); });
+  take(namespaces_.lookOver());
+  if (settings_.poll()) applySettings();
+  armTimer();
   publisher_.poll();
   publish();
 }
 
+void MirrorService::reread() {
+  runAll([](NamespaceMirror& mirror) { mirror.reread(); });
+}
+
+// Those that are gone first: their names and ids may be needed again. Then those that have an id.
+void MirrorService::take(const std::vector<VrfNamespaces::Change>& changes) {
+  if (changes.empty()) return;
+  for (const auto& change : changes) {
+    if (!change.ns) lost(change.vrf);
+  }
+  for (const bool isKnown : {true, false}) {
+    for (const auto& change : changes) {
+      if (change.ns && picture_.vrfs.ids().has(change.vrf) == isKnown && !tags_.contains(change.vrf)) {
+        found(change.vrf, change.ns);
+      }
+    }
+  }
+  // VRF devices of the same names.
+  run(defaultTag, [](NamespaceMirror& mirror) { mirror.settle(); });
+}
+
+void MirrorService::found(const L3::VrfName& vrf, const std::shared_ptr<const Vantu::NetNs>& ns) {
+  const auto id = picture_.vrfs.namespaceIs(vrf);
+  if (!id) return namespaces_.refuse(vrf, "all VRF ids are taken; remove other VRFs");
+  const Tag tag = ++lastTag_;
+  try {
+    members_[tag] = std::make_unique<Member>(picture_, NamespaceScope(vrf, *id), ns, receiveBytes_);
+  } catch (const Kel::Exception& error) {
+    members_.erase(tag);
+    picture_.vrfs.namespaceDel(vrf);
+    return namespaces_.refuse(vrf, error.what());
+  }
+  tags_[vrf] = tag;
+  run(tag, [](NamespaceMirror& mirror) { mirror.start(); });
+}
+
+void MirrorService::lost(const L3::VrfName& vrf) {
+  awaited_.erase(vrf);
+  const auto at = tags_.find(vrf);
+  if (at == tags_.end()) return;
+  const auto member = members_.extract(at->second);
+  busy_.erase(at->second);
+  tags_.erase(at);
+  member.mapped()->mirror.withdraw();
+}
+
+void MirrorService::failed(const L3::VrfName& vrf, const std::string& why) {
+  lost(vrf);
+  namespaces_.refuse(vrf, why);
+}
+
+// What fails for the default VRF is for the caller.
+template <class Operation>
+void MirrorService::run(Tag tag, const Operation& operation) {
+  const auto at = members_.find(tag);
+  if (at == members_.end()) return;
+  Member& member = *at->second;
+  try {
+    operation(member.mirror);
+    if (tag != defaultTag && !member.wasComplete && member.mirror.isComplete()) {
+      member.wasComplete = true;
+      namespaces_.accept(member.mirror.scope().vrf());
+    }
+    if (member.watchedFd == member.socket.fd()) return;
+    member.watchedFd = member.socket.fd();
+    events_.add(member.watchedFd, tag);
+  } catch (const Kel::Exception& error) {
+    if (tag == defaultTag) throw;
+    failed(L3::VrfName(member.mirror.scope().vrf()), error.what());
+  }
+}
+
+template <class Operation>
+void MirrorService::runAll(const Operation& operation) {
+  std::vector<Tag> tags;
+  for (const auto& [tag, member] : members_) tags.push_back(tag);
+  for (const Tag tag : tags) run(tag, operation);
+}
+
+void MirrorService::applySettings() {
+  picture_.vrfs.settingsAre(settings_.settings());
+}
+
+void MirrorService::armTimer() {
+  events_.timerIs(namespaces_.nextLook() - Kel::System::currentTime(), namespacesTag);
+}
+
 // An incomplete picture would sweep what is still there from the store.
+bool MirrorService::isWhole() {
+  if (!mirror().isComplete()) return false;
+  const auto listed = std::erase_if(awaited_, [this](const L3::VrfName& vrf) {
+    const auto at = tags_.find(vrf);
+    return at == tags_.end() || members_.at(at->second)->mirror.isComplete();
+  });
+  if (awaited_.empty()) return true;
+  const Kel::Seconds now = Kel::System::currentTime();
+  if (listed > 0) patienceUntil_ = now + patience;
+  if (now < patienceUntil_) return false;
+  QTRACE(traceHandle, 0) << awaited_.size() << " VRFs are still not listed; going on without them";
+  awaited_.clear();
+  return true;
+}
+
 void MirrorService::publish() {
-  if (mirror_.isComplete() && publisher_.publish()) isServing_ = true;
+  if ((isServing_ || isWhole()) && publisher_.publish()) isServing_ = true;
 }
 
 }  // namespace Mirror

@@ -1,45 +1,100 @@
 #pragma once
-// The whole way from the kernel to the store, for an event loop: the network namespace of the calling thread.
+// The whole way from the kernel to the store, for an event loop: the default VRF, which is the network namespace of
+// the calling thread, and every other VRF.
 //
-//   MirrorService service({.directory = "/run/quorin", .name = "quorin-mirrord"});
+//   MirrorService service({.store = {.directory = "/run/quorin", .name = "quorin-mirrord"}});
 //   service.start();
-//   on fd() readable: while (service.receive()) ...       // ask fd() each time, it may change
+//   on fd() readable: while (service.receive()) ...
 //   once a second:    service.poll();
+//
+// A VRF is in the store, whole and in one commit, when its namespace was listed; and gone from it in one commit.
 
+#include <map>
+#include <memory>
+#include <set>
+
+#include "mirror/EventSet.h"
 #include "mirror/NamespaceMirror.h"
 #include "mirror/RtSocket.h"
+#include "mirror/SettingsFile.h"
 #include "mirror/TreePublisher.h"
+#include "mirror/VrfNamespaces.h"
 
 namespace Mirror {
 
+struct MirrorConfig {
+  Quillo::PublisherConfig store;
+  std::string netnsDirectory = VrfNamespaces::defaultDirectory;
+  std::string settingsFile = {};  // empty: none
+  bool mustSettingsExist = false;
+  int receiveBytes = RtSocket::defaultReceiveBytes;
+};
+
 class MirrorService {
  public:
-  // Opens socket and store. All operations throw Kel::Exception (Quillo::StoreException,
-  // Pesk::CorruptionDetectedException) for what the program cannot go on with; the text is for the operator.
-  explicit MirrorService(const Quillo::PublisherConfig& store, int receiveBytes = RtSocket::defaultReceiveBytes);
+  // Opens sockets and store. All operations throw Kel::Exception (Quillo::StoreException,
+  // Pesk::CorruptionDetectedException) for what the program cannot go on with; the text is for the operator. A VRF
+  // that cannot be served is none of that: it is traced, and tried again once a second.
+  explicit MirrorService(const MirrorConfig& config);
 
-  int fd() const { return socket_.fd(); }
-  void start() { mirror_.start(); }
-  // Takes in what has come and publishes it; true when more may wait.
+  int fd() const { return events_.fd(); }
+  void start();
+  // Takes in what has come and publishes it; true when more may wait, of which fd() need not tell.
   bool receive();
   void poll();
   // Reads everything again from the kernel; what differs is published as it comes in.
-  void reread() { mirror_.reread(); }
+  void reread();
 
   // The first complete pass is in the store.
   bool isServing() const { return isServing_; }
 
-  const Varnix::Tree& tree() const { return tree_; }
-  const NamespaceMirror& mirror() const { return mirror_; }
+  const Varnix::Tree& tree() const { return picture_.tree; }
+  const Picture& picture() const { return picture_; }
+  const NamespaceMirror& mirror() const { return members_.at(defaultTag)->mirror; }
+  // Null when there is no such VRF.
+  const NamespaceMirror* mirror(const L3::VrfName& vrf) const;
+  std::size_t vrfs() const { return tags_.size(); }  // besides the default one
   const TreePublisher& publisher() const { return publisher_; }
 
  private:
+  using Tag = EventSet::Tag;
+  enum : Tag { namespacesTag, settingsTag, defaultTag };  // those of VRFs follow
+
+  // One namespace that is mirrored.
+  struct Member {
+    Member(Picture& picture, NamespaceScope scope, const std::shared_ptr<const Vantu::NetNs>& ns, int receiveBytes);
+    RtSocket socket;
+    NamespaceMirror mirror;
+    int watchedFd = -1;
+    bool wasComplete = false;
+  };
+
+  void take(const std::vector<VrfNamespaces::Change>& changes);
+  void found(const L3::VrfName& vrf, const std::shared_ptr<const Vantu::NetNs>& ns);
+  void lost(const L3::VrfName& vrf);
+  void failed(const L3::VrfName& vrf, const std::string& why);
+  template <class Operation>
+  void run(Tag tag, const Operation& operation);
+  template <class Operation>
+  void runAll(const Operation& operation);
+  void applySettings();
+  void armTimer();
+  bool isWhole();
   void publish();
 
-  Varnix::Tree tree_;
-  RtSocket socket_;
+  Picture picture_;
+  EventSet events_;
+  std::shared_ptr<const Vantu::NetNs> own_;
+  VrfNamespaces namespaces_;
+  SettingsFile settings_;
+  int receiveBytes_;
   TreePublisher publisher_;
-  NamespaceMirror mirror_;
+  std::map<Tag, std::unique_ptr<Member>> members_;
+  std::map<L3::VrfName, Tag> tags_;
+  Tag lastTag_ = defaultTag;
+  std::set<Tag> busy_;              // more may wait
+  std::set<L3::VrfName> awaited_;   // there from the start, and not listed yet
+  Kel::Seconds patienceUntil_ = 0;  // for those
   bool isServing_ = false;
 };
 

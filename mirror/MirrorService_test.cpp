@@ -1,141 +1,18 @@
 // The way from a real kernel to a real store, in network namespaces of the tests' own.
 
-#include "mirror/MirrorService.h"
-
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <nlohmann/json.hpp>
-
-#include "mirror/TreeExpectation.h"
-#include "quillo/Mount.h"
-#include "vantu/NetNs.h"
+#include "mirror/MirrorServiceTest.h"
 
 namespace Mirror {
 namespace {
 
 using namespace Test;
 using testing::HasSubstr;
-
-std::string outputOf(const std::string& command) {
-  FILE* pipe = popen(command.c_str(), "r");
-  std::string output;
-  char buffer[4096];
-  while (const std::size_t size = fread(buffer, 1, sizeof(buffer), pipe)) output.append(buffer, size);
-  if (pclose(pipe) != 0) throw std::runtime_error("failed: " + command);
-  return output;
-}
-
-class MirrorServiceTest : public testing::Test {
- protected:
-  void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "needs root, to make network namespaces";
-    outputOf("ip netns add " + name_);
-    inside_.emplace(name_);
-    ip("link set lo up");
-    ip("link add eth0 address 02:00:00:00:00:01 type veth peer name eth0-p");
-    ip("link set eth0-p up");
-    ip("link set eth0 up");
-    std::filesystem::create_directories(directory_);
-  }
-  void TearDown() override {
-    service_.reset();
-    if (!inside_) return;
-    inside_.reset();
-    outputOf("ip netns del " + name_);
-    if (isMounted_) umount(directory_.c_str());
-    std::filesystem::remove_all(directory_);
-  }
-
-  static void ip(const std::string& arguments) { outputOf("ip " + arguments); }
-  void ipBatch(const std::vector<std::string>& lines) const {
-    const std::string file = "/tmp/" + name_ + ".batch";
-    std::ofstream out(file);
-    for (const auto& line : lines) out << line << "\n";
-    out.close();
-    ip("-batch " + file);
-    std::filesystem::remove(file);
-  }
-
-  Quillo::PublisherConfig config() const { return {.directory = store_, .name = "mirror_test"}; }
-  void start(int receiveBytes = RtSocket::defaultReceiveBytes) {
-    service_ = std::make_unique<MirrorService>(config(), receiveBytes);
-    service_->start();
-    waitFor([&] { return service_->isServing(); }, "the first complete pass");
-  }
-
-  // Runs the service as its event loop does, until the condition holds.
-  template <class Condition>
-  void waitFor(const Condition& condition, const char* what, int milliseconds = 5000) {
-    for (int waited = 0; waited < milliseconds; ++waited) {
-      pollfd entry{service_->fd(), POLLIN, 0};
-      if (poll(&entry, 1, 0) > 0) {
-        while (service_->receive()) {
-        }
-      }
-      if (condition()) return;
-      usleep(1000);
-    }
-    FAIL() << "not within " << milliseconds << " ms: " << what;
-  }
-
-  // The kernel's view as iproute2 tells it.
-  static Lines kernelLines() {
-    FakeKernel kernel;
-    for (const auto& link : nlohmann::json::parse(outputOf("ip -j addr"))) {
-      const int ifIndex = link.at("ifindex");
-      TestLink& known = kernel.links[ifIndex];
-      known = {ifIndex, link.at("ifname"), 0, IF_OPER_DOWN};
-      for (const auto& flag : link.at("flags")) {
-        if (flag == "UP") known.flags = IFF_UP;
-      }
-      if (link.at("operstate") == "UP") known.operState = IF_OPER_UP;
-      if (link.at("operstate") == "UNKNOWN") known.operState = IF_OPER_UNKNOWN;
-      for (const auto& info : link.at("addr_info")) {
-        TestAddress address;
-        address.ifIndex = ifIndex;
-        address.local = Vantu::IpGenAddr::fromString(info.at("local").get<std::string>());
-        address.prefixLength = info.at("prefixlen");
-        if (info.contains("tentative")) address.flags = IFA_F_TENTATIVE;
-        if (info.contains("dadfailed")) address.flags = IFA_F_DADFAILED;
-        kernel.addresses.push_back(address);
-      }
-    }
-    return expectedLines(kernel);
-  }
-  // The kernel tells of a lost carrier only after up to a second, and goes on changing while it is asked.
-  void expectAgreement() {
-    Lines ours;
-    Lines kernels;
-    const auto isSame = [&] {
-      kernels = kernelLines();
-      ours = linesOf(service_->tree());
-      return ours == kernels;
-    };
-    waitFor(isSame, "the kernel's links and addresses", 1000);
-    EXPECT_EQ(ours, kernels);
-  }
-
-  std::uint64_t journalHead() const { return service_->publisher().store().seq(); }
-  bool isInStore(const std::string& path, const std::string& text = "") const {
-    const auto document = service_->publisher().store().get(Quillo::TableId::varnix, path);
-    return document && document->find(text) != std::string::npos;
-  }
-
-  std::string name_ = "qm-" + std::to_string(getpid());
-  std::string directory_ = "/dev/shm/" + name_;
-  std::string store_ = directory_ + "/store";
-  std::optional<Vantu::NetNsGuard> inside_;
-  std::unique_ptr<MirrorService> service_;
-  bool isMounted_ = false;
-};
 
 TEST_F(MirrorServiceTest, linksAndAddressesAsTheyComeAndGo) {
   ip("addr add 10.0.0.1/24 dev eth0 label eth0:1");
@@ -256,6 +133,7 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
       lines.push_back("addr add " + (net + std::to_string(number)) + "/32 dev eth0");
     }
   }
+  lines.push_back("neigh add 10.0.0.99 lladdr 02:00:00:00:00:09 dev eth0");
   ipBatch(lines);
   expectAgreement();
   service_->poll();
@@ -268,6 +146,7 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   EXPECT_TRUE(service_->publisher().isUpToDate());
   EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
   EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.249/32"));
+  EXPECT_THAT(neighbourLines(store_), testing::Contains("eth0 neighbour 0 10.0.0.99 02:00:00:00:00:09 static"));
 }
 
 TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <libmnl/libmnl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -22,11 +23,27 @@ constexpr unsigned interruptionsAtOnce = 10;
 // A dump is answered piece by piece as it is read, so a pause means that it is stuck. What waits after an overrun is
 // read within milliseconds, unless more keeps coming.
 constexpr Kel::Seconds stuckAfter = 5;
+// Neighbours that moved while they were listed are listed again this often, and then after a second, two, four ...
+constexpr unsigned repetitionsAtOnce = 3;
+constexpr Kel::Seconds longestListingInterval = 64;
+
+// How often the forwarding flags are read, of which the kernel tells by itself since 3.8: those of the default namespace
+// with every poll, those of VRFs, of which there may be thousands, less often and not all at once.
+constexpr unsigned flagsIntervalOfVrfs = 10;
+
+bool isOfNeighbours(RtDump step) {
+  return step == RtDump::ipv4Neighbours || step == RtDump::ipv6Neighbours;
+}
+
+const char* contentsOf(RtDump step) {
+  if (step == RtDump::links) return "interfaces";
+  return isOfNeighbours(step) ? "neighbours" : "addresses";
+}
 
 }  // namespace
 
-NamespaceMirror::NamespaceMirror(RtChannel& channel, const Varnix::Tree& tree, ForwardingFlags flags)
-    : channel_(channel), writer_(tree), flags_(std::move(flags)) {
+NamespaceMirror::NamespaceMirror(RtChannel& channel, Picture& picture, NamespaceScope scope, ForwardingFlags flags)
+    : channel_(channel), writer_(picture, std::move(scope)), flags_(std::move(flags)) {
 }
 
 void NamespaceMirror::start() {
@@ -50,19 +67,34 @@ bool NamespaceMirror::receive() {
         break;
     }
   }
-  if (isComplete()) writer_.sync(state_, state_.takeChanged());
+  settle();
   return mayMoreWait;
+}
+
+void NamespaceMirror::settle() {
+  if (isComplete()) writer_.sync(state_, state_.takeChanges());
 }
 
 void NamespaceMirror::poll() {
   QTRACE_ENTRY(traceHandle, this);
-  if (isComplete()) readForwarding();
+  if (isComplete() && areFlagsDue()) readForwarding();
   if (isStuck()) isReopenWanted_ = true;
   if (isReopenWanted_) {
     reopen();
-  } else if (isRetryWanted_) {
+  } else if (isRetryWanted_ || isListingDue()) {
     beginDump();
   }
+}
+
+bool NamespaceMirror::areFlagsDue() {
+  ++polls_;
+  const NamespaceScope& scope = writer_.scope();
+  return scope.isDefault() || isForwardingUnread_ ||
+         polls_ % flagsIntervalOfVrfs == scope.vrfId().value() % flagsIntervalOfVrfs;
+}
+
+bool NamespaceMirror::isListingDue() const {
+  return !fresh_ && nextListing_ != 0 && Kel::System::currentTime() >= nextListing_;
 }
 
 bool NamespaceMirror::isStuck() const {
@@ -98,13 +130,20 @@ void NamespaceMirror::reopen() {
 void NamespaceMirror::beginDump() {
   dumpWantedSince_.reset();
   isReopenWanted_ = isRetryWanted_ = false;
+  mayBeIncomplete_ = false;
   fresh_.emplace(KernelState::Purpose::dump);
-  step_ = RtDump::links;
+  stepIs(RtDump::links);
+}
+
+void NamespaceMirror::stepIs(RtDump step) {
+  step_ = step;
+  repetitions_ = 0;
   ask();
 }
 
 void NamespaceMirror::ask() {
-  isInterrupted_ = false;
+  isInterrupted_ = areNeighboursMoving_ = false;
+  pieces_ = 0;
   lastReply_ = Kel::System::currentTime();
   try {
     channel_.dump(step_, ++sequence_);
@@ -117,12 +156,16 @@ void NamespaceMirror::ask() {
 }
 
 void NamespaceMirror::handleDatagram(std::span<const std::uint8_t> datagram) {
+  bool isCounted = false;
   const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
   auto left = static_cast<int>(datagram.size());
   while (mnl_nlmsg_ok(message, left)) {
     if (message->nlmsg_pid == channel_.portId()) {
       // Replies with another number belong to a dump that was given up.
-      if (fresh_ && message->nlmsg_seq == sequence_) handleReply(*message);
+      if (fresh_ && message->nlmsg_seq == sequence_) {
+        if (message->nlmsg_type != NLMSG_DONE && !std::exchange(isCounted, true)) ++pieces_;
+        handleReply(*message);
+      }
     } else {
       handle(*message, Handling::notified);
     }
@@ -158,6 +201,10 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
     };
     if (const auto* link = std::get_if<LinkMessage>(&decoded)) apply(*link);
     if (const auto* address = std::get_if<AddressMessage>(&decoded)) apply(*address);
+    if (const auto* neighbour = std::get_if<NeighbourMessage>(&decoded)) {
+      apply(*neighbour);
+      if (handling == Handling::notified) areNeighboursMoving_ = true;
+    }
     const auto* forwarding = std::get_if<ForwardingMessage>(&decoded);
     if (forwarding && isComplete()) writer_.forwardingIs(forwarding->af, forwarding->forwarding);
   } catch (const MalformedMessageException& error) {
@@ -168,12 +215,22 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
 void NamespaceMirror::handleStepEnd() {
   if (isInterrupted_) {
     handleInterruption();
-  } else if (step_ == RtDump::ipv6Addresses) {
+  } else if (mayLackNeighbours()) {
+    ++repetitions_;
+    ask();
+  } else if (step_ == RtDump::ipv6Neighbours) {
     completeDump();
   } else {
-    step_ = step_ == RtDump::links ? RtDump::ipv4Addresses : RtDump::ipv6Addresses;
-    ask();
+    stepIs(static_cast<RtDump>(static_cast<int>(step_) + 1));
   }
+}
+
+// A list that comes in one piece is of one moment.
+bool NamespaceMirror::mayLackNeighbours() {
+  if (!isOfNeighbours(step_) || pieces_ < 2 || !areNeighboursMoving_) return false;
+  if (repetitions_ < repetitionsAtOnce) return true;
+  mayBeIncomplete_ = true;
+  return false;
 }
 
 // Objects came or went while the kernel walked its lists, so it may have passed over others.
@@ -189,8 +246,8 @@ void NamespaceMirror::handleInterruption() {
 }
 
 void NamespaceMirror::handleDumpFailure(int status) {
-  const std::string text = fmt::format("rtnetlink: the kernel does not list its {}: {}",
-                                       step_ == RtDump::links ? "interfaces" : "addresses", std::strerror(status));
+  const std::string text =
+      fmt::format("rtnetlink: the kernel does not list its {}: {}", contentsOf(step_), std::strerror(status));
   // Busy: an earlier dump on this socket got stuck.
   if (!isComplete() && status != EBUSY) throw Kel::Exception(text);
   QTRACE(traceHandle, 0) << text << "; trying again";
@@ -210,9 +267,11 @@ void NamespaceMirror::completeDump() {
   fresh_.reset();
   interruptions_ = 0;
   ++completeDumps_;
-  readForwarding();
+  listingInterval_ = mayBeIncomplete_ ? std::clamp(listingInterval_ * 2, 1.0, longestListingInterval) : 0;
+  nextListing_ = mayBeIncomplete_ ? Kel::System::currentTime() + listingInterval_ : 0;
   writer_.syncAll(state_);
-  state_.takeChanged();
+  state_.takeChanges();
+  readForwarding();
   QTRACE(traceHandle, 2) << "dump " << completeDumps_ << " complete, " << state_.interfaces().size() << " links";
 }
 

@@ -1,13 +1,16 @@
 #pragma once
-// Keeps a tree of entities in step with the links, addresses and forwarding flags of one network namespace.
+// Keeps the picture in step with the links, addresses, neighbours and forwarding flags of one network namespace.
 //
 // The channel is subscribed first; then everything is dumped, and notifications that come meanwhile are merged in;
 // from then on notifications keep the state. A dump that the kernel calls interrupted is begun again. When messages
 // were lost (an overrun of the receive buffer), what waits is read to its end, since it is from before the gap, and
-// everything is dumped again: only what really differs changes in the tree. When messages come faster than they are
+// everything is dumped again: only what really differs changes in the picture. When messages come faster than they are
 // read, so that no end is reached, poll() begins anew on a socket of its own.
 //
-// Until the first dump is complete the tree is left alone.
+// A list of neighbours that changes while the kernel walks it may lack some, without the kernel's saying so. It is
+// listed again then, at once a few times, and later at growing intervals.
+//
+// Until the first dump is complete the picture is left alone; then the whole namespace is in it at once.
 
 #include <linux/netlink.h>
 
@@ -18,15 +21,16 @@
 #include "kel/System.h"
 #include "mirror/ForwardingFlags.h"
 #include "mirror/KernelState.h"
+#include "mirror/NamespaceWriter.h"
 #include "mirror/RtChannel.h"
-#include "mirror/TreeWriter.h"
 
 namespace Mirror {
 
 class NamespaceMirror {
  public:
-  // `channel` must outlive this object. start() and poll() are to be called in the network namespace.
-  NamespaceMirror(RtChannel& channel, const Varnix::Tree& tree, ForwardingFlags flags = ForwardingFlags());
+  // `channel` and `picture` must outlive this object.
+  NamespaceMirror(RtChannel& channel, Picture& picture, NamespaceScope scope = NamespaceScope(),
+                  ForwardingFlags flags = ForwardingFlags());
 
   // Asks for the first dump.
   void start();
@@ -38,6 +42,12 @@ class NamespaceMirror {
   // Dumps everything again, for an operator who does not trust what is there.
   void reread();
 
+  // Takes in what another namespace's coming or going means for this one.
+  void settle();
+  // The namespace is gone: nothing of it is left in the picture. The end of this object.
+  void withdraw() { writer_.withdraw(); }
+
+  const NamespaceScope& scope() const { return writer_.scope(); }
   bool isComplete() const { return completeDumps_ > 0; }
   std::uint64_t completeDumps() const { return completeDumps_; }
   std::uint64_t overruns() const { return overruns_; }
@@ -47,12 +57,16 @@ class NamespaceMirror {
 
   void reopen();
   void beginDump();
+  void stepIs(RtDump step);
   void ask();
+  bool areFlagsDue();
+  bool isListingDue() const;
   bool isStuck() const;
   void handleDatagram(std::span<const std::uint8_t> datagram);
   void handleReply(const nlmsghdr& message);
   void handle(const nlmsghdr& message, Handling handling);
   void handleStepEnd();
+  bool mayLackNeighbours();
   void handleInterruption();
   void handleDumpFailure(int status);
   void handleOverrun();
@@ -60,7 +74,7 @@ class NamespaceMirror {
   void readForwarding();
 
   RtChannel& channel_;
-  TreeWriter writer_;
+  NamespaceWriter writer_;
   ForwardingFlags flags_;
   KernelState state_;
 
@@ -70,11 +84,18 @@ class NamespaceMirror {
   std::uint32_t sequence_ = 0;
   bool isInterrupted_ = false;
   Kel::Seconds lastReply_ = 0;
+  unsigned pieces_ = 0;               // of this step, so far
+  bool areNeighboursMoving_ = false;  // some were notified during this step
+  unsigned repetitions_ = 0;          // of this step
+  bool mayBeIncomplete_ = false;      // some step was not repeated any more
+  Kel::Seconds nextListing_ = 0;      // when that is to be made good; 0: nothing is
+  Kel::Seconds listingInterval_ = 0;
 
   std::optional<Kel::Seconds> dumpWantedSince_;  // as soon as nothing waits any more
   bool isReopenWanted_ = false;                  // with the next poll
   bool isRetryWanted_ = false;                   // a dump, with the next poll
   bool isForwardingUnread_ = false;
+  unsigned polls_ = 0;
   unsigned interruptions_ = 0;  // in a row
   std::uint64_t completeDumps_ = 0;
   std::uint64_t overruns_ = 0;

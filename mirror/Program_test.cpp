@@ -48,6 +48,10 @@ TEST(MirrorOptionsTest, whatIsTaken) {
   EXPECT_TRUE(all.isForeground && all.recreateStore);
   EXPECT_EQ(all.store, "/y");
   EXPECT_EQ(all.trace, "Mirror*/0-6");
+  EXPECT_EQ(all.settingsFile, "/etc/quorin/mirror.yaml");
+  EXPECT_FALSE(all.mustSettingsExist) << "unless it is asked for";
+  EXPECT_TRUE(parse({"--config", "/etc/quorin/mirror.yaml"}).options().mustSettingsExist);
+  EXPECT_EQ(all.netnsDirectory, "/run/netns");
   EXPECT_EQ(parse({"--store=here"}).options().store, std::filesystem::current_path() / "here");
 }
 
@@ -61,8 +65,12 @@ TEST(MirrorOptionsTest, helpAndVersionGoToStandardOutput) {
 }
 
 TEST(MirrorOptionsTest, whatIsWrongIsOneLine) {
-  for (const std::vector<const char*>& arguments :
-       {std::vector<const char*>{"--no-such"}, {"--store"}, {"--store", ""}, {"stray"}}) {
+  for (const std::vector<const char*>& arguments : {std::vector<const char*>{"--no-such"},
+                                                    {"--store"},
+                                                    {"--store", ""},
+                                                    {"--config", ""},
+                                                    {"--netns-dir", ""},
+                                                    {"stray"}}) {
     const Parsed parsed = parse(arguments);
     EXPECT_EQ(std::get<int>(parsed.result), 1);
     EXPECT_THAT(parsed.out, IsEmpty());
@@ -149,6 +157,10 @@ TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
 
 TEST_F(ProgramTest, refusals) {
   expectRefusal("-f --trace nonsense" + atStore_, "'nonsense'");
+  EXPECT_FALSE(std::filesystem::exists(store_));
+  expectRefusal("-f --config " + directory_ + "/none.yaml" + atStore_, directory_ + "/none.yaml: No such file");
+  std::ofstream(directory_ + "/bad.yaml") << "vrfs:\n  red: {rd: x}\n";
+  expectRefusal("--config " + directory_ + "/bad.yaml" + atStore_, directory_ + "/bad.yaml:2: vrfs.red: 'rd'");
   EXPECT_FALSE(std::filesystem::exists(store_));
   std::ofstream(directory_ + "/file") << "in the way";
   expectRefusal("-f --store " + directory_ + "/file/store", directory_ + "/file/store");

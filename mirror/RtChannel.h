@@ -6,7 +6,8 @@
 
 namespace Mirror {
 
-enum class RtDump { links, ipv4Addresses, ipv6Addresses };
+// In the order in which they are asked for: what refers to others comes after them.
+enum class RtDump { links, ipv4Addresses, ipv6Addresses, ipv4Neighbours, ipv6Neighbours };
 
 class RtChannel {
  public:
@@ -20,7 +21,8 @@ class RtChannel {
 
   // Asks for all objects of a kind. The replies carry portId() and `sequence`. One dump at a time.
   virtual void dump(RtDump what, std::uint32_t sequence) = 0;
-  // Never blocks. A datagram holds one or more messages, and is valid until the next call.
+  // Never blocks. A datagram holds one or more messages, and is valid until the next call, for this
+  // channel or another.
   virtual Outcome receive(std::span<const std::uint8_t>& datagram) = 0;
   virtual std::uint32_t portId() const = 0;
   // Begins anew: what waited is gone, a dump under way is forgotten, the subscription holds.

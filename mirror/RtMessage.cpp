@@ -5,6 +5,7 @@
 #include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
+#include <linux/neighbour.h>
 #include <linux/netconf.h>
 #include <linux/rtnetlink.h>
 
@@ -40,10 +41,9 @@ Payload payloadOf(const nlmsghdr& message) {
   return {static_cast<const std::uint8_t*>(mnl_nlmsg_get_payload(&message)), mnl_nlmsg_get_payload_len(&message)};
 }
 
-// Calls `use(type, payload)` for each attribute that follows the fixed header of `headerSize` bytes.
+// Calls `use(type, payload)` for each attribute of `payload`.
 template <class Use>
-void forEachAttribute(Payload payload, std::size_t headerSize, const Use& use) {
-  payload = after(payload, headerSize);
+void forEachAttribute(Payload payload, const Use& use) {
   while (payload.size() >= sizeof(nlattr)) {
     const auto header = readAs<nlattr>(payload, "attribute header");
     if (header.nla_len < sizeof(nlattr) || header.nla_len > payload.size()) {
@@ -53,6 +53,12 @@ void forEachAttribute(Payload payload, std::size_t headerSize, const Use& use) {
     use(header.nla_type & NLA_TYPE_MASK, payload.subspan(sizeof(nlattr), header.nla_len - sizeof(nlattr)));
     payload = after(payload, header.nla_len);
   }
+}
+
+// The same for those that follow the fixed header of `headerSize` bytes.
+template <class Use>
+void forEachAttribute(Payload payload, std::size_t headerSize, const Use& use) {
+  forEachAttribute(after(payload, headerSize), use);
 }
 
 std::uint32_t checkedIndex(std::int64_t ifIndex) {
@@ -88,6 +94,23 @@ Interface::OperStatus operStatusOf(std::uint8_t kernelState) {
   }
 }
 
+// The routing table of a VRF device from IFLA_LINKINFO; none for a device of another kind.
+std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
+  std::string kind;
+  Payload data;
+  forEachAttribute(linkInfo, [&](int type, Payload value) {
+    if (type == IFLA_INFO_KIND) kind.assign(value.begin(), std::find(value.begin(), value.end(), 0));
+    if (type == IFLA_INFO_DATA) data = value;
+  });
+  if (kind != "vrf") return std::nullopt;
+  std::optional<std::uint32_t> table;
+  forEachAttribute(data, [&](int type, Payload value) {
+    if (type == IFLA_VRF_TABLE) table = readAs<std::uint32_t>(value, "IFLA_VRF_TABLE");
+  });
+  if (!table) throw MalformedMessageException("rtnetlink: a VRF device without a routing table");
+  return table;
+}
+
 RtMessage decodeLink(const nlmsghdr& message) {
   const Payload payload = payloadOf(message);
   const auto header = readAs<ifinfomsg>(payload, "link header");
@@ -104,8 +127,15 @@ RtMessage decodeLink(const nlmsghdr& message) {
       link.operStatus = operStatusOf(readAs<std::uint8_t>(value, "IFLA_OPERSTATE"));
     } else if (type == IFLA_ADDRESS) {
       link.ethAddr = value.size() == 6 ? Vantu::EthAddr::fromBytes(value) : Vantu::EthAddr();
+    } else if (type == IFLA_MASTER) {
+      link.master = readAs<std::uint32_t>(value, "IFLA_MASTER");
+    } else if (type == IFLA_LINKINFO) {
+      link.vrfTable = vrfTableOf(value);
+    } else if (type == IFLA_WIRELESS) {
+      link.isWhole = false;
     }
   });
+  if (link.name.empty()) link.isWhole = false;
   return link;
 }
 
@@ -153,6 +183,27 @@ RtMessage decodeAddress(const nlmsghdr& message) {
   return address;
 }
 
+RtMessage decodeNeighbour(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ndmsg>(payload, "neighbour header");
+  const Vantu::Af af = afOf(header.ndm_family);
+  // A proxy entry is what this machine answers for, and no neighbour of it.
+  if (af == Vantu::unknown_ || (header.ndm_flags & NTF_PROXY)) return {};
+  NeighbourMessage neighbour;
+  neighbour.isDeleted = message.nlmsg_type == RTM_DELNEIGH;
+  neighbour.ifIndex = checkedIndex(header.ndm_ifindex);
+  neighbour.state = header.ndm_state;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == NDA_DST) {
+      neighbour.addr = addressOf(af, value);
+    } else if (type == NDA_LLADDR && value.size() == 6) {
+      neighbour.ethAddr = Vantu::EthAddr::fromBytes(value);
+    }
+  });
+  if (!neighbour.addr.isSet()) throw MalformedMessageException("rtnetlink: neighbour message without an address");
+  return neighbour;
+}
+
 RtMessage decodeForwarding(const nlmsghdr& message) {
   const Payload payload = payloadOf(message);
   const auto header = readAs<netconfmsg>(payload, "netconf header");
@@ -169,6 +220,16 @@ RtMessage decodeForwarding(const nlmsghdr& message) {
 
 }  // namespace
 
+bool NeighbourMessage::isResolved() const {
+  // NUD_NOARP: an address that is never resolved, as a multicast one.
+  constexpr int resolved = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
+  return ethAddr && (state & resolved);
+}
+
+bool NeighbourMessage::isStatic() const {
+  return state & NUD_PERMANENT;
+}
+
 RtMessage decode(const nlmsghdr& message) {
   if (message.nlmsg_len < sizeof(nlmsghdr)) throw MalformedMessageException("rtnetlink: message without a header");
   switch (message.nlmsg_type) {
@@ -178,6 +239,9 @@ RtMessage decode(const nlmsghdr& message) {
     case RTM_NEWADDR:
     case RTM_DELADDR:
       return decodeAddress(message);
+    case RTM_NEWNEIGH:
+    case RTM_DELNEIGH:
+      return decodeNeighbour(message);
     case RTM_NEWNETCONF:
       return decodeForwarding(message);
     default:

@@ -1,5 +1,6 @@
 #pragma once
-// What the mirror understands of rtnetlink (rtnetlink(7), linux/rtnetlink.h, linux/if_addr.h, linux/netconf.h).
+// What the mirror understands of rtnetlink (rtnetlink(7), linux/rtnetlink.h, linux/if_link.h, linux/if_addr.h,
+// linux/neighbour.h, linux/netconf.h).
 //
 // Decoding trusts nothing: lengths are checked before anything is read, attributes that are not known are passed
 // over, and the flag bits of an attribute's type are ignored.
@@ -26,6 +27,9 @@ struct LinkMessage {
   std::uint32_t flags = 0;    // IFF_...
   std::optional<Interface::OperStatus> operStatus;
   std::optional<Vantu::EthAddr> ethAddr;  // zero for an address that is not of six bytes
+  std::uint32_t master = 0;               // ifIndex of the bridge, bond or VRF device that it belongs to; 0: none
+  bool isWhole = true;                    // false: a single property; then there is no word of master and vrfTable
+  std::optional<std::uint32_t> vrfTable;  // a VRF device: the number of its routing table
 };
 
 // An address came, changed or went.
@@ -38,6 +42,19 @@ struct AddressMessage {
   std::uint32_t flags = 0;    // IFA_F_...
 };
 
+// A neighbour came, changed or went.
+struct NeighbourMessage {
+  bool isDeleted = false;
+  std::uint32_t ifIndex = 0;              // never 0
+  Vantu::IpGenAddr addr;                  // never unset
+  std::optional<Vantu::EthAddr> ethAddr;  // absent when there is none, or none of six bytes
+  std::uint16_t state = 0;                // NUD_...
+
+  // Whether packets can be sent to the neighbour at its address of the link layer.
+  bool isResolved() const;
+  bool isStatic() const;
+};
+
 // Forwarding of a whole network namespace was switched.
 struct ForwardingMessage {
   Vantu::Af af = Vantu::unknown_;
@@ -45,7 +62,7 @@ struct ForwardingMessage {
 };
 
 // monostate: a well-formed message that is not for the mirror.
-using RtMessage = std::variant<std::monostate, LinkMessage, AddressMessage, ForwardingMessage>;
+using RtMessage = std::variant<std::monostate, LinkMessage, AddressMessage, NeighbourMessage, ForwardingMessage>;
 
 // The message is too short, or has an attribute of the wrong size.
 class MalformedMessageException : public Kel::Exception {

@@ -68,6 +68,62 @@ TEST(RtMessageTest, hardwareAddressThatIsNoMac) {
   EXPECT_EQ(decodeAs<LinkMessage>(message.attribute(IFLA_ADDRESS, {10, 0, 0, 1})).ethAddr, Vantu::EthAddr());
 }
 
+TEST(RtMessageTest, vrfDevicesAndTheirMembers) {
+  const auto device =
+      decodeAs<LinkMessage>(describe(Message(RTM_NEWLINK), TestLink{5, "red", IFF_UP, IF_OPER_UP, mac, 0, 1001}));
+  EXPECT_EQ(device.vrfTable, 1001U);
+  EXPECT_EQ(device.master, 0U);
+  const auto member =
+      decodeAs<LinkMessage>(describe(Message(RTM_NEWLINK), TestLink{6, "eth0", IFF_UP, IF_OPER_UP, mac, 5}));
+  EXPECT_EQ(member.master, 5U);
+  EXPECT_FALSE(member.vrfTable);
+  EXPECT_TRUE(member.isWhole);
+
+  const Bytes bridge = attributeBytes(IFLA_INFO_KIND, {'b', 'r', 'i', 'd', 'g', 'e', 0});
+  Message other = describe(Message(RTM_NEWLINK), TestLink{7, "br0"});
+  EXPECT_FALSE(decodeAs<LinkMessage>(other.attribute(IFLA_LINKINFO, bridge)).vrfTable);
+  Message cut = describe(Message(RTM_NEWLINK), TestLink{7, "blue"});
+  cut.attribute(IFLA_LINKINFO, attributeBytes(IFLA_INFO_KIND, {'v', 'r', 'f', 0}));
+  EXPECT_THROW(decodeBytes(cut.bytes()), MalformedMessageException);
+}
+
+TEST(RtMessageTest, neighbours) {
+  for (const char* text : {"10.0.0.9", "fe80::9"}) {
+    const auto addr = IpGenAddr::fromString(text);
+    auto neighbour = decodeAs<NeighbourMessage>(describe(Message(RTM_NEWNEIGH), TestNeighbour{3, addr, mac}));
+    EXPECT_EQ(neighbour.ifIndex, 3U);
+    EXPECT_EQ(neighbour.addr, addr);
+    EXPECT_EQ(neighbour.ethAddr, mac);
+    EXPECT_FALSE(neighbour.isDeleted || neighbour.isStatic());
+    EXPECT_TRUE(decodeAs<NeighbourMessage>(describe(Message(RTM_DELNEIGH), TestNeighbour{3, addr, mac})).isDeleted);
+    EXPECT_TRUE(
+        isPassedOver(describe(Message(RTM_NEWNEIGH), TestNeighbour{3, addr, mac, NUD_REACHABLE, NTF_PROXY})));
+  }
+  const std::tuple<std::uint16_t, bool, bool> states[] = {
+      {NUD_NONE, false, false},   {NUD_INCOMPLETE, false, false}, {NUD_REACHABLE, true, false},
+      {NUD_STALE, true, false},   {NUD_DELAY, true, false},       {NUD_PROBE, true, false},
+      {NUD_FAILED, false, false}, {NUD_NOARP, false, false},      {NUD_PERMANENT, true, true}};
+  for (const auto& [state, isResolved, isStatic] : states) {
+    TestNeighbour neighbour{3, IpGenAddr::fromString("10.0.0.9"), mac, state};
+    const auto decoded = decodeAs<NeighbourMessage>(describe(Message(RTM_NEWNEIGH), neighbour));
+    EXPECT_EQ(decoded.isResolved(), isResolved) << state;
+    EXPECT_EQ(decoded.isStatic(), isStatic) << state;
+    neighbour.ethAddr.reset();
+    EXPECT_FALSE(decodeAs<NeighbourMessage>(describe(Message(RTM_NEWNEIGH), neighbour)).isResolved()) << state;
+  }
+  ndmsg header{};
+  header.ndm_family = AF_INET;
+  header.ndm_ifindex = 3;
+  EXPECT_THROW(decodeBytes(Message(RTM_NEWNEIGH).fixed(header).bytes()), MalformedMessageException);
+  header.ndm_family = AF_BRIDGE;
+  EXPECT_TRUE(isPassedOver(Message(RTM_NEWNEIGH).fixed(header)));
+  Message tunnel = Message(RTM_NEWNEIGH);
+  header.ndm_family = AF_INET;
+  header.ndm_state = NUD_PERMANENT;
+  tunnel.fixed(header).attribute(NDA_DST, {10, 0, 0, 1}).attribute(NDA_LLADDR, {192, 0, 2, 1});
+  EXPECT_FALSE(decodeAs<NeighbourMessage>(tunnel).isResolved()) << "no address of six bytes";
+}
+
 TEST(RtMessageTest, ipv4Address) {
   const auto local = IpGenAddr::fromString("10.0.0.1");
   auto address = decodeAs<AddressMessage>(describe(Message(RTM_NEWADDR), TestAddress{2, local, 24}));

@@ -3,12 +3,14 @@
 #include <fmt/format.h>
 #include <libmnl/libmnl.h>
 #include <linux/if_addr.h>
+#include <linux/neighbour.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "kel/Errors.h"
 #include "kel/Trace.h"
@@ -23,11 +25,18 @@ Kel::TraceHandle traceHandle("MirrorSocket");
 constexpr std::size_t bufferBytes = 64 << 10;
 constexpr std::size_t maxBufferBytes = 16 << 20;
 
+// One for all sockets: what is in it is worked off before another one is read.
+std::vector<std::uint8_t>& buffer() {
+  static std::vector<std::uint8_t> bytes(bufferBytes);
+  return bytes;
+}
+
 [[noreturn]] void fail(const char* what, int error = errno) {
-  throw Kel::Exception(
-      fmt::format("rtnetlink: {}: {}; it takes AF_NETLINK sockets of the family NETLINK_ROUTE "
-                  "(look for a seccomp filter or a restriction of address families)",
-                  what, std::strerror(error)));
+  const bool isFull = error == EMFILE || error == ENFILE;
+  throw Kel::Exception(fmt::format("rtnetlink: {}: {}; {}", what, std::strerror(error),
+                                   isFull ? "raise the limit of open files (ulimit -n)"
+                                          : "it takes AF_NETLINK sockets of the family NETLINK_ROUTE "
+                                            "(look for a seccomp filter or a restriction of address families)"));
 }
 
 void receiveBytesAre(const mnl_socket* socket, int bytes) {
@@ -38,8 +47,8 @@ void receiveBytesAre(const mnl_socket* socket, int bytes) {
 }
 
 void subscribe(const mnl_socket* socket) {
-  for (int group :
-       {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF}) {
+  for (int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_NEIGH, RTNLGRP_IPV4_NETCONF,
+                    RTNLGRP_IPV6_NETCONF}) {
     if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
     if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) fail("cannot subscribe to changes");
     // An old kernel: the forwarding flags are read once a second all the same.
@@ -53,15 +62,16 @@ void RtSocket::Close::operator()(mnl_socket* socket) const {
   mnl_socket_close(socket);
 }
 
-RtSocket::RtSocket(int receiveBytes)
-    : wantedReceiveBytes_(receiveBytes), socket_(open(receiveBytes)), buffer_(bufferBytes) {
+RtSocket::RtSocket(std::shared_ptr<const Vantu::NetNs> ns, int receiveBytes)
+    : ns_(std::move(ns)), wantedReceiveBytes_(receiveBytes), socket_(open()) {
   QTRACE(traceHandle, 1) << "receive buffer of " << this->receiveBytes() << " bytes";
 }
 
-RtSocket::Handle RtSocket::open(int receiveBytes) {
+RtSocket::Handle RtSocket::open() const {
+  const Vantu::NetNsGuard inside(*ns_);
   Handle socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
   if (!socket) fail("cannot open a socket");
-  receiveBytesAre(socket.get(), receiveBytes);
+  receiveBytesAre(socket.get(), wantedReceiveBytes_);
   // With strict checking the kernel honours the family in a dump request. Kernels before 4.20 do not have it.
   int on = 1;
   mnl_socket_setsockopt(socket.get(), NETLINK_GET_STRICT_CHK, &on, sizeof(on));
@@ -94,6 +104,10 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence) {
     request->nlmsg_type = RTM_GETLINK;
     mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
     mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+  } else if (what == RtDump::ipv4Neighbours || what == RtDump::ipv6Neighbours) {
+    request->nlmsg_type = RTM_GETNEIGH;
+    auto* header = static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)));
+    header->ndm_family = what == RtDump::ipv4Neighbours ? AF_INET : AF_INET6;
   } else {
     request->nlmsg_type = RTM_GETADDR;
     auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
@@ -105,7 +119,7 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence) {
 RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
   while (true) {
     sockaddr_nl sender{};
-    iovec io{buffer_.data(), buffer_.size()};
+    iovec io{buffer().data(), buffer().size()};
     msghdr header{};
     header.msg_name = &sender;
     header.msg_namelen = sizeof(sender);
@@ -121,17 +135,17 @@ RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
     if (sender.nl_pid != 0) continue;  // only the kernel's word counts
     if (header.msg_flags & MSG_TRUNC) {
       // What did not fit is lost.
-      if (buffer_.size() < maxBufferBytes) buffer_.resize(buffer_.size() * 2);
+      if (buffer().size() < maxBufferBytes) buffer().resize(buffer().size() * 2);
       return Outcome::overrun;
     }
-    datagram = {buffer_.data(), static_cast<std::size_t>(size)};
+    datagram = {buffer().data(), static_cast<std::size_t>(size)};
     return Outcome::datagram;
   }
 }
 
 void RtSocket::reopen() {
   QTRACE(traceHandle, 1) << "reopening";
-  socket_ = open(wantedReceiveBytes_);
+  socket_ = open();
 }
 
 }  // namespace Mirror

@@ -1,10 +1,10 @@
 #pragma once
-// An rtnetlink socket that is subscribed to links, addresses and forwarding flags (libmnl).
+// An rtnetlink socket that is subscribed to links, addresses, neighbours and forwarding flags (libmnl).
 
 #include <memory>
-#include <vector>
 
 #include "mirror/RtChannel.h"
+#include "vantu/NetNs.h"
 
 struct mnl_socket;
 
@@ -15,10 +15,11 @@ class RtSocket : public RtChannel {
   // Room for some ten thousand notifications; memory is used only while they wait.
   static constexpr int defaultReceiveBytes = 16 << 20;
 
-  // In the network namespace that the calling thread is in; the socket stays there. All operations throw
-  // Kel::Exception when the system refuses: the text says what was tried and why it failed.
+  // In network namespace `ns`. All operations throw Kel::Exception when the system refuses: the text says what was
+  // tried and why it failed. As long as the socket is open, the namespace and what is in it exist.
   // A receive buffer beyond net.core.rmem_max needs CAP_NET_ADMIN; without, it is as large as is allowed.
-  explicit RtSocket(int receiveBytes = defaultReceiveBytes);
+  explicit RtSocket(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
+                    int receiveBytes = defaultReceiveBytes);
 
   int fd() const;            // readable when datagrams wait; another one after reopen()
   int receiveBytes() const;  // as granted by the kernel, which counts its own overhead too
@@ -26,7 +27,7 @@ class RtSocket : public RtChannel {
   void dump(RtDump what, std::uint32_t sequence) override;
   Outcome receive(std::span<const std::uint8_t>& datagram) override;
   std::uint32_t portId() const override;
-  // To be called in the namespace that the socket was made in. When it throws, the old socket is still there.
+  // When it throws, the old socket is still there.
   void reopen() override;
 
  private:
@@ -34,11 +35,11 @@ class RtSocket : public RtChannel {
     void operator()(mnl_socket* socket) const;
   };
   using Handle = std::unique_ptr<mnl_socket, Close>;
-  static Handle open(int receiveBytes);
+  Handle open() const;
 
+  std::shared_ptr<const Vantu::NetNs> ns_;
   int wantedReceiveBytes_;
   Handle socket_;
-  std::vector<std::uint8_t> buffer_;
 };
 
 }  // namespace Mirror

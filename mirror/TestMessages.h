@@ -4,6 +4,7 @@
 #include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
+#include <linux/neighbour.h>
 #include <linux/netconf.h>
 #include <linux/rtnetlink.h>
 
@@ -33,6 +34,14 @@ inline Bytes bytesOf(const Vantu::IpGenAddr& address) {
   return {bytes.begin(), bytes.end()};
 }
 
+// An attribute as it stands in a message, or inside another one.
+inline Bytes attributeBytes(unsigned type, const Bytes& payload) {
+  Bytes bytes = bytesOf(
+      nlattr{static_cast<std::uint16_t>(sizeof(nlattr) + payload.size()), static_cast<std::uint16_t>(type)});
+  bytes.insert(bytes.end(), payload.begin(), payload.end());
+  return bytes;
+}
+
 class Message {
  public:
   explicit Message(std::uint16_t type, std::uint16_t flags = 0, std::uint32_t sequence = 0, std::uint32_t port = 0)
@@ -44,9 +53,7 @@ class Message {
     return *this;
   }
   Message& attribute(unsigned type, const Bytes& payload) {
-    append(bytesOf(
-        nlattr{static_cast<std::uint16_t>(sizeof(nlattr) + payload.size()), static_cast<std::uint16_t>(type)}));
-    append(payload);
+    append(attributeBytes(type, payload));
     return *this;
   }
   Message& text(unsigned type, const std::string& value) {
@@ -76,7 +83,17 @@ struct TestLink {
   unsigned flags = IFF_UP | IFF_RUNNING;
   int operState = IF_OPER_UP;
   std::optional<Vantu::EthAddr> ethAddr = std::nullopt;
+  std::uint32_t master = 0;
+  std::optional<std::uint32_t> vrfTable = std::nullopt;
 };
+
+// IFLA_LINKINFO of a device of kind "vrf".
+inline Bytes vrfLinkInfo(std::uint32_t table) {
+  Bytes info = attributeBytes(IFLA_INFO_KIND, {'v', 'r', 'f', 0});
+  const Bytes data = attributeBytes(IFLA_INFO_DATA | NLA_F_NESTED, attributeBytes(IFLA_VRF_TABLE, bytesOf(table)));
+  info.insert(info.end(), data.begin(), data.end());
+  return info;
+}
 
 inline Message describe(Message message, const TestLink& link) {
   ifinfomsg header{};
@@ -86,6 +103,8 @@ inline Message describe(Message message, const TestLink& link) {
   message.fixed(header).text(IFLA_IFNAME, link.name);
   message.attribute(IFLA_OPERSTATE, {static_cast<std::uint8_t>(link.operState)});
   if (link.ethAddr) message.attribute(IFLA_ADDRESS, {link.ethAddr->bytes().begin(), link.ethAddr->bytes().end()});
+  if (link.master != 0) message.attribute(IFLA_MASTER, bytesOf(link.master));
+  if (link.vrfTable) message.attribute(IFLA_LINKINFO | NLA_F_NESTED, vrfLinkInfo(*link.vrfTable));
   return message;
 }
 
@@ -109,6 +128,28 @@ inline Message describe(Message message, const TestAddress& address) {
   message.attribute(IFA_ADDRESS, bytesOf(address.peer.isSet() ? address.peer : address.local));
   if (isIpv4 || address.peer.isSet()) message.attribute(IFA_LOCAL, bytesOf(address.local));
   message.attribute(IFA_FLAGS, bytesOf(address.flags));
+  return message;
+}
+
+struct TestNeighbour {
+  int ifIndex = 1;
+  Vantu::IpGenAddr addr;
+  std::optional<Vantu::EthAddr> ethAddr = std::nullopt;
+  std::uint16_t state = NUD_REACHABLE;
+  std::uint8_t flags = 0;  // NTF_...
+};
+
+inline Message describe(Message message, const TestNeighbour& neighbour) {
+  ndmsg header{};
+  header.ndm_family = neighbour.addr.af() == Vantu::ipv4_ ? AF_INET : AF_INET6;
+  header.ndm_ifindex = neighbour.ifIndex;
+  header.ndm_state = neighbour.state;
+  header.ndm_flags = neighbour.flags;
+  message.fixed(header).attribute(NDA_DST, bytesOf(neighbour.addr));
+  if (neighbour.ethAddr) {
+    const auto& bytes = neighbour.ethAddr->bytes();
+    message.attribute(NDA_LLADDR, {bytes.begin(), bytes.end()});
+  }
   return message;
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-// What a tree must hold for given links and addresses, worked out apart from the code under test, as lines of text.
+// What the picture must show of a kernel, worked out apart from the code under test, as lines of text.
 
 #include <algorithm>
 #include <map>
@@ -7,7 +7,9 @@
 #include <string>
 
 #include "mirror/FakeKernel.h"
-#include "varnix/Tree.h"
+#include "mirror/Picture.h"
+#include "quillo/ArpRecord.h"
+#include "quillo/Mount.h"
 
 namespace Mirror::Test {
 
@@ -17,21 +19,48 @@ inline bool isRunning(const TestLink& link) {
   return (link.flags & IFF_UP) && (link.operState == IF_OPER_UP || link.operState == IF_OPER_UNKNOWN);
 }
 
-inline Lines expectedLines(const FakeKernel& kernel) {
+// What the VRF of a namespace is called and numbered.
+struct TestScope {
+  std::string vrf = "default";
+  unsigned id = 0;
+  std::string intf(const std::string& name) const { return vrf == "default" ? name : vrf + "/" + name; }
+  unsigned ifIndex(int kernelIndex) const { return id * 1048576 + static_cast<unsigned>(kernelIndex); }
+};
+
+// The VRF that a link of the default namespace is in, given the ids of the VRFs that there are.
+inline TestScope scopeOf(const FakeKernel& kernel, const TestLink& link,
+                         const std::map<std::string, unsigned>& ids) {
+  const auto master = kernel.links.find(static_cast<int>(link.master));
+  const TestLink* device = link.vrfTable ? &link : master == kernel.links.end() ? nullptr : &master->second;
+  if (!device || !device->vrfTable || !ids.contains(device->name)) return {};
+  return {device->name, ids.at(device->name)};
+}
+
+inline Lines expectedLines(const FakeKernel& kernel, const TestScope& scope = {},
+                           const std::map<std::string, unsigned>& deviceIds = {}) {
   Lines lines;
   for (const auto& [ifIndex, link] : kernel.links) {
-    lines.insert(link.name + " link " + std::to_string(ifIndex) + (isRunning(link) ? " running" : ""));
-    lines.insert(link.name + " l3 default default");
+    const TestScope vrf = scope.id == 0 ? scopeOf(kernel, link, deviceIds) : scope;
+    const std::string name = scope.intf(link.name);
+    lines.insert(name + " link " + std::to_string(scope.ifIndex(ifIndex)) + (isRunning(link) ? " running" : ""));
+    lines.insert(name + " l3 " + vrf.vrf + " " + vrf.vrf);
+    for (const auto& neighbour : kernel.neighbours) {
+      constexpr int usable = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
+      if (neighbour.ifIndex != ifIndex || !(neighbour.state & usable) || !neighbour.ethAddr) continue;
+      lines.insert(name + " neighbour " + std::to_string(vrf.id) + " " + neighbour.addr.stringValue() + " " +
+                   neighbour.ethAddr->stringValue() + (neighbour.state == NUD_PERMANENT ? " static" : ""));
+    }
   }
   for (const auto& address : kernel.addresses) {
     const auto link = kernel.links.find(address.ifIndex);
     if (link == kernel.links.end()) continue;
+    const std::string name = scope.intf(link->second.name);
     const std::string text = address.local.stringValue() + "/" + std::to_string(address.prefixLength);
-    lines.insert(link->second.name + " config " + text);
+    lines.insert(name + " config " + text);
     const bool isUnproven = address.local.af() == Vantu::ipv6_ &&
                             ((address.flags & IFA_F_DADFAILED) ||
                              ((address.flags & IFA_F_TENTATIVE) && !(address.flags & IFA_F_OPTIMISTIC)));
-    if (isRunning(link->second) && !isUnproven) lines.insert(link->second.name + " status " + text);
+    if (isRunning(link->second) && !isUnproven) lines.insert(name + " status " + text);
   }
   return lines;
 }
@@ -83,6 +112,37 @@ inline Lines linesOf(const Varnix::Tree& tree) {
   for (const auto& [id, record] : tree.ip6Status->intf()) {
     for (const auto& [address, info] : record->addr()) lines.insert(id.text() + " status " + address.stringValue());
     if (record->l3Status() != tree.l3StatusDir->intfStatus(id)) lines.insert(id.text() + " status6 reference");
+  }
+  return lines;
+}
+
+inline Lines linesOf(const Picture& picture) {
+  Lines lines = linesOf(picture.tree);
+  for (const auto& [place, neighbours] : picture.neighbours.places()) {
+    for (const auto& [addr, neighbour] : neighbours) {
+      lines.insert(place.intfId.text() + " neighbour " + place.vrfId.stringValue() + " " + addr.stringValue() +
+                   " " + neighbour.ethAddr.stringValue() + (neighbour.isStatic ? " static" : ""));
+    }
+  }
+  return lines;
+}
+
+// The neighbours in the store, in the same form.
+inline Lines neighbourLines(const std::string& store) {
+  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store});
+  mount->refresh();
+  const auto snapshot = mount->snapshot();
+  Lines lines;
+  for (const auto table : {Quillo::TableId::arp, Quillo::TableId::neighbor}) {
+    for (auto scan = snapshot.scan(table); scan.valid(); scan.next()) {
+      Arp::Table::ArpEntry entry;
+      const char* keyFault = Arp::Table::decodeKey(table, scan.key(), entry.key);
+      const char* valueFault = Arp::Table::decodeValue(scan.value(), entry);
+      if (keyFault || valueFault) lines.insert(std::string("damaged: ") + (keyFault ? keyFault : valueFault));
+      lines.insert(entry.intfId().text() + " neighbour " + entry.vrfId().stringValue() + " " +
+                   entry.addr().stringValue() + " " + entry.ethAddr.stringValue() +
+                   (entry.status.isStatic ? " static" : ""));
+    }
   }
   return lines;
 }

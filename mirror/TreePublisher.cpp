@@ -17,8 +17,8 @@ bool mayPass(Kind kind) {
 
 }  // namespace
 
-TreePublisher::TreePublisher(const Varnix::Tree& tree, Quillo::PublisherConfig config)
-    : tree_(tree), config_(std::move(config)) {
+TreePublisher::TreePublisher(Picture& picture, Quillo::PublisherConfig config)
+    : picture_(picture), config_(std::move(config)) {
   open();
   config_.recreate = false;
 }
@@ -28,11 +28,15 @@ void TreePublisher::open() {
   store_.reset();
   hasPublishedAll_ = false;
   store_ = std::make_unique<Quillo::Publisher>(config_);
-  documents_ = std::make_unique<Varnix::DocumentPublisher>(tree_, *store_);
+  documents_ = std::make_unique<Varnix::DocumentPublisher>(picture_.tree, *store_);
 }
 
 bool TreePublisher::isUpToDate() const {
-  return hasPublishedAll_ && !documents_->pending();
+  return hasPublishedAll_ && !isPending();
+}
+
+bool TreePublisher::isPending() const {
+  return documents_->pending() || picture_.neighbours.pending();
 }
 
 bool TreePublisher::publish() {
@@ -67,12 +71,35 @@ void TreePublisher::write() {
     open();
   }
   if (!hasPublishedAll_) {
-    documents_->publishAll();
+    writeAll();
     hasPublishedAll_ = isStarted_ = true;
-  } else if (documents_->pending()) {
-    const auto result = documents_->publish();
-    QTRACE(traceHandle, 6) << result.changes << " changes, journal at " << result.seq;
+  } else {
+    writeChanges();
   }
+}
+
+void TreePublisher::writeAll() {
+  using Quillo::TableId;
+  store_->beginFullPass({TableId::varnix, TableId::arp, TableId::neighbor});
+  documents_->rewriteAll();
+  picture_.neighbours.allPending();
+  writeChanges();
+  store_->endFullPass();
+}
+
+void TreePublisher::writeChanges() {
+  while (isPending()) commit();
+}
+
+void TreePublisher::commit() {
+  auto batch = store_->begin();
+  picture_.neighbours.addGone(batch);
+  documents_->addTo(batch);
+  picture_.neighbours.addCome(batch);
+  const auto result = batch.commit();
+  documents_->published();
+  picture_.neighbours.written();
+  QTRACE(traceHandle, 6) << result.changes << " changes, journal at " << result.seq;
 }
 
 // Also after an attempt to make it anew that failed.

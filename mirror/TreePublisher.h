@@ -1,5 +1,5 @@
 #pragma once
-// Writes a tree of entities to the store, and keeps at it when the store cannot be written.
+// Writes the picture to the store, and keeps at it when the store cannot be written.
 //
 // While the store is full, what changes stays pending and is tried again with each poll. A store that was removed
 // under the publisher is made anew. Nothing but a failure at the start, damage, and another publisher in the place
@@ -7,18 +7,19 @@
 
 #include <memory>
 
+#include "mirror/Picture.h"
 #include "quillo/Publisher.h"
 #include "varnix/DocumentPublisher.h"
-#include "varnix/Tree.h"
 
 namespace Mirror {
 
 class TreePublisher {
  public:
   // Opens or makes the store. Throws Quillo::StoreException.
-  TreePublisher(const Varnix::Tree& tree, Quillo::PublisherConfig config);
+  TreePublisher(Picture& picture, Quillo::PublisherConfig config);
 
-  // Writes what changed; the first time everything, as a complete pass. False when that has to wait for a poll.
+  // Writes what changed, in one commit (very many changes of neighbours take several); the first time everything, as
+  // a complete pass. False when that has to wait for a poll.
   // Throws Quillo::StoreException and Pesk::CorruptionDetectedException.
   bool publish();
   // To be called once a second: tries again what could not be written, and notices that the store was removed.
@@ -33,9 +34,13 @@ class TreePublisher {
   void open();
   bool tryPublish();
   void write();
+  void writeAll();
+  void writeChanges();
+  void commit();
+  bool isPending() const;
   bool isGone();
 
-  Varnix::Tree tree_;
+  Picture& picture_;
   Quillo::PublisherConfig config_;
   std::unique_ptr<Quillo::Publisher> store_;
   std::unique_ptr<Varnix::DocumentPublisher> documents_;

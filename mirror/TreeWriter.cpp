@@ -1,17 +1,15 @@
 #include "mirror/TreeWriter.h"
 
+#include <algorithm>
+
 #include "kel/Trace.h"
+#include "varnix/ByteText.h"
 
 namespace Mirror {
 
 namespace {
 
 Kel::TraceHandle traceHandle("MirrorTree");
-
-// Empty when the interface is not to be published.
-Vantu::IntfId idOf(const KernelInterface* interface) {
-  return interface && interface->link ? Vantu::IntfId(interface->link->name) : Vantu::IntfId();
-}
 
 using Ipv4Addresses = std::map<Vantu::IpAddrWithMask, std::uint64_t>;  // with their order
 using Ipv6Addresses = std::map<Vantu::Ip6AddrWithMask, Ip6::AddressInfo>;
@@ -70,38 +68,50 @@ void ipv6AddressesAre(Record& record, const Ipv6Addresses& addresses) {
 
 }  // namespace
 
-void TreeWriter::syncAll(const KernelState& state) {
+TreeWriter::TreeWriter(const Varnix::Tree& tree, NamespaceScope scope, VrfOf vrfOf)
+    : tree_(tree), scope_(std::move(scope)), vrfOf_(std::move(vrfOf)) {
+}
+
+std::set<std::uint32_t> TreeWriter::written() const {
   std::set<std::uint32_t> ifIndexes;
-  for (const auto& [ifIndex, id] : written_) ifIndexes.insert(ifIndex);
-  for (const auto& [ifIndex, interface] : state.interfaces()) ifIndexes.insert(ifIndex);
-  sync(state, ifIndexes);
+  for (const auto& [ifIndex, id] : written_) ifIndexes.insert(ifIndexes.end(), ifIndex);
+  return ifIndexes;
+}
+
+Vantu::IntfId TreeWriter::id(std::uint32_t ifIndex) const {
+  const auto at = written_.find(ifIndex);
+  return at == written_.end() ? Vantu::IntfId() : at->second;
+}
+
+// Empty when the interface is not to be published.
+Vantu::IntfId TreeWriter::idOf(const KernelInterface* interface, std::uint32_t ifIndex) {
+  if (!interface || !interface->link || interface->link->name.empty()) {
+    refused_.erase(ifIndex);
+    return {};
+  }
+  if (scope_.ifIndex(ifIndex)) return scope_.intfId(interface->link->name);
+  if (refused_.insert(ifIndex).second) {
+    QTRACE(traceHandle, 0) << Varnix::escapeBytes(scope_.intfId(interface->link->name).text())
+                           << ": not published, the kernel's index " << ifIndex << " is not below "
+                           << (1U << NamespaceScope::ifIndexBits) << "; make the namespace anew";
+  }
+  return {};
 }
 
 // All that goes goes first, since names may have been passed on.
 void TreeWriter::sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
   for (const std::uint32_t ifIndex : ifIndexes) {
     const auto at = written_.find(ifIndex);
-    if (at == written_.end() || at->second == idOf(state.interface(ifIndex))) continue;
+    if (at == written_.end() || at->second == idOf(state.interface(ifIndex), ifIndex)) continue;
     remove(at->second);
     written_.erase(at);
   }
   for (const std::uint32_t ifIndex : ifIndexes) {
     const auto* interface = state.interface(ifIndex);
-    const Vantu::IntfId id = idOf(interface);
+    const Vantu::IntfId id = idOf(interface, ifIndex);
     if (!id.isValid()) continue;
     write(id, ifIndex, *interface);
     written_[ifIndex] = id;
-  }
-}
-
-void TreeWriter::forwardingIs(Vantu::Af af, bool forwarding) {
-  const bool present = af == Vantu::ipv4_ ? tree_.routingConfig->routing() : tree_.routing6Config->routing();
-  if (present == forwarding) return;
-  QTRACE(traceHandle, 6) << af << " forwarding " << (forwarding ? "on" : "off");
-  if (af == Vantu::ipv4_) {
-    tree_.routingConfig->routingIs(forwarding);
-  } else {
-    tree_.routing6Config->routingIs(forwarding);
   }
 }
 
@@ -121,11 +131,12 @@ void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const Ker
                          << (interface.link->isRunning() ? "" : ", not in force");
   const auto status = tree_.intfStatusDir->intfStatusIs(id);
   status->kindIs(Interface::LinuxIntfDetails::kind);
-  status->ifIndexIs(ifIndex);
+  status->ifIndexIs(*scope_.ifIndex(ifIndex));
   status->operStatusIs(interface.link->operStatus);
   status->ethAddrIs(interface.link->ethAddr);
-  tree_.l3ConfigDir->intfConfigIs(id)->vrfIs(L3::VrfName());
-  tree_.l3StatusDir->intfStatusIs(id)->vrfIs(L3::VrfName());
+  const L3::VrfName vrf = vrfOf_(ifIndex, *interface.link);
+  tree_.l3ConfigDir->intfConfigIs(id)->vrfIs(vrf);
+  tree_.l3StatusDir->intfStatusIs(id)->vrfIs(vrf);
   writeIpv4(id, interface);
   writeIpv6(id, interface);
 }

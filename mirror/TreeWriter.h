@@ -1,5 +1,5 @@
 #pragma once
-// Brings the entities of the state database to what the kernel says.
+// Brings the entities of interfaces in the state database to what the kernel says of those of one network namespace.
 //
 // | entity                              | exists while                           | holds                   |
 // |-------------------------------------|----------------------------------------|-------------------------|
@@ -7,9 +7,8 @@
 // | L3::Intf::Config, L3::Intf::Status  | there is a link                        | the VRF                 |
 // | Ip::IpIntfConfig, Ip6::IntfConfig   | the link has an address of that family | all of them             |
 // | Ip::IpIntfStatus, Ip6::IntfStatus   | the link has an address of that family | those that are in force |
-// | Routing::Config, Routing6::Config   | always                                 | the forwarding flag     |
 //
-// An interface's id is its kernel name. Its addresses are in force while it is administratively up and running; an
+// NamespaceScope gives an interface its id and its ifIndex, and the caller of each operation the VRF. Its addresses are in force while it is administratively up and running; an
 // IPv6 address is not while duplicate address detection runs, or after it failed. Of a point-to-point address the
 // local one counts. Labels ("eth0:1") are no names here. Linux knows no unnumbered interfaces, so
 // `unnumberedIntfId` stays empty.
@@ -20,33 +19,42 @@
 // An interface that was renamed, or made again under another index, is deleted and created, never changed in place.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 
 #include "mirror/KernelState.h"
+#include "mirror/NamespaceScope.h"
 #include "varnix/Tree.h"
 
 namespace Mirror {
 
 class TreeWriter {
  public:
-  // The entities of `tree` that the table names belong to this writer alone.
-  explicit TreeWriter(const Varnix::Tree& tree) : tree_(tree) {}
+  using VrfOf = std::function<L3::VrfName(std::uint32_t ifIndex, const KernelLink& link)>;
+
+  // The entities of `tree` that the table names belong to this writer, as far as their ids are of this scope.
+  TreeWriter(const Varnix::Tree& tree, NamespaceScope scope, VrfOf vrfOf);
 
   // The named interfaces become what `state` says of them.
   void sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
-  // All of them; what `state` does not have goes.
-  void syncAll(const KernelState& state);
-  void forwardingIs(Vantu::Af af, bool forwarding);
+  // The kernel's indexes of all that is written.
+  std::set<std::uint32_t> written() const;
+  // Not valid for an interface that is not written.
+  Vantu::IntfId id(std::uint32_t ifIndex) const;
 
  private:
+  Vantu::IntfId idOf(const KernelInterface* interface, std::uint32_t ifIndex);
   void remove(const Vantu::IntfId& id);
   void write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface);
   void writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface);
   void writeIpv6(const Vantu::IntfId& id, const KernelInterface& interface);
 
   Varnix::Tree tree_;
-  std::map<std::uint32_t, Vantu::IntfId> written_;  // by ifIndex
+  NamespaceScope scope_;
+  VrfOf vrfOf_;
+  std::map<std::uint32_t, Vantu::IntfId> written_;  // by the kernel's index
+  std::set<std::uint32_t> refused_;                 // indexes that are too large
 };
 
 }  // namespace Mirror

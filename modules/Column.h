@@ -26,6 +26,8 @@ inline constexpr Conversion<const Vantu::IpAddr&> vantuIpAddrToAsnOctetString{"V
                                                                               VantuIpAddrToAsnOctetStringF};
 inline constexpr Conversion<const Vantu::EthAddr&> vantuEthAddrToAsnOctetString{"VantuEthAddrToAsnOctetString",
                                                                                 VantuEthAddrToAsnOctetStringF};
+inline constexpr Conversion<Kel::Seconds> nowSecondsToUptimeTimeTicks{"NowSecondsToUptimeTimeTicks",
+                                                                      NowSecondsToUptimeTimeTicksF};
 inline constexpr Conversion<const Snmp::ObjectIdentifier&> snmpObjectIdentifierToAsnOid{
     "SnmpObjectIdentifierToAsnOid", SnmpObjectIdentifierToAsnOidF};
 

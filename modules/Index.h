@@ -3,10 +3,11 @@
 // hint) and how they are written from a row's key.
 //
 //   const Index index{"IpSnmp::ArpTableIndex",
-//                     [](const int& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
-//                     integerIndex<ArpTableIndex>("ipNetToMediaIfIndex", "ifIndex", [](const ArpTableIndex& key)
-//                     ...), ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", ...)};
+//                     [](const unsigned& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
+//                     unsignedIntegerIndex<ArpTableIndex>("ipNetToMediaIfIndex", "ifIndex", [](const ArpTableIndex&
+//                     key) ...), ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", ...)};
 
+#include <algorithm>
 #include <optional>
 #include <ostream>
 #include <tuple>
@@ -36,16 +37,35 @@ struct IndexComponent {
   int (*toAsn)(const Part& part, unsigned char* buffer, int length);
 };
 
+// An INTEGER whose part is signed. Rows with a negative one are not served: a sub-identifier has no sign.
 template <class Key>
 IndexComponent<Key, int> integerIndex(const char* object, const char* attribute, int (*fromKey)(const Key&)) {
-  return {
-      object,
-      attribute,
-      ASN_INTEGER,
-      ASN_INTEGER,
-      [](netsnmp_variable_list* value) { return AsnIntegerToS32(value); },
-      fromKey,
-      [](const int& part, unsigned char* buffer, int length) { return S32ToAsnIntegerF(part, buffer, length); }};
+  return {object,
+          attribute,
+          ASN_INTEGER,
+          ASN_INTEGER,
+          [](netsnmp_variable_list* value) { return AsnIntegerToS32(value); },
+          fromKey,
+          [](const int& part, unsigned char* buffer, int length) {
+            return part < 0 ? -1 : S32ToAsnIntegerF(part, buffer, length);
+          }};
+}
+
+// An INTEGER whose part is unsigned, as interface indexes are. It is written as an unsigned number: net-snmp would
+// extend the sign of an INTEGER from 2^31 on, and sort and compare the row as if its sub-identifier had 64 bits,
+// while the answer carries 32 of them; a manager that walks on from there would be given the same row for ever.
+template <class Key>
+IndexComponent<Key, unsigned> unsignedIntegerIndex(const char* object, const char* attribute,
+                                                   unsigned (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_INTEGER,
+          ASN_UNSIGNED,
+          [](netsnmp_variable_list* value) { return AsnIntegerToU32(value); },
+          fromKey,
+          [](const unsigned& part, unsigned char* buffer, int length) {
+            return U32ToAsnUnsignedF(part, buffer, length);
+          }};
 }
 
 template <class Key>
@@ -127,21 +147,36 @@ class Index {
 
   Key key(const std::tuple<Parts...>& parts) const { return std::apply(makeKey_, parts); }
 
-  // False when a value is not taken: the key cannot stand in an OID. Components for which the chain has no
-  // variable are left out.
-  bool write(const Key& key, netsnmp_variable_list* chain) const {
+  // False when a value is not taken, or takes more than `room` sub-identifiers with those before it: the key cannot
+  // stand in an OID. Components for which the chain has no variable are left out.
+  bool write(const Key& key, netsnmp_variable_list* chain, std::size_t room) const {
     bool isWritten = true;
     forEach([&](const auto& component) {
       if (chain == nullptr || !isWritten) return;
       unsigned char buffer[1024];
       const int length = component.toAsn(component.fromKey(key), buffer, sizeof(buffer));
-      isWritten = Snmp::varbindValueIs(chain, component.writtenType, buffer, length);
+      const std::size_t taken = subIdentifiers(component.writtenType, length);
+      isWritten = taken <= room && Snmp::varbindValueIs(chain, component.writtenType, buffer, length);
+      room -= taken;
       chain = chain->next_variable;
     });
     return isWritten;
   }
 
  private:
+  // That a value of so many bytes takes in an OID (RFC 2578, 7.7).
+  static std::size_t subIdentifiers(unsigned char asnType, int length) {
+    const auto bytes = static_cast<std::size_t>(std::max(length, 0));
+    switch (asnType) {
+      case ASN_OCTET_STR:
+        return bytes + 1;  // its length goes first
+      case ASN_PRIV_IMPLIED_OCTET_STR:
+        return bytes;
+      default:
+        return 1;
+    }
+  }
+
   const char* keyType_;
   Key (*makeKey_)(const Parts&...);
   std::tuple<IndexComponent<Key, Parts>...> components_;

@@ -1,11 +1,15 @@
 #pragma once
-// The module of IP-MIB (RFC 4293): the forwarding flags, and the address table of IPv4.
+// The module of IP-MIB (RFC 4293): the forwarding flags, and the tables of addresses and neighbours.
 //
-// | object           | OID                | contexts     | source                                        |
-// |------------------|--------------------|--------------|-----------------------------------------------|
-// | ipForwarding     | 1.3.6.1.2.1.4.1    | all          | the VRF's Routing::Config                     |
-// | ipv6IpForwarding | 1.3.6.1.2.1.4.25   | default only | Routing6::Config                              |
-// | ipAddrTable      | 1.3.6.1.2.1.4.20   | all          | the ipAddrTable of the VRF's IpSnmp::IpMib     |
+// | object               | OID              | contexts     | source                                         |
+// |----------------------|------------------|--------------|------------------------------------------------|
+// | ipForwarding         | 1.3.6.1.2.1.4.1  | all          | the VRF's Routing::Config                      |
+// | ipv6IpForwarding     | 1.3.6.1.2.1.4.25 | default only | Routing6::Config                               |
+// | ipAddrTable          | 1.3.6.1.2.1.4.20 | all          | collections of the VRF's IpSnmp::IpMib          |
+// | ipNetToMediaTable    | 1.3.6.1.2.1.4.22 | all          | (of the neighbours only the keys; what is known |
+// | ipAddressPrefixTable | 1.3.6.1.2.1.4.32 | all          | of them is read from the shared table)          |
+// | ipAddressTable       | 1.3.6.1.2.1.4.34 | all          |                                                |
+// | ipNetToPhysicalTable | 1.3.6.1.2.1.4.35 | all          |                                                |
 
 #include "modules/IteratorTable.h"
 
@@ -22,3 +26,7 @@ int handle_ipv6IpForwarding(netsnmp_mib_handler* handler, netsnmp_handler_regist
 }
 
 ITERATOR_TABLE_FUNCTIONS(ipAddrTable)
+ITERATOR_TABLE_FUNCTIONS(ipNetToMediaTable)
+ITERATOR_TABLE_FUNCTIONS(ipAddressPrefixTable)
+ITERATOR_TABLE_FUNCTIONS(ipAddressTable)
+ITERATOR_TABLE_FUNCTIONS(ipNetToPhysicalTable)

@@ -102,7 +102,8 @@ class IteratorTable final : public Table {
         line.stream() << name() << "IterationHelper - iterator has another value: " << component.attribute << "=";
         printTraced(line.stream(), component.fromKey(key));
       });
-      if (!index_.write(key, chain)) throw Kel::RangeException("the key of a row does not fit its index");
+      if (!index_.write(key, chain, indexRoom()))
+        throw Kel::RangeException("the key of a row does not fit its index");
       return chain;
     });
   }
@@ -174,12 +175,15 @@ class IteratorTable final : public Table {
     const unsigned count = hint != nullptr ? hint->number_indexes : 0;
     QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << static_cast<const void*>(hint)
                        << ", number_indexes = " << count;
-    if (hint == nullptr || count != TableIndex::size) return false;
+    if (hint == nullptr) return false;
+    if (count != TableIndex::size) {
+      if (miscountedHintIsTraced()) traceNeeded(count);
+      return false;
+    }
     const auto parts =
         index_.parts(hint->indexes, [this](const auto& component, auto* value, auto& part, std::size_t position) {
           if (hintPart(component, value, part)) return true;
-          QTRACE(trace(), 2) << name() << "_get_first_data_point - needed " << TableIndex::size << " components, "
-                             << "found only " << position;
+          traceNeeded(position);
           return false;
         });
     if (!parts) return false;
@@ -197,6 +201,11 @@ class IteratorTable final : public Table {
                          << " ctor threw exception: " << error.what();
     }
     return false;
+  }
+
+  void traceNeeded(std::size_t found) const {
+    QTRACE(trace(), 2) << name() << "_get_first_data_point - needed " << TableIndex::size << " components, "
+                       << "found only " << found;
   }
 
   // Reads one component of a hint. False when the value is missing or not of the component's type and range.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "snmp/MibContexts.h"
+#include "snmp/Precedence.h"
 
 namespace Modules {
 
@@ -69,7 +70,9 @@ netsnmp_handler_registration* Module::registration(const char* object, Netsnmp_N
   const Kel::String name = Kel::String(object) + "_" + context;
   auto* const result =
       netsnmp_create_handler_registration(name.c_str(), handler, identifier.data(), identifier.size(), modes);
-  if (result == nullptr || context.empty()) return result;
+  if (result == nullptr) return nullptr;
+  result->priority = Snmp::registrationPriority();
+  if (context.empty()) return result;
   result->contextName = strdup(context.c_str());
   if (result->contextName != nullptr) return result;
   // Without a name it would be registered in the default context.

@@ -18,6 +18,9 @@ struct TableDescription {
   std::vector<oid> identifier;  // of the table; its rows are below identifier.1
   int modes;                    // as netsnmp_create_handler_registration takes them
   EntitySource source;          // of the cache
+  // Whether a hint with too few or too many components is traced ("needed ... components"). A request without a
+  // full index is nothing unusual: every walk begins with one.
+  bool miscountedHintIsTraced = false;
 };
 
 // What net-snmp calls.
@@ -66,12 +69,17 @@ class Table {
   virtual const void* row(const void* dataContext) const = 0;
   virtual void printKey(std::ostream& out, const void* dataContext) const = 0;
 
+  bool miscountedHintIsTraced() const { return description_.miscountedHintIsTraced; }
+  // How many sub-identifiers an index may take: what the table, the entry and the column leave of an OID.
+  std::size_t indexRoom() const { return MAX_OID_LEN - (description_.identifier.size() + 2); }
+
  private:
   netsnmp_table_registration_info* tableRegistration(const Kel::String& context) const;
   netsnmp_iterator_info* iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
                                         netsnmp_table_registration_info* table) const;
   netsnmp_column_info* columnInfo() const;
   void injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const;
+  void coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const;
 
   int get(netsnmp_request_info* requests) const;
   int value(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;

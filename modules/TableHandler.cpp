@@ -1,7 +1,6 @@
 // The request loop of the tables.
 
 #include <algorithm>
-#include <memory>
 #include <ostream>
 
 #include "modules/Table.h"
@@ -67,12 +66,8 @@ int Table::value(const ColumnBase& requested, const void* dataContext, netsnmp_r
     line.stream() << name() << "_handler: request GET for column " << requested.object << ", key ";
     printKey(line.stream(), dataContext);
   }
-  unsigned char usual[ColumnBase::bufferLength];
-  std::unique_ptr<unsigned char[]> large;
-  if (requested.limit > ColumnBase::bufferLength) {
-    large = std::make_unique_for_overwrite<unsigned char[]>(static_cast<std::size_t>(requested.limit));
-  }
-  unsigned char* const buffer = large ? large.get() : usual;
+  // Long enough for every column, so that nothing is allocated for a value.
+  unsigned char buffer[ColumnBase::maxBufferLength];
   const int length = Snmp::atCBoundary(trace(), name(), -1,
                                        [&] { return requested.encode(row(dataContext), buffer, requested.limit); });
   const bool isOutOfRange = requested.limitedEntity != nullptr && length > requested.limit;

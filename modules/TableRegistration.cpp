@@ -7,8 +7,10 @@
 #include <cstring>
 
 #include "kel/Errors.h"
+#include "modules/ColumnCover.h"
 #include "modules/HeldEntity.h"
 #include "modules/Table.h"
+#include "snmp/Precedence.h"
 
 namespace Modules {
 
@@ -80,6 +82,8 @@ void Table::initialize(const TableFunctions& functions, const Kel::String& conte
   const int result = netsnmp_register_table_iterator(registration, iterator);
   KEL_ASSERT(result == 0);
   injectHandlers(registration, context);
+  // Other modules have their objects in the default context.
+  if (Snmp::takesPrecedence() && context.empty()) coverColumns(registration, context);
   QTRACE(trace(), 8) << "Initialized table " << name() << " in context \"" << context << "\"";
 }
 
@@ -121,14 +125,27 @@ netsnmp_iterator_info* Table::iteratorRecord(const TableFunctions& functions, co
   return iterator;
 }
 
-// Puts handlers in front of those that net-snmp gave the registered table (bulk_to_next, table, table_iterator).
-// This is the place for one of ours that sorted tables are to have just before table_iterator
-// (netsnmp_inject_handler_before): there the table helper has parsed the index already.
+// Puts a handler in front of those that net-snmp gave the registered table (bulk_to_next, table, table_iterator): one
+// request at a time, so that the hint is of the request that is served.
 void Table::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
   for (auto* piece : registeredPieces(registration, context)) {
     const int injected = netsnmp_inject_handler(piece, netsnmp_get_serialize_handler());
     KEL_ASSERT_TEXT(injected == 0, "injected == (0)");
   }
+}
+
+void Table::coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const {
+  auto& module = description_.module;
+  module.registrationForget(context, registration);
+  for (const auto& column : columns_) {
+    if (auto* const cover = coverColumn(registration, column.number)) {
+      module.registrationAdd(context, cover);
+    } else {
+      QTRACE(trace(), 0) << "initialize_table_" << name() << ": the agent refuses column " << column.number
+                         << " for us; does another module take precedence too?";
+    }
+  }
+  module.registrationAdd(context, registration);  // behind its covers
 }
 
 }  // namespace Modules

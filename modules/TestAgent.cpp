@@ -6,6 +6,7 @@
 #include <net-snmp/agent/agent_callbacks.h>
 #include <net-snmp/library/snmp_transport.h>
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -184,6 +185,34 @@ std::vector<Answer> TestAgent::walk(const std::string& root, const std::string& 
     if (isOver || !answer.name.starts_with(root + ".")) return answers;
     answers.push_back(answer);
     at = answer.name;
+  }
+}
+
+std::string TestAgent::outputOf(std::string command) {
+  const std::string_view place = "AGENT";
+  if (const auto at = command.find(place); at != std::string::npos) command.replace(at, place.size(), address_);
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
+  if (!pipe) throw std::runtime_error("cannot run " + command);
+  std::string output;
+  while (true) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    const int descriptor = fileno(pipe.get());
+    FD_SET(descriptor, &readable);
+    int count = descriptor + 1;
+    int waitsForever = 1;
+    timeval wait{};
+    snmp_select_info(&count, &readable, &wait, &waitsForever);
+    wait = {.tv_sec = answerSeconds, .tv_usec = 0};
+    if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("no end of " + command);
+    if (FD_ISSET(descriptor, &readable)) {
+      char bytes[4096];
+      const auto length = read(descriptor, bytes, sizeof(bytes));
+      if (length <= 0) return output;
+      output.append(bytes, static_cast<std::size_t>(length));
+      FD_CLR(descriptor, &readable);
+    }
+    snmp_read(&readable);
   }
 }
 

@@ -47,6 +47,10 @@ class TestAgent {
   // Everything below `root`, by GETNEXT.
   std::vector<Answer> walk(const std::string& root, const std::string& community = "public");
 
+  // What the shell command writes, standard error included; the agent answers it meanwhile. "AGENT" in the command
+  // stands for the agent's address.
+  std::string outputOf(std::string command);
+
  private:
   TestAgent();
   Reply exchange(netsnmp_pdu* pdu, const std::string& community);

@@ -1,5 +1,5 @@
 #pragma once
-// For tests: the entities that the IpBase module is pointed at, in the default context and in the VRF "red", and
+// For tests: the entities that the modules are pointed at, in the default context and in the VRF "red", and
 // what is traced meanwhile.
 
 #include <string>
@@ -7,6 +7,7 @@
 
 #include "ipsnmp/IpMib.h"
 #include "kel/Dir.h"
+#include "kel/Trace.h"
 #include "snmp/SnmpUtil.h"
 
 namespace Modules {
@@ -19,6 +20,7 @@ struct TestIpTree {
     root->dirIs("Varnix")->dirIs("routing6")->entityIs(config6);
     const auto ip = root->dirIs("snmp")->dirIs("ip");
     ip->entityIs(ipMib);
+    ip->entityIs(ipVrfMib);
     ip->entityIs(vrfMibs);
     SnmpUtil::rootIs(root);
   }
@@ -31,6 +33,7 @@ struct TestIpTree {
   Kel::Ptr<Routing6::Config> config6 = Kel::makePtr<Routing6::Config>("config");
   Kel::Ptr<Routing::VrfConfigDir> vrfConfigs = Kel::makePtr<Routing::VrfConfigDir>("config");
   Kel::Ptr<IpSnmp::IpMib> ipMib = Kel::makePtr<IpSnmp::IpMib>("ipmib");
+  Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib = Kel::makePtr<IpSnmp::IpVrfMib>("ipvrfmib");
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibs = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
   Kel::Ptr<Routing::Config> redConfig = vrfConfigs->vrfConfigIs("red");
   Kel::Ptr<IpSnmp::IpMib> redIpMib = vrfMibs->mibsIs("red")->ipmib();

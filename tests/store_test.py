@@ -4,8 +4,10 @@ import os
 import re
 import shutil
 import signal
+import time
 
-from harness import SystemCase, eventually, kernel_rows, main
+from harness import Client, SystemCase, eventually, kernel_rows, main
+from harness.tables import DYNAMIC, MEDIA, PHYSICAL, STATIC, kernel_tables, read_tables
 
 PAGE = 4096
 MAGIC = b"QUORINST"  # begins the record that names the format version, in the eight bytes behind it
@@ -136,6 +138,81 @@ class StoreTest(SystemCase):
             self.start_mirror()
             self.namespace.add_address("a0", "10.0.0.2/24")
             self.expect_kernel_rows()
+
+    def serve_neighbours(self, count):
+        """As many of each family as that. Returns how the store writes the hardware address of the first."""
+        self.namespace.add_interface("a0", "10.0.0.1/16", "2001:db8::1/64")
+        self.namespace.ip_batch([f"neigh add {address} lladdr 02:00:5e:77:{n >> 8:02x}:{n & 255:02x} dev a0"
+                                 for n in range(count)
+                                 for address in (f"10.0.{1 + (n >> 8)}.{n & 255}", f"2001:db8::1:{n:x}")])
+        self.client = Client(self.namespace, access=("-v2c", "-c", "private", "-Ox"))
+        self.start_system()
+        self.expect_neighbours(self.kernel_neighbours())
+        self.mirror.signal(signal.SIGKILL)
+        self.mirror.process.wait()
+        self.mirror.is_expected_to_run = False
+        return b"\x02\x00\x5e\x77\x00\x00"
+
+    def kernel_neighbours(self):
+        tables = kernel_tables(self.namespace)
+        return {entry: tables[entry] for entry in (MEDIA, PHYSICAL)}
+
+    def neighbours(self):
+        return read_tables(self.client.bulk_walk("1.3.6.1.2.1.4"), (MEDIA, PHYSICAL), may_be_torn=True)
+
+    def expect_neighbours(self, expected):
+        eventually(lambda: self.neighbours() == expected,
+                   lambda: f"agent {self.neighbours()}\nexpected {expected}", timeout=10)
+
+    def pages_with(self, data):
+        """Offsets of the pages of which a record has the data; a page has its records behind a gap, whose bytes mean
+        nothing, and two bytes at offset 14 say where the gap ends."""
+        with open(self.data, "rb") as file:
+            pages = [file.read(PAGE) for _ in range(os.path.getsize(self.data) // PAGE)]
+        return [number * PAGE for number, page in enumerate(pages)
+                if number > 1 and data in page[int.from_bytes(page[14:16], "little"):]]
+
+    def test_damage_to_one_neighbour(self):
+        hardware = self.serve_neighbours(4)
+        with open(self.data, "rb") as file:
+            data = file.read()
+        self.assertIn(hardware, data)
+        with open(self.data, "r+b") as file:
+            file.write(data.replace(hardware, b"\xff" + hardware[1:]))
+        expected = self.kernel_neighbours()
+        for entry, column, kind in ((MEDIA, 2, 4), (PHYSICAL, 4, 6)):
+            for row in expected[entry].values():
+                if row[column] == hardware.hex():
+                    row.update({column: "", kind: DYNAMIC})
+                else:
+                    self.assertEqual(row[kind], STATIC)
+        self.expect_neighbours(expected)
+        for table in ("arp", "neighbor"):
+            self.agent.wait_for_output(re.compile(f"{re.escape(self.store)} is damaged: table {table}, key .*checksum"))
+        said = self.agent.lines()
+        time.sleep(2)  # the store is opened again meanwhile
+        for _ in range(5):
+            self.assertEqual(self.neighbours(), expected)
+        self.assertEqual(self.agent.lines(), said, "one damage is said once")
+
+    def test_damage_under_the_neighbour_map(self):
+        self.serve_neighbours(500)
+        addresses = kernel_rows(self.namespace)
+        pages = self.pages_with(b"\x02\x00\x5e\x77")
+        self.assertGreater(len(pages), 10)
+        for at in pages:
+            self.overwrite(at, os.urandom(PAGE))
+        for _ in range(3):
+            self.client.bulk_walk("1.3.6.1.2.1.4")
+            self.assertTrue(self.client.answers())
+            self.assertEqual(self.client.ip_addr_rows(), addresses)
+        self.agent.wait_for_output(re.compile(re.escape(self.store)))
+        self.assertTrue(self.agent.running)
+        with self.subTest("the mirror refuses it, and a new beginning heals it"):
+            line = self.expect_mirror_refuses()
+            self.assertIn("--recreate", line)
+            self.start("quorin-mirrord", "-f", "--recreate", "--store", self.store)
+            self.expect_neighbours(self.kernel_neighbours())
 
     def test_store_removed_and_made_again_under_a_running_agent(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")

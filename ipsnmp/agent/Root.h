@@ -8,7 +8,8 @@
 // made.
 
 #include "ipsnmp/agent/IpAddressTableSm.h"
-#include "ipsnmp/agent/VrfRoot.h"
+#include "ipsnmp/agent/VrfIfTableSm.h"
+#include "ipsnmp/agent/VrfRootSm.h"
 
 namespace IpSnmp {
 
@@ -25,15 +26,15 @@ class Root : public Kel::Entity {
   KEL_OWNED(Kel::Entity, fecModeSm, FecModeSm)
   KEL_OWNED(Kel::Entity, fecModeRestartSm, FecModeRestartSm)
   KEL_CHILD(IpSnmp::IpAddressTableSm, ipAddressTableSm, IpAddressTableSm)
-  KEL_OWNED(Kel::Entity, arpTableSm, ArpTableSm)
+  KEL_CHILD(IpSnmp::ArpTableSm, arpTableSm, ArpTableSm)
   KEL_REFERENCE(IpSnmp::IpForwardMib, ipForwardMib, IpForwardMib)
   KEL_REFERENCE(FibStatsSnmp::FibStatsMib, fibStatsMib, FibStatsMib)
   KEL_OWNED(Kel::Entity, fibStatsSm, FibStatsSm)
   KEL_OWNED(Kel::Entity, fib6StatsSm, Fib6StatsSm)
-  KEL_OWNED(Kel::Entity, ipRouteTableSm, IpRouteTableSm)
-  KEL_OWNED(Kel::Entity, perVrfFecSm, PerVrfFecSm)
-  KEL_OWNED(Kel::Entity, vrfIfTableSm, VrfIfTableSm)
-  KEL_OWNED(Kel::Entity, vrfRootSm, VrfRootSm)
+  KEL_CHILD(IpSnmp::IpRouteTableSm, ipRouteTableSm, IpRouteTableSm)
+  KEL_CHILD(IpSnmp::PerVrfFecSm, perVrfFecSm, PerVrfFecSm)
+  KEL_CHILD(IpSnmp::VrfIfTableSm, vrfIfTableSm, VrfIfTableSm)
+  KEL_CHILD(IpSnmp::VrfRootSm, vrfRootSm, VrfRootSm)
   KEL_CHILD(IpSnmp::VrfRootDir, vrfRootDir, VrfRootDir)
   KEL_TYPE_END_DECLARE
 

@@ -1,7 +1,7 @@
 #include "ipsnmp/agent/Root.h"
 
 #include "ipsnmp/agent/IfIndexMap.h"
-#include "ipsnmp/agent/TestWorld.h"
+#include "ipsnmp/agent/TestVrfWorld.h"
 
 namespace IpSnmpTest {
 namespace {
@@ -78,22 +78,61 @@ TEST(Root, destroyingItStopsEveryMachineUsersFirst) {
   watcher->notifierIs(nullptr);
   auto sm = root->ipAddressTableSmIs(world.tree.intfStatusDir, world.ipMib, world.tree.ipConfig,
                                      world.tree.ipStatus, world.tree.ip6Config, world.tree.ip6Status);
-  root->arpTableSmIs(machine("arp"));
-  root->vrfRootSmIs(machine("vrfRootSm"));
+  root->fibStatsSmIs(machine("fib"));
+  root->fib6StatsSmIs(machine("fib6"));
   auto dir = root->vrfRootDirIs("vrfs");
   auto red = dir->vrfRootIs("red");
   EXPECT_EQ(red->fullName(), "root.vrfRootDir.vrfRoot/red");
-  red->arpTableSmIs(machine("red arp"));
-  red->perVrfFecSmIs(machine("red fec"));
+  red->fibStatsSmIs(machine("red fib"));
+  red->fib6StatsSmIs(machine("red fib6"));
   auto replaced = machine("replaced fec mode");
   root->fecModeSmIs(replaced);
   root->fecModeSmIs(machine("fec mode"));
   root = nullptr;
   EXPECT_EQ(stopped,
-            (std::vector<std::string>{"replaced fec mode", "vrfRootSm", "red fec", "red arp", "arp", "fec mode"}));
+            (std::vector<std::string>{"replaced fec mode", "red fib6", "red fib", "fib6", "fib", "fec mode"}));
   EXPECT_EQ(tables(*world.ipMib), "");
-  EXPECT_FALSE(red->arpTableSm());
+  EXPECT_FALSE(red->fibStatsSm());
   EXPECT_TRUE(dir->vrfRoot().empty());
+}
+
+TEST(Root, vrfMachinesAreWiredByNameAndGoWithIt) {
+  VrfWorld world;
+  world.sm = nullptr;
+  world.intfIs("eth0", 3);
+  world.intfVrfIs("eth0", "red");
+  world.arp->entryIs(neighbour(0, "10.0.0.1", "eth0"));
+  world.vrfIs("red", 1);
+  world.snmpStatus->agentReadyIs(true);
+  auto root = Kel::makePtr<Root>("root");
+  Kel::callOperation(*root, "ipAddressTableSmIs", arguments(world));
+  world.sm = root->ipAddressTableSm();
+  const std::vector<Kel::Value> arpArguments{Ptr<const Interface::AllIntfStatusDir>(world.tree.intfStatusDir),
+                                             world.ipMib, Ptr<const Arp::Table::Status>(world.arp), VrfId(0)};
+  const auto arpSm = Kel::callOperation(*root, "arpTableSmIs", arpArguments);
+  EXPECT_EQ(Kel::callOperation(*root, "arpTableSmIs", arpArguments), arpSm);
+  world.arpTableSm = root->arpTableSm();
+  Kel::callOperation(*root, "vrfIfTableSmIs",
+                     {world.ipVrfMib, Ptr<const Interface::AllIntfStatusDir>(world.tree.intfStatusDir),
+                      Ptr<const Ip::Config>(world.tree.ipConfig), Ptr<const Ip6::Config>(world.tree.ip6Config)});
+  Kel::callOperation(*root, "vrfRootDirIs", {Kel::Name("vrfs")});
+  world.vrfRootDir = root->vrfRootDir();
+  Kel::callOperation(*root, "vrfRootSmIs", world.vrfRootArguments());
+  world.vrfRootSm = root->vrfRootSm();
+  EXPECT_EQ(Kel::callOperation(*root, "vrfRootSmIs", world.vrfRootArguments()), world.vrfRootSm);
+  world.runTasks();
+  EXPECT_TRUE(world.isServed("red"));
+  EXPECT_EQ(neighbours(*world.ipMib), "3 10.0.0.1 eth0@0;");
+  EXPECT_EQ(vrfIfs(*world.ipVrfMib), "3 red eth0;");
+  EXPECT_EQ(world.vrfRootSm->vrfRoot("red")->arpTableSm()->fullName(), "root.vrfRootDir.vrfRoot/red.arpTableSm");
+  root = nullptr;
+  // Although the handles of the test hold the machines.
+  EXPECT_FALSE(world.isServed("red"));
+  EXPECT_EQ(vrfIfs(*world.ipVrfMib), "");
+  EXPECT_TRUE(world.ipVrfMib->vrfTable().empty());
+  world.vrfIs("blue", 2);
+  world.runTasks();
+  EXPECT_FALSE(world.isServed("blue"));
 }
 
 TEST(VrfRoot, deletingAMemberStopsItsMachines) {
@@ -102,9 +141,9 @@ TEST(VrfRoot, deletingAMemberStopsItsMachines) {
   auto red = dir->vrfRootIs("red");
   EXPECT_EQ(dir->vrfRootIs("red"), red);
   EXPECT_FALSE(red->vrfId().isKnown());
-  red->ipRouteTableSmIs(Kel::makePtr<Machine>("route", &stopped));
+  red->fibStatsSmIs(Kel::makePtr<Machine>("fib", &stopped));
   dir->vrfRootDel("red");
-  EXPECT_EQ(stopped, std::vector<std::string>{"route"});
+  EXPECT_EQ(stopped, std::vector<std::string>{"fib"});
 }
 
 TEST(IfIndexMap, isAValue) {

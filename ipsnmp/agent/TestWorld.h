@@ -24,11 +24,11 @@ inline Vantu::Ip6AddrWithMask mask6(std::string_view text) {
   return Vantu::Ip6AddrWithMask::fromString(text);
 }
 
-// The lines of the address state machine while it exists.
+// The lines of a facility while it exists: those of the address state machine unless told otherwise.
 class TraceCatcher {
  public:
-  TraceCatcher() {
-    Kel::TraceConfig::levelsAre("IpAddressTableSm/0-9");
+  explicit TraceCatcher(const std::string& levels = "IpAddressTableSm/0-9") {
+    Kel::TraceConfig::levelsAre(levels);
     previous_ = Kel::TraceConfig::sinkIs(
         [this](const Kel::TraceHandle&, unsigned, const std::string& text) { lines_.push_back(text); });
   }
@@ -45,6 +45,8 @@ class TraceCatcher {
     lines_.clear();
     return count;
   }
+  // All lines since the last call.
+  std::vector<std::string> takeAll() { return std::exchange(lines_, {}); }
 
  private:
   Kel::TraceConfig::Sink previous_;

@@ -3,25 +3,27 @@
 // of the VRF's member of VrfMibsDir.
 
 #include "ipsnmp/IpMib.h"
+#include "ipsnmp/agent/ArpTableSm.h"
+#include "ipsnmp/agent/PerVrfFecSm.h"
 #include "vantu/VrfId.h"
 
 namespace IpSnmp {
 
-// One VRF, named for it. Its state machines are held here and not made here: they are given ready made. Deleting or
-// destroying the root deletes them.
+// One VRF, named for it. The state machines whose attribute has the type Kel::Entity are held here and not made here:
+// they are given ready made. Deleting or destroying the root deletes the machines.
 class VrfRoot : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfRoot", VrfRoot, Kel::Entity)
  public:
   KEL_NAMED(VrfRoot, Kel::Entity)
   KEL_STORED(Vrf::VrfIdMap::VrfId, vrfId, VrfId)
   KEL_REFERENCE(IpSnmp::IpMib, ipMib, IpMib)
-  KEL_OWNED(Kel::Entity, arpTableSm, ArpTableSm)
+  KEL_CHILD(IpSnmp::ArpTableSm, arpTableSm, ArpTableSm)
   KEL_REFERENCE(IpSnmp::IpForwardMib, ipForwardMib, IpForwardMib)
   KEL_REFERENCE(FibStatsSnmp::FibStatsMib, fibStatsMib, FibStatsMib)
   KEL_OWNED(Kel::Entity, fibStatsSm, FibStatsSm)
   KEL_OWNED(Kel::Entity, fib6StatsSm, Fib6StatsSm)
-  KEL_OWNED(Kel::Entity, ipRouteTableSm, IpRouteTableSm)
-  KEL_OWNED(Kel::Entity, perVrfFecSm, PerVrfFecSm)
+  KEL_CHILD(IpSnmp::IpRouteTableSm, ipRouteTableSm, IpRouteTableSm)
+  KEL_CHILD(IpSnmp::PerVrfFecSm, perVrfFecSm, PerVrfFecSm)
   KEL_TYPE_END_DECLARE
 
   ~VrfRoot() override;

@@ -31,7 +31,8 @@ class Task : public Kel::PtrInterface {
   bool scheduled() const { return isQueued_; }
 
   bool taskCurrentlyRunning() const { return scheduler_->runningTask() == this; }
-  // True when the run has used up the task's quantum or a request waits. False outside a run: nobody waits for it.
+  // True when the run has used up the task's quantum, or a request waits and the run has had
+  // TaskScheduler::requestCheckInterval. False outside a run: nobody waits for it.
   bool taskShouldYield() const { return taskCurrentlyRunning() && scheduler_->shouldYield(*this); }
   // Seconds that a run may take before it should yield.
   Kel::Seconds quantum() const { return quantum_; }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <limits>
 
 #include "brev/Task.h"
 #include "brev/TimerTask.h"
@@ -41,7 +40,8 @@ void TaskScheduler::run(Task* next) {
   task->lastBatch_ = batch_;
   running_ = next;
   runStart_ = Kel::System::currentTime();
-  requestCheckTime_ = -std::numeric_limits<Kel::Seconds>::infinity();
+  // Before a request is looked for the first time: under requests without end, work still goes on.
+  requestCheckTime_ = runStart_;
   requestSeen_ = false;
   try {
     task->runBegins();

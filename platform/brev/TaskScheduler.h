@@ -36,7 +36,8 @@ class TaskScheduler : public Kel::PtrInterface {
  public:
   // What a batch may take, and a task unless it is given a quantum of its own.
   static constexpr Kel::Seconds defaultQuantum = 0.010;
-  // How often the host's predicate is asked while a task runs.
+  // How often the host's predicate is asked while a task runs. So long a run goes on whatever waits, or requests
+  // without end would leave nothing but empty runs.
   static constexpr Kel::Seconds requestCheckInterval = 0.0005;
 
   // Throws Kel::Exception when the kernel refuses the descriptors.

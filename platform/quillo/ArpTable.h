@@ -1,5 +1,10 @@
 #pragma once
 // The shared table of IPv4 ARP and IPv6 neighbour entries of all VRFs, as its readers see it.
+//
+// It is two maps under one roof: the ARP map holds the IPv4 entries, the neighbour map the IPv6 ones. Both are
+// ordered by VRF, then address, then interface, so that the entries of one VRF are one range.
+
+#include <functional>
 
 #include "kel/Notifier.h"
 #include "quillo/Corruption.h"
@@ -18,13 +23,15 @@ struct ArpEntryStatus {
 
 namespace Table {
 
-// Ordered by VRF, then address, then interface, so that one VRF's entries are one range.
 struct ArpKey {
   Vrf::VrfIdMap::VrfId vrfId;
   Vantu::IpGenAddr addr;
   Vantu::IntfId intfId;
   friend auto operator<=>(const ArpKey&, const ArpKey&) = default;
 };
+
+// In traces: "<vrf id>/<address>/<interface>".
+std::ostream& operator<<(std::ostream& out, const ArpKey& key);
 
 // A default-constructed entry (VRF id unknown) stands for "no such entry".
 struct ArpEntry {
@@ -35,15 +42,39 @@ struct ArpEntry {
   const Vrf::VrfIdMap::VrfId& vrfId() const { return key.vrfId; }
   const Vantu::IpGenAddr& addr() const { return key.addr; }
   const Vantu::IntfId& intfId() const { return key.intfId; }
+  bool exists() const { return key.vrfId.isKnown(); }
   friend bool operator==(const ArpEntry&, const ArpEntry&) = default;
 };
 
-// Reads see the table as it is at that moment. A lookup may throw Pesk::CorruptionDetectedException, which the
-// caller passes to `corruptionDetected`.
+// Reads see the table as it is at that moment. A lookup or a walk may throw Pesk::CorruptionDetectedException,
+// which the caller passes to `corruptionDetected`.
 class Status : public Kel::Notifier {
  public:
+  class Notifiee : public Kel::Notifier::Notifiee {
+   public:
+    void notifierIs(const Kel::Ptr<const Status>& notifier) { kelAttach(notifier); }
+    Kel::Ptr<const Status> notifier() const { return boost::static_pointer_cast<const Status>(kelNotifier()); }
+
+    // The table can be read: its first complete state is there.
+    virtual void handleInitialized() {}
+    // An entry came, went, or says something else.
+    virtual void handleArpEntry(const ArpKey&) {}
+    virtual void handleNeighborEntry(const ArpKey&) {}
+    // Anything may have changed (the store was made anew, or the reader fell too far behind): compare with what
+    // you have. No handler is called for the single entries.
+    virtual void handleTable() {}
+  };
+
+  virtual bool initialized() const = 0;
   virtual ArpEntry arpEntry(const ArpKey& key) const = 0;       // IPv4 map
   virtual ArpEntry neighborEntry(const ArpKey& key) const = 0;  // IPv6 map
+
+  // Every entry of the VRF, in order of the key, as of the moment of the call. `visit` must not walk or change the
+  // table. Damage that is met is thrown after what could be read was visited.
+  using Visit = std::function<void(const ArpEntry&)>;
+  virtual void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const = 0;
+  virtual void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const = 0;
+
   virtual void corruptionDetected(const Pesk::CorruptionDetectedException& error) const = 0;
 };
 

@@ -105,7 +105,8 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
   return view;
 }
 
-RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place) : env_(env), place_(place) {
+RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes prefix)
+    : env_(env), place_(place), prefix_(prefix) {
   if (env.faulted()) {
     damageDetected(env, place, {}, mappingFault);
   }
@@ -155,19 +156,25 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
   });
 }
 
+// The record behind the walk is not checked itself: damage to it is no damage to the walk. But a record of the walk with
+// a damaged key may look like one behind it, and then what follows is out of order.
+void RecordCursor::checkEnd() {
+  previous_.assign(key_, keySize_);
+  int status = fetch(MDB_NEXT, {});
+  if (status == mappingFault) {
+    damageDetected(env_, place_, previous_, status);
+  }
+  if (status == 0 && key() <= previous_) {
+    damageDetected(env_, place_, key(), std::string("key out of order"));
+  }
+}
+
 bool RecordCursor::move(int operation, Bytes lowerBound) {
   Bytes asked = operation == MDB_NEXT ? Bytes(previous_) : lowerBound;
   if (env_.faulted()) {
     damageDetected(env_, place_, asked, mappingFault);
   }
   int status = fetch(operation, lowerBound);
-  if (status == 0 && size_ > buffer_.size()) {
-    if (size_ > maxRecordBytes) {
-      damageDetected(env_, place_, key(), fmt::format("record of {} bytes", size_));
-    }
-    growTo(buffer_, size_);
-    status = fetch(MDB_GET_CURRENT, {});
-  }
   if (status == MDB_NOTFOUND) {
     return false;
   }
@@ -178,6 +185,20 @@ bool RecordCursor::move(int operation, Bytes lowerBound) {
   bool ascends = operation == MDB_NEXT ? key() > asked : key() >= asked;
   if (!ascends) {
     damageDetected(env_, place_, key(), std::string("key out of order"));
+  }
+  if (!key().starts_with(prefix_)) {
+    checkEnd();
+    return false;
+  }
+  if (size_ > buffer_.size()) {
+    if (size_ > maxRecordBytes) {
+      damageDetected(env_, place_, key(), fmt::format("record of {} bytes", size_));
+    }
+    growTo(buffer_, size_);
+    status = fetch(MDB_GET_CURRENT, {});
+    if (status != 0) {
+      damageDetected(env_, place_, asked, status);
+    }
   }
   // The store's identity keeps one form through all versions and has its own check: it is not a record.
   if (place_ == Place::records && key() == identityKey()) {

@@ -24,10 +24,11 @@ namespace Quillo {
 // `buffer` holds the bytes that the view points into; it only grows, so keep it for the next call.
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer);
 
-// A walk over one index in key order. Closed before its transaction ends.
+// A walk over one index in key order, to the end of the keys that begin with `prefix`. Closed before its transaction
+// ends.
 class RecordCursor {
  public:
-  RecordCursor(Environment& env, MDB_txn* txn, Place place);
+  RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes prefix = {});
   ~RecordCursor();
   RecordCursor(const RecordCursor&) = delete;
   RecordCursor& operator=(const RecordCursor&) = delete;
@@ -44,9 +45,11 @@ class RecordCursor {
   static constexpr std::size_t engineKeyBytes = 511;
   bool move(int operation, Bytes lowerBound);
   int fetch(int operation, Bytes lowerBound);
+  void checkEnd();
 
   Environment& env_;
   Place place_;
+  std::string prefix_;
   MDB_cursor* cursor_ = nullptr;
   char key_[engineKeyBytes];
   std::size_t keySize_ = 0;

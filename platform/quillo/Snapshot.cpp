@@ -20,7 +20,7 @@ void checkLayout(Environment& env, TableId table, Bytes key, const RecordView& r
 
 Scan::Scan(std::shared_ptr<View> view, TableId table, Bytes lowerBound)
     : view_(std::move(view)),
-      cursor_(std::make_unique<RecordCursor>(*view_->env, view_->txn, Place::records)),
+      cursor_(std::make_unique<RecordCursor>(*view_->env, view_->txn, Place::records, recordKey(table, {}))),
       table_(table) {
   settle(cursor_->seek(recordKey(table, lowerBound)));
 }
@@ -29,7 +29,7 @@ Scan::Scan(Scan&&) noexcept = default;
 Scan::~Scan() = default;
 
 void Scan::settle(bool found) {
-  valid_ = found && static_cast<TableId>(cursor_->key()[0]) == table_;
+  valid_ = found;
   if (valid_) {
     checkLayout(*view_->env, table_, cursor_->key(), cursor_->record());
   }

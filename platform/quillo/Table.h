@@ -4,7 +4,7 @@
 // Every table maps byte strings to byte strings. Keys are ordered as memcmp orders them, a shorter key before the
 // longer one that it begins. What the bytes mean is the table's own business; the store never looks inside.
 //
-// A new table needs one line in `TableId` and one in `tableInfo`: the format of the store does not change for it.
+// A new table needs one line in `TableId` and one in `knownTables`: the format of the store does not change for it.
 
 #include <array>
 #include <cstddef>
@@ -18,7 +18,9 @@ using Bytes = std::string_view;
 
 // 0 is the store's own; numbers are part of the format, so they are never reused.
 enum class TableId : std::uint8_t {
-  varnix = 1,  // documents of the state database: key is the entity's path, value its attributes as JSON
+  varnix = 1,    // documents of the state database: key is the entity's path, value its attributes as JSON
+  arp = 2,       // IPv4 neighbours of all VRFs (ArpRecord.h)
+  neighbor = 3,  // IPv6 neighbours of all VRFs, likewise
 };
 
 struct TableInfo {
@@ -29,7 +31,11 @@ struct TableInfo {
   std::uint16_t layout;
 };
 
-inline constexpr std::array<TableInfo, 1> knownTables{{{TableId::varnix, "varnix", 1}}};
+inline constexpr std::array<TableInfo, 3> knownTables{{
+    {TableId::varnix, "varnix", 1},
+    {TableId::arp, "arp", 1},
+    {TableId::neighbor, "neighbor", 1},
+}};
 
 // The entry of a known table; asserts for any other number.
 const TableInfo& tableInfo(TableId id);

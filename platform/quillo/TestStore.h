@@ -12,7 +12,10 @@
 #include <fstream>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "kel/Trace.h"
 #include "quillo/Mount.h"
 #include "quillo/Publisher.h"
 
@@ -115,5 +118,38 @@ inline std::string readFile(const std::string& path) {
 inline void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
+
+// Overwrites a byte wherever `marker` stands in the file, under whoever maps it. The number of places.
+inline unsigned damage(const std::string& path, const std::string& marker) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  file.clear();
+  unsigned places = 0;
+  for (auto at = bytes.find(marker); at != std::string::npos; at = bytes.find(marker, at + 1)) {
+    file.seekp(static_cast<std::streamoff>(at));
+    file.put('#');
+    ++places;
+  }
+  return places;
+}
+
+// What was traced at level 0 while it lives.
+class Traces {
+ public:
+  Traces() {
+    previous_ = Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+      if (level == 0) lines.push_back(text);
+    });
+  }
+  ~Traces() { Kel::TraceConfig::sinkIs(previous_); }
+  Traces(const Traces&) = delete;
+  Traces& operator=(const Traces&) = delete;
+  std::vector<std::string> lines;
+  // Forgets them.
+  std::vector<std::string> take() { return std::exchange(lines, {}); }
+
+ private:
+  Kel::TraceConfig::Sink previous_;
+};
 
 }  // namespace Quillo::Test

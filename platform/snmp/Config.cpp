@@ -23,4 +23,9 @@ void Config::disabledObjectsIs(const Kel::String& group) {
   disabledObjects_.insert(group);
 }
 
+void Config::storeDirectoryIs(const Kel::String& directory) {
+  if (!directory.starts_with('/')) throw Kel::RangeException("'" + directory + "' is not an absolute path");
+  storeDirectory_ = directory;
+}
+
 }  // namespace Snmp

@@ -23,8 +23,14 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException, naming the known groups, for a group that does not exist.
   void disabledObjectsIs(const Kel::String& group);
 
+  // The directory of the store that the configuration names, an absolute path; empty when it names none.
+  const Kel::String& storeDirectory() const { return storeDirectory_; }
+  // Throws Kel::RangeException for a path that is not absolute.
+  void storeDirectoryIs(const Kel::String& directory);
+
  private:
   std::set<Kel::String> disabledObjects_;
+  Kel::String storeDirectory_;
 };
 
 }  // namespace Snmp

@@ -20,6 +20,7 @@ struct State {
   Config::Ptr config = Kel::makePtr<Config>();
   Output defaultOutput = Output::standardError;
   Kel::String defaultTarget;
+  Kel::TraceConfig::Sink defaultSink;
 };
 
 State& state() {
@@ -43,6 +44,10 @@ void disableObjects(const char* token, char* line) {
   });
 }
 
+void store(const char* token, char* line) {
+  parse(token, [&] { state().config->storeDirectoryIs(line); });
+}
+
 void trace(const char* token, char* line) {
   parse(token, [&] { Kel::TraceConfig::levelsAre(line); });
 }
@@ -59,6 +64,7 @@ void traceOutput(const char* token, char* line) {
     } else {
       throw Kel::RangeException("'" + target + "' is neither stderr nor syslog nor an absolute path");
     }
+    Kel::TraceConfig::sinkIs({});
   });
 }
 
@@ -67,20 +73,33 @@ void reset() {
     state().config = Kel::makePtr<Config>();
     Kel::TraceConfig::reset();
     Kel::TraceConfig::outputIs(state().defaultOutput, state().defaultTarget);
+    if (state().defaultSink) Kel::TraceConfig::sinkIs(state().defaultSink);
   });
 }
 
 }  // namespace
 
 void registerConfigTokens() {
+  reset();
   register_app_config_handler("quorinDisableObjects", disableObjects, reset, "GROUP...   (groups: route-tables)");
+  register_app_config_handler("quorinStore", store, nullptr, "DIR");
   register_app_config_handler("quorinTrace", trace, nullptr, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)");
   register_app_config_handler("quorinTraceOutput", traceOutput, nullptr, "stderr | syslog | FILE");
+}
+
+void unregisterConfigTokens() {
+  for (const char* token : {"quorinDisableObjects", "quorinStore", "quorinTrace", "quorinTraceOutput"}) {
+    unregister_app_config_handler(token);
+  }
 }
 
 void defaultTraceOutputIs(Output output, const Kel::String& target) {
   state().defaultOutput = output;
   state().defaultTarget = target;
+}
+
+void defaultTraceSinkIs(Kel::TraceConfig::Sink sink) {
+  state().defaultSink = std::move(sink);
 }
 
 Config::PtrConst currentConfig() {

@@ -3,10 +3,12 @@
 //
 //   quorinDisableObjects GROUP...              object groups not to serve (Snmp::Config::objectGroups); takes
 //                                              effect when a context is entered
+//   quorinStore DIR                            the directory of the store, an absolute path
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
-// A token may stand more than once; its lines add up, save quorinTraceOutput, whose last line counts. A wrong value
+// A token may stand more than once; its lines add up, save quorinStore and quorinTraceOutput, whose last line
+// counts. A wrong value
 // gives one line in the agent's log that names file, line and fault, and is left out; the rest is in effect. When
 // the configuration is read again, all settings go back to their defaults first.
 
@@ -16,13 +18,19 @@
 
 namespace Snmp {
 
-// Makes the tokens known to net-snmp for the application type that it was initialized with; to be called once,
-// after init_agent and before the configuration is read.
+// Makes the tokens known to net-snmp for the application type that it was initialized with; to be called after
+// init_agent and before the configuration is read, or at least its lines with our tokens. All settings are at their
+// defaults then.
 void registerConfigTokens();
+// Takes them back. The settings stay as they are.
+void unregisterConfigTokens();
 
 // Where trace lines go when no quorinTraceOutput says otherwise: standard error unless set. In effect from the next
 // reading of the configuration on. `target` is the identity in syslog or the path of the file.
 void defaultTraceOutputIs(Kel::TraceConfig::Output output, const Kel::String& target);
+
+// The same for an agent whose log is reached through a function.
+void defaultTraceSinkIs(Kel::TraceConfig::Sink sink);
 
 // The configuration as it was read last; never null. Before the first reading: the defaults.
 Config::PtrConst currentConfig();

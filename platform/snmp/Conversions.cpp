@@ -86,6 +86,12 @@ int AsnIntegerToS32(void* value) {
   return static_cast<int>(integer(from, Limits::min(), Limits::max()));
 }
 
+unsigned int AsnIntegerToU32(void* value) {
+  const auto& from = variable(value);
+  if (from.type != ASN_INTEGER) wrongType(from, "INTEGER");
+  return static_cast<unsigned int>(integer(from, 0, std::numeric_limits<unsigned int>::max()));
+}
+
 unsigned int AsnUnsignedToU32(void* value) {
   const auto& from = variable(value);
   switch (from.type) {

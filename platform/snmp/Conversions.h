@@ -9,6 +9,7 @@
 // wrong, for a value of another type, of another length or outside the range of the result.
 
 #include "kel/String.h"
+#include "kel/System.h"
 #include "snmp/ObjectIdentifier.h"
 #include "snmp/String.h"
 #include "vantu/EthAddr.h"
@@ -21,8 +22,13 @@ int SnmpStringToAsnOctetStringF(const Snmp::String& value, unsigned char* buffer
 int VantuIpAddrToAsnOctetStringF(const Vantu::IpAddr& value, unsigned char* buffer, int length);
 int VantuEthAddrToAsnOctetStringF(const Vantu::EthAddr& value, unsigned char* buffer, int length);
 int SnmpObjectIdentifierToAsnOidF(const Snmp::ObjectIdentifier& value, unsigned char* buffer, int length);
+// A time of the framework's clock as TimeTicks: sysUpTime of this agent at that time, in hundredths of a second,
+// modulo 2^32. 0 for a time before the agent's start.
+int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int length);
 
 int AsnIntegerToS32(void* value);
+// An INTEGER that was read from an index, where a number is a sub-identifier: 0 to 2^32-1.
+unsigned int AsnIntegerToU32(void* value);
 // Any of the unsigned 32-bit types: Unsigned32 (Gauge32), Counter32, TimeTicks.
 unsigned int AsnUnsignedToU32(void* value);
 // An IpAddress, or an octet string of four bytes.

@@ -4,6 +4,11 @@
 #include "snmp/Conversions.h"
 
 #include <gtest/gtest.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// Needs both.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <sys/time.h>
 
 #include <array>
 #include <limits>
@@ -84,6 +89,37 @@ TEST(Conversions, objectIdentifiersAreWidenedForNetSnmp) {
   EXPECT_FALSE(Snmp::varbindValueIs(variable.get(), ASN_OCTET_STR, crooked.data(), -1));
   const std::vector<oid> tooWide = {1, 0x100000000UL};
   EXPECT_THROW(Snmp::objectIdentifier(tooWide), Kel::RangeException);
+}
+
+TEST(Conversions, numbersOfAnIndexHaveNoSign) {
+  for (const long number : {0L, 0x7FFFFFFFL, 0x80000000L, 0xFFFFFFFFL}) {
+    EXPECT_EQ(AsnIntegerToU32(raw(ASN_INTEGER, &number, sizeof(number)).get()), static_cast<unsigned>(number));
+  }
+  const Varbind variable = raw(ASN_INTEGER, nullptr, 0);
+  EXPECT_THROW(AsnIntegerToU32(variable.get()), Kel::RangeException);
+  const long negative = -1;
+  EXPECT_THROW(AsnIntegerToU32(raw(ASN_INTEGER, &negative, sizeof(negative)).get()), Kel::RangeException);
+  EXPECT_THROW(AsnIntegerToU32(raw(ASN_OCTET_STR, "abcd", 4).get()), Kel::RangeException);
+}
+
+TEST(Conversions, timesBecomeUpTime) {
+  timeval start;
+  gettimeofday(&start, nullptr);
+  start.tv_sec -= 100;
+  netsnmp_set_agent_starttime(&start);
+  const auto ticks = [](Kel::Seconds time) {
+    unsigned value = 1;
+    EXPECT_EQ(NowSecondsToUptimeTimeTicksF(time, reinterpret_cast<unsigned char*>(&value), sizeof(value)), 4);
+    return value;
+  };
+  const auto now = Kel::System::currentTime();
+  EXPECT_NEAR(ticks(now), 10000, 50);
+  EXPECT_NEAR(ticks(now - 40), 6000, 50);
+  EXPECT_NEAR(ticks(now + 43000000), 4300010000.0 - 4294967296.0, 50) << "begins again after 2^32 ticks";
+  EXPECT_EQ(ticks(now - 101), 0U) << "before the start";
+  EXPECT_EQ(ticks(0), 0U);
+  unsigned char small[3];
+  EXPECT_LT(NowSecondsToUptimeTimeTicksF(now, small, sizeof(small)), 0);
 }
 
 TEST(Conversions, refuseAndWriteNothingWhenTheBufferIsTooSmall) {

@@ -2,12 +2,17 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/magic.h>
+#include <linux/nsfs.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "kel/Errors.h"
 
@@ -27,6 +32,7 @@ const int startNs = openNs(presentNsFile);
 [[noreturn]] void cannotEnter(std::string_view nsName, std::string_view file, int error) {
   std::string_view advice = "check that the namespace exists (ip netns list)";
   if (error == EPERM) advice = "the process needs CAP_SYS_ADMIN";
+  if (error == EMFILE || error == ENFILE) advice = "raise the limit of open files (ulimit -n)";
   if (error == EINVAL) advice = "the file is not a network namespace; it may have been deleted meanwhile";
   throw Kel::Exception(fmt::format("cannot enter network namespace {:?} ({}): {}; {}", nsName, file,
                                    std::generic_category().message(error), advice));
@@ -37,6 +43,13 @@ bool isPresentNs(int ns) {
   struct stat wanted {};
   return stat(presentNsFile, &present) == 0 && fstat(ns, &wanted) == 0 && present.st_dev == wanted.st_dev &&
          present.st_ino == wanted.st_ino;
+}
+
+// Kernels before 4.11 do not tell.
+bool isNet(int ns) {
+  const int type = ioctl(ns, NS_GET_NSTYPE);
+  return type == CLONE_NEWNET ||
+         (type < 0 && errno == ENOTTY && NetNs::isNamespace(fmt::format("/proc/self/fd/{}", ns)));
 }
 
 // Zero, or the error number. Does nothing in the namespace that the thread is in, so that an unprivileged process
@@ -73,6 +86,54 @@ std::string nsNameOfVrf(std::string_view vrfName) {
 
 void setNsByName(const char* nsName) {
   enterByName(nsName);
+}
+
+bool NetNs::isNamespace(const std::string& file) {
+  struct statfs system {};
+  return statfs(file.c_str(), &system) == 0 && system.f_type == NSFS_MAGIC;
+}
+
+NetNs::NetNs() : NetNs(presentNsFile) {
+  name_ = "the present namespace";
+}
+
+NetNs::NetNs(const std::string& file) : name_(file), fd_(openNs(file)) {
+  struct stat status {};
+  int error = fd_ >= 0 && fstat(fd_, &status) == 0 ? 0 : errno;
+  if (error == 0 && !isNet(fd_)) error = EINVAL;
+  id_ = {status.st_dev, status.st_ino};
+  if (error == 0 && !isPresentNs(fd_)) error = detach();
+  if (error == 0) return;
+  if (fd_ >= 0) close(fd_);
+  cannotEnter(file, file, error);
+}
+
+// A descriptor that was opened by the file's name keeps the file from being unmounted; one from inside does not.
+// Zero, or the error number.
+int NetNs::detach() {
+  const int previous = openNs(presentNsFile);
+  if (previous < 0) return errno;
+  int error = enter(fd_);
+  if (error == 0) {
+    const int inside = openNs(presentNsFile);
+    if (inside < 0) error = errno;
+    KEL_ASSERT_TEXT(enter(previous) == 0, "the thread came back to the network namespace that it left");
+    if (inside >= 0) close(std::exchange(fd_, inside));
+  }
+  close(previous);
+  return error;
+}
+
+NetNs::~NetNs() {
+  close(fd_);
+}
+
+NetNsGuard::NetNsGuard(const NetNs& ns) : previous_(openNs(presentNsFile)) {
+  if (previous_ < 0) cannotEnter(ns.name(), presentNsFile, errno);
+  const int error = enter(ns.fd_);
+  if (error == 0) return;
+  close(previous_);
+  cannotEnter(ns.name(), ns.name(), error);
 }
 
 NetNsGuard::NetNsGuard(const std::string& nsName) : previous_(openNs(presentNsFile)) {

@@ -10,6 +10,9 @@
 // Only what is opened meanwhile belongs to the namespace; what is open already stays where it was. Entering another
 // namespace than the present one needs CAP_SYS_ADMIN; entering the present one needs nothing.
 
+#include <sys/types.h>
+
+#include <compare>
 #include <string>
 #include <string_view>
 
@@ -22,11 +25,47 @@ std::string nsNameOfVrf(std::string_view vrfName);
 // thread then is where it was.
 void setNsByName(const char* nsName);
 
+// A namespace that is held open: it stays the one that it was, whatever becomes of the file that named it.
+class NetNs {
+ public:
+  // No two namespaces that exist at the same time have the same, and what is held open exists.
+  struct Id {
+    dev_t device = 0;
+    ino_t inode = 0;
+    friend auto operator<=>(const Id&, const Id&) = default;
+  };
+
+  // True for the file of a namespace, as `ip netns add` makes it. The file is not opened, since it might be anything.
+  static bool isNamespace(const std::string& file);
+
+  // The namespace that the calling thread is in.
+  NetNs();
+  // The one that `file` names, which is entered for a moment; the file may be unmounted and removed afterwards.
+  // Throws Kel::Exception that names the file and the reason.
+  explicit NetNs(const std::string& file);
+  ~NetNs();
+  NetNs(const NetNs&) = delete;
+  NetNs& operator=(const NetNs&) = delete;
+
+  const Id& id() const { return id_; }
+  // For messages: the file, or "the present namespace".
+  const std::string& name() const { return name_; }
+
+ private:
+  friend class NetNsGuard;
+  int detach();
+
+  std::string name_;
+  int fd_;
+  Id id_;
+};
+
 // Enters a namespace for a scope and comes back to the namespace of before, which need not be the default one.
 // Aborts the process if it cannot come back: nothing may go on in a namespace where it does not belong.
 class NetNsGuard {
  public:
   explicit NetNsGuard(const std::string& nsName);  // throws as setNsByName()
+  explicit NetNsGuard(const NetNs& ns);            // the same
   ~NetNsGuard();
   NetNsGuard(const NetNsGuard&) = delete;
   NetNsGuard& operator=(const NetNsGuard&) = delete;

@@ -1,9 +1,14 @@
 #pragma once
 // The number under which the shared tables know a VRF. Stable while the store lives; 0 is the default VRF.
 
+#include <charconv>
 #include <compare>
 #include <cstdint>
 #include <ostream>
+#include <string>
+#include <string_view>
+
+#include "kel/Errors.h"
 
 namespace Vrf::VrfIdMap {
 
@@ -15,6 +20,17 @@ class VrfId {
   constexpr explicit VrfId(std::uint32_t value) : value_(value) {}
   constexpr std::uint32_t value() const { return value_; }
   constexpr bool isKnown() const { return value_ != unknownValue; }
+
+  // Decimal. Throws Kel::RangeException for anything that is no number of at most 24 bits.
+  std::string stringValue() const { return std::to_string(value_); }
+  static VrfId fromString(std::string_view text) {
+    std::uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value > unknownValue) {
+      throw Kel::RangeException("'" + std::string(text) + "' is no VRF id: a number from 0 to 16777215 is");
+    }
+    return VrfId(value);
+  }
 
   friend constexpr auto operator<=>(const VrfId&, const VrfId&) = default;
   friend std::size_t hash_value(const VrfId& id) { return id.value_; }

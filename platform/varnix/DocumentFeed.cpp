@@ -1,5 +1,7 @@
 #include "varnix/DocumentFeed.h"
 
+#include "quillo/ScanAround.h"
+
 namespace Varnix {
 namespace {
 
@@ -7,54 +9,6 @@ using Pesk::CorruptionDetectedException;
 using Quillo::Snapshot;
 
 constexpr auto table = Quillo::TableId::varnix;
-
-// The least key above `key` that can be stored.
-std::string keyAfter(std::string key) {
-  if (key.size() < Quillo::maxKeyBytes) return key + '\0';
-  while (!key.empty() && key.back() == '\xff') key.pop_back();
-  if (!key.empty()) key.back() = static_cast<char>(key.back() + 1);
-  return key;
-}
-
-// False when damage has made the whole view unreadable.
-bool readable(const Snapshot& snapshot) {
-  try {
-    snapshot.tableState(table);
-    return true;
-  } catch (const CorruptionDetectedException&) {
-    return false;
-  }
-}
-
-bool scanMeets(const Snapshot& snapshot, const std::string& bound, const std::string& what) {
-  try {
-    snapshot.scan(table, bound);
-  } catch (const CorruptionDetectedException& damage) {
-    return damage.what() == what;
-  }
-  return false;
-}
-
-// The key of the damaged record that a scan from `from` met with `what`: the greatest bound from which a scan still
-// meets it. Found byte by byte, since a damaged record is not handed out. None when the scan did not fail for one
-// record.
-std::optional<std::string> damagedKey(const Snapshot& snapshot, const std::string& from, const std::string& what) {
-  if (!readable(snapshot)) return std::nullopt;
-  const auto isNotAbove = [&](const std::string& bound) {
-    return bound <= from || scanMeets(snapshot, bound, what);
-  };
-  std::string key;
-  while (key.size() < Quillo::maxKeyBytes && isNotAbove(key + '\0')) {
-    unsigned low = 0;
-    unsigned high = 256;
-    while (high - low > 1) {
-      const auto middle = (low + high) / 2;
-      (isNotAbove(key + static_cast<char>(middle)) ? low : high) = middle;
-    }
-    key.push_back(static_cast<char>(low));
-  }
-  return key >= from && scanMeets(snapshot, key, what) ? std::optional(key) : std::nullopt;
-}
 
 }  // namespace
 
@@ -98,30 +52,25 @@ void DocumentFeed::begin(const Snapshot& snapshot, Turn& turn) {
 }
 
 void DocumentFeed::load(const Snapshot& snapshot, std::size_t limit, Turn& turn) {
-  for (std::size_t met = 0; turn.items.size() + met < limit;) {
-    try {
-      scan(snapshot, limit - met, turn);
-      break;
-    } catch (const CorruptionDetectedException& damage) {
-      const auto key = damagedKey(snapshot, loadFrom_, damage.what());
-      if (!key) throw;
-      damageMet(*key, damage.what());
-      loadFrom_ = keyAfter(*key);
-      ++met;
-    }
-  }
+  std::size_t met = 0;
+  const auto isFull = [&] { return turn.items.size() + met >= limit; };
+  const auto take = [&](const Quillo::Scan& scan) {
+    if (isFull()) return false;
+    turn.items.push_back({std::string(scan.key()), std::string(scan.value())});
+    loadFrom_ = Quillo::keyAfter(turn.items.back().path);
+    damaged_.erase(turn.items.back().path);
+    return true;
+  };
+  const auto leaveOut = [&](const std::string& key, const CorruptionDetectedException& damage) {
+    if (isFull()) return false;
+    damageMet(key, damage.what());
+    loadFrom_ = Quillo::keyAfter(key);
+    ++met;
+    return true;
+  };
+  loading_ = !Quillo::scanAround(snapshot, table, loadFrom_, take, leaveOut);
   turn.more = true;
   turn.ends = !loading_;
-}
-
-void DocumentFeed::scan(const Snapshot& snapshot, std::size_t limit, Turn& turn) {
-  for (auto scan = snapshot.scan(table, loadFrom_); scan.valid(); scan.next()) {
-    if (turn.items.size() >= limit) return;
-    turn.items.push_back({std::string(scan.key()), std::string(scan.value())});
-    loadFrom_ = keyAfter(turn.items.back().path);
-    damaged_.erase(turn.items.back().path);
-  }
-  loading_ = false;
 }
 
 void DocumentFeed::follow(Snapshot& snapshot, std::size_t limit, Turn& turn) {
@@ -139,7 +88,7 @@ void DocumentFeed::follow(Snapshot& snapshot, std::size_t limit, Turn& turn) {
       if (const auto text = snapshot.get(table, change.key)) item.text = std::string(*text);
       damaged_.erase(change.key);
     } catch (const CorruptionDetectedException& damage) {
-      if (!readable(snapshot)) throw;
+      if (!Quillo::isReadable(snapshot)) throw;
       damageMet(change.key, damage.what());
     }
   }

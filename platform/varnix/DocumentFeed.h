@@ -38,6 +38,9 @@ class DocumentFeed {
   // not the one read so far is left alone until it holds a complete pass.
   Turn turn(std::size_t limit, bool holdsBack);
 
+  // Everything up to there has been given; older than everything while not all documents were given once.
+  Quillo::Bookmark bookmark() const { return loading_ ? Quillo::Bookmark() : mark_; }
+
   // The last turn held back.
   bool heldBack() const { return heldBack_; }
 
@@ -46,7 +49,6 @@ class DocumentFeed {
   void begin(const Quillo::Snapshot& snapshot, Turn& turn);
   void load(const Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
   void follow(Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
-  void scan(const Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
   void damageMet(const std::string& path, const std::string& what);
   void reportDamage();
 

@@ -35,18 +35,26 @@ Quillo::CommitResult DocumentPublisher::publish() {
   QTRACE_ENTRY(traceHandle, this);
   if (changed_.empty()) return {0, store_.seq()};
   auto batch = store_.begin();
+  addTo(batch);
+  const auto result = batch.commit();
+  QTRACE(traceHandle, 2) << "published " << changed_.size() << " documents, " << result.changes << " changes";
+  published();
+  return result;
+}
+
+void DocumentPublisher::addTo(Quillo::Batch& batch) {
   auto paths = changed_;
   for (const auto& path : changed_) {
     if (const auto at = referrers_.find(path); at != referrers_.end())
       paths.insert(at->second.begin(), at->second.end());
   }
   // Writing forgets who referred to what is gone: should the commit fail, they are still to be written.
-  changed_ = paths;
-  for (const auto& path : paths) write(batch, path);
-  const auto result = batch.commit();
+  changed_ = std::move(paths);
+  for (const auto& path : changed_) write(batch, path);
+}
+
+void DocumentPublisher::published() {
   changed_.clear();
-  QTRACE(traceHandle, 2) << "published " << paths.size() << " documents, " << result.changes << " changes";
-  return result;
 }
 
 Quillo::CommitResult DocumentPublisher::rewriteAll() {

@@ -45,6 +45,11 @@ class DocumentPublisher {
   // (or, if an older document of it is there, that one is deleted); the rest is written.
   Quillo::CommitResult publish();
 
+  // For a commit of documents and of more: adds what publish() would write to `batch`, and counts it as published
+  // when published() tells that the commit succeeded. The tree must not change in between.
+  void addTo(Quillo::Batch& batch);
+  void published();
+
   // Writes the documents of the whole tree and deletes all others: at start, and whenever the store may hold what
   // the tree does not. A full pass of the store over the table of documents, which also tells the readers that a
   // complete pass is in. Throws like publish(); call again.

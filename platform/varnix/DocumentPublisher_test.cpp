@@ -7,6 +7,7 @@
 namespace VarnixTest {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -41,7 +42,8 @@ TEST(DocumentPublisher, writesExactlyWhatChanged) {
   const auto& tree = writer.tree;
   const Vantu::IntfId eth0("eth0");
   EXPECT_TRUE(writer.documents.pending());
-  EXPECT_EQ(writer.documents.publishAll().changes, 2u);  // routing/config, routing6/config
+  EXPECT_EQ(writer.documents.publishAll().changes,
+            4u);  // routing/config, routing6/config, vrf/id/status, vrf/name/status
   EXPECT_FALSE(writer.documents.pending());
   EXPECT_EQ(writer.documents.publish().changes, 0u);
 
@@ -61,6 +63,30 @@ TEST(DocumentPublisher, writesExactlyWhatChanged) {
   EXPECT_EQ(stored(directory.path()), expected(tree));
 }
 
+TEST(DocumentPublisher, entriesOfOpenDirectoriesAreWrittenAndDeleted) {
+  const Directory directory;
+  Writer writer(directory.path());
+  const auto& dir = writer.tree.routingVrfInfoDir;
+  writer.documents.publishAll();
+  dir->entityIs(Kel::makePtr<Routing::VrfInfo>("a.b/c"));
+  EXPECT_EQ(writer.documents.publish().changes, 1u);
+  dir->entityDel("a.b/c");
+  const auto again = Kel::makePtr<Routing::VrfInfo>("a.b/c");
+  dir->entityIs(again);
+  EXPECT_EQ(writer.documents.publish().changes, 0u);
+  again->kernelTableIs(254);
+  EXPECT_EQ(writer.documents.publish().changes, 1u);
+  EXPECT_EQ(stored(directory.path()), expected(writer.tree));
+
+  Traces traces;
+  dir->entityDel("a.b/c");
+  dir->entityIs(Kel::makePtr<Routing::Config>("a.b/c"));
+  EXPECT_EQ(writer.documents.publish().changes, 1u);
+  EXPECT_EQ(stored(directory.path()).count("routing/vrf/info/a.b/c"), 0u);
+  EXPECT_THAT(traces.take(), ElementsAre(AllOf(HasSubstr("routing/vrf/info/a.b/c: not published"),
+                                               HasSubstr("Routing::Config, that of entries"))));
+}
+
 // Whoever adds an attribute to a type, or a type to the tree, is told here when the publisher does not watch it.
 TEST(DocumentPublisher, noticesEveryAttributeOfEveryType) {
   const Directory directory;
@@ -71,6 +97,7 @@ TEST(DocumentPublisher, noticesEveryAttributeOfEveryType) {
       if (attribute.createNamed) attribute.createNamed(*entity, "one");
     }
   }
+  for (const auto& open : writer.tree.openDirs()) open.dir->entityIs(open.make("one"));
   writer.documents.publish();
   unsigned attributes = 0;
   for (const auto& entity : entitiesOf(writer.tree)) {
@@ -144,7 +171,7 @@ TEST(DocumentPublisher, whatDoesNotFitIsLeftOutAndTheRestWritten) {
   const std::string longName(600, 'v');
   writer.tree.routingVrfConfigDir->vrfConfigIs(longName)->routingIs(true);
   writer.tree.routingVrfConfigDir->vrfConfigIs("red")->routingIs(true);
-  EXPECT_EQ(writer.documents.publishAll().changes, 3u);
+  EXPECT_EQ(writer.documents.publishAll().changes, 5u);
   EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("not published")));
   writer.tree.routingVrfConfigDir->vrfConfigDel(longName);
   writer.documents.publish();

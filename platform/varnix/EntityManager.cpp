@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "kel/Trace.h"
 #include "varnix/ByteText.h"
 #include "varnix/DocumentFeed.h"
@@ -20,7 +22,7 @@ EntityManager::EntityManager(const Kel::Ptr<Kel::Dir>& directory, Kel::Ptr<Quill
     : Kel::Entity("EntityManager"),
       tree_(directory),
       mount_(std::move(mount)),
-      loader_(std::make_unique<TreeLoader>(directory)),
+      loader_(std::make_unique<TreeLoader>(directory, tree_.openDirs())),
       feed_(std::make_unique<DocumentFeed>(mount_)) {
 }
 
@@ -60,6 +62,7 @@ bool EntityManager::step(std::size_t limit) {
     statusIs(turn.obstacle);
     return false;
   }
+  if (loader_->settle(limit - std::min(limit, turn.items.size()))) return true;
   loader_->reportUnplaced();
   if (turn.passIsIn) readyIs(true);
   if (turn.passIsIn) {
@@ -68,6 +71,10 @@ bool EntityManager::step(std::size_t limit) {
     waitingForPass();
   }
   return false;
+}
+
+Quillo::Bookmark EntityManager::bookmark() const {
+  return feed_->bookmark();
 }
 
 void EntityManager::waitingForPass() {

@@ -7,9 +7,11 @@
 //   at start, when the doorbell rang, and once a second:
 //     if (mount->refresh()) ... run a task: while it may go on, `manager->step(100)` until that is false
 //
-// The entities of Tree.h are there from the start, at their defaults. Members come and go with their documents;
-// fixed entities go back to their defaults when theirs goes. A reference is null until its target is there, and
-// again when the target goes. What is equal is not set again, after a rebuild either: no row flaps because the
+// The entities of Tree.h are there from the start, at their defaults. Members, and entries of the open directories,
+// come and go with their documents; fixed entities go back to their defaults when theirs goes. What refers to an
+// entity takes its attributes only when that is there, and what is referred to stays until it is let go: an address
+// is never seen without its VRF, however a change is cut into steps. A reference is null only when the store as a
+// whole has no such target. What is equal is not set again, after a rebuild either: no row flaps because the
 // publisher was restarted or the store was damaged.
 //
 // Whatever cannot be used is traced at level 0 and left out: a document that is not well-formed, of unknown type or
@@ -53,6 +55,10 @@ class EntityManager : public Kel::Entity {
   // tree is as the store was at the last refresh of the mount, or when there is none to read. Reactors run inside;
   // no snapshot of the mount is held meanwhile. Neither step nor the mount's refresh may be called from a reactor.
   bool step(std::size_t limit);
+
+  // Up to where the tree is in step with the store, once step() has returned false: for others who follow the same
+  // mount and are not to be ahead of the tree.
+  Quillo::Bookmark bookmark() const;
 
  private:
   void waitingForPass();

@@ -26,8 +26,11 @@ Vantu::IntfId id(const std::string& text) {
 TEST(EntityManager, everyTypeAndEveryNameArrives) {
   const Directory directory;
   Writer writer(directory.path());
-  const auto names = {std::string("a.b"),    std::string("a/b"),     std::string("\xff"),
-                      std::string(100, 'n'), std::string("a.vrf/b"), std::string("\n\0\\x41", 6)};
+  const auto& names = someNames();
+  for (const auto& name : names) {
+    writer.tree.routingVrfInfoDir->entityIs(Kel::makePtr<Routing::VrfInfo>(name));
+    writer.tree.routing6VrfInfoDir->entityIs(Kel::makePtr<Routing::VrfInfo>(name));
+  }
   for (const auto& entity : entitiesOf(writer.tree)) {
     for (const auto& attribute : entity->kelTypeInfo().attributes()) {
       if (!attribute.createNamed) continue;
@@ -55,6 +58,9 @@ TEST(EntityManager, everyTypeAndEveryNameArrives) {
     const auto status = reader.tree().ipStatus->ipIntfStatus(id(name));
     EXPECT_EQ(status->l3Status(), reader.tree().l3StatusDir->intfStatus(id(name)));
     EXPECT_EQ(Kel::resolve(reader.top, status->fullName()), status);
+    const auto info = reader.tree().routing6VrfInfoDir->entityPtr(name);
+    ASSERT_TRUE(info) << name;
+    EXPECT_EQ(Kel::resolve(reader.top, info->fullName()), info);
   }
 }
 
@@ -316,18 +322,8 @@ TEST(EntityManager, malformedDocumentsDoNotHinderTheRest) {
   EXPECT_TRUE(reader.manager->ready());
 }
 
-// Overwrites a byte wherever `marker` stands in the store's file.
 unsigned damage(const std::string& directory, const std::string& marker) {
-  std::fstream file(directory + "/data.mdb", std::ios::in | std::ios::out | std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
-  file.clear();
-  unsigned places = 0;
-  for (auto at = bytes.find(marker); at != std::string::npos; at = bytes.find(marker, at + 1)) {
-    file.seekp(static_cast<std::streamoff>(at));
-    file.put('#');
-    ++places;
-  }
-  return places;
+  return Quillo::Test::damage(directory + "/data.mdb", marker);
 }
 
 TEST(EntityManager, damagedRecordsAreLeftOutAndTheRestServed) {

@@ -3,6 +3,8 @@
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
+#include "vantu/RouteTypes.h"
+#include "varnix/StaticRoute.h"
 
 namespace Routing {
 
@@ -12,6 +14,7 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_STORED(bool, routing, Routing, false)  // true: packets are forwarded between interfaces
+  KEL_VALUES(Ordered, StaticRouteKey, StaticRouteFacts, staticRoute, StaticRoute)
   KEL_TYPE_END_DECLARE
 };
 
@@ -24,8 +27,14 @@ class VrfConfigDir : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-class RouteMetric {
-  KEL_VALUE_TYPE("Routing::RouteMetric", RouteMetric, ((std::uint32_t, value)))
+// That the routing tables of a VRF exist, in the directory of its IP version under the VRF's name.
+class VrfInfo : public Kel::Entity {
+  KEL_TYPE_BEGIN("Routing::VrfInfo", VrfInfo, Kel::Entity)
+ public:
+  KEL_NAMED(VrfInfo, Kel::Entity)
+  KEL_STORED(std::uint32_t, kernelTable, KernelTable,
+             0)  // the kernel's routing table (254 is "main"); 0: none known
+  KEL_TYPE_END_DECLARE
 };
 
 namespace NexthopGroup {
@@ -49,6 +58,7 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_STORED(bool, routing, Routing, false)
+  KEL_VALUES(Ordered, StaticRouteKey, Routing::StaticRouteFacts, staticRoute, StaticRoute)
   KEL_TYPE_END_DECLARE
 };
 

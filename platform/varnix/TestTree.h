@@ -11,9 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "kel/Trace.h"
-#include "quillo/Mount.h"
-#include "quillo/Publisher.h"
+#include "quillo/TestStore.h"
 #include "varnix/Document.h"
 #include "varnix/DocumentPublisher.h"
 #include "varnix/EntityManager.h"
@@ -35,24 +33,7 @@ class Directory {
   std::string path_;
 };
 
-// The lines that were traced at level 0.
-class Traces {
- public:
-  Traces() {
-    previous_ = Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
-      if (level == 0) lines.push_back(text);
-    });
-  }
-  ~Traces() { Kel::TraceConfig::sinkIs(previous_); }
-  Traces(const Traces&) = delete;
-  Traces& operator=(const Traces&) = delete;
-  std::vector<std::string> lines;
-  // Forgets them.
-  std::vector<std::string> take() { return std::exchange(lines, {}); }
-
- private:
-  Kel::TraceConfig::Sink previous_;
-};
+using Quillo::Test::Traces;
 
 inline void collect(const Kel::Ptr<Kel::Entity>& entity, std::vector<Kel::Ptr<Kel::Entity>>& all) {
   if (const auto dir = Kel::dynamicPtr<Kel::Dir>(entity)) {
@@ -88,6 +69,9 @@ inline std::map<std::string, std::string> textOf(const Varnix::Tree& tree) {
 inline const std::vector<Kel::Datum>& someValues() {
   using Kel::Datum;
   static const auto state = [](const char* name) { return Datum(Datum::Object{{"state", Datum(name)}}); };
+  static const auto facts = [](bool group) {
+    return Datum(Datum::Object{{"nexthopGroup", Datum(group)}, {"persistent", Datum(true)}});
+  };
   static const std::vector<Datum> values{
       Datum(true),
       Datum(false),
@@ -112,6 +96,14 @@ inline const std::vector<Kel::Datum>& someValues() {
       Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}, {"10.3.0.1/8", Datum(true)}}),
       Datum(Datum::Object{{"2001:db8::2/64", state("addressStatePreferred")}}),
       Datum(Datum::Object{{"2001:db8::2/64", state("addressStateTentative")}}),
+      Datum(Datum::Object{{"10.2.0.0/16 1", facts(true)}}),
+      Datum(Datum::Object{{"10.2.0.0/16 1", facts(false)}, {"0.0.0.0/0 4294967295", facts(true)}}),
+      Datum(Datum::Object{{"2001:db8::/64 1", facts(true)}}),
+      Datum(Datum::Object{{"2001:db8::/64 1", facts(false)}}),
+      Datum(Datum::Object{{"0", Datum("default")}}),
+      Datum(Datum::Object{{"0", Datum("default")}, {"16777214", Datum("\xff\n\\x")}}),
+      Datum(Datum::Object{{"default", Datum("0")}}),
+      Datum(Datum::Object{{"\xff\n\\x", Datum("16777214")}, {"a.b/c", Datum("1")}}),
   };
   return values;
 }
@@ -131,12 +123,34 @@ inline std::vector<Kel::Datum> acceptedValues(Kel::Entity& entity, const Kel::At
   return accepted;
 }
 
-// Changes a tree at random: members come and go, attributes and references are set.
+// Names of every kind that VRFs and interfaces can have.
+inline const std::vector<std::string>& someNames() {
+  static const std::vector<std::string> names{"eth0",
+                                              "eth1",
+                                              "a.b",
+                                              "a/b",
+                                              "a",
+                                              "default",
+                                              "\xff",
+                                              "a.vrf/b",
+                                              "x/y.z/",
+                                              std::string(100, 'n'),
+                                              std::string("\n\0\\x41", 6)};
+  return names;
+}
+
+// Changes a tree at random: members and entries come and go, attributes and references are set.
 class Mutator {
  public:
   Mutator(const Varnix::Tree& tree, unsigned seed) : tree_(tree), random_(seed) {}
 
   void change() {
+    const auto& name = someNames()[pick(someNames().size())];
+    if (pick(8) == 0) {
+      const auto& dir = pick(2) == 0 ? tree_.routingVrfInfoDir : tree_.routing6VrfInfoDir;
+      if (!dir->entityDel(name)) dir->entityIs(Kel::makePtr<Routing::VrfInfo>(name));
+      return;
+    }
     const auto all = entitiesOf(tree_);
     const auto entity = all[pick(all.size())];
     const auto& attributes = entity->kelTypeInfo().attributes();
@@ -152,9 +166,6 @@ class Mutator {
       } catch (const Kel::AttributeException&) {
       }
     } else if (attribute.createNamed) {
-      static const std::vector<std::string> names{
-          "eth0", "eth1", "a.b", "a/b", "a", "default", "\xff", "a.vrf/b", "long" + std::string(96, 'g')};
-      const auto& name = names[pick(names.size())];
       if (pick(3) == 0) {
         attribute.remove(*entity, name);
       } else {

@@ -1,22 +1,29 @@
 #pragma once
 // The fixed part of the state database: the entities that exist whether anybody has published them or not.
 //
-// | path                | type                        |
-// |---------------------|-----------------------------|
-// | routing/config      | Routing::Config             |
-// | routing6/config     | Routing6::Config            |
-// | routing/vrf/config  | Routing::VrfConfigDir       |
-// | routing6/vrf/config | Routing6::VrfConfigDir      |
-// | interface/status    | Interface::AllIntfStatusDir |
-// | l3/intf/config      | L3::Intf::ConfigDir         |
-// | l3/intf/status      | L3::Intf::StatusDir         |
-// | ip/config           | Ip::Config                  |
-// | ip/status           | Ip::Status                  |
-// | ip6/config          | Ip6::Config                 |
-// | ip6/status          | Ip6::Status                 |
-// | ip/vrf/config       | Ip::AllVrfConfig            |
-// | ip/vrf/global       | Ip::AllVrfStatusGlobal      |
-// | ip/vrf/local        | Ip::AllVrfStatusLocal       |
+// | path                | type                                      |
+// |---------------------|-------------------------------------------|
+// | routing/config      | Routing::Config                           |
+// | routing6/config     | Routing6::Config                          |
+// | routing/vrf/config  | Routing::VrfConfigDir                     |
+// | routing6/vrf/config | Routing6::VrfConfigDir                    |
+// | routing/vrf/info    | Kel::Dir of Routing::VrfInfo, by VRF name |
+// | routing6/vrf/info   | Kel::Dir of Routing::VrfInfo, by VRF name |
+// | interface/status    | Interface::AllIntfStatusDir               |
+// | l3/intf/config      | L3::Intf::ConfigDir                       |
+// | l3/intf/status      | L3::Intf::StatusDir                       |
+// | ip/config           | Ip::Config                                |
+// | ip/status           | Ip::Status                                |
+// | ip6/config          | Ip6::Config                               |
+// | ip6/status          | Ip6::Status                               |
+// | ip/vrf/config       | Ip::AllVrfConfig                          |
+// | ip/vrf/global       | Ip::AllVrfStatusGlobal                    |
+// | ip/vrf/local        | Ip::AllVrfStatusLocal                     |
+// | vrf/id/status       | Vrf::VrfIdMap::Status                     |
+// | vrf/name/status     | Vrf::VrfIdMap::NameToIdMapWrapper         |
+
+#include <string>
+#include <vector>
 
 #include "kel/Dir.h"
 #include "varnix/Interface.h"
@@ -24,8 +31,17 @@
 #include "varnix/Ip6.h"
 #include "varnix/L3.h"
 #include "varnix/Routing.h"
+#include "varnix/VrfIdMap.h"
 
 namespace Varnix {
+
+// A directory whose entries come and go with their documents, all of one type.
+struct OpenDir {
+  Kel::Ptr<Kel::Dir> dir;
+  std::string type;  // of the entries
+  // A new entry. Throws Kel::RangeException when no entry can be called so.
+  Kel::Ptr<Kel::Entity> (*make)(const Kel::Name& name);
+};
 
 // Typed handles into one such tree. A publisher fills a tree of its own and writes it to the store; an agent's tree
 // is filled from the store by its entity manager.
@@ -35,6 +51,8 @@ struct Tree {
   Kel::Ptr<Routing6::Config> routing6Config;
   Kel::Ptr<Routing::VrfConfigDir> routingVrfConfigDir;
   Kel::Ptr<Routing6::VrfConfigDir> routing6VrfConfigDir;
+  Kel::Ptr<Kel::Dir> routingVrfInfoDir;
+  Kel::Ptr<Kel::Dir> routing6VrfInfoDir;
   Kel::Ptr<Interface::AllIntfStatusDir> intfStatusDir;
   Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir;
   Kel::Ptr<L3::Intf::StatusDir> l3StatusDir;
@@ -45,9 +63,13 @@ struct Tree {
   Kel::Ptr<Ip::AllVrfConfig> allVrfConfig;
   Kel::Ptr<Ip::AllVrfStatusGlobal> allVrfStatusGlobal;
   Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;
+  Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus;
+  Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> vrfNameStatus;
 
   // Makes the entities in `root` (the directory "Varnix" of an agent, or a publisher's nameless one).
   explicit Tree(Kel::Ptr<Kel::Dir> root);
+
+  std::vector<OpenDir> openDirs() const;
 };
 
 }  // namespace Varnix

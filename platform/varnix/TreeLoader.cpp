@@ -13,78 +13,92 @@ Kel::TraceHandle traceHandle("VarnixLoader");
 using Kel::AttributeInfo;
 using Kel::AttributeKind;
 
-void collectFixed(const Kel::Ptr<Kel::Dir>& dir, const Kel::Entity& root,
-                  std::map<std::string, Kel::Ptr<Kel::Entity>>& fixed) {
-  for (const auto& [name, entity] : dir->entityPtr()) {
-    if (const auto below = Kel::dynamicPtr<Kel::Dir>(entity)) {
-      collectFixed(below, root, fixed);
-    } else {
-      fixed[*pathBelow(root, *entity)] = entity;
-    }
-  }
-}
-
-void reactorFailed(const std::string& path, std::string_view what) {
-  QTRACE(traceHandle, 0) << escapeBytes(path) << ": a reactor failed: " << escapeBytes(what);
-}
-
-// Carries out a change of the tree, in which reactors run. What they throw goes no further: the change is made, and
-// the loader's own books must follow it.
-template <typename Change>
-void react(const std::string& path, const Change& change) {
-  try {
-    change();
-  } catch (const std::exception& error) {
-    reactorFailed(path, error.what());
-  }
-}
-
 }  // namespace
 
-TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root) : root_(std::move(root)) {
-  collectFixed(root_, *root_, fixed_);
-  for (const auto& [path, entity] : fixed_) learnDefaults(*entity);
+TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs)
+    : places_(std::move(root), openDirs) {
+  for (const auto& [path, entity] : places_.fixed()) learnDefaults(*entity);
 }
 
 // ---- documents
 
 void TreeLoader::documentIs(const std::string& path, std::string_view text) {
   QTRACE_ENTRY(traceHandle, this);
-  try {
-    const auto document = documentFromText(text);
-    documentIs(path, entries_[path], document, text);
-  } catch (const DocumentException& error) {
-    QTRACE(traceHandle, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
-    documentDel(path);
-  }
-}
-
-void TreeLoader::documentIs(const std::string& path, Entry& entry, const Document& document,
-                            std::string_view text) {
-  entry.pass = pass_;
-  if (entry.entity && entry.entity->kelTypeInfo().name() != document.type) displace(path, entry);
-  const bool isNew = !entry.entity;
-  if (isNew) place(path, entry, document.type);
-  if (!entry.entity) {
-    entry.unplacedText = text;
-    if (unplaced_.insert(path).second) unreported_.push_back(path);
-    return;
-  }
-  attributesAre(path, entry, document);
-  if (!isNew) return;
-  entry.unplacedText.clear();
-  unplaced_.erase(path);
-  resolveReferrers(path);
-  ownerCame(path);
+  take(path, text);
+  workOff();
 }
 
 void TreeLoader::documentDel(const std::string& path) {
   QTRACE_ENTRY(traceHandle, this);
+  withdraw(path);
+  workOff();
+}
+
+void TreeLoader::take(const std::string& path, std::string_view text) {
+  try {
+    auto document = documentFromText(text);
+    take(path, entries_[path], std::move(document), text);
+  } catch (const DocumentException& error) {
+    QTRACE(traceHandle, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
+    withdraw(path);
+  }
+}
+
+void TreeLoader::take(const std::string& path, Entry& entry, Document document, std::string_view text) {
+  entry.pass = pass_;
+  waiting_.documentDel(path);
+  condemned_.erase(path);
+  auto& entity = entry.place.entity;
+  if (entity && entity->kelTypeInfo().name() != document.type) displace(path, entry);
+  const bool isNew = !entity;
+  if (isNew) entry.place = places_.make(path, document.type, entry.obstacle);
+  if (!entity) {
+    entry.unplacedText = text;
+    if (unplaced_.insert(path).second) unreported_.push_back(path);
+    return;
+  }
+  if (isNew) learnDefaults(*entity);
+  attributesWhenComplete(path, entry, std::move(document));
+  if (!isNew) return;
+  entry.unplacedText.clear();
+  unplaced_.erase(path);
+  came_.push_back(path);
+  ownerCame(path);
+}
+
+void TreeLoader::withdraw(const std::string& path) {
   const auto at = entries_.find(path);
   if (at == entries_.end()) return;
-  if (at->second.entity) displace(path, at->second);
+  if (at->second.place.owner && isReferredTo(path)) {
+    waiting_.documentDel(path);
+    condemned_.insert(path);
+  } else {
+    remove(path);
+  }
+}
+
+void TreeLoader::remove(const std::string& path) {
+  const auto at = entries_.find(path);
+  waiting_.documentDel(path);
+  condemned_.erase(path);
+  if (at->second.place.entity) displace(path, at->second);
   unplaced_.erase(path);
   entries_.erase(at);
+}
+
+// What the changes of this call bring about elsewhere.
+void TreeLoader::workOff() {
+  while (!came_.empty() || !freed_.empty()) {
+    for (const auto& target : std::exchange(came_, {})) {
+      resolveReferrers(target);
+      for (const auto& path : waiting_.waitingFor(target)) {
+        attributesWhenComplete(path, entries_.at(path), *waiting_.take(path));
+      }
+    }
+    for (const auto& path : std::exchange(freed_, {})) {
+      if (condemned_.contains(path) && !isReferredTo(path)) remove(path);
+    }
+  }
 }
 
 void TreeLoader::passBegin() {
@@ -102,6 +116,19 @@ bool TreeLoader::sweep(std::size_t limit) {
   return false;
 }
 
+bool TreeLoader::settle(std::size_t limit) {
+  for (; limit > 0 && !waiting_.empty(); --limit) {
+    const auto path = waiting_.first();
+    attributesAre(path, entries_.at(path), *waiting_.take(path));
+    workOff();
+  }
+  for (; limit > 0 && !condemned_.empty(); --limit) {
+    remove(std::string(*condemned_.begin()));
+    workOff();
+  }
+  return !waiting_.empty() || !condemned_.empty();
+}
+
 void TreeLoader::reportUnplaced() {
   for (const auto& path : unreported_) {
     if (!unplaced_.contains(path)) continue;
@@ -110,75 +137,17 @@ void TreeLoader::reportUnplaced() {
   unreported_.clear();
 }
 
-// ---- places
-
-void TreeLoader::place(const std::string& path, Entry& entry, const std::string& type) {
-  if (const auto at = fixed_.find(path); at != fixed_.end()) {
-    const auto& actual = at->second->kelTypeInfo().name();
-    if (actual == type) {
-      entry.entity = at->second;
-    } else {
-      entry.obstacle = fmt::format("its type is '{}', the entity's {}", escapeBytes(type), actual);
-    }
-    return;
-  }
-  entry.obstacle = fmt::format("there is no place for it here (type '{}')", escapeBytes(type));
-  // Names may hold dots, so each of them may be the one in front of the attribute.
-  for (auto dot = path.find('.'); dot != std::string::npos; dot = path.find('.', dot + 1)) {
-    if (placeMember(path, entry, type, dot)) return;
-  }
-}
-
-bool TreeLoader::placeMember(const std::string& path, Entry& entry, const std::string& type, std::size_t dot) {
-  const auto slash = path.find('/', dot);
-  const auto owner = Kel::resolve(root_, std::string_view(path).substr(0, dot));
-  if (slash == std::string::npos || !owner) return false;
-  const auto* attribute = owner->kelTypeInfo().find(std::string_view(path).substr(dot + 1, slash - dot - 1));
-  if (!attribute || attribute->kind != AttributeKind::members || !attribute->createNamed) return false;
-  if (attribute->typeName != type) {
-    entry.obstacle =
-        fmt::format("its type is '{}', that of members here {}", escapeBytes(type), attribute->typeName);
-    return false;
-  }
-  const auto name = path.substr(slash + 1);
-  entry.obstacle = fmt::format("'{}' is not how a member is called", escapeBytes(name));
-  if (name.empty() || attribute->member(*owner, name)) return false;
-  std::string failure;
-  try {
-    attribute->createNamed(*owner, name);
-  } catch (const std::exception& error) {
-    failure = error.what();
-  }
-  const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner, name));
-  if (!member) {
-    if (!failure.empty()) entry.obstacle = escapeBytes(failure);
-    return false;
-  }
-  if (!failure.empty()) reactorFailed(path, failure);  // it was made all the same
-  if (pathBelow(*root_, *member) != path) {
-    react(path, [&] { attribute->remove(*owner, name); });
-    return false;
-  }
-  learnDefaults(*member);
-  entry.entity = member;
-  entry.owner = owner;
-  entry.attribute = attribute;
-  entry.name = name;
-  return true;
-}
-
 void TreeLoader::displace(const std::string& path, Entry& entry) {
-  if (!entry.owner) {
+  if (!entry.place.owner) {
     targetsDelAll(path, entry);
-    defaultsAre(path, *std::exchange(entry.entity, nullptr));
+    defaultsAre(path, *std::exchange(entry.place.entity, nullptr));
     return;
   }
-  membersDel(path, *entry.entity);
-  entry.entity = nullptr;
+  membersDel(path, *entry.place.entity);
+  const auto place = std::exchange(entry.place, {});
   targetsDelAll(path, entry);
   resolveReferrers(path);  // to nothing: nobody refers to what is no longer there
-  const auto owner = std::exchange(entry.owner, nullptr);
-  react(path, [&] { entry.attribute->remove(*owner, entry.name); });
+  TreePlaces::remove(path, place);
 }
 
 // Members go with their owner. What begins with its path need not be one: a sibling's name may have a dot in it.
@@ -186,9 +155,9 @@ void TreeLoader::membersDel(const std::string& path, const Kel::Entity& owner) {
   const auto below = path + ".";
   std::vector<std::string> members;
   for (auto at = entries_.lower_bound(below); at != entries_.end() && at->first.starts_with(below); ++at) {
-    if (at->second.owner.get() == &owner) members.push_back(at->first);
+    if (at->second.place.owner.get() == &owner) members.push_back(at->first);
   }
-  for (const auto& member : members) documentDel(member);
+  for (const auto& member : members) remove(member);
 }
 
 void TreeLoader::ownerCame(const std::string& path) {
@@ -199,32 +168,44 @@ void TreeLoader::ownerCame(const std::string& path) {
   }
   for (const auto& member : waiting) {
     const auto at = entries_.find(member);
-    if (at == entries_.end() || at->second.entity) continue;  // placed by an owner that came within this loop
+    if (at == entries_.end() || at->second.place.entity) continue;  // placed by an owner that came within this loop
     const auto pass = at->second.pass;
-    documentIs(member, std::string(at->second.unplacedText));
+    take(member, std::string(at->second.unplacedText));
     at->second.pass = pass;
   }
 }
 
 // ---- attributes
 
+void TreeLoader::attributesWhenComplete(const std::string& path, Entry& entry, Document document) {
+  std::set<std::string> absent;
+  for (const auto& [attribute, target] : targetsOf(entry, document)) {
+    if (!target.empty() && !entityAt(target)) absent.insert(target);
+  }
+  if (absent.empty()) {
+    attributesAre(path, entry, document);
+  } else {
+    waiting_.documentIs(path, std::move(document), std::move(absent));
+  }
+}
+
+// Values are set while the reference that they are read with is there: after it comes, before it goes.
 void TreeLoader::attributesAre(const std::string& path, Entry& entry, const Document& document) {
-  const auto& type = entry.entity->kelTypeInfo();
+  const auto& type = entry.place.entity->kelTypeInfo();
   const Kel::Datum attributes(document.attributes);
+  const auto targets = targetsOf(entry, document);
+  for (const auto& [attribute, target] : targets) {
+    if (entityAt(target)) targetIs(path, entry, *attribute, target);
+  }
   for (const auto& attribute : type.attributes()) {
-    const auto* value = attributes.member(attribute.name);
     if (attribute.fromDatum) {
-      valueIs(path, *entry.entity, attribute, value);
-    } else if (attribute.kind == AttributeKind::reference) {
-      const auto* target = value ? value->getIf<std::string>() : nullptr;
-      if (value && !target && !value->isNull()) {
-        QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << attribute.name
-                               << "' left out: expected a path or null, found " << value->kindName();
-      }
-      targetIs(path, entry, attribute, target ? *target : std::string());
+      valueIs(path, *entry.place.entity, attribute, attributes.member(attribute.name));
     }
   }
-  unknownAttributes(path, type, document);
+  for (const auto& [attribute, target] : targets) {
+    if (!entityAt(target)) targetIs(path, entry, *attribute, target);
+  }
+  badAttributes(path, type, document);
 }
 
 void TreeLoader::valueIs(const std::string& path, Kel::Entity& entity, const AttributeInfo& attribute,
@@ -259,9 +240,15 @@ void TreeLoader::learnDefaults(const Kel::Entity& fresh) {
   }
 }
 
-void TreeLoader::unknownAttributes(const std::string& path, const Kel::TypeInfo& type, const Document& document) {
+void TreeLoader::badAttributes(const std::string& path, const Kel::TypeInfo& type, const Document& document) {
   for (const auto& [name, value] : document.attributes) {
     const auto* attribute = type.find(name);
+    if (attribute && attribute->kind == AttributeKind::reference) {
+      if (value.isNull() || value.getIf<std::string>()) continue;
+      QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << name
+                             << "' left out: expected a path or null, found " << value.kindName();
+      continue;
+    }
     if (attribute && isDocumentAttribute(*attribute)) continue;
     // A newer publisher has it in every document: saying so once is enough.
     constexpr std::size_t mostRemembered = 1000;
@@ -274,6 +261,20 @@ void TreeLoader::unknownAttributes(const std::string& path, const Kel::TypeInfo&
 
 // ---- references
 
+// The path that the document gives each reference; empty for none.
+TreeLoader::Targets TreeLoader::targetsOf(const Entry& entry, const Document& document) {
+  Targets targets;
+  for (const auto& attribute : entry.place.entity->kelTypeInfo().attributes()) {
+    if (attribute.kind == AttributeKind::reference) targets[&attribute];
+  }
+  for (const auto& [name, value] : document.attributes) {
+    const auto at = targets.find(entry.place.entity->kelTypeInfo().find(name));
+    const auto* path = value.getIf<std::string>();
+    if (at != targets.end() && path) at->second = *path;
+  }
+  return targets;
+}
+
 void TreeLoader::targetIs(const std::string& path, Entry& entry, const AttributeInfo& attribute,
                           std::string target) {
   auto known = entry.targets.find(&attribute);
@@ -281,6 +282,7 @@ void TreeLoader::targetIs(const std::string& path, Entry& entry, const Attribute
     const auto at = referrers_.find(known->second);
     at->second.erase(path);
     if (at->second.empty()) referrers_.erase(at);
+    if (condemned_.contains(known->second)) freed_.push_back(known->second);
   }
   if (target.empty()) {
     if (known == entry.targets.end()) return;
@@ -289,7 +291,7 @@ void TreeLoader::targetIs(const std::string& path, Entry& entry, const Attribute
     referrers_[target].insert(path);
     entry.targets[&attribute] = std::move(target);
   }
-  if (entry.entity) resolve(path, entry, attribute);
+  if (entry.place.entity) resolve(path, entry, attribute);
 }
 
 void TreeLoader::targetsDelAll(const std::string& path, Entry& entry) {
@@ -300,11 +302,11 @@ void TreeLoader::resolve(const std::string& path, Entry& entry, const AttributeI
   const auto known = entry.targets.find(&attribute);
   const auto target = known == entry.targets.end() ? nullptr : entityAt(known->second);
   try {
-    attribute.referenceIs(*entry.entity, target);
+    attribute.referenceIs(*entry.place.entity, target);
   } catch (const Kel::AttributeException& error) {
     QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << attribute.name
                            << "' left out: " << escapeBytes(error.what());
-    react(path, [&] { attribute.referenceIs(*entry.entity, nullptr); });
+    react(path, [&] { attribute.referenceIs(*entry.place.entity, nullptr); });
   } catch (const std::exception& error) {
     reactorFailed(path, error.what());
   }
@@ -315,17 +317,24 @@ void TreeLoader::resolveReferrers(const std::string& target) {
   if (at == referrers_.end()) return;
   for (const auto& path : std::set<std::string>(at->second)) {
     const auto referrer = entries_.find(path);
-    if (referrer == entries_.end() || !referrer->second.entity) continue;
+    if (referrer == entries_.end() || !referrer->second.place.entity) continue;
     for (const auto& [attribute, path_] : referrer->second.targets) {
       if (path_ == target) resolve(path, referrer->second, *attribute);
     }
   }
 }
 
+bool TreeLoader::isReferredTo(const std::string& path) const {
+  const auto at = referrers_.find(path);
+  return at != referrers_.end() && (at->second.size() > 1 || !at->second.contains(path));
+}
+
 Kel::Ptr<Kel::Entity> TreeLoader::entityAt(const std::string& path) const {
-  if (const auto at = entries_.find(path); at != entries_.end() && at->second.entity) return at->second.entity;
-  const auto at = fixed_.find(path);
-  return at == fixed_.end() ? nullptr : at->second;
+  if (const auto at = entries_.find(path); at != entries_.end() && at->second.place.entity) {
+    return at->second.place.entity;
+  }
+  const auto at = places_.fixed().find(path);
+  return at == places_.fixed().end() ? nullptr : at->second;
 }
 
 }  // namespace Varnix

@@ -51,7 +51,7 @@ using ::testing::IsEmpty;
 struct TreeLoaderTest : ::testing::Test {
   Kel::Ptr<Kel::Dir> top = Kel::makePtr<Kel::Dir>("");
   Tree tree{top->dirIs("Varnix")};
-  TreeLoader loader{tree.root};
+  TreeLoader loader{tree.root, tree.openDirs()};
   Traces traces;
 
   void load(const std::string& path, const std::string& type, const std::string& attributes) {
@@ -143,11 +143,14 @@ TEST_F(TreeLoaderTest, referencesFollowTheirTargets) {
   load("ip/status.ipIntfStatus/eth0", "Ip::IpIntfStatus", ip);
   const auto status = tree.ipStatus->ipIntfStatus(eth0);
   EXPECT_FALSE(status->l3Status());
+  EXPECT_FALSE(loader.settle(10));
   auto watch = Kel::makePtr<Watch>();
   watch->notifierIs(status);
   load("l3/intf/status.intfStatus/eth0", "L3::Intf::Status", R"({"vrf":"red"})");
   load("ip/status.ipIntfStatus/eth0", "Ip::IpIntfStatus", ip);
   loader.documentDel("l3/intf/status.intfStatus/eth0");
+  EXPECT_TRUE(loader.settle(0));
+  EXPECT_FALSE(loader.settle(1));
   load("l3/intf/status.intfStatus/eth0", "L3::Intf::Status", R"({"vrf":"blue"})");
   load("ip/status.ipIntfStatus/eth0", "Ip::IpIntfStatus", R"({"l3Status":null})");
   EXPECT_EQ(watch->calls, (std::vector<std::string>{"red", "none", "blue", "none"}));  // complete when it is set
@@ -156,12 +159,81 @@ TEST_F(TreeLoaderTest, referencesFollowTheirTargets) {
   // Not followed any more; of the wrong type; not even a path.
   loader.documentDel("l3/intf/status.intfStatus/eth0");
   load("l3/intf/status.intfStatus/eth0", "L3::Intf::Status", "{}");
+  loader.settle(10);
   EXPECT_FALSE(status->l3Status());
   load("ip/status.ipIntfStatus/eth0", "Ip::IpIntfStatus", R"({"l3Status":"routing/config"})");
   load("ip/status.ipIntfStatus/eth0", "Ip::IpIntfStatus", R"({"l3Status":7})");
   EXPECT_FALSE(status->l3Status());
   EXPECT_THAT(traces.take(),
               ElementsAre(HasSubstr("'l3Status' left out: expected"), HasSubstr("expected a path or null, found")));
+}
+
+TEST_F(TreeLoaderTest, whatRefersWaitsForItsTargetAndHoldsIt) {
+  const std::string l3 = "l3/intf/status.intfStatus/";
+  const auto document = [&](const char* addr, const std::string& target) {
+    return R"({"activeAddrWithMask":")" + std::string(addr) + R"(","l3Status":")" + l3 + target + "\"}";
+  };
+  const auto address = [&] { return tree.ipStatus->ipIntfStatus(eth0)->activeAddrWithMask().stringValue(); };
+  const auto status = "ip/status.ipIntfStatus/eth0";
+  load(l3 + "eth0", "L3::Intf::Status", "{}");
+  load(status, "Ip::IpIntfStatus", document("10.0.0.1/8", "eth0"));
+  EXPECT_EQ(address(), "10.0.0.1/8");
+
+  // What it is to say next waits for eth1, and so does the end of eth0.
+  load(status, "Ip::IpIntfStatus", document("10.0.0.2/8", "eth1"));
+  loader.documentDel(l3 + "eth0");
+  EXPECT_EQ(address(), "10.0.0.1/8");
+  EXPECT_TRUE(tree.ipStatus->ipIntfStatus(eth0)->l3Status());
+  load(l3 + "eth1", "L3::Intf::Status", "{}");
+  EXPECT_EQ(address(), "10.0.0.2/8");
+  EXPECT_EQ(tree.ipStatus->ipIntfStatus(eth0)->l3Status(), tree.l3StatusDir->intfStatus(eth1));
+  EXPECT_FALSE(tree.l3StatusDir->intfStatusHas(eth0));
+  EXPECT_FALSE(loader.settle(0));
+
+  // A target that comes back in time was never away; what waits is forgotten with its document.
+  const auto target = tree.l3StatusDir->intfStatus(eth1);
+  loader.documentDel(l3 + "eth1");
+  load(l3 + "eth1", "L3::Intf::Status", "{}");
+  EXPECT_EQ(tree.l3StatusDir->intfStatus(eth1), target);
+  load(status, "Ip::IpIntfStatus", document("10.0.0.3/8", "eth9"));
+  loader.documentDel(l3 + "eth1");
+  loader.documentDel(status);
+  EXPECT_TRUE(tree.l3StatusDir->intfStatus().empty());
+  load(l3 + "eth9", "L3::Intf::Status", "{}");
+  EXPECT_TRUE(tree.ipStatus->ipIntfStatus().empty());
+  EXPECT_FALSE(loader.settle(0));
+}
+
+TEST_F(TreeLoaderTest, entriesOfOpenDirectoriesComeAndGo) {
+  struct Watch : Kel::Dir::Notifiee {
+    std::vector<std::string> calls;
+    void handleEntityPtr(const Kel::Name& name) override {
+      calls.push_back((notifier()->entityPtrHas(name) ? "+" : "-") + name);
+    }
+  };
+  auto watch = Kel::makePtr<Watch>();
+  watch->notifierIs(tree.routingVrfInfoDir);
+  load("routing/vrf/info/a.b/c", "Routing::VrfInfo", R"({"kernelTable":7})");
+  load("routing/vrf/info/a", "Routing::VrfInfo", "{}");
+  load("routing/vrf/info/a.b/c", "Routing::VrfInfo", R"({"kernelTable":8})");
+  const auto info = Kel::dynamicPtr<Routing::VrfInfo>(Kel::resolve(top, "Varnix/routing/vrf/info/a.b/c"));
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->kernelTable(), 8u);
+  loader.documentDel("routing/vrf/info/a");
+  loader.passBegin();
+  while (loader.sweep(1)) {
+  }
+  EXPECT_EQ(watch->calls, (std::vector<std::string>{"+a.b/c", "+a", "-a", "-a.b/c"}));
+
+  load("routing/vrf/info/red", "Routing::Config", "{}");
+  load("routing/vrf/info/", "Routing::VrfInfo", "{}");
+  load("routing/vrf/info/" + std::string(101, 'v'), "Routing::VrfInfo", "{}");
+  load("routing/vrf/info", "Kel::Dir", "{}");
+  loader.reportUnplaced();
+  EXPECT_THAT(traces.take(),
+              ElementsAre(AllOf(HasSubstr("info/red"), HasSubstr("Routing::VrfInfo")), HasSubstr("1 to 100 bytes"),
+                          HasSubstr("maxLength"), HasSubstr("no place")));
+  EXPECT_TRUE(tree.routingVrfInfoDir->entityPtr().empty());
 }
 
 TEST(TreeLoaderNested, membersWaitForTheirOwnersAndGoWithThem) {

@@ -1,9 +1,13 @@
 #include "varnix/TreeWatch.h"
 
+#include "kel/Trace.h"
+#include "varnix/ByteText.h"
 #include "varnix/Document.h"
 
 namespace Varnix {
 namespace {
+
+Kel::TraceHandle traceHandle("VarnixWatch");
 
 template <class T>
 struct Watcher : T::Notifiee {
@@ -124,16 +128,47 @@ struct OnAllVrfLocal : Watcher<Ip::AllVrfStatusLocal> {
 
 struct OnRouting : Watcher<Routing::Config> {
   ON_ATTRIBUTE(Routing)
+  ON_VALUES(Routing::StaticRouteKey, StaticRoute)
 };
 struct OnRoutingVrfs : Watcher<Routing::VrfConfigDir> {
   ON_MEMBERS(Kel::Name, OnRouting, vrfConfig, VrfConfig)
 };
 
+struct OnVrfInfo : Watcher<Routing::VrfInfo> {
+  ON_ATTRIBUTE(KernelTable)
+};
+struct OnVrfInfos : Watcher<Kel::Dir> {
+  void handleEntityPtr(const Kel::Name& name) override {
+    const auto entry = notifier()->entityPtr(name);
+    const auto info = Kel::dynamicPtr<const Routing::VrfInfo>(entry);
+    if (info) {
+      watch->entityIs<OnVrfInfo>(info);
+      return;
+    }
+    if (entry) {
+      QTRACE(traceHandle, 0) << escapeBytes(watch->path(*entry)) << ": not published: its type is "
+                             << entry->kelTypeInfo().name() << ", that of entries here Routing::VrfInfo";
+    }
+    watch->entityDel(watch->path(*notifier()) + "/" + name);
+  }
+  void begin() override {
+    for (const auto& [name, entry] : notifier()->entityPtr()) handleEntityPtr(name);
+  }
+};
+
 struct OnRouting6 : Watcher<Routing6::Config> {
   ON_ATTRIBUTE(Routing)
+  ON_VALUES(Routing6::StaticRouteKey, StaticRoute)
 };
 struct OnRouting6Vrfs : Watcher<Routing6::VrfConfigDir> {
   ON_MEMBERS(Kel::Name, OnRouting6, vrfConfig, VrfConfig)
+};
+
+struct OnVrfIds : Watcher<Vrf::VrfIdMap::Status> {
+  ON_VALUES(Vrf::VrfIdMap::VrfId, VrfName)
+};
+struct OnVrfNames : Watcher<Vrf::VrfIdMap::NameToIdMapWrapper> {
+  ON_VALUES(L3::VrfName, VrfId)
 };
 
 #undef ON_ATTRIBUTE
@@ -148,6 +183,8 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   entityIs<OnRouting6>(tree.routing6Config);
   entityIs<OnRoutingVrfs>(tree.routingVrfConfigDir);
   entityIs<OnRouting6Vrfs>(tree.routing6VrfConfigDir);
+  entityIs<OnVrfInfos>(tree.routingVrfInfoDir);
+  entityIs<OnVrfInfos>(tree.routing6VrfInfoDir);
   entityIs<OnAllIntfStatus>(tree.intfStatusDir);
   entityIs<OnL3ConfigDir>(tree.l3ConfigDir);
   entityIs<OnL3StatusDir>(tree.l3StatusDir);
@@ -158,6 +195,8 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   entityIs<OnAllVrfConfig>(tree.allVrfConfig);
   entityIs<OnAllVrfGlobal>(tree.allVrfStatusGlobal);
   entityIs<OnAllVrfLocal>(tree.allVrfStatusLocal);
+  entityIs<OnVrfIds>(tree.vrfIdStatus);
+  entityIs<OnVrfNames>(tree.vrfNameStatus);
 }
 
 template <class WatcherType, class T>

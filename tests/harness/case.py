@@ -58,10 +58,11 @@ class SystemCase(unittest.TestCase):
             for program in left:
                 program.kill()
 
-    def start(self, name, *arguments):
-        log = os.path.join(self.directory, f"{len(self.programs)}-{name}.log")
-        environment = {"SNMP_PERSISTENT_DIR": os.path.join(self.directory, "persistent")}
-        program = Program(self.namespace, name, arguments, log, environment)
+    def start(self, name, *arguments, environment=None):
+        log = os.path.join(self.directory, f"{len(self.programs)}-{os.path.basename(name)}.log")
+        # Each program keeps its state apart; one that is started again finds its own.
+        state = os.path.join(self.directory, f"state-{os.path.basename(name)}")
+        program = Program(self.namespace, name, arguments, log, {"SNMP_PERSISTENT_DIR": state, **(environment or {})})
         self.programs.append(program)
         return program
 
@@ -79,10 +80,12 @@ class SystemCase(unittest.TestCase):
         self.wait_until_complete()
 
     def wait_until_complete(self):
+        waiting = self.client.impatient()
+
         def complete():
             for program in self.programs:
                 self.assertTrue(program.running or not program.is_expected_to_run, f"{program.name} ended; it said:\n{program.output()}")
-            return self.client.has(IP_FORWARDING)
+            return waiting.has(IP_FORWARDING)
 
         eventually(complete, "the agent does not answer ipForwarding.0", timeout=15)
 

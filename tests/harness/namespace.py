@@ -38,24 +38,24 @@ class Namespace:
     def run(self, *command, check=True):
         return run_command(self.wrap(command), check=check)
 
+    def ip_command(self, *arguments):
+        return ["ip", "-n", self.name, *arguments]
+
     def ip(self, *arguments):
-        run_command(["ip", "-n", self.name, *arguments])
+        run_command(self.ip_command(*arguments))
 
     def ip_batch(self, lines):
         """Many `ip` commands in one process; stops at the first that fails."""
-        run_command(["ip", "-n", self.name, "-batch", "-"], input_text="\n".join(lines) + "\n")
+        run_command(self.ip_command("-batch", "-"), input_text="\n".join(lines) + "\n")
 
     def ip_json(self, *arguments):
-        return json.loads(run_command(["ip", "-n", self.name, "-j", *arguments]).stdout or "[]")
+        return json.loads(run_command(self.ip_command("-j", *arguments)).stdout or "[]")
 
     def add_interface(self, name, *addresses, up=True):
         """A veth whose other end, `<name>-p`, stays in the same namespace and is up, so that there is a carrier."""
-        self.ip("link", "add", name, "type", "veth", "peer", "name", f"{name}-p")
-        self.ip("link", "set", f"{name}-p", "up")
-        if up:
-            self.ip("link", "set", name, "up")
-        for address in addresses:
-            self.add_address(name, address)
+        self.ip_batch([f"link add {name} type veth peer name {name}-p", f"link set {name}-p up",
+                       *([f"link set {name} up"] if up else []),
+                       *(f"addr add {address} dev {name}" for address in addresses)])
 
     def add_address(self, interface, *address):
         self.ip("addr", "add", *address, "dev", interface)

@@ -38,7 +38,12 @@ class Client:
     def __init__(self, namespace, agent="udp:127.0.0.1:1161", access=("-v2c", "-c", "private"), timeout=2):
         self.namespace = namespace
         self.agent = agent
+        self.access = access
         self.options = [*access, "-t", str(timeout), "-r", "0", "-On", "-m", ""]
+
+    def impatient(self):
+        """The same for an agent that may not listen yet: the tools would wait for their whole time for an answer."""
+        return Client(self.namespace, self.agent, self.access, timeout=0.2)
 
     def get(self, *oids):
         return self.ask("snmpget", *oids)
@@ -109,4 +114,6 @@ class Client:
         match = ROW.match(line)
         if not match:
             raise AssertionError(f"cannot read the tool's line {line!r}")
+        if match["value"] == '""':  # the tools name no type here
+            return VarBind(match["oid"], "STRING", "")
         return VarBind(match["oid"], match["type"] or "", match["value"].strip('"'))

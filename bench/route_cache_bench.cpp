@@ -1,0 +1,209 @@
+// What the route cache of one VRF costs, without SNMP and without a store: bytes a route, the time to take over a
+// table, the longest turn of the scheduler meanwhile, and the time of a step of the iterator. The tables are hash maps in
+// memory, so that what is measured is the cache.
+//
+//   route_cache_bench [routes] [FECs]       default: 1000000 1000
+
+#include <fmt/format.h>
+#include <malloc.h>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <random>
+
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "ipsnmp/agent/PerVrfFecSm.h"
+
+namespace {
+
+using Kel::Ptr;
+using Quillo::Fib::Fec;
+using Quillo::Fib::FecId;
+using Vantu::Prefix;
+
+// Time of the processor, so that what else runs on the machine does not count.
+struct Clock {
+  using duration = std::chrono::nanoseconds;
+  using rep = duration::rep;
+  using period = duration::period;
+  using time_point = std::chrono::time_point<Clock>;
+  static constexpr bool is_steady = true;
+  static time_point now() {
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
+  }
+};
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+class Routes final : public Quillo::Fib::RouteStatus {
+ public:
+  bool initialized() const override { return true; }
+  void corruptionDetected(const std::string&) const override {}
+  std::uint64_t generation() const override { return number; }
+  Quillo::Fib::Route route(const Prefix& prefix) const override {
+    const auto at = map.find(prefix);
+    return at == map.end() ? Quillo::Fib::Route() : at->second;
+  }
+  void forEachRoute(const Prefix& from, const Visit& visit) const override {
+    for (auto at = std::lower_bound(order.begin(), order.end(), from); at != order.end(); ++at) {
+      if (!visit(map.find(*at)->second)) return;
+    }
+  }
+  void changed(const Prefix& prefix) {
+    kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.onRoute(prefix); });
+  }
+  boost::unordered_flat_map<Prefix, Quillo::Fib::Route> map;
+  std::vector<Prefix> order;
+  std::uint64_t number = 1;
+};
+
+class Fecs final : public Quillo::Fib::ForwardingStatus {
+ public:
+  bool initialized() const override { return true; }
+  void corruptionDetected(const std::string&) const override {}
+  std::uint64_t generation() const override { return 1; }
+  Fec fec(const FecId& fecId) const override {
+    Fec found;
+    readFec(fecId, found);
+    return found;
+  }
+  void readFec(const FecId& fecId, Fec& into) const override { into = all[fecId.value() - 1]; }
+  void forEachFec(const FecId& from, const Visit& visit) const override {
+    for (const auto& fec : all) {
+      if (fec.fecId >= from && !visit(fec)) return;
+    }
+  }
+  std::vector<Fec> all;  // by id, from 1
+};
+
+struct World {
+  Ptr<Routes> routes = Kel::makePtr<Routes>();
+  Ptr<Fecs> fecs = Kel::makePtr<Fecs>();
+  Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifMib");
+  Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("mib");
+  Ptr<Brev::TaskScheduler> scheduler = Kel::makePtr<Brev::TaskScheduler>();
+  std::mt19937 random{1};
+
+  World(unsigned routeCount, unsigned fecCount) {
+    for (int i = 0; i < 32; ++i) ifMib->ifIndexByIntfIdIs(Vantu::IntfId(fmt::format("Ethernet{}", i)), i + 1);
+    for (unsigned i = 0; i < fecCount; ++i) {
+      Fec fec;
+      fec.fecId = FecId(i + 1);
+      fec.via.push_back({Vantu::IpAddr(0x0A000001 + i), Vantu::IntfId(fmt::format("Ethernet{}", i % 32))});
+      fecs->all.push_back(std::move(fec));
+    }
+    routes->map.reserve(routeCount);
+    while (routes->map.size() < routeCount) {
+      const Prefix prefix(Vantu::IpAddr(static_cast<std::uint32_t>(random())),
+                          16 + static_cast<unsigned>(random() % 9));
+      Quillo::Fib::Route route;
+      route.prefix = prefix;
+      route.routeType = Routing::Fib::RouteType(22);
+      route.fecId = FecId(1 + random() % fecCount);
+      if (routes->map.emplace(prefix, route).second) routes->order.push_back(prefix);
+    }
+    std::sort(routes->order.begin(), routes->order.end());
+  }
+
+  // Returns the longest turn in seconds.
+  double run() const {
+    double longest = 0;
+    for (bool isMore = true; isMore;) {
+      const auto start = Clock::now();
+      isMore = scheduler->runReady();
+      longest = std::max(longest, secondsSince(start));
+    }
+    return longest;
+  }
+};
+
+std::size_t used() {
+  return mallinfo2().uordblks + mallinfo2().hblkhd;
+}
+
+void sayLoad(const char* what, const World& world, Clock::time_point start, std::size_t before, double longest) {
+  const double count = static_cast<double>(world.routes->map.size());
+  fmt::print("{}: {:.0f} ns and {:.1f} bytes a route, longest turn {:.1f} ms\n", what,
+             secondsSince(start) * 1e9 / count, static_cast<double>(used() - before) / count, longest * 1e3);
+}
+
+void load(World& world, bool isNotified) {
+  // Entered at once by a scan of the table, or one by one in random order by notifications.
+  auto notified = world.routes->order;
+  std::shuffle(notified.begin(), notified.end(), world.random);
+  const auto order = isNotified ? std::exchange(world.routes->order, {}) : world.routes->order;
+  const auto before = used();
+  auto start = Clock::now();
+  const auto sm = Kel::makePtr<IpSnmp::IpRouteTableSm>(world.scheduler, "red", world.mib, world.routes, world.fecs,
+                                                       nullptr, nullptr, world.ifMib);
+  double longest = secondsSince(start);
+  const auto enter = [&] {
+    if (!isNotified) return;
+    for (std::size_t i = 0; i < notified.size(); ++i) {
+      world.routes->changed(notified[i]);
+      if (i % 4096 == 0) longest = std::max(longest, world.run());
+    }
+  };
+  enter();
+  longest = std::max(longest, world.run());
+  sayLoad(isNotified ? "prefixes, notified" : "prefixes, scanned", world, start, before, longest);
+
+  const auto middle = used();
+  start = Clock::now();
+  const auto fecSm = Kel::makePtr<IpSnmp::PerVrfFecSm>(sm, world.routes, world.fecs);
+  longest = secondsSince(start);
+  if (isNotified) {
+    for (const auto& prefix : notified) fecSm->fecRouteListSm()->handleRoute(prefix);
+  }
+  longest = std::max(longest, world.run());
+  sayLoad("prefixes by FEC", world, start, middle, longest);
+  fmt::print("together {:.1f} bytes a route\n",
+             static_cast<double>(used() - before) / static_cast<double>(world.routes->map.size()));
+  world.routes->order = order;
+
+  start = Clock::now();
+  std::size_t rows = 0;
+  for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(world.mib); at; ++at) ++rows;
+  fmt::print("walk: {:.0f} ns a row, {} rows\n", secondsSince(start) * 1e9 / static_cast<double>(rows), rows);
+
+  constexpr int steps = 300000;
+  IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(world.mib);
+  start = Clock::now();
+  for (int i = 0; i < steps; ++i) {
+    const auto& prefix = notified[static_cast<std::size_t>(i) * 7919 % notified.size()];
+    at.fetch(IpSnmp::IpCidrRouteTableIndex(prefix.address(), prefix.netmask(), 0, Vantu::IpAddr(0xFFFFFFFF)), true);
+  }
+  fmt::print("random getnext: {:.0f} ns\n", secondsSince(start) * 1e9 / steps);
+
+  world.routes->changed(notified.front());
+  world.run();
+  Kel::System::clockIs([now = Kel::System::currentTime() + 61]() mutable { return now += 1e-7; });
+  start = Clock::now();
+  world.run();
+  fmt::print("count of the rows: {:.0f} ns a route, {} rows\n",
+             secondsSince(start) * 1e9 / static_cast<double>(notified.size()), world.mib->numRoutes());
+  Kel::System::clockIs({});
+  fecSm->kelStop();
+  sm->kelStop();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const auto routes = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1000000);
+  const auto fecs = static_cast<unsigned>(argc > 2 ? std::atoi(argv[2]) : 1000);
+  if (routes == 0 || fecs == 0) {
+    fmt::print(stderr, "usage: {} [routes] [FECs]; both above 0\n", argv[0]);
+    return 2;
+  }
+  fmt::print("{} routes over {} FECs\n", routes, fecs);
+  World world(routes, fecs);
+  load(world, false);
+  load(world, true);
+}

@@ -1,0 +1,53 @@
+#include "host/Hosting.h"
+
+#include <memory>
+
+#include "host/Composition.h"
+
+namespace Host {
+
+namespace {
+
+class Hosted {
+ public:
+  void start(AgentLoop& loop, const AgentOptions& options) {
+    loop_ = &loop;
+    options_ = options;
+    make();
+  }
+  void reconfigure() {
+    if (composition_->storeDirectory() == storeDirectory()) {
+      composition_->reconfigure();
+      return;
+    }
+    composition_.reset();
+    make();
+  }
+  void stop() { composition_.reset(); }
+
+ private:
+  std::string storeDirectory() const {
+    return options_.storeDirectory.empty() ? Composition::configuredStoreDirectory() : options_.storeDirectory;
+  }
+  void make() {
+    composition_ = std::make_unique<Composition>(
+        *loop_, storeDirectory(), options_.isSubagent ? SharedGroups::ofSubagent() : SharedGroups::ofMaster());
+  }
+
+  AgentLoop* loop_ = nullptr;
+  AgentOptions options_;
+  std::unique_ptr<Composition> composition_;
+};
+
+}  // namespace
+
+AgentHooks compositionHooks() {
+  const auto hosted = std::make_shared<Hosted>();
+  return {
+      .started = [hosted](AgentLoop& loop, const AgentOptions& options) { hosted->start(loop, options); },
+      .reconfigured = [hosted] { hosted->reconfigure(); },
+      .stopping = [hosted] { hosted->stop(); },
+  };
+}
+
+}  // namespace Host

@@ -1,0 +1,40 @@
+#pragma once
+// Walks IpMib::arpTable, which stores nothing: its rows are made, one at a time, from the IPv4 rows of
+// ipNetToPhysicalTable.
+//
+//   for (IpMib::ArpTableIteratorConst at(ipMib); at.curEntry(); at.fetch(at.curEntry()->index(), true)) ...
+//
+// Each step is one ordered search, whatever lies between two rows, so rows may come and go between steps. The
+// iterator holds the cache and its current row: both stay readable when they are taken away meanwhile.
+
+#include "ipsnmp/IpMib.h"
+
+namespace IpSnmp {
+
+class IpMib::ArpTableIteratorConst {
+ public:
+  // On the first row. Without a cache (null) there are no rows.
+  explicit ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib);
+  // On the row of the index; at the end when there is none.
+  ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib, const ArpTableIndex& index);
+
+  // Goes to the row of the index or, with getNext, to the first row after it, which need not exist itself. At the
+  // end when there is none.
+  void fetch(const ArpTableIndex& index, bool getNext);
+
+  // Null at the end.
+  const Kel::Ptr<const ArpTableEntry>& curEntry() const { return curEntry_; }
+
+ private:
+  using Table = Kel::Ordered<IpNetToPhysicalTableIndex, Kel::Ptr<IpNetToPhysicalTableEntry>>;
+  using Place = Table::ConstIterator;
+
+  const Table& table() const { return ipMib_->ipNetToPhysicalTable(); }
+  Place ipv4From(Place it) const;
+  void curEntryIs(Place it);
+
+  Kel::Ptr<const IpMib> ipMib_;
+  Kel::Ptr<const ArpTableEntry> curEntry_;
+};
+
+}  // namespace IpSnmp

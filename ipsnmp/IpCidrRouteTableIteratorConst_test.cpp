@@ -1,0 +1,235 @@
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+
+#include <gtest/gtest.h>
+
+#include "ipsnmp/TestRoutes.h"
+
+namespace IpSnmpTest {
+namespace {
+
+// The cache over the tables, with prefixes and next hops as a test sets them.
+struct Walk : testing::Test, RouteTables {
+  Ptr<IpSnmp::FecsAndPrefixes> prefixes = Kel::makePtr<IpSnmp::FecsAndPrefixes>();
+  Ptr<IpSnmp::IpForwardFecs> forwardFecs = Kel::makePtr<IpSnmp::IpForwardFecs>();
+  RouteModel model{*this};
+  RouteModel::Derived derived;
+
+  Walk() {
+    prefixes->forwardFecsIs(forwardFecs);
+    mib->routeStatusIs(routes);
+    mib->vrfForwardingStatusIs(fecs);
+    mib->fecsAndPrefixesIs(prefixes);
+    mib->ifMibIs(ifMib);
+    intfIs("eth0", 3);
+  }
+  void settle() {
+    derived = model.settled();
+    prefixes->orderedPrefixDelAll();
+    forwardFecs->forwardFecDelAll();
+    for (const auto& [key, prefix] : derived.order) prefixes->orderedPrefixIs(prefix.addrWithMask(), true);
+    for (const auto& [fecId, hops] : derived.nextHops) {
+      const auto fec = forwardFecs->forwardFecIs(fecId);
+      for (const auto& [hop, via] : hops) fec->nextHopIs(Vantu::IpAddr(hop), Quillo::Fib::ViaIndex(via));
+    }
+  }
+  std::string fetched(const IpCidrRouteTableIndex& index, bool getNext) const {
+    const RouteIterator at(mib, index, getNext);
+    return at ? rowText(*at) : "end";
+  }
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(Walk, routeWithSeveralNextHopsHasARowForEachUsableOne) {
+  intfIs("DynamicTunnel7", 9);
+  fecIs(1, {{"10.1.1.9", "eth0"}, {"10.1.1.5", "DynamicTunnel7"}, {"10.1.1.1", "eth0"}});
+  fecIs(2, {{"0.0.0.0", "eth0"}});
+  fecIs(3, {{"0.0.0.0", ""}, {"10.1.1.2", ""}});
+  routeIs("10.0.0.0/24", 1);
+  routeIs("10.0.1.0/24", 2, 11);
+  routeIs("10.0.2.0/24", 3);
+  for (unsigned type : {0U, 1U, 3U, 5U}) routeIs(fmt::format("10.1.{}.0/24", type), 2, type);
+  settle();
+  EXPECT_EQ(rowTexts(), (Texts{"10.0.0.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1",
+                               "10.0.0.0/24 10.1.1.9 if3 type4 proto7 metric10 pref1",
+                               "10.0.1.0/24 0.0.0.0 if3 type3 proto11 metric10 pref1",
+                               "10.0.2.0/24 0.0.0.0 if0 type3 proto7 metric10 pref1",
+                               "10.0.2.0/24 10.1.1.2 if0 type1 proto7 metric10 pref1"}));
+}
+
+TEST_F(Walk, positionsFromAnyIndex) {
+  fecIs(1, {{"10.1.1.1", "eth0"}, {"10.9.9.10", "eth0"}});
+  routeIs("9.0.0.0/8", 1);
+  routeIs("10.0.1.0/24", 1);
+  settle();
+  const auto first = "10.0.1.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1";
+  const auto second = "10.0.1.0/24 10.9.9.10 if3 type4 proto7 metric10 pref1";
+  // On a row: the next hop after it, then the next prefix.
+  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1"), true), second);
+  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1"), false), first);
+  EXPECT_EQ(fetched(indexOf("9.0.0.0", "255.0.0.0", "10.9.9.10"), true), first);
+  // Between two routes.
+  EXPECT_EQ(fetched(indexOf("10.0.0.0", "255.255.255.0", "0.0.0.0"), true), first);
+  EXPECT_EQ(fetched(indexOf("10.0.0.0", "255.255.255.0", "10.9.9.9"), true), second);
+  // The requested next hop counts for the first prefix only, row or no row.
+  EXPECT_EQ(fetched(indexOf("9.0.0.0", "255.0.0.0", "10.9.9.11"), true), first);
+  EXPECT_EQ(fetched(indexOf("10.0.0.0", "255.255.255.0", "10.9.9.11"), true), "end");
+  // A mask with holes, and a tos.
+  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.1", "10.1.1.2"), false), second);
+  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1", 4), true), first);
+  // The exact row or none.
+  EXPECT_TRUE(mib->ipCidrRouteTable(indexOf("10.0.1.0", "255.255.255.0", "10.9.9.10")));
+  EXPECT_FALSE(mib->ipCidrRouteTable(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.2")));
+  EXPECT_FALSE(mib->ipCidrRouteTable(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1", 4)));
+}
+
+TEST_F(Walk, tracesEachStepAndWhyARowIsMissing) {
+  fecIs(1, {{"10.1.1.1", "eth9"}, {"10.1.1.2", "eth0"}});
+  fecIs(3, {{"10.1.1.1", "eth0"}});
+  routeIs("10.0.0.0/24", 1);
+  settle();
+  TraceLines lines("IpCidrRouteTableIteratorConst");
+  RouteIterator at(mib);
+  const auto zero = Kel::print(IpCidrRouteTableIndex());
+  ASSERT_FALSE(at.isAtEnd());
+  EXPECT_EQ(lines.taken(), (Texts{"7 Index: " + zero + " getNext 0", "7 10.0.0.0/24 has invalid intf eth9",
+                                  "7 10.0.0.0/24 has entry " + Kel::print(*at)}));
+  for (const auto* prefix : {"11.0.0.0/8", "12.0.0.0/8", "13.0.0.0/8"}) {
+    prefixes->orderedPrefixIs(prefixOf(prefix).addrWithMask(), true);
+  }
+  routeIs("12.0.0.0/8", 2);
+  routeIs("13.0.0.0/8", 3);
+  forwardFecs->forwardFecDel(FecId(3));
+  const auto index = Kel::print(at.index());
+  EXPECT_TRUE((++at).isAtEnd());
+  EXPECT_EQ(lines.taken(),
+            (Texts{"7 Index: " + index + " getNext 1", "7 Going to next via", "7 11.0.0.0/8 has invalid route",
+                   "7 12.0.0.0/8 has no fec", "7 13.0.0.0/8 has no forward fec"}));
+  EXPECT_TRUE((++at).isAtEnd());
+  EXPECT_EQ(lines.taken(), Texts{}) << "the end is the end";
+}
+
+TEST_F(Walk, damageIsReportedAndSkipped) {
+  fecIs(1, {{"10.1.1.1", "eth0"}});
+  fecIs(2, {{"10.1.1.2", "eth0"}});
+  for (unsigned i = 0; i < 4; ++i) routeIs(fmt::format("10.0.{}.0/24", i), 1 + i % 2);
+  settle();
+  EXPECT_EQ(rows().size(), 4u);
+  routes->damagedEntries[prefixOf("10.0.0.0/24")] = "checksum of a route";
+  fecs->damagedEntries[FecId(2)] = "checksum of a FEC";
+  EXPECT_EQ(rowTexts(), Texts{"10.0.2.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1"});
+  ASSERT_EQ(routes->reports.size(), 1u);
+  EXPECT_NE(routes->reports[0].find("checksum of a route"), std::string::npos);
+  ASSERT_EQ(fecs->reports.size(), 2u);
+  EXPECT_NE(fecs->reports[0].find("checksum of a FEC"), std::string::npos);
+  routes->damage = "a page";
+  EXPECT_EQ(rows().size(), 0u);
+  EXPECT_EQ(routes->reports.size(), 5u);
+}
+
+TEST_F(Walk, hostBitsInTheOrderAreAnError) {
+  fecIs(1, {{"10.1.1.1", "eth0"}});
+  routeIs("10.0.0.0/24", 1);
+  settle();
+  prefixes->orderedPrefixIs(Vantu::IpAddrWithMask::fromString("10.0.1.1/24"), true);
+  RouteIterator at(mib);
+  try {
+    ++at;
+    FAIL() << "no exception";
+  } catch (const Kel::RangeException& error) {
+    EXPECT_STREQ(error.what(), "Prefix::validAsPrefix != true not allowed");
+  }
+  EXPECT_TRUE(at.isAtEnd());
+}
+
+TEST_F(Walk, cacheWithoutTablesHasNoRows) {
+  fecIs(1, {{"10.1.1.1", ""}});
+  routeIs("10.0.0.0/24", 1);
+  settle();
+  RouteIterator at(mib);
+  mib->ifMibIs(nullptr);
+  EXPECT_EQ(rows().size(), 1u);
+  prefixes->forwardFecsIs(nullptr);
+  EXPECT_EQ(rows().size(), 0u);
+  mib->vrfForwardingStatusIs(nullptr);
+  EXPECT_EQ(rows().size(), 0u);
+  mib->routeStatusIs(nullptr);
+  EXPECT_EQ(rows().size(), 0u);
+  mib->fecsAndPrefixesIs(nullptr);
+  EXPECT_EQ(rows().size(), 0u);
+  EXPECT_EQ(rowText(*at), "10.0.0.0/24 10.1.1.1 if0 type1 proto7 metric10 pref1");
+  EXPECT_TRUE((++at).isAtEnd());
+  EXPECT_TRUE(RouteIterator(nullptr).isAtEnd());
+}
+
+TEST_F(Walk, whatWasReadIsUsedAgainUntilItsTableChanges) {
+  fecIs(1, {{"10.1.1.1", "eth0"}});
+  for (unsigned i = 0; i < 4; ++i) routeIs(fmt::format("10.0.{}.0/24", i), 1);
+  settle();
+  routes->currentGeneration = fecs->currentGeneration = 1;
+  const auto lookups = [this] {
+    return std::pair(std::exchange(routes->lookups, 0U), std::exchange(fecs->lookups, 0U));
+  };
+  EXPECT_EQ(rows().size(), 4u);
+  EXPECT_EQ(lookups(), std::pair(4U, 2U)) << "one FEC for each of the two places";
+  // As a GETNEXT does: to the row that was asked for, then to the next.
+  const auto index = indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1");
+  RouteIterator at(mib, index, false);
+  ++at;
+  lookups();
+  for (const auto* next : {"10.0.2.0/24", "10.0.3.0/24"}) {
+    RouteIterator request(mib, at.index(), false);
+    EXPECT_EQ(rowText(*request), fmt::format("{} 10.1.1.1 if3 type4 proto7 metric10 pref1", next));
+    at = ++request;
+    EXPECT_EQ(lookups(), std::pair(request ? 1U : 0U, 0U));
+  }
+  fecIs(1, {{"10.1.1.1", ""}});
+  EXPECT_EQ(fetched(indexOf("10.0.3.0", "255.255.255.0", "0.0.0.0"), false),
+            "10.0.3.0/24 10.1.1.1 if0 type1 proto7 metric10 pref1");
+  EXPECT_EQ(lookups(), std::pair(0U, 1U));
+  routeIs("10.0.3.0/24", 1, 22);
+  EXPECT_EQ(fetched(indexOf("10.0.3.0", "255.255.255.0", "0.0.0.0"), false),
+            "10.0.3.0/24 10.1.1.1 if0 type1 proto22 metric10 pref1");
+  // Another table of the same generation is another table.
+  const auto other = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Prefix>>();
+  other->currentGeneration = routes->currentGeneration;
+  mib->routeStatusIs(other);
+  EXPECT_EQ(rows().size(), 0u);
+}
+
+// Tables and what is derived from them change between any two steps, each without the other.
+TEST_F(Walk, agreesWithTheModelOverRandomTablesAndIndexes) {
+  for (unsigned seed = 1; seed <= 25; ++seed) {
+    SCOPED_TRACE(seed);
+    RandomRoutes random(seed);
+    random.intfs(*this);
+    routes->currentGeneration = fecs->currentGeneration = seed % 2;
+    for (int i = 0; i < 300; ++i) random.change(*this);
+    settle();
+    const auto all = model.rows(derived);
+    ASSERT_EQ(rows(), all);
+    for (int i = 0; i < 300; ++i) {
+      const auto index = random.index();
+      const bool getNext = random.below(2);
+      const RouteIterator at(mib, index, getNext);
+      ASSERT_EQ(at ? std::optional(*at) : std::nullopt, model.fetch(derived, index, getNext)) << index;
+      const auto exact = mib->ipCidrRouteTable(index);
+      const auto found =
+          std::find_if(all.begin(), all.end(), [&](const auto& row) { return row.index() == index; });
+      ASSERT_EQ(exact, found == all.end() ? std::nullopt : std::optional(*found)) << index;
+    }
+    std::optional<IpCidrRouteTableIndex> last;
+    for (RouteIterator at(mib); at;) {
+      ASSERT_TRUE(!last || *last < at.index());
+      last = at.index();
+      for (unsigned changes = random.below(4); changes > 0; --changes) random.change(*this);
+      if (random.below(3) == 0) settle();
+      const auto expected = model.fetch(derived, *last, true);
+      ++at;
+      ASSERT_EQ(at ? std::optional(*at) : std::nullopt, expected) << *last;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace IpSnmpTest

@@ -1,0 +1,84 @@
+#include "ipsnmp/IpForwardMib.h"
+
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "vantu/DynamicTunnelIntfId.h"
+
+KEL_TYPE_DEFINE(IpSnmp::IpForwardMib)
+
+namespace IpSnmp {
+
+std::optional<IpCidrRouteTableEntry> IpForwardMib::ipCidrRouteTable(const IpCidrRouteTableIndex& index) const {
+  const IpCidrRouteTableIteratorConst at(Kel::Ptr<const IpForwardMib>(this), index, false);
+  if (at.isAtEnd() || at.index() != index) return std::nullopt;
+  return *at;
+}
+
+bool IpForwardMib::validRoute(const Quillo::Fib::Route& route) const {
+  if (route == Quillo::Fib::Route()) return false;
+  const unsigned type = route.routeType.value();
+  return type > 1 && type != 3 && type != 5;
+}
+
+bool IpForwardMib::validIntf(const Vantu::IntfId& intfId) const {
+  if (intfId.empty()) return true;
+  if (!intfId.isValid()) return false;
+  if (Vantu::DynamicTunnelIntfId::isDynamicTunnelIntfId(intfId)) return false;
+  return ifIndex(intfId) != 0;
+}
+
+std::uint32_t IpForwardMib::ifIndex(const Vantu::IntfId& intfId) const {
+  const auto* found = ifMib() ? ifMib()->ifIndexByIntfId(intfId) : nullptr;
+  return found != nullptr ? static_cast<std::uint32_t>(*found) : 0;
+}
+
+const Vantu::IntfId* IpForwardMib::Resolved::intfId(const Quillo::Fib::ViaIndex& via) const {
+  return via.value() < fec.via.size() ? &fec.via[via.value()].intfId : nullptr;
+}
+
+const char* IpForwardMib::resolve(const Vantu::Prefix& prefix, Resolved& into) const {
+  readRoute(prefix, into);
+  if (!validRoute(into.route)) return " has invalid route";
+  readFec(into.route.fecId, into);
+  if (!into.fec.exists()) return " has no fec";
+  const auto* forwardFecs = fecsAndPrefixes() ? fecsAndPrefixes()->forwardFecs().get() : nullptr;
+  into.forwardFec = forwardFecs != nullptr ? forwardFecs->forwardFec(into.route.fecId) : nullptr;
+  return into.forwardFec ? nullptr : " has no forward fec";
+}
+
+void IpForwardMib::readRoute(const Vantu::Prefix& prefix, Resolved& into) const {
+  const auto generation = routeStatus() ? routeStatus()->generation() : 0;
+  if (generation != 0 && generation == into.routeGeneration && into.routeStatus == routeStatus() &&
+      into.prefix == prefix) {
+    return;
+  }
+  into.prefix = prefix;
+  into.route = {};
+  into.routeStatus = routeStatus();
+  into.routeGeneration = 0;
+  try {
+    if (routeStatus()) into.route = routeStatus()->route(prefix);
+    into.routeGeneration = generation;
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    routeStatus()->corruptionDetected(damage.what());
+  }
+}
+
+void IpForwardMib::readFec(const Quillo::Fib::FecId& fecId, Resolved& into) const {
+  const auto generation = vrfForwardingStatus() ? vrfForwardingStatus()->generation() : 0;
+  if (generation != 0 && generation == into.fecGeneration && into.forwardingStatus == vrfForwardingStatus() &&
+      into.fec.fecId == fecId) {
+    return;
+  }
+  into.forwardingStatus = vrfForwardingStatus();
+  into.fecGeneration = 0;
+  try {
+    if (!vrfForwardingStatus()) return into.fec.clear();
+    vrfForwardingStatus()->readFec(fecId, into.fec);
+    into.fecGeneration = generation;
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    into.fec.clear();
+    vrfForwardingStatus()->corruptionDetected(damage.what());
+  }
+}
+
+}  // namespace IpSnmp

@@ -1,0 +1,78 @@
+#pragma once
+// The IP-FORWARD-MIB cache of one VRF. It copies no route: it refers to the shared tables, and to the order of the
+// prefixes and next hops that is derived from them. A row of ipCidrRouteTable is computed when it is asked for.
+
+#include <array>
+#include <optional>
+
+#include "ipsnmp/IpCidrRouteTable.h"
+#include "ipsnmp/IpForwardFecs.h"
+#include "quillo/FibTables.h"
+#include "snmp/IfMib.h"
+
+namespace IpSnmp {
+
+class IpForwardMib : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::IpForwardMib", IpForwardMib, Kel::Entity)
+ public:
+  KEL_NAMED(IpForwardMib, Kel::Entity)
+  // All null at first; there are no rows while one of the first three is. Without `ifMib` no interface is valid but
+  // the empty id.
+  KEL_REFERENCE(const Quillo::Fib::RouteStatus, routeStatus, RouteStatus)
+  // What the routes' FECs are resolved in: the VRF's own table, or the one of all VRFs.
+  KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, vrfForwardingStatus, VrfForwardingStatus)
+  KEL_REFERENCE(const IpSnmp::FecsAndPrefixes, fecsAndPrefixes, FecsAndPrefixes)
+  KEL_REFERENCE(const IntfSnmp::IfMib, ifMib, IfMib)
+  KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)  // rows of ipCidrRouteTable, as last counted
+  KEL_TYPE_END_DECLARE
+
+  // Produces the rows in order.
+  class IpCidrRouteTableIteratorConst;
+
+  // The row of exactly this index. Throws as the iterator does.
+  std::optional<IpCidrRouteTableEntry> ipCidrRouteTable(const IpCidrRouteTableIndex& index) const;
+
+  // Whether a route can have rows: not one that does not exist, nor one of type 0, 1, 3 or 5.
+  bool validRoute(const Quillo::Fib::Route& route) const;
+  // Whether a next hop on this interface has a row. A via without an interface has one; a dynamic tunnel, and an
+  // interface without an ifIndex, have none.
+  bool validIntf(const Vantu::IntfId& intfId) const;
+  // 0 when the interface has none.
+  std::uint32_t ifIndex(const Vantu::IntfId& intfId) const;
+
+  // What a prefix's rows are made of. The route and the FEC that were read are used again for the same prefix and the
+  // same FEC while their tables say that nothing changed.
+  struct Resolved {
+    Vantu::Prefix prefix;
+    Quillo::Fib::Route route;
+    Quillo::Fib::Fec fec;
+    Kel::Ptr<const IpForwardFec> forwardFec;
+
+    // The interface of a next hop's via. Null when the FEC has no such via any more: it changed, and its next hops
+    // are about to.
+    const Vantu::IntfId* intfId(const Quillo::Fib::ViaIndex& via) const;
+
+    // Where route and FEC were read, and the tables' generations then; 0: not to be used again.
+    Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus;
+    Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus;
+    std::uint64_t routeGeneration = 0;
+    std::uint64_t fecGeneration = 0;
+  };
+  // Looks up the route, its FEC and the FEC's next hops. Null when all are there; otherwise what is missing, in the
+  // words of traces (" has no fec"). Damage that is met is reported to its table and counts as missing.
+  // `into` should be used again and again: its memory is.
+  const char* resolve(const Vantu::Prefix& prefix, Resolved& into) const;
+  // Lets go of the tables that were read for iterators.
+  void resolvedDelAll() { iteratorScratch_ = {}; }
+
+ private:
+  void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
+  void readFec(const Quillo::Fib::FecId& fecId, Resolved& into) const;
+
+  // So that a step of an iterator allocates nothing. It looks at the prefix that it leaves and at the one that it
+  // comes to, and the next request begins where this one ended: two of them spare half of the lookups and more.
+  mutable std::array<Resolved, 2> iteratorScratch_;
+  mutable std::size_t iteratorScratchUsed_ = 0;  // the one that was used last
+};
+
+}  // namespace IpSnmp

@@ -1,0 +1,60 @@
+#pragma once
+// Which routing protocol ipCidrRouteProto (RFC 2096) names for a type of route.
+
+#include <boost/describe.hpp>
+
+#include "kel/Collection.h"
+#include "vantu/RouteTypes.h"
+
+namespace IpSnmp {
+
+// The values go on the wire as they are.
+enum IpRouteProtocol : int {
+  ipRouteProtocolOther = 1,
+  ipRouteProtocolLocal = 2,
+  ipRouteProtocolNetmgmt = 3,
+  ipRouteProtocolIcmp = 4,
+  ipRouteProtocolEgp = 5,
+  ipRouteProtocolGgp = 6,
+  ipRouteProtocolHello = 7,
+  ipRouteProtocolRip = 8,
+  ipRouteProtocolIsIs = 9,
+  ipRouteProtocolEsIs = 10,
+  ipRouteProtocolCiscoIgrp = 11,
+  ipRouteProtocolBbnSpfIgp = 12,
+  ipRouteProtocolOspf = 13,
+  ipRouteProtocolBgp = 14,
+  ipRouteProtocolIdpr = 15,
+  ipRouteProtocolCiscoEigrp = 16,
+  ipRouteProtocolDvmrp = 17,
+};
+BOOST_DESCRIBE_ENUM(IpRouteProtocol, ipRouteProtocolOther, ipRouteProtocolLocal, ipRouteProtocolNetmgmt,
+                    ipRouteProtocolIcmp, ipRouteProtocolEgp, ipRouteProtocolGgp, ipRouteProtocolHello,
+                    ipRouteProtocolRip, ipRouteProtocolIsIs, ipRouteProtocolEsIs, ipRouteProtocolCiscoIgrp,
+                    ipRouteProtocolBbnSpfIgp, ipRouteProtocolOspf, ipRouteProtocolBgp, ipRouteProtocolIdpr,
+                    ipRouteProtocolCiscoEigrp, ipRouteProtocolDvmrp)
+
+class ProtocolMap {
+ public:
+  using KelProtocol = Kel::HashedMap<Routing::Fib::RouteType, IpRouteProtocol>;
+
+  const KelProtocol& protocol() const { return protocol_; }
+  // ipRouteProtocolOther for a type of route that is not in the map.
+  IpRouteProtocol protocol(const Routing::Fib::RouteType& routeType) const;
+
+  void protocolIs(const Routing::Fib::RouteType& routeType, IpRouteProtocol protocol);
+  bool protocolDel(const Routing::Fib::RouteType& routeType) { return protocol_.erase(routeType) > 0; }
+  void protocolDelAll() { protocol_.clear(); }
+
+  friend bool operator==(const ProtocolMap&, const ProtocolMap&) = default;
+
+ private:
+  KelProtocol protocol_;
+};
+
+// The one map of the process, empty at first. The state machines of the route tables fill it.
+ProtocolMap& protocolMap();
+// Enters what this system knows of types of routes. Doing it again changes nothing.
+void fillProtocolMap(ProtocolMap& map);
+
+}  // namespace IpSnmp

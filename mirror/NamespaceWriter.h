@@ -1,0 +1,43 @@
+#pragma once
+// Brings the part of the picture that shows one network namespace to what the kernel says: its VRF, interfaces and
+// neighbours. A neighbour is shown as long as its interface is, and under its interface's VRF.
+
+#include <map>
+#include <set>
+
+#include "mirror/Picture.h"
+#include "mirror/TreeWriter.h"
+#include "mirror/VrfDevices.h"
+
+namespace Mirror {
+
+class NamespaceWriter {
+ public:
+  // For another scope than the default one, Vrfs has the VRF as a namespace already.
+  NamespaceWriter(Picture& picture, NamespaceScope scope);
+
+  // The whole of it; what `state` does not have goes. Begins to show the VRF.
+  void syncAll(const KernelState& state);
+  // What changed.
+  void sync(const KernelState& state, const KernelState::Changes& changes);
+  void forwardingIs(Vantu::Af af, bool forwarding);
+  // The namespace is gone, or is the VRF no more: nothing of it is left in the picture. The end of this object.
+  void withdraw();
+
+  const NamespaceScope& scope() const { return scope_; }
+
+ private:
+  using Place = NeighbourTable::Place;
+
+  Place placeOf(const KernelState& state, std::uint32_t ifIndex) const;
+  void neighboursAre(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
+  void neighbourIs(const KernelState& state, std::uint32_t ifIndex, const Vantu::IpGenAddr& addr);
+
+  Picture& picture_;
+  NamespaceScope scope_;
+  VrfDevices devices_;  // of the default namespace only
+  TreeWriter interfaces_;
+  std::map<std::uint32_t, Place> places_;  // of the interfaces that are written, by the kernel's index
+};
+
+}  // namespace Mirror

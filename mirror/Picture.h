@@ -1,0 +1,16 @@
+#pragma once
+// All that is published: what the mirrors of the namespaces keep, and what goes to the store from there.
+
+#include "mirror/NeighbourTable.h"
+#include "mirror/Vrfs.h"
+#include "varnix/Tree.h"
+
+namespace Mirror {
+
+struct Picture {
+  Varnix::Tree tree{Kel::makePtr<Kel::Dir>("")};
+  NeighbourTable neighbours;
+  Vrfs vrfs{tree};
+};
+
+}  // namespace Mirror

@@ -1,0 +1,79 @@
+#pragma once
+// Forwarding equivalence classes: what the routes that forward alike have in common, their next hops.
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kel/Errors.h"
+#include "vantu/IntfId.h"
+#include "vantu/IpGenAddr.h"
+
+namespace Quillo::Fib {
+
+// Unique in one forwarding table. 0 stands for none.
+class FecId {
+ public:
+  constexpr FecId() = default;
+  constexpr explicit FecId(std::uint64_t value) : value_(value) {}
+  constexpr std::uint64_t value() const { return value_; }
+
+  std::string stringValue() const { return std::to_string(value_); }
+  // Decimal digits. Throws Kel::RangeException.
+  static FecId fromString(std::string_view text);
+  friend constexpr auto operator<=>(const FecId&, const FecId&) = default;
+  friend std::size_t hash_value(const FecId& id) { return id.value_; }
+  friend std::ostream& operator<<(std::ostream& out, const FecId& id) { return out << id.value_; }
+
+ private:
+  std::uint64_t value_ = 0;
+};
+
+// The place of a via in its FEC.
+class ViaIndex {
+ public:
+  static constexpr unsigned min = 0;
+  static constexpr unsigned max = 511;
+
+  constexpr ViaIndex() = default;
+  // Throws Kel::RangeException beyond max.
+  explicit ViaIndex(unsigned value) : value_(static_cast<std::uint16_t>(value)) {
+    if (value > max) {
+      throw Kel::RangeException("ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
+    }
+  }
+  constexpr unsigned value() const { return value_; }
+
+  std::string stringValue() const { return std::to_string(value_); }
+  friend constexpr auto operator<=>(const ViaIndex&, const ViaIndex&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const ViaIndex& index) { return out << index.value_; }
+
+ private:
+  std::uint16_t value_ = 0;
+};
+
+struct Via {
+  Vantu::IpGenAddr hop;  // the next hop; 0.0.0.0 (::) of an on-link route
+  Vantu::IntfId intfId;  // empty when the route names no interface (a blackhole, say)
+  friend bool operator==(const Via&, const Via&) = default;
+};
+
+// A default-constructed one (id 0) stands for "no such FEC".
+struct Fec {
+  static constexpr std::size_t maxVias = ViaIndex::max + 1;
+
+  FecId fecId;
+  std::vector<Via> via;  // at most maxVias
+
+  bool exists() const { return fecId != FecId(); }
+  // Becomes "no such FEC" and keeps its memory.
+  void clear() {
+    fecId = FecId();
+    via.clear();
+  }
+  friend bool operator==(const Fec&, const Fec&) = default;
+};
+
+}  // namespace Quillo::Fib

@@ -1,0 +1,57 @@
+#pragma once
+// Keeps a list of the prefixes of each FEC in step with a route table.
+//
+// A route that changes is looked up at once. The table as a whole (at the start, and whenever it tells that
+// anything may have changed) is read in pieces: the first one at once, which is all of a small table, and the
+// others when the owner calls scanPiece(), in a task of its own.
+
+#include <functional>
+
+#include "quillo/FecRouteList.h"
+#include "quillo/RouteScan.h"
+
+namespace FibUtils {
+
+class FecRouteListSm : public Kel::PtrInterface {
+ public:
+  using KelCtorTypes =
+      std::tuple<Kel::Ptr<const Quillo::Fib::RouteStatus>, Kel::Ptr<const Quillo::Fib::ForwardingStatus>,
+                 Kel::Ptr<Quillo::Fib::FecRouteList>>;
+  static constexpr const char* kelCtorNames[] = {"routeStatus", "forwardingStatus", "fecRouteList"};
+  // `forwardingStatus` is the table that the ids of the FECs are of. The tables may be null: the list stays empty.
+  FecRouteListSm(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
+                 Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus,
+                 Kel::Ptr<Quillo::Fib::FecRouteList> fecRouteList);
+  auto kelCtorTie() const { return std::tie(routeStatus_, forwardingStatus_, fecRouteList_); }
+  ~FecRouteListSm() override;
+  void kelStart();
+  // Leaves the list as it is.
+  void kelStop();
+
+  const Kel::Ptr<const Quillo::Fib::RouteStatus>& routeStatus() const { return routeStatus_; }
+  const Kel::Ptr<const Quillo::Fib::ForwardingStatus>& forwardingStatus() const { return forwardingStatus_; }
+  const Kel::Ptr<Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
+
+  // There are pieces of the table left to read.
+  bool isScanning() const { return scan_.isOn(); }
+  void scanPiece();
+  // Called whenever a scan begins that one piece does not end.
+  void scanBeginsIs(std::function<void()> scanBegins) { scanBegins_ = std::move(scanBegins); }
+
+  // The route of this prefix came, went, or says something else.
+  void handleRoute(const Vantu::Prefix& prefix);
+  // Anything may have changed.
+  void handleRoute();
+
+ private:
+  class KelRouteStatus;
+
+  const Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus_;
+  const Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus_;
+  const Kel::Ptr<Quillo::Fib::FecRouteList> fecRouteList_;
+  Kel::Ptr<KelRouteStatus> kelRouteStatus_;  // null: not started, or stopped
+  Quillo::RouteScan<Vantu::Prefix> scan_;
+  std::function<void()> scanBegins_;
+};
+
+}  // namespace FibUtils

@@ -1,0 +1,120 @@
+#include "quillo/TableFollower.h"
+
+#include <algorithm>
+
+#include "quillo/ScanAround.h"
+#include "quillo/Tell.h"
+
+namespace Quillo {
+namespace {
+
+Kel::TraceHandle traceHandle("QuilloFollower");
+
+}  // namespace
+
+Kel::Ptr<const TableKeys> TableFollower::keys(TableId table) {
+  auto& keys = keys_[table];
+  if (!keys) keys = Kel::makePtr<TableKeys>();
+  return keys;
+}
+
+bool TableFollower::step(std::size_t limit, const Bookmark* other) {
+  QTRACE_ENTRY(traceHandle, this);
+  Turn turn;
+  if (mount_->state() == Mount::State::ready) {
+    try {
+      turn = read(limit, other);
+      obstacle_.clear();
+    } catch (const Pesk::CorruptionDetectedException& damage) {
+      mount_->corruptionDetected(damage);
+    } catch (const StoreException& error) {
+      if (obstacle_ != error.what()) {
+        QTRACE(traceHandle, 0) << "changes not read: " << error.what();
+      }
+      obstacle_ = error.what();
+    }
+  }
+  if (turn.anew) tellAnew();
+  tellKeys(turn.changes);
+  reportDamage();
+  return turn.more && mount_->state() == Mount::State::ready;
+}
+
+TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other) {
+  const auto snapshot = mount_->snapshot();
+  const auto head = snapshot.bookmark();
+  const auto sameStore = [&head](const Bookmark& mark) {
+    return mark.generation == head.generation && mark.epoch == head.epoch;
+  };
+  if (other && !sameStore(*other)) return {};
+  const auto last = other ? std::min(other->seq, head.seq) : head.seq;
+  if (sameStore(mark_) && mark_.seq >= last) return {};
+  auto changes = snapshot.changesSince(mark_, limit);
+  if (changes.tooOld) {
+    const auto pass = snapshot.completePass();
+    if (!pass || pass->seq > last) return {};
+  }
+  if (mark_.generation != head.generation) known_.clear();
+  mark_ = changes.next;
+  auto& list = changes.changes;
+  if (mark_.seq > last) {
+    mark_.seq = last;
+    changes.more = false;
+    while (!list.empty() && list.back().seq > last) list.pop_back();
+  }
+  return {changes.tooOld, changes.more, std::move(list)};
+}
+
+void TableFollower::tellAnew() {
+  QTRACE(traceHandle, 2) << (initialized_ ? "all may have changed in " : "following ") << mount_->directory();
+  if (initialized_) {
+    tell<Notifiee>(*this, traceHandle, [](Notifiee& reactor) { reactor.handleTables(); });
+    return;
+  }
+  initialized_ = true;
+  tell<Notifiee>(*this, traceHandle, [](Notifiee& reactor) { reactor.handleInitialized(); });
+}
+
+void TableFollower::tellKeys(const std::vector<Change>& changes) {
+  for (const auto& change : changes) {
+    // A reactor has met damage: all will be told anew, and till then there is nothing to be read.
+    if (mount_->state() != Mount::State::ready) return;
+    const auto at = keys_.find(change.table);
+    if (at == keys_.end()) continue;
+    const auto keys = at->second;
+    tell<TableKeys::Notifiee>(*keys, traceHandle,
+                              [&](TableKeys::Notifiee& reactor) { reactor.handleKey(change.key); });
+  }
+}
+
+void TableFollower::corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
+  if (!viewIsReadable()) {
+    mount_->corruptionDetected(damage);
+    return;
+  }
+  constexpr std::size_t mostRemembered = 10'000;
+  if (known_.size() >= mostRemembered) known_.clear();
+  if (known_.insert(damage.what()).second) unreported_.emplace_back(damage.what());
+}
+
+// True as well when there is no view to be had: that is known elsewhere.
+bool TableFollower::viewIsReadable() const {
+  if (mount_->state() != Mount::State::ready) return true;
+  try {
+    return isReadable(mount_->snapshot());
+  } catch (const Pesk::CorruptionDetectedException&) {
+    return false;
+  } catch (const StoreException&) {
+    return true;
+  }
+}
+
+void TableFollower::reportDamage() {
+  const auto state = mount_->state();
+  const bool isHere = state == Mount::State::ready || state == Mount::State::damaged;
+  for (const auto& what : std::exchange(unreported_, {})) {
+    if (isHere) mount_->corruptionDetected(what);
+  }
+}
+
+}  // namespace Quillo

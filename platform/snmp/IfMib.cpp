@@ -1,0 +1,3 @@
+#include "snmp/IfMib.h"
+
+KEL_TYPE_DEFINE(IntfSnmp::IfMib)

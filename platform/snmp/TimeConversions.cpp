@@ -1,0 +1,37 @@
+// Times; apart from the other conversions, since net-snmp's agent headers claim common names for themselves.
+
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// Needs both.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <cmath>
+#include <limits>
+
+#include "snmp/Conversions.h"
+
+namespace {
+
+constexpr double ticksPerSecond = 100;
+
+// When the agent started, on the framework's clock. net-snmp tells its up-time in whole ticks, so a reading bounds the
+// start to one tick. What was found is kept as long as readings agree with it: derived from each reading anew, one
+// time would be now this tick and now the next, and a manager would take that for a change. It is never before the
+// start, so that no time of the past becomes one after sysUpTime.
+Kel::Seconds agentStart() {
+  constexpr Kel::Seconds readingBounds = 1 / ticksPerSecond + 1e-6;  // net-snmp's clock counts microseconds
+  static Kel::Seconds start = std::numeric_limits<Kel::Seconds>::infinity();
+  const auto before = Kel::System::currentTime();
+  const auto upTime = static_cast<double>(netsnmp_get_agent_uptime()) / ticksPerSecond;
+  const auto after = Kel::System::currentTime();
+  if (start < before - upTime - readingBounds || start > after - upTime) start = after - upTime;
+  return start;
+}
+
+}  // namespace
+
+int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int length) {
+  constexpr double tickCount = 4294967296.0;  // after which TimeTicks begin again
+  const double ticks = std::floor((time - agentStart()) * ticksPerSecond);
+  return U32ToAsnUnsignedF(ticks > 0 ? static_cast<unsigned int>(std::fmod(ticks, tickCount)) : 0, buffer, length);
+}

@@ -1,0 +1,131 @@
+#include "varnix/TreePlaces.h"
+
+#include <fmt/format.h>
+
+#include "kel/Trace.h"
+#include "varnix/ByteText.h"
+#include "varnix/Document.h"
+
+namespace Varnix {
+namespace {
+
+Kel::TraceHandle traceHandle("VarnixPlaces");
+
+void collectFixed(const Kel::Ptr<Kel::Dir>& dir, const Kel::Entity& root, TreePlaces::Fixed& fixed) {
+  for (const auto& [name, entity] : dir->entityPtr()) {
+    if (const auto below = Kel::dynamicPtr<Kel::Dir>(entity)) {
+      collectFixed(below, root, fixed);
+    } else {
+      fixed[*pathBelow(root, *entity)] = entity;
+    }
+  }
+}
+
+std::string wrongType(std::string_view found, std::string_view whose, std::string_view expected) {
+  return fmt::format("its type is '{}', {} {}", escapeBytes(found), whose, expected);
+}
+
+std::string wrongName(const std::string& name, std::string_view what) {
+  return fmt::format("'{}' is not how {} is called", escapeBytes(name), what);
+}
+
+}  // namespace
+
+void reactorFailed(const std::string& path, std::string_view what) {
+  QTRACE(traceHandle, 0) << escapeBytes(path) << ": a reactor failed: " << escapeBytes(what);
+}
+
+TreePlaces::TreePlaces(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs) : root_(std::move(root)) {
+  collectFixed(root_, *root_, fixed_);
+  for (const auto& open : openDirs) open_.emplace(*pathBelow(*root_, *open.dir) + "/", open);
+}
+
+TreePlace TreePlaces::make(const std::string& path, const std::string& type, std::string& obstacle) const {
+  TreePlace place;
+  if (const auto at = fixed_.find(path); at != fixed_.end()) {
+    const auto& actual = at->second->kelTypeInfo().name();
+    if (actual == type) {
+      place.entity = at->second;
+    } else {
+      obstacle = wrongType(type, "the entity's", actual);
+    }
+    return place;
+  }
+  if (makeEntry(path, type, place, obstacle)) return place;
+  obstacle = fmt::format("there is no place for it here (type '{}')", escapeBytes(type));
+  // Names may hold dots, so each of them may be the one in front of the attribute.
+  for (auto dot = path.find('.'); dot != std::string::npos; dot = path.find('.', dot + 1)) {
+    if (makeMember(path, type, dot, place, obstacle)) break;
+  }
+  return place;
+}
+
+// True when the path leads into an open directory: all that follows is the entry's name, whatever bytes it has.
+bool TreePlaces::makeEntry(const std::string& path, const std::string& type, TreePlace& place,
+                           std::string& obstacle) const {
+  auto at = open_.upper_bound(path);
+  if (at == open_.begin() || !path.starts_with((--at)->first)) return false;
+  const auto& open = at->second;
+  if (open.type != type) {
+    obstacle = wrongType(type, "that of entries here", open.type);
+    return true;
+  }
+  const auto name = path.substr(at->first.size());
+  obstacle = wrongName(name, "an entry");
+  if (open.dir->entityPtrHas(name)) return true;
+  try {
+    place.entity = open.make(name);
+  } catch (const Kel::RangeException& error) {
+    obstacle = escapeBytes(error.what());
+    return true;
+  }
+  place.owner = open.dir;
+  place.name = name;
+  react(path, [&] { open.dir->entityIs(place.entity); });
+  return true;
+}
+
+bool TreePlaces::makeMember(const std::string& path, const std::string& type, std::size_t dot, TreePlace& place,
+                            std::string& obstacle) const {
+  const auto slash = path.find('/', dot);
+  const auto owner = Kel::resolve(root_, std::string_view(path).substr(0, dot));
+  if (slash == std::string::npos || !owner) return false;
+  const auto* attribute = owner->kelTypeInfo().find(std::string_view(path).substr(dot + 1, slash - dot - 1));
+  if (!attribute || attribute->kind != Kel::AttributeKind::members || !attribute->createNamed) return false;
+  if (attribute->typeName != type) {
+    obstacle = wrongType(type, "that of members here", attribute->typeName);
+    return false;
+  }
+  const auto name = path.substr(slash + 1);
+  obstacle = wrongName(name, "a member");
+  if (name.empty() || attribute->member(*owner, name)) return false;
+  std::string failure;
+  try {
+    attribute->createNamed(*owner, name);
+  } catch (const std::exception& error) {
+    failure = error.what();
+  }
+  const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner, name));
+  if (!member) {
+    if (!failure.empty()) obstacle = escapeBytes(failure);
+    return false;
+  }
+  if (!failure.empty()) reactorFailed(path, failure);  // it was made all the same
+  place = {member, owner, attribute, name};
+  if (pathBelow(*root_, *member) == path) return true;
+  remove(path, place);
+  place = {};
+  return false;
+}
+
+void TreePlaces::remove(const std::string& path, const TreePlace& place) {
+  react(path, [&] {
+    if (place.attribute) {
+      place.attribute->remove(*place.owner, place.name);
+    } else {
+      Kel::dynamicPtr<Kel::Dir>(place.owner)->entityDel(place.name);
+    }
+  });
+}
+
+}  // namespace Varnix

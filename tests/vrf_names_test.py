@@ -1,0 +1,87 @@
+"""VRFs with every kind of name, and with names that are none."""
+
+import os
+import re
+
+from harness import eventually, main
+from harness.tables import VRF, read_tables, vrf_index
+from harness.vrfcase import VrfCase
+
+LONGEST = 100
+LONGEST_CONTEXT = 32  # net-snmp's access control ends there
+NAMES = ("r", "b.lue", "...", " ", "two words", "tab\there", "line\nbreak", 'quote"d', "back\\slash", "-n", "Zürich",
+         "緑", b"\xff\x80\xfe".decode("utf-8", "surrogateescape"), "vrf%s", "x" * 31, "ö" * 16, "x" * 33, "z" * 99,
+         "ü" * 50, "a.b c" * 20)
+
+
+class VrfNamesTest(VrfCase):
+    def listed(self):
+        return list(read_tables(self.default.bulk_walk(VRF), [VRF])[VRF])
+
+    def expect_listed(self, names, timeout=5):
+        # The length comes first in such an index, so a shorter name comes before a longer one.
+        expected = sorted(vrf_index(name) for name in names)
+        eventually(lambda: self.listed() == expected, lambda: f"listed {self.listed()}\nexpected {expected}", timeout)
+
+    def test_names_of_any_bytes(self):
+        for name in NAMES[::2]:
+            self.vrfs.add(name)
+        self.start_system()
+        for name in NAMES[1::2]:
+            self.vrfs.add(name)
+        self.expect_listed(NAMES, timeout=15)
+        self.expect_vrf_tables()
+        self.assertEqual({length for length, *_ in self.listed()} & {1, LONGEST}, {1, LONGEST})
+        for number, name in enumerate(NAMES):
+            data = os.fsencode(name)
+            self.vrfs.namespaces[name].ip("addr", "add", f"10.0.{number}.1/32", "dev", "lo")
+            if len(data) <= LONGEST_CONTEXT:
+                with self.subTest(name=name):
+                    client = self.user(name)
+                    self.wait_for_context(client)
+                    self.expect_context(client, self.vrfs.namespaces[name], name)
+            else:
+                self.agent.wait_for_output(re.compile(re.escape(data.decode("ascii", "ignore")[:20])))
+        for name in NAMES[::3]:
+            self.vrfs.remove(name)
+        left = [name for name in NAMES if name not in NAMES[::3]]
+        self.expect_listed(left)
+        self.expect_vrf_tables()
+        self.assertEqual(self.mirror.lines(), [])
+
+    def test_names_that_are_none(self):
+        refused = {"y" * 101: "has 101 bytes", "ä" * 60: "has 120 bytes", "z" * 252: "has 252 bytes",
+                   "": "is empty", "default": "default VRF's name"}
+        self.vrfs.add("red")
+        self.vrfs.add("w" * 101)
+        self.start_system()
+        for name in refused:
+            self.vrfs.add(name)
+        self.vrfs.add("blue")
+        self.expect_listed(["red", "blue"])
+        self.expect_vrf_tables(["red", "blue"])
+        for name, reason in {"w" * 101: "has 101 bytes", **refused}.items():
+            lines = [line for line in self.mirror.lines() if f"namespace ns-{name} is not served" in line]
+            self.assertEqual(len(lines), 1, self.mirror.output())
+            self.assertIn(reason, lines[0])
+        said = len(self.mirror.lines())
+        self.assertEqual(said, len(refused) + 1, self.mirror.output())
+        with self.subTest("what is no namespace, or no VRF, is left alone"):
+            with open(self.vrfs.file("nothing"), "w", encoding="ascii"):
+                pass
+            os.mkdir(self.vrfs.file("directory"))
+            os.symlink("/proc/self/no such file", self.vrfs.file("nowhere"))
+            os.symlink(f"/run/netns/{self.namespace.name}", self.vrfs.file("myself"))
+            self.mirror.wait_for_output(re.compile("ns-nothing is not served: it is no network namespace"))
+            self.mirror.wait_for_output(re.compile("ns-myself is not served: it is the default VRF's namespace"))
+        for name in refused:
+            self.vrfs.remove(name)
+        self.vrfs.add("green")
+        self.expect_listed(["red", "blue", "green"])
+        self.vrfs.namespaces["red"].add_interface("a0", "10.0.0.1/24")
+        self.expect_context(self.user("red"), self.vrfs.namespaces["red"], "red")
+        self.assertTrue(self.mirror.running and self.agent.running)
+
+
+if __name__ == "__main__":
+    main()
