@@ -36,6 +36,9 @@ function(quorin_test)
   gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()
 
+# All that is installed, and the benchmarks: everything but the tests.
+add_custom_target(programs)
+
 # quorin_program(NAME <target> SOURCES ... LIBRARIES ...): a program that lands in bin/.
 function(quorin_program)
   cmake_parse_arguments(ARG "" "NAME" "SOURCES;LIBRARIES" ${ARGN})
@@ -43,4 +46,5 @@ function(quorin_program)
   target_link_libraries(${ARG_NAME} PRIVATE quorin_options ${ARG_LIBRARIES})
   set_target_properties(${ARG_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
   install(TARGETS ${ARG_NAME} RUNTIME DESTINATION bin)
+  add_dependencies(programs ${ARG_NAME})
 endfunction()

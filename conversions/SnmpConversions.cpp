@@ -11,7 +11,7 @@
 
 namespace {
 
-Kel::TraceHandle traceHandle("SnmpConversions");
+Kel::TraceHandle snmpConversionsTrace("SnmpConversions");
 
 constexpr int forwarding = 1, notForwarding = 2;                              // ipForwarding
 constexpr int neighbourDynamic = 3, neighbourStatic = 4, neighbourLocal = 5;  // ipNetToPhysicalType
@@ -36,7 +36,8 @@ int ArpEntryStaticToAsnInteger(const Arp::ArpEntryStatus& status, unsigned char*
 
 int RouteTypeToAsnInteger(const Routing::Fib::RouteType& routeType, unsigned char* buffer, int length) {
   const auto protocol = IpSnmp::protocolMap().protocol(routeType);
-  QTRACE(traceHandle, 2) << "protoMap converted " << unsigned{routeType.value()} << " to " << Kel::print(protocol);
+  QTRACE(snmpConversionsTrace, 2) << "protoMap converted " << unsigned{routeType.value()} << " to "
+                                  << Kel::print(protocol);
   return S32ToAsnIntegerF(protocol, buffer, length);
 }
 

@@ -15,7 +15,7 @@
 
 namespace Host {
 
-static Kel::TraceHandle traceHandle("AgentLoop");
+static Kel::TraceHandle agentLoopTrace("AgentLoop");
 
 namespace {
 
@@ -101,7 +101,7 @@ void AgentLoop::dispatch(const std::vector<std::pair<int, unsigned>>& ready) {
     try {
       callback();
     } catch (const std::exception& error) {
-      QTRACE(traceHandle, 0) << "callback of descriptor " << fd << ": " << error.what();
+      QTRACE(agentLoopTrace, 0) << "callback of descriptor " << fd << ": " << error.what();
     }
   }
 }

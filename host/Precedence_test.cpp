@@ -49,7 +49,7 @@ class Theirs {
 
 constexpr const char* addrTable = "1.3.6.1.2.1.4.20";
 constexpr const char* prefixTable = "1.3.6.1.2.1.4.32";
-constexpr const char* ipForwarding = "1.3.6.1.2.1.4.1";
+constexpr const char* ipForwardingObject = "1.3.6.1.2.1.4.1";
 
 class PrecedenceTest : public ::testing::Test {
  protected:
@@ -73,7 +73,7 @@ class PrecedenceTest : public ::testing::Test {
 
 TEST_F(PrecedenceTest, oursAnswerInPlaceOfTablesOfAnyDepth) {
   const Theirs whole(prefixTable);
-  const Theirs scalar(ipForwarding);
+  const Theirs scalar(ipForwardingObject);
   const Theirs first("1.3.6.1.2.1.4.20.1.1");
   const Theirs third("1.3.6.1.2.1.4.20.1.3");
   const Theirs last("1.3.6.1.2.1.4.20.1.5");

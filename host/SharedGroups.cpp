@@ -8,7 +8,7 @@
 
 namespace Host {
 
-static Kel::TraceHandle traceHandle("SharedGroups");
+static Kel::TraceHandle sharedGroupsTrace("SharedGroups");
 
 namespace {
 
@@ -118,7 +118,7 @@ void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, co
 
 extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
                                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
-  return Snmp::atCBoundary(traceHandle, __func__, SNMP_ERR_GENERR, [&] {
+  return Snmp::atCBoundary(sharedGroupsTrace, __func__, SNMP_ERR_GENERR, [&] {
     const auto& group = *static_cast<const SharedGroups::Group*>(handler->myvoid);
     for (auto* request = requests; request != nullptr; request = request->next) {
       if (info->mode == MODE_GET) {
@@ -165,8 +165,8 @@ void SharedGroups::registerGroup(const Group& group, const Kel::String& context)
   // Only read: every copy of the registration that net-snmp may make can share it.
   registration->handler->myvoid = const_cast<Group*>(&group);
   if (netsnmp_register_handler(registration) != MIB_REGISTERED_OK) {
-    QTRACE(traceHandle, 0) << "the agent refuses the group " << group.name << " in context \"" << context
-                           << "\", which then lacks it; does another module serve it there?";
+    QTRACE(sharedGroupsTrace, 0) << "the agent refuses the group " << group.name << " in context \"" << context
+                                 << "\", which then lacks it; does another module serve it there?";
     return;
   }
   registered_[context].push_back(&group);

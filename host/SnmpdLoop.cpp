@@ -13,7 +13,7 @@
 
 namespace Host {
 
-static Kel::TraceHandle traceHandle("SnmpdLoop");
+static Kel::TraceHandle snmpdLoopTrace("SnmpdLoop");
 
 SnmpdLoop::~SnmpdLoop() {
   for (const auto& [fd, callback] : watches_) unregister_readfd(fd);
@@ -45,7 +45,7 @@ bool SnmpdLoop::requestWaiting() {
 }
 
 void SnmpdLoop::ready(int fd, void* self) noexcept {
-  Snmp::atCBoundary(traceHandle, __func__, [&] {
+  Snmp::atCBoundary(snmpdLoopTrace, __func__, [&] {
     const auto& watches = static_cast<SnmpdLoop*>(self)->watches_;
     const auto found = watches.find(fd);
     if (found == watches.end()) return;

@@ -5,7 +5,7 @@
 
 namespace Host {
 
-static Kel::TraceHandle traceHandle("StoreFollower");
+static Kel::TraceHandle storeFollowerTrace("StoreFollower");
 
 namespace {
 
@@ -47,7 +47,7 @@ StoreFollower::~StoreFollower() {
 }
 
 void StoreFollower::follow(Brev::Task& task) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(storeFollowerTrace, this);
   // Silenced before the head is read, so that what is committed from here on rings again.
   mount_->drainDoorbell();
   mount_->refresh();

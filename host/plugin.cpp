@@ -25,7 +25,7 @@ namespace Host {
 
 namespace {
 
-Kel::TraceHandle traceHandle("Plugin");
+Kel::TraceHandle pluginTrace("Plugin");
 
 constexpr timeval nextTurn{0, 1000};
 
@@ -84,12 +84,12 @@ class Plugin {
   void end() { composition_.reset(); }
 
   static void onAlarm(unsigned, void* self) noexcept {
-    Snmp::atCBoundary(traceHandle, __func__, [&] { static_cast<Plugin*>(self)->settle(); });
+    Snmp::atCBoundary(pluginTrace, __func__, [&] { static_cast<Plugin*>(self)->settle(); });
   }
   // The agent library still stands; when the module is unloaded it does so no longer. A callback must not be given
   // what the library cannot free.
   static int onShutdown(int, int, void*, void*) noexcept {
-    Snmp::atCBoundary(traceHandle, __func__, [] {
+    Snmp::atCBoundary(pluginTrace, __func__, [] {
       instance().isShuttingDown_ = true;
       instance().end();
     });
@@ -109,9 +109,9 @@ class Plugin {
 
 extern "C" {
 __attribute__((visibility("default"))) void init_quorin() {
-  Snmp::atCBoundary(Host::traceHandle, __func__, [] { Host::Plugin::instance().load(); });
+  Snmp::atCBoundary(Host::pluginTrace, __func__, [] { Host::Plugin::instance().load(); });
 }
 __attribute__((visibility("default"))) void deinit_quorin() {
-  Snmp::atCBoundary(Host::traceHandle, __func__, [] { Host::Plugin::instance().unload(); });
+  Snmp::atCBoundary(Host::pluginTrace, __func__, [] { Host::Plugin::instance().unload(); });
 }
 }

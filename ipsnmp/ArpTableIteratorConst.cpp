@@ -9,7 +9,7 @@ namespace IpSnmp {
 
 namespace {
 
-Kel::TraceHandle traceHandle("ArpTableIteratorConst");
+Kel::TraceHandle arpTableIteratorConstTrace("ArpTableIteratorConst");
 
 }  // namespace
 
@@ -23,7 +23,7 @@ IpMib::ArpTableIteratorConst::ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib,
 }
 
 void IpMib::ArpTableIteratorConst::fetch(const ArpTableIndex& index, bool getNext) {
-  QTRACE(traceHandle, 7) << "Index: " << index << " getNext " << getNext;
+  QTRACE(arpTableIteratorConstTrace, 7) << "Index: " << index << " getNext " << getNext;
   if (!ipMib_) return;
   const IpNetToPhysicalTableIndex row(index.ifIndex(), InetAddress::fromIpAddr(index.ipAddr()));
   auto it = getNext ? table().upperBound(row) : table().lowerBound(row);
@@ -36,8 +36,8 @@ void IpMib::ArpTableIteratorConst::fetch(const ArpTableIndex& index, bool getNex
 IpMib::ArpTableIteratorConst::Place IpMib::ArpTableIteratorConst::ipv4From(Place it) const {
   while (it != table().end() && it->first.addr().version() != Ip::ipVersion4) {
     const auto& index = it->first;
-    if (traceHandle.enabled(7)) {
-      QTRACE(traceHandle, 7) << "Skipping ipv6 entry w/ index: " << index;
+    if (arpTableIteratorConstTrace.enabled(7)) {
+      QTRACE(arpTableIteratorConstTrace, 7) << "Skipping ipv6 entry w/ index: " << index;
       ++it;
     } else if (index.addr().version() < Ip::ipVersion4) {
       it = table().lowerBound({index.ifIndex(), Ip::ipVersion4, Snmp::String()});
@@ -60,7 +60,7 @@ void IpMib::ArpTableIteratorConst::curEntryIs(Place from) {
   KEL_ASSERT_TEXT(it->ipGenAddr().af() == Vantu::ipv4_, "it->ipGenAddr().af() == Vantu::ipv4_");
   curEntry_ = Kel::makePtr<ArpTableEntry>(ArpTableIndex(it->ifIndex(), it->ipGenAddr().v4()), it->intfId(),
                                           it->arpQuillo(), it->arpQuilloVrfId());
-  QTRACE(traceHandle, 7) << "Set new curEntry: " << curEntry_->index();
+  QTRACE(arpTableIteratorConstTrace, 7) << "Set new curEntry: " << curEntry_->index();
 }
 
 }  // namespace IpSnmp

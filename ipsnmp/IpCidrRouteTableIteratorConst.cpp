@@ -8,7 +8,7 @@
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("IpCidrRouteTableIteratorConst");
+Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorConst");
 
 }  // namespace
 
@@ -30,7 +30,7 @@ Iterator& Iterator::operator++() {
 }
 
 void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
-  QTRACE(traceHandle, 7) << "Index: " << index << " getNext " << getNext;
+  QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << "Index: " << index << " getNext " << getNext;
   isAtEnd_ = true;
   // Its own handle: what a report of damage brings about may put other prefixes in the place of these.
   const auto fecsAndPrefixes = mib_ ? mib_->fecsAndPrefixes() : nullptr;
@@ -58,7 +58,7 @@ bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& first
   if (mib_->iteratorScratch_[used].prefix != prefix) used = 1 - used;
   auto& found = mib_->iteratorScratch_[used];
   if (const char* missing = mib_->resolve(prefix, found)) {
-    QTRACE(traceHandle, 7) << prefix << missing;
+    QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << prefix << missing;
     return false;
   }
   const auto& nextHops = found.forwardFec->nextHop();
@@ -66,12 +66,13 @@ bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& first
     const auto& [nextHop, via] = *at;
     const auto* intfId = found.intfId(via);
     if (intfId == nullptr || !mib_->validIntf(*intfId)) {
-      QTRACE(traceHandle, 7) << prefix << " has invalid intf " << (intfId != nullptr ? *intfId : Vantu::IntfId());
+      QTRACE(ipCidrRouteTableIteratorConstTrace, 7)
+          << prefix << " has invalid intf " << (intfId != nullptr ? *intfId : Vantu::IntfId());
       continue;
     }
     const IpCidrRouteTableIndex index(prefix.address(), prefix.netmask(), 0, nextHop);
     if (above != nullptr && index == *above) {
-      QTRACE(traceHandle, 7) << "Going to next via";
+      QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << "Going to next via";
       continue;
     }
     const bool hasIntf = intfId->isValid();
@@ -80,7 +81,7 @@ bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& first
                                        : ipCidrRouteTypeOther;
     entry_ = IpCidrRouteTableEntry(index, hasIntf ? mib_->ifIndex(*intfId) : 0, found.route.metric,
                                    found.route.preference(), found.route.routeType, type);
-    QTRACE(traceHandle, 7) << prefix << " has entry " << entry_;
+    QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << prefix << " has entry " << entry_;
     return true;
   }
   return false;

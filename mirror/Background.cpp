@@ -13,7 +13,7 @@ namespace Mirror {
 
 namespace {
 
-[[noreturn]] void fail(const char* what) {
+[[noreturn]] void failToDetach(const char* what) {
   throw Kel::Exception(std::string("cannot go to the background: ") + what + ": " + std::strerror(errno));
 }
 
@@ -30,16 +30,16 @@ namespace {
 
 Background::Background() {
   int pipe[2];
-  if (pipe2(pipe, O_CLOEXEC) != 0) fail("pipe");
+  if (pipe2(pipe, O_CLOEXEC) != 0) failToDetach("pipe");
   const pid_t child = fork();
-  if (child < 0) fail("fork");
+  if (child < 0) failToDetach("fork");
   if (child > 0) {
     close(pipe[1]);
     waitForDaemon(pipe[0]);
   }
   close(pipe[0]);
   starter_ = pipe[1];
-  if (setsid() < 0) fail("setsid");
+  if (setsid() < 0) failToDetach("setsid");
 }
 
 Background::~Background() {
@@ -48,9 +48,9 @@ Background::~Background() {
 
 void Background::serving() {
   if (starter_ < 0) return;
-  if (chdir("/") != 0) fail("chdir");
+  if (chdir("/") != 0) failToDetach("chdir");
   const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  if (null < 0) fail("/dev/null");
+  if (null < 0) failToDetach("/dev/null");
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(null, stream);
   if (null > STDERR_FILENO) close(null);
   // The starter may have been killed meanwhile; that is no concern of the daemon.

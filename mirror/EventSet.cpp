@@ -17,7 +17,7 @@ namespace Mirror {
 
 namespace {
 
-[[noreturn]] void fail(const char* what) {
+[[noreturn]] void failToPoll(const char* what) {
   throw Kel::Exception(fmt::format("{}: {}; raise the limit of open files", what, std::strerror(errno)));
 }
 
@@ -25,8 +25,8 @@ namespace {
 
 EventSet::EventSet()
     : epoll_(epoll_create1(EPOLL_CLOEXEC)), timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
-  if (epoll_ < 0) fail("epoll");
-  if (timer_ < 0) fail("timerfd");
+  if (epoll_ < 0) failToPoll("epoll");
+  if (timer_ < 0) failToPoll("timerfd");
 }
 
 EventSet::~EventSet() {
@@ -38,7 +38,7 @@ void EventSet::add(int fd, Tag tag) {
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.u64 = tag;
-  if (epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) != 0) fail("epoll");
+  if (epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) != 0) failToPoll("epoll");
 }
 
 std::vector<EventSet::Tag> EventSet::ready() {

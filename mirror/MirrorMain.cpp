@@ -21,7 +21,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorMain");
+Kel::TraceHandle mirrorMainTrace("MirrorMain");
 
 constexpr Kel::Seconds pollPeriod = 1;
 
@@ -91,7 +91,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     mayMoreWait = (isReadable || mayMoreWait) && service.receive();
     if (isRereadAsked) {
       isRereadAsked = 0;
-      QTRACE(traceHandle, 1) << "reading everything again";
+      QTRACE(mirrorMainTrace, 1) << "reading everything again";
       service.reread();
     }
     if (Kel::System::currentTime() >= nextPoll) {
@@ -104,9 +104,9 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
       Kel::TraceConfig::outputIs(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
       background->serving();
     }
-    QTRACE(traceHandle, 1) << "publishing in " << options.store;
+    QTRACE(mirrorMainTrace, 1) << "publishing in " << options.store;
   }
-  QTRACE(traceHandle, 1) << "stopping on " << strsignal(stopSignal);
+  QTRACE(mirrorMainTrace, 1) << "stopping on " << strsignal(stopSignal);
 }
 
 }  // namespace
@@ -123,7 +123,7 @@ int mirrorMain(int argc, const char* const* argv) {
     return 0;
   } catch (const std::exception& error) {
     if (background && background->isServing()) {
-      QTRACE(traceHandle, 0) << error.what() << "; ending";
+      QTRACE(mirrorMainTrace, 0) << error.what() << "; ending";
     } else {
       fmt::print(stderr, "quorin-mirrord: {}\n", error.what());
     }

@@ -8,7 +8,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorService");
+Kel::TraceHandle mirrorServiceTrace("MirrorService");
 
 // The first pass over the store removes what it does not have. So it waits for VRFs that were there from the start,
 // as long as they are listed one after the other.
@@ -173,7 +173,7 @@ bool MirrorService::isWhole() {
   const Kel::Seconds now = Kel::System::currentTime();
   if (listed > 0) patienceUntil_ = now + patience;
   if (now < patienceUntil_) return false;
-  QTRACE(traceHandle, 0) << awaited_.size() << " VRFs are still not listed; going on without them";
+  QTRACE(mirrorServiceTrace, 0) << awaited_.size() << " VRFs are still not listed; going on without them";
   awaited_.clear();
   return true;
 }

@@ -14,7 +14,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("Mirror");
+Kel::TraceHandle namespaceMirrorTrace("Mirror");
 
 // What one turn takes in at most: under a steady stream, what has come is still published every few milliseconds.
 constexpr unsigned datagramsPerTurn = 256;
@@ -76,7 +76,7 @@ void NamespaceMirror::settle() {
 }
 
 void NamespaceMirror::poll() {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(namespaceMirrorTrace, this);
   if (isComplete() && areFlagsDue()) readForwarding();
   if (isStuck()) isReopenWanted_ = true;
   if (isReopenWanted_) {
@@ -100,11 +100,11 @@ bool NamespaceMirror::isListingDue() const {
 bool NamespaceMirror::isStuck() const {
   const Kel::Seconds now = Kel::System::currentTime();
   if (fresh_ && now - lastReply_ > stuckAfter) {
-    QTRACE(traceHandle, 0) << "rtnetlink: a dump is not answered; beginning anew";
+    QTRACE(namespaceMirrorTrace, 0) << "rtnetlink: a dump is not answered; beginning anew";
     return true;
   }
   if (dumpWantedSince_ && now - *dumpWantedSince_ > stuckAfter) {
-    QTRACE(traceHandle, 0) << "rtnetlink: messages come faster than they are read; beginning anew";
+    QTRACE(namespaceMirrorTrace, 0) << "rtnetlink: messages come faster than they are read; beginning anew";
     return true;
   }
   return false;
@@ -121,7 +121,7 @@ void NamespaceMirror::reopen() {
     beginDump();
   } catch (const Kel::Exception& error) {
     if (!isComplete()) throw;
-    QTRACE(traceHandle, 0) << error.what() << "; trying again every second";
+    QTRACE(namespaceMirrorTrace, 0) << error.what() << "; trying again every second";
     fresh_.reset();
     isReopenWanted_ = true;
   }
@@ -149,7 +149,7 @@ void NamespaceMirror::ask() {
     channel_.dump(step_, ++sequence_);
   } catch (const Kel::Exception& error) {
     if (!isComplete()) throw;
-    QTRACE(traceHandle, 0) << error.what() << "; trying again";
+    QTRACE(namespaceMirrorTrace, 0) << error.what() << "; trying again";
     fresh_.reset();
     isReopenWanted_ = true;
   }
@@ -172,7 +172,7 @@ void NamespaceMirror::handleDatagram(std::span<const std::uint8_t> datagram) {
     message = mnl_nlmsg_next(message, &left);
   }
   if (left > 0) {
-    QTRACE(traceHandle, 0) << "rtnetlink: " << left << " bytes that are no message, ignored";
+    QTRACE(namespaceMirrorTrace, 0) << "rtnetlink: " << left << " bytes that are no message, ignored";
   }
 }
 
@@ -208,7 +208,7 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
     const auto* forwarding = std::get_if<ForwardingMessage>(&decoded);
     if (forwarding && isComplete()) writer_.forwardingIs(forwarding->af, forwarding->forwarding);
   } catch (const MalformedMessageException& error) {
-    QTRACE(traceHandle, 0) << error.what() << "; message of type " << message.nlmsg_type << " ignored";
+    QTRACE(namespaceMirrorTrace, 0) << error.what() << "; message of type " << message.nlmsg_type << " ignored";
   }
 }
 
@@ -236,7 +236,7 @@ bool NamespaceMirror::mayLackNeighbours() {
 // Objects came or went while the kernel walked its lists, so it may have passed over others.
 void NamespaceMirror::handleInterruption() {
   ++interruptions_;
-  QTRACE(traceHandle, 2) << "dump interrupted, " << interruptions_ << " in a row";
+  QTRACE(namespaceMirrorTrace, 2) << "dump interrupted, " << interruptions_ << " in a row";
   if (interruptions_ <= interruptionsAtOnce) {
     beginDump();
   } else {
@@ -250,14 +250,14 @@ void NamespaceMirror::handleDumpFailure(int status) {
       fmt::format("rtnetlink: the kernel does not list its {}: {}", contentsOf(step_), std::strerror(status));
   // Busy: an earlier dump on this socket got stuck.
   if (!isComplete() && status != EBUSY) throw Kel::Exception(text);
-  QTRACE(traceHandle, 0) << text << "; trying again";
+  QTRACE(namespaceMirrorTrace, 0) << text << "; trying again";
   fresh_.reset();
   isReopenWanted_ = true;
 }
 
 void NamespaceMirror::handleOverrun() {
   ++overruns_;
-  QTRACE(traceHandle, 1) << "overrun: messages of the kernel were lost, reading everything again";
+  QTRACE(namespaceMirrorTrace, 1) << "overrun: messages of the kernel were lost, reading everything again";
   fresh_.reset();
   if (!dumpWantedSince_) dumpWantedSince_ = Kel::System::currentTime();
 }
@@ -272,7 +272,8 @@ void NamespaceMirror::completeDump() {
   writer_.syncAll(state_);
   state_.takeChanges();
   readForwarding();
-  QTRACE(traceHandle, 2) << "dump " << completeDumps_ << " complete, " << state_.interfaces().size() << " links";
+  QTRACE(namespaceMirrorTrace, 2) << "dump " << completeDumps_ << " complete, " << state_.interfaces().size()
+                                  << " links";
 }
 
 void NamespaceMirror::readForwarding() {
@@ -282,7 +283,7 @@ void NamespaceMirror::readForwarding() {
       writer_.forwardingIs(af, flags_.read(af));
     } catch (const UnreadableFlagException& error) {
       // Once a second: the first time is enough.
-      QTRACE(traceHandle, wasUnread ? 6 : 0)
+      QTRACE(namespaceMirrorTrace, wasUnread ? 6 : 0)
           << error.what() << "; keeping what is known, trying again every second";
       isForwardingUnread_ = true;
     }

@@ -19,7 +19,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorSocket");
+Kel::TraceHandle rtSocketTrace("MirrorSocket");
 
 // The kernel sends dumps in pieces of at most 32 KiB; a single message may be larger, and then enlarges the buffer.
 constexpr std::size_t bufferBytes = 64 << 10;
@@ -31,7 +31,7 @@ std::vector<std::uint8_t>& buffer() {
   return bytes;
 }
 
-[[noreturn]] void fail(const char* what, int error = errno) {
+[[noreturn]] void failOnSocket(const char* what, int error = errno) {
   const bool isFull = error == EMFILE || error == ENFILE;
   throw Kel::Exception(fmt::format("rtnetlink: {}: {}; {}", what, std::strerror(error),
                                    isFull ? "raise the limit of open files (ulimit -n)"
@@ -50,9 +50,9 @@ void subscribe(const mnl_socket* socket) {
   for (int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_NEIGH, RTNLGRP_IPV4_NETCONF,
                     RTNLGRP_IPV6_NETCONF}) {
     if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
-    if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) fail("cannot subscribe to changes");
+    if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) failOnSocket("cannot subscribe to changes");
     // An old kernel: the forwarding flags are read once a second all the same.
-    QTRACE(traceHandle, 1) << "no notifications of forwarding: " << std::strerror(errno);
+    QTRACE(rtSocketTrace, 1) << "no notifications of forwarding: " << std::strerror(errno);
   }
 }
 
@@ -64,18 +64,18 @@ void RtSocket::Close::operator()(mnl_socket* socket) const {
 
 RtSocket::RtSocket(std::shared_ptr<const Vantu::NetNs> ns, int receiveBytes)
     : ns_(std::move(ns)), wantedReceiveBytes_(receiveBytes), socket_(open()) {
-  QTRACE(traceHandle, 1) << "receive buffer of " << this->receiveBytes() << " bytes";
+  QTRACE(rtSocketTrace, 1) << "receive buffer of " << this->receiveBytes() << " bytes";
 }
 
 RtSocket::Handle RtSocket::open() const {
   const Vantu::NetNsGuard inside(*ns_);
   Handle socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_NONBLOCK | SOCK_CLOEXEC));
-  if (!socket) fail("cannot open a socket");
+  if (!socket) failOnSocket("cannot open a socket");
   receiveBytesAre(socket.get(), wantedReceiveBytes_);
   // With strict checking the kernel honours the family in a dump request. Kernels before 4.20 do not have it.
   int on = 1;
   mnl_socket_setsockopt(socket.get(), NETLINK_GET_STRICT_CHK, &on, sizeof(on));
-  if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) fail("cannot bind the socket");
+  if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) failOnSocket("cannot bind the socket");
   subscribe(socket.get());
   return socket;
 }
@@ -113,7 +113,7 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence) {
     auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
     header->ifa_family = what == RtDump::ipv4Addresses ? AF_INET : AF_INET6;
   }
-  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) fail("cannot ask for a dump");
+  if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) failOnSocket("cannot ask for a dump");
 }
 
 RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
@@ -130,7 +130,7 @@ RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
       if (errno == EINTR) continue;
       if (errno == EAGAIN || errno == EWOULDBLOCK) return Outcome::empty;
       if (errno == ENOBUFS || errno == ENOMEM) return Outcome::overrun;
-      fail("cannot receive");
+      failOnSocket("cannot receive");
     }
     if (sender.nl_pid != 0) continue;  // only the kernel's word counts
     if (header.msg_flags & MSG_TRUNC) {
@@ -144,7 +144,7 @@ RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
 }
 
 void RtSocket::reopen() {
-  QTRACE(traceHandle, 1) << "reopening";
+  QTRACE(rtSocketTrace, 1) << "reopening";
   socket_ = open();
 }
 

@@ -18,7 +18,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorSettings");
+Kel::TraceHandle settingsFileTrace("MirrorSettings");
 
 // A configuration is a few lines a VRF; what is larger is no configuration.
 constexpr off_t maxBytes = 16 << 20;
@@ -96,17 +96,17 @@ bool SettingsFile::reread() {
   if (now == read_) return false;
   read_ = pending_ = now;
   if (!now) {
-    QTRACE(traceHandle, 0) << file_ << " is gone; what was in effect stays until there is another one";
+    QTRACE(settingsFileTrace, 0) << file_ << " is gone; what was in effect stays until there is another one";
     return false;
   }
   try {
     auto settings = vrfSettingsFromText(text(), file_);
-    QTRACE(traceHandle, 1) << file_ << " is in effect";
+    QTRACE(settingsFileTrace, 1) << file_ << " is in effect";
     if (settings == settings_) return false;
     settings_ = std::move(settings);
     return true;
   } catch (const Kel::Exception& error) {
-    QTRACE(traceHandle, 0) << error.what() << "; what was in effect stays";
+    QTRACE(settingsFileTrace, 0) << error.what() << "; what was in effect stays";
     return false;
   }
 }

@@ -6,7 +6,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorPublisher");
+Kel::TraceHandle treePublisherTrace("MirrorPublisher");
 
 using Kind = Quillo::StoreException::Kind;
 
@@ -53,13 +53,13 @@ bool TreePublisher::tryPublish() {
   } catch (const Quillo::StoreException& error) {
     if (!isStarted_ || !mayPass(error.kind())) throw;
     if (!hasFailed_) {
-      QTRACE(traceHandle, 0) << error.what() << "; trying again every second";
+      QTRACE(treePublisherTrace, 0) << error.what() << "; trying again every second";
     }
     hasFailed_ = true;
     return false;
   }
   if (hasFailed_) {
-    QTRACE(traceHandle, 0) << "store " << config_.directory << " is written again";
+    QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " is written again";
   }
   hasFailed_ = false;
   return true;
@@ -67,7 +67,7 @@ bool TreePublisher::tryPublish() {
 
 void TreePublisher::write() {
   if (isGone()) {
-    QTRACE(traceHandle, 0) << "store " << config_.directory << " was removed or replaced; making it anew";
+    QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " was removed or replaced; making it anew";
     open();
   }
   if (!hasPublishedAll_) {
@@ -99,7 +99,7 @@ void TreePublisher::commit() {
   const auto result = batch.commit();
   documents_->published();
   picture_.neighbours.written();
-  QTRACE(traceHandle, 6) << result.changes << " changes, journal at " << result.seq;
+  QTRACE(treePublisherTrace, 6) << result.changes << " changes, journal at " << result.seq;
 }
 
 // Also after an attempt to make it anew that failed.

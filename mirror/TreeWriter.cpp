@@ -9,7 +9,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorTree");
+Kel::TraceHandle treeWriterTrace("MirrorTree");
 
 using Ipv4Addresses = std::map<Vantu::IpAddrWithMask, std::uint64_t>;  // with their order
 using Ipv6Addresses = std::map<Vantu::Ip6AddrWithMask, Ip6::AddressInfo>;
@@ -91,9 +91,9 @@ Vantu::IntfId TreeWriter::idOf(const KernelInterface* interface, std::uint32_t i
   }
   if (scope_.ifIndex(ifIndex)) return scope_.intfId(interface->link->name);
   if (refused_.insert(ifIndex).second) {
-    QTRACE(traceHandle, 0) << Varnix::escapeBytes(scope_.intfId(interface->link->name).text())
-                           << ": not published, the kernel's index " << ifIndex << " is not below "
-                           << (1U << NamespaceScope::ifIndexBits) << "; make the namespace anew";
+    QTRACE(treeWriterTrace, 0) << Varnix::escapeBytes(scope_.intfId(interface->link->name).text())
+                               << ": not published, the kernel's index " << ifIndex << " is not below "
+                               << (1U << NamespaceScope::ifIndexBits) << "; make the namespace anew";
   }
   return {};
 }
@@ -116,7 +116,7 @@ void TreeWriter::sync(const KernelState& state, const std::set<std::uint32_t>& i
 }
 
 void TreeWriter::remove(const Vantu::IntfId& id) {
-  QTRACE(traceHandle, 6) << id << " removed";
+  QTRACE(treeWriterTrace, 6) << id << " removed";
   tree_.ipConfig->ipIntfConfigDel(id);
   tree_.ipStatus->ipIntfStatusDel(id);
   tree_.ip6Config->intfDel(id);
@@ -127,8 +127,8 @@ void TreeWriter::remove(const Vantu::IntfId& id) {
 }
 
 void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface) {
-  QTRACE(traceHandle, 6) << id << " (ifIndex " << ifIndex << ") has " << interface.addresses.size() << " addresses"
-                         << (interface.link->isRunning() ? "" : ", not in force");
+  QTRACE(treeWriterTrace, 6) << id << " (ifIndex " << ifIndex << ") has " << interface.addresses.size()
+                             << " addresses" << (interface.link->isRunning() ? "" : ", not in force");
   const auto status = tree_.intfStatusDir->intfStatusIs(id);
   status->kindIs(Interface::LinuxIntfDetails::kind);
   status->ifIndexIs(*scope_.ifIndex(ifIndex));

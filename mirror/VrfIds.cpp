@@ -10,7 +10,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorVrfIds");
+Kel::TraceHandle vrfIdsTrace("MirrorVrfIds");
 
 }  // namespace
 
@@ -36,7 +36,7 @@ void VrfIds::load(std::string_view document) {
       }
     }
   } catch (const Kel::Exception& error) {
-    QTRACE(traceHandle, 0) << "the store's record of VRF ids is no use, some VRFs get new ones: " << error.what();
+    QTRACE(vrfIdsTrace, 0) << "the store's record of VRF ids is no use, some VRFs get new ones: " << error.what();
   }
 }
 
@@ -91,7 +91,7 @@ std::optional<Vrf::VrfIdMap::VrfId> VrfIds::longestGone() const {
 
 void VrfIds::assign(const L3::VrfName& name, VrfId id) {
   if (const auto* previous = tree_.vrfIdStatus->vrfName(id)) {
-    QTRACE(traceHandle, 1) << "VRF id " << id << " of " << Varnix::escapeBytes(previous->stringValue())
+    QTRACE(vrfIdsTrace, 1) << "VRF id " << id << " of " << Varnix::escapeBytes(previous->stringValue())
                            << ", which is gone, goes to " << Varnix::escapeBytes(name.stringValue());
     ids_.erase(*previous);
   }

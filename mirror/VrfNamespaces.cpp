@@ -20,9 +20,9 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorNamespaces");
+Kel::TraceHandle vrfNamespacesTrace("MirrorNamespaces");
 
-constexpr std::string_view prefix = "ns-";
+constexpr std::string_view namespacePrefix = "ns-";
 // `ip netns add` needs a millisecond or so; a file that is no namespace after this long is told of.
 constexpr Kel::Seconds firstInterval = 0.001;
 constexpr Kel::Seconds longestInterval = 1;
@@ -34,7 +34,7 @@ std::optional<Vantu::NetNs::Id> idOf(const std::string& file) {
 }
 
 std::string vrfOf(const std::string& name) {
-  return name.substr(prefix.size());
+  return name.substr(namespacePrefix.size());
 }
 
 }  // namespace
@@ -64,7 +64,7 @@ void VrfNamespaces::watch() {
   watch_ = inotify_add_watch(inotify_, (id ? directory_ : parent).c_str(), inside | itself);
   isDirectoryThere_ = id.has_value();
   directoryId_ = watched.value_or(Vantu::NetNs::Id());
-  QTRACE(traceHandle, 2) << "watching " << (id ? directory_ : parent) << (watch_ < 0 ? ": no watch" : "");
+  QTRACE(vrfNamespacesTrace, 2) << "watching " << (id ? directory_ : parent) << (watch_ < 0 ? ": no watch" : "");
 }
 
 // The names that something was told of. False when everything has to be looked at.
@@ -124,7 +124,7 @@ Kel::Seconds VrfNamespaces::nextLook() const {
 }
 
 void VrfNamespaces::look(const std::string& name, std::vector<Change>& changes) {
-  if (!name.starts_with(prefix)) return;
+  if (!name.starts_with(namespacePrefix)) return;
   const std::string file = fileOf(name);
   const auto id = idOf(file);
   const auto known = present_.find(name);
@@ -178,20 +178,20 @@ std::string VrfNamespaces::refusal(const std::string& name, const Vantu::NetNs* 
 }
 
 void VrfNamespaces::refuse(const L3::VrfName& vrf, const std::string& why) {
-  const std::string name = std::string(prefix) + vrf.stringValue();
+  const std::string name = std::string(namespacePrefix) + vrf.stringValue();
   present_.erase(name);
   complain(name, why);
 }
 
 void VrfNamespaces::accept(const L3::VrfName& vrf) {
-  complaints_.erase(std::string(prefix) + vrf.stringValue());
+  complaints_.erase(std::string(namespacePrefix) + vrf.stringValue());
 }
 
 void VrfNamespaces::complain(const std::string& name, const std::string& why) {
   auto& last = complaints_[name];
   if (last == why) return;
   last = why;
-  QTRACE(traceHandle, 0) << "namespace " << Varnix::escapeBytes(name) << " is not served: " << why;
+  QTRACE(vrfNamespacesTrace, 0) << "namespace " << Varnix::escapeBytes(name) << " is not served: " << why;
 }
 
 }  // namespace Mirror

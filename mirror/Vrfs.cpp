@@ -8,7 +8,7 @@ namespace Mirror {
 
 namespace {
 
-Kel::TraceHandle traceHandle("MirrorVrfs");
+Kel::TraceHandle vrfsTrace("MirrorVrfs");
 
 constexpr const char* noIdLeft = "all VRF ids are taken; remove other VRFs";
 
@@ -94,12 +94,12 @@ void Vrfs::deviceDel(const L3::VrfName& name) {
 
 void Vrfs::refuse(const L3::VrfName& name, const std::string& why) {
   if (!refused_.insert(name).second) return;
-  QTRACE(traceHandle, 0) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is not served: " << why;
+  QTRACE(vrfsTrace, 0) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is not served: " << why;
 }
 
 void Vrfs::recordsAre(const L3::VrfName& name, std::uint32_t table) {
   if (!tree_.allVrfStatusLocal->vrfHas(name)) {
-    QTRACE(traceHandle, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is there";
+    QTRACE(vrfsTrace, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is there";
   }
   const Kel::Name text = name.stringValue();
   ids_.existsIs(name, true);
@@ -115,7 +115,7 @@ void Vrfs::recordsAre(const L3::VrfName& name, std::uint32_t table) {
 
 void Vrfs::recordsDel(const L3::VrfName& name) {
   if (tree_.allVrfStatusLocal->vrfDel(name)) {
-    QTRACE(traceHandle, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is gone";
+    QTRACE(vrfsTrace, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is gone";
   }
   const Kel::Name text = name.stringValue();
   tree_.allVrfStatusGlobal->vrfDel(name);

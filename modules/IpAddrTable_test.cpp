@@ -88,7 +88,7 @@ class IpAddrWalk : public ::testing::Test {
   TraceLines lines{"IpBase"};
 };
 
-constexpr const char* needed = "2 ipAddrTable_get_first_data_point - needed 1 components, found only 0";
+constexpr const char* oneNeeded = "2 ipAddrTable_get_first_data_point - needed 1 components, found only 0";
 
 TEST_F(IpAddrWalk, withoutAHintFromTheFirstRowToTheEnd) {
   EXPECT_EQ(first(), "10.0.0.1");
@@ -130,22 +130,22 @@ TEST_F(IpAddrWalk, aHintThatSaysNothingStartsAtTheFirstRow) {
   EXPECT_THAT(lines.take(), ElementsAre(hintLine(2), allocatedLine(0), rowLine("10.0.0.1")));
   hintIs(1, {});
   EXPECT_EQ(first(), "10.0.0.1");
-  EXPECT_THAT(lines.take(), ElementsAre(hintLine(1), needed, allocatedLine(0), rowLine("10.0.0.1")));
+  EXPECT_THAT(lines.take(), ElementsAre(hintLine(1), oneNeeded, allocatedLine(0), rowLine("10.0.0.1")));
 }
 
 TEST_F(IpAddrWalk, aHintOfTheWrongTypeOrOutOfRangeIsAnError) {
   hintIs(1, {{ASN_OCTET_STR, {10, 0, 0, 3}}});
   EXPECT_EQ(first(), "10.0.0.1");
   EXPECT_THAT(lines.take(),
-              ElementsAre(hintLine(1), "0 hint for ipAdEntAddr has incorrect type! Expecting 64 but got 4", needed,
-                          allocatedLine(0), rowLine("10.0.0.1")));
+              ElementsAre(hintLine(1), "0 hint for ipAdEntAddr has incorrect type! Expecting 64 but got 4",
+                          oneNeeded, allocatedLine(0), rowLine("10.0.0.1")));
   hintIs(1, {{ASN_IPADDRESS, {10, 0, 0, 3}}});
   hint.indexes->val_len = 3;
   EXPECT_EQ(first(), "10.0.0.1");
   EXPECT_THAT(lines.take(),
               ElementsAre(hintLine(1),
                           ::testing::StartsWith("0 hint for index ipAdEntAddr of ipAddrTable is out of range! "),
-                          needed, allocatedLine(0), rowLine("10.0.0.1")));
+                          oneNeeded, allocatedLine(0), rowLine("10.0.0.1")));
 }
 
 TEST_F(IpAddrWalk, aHintPastTheLastRowStartsAtTheFirst) {

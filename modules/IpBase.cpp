@@ -8,11 +8,11 @@
 
 namespace {
 
-Kel::TraceHandle traceHandle("IpBase");
+Kel::TraceHandle ipBaseTrace("IpBase");
 
 }  // namespace
 
-Modules::Module IpBase::module("IpBase", traceHandle);
+Modules::Module IpBase::module("IpBase", ipBaseTrace);
 
 namespace {
 

@@ -98,7 +98,6 @@ struct IpAddressRows {
 };
 using IpAddressRow = IpAddressRows::Row;
 
-constexpr int rowStatusActive = 1;
 constexpr int storageTypeOther = 1;
 constexpr Kel::Seconds timeUnknown = 0;  // of an address neither creation nor change is noted
 
@@ -134,7 +133,7 @@ const auto ipAddressTable = Modules::makeIteratorTable<OrderedWalker<IpAddressRo
                           [](const auto&) { return timeUnknown; }),
      column<IpAddressRow>(9, "ipAddressLastChanged", ASN_TIMETICKS, Modules::nowSecondsToUptimeTimeTicks, "",
                           [](const auto&) { return timeUnknown; }),
-     constantColumn<IpAddressRow>(10, "ipAddressRowStatus", rowStatusActive).refusable(),
+     constantColumn<IpAddressRow>(10, "ipAddressRowStatus", IpBase::rowStatusActive).refusable(),
      constantColumn<IpAddressRow>(11, "ipAddressStorageType", storageTypeOther).refusable()});
 
 }  // namespace

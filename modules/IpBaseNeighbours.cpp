@@ -50,7 +50,6 @@ constexpr Modules::Conversion<const Ip::IpVersion&> physicalStateToAsnInteger{"P
 
 constexpr int physAddressLimit = Modules::ColumnBase::maxBufferLength;
 constexpr const char* limitedEntity = "snmp/ip/ipmib";
-constexpr int rowStatusActive = 1;
 
 class ArpWalker {
  public:
@@ -148,7 +147,7 @@ const auto ipNetToPhysicalTable = Modules::makeIteratorTable<Modules::OrderedWal
      column<PhysicalRow>(7, "ipNetToPhysicalState", ASN_INTEGER, physicalStateToAsnInteger, "inetAddressType",
                          [](const auto& row) { return row.inetAddressType(); }),
      column<PhysicalRow>(8, "ipNetToPhysicalRowStatus", ASN_INTEGER, s32ToAsnInteger, "", [](const auto&) {
-       return rowStatusActive;
+       return IpBase::rowStatusActive;
      }).refusable()});
 
 }  // namespace

@@ -8,6 +8,9 @@ namespace IpBase {
 
 extern Modules::Module module;
 
+// RowStatus of SNMPv2-TC. Our tables are read-only: every row that is there is active.
+inline constexpr int rowStatusActive = 1;
+
 // The cache that all its tables are served from. A function, as tables are static objects that ask for it.
 inline Modules::EntitySource ipMibSource() {
   return Modules::entitySource<IpSnmp::IpMib>("snmp/ip/ipmib", "snmp/ip/vrf.mibs/%s.ipmib");

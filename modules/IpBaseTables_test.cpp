@@ -19,11 +19,11 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-const std::string ip = "1.3.6.1.2.1.4";
+const std::string ipMibIp = "1.3.6.1.2.1.4";
 const char* const tables[] = {"20", "22", "32", "34", "35"};
 
 std::string cell(const char* table, unsigned column, const std::string& index) {
-  return ip + "." + table + ".1." + std::to_string(column) + "." + index;
+  return ipMibIp + "." + table + ".1." + std::to_string(column) + "." + index;
 }
 
 class IpBaseTables : public ::testing::Test {
@@ -38,7 +38,7 @@ class IpBaseTables : public ::testing::Test {
   }
   void expectWalks() {
     for (const char* table : tables) {
-      const std::string root = ip + "." + table;
+      const std::string root = ipMibIp + "." + table;
       EXPECT_EQ(agent.walk(root), rows.reference.below(root)) << table;
     }
   }
@@ -80,7 +80,7 @@ TEST_F(IpBaseTables, neighboursOfBothFamilies) {
 }
 
 TEST_F(IpBaseTables, emptyTablesHaveNothing) {
-  EXPECT_EQ(agent.walk(ip).size(), 2U) << "the forwarding flags alone";
+  EXPECT_EQ(agent.walk(ipMibIp).size(), 2U) << "the forwarding flags alone";
   for (const char* table : tables) {
     for (const char* index : {"1.4.10.0.0.1", "3.10.0.0.1", "3.1.4.10.0.0.1", "10.0.0.1"}) {
       EXPECT_EQ(value(table, 5, index).substr(0, 6), "noSuch") << table;
@@ -97,7 +97,7 @@ TEST_F(IpBaseTables, interfaceIndexesOfAnySizeAreInOrder) {
   }
   expectWalks();
   for (const char* table : {"22", "35", "32"}) {
-    std::string at = ip + "." + table;
+    std::string at = ipMibIp + "." + table;
     for (const auto& expected : rows.reference.below(at)) {
       EXPECT_EQ(agent.getNext(at), expected);
       EXPECT_EQ(agent.get(expected.name), expected);
@@ -133,8 +133,8 @@ class RandomIpBaseTables : public IpBaseTables {
   }
   // The name of an object that is there, or cut short, extended, or with one number changed.
   std::string name() {
-    const auto all = rows.reference.below(ip);
-    Oid name = all.empty() ? oidOf(ip) : oidOf(all[below(static_cast<unsigned>(all.size()))].name);
+    const auto all = rows.reference.below(ipMibIp);
+    Oid name = all.empty() ? oidOf(ipMibIp) : oidOf(all[below(static_cast<unsigned>(all.size()))].name);
     const auto changes = below(4);
     for (unsigned i = 0; i < changes && name.size() > 7; ++i) {
       const std::size_t at = 7 + below(static_cast<unsigned>(name.size() - 7));
@@ -166,10 +166,10 @@ TEST_F(RandomIpBaseTables, agreeWithTheReference) {
     tree.ipMib->ipAddressPrefixTableDelAll();
     tree.ipMib->ipNetToPhysicalTableDelAll();
     rows.reference.clear();
-    rows.reference.add(ip + ".1.0", ASN_INTEGER, "2");
-    rows.reference.add(ip + ".25.0", ASN_INTEGER, "2");
+    rows.reference.add(ipMibIp + ".1.0", ASN_INTEGER, "2");
+    rows.reference.add(ipMibIp + ".25.0", ASN_INTEGER, "2");
     fill();
-    ASSERT_EQ(agent.walk(ip), rows.reference.below(ip)) << "round " << round;
+    ASSERT_EQ(agent.walk(ipMibIp), rows.reference.below(ipMibIp)) << "round " << round;
     for (int i = 0; i < 80; ++i) {
       const auto from = name();
       ASSERT_EQ(agent.getNext(from), rows.reference.next(from)) << "round " << round << " after " << from;
@@ -198,7 +198,7 @@ TEST_F(IpBaseTables, aWalkSurvivesWhatGoesBetweenTwoRequests) {
   EXPECT_EQ(next("34", 3, "1.4.10.0.0.1"), cell("34", 3, "1.4.10.0.0.2"));
   EXPECT_EQ(value("22", 2, "3.10.0.0.1"), "noSuchInstance");
   tree.ipMib->ipNetToPhysicalTableDelAll();
-  EXPECT_EQ(next("22", 2, "3.10.0.0.1"), ip + ".25.0");
+  EXPECT_EQ(next("22", 2, "3.10.0.0.1"), ipMibIp + ".25.0");
 }
 
 TEST_F(IpBaseTables, aNeighbourThatIsGoneOrDamagedShowsNothingOfAnother) {
@@ -225,8 +225,8 @@ TEST_F(IpBaseTables, aNeighbourThatIsGoneOrDamagedShowsNothingOfAnother) {
   expectNothingKnown();
   EXPECT_EQ(rows.arp->reports.size(), 6U);
   EXPECT_THAT(rows.arp->reports, ::testing::Each(::testing::HasSubstr("a record that does not fit its checksum")));
-  EXPECT_EQ(agent.walk(ip + ".22").size(), 8U);
-  EXPECT_EQ(agent.walk(ip + ".35").size(), 15U);
+  EXPECT_EQ(agent.walk(ipMibIp + ".22").size(), 8U);
+  EXPECT_EQ(agent.walk(ipMibIp + ".35").size(), 15U);
   rows.arp->damage.reset();
   EXPECT_EQ(value("22", 2, "3.10.0.0.2"), "020000000a02");
 }

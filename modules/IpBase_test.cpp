@@ -20,9 +20,9 @@ using ::testing::IsEmpty;
 
 const std::string ipForwarding = "1.3.6.1.2.1.4.1.0";
 const std::string ipv6IpForwarding = "1.3.6.1.2.1.4.25.0";
-const std::string table = "1.3.6.1.2.1.4.20";
+const std::string ipAddrTable = "1.3.6.1.2.1.4.20";
 const std::string column(unsigned number) {
-  return table + ".1." + std::to_string(number);
+  return ipAddrTable + ".1." + std::to_string(number);
 }
 
 class IpBaseTest : public ::testing::Test {
@@ -72,12 +72,12 @@ class IpAddrTableTest : public IpBaseTest {
     contexts.enter("");
   }
 
-  // Near the objects of the table: partial, complete and over-long indexes, numbers that are no address bytes.
+  // Near the objects of the ipAddrTable: partial, complete and over-long indexes, numbers that are no address bytes.
   std::string randomName() {
     const auto any = [this](std::initializer_list<oid> values) {
       return *(values.begin() + static_cast<std::ptrdiff_t>(random() % values.size()));
     };
-    Oid name = oidOf(table);
+    Oid name = oidOf(ipAddrTable);
     if (random() % 20 != 0) name.push_back(any({0, 1, 1, 1, 1, 1, 1, 2}));
     name.push_back(any({0, 1, 2, 3, 4, 5, 6, 4294967295}));
     for (auto length = random() % 7; length > 0; --length) {
@@ -93,7 +93,7 @@ class IpAddrTableTest : public IpBaseTest {
 };
 
 TEST_F(IpAddrTableTest, getNextAgreesWithTheOrderOfIdentifiers) {
-  EXPECT_EQ(agent.getNext(table), reference.next(table));
+  EXPECT_EQ(agent.getNext(ipAddrTable), reference.next(ipAddrTable));
   for (int i = 0; i < 2000; ++i) {
     const auto name = randomName();
     ASSERT_EQ(agent.getNext(name), reference.next(name)) << "after " << name;
@@ -117,7 +117,7 @@ TEST_F(IpAddrTableTest, getAnswersOnlyWhatIsThere) {
 }
 
 TEST_F(IpAddrTableTest, getBulkGivesTheSameAsGetNext) {
-  for (const auto& from : {table, column(3) + ".10.0.0.0", column(5) + ".128.0.0.1"}) {
+  for (const auto& from : {ipAddrTable, column(3) + ".10.0.0.0", column(5) + ".128.0.0.1"}) {
     const auto reply = agent.send(SNMP_MSG_GETBULK, {from}, "public", 0, 25);
     EXPECT_EQ(reply.errorStatus, SNMP_ERR_NOERROR);
     auto expected = reference.next(from);
@@ -152,7 +152,7 @@ TEST_F(IpAddrTableTest, rowsComeAndGoBetweenTwoRequests) {
   addressIs(*tree.ipMib, "10.0.0.1", 8, 5);
   EXPECT_EQ(agent.getNext(column(3) + ".10.0.0.0").value, "255.0.0.0");
   tree.ipMib->ipAddrTableDelAll();
-  EXPECT_THAT(agent.walk(table), IsEmpty());
+  EXPECT_THAT(agent.walk(ipAddrTable), IsEmpty());
   EXPECT_EQ(agent.getNext(column(1) + ".10.0.0.1").name, ipv6IpForwarding);
 }
 
@@ -194,8 +194,8 @@ TEST_F(IpBaseTest, eachContextHasItsOwnRows) {
   contexts.enter("red");
   EXPECT_EQ(agent.getNext(column(1)).value, "10.0.0.1");
   EXPECT_EQ(agent.getNext(column(1), "red").value, "10.0.0.2");
-  EXPECT_EQ(agent.walk(table).size(), 5U);
-  EXPECT_EQ(agent.walk(table, "red").size(), 5U);
+  EXPECT_EQ(agent.walk(ipAddrTable).size(), 5U);
+  EXPECT_EQ(agent.walk(ipAddrTable, "red").size(), 5U);
   EXPECT_EQ(agent.walk("1.3.6.1.2.1.4", "red").size(), 15U) << "with the forwarding flag and ipAddressTable";
 }
 

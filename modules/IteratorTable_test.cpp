@@ -17,8 +17,8 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
-Kel::TraceHandle traceHandle("FrameTest");
-Module frameTest("FrameTest", traceHandle);
+Kel::TraceHandle iteratorTableTestTrace("FrameTest");
+Module frameTest("FrameTest", iteratorTableTestTrace);
 const auto source = entitySource<IpSnmp::IpMib>("snmp/ip/ipmib", nullptr);
 
 struct StatsRows {
@@ -106,7 +106,7 @@ const auto sortedTable = makeTable<OrderedWalker<StatsRows>>("sortedTable", 1, H
 const auto unsortedTable = makeTable<BackwardWalker>("unsortedTable", 2, HANDLER_CAN_RONLY);
 const auto gappyTable = makeTable<OrderedWalker<StatsRows>>("gappyTable", 3, HANDLER_CAN_RONLY, gappyIndex());
 
-const std::string root = "1.3.6.1.4.1." + std::to_string(QUORIN_ENTERPRISE) + ".99";
+const std::string testRoot = "1.3.6.1.4.1." + std::to_string(QUORIN_ENTERPRISE) + ".99";
 
 }  // namespace
 
@@ -132,11 +132,11 @@ class IteratorTableTest : public ::testing::Test {
   ~IteratorTableTest() override { frameTest.leave(""); }
 
   static std::string cell(unsigned table, unsigned column, const std::string& index) {
-    return root + "." + std::to_string(table) + ".1." + std::to_string(column) + "." + index;
+    return testRoot + "." + std::to_string(table) + ".1." + std::to_string(column) + "." + index;
   }
   std::vector<std::string> walked(unsigned table, unsigned column) {
     std::vector<std::string> values;
-    const std::string from = root + "." + std::to_string(table) + ".1." + std::to_string(column);
+    const std::string from = testRoot + "." + std::to_string(table) + ".1." + std::to_string(column);
     for (const auto& answer : agent.walk(from))
       values.push_back(answer.name.substr(from.size() + 1) + "=" + answer.value);
     return values;
@@ -289,7 +289,7 @@ TEST_F(IteratorTableTest, aTableWithoutAPathForVrfsIsNotServedThere) {
               ElementsAre(StartsWith("1 initialize_table_sortedTable initializing oid "),
                           "2 initialize_table_sortedTable in context \"red\" varnixPathWithContext not "
                           "specified "));
-  EXPECT_THAT(agent.walk(root, "red"), ::testing::IsEmpty());
+  EXPECT_THAT(agent.walk(testRoot, "red"), ::testing::IsEmpty());
 }
 
 }  // namespace

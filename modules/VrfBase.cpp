@@ -9,8 +9,8 @@ namespace {
 
 using Modules::column;
 
-Kel::TraceHandle traceHandle("VrfBase");
-Modules::Module vrfBase("VrfBase", traceHandle);
+Kel::TraceHandle vrfBaseTrace("VrfBase");
+Modules::Module vrfBase("VrfBase", vrfBaseTrace);
 
 constexpr const char* cachePath = "snmp/ip/ipvrfmib";
 const auto source = Modules::entitySource<IpSnmp::IpVrfMib>(cachePath, nullptr);

@@ -9,7 +9,7 @@ KEL_TYPE_DEFINE(IpSnmp::ArpTableSm)
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("ArpTableSm");
+Kel::TraceHandle arpTableSmTrace("ArpTableSm");
 
 IpNetToPhysicalTableIndex indexOf(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
   return IpNetToPhysicalTableIndex(ifIndex, InetAddress::fromIpGenAddr(addr));
@@ -88,7 +88,8 @@ void ArpTableSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   const auto before = std::exchange(intf->ifIndex, now);
   intfsByIfIndex_.erase({before, intfId});
   if (now != 0) intfsByIfIndex_.emplace(now, intfId);
-  QTRACE(traceHandle, 6) << intfId << " has ifIndex " << now << " after " << before << ": moving its neighbours";
+  QTRACE(arpTableSmTrace, 6) << intfId << " has ifIndex " << now << " after " << before
+                             << ": moving its neighbours";
   // Reactors of the rows may change anything meanwhile; each step goes by what is true then.
   for (const auto& addr : std::vector(intf->addrs.begin(), intf->addrs.end())) {
     if (before != 0) settle(before, addr);
@@ -117,13 +118,13 @@ void ArpTableSm::settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
     return settle(ifIndex, addr);
   }
   if (owner == nullptr) return;
-  QTRACE(traceHandle, 6) << "ipnettophysical index: " << index;
+  QTRACE(arpTableSmTrace, 6) << "ipnettophysical index: " << index;
   ipMib()->ipNetToPhysicalTableIs(index, Vantu::IntfId(*owner), addr, arpQuillo(), arpQuilloVrfId());
 }
 
 void ArpTableSm::addArpEntry(const Arp::Table::ArpEntry& entry) {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 6) << "add: " << entry.key;
+  QTRACE_ENTRY(arpTableSmTrace, this);
+  QTRACE(arpTableSmTrace, 6) << "add: " << entry.key;
   const Kel::Ptr<ArpTableSm> self(this);
   const auto ifIndex = currentIfIndex(entry.intfId());
   const bool hasVrfId = arpQuilloVrfId().isKnown();
@@ -136,11 +137,11 @@ void ArpTableSm::addArpEntry(const Arp::Table::ArpEntry& entry) {
     handleIntfStatus(entry.intfId());
   }
   if (ifIndex == 0) {
-    QTRACE(traceHandle, 6) << "no ifIndex (yet?)";
+    QTRACE(arpTableSmTrace, 6) << "no ifIndex (yet?)";
     return;
   }
   if (!hasVrfId) {
-    QTRACE(traceHandle, 6) << "no arp quillo vrf id (yet?)";
+    QTRACE(arpTableSmTrace, 6) << "no arp quillo vrf id (yet?)";
     return;
   }
   if (entry.addr().isSet()) settle(ifIndex, entry.addr());
@@ -156,17 +157,17 @@ void ArpTableSm::forget(const Arp::Table::ArpKey& key) {
 }
 
 void ArpTableSm::delArpEntry(const Arp::Table::ArpKey& givenKey) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(arpTableSmTrace, this);
   const Arp::Table::ArpKey key = givenKey;
-  QTRACE(traceHandle, 6) << "delete: " << key;
+  QTRACE(arpTableSmTrace, 6) << "delete: " << key;
   const Kel::Ptr<ArpTableSm> self(this);
   const auto vrfId = arpQuilloVrfId();
   const auto ifIndex = currentIfIndex(key.intfId);
   if (isServed(key.vrfId)) forget(key);
   if (ifIndex == 0) {
-    QTRACE(traceHandle, 6) << "no ifIndex (yet?)";
+    QTRACE(arpTableSmTrace, 6) << "no ifIndex (yet?)";
   } else if (!vrfId.isKnown()) {
-    QTRACE(traceHandle, 6) << "no arp quillo vrf id (yet?)";
+    QTRACE(arpTableSmTrace, 6) << "no arp quillo vrf id (yet?)";
   }
 }
 
@@ -227,25 +228,25 @@ bool ArpTableSm::isGone(const Arp::Table::ArpKey& key) const {
 }
 
 void ArpTableSm::populate() {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 6) << "populate: " << fullName();
-  QTRACE(traceHandle, 6) << " arpQuilloVrfId: " << arpQuilloVrfId();
+  QTRACE_ENTRY(arpTableSmTrace, this);
+  QTRACE(arpTableSmTrace, 6) << "populate: " << fullName();
+  QTRACE(arpTableSmTrace, 6) << " arpQuilloVrfId: " << arpQuilloVrfId();
   if (!isServed(arpQuilloVrfId())) return;
   const Kel::Ptr<ArpTableSm> self(this);
   add(walk());
 }
 
 void ArpTableSm::cleanup() {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(arpTableSmTrace, this);
   intfs_.clear();
   intfsByIfIndex_.clear();
   ipMib()->ipNetToPhysicalTableDelAll();
 }
 
 void ArpTableSm::arpQuilloVrfIdIs(Vrf::VrfIdMap::VrfId vrfId) {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 6) << "vrf id: " << fullName();
-  QTRACE(traceHandle, 6) << " cur: " << arpQuilloVrfId() << " new: " << vrfId;
+  QTRACE_ENTRY(arpTableSmTrace, this);
+  QTRACE(arpTableSmTrace, 6) << "vrf id: " << fullName();
+  QTRACE(arpTableSmTrace, 6) << " cur: " << arpQuilloVrfId() << " new: " << vrfId;
   if (vrfId == arpQuilloVrfId()) return;
   const Kel::Ptr<ArpTableSm> self(this);
   cleanup();
@@ -255,14 +256,14 @@ void ArpTableSm::arpQuilloVrfIdIs(Vrf::VrfIdMap::VrfId vrfId) {
 }
 
 void ArpTableSm::handleInitialized() {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(arpTableSmTrace, this);
   initializedIs(true);
   handleTable();
 }
 
 void ArpTableSm::handleTable() {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 6) << "compare: " << fullName() << " arpQuilloVrfId: " << arpQuilloVrfId();
+  QTRACE_ENTRY(arpTableSmTrace, this);
+  QTRACE(arpTableSmTrace, 6) << "compare: " << fullName() << " arpQuilloVrfId: " << arpQuilloVrfId();
   if (!isServed(arpQuilloVrfId())) return;
   const Kel::Ptr<ArpTableSm> self(this);
   const auto walked = walk();

@@ -7,7 +7,7 @@ KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("IpAddressTableSm");
+Kel::TraceHandle ipAddressTableSmTrace("IpAddressTableSm");
 
 InetAddress inetAddress(const Vantu::IpAddr& addr) {
   return InetAddress::fromIpAddr(addr);
@@ -51,18 +51,20 @@ void giveUpPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<I
 void decidePrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const IntfData& pair) {
   const auto& intfId = pair.key().intfId();
   if (entry.intf().empty()) {
-    QTRACE(traceHandle, 6) << intfId << " (ifIndex " << pair.ifIndex() << ") is the first in the prefix table";
+    QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex()
+                                     << ") is the first in the prefix table";
     return ipMib.ipAddressPrefixTableInsert(pair.prefixEntry());
   }
   const IntfData first = entry.intf().begin()->second;
   if (pair.key() < first.key()) {
-    QTRACE(traceHandle, 6) << intfId << " (ifIndex " << pair.ifIndex() << ") taking over prefix table"
-                           << " row for ifIndex " << first.ifIndex() << " because old intfKey " << first.key()
-                           << " < new intfKey " << pair.key();
+    QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex() << ") taking over prefix table"
+                                     << " row for ifIndex " << first.ifIndex() << " because old intfKey "
+                                     << first.key() << " < new intfKey " << pair.key();
     giveUpPrefixRow(ipMib, entry, first.prefixEntry());
     return ipMib.ipAddressPrefixTableInsert(pair.prefixEntry());
   }
-  QTRACE(traceHandle, 6) << intfId << " not added to the prefix table; ifIndex " << first.ifIndex() << " is better";
+  QTRACE(ipAddressTableSmTrace, 6) << intfId << " not added to the prefix table; ifIndex " << first.ifIndex()
+                                   << " is better";
 }
 
 void delPair(IpMib& ipMib, IpAddressEntry& entry, const IntfData& pair) {
@@ -83,7 +85,7 @@ template <class Reactor>
 void giveIntfStatus(const Kel::Ptr<Reactor>& reactor, const Kel::Ptr<const Interface::IntfStatus>& status,
                     const char* found) {
   if (!reactor) return;
-  QTRACE(traceHandle, 6) << reactor->intfId() << found;
+  QTRACE(ipAddressTableSmTrace, 6) << reactor->intfId() << found;
   reactor->intfStatusIs(status);
 }
 
@@ -128,7 +130,7 @@ void IpAddressTableSm::stop() {
 }
 
 void IpAddressTableSm::vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib) {
-  QTRACE_ENTRY(traceHandle, ipMib.get());
+  QTRACE_ENTRY(ipAddressTableSmTrace, ipMib.get());
   const Kel::Name vrfName = ipMib->name();
   if (vrfIpMib(vrfName) == ipMib) return;
   vrfIpMibDel(vrfName);
@@ -137,7 +139,7 @@ void IpAddressTableSm::vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib) {
 }
 
 bool IpAddressTableSm::vrfIpMibDel(const Kel::Name& givenName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
   const Kel::Name vrfName = givenName;  // the given one may live in the cache
   const auto ipMib = vrfIpMib_.map.kelTake(vrfName);
   if (!ipMib) return false;
@@ -151,8 +153,8 @@ void IpAddressTableSm::vrfIpMibDelAll() {
 }
 
 void IpAddressTableSm::handleIntfInVrf(const Kel::Name& vrfName) {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 2) << "reporting the addresses of vrf " << vrfName << " again";
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  QTRACE(ipAddressTableSmTrace, 2) << "reporting the addresses of vrf " << vrfName << " again";
   for (const auto& [intfId, reactor] : ipIntfConfig()) reactor->handleVrf(vrfName);
   for (const auto& [intfId, reactor] : ipIntfStatus()) reactor->handleVrf(vrfName);
   for (const auto& [intfId, reactor] : ip6IntfConfig()) reactor->handleVrf(vrfName);
@@ -160,7 +162,7 @@ void IpAddressTableSm::handleIntfInVrf(const Kel::Name& vrfName) {
 }
 
 void IpAddressTableSm::handleIntfStatus(const Vantu::IntfId& intfId) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
   const auto status = intfStatusDir()->intfStatus(intfId);
   giveIntfStatus(ipIntfConfig(intfId), status, " Have IpIntfConfig");
   giveIntfStatus(ipIntfStatus(intfId), status, " Have IpIntfStatus");
@@ -172,7 +174,7 @@ Kel::Ptr<IpMib> IpAddressTableSm::ipMibOf(const L3::VrfName& vrfName) {
   if (vrfName.isDefault()) return ipMib();
   auto found = vrfIpMib(vrfName.stringValue());
   if (!found) {
-    QTRACE(traceHandle, 6) << "no ipmib in vrf " << vrfName;
+    QTRACE(ipAddressTableSmTrace, 6) << "no ipmib in vrf " << vrfName;
   }
   return found;
 }
@@ -180,13 +182,13 @@ Kel::Ptr<IpMib> IpAddressTableSm::ipMibOf(const L3::VrfName& vrfName) {
 template <class AddrWithMask>
 void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                                const L3::VrfName& vrfName, const AddrWithMask& addr) {
-  QTRACE(traceHandle, 6) << "add: intf " << intfId << " source " << Kel::enumName(source) << " ifIndex " << ifIndex
-                         << " address " << addr << " vrf " << vrfName;
+  QTRACE(ipAddressTableSmTrace, 6) << "add: intf " << intfId << " source " << Kel::enumName(source) << " ifIndex "
+                                   << ifIndex << " address " << addr << " vrf " << vrfName;
   const auto ipMib = ipMibOf(vrfName);
   if (!ipMib) return;
   if (addr.address().isZero() || ifIndex < 1) {
-    QTRACE(traceHandle, 6) << intfId << " has no " << (ifIndex < 1 ? "ifIndex" : "address") << "; ignoring "
-                           << addr;
+    QTRACE(ipAddressTableSmTrace, 6) << intfId << " has no " << (ifIndex < 1 ? "ifIndex" : "address")
+                                     << "; ignoring " << addr;
     return;
   }
   auto entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
@@ -195,8 +197,8 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
     const IntfData held = *present;
     const auto& heldPrefix = held.prefixEntry()->index();
     if (heldPrefix.length() != addr.length()) {
-      QTRACE(traceHandle, 6) << intfId << " already has address " << addr.address() << " with prefix length "
-                             << heldPrefix.length() << "; ignoring it";
+      QTRACE(ipAddressTableSmTrace, 6) << intfId << " already has address " << addr.address()
+                                       << " with prefix length " << heldPrefix.length() << "; ignoring it";
       return;
     }
     // Reported again. The pair keeps its prefix entry, which may stand in the prefix table.
@@ -213,8 +215,8 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
 template <class AddrWithMask>
 void IpAddressTableSm::delAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                                const AddrWithMask& addr) {
-  QTRACE(traceHandle, 6) << "delete: intf " << intfId << " source " << Kel::enumName(source) << " address " << addr
-                         << " vrf " << vrfName;
+  QTRACE(ipAddressTableSmTrace, 6) << "delete: intf " << intfId << " source " << Kel::enumName(source)
+                                   << " address " << addr << " vrf " << vrfName;
   const auto ipMib = ipMibOf(vrfName);
   if (!ipMib) return;
   const auto entry = ipMib->ipAddressTable(inetAddress(addr.address()));
@@ -227,25 +229,25 @@ void IpAddressTableSm::delAddr(const Vantu::IntfId& intfId, AddressSource source
 
 void IpAddressTableSm::doAddAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                                  const L3::VrfName& vrfName, const Vantu::IpAddrWithMask& addr) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
   addAddr(intfId, source, ifIndex, vrfName, addr);
 }
 
 void IpAddressTableSm::doAddAddr6(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                                   const L3::VrfName& vrfName, const Vantu::Ip6AddrWithMask& addr) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
   addAddr(intfId, source, ifIndex, vrfName, addr);
 }
 
 void IpAddressTableSm::doDelAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                                  const Vantu::IpAddrWithMask& addr) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
   delAddr(intfId, source, vrfName, addr);
 }
 
 void IpAddressTableSm::doDelAddr6(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                                   const Vantu::Ip6AddrWithMask& addr) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
   delAddr(intfId, source, vrfName, addr);
 }
 

@@ -9,7 +9,7 @@ KEL_TYPE_DEFINE(IpSnmp::PerVrfFecSm)
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("PerVrfFecSm");
+Kel::TraceHandle perVrfFecSmTrace("PerVrfFecSm");
 
 constexpr int taskPriority = 2;
 
@@ -53,7 +53,7 @@ bool PerVrfFecSm::vrfForwardingStatusDel() {
 }
 
 void PerVrfFecSm::handleInitialized() {
-  QTRACE(traceHandle, 2) << "void IpSnmp::PerVrfFecSm::handleInitialized()";
+  QTRACE(perVrfFecSmTrace, 2) << "void IpSnmp::PerVrfFecSm::handleInitialized()";
   fecRouteListIs();
   const auto sm = fecRouteListSmIs(routeStatus(), vrfForwardingStatus(), fecRouteList());
   sm->scanBeginsIs([task = task_.get()] { task->scheduleTask(); });
@@ -61,8 +61,8 @@ void PerVrfFecSm::handleInitialized() {
 }
 
 void PerVrfFecSm::handleFec(const Quillo::Fib::FecId& fecId) {
-  QTRACE(traceHandle, 6) << "void IpSnmp::PerVrfFecSm::handleFec(const Quillo::Fib::FecId&)"
-                         << " for " << fecId;
+  QTRACE(perVrfFecSmTrace, 6) << "void IpSnmp::PerVrfFecSm::handleFec(const Quillo::Fib::FecId&)"
+                              << " for " << fecId;
   handOn(fecId, nullptr);
 }
 
@@ -74,7 +74,7 @@ void PerVrfFecSm::handOn(const Quillo::Fib::FecId& fecId, const Vantu::Prefix* a
     return piece.size() < pieceSize;
   });
   for (const auto& prefix : piece) {
-    QTRACE(traceHandle, 6) << "prefix " << prefix << ", fecId " << fecId;
+    QTRACE(perVrfFecSmTrace, 6) << "prefix " << prefix << ", fecId " << fecId;
     ipRouteTableSm()->handleRoute(prefix);
   }
   if (piece.size() == pieceSize) {

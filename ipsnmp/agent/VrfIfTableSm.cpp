@@ -7,7 +7,7 @@ KEL_TYPE_DEFINE(IpSnmp::VrfIfTableSm)
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("VrfIfTableSm");
+Kel::TraceHandle vrfIfTableSmTrace("VrfIfTableSm");
 
 }  // namespace
 
@@ -76,7 +76,7 @@ void VrfIfTableSm::stop() {
 }
 
 void VrfIfTableSm::handleIntfStatus(const Vantu::IntfId& givenId) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfIfTableSmTrace, this);
   const Vantu::IntfId intfId = givenId;  // the given one may live in the record
   const Kel::Ptr<VrfIfTableSm> self(this);
   const auto status = intfStatusDir()->intfStatus(intfId);
@@ -124,8 +124,8 @@ void VrfIfTableSm::settle(std::uint32_t ifIndex) {
 
 void VrfIfTableSm::addToVrfIfTable(const Kel::Name& vrfName,
                                    const Kel::Ptr<const Interface::IntfStatus>& intfStatus) {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 6) << " for vrf " << vrfName;
+  QTRACE_ENTRY(vrfIfTableSmTrace, this);
+  QTRACE(vrfIfTableSmTrace, 6) << " for vrf " << vrfName;
   const auto ifIndex = assignedIfIndex(intfStatus);
   if (ifIndex == 0) return;
   if (L3::VrfName(vrfName).isDefault()) {
@@ -138,7 +138,7 @@ void VrfIfTableSm::addToVrfIfTable(const Kel::Name& vrfName,
 }
 
 void VrfIfTableSm::delFromVrfIfTable(std::uint32_t ifIndex) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfIfTableSmTrace, this);
   ipVrfMib()->vrfIfTableDel(ifIndex);
 }
 

@@ -9,7 +9,7 @@
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("VrfNeighbours");
+Kel::TraceHandle vrfNeighboursTrace("VrfNeighbours");
 
 constexpr Vrf::VrfIdMap::VrfId usualDefaultVrfId{0};
 
@@ -30,7 +30,7 @@ VrfRootSm::VrfId VrfRootSm::arpQuilloVrfIdOf(const L3::VrfName& vrfName) const {
 }
 
 void VrfRootSm::handleVrfNameToIdChange(const L3::VrfName& givenName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
   if (!initialized()) return;
   const L3::VrfName vrfName = givenName;
   const Kel::Ptr<VrfRootSm> self(this);
@@ -46,7 +46,7 @@ void VrfRootSm::handleVrfNameToIdChange(const L3::VrfName& givenName) {
 }
 
 void VrfRootSm::handleNameToIdMap() {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
   const Kel::Ptr<VrfRootSm> self(this);
   const auto map = nameToIdMap();
   if (!map) return;
@@ -57,7 +57,7 @@ void VrfRootSm::handleNameToIdMap() {
 }
 
 void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
   const L3::VrfName vrfName = givenName;
   const Kel::Ptr<VrfRootSm> self(this);
   const auto published = publishedId(vrfName);
@@ -93,24 +93,24 @@ Kel::Ptr<ArpTableSm> VrfRootSm::arpTableSmOf(const L3::VrfName& vrfName) {
   } else {
     const auto root = vrfRoot(vrfName.stringValue());
     if (!root) {
-      QTRACE(traceHandle, 6) << "vrf root for " << vrfName << " not found";
+      QTRACE(vrfNeighboursTrace, 6) << "vrf root for " << vrfName << " not found";
       return nullptr;
     }
     sm = root->arpTableSm();
   }
   if (!sm) {
-    QTRACE(traceHandle, 6) << "arpTableSm for " << vrfName << " not found";
+    QTRACE(vrfNeighboursTrace, 6) << "arpTableSm for " << vrfName << " not found";
   }
   return sm;
 }
 
 void VrfRootSm::handleArpQuilloVrfName(const L3::VrfName& vrfName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
   const auto id = arpQuilloVrfIdOf(vrfName);
   if (id.isKnown()) {
-    QTRACE(traceHandle, 6) << vrfName << " updating arp quillo vrf id " << id;
+    QTRACE(vrfNeighboursTrace, 6) << vrfName << " updating arp quillo vrf id " << id;
   } else {
-    QTRACE(traceHandle, 6) << vrfName << " invalidating arp quillo vrf id ";
+    QTRACE(vrfNeighboursTrace, 6) << vrfName << " invalidating arp quillo vrf id ";
   }
   if (const auto sm = arpTableSmOf(vrfName)) sm->arpQuilloVrfIdIs(id);
 }
@@ -146,21 +146,21 @@ void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey, Read read) {
     return;
   }
   if (entry.exists() && entry.key == key) {
-    QTRACE(traceHandle, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') updated in arp quillo";
+    QTRACE(vrfNeighboursTrace, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') updated in arp quillo";
     sm->addArpEntry(entry);
   } else {
-    QTRACE(traceHandle, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') deleted from arp quillo";
+    QTRACE(vrfNeighboursTrace, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') deleted from arp quillo";
     sm->delArpEntry(key);
   }
 }
 
 void VrfRootSm::handleArpEntry(const Arp::Table::ArpKey& key) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
   handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->arpEntry(wanted); });
 }
 
 void VrfRootSm::handleNeighborEntry(const Arp::Table::ArpKey& key) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
   handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->neighborEntry(wanted); });
 }
 

@@ -8,7 +8,7 @@ KEL_TYPE_DEFINE(IpSnmp::VrfRootSm)
 namespace IpSnmp {
 namespace {
 
-Kel::TraceHandle traceHandle("VrfRootSm");
+Kel::TraceHandle vrfRootSmTrace("VrfRootSm");
 
 constexpr int taskPriority = 2;
 
@@ -77,7 +77,7 @@ void VrfRootSm::stop() {
 }
 
 void VrfRootSm::handleInitialized(bool isReady) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   if (!isReady || initialized() || reactors_.empty()) return;
   const Kel::Ptr<VrfRootSm> self(this);
   nameToIdMapIs("nameToIdMap");
@@ -91,7 +91,7 @@ void VrfRootSm::handleInitialized(bool isReady) {
 // ---- VRFs come ----
 
 void VrfRootSm::handleVrfCreation() {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   const Kel::Ptr<VrfRootSm> self(this);
   for (const auto& vrfName : allVrfStatusLocal()->vrf().keys()) {
     addToVrfTable(vrfName.stringValue());
@@ -108,8 +108,8 @@ void VrfRootSm::handleVrfCreation() {
 }
 
 void VrfRootSm::doProcessVrfBacklog() {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 2) << "Starting VRF Backlog processing";
+  QTRACE_ENTRY(vrfRootSmTrace, this);
+  QTRACE(vrfRootSmTrace, 2) << "Starting VRF Backlog processing";
   const Kel::Ptr<VrfRootSm> self(this);
   const auto task = task_;
   if (!task) return;
@@ -125,7 +125,7 @@ void VrfRootSm::doProcessVrfBacklog() {
     try {
       handleVrfCreation(vrfName.stringValue());
     } catch (const Kel::Exception& error) {
-      QTRACE(traceHandle, 0) << "vrf " << vrfName << " is not complete: " << error.what();
+      QTRACE(vrfRootSmTrace, 0) << "vrf " << vrfName << " is not complete: " << error.what();
     }
     if (!task_) return;  // stopped
     task->taskWorkCountInc();
@@ -133,12 +133,12 @@ void VrfRootSm::doProcessVrfBacklog() {
     if (vrfBacklog().empty()) break;
     vrfBookmarkIs(at(vrfName));
     if (task->taskShouldYield()) {
-      QTRACE(traceHandle, 2) << "VRF Backlog processing yielding";
+      QTRACE(vrfRootSmTrace, 2) << "VRF Backlog processing yielding";
       task->scheduleTask();
       return;
     }
   }
-  QTRACE(traceHandle, 2) << "VRF Backlog processing done";
+  QTRACE(vrfRootSmTrace, 2) << "VRF Backlog processing done";
 }
 
 bool VrfRootSm::hasConditions(const L3::VrfName& vrfName) const {
@@ -148,18 +148,19 @@ bool VrfRootSm::hasConditions(const L3::VrfName& vrfName) const {
 }
 
 void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   if (!isVrfName(givenName)) return;
   const L3::VrfName vrfName(givenName);
   if (vrfName.isDefault() || reactors_.empty()) return;
   const auto& name = vrfName.stringValue();
   if (hasConditions(vrfName) && !vrfRootHas(name)) return createVrf(vrfName);
-  QTRACE(traceHandle, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
-                         << " vrfRoot(vrfName)=" << vrfRootHas(name)
-                         << " routingVrfInfoDir()->entityPtr(vrfName)=" << routingVrfInfoDir()->entityPtrHas(name)
-                         << " routingVrfConfigDir()->vrfConfig(vrfName)="
-                         << routingVrfConfigDir()->vrfConfigHas(name)
-                         << " vrfNameStatus()->vrfIdExists( vrfName )=" << vrfNameStatus()->vrfIdExists(vrfName);
+  QTRACE(vrfRootSmTrace, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
+                            << " vrfRoot(vrfName)=" << vrfRootHas(name)
+                            << " routingVrfInfoDir()->entityPtr(vrfName)="
+                            << routingVrfInfoDir()->entityPtrHas(name)
+                            << " routingVrfConfigDir()->vrfConfig(vrfName)="
+                            << routingVrfConfigDir()->vrfConfigHas(name)
+                            << " vrfNameStatus()->vrfIdExists( vrfName )=" << vrfNameStatus()->vrfIdExists(vrfName);
 }
 
 // A reactor may unmake the VRF at each step; then the rest is left alone.
@@ -198,7 +199,7 @@ void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
 // ---- VRFs go ----
 
 void VrfRootSm::handleVrfStatusDel(const L3::VrfName& givenName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   const L3::VrfName vrfName = givenName;
   const Kel::Ptr<VrfRootSm> self(this);
   vrfBacklogDel(vrfName);
@@ -231,7 +232,7 @@ void VrfRootSm::removeUnlessComplete(const L3::VrfName& vrfName) {
 }
 
 void VrfRootSm::onVrfConfig(const Kel::Name& vrfName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   if (!isVrfName(vrfName)) return;
   const Kel::Ptr<VrfRootSm> self(this);
   addToVrfTable(vrfName);
@@ -240,7 +241,7 @@ void VrfRootSm::onVrfConfig(const Kel::Name& vrfName) {
 }
 
 void VrfRootSm::onEntityPtr(const Kel::Name& vrfName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   if (!isVrfName(vrfName)) return;
   const Kel::Ptr<VrfRootSm> self(this);
   if (routingVrfInfoDir()->entityPtrHas(vrfName)) return handleVrfCreation(vrfName);
@@ -250,7 +251,7 @@ void VrfRootSm::onEntityPtr(const Kel::Name& vrfName) {
 // ---- the VRF table ----
 
 void VrfRootSm::addToVrfTable(const Kel::Name& givenName) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(vrfRootSmTrace, this);
   if (!isVrfName(givenName)) return;
   const L3::VrfName vrfName(givenName);
   const auto& name = vrfName.stringValue();
@@ -278,8 +279,8 @@ void VrfRootSm::addToVrfTable(const Kel::Name& givenName) {
 }
 
 void VrfRootSm::delFromVrfTable(const Kel::Name& vrfName) {
-  QTRACE_ENTRY(traceHandle, this);
-  QTRACE(traceHandle, 6) << " for vrf " << vrfName;
+  QTRACE_ENTRY(vrfRootSmTrace, this);
+  QTRACE(vrfRootSmTrace, 6) << " for vrf " << vrfName;
   ipVrfMib()->vrfTableDel(Snmp::String(vrfName));
 }
 

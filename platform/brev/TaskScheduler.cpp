@@ -10,7 +10,7 @@
 namespace Brev {
 namespace {
 
-Kel::TraceHandle traceHandle("TaskScheduler");
+Kel::TraceHandle taskSchedulerTrace("TaskScheduler");
 
 }  // namespace
 
@@ -47,9 +47,9 @@ void TaskScheduler::run(Task* next) {
     task->runBegins();
     task->function_(*task);
   } catch (const std::exception& error) {
-    QTRACE(traceHandle, 0) << "task \"" << task->name() << "\" ended with an exception: " << error.what();
+    QTRACE(taskSchedulerTrace, 0) << "task \"" << task->name() << "\" ended with an exception: " << error.what();
   } catch (...) {
-    QTRACE(traceHandle, 0) << "task \"" << task->name() << "\" ended with an exception of unknown type";
+    QTRACE(taskSchedulerTrace, 0) << "task \"" << task->name() << "\" ended with an exception of unknown type";
   }
   running_ = nullptr;
   const Kel::Seconds seconds = Kel::System::currentTime() - runStart_;

@@ -11,7 +11,7 @@ namespace {
 
 using Pesk::CorruptionDetectedException;
 
-Kel::TraceHandle traceHandle("QuilloArpTable");
+Kel::TraceHandle arpTableMountTrace("QuilloArpTable");
 
 }  // namespace
 
@@ -22,10 +22,10 @@ class ArpTableMount::Following : public TableFollower::Notifiee {
  public:
   const ArpTableMount* table = nullptr;
   void handleInitialized() override {
-    tell<Reactor>(*table, traceHandle, [](Reactor& reactor) { reactor.handleInitialized(); });
+    tell<Reactor>(*table, arpTableMountTrace, [](Reactor& reactor) { reactor.handleInitialized(); });
   }
   void handleTables() override {
-    tell<Reactor>(*table, traceHandle, [](Reactor& reactor) { reactor.handleTable(); });
+    tell<Reactor>(*table, arpTableMountTrace, [](Reactor& reactor) { reactor.handleTable(); });
   }
 };
 
@@ -65,7 +65,7 @@ void ArpTableMount::tellKey(TableId table, const std::string& bytes) const {
     corruptionDetected(damage(table, bytes, what));
     return;
   }
-  tell<Notifiee>(*this, traceHandle, [&](Notifiee& reactor) {
+  tell<Notifiee>(*this, arpTableMountTrace, [&](Notifiee& reactor) {
     table == TableId::arp ? reactor.handleArpEntry(key) : reactor.handleNeighborEntry(key);
   });
 }
@@ -107,7 +107,7 @@ void ArpTableMount::walk(TableId table, const VrfId& vrfId, const Visit& visit) 
   });
   if (met.empty()) return;
   for (auto other = met.begin() + 1; other != met.end(); ++other) corruptionDetected(*other);
-  throw met.front();
+  throw CorruptionDetectedException(met.front());
 }
 
 std::optional<Snapshot> ArpTableMount::snapshot() const {
@@ -119,7 +119,7 @@ std::optional<Snapshot> ArpTableMount::snapshot() const {
     return view;
   } catch (const StoreException& error) {
     if (obstacle_ != error.what()) {
-      QTRACE(traceHandle, 0) << "neighbours not read: " << error.what();
+      QTRACE(arpTableMountTrace, 0) << "neighbours not read: " << error.what();
     }
     obstacle_ = error.what();
     return std::nullopt;

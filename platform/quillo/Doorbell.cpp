@@ -18,7 +18,7 @@ namespace Quillo {
 
 namespace {
 
-Kel::TraceHandle traceHandle("QuilloDoorbell");
+Kel::TraceHandle doorbellTrace("QuilloDoorbell");
 
 constexpr std::uint32_t comings = IN_CREATE | IN_MOVED_TO;
 constexpr std::uint32_t goings = IN_DELETE_SELF | IN_MOVE_SELF;
@@ -52,7 +52,7 @@ bool Doorbell::open() {
   }
   // Readers under other users watch it, whatever the umask is. A file of another owner has its mode from there.
   if (::fchmod(fd_, 0644) != 0) {
-    QTRACE(traceHandle, 1) << file_ << ": mode not set: " << std::strerror(errno);
+    QTRACE(doorbellTrace, 1) << file_ << ": mode not set: " << std::strerror(errno);
   }
   return true;
 }
@@ -64,8 +64,8 @@ void Doorbell::ring(std::uint64_t seq) {
     open();
   }
   if (::pwrite(fd_, &seq, sizeof seq, 0) != sizeof seq) {
-    QTRACE(traceHandle, 0) << "cannot write " << file_ << ": " << std::strerror(errno)
-                           << "; readers notice changes once a second until it can be";
+    QTRACE(doorbellTrace, 0) << "cannot write " << file_ << ": " << std::strerror(errno)
+                             << "; readers notice changes once a second until it can be";
   }
 }
 
@@ -73,8 +73,8 @@ DoorbellWatch::DoorbellWatch(const std::string& directory)
     : directory_(std::filesystem::absolute(directory).lexically_normal().string()) {
   fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   if (fd_ < 0) {
-    QTRACE(traceHandle, 0) << "no watch on " << directory << ": " << std::strerror(errno)
-                           << "; changes are noticed once a second (see fs.inotify.max_user_instances)";
+    QTRACE(doorbellTrace, 0) << "no watch on " << directory << ": " << std::strerror(errno)
+                             << "; changes are noticed once a second (see fs.inotify.max_user_instances)";
   }
   arm();
 }

@@ -12,7 +12,7 @@ namespace Quillo {
 
 namespace {
 
-Kel::TraceHandle traceHandle("QuilloMount");
+Kel::TraceHandle mountTrace("QuilloMount");
 
 constexpr Kel::Seconds longestPause = 30;
 // Damage that comes again within this time makes the pause longer.
@@ -28,7 +28,7 @@ MountImpl::MountImpl(const MountConfig& config)
 
 void MountImpl::stateIs(Mount::State state, const std::string& text) {
   if (text != stateText_ && !text.empty() && state == Mount::State::refused) {
-    QTRACE(traceHandle, 1) << text;  // the user of the mount tells its operator
+    QTRACE(mountTrace, 1) << text;  // the user of the mount tells its operator
   }
   state_ = state;
   stateText_ = text;
@@ -124,7 +124,7 @@ std::shared_ptr<View> MountImpl::view() {
 
 void MountImpl::corruptionDetected(const std::string& message) {
   ++corruptionCount_;
-  QTRACE(traceHandle, 0) << message << " (" << corruptionCount_ << " so far)";
+  QTRACE(mountTrace, 0) << message << " (" << corruptionCount_ << " so far)";
   if (state_ != Mount::State::damaged) {
     // The first time, at once: a fault of the moment is over then. What stays broken is not tried in a tight
     // circle.

@@ -20,7 +20,7 @@ namespace Quillo {
 
 namespace {
 
-Kel::TraceHandle traceHandle("QuilloPublisher");
+Kel::TraceHandle publisherImplTrace("QuilloPublisher");
 
 using Kind = StoreException::Kind;
 
@@ -28,7 +28,7 @@ constexpr const char* beginAnew = "; begin a new one with quorin-mirrord --recre
 
 void modeIs(const std::string& path, mode_t mode) {
   if (::chmod(path.c_str(), mode) != 0) {
-    QTRACE(traceHandle, 1) << path << ": mode not set: " << std::strerror(errno);
+    QTRACE(publisherImplTrace, 1) << path << ": mode not set: " << std::strerror(errno);
   }
 }
 
@@ -94,7 +94,7 @@ void PublisherImpl::removeStore() {
       throw StoreException(Kind::directory, fmt::format("cannot set {} aside as {}: {}; move it away by hand", data,
                                                         aside, std::strerror(errno)));
     }
-    QTRACE(traceHandle, 0) << data << " was not a store of ours; it is kept as " << aside;
+    QTRACE(publisherImplTrace, 0) << data << " was not a store of ours; it is kept as " << aside;
   }
   // The data go first: a reader that opens now finds either the old pair or sees that its data file lost its name.
   for (const std::string& file : {data, lockFile(config_.directory)}) {
@@ -119,7 +119,7 @@ void PublisherImpl::clearStaleReaders() {
   mdb_reader_check(env_->handle(), &dead);
   lastReaderCheck_ = Kel::System::currentTime();
   if (dead > 0) {
-    QTRACE(traceHandle, 1) << "cleared " << dead << " readers of " << config_.directory << " that had died";
+    QTRACE(publisherImplTrace, 1) << "cleared " << dead << " readers of " << config_.directory << " that had died";
   }
 }
 
@@ -235,7 +235,7 @@ bool PublisherImpl::grow() {
   if (wanted <= now || mdb_env_set_mapsize(env_->handle(), wanted) != 0) {
     return false;
   }
-  QTRACE(traceHandle, 1) << "mapping of " << config_.directory << " grown to " << wanted << " bytes";
+  QTRACE(publisherImplTrace, 1) << "mapping of " << config_.directory << " grown to " << wanted << " bytes";
   return true;
 }
 
@@ -318,8 +318,8 @@ CommitResult PublisherImpl::endFullPass() {
   CommitResult result = apply(sweep, true);
   passActive_ = false;
   seen_ = {};
-  QTRACE(traceHandle, 2) << "full pass of " << config_.directory << " complete, " << result.changes
-                         << " keys swept";
+  QTRACE(publisherImplTrace, 2) << "full pass of " << config_.directory << " complete, " << result.changes
+                                << " keys swept";
   return result;
 }
 

@@ -8,7 +8,7 @@
 namespace Quillo {
 namespace {
 
-Kel::TraceHandle traceHandle("QuilloFollower");
+Kel::TraceHandle tableFollowerTrace("QuilloFollower");
 
 }  // namespace
 
@@ -19,7 +19,7 @@ Kel::Ptr<const TableKeys> TableFollower::keys(TableId table) {
 }
 
 bool TableFollower::step(std::size_t limit, const Bookmark* other) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(tableFollowerTrace, this);
   Turn turn;
   if (mount_->state() == Mount::State::ready) {
     try {
@@ -29,7 +29,7 @@ bool TableFollower::step(std::size_t limit, const Bookmark* other) {
       mount_->corruptionDetected(damage);
     } catch (const StoreException& error) {
       if (obstacle_ != error.what()) {
-        QTRACE(traceHandle, 0) << "changes not read: " << error.what();
+        QTRACE(tableFollowerTrace, 0) << "changes not read: " << error.what();
       }
       obstacle_ = error.what();
     }
@@ -66,13 +66,14 @@ TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other
 }
 
 void TableFollower::tellAnew() {
-  QTRACE(traceHandle, 2) << (initialized_ ? "all may have changed in " : "following ") << mount_->directory();
+  QTRACE(tableFollowerTrace, 2) << (initialized_ ? "all may have changed in " : "following ")
+                                << mount_->directory();
   if (initialized_) {
-    tell<Notifiee>(*this, traceHandle, [](Notifiee& reactor) { reactor.handleTables(); });
+    tell<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleTables(); });
     return;
   }
   initialized_ = true;
-  tell<Notifiee>(*this, traceHandle, [](Notifiee& reactor) { reactor.handleInitialized(); });
+  tell<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleInitialized(); });
 }
 
 void TableFollower::tellKeys(const std::vector<Change>& changes) {
@@ -82,7 +83,7 @@ void TableFollower::tellKeys(const std::vector<Change>& changes) {
     const auto at = keys_.find(change.table);
     if (at == keys_.end()) continue;
     const auto keys = at->second;
-    tell<TableKeys::Notifiee>(*keys, traceHandle,
+    tell<TableKeys::Notifiee>(*keys, tableFollowerTrace,
                               [&](TableKeys::Notifiee& reactor) { reactor.handleKey(change.key); });
   }
 }

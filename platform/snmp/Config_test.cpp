@@ -17,7 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-Kel::TraceHandle traceHandle("ConfigTestUnit");
+Kel::TraceHandle configTestTrace("ConfigTestUnit");
 
 class ConfigTest : public ::testing::Test {
  protected:
@@ -79,16 +79,16 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
 TEST_F(ConfigTest, traceLevelsAndOutputFollowTheFile) {
   const std::string traceFile = path() + ".trace";
   read("quorinTraceOutput " + traceFile + "\nquorinTrace ConfigTest*/0,2\n");
-  EXPECT_TRUE(traceHandle.enabled(2));
-  EXPECT_FALSE(traceHandle.enabled(1));
-  QTRACE(traceHandle, 2) << "into the file";
+  EXPECT_TRUE(configTestTrace.enabled(2));
+  EXPECT_FALSE(configTestTrace.enabled(1));
+  QTRACE(configTestTrace, 2) << "into the file";
   std::ifstream file(traceFile);
   std::string line;
   ASSERT_TRUE(std::getline(file, line));
   EXPECT_THAT(line, HasSubstr("ConfigTestUnit/2: into the file"));
   read("# nothing\n");
-  EXPECT_FALSE(traceHandle.enabled(2));
-  QTRACE(traceHandle, 0) << "to standard error again";
+  EXPECT_FALSE(configTestTrace.enabled(2));
+  QTRACE(configTestTrace, 0) << "to standard error again";
   EXPECT_FALSE(std::getline(file, line));
   std::filesystem::remove(traceFile);
 }

@@ -8,12 +8,12 @@
 
 namespace Snmp {
 
-static Kel::TraceHandle traceHandle("SnmpContexts");
+static Kel::TraceHandle contextsTrace("SnmpContexts");
 
 namespace {
 
 void leaveModules(const Kel::String& context, const std::vector<HandlerRegistration*>& modules) {
-  QTRACE(traceHandle, 1) << "leaving context \"" << context << "\"";
+  QTRACE(contextsTrace, 1) << "leaving context \"" << context << "\"";
   for (auto module = modules.rbegin(); module != modules.rend(); ++module) (*module)->exitHandler(context);
 }
 
@@ -24,7 +24,7 @@ Contexts::~Contexts() {
 }
 
 void Contexts::enter(const Kel::String& context) {
-  QTRACE_ENTRY(traceHandle, entered_.size());
+  QTRACE_ENTRY(contextsTrace, entered_.size());
   if (isEntered(context)) return;
   if (entered_.empty() && !context.empty()) {
     throw Kel::RangeException("SNMP context \"" + context + "\" cannot be entered before the default context");
@@ -32,14 +32,14 @@ void Contexts::enter(const Kel::String& context) {
   if (context.find('\0') != Kel::String::npos) {
     throw Kel::RangeException("an SNMP context cannot have a null byte in its name");
   }
-  QTRACE(traceHandle, 1) << "entering context \"" << context << "\"";
+  QTRACE(contextsTrace, 1) << "entering context \"" << context << "\"";
   const auto modules = AutoRegistree::registrations();
   entered_.push_back({context, modules});
   for (HandlerRegistration* module : modules) module->initHandler(context);
 }
 
 void Contexts::leave(const Kel::String& context) {
-  QTRACE_ENTRY(traceHandle, entered_.size());
+  QTRACE_ENTRY(contextsTrace, entered_.size());
   if (context.empty()) {
     while (!entered_.empty()) leaveLast();
     return;

@@ -17,8 +17,12 @@
 #include "kel/Datum.h"
 #include "kel/Entity.h"
 #include "kel/Errors.h"
+#include "quillo/Table.h"
 
 namespace Varnix {
+
+// The store's table of documents.
+inline constexpr Quillo::TableId documentTable = Quillo::TableId::varnix;
 
 struct Document {
   Kel::String type;

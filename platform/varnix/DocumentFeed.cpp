@@ -1,14 +1,13 @@
 #include "varnix/DocumentFeed.h"
 
 #include "quillo/ScanAround.h"
+#include "varnix/Document.h"
 
 namespace Varnix {
 namespace {
 
 using Pesk::CorruptionDetectedException;
 using Quillo::Snapshot;
-
-constexpr auto table = Quillo::TableId::varnix;
 
 }  // namespace
 
@@ -68,7 +67,7 @@ void DocumentFeed::load(const Snapshot& snapshot, std::size_t limit, Turn& turn)
     ++met;
     return true;
   };
-  loading_ = !Quillo::scanAround(snapshot, table, loadFrom_, take, leaveOut);
+  loading_ = !Quillo::scanAround(snapshot, documentTable, loadFrom_, take, leaveOut);
   turn.more = true;
   turn.ends = !loading_;
 }
@@ -81,11 +80,11 @@ void DocumentFeed::follow(Snapshot& snapshot, std::size_t limit, Turn& turn) {
     return;
   }
   for (const auto& change : changes.changes) {
-    if (change.table != table) continue;
+    if (change.table != documentTable) continue;
     auto& item = turn.items.emplace_back(Item{change.key, std::nullopt});
     if (change.kind == Quillo::Change::Kind::deletion) continue;
     try {
-      if (const auto text = snapshot.get(table, change.key)) item.text = std::string(*text);
+      if (const auto text = snapshot.get(documentTable, change.key)) item.text = std::string(*text);
       damaged_.erase(change.key);
     } catch (const CorruptionDetectedException& damage) {
       if (!Quillo::isReadable(snapshot)) throw;

@@ -8,9 +8,7 @@
 namespace Varnix {
 namespace {
 
-Kel::TraceHandle traceHandle("VarnixPublisher");
-
-constexpr auto table = Quillo::TableId::varnix;
+Kel::TraceHandle documentPublisherTrace("VarnixPublisher");
 
 std::set<std::string> targetsOf(const Document& document, const Kel::TypeInfo& type) {
   std::set<std::string> targets;
@@ -32,12 +30,13 @@ DocumentPublisher::DocumentPublisher(const Tree& tree, Quillo::Publisher& store)
 DocumentPublisher::~DocumentPublisher() = default;
 
 Quillo::CommitResult DocumentPublisher::publish() {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(documentPublisherTrace, this);
   if (changed_.empty()) return {0, store_.seq()};
   auto batch = store_.begin();
   addTo(batch);
   const auto result = batch.commit();
-  QTRACE(traceHandle, 2) << "published " << changed_.size() << " documents, " << result.changes << " changes";
+  QTRACE(documentPublisherTrace, 2) << "published " << changed_.size() << " documents, " << result.changes
+                                    << " changes";
   published();
   return result;
 }
@@ -63,7 +62,7 @@ Quillo::CommitResult DocumentPublisher::rewriteAll() {
 }
 
 Quillo::CommitResult DocumentPublisher::publishAll() {
-  store_.beginFullPass({table});
+  store_.beginFullPass({documentTable});
   const auto written = rewriteAll();
   const auto swept = store_.endFullPass();
   return {written.changes + swept.changes, swept.seq};
@@ -74,17 +73,17 @@ void DocumentPublisher::write(Quillo::Batch& batch, const std::string& path) {
   try {
     if (entity) {
       const auto document = documentOf(*entity, *tree_.root);
-      batch.put(table, path, documentText(document));
+      batch.put(documentTable, path, documentText(document));
       referencesAre(path, targetsOf(document, entity->kelTypeInfo()));
       all_.insert(path);
       return;
     }
   } catch (const Kel::RangeException& error) {
-    QTRACE(traceHandle, 0) << escapeBytes(path) << ": not published: " << error.what();
+    QTRACE(documentPublisherTrace, 0) << escapeBytes(path) << ": not published: " << error.what();
   }
   referencesAre(path, {});
   all_.erase(path);
-  if (path.size() <= Quillo::maxKeyBytes) batch.del(table, path);
+  if (path.size() <= Quillo::maxKeyBytes) batch.del(documentTable, path);
 }
 
 void DocumentPublisher::referencesAre(const std::string& path, std::set<std::string> targets) {

@@ -12,15 +12,13 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-constexpr auto table = Quillo::TableId::varnix;
-
 // What the store holds: all documents by path.
 std::map<std::string, std::string> stored(const std::string& directory) {
   const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory});
   mount->refresh();
   const auto snapshot = mount->snapshot();
   std::map<std::string, std::string> documents;
-  for (auto scan = snapshot.scan(table); scan.valid(); scan.next()) {
+  for (auto scan = snapshot.scan(Varnix::documentTable); scan.valid(); scan.next()) {
     documents[std::string(scan.key())] = std::string(scan.value());
   }
   return documents;
@@ -157,8 +155,8 @@ TEST(DocumentPublisher, aNewPublisherSweepsWhatItDoesNotHave) {
   EXPECT_EQ(writer.documents.publishAll().changes, 1u);
   EXPECT_EQ(stored(directory.path()), expected(writer.tree));
 
-  // In a pass that somebody else leads, over this table and others.
-  writer.store.beginFullPass({table});
+  // In a pass that somebody else leads, over this Varnix::documentTable and others.
+  writer.store.beginFullPass({Varnix::documentTable});
   EXPECT_EQ(writer.documents.rewriteAll().changes, 0u);
   EXPECT_TRUE(writer.store.fullPassActive());
   EXPECT_EQ(writer.store.endFullPass().changes, 0u);

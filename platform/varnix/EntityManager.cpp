@@ -14,7 +14,7 @@ KEL_TYPE_DEFINE(Varnix::EntityManager)
 namespace Varnix {
 namespace {
 
-Kel::TraceHandle traceHandle("VarnixEntityManager");
+Kel::TraceHandle entityManagerTrace("VarnixEntityManager");
 
 }  // namespace
 
@@ -29,18 +29,18 @@ EntityManager::EntityManager(const Kel::Ptr<Kel::Dir>& directory, Kel::Ptr<Quill
 EntityManager::~EntityManager() = default;
 
 bool EntityManager::step(std::size_t limit) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(entityManagerTrace, this);
   if (sweeping_) {
     sweeping_ = loader_->sweep(limit);
     return true;
   }
   const auto turn = feed_->turn(limit, ready());
   if (turn.begins) {
-    QTRACE(traceHandle, 2) << "reading all documents of " << mount_->directory();
+    QTRACE(entityManagerTrace, 2) << "reading all documents of " << mount_->directory();
     loader_->passBegin();
   }
   for (const auto& item : turn.items) {
-    QTRACE(traceHandle, 6) << (item.text ? "document of " : "no document of ") << escapeBytes(item.path);
+    QTRACE(entityManagerTrace, 6) << (item.text ? "document of " : "no document of ") << escapeBytes(item.path);
     if (item.text) {
       loader_->documentIs(item.path, *item.text);
     } else {

@@ -17,12 +17,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-constexpr auto table = Quillo::TableId::varnix;
-
-Vantu::IntfId id(const std::string& text) {
-  return Vantu::IntfId(text);
-}
-
 TEST(EntityManager, everyTypeAndEveryNameArrives) {
   const Directory directory;
   Writer writer(directory.path());
@@ -210,7 +204,7 @@ TEST(EntityManager, aFixedEntityLosesItsDocumentAndStays) {
   const auto config = reader.tree().routingConfig;
   EXPECT_TRUE(config->routing());
   auto batch = writer.store.begin();
-  batch.del(table, "routing/config");
+  batch.del(Varnix::documentTable, "routing/config");
   batch.commit();
   reader.follow();
   EXPECT_FALSE(config->routing());
@@ -255,7 +249,7 @@ TEST(EntityManager, worksInBoundedSteps) {
 
   // A new store without them: the sweep is bounded too.
   writer.tree.intfStatusDir->intfStatusDelAll();
-  writer.store.beginFullPass({table});
+  writer.store.beginFullPass({Varnix::documentTable});
   writer.documents.rewriteAll();
   writer.store.endFullPass();
   drain();
@@ -308,9 +302,9 @@ TEST(EntityManager, malformedDocumentsDoNotHinderTheRest) {
   writer.tree.intfStatusDir->intfStatusIs(id("eth0"))->ifIndexIs(3);
   writer.documents.publishAll();
   auto batch = writer.store.begin();
-  batch.put(table, "interface/status.intfStatus/eth1", "{\"type\":");
-  batch.put(table, "future/thing", R"({"type":"Future::Thing","attributes":{}})");
-  batch.put(table, "\xff\n", "");
+  batch.put(Varnix::documentTable, "interface/status.intfStatus/eth1", "{\"type\":");
+  batch.put(Varnix::documentTable, "future/thing", R"({"type":"Future::Thing","attributes":{}})");
+  batch.put(Varnix::documentTable, "\xff\n", "");
   batch.commit();
   Traces traces;
   Reader reader(directory.path());

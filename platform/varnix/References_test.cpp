@@ -5,10 +5,6 @@
 namespace VarnixTest {
 namespace {
 
-Vantu::IntfId id(const std::string& text) {
-  return Vantu::IntfId(text);
-}
-
 // Looks for an address whose VRF is not known to its record.
 struct HomelessWatch : Ip::IpIntfStatus::Notifiee {
   unsigned* found = nullptr;

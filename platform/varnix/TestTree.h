@@ -18,6 +18,10 @@
 
 namespace VarnixTest {
 
+inline Vantu::IntfId id(const std::string& text) {
+  return Vantu::IntfId(text);
+}
+
 class Directory {
  public:
   Directory() {

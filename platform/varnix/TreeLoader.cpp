@@ -8,7 +8,7 @@
 namespace Varnix {
 namespace {
 
-Kel::TraceHandle traceHandle("VarnixLoader");
+Kel::TraceHandle treeLoaderTrace("VarnixLoader");
 
 using Kel::AttributeInfo;
 using Kel::AttributeKind;
@@ -23,13 +23,13 @@ TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& open
 // ---- documents
 
 void TreeLoader::documentIs(const std::string& path, std::string_view text) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(treeLoaderTrace, this);
   take(path, text);
   workOff();
 }
 
 void TreeLoader::documentDel(const std::string& path) {
-  QTRACE_ENTRY(traceHandle, this);
+  QTRACE_ENTRY(treeLoaderTrace, this);
   withdraw(path);
   workOff();
 }
@@ -39,7 +39,7 @@ void TreeLoader::take(const std::string& path, std::string_view text) {
     auto document = documentFromText(text);
     take(path, entries_[path], std::move(document), text);
   } catch (const DocumentException& error) {
-    QTRACE(traceHandle, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
+    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
     withdraw(path);
   }
 }
@@ -132,7 +132,7 @@ bool TreeLoader::settle(std::size_t limit) {
 void TreeLoader::reportUnplaced() {
   for (const auto& path : unreported_) {
     if (!unplaced_.contains(path)) continue;
-    QTRACE(traceHandle, 0) << escapeBytes(path) << ": document left out: " << entries_[path].obstacle;
+    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << entries_[path].obstacle;
   }
   unreported_.clear();
 }
@@ -215,8 +215,8 @@ void TreeLoader::valueIs(const std::string& path, Kel::Entity& entity, const Att
       attribute.fromDatum(entity, *value);
       return;
     } catch (const Kel::RangeException& error) {
-      QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << attribute.name
-                             << "' left out: " << escapeBytes(error.what());
+      QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": attribute '" << attribute.name
+                                 << "' left out: " << escapeBytes(error.what());
     } catch (const std::exception& error) {
       reactorFailed(path, error.what());
       return;
@@ -245,8 +245,8 @@ void TreeLoader::badAttributes(const std::string& path, const Kel::TypeInfo& typ
     const auto* attribute = type.find(name);
     if (attribute && attribute->kind == AttributeKind::reference) {
       if (value.isNull() || value.getIf<std::string>()) continue;
-      QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << name
-                             << "' left out: expected a path or null, found " << value.kindName();
+      QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": attribute '" << name
+                                 << "' left out: expected a path or null, found " << value.kindName();
       continue;
     }
     if (attribute && isDocumentAttribute(*attribute)) continue;
@@ -255,7 +255,7 @@ void TreeLoader::badAttributes(const std::string& path, const Kel::TypeInfo& typ
     const auto fault =
         fmt::format("{} has no attribute '{}' that a document can set; left out", type.name(), escapeBytes(name));
     const bool isNews = unknown_.size() < mostRemembered && unknown_.insert(fault).second;
-    QTRACE(traceHandle, isNews ? 0 : 6) << escapeBytes(path) << ": " << fault;
+    QTRACE(treeLoaderTrace, isNews ? 0 : 6) << escapeBytes(path) << ": " << fault;
   }
 }
 
@@ -304,8 +304,8 @@ void TreeLoader::resolve(const std::string& path, Entry& entry, const AttributeI
   try {
     attribute.referenceIs(*entry.place.entity, target);
   } catch (const Kel::AttributeException& error) {
-    QTRACE(traceHandle, 0) << escapeBytes(path) << ": attribute '" << attribute.name
-                           << "' left out: " << escapeBytes(error.what());
+    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": attribute '" << attribute.name
+                               << "' left out: " << escapeBytes(error.what());
     react(path, [&] { attribute.referenceIs(*entry.place.entity, nullptr); });
   } catch (const std::exception& error) {
     reactorFailed(path, error.what());

@@ -9,7 +9,7 @@
 namespace Varnix {
 namespace {
 
-Kel::TraceHandle traceHandle("VarnixPlaces");
+Kel::TraceHandle treePlacesTrace("VarnixPlaces");
 
 void collectFixed(const Kel::Ptr<Kel::Dir>& dir, const Kel::Entity& root, TreePlaces::Fixed& fixed) {
   for (const auto& [name, entity] : dir->entityPtr()) {
@@ -32,7 +32,7 @@ std::string wrongName(const std::string& name, std::string_view what) {
 }  // namespace
 
 void reactorFailed(const std::string& path, std::string_view what) {
-  QTRACE(traceHandle, 0) << escapeBytes(path) << ": a reactor failed: " << escapeBytes(what);
+  QTRACE(treePlacesTrace, 0) << escapeBytes(path) << ": a reactor failed: " << escapeBytes(what);
 }
 
 TreePlaces::TreePlaces(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs) : root_(std::move(root)) {

@@ -7,7 +7,7 @@
 namespace Varnix {
 namespace {
 
-Kel::TraceHandle traceHandle("VarnixWatch");
+Kel::TraceHandle treeWatchTrace("VarnixWatch");
 
 template <class T>
 struct Watcher : T::Notifiee {
@@ -146,8 +146,8 @@ struct OnVrfInfos : Watcher<Kel::Dir> {
       return;
     }
     if (entry) {
-      QTRACE(traceHandle, 0) << escapeBytes(watch->path(*entry)) << ": not published: its type is "
-                             << entry->kelTypeInfo().name() << ", that of entries here Routing::VrfInfo";
+      QTRACE(treeWatchTrace, 0) << escapeBytes(watch->path(*entry)) << ": not published: its type is "
+                                << entry->kelTypeInfo().name() << ", that of entries here Routing::VrfInfo";
     }
     watch->entityDel(watch->path(*notifier()) + "/" + name);
   }
