@@ -1,26 +1,21 @@
 #include "quillo/ArpRecord.h"
 
-#include <fmt/format.h>
-
-#include <span>
+#include "quillo/VrfKey.h"
 
 namespace Arp::Table {
 namespace {
 
+using Quillo::asNumbers;
 using Quillo::Bytes;
 using Quillo::TableId;
 using Vrf::VrfIdMap::VrfId;
 
-constexpr std::size_t vrfBytes = 3;
+using Quillo::vrfKeyBytes;
 constexpr std::size_t macBytes = 6;
 constexpr std::uint8_t staticFlag = 1;
 
 void append(std::string& out, const auto& bytes) {
   out.append(bytes.begin(), bytes.end());
-}
-
-std::span<const std::uint8_t> asNumbers(Bytes bytes) {
-  return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
 }
 
 TableId checkedTable(const ArpKey& key) {
@@ -37,28 +32,15 @@ std::optional<TableId> tableOf(const Vantu::IpGenAddr& addr) {
   return std::nullopt;
 }
 
-bool isStorable(const VrfId& vrfId) {
-  return vrfId.value() < VrfId::unknownValue;
-}
-
 bool isStorable(const ArpKey& key) {
-  return isStorable(key.vrfId) && key.addr.isSet() && key.intfId.isValid();
-}
-
-std::string encodeVrf(const VrfId& vrfId) {
-  if (!isStorable(vrfId)) {
-    throw Kel::RangeException(
-        fmt::format("VRF id {} not allowed for a neighbour; 0 to {} are", vrfId.value(), VrfId::unknownValue - 1));
-  }
-  const auto byte = [&](unsigned shift) { return static_cast<char>(vrfId.value() >> shift & 0xff); };
-  return {byte(16), byte(8), byte(0)};
+  return Quillo::isStorable(key.vrfId) && key.addr.isSet() && key.intfId.isValid();
 }
 
 std::string encodeKey(const ArpKey& key) {
   const auto table = checkedTable(key);
   if (!key.intfId.isValid())
     throw Kel::RangeException("a neighbour without an interface has no place in the store");
-  auto bytes = encodeVrf(key.vrfId);
+  auto bytes = Quillo::encodeVrf(key.vrfId);
   if (table == TableId::arp) {
     append(bytes, key.addr.v4().bytes());
   } else {
@@ -77,13 +59,12 @@ std::string encodeValue(const ArpEntry& entry) {
 const char* decodeKey(TableId table, Bytes bytes, ArpKey& key) {
   const bool isIpv4 = table == TableId::arp;
   const std::size_t addressBytes = isIpv4 ? 4 : 16;
-  if (bytes.size() <= vrfBytes + addressBytes) return "key too short";
-  const auto intfId = bytes.substr(vrfBytes + addressBytes);
+  if (bytes.size() <= vrfKeyBytes + addressBytes) return "key too short";
+  const auto intfId = bytes.substr(vrfKeyBytes + addressBytes);
   if (intfId.size() > Vantu::IntfId::maxLength) return "key too long";
-  const auto vrf = asNumbers(bytes.substr(0, vrfBytes));
-  const VrfId vrfId(std::uint32_t{vrf[0]} << 16 | std::uint32_t{vrf[1]} << 8 | vrf[2]);
+  const auto vrfId = Quillo::decodeVrf(bytes);
   if (!vrfId.isKnown()) return "key of an unknown VRF";
-  const auto address = asNumbers(bytes.substr(vrfBytes, addressBytes));
+  const auto address = asNumbers(bytes.substr(vrfKeyBytes, addressBytes));
   key.vrfId = vrfId;
   if (isIpv4) {
     key.addr = Vantu::IpAddr::fromBytes(address);

@@ -32,14 +32,11 @@ void entryDel(Quillo::Batch& batch, const ArpKey& key);
 std::optional<Quillo::TableId> tableOf(const Vantu::IpGenAddr& addr);
 
 // Whether a publisher can have written it.
-bool isStorable(const Vrf::VrfIdMap::VrfId& vrfId);
 bool isStorable(const ArpKey& key);
 
 // Throw as the operations above.
 std::string encodeKey(const ArpKey& key);
 std::string encodeValue(const ArpEntry& entry);
-// What every key of the VRF begins with, and no other.
-std::string encodeVrf(const Vrf::VrfIdMap::VrfId& vrfId);
 
 // Null when the bytes are what the publisher writes into `table`, else what is wrong with them; `key` and `entry` are
 // then as before. decodeValue leaves entry.key alone.

@@ -6,9 +6,11 @@
 
 #include "quillo/TestNeighbours.h"
 #include "quillo/TestStore.h"
+#include "quillo/VrfKey.h"
 
 namespace Arp::Table::Test {
 
+using Quillo::encodeVrf;
 using Quillo::TableId;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;

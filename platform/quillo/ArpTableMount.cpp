@@ -5,6 +5,7 @@
 #include "quillo/ArpRecord.h"
 #include "quillo/ScanAround.h"
 #include "quillo/Tell.h"
+#include "quillo/VrfKey.h"
 
 namespace Quillo {
 namespace {
@@ -83,10 +84,10 @@ ArpTableMount::ArpEntry ArpTableMount::entry(TableId table, const ArpKey& key) c
 }
 
 void ArpTableMount::walk(TableId table, const VrfId& vrfId, const Visit& visit) const {
-  if (!Arp::Table::isStorable(vrfId)) return;
+  if (!isStorable(vrfId)) return;
   const auto view = snapshot();
   if (!view) return;
-  const auto vrf = Arp::Table::encodeVrf(vrfId);
+  const auto vrf = encodeVrf(vrfId);
   std::vector<CorruptionDetectedException> met;
   const auto take = [&](const Scan& scan) {
     if (!scan.key().starts_with(vrf)) return false;

@@ -8,11 +8,13 @@
 #include "quillo/ArpRecord.h"
 #include "quillo/TestNeighbours.h"
 #include "quillo/TestStore.h"
+#include "quillo/VrfKey.h"
 
 namespace Arp::Table::Test {
 
 using Pesk::CorruptionDetectedException;
 using Quillo::ArpTableMount;
+using Quillo::encodeVrf;
 using Quillo::Publisher;
 using Quillo::TableId;
 using Quillo::Test::damage;

@@ -21,6 +21,9 @@ enum class TableId : std::uint8_t {
   varnix = 1,    // documents of the state database: key is the entity's path, value its attributes as JSON
   arp = 2,       // IPv4 neighbours of all VRFs (ArpRecord.h)
   neighbor = 3,  // IPv6 neighbours of all VRFs, likewise
+  route = 4,     // IPv4 routes of all VRFs (RouteRecord.h)
+  route6 = 5,    // IPv6 routes of all VRFs, likewise
+  fec = 6,       // forwarding equivalence classes of all VRFs (FecRecord.h)
 };
 
 struct TableInfo {
@@ -31,10 +34,13 @@ struct TableInfo {
   std::uint16_t layout;
 };
 
-inline constexpr std::array<TableInfo, 3> knownTables{{
+inline constexpr std::array<TableInfo, 6> knownTables{{
     {TableId::varnix, "varnix", 1},
     {TableId::arp, "arp", 1},
     {TableId::neighbor, "neighbor", 1},
+    {TableId::route, "route", 1},
+    {TableId::route6, "route6", 1},
+    {TableId::fec, "fec", 1},
 }};
 
 // The entry of a known table; asserts for any other number.
