@@ -16,7 +16,7 @@ IP_GROUP = "1.3.6.1.2.1.4"
 # Rows with this column are ours: Linux's snmpd has no ipAdEntReasmMaxSize.
 REASM_MAX_SIZE = IP_GROUP + ".20.1.5"
 # The tables and scalars of the group that the library takes over; all else there stays snmpd's.
-OURS = tuple(f"{IP_GROUP}.{number}." for number in (1, 20, 22, 25, 32, 34, 35))
+OURS = tuple(f"{IP_GROUP}.{number}." for number in (1, 20, 22, 25, 32, 34, 35, "24.3", "24.4"))
 
 
 def is_ours(oid):
@@ -41,8 +41,15 @@ class SnmpdCase(SystemCase):
         self.socket = os.path.join(self.directory, "agentx")
         self.snmpd_configuration = os.path.join(self.directory, "snmpd.conf")
         self.client = Client(self.namespace, agent=f"udp:127.0.0.1:{PORT}")
+        self.namespace.sysctl("net.ipv6.conf.default.accept_dad", 0)
         self.namespace.add_interface("a0", "10.0.0.1/24", "2001:db8::1/64")
+        eventually(self.is_settled, "the interfaces have no link-local addresses")
         self.namespace.ip("neigh", "add", "10.0.0.7", "lladdr", "02:00:00:00:00:07", "dev", "a0")
+
+    def is_settled(self):
+        """Two walks are compared, so nothing may come by itself between them."""
+        links = self.namespace.ip_json("-6", "addr", "show", "scope", "link")
+        return sum("local" in info and "tentative" not in info for link in links for info in link.get("addr_info", [])) == 2
 
     def configure_snmpd(self, *lines):
         with open(self.snmpd_configuration, "w", encoding="utf-8") as file:
