@@ -4,12 +4,8 @@
 // The library's headers need the configuration's.
 #include <net-snmp/net-snmp-includes.h>
 
-#include <stdexcept>
-
 namespace Bench {
 namespace {
-
-constexpr long timeoutMicroseconds = 10'000'000;
 
 std::vector<Binding> bindingsOf(const netsnmp_pdu& answer) {
   std::vector<Binding> bindings;
@@ -23,7 +19,7 @@ std::vector<Binding> bindingsOf(const netsnmp_pdu& answer) {
 
 }  // namespace
 
-SnmpClient::SnmpClient(const std::string& peer, const std::string& community) {
+SnmpClient::SnmpClient(const std::string& peer, const std::string& community, Patience patience) {
   netsnmp_session wanted;
   snmp_sess_init(&wanted);
   std::string peerText = peer;
@@ -32,8 +28,8 @@ SnmpClient::SnmpClient(const std::string& peer, const std::string& community) {
   wanted.peername = peerText.data();
   wanted.community = reinterpret_cast<u_char*>(communityText.data());
   wanted.community_len = communityText.size();
-  wanted.timeout = timeoutMicroseconds;
-  wanted.retries = 0;
+  wanted.timeout = patience.timeoutMicroseconds;
+  wanted.retries = patience.retries;
   session_ = snmp_sess_open(&wanted);
   if (!session_) throw std::runtime_error("cannot open an SNMP session to " + peer);
 }
@@ -52,7 +48,7 @@ std::vector<Binding> SnmpClient::request(int command, const Oid& name, int maxRe
   snmp_add_null_var(pdu, words.data(), words.size());
   netsnmp_pdu* answer = nullptr;
   const int status = snmp_sess_synch_response(session_, pdu, &answer);
-  if (status != STAT_SUCCESS || !answer) throw std::runtime_error("no answer from the agent");
+  if (status != STAT_SUCCESS || !answer) throw Unanswered("no answer from the agent");
   const auto errorStatus = answer->errstat;
   auto bindings = bindingsOf(*answer);
   snmp_free_pdu(answer);
@@ -60,6 +56,10 @@ std::vector<Binding> SnmpClient::request(int command, const Oid& name, int maxRe
     throw std::runtime_error(std::string("the agent answered ") + snmp_errstring(static_cast<int>(errorStatus)));
   }
   return bindings;
+}
+
+std::vector<Binding> SnmpClient::get(const Oid& name) {
+  return request(SNMP_MSG_GET, name, 0);
 }
 
 std::vector<Binding> SnmpClient::getNext(const Oid& name) {

@@ -1,7 +1,9 @@
 #pragma once
-// A net-snmp client session, for measuring: one request at a time, no retries that would hide a stall.
+// A net-snmp client session, for measuring: one request at a time, and no retries unless asked for, since they would
+// hide a stall.
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -15,15 +17,27 @@ struct Binding {
   bool isEndOfView = false;
 };
 
+// How long a request may wait for its answer, and how often it is sent again after that.
+struct Patience {
+  long timeoutMicroseconds = 10'000'000;
+  int retries = 0;
+};
+
+// No answer within the client's patience.
+class Unanswered : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 class SnmpClient {
  public:
   // `peer` such as "udp:127.0.0.1:1161". Throws std::runtime_error when the session cannot be opened.
-  SnmpClient(const std::string& peer, const std::string& community);
+  SnmpClient(const std::string& peer, const std::string& community, Patience patience = {});
   ~SnmpClient();
   SnmpClient(const SnmpClient&) = delete;
   SnmpClient& operator=(const SnmpClient&) = delete;
 
-  // Throw std::runtime_error, naming the fault, on a timeout or an error status.
+  // Throw Unanswered, or std::runtime_error that names an error status.
+  std::vector<Binding> get(const Oid& name);
   std::vector<Binding> getNext(const Oid& name);
   std::vector<Binding> getBulk(const Oid& name, int maxRepetitions);
   // False on a timeout or an error: for waiting until an agent answers.

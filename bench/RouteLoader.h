@@ -1,0 +1,35 @@
+#pragma once
+// Puts routes into the kernel of the network namespace that the process is in.
+
+#include <cstdint>
+#include <vector>
+
+#include "RouteSet.h"
+
+struct mnl_socket;
+
+namespace Bench {
+
+class RouteLoader {
+ public:
+  // Throws std::runtime_error when there is no rtnetlink, or an interface of the set is missing.
+  explicit RouteLoader(const RouteSet& set);
+  ~RouteLoader();
+  RouteLoader(const RouteLoader&) = delete;
+  RouteLoader& operator=(const RouteLoader&) = delete;
+
+  // Return when the kernel has all of them. Throw std::runtime_error that names a route which the kernel refused.
+  void add(const std::vector<Route>& routes);
+  void add(const Route& route) { change(true, {route}); }
+  void del(const Route& route) { change(false, {route}); }
+
+ private:
+  void change(bool isThere, const std::vector<Route>& routes);
+  void send(std::vector<char>& batch, std::uint32_t firstSequence, std::uint32_t lastSequence);
+  const RouteSet& set_;
+  mnl_socket* socket_;
+  std::uint32_t sequence_ = 0;
+  std::vector<std::uint32_t> ifIndex_;  // of each of the set's interfaces
+};
+
+}  // namespace Bench

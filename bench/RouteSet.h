@@ -1,0 +1,55 @@
+#pragma once
+// The routes that bench/routes puts into the kernel: the same ones for every agent and in every run. The first routes of
+// a large set are those of a small one.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Bench {
+
+struct NextHop {
+  std::uint32_t gateway = 0;  // host order
+  unsigned interface = 0;     // in RouteSet::interfaces()
+};
+
+struct Interface {
+  std::string name;
+  std::string address;  // with its prefix length; the gateways lie in it
+};
+
+// The netmask of a prefix length, in host order.
+constexpr std::uint32_t mask(unsigned length) {
+  return length == 0 ? 0 : ~std::uint32_t{0} << (32 - length);
+}
+
+struct Route {
+  std::uint32_t prefix = 0;  // host order
+  std::uint8_t length = 0;
+  std::uint16_t nextHops = 0;  // number of its set
+};
+
+class RouteSet {
+ public:
+  // Lengths are shared out as in the Internet's table: six of ten are /24, few are shorter than /16 or longer than /24.
+  explicit RouteSet(std::uint32_t routes);
+
+  const std::vector<Route>& routes() const { return routes_; }
+  // The next hops of a route, one to four, in ascending order of the gateway. One route in ten has several.
+  const std::vector<NextHop>& nextHops(const Route& route) const { return nextHopSets_[route.nextHops]; }
+  std::size_t nextHopSets() const { return nextHopSets_.size(); }
+  // Pairs of route and next hop.
+  std::uint64_t hops() const;
+
+  static const std::vector<Interface>& interfaces();
+  // A prefix of length 30 in a range that no route of a set touches.
+  static Route unusedRoute(std::uint32_t number);
+
+ private:
+  void makeNextHopSets();
+  void makeRoutes(std::uint32_t count);
+  std::vector<std::vector<NextHop>> nextHopSets_;
+  std::vector<Route> routes_;
+};
+}  // namespace Bench

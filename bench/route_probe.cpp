@@ -1,0 +1,190 @@
+// The measuring side of bench/routes: each subcommand does one thing in the network namespace that it is started in, and
+// prints its result as one line of JSON. Times are seconds, and moments those of CLOCK_MONOTONIC, unless named otherwise.
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "RouteLoader.h"
+#include "RouteRequests.h"
+#include "RouteSet.h"
+#include "RouteTable.h"
+#include "RouteWalk.h"
+#include "Timing.h"
+
+namespace {
+
+using Bench::RouteSet;
+using Bench::SnmpClient;
+using nlohmann::json;
+
+constexpr auto stallInterval = std::chrono::milliseconds(5);
+constexpr Bench::Patience patient{60'000'000, 0};
+const Bench::Oid sysUpTime{1, 3, 6, 1, 2, 1, 1, 3, 0};
+
+struct Options {
+  std::string endpoint;
+  std::string community;
+  std::string table = "ipCidrRouteTable";
+  std::uint32_t routes = 0;
+  std::uint64_t rows = 0;
+  std::size_t count = 0;
+  double limit = 0;
+  bool isWholeTable = false;
+  bool isGetNext = false;
+  bool isPatient = false;
+  bool isOneNextHop = false;
+  int repetitions = Bench::toolRepetitions;
+};
+
+json plan(const Options& options) {
+  const RouteSet set(options.routes);
+  json interfaces = json::array();
+  for (const auto& interface : RouteSet::interfaces()) {
+    interfaces.push_back({{"name", interface.name}, {"address", interface.address}});
+  }
+  return {{"interfaces", interfaces},
+          {"next_hop_sets", set.nextHopSets()},
+          {"hops", set.hops()},
+          {"rows", Bench::RouteTable(options.table).rows(set, !options.isOneNextHop)}};
+}
+
+json load(const Options& options) {
+  const RouteSet set(options.routes);
+  Bench::RouteLoader loader(set);
+  const double start = Bench::monotonicNow();
+  loader.add(set.routes());
+  return {{"start", start}, {"end", Bench::monotonicNow()}};
+}
+
+json valueOf(const Bench::Walk& walk) {
+  return {{"rows", walk.rows},           {"seconds", walk.seconds},
+          {"complete", walk.isComplete}, {"timed_out", walk.hasTimedOut},
+          {"late", walk.late},           {"longest", walk.longestSeconds}};
+}
+
+json ready(const Options& options) {
+  const RouteSet set(options.routes);
+  SnmpClient client(options.endpoint, options.community, patient);
+  const auto result = waitUntilComplete(client, Bench::RouteTable(options.table), set, options.rows, options.limit);
+  return {{"sampled", result.isSampled},
+          {"sampled_at", result.sampledAt},
+          {"complete", result.isComplete},
+          {"complete_at", result.completeAt},
+          {"walk", valueOf(result.lastWalk)}};
+}
+
+json walk(const Options& options) {
+  SnmpClient client(options.endpoint, options.community, options.isPatient ? patient : Bench::toolPatience);
+  const Bench::RouteTable table(options.table);
+  const auto root = options.isWholeTable ? table.oid() : table.columnOid(Bench::RouteTable::measuredColumn);
+  return valueOf(Bench::walk(client, root, options.isGetNext ? 0 : options.repetitions, options.limit));
+}
+
+json requests(const Options& options) {
+  const RouteSet set(options.routes);
+  SnmpClient client(options.endpoint, options.community, patient);
+  json result = json::object();
+  for (const auto& kind :
+       askAtRandom(client, Bench::RouteTable(options.table), set, options.count, options.limit)) {
+    result[kind.name] = {{"count", kind.microseconds.size()},
+                         {"p50_us", Bench::quantile(kind.microseconds, 0.5)},
+                         {"p99_us", Bench::quantile(kind.microseconds, 0.99)},
+                         {"unexpected", kind.unexpected}};
+  }
+  return result;
+}
+
+json visible(const Options& options) {
+  const RouteSet set(1);
+  SnmpClient client(options.endpoint, options.community, patient);
+  const auto times = timeToVisible(client, Bench::RouteTable(options.table), set, options.count, options.limit);
+  if (times.empty()) return {{"count", 0}};
+  return {{"count", times.size()},
+          {"p50", Bench::quantile(times, 0.5)},
+          {"p99", Bench::quantile(times, 0.99)},
+          {"longest", Bench::quantile(times, 1)}};
+}
+
+bool isInputOpen() {
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  return ::poll(&input, 1, 0) == 0;
+}
+
+// Asks for sysUpTime.0 at fixed times until its standard input is closed, from the first answer on. A request that is late because the one before
+// was not answered counts from the time at which it should have been sent, as a second manager would see it.
+json stall(const Options& options) {
+  SnmpClient knocking(options.endpoint, options.community, {20'000, 0});
+  while (isInputOpen() && !knocking.answers(sysUpTime)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  SnmpClient client(options.endpoint, options.community, patient);
+  json samples = json::array();
+  for (auto due = Bench::Clock::now(); isInputOpen(); due += stallInterval) {
+    std::this_thread::sleep_until(due);
+    try {
+      client.get(sysUpTime);
+      samples.push_back({Bench::seconds(due.time_since_epoch()), Bench::secondsSince(due)});
+    } catch (const Bench::Unanswered&) {
+      // The wait shows in the requests that were due meanwhile.
+    }
+  }
+  return samples;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  CLI::App app("Measures an SNMP agent's route table for bench/routes");
+  app.require_subcommand(1);
+  Options options;
+  app.add_option("--table", options.table);
+  json result;
+  const auto command = [&](const char* name, const char* what, json (*run)(const Options&)) {
+    auto* added = app.add_subcommand(name, what);
+    added->callback([&result, &options, run] { result = run(options); });
+    return added;
+  };
+  const auto withRoutes = [&](CLI::App* added) {
+    added->add_option("--routes", options.routes, "size of the route set")->required();
+  };
+  const auto withAgent = [&](CLI::App* added) {
+    added->add_option("--agent", options.endpoint, "such as udp:127.0.0.1:1161")->required();
+    added->add_option("--community", options.community)->required();
+  };
+  const auto withLimit = [&](CLI::App* added) {
+    added->add_option("--limit", options.limit, "seconds after which it stops")->required();
+  };
+  const auto withCount = [&](CLI::App* added) { added->add_option("--count", options.count)->required(); };
+
+  auto* added = command("plan", "the interfaces and the number of rows", plan);
+  withRoutes(added);
+  added->add_flag("--one-next-hop", options.isOneNextHop, "of an agent that serves one next hop a route");
+  withRoutes(command("load", "gives the routes to the kernel", load));
+  added = command("ready", "waits for the first complete walk", ready);
+  withAgent(added), withRoutes(added), withLimit(added);
+  added->add_option("--rows", options.rows, "rows of a complete column")->required();
+  added = command("walk", "walks the table, or a column", walk);
+  withAgent(added), withLimit(added);
+  added->add_flag("--whole-table", options.isWholeTable, "instead of one column");
+  added->add_option("--repetitions", options.repetitions);
+  added->add_flag("--getnext", options.isGetNext);
+  added->add_flag("--patient", options.isPatient, "waits a minute for an answer");
+  added = command("requests", "latencies of single requests", requests);
+  withAgent(added), withRoutes(added), withCount(added), withLimit(added);
+  added = command("visible", "time from a new route to its row", visible);
+  withAgent(added), withCount(added), withLimit(added);
+  withAgent(command("stall", "latencies of sysUpTime.0 until standard input is closed", stall));
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "route_probe: {}\n", error.what());
+    return 1;
+  }
+  fmt::print("{}\n", result.dump());
+  return 0;
+}
