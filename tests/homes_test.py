@@ -155,8 +155,14 @@ class PluginTest(Home, SnmpdCase):
         starter = self.start(SNMPD, "-C", "-c", self.snmpd_configuration, "-Lf", log, "-p", pid_file, "-I", "-smux",
                              f"udp:127.0.0.1:{PORT}", environment=plugin_environment())
         self.assertEqual(starter.wait(), 0)
-        with open(pid_file, encoding="ascii") as file:
-            pid = int(file.read())
+
+        def daemon():  # which writes the file after its parent has ended
+            if not os.path.exists(pid_file):
+                return 0
+            with open(pid_file, encoding="ascii") as file:
+                return int(file.read().strip() or 0)
+
+        pid = eventually(daemon, "snmpd writes no pid file")
         try:
             self.wait_until_served_by_us()
         finally:
