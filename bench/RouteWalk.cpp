@@ -26,15 +26,15 @@ std::vector<Oid> sampleOf(const RouteTable& table, const RouteSet& set) {
   return sample;
 }
 
+}  // namespace
+
 bool hasRow(SnmpClient& client, const Oid& name) {
   try {
     return !client.get(name).at(0).isEndOfView;
-  } catch (const Unanswered&) {
+  } catch (const std::runtime_error&) {
     return false;
   }
 }
-
-}  // namespace
 
 Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds) {
   Walk result;
@@ -46,13 +46,13 @@ Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitS
     std::vector<Binding> answer;
     try {
       answer = maxRepetitions > 0 ? client.getBulk(from, maxRepetitions) : client.getNext(from);
-    } catch (const Unanswered&) {
-      result.hasTimedOut = true;
+    } catch (const std::runtime_error& error) {
+      result.failure = error.what();
     }
     const double took = secondsSince(asked);
     result.longestSeconds = std::max(result.longestSeconds, took);
     if (took > firstTimeout) ++result.late;
-    if (result.hasTimedOut) break;
+    if (!result.failure.empty()) break;
     for (const auto& binding : answer) {
       const auto& name = binding.name;
       const bool isBelow = name.size() > root.size() && std::equal(root.begin(), root.end(), name.begin());

@@ -2,6 +2,7 @@
 // Walks of the route table, and the wait for one that finds all of it.
 
 #include <cstdint>
+#include <string>
 
 #include "RouteSet.h"
 #include "RouteTable.h"
@@ -16,15 +17,18 @@ constexpr int toolRepetitions = 10;
 struct Walk {
   std::uint64_t rows = 0;
   double seconds = 0;
-  bool isComplete = false;  // it came to the end; otherwise its time was up, or it timed out
-  bool hasTimedOut = false;
+  bool isComplete = false;    // it came to the end; otherwise its time was up, or it failed
+  std::string failure;        // why it broke off; empty when it did not
   std::uint64_t late = 0;     // answers that took longer than the first timeout, so that a request was sent again
   double longestSeconds = 0;  // the slowest answer
 };
 
 // Everything below `root`, from its beginning, with GETBULK of so many repetitions, or with GETNEXT when that is 0. Ends
-// at the latest `limitSeconds` after its start, or when a request is not answered.
+// at the latest `limitSeconds` after its start, or when a request fails.
 Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds);
+
+// False also when the request fails.
+bool hasRow(SnmpClient& client, const Oid& name);
 
 struct Readiness {
   bool isSampled = false;   // all of a sample of routes was seen

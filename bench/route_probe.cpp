@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -24,6 +25,8 @@ using nlohmann::json;
 
 constexpr auto stallInterval = std::chrono::milliseconds(5);
 constexpr Bench::Patience patient{60'000'000, 0};
+constexpr Bench::Patience knocks{20'000, 0};
+constexpr double longestSilenceSeconds = 300;
 const Bench::Oid sysUpTime{1, 3, 6, 1, 2, 1, 1, 3, 0};
 
 struct Options {
@@ -40,6 +43,17 @@ struct Options {
   bool isOneNextHop = false;
   int repetitions = Bench::toolRepetitions;
 };
+
+// Waits until somebody listens: a request that comes too early is lost.
+std::unique_ptr<SnmpClient> answeringClient(const Options& options, Bench::Patience patience) {
+  SnmpClient knocking(options.endpoint, options.community, knocks);
+  const auto start = Bench::Clock::now();
+  while (!knocking.answers(sysUpTime)) {
+    if (Bench::secondsSince(start) > longestSilenceSeconds)
+      throw std::runtime_error("no agent at " + options.endpoint);
+  }
+  return std::make_unique<SnmpClient>(options.endpoint, options.community, patience);
+}
 
 json plan(const Options& options) {
   const RouteSet set(options.routes);
@@ -62,15 +76,15 @@ json load(const Options& options) {
 }
 
 json valueOf(const Bench::Walk& walk) {
-  return {{"rows", walk.rows},           {"seconds", walk.seconds},
-          {"complete", walk.isComplete}, {"timed_out", walk.hasTimedOut},
-          {"late", walk.late},           {"longest", walk.longestSeconds}};
+  return {{"rows", walk.rows},       {"seconds", walk.seconds}, {"complete", walk.isComplete},
+          {"failure", walk.failure}, {"late", walk.late},       {"longest", walk.longestSeconds}};
 }
 
 json ready(const Options& options) {
   const RouteSet set(options.routes);
-  SnmpClient client(options.endpoint, options.community, patient);
-  const auto result = waitUntilComplete(client, Bench::RouteTable(options.table), set, options.rows, options.limit);
+  const auto client = answeringClient(options, patient);
+  const auto result =
+      waitUntilComplete(*client, Bench::RouteTable(options.table), set, options.rows, options.limit);
   return {{"sampled", result.isSampled},
           {"sampled_at", result.sampledAt},
           {"complete", result.isComplete},
@@ -79,18 +93,18 @@ json ready(const Options& options) {
 }
 
 json walk(const Options& options) {
-  SnmpClient client(options.endpoint, options.community, options.isPatient ? patient : Bench::toolPatience);
+  const auto client = answeringClient(options, options.isPatient ? patient : Bench::toolPatience);
   const Bench::RouteTable table(options.table);
   const auto root = options.isWholeTable ? table.oid() : table.columnOid(Bench::RouteTable::measuredColumn);
-  return valueOf(Bench::walk(client, root, options.isGetNext ? 0 : options.repetitions, options.limit));
+  return valueOf(Bench::walk(*client, root, options.isGetNext ? 0 : options.repetitions, options.limit));
 }
 
 json requests(const Options& options) {
   const RouteSet set(options.routes);
-  SnmpClient client(options.endpoint, options.community, patient);
+  const auto client = answeringClient(options, patient);
   json result = json::object();
   for (const auto& kind :
-       askAtRandom(client, Bench::RouteTable(options.table), set, options.count, options.limit)) {
+       askAtRandom(*client, Bench::RouteTable(options.table), set, options.count, options.limit)) {
     result[kind.name] = {{"count", kind.microseconds.size()},
                          {"p50_us", Bench::quantile(kind.microseconds, 0.5)},
                          {"p99_us", Bench::quantile(kind.microseconds, 0.99)},
@@ -101,8 +115,8 @@ json requests(const Options& options) {
 
 json visible(const Options& options) {
   const RouteSet set(1);
-  SnmpClient client(options.endpoint, options.community, patient);
-  const auto times = timeToVisible(client, Bench::RouteTable(options.table), set, options.count, options.limit);
+  const auto client = answeringClient(options, patient);
+  const auto times = timeToVisible(*client, Bench::RouteTable(options.table), set, options.count, options.limit);
   if (times.empty()) return {{"count", 0}};
   return {{"count", times.size()},
           {"p50", Bench::quantile(times, 0.5)},
@@ -118,14 +132,12 @@ bool isInputOpen() {
 // Asks for sysUpTime.0 at fixed times until its standard input is closed, from the first answer on. A request that is late because the one before
 // was not answered counts from the time at which it should have been sent, as a second manager would see it.
 json stall(const Options& options) {
-  SnmpClient knocking(options.endpoint, options.community, {20'000, 0});
-  while (isInputOpen() && !knocking.answers(sysUpTime)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  SnmpClient client(options.endpoint, options.community, patient);
+  const auto client = answeringClient(options, patient);
   json samples = json::array();
   for (auto due = Bench::Clock::now(); isInputOpen(); due += stallInterval) {
     std::this_thread::sleep_until(due);
     try {
-      client.get(sysUpTime);
+      client->get(sysUpTime);
       samples.push_back({Bench::seconds(due.time_since_epoch()), Bench::secondsSince(due)});
     } catch (const Bench::Unanswered&) {
       // The wait shows in the requests that were due meanwhile.

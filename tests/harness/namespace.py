@@ -19,12 +19,12 @@ def run_command(command, input_text=None, check=True):
 
 
 class Namespace:
-    """Named qt-<pid>-<number>, so that tests run in parallel; lo is up. `close` removes it and what is in it."""
+    """Named <prefix>-<pid>-<number>, so that tests run in parallel; lo is up. `close` removes it and what is in it."""
 
     numbers = itertools.count()
 
-    def __init__(self):
-        self.name = f"qt-{os.getpid()}-{next(self.numbers)}"
+    def __init__(self, prefix="qt"):
+        self.name = f"{prefix}-{os.getpid()}-{next(self.numbers)}"
         run_command(["ip", "netns", "add", self.name])
         self.ip("link", "set", "lo", "up")
 
