@@ -1,16 +1,11 @@
 #include "quillo/ArpTableMount.h"
 
-#include <vector>
-
 #include "quillo/ArpRecord.h"
-#include "quillo/ScanAround.h"
 #include "quillo/Tell.h"
 #include "quillo/VrfKey.h"
 
 namespace Quillo {
 namespace {
-
-using Pesk::CorruptionDetectedException;
 
 Kel::TraceHandle arpTableMountTrace("QuilloArpTable");
 
@@ -42,6 +37,8 @@ ArpTableMount::ArpTableMount(const Kel::Ptr<Mount>& mount) : ArpTableMount(Kel::
 
 ArpTableMount::ArpTableMount(Kel::Ptr<TableFollower> follower)
     : follower_(std::move(follower)),
+      arp_(follower_, TableId::arp),
+      neighbor_(follower_, TableId::neighbor),
       following_(Kel::makePtr<Following>()),
       arpKeys_(Kel::makePtr<Keys>()),
       neighborKeys_(Kel::makePtr<Keys>()) {
@@ -63,7 +60,7 @@ ArpTableMount::~ArpTableMount() {
 void ArpTableMount::tellKey(TableId table, const std::string& bytes) const {
   ArpKey key;
   if (const auto* what = Arp::Table::decodeKey(table, bytes, key)) {
-    corruptionDetected(damage(table, bytes, what));
+    corruptionDetected(reader(table).damage(bytes, what));
     return;
   }
   tell<Notifiee>(*this, arpTableMountTrace, [&](Notifiee& reactor) {
@@ -73,62 +70,23 @@ void ArpTableMount::tellKey(TableId table, const std::string& bytes) const {
 
 ArpTableMount::ArpEntry ArpTableMount::entry(TableId table, const ArpKey& key) const {
   if (Arp::Table::tableOf(key.addr) != table || !Arp::Table::isStorable(key)) return {};
-  auto view = snapshot();
-  if (!view) return {};
-  const auto bytes = Arp::Table::encodeKey(key);
-  const auto value = view->get(table, bytes);
-  if (!value) return {};
+  if (!isReadable()) return {};
   ArpEntry entry{key, {}, {}};
-  if (const auto* what = Arp::Table::decodeValue(*value, entry)) throw damage(table, bytes, what);
-  return entry;
+  const bool isThere = reader(table).get(Arp::Table::encodeKey(key),
+                                         [&](Bytes value) { return Arp::Table::decodeValue(value, entry); });
+  return isThere ? entry : ArpEntry();
 }
 
 void ArpTableMount::walk(TableId table, const VrfId& vrfId, const Visit& visit) const {
-  if (!isStorable(vrfId)) return;
-  const auto view = snapshot();
-  if (!view) return;
+  if (!isStorable(vrfId) || !isReadable()) return;
   const auto vrf = encodeVrf(vrfId);
-  std::vector<CorruptionDetectedException> met;
-  const auto take = [&](const Scan& scan) {
-    if (!scan.key().starts_with(vrf)) return false;
+  reader(table).walk(vrf, vrf, [&](const Scan& scan, bool&) {
     ArpEntry entry;
     const auto* what = Arp::Table::decodeKey(table, scan.key(), entry.key);
     if (!what) what = Arp::Table::decodeValue(scan.value(), entry);
-    if (what) {
-      met.push_back(damage(table, scan.key(), what));
-    } else {
-      visit(entry);
-    }
-    return true;
-  };
-  scanAround(*view, table, vrf, take, [&](const std::string& key, const CorruptionDetectedException& found) {
-    if (!key.starts_with(vrf)) return false;
-    met.push_back(found);
-    return true;
+    if (!what) visit(entry);
+    return what;
   });
-  if (met.empty()) return;
-  for (auto other = met.begin() + 1; other != met.end(); ++other) corruptionDetected(*other);
-  throw CorruptionDetectedException(met.front());
-}
-
-std::optional<Snapshot> ArpTableMount::snapshot() const {
-  const auto& mount = follower_->mount();
-  if (mount->state() != Mount::State::ready) return std::nullopt;
-  try {
-    auto view = mount->snapshot();
-    obstacle_.clear();
-    return view;
-  } catch (const StoreException& error) {
-    if (obstacle_ != error.what()) {
-      QTRACE(arpTableMountTrace, 0) << "neighbours not read: " << error.what();
-    }
-    obstacle_ = error.what();
-    return std::nullopt;
-  }
-}
-
-CorruptionDetectedException ArpTableMount::damage(TableId table, Bytes key, const char* what) const {
-  return {follower_->mount()->directory(), tableInfo(table).name, printableKey(key), what};
 }
 
 }  // namespace Quillo

@@ -6,8 +6,8 @@
 //   after each refresh of the mount, as a task:  while (table->step(100)) ... yield if you should ...
 //
 // It holds no entries: each lookup and each walk reads the store as it is at that moment. While there is no store to
-// read there are no entries, and that is traced when it is not the mount's own state. Nothing but
-// Pesk::CorruptionDetectedException is thrown.
+// read there are no entries. When there is one that takes no further reader now, a lookup throws StoreException, and
+// the table is told once it can be read again.
 //
 // Between the moment at which a publisher begins a new store and the end of its first pass, reads see what is there
 // already, and no handler is called. Its end is told as one change (`handleTable`).
@@ -15,7 +15,7 @@
 #include <string>
 
 #include "quillo/ArpTable.h"
-#include "quillo/TableFollower.h"
+#include "quillo/VrfTableReader.h"
 
 namespace Quillo {
 
@@ -53,17 +53,18 @@ class ArpTableMount final : public Arp::Table::Status {
   class Following;
   class Keys;
 
+  const VrfTableReader& reader(TableId table) const { return table == TableId::arp ? arp_ : neighbor_; }
+  bool isReadable() const { return follower_->mount()->state() == Mount::State::ready; }
   ArpEntry entry(TableId table, const ArpKey& key) const;
   void walk(TableId table, const VrfId& vrfId, const Visit& visit) const;
-  std::optional<Snapshot> snapshot() const;
-  Pesk::CorruptionDetectedException damage(TableId table, Bytes key, const char* what) const;
   void tellKey(TableId table, const std::string& bytes) const;
 
   Kel::Ptr<TableFollower> follower_;
+  VrfTableReader arp_;
+  VrfTableReader neighbor_;
   Kel::Ptr<Following> following_;
   Kel::Ptr<Keys> arpKeys_;
   Kel::Ptr<Keys> neighborKeys_;
-  mutable std::string obstacle_;  // the latest that was traced
 };
 
 }  // namespace Quillo

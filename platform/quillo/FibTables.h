@@ -2,7 +2,9 @@
 // The shared tables of routes and FECs of one VRF, as their readers see them.
 //
 // Reads see a table as it is at that moment. A lookup or a walk may throw Pesk::CorruptionDetectedException, which
-// the caller passes to `corruptionDetected`. Notifications have no content: who is told of a key looks it up.
+// the caller passes to `corruptionDetected`. While a table cannot be read at all it may throw StoreException; the caller
+// then leaves things as they are, and `onTable` is told once the table can be read again. Notifications have no content:
+// who is told of a key looks it up.
 
 #include <cstdint>
 #include <functional>
@@ -10,6 +12,7 @@
 #include "kel/Notifier.h"
 #include "quillo/Corruption.h"
 #include "quillo/Fec.h"
+#include "quillo/StoreException.h"
 #include "vantu/Ip6Prefix.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteTypes.h"

@@ -154,11 +154,22 @@ const std::string& Mount::directory() const {
 }
 
 bool Mount::refresh() {
+  turnEnds();
   return impl_->refresh();
 }
 
 Snapshot Mount::snapshot() {
   return Snapshot(impl_->view());
+}
+
+std::shared_ptr<Snapshot> Mount::turnSnapshot() {
+  if (turn_) return turn_;
+  auto taken = std::make_shared<Snapshot>(snapshot());
+  if (turnBegins_) {
+    turn_ = taken;
+    turnBegins_();
+  }
+  return taken;
 }
 
 int Mount::doorbellFd() const {
@@ -174,10 +185,11 @@ PublisherInfo Mount::publisher() const {
 }
 
 void Mount::corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
-  impl_->corruptionDetected(damage.what());
+  corruptionDetected(std::string(damage.what()));
 }
 
 void Mount::corruptionDetected(const std::string& message) {
+  turnEnds();
   impl_->corruptionDetected(message);
 }
 

@@ -17,6 +17,7 @@
 // is no fallback for a user who may not write it: the mount says so (`refused`) and tries again with each refresh.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -67,6 +68,15 @@ class Mount : public Kel::PtrInterface {
   // Pesk::CorruptionDetectedException. Snapshots that live at the same time share one view.
   Snapshot snapshot();
 
+  // The same snapshot for all who look something up in one turn of the event loop, so that a lookup costs no read
+  // transaction of its own. It ends with turnEnds(), with refresh(), and when damage is reported. Use it at once and
+  // keep nothing of it. Throws as snapshot() does.
+  std::shared_ptr<Snapshot> turnSnapshot();
+  // `begins` is called whenever such a snapshot is taken, and sees to it that turnEnds() is called before the process
+  // waits again. Until it is set, turnSnapshot() gives each caller one of its own. It must not throw.
+  void turnBeginsIs(std::function<void()> begins) { turnBegins_ = std::move(begins); }
+  void turnEnds() { turn_ = nullptr; }
+
   // Readable when the publisher committed, or when the store came, went or was replaced. -1 when the system has no
   // watch left to give: then only the poll remains. The number never changes during the life of the mount.
   int doorbellFd() const;
@@ -83,6 +93,8 @@ class Mount : public Kel::PtrInterface {
 
  private:
   std::unique_ptr<MountImpl> impl_;
+  std::shared_ptr<Snapshot> turn_;
+  std::function<void()> turnBegins_;
 };
 
 }  // namespace Quillo

@@ -41,17 +41,17 @@ bool TableFollower::step(std::size_t limit, const Bookmark* other) {
 }
 
 TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other) {
-  const auto snapshot = mount_->snapshot();
-  const auto head = snapshot.bookmark();
+  auto snapshot = mount_->turnSnapshot();
+  const auto head = snapshot->bookmark();
   const auto sameStore = [&head](const Bookmark& mark) {
     return mark.generation == head.generation && mark.epoch == head.epoch;
   };
   if (other && !sameStore(*other)) return {};
   const auto last = other ? std::min(other->seq, head.seq) : head.seq;
   if (sameStore(mark_) && mark_.seq >= last) return {};
-  auto changes = snapshot.changesSince(mark_, limit);
+  auto changes = snapshot->changesSince(mark_, limit);
   if (changes.tooOld) {
-    const auto pass = snapshot.completePass();
+    const auto pass = snapshot->completePass();
     if (!pass || pass->seq > last) return {};
   }
   if (mark_.generation != head.generation) known_.clear();
@@ -62,7 +62,7 @@ TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other
     changes.more = false;
     while (!list.empty() && list.back().seq > last) list.pop_back();
   }
-  return {changes.tooOld, changes.more, std::move(list)};
+  return {std::move(snapshot), changes.tooOld, changes.more, std::move(list)};
 }
 
 void TableFollower::tellAnew() {
@@ -88,21 +88,30 @@ void TableFollower::tellKeys(const std::vector<Change>& changes) {
   }
 }
 
-void TableFollower::corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
+std::shared_ptr<Snapshot> TableFollower::snapshot() {
+  try {
+    return mount_->turnSnapshot();
+  } catch (const StoreException&) {
+    mark_.epoch = 0;  // no epoch of a mount
+    throw;
+  }
+}
+
+void TableFollower::corruptionDetected(const std::string& message) {
   if (!viewIsReadable()) {
-    mount_->corruptionDetected(damage);
+    mount_->corruptionDetected(message);
     return;
   }
   constexpr std::size_t mostRemembered = 10'000;
   if (known_.size() >= mostRemembered) known_.clear();
-  if (known_.insert(damage.what()).second) unreported_.emplace_back(damage.what());
+  if (known_.insert(message).second) unreported_.push_back(message);
 }
 
 // True as well when there is no view to be had: that is known elsewhere.
 bool TableFollower::viewIsReadable() const {
   if (mount_->state() != Mount::State::ready) return true;
   try {
-    return isReadable(mount_->snapshot());
+    return isReadable(*mount_->turnSnapshot());
   } catch (const Pesk::CorruptionDetectedException&) {
     return false;
   } catch (const StoreException&) {

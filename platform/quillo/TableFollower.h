@@ -59,8 +59,8 @@ class TableFollower : public Kel::Notifier {
   // Always the same for a table.
   Kel::Ptr<const TableKeys> keys(TableId table);
 
-  // Takes in at most `limit` (at least 1) changes of the journal, whatever their tables, and calls the reactors, with
-  // no snapshot held. True while more remains. Never throws: damage is reported to the mount, after which the tables
+  // Takes in at most `limit` (at least 1) changes of the journal, whatever their tables, and calls the reactors. The
+  // snapshot is held meanwhile, so what they look up is there to be read. True while more remains. Never throws: damage is reported to the mount, after which the tables
   // are told; what reactors throw is traced at level 0. Neither step nor the mount's refresh may be called from a
   // reactor.
   bool step(std::size_t limit) { return step(limit, nullptr); }
@@ -73,10 +73,16 @@ class TableFollower : public Kel::Notifier {
   // with what else is met till then: the store is opened again once for all of it, and what can be read is read
   // meanwhile. A record that is damaged still after that is reported no more, or there would be no end of opening.
   // Damage to the whole view goes to the mount at once, each time.
-  void corruptionDetected(const Pesk::CorruptionDetectedException& damage);
+  void corruptionDetected(const Pesk::CorruptionDetectedException& damage) { corruptionDetected(damage.what()); }
+  void corruptionDetected(const std::string& message);
+
+  // A snapshot to look something up in (Mount::turnSnapshot). Throws StoreException when there is none to be had; then
+  // the tables are told once the store can be read again, so that nobody has to keep account of what it failed to read.
+  std::shared_ptr<Snapshot> snapshot();
 
  private:
   struct Turn {
+    std::shared_ptr<Snapshot> snapshot;
     bool anew = false;
     bool more = false;
     std::vector<Change> changes;
