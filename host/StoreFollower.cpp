@@ -10,6 +10,7 @@ static Kel::TraceHandle storeFollowerTrace("StoreFollower");
 namespace {
 
 // Lower runs first: what managers wait to see goes before housekeeping.
+constexpr int turnEndPriority = 0;
 constexpr int followPriority = 1;
 constexpr int scrubPriority = 9;
 constexpr Kel::Seconds pollInterval = 1.0;
@@ -27,7 +28,10 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
       manager_(Kel::makePtr<Varnix::EntityManager>(root->dirIs("Varnix"), mount_)),
       tables_(Kel::makePtr<Quillo::TableFollower>(mount_)),
       arpTable_(Kel::makePtr<Quillo::ArpTableMount>(tables_)),
+      tableMount_(Kel::makePtr<KelQuillo::StoreMount>(tables_, tree().vrfNameStatus)),
       scrubber_(mount_),
+      turnEndTask_(Kel::makePtr<Brev::Task>(scheduler, "store turn end", turnEndPriority,
+                                            [this](Brev::Task&) { mount_->turnEnds(); })),
       followTask_(Kel::makePtr<Brev::Task>(scheduler, "store changes", followPriority,
                                            [this](Brev::Task& task) { follow(task); })),
       pollTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store poll", followPriority,
@@ -36,6 +40,7 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
                                           [this](Brev::Task& task) { scrub(task); })),
       scrubTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store scrub timer", scrubPriority,
                                                 [this](Brev::Task&) { scrubTask_->scheduleTask(); })) {
+  mount_->turnBeginsIs([this] { turnEndTask_->scheduleTask(); });
   if (mount_->doorbellFd() >= 0) loop_.addFd(mount_->doorbellFd(), [this] { followTask_->scheduleTask(); });
   pollTimer_->scheduleTaskPeriodic(pollInterval);
   scrubTimer_->scheduleTaskPeriodic(scrubInterval);
@@ -43,6 +48,8 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
 }
 
 StoreFollower::~StoreFollower() {
+  mount_->turnBeginsIs({});
+  mount_->turnEnds();
   if (mount_->doorbellFd() >= 0) loop_.removeFd(mount_->doorbellFd());
 }
 

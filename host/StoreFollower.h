@@ -6,12 +6,16 @@
 // The doorbell wakes it, and a poll once a second in case a wake-up was lost. An idle task looks over the whole
 // store once a minute for damage that no lookup can see. What it waits for, or what is wrong, is one line in the
 // log when it changes.
+//
+// Whoever reads the store in one turn of the loop shares one snapshot. It goes first thing in the turn that follows at
+// once: a task that is queued keeps the loop from waiting.
 
 #include "brev/TimerTask.h"
 #include "host/EventLoop.h"
 #include "quillo/ArpTableMount.h"
 #include "quillo/Scrubber.h"
 #include "varnix/EntityManager.h"
+#include "varnix/QuilloMount.h"
 
 namespace Host {
 
@@ -27,6 +31,8 @@ class StoreFollower {
   const Varnix::Tree& tree() const { return manager_->tree(); }
   const Kel::Ptr<Varnix::EntityManager>& manager() const { return manager_; }
   const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
+  // The routes and FECs of each VRF, at their paths.
+  const Kel::Ptr<KelQuillo::Mount>& tables() const { return tableMount_; }
 
  private:
   void follow(Brev::Task& task);
@@ -39,8 +45,10 @@ class StoreFollower {
   Kel::Ptr<Varnix::EntityManager> manager_;
   Kel::Ptr<Quillo::TableFollower> tables_;  // one for all tables: they share a journal
   Kel::Ptr<Quillo::ArpTableMount> arpTable_;
+  Kel::Ptr<KelQuillo::Mount> tableMount_;
   Quillo::Scrubber scrubber_;
   Kel::String reported_;
+  Kel::Ptr<Brev::Task> turnEndTask_;
   Kel::Ptr<Brev::Task> followTask_;
   Kel::Ptr<Brev::TimerTask> pollTimer_;
   Kel::Ptr<Brev::Task> scrubTask_;

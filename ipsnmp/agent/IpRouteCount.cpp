@@ -31,8 +31,8 @@ void IpRouteTableSm::doCountRoutes() {
     const auto prefix = at->first;
     try {
       routeCountTempValueInc(rowCount(Vantu::Prefix(prefix)));
-    } catch (const Kel::RangeException&) {
-      // The next pass begins anew.
+    } catch (const Kel::Exception&) {
+      // A prefix that is none, or tables that cannot be read now: the next pass begins anew.
       routeCountBookmarkIs(Vantu::IpAddrWithMask());
       throw;
     }

@@ -41,7 +41,7 @@ TEST(DocumentPublisher, writesExactlyWhatChanged) {
   const Vantu::IntfId eth0("eth0");
   EXPECT_TRUE(writer.documents.pending());
   EXPECT_EQ(writer.documents.publishAll().changes,
-            4u);  // routing/config, routing6/config, vrf/id/status, vrf/name/status
+            5u);  // routing/config, routing6/config, vrf/id/status, vrf/name/status, forwarding/fecmode
   EXPECT_FALSE(writer.documents.pending());
   EXPECT_EQ(writer.documents.publish().changes, 0u);
 
@@ -169,7 +169,7 @@ TEST(DocumentPublisher, whatDoesNotFitIsLeftOutAndTheRestWritten) {
   const std::string longName(600, 'v');
   writer.tree.routingVrfConfigDir->vrfConfigIs(longName)->routingIs(true);
   writer.tree.routingVrfConfigDir->vrfConfigIs("red")->routingIs(true);
-  EXPECT_EQ(writer.documents.publishAll().changes, 5u);
+  EXPECT_EQ(writer.documents.publishAll().changes, 6u);
   EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("not published")));
   writer.tree.routingVrfConfigDir->vrfConfigDel(longName);
   writer.documents.publish();

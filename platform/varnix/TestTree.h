@@ -95,6 +95,8 @@ inline const std::vector<Kel::Datum>& someValues() {
       Datum("operStatusDown"),
       Datum("vrfStateActive"),
       Datum("vrfStateDeleting"),
+      Datum("fecModePerVrf"),
+      Datum("fecModeUnified"),
       Datum(Datum::Object{}),
       Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}}),
       Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}, {"10.3.0.1/8", Datum(true)}}),

@@ -42,7 +42,8 @@ Tree::Tree(Kel::Ptr<Kel::Dir> top)
       allVrfStatusGlobal(make<Ip::AllVrfStatusGlobal>(root, "ip/vrf/global")),
       allVrfStatusLocal(make<Ip::AllVrfStatusLocal>(root, "ip/vrf/local")),
       vrfIdStatus(make<Vrf::VrfIdMap::Status>(root, "vrf/id/status")),
-      vrfNameStatus(make<Vrf::VrfIdMap::NameToIdMapWrapper>(root, "vrf/name/status")) {
+      vrfNameStatus(make<Vrf::VrfIdMap::NameToIdMapWrapper>(root, "vrf/name/status")),
+      fecModeStatus(make<Quillo::Fib::FecModeStatus>(root, "forwarding/fecmode")) {
 }
 
 std::vector<OpenDir> Tree::openDirs() const {

@@ -21,11 +21,13 @@
 // | ip/vrf/local        | Ip::AllVrfStatusLocal                     |
 // | vrf/id/status       | Vrf::VrfIdMap::Status                     |
 // | vrf/name/status     | Vrf::VrfIdMap::NameToIdMapWrapper         |
+// | forwarding/fecmode  | Quillo::Fib::FecModeStatus                |
 
 #include <string>
 #include <vector>
 
 #include "kel/Dir.h"
+#include "varnix/FecModeStatus.h"
 #include "varnix/Interface.h"
 #include "varnix/Ip.h"
 #include "varnix/Ip6.h"
@@ -65,6 +67,7 @@ struct Tree {
   Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;
   Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus;
   Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> vrfNameStatus;
+  Kel::Ptr<Quillo::Fib::FecModeStatus> fecModeStatus;
 
   // Makes the entities in `root` (the directory "Varnix" of an agent, or a publisher's nameless one).
   explicit Tree(Kel::Ptr<Kel::Dir> root);

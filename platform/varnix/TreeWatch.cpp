@@ -170,6 +170,9 @@ struct OnVrfIds : Watcher<Vrf::VrfIdMap::Status> {
 struct OnVrfNames : Watcher<Vrf::VrfIdMap::NameToIdMapWrapper> {
   ON_VALUES(L3::VrfName, VrfId)
 };
+struct OnFecMode : Watcher<Quillo::Fib::FecModeStatus> {
+  ON_ATTRIBUTE(FecMode)
+};
 
 #undef ON_ATTRIBUTE
 #undef ON_VALUES
@@ -197,6 +200,7 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   entityIs<OnAllVrfLocal>(tree.allVrfStatusLocal);
   entityIs<OnVrfIds>(tree.vrfIdStatus);
   entityIs<OnVrfNames>(tree.vrfNameStatus);
+  entityIs<OnFecMode>(tree.fecModeStatus);
 }
 
 template <class WatcherType, class T>

@@ -1,0 +1,3 @@
+#include "varnix/FecModeStatus.h"
+
+KEL_TYPE_DEFINE(Quillo::Fib::FecModeStatus)
