@@ -57,6 +57,8 @@ void AgentTree::wire(const Varnix::Tree& varnix) {
   ipRoot_->ip6StatusIs(varnix.ip6Status);
   ipRoot_->intfStatusDirIs(varnix.intfStatusDir);
   ipRoot_->ipMibIs(ipMib_);
+  ipMib_->ipSwFwdStatsIs(Ip::ipVersion4, L3::VrfName::defaultName);
+  ipMib_->ipSwFwdStatsIs(Ip::ipVersion6, L3::VrfName::defaultName);
   ipRoot_->ipForwardMibIs(ipForwardMib_);
   ipRoot_->fibStatsMibIs(fibStatsMib_);
   Kel::callOperation(*ipRoot_, "ipAddressTableSmIs",

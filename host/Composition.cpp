@@ -1,8 +1,24 @@
 #include "host/Composition.h"
 
+#include <utility>
+
+#include "host/AgentLog.h"
 #include "snmp/ConfigTokens.h"
+#include "swfwdstats/SwFwdStats.h"
 
 namespace Host {
+
+namespace {
+
+// Once a process, however often what it serves is composed anew.
+void tellOfKernelIpHeader() {
+  static bool isTold = false;
+  if (std::exchange(isTold, true)) return;
+  const auto advice = Ip::kernelIpHeaderAdvice();
+  if (!advice.empty()) agentLog(LOG_WARNING, advice);
+}
+
+}  // namespace
 
 // Passes the state database's readiness on to those who wait for the agent's.
 class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
@@ -29,6 +45,7 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
   readyWatcher_->notifierIs(follower_.manager());
   scheduler_->requestWaitsIs([&loop] { return loop.requestWaiting(); });
   loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
+  tellOfKernelIpHeader();
   contexts_.enter("");
   vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm());
 }

@@ -1,3 +1,97 @@
 #include "swfwdstats/SwFwdStats.h"
 
+#include "kel/Trace.h"
+#include "snmp/SnmpUtil.h"
+#include "swfwdstats/FwdStatsBogon.h"
+#include "swfwdstats/KernelStats.h"
+#include "vantu/NetNs.h"
+
 KEL_TYPE_DEFINE(Ip::SwFwdStats)
+KEL_TYPE_DEFINE(Ip::FwdStatsBogon)
+
+namespace Ip {
+namespace {
+
+Kel::TraceHandle swFwdStatsTrace("IpSwFwdStats");
+
+bool takesAnyIpHeader() {
+  return SnmpUtil::getSnmpConfig()->takesAnyKernelIpHeader();
+}
+
+// Inside the namespace of a VRF while it lives.
+class InVrf {
+ public:
+  InVrf(const SwFwdStats& stats, const L3::VrfName& vrf) : stats_(stats), isElsewhere_(!vrf.isDefault()) {
+    if (isElsewhere_) stats_.setNs(vrf.stringValue());
+  }
+  ~InVrf() {
+    if (!isElsewhere_) return;
+    try {
+      stats_.setNs(L3::VrfName::defaultName);
+    } catch (const Kel::Exception& error) {
+      // Nothing may go on in a namespace where it does not belong.
+      KEL_ASSERT_TEXT(false, error.what());
+    }
+  }
+  InVrf(const InVrf&) = delete;
+  InVrf& operator=(const InVrf&) = delete;
+
+ private:
+  const SwFwdStats& stats_;
+  const bool isElsewhere_;
+};
+
+}  // namespace
+
+std::uint64_t SwFwdStats::inForwDatagrams() const {
+  doFreshen();
+  return data_.forwDatagrams + data_.inNoRoutes;
+}
+
+std::uint64_t SwFwdStats::fragReqds() const {
+  doFreshen();
+  return data_.fragOKs + data_.fragFails;
+}
+
+std::uint64_t SwFwdStats::outTransmits() const {
+  doFreshen();
+  return data_.forwDatagrams + data_.outRequests - data_.fragFails - data_.outNoRoutes - data_.outDiscards -
+         data_.fragOKs + data_.fragCreates;
+}
+
+void SwFwdStats::doFreshen() const {
+  if (Kel::System::currentTime() - lastUpdate_ > freshness) doRead();
+}
+
+void SwFwdStats::setNs(const Kel::Name& vrfName) const {
+  Vantu::setNsByName(Vantu::nsNameOfVrf(vrfName).c_str());
+}
+
+void SwFwdStats::doRead() const {
+  if (ipVersion() != ipVersion4 && ipVersion() != ipVersion6) return;
+  SwFwdStatsData fresh = data_;
+  try {
+    const InVrf inside(*this, vrf_);
+    if (!read(fresh)) return;
+  } catch (const Kel::Exception& error) {
+    QTRACE(swFwdStatsTrace, 0) << error.what();
+    return;
+  }
+  data_ = fresh;
+  lastUpdate_ = Kel::System::currentTime();
+}
+
+bool SwFwdStats::read(SwFwdStatsData& data) const {
+  if (ipVersion() == ipVersion6) return readKernelIp6(data);
+  return readKernelIp4(data, takesAnyIpHeader() ? IpHeader::any : IpHeader::strict);
+}
+
+Kel::Ptr<SwFwdStats> swFwdStatsFactory(Ip::IpVersion ipVersion, Kel::Name vrfName) {
+  return Kel::makePtr<SwFwdStats>(ipVersion, std::move(vrfName));
+}
+
+Kel::String kernelIpHeaderAdvice() {
+  return takesAnyIpHeader() ? Kel::String() : adviceOnIpHeader();
+}
+
+}  // namespace Ip

@@ -28,4 +28,9 @@ void Config::storeDirectoryIs(const Kel::String& directory) {
   storeDirectory_ = directory;
 }
 
+void Config::kernelIpHeaderIs(const Kel::String& word) {
+  if (word != "any" && word != "strict") throw Kel::RangeException("'" + word + "' is neither any nor strict");
+  takesAnyKernelIpHeader_ = word == "any";
+}
+
 }  // namespace Snmp

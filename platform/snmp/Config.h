@@ -28,9 +28,16 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a path that is not absolute.
   void storeDirectoryIs(const Kel::String& directory);
 
+  // Whether a header line of the kernel's IPv4 statistics that is longer than expected is taken, if it begins with the
+  // expected names (Ip::SwFwdStats).
+  bool takesAnyKernelIpHeader() const { return takesAnyKernelIpHeader_; }
+  // "any" or "strict". Throws Kel::RangeException for another word.
+  void kernelIpHeaderIs(const Kel::String& word);
+
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
+  bool takesAnyKernelIpHeader_ = false;
 };
 
 }  // namespace Snmp

@@ -48,6 +48,10 @@ void store(const char* token, char* line) {
   parse(token, [&] { state().config->storeDirectoryIs(line); });
 }
 
+void kernelIpHeader(const char* token, char* line) {
+  parse(token, [&] { state().config->kernelIpHeaderIs(line); });
+}
+
 void trace(const char* token, char* line) {
   parse(token, [&] { Kel::TraceConfig::levelsAre(line); });
 }
@@ -83,12 +87,14 @@ void registerConfigTokens() {
   reset();
   register_app_config_handler("quorinDisableObjects", disableObjects, reset, "GROUP...   (groups: route-tables)");
   register_app_config_handler("quorinStore", store, nullptr, "DIR");
+  register_app_config_handler("quorinKernelIpHeader", kernelIpHeader, nullptr, "strict | any");
   register_app_config_handler("quorinTrace", trace, nullptr, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)");
   register_app_config_handler("quorinTraceOutput", traceOutput, nullptr, "stderr | syslog | FILE");
 }
 
 void unregisterConfigTokens() {
-  for (const char* token : {"quorinDisableObjects", "quorinStore", "quorinTrace", "quorinTraceOutput"}) {
+  for (const char* token :
+       {"quorinDisableObjects", "quorinStore", "quorinKernelIpHeader", "quorinTrace", "quorinTraceOutput"}) {
     unregister_app_config_handler(token);
   }
 }

@@ -4,13 +4,13 @@
 //   quorinDisableObjects GROUP...              object groups not to serve (Snmp::Config::objectGroups); takes
 //                                              effect when a context is entered
 //   quorinStore DIR                            the directory of the store, an absolute path
+//   quorinKernelIpHeader strict | any          whether a longer header of the kernel's IPv4 statistics is taken
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
-// A token may stand more than once; its lines add up, save quorinStore and quorinTraceOutput, whose last line
-// counts. A wrong value
-// gives one line in the agent's log that names file, line and fault, and is left out; the rest is in effect. When
-// the configuration is read again, all settings go back to their defaults first.
+// A token may stand more than once; the lines of quorinDisableObjects and quorinTrace add up, of the others the last
+// one counts. A wrong value gives one line in the agent's log that names file, line and fault, and is left out; the
+// rest is in effect. When the configuration is read again, all settings go back to their defaults first.
 
 #include "kel/String.h"
 #include "kel/Trace.h"

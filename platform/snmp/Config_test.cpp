@@ -76,6 +76,17 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
   EXPECT_TRUE(SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables"));
 }
 
+TEST_F(ConfigTest, kernelIpHeaderIsStrictUnlessTheLastLineSaysAny) {
+  const auto takesAny = [] { return SnmpUtil::getSnmpConfig()->takesAnyKernelIpHeader(); };
+  EXPECT_FALSE(takesAny());
+  read("quorinKernelIpHeader any\nquorinKernelIpHeader some\n");
+  EXPECT_TRUE(takesAny());
+  ASSERT_EQ(logged().size(), 1U);
+  EXPECT_THAT(logged()[0], HasSubstr("line 2: Error: quorinKernelIpHeader: 'some' is neither any nor strict"));
+  read("quorinKernelIpHeader any\nquorinKernelIpHeader strict\n");
+  EXPECT_FALSE(takesAny());
+}
+
 TEST_F(ConfigTest, traceLevelsAndOutputFollowTheFile) {
   const std::string traceFile = path() + ".trace";
   read("quorinTraceOutput " + traceFile + "\nquorinTrace ConfigTest*/0,2\n");

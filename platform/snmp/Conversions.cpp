@@ -79,6 +79,15 @@ int SnmpObjectIdentifierToAsnOidF(const Snmp::ObjectIdentifier& value, unsigned 
   return write(words.data(), words.size_bytes(), buffer, length);
 }
 
+int U64ToCounter32F(std::uint64_t value, unsigned char* buffer, int length) {
+  return U32ToAsnUnsignedF(static_cast<unsigned int>(value), buffer, length);
+}
+
+int U64ToCounter64F(std::uint64_t value, unsigned char* buffer, int length) {
+  const counter64 halves{static_cast<u_long>(value >> 32), static_cast<u_long>(value & 0xFFFFFFFFU)};
+  return write(&halves, sizeof(halves), buffer, length);
+}
+
 int AsnIntegerToS32(void* value) {
   const auto& from = variable(value);
   if (from.type != ASN_INTEGER) wrongType(from, "INTEGER");

@@ -3,7 +3,8 @@
 //
 // To an ASN value: (value, buffer, size of the buffer in bytes) -> number of bytes written, or -1, with nothing
 // written, when they do not fit. The bytes are what `Snmp::varbindValueIs` takes (snmp/Varbind.h): INTEGER and
-// the unsigned types as the host's 32-bit integer, OBJECT IDENTIFIER as 32-bit words, one a sub-identifier.
+// the unsigned types as the host's 32-bit integer, Counter64 as net-snmp's `struct counter64`, OBJECT IDENTIFIER as
+// 32-bit words, one a sub-identifier.
 //
 // From an ASN value: `value` points to a `netsnmp_variable_list`. All throw Kel::RangeException, saying what is
 // wrong, for a value of another type, of another length or outside the range of the result.
@@ -25,6 +26,13 @@ int SnmpObjectIdentifierToAsnOidF(const Snmp::ObjectIdentifier& value, unsigned 
 // A time of the framework's clock as TimeTicks: sysUpTime of this agent at that time, in hundredths of a second,
 // modulo 2^32. 0 for a time before the agent's start.
 int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int length);
+// The same for a time that another process took: the clocks of all count from UTC.
+int UtcSecondsToUptimeTimeTicks(Kel::Seconds time, unsigned char* buffer, int length);
+// A duration in hundredths of a second, modulo 2^32; 0 for a negative one.
+int SecondsToTimeTicksF(Kel::Seconds duration, unsigned char* buffer, int length);
+// Modulo 2^32, as a Counter32 counts.
+int U64ToCounter32F(std::uint64_t value, unsigned char* buffer, int length);
+int U64ToCounter64F(std::uint64_t value, unsigned char* buffer, int length);
 
 int AsnIntegerToS32(void* value);
 // An INTEGER that was read from an index, where a number is a sub-identifier: 0 to 2^32-1.

@@ -102,6 +102,23 @@ TEST(Conversions, numbersOfAnIndexHaveNoSign) {
   EXPECT_THROW(AsnIntegerToU32(raw(ASN_OCTET_STR, "abcd", 4).get()), Kel::RangeException);
 }
 
+TEST(Conversions, countersOf64BitsAndDurations) {
+  for (const auto& [value, low] : {std::pair{0xFFFFFFFFULL, 0xFFFFFFFFU}, {0x100000002ULL, 2U}, {~0ULL, ~0U}}) {
+    unsigned counter = 7;
+    EXPECT_EQ(U64ToCounter32F(value, reinterpret_cast<unsigned char*>(&counter), 4), 4);
+    EXPECT_EQ(counter, low);
+    counter64 halves{};
+    EXPECT_EQ(U64ToCounter64F(value, reinterpret_cast<unsigned char*>(&halves), 1024), int{sizeof(halves)});
+    EXPECT_EQ(halves.high << 32 | halves.low, value);
+    EXPECT_LT(U64ToCounter64F(value, reinterpret_cast<unsigned char*>(&halves), sizeof(halves) - 1), 0);
+  }
+  for (const auto& [seconds, ticks] : {std::pair{0.0, 0U}, {-1.0, 0U}, {12.349, 1234U}, {42949673.0, 4U}}) {
+    unsigned value = 7;
+    EXPECT_EQ(SecondsToTimeTicksF(seconds, reinterpret_cast<unsigned char*>(&value), 4), 4);
+    EXPECT_EQ(value, ticks);
+  }
+}
+
 TEST(Conversions, timesBecomeUpTime) {
   timeval start;
   gettimeofday(&start, nullptr);

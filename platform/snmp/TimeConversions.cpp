@@ -30,8 +30,16 @@ Kel::Seconds agentStart() {
 
 }  // namespace
 
-int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int length) {
+int SecondsToTimeTicksF(Kel::Seconds duration, unsigned char* buffer, int length) {
   constexpr double tickCount = 4294967296.0;  // after which TimeTicks begin again
-  const double ticks = std::floor((time - agentStart()) * ticksPerSecond);
+  const double ticks = std::floor(duration * ticksPerSecond);
   return U32ToAsnUnsignedF(ticks > 0 ? static_cast<unsigned int>(std::fmod(ticks, tickCount)) : 0, buffer, length);
+}
+
+int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int length) {
+  return SecondsToTimeTicksF(time - agentStart(), buffer, length);
+}
+
+int UtcSecondsToUptimeTimeTicks(Kel::Seconds time, unsigned char* buffer, int length) {
+  return NowSecondsToUptimeTimeTicksF(time, buffer, length);
 }

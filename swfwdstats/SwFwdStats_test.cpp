@@ -1,0 +1,269 @@
+// Readings of files that the tests write in the place of the kernel's, and of the kernel's own in a namespace.
+
+#include "swfwdstats/SwFwdStats.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "kel/Trace.h"
+#include "swfwdstats/Counter.h"
+#include "swfwdstats/FwdStatsBogon.h"
+#include "swfwdstats/KernelStats.h"
+
+namespace Ip {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+const std::string names19 =
+    "Ip: Forwarding DefaultTTL InReceives InHdrErrors InAddrErrors ForwDatagrams InUnknownProtos InDiscards "
+    "InDelivers OutRequests OutDiscards OutNoRoutes ReasmTimeout ReasmReqds ReasmOKs ReasmFails FragOKs FragFails "
+    "FragCreates";
+const std::string values17 = "Ip: 1 64 101 102 103 104 105 106 107 108 109 110 111 112 113 114 115 116 117";
+const std::string ipExt = "IpExt: InNoRoutes InTruncatedPkts InMcastPkts OutMcastPkts InBcastPkts OutBcastPkts\n";
+const std::string netstat = "TcpExt: SyncookiesSent\nTcpExt: 9\n" + ipExt + "IpExt: 201 202 203 204 205 206 207\n";
+
+class SwFwdStatsTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    std::filesystem::create_directory(folder());
+    setenv("PROC_NET_SNMP", path("snmp").c_str(), 1);
+    setenv("PROC_NET_NETSTAT", path("netstat").c_str(), 1);
+    setenv("PROC_NET_SNMP6", path("snmp6").c_str(), 1);
+  }
+  static void TearDownTestSuite() { std::filesystem::remove_all(folder()); }
+  void SetUp() override {
+    for (const char* name : {"snmp", "netstat", "snmp6"}) std::filesystem::remove(path(name));
+    Kel::TraceConfig::levelsAre("IpSwFwdStats/0-9");
+    previous_ = Kel::TraceConfig::sinkIs([this](const auto&, unsigned level, const auto& text) {
+      lines_.push_back(std::to_string(level) + " " + text);
+    });
+    Kel::System::clockIs([this] { return now; });
+  }
+  void TearDown() override {
+    Kel::System::clockIs({});
+    Kel::TraceConfig::sinkIs(previous_);
+    Kel::TraceConfig::reset();
+  }
+
+  static std::string folder() { return ::testing::TempDir() + "quorin-swfwd-" + std::to_string(getpid()); }
+  static std::string path(const std::string& name) { return folder() + "/" + name; }
+  static void write(const char* name, const std::string& text) { std::ofstream(path(name)) << text; }
+  static void snmpIs(const std::string& header, const std::string& values = values17) {
+    write("snmp", header + "\n" + values + "\nIcmp: InMsgs\n");
+  }
+  std::vector<std::string> traced() { return std::exchange(lines_, {}); }
+
+  Kel::Seconds now = 1000;
+  Kel::Ptr<SwFwdStats> stats4 = swFwdStatsFactory(ipVersion4, "default");
+  Kel::Ptr<SwFwdStats> stats6 = swFwdStatsFactory(ipVersion6, "default");
+
+ private:
+  std::vector<std::string> lines_;
+  Kel::TraceConfig::Sink previous_;
+};
+
+TEST_F(SwFwdStatsTest, everyIpv4CounterHasItsPlaceInTheFiles) {
+  snmpIs(names19);
+  write("netstat", netstat);
+  EXPECT_EQ(stats4->inReceives(), 101u);
+  EXPECT_EQ(
+      Kel::print(stats4->data()),
+      "Value('Ip::SwFwdStatsData', ** {'inReceives': 101, 'inOctets': 0, 'inHdrErrors': 102, 'inAddrErrors': "
+      "103, 'forwDatagrams': 104, 'inUnknownProtos': 105, 'inDiscards': 106, 'inDelivers': 107, "
+      "'outRequests': 108, 'outDiscards': 109, 'outNoRoutes': 110, 'outOctets': 0, 'reasmTimeout': 111, "
+      "'reasmReqds': 112, 'reasmOKs': 113, 'reasmFails': 114, 'fragOKs': 115, 'fragFails': 116, "
+      "'fragCreates': 117, 'inNoRoutes': 201, 'inTruncatedPkts': 202, 'inMcastPkts': 203, 'inMcastOctets': 0, "
+      "'outMcastPkts': 204, 'outMcastOctets': 0, 'inBcastPkts': 205, 'outBcastPkts': 206})");
+  EXPECT_EQ(stats4->inForwDatagrams(), 305u);
+  EXPECT_EQ(stats4->fragReqds(), 231u);
+  EXPECT_EQ(stats4->outTransmits(), 104ULL + 108 - 116 - 110 - 109 - 115 + 117);
+  EXPECT_THAT(traced(), IsEmpty());
+}
+
+TEST_F(SwFwdStatsTest, everyIpv6CounterIsFoundByItsName) {
+  std::string file;
+  std::uint64_t value = 500;
+#define FILE_LINE(Class, field, snmp6Name) \
+  file += std::string(snmp6Name) + "   \t" + std::to_string(++value) + "\n";
+  SW_FWD_COUNTERS(FILE_LINE)
+#undef FILE_LINE
+  write("snmp6", file);
+  stats6->doFreshen();
+  value = 500;
+#define EXPECT_FIELD(Class, field, snmp6Name)            \
+  EXPECT_EQ(stats6->field(), ++value) << #field;         \
+  EXPECT_EQ(field##Counter.read(stats6->data()), value); \
+  EXPECT_EQ(field##Counter.name(), #field);
+  SW_FWD_COUNTERS(EXPECT_FIELD)
+#undef EXPECT_FIELD
+  EXPECT_EQ(stats6->inBcastPkts() + stats6->outBcastPkts(), 0u);
+  const auto lines = traced();
+  EXPECT_EQ(lines.size(), 50u);
+  EXPECT_EQ(lines[0], "1 stat is Ip6InReceives, value is 501");
+  EXPECT_EQ(lines[1], "8 setting inReceives (counter for stat string Ip6InReceives) to 501");
+}
+
+TEST_F(SwFwdStatsTest, namesThatAreNoCountersArePassedOverAndLargeValuesKept) {
+  write("snmp6",
+        "Ip6FragOK 1\nIp6FragOKs 4294967296\nIp6OutForwDatagrams 18446744073709551615\nIp6OutForwDatagrams_ 2\n"
+        "Ip6InReceivez 3\nip6InReceives 4\nIp6InReceives 5");
+  EXPECT_EQ(stats6->fragOKs(), 1ULL << 32);
+  EXPECT_EQ(stats6->forwDatagrams(), ~0ULL);
+  EXPECT_EQ(stats6->inReceives(), 5u) << "the last line needs no line end";
+  const auto lines = traced();
+  for (const char* name : {"Ip6FragOK", "Ip6OutForwDatagrams_", "Ip6InReceivez", "ip6InReceives"}) {
+    EXPECT_THAT(lines, Contains(std::string("8 no counter found for stat string ") + name));
+  }
+  EXPECT_EQ(counter("Ip6FragOKs", 9), nullptr);
+  EXPECT_EQ(counter("", 0), nullptr);
+  EXPECT_EQ(counter("Ip6FragOKsAndMore", 10), &fragOKsCounter);
+
+  write("snmp6", "Ip6InReceives 6\nIp6OutRequests none\nIp6FragOKs 7\n");
+  now += 1;
+  EXPECT_EQ(stats6->inReceives(), 6u);
+  EXPECT_EQ(stats6->outRequests(), 0u);
+  EXPECT_EQ(stats6->fragOKs(), 1ULL << 32) << "what the file does not tell stays";
+}
+
+TEST_F(SwFwdStatsTest, aHeaderOfAnotherLengthIsRefusedAtEveryAttempt) {
+  write("netstat", netstat);
+  snmpIs(names19.substr(0, 222));
+  EXPECT_EQ(stats4->inReceives(), 0u);
+  EXPECT_EQ(stats4->inReceives(), 0u);
+  EXPECT_THAT(traced(), ElementsAre("0 Header is 223", "0 Header is 223"));
+  snmpIs(names19 + "s");
+  EXPECT_EQ(stats4->inReceives(), 0u);
+  snmpIs(names19 + std::string(2000, 'x'));
+  EXPECT_EQ(stats4->inReceives(), 0u);
+  write("snmp", "");
+  EXPECT_EQ(stats4->inReceives(), 0u);
+  EXPECT_THAT(traced(), ElementsAre("0 Header is 225", "0 Header is 1024", "0 Header is 0"));
+  EXPECT_EQ(stats4->lastUpdate(), 0.0);
+  snmpIs(names19);
+  EXPECT_EQ(stats4->inReceives(), 101u);
+}
+
+TEST_F(SwFwdStatsTest, aLongerHeaderOfTheKnownNamesIsTakenOnRequest) {
+  write("netstat", netstat);
+  SwFwdStatsData data;
+  snmpIs(names19 + " OutTransmits", values17 + " 118");
+  EXPECT_FALSE(readKernelIp4(data, IpHeader::strict));
+  EXPECT_THAT(kernelIpHeaderAdvice(), HasSubstr("237 characters where 224 are expected"));
+  EXPECT_TRUE(readKernelIp4(data, IpHeader::any));
+  EXPECT_EQ(data.fragCreates, 117u);
+  for (const auto& header : {names19 + "s", "Ip: Other" + names19.substr(3), std::string("Ip: Forwarding")}) {
+    snmpIs(header);
+    EXPECT_FALSE(readKernelIp4(data, IpHeader::any)) << header;
+    EXPECT_EQ(kernelIpHeaderAdvice(), "");
+  }
+  snmpIs(names19);
+  EXPECT_TRUE(readKernelIp4(data, IpHeader::any));
+  EXPECT_EQ(kernelIpHeaderAdvice(), "");
+}
+
+TEST_F(SwFwdStatsTest, whatIsMissingLosesNothingThatWasRead) {
+  EXPECT_EQ(stats4->inReceives() + stats6->inReceives(), 0u);
+  snmpIs(names19);
+  EXPECT_EQ(stats4->inReceives(), 0u) << "without netstat nothing counts";
+  EXPECT_THAT(traced(), ElementsAre("0 Failed to open " + path("snmp"), "0 Failed to open " + path("snmp6"),
+                                    "0 Failed to open " + path("netstat")));
+  write("netstat", netstat);
+  EXPECT_EQ(stats4->inNoRoutes(), 201u);
+  now += 1;
+  snmpIs(names19, "Ip: 1 64 18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17");
+  write("netstat", ipExt + "TcpExt: 1\n");
+  EXPECT_EQ(stats4->inReceives(), ~0ULL);
+  EXPECT_EQ(stats4->inNoRoutes(), 201u) << "no values of IpExt: the old ones stay";
+  EXPECT_EQ(stats4->outBcastPkts(), 206u);
+  now += 1;
+  snmpIs(names19, "Ip: 1 64 1 2 3");
+  EXPECT_EQ(stats4->inReceives(), ~0ULL);
+  EXPECT_EQ(stats4->lastUpdate(), 1001.0);
+  EXPECT_THAT(traced(), Contains("0 Failed to read the values in " + path("snmp")));
+}
+
+TEST_F(SwFwdStatsTest, readsAgainWhenHalfASecondHasPassed) {
+  write("snmp6", "Ip6InReceives 1\nIp6OutRequests 1\n");
+  EXPECT_EQ(stats6->inReceives(), 1u);
+  write("snmp6", "Ip6InReceives 2\nIp6OutRequests 2\n");
+  now = 1000.5;
+  EXPECT_EQ(stats6->outRequests(), 1u);
+  EXPECT_EQ(stats6->lastUpdate(), 1000.0);
+  now = 1000.5009765625;
+  EXPECT_EQ(stats6->outTransmits(), 2u);
+  EXPECT_EQ(stats6->lastUpdate(), now);
+}
+
+TEST_F(SwFwdStatsTest, whatWasSentWrapsRound) {
+  write("snmp6", "Ip6OutForwDatagrams 1\nIp6FragFails 2\n");
+  EXPECT_EQ(stats6->outTransmits(), ~0ULL);
+}
+
+TEST_F(SwFwdStatsTest, isMadeForAVrfNameAndAnIpVersion) {
+  EXPECT_EQ(swFwdStatsFactory(ipVersion4, Kel::Name(100, 'v'))->name().size(), 100u);
+  try {
+    swFwdStatsFactory(ipVersion4, Kel::Name(101, 'v'));
+    FAIL();
+  } catch (const Kel::RangeException& error) {
+    EXPECT_STREQ(error.what(), "VrfName::bytes > VrfName::maxLength not allowed");
+  }
+  EXPECT_EQ(swFwdStatsFactory(ipVersionUnknown, "default")->inReceives(), 0u);
+  EXPECT_THAT(traced(), IsEmpty());
+
+  struct Observer : FwdStatsBogon::Notifiee {
+    void handleBogon(const Ip::IpVersion& version) override { told.push_back(version); }
+    std::vector<Ip::IpVersion> told;
+  };
+  const auto bogons = Kel::makePtr<FwdStatsBogon>("bogons");
+  const auto observer = Kel::makePtr<Observer>();
+  observer->notifierIs(bogons);
+  const auto made = bogons->bogonIs(ipVersion6, "red");
+  EXPECT_EQ(bogons->bogonIs(ipVersion6, "red"), made);
+  bogons->bogonNotify(ipVersion4);
+  bogons->bogonDelAll();
+  EXPECT_THAT(observer->told, ElementsAre(ipVersion6, ipVersion4, ipVersion6));
+}
+
+// The kernel's own files, in a namespace that is there and in one that is not.
+TEST_F(SwFwdStatsTest, theThreadComesBackFromTheVrfsNamespaceWhateverHappens) {
+  if (geteuid() != 0) GTEST_SKIP() << "making a network namespace needs root";
+  const auto presentNs = [] {
+    struct stat present {};
+    EXPECT_EQ(stat("/proc/thread-self/ns/net", &present), 0);
+    return present.st_ino;
+  };
+  const auto start = presentNs();
+  const std::string vrf = "swf-" + std::to_string(getpid());
+  const auto shell = [&](const std::string& command) { ASSERT_EQ(std::system(command.c_str()), 0) << command; };
+  shell("ip netns add ns-" + vrf + " && ip -n ns-" + vrf + " link set lo up && ip netns exec ns-" + vrf +
+        " bash -c 'for i in 1 2 3; do echo >/dev/udp/::1/9; done'");
+  std::filesystem::create_symlink("/proc/net/snmp6", path("snmp6"));
+  const auto red6 = swFwdStatsFactory(ipVersion6, vrf);
+  EXPECT_GE(red6->inReceives(), 3u);
+  EXPECT_LE(red6->inReceives(), 60u) << "a new namespace has not seen more";
+  EXPECT_EQ(presentNs(), start);
+  traced();
+  EXPECT_EQ(swFwdStatsFactory(ipVersion4, vrf)->inReceives(), 0u) << "no file";
+  EXPECT_EQ(presentNs(), start);
+  snmpIs("short");
+  EXPECT_EQ(swFwdStatsFactory(ipVersion4, vrf)->inReceives(), 0u);
+  EXPECT_EQ(presentNs(), start);
+  EXPECT_EQ(traced().size(), 2u);
+  shell("ip netns del ns-" + vrf);
+  now += 1;
+  const auto last = red6->data().inReceives;
+  EXPECT_EQ(red6->inReceives(), last) << "the last good value";
+  EXPECT_EQ(presentNs(), start);
+  EXPECT_THAT(traced(), ElementsAre(HasSubstr("0 cannot enter network namespace \"ns-" + vrf)));
+}
+
+}  // namespace
+}  // namespace Ip
