@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -80,8 +82,11 @@ json valueOf(const Bench::Walk& walk) {
           {"failure", walk.failure}, {"late", walk.late},       {"longest", walk.longestSeconds}};
 }
 
+// Begins at a line, or the end, of its standard input.
 json ready(const Options& options) {
   const RouteSet set(options.routes);
+  std::string line;
+  std::getline(std::cin, line);
   const auto client = answeringClient(options, patient);
   const auto result =
       waitUntilComplete(*client, Bench::RouteTable(options.table), set, options.rows, options.limit);
@@ -129,10 +134,13 @@ bool isInputOpen() {
   return ::poll(&input, 1, 0) == 0;
 }
 
-// Asks for sysUpTime.0 at fixed times until its standard input is closed, from the first answer on. A request that is late because the one before
+// Asks for sysUpTime.0 at fixed times until its standard input is closed, from the first answer on, of which a line on
+// its standard output tells. A request that is late because the one before
 // was not answered counts from the time at which it should have been sent, as a second manager would see it.
 json stall(const Options& options) {
   const auto client = answeringClient(options, patient);
+  fmt::print("answered\n");
+  std::fflush(stdout);
   json samples = json::array();
   for (auto due = Bench::Clock::now(); isInputOpen(); due += stallInterval) {
     std::this_thread::sleep_until(due);

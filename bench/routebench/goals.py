@@ -88,6 +88,6 @@ def lines(results):
             is_reached, text = judge(value(run))
             verdict = "reached" if is_reached else "not reached"
         except (KeyError, TypeError):
-            verdict, text = "not measured", "this run has not all figures for it"
+            verdict, text = "not measured", "the run has not all figures for it"
         found.append(f"{verdict:12}  {name}: {text}")
     return found

@@ -20,6 +20,15 @@ class Probe:
         self.process = subprocess.Popen(namespace.wrap(["setpriv", "--pdeathsig", "KILL", *command]), text=True,
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
+    def go(self):
+        """Lets one begin that waits for a line."""
+        self.process.stdin.write("\n")
+        self.process.stdin.flush()
+
+    def wait_for_line(self):
+        if not self.process.stdout.readline():
+            self.result()
+
     def result(self):
         """Closes its input, which ends what runs until then, and returns what it printed."""
         out, error = self.process.communicate()
@@ -40,8 +49,11 @@ class Asking:
                      *arguments, prefix=self.prefix if prefix is None else prefix, table=self.agent.table)
 
     def stall(self):
+        """Returns when the agent has answered for the first time."""
         # Above the others in the queue of the processor: it must measure the agent's wait and not its own.
-        return self.start("stall", prefix=("nice", "-n", "-15"))
+        started = self.start("stall", prefix=("nice", "-n", "-15"))
+        started.wait_for_line()
+        return started
 
     def ready(self, routes, rows, limit):
         return self.start("ready", "--routes", routes, "--rows", rows, "--limit", limit)
