@@ -7,31 +7,8 @@
 namespace IpSnmpTest {
 namespace {
 
-// The cache over the tables, with prefixes and next hops as a test sets them.
-struct Walk : testing::Test, RouteTables {
-  Ptr<IpSnmp::FecsAndPrefixes> prefixes = Kel::makePtr<IpSnmp::FecsAndPrefixes>();
-  Ptr<IpSnmp::IpForwardFecs> forwardFecs = Kel::makePtr<IpSnmp::IpForwardFecs>();
-  RouteModel model{*this};
-  RouteModel::Derived derived;
-
-  Walk() {
-    prefixes->forwardFecsIs(forwardFecs);
-    mib->routeStatusIs(routes);
-    mib->vrfForwardingStatusIs(fecs);
-    mib->fecsAndPrefixesIs(prefixes);
-    mib->ifMibIs(ifMib);
-    intfIs("eth0", 3);
-  }
-  void settle() {
-    derived = model.settled();
-    prefixes->orderedPrefixDelAll();
-    forwardFecs->forwardFecDelAll();
-    for (const auto& [key, prefix] : derived.order) prefixes->orderedPrefixIs(prefix.addrWithMask(), true);
-    for (const auto& [fecId, hops] : derived.nextHops) {
-      const auto fec = forwardFecs->forwardFecIs(fecId);
-      for (const auto& [hop, via] : hops) fec->nextHopIs(Vantu::IpAddr(hop), Quillo::Fib::ViaIndex(via));
-    }
-  }
+struct Walk : testing::Test, SettledRoutes {
+  Walk() { intfIs("eth0", 3); }
   std::string fetched(const IpCidrRouteTableIndex& index, bool getNext) const {
     const RouteIterator at(mib, index, getNext);
     return at ? rowText(*at) : "end";

@@ -172,6 +172,34 @@ class RouteModel {
   const RouteTables& tables_;
 };
 
+// The cache over the tables, with prefixes and next hops as a test sets them.
+struct SettledRoutes : RouteTables {
+  Ptr<IpSnmp::FecsAndPrefixes> prefixes = Kel::makePtr<IpSnmp::FecsAndPrefixes>();
+  Ptr<IpSnmp::IpForwardFecs> forwardFecs = Kel::makePtr<IpSnmp::IpForwardFecs>();
+  RouteModel model{*this};
+  RouteModel::Derived derived;
+
+  explicit SettledRoutes(Ptr<IpSnmp::IpForwardMib> cache = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib")) {
+    mib = std::move(cache);
+    prefixes->forwardFecsIs(forwardFecs);
+    mib->routeStatusIs(routes);
+    mib->vrfForwardingStatusIs(fecs);
+    mib->fecsAndPrefixesIs(prefixes);
+    mib->ifMibIs(ifMib);
+  }
+  // Derives them from the tables.
+  void settle() {
+    derived = model.settled();
+    prefixes->orderedPrefixDelAll();
+    forwardFecs->forwardFecDelAll();
+    for (const auto& [key, prefix] : derived.order) prefixes->orderedPrefixIs(prefix.addrWithMask(), true);
+    for (const auto& [fecId, hops] : derived.nextHops) {
+      const auto fec = forwardFecs->forwardFecIs(fecId);
+      for (const auto& [hop, via] : hops) fec->nextHopIs(Vantu::IpAddr(hop), Quillo::Fib::ViaIndex(via));
+    }
+  }
+};
+
 // Changes the tables at random: prefixes that are each other's neighbours, FECs that come and go under their routes,
 // every kind of interface.
 struct RandomRoutes {

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "kel/Errors.h"
+#include "modules/NetSnmp.h"
 #include "snmp/Conversions.h"
 
 namespace Modules {
@@ -73,6 +74,13 @@ Column<Row> column(unsigned number, const char* object, unsigned char asnType, c
     return convert(read(*static_cast<const Row*>(row)), buffer, length);
   };
   return {{number, object, asnType, conversion.name, attribute, std::move(encode)}};
+}
+
+// A column that says the same of every row.
+template <class Row>
+Column<Row> constantColumn(unsigned number, const char* object, int value, const char* attribute = "") {
+  return column<Row>(number, object, ASN_INTEGER, s32ToAsnInteger, attribute,
+                     [value](const Row&) { return value; });
 }
 
 }  // namespace Modules

@@ -114,6 +114,7 @@ template <class KeyType, class... Parts>
 class Index {
  public:
   using Key = KeyType;
+  using PartsTuple = std::tuple<Parts...>;
   static constexpr std::size_t size = sizeof...(Parts);
 
   // `keyType` names the type in traces. `makeKey` may throw Kel::RangeException.
@@ -130,8 +131,8 @@ class Index {
   // The parts of a chain of index values, read one after the other by `read(component, value, part, position)`
   // until that gives false; empty then. `value` is null past the end of the chain.
   template <class Read>
-  std::optional<std::tuple<Parts...>> parts(netsnmp_variable_list* chain, Read&& read) const {
-    std::tuple<Parts...> parts;
+  std::optional<PartsTuple> parts(netsnmp_variable_list* chain, Read&& read) const {
+    PartsTuple parts;
     netsnmp_variable_list* value = chain;
     const auto readOne = [&]<std::size_t At>(std::integral_constant<std::size_t, At>) {
       const bool isRead = read(std::get<At>(components_), value, std::get<At>(parts), At);
@@ -145,7 +146,7 @@ class Index {
     return isComplete ? std::optional(std::move(parts)) : std::nullopt;
   }
 
-  Key key(const std::tuple<Parts...>& parts) const { return std::apply(makeKey_, parts); }
+  Key key(const PartsTuple& parts) const { return std::apply(makeKey_, parts); }
 
   // False when a value is not taken, or takes more than `room` sub-identifiers with those before it: the key cannot
   // stand in an OID. Components for which the chain has no variable are left out.

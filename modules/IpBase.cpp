@@ -17,8 +17,6 @@ Modules::Module IpBase::module("IpBase", ipBaseTrace);
 namespace {
 
 constexpr int readWrite = HANDLER_CAN_RWRITE;
-// Ahead of the agent's default of 127, so that these win over any other registration of the same object.
-constexpr int scalarPriority = 64;
 
 template <class RoutingConfig>
 int encodeRouting(const Kel::Entity& entity, unsigned char* buffer, int length) {
@@ -29,7 +27,7 @@ const Modules::Scalar ipForwarding{.module = IpBase::module,
                                    .name = "ipForwarding",
                                    .identifier = {1, 3, 6, 1, 2, 1, 4, 1},
                                    .modes = readWrite,
-                                   .priority = scalarPriority,
+                                   .priority = Modules::scalarPriority,
                                    .source = Modules::entitySource<Routing::Config>(
                                        "Varnix/routing/config", "Varnix/routing/vrf/config.vrfConfig/%s"),
                                    .attribute = "routing",
@@ -42,7 +40,7 @@ const Modules::Scalar ipv6IpForwarding{
     .name = "ipv6IpForwarding",
     .identifier = {1, 3, 6, 1, 2, 1, 4, 25},
     .modes = readWrite,
-    .priority = scalarPriority,
+    .priority = Modules::scalarPriority,
     .source = Modules::entitySource<Routing6::Config>("Varnix/routing6/config", nullptr),
     .attribute = "routing",
     .asnType = ASN_INTEGER,
@@ -70,8 +68,8 @@ void init_IpBase(Kel::String context) {
   for (const auto* scalar : {&ipForwarding, &ipv6IpForwarding}) {
     IpBase::module.traceInitializing(__func__, scalar->identifier, context);
   }
-  Modules::initializeScalar(ipForwarding, handle_ipForwarding, __func__, context);
-  Modules::initializeScalar(ipv6IpForwarding, handle_ipv6IpForwarding, __func__, context);
+  Modules::initializeScalar(ipForwarding, handle_ipForwarding, __func__, config, context);
+  Modules::initializeScalar(ipv6IpForwarding, handle_ipv6IpForwarding, __func__, config, context);
   for (const auto initializeTable : tables) initializeTable(config, context);
   IpBase::module.entered(context);
 }

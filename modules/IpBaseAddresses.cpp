@@ -9,14 +9,9 @@ namespace {
 using IpSnmp::InetAddress;
 using IpSnmp::IpAddressPrefixKey;
 using Modules::column;
+using Modules::constantColumn;
 using Modules::OrderedWalker;
 using Modules::s32ToAsnInteger;
-
-// A column that says the same of every row.
-template <class Row>
-Modules::Column<Row> constantColumn(unsigned number, const char* object, int value) {
-  return column<Row>(number, object, ASN_INTEGER, s32ToAsnInteger, "", [value](const Row&) { return value; });
-}
 
 struct IpAddrRows {
   using Cache = IpSnmp::IpMib;

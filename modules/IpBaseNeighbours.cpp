@@ -58,19 +58,14 @@ class ArpWalker {
   using Key = ArpTableIndex;
 
   explicit ArpWalker(Kel::Ptr<const Cache> cache) : at_(std::move(cache)) {}
+  ArpWalker(Kel::Ptr<const Cache> cache, const Key& key) : at_(std::move(cache), key) {
+    if (isAtEnd()) at_.fetch(key, true);
+  }
   bool isAtEnd() const { return !at_.curEntry(); }
   const Row& row() const { return *at_.curEntry(); }
   const Key& key() const { return row().index(); }
   void advance() {
     if (!isAtEnd()) at_.fetch(Key(key()), true);
-  }
-  bool seek(const Key& key) {
-    auto found = at_;
-    found.fetch(key, false);
-    if (!found.curEntry()) found.fetch(key, true);
-    if (!found.curEntry()) return false;
-    at_ = std::move(found);
-    return true;
   }
 
  private:

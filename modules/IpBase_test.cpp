@@ -19,6 +19,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 const std::string ipForwarding = "1.3.6.1.2.1.4.1.0";
+const std::string ipCidrRouteNumber = "1.3.6.1.2.1.4.24.3.0";
 const std::string ipv6IpForwarding = "1.3.6.1.2.1.4.25.0";
 const std::string ipAddrTable = "1.3.6.1.2.1.4.20";
 const std::string column(unsigned number) {
@@ -37,7 +38,7 @@ class IpBaseTest : public ::testing::Test {
 TEST_F(IpBaseTest, announcesItselfAndIsEnteredByTheFramework) {
   contexts.enter("");
   contexts.enter("red");
-  EXPECT_THAT(Snmp::mibContextModules("red"), ElementsAre("IpBase", "VrfBase"));
+  EXPECT_THAT(Snmp::mibContextModules("red"), ElementsAre("IpBase", "IpForward", "VrfBase"));
   contexts.leave("red");
   EXPECT_THAT(Snmp::mibContextModules("red"), IsEmpty());
 }
@@ -64,6 +65,7 @@ class IpAddrTableTest : public IpBaseTest {
  protected:
   IpAddrTableTest() {
     reference.add(ipForwarding, ASN_INTEGER, "2");
+    reference.add(ipCidrRouteNumber, ASN_GAUGE, "0");
     reference.add(ipv6IpForwarding, ASN_INTEGER, "2");
     for (const char* addr : {"1.2.3.4", "9.255.255.255", "10.0.0.0", "10.0.0.1", "10.0.0.2", "10.0.1.0", "10.1.0.0",
                              "100.0.0.1", "127.0.0.1", "128.0.0.1", "255.255.255.255"}) {
@@ -138,7 +140,7 @@ TEST_F(IpAddrTableTest, oneRequestWithManyVariables) {
                                                    column(2) + ".10.0.0.1", column(2) + ".10.0.0.1"});
   ASSERT_EQ(reply.answers.size(), 4U);
   for (const auto& [answer, name] :
-       {std::pair{reply.answers[0], ipv6IpForwarding}, std::pair{reply.answers[1], column(1) + ".1.2.3.4"},
+       {std::pair{reply.answers[0], ipCidrRouteNumber}, std::pair{reply.answers[1], column(1) + ".1.2.3.4"},
         std::pair{reply.answers[2], column(2) + ".10.0.0.2"},
         std::pair{reply.answers[3], column(2) + ".10.0.0.2"}}) {
     EXPECT_EQ(answer.name, name);
@@ -153,7 +155,7 @@ TEST_F(IpAddrTableTest, rowsComeAndGoBetweenTwoRequests) {
   EXPECT_EQ(agent.getNext(column(3) + ".10.0.0.0").value, "255.0.0.0");
   tree.ipMib->ipAddrTableDelAll();
   EXPECT_THAT(agent.walk(ipAddrTable), IsEmpty());
-  EXPECT_EQ(agent.getNext(column(1) + ".10.0.0.1").name, ipv6IpForwarding);
+  EXPECT_EQ(agent.getNext(column(1) + ".10.0.0.1").name, ipCidrRouteNumber);
 }
 
 TEST_F(IpAddrTableTest, setIsRefused) {
@@ -196,7 +198,7 @@ TEST_F(IpBaseTest, eachContextHasItsOwnRows) {
   EXPECT_EQ(agent.getNext(column(1), "red").value, "10.0.0.2");
   EXPECT_EQ(agent.walk(ipAddrTable).size(), 5U);
   EXPECT_EQ(agent.walk(ipAddrTable, "red").size(), 5U);
-  EXPECT_EQ(agent.walk("1.3.6.1.2.1.4", "red").size(), 15U) << "with the forwarding flag and ipAddressTable";
+  EXPECT_EQ(agent.walk("1.3.6.1.2.1.4", "red").size(), 16U) << "with the scalars and ipAddressTable";
 }
 
 TEST_F(IpBaseTest, aContextThatIsLeftAndEnteredAgainServesTheNewCache) {

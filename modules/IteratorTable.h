@@ -45,6 +45,7 @@ class IteratorTable final : public Table {
   using Cache = typename W::Cache;
   using Row = typename W::Row;
   using Key = typename W::Key;
+  using Parts = typename TableIndex::PartsTuple;
 
   IteratorTable(TableDescription description, TableIndex index, const std::vector<Column<Row>>& columns)
       : Table(std::move(description), indexObjects(index), {columns.begin(), columns.end()}, isSeeking),
@@ -56,17 +57,20 @@ class IteratorTable final : public Table {
     // What is left here goes to free_loop_context_at_end; the hint must not.
     *loopContext = nullptr;
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
-      auto walker = std::make_unique<W>(Kel::Ptr<const Cache>(cacheOf(iterator)));
+      const Kel::Ptr<const Cache> cache(cacheOf(iterator));
       if constexpr (isSeeking) {
-        const bool hintMatched = seekHint(*walker, hint);
-        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker.get()
-                           << ", hintMatched=" << hintMatched;
+        auto start = hintedStart(cache, hint);
+        auto* const walker = new W(std::move(start.walker));
+        *loopContext = walker;
+        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker
+                           << ", hintMatched=" << start.hintMatched;
+        return rowFrom(*walker, chain);
       } else {
-        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker.get();
+        auto* const walker = new W(cache);
+        *loopContext = walker;
+        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker;
+        return rowFrom(*walker, chain);
       }
-      auto* const placed = walker.release();
-      *loopContext = placed;
-      return rowFrom(*placed, chain);
     });
   }
 
@@ -169,38 +173,56 @@ class IteratorTable final : public Table {
     printTraced(out, static_cast<const W*>(dataContext)->key());
   }
 
-  // Moves the walker from the first row to the first one that the hint does not lie above. True when that row is
-  // the hinted one. A hint that says nothing leaves the walker where it is.
-  bool seekHint(W& walker, const netsnmp_table_request_info* hint) const {
+  // Where a walk starts.
+  struct Start {
+    W walker;
+    bool hintMatched = false;  // on the hinted row
+  };
+
+  // On the first row that the hint does not lie above; on the first row of all when there is none, or the hint says
+  // nothing.
+  Start hintedStart(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
+    if (const auto parts = hintParts(hint)) {
+      try {
+        const Key key = index_.key(*parts);
+        W walker(cache, key);
+        if (!walker.isAtEnd()) {
+          const bool hintMatched = walker.key() == key;
+          return {std::move(walker), hintMatched};
+        }
+        traceNotFound(key);
+      } catch (const Kel::RangeException& error) {
+        QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
+                           << " ctor threw exception: " << error.what();
+      }
+    }
+    return {W(cache)};
+  }
+
+  // The components of a hint; nothing when it is not a whole index, or not one of this table.
+  std::optional<Parts> hintParts(const netsnmp_table_request_info* hint) const {
     const unsigned count = hint != nullptr ? hint->number_indexes : 0;
     QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << static_cast<const void*>(hint)
                        << ", number_indexes = " << count;
-    if (hint == nullptr) return false;
+    if (hint == nullptr) return std::nullopt;
     if (count != TableIndex::size) {
       if (miscountedHintIsTraced()) traceNeeded(count);
-      return false;
+      return std::nullopt;
     }
-    const auto parts =
-        index_.parts(hint->indexes, [this](const auto& component, auto* value, auto& part, std::size_t position) {
-          if (hintPart(component, value, part)) return true;
-          traceNeeded(position);
-          return false;
-        });
-    if (!parts) return false;
-    try {
-      const Key key = index_.key(*parts);
-      if (walker.seek(key)) return walker.key() == key;
-      if (trace().enabled(2)) {
-        Kel::TraceLine line(trace(), 2);
-        line.stream() << name() << "_get_first_data_point - key '";
-        printTraced(line.stream(), key);
-        line.stream() << "' not found in table";
-      }
-    } catch (const Kel::RangeException& error) {
-      QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
-                         << " ctor threw exception: " << error.what();
-    }
-    return false;
+    return index_.parts(hint->indexes,
+                        [this](const auto& component, auto* value, auto& part, std::size_t position) {
+                          if (hintPart(component, value, part)) return true;
+                          traceNeeded(position);
+                          return false;
+                        });
+  }
+
+  void traceNotFound(const Key& key) const {
+    if (!trace().enabled(2)) return;
+    Kel::TraceLine line(trace(), 2);
+    line.stream() << name() << "_get_first_data_point - key '";
+    printTraced(line.stream(), key);
+    line.stream() << "' not found in table";
   }
 
   void traceNeeded(std::size_t found) const {
@@ -292,12 +314,12 @@ IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, Tab
   netsnmp_variable_list* T##IterationHelper(void* loopContext, netsnmp_variable_list* chain) {                  \
     return (table).iterationHelper(loopContext, chain);                                                         \
   }                                                                                                             \
-  void initialize_table_##T([[maybe_unused]] ::Snmp::Config::PtrConst config, ::Kel::String context) {          \
+  void initialize_table_##T(::Snmp::Config::PtrConst config, ::Kel::String context) {                           \
     (table).initialize({.handler = T##_handler,                                                                 \
                         .getFirstDataPoint = T##_get_first_data_point,                                          \
                         .getNextDataPoint = T##_get_next_data_point,                                            \
                         .makeDataContext = T##_make_data_context,                                               \
                         .freeDataContext = T##_free_data_context,                                               \
                         .freeLoopContextAtEnd = T##_free_loop_context_at_end},                                  \
-                       context);                                                                                \
+                       config, context);                                                                        \
   }

@@ -2,9 +2,12 @@
 
 #include <fmt/format.h>
 
+#include <cstdio>
+
 #include "kel/Errors.h"
 #include "modules/HeldEntity.h"
 #include "snmp/CBoundary.h"
+#include "snmp/SnmpUtil.h"
 #include "snmp/Varbind.h"
 
 namespace Modules {
@@ -61,8 +64,12 @@ int answer(const Scalar& scalar, const char* function, const Kel::Entity* entity
 }  // namespace
 
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,
-                      const Kel::String& context) noexcept {
+                      const Snmp::Config::PtrConst& config, const Kel::String& context) noexcept {
   auto& module = scalar.module;
+  if (scalar.group != nullptr && SnmpUtil::objectsDisabled(config, scalar.group)) {
+    std::printf("%s skipping scalar %s because %s are disabled.\n", function, scalar.name, scalar.group);
+    return;
+  }
   auto* const registration = module.registration(scalar.name, handler, scalar.identifier, scalar.modes, context);
   KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", scalar.name).c_str());
   registration->priority = scalar.priority;

@@ -3,14 +3,18 @@
 //
 //   const Modules::Scalar routes{.module = module, .name = "ipCidrRouteNumber", ...};
 //   MIB_SCALAR_HANDLER(ipCidrRouteNumber, routes)
-//   Modules::initializeScalar(routes, handle_ipCidrRouteNumber, "init_IpForward", context);
+//   Modules::initializeScalar(routes, handle_ipCidrRouteNumber, "init_IpForward", config, context);
 
 #include <vector>
 
 #include "modules/EntitySource.h"
 #include "modules/Module.h"
+#include "snmp/Config.h"
 
 namespace Modules {
+
+// Ahead of the agent's default of 127, so that ours win over any other registration of the same object.
+inline constexpr int scalarPriority = 64;
 
 struct Scalar {
   Module& module;
@@ -24,14 +28,17 @@ struct Scalar {
   const char* conversion;  // what `encode` is called in traces
   // Writes the attribute's value; as the conversions do (snmp/Conversions.h). The entity is of the source's type.
   int (*encode)(const Kel::Entity& entity, unsigned char* buffer, int length);
+  // The group of objects by which the configuration can switch it off; null: it cannot.
+  const char* group = nullptr;
 };
 
-// Registers the scalar in the context, or says at level 2 that it is not served there. Aborts when its entity is
+// Registers the scalar in the context, or says at level 2 that it is not served there, or on standard output that it
+// is switched off. Aborts when its entity is
 // missing or of another type. `function` is the caller, for traces.
 // An exception on the way ends the process, as those faults do: a scalar that is listed as the module's, but not
 // registered, would take another's registration along when the context is left.
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,
-                      const Kel::String& context) noexcept;
+                      const Snmp::Config::PtrConst& config, const Kel::String& context) noexcept;
 
 // Answers the first request. The result is an SNMP error status. `function` is the caller, "handle_" and the
 // scalar's name.

@@ -21,6 +21,8 @@ struct TableDescription {
   // Whether a hint with too few or too many components is traced ("needed ... components"). A request without a
   // full index is nothing unusual: every walk begins with one.
   bool miscountedHintIsTraced = false;
+  // The group of objects by which the configuration can switch the table off; null: it cannot.
+  const char* group = nullptr;
 };
 
 // What net-snmp calls.
@@ -48,11 +50,13 @@ class Table {
   const char* name() const { return description_.name; }
   const Kel::TraceHandle& trace() const { return description_.module.trace(); }
 
-  // Registers the table in the context, or says at level 2 that it is not served there. Aborts when the cache is
+  // Registers the table in the context, or says at level 2 that it is not served there, or on standard output that it
+  // is switched off. Aborts when the cache is
   // missing or of another type, or when net-snmp refuses the table.
   // An exception on the way ends the process, as those faults do: a table that is listed as the module's, but not
   // registered, would take another's registration along when the context is left.
-  void initialize(const TableFunctions& functions, const Kel::String& context) const noexcept;
+  void initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
+                  const Kel::String& context) const noexcept;
 
   // The request loop. The iterator helper has chosen the rows and turned GETNEXT into GET. The result is an SNMP
   // error status.

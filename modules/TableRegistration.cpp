@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,6 +12,7 @@
 #include "modules/HeldEntity.h"
 #include "modules/Table.h"
 #include "snmp/Precedence.h"
+#include "snmp/SnmpUtil.h"
 
 namespace Modules {
 
@@ -55,9 +57,14 @@ Table::Table(TableDescription description, std::vector<IndexObject> index, std::
   KEL_ASSERT(columnsAscend);
 }
 
-void Table::initialize(const TableFunctions& functions, const Kel::String& context) const noexcept {
+void Table::initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
+                       const Kel::String& context) const noexcept {
   auto& module = description_.module;
   const Kel::String function = fmt::format("initialize_table_{}", name());
+  if (description_.group != nullptr && SnmpUtil::objectsDisabled(config, description_.group)) {
+    std::printf("%s is a noop because %s are disabled.\n", function.c_str(), description_.group);
+    return;
+  }
   module.traceInitializing(function.c_str(), description_.identifier, context);
 
   auto* const registration =

@@ -20,6 +20,7 @@ struct TestIpTree {
     root->dirIs("Varnix")->dirIs("routing6")->entityIs(config6);
     const auto ip = root->dirIs("snmp")->dirIs("ip");
     ip->entityIs(ipMib);
+    ip->entityIs(ipForwardMib);
     ip->entityIs(ipVrfMib);
     ip->entityIs(vrfMibs);
     SnmpUtil::rootIs(root);
@@ -33,6 +34,7 @@ struct TestIpTree {
   Kel::Ptr<Routing6::Config> config6 = Kel::makePtr<Routing6::Config>("config");
   Kel::Ptr<Routing::VrfConfigDir> vrfConfigs = Kel::makePtr<Routing::VrfConfigDir>("config");
   Kel::Ptr<IpSnmp::IpMib> ipMib = Kel::makePtr<IpSnmp::IpMib>("ipmib");
+  Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
   Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib = Kel::makePtr<IpSnmp::IpVrfMib>("ipvrfmib");
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibs = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
   Kel::Ptr<Routing::Config> redConfig = vrfConfigs->vrfConfigIs("red");

@@ -25,12 +25,12 @@ concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const t
 };
 
 // A walker that visits rows in ascending order of their keys, which is the SNMP order of the index, and can start
-// anywhere: `seek` goes to the first row whose key is not below the given one. False when there is none; the walker
-// does not move then. May throw Kel::RangeException. A table whose walker cannot seek is searched from its first
-// row to its last at each request.
+// anywhere: made with a key, it stands on the first row whose key is not below that one, or at the end when there is
+// none. That may throw Kel::RangeException. A table whose walker cannot be made so is searched from its first row to
+// its last at each request.
 template <class W>
-concept SeekingWalker = Walker<W> && requires(W walker, const typename W::Key& key) {
-  { walker.seek(key) } -> std::same_as<bool>;
+concept SeekingWalker = Walker<W> && requires(Kel::Ptr<const typename W::Cache> cache, const typename W::Key& key) {
+  W(cache, key);
 };
 
 // Walks an ordered collection of counted rows. `Rows` says which:
@@ -53,17 +53,13 @@ class OrderedWalker {
     if (cache_) standAt(collection().begin());
   }
 
+  OrderedWalker(Kel::Ptr<const Cache> cache, const Key& key) : cache_(std::move(cache)) {
+    if (cache_) standAt(collection().lowerBound(key));
+  }
+
   bool isAtEnd() const { return !row_; }
   const Row& row() const { return *row_; }
   decltype(auto) key() const { return Rows::key(*row_); }
-
-  bool seek(const Key& key) {
-    if (!cache_) return false;
-    const auto at = collection().lowerBound(key);
-    if (at == collection().end()) return false;
-    standAt(at);
-    return true;
-  }
 
   // While the collection stands as it was, the next row is one step away; after a change the old place in it is
   // gone, and the next row is the first one above the row that this stands on.
