@@ -46,6 +46,10 @@ class CidrRouteWalker {
 
   explicit CidrRouteWalker(Kel::Ptr<const Cache> cache) : at_(std::move(cache)) {}
   CidrRouteWalker(Kel::Ptr<const Cache> cache, const Key& key) : at_(std::move(cache), key, false) {}
+  // The next hop of a key counts for the first prefix that is visited, even if that is a later one than the key's.
+  static CidrRouteWalker passingOverNone(Kel::Ptr<const Cache> cache, const Key& key) {
+    return {std::move(cache), Key(key.dest(), key.mask(), tosNone, Vantu::IpAddr())};
+  }
 
   bool isAtEnd() const { return at_.isAtEnd(); }
   const Row& row() const { return *at_; }

@@ -10,7 +10,8 @@
 // The helper asks for the first row of a walk and for each next one, and keeps a row, in a data context, when it is
 // the one that a request asks for; the handler then reads the column from the data context. For a sorted table the
 // helper passes the request itself as a hint to where the walk may start: a hint only saves steps, and whatever is
-// wrong with it, a walk from the first row gives the same answer.
+// wrong with it, a walk from the first row gives the same answer. What of such a walk can be saved, modules/SeekGate.h
+// saves.
 //
 // A loop context and a data context are each a walker on the heap, owned by the helper until it gives them back. A
 // data context is made in make_data_context alone: one made earlier would be freed once for every request that it
@@ -20,6 +21,8 @@
 
 #include "modules/HeldEntity.h"
 #include "modules/Index.h"
+#include "modules/IndexFloor.h"
+#include "modules/SeekGate.h"
 #include "modules/Table.h"
 #include "modules/Walker.h"
 #include "snmp/CBoundary.h"
@@ -60,11 +63,12 @@ class IteratorTable final : public Table {
       const Kel::Ptr<const Cache> cache(cacheOf(iterator));
       if constexpr (isSeeking) {
         auto start = hintedStart(cache, hint);
+        if (const auto asked = SeekGate::asked(hint)) narrow(start, cache, *asked);
         auto* const walker = new W(std::move(start.walker));
         *loopContext = walker;
         QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker
                            << ", hintMatched=" << start.hintMatched;
-        return rowFrom(*walker, chain);
+        return start.isAnswerable ? rowFrom(*walker, chain) : noRow;
       } else {
         auto* const walker = new W(cache);
         *loopContext = walker;
@@ -176,7 +180,9 @@ class IteratorTable final : public Table {
   // Where a walk starts.
   struct Start {
     W walker;
+    bool isHinted = false;     // rather than on the first row of all
     bool hintMatched = false;  // on the hinted row
+    bool isAnswerable = true;  // from there on there may be a row that answers the request
   };
 
   // On the first row that the hint does not lie above; on the first row of all when there is none, or the hint says
@@ -188,7 +194,7 @@ class IteratorTable final : public Table {
         W walker(cache, key);
         if (!walker.isAtEnd()) {
           const bool hintMatched = walker.key() == key;
-          return {std::move(walker), hintMatched};
+          return {std::move(walker), true, hintMatched};
         }
         traceNotFound(key);
       } catch (const Kel::RangeException& error) {
@@ -197,6 +203,44 @@ class IteratorTable final : public Table {
       }
     }
     return {W(cache)};
+  }
+
+  // As modules/SeekGate.h says.
+  void narrow(Start& start, const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
+    if (asked.index.empty()) return;  // of the first row, and there it is
+    try {
+      IndexFloor floor(asked.index);
+      const Key key = floorKey(floor);
+      if (!asked.isForNext) {
+        start.isAnswerable = start.hintMatched && floor.isExact();
+      } else if (!start.isHinted || floor.isCapped()) {
+        W walker = walkerFrom(cache, key);
+        start.isAnswerable = !walker.isAtEnd();
+        if (start.isAnswerable) start.walker = std::move(walker);
+      }
+    } catch (const Kel::RangeException&) {
+      // A key that cannot be made, or be searched for: the walk shows what there is.
+    }
+  }
+
+  Key floorKey(IndexFloor& floor) const {
+    const auto parts = index_.parts(nullptr, [&floor](const auto& component, auto*, auto& part, std::size_t) {
+      try {
+        part = component.fromAsn(floor.next(component.asnType));
+      } catch (const Kel::RangeException&) {
+        part = component.fromAsn(floor.highestInstead());
+      }
+      return true;
+    });
+    return index_.key(*parts);
+  }
+
+  static W walkerFrom(const Kel::Ptr<const Cache>& cache, const Key& key) {
+    if constexpr (requires { W::passingOverNone(cache, key); }) {
+      return W::passingOverNone(cache, key);
+    } else {
+      return W(cache, key);
+    }
   }
 
   // The components of a hint; nothing when it is not a whole index, or not one of this table.

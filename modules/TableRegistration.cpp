@@ -10,6 +10,7 @@
 #include "kel/Errors.h"
 #include "modules/ColumnCover.h"
 #include "modules/HeldEntity.h"
+#include "modules/SeekGate.h"
 #include "modules/Table.h"
 #include "snmp/Precedence.h"
 #include "snmp/SnmpUtil.h"
@@ -133,11 +134,14 @@ netsnmp_iterator_info* Table::iteratorRecord(const TableFunctions& functions, co
 }
 
 // Puts a handler in front of those that net-snmp gave the registered table (bulk_to_next, table, table_iterator): one
-// request at a time, so that the hint is of the request that is served.
+// request at a time, so that the hint is of the request that is served. A table that can start at one has a seek gate
+// too.
 void Table::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
   for (auto* piece : registeredPieces(registration, context)) {
     const int injected = netsnmp_inject_handler(piece, netsnmp_get_serialize_handler());
     KEL_ASSERT_TEXT(injected == 0, "injected == (0)");
+    const bool isGated = !isSorted_ || SeekGate::inject(piece);
+    KEL_ASSERT(isGated);
   }
 }
 

@@ -28,6 +28,9 @@ concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const t
 // anywhere: made with a key, it stands on the first row whose key is not below that one, or at the end when there is
 // none. That may throw Kel::RangeException. A table whose walker cannot be made so is searched from its first row to
 // its last at each request.
+//
+// A walker that may pass over rows above the key on its way, because its table is to be so, can also be made by
+// `passingOverNone(cache, key)`: on a row that is not above the first one whose key is not below.
 template <class W>
 concept SeekingWalker = Walker<W> && requires(Kel::Ptr<const typename W::Cache> cache, const typename W::Key& key) {
   W(cache, key);
