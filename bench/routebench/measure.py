@@ -83,19 +83,23 @@ class Measurement:
 
     def ask(self):
         """Single requests and walks, with client and agent on one processor and a cache that does not run out."""
-        if self.agent.cache_seconds:
+        cache = self.agent.cache_seconds
+        if cache:
             self.agent.keep_cache(LONG_SECONDS)
         one = self.bind_agent()
         asking = Asking(self.agent, ("taskset", "-c", str(one)))
         self.result["requests"] = asking.requests(self.routes, REQUESTS, self.limit / 4)
         self.result["column"] = asking.walk(self.limit / 2)
         self.result["column_getnext"] = asking.walk(self.limit / 2, "--getnext")
-        self.result["table_walk"] = asking.walk(self.limit / 2, "--whole-table")
         self.bind_agent(everywhere=True)
-        if self.agent.cache_seconds:
-            self.agent.keep_cache(self.agent.cache_seconds)
-        limit = CACHE_LIMIT_SECONDS if self.agent.cache_seconds else self.limit / 4
-        self.result["visible"] = self.asking.visible(CHANGES, limit)
+        if cache:
+            self.agent.keep_cache(cache)
+        self.result["visible"] = self.asking.visible(CHANGES, CACHE_LIMIT_SECONDS if cache else self.limit / 4)
+        self.bind_agent()
+        if cache:
+            self.agent.keep_cache(LONG_SECONDS)
+        # Last, since an agent may be busy for long with requests that the walk gave up.
+        self.result["table_walk"] = asking.walk(self.limit / 2, "--whole-table")
         self.agent.check()
 
     def bind_agent(self, everywhere=False):
