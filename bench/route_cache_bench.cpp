@@ -1,6 +1,6 @@
-// What the route cache of one VRF costs, without SNMP and without a store: bytes a route, the time to take over a
-// table, the longest turn of the scheduler meanwhile, and the time of a step of the iterator. The tables are hash maps in
-// memory, so that what is measured is the cache.
+// What the route cache and the FIB statistics of one VRF cost, without SNMP and without a store: bytes a route, the
+// time to take over a table, the longest turn of the scheduler meanwhile, and the time of a step of the iterator. The
+// tables are hash maps in memory, so that what is measured is the cache.
 //
 //   route_cache_bench [routes] [FECs]       default: 1000000 1000
 
@@ -13,6 +13,7 @@
 #include <ctime>
 #include <random>
 
+#include "fibstats/agent/FibStatsSm.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "ipsnmp/agent/PerVrfFecSm.h"
 
@@ -163,6 +164,23 @@ void load(World& world, bool isNotified) {
   }
   longest = std::max(longest, world.run());
   sayLoad("prefixes by FEC", world, start, middle, longest);
+
+  const auto beforeStats = used();
+  start = Clock::now();
+  const auto statsSm = FibStatsSnmp::fibStatsSmFactory(world.routes, nullptr, Vrf::VrfIdMap::VrfId(0), nullptr,
+                                                       FibStatsSnmp::fibStatsMibFactory("red"));
+  statsSm->taskSchedulerIs(world.scheduler);
+  longest = secondsSince(start);
+  if (isNotified) {
+    for (const auto& prefix : notified) {
+      const auto one = Clock::now();
+      statsSm->handleRoute(prefix);
+      longest = std::max(longest, secondsSince(one));
+    }
+  }
+  longest = std::max(longest, world.run());
+  sayLoad("FIB statistics", world, start, beforeStats, longest);
+
   fmt::print("together {:.1f} bytes a route\n",
              static_cast<double>(used() - before) / static_cast<double>(world.routes->map.size()));
   world.routes->order = order;
@@ -189,6 +207,7 @@ void load(World& world, bool isNotified) {
   fmt::print("count of the rows: {:.0f} ns a route, {} rows\n",
              secondsSince(start) * 1e9 / static_cast<double>(notified.size()), world.mib->numRoutes());
   Kel::System::clockIs({});
+  statsSm->kelStop();
   fecSm->kelStop();
   sm->kelStop();
 }

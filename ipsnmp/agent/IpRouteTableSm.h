@@ -18,8 +18,8 @@
 //
 // Stopping or destroying the machine takes the tables, prefixes and FECs out of the cache again.
 
+#include "brev/OwnedTask.h"
 #include "ipsnmp/IpForwardMib.h"
-#include "ipsnmp/agent/OwnedTask.h"
 #include "quillo/RouteScan.h"
 
 namespace IpSnmp {
@@ -47,10 +47,11 @@ class IpRouteTableSm : public Kel::Entity {
   void doProcessFecBacklog();
   void doCountRoutes();
   void handleRouteCountTimer();
-  using KelRouteTask = OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doProcessRouteBacklog>;
-  using KelFecTask = OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doProcessFecBacklog>;
-  using KelRouteCountTask = OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doCountRoutes>;
-  using KelRouteCountTimerTask = OwnedTask<Brev::TimerTask, IpRouteTableSm, &IpRouteTableSm::handleRouteCountTimer>;
+  using KelRouteTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doProcessRouteBacklog>;
+  using KelFecTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doProcessFecBacklog>;
+  using KelRouteCountTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doCountRoutes>;
+  using KelRouteCountTimerTask =
+      Brev::OwnedTask<Brev::TimerTask, IpRouteTableSm, &IpRouteTableSm::handleRouteCountTimer>;
   // Deleting one stops what it does.
   KEL_OWNED(KelRouteTask, routeTask, RouteTask)
   KEL_OWNED(KelFecTask, fecTask, FecTask)

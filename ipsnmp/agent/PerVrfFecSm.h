@@ -57,7 +57,7 @@ class PerVrfFecSm : public Kel::Entity {
    private:
     PerVrfFecSm* const owner_;
   };
-  using KelTask = OwnedTask<Brev::Task, PerVrfFecSm, &PerVrfFecSm::doProcessBacklog>;
+  using KelTask = Brev::OwnedTask<Brev::Task, PerVrfFecSm, &PerVrfFecSm::doProcessBacklog>;
 
   void stop();
   // Hands on the next piece of a FEC's prefixes, from the first one above `*after` on.

@@ -11,8 +11,8 @@
 
 namespace Routing {
 
-// Which routes: those to a prefix with a preference (the kernel calls it priority or metric). In text
-// "10.0.0.0/8 1". Ordered by prefix, then by preference.
+// Which routes: those to a prefix with a preference, or with this number as their metric where metrics tell routes to
+// one prefix apart, as in Linux. In text "10.0.0.0/8 1". Ordered by prefix, then by preference.
 template <class PrefixType>
 class BasicStaticRouteKey {
  public:

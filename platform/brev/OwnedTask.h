@@ -5,15 +5,15 @@
 
 #include "brev/TimerTask.h"
 
-namespace IpSnmp {
+namespace Brev {
 
-// `Base` is Brev::Task or Brev::TimerTask.
+// `Base` is Task or TimerTask.
 template <class Base, class Owner, void (Owner::*handler)()>
 class OwnedTask : public Base {
  public:
-  OwnedTask(Owner* owner, Kel::Ptr<Brev::TaskScheduler> scheduler, Kel::Name name, int priority)
+  OwnedTask(Owner* owner, Kel::Ptr<TaskScheduler> scheduler, Kel::Name name, int priority)
       : Base(std::move(scheduler), std::move(name), priority,
-             [](Brev::Task& task) { static_cast<OwnedTask&>(task).onTaskRun(); }),
+             [](Task& task) { static_cast<OwnedTask&>(task).onTaskRun(); }),
         owner_(owner) {}
 
   // Called when the owner gives the task up; the owner's destructor must do so.
@@ -32,4 +32,4 @@ class OwnedTask : public Base {
   Owner* owner_;
 };
 
-}  // namespace IpSnmp
+}  // namespace Brev
