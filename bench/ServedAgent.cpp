@@ -24,7 +24,6 @@ namespace Bench {
 namespace {
 
 constexpr std::uint32_t firstAddress = 0x0A000001;  // 10.0.0.1
-constexpr std::uint32_t addressStep = 4;            // gaps, so that a random index often lies between two rows
 
 // A port that nobody listens on at this moment.
 std::uint16_t freePort() {

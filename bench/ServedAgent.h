@@ -8,6 +8,7 @@
 
 namespace Bench {
 
+constexpr std::uint32_t addressStep = 4;  // gaps, so that a random index often lies between two rows
 // The i-th address of the table, and the address after the last one.
 std::uint32_t addressAt(std::uint32_t i);
 
