@@ -1,5 +1,5 @@
 #pragma once
-// A kernel for tests: links, addresses and neighbours that tests change, an rtnetlink queue of limited size, and dumps that are
+// A kernel for tests: links, addresses, neighbours and routes that tests change, an rtnetlink queue of limited size, and dumps that are
 // produced piece by piece while they are read, as the real one does it.
 
 #include <deque>
@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "mirror/FakeRoutes.h"
 #include "mirror/RtChannel.h"
 #include "mirror/TestMessages.h"
 
@@ -22,6 +23,7 @@ class FakeKernel : public RtChannel {
   std::map<int, TestLink> links;
   std::vector<TestAddress> addresses;  // in the order of the kernel's lists
   std::vector<TestNeighbour> neighbours;
+  FakeRoutes routes{[this](const Message& message) { notify(message); }};
 
   // ---- how it behaves
   std::size_t queueLimit = SIZE_MAX;            // datagrams; what comes beyond is lost
@@ -99,7 +101,8 @@ class FakeKernel : public RtChannel {
   }
 
   // ---- the channel
-  void dump(RtDump what, std::uint32_t sequence) override {
+  void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) override {
+    dumpedTable_ = table;
     ++dumps;
     if (isSendRefused()) throw Kel::Exception("no buffer space");
     if (dumpStatus != 0) {
@@ -160,27 +163,34 @@ class FakeKernel : public RtChannel {
       for (const auto& neighbour : neighbours) {
         if (neighbour.addr.af() == af) all.push_back(describe(reply(RTM_NEWNEIGH), neighbour).bytes());
       }
-    } else {
+    } else if (dumped_.what == RtDump::ipv4Addresses || dumped_.what == RtDump::ipv6Addresses) {
       const auto af = dumped_.what == RtDump::ipv4Addresses ? Vantu::ipv4_ : Vantu::ipv6_;
       for (const auto& address : addresses) {
         if (address.local.af() == af) all.push_back(describe(reply(RTM_NEWADDR), address).bytes());
       }
     }
+    if (isOfRoutes()) {
+      all = routes.objects(dumped_.what, dumpedTable_, [this](std::uint16_t type) { return reply(type); });
+    }
     return all;
   }
+  bool isOfRoutes() const { return dumped_.what >= RtDump::nexthops; }
 
   // The next few objects by their place in the list, so that one is passed over when another before it has gone.
   void producePiece() {
     const auto all = objects();
     Bytes piece;
-    for (std::size_t count = 0; count < objectsPerPiece && dumped_.next < all.size(); ++count, ++dumped_.next) {
+    // The kernel goes on with the next prefix there, whatever has become of others.
+    const std::size_t limit = dumped_.what == RtDump::ipv4Routes ? SIZE_MAX : objectsPerPiece;
+    for (std::size_t count = 0; count < limit && dumped_.next < all.size(); ++count, ++dumped_.next) {
       const Bytes& object = all[dumped_.next];
       piece.insert(piece.end(), object.begin(), object.end());
       piece.resize((piece.size() + 3) / 4 * 4);
     }
     if (!dumpedState_) dumpedState_ = stateText();
     if (dumped_.next >= all.size()) {
-      const bool hasChanged = std::exchange(dumpedState_, std::nullopt) != stateText() && !isOfNeighbours();
+      const bool hasChanged = std::exchange(dumpedState_, std::nullopt) != stateText() && !isOfNeighbours() &&
+                              (!isOfRoutes() || dumped_.what == RtDump::nexthops);
       const std::uint16_t flags = hasChanged || isInterrupted() ? NLM_F_DUMP_INTR : 0;
       const Bytes done = Message(NLMSG_DONE, NLM_F_MULTI | flags, dumped_.sequence, port).fixed(0).bytes();
       piece.insert(piece.end(), done.begin(), done.end());
@@ -210,6 +220,7 @@ class FakeKernel : public RtChannel {
   Bytes latePiece_;
   Dump dumped_;
   std::optional<Bytes> dumpedState_;
+  std::uint32_t dumpedTable_ = 0;
   bool isCongested_ = false;
   bool isOverrunUntold_ = false;
 };

@@ -11,7 +11,7 @@ namespace {
 Kel::TraceHandle mirrorServiceTrace("MirrorService");
 
 // The first pass over the store removes what it does not have. So it waits for VRFs that were there from the start,
-// as long as they are listed one after the other.
+// as long as they are listed one after the other, or a long list is coming in.
 constexpr Kel::Seconds patience = 5;
 
 constexpr const char* vrfIdsPath = "vrf/id/status";
@@ -56,6 +56,10 @@ bool MirrorService::receive() {
   if (tags.contains(settingsTag) && settings_.update()) applySettings();
   tags.insert(busy_.begin(), busy_.end());
   busy_.clear();
+  const Kel::Seconds now = Kel::System::currentTime();
+  for (const auto& [tag, when] : due_) {
+    if (when <= now) tags.insert(tag);
+  }
   for (const Tag tag : tags) {
     run(tag, [&](NamespaceMirror& mirror) {
       if (mirror.receive()) busy_.insert(tag);
@@ -63,7 +67,7 @@ bool MirrorService::receive() {
   }
   armTimer();
   publish();
-  return !busy_.empty();
+  return !busy_.empty() || publisher_.isMorePending();
 }
 
 void MirrorService::poll() {
@@ -117,6 +121,7 @@ void MirrorService::lost(const L3::VrfName& vrf) {
   if (at == tags_.end()) return;
   const auto member = members_.extract(at->second);
   busy_.erase(at->second);
+  due_.erase(at->second);
   tags_.erase(at);
   member.mapped()->mirror.withdraw();
 }
@@ -134,6 +139,11 @@ void MirrorService::run(Tag tag, const Operation& operation) {
   Member& member = *at->second;
   try {
     operation(member.mirror);
+    if (const auto when = member.mirror.due()) {
+      due_[tag] = *when;
+    } else {
+      due_.erase(tag);
+    }
     if (tag != defaultTag && !member.wasComplete && member.mirror.isComplete()) {
       member.wasComplete = true;
       namespaces_.accept(member.mirror.scope().vrf());
@@ -159,7 +169,9 @@ void MirrorService::applySettings() {
 }
 
 void MirrorService::armTimer() {
-  events_.timerIs(namespaces_.nextLook() - Kel::System::currentTime(), namespacesTag);
+  Kel::Seconds next = namespaces_.nextLook();
+  for (const auto& [tag, when] : due_) next = std::min(next, when);
+  events_.timerIs(next - Kel::System::currentTime(), namespacesTag);
 }
 
 // An incomplete picture would sweep what is still there from the store.
@@ -171,7 +183,7 @@ bool MirrorService::isWhole() {
   });
   if (awaited_.empty()) return true;
   const Kel::Seconds now = Kel::System::currentTime();
-  if (listed > 0) patienceUntil_ = now + patience;
+  if (listed > 0 || !busy_.empty()) patienceUntil_ = now + patience;
   if (now < patienceUntil_) return false;
   QTRACE(mirrorServiceTrace, 0) << awaited_.size() << " VRFs are still not listed; going on without them";
   awaited_.clear();
@@ -179,7 +191,11 @@ bool MirrorService::isWhole() {
 }
 
 void MirrorService::publish() {
-  if ((isServing_ || isWhole()) && publisher_.publish()) isServing_ = true;
+  if (!isServing_ && !isWhole()) {
+    publisher_.publishRoutes();
+  } else if (publisher_.publish()) {
+    isServing_ = true;
+  }
 }
 
 }  // namespace Mirror

@@ -92,7 +92,8 @@ class MirrorService {
   std::map<Tag, std::unique_ptr<Member>> members_;
   std::map<L3::VrfName, Tag> tags_;
   Tag lastTag_ = defaultTag;
-  std::set<Tag> busy_;              // more may wait
+  std::set<Tag> busy_;  // more may wait
+  std::map<Tag, Kel::Seconds> due_;
   std::set<L3::VrfName> awaited_;   // there from the start, and not listed yet
   Kel::Seconds patienceUntil_ = 0;  // for those
   bool isServing_ = false;

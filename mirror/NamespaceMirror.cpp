@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <libmnl/libmnl.h>
+#include <linux/if.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,6 +19,8 @@ Kel::TraceHandle namespaceMirrorTrace("Mirror");
 
 // What one turn takes in at most: under a steady stream, what has come is still published every few milliseconds.
 constexpr unsigned datagramsPerTurn = 256;
+// A piece of a list of routes has some five hundred of them.
+constexpr unsigned routeDatagramsPerTurn = 16;
 // Interrupted dumps are begun again at once this often, then with the next poll.
 constexpr unsigned interruptionsAtOnce = 10;
 // A dump is answered piece by piece as it is read, so a pause means that it is stuck. What waits after an overrun is
@@ -37,13 +40,23 @@ bool isOfNeighbours(RtDump step) {
 
 const char* contentsOf(RtDump step) {
   if (step == RtDump::links) return "interfaces";
+  if (step == RtDump::nexthops) return "next-hop objects";
+  if (step == RtDump::ipv4Routes || step == RtDump::ipv6Routes) return "routes";
   return isOfNeighbours(step) ? "neighbours" : "addresses";
 }
 
 }  // namespace
 
 NamespaceMirror::NamespaceMirror(RtChannel& channel, Picture& picture, NamespaceScope scope, ForwardingFlags flags)
-    : channel_(channel), writer_(picture, std::move(scope)), flags_(std::move(flags)) {
+    : channel_(channel),
+      picture_(picture),
+      writer_(picture, std::move(scope)),
+      flags_(std::move(flags)),
+      routes_(picture.routes, [this](std::uint32_t ifIndex) {
+        const KernelInterface* interface = state_.interface(ifIndex);
+        const bool isKnown = interface && interface->link && !interface->link->name.empty();
+        return isKnown ? writer_.scope().intfId(interface->link->name) : Vantu::IntfId();
+      }) {
 }
 
 void NamespaceMirror::start() {
@@ -52,7 +65,9 @@ void NamespaceMirror::start() {
 
 bool NamespaceMirror::receive() {
   bool mayMoreWait = true;
-  for (unsigned i = 0; i < datagramsPerTurn && mayMoreWait; ++i) {
+  const unsigned limit = isListingRoutes_ ? routeDatagramsPerTurn : datagramsPerTurn;
+  for (unsigned i = 0; i < limit && mayMoreWait; ++i) {
+    if (isListingRoutes_ && mustWait()) break;
     std::span<const std::uint8_t> datagram;
     switch (channel_.receive(datagram)) {
       case RtChannel::Outcome::datagram:
@@ -62,8 +77,15 @@ bool NamespaceMirror::receive() {
         handleOverrun();
         break;
       case RtChannel::Outcome::empty:
-        mayMoreWait = dumpWantedSince_.has_value();
-        if (mayMoreWait) beginDump();
+        mayMoreWait = isRoutesStepOver_;
+        if (dumpWantedSince_) {
+          mayMoreWait = true;
+          beginDump();
+        } else if (areRoutesDue()) {
+          mayMoreWait = true;
+          extent_ = Extent::routes;
+          beginRoutes();
+        }
         break;
     }
   }
@@ -72,7 +94,16 @@ bool NamespaceMirror::receive() {
 }
 
 void NamespaceMirror::settle() {
-  if (isComplete()) writer_.sync(state_, state_.takeChanges());
+  if (!isComplete()) return;
+  const auto changes = state_.takeChanges();
+  writer_.sync(state_, changes);
+  if (!changes.interfaces.empty() || vrfsVersion_ != picture_.vrfs.version()) tablesAre();
+  if (!changes.interfaces.empty()) routes_.renamed(changes.interfaces);
+}
+
+void NamespaceMirror::withdraw() {
+  routes_.tablesAre({});
+  writer_.withdraw();
 }
 
 void NamespaceMirror::poll() {
@@ -81,8 +112,13 @@ void NamespaceMirror::poll() {
   if (isStuck()) isReopenWanted_ = true;
   if (isReopenWanted_) {
     reopen();
-  } else if (isRetryWanted_ || isListingDue()) {
+  } else if (isRetryWanted_) {
     beginDump();
+  } else if (isListingDue()) {
+    beginDump(Extent::allButRoutes);
+  } else if (areRoutesDue()) {
+    extent_ = Extent::routes;
+    beginRoutes();
   }
 }
 
@@ -94,12 +130,12 @@ bool NamespaceMirror::areFlagsDue() {
 }
 
 bool NamespaceMirror::isListingDue() const {
-  return !fresh_ && nextListing_ != 0 && Kel::System::currentTime() >= nextListing_;
+  return !isBusy() && nextListing_ != 0 && Kel::System::currentTime() >= nextListing_;
 }
 
 bool NamespaceMirror::isStuck() const {
   const Kel::Seconds now = Kel::System::currentTime();
-  if (fresh_ && now - lastReply_ > stuckAfter) {
+  if (isBusy() && now - lastReply_ > stuckAfter) {
     QTRACE(namespaceMirrorTrace, 0) << "rtnetlink: a dump is not answered; beginning anew";
     return true;
   }
@@ -122,12 +158,19 @@ void NamespaceMirror::reopen() {
   } catch (const Kel::Exception& error) {
     if (!isComplete()) throw;
     QTRACE(namespaceMirrorTrace, 0) << error.what() << "; trying again every second";
-    fresh_.reset();
+    giveUp();
     isReopenWanted_ = true;
   }
 }
 
-void NamespaceMirror::beginDump() {
+void NamespaceMirror::giveUp() {
+  fresh_.reset();
+  isListingRoutes_ = isRoutesStepOver_ = false;
+}
+
+void NamespaceMirror::beginDump(Extent extent) {
+  giveUp();
+  extent_ = extent;
   dumpWantedSince_.reset();
   isReopenWanted_ = isRetryWanted_ = false;
   mayBeIncomplete_ = false;
@@ -135,8 +178,9 @@ void NamespaceMirror::beginDump() {
   stepIs(RtDump::links);
 }
 
-void NamespaceMirror::stepIs(RtDump step) {
+void NamespaceMirror::stepIs(RtDump step, std::uint32_t table) {
   step_ = step;
+  table_ = table;
   repetitions_ = 0;
   ask();
 }
@@ -146,11 +190,11 @@ void NamespaceMirror::ask() {
   pieces_ = 0;
   lastReply_ = Kel::System::currentTime();
   try {
-    channel_.dump(step_, ++sequence_);
+    channel_.dump(step_, ++sequence_, table_);
   } catch (const Kel::Exception& error) {
     if (!isComplete()) throw;
     QTRACE(namespaceMirrorTrace, 0) << error.what() << "; trying again";
-    fresh_.reset();
+    giveUp();
     isReopenWanted_ = true;
   }
 }
@@ -162,7 +206,7 @@ void NamespaceMirror::handleDatagram(std::span<const std::uint8_t> datagram) {
   while (mnl_nlmsg_ok(message, left)) {
     if (message->nlmsg_pid == channel_.portId()) {
       // Replies with another number belong to a dump that was given up.
-      if (fresh_ && message->nlmsg_seq == sequence_) {
+      if (isBusy() && message->nlmsg_seq == sequence_) {
         if (message->nlmsg_type != NLMSG_DONE && !std::exchange(isCounted, true)) ++pieces_;
         handleReply(*message);
       }
@@ -199,8 +243,24 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
         if (fresh_) fresh_->notified(content);
       }
     };
-    if (const auto* link = std::get_if<LinkMessage>(&decoded)) apply(*link);
-    if (const auto* address = std::get_if<AddressMessage>(&decoded)) apply(*address);
+    const bool isNews = handling == Handling::notified;
+    if (const auto* link = std::get_if<LinkMessage>(&decoded)) {
+      if (isNews) handleLink(*link);
+      apply(*link);
+    }
+    if (const auto* address = std::get_if<AddressMessage>(&decoded)) {
+      if (isNews && address->isDeleted) routes_.addressGone(address->local);
+      apply(*address);
+    }
+    const auto applyToRoutes = [&](const auto& content) {
+      if (isNews) {
+        routes_.notified(content);
+      } else if (isListingRoutes_) {
+        routes_.dumped(content);
+      }
+    };
+    if (const auto* route = std::get_if<RouteMessage>(&decoded)) applyToRoutes(*route);
+    if (const auto* nexthop = std::get_if<NexthopMessage>(&decoded)) applyToRoutes(*nexthop);
     if (const auto* neighbour = std::get_if<NeighbourMessage>(&decoded)) {
       apply(*neighbour);
       if (handling == Handling::notified) areNeighboursMoving_ = true;
@@ -213,7 +273,9 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
 }
 
 void NamespaceMirror::handleStepEnd() {
-  if (isInterrupted_) {
+  if (isListingRoutes_) {
+    handleRoutesEnd(isInterrupted_);
+  } else if (isInterrupted_) {
     handleInterruption();
   } else if (mayLackNeighbours()) {
     ++repetitions_;
@@ -248,17 +310,19 @@ void NamespaceMirror::handleInterruption() {
 void NamespaceMirror::handleDumpFailure(int status) {
   const std::string text =
       fmt::format("rtnetlink: the kernel does not list its {}: {}", contentsOf(step_), std::strerror(status));
+  // The kernel makes a table when its first route comes, and older ones have no next-hop objects.
+  if (isListingRoutes_ && (status == ENOENT || status == EOPNOTSUPP)) return handleRoutesEnd(false);
   // Busy: an earlier dump on this socket got stuck.
   if (!isComplete() && status != EBUSY) throw Kel::Exception(text);
   QTRACE(namespaceMirrorTrace, 0) << text << "; trying again";
-  fresh_.reset();
+  giveUp();
   isReopenWanted_ = true;
 }
 
 void NamespaceMirror::handleOverrun() {
   ++overruns_;
   QTRACE(namespaceMirrorTrace, 1) << "overrun: messages of the kernel were lost, reading everything again";
-  fresh_.reset();
+  giveUp();
   if (!dumpWantedSince_) dumpWantedSince_ = Kel::System::currentTime();
 }
 
@@ -266,11 +330,18 @@ void NamespaceMirror::completeDump() {
   state_ = std::move(*fresh_).complete();
   fresh_.reset();
   interruptions_ = 0;
-  ++completeDumps_;
   listingInterval_ = mayBeIncomplete_ ? std::clamp(listingInterval_ * 2, 1.0, longestListingInterval) : 0;
   nextListing_ = mayBeIncomplete_ ? Kel::System::currentTime() + listingInterval_ : 0;
+  if (isComplete()) show();
+  if (extent_ == Extent::all) beginRoutes();
+}
+
+void NamespaceMirror::show() {
+  ++completeDumps_;
   writer_.syncAll(state_);
   state_.takeChanges();
+  tablesAre();
+  routes_.allRenamed();
   readForwarding();
   QTRACE(namespaceMirrorTrace, 2) << "dump " << completeDumps_ << " complete, " << state_.interfaces().size()
                                   << " links";

@@ -1,5 +1,6 @@
 #pragma once
-// Keeps the picture in step with the links, addresses, neighbours and forwarding flags of one network namespace.
+// Keeps the picture in step with the links, addresses, neighbours, routes and forwarding flags of one network
+// namespace.
 //
 // The channel is subscribed first; then everything is dumped, and notifications that come meanwhile are merged in;
 // from then on notifications keep the state. A dump that the kernel calls interrupted is begun again. When messages
@@ -10,7 +11,11 @@
 // A list of neighbours that changes while the kernel walks it may lack some, without the kernel's saying so. It is
 // listed again then, at once a few times, and later at growing intervals.
 //
-// Until the first dump is complete the picture is left alone; then the whole namespace is in it at once.
+// Routes are listed after all that, and by themselves when the kernel may have changed them without a word
+// (NamespaceRoutes.h). A list of them is as long as it is: it is taken in as fast as it can be written, bit by bit.
+//
+// Until the first dump is complete the picture is left alone; then the whole namespace is in it at once. Routes go
+// ahead: nobody looks for them before their VRF is there.
 
 #include <linux/netlink.h>
 
@@ -21,6 +26,7 @@
 #include "kel/System.h"
 #include "mirror/ForwardingFlags.h"
 #include "mirror/KernelState.h"
+#include "mirror/NamespaceRoutes.h"
 #include "mirror/NamespaceWriter.h"
 #include "mirror/RtChannel.h"
 
@@ -45,9 +51,13 @@ class NamespaceMirror {
   // Takes in what another namespace's coming or going means for this one.
   void settle();
   // The namespace is gone: nothing of it is left in the picture. The end of this object.
-  void withdraw() { writer_.withdraw(); }
+  void withdraw();
+
+  // When receive() has to be called though nothing may have come; none: not before something has.
+  std::optional<Kel::Seconds> due() const;
 
   const NamespaceScope& scope() const { return writer_.scope(); }
+  const NamespaceRoutes& routes() const { return routes_; }
   bool isComplete() const { return completeDumps_ > 0; }
   std::uint64_t completeDumps() const { return completeDumps_; }
   std::uint64_t overruns() const { return overruns_; }
@@ -56,8 +66,16 @@ class NamespaceMirror {
   enum class Handling { notified, dumped };
 
   void reopen();
-  void beginDump();
-  void stepIs(RtDump step);
+  enum class Extent { all, allButRoutes, routes };
+  void beginDump(Extent extent = Extent::all);
+  void beginRoutes();
+  void tablesAre();
+  void nextOfRoutes();
+  void workOnRoutes();
+  bool mustWait();
+  bool areRoutesDue() const;
+  bool isBusy() const { return fresh_ || isListingRoutes_; }
+  void stepIs(RtDump step, std::uint32_t table = 0);
   void ask();
   bool areFlagsDue();
   bool isListingDue() const;
@@ -65,22 +83,32 @@ class NamespaceMirror {
   void handleDatagram(std::span<const std::uint8_t> datagram);
   void handleReply(const nlmsghdr& message);
   void handle(const nlmsghdr& message, Handling handling);
+  void handleLink(const LinkMessage& link);
   void handleStepEnd();
+  void handleRoutesEnd(bool mayLack);
   bool mayLackNeighbours();
   void handleInterruption();
   void handleDumpFailure(int status);
   void handleOverrun();
   void completeDump();
+  void show();
+  void giveUp();
   void readForwarding();
 
   RtChannel& channel_;
+  Picture& picture_;
   NamespaceWriter writer_;
   ForwardingFlags flags_;
   KernelState state_;
+  NamespaceRoutes routes_;
 
   // The dump under way.
   std::optional<KernelState> fresh_;
+  Extent extent_ = Extent::all;
+  bool isListingRoutes_ = false;  // that is the last part
+  bool isRoutesStepOver_ = false;
   RtDump step_ = RtDump::links;
+  std::uint32_t table_ = 0;
   std::uint32_t sequence_ = 0;
   bool isInterrupted_ = false;
   Kel::Seconds lastReply_ = 0;
@@ -96,6 +124,7 @@ class NamespaceMirror {
   bool isRetryWanted_ = false;                   // a dump, with the next poll
   bool isForwardingUnread_ = false;
   unsigned polls_ = 0;
+  std::uint64_t vrfsVersion_ = 0;
   unsigned interruptions_ = 0;  // in a row
   std::uint64_t completeDumps_ = 0;
   std::uint64_t overruns_ = 0;

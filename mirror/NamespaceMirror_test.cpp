@@ -400,7 +400,7 @@ TEST_F(NamespaceMirrorTest, rereading) {
   mirror_.start();
   mirror_.reread();  // the first dump is under way
   settle();
-  EXPECT_EQ(kernel_.dumps, 5U);
+  EXPECT_EQ(kernel_.dumps, 8U);
   kernel_.addresses = {at(2, "10.0.0.1/24")};  // untold
   mirror_.reread();
   settleAndCompare();

@@ -35,6 +35,18 @@ void NamespaceWriter::sync(const KernelState& state, const KernelState::Changes&
   }
 }
 
+NamespaceRoutes::Tables NamespaceWriter::tables(const KernelState& state) const {
+  NamespaceRoutes::Tables tables{{Vrfs::mainTable, scope_.vrfId()}};
+  if (!scope_.isDefault()) return tables;
+  const auto known = devices_.tables();
+  for (const auto& [ifIndex, interface] : state.interfaces()) {
+    if (!interface.link || !interface.link->vrfTable) continue;
+    const auto at = known.find(*interface.link->vrfTable);
+    tables.emplace(*interface.link->vrfTable, at == known.end() ? std::nullopt : std::optional(at->second));
+  }
+  return tables;
+}
+
 void NamespaceWriter::forwardingIs(Vantu::Af af, bool forwarding) {
   picture_.vrfs.forwardingIs(scope_.vrf(), af, forwarding);
 }

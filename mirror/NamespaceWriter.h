@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "mirror/NamespaceRoutes.h"
 #include "mirror/Picture.h"
 #include "mirror/TreeWriter.h"
 #include "mirror/VrfDevices.h"
@@ -23,6 +24,9 @@ class NamespaceWriter {
   void forwardingIs(Vantu::Af af, bool forwarding);
   // The namespace is gone, or is the VRF no more: nothing of it is left in the picture. The end of this object.
   void withdraw();
+
+  // The kernel's routing tables that are VRFs', and which; none: that comes with the next sync.
+  NamespaceRoutes::Tables tables(const KernelState& state) const;
 
   const NamespaceScope& scope() const { return scope_; }
 

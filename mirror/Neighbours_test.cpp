@@ -62,7 +62,7 @@ TEST_F(NeighboursTest, aListThatMovedWhileItWasReadIsReadAgain) {
   };
   startAndSettle();
   expectAgreement();
-  EXPECT_EQ(kernel_.dumps, 5U + 2U);
+  EXPECT_EQ(kernel_.dumps, 8U + 2U);
 
   // When it never keeps still, what there is of it has to do, and is completed later.
   const auto churn = neighbour(2, "10.0.0.99");

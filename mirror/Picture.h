@@ -2,6 +2,7 @@
 // All that is published: what the mirrors of the namespaces keep, and what goes to the store from there.
 
 #include "mirror/NeighbourTable.h"
+#include "mirror/PublishedRoutes.h"
 #include "mirror/Vrfs.h"
 #include "varnix/Tree.h"
 
@@ -10,6 +11,7 @@ namespace Mirror {
 struct Picture {
   Varnix::Tree tree{Kel::makePtr<Kel::Dir>("")};
   NeighbourTable neighbours;
+  PublishedRoutes routes;
   Vrfs vrfs{tree};
 };
 

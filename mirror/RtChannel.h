@@ -7,7 +7,16 @@
 namespace Mirror {
 
 // In the order in which they are asked for: what refers to others comes after them.
-enum class RtDump { links, ipv4Addresses, ipv6Addresses, ipv4Neighbours, ipv6Neighbours };
+enum class RtDump {
+  links,
+  ipv4Addresses,
+  ipv6Addresses,
+  ipv4Neighbours,
+  ipv6Neighbours,
+  nexthops,
+  ipv4Routes,
+  ipv6Routes
+};
 
 class RtChannel {
  public:
@@ -19,8 +28,9 @@ class RtChannel {
 
   virtual ~RtChannel() = default;
 
-  // Asks for all objects of a kind. The replies carry portId() and `sequence`. One dump at a time.
-  virtual void dump(RtDump what, std::uint32_t sequence) = 0;
+  // Asks for all objects of a kind; of routes, for those of the table `table` (old kernels list all tables). The
+  // replies carry portId() and `sequence`. One dump at a time.
+  virtual void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) = 0;
   // Never blocks. A datagram holds one or more messages, and is valid until the next call, for this
   // channel or another.
   virtual Outcome receive(std::span<const std::uint8_t>& datagram) = 0;

@@ -1,6 +1,6 @@
 #pragma once
 // What the mirror understands of rtnetlink (rtnetlink(7), linux/rtnetlink.h, linux/if_link.h, linux/if_addr.h,
-// linux/neighbour.h, linux/netconf.h).
+// linux/neighbour.h, linux/netconf.h, linux/nexthop.h).
 //
 // Decoding trusts nothing: lengths are checked before anything is read, attributes that are not known are passed
 // over, and the flag bits of an attribute's type are ignored.
@@ -13,6 +13,7 @@
 #include <variant>
 
 #include "kel/Errors.h"
+#include "mirror/RouteMessage.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IpGenAddr.h"
 #include "varnix/Interface.h"
@@ -62,7 +63,8 @@ struct ForwardingMessage {
 };
 
 // monostate: a well-formed message that is not for the mirror.
-using RtMessage = std::variant<std::monostate, LinkMessage, AddressMessage, NeighbourMessage, ForwardingMessage>;
+using RtMessage = std::variant<std::monostate, LinkMessage, AddressMessage, NeighbourMessage, ForwardingMessage,
+                               RouteMessage, NexthopMessage>;
 
 // The message is too short, or has an attribute of the wrong size.
 class MalformedMessageException : public Kel::Exception {

@@ -4,6 +4,7 @@
 #include <libmnl/libmnl.h>
 #include <linux/if_addr.h>
 #include <linux/neighbour.h>
+#include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
@@ -47,12 +48,17 @@ void receiveBytesAre(const mnl_socket* socket, int bytes) {
 }
 
 void subscribe(const mnl_socket* socket) {
-  for (int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_NEIGH, RTNLGRP_IPV4_NETCONF,
-                    RTNLGRP_IPV6_NETCONF}) {
+  for (int group : {RTNLGRP_LINK, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV6_IFADDR, RTNLGRP_NEIGH, RTNLGRP_IPV4_ROUTE,
+                    RTNLGRP_IPV6_ROUTE}) {
+    if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) != 0) {
+      failOnSocket("cannot subscribe to changes");
+    }
+  }
+  // Old kernels do without: the forwarding flags are read once a second all the same, and there are no next-hop
+  // objects.
+  for (int group : {RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF, RTNLGRP_NEXTHOP}) {
     if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
-    if (group != RTNLGRP_IPV6_NETCONF && group != RTNLGRP_IPV4_NETCONF) failOnSocket("cannot subscribe to changes");
-    // An old kernel: the forwarding flags are read once a second all the same.
-    QTRACE(rtSocketTrace, 1) << "no notifications of forwarding: " << std::strerror(errno);
+    QTRACE(rtSocketTrace, 1) << "no notifications of group " << group << ": " << std::strerror(errno);
   }
 }
 
@@ -95,7 +101,7 @@ std::uint32_t RtSocket::portId() const {
   return mnl_socket_get_portid(socket_.get());
 }
 
-void RtSocket::dump(RtDump what, std::uint32_t sequence) {
+void RtSocket::dump(RtDump what, std::uint32_t sequence, std::uint32_t table) {
   std::array<std::uint8_t, 128> bytes{};
   nlmsghdr* request = mnl_nlmsg_put_header(bytes.data());
   request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
@@ -108,6 +114,14 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence) {
     request->nlmsg_type = RTM_GETNEIGH;
     auto* header = static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)));
     header->ndm_family = what == RtDump::ipv4Neighbours ? AF_INET : AF_INET6;
+  } else if (what == RtDump::nexthops) {
+    request->nlmsg_type = RTM_GETNEXTHOP;
+    mnl_nlmsg_put_extra_header(request, sizeof(nhmsg));
+  } else if (what == RtDump::ipv4Routes || what == RtDump::ipv6Routes) {
+    request->nlmsg_type = RTM_GETROUTE;
+    auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
+    header->rtm_family = what == RtDump::ipv4Routes ? AF_INET : AF_INET6;
+    mnl_attr_put_u32(request, RTA_TABLE, table);
   } else {
     request->nlmsg_type = RTM_GETADDR;
     auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));

@@ -1,5 +1,6 @@
 #pragma once
-// An rtnetlink socket that is subscribed to links, addresses, neighbours and forwarding flags (libmnl).
+// An rtnetlink socket that is subscribed to links, addresses, neighbours, routes, next-hop objects and forwarding flags
+// (libmnl).
 
 #include <memory>
 
@@ -24,7 +25,7 @@ class RtSocket : public RtChannel {
   int fd() const;            // readable when datagrams wait; another one after reopen()
   int receiveBytes() const;  // as granted by the kernel, which counts its own overhead too
 
-  void dump(RtDump what, std::uint32_t sequence) override;
+  void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) override;
   Outcome receive(std::span<const std::uint8_t>& datagram) override;
   std::uint32_t portId() const override;
   // When it throws, the old socket is still there.

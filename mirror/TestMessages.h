@@ -56,6 +56,10 @@ class Message {
     append(attributeBytes(type, payload));
     return *this;
   }
+  Message& attributes(const Bytes& whole) {
+    append(whole);
+    return *this;
+  }
   Message& text(unsigned type, const std::string& value) {
     return attribute(type, {value.c_str(), value.c_str() + value.size() + 1});
   }

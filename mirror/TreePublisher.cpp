@@ -1,5 +1,7 @@
 #include "mirror/TreePublisher.h"
 
+#include <utility>
+
 #include "kel/Trace.h"
 
 namespace Mirror {
@@ -26,13 +28,13 @@ TreePublisher::TreePublisher(Picture& picture, Quillo::PublisherConfig config)
 void TreePublisher::open() {
   documents_.reset();
   store_.reset();
-  hasPublishedAll_ = false;
+  hasPublishedAll_ = isPassBegun_ = areDocumentsIn_ = false;
   store_ = std::make_unique<Quillo::Publisher>(config_);
   documents_ = std::make_unique<Varnix::DocumentPublisher>(picture_.tree, *store_);
 }
 
 bool TreePublisher::isUpToDate() const {
-  return hasPublishedAll_ && !isPending();
+  return hasPublishedAll_ && !isPending() && picture_.routes.pending() == 0;
 }
 
 bool TreePublisher::isPending() const {
@@ -43,52 +45,82 @@ bool TreePublisher::publish() {
   return !hasFailed_ && (isUpToDate() || tryPublish());
 }
 
+void TreePublisher::publishRoutes() {
+  if (!hasFailed_ && picture_.routes.pending() > 0) tryPublish(What::routes);
+}
+
 void TreePublisher::poll() {
   if (isStarted_) tryPublish();
 }
 
-bool TreePublisher::tryPublish() {
+bool TreePublisher::tryPublish(What what) {
   try {
-    write();
+    write(what);
   } catch (const Quillo::StoreException& error) {
     if (!isStarted_ || !mayPass(error.kind())) throw;
     if (!hasFailed_) {
       QTRACE(treePublisherTrace, 0) << error.what() << "; trying again every second";
     }
     hasFailed_ = true;
+    picture_.routes.storeFailingIs(true);
     return false;
   }
   if (hasFailed_) {
     QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " is written again";
   }
   hasFailed_ = false;
-  return true;
+  picture_.routes.storeFailingIs(false);
+  return hasPublishedAll_;
 }
 
-void TreePublisher::write() {
+void TreePublisher::write(What what) {
   if (isGone()) {
     QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " was removed or replaced; making it anew";
     open();
   }
-  if (!hasPublishedAll_) {
+  beginPass();
+  if (what == What::routes) {
+    commitRoutes();
+  } else if (!hasPublishedAll_) {
     writeAll();
-    hasPublishedAll_ = isStarted_ = true;
   } else {
     writeChanges();
   }
 }
 
-void TreePublisher::writeAll() {
+// Once for each store that is opened.
+void TreePublisher::beginPass() {
   using Quillo::TableId;
-  store_->beginFullPass({TableId::varnix, TableId::arp, TableId::neighbor});
-  documents_->rewriteAll();
-  picture_.neighbours.allPending();
+  if (std::exchange(isPassBegun_, true)) return;
+  store_->beginFullPass(
+      {TableId::varnix, TableId::arp, TableId::neighbor, TableId::route, TableId::route6, TableId::fec});
+  picture_.routes.allPending();
+}
+
+void TreePublisher::writeAll() {
+  if (!areDocumentsIn_) {
+    documents_->rewriteAll();
+    picture_.neighbours.allPending();
+    areDocumentsIn_ = true;
+  }
   writeChanges();
+  isStarted_ = true;
+  if (picture_.routes.pending() > 0) return;
   store_->endFullPass();
+  hasPublishedAll_ = true;
 }
 
 void TreePublisher::writeChanges() {
+  if (!isPending()) commitRoutes();
   while (isPending()) commit();
+}
+
+void TreePublisher::commitRoutes() {
+  auto batch = store_->begin();
+  picture_.routes.addTo(batch);
+  const auto result = batch.commit();
+  picture_.routes.written();
+  QTRACE(treePublisherTrace, 6) << result.changes << " changes of routes, journal at " << result.seq;
 }
 
 void TreePublisher::commit() {
@@ -96,9 +128,11 @@ void TreePublisher::commit() {
   picture_.neighbours.addGone(batch);
   documents_->addTo(batch);
   picture_.neighbours.addCome(batch);
+  picture_.routes.addTo(batch);
   const auto result = batch.commit();
   documents_->published();
   picture_.neighbours.written();
+  picture_.routes.written();
   QTRACE(treePublisherTrace, 6) << result.changes << " changes, journal at " << result.seq;
 }
 

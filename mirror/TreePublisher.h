@@ -19,9 +19,13 @@ class TreePublisher {
   TreePublisher(Picture& picture, Quillo::PublisherConfig config);
 
   // Writes what changed, in one commit (very many changes of neighbours take several); the first time everything, as
-  // a complete pass. False when that has to wait for a poll.
+  // a complete pass. Of routes it writes a limited number at a time: call again while isMorePending(). False when that
+  // has to wait for a poll, or the complete pass is not complete yet.
   // Throws Quillo::StoreException and Pesk::CorruptionDetectedException.
   bool publish();
+  // Of what has to go ahead of the first complete pass: some of the routes that are pending. The same holds.
+  void publishRoutes();
+  bool isMorePending() const { return !hasFailed_ && picture_.routes.pending() > 0; }
   // To be called once a second: tries again what could not be written, and notices that the store was removed.
   void poll();
 
@@ -32,11 +36,14 @@ class TreePublisher {
 
  private:
   void open();
-  bool tryPublish();
-  void write();
+  enum class What { all, routes };
+  bool tryPublish(What what = What::all);
+  void write(What what);
+  void beginPass();
   void writeAll();
   void writeChanges();
   void commit();
+  void commitRoutes();
   bool isPending() const;
   bool isGone();
 
@@ -45,6 +52,8 @@ class TreePublisher {
   std::unique_ptr<Quillo::Publisher> store_;
   std::unique_ptr<Varnix::DocumentPublisher> documents_;
   bool isStarted_ = false;        // something was published
+  bool isPassBegun_ = false;      // over the store that is open
+  bool areDocumentsIn_ = false;   // in this pass
   bool hasPublishedAll_ = false;  // to the store that is open
   bool hasFailed_ = false;
 };

@@ -40,4 +40,12 @@ VrfDevices::Membership VrfDevices::membership(std::uint32_t ifIndex, const Kerne
   return {};
 }
 
+std::map<std::uint32_t, Vrf::VrfIdMap::VrfId> VrfDevices::tables() const {
+  std::map<std::uint32_t, Vrf::VrfIdMap::VrfId> tables;
+  for (const auto& [ifIndex, device] : devices_) {
+    if (device.vrfId) tables.emplace(device.table, *device.vrfId);
+  }
+  return tables;
+}
+
 }  // namespace Mirror

@@ -28,6 +28,9 @@ class VrfDevices {
   // The default VRF's for an interface that belongs to no device.
   Membership membership(std::uint32_t ifIndex, const KernelLink& link) const;
 
+  // The routing tables of the devices that are VRFs.
+  std::map<std::uint32_t, Vrf::VrfIdMap::VrfId> tables() const;
+
  private:
   struct Device {
     std::string name;

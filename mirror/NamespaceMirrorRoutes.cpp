@@ -1,0 +1,75 @@
+// The part of NamespaceMirror that lists routes.
+
+#include <linux/if.h>
+
+#include "mirror/NamespaceMirror.h"
+
+namespace Mirror {
+
+void NamespaceMirror::tablesAre() {
+  vrfsVersion_ = picture_.vrfs.version();
+  routes_.tablesAre(writer_.tables(state_));
+}
+
+std::optional<Kel::Seconds> NamespaceMirror::due() const {
+  return isBusy() || !isComplete() ? std::nullopt : routes_.due();
+}
+
+bool NamespaceMirror::areRoutesDue() const {
+  const auto when = due();
+  return when && Kel::System::currentTime() >= *when;
+}
+
+void NamespaceMirror::beginRoutes() {
+  tablesAre();
+  if (isComplete() && extent_ == Extent::routes && !routes_.isListingNeeded()) return;
+  isListingRoutes_ = true;
+  isRoutesStepOver_ = false;
+  routes_.listingIs();
+  nextOfRoutes();
+}
+
+void NamespaceMirror::nextOfRoutes() {
+  if (const auto* step = routes_.step()) {
+    stepIs(step->what, step->table);
+    return;
+  }
+  isListingRoutes_ = false;
+  routes_.listingEnds();
+  if (!isComplete()) show();
+}
+
+// While what has come is not written yet, more of the list does not help.
+bool NamespaceMirror::mustWait() {
+  if (isRoutesStepOver_) {
+    workOnRoutes();
+  } else if (!picture_.routes.isFull()) {
+    return false;
+  }
+  lastReply_ = Kel::System::currentTime();
+  return true;
+}
+
+void NamespaceMirror::workOnRoutes() {
+  if (!routes_.work()) return;
+  isRoutesStepOver_ = false;
+  nextOfRoutes();
+}
+
+void NamespaceMirror::handleRoutesEnd(bool mayLack) {
+  isRoutesStepOver_ = true;
+  routes_.stepEnded(mayLack, pieces_);
+  workOnRoutes();
+}
+
+// What the kernel does to routes when the link moves.
+void NamespaceMirror::handleLink(const LinkMessage& link) {
+  constexpr std::uint32_t movingFlags = IFF_UP | IFF_RUNNING | IFF_LOWER_UP;
+  const KernelInterface* known = state_.interface(link.ifIndex);
+  const bool isKnown = known && known->link;
+  if (link.isDeleted || (isKnown && ((known->link->flags ^ link.flags) & movingFlags))) {
+    routes_.linkMoved(link.ifIndex);
+  }
+}
+
+}  // namespace Mirror

@@ -1,0 +1,251 @@
+#include "mirror/NamespaceRoutes.h"
+
+#include <algorithm>
+
+#include "kel/Trace.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle namespaceRoutesTrace("MirrorRoutes");
+
+// The kernel tells of a link before it acts on its routes, which takes it some milliseconds for very many.
+constexpr Kel::Seconds shortly = 0.02;
+constexpr Kel::Seconds muchLater = 1;
+constexpr double pauseFactor = 4;
+constexpr Kel::Seconds longestInterval = 64;
+// Routes that are looked at in one go.
+constexpr std::size_t sweepPiece = 50'000;
+
+Vantu::IpGenAddr onLink(Vantu::Af af) {
+  return af == Vantu::ipv6_ ? Vantu::IpGenAddr(Vantu::Ip6Addr()) : Vantu::IpGenAddr(Vantu::IpAddr());
+}
+
+}  // namespace
+
+NamespaceRoutes::NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf)
+    : published_(published), intfIdOf_(std::move(intfIdOf)) {
+}
+
+void NamespaceRoutes::tablesAre(const Tables& tables) {
+  // All that goes goes first, since VRF ids may have been passed on.
+  for (auto at = tables_.begin(); at != tables_.end();) {
+    const auto wanted = tables.find(at->first);
+    if (wanted != tables.end() && wanted->second != at->second->vrfId()) at->second->vrfIdIs({});
+    at = wanted == tables.end() ? tables_.erase(at) : std::next(at);
+  }
+  for (const auto& [number, vrfId] : tables) {
+    auto& table = tables_[number];
+    if (!table) {
+      table =
+          std::make_unique<VrfRoutes>(published_, [this](const RouteContent& content) { return resolve(content); });
+      table->listingIs(stamp_);
+      if (listings_ > 0) wantListing();
+    }
+    table->vrfIdIs(vrfId);
+  }
+}
+
+void NamespaceRoutes::notified(const RouteMessage& message) {
+  const auto at = tables_.find(message.table);
+  if (at == tables_.end()) return;
+  if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
+  at->second->notified(message);
+  // During a listing it is asked for at the end.
+  if (steps_.empty() && at->second->takeDoubt()) wantListing();
+}
+
+void NamespaceRoutes::notified(const NexthopMessage& message) {
+  nexthops_.notified(message);
+  const auto refers = [&](const RouteContent& content) {
+    return content.nexthopId != 0 && nexthops_.has(content.nexthopId, message.id);
+  };
+  if (message.isDeleted && any(refers)) wantListing();
+  reassess(refers);
+}
+
+bool NamespaceRoutes::usesInterface(const RouteContent& content, std::uint32_t ifIndex) const {
+  const auto isThere = [&](const RouteHop& hop) { return hop.ifIndex == ifIndex; };
+  if (content.nexthopId == 0) return std::any_of(content.hops.begin(), content.hops.end(), isThere);
+  const auto forwarding = nexthops_.forwarding(content.nexthopId);
+  return forwarding && std::any_of(forwarding->hops.begin(), forwarding->hops.end(), isThere);
+}
+
+void NamespaceRoutes::linkMoved(std::uint32_t ifIndex) {
+  // Next-hop objects go with their link, and the kernel does not say so.
+  if (nexthops_.usesInterface(ifIndex) ||
+      any([&](const RouteContent& content) { return usesInterface(content, ifIndex); })) {
+    wantListing();
+  }
+}
+
+// The connected route of the address, which prefers it too, is about to go with a word.
+void NamespaceRoutes::addressGone(const Vantu::IpGenAddr& address) {
+  const auto prefers = [&](const RouteContent& content) {
+    return content.source.isSet() && content.source == address;
+  };
+  if (!any(prefers)) return;
+  if (!due()) isOnlyForAddresses_ = true;
+  goneAddresses_.insert(address);
+  if (!soon_) soon_ = Kel::System::currentTime() + shortly;
+}
+
+bool NamespaceRoutes::isListingNeeded() {
+  const auto prefers = [&](const RouteContent& content) {
+    return content.source.isSet() && goneAddresses_.contains(content.source);
+  };
+  const bool isForAddresses = !goneAddresses_.empty() && any(prefers);
+  const bool isNeeded = !isOnlyForAddresses_ || isForAddresses;
+  if (isForAddresses) wantListing();
+  if (!isNeeded) soon_.reset();
+  goneAddresses_.clear();
+  isOnlyForAddresses_ = false;
+  return isNeeded;
+}
+
+void NamespaceRoutes::renamed(const std::set<std::uint32_t>& ifIndexes) {
+  reassess([&](const RouteContent& content) {
+    return std::any_of(ifIndexes.begin(), ifIndexes.end(),
+                       [&](std::uint32_t ifIndex) { return usesInterface(content, ifIndex); });
+  });
+}
+
+void NamespaceRoutes::allRenamed() {
+  reassess([](const RouteContent&) { return true; });
+}
+
+template <class Condition>
+bool NamespaceRoutes::any(const Condition& condition) const {
+  return std::any_of(tables_.begin(), tables_.end(),
+                     [&](const auto& entry) { return entry.second->contents().any(condition); });
+}
+
+template <class Condition>
+void NamespaceRoutes::reassess(const Condition& condition) {
+  for (const auto& [number, table] : tables_) table->reassess(condition);
+}
+
+// An on-link hop is the zero address; a route that refuses packets has one without an interface.
+std::vector<Quillo::Fib::Via> NamespaceRoutes::resolve(const RouteContent& content) {
+  const std::vector<Quillo::Fib::Via> refusal{{onLink(content.af), Vantu::IntfId()}};
+  if (!content.isUnicast()) return refusal;
+  Nexthops::Forwarding forwarding{false, content.hops};
+  if (content.nexthopId != 0) {
+    const auto found = nexthops_.forwarding(content.nexthopId);
+    if (!found) return {};
+    if (found->isBlackhole) return refusal;
+    forwarding = *found;
+  }
+  std::vector<Quillo::Fib::Via> vias;
+  for (const auto& hop : forwarding.hops) {
+    const Vantu::IntfId intfId = hop.ifIndex == 0 ? Vantu::IntfId() : intfIdOf_(hop.ifIndex);
+    if (hop.isDead || (hop.ifIndex != 0 && !intfId.isValid())) continue;
+    vias.push_back({hop.gateway.isSet() ? hop.gateway : onLink(content.af), intfId});
+  }
+  std::sort(vias.begin(), vias.end(),
+            [](const auto& a, const auto& b) { return std::tie(a.hop, a.intfId) < std::tie(b.hop, b.intfId); });
+  vias.erase(std::unique(vias.begin(), vias.end()), vias.end());
+  if (vias.size() > Quillo::Fib::Fec::maxVias) {
+    if (!std::exchange(isCutTold_, true)) {
+      QTRACE(namespaceRoutesTrace, 0) << "a route with " << vias.size() << " next hops is published with the first "
+                                      << Quillo::Fib::Fec::maxVias << " of them, like all such routes";
+    }
+    vias.resize(Quillo::Fib::Fec::maxVias);
+  }
+  return vias;
+}
+
+void NamespaceRoutes::wantListing() {
+  const Kel::Seconds now = Kel::System::currentTime();
+  if (!soon_) soon_ = now + shortly;
+  later_ = now + muchLater;
+  isOnlyForAddresses_ = false;
+}
+
+std::optional<Kel::Seconds> NamespaceRoutes::due() const {
+  if (!soon_ && !later_) return std::nullopt;
+  const Kel::Seconds wanted = soon_ && later_ ? std::min(*soon_, *later_) : soon_ ? *soon_ : *later_;
+  return std::max(wanted, notBefore_);
+}
+
+void NamespaceRoutes::listingIs() {
+  begun_ = Kel::System::currentTime();
+  soon_.reset();
+  if (later_ && *later_ <= begun_) later_.reset();
+  mayLack_ = areIpv6RoutesMoving_ = isSweeping_ = false;
+  ++stamp_;
+  next_ = 0;
+  steps_ = {{RtDump::nexthops, 0}};
+  nexthops_.listingIs();
+  for (const auto& [number, table] : tables_) {
+    table->listingIs(stamp_);
+    steps_.push_back({RtDump::ipv4Routes, number});
+    steps_.push_back({RtDump::ipv6Routes, number});
+  }
+}
+
+void NamespaceRoutes::dumped(const RouteMessage& message) {
+  const auto at = tables_.find(message.table);
+  if (at != tables_.end()) at->second->dumped(message);
+}
+
+// IPv6: when the tree has changed the kernel begins again at its root, and skips as many routes as it has told of.
+void NamespaceRoutes::stepEnded(bool mayLack, unsigned pieces) {
+  const Step& step = steps_[next_];
+  mayLack |= step.what == RtDump::ipv6Routes && areIpv6RoutesMoving_ && pieces > 1;
+  areIpv6RoutesMoving_ = false;
+  mayLack_ |= mayLack;
+  isSweeping_ = !mayLack;
+  if (!isSweeping_) ++next_;
+}
+
+bool NamespaceRoutes::work() {
+  if (!isSweeping_) return true;
+  const Step& step = steps_[next_];
+  if (step.what == RtDump::nexthops) {
+    isSweeping_ = false;
+    if (nexthops_.listingEnds()) reassess([](const RouteContent& content) { return content.nexthopId != 0; });
+  } else if (const auto at = tables_.find(step.table); at != tables_.end()) {
+    isSweeping_ = !at->second->sweep(step.what == RtDump::ipv4Routes ? Vantu::ipv4_ : Vantu::ipv6_, sweepPiece);
+  } else {
+    isSweeping_ = false;
+  }
+  if (isSweeping_) return false;
+  ++next_;
+  return true;
+}
+
+void NamespaceRoutes::listingEnds() {
+  const Kel::Seconds now = Kel::System::currentTime();
+  bool hasFound = false;
+  for (const auto& [number, table] : tables_) {
+    table->listingEnds();
+    const bool found = table->takeFound();
+    hasFound |= table->takeDoubt() || (found && listings_ > 0);
+  }
+  steps_.clear();
+  next_ = 0;
+  ++listings_;
+  notBefore_ = now + pauseFactor * (now - begun_);
+  interval_ = mayLack_ ? std::clamp(interval_ * 2, muchLater, longestInterval) : muchLater;
+  if (mayLack_ || hasFound) {
+    const Kel::Seconds wanted = now + (mayLack_ ? interval_ : muchLater);
+    later_ = later_ ? std::min(*later_, wanted) : wanted;
+  }
+  if (!mayLack_) interval_ = 0;
+  QTRACE(namespaceRoutesTrace, 2) << "listed " << routes() << " routes in " << now - begun_ << " s";
+}
+
+std::size_t NamespaceRoutes::routes() const {
+  std::size_t count = 0;
+  for (const auto& [number, table] : tables_) count += table->size();
+  return count;
+}
+
+const VrfRoutes* NamespaceRoutes::table(std::uint32_t number) const {
+  const auto at = tables_.find(number);
+  return at == tables_.end() ? nullptr : at->second.get();
+}
+
+}  // namespace Mirror

@@ -1,0 +1,105 @@
+#pragma once
+// The routes of one network namespace: the tables that are some VRF's, the next-hop objects, and when the kernel has
+// to be asked again.
+//
+// The kernel takes routes away without telling of each: when a link goes down or is deleted, loses its carrier, or
+// moves to another namespace, when an address goes that routes prefer as their source, and when a next-hop object goes
+// (net/ipv4/fib_semantics.c fib_sync_down_dev(), fib_sync_down_addr(); net/ipv4/nexthop.c). It tells of the event
+// itself, and partly before it acts on it. So each of them, if a route has to do with it, makes a listing due: shortly
+// after, and again a second later. Listings that find something are followed by another one, and between two of them
+// there is four times as long a pause as the last one took.
+//
+// A listing is a list of steps for the caller, who asks the kernel for what step() says, passes on what comes with
+// dumped(), tells the end of each list with stepEnded(), and then calls work() until that is true.
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "kel/System.h"
+#include "mirror/Nexthops.h"
+#include "mirror/RtChannel.h"
+#include "mirror/VrfRoutes.h"
+
+namespace Mirror {
+
+class NamespaceRoutes {
+ public:
+  using IntfIdOf =
+      std::function<Vantu::IntfId(std::uint32_t ifIndex)>;  // not valid when there is no such interface
+  using VrfId = Vrf::VrfIdMap::VrfId;
+  using Tables = std::map<std::uint32_t, std::optional<VrfId>>;
+
+  NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf);
+
+  // The kernel's tables that are followed, and the VRFs in whose names they are published; none: not yet. A table
+  // that is new has to be listed.
+  void tablesAre(const Tables& tables);
+
+  void notified(const RouteMessage& message);
+  void notified(const NexthopMessage& message);
+  // The interface went up or down, or is gone.
+  void linkMoved(std::uint32_t ifIndex);
+  void addressGone(const Vantu::IpGenAddr& address);
+  // The interfaces may have other ids than before.
+  void renamed(const std::set<std::uint32_t>& ifIndexes);
+  void allRenamed();
+
+  // ---- listing
+  struct Step {
+    RtDump what = RtDump::nexthops;
+    std::uint32_t table = 0;
+  };
+  // When the next one is to begin; none: there is no need.
+  std::optional<Kel::Seconds> due() const;
+  // When it is due: false, and it is no more, when the routes that it would be for have gone by themselves.
+  bool isListingNeeded();
+  void listingIs();
+  const Step* step() const { return next_ < steps_.size() ? &steps_[next_] : nullptr; }
+  void dumped(const RouteMessage& message);
+  void dumped(const NexthopMessage& message) { nexthops_.dumped(message); }
+  // `mayLack`: the kernel may have passed over something. `pieces` is the number of pieces that the list came in.
+  void stepEnded(bool mayLack, unsigned pieces);
+  // What there is to do after a step, bit by bit; true when it is done and step() is the next one, or null.
+  bool work();
+  void listingEnds();
+  std::uint64_t listings() const { return listings_; }
+
+  std::size_t routes() const;
+  const VrfRoutes* table(std::uint32_t table) const;
+
+ private:
+  std::vector<Quillo::Fib::Via> resolve(const RouteContent& content);
+  bool usesInterface(const RouteContent& content, std::uint32_t ifIndex) const;
+  template <class Condition>
+  bool any(const Condition& condition) const;
+  template <class Condition>
+  void reassess(const Condition& condition);
+  void wantListing();
+
+  PublishedRoutes& published_;
+  IntfIdOf intfIdOf_;
+  Nexthops nexthops_;
+  std::map<std::uint32_t, std::unique_ptr<VrfRoutes>> tables_;
+
+  std::vector<Step> steps_;  // of the listing under way
+  std::size_t next_ = 0;
+  std::uint8_t stamp_ = 0;
+  bool isSweeping_ = false;
+  bool areIpv6RoutesMoving_ = false;  // some were notified during this step
+  bool mayLack_ = false;              // this listing
+  std::uint64_t listings_ = 0;
+
+  std::optional<Kel::Seconds> soon_;
+  std::optional<Kel::Seconds> later_;
+  std::set<Vantu::IpGenAddr> goneAddresses_;  // when nothing else makes the listing due
+  bool isOnlyForAddresses_ = false;
+  Kel::Seconds notBefore_ = 0;
+  Kel::Seconds begun_ = 0;
+  Kel::Seconds interval_ = 0;  // of listings that may lack something
+  bool isCutTold_ = false;
+};
+
+}  // namespace Mirror

@@ -1,0 +1,51 @@
+#include "mirror/RouteRecordOf.h"
+
+#include <linux/rtnetlink.h>
+
+#include <array>
+
+namespace Mirror {
+
+namespace {
+
+// Newer than the headers of some systems.
+constexpr std::uint8_t protocolBgp = 186;
+constexpr std::uint8_t protocolIsis = 187;
+constexpr std::uint8_t protocolOspf = 188;
+constexpr std::uint8_t protocolRip = 189;
+constexpr std::uint8_t protocolEigrp = 192;
+
+struct Origin {
+  std::uint8_t protocol;
+  std::uint8_t type, type6;
+  std::uint8_t preference;
+};
+constexpr std::array<Origin, 8> origins{{{RTPROT_KERNEL, 11, 7, 0},
+                                         {RTPROT_BOOT, 7, 4, 1},
+                                         {RTPROT_STATIC, 7, 4, 1},
+                                         {protocolBgp, 22, 9, 20},
+                                         {protocolEigrp, 33, 17, 90},
+                                         {protocolOspf, 15, 10, 110},
+                                         {protocolIsis, 24, 13, 115},
+                                         {protocolRip, 10, 6, 120}}};
+constexpr Origin other{0, 33, 17, 250};
+
+const Origin& originOf(const RouteContent& content) {
+  for (const Origin& origin : origins) {
+    if (origin.protocol == content.protocol) return origin;
+  }
+  return other;
+}
+
+}  // namespace
+
+Routing::Fib::RouteType routeTypeOf(const RouteContent& content) {
+  const Origin& origin = originOf(content);
+  return Routing::Fib::RouteType(content.af == Vantu::ipv6_ ? origin.type6 : origin.type);
+}
+
+Routing::RoutePreference preferenceOf(const RouteContent& content) {
+  return Routing::RoutePreference(originOf(content).preference);
+}
+
+}  // namespace Mirror
