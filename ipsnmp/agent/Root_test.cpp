@@ -65,6 +65,20 @@ class Machine : public Kel::Entity {
   std::vector<std::string>* stopped_;
 };
 
+// What the FIB statistics machines of the VRF with id 1 work on.
+struct FibStats {
+  Ptr<FibStatsSnmp::FibStatsSm> makeSm(VrfRoot& root) const {
+    return root.fibStatsSmIs(nullptr, arp, VrfId(1), nullptr, mib);
+  }
+  // The IPv4 routes after a neighbour has come.
+  unsigned countWith(std::string_view addr) const {
+    arp->entryIs(neighbour(1, addr, "eth0"));
+    return mib->summaryTable(Ip::ipVersion4)->totalRoutes();
+  }
+  Ptr<Arp::Table::TestStatus> arp = Kel::makePtr<Arp::Table::TestStatus>();
+  Ptr<FibStatsSnmp::FibStatsMib> mib = FibStatsSnmp::fibStatsMibFactory("fibstatsmib");
+};
+
 TEST(Root, destroyingItStopsEveryMachineUsersFirst) {
   World world;
   world.sm = nullptr;
@@ -78,19 +92,30 @@ TEST(Root, destroyingItStopsEveryMachineUsersFirst) {
   watcher->notifierIs(nullptr);
   auto sm = root->ipAddressTableSmIs(world.tree.intfStatusDir, world.ipMib, world.tree.ipConfig,
                                      world.tree.ipStatus, world.tree.ip6Config, world.tree.ip6Status);
-  root->fibStatsSmIs(machine("fib"));
-  root->fib6StatsSmIs(machine("fib6"));
+  FibStats fibStats;
+  const auto fibSm =
+      Kel::callOperation(*root, "fibStatsSmIs",
+                         {Ptr<const Quillo::Fib::RouteStatus>(), Ptr<const Arp::Table::Status>(fibStats.arp),
+                          VrfId(1), Ptr<const Routing::Config>(), fibStats.mib});
+  const auto fib6Sm =
+      Kel::callOperation(*root, "fib6StatsSmIs",
+                         {Ptr<const Quillo::Fib6::RouteStatus>(), Ptr<const Arp::Table::Status>(fibStats.arp),
+                          VrfId(1), Ptr<const Routing6::Config>(), fibStats.mib});
   auto dir = root->vrfRootDirIs("vrfs");
   auto red = dir->vrfRootIs("red");
   EXPECT_EQ(red->fullName(), "root.vrfRootDir.vrfRoot/red");
-  red->fibStatsSmIs(machine("red fib"));
-  red->fib6StatsSmIs(machine("red fib6"));
+  FibStats redFibStats;
+  const auto redFibSm = redFibStats.makeSm(*red);
+  EXPECT_EQ(fibStats.countWith("10.0.0.1"), 1U);
+  EXPECT_EQ(redFibStats.countWith("10.0.0.1"), 1U);
   auto replaced = machine("replaced fec mode");
   root->fecModeSmIs(replaced);
   root->fecModeSmIs(machine("fec mode"));
   root = nullptr;
-  EXPECT_EQ(stopped,
-            (std::vector<std::string>{"replaced fec mode", "red fib6", "red fib", "fib6", "fib", "fec mode"}));
+  EXPECT_EQ(stopped, (std::vector<std::string>{"replaced fec mode", "fec mode"}));
+  // Although the handles of the test hold the machines.
+  EXPECT_EQ(fibStats.countWith("10.0.0.2"), 1U);
+  EXPECT_EQ(redFibStats.countWith("10.0.0.2"), 1U);
   EXPECT_EQ(tables(*world.ipMib), "");
   EXPECT_FALSE(red->fibStatsSm());
   EXPECT_TRUE(dir->vrfRoot().empty());
@@ -136,14 +161,15 @@ TEST(Root, vrfMachinesAreWiredByNameAndGoWithIt) {
 }
 
 TEST(VrfRoot, deletingAMemberStopsItsMachines) {
-  std::vector<std::string> stopped;
   auto dir = Kel::makePtr<VrfRootDir>("vrfs");
   auto red = dir->vrfRootIs("red");
   EXPECT_EQ(dir->vrfRootIs("red"), red);
   EXPECT_FALSE(red->vrfId().isKnown());
-  red->fibStatsSmIs(Kel::makePtr<Machine>("fib", &stopped));
+  FibStats fibStats;
+  const auto held = fibStats.makeSm(*red);
+  EXPECT_EQ(fibStats.countWith("10.0.0.1"), 1U);
   dir->vrfRootDel("red");
-  EXPECT_EQ(stopped, std::vector<std::string>{"fib"});
+  EXPECT_EQ(fibStats.countWith("10.0.0.2"), 1U);
 }
 
 TEST(IfIndexMap, isAValue) {

@@ -2,6 +2,7 @@
 // The owners of the state machines of the VRFs other than the default one. The cache handles refer to the children
 // of the VRF's member of VrfMibsDir.
 
+#include "fibstats/agent/FibStatsSm.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/ArpTableSm.h"
 #include "ipsnmp/agent/PerVrfFecSm.h"
@@ -9,8 +10,7 @@
 
 namespace IpSnmp {
 
-// One VRF, named for it. The state machines whose attribute has the type Kel::Entity are held here and not made here:
-// they are given ready made. Deleting or destroying the root deletes the machines.
+// One VRF, named for it. Deleting or destroying the root deletes the machines.
 class VrfRoot : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfRoot", VrfRoot, Kel::Entity)
  public:
@@ -20,8 +20,8 @@ class VrfRoot : public Kel::Entity {
   KEL_CHILD(IpSnmp::ArpTableSm, arpTableSm, ArpTableSm)
   KEL_REFERENCE(IpSnmp::IpForwardMib, ipForwardMib, IpForwardMib)
   KEL_REFERENCE(FibStatsSnmp::FibStatsMib, fibStatsMib, FibStatsMib)
-  KEL_OWNED(Kel::Entity, fibStatsSm, FibStatsSm)
-  KEL_OWNED(Kel::Entity, fib6StatsSm, Fib6StatsSm)
+  KEL_CHILD(FibStatsSnmp::FibStatsSm, fibStatsSm, FibStatsSm)
+  KEL_CHILD(FibStatsSnmp::Fib6StatsSm, fib6StatsSm, Fib6StatsSm)
   KEL_CHILD(IpSnmp::IpRouteTableSm, ipRouteTableSm, IpRouteTableSm)
   KEL_CHILD(IpSnmp::PerVrfFecSm, perVrfFecSm, PerVrfFecSm)
   KEL_TYPE_END_DECLARE
