@@ -8,39 +8,22 @@
 #include <malloc.h>
 
 #include <boost/unordered/unordered_flat_map.hpp>
-#include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <random>
 
+#include "CpuClock.h"
 #include "fibstats/agent/FibStatsSm.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "ipsnmp/agent/PerVrfFecSm.h"
 
 namespace {
 
+using Bench::secondsSince;
+using Clock = Bench::CpuClock;
 using Kel::Ptr;
 using Quillo::Fib::Fec;
 using Quillo::Fib::FecId;
 using Vantu::Prefix;
-
-// Time of the processor, so that what else runs on the machine does not count.
-struct Clock {
-  using duration = std::chrono::nanoseconds;
-  using rep = duration::rep;
-  using period = duration::period;
-  using time_point = std::chrono::time_point<Clock>;
-  static constexpr bool is_steady = true;
-  static time_point now() {
-    timespec time{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return time_point(std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
-  }
-};
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
 
 class Routes final : public Quillo::Fib::RouteStatus {
  public:

@@ -1,5 +1,7 @@
 #include "host/AgentTree.h"
 
+#include <fmt/format.h>
+
 #include "snmp/SnmpUtil.h"
 
 namespace Host {
@@ -25,12 +27,52 @@ class NoNeighbours : public Arp::Table::Status {
 // The default VRF's id in the shared tables, until the state database names it.
 constexpr Vrf::VrfIdMap::VrfId defaultVrfId{0};
 
+constexpr const char* defaultVrfName = L3::VrfName::defaultName;
+
+// Until a publisher names it, each VRF is taken to have its own FECs.
+Quillo::Fib::FecMode fecModeOf(const Varnix::Tree& varnix) {
+  const bool isUnified = varnix.fecModeStatus->fecMode() == Quillo::Fib::fecModeUnified;
+  return isUnified ? Quillo::Fib::fecModeUnified : Quillo::Fib::fecModePerVrf;
+}
+
+bool areRouteTablesEnabled() {
+  return !SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables");
+}
+
 }  // namespace
+
+// Has all routes read anew when the publisher keeps its FECs in another way.
+class AgentTree::FecModeRestartSm : public Kel::Entity {
+ public:
+  FecModeRestartSm(AgentTree* owner, const Kel::Ptr<const Quillo::Fib::FecModeStatus>& status)
+      : Entity("fecModeRestartSm"), watch_(Kel::makePtr<Watch>(owner)) {
+    watch_->notifierIs(status);
+  }
+  ~FecModeRestartSm() override { watch_->notifierIs(nullptr); }
+  void kelStop() override { watch_->notifierIs(nullptr); }
+
+ private:
+  class Watch : public Quillo::Fib::FecModeStatus::Notifiee {
+   public:
+    explicit Watch(AgentTree* owner) : owner_(owner) {}
+    void handleFecMode() override { owner_->fecModeChanged(); }
+
+   private:
+    AgentTree* const owner_;
+  };
+
+  const Kel::Ptr<Watch> watch_;
+};
 
 AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
                      const Kel::Ptr<Brev::TaskScheduler>& scheduler, Kel::Ptr<const Arp::Table::Status> arpTable,
                      const Kel::Ptr<const Varnix::EntityManager>& manager)
-    : root_(std::move(root)),
+    : varnix_(varnix),
+      scheduler_(scheduler),
+      manager_(manager),
+      fecMode_(fecModeOf(varnix)),
+      routeTablesEnabled_(areRouteTablesEnabled()),
+      root_(std::move(root)),
       snmpStatus_(enter<Snmp::Status>(root_->dirIs("snmp"), "status")),
       arpTable_(arpTable ? std::move(arpTable) : Kel::makePtr<NoNeighbours>()),
       ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")) {
@@ -43,14 +85,17 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, &linuxDetails_);
   ipRoot_ = Kel::makePtr<IpSnmp::Root>("ip");
   ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix.intfStatusDir, ifMib_);
-  wire(varnix);
-  wireVrfs(varnix, scheduler, manager);
+  wire();
+  wireRoutes();
+  wireVrfs();
+  ipRoot_->fecModeRestartSmIs(Kel::makePtr<FecModeRestartSm>(this, varnix_.fecModeStatus));
   SnmpUtil::rootIs(root_);
 }
 
 // The library makes none of its state machines by itself: the process that hosts it names those it wants.
-void AgentTree::wire(const Varnix::Tree& varnix) {
+void AgentTree::wire() {
   using Kel::Ptr;
+  const auto& varnix = varnix_;
   ipRoot_->ipConfigIs(varnix.ipConfig);
   ipRoot_->ipStatusIs(varnix.ipStatus);
   ipRoot_->ip6ConfigIs(varnix.ip6Config);
@@ -65,23 +110,40 @@ void AgentTree::wire(const Varnix::Tree& varnix) {
                      {Ptr<const Interface::AllIntfStatusDir>(varnix.intfStatusDir), ipMib_,
                       Ptr<const Ip::Config>(varnix.ipConfig), Ptr<const Ip::Status>(varnix.ipStatus),
                       Ptr<const Ip6::Config>(varnix.ip6Config), Ptr<const Ip6::Status>(varnix.ip6Status)});
-}
-
-void AgentTree::wireVrfs(const Varnix::Tree& varnix, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
-                         const Kel::Ptr<const Varnix::EntityManager>& manager) {
-  using Kel::Ptr;
   const Ptr<const Interface::AllIntfStatusDir> intfStatusDir = varnix.intfStatusDir;
   Kel::callOperation(*ipRoot_, "arpTableSmIs", {intfStatusDir, ipMib_, arpTable_, defaultVrfId});
   Kel::callOperation(
       *ipRoot_, "vrfIfTableSmIs",
       {ipVrfMib_, intfStatusDir, Ptr<const Ip::Config>(varnix.ipConfig), Ptr<const Ip6::Config>(varnix.ip6Config)});
   Kel::callOperation(*ipRoot_, "vrfRootDirIs", {Kel::Name("vrfs")});
-  const bool routeTablesEnabled = !SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables");
+}
+
+// The default VRF's.
+void AgentTree::wireRoutes() {
+  using Forwarding = Kel::Ptr<const Quillo::Fib::ForwardingStatus>;
+  const auto mount = manager_ ? manager_->quilloMount() : nullptr;
+  if (!mount || !routeTablesEnabled_) return;
+  const auto path = [](const char* pattern) { return fmt::format(fmt::runtime(pattern), defaultVrfName); };
+  const auto routes = mount->mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
+  const Forwarding fecs = mount->mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
+  const Forwarding unified = fecMode_ == Quillo::Fib::fecModeUnified ? fecs : nullptr;
+  Kel::callOperation(*ipRoot_, "ipRouteTableSmIs",
+                     {scheduler_, Kel::Name(defaultVrfName), ipForwardMib_, routes, fecs, unified,
+                      Kel::Ptr<const IpSnmp::IpForwardFecs>(), Kel::Ptr<const IntfSnmp::IfMib>(ifMib_)});
+  Kel::callOperation(*ipRoot_, "perVrfFecSmIs", {ipRoot_->ipRouteTableSm(), routes, fecs});
+}
+
+// The other VRFs'.
+void AgentTree::wireVrfs() {
+  using Kel::Ptr;
+  const auto& varnix = varnix_;
+  const auto routeSm = ipRoot_->ipRouteTableSm();
+  const bool isUnified = fecMode_ == Quillo::Fib::fecModeUnified && routeSm;
   Kel::callOperation(*ipRoot_, "vrfRootSmIs",
-                     {Quillo::Fib::fecModePerVrf,
-                      scheduler,
+                     {fecMode_,
+                      scheduler_,
                       ipRoot_->ipAddressTableSm(),
-                      intfStatusDir,
+                      Ptr<const Interface::AllIntfStatusDir>(varnix.intfStatusDir),
                       Ptr<const Routing::VrfConfigDir>(varnix.routingVrfConfigDir),
                       Ptr<const Routing6::VrfConfigDir>(varnix.routing6VrfConfigDir),
                       Ptr<const Kel::Dir>(varnix.routingVrfInfoDir),
@@ -93,13 +155,38 @@ void AgentTree::wireVrfs(const Varnix::Tree& varnix, const Kel::Ptr<Brev::TaskSc
                       Ptr<const Ip::AllVrfConfig>(varnix.allVrfConfig),
                       Ptr<const Snmp::Status>(snmpStatus_),
                       ipVrfMib_,
-                      manager,
+                      manager_,
                       arpTable_,
                       ipRoot_->arpTableSm(),
+                      routeSm,
                       Ptr<const Vrf::VrfIdMap::Status>(varnix.vrfIdStatus),
                       Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>(varnix.vrfNameStatus),
                       Ptr<const IntfSnmp::IfMib>(ifMib_),
-                      routeTablesEnabled});
+                      Ptr<const IpSnmp::IpForwardFecs>(isUnified ? routeSm->localForwardingFecs() : nullptr),
+                      routeTablesEnabled_});
+}
+
+void AgentTree::fecModeChanged() {
+  const auto fecMode = fecModeOf(varnix_);
+  if (fecMode == fecMode_) return;
+  fecMode_ = fecMode;
+  restart();
+}
+
+void AgentTree::reconfigure() {
+  const bool areEnabled = areRouteTablesEnabled();
+  if (areEnabled == routeTablesEnabled_) return;
+  routeTablesEnabled_ = areEnabled;
+  restart();
+}
+
+void AgentTree::restart() {
+  ipRoot_->vrfRootSmDel();
+  ipRoot_->perVrfFecSmDel();
+  ipRoot_->ipRouteTableSmDel();
+  wireRoutes();
+  wireVrfs();
+  if (vrfRootSmChanged_) vrfRootSmChanged_();
 }
 
 AgentTree::~AgentTree() {

@@ -12,6 +12,8 @@
 //
 // While an AgentTree exists, MIB modules find these paths (SnmpUtil::getEntityRelative).
 
+#include <functional>
+
 #include "brev/TaskScheduler.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/IfMibSm.h"
@@ -25,7 +27,7 @@ namespace Host {
 class AgentTree {
  public:
   // Makes the directory "snmp" in `root`, beside the state database that stands in its directory "Varnix". Without
-  // a table of neighbours there are none. The manager of the state database may be null.
+  // a table of neighbours there are none. The manager of the state database may be null, then there are no routes.
   AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
             Kel::Ptr<const Arp::Table::Status> arpTable, const Kel::Ptr<const Varnix::EntityManager>& manager);
   ~AgentTree();
@@ -35,13 +37,29 @@ class AgentTree {
   const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
   // Which VRFs are served.
   Kel::Ptr<const IpSnmp::VrfRootSm> vrfRootSm() const { return ipRoot_->vrfRootSm(); }
+  // `changed` is called whenever that is another machine, which is when all routes are read anew: the publisher keeps
+  // its FECs in another way, or the configuration has the route tables served no more, or again.
+  void vrfRootSmChangedIs(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
+  // The configuration was read again.
+  void reconfigure();
 
  private:
-  void wire(const Varnix::Tree& varnix);
-  void wireVrfs(const Varnix::Tree& varnix, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
-                const Kel::Ptr<const Varnix::EntityManager>& manager);
+  class FecModeRestartSm;
+
+  void wire();
+  void wireRoutes();
+  void wireVrfs();
+  void fecModeChanged();
+  void restart();
 
   const Interface::LinuxIntfDetails linuxDetails_;
+  const Varnix::Tree varnix_;
+  const Kel::Ptr<Brev::TaskScheduler> scheduler_;
+  const Kel::Ptr<const Varnix::EntityManager> manager_;
+  // What the machines are made for.
+  Quillo::Fib::FecMode fecMode_;
+  bool routeTablesEnabled_;
+  std::function<void()> vrfRootSmChanged_;
   Kel::Ptr<Kel::Dir> root_;
   Kel::Ptr<Snmp::Status> snmpStatus_;
   Kel::Ptr<const Arp::Table::Status> arpTable_;

@@ -48,9 +48,11 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
   tellOfKernelIpHeader();
   contexts_.enter("");
   vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm());
+  tree_.vrfRootSmChangedIs([this] { vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm()); });
 }
 
 Composition::~Composition() {
+  tree_.vrfRootSmChangedIs({});
   loop_.removeFd(scheduler_->pollFd());
 }
 
@@ -59,6 +61,7 @@ void Composition::reconfigure() {
   const bool isSame = config->disabledObjects() == config_->disabledObjects();
   config_ = config;
   if (isSame) return;
+  tree_.reconfigure();
   contexts_.leave("");
   contexts_.enter("");
   vrfContexts_.reenter();

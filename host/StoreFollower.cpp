@@ -28,7 +28,6 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
       manager_(Kel::makePtr<Varnix::EntityManager>(root->dirIs("Varnix"), mount_)),
       tables_(Kel::makePtr<Quillo::TableFollower>(mount_)),
       arpTable_(Kel::makePtr<Quillo::ArpTableMount>(tables_)),
-      tableMount_(Kel::makePtr<KelQuillo::StoreMount>(tables_, tree().vrfNameStatus)),
       scrubber_(mount_),
       turnEndTask_(Kel::makePtr<Brev::Task>(scheduler, "store turn end", turnEndPriority,
                                             [this](Brev::Task&) { mount_->turnEnds(); })),
@@ -40,6 +39,7 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
                                           [this](Brev::Task& task) { scrub(task); })),
       scrubTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store scrub timer", scrubPriority,
                                                 [this](Brev::Task&) { scrubTask_->scheduleTask(); })) {
+  manager_->quilloMountIs(Kel::makePtr<KelQuillo::StoreMount>(tables_, tree().vrfNameStatus));
   mount_->turnBeginsIs([this] { turnEndTask_->scheduleTask(); });
   if (mount_->doorbellFd() >= 0) loop_.addFd(mount_->doorbellFd(), [this] { followTask_->scheduleTask(); });
   pollTimer_->scheduleTaskPeriodic(pollInterval);

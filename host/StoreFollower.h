@@ -15,7 +15,6 @@
 #include "quillo/ArpTableMount.h"
 #include "quillo/Scrubber.h"
 #include "varnix/EntityManager.h"
-#include "varnix/QuilloMount.h"
 
 namespace Host {
 
@@ -29,10 +28,9 @@ class StoreFollower {
   StoreFollower& operator=(const StoreFollower&) = delete;
 
   const Varnix::Tree& tree() const { return manager_->tree(); }
+  // With the routes and FECs of each VRF to be mounted.
   const Kel::Ptr<Varnix::EntityManager>& manager() const { return manager_; }
   const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
-  // The routes and FECs of each VRF, at their paths.
-  const Kel::Ptr<KelQuillo::Mount>& tables() const { return tableMount_; }
 
  private:
   void follow(Brev::Task& task);
@@ -45,7 +43,6 @@ class StoreFollower {
   Kel::Ptr<Varnix::EntityManager> manager_;
   Kel::Ptr<Quillo::TableFollower> tables_;  // one for all tables: they share a journal
   Kel::Ptr<Quillo::ArpTableMount> arpTable_;
-  Kel::Ptr<KelQuillo::Mount> tableMount_;
   Quillo::Scrubber scrubber_;
   Kel::String reported_;
   Kel::Ptr<Brev::Task> turnEndTask_;

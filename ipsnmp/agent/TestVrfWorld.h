@@ -43,6 +43,10 @@ struct VrfWorld : World {
   Ptr<IpSnmp::VrfMibsDir> vrfMibsDir = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
   Ptr<IpSnmp::VrfRootDir> vrfRootDir = Kel::makePtr<IpSnmp::VrfRootDir>("vrfs");
   Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifmib");
+  Quillo::Fib::FecMode fecMode = Quillo::Fib::fecModePerVrf;
+  bool routeTablesEnabled = true;
+  Ptr<Varnix::EntityManager> manager;        // none: no tables are mounted
+  Ptr<IpSnmp::IpRouteTableSm> routeTableSm;  // the default VRF's
   Ptr<IpSnmp::ArpTableSm> arpTableSm;
   Ptr<IpSnmp::VrfIfTableSm> vrfIfTableSm;
   Ptr<IpSnmp::VrfRootSm> vrfRootSm;
@@ -73,12 +77,14 @@ struct VrfWorld : World {
             Ptr<const Ip::AllVrfConfig>(tree.allVrfConfig),
             Ptr<const Snmp::Status>(snmpStatus),
             ipVrfMib,
-            Ptr<const Varnix::EntityManager>(),
+            Ptr<const Varnix::EntityManager>(manager),
             Ptr<const Arp::Table::Status>(arp),
             arpTableSm,
+            Ptr<IpSnmp::IpRouteTableSm>(),
             Ptr<const Vrf::VrfIdMap::Status>(tree.vrfIdStatus),
             Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>(tree.vrfNameStatus),
             Ptr<const IntfSnmp::IfMib>(ifMib),
+            Ptr<const IpSnmp::IpForwardFecs>(),
             true};
   }
   // All machines, as the host makes them.
@@ -86,10 +92,11 @@ struct VrfWorld : World {
     arpTableSm = makeArpTableSm(VrfId(0));
     vrfIfTableSm = Kel::makePtr<IpSnmp::VrfIfTableSm>(ipVrfMib, tree.intfStatusDir, tree.ipConfig, tree.ip6Config);
     vrfRootSm = Kel::makePtr<IpSnmp::VrfRootSm>(
-        Quillo::Fib::fecModePerVrf, scheduler, sm, tree.intfStatusDir, tree.routingVrfConfigDir,
-        tree.routing6VrfConfigDir, tree.routingVrfInfoDir, tree.routing6VrfInfoDir, vrfMibsDir, vrfRootDir,
-        tree.allVrfStatusLocal, tree.allVrfStatusGlobal, tree.allVrfConfig, snmpStatus, ipVrfMib, nullptr, arp,
-        arpTableSm, tree.vrfIdStatus, tree.vrfNameStatus, ifMib, true);
+        fecMode, scheduler, sm, tree.intfStatusDir, tree.routingVrfConfigDir, tree.routing6VrfConfigDir,
+        tree.routingVrfInfoDir, tree.routing6VrfInfoDir, vrfMibsDir, vrfRootDir, tree.allVrfStatusLocal,
+        tree.allVrfStatusGlobal, tree.allVrfConfig, snmpStatus, ipVrfMib, manager, arp, arpTableSm, routeTableSm,
+        tree.vrfIdStatus, tree.vrfNameStatus, ifMib,
+        fecMode == Quillo::Fib::fecModeUnified ? routeTableSm->localForwardingFecs() : nullptr, routeTablesEnabled);
   }
   void runTasks() {
     while (scheduler->runReady()) {

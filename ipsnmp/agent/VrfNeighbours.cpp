@@ -64,7 +64,9 @@ void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
   if (vrfName.isDefault()) {
     defaultVrfIdIs(published);
   } else if (const auto root = vrfRoot(vrfName.stringValue())) {
+    const bool isAnother = published.isKnown() && root->vrfId() != published;
     root->vrfIdIs(published);
+    if (isAnother) remountTables(*root);
   }
   std::set<L3::VrfName> changed;
   for (const auto id : arpIdClaims_.claimIs(vrfName, published)) {

@@ -74,6 +74,7 @@ void VrfRootSm::stop() {
   for (const auto& vrfName : vrfRoot().keys()) removeVrf(L3::VrfName(vrfName));
   ipVrfMib()->vrfTableDelAll();
   nameToIdMapDel();
+  unifiedForwardingStatusIs(nullptr);
 }
 
 void VrfRootSm::handleInitialized(bool isReady) {
@@ -81,7 +82,7 @@ void VrfRootSm::handleInitialized(bool isReady) {
   if (!isReady || initialized() || reactors_.empty()) return;
   const Kel::Ptr<VrfRootSm> self(this);
   nameToIdMapIs("nameToIdMap");
-  // Here unifiedForwardingStatus is taken from the default VRF's route table machine.
+  if (defaultVrfIpRouteTableSm()) unifiedForwardingStatusIs(defaultVrfIpRouteTableSm()->unifiedForwardingStatus());
   task_ = Kel::makePtr<Brev::Task>(scheduler(), "vrf creation/deletion", taskPriority, KelTask{this});
   initializedIs(true);
   handleVrfCreation();
@@ -167,7 +168,7 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
 void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
   const Kel::Ptr<VrfRootSm> self(this);
   const Kel::Name name = vrfName.stringValue();
-  // Here the VRF's route and forwarding tables are mounted; the forwarding status unless fecMode is 2 (unified).
+  const auto tables = mountTables(vrfName);
   const auto root = vrfRootDir()->vrfRootIs(name);
   vrfRoot_.map.kelInsert(name, root);
   KEL_NOTIFY_KEY(VrfRoot, name);
@@ -180,7 +181,8 @@ void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
   const auto ipMib = mibs->ipmib();
   root->ipMibIs(ipMib);
   root->ipForwardMibIs(mibs->ipforwardmib());
-  // Here follow the route table machine and the per-VRF FEC machine.
+  makeRouteSms(*root, tables);
+  if (isUnmade()) return;
   root->fibStatsMibIs(mibs->fibstatsmib());
   // Here follow the two FIB statistics machines.
 

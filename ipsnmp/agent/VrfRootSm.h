@@ -57,34 +57,36 @@ class VrfRootSm : public Kel::Entity {
   using KelVrfStatusLocal = IpSnmp::KelVrfStatusLocal;
   using VrfId = Vrf::VrfIdMap::VrfId;
 
-  // No handle may be null but that of the entity manager, which is needed for the default VRF's routing status alone.
-  KEL_CONSTRUCTOR(VrfRootSm,
-                  ((Quillo::Fib::FecMode, fecMode))((Kel::Ptr<Brev::TaskScheduler>,
-                                                     scheduler))((Kel::Ptr<IpAddressTableSm>, ipAddressTableSm))(
-                      (Kel::Ptr<const Interface::AllIntfStatusDir>,
-                       intfStatusDir))((Kel::Ptr<const Routing::VrfConfigDir>, routingVrfConfigDir))(
-                      (Kel::Ptr<const Routing6::VrfConfigDir>,
-                       routing6VrfConfigDir))((Kel::Ptr<const Kel::Dir>,
-                                               routingVrfInfoDir))((Kel::Ptr<const Kel::Dir>, routing6VrfInfoDir))(
-                      (Kel::Ptr<VrfMibsDir>, vrfMibsDir))((Kel::Ptr<VrfRootDir>, vrfRootDir))(
-                      (Kel::Ptr<const Ip::AllVrfStatusLocal>,
-                       allVrfStatusLocal))((Kel::Ptr<const Ip::AllVrfStatusGlobal>, allVrfStatusGlobal))(
-                      (Kel::Ptr<const Ip::AllVrfConfig>, allVrfConfig))((Kel::Ptr<const Snmp::Status>, snmpStatus))(
-                      (Kel::Ptr<IpVrfMib>, ipVrfMib))((Kel::Ptr<const Varnix::EntityManager>, entityManager))(
-                      (Kel::Ptr<const Arp::Table::Status>, arpQuillo))((Kel::Ptr<ArpTableSm>, defaultVrfArpTableSm))
-                  // Here follows the default VRF's route table machine.
-                  ((Kel::Ptr<const Vrf::VrfIdMap::Status>,
-                    vrfIdStatus))((Kel::Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>,
-                                   vrfNameStatus))((Kel::Ptr<const IntfSnmp::IfMib>, ifMib))
-                  // Here follow the FECs of all forwarding tables.
-                  ((bool, routeTablesEnabled)))
+  // No handle may be null but those of the entity manager, which is needed for the default VRF's routing status and to
+  // mount the tables of routes, and of the default VRF's route table machine and its FECs, which are needed when fecMode
+  // is 2 (unified). Without `routeTablesEnabled` no tables are mounted, and no machines made that read them.
+  KEL_CONSTRUCTOR(
+      VrfRootSm,
+      ((Quillo::Fib::FecMode, fecMode))((Kel::Ptr<Brev::TaskScheduler>, scheduler))((Kel::Ptr<IpAddressTableSm>,
+                                                                                     ipAddressTableSm))(
+          (Kel::Ptr<const Interface::AllIntfStatusDir>,
+           intfStatusDir))((Kel::Ptr<const Routing::VrfConfigDir>,
+                            routingVrfConfigDir))((Kel::Ptr<const Routing6::VrfConfigDir>, routing6VrfConfigDir))(
+          (Kel::Ptr<const Kel::Dir>, routingVrfInfoDir))((Kel::Ptr<const Kel::Dir>, routing6VrfInfoDir))(
+          (Kel::Ptr<VrfMibsDir>, vrfMibsDir))((Kel::Ptr<VrfRootDir>, vrfRootDir))(
+          (Kel::Ptr<const Ip::AllVrfStatusLocal>, allVrfStatusLocal))((Kel::Ptr<const Ip::AllVrfStatusGlobal>,
+                                                                       allVrfStatusGlobal))(
+          (Kel::Ptr<const Ip::AllVrfConfig>, allVrfConfig))((Kel::Ptr<const Snmp::Status>, snmpStatus))(
+          (Kel::Ptr<IpVrfMib>, ipVrfMib))((Kel::Ptr<const Varnix::EntityManager>,
+                                           entityManager))((Kel::Ptr<const Arp::Table::Status>, arpQuillo))(
+          (Kel::Ptr<ArpTableSm>, defaultVrfArpTableSm))((Kel::Ptr<IpRouteTableSm>, defaultVrfIpRouteTableSm))(
+          (Kel::Ptr<const Vrf::VrfIdMap::Status>, vrfIdStatus))((Kel::Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>,
+                                                                 vrfNameStatus))(
+          (Kel::Ptr<const IntfSnmp::IfMib>, ifMib))((Kel::Ptr<const IpForwardFecs>,
+                                                     allForwardingFecs))((bool, routeTablesEnabled)))
 
   // The VRFs that are made. They belong to `vrfRootDir`.
   KEL_MEMBERS_READ(Hashed, Kel::Name, VrfRoot, vrfRoot, VrfRoot)
   KEL_STORED(Vrf::VrfIdMap::VrfId, defaultVrfId, DefaultVrfId)
   // The published ids by name, from when the agent is ready.
   KEL_CHILD(Vrf::VrfIdMap::NameToIdMap, nameToIdMap, NameToIdMap)
-  // Here follows the forwarding status that all VRFs share when fecMode is 2 (unified).
+  // The forwarding status that all VRFs share when fecMode is 2 (unified), from when the agent is ready; else null.
+  KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, unifiedForwardingStatus, UnifiedForwardingStatus)
   // Under which id the shared neighbour table keys a VRF's entries, and back. An id is one VRF's (ArpIdClaims.h).
   KEL_VALUES(Ordered, L3::VrfName, Vrf::VrfIdMap::VrfId, arpQuilloVrfNameToIdMap, ArpQuilloVrfNameToIdMap)
   KEL_VALUES(Hashed, Vrf::VrfIdMap::VrfId, L3::VrfName, arpQuilloVrfIdReverseMapper, ArpQuilloVrfIdReverseMapper)
@@ -156,6 +158,17 @@ class VrfRootSm : public Kel::Entity {
   void removeVrf(const L3::VrfName& vrfName);
   void unmakeVrf(const L3::VrfName& vrfName);
   void removeUnlessComplete(const L3::VrfName& vrfName);
+  // The shared tables of a VRF, as far as they could be mounted.
+  struct Tables {
+    Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus;
+    Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status;
+    // Null in unified mode.
+    Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus;
+  };
+  Tables mountTables(const L3::VrfName& vrfName) const;
+  void makeRouteSms(VrfRoot& root, const Tables& tables);
+  // The VRF has another id now.
+  void remountTables(VrfRoot& root);
   void delVrfIfRows(const Kel::Name& vrfName);
   VrfId publishedId(const L3::VrfName& vrfName) const;
   VrfId arpQuilloVrfIdOf(const L3::VrfName& vrfName) const;

@@ -26,6 +26,7 @@
 #include <memory>
 
 #include "quillo/Mount.h"
+#include "varnix/QuilloMount.h"
 #include "varnix/Tree.h"
 
 namespace Varnix {
@@ -56,6 +57,10 @@ class EntityManager : public Kel::Entity {
   // no snapshot of the mount is held meanwhile. Neither step nor the mount's refresh may be called from a reactor.
   bool step(std::size_t limit);
 
+  // Where the shared tables of the VRFs are mounted from; null: from nowhere.
+  const Kel::Ptr<const KelQuillo::Mount>& quilloMount() const { return quilloMount_; }
+  void quilloMountIs(Kel::Ptr<const KelQuillo::Mount> quilloMount) { quilloMount_ = std::move(quilloMount); }
+
   // Up to where the tree is in step with the store, once step() has returned false: for others who follow the same
   // mount and are not to be ahead of the tree.
   Quillo::Bookmark bookmark() const;
@@ -68,6 +73,7 @@ class EntityManager : public Kel::Entity {
   std::unique_ptr<TreeLoader> loader_;
   std::unique_ptr<DocumentFeed> feed_;
   bool sweeping_ = false;
+  Kel::Ptr<const KelQuillo::Mount> quilloMount_;
 };
 
 }  // namespace Varnix

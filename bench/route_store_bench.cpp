@@ -1,0 +1,186 @@
+// What routes cost between a real store and the cache of a VRF, without SNMP: writing them, looking them up, scanning
+// them, taking them over into the cache (with the longest turn of the scheduler meanwhile), and walking
+// the rows. Figures are processor time.
+//
+//   route_store_bench [routes] [FECs] [directory]      default: 1000000 1000 /dev/shm/quorin-route-bench
+//
+// The directory must not exist; it is removed again.
+
+#include <fmt/format.h>
+#include <malloc.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+
+#include "CpuClock.h"
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "ipsnmp/agent/PerVrfFecSm.h"
+#include "quillo/FecRecord.h"
+#include "quillo/FibMount.h"
+#include "quillo/RouteRecord.h"
+
+namespace {
+
+using Bench::secondsSince;
+using Kel::Ptr;
+using Quillo::Fib::FecId;
+using Vantu::Prefix;
+using Clock = Bench::CpuClock;
+
+const Vrf::VrfIdMap::VrfId vrfId(1);
+constexpr std::size_t batchSize = 10'000;
+
+void say(const char* what, Clock::time_point start, std::size_t count) {
+  fmt::print("{}: {:.2f} s, {:.0f} ns each\n", what, secondsSince(start),
+             secondsSince(start) * 1e9 / static_cast<double>(count));
+}
+
+std::size_t used() {
+  return mallinfo2().uordblks + mallinfo2().hblkhd;
+}
+
+std::vector<Prefix> makePrefixes(std::size_t count) {
+  std::mt19937 random{1};
+  std::vector<Prefix> all;
+  while (all.size() < count) {
+    while (all.size() < count) {
+      all.emplace_back(Vantu::IpAddr(static_cast<std::uint32_t>(random())),
+                       16 + static_cast<unsigned>(random() % 9));
+    }
+    std::sort(all.begin(), all.end());
+    all.erase(std::unique(all.begin(), all.end()), all.end());
+  }
+  std::shuffle(all.begin(), all.end(), random);
+  return all;
+}
+
+void publish(const std::string& directory, const std::vector<Prefix>& prefixes, unsigned fecs) {
+  const auto start = Clock::now();
+  Quillo::Publisher publisher({.directory = directory, .name = "bench"});
+  publisher.beginFullPass({Quillo::TableId::route, Quillo::TableId::fec});
+  auto batch = publisher.begin();
+  for (unsigned i = 1; i <= fecs; ++i) {
+    const Quillo::Fib::Via via{Vantu::IpAddr(0x0A000000 + i), Vantu::IntfId(fmt::format("Ethernet{}", i % 32))};
+    Quillo::fecIs(batch, vrfId, {FecId(i), {via}});
+  }
+  for (std::size_t i = 0; i < prefixes.size(); ++i) {
+    Quillo::Fib::Route route;
+    route.prefix = prefixes[i];
+    route.routeType = Routing::Fib::RouteType(22);
+    route.fecId = FecId(1 + i % fecs);
+    Quillo::routeIs(batch, vrfId, route);
+    if (i % batchSize == 0) batch.commit();
+  }
+  batch.commit();
+  publisher.endFullPass();
+  say("published, a route", start, prefixes.size());
+}
+
+struct Agent {
+  explicit Agent(const std::string& directory)
+      : mount(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory})),
+        follower(Kel::makePtr<Quillo::TableFollower>(mount)),
+        fib(Kel::makePtr<Quillo::FibMount>(follower)) {
+    mount->turnBeginsIs([this] { turnEnd->scheduleTask(); });
+    for (int i = 0; i < 32; ++i) ifMib->ifIndexByIntfIdIs(Vantu::IntfId(fmt::format("Ethernet{}", i)), i + 1);
+    mount->refresh();
+    follower->step(1);
+  }
+  // The longest turn in seconds.
+  double run() const {
+    double longest = 0;
+    for (bool isMore = true; isMore;) {
+      const auto start = Clock::now();
+      isMore = scheduler->runReady();
+      longest = std::max(longest, secondsSince(start));
+    }
+    return longest;
+  }
+
+  Ptr<Brev::TaskScheduler> scheduler = Kel::makePtr<Brev::TaskScheduler>();
+  Ptr<Quillo::Mount> mount;
+  Ptr<Quillo::TableFollower> follower;
+  Ptr<Quillo::FibMount> fib;
+  Ptr<Brev::Task> turnEnd =
+      Kel::makePtr<Brev::Task>(scheduler, "turn end", 0, [this](Brev::Task&) { mount->turnEnds(); });
+  Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifMib");
+  Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("mib");
+};
+
+void lookUp(const Agent& agent, const std::vector<Prefix>& prefixes, unsigned fecs) {
+  const auto routes = agent.fib->routeStatus(vrfId);
+  const auto forwarding = agent.fib->forwardingStatus(vrfId);
+  constexpr std::size_t count = 300'000;
+  auto start = Clock::now();
+  for (std::size_t i = 0; i < count; ++i) routes->route(prefixes[i * 7919 % prefixes.size()]);
+  say("random lookups in one turn", start, count);
+  start = Clock::now();
+  for (std::size_t i = 0; i < count; ++i) {
+    routes->route(prefixes[i * 7919 % prefixes.size()]);
+    agent.mount->turnEnds();
+  }
+  say("random lookups, a turn each", start, count);
+  Quillo::Fib::Fec fec;
+  start = Clock::now();
+  for (std::size_t i = 0; i < count; ++i) forwarding->readFec(FecId(1 + i * 7919 % fecs), fec);
+  say("random FECs in one turn", start, count);
+  std::size_t seen = 0;
+  start = Clock::now();
+  routes->forEachRoute(Prefix(), [&](const Quillo::Fib::Route&) { return ++seen > 0; });
+  say("scan, a route", start, seen);
+  agent.mount->turnEnds();
+}
+
+void load(const Agent& agent, const std::vector<Prefix>& prefixes) {
+  const auto routes = agent.fib->routeStatus(vrfId);
+  const auto forwarding = agent.fib->forwardingStatus(vrfId);
+  const auto before = used();
+  auto start = Clock::now();
+  const auto sm = Kel::makePtr<IpSnmp::IpRouteTableSm>(agent.scheduler, "red", agent.mib, routes, forwarding,
+                                                       nullptr, nullptr, agent.ifMib);
+  const auto fecSm = Kel::makePtr<IpSnmp::PerVrfFecSm>(sm, routes, forwarding);
+  double longest = secondsSince(start);
+  longest = std::max(longest, agent.run());
+  say("taken into the cache, a route", start, prefixes.size());
+  fmt::print("longest turn {:.1f} ms, {:.1f} bytes a route\n", longest * 1e3,
+             static_cast<double>(used() - before) / static_cast<double>(prefixes.size()));
+
+  std::size_t rows = 0;
+  start = Clock::now();
+  for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(agent.mib); at; ++at) ++rows;
+  say("walk, a row", start, rows);
+  constexpr std::size_t steps = 300'000;
+  IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(agent.mib);
+  start = Clock::now();
+  for (std::size_t i = 0; i < steps; ++i) {
+    const auto& prefix = prefixes[i * 7919 % prefixes.size()];
+    at.fetch(IpSnmp::IpCidrRouteTableIndex(prefix.address(), prefix.netmask(), 0, Vantu::IpAddr(0xFFFFFFFF)), true);
+    agent.run();  // the turn ends
+  }
+  say("random getnext, a turn each", start, steps);
+  fecSm->kelStop();
+  sm->kelStop();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const auto routes = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1'000'000);
+  const auto fecs = static_cast<unsigned>(argc > 2 ? std::atoi(argv[2]) : 1000);
+  const std::string directory = argc > 3 ? argv[3] : "/dev/shm/quorin-route-bench";
+  if (routes == 0 || fecs == 0 || std::filesystem::exists(directory)) {
+    fmt::print(stderr, "usage: {} [routes] [FECs] [directory]; both above 0, {} must not exist\n", argv[0],
+               directory);
+    return 2;
+  }
+  fmt::print("{} routes over {} FECs in {}\n", routes, fecs, directory);
+  const auto prefixes = makePrefixes(routes);
+  publish(directory, prefixes, fecs);
+  {
+    const Agent agent(directory);
+    lookUp(agent, prefixes, fecs);
+    load(agent, prefixes);
+  }
+  std::filesystem::remove_all(directory);
+}
