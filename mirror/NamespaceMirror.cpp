@@ -38,6 +38,12 @@ bool isOfNeighbours(RtDump step) {
   return step == RtDump::ipv4Neighbours || step == RtDump::ipv6Neighbours;
 }
 
+// The kernel makes a routing table when its first route comes. Older ones have no next-hop objects, and some no IPv6.
+bool isListOfNone(RtDump step, int status) {
+  return status == ENOENT || status == EOPNOTSUPP ||
+         (step == RtDump::ipv6Routes && (status == EINVAL || status == EAFNOSUPPORT));
+}
+
 const char* contentsOf(RtDump step) {
   if (step == RtDump::links) return "interfaces";
   if (step == RtDump::nexthops) return "next-hop objects";
@@ -310,8 +316,7 @@ void NamespaceMirror::handleInterruption() {
 void NamespaceMirror::handleDumpFailure(int status) {
   const std::string text =
       fmt::format("rtnetlink: the kernel does not list its {}: {}", contentsOf(step_), std::strerror(status));
-  // The kernel makes a table when its first route comes, and older ones have no next-hop objects.
-  if (isListingRoutes_ && (status == ENOENT || status == EOPNOTSUPP)) return handleRoutesEnd(false);
+  if (isListingRoutes_ && isListOfNone(step_, status)) return handleRoutesEnd(false);
   // Busy: an earlier dump on this socket got stuck.
   if (!isComplete() && status != EBUSY) throw Kel::Exception(text);
   QTRACE(namespaceMirrorTrace, 0) << text << "; trying again";

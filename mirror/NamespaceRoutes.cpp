@@ -13,7 +13,7 @@ Kel::TraceHandle namespaceRoutesTrace("MirrorRoutes");
 // The kernel tells of a link before it acts on its routes, which takes it some milliseconds for very many.
 constexpr Kel::Seconds shortly = 0.02;
 constexpr Kel::Seconds muchLater = 1;
-constexpr double pauseFactor = 4;
+constexpr double pauseFactor = 2;
 constexpr Kel::Seconds longestInterval = 64;
 // Routes that are looked at in one go.
 constexpr std::size_t sweepPiece = 50'000;
@@ -227,7 +227,8 @@ void NamespaceRoutes::listingEnds() {
   steps_.clear();
   next_ = 0;
   ++listings_;
-  notBefore_ = now + pauseFactor * (now - begun_);
+  // The first one was held up by what it had to write.
+  notBefore_ = listings_ == 1 ? now : now + pauseFactor * (now - begun_);
   interval_ = mayLack_ ? std::clamp(interval_ * 2, muchLater, longestInterval) : muchLater;
   if (mayLack_ || hasFound) {
     const Kel::Seconds wanted = now + (mayLack_ ? interval_ : muchLater);

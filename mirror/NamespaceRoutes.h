@@ -7,7 +7,7 @@
 // (net/ipv4/fib_semantics.c fib_sync_down_dev(), fib_sync_down_addr(); net/ipv4/nexthop.c). It tells of the event
 // itself, and partly before it acts on it. So each of them, if a route has to do with it, makes a listing due: shortly
 // after, and again a second later. Listings that find something are followed by another one, and between two of them
-// there is four times as long a pause as the last one took.
+// there is twice as long a pause as the last one took.
 //
 // A listing is a list of steps for the caller, who asks the kernel for what step() says, passes on what comes with
 // dumped(), tells the end of each list with stepEnded(), and then calls work() until that is true.

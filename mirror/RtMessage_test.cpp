@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <random>
 
-#include "mirror/TestMessages.h"
+#include "mirror/FakeRoutes.h"
 
 namespace Mirror {
 namespace {
@@ -30,6 +30,9 @@ bool isPassedOver(const Message& message) {
 }
 
 const auto mac = Vantu::EthAddr::fromString("02:00:00:00:00:07");
+
+const TestRoute multipath{
+    "10.0.0.0/8", {{"10.0.0.1"}, {"2001:db8::1", 3}, {"", 5, true}}, 7, RTPROT_STATIC, RTN_UNICAST, 0, 1001};
 
 TEST(RtMessageTest, link) {
   const auto link = decodeAs<LinkMessage>(
@@ -224,7 +227,9 @@ TEST(RtMessageTest, messagesCutShort) {
       describe(Message(RTM_NEWLINK), TestLink{7, "eth0", IFF_UP, IF_OPER_UP, mac}).bytes(),
       describe(Message(RTM_NEWADDR), TestAddress{2, IpGenAddr::fromString("10.0.0.1")}).bytes(),
       describe(Message(RTM_NEWADDR), TestAddress{2, IpGenAddr::fromString("2001:db8::1")}).bytes(),
-      describeForwarding(Message(RTM_NEWNETCONF), Vantu::ipv4_, NETCONFA_IFINDEX_ALL, 1).bytes()};
+      describeForwarding(Message(RTM_NEWNETCONF), Vantu::ipv4_, NETCONFA_IFINDEX_ALL, 1).bytes(),
+      describe(Message(RTM_NEWROUTE), multipath).bytes(),
+      describe(Message(RTM_NEWNEXTHOP), TestNexthop{1, {"10.0.0.1"}}).bytes()};
   for (const Bytes& bytes : whole) {
     bool isRefused = false;
     for (std::size_t size = sizeof(nlmsghdr); size < bytes.size(); ++size) {
@@ -245,14 +250,40 @@ TEST(RtMessageTest, messagesCutShort) {
   }
 }
 
+TEST(RtMessageTest, routes) {
+  const auto decoded = [](const Message& message) { return std::get<RouteMessage>(decodeBytes(message.bytes())); };
+  const auto route = decoded(describe(Message(RTM_NEWROUTE, NLM_F_CREATE | NLM_F_APPEND), multipath));
+  EXPECT_EQ(route.action, RouteMessage::Action::last);
+  EXPECT_EQ(std::tie(route.address, route.length, route.metric, route.table),
+            std::make_tuple(IpGenAddr::fromString("10.0.0.0"), 8U, 7U, 1001U));
+  const std::vector<RouteHop> hops{{IpGenAddr(), 5, true},
+                                   {IpGenAddr::fromString("10.0.0.1"), 2, false},
+                                   {IpGenAddr::fromString("2001:db8::1"), 3, false}};
+  EXPECT_EQ(route.content.hops, hops) << "in an order of their own";
+
+  TestRoute object{"2001:db8::/32", {{"fe80::1"}}};
+  object.nexthopId = 9;
+  EXPECT_TRUE(decoded(describe(Message(RTM_NEWROUTE), object)).content.hops.empty()) << "they are the object's";
+  rtmsg header{};
+  header.rtm_family = AF_INET;
+  header.rtm_type = RTN_UNICAST;
+  EXPECT_EQ(decoded(Message(RTM_DELROUTE).fixed(header)).action, RouteMessage::Action::gone) << "the default route";
+  header.rtm_flags = RTM_F_CLONED;
+  EXPECT_EQ(decodeBytes(Message(RTM_NEWROUTE).fixed(header).bytes()).index(), 0U) << "of the cache";
+  header.rtm_flags = 0;
+  header.rtm_dst_len = 33;
+  EXPECT_THROW(decodeBytes(Message(RTM_NEWROUTE).fixed(header).bytes()), MalformedMessageException);
+}
+
 TEST(RtMessageTest, randomDamageIsRefusedOrDecodedWithinTheLimits) {
   std::mt19937 random(1);
   const Bytes link = describe(Message(RTM_NEWLINK), TestLink{7, "eth0", IFF_UP, IF_OPER_UP, mac}).bytes();
   const Bytes address =
       describe(Message(RTM_NEWADDR), TestAddress{2, IpGenAddr::fromString("2001:db8::1"), 64}).bytes();
+  const Bytes route = describe(Message(RTM_NEWROUTE), multipath).bytes();
   unsigned decoded = 0;
   for (int round = 0; round < 20000; ++round) {
-    Bytes bytes = round % 2 ? link : address;
+    Bytes bytes = round % 3 == 0 ? route : round % 3 == 1 ? link : address;
     for (auto count = 1 + random() % 3; count > 0; --count) {
       bytes[4 + random() % (bytes.size() - 4)] = static_cast<std::uint8_t>(random());
     }
@@ -265,6 +296,9 @@ TEST(RtMessageTest, randomDamageIsRefusedOrDecodedWithinTheLimits) {
       } else if (const auto* changed = std::get_if<LinkMessage>(&message)) {
         ++decoded;
         ASSERT_TRUE(changed->name.size() < IFNAMSIZ && changed->ifIndex > 0);
+      } else if (const auto* path = std::get_if<RouteMessage>(&message)) {
+        ++decoded;
+        ASSERT_LE(path->length, path->address.af() == Vantu::ipv4_ ? 32U : 128U);
       }
     } catch (const MalformedMessageException&) {
     }
