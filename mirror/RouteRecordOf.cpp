@@ -28,13 +28,13 @@ constexpr std::array<Origin, 8> origins{{{RTPROT_KERNEL, 11, 7, 0},
                                          {protocolOspf, 15, 10, 110},
                                          {protocolIsis, 24, 13, 115},
                                          {protocolRip, 10, 6, 120}}};
-constexpr Origin other{0, 33, 17, 250};
+constexpr Origin unknownOrigin{0, 33, 17, 250};
 
 const Origin& originOf(const RouteContent& content) {
   for (const Origin& origin : origins) {
     if (origin.protocol == content.protocol) return origin;
   }
-  return other;
+  return unknownOrigin;
 }
 
 }  // namespace
