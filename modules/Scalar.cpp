@@ -68,6 +68,7 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
   auto& module = scalar.module;
   if (scalar.group != nullptr && SnmpUtil::objectsDisabled(config, scalar.group)) {
     std::printf("%s skipping scalar %s because %s are disabled.\n", function, scalar.name, scalar.group);
+    std::fflush(stdout);
     return;
   }
   auto* const registration = module.registration(scalar.name, handler, scalar.identifier, scalar.modes, context);

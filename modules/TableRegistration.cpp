@@ -64,6 +64,7 @@ void Table::initialize(const TableFunctions& functions, const Snmp::Config::PtrC
   const Kel::String function = fmt::format("initialize_table_{}", name());
   if (description_.group != nullptr && SnmpUtil::objectsDisabled(config, description_.group)) {
     std::printf("%s is a noop because %s are disabled.\n", function.c_str(), description_.group);
+    std::fflush(stdout);
     return;
   }
   module.traceInitializing(function.c_str(), description_.identifier, context);
