@@ -75,7 +75,7 @@ class SubagentTest(Home, SnmpdCase):
 
     def test_waits_for_its_master_and_finds_it_again(self):
         self.start_mirror()
-        self.write_configuration("")
+        self.write_configuration("quorinKernelIpHeader any\n")
         agent = self.start_subagent()
         agent.wait_for_output(re.compile(f"no AgentX master answers at {self.socket} yet"))
         time.sleep(2.5)
