@@ -29,6 +29,11 @@ inline constexpr Conversion<const Vantu::EthAddr&> vantuEthAddrToAsnOctetString{
                                                                                 VantuEthAddrToAsnOctetStringF};
 inline constexpr Conversion<Kel::Seconds> nowSecondsToUptimeTimeTicks{"NowSecondsToUptimeTimeTicks",
                                                                       NowSecondsToUptimeTimeTicksF};
+inline constexpr Conversion<Kel::Seconds> utcSecondsToUptimeTimeTicks{"UtcSecondsToUptimeTimeTicks",
+                                                                      UtcSecondsToUptimeTimeTicks};
+inline constexpr Conversion<Kel::Seconds> secondsToTimeTicks{"SecondsToTimeTicks", SecondsToTimeTicksF};
+inline constexpr Conversion<std::uint64_t> u64ToCounter32{"U64ToCounter32", U64ToCounter32F};
+inline constexpr Conversion<std::uint64_t> u64ToCounter64{"U64ToCounter64", U64ToCounter64F};
 inline constexpr Conversion<const Snmp::ObjectIdentifier&> snmpObjectIdentifierToAsnOid{
     "SnmpObjectIdentifierToAsnOid", SnmpObjectIdentifierToAsnOidF};
 

@@ -38,7 +38,8 @@ class IpBaseTest : public ::testing::Test {
 TEST_F(IpBaseTest, announcesItselfAndIsEnteredByTheFramework) {
   contexts.enter("");
   contexts.enter("red");
-  EXPECT_THAT(Snmp::mibContextModules("red"), ElementsAre("IpBase", "IpForward", "VrfBase"));
+  EXPECT_THAT(Snmp::mibContextModules("red"),
+              ElementsAre("IpBase", "IpForward", "IpSwForwarding", "VrfBase", "quorinFIBStatsMIB", "quorinIpMIB"));
   contexts.leave("red");
   EXPECT_THAT(Snmp::mibContextModules("red"), IsEmpty());
 }

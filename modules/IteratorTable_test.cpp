@@ -80,13 +80,15 @@ auto gappyIndex() {
 }
 
 template <class W>
-auto makeTable(const char* name, oid number, int modes, const decltype(statsIndex())& index = statsIndex()) {
+auto makeTable(const char* name, oid number, int modes, const decltype(statsIndex())& index = statsIndex(),
+               bool blamesFirst = false) {
   return makeIteratorTable<W>(
       {.module = frameTest,
        .name = name,
        .identifier = {1, 3, 6, 1, 4, 1, QUORIN_ENTERPRISE, 99, number},
        .modes = modes,
-       .source = source},
+       .source = source,
+       .firstRequestTakesGenErr = blamesFirst},
       index,
       {column<Row>(2, "testPackets", ASN_UNSIGNED, u32ToAsnUnsigned, "packets",
                    [](const Row& row) { return static_cast<unsigned>(row.ipIfStatsInPkts()); })
@@ -105,6 +107,10 @@ auto makeTable(const char* name, oid number, int modes, const decltype(statsInde
 const auto sortedTable = makeTable<OrderedWalker<StatsRows>>("sortedTable", 1, HANDLER_CAN_RWRITE);
 const auto unsortedTable = makeTable<BackwardWalker>("unsortedTable", 2, HANDLER_CAN_RONLY);
 const auto gappyTable = makeTable<OrderedWalker<StatsRows>>("gappyTable", 3, HANDLER_CAN_RONLY, gappyIndex());
+
+// Not registered.
+const auto blamingTable =
+    makeTable<OrderedWalker<StatsRows>>("blamingTable", 4, HANDLER_CAN_RONLY, statsIndex(), true);
 
 const std::string testRoot = "1.3.6.1.4.1." + std::to_string(QUORIN_ENTERPRISE) + ".99";
 
@@ -263,6 +269,34 @@ TEST_F(IteratorTableTest, aConversionThatFailsIsGenErr) {
                        "overlong (5)"));
   EXPECT_EQ(agent.get(cell(1, 6, "1.3")).value, "787878");
   EXPECT_EQ(agent.get(cell(1, 8, "2.1000")).value.size(), 2000U);
+}
+
+// The serialize handler passes requests one by one, so here the batch goes past it.
+TEST_F(IteratorTableTest, aTableMayBlameTheFirstRequestForAnyThatFails) {
+  tree.ipMib->ipIfStatsTableIs(Key(Ip::ipVersion4, 3));
+  OrderedWalker<StatsRows> row{Kel::Ptr<const IpSnmp::IpMib>(tree.ipMib)};
+  for (const auto& [table, blamed] : {std::pair{&blamingTable, 0}, {&sortedTable, 1}}) {
+    netsnmp_agent_request_info info{};
+    info.mode = MODE_GET;
+    netsnmp_request_info requests[2] = {};
+    netsnmp_variable_list values[2] = {};
+    netsnmp_table_request_info columns[2] = {};
+    for (int i = 0; i < 2; ++i) {
+      columns[i].colnum = i == 0 ? 2 : 3;
+      requests[i].requestvb = &values[i];
+      requests[i].agent_req_info = &info;
+      netsnmp_request_add_list_data(&requests[i],
+                                    netsnmp_create_data_list(TABLE_HANDLER_NAME, &columns[i], nullptr));
+      netsnmp_insert_iterator_context(&requests[i], &row);
+    }
+    requests[0].next = &requests[1];
+    EXPECT_EQ(table->handle(&info, requests), SNMP_ERR_GENERR);
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(requests[i].status, i == blamed ? SNMP_ERR_GENERR : SNMP_ERR_NOERROR) << i;
+      netsnmp_free_request_data_sets(&requests[i]);
+      snmp_free_var_internals(&values[i]);
+    }
+  }
 }
 
 TEST_F(IteratorTableTest, columnsInAGapAreNotServed) {

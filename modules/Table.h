@@ -23,6 +23,9 @@ struct TableDescription {
   bool miscountedHintIsTraced = false;
   // The group of objects by which the configuration can switch the table off; null: it cannot.
   const char* group = nullptr;
+  // Whether a value that cannot be encoded is blamed on the first request of the batch, whichever asked for it. The
+  // statistics tables have always done so.
+  bool firstRequestTakesGenErr = false;
 };
 
 // What net-snmp calls.
@@ -86,7 +89,7 @@ class Table {
   void coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const;
 
   int get(netsnmp_request_info* requests) const;
-  int value(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
+  bool valueIs(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
   int refuseSet(netsnmp_request_info* requests) const;
   bool isProcessed(const netsnmp_request_info* request) const;
   const ColumnBase* column(unsigned number) const;

@@ -54,13 +54,15 @@ int Table::get(netsnmp_request_info* requests) const {
       netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
       return SNMP_ERR_NOERROR;
     }
-    const int status = value(*requested, dataContext, request);
-    if (status != SNMP_ERR_NOERROR) return status;
+    if (valueIs(*requested, dataContext, request)) continue;
+    netsnmp_request_set_error(description_.firstRequestTakesGenErr ? requests : request, SNMP_ERR_GENERR);
+    return SNMP_ERR_GENERR;
   }
   return SNMP_ERR_NOERROR;
 }
 
-int Table::value(const ColumnBase& requested, const void* dataContext, netsnmp_request_info* request) const {
+// False when the value cannot be encoded.
+bool Table::valueIs(const ColumnBase& requested, const void* dataContext, netsnmp_request_info* request) const {
   if (trace().enabled(2)) {
     Kel::TraceLine line(trace(), 2);
     line.stream() << name() << "_handler: request GET for column " << requested.object << ", key ";
@@ -79,10 +81,9 @@ int Table::value(const ColumnBase& requested, const void* dataContext, netsnmp_r
     QTRACE(trace(), 2) << "handle_" << name() << " - " << requested.conversion
                        << " failed for: " << requested.attribute;
   } else {
-    return SNMP_ERR_NOERROR;
+    return true;
   }
-  netsnmp_request_set_error(request, SNMP_ERR_GENERR);
-  return SNMP_ERR_GENERR;
+  return false;
 }
 
 int Table::refuseSet(netsnmp_request_info* requests) const {

@@ -48,6 +48,8 @@ std::string valueText(const netsnmp_variable_list& variable) {
     case ASN_COUNTER:
     case ASN_TIMETICKS:
       return std::to_string(static_cast<unsigned long>(*variable.val.integer));
+    case ASN_COUNTER64:
+      return std::to_string(variable.val.counter64->high << 32 | variable.val.counter64->low);
     case ASN_IPADDRESS:
       return fmt::format("{}", fmt::join(variable.val.string, variable.val.string + variable.val_len, "."));
     case ASN_OCTET_STR:

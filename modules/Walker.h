@@ -7,6 +7,8 @@
 // those that compute their rows bring a walker of their own.
 
 #include <concepts>
+#include <memory>
+#include <vector>
 
 #include "kel/Collection.h"
 #include "kel/Ptr.h"
@@ -91,6 +93,49 @@ class OrderedWalker {
   Kel::Ptr<const Row> row_;  // null: at the end
   Place at_{};               // good while the collection has `version_`
   std::uint64_t version_ = 0;
+};
+
+// Walks a hashed collection of counted rows, in no order that means anything: for small tables, of which net-snmp's
+// helper looks through every row. `Rows` is as for OrderedWalker. The keys are taken once, when the walk begins, so
+// that it meets no row twice, whatever becomes of the collection; those that have gone meanwhile are passed over.
+template <class Rows>
+class HashedWalker {
+ public:
+  using Cache = typename Rows::Cache;
+  using Row = typename Rows::Row;
+  using Key = typename Rows::Key;
+
+  explicit HashedWalker(Kel::Ptr<const Cache> cache) : cache_(std::move(cache)) {
+    if (!cache_) return;
+    keys_ = std::make_shared<const std::vector<Key>>(Rows::collection(*cache_).keys());
+    settle();
+  }
+
+  bool isAtEnd() const { return !row_; }
+  const Row& row() const { return *row_; }
+  decltype(auto) key() const { return Rows::key(*row_); }
+
+  void advance() {
+    if (isAtEnd()) return;
+    ++at_;
+    settle();
+  }
+
+ private:
+  // Stands on the first key from here on that has a row.
+  void settle() {
+    for (row_ = nullptr; at_ < keys_->size(); ++at_) {
+      if (const auto* found = Rows::collection(*cache_).find((*keys_)[at_])) {
+        row_ = *found;
+        return;
+      }
+    }
+  }
+
+  Kel::Ptr<const Cache> cache_;
+  std::shared_ptr<const std::vector<Key>> keys_;
+  std::size_t at_ = 0;
+  Kel::Ptr<const Row> row_;  // null: at the end
 };
 
 }  // namespace Modules

@@ -22,7 +22,8 @@ Modules::TableDescription fibStatsTable(const char* name, unsigned number) {
           .modes = HANDLER_CAN_RONLY,
           .source = Modules::entitySource<FibStatsMib>("snmp/ip/fibstatsmib", "snmp/ip/vrf.mibs/%s.fibstatsmib"),
           .miscountedHintIsTraced = true,
-          .group = "route-tables"};
+          .group = "route-tables",
+          .firstRequestTakesGenErr = true};
 }
 
 template <class Row>

@@ -1,0 +1,73 @@
+#include "modules/quorinIpMIB.h"
+
+#include "ipsnmp/IpMib.h"
+#include "modules/Enterprise.h"
+#include "modules/InetIndex.h"
+#include "snmp/SnmpUtil.h"
+
+namespace {
+
+using IpSnmp::IpVersionIfIndex;
+
+Kel::TraceHandle quorinIpMIBTrace("quorinIpMIB");
+Modules::Module quorinIpMIB("quorinIpMIB", quorinIpMIBTrace);
+
+// How often a publisher tells of counters that have changed, at least.
+constexpr unsigned publishedEveryMilliseconds = 2000;
+
+struct IpIfStatsRows {
+  using Cache = IpSnmp::IpMib;
+  using Row = IpSnmp::IpIfStatsEntry;
+  using Key = IpVersionIfIndex;
+  static const auto& collection(const Cache& cache) { return cache.ipIfStatsTable(); }
+  static const Key& key(const Row& row) { return row.index(); }
+};
+using IpIfStatsRow = IpIfStatsRows::Row;
+
+#define COUNTER(number, statistic)                                                                            \
+  Modules::column<IpIfStatsRow>(number, "quorinIpIfStats" #statistic, ASN_COUNTER64, Modules::u64ToCounter64, \
+                                "ipIfStats" #statistic,                                                       \
+                                [](const IpIfStatsRow& row) { return row.ipIfStats##statistic(); })
+
+const auto quorinIpIfStatsTable = Modules::makeIteratorTable<Modules::OrderedWalker<IpIfStatsRows>>(
+    {.module = quorinIpMIB,
+     .name = "quorinIpIfStatsTable",
+     .identifier = Modules::enterpriseObject({3, 27, 1, 1}),
+     .modes = HANDLER_CAN_RONLY,
+     .source = Modules::entitySource<IpSnmp::IpMib>("snmp/ip/ipmib", nullptr),
+     .miscountedHintIsTraced = true,
+     .firstRequestTakesGenErr = true},
+    Modules::Index(
+        "IpSnmp::IpVersionIfIndex",
+        +[](const Ip::IpVersion& version, const unsigned& ifIndex) { return IpVersionIfIndex(version, ifIndex); },
+        Modules::ipVersionIndex<IpVersionIfIndex>("quorinIpIfStatsIPVersion", "ipVersion",
+                                                  [](const IpVersionIfIndex& key) { return key.ipVersion(); }),
+        Modules::unsignedIntegerIndex<IpVersionIfIndex>("quorinIpIfStatsIfIndex", "ifIndex",
+                                                        [](const IpVersionIfIndex& key) { return key.ifIndex(); })),
+    {COUNTER(3, InPkts), COUNTER(4, InOctets), COUNTER(5, OutPkts), COUNTER(6, OutOctets), COUNTER(7, InUcastPkts),
+     COUNTER(8, InUcastOctets), COUNTER(9, OutUcastPkts), COUNTER(10, OutUcastOctets), COUNTER(11, InMcastPkts),
+     COUNTER(12, InMcastOctets), COUNTER(13, OutMcastPkts), COUNTER(14, OutMcastOctets),
+     Modules::column<IpIfStatsRow>(15, "quorinIpIfStatsDiscontinuityTime", ASN_TIMETICKS,
+                                   Modules::utcSecondsToUptimeTimeTicks, "discontinuityTime",
+                                   [](const IpIfStatsRow& row) { return row.discontinuityTime(); }),
+     Modules::column<IpIfStatsRow>(16, "quorinIpIfStatsRefreshRate", ASN_UNSIGNED, Modules::u32ToAsnUnsigned, "",
+                                   [](const IpIfStatsRow&) { return publishedEveryMilliseconds; })});
+
+#undef COUNTER
+
+}  // namespace
+
+ITERATOR_TABLE(quorinIpIfStatsTable, quorinIpIfStatsTable)
+
+void init_quorinIpMIB(Kel::String context) {
+  const auto config = SnmpUtil::getSnmpConfig();
+  quorinIpMIB.entering(context, __func__);
+  initialize_table_quorinIpIfStatsTable(config, context);
+  quorinIpMIB.entered(context);
+}
+
+void unregister_quorinIpMIB(Kel::String context) {
+  quorinIpMIB.leave(context);
+}
+
+MIB_MODULE(quorinIpMIB)
