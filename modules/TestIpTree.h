@@ -22,6 +22,7 @@ struct TestIpTree {
     ip->entityIs(ipMib);
     ip->entityIs(ipForwardMib);
     ip->entityIs(ipVrfMib);
+    ip->entityIs(fibStatsMib);
     ip->entityIs(vrfMibs);
     SnmpUtil::rootIs(root);
   }
@@ -35,6 +36,7 @@ struct TestIpTree {
   Kel::Ptr<Routing::VrfConfigDir> vrfConfigs = Kel::makePtr<Routing::VrfConfigDir>("config");
   Kel::Ptr<IpSnmp::IpMib> ipMib = Kel::makePtr<IpSnmp::IpMib>("ipmib");
   Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
+  Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib = Kel::makePtr<FibStatsSnmp::FibStatsMib>("fibstatsmib");
   Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib = Kel::makePtr<IpSnmp::IpVrfMib>("ipvrfmib");
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibs = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
   Kel::Ptr<Routing::Config> redConfig = vrfConfigs->vrfConfigIs("red");

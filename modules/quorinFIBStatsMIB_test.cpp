@@ -38,7 +38,6 @@ std::string fibCount(unsigned table, Index... index) {
 class quorinFIBStatsMIB : public ::testing::Test {
  protected:
   quorinFIBStatsMIB() {
-    tree.root->dirIs("snmp")->dirIs("ip")->entityIs(mib);
     enter();
     lines.take();
   }
@@ -72,7 +71,7 @@ class quorinFIBStatsMIB : public ::testing::Test {
   TestAgent& agent = TestAgent::instance();
   TestIpTree tree;
   TraceLines lines{"Snmp"};
-  Kel::Ptr<FibStatsMib> mib = fibStatsMibFactory("fibstatsmib");
+  Kel::Ptr<FibStatsMib> mib = tree.fibStatsMib;
 };
 
 TEST_F(quorinFIBStatsMIB, rowsOfEachTable) {

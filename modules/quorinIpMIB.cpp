@@ -24,10 +24,9 @@ struct IpIfStatsRows {
 };
 using IpIfStatsRow = IpIfStatsRows::Row;
 
-#define COUNTER(number, statistic)                                                                            \
-  Modules::column<IpIfStatsRow>(number, "quorinIpIfStats" #statistic, ASN_COUNTER64, Modules::u64ToCounter64, \
-                                "ipIfStats" #statistic,                                                       \
-                                [](const IpIfStatsRow& row) { return row.ipIfStats##statistic(); })
+#define COUNTER(number, object, statistic)                                                          \
+  Modules::column<IpIfStatsRow>(number, object, ASN_COUNTER64, Modules::u64ToCounter64, #statistic, \
+                                [](const IpIfStatsRow& row) { return row.statistic(); })
 
 const auto quorinIpIfStatsTable = Modules::makeIteratorTable<Modules::OrderedWalker<IpIfStatsRows>>(
     {.module = quorinIpMIB,
@@ -44,9 +43,17 @@ const auto quorinIpIfStatsTable = Modules::makeIteratorTable<Modules::OrderedWal
                                                   [](const IpVersionIfIndex& key) { return key.ipVersion(); }),
         Modules::unsignedIntegerIndex<IpVersionIfIndex>("quorinIpIfStatsIfIndex", "ifIndex",
                                                         [](const IpVersionIfIndex& key) { return key.ifIndex(); })),
-    {COUNTER(3, InPkts), COUNTER(4, InOctets), COUNTER(5, OutPkts), COUNTER(6, OutOctets), COUNTER(7, InUcastPkts),
-     COUNTER(8, InUcastOctets), COUNTER(9, OutUcastPkts), COUNTER(10, OutUcastOctets), COUNTER(11, InMcastPkts),
-     COUNTER(12, InMcastOctets), COUNTER(13, OutMcastPkts), COUNTER(14, OutMcastOctets),
+    {COUNTER(3, "quorinIpIfStatsInPkts", ipIfStatsInPkts), COUNTER(4, "quorinIpIfStatsInOctets", ipIfStatsInOctets),
+     COUNTER(5, "quorinIpIfStatsOutPkts", ipIfStatsOutPkts),
+     COUNTER(6, "quorinIpIfStatsOutOctets", ipIfStatsOutOctets),
+     COUNTER(7, "quorinIpIfStatsInUcastPkts", ipIfStatsInUcastPkts),
+     COUNTER(8, "quorinIpIfStatsInUcastOctets", ipIfStatsInUcastOctets),
+     COUNTER(9, "quorinIpIfStatsOutUcastPkts", ipIfStatsOutUcastPkts),
+     COUNTER(10, "quorinIpIfStatsOutUcastOctets", ipIfStatsOutUcastOctets),
+     COUNTER(11, "quorinIpIfStatsInMcastPkts", ipIfStatsInMcastPkts),
+     COUNTER(12, "quorinIpIfStatsInMcastOctets", ipIfStatsInMcastOctets),
+     COUNTER(13, "quorinIpIfStatsOutMcastPkts", ipIfStatsOutMcastPkts),
+     COUNTER(14, "quorinIpIfStatsOutMcastOctets", ipIfStatsOutMcastOctets),
      Modules::column<IpIfStatsRow>(15, "quorinIpIfStatsDiscontinuityTime", ASN_TIMETICKS,
                                    Modules::utcSecondsToUptimeTimeTicks, "discontinuityTime",
                                    [](const IpIfStatsRow& row) { return row.discontinuityTime(); }),
