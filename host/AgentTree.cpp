@@ -64,6 +64,20 @@ class AgentTree::FecModeRestartSm : public Kel::Entity {
   const Kel::Ptr<Watch> watch_;
 };
 
+// Tells the machines of the default VRF's route counts under which id the table of neighbours has the VRF.
+class AgentTree::ArpIdWatch : public IpSnmp::ArpTableSm::Notifiee {
+ public:
+  explicit ArpIdWatch(IpSnmp::Root* root) : root_(root) {}
+  void handleArpQuilloVrfId() override {
+    const auto id = notifier()->arpQuilloVrfId();
+    if (const auto sm = root_->fibStatsSm()) sm->vrfIdIs(id);
+    if (const auto sm = root_->fib6StatsSm()) sm->vrfIdIs(id);
+  }
+
+ private:
+  IpSnmp::Root* const root_;
+};
+
 AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
                      const Kel::Ptr<Brev::TaskScheduler>& scheduler, Kel::Ptr<const Arp::Table::Status> arpTable,
                      const Kel::Ptr<const Varnix::EntityManager>& manager)
@@ -87,7 +101,10 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix.intfStatusDir, ifMib_);
   wire();
   wireRoutes();
+  wireFibStats();
   wireVrfs();
+  arpIdWatch_ = Kel::makePtr<ArpIdWatch>(ipRoot_.get());
+  arpIdWatch_->notifierIs(ipRoot_->arpTableSm());
   ipRoot_->fecModeRestartSmIs(Kel::makePtr<FecModeRestartSm>(this, varnix_.fecModeStatus));
   SnmpUtil::rootIs(root_);
 }
@@ -131,6 +148,22 @@ void AgentTree::wireRoutes() {
                      {scheduler_, Kel::Name(defaultVrfName), ipForwardMib_, routes, fecs, unified,
                       Kel::Ptr<const IpSnmp::IpForwardFecs>(), Kel::Ptr<const IntfSnmp::IfMib>(ifMib_)});
   Kel::callOperation(*ipRoot_, "perVrfFecSmIs", {ipRoot_->ipRouteTableSm(), routes, fecs});
+}
+
+void AgentTree::wireFibStats() {
+  using Kel::Ptr;
+  const auto mount = manager_ ? manager_->quilloMount() : nullptr;
+  if (!mount || !routeTablesEnabled_) return;
+  const auto path = [](const char* pattern) { return fmt::format(fmt::runtime(pattern), defaultVrfName); };
+  const auto id = ipRoot_->arpTableSm()->arpQuilloVrfId();
+  Kel::callOperation(*ipRoot_, "fibStatsSmIs",
+                     {mount->mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath)), arpTable_, id,
+                      Ptr<const Routing::Config>(varnix_.routingConfig), fibStatsMib_});
+  ipRoot_->fibStatsSm()->taskSchedulerIs(scheduler_);
+  Kel::callOperation(*ipRoot_, "fib6StatsSmIs",
+                     {mount->mounted<Quillo::Fib6::RouteStatus>(path(KelQuillo::route6StatusPath)), arpTable_, id,
+                      Ptr<const Routing6::Config>(varnix_.routing6Config), fibStatsMib_});
+  ipRoot_->fib6StatsSm()->taskSchedulerIs(scheduler_);
 }
 
 // The other VRFs'.
@@ -182,15 +215,19 @@ void AgentTree::reconfigure() {
 
 void AgentTree::restart() {
   ipRoot_->vrfRootSmDel();
+  ipRoot_->fib6StatsSmDel();
+  ipRoot_->fibStatsSmDel();
   ipRoot_->perVrfFecSmDel();
   ipRoot_->ipRouteTableSmDel();
   wireRoutes();
+  wireFibStats();
   wireVrfs();
   if (vrfRootSmChanged_) vrfRootSmChanged_();
 }
 
 AgentTree::~AgentTree() {
   SnmpUtil::rootIs(nullptr);
+  arpIdWatch_ = nullptr;
   ipRoot_ = nullptr;  // the machines go before what they watch
   ifMibSm_ = nullptr;
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, nullptr);

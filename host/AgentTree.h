@@ -45,9 +45,11 @@ class AgentTree {
 
  private:
   class FecModeRestartSm;
+  class ArpIdWatch;
 
   void wire();
   void wireRoutes();
+  void wireFibStats();
   void wireVrfs();
   void fecModeChanged();
   void restart();
@@ -70,6 +72,7 @@ class AgentTree {
   Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib_;
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
   Kel::Ptr<IpSnmp::Root> ipRoot_;
+  Kel::Ptr<ArpIdWatch> arpIdWatch_;
   Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
 };
 

@@ -115,6 +115,7 @@ void VrfRootSm::handleArpQuilloVrfName(const L3::VrfName& vrfName) {
     QTRACE(vrfNeighboursTrace, 6) << vrfName << " invalidating arp quillo vrf id ";
   }
   if (const auto sm = arpTableSmOf(vrfName)) sm->arpQuilloVrfIdIs(id);
+  refreshFibStats(vrfName.stringValue());
 }
 
 // ---- neighbours ----

@@ -40,7 +40,7 @@ struct VrfRootSm::KelRoutingVrfConfigDir : Routing::VrfConfigDir::Notifiee {
 
 struct VrfRootSm::KelRouting6VrfConfigDir : Routing6::VrfConfigDir::Notifiee {
   explicit KelRouting6VrfConfigDir(VrfRootSm* owner) : owner_(owner) {}
-  void handleVrfConfig(const Kel::Name& vrfName) override { owner_->addToVrfTable(vrfName); }
+  void handleVrfConfig(const Kel::Name& vrfName) override { owner_->onVrf6Config(vrfName); }
   VrfRootSm* const owner_;
 };
 

@@ -184,7 +184,8 @@ void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
   makeRouteSms(*root, tables);
   if (isUnmade()) return;
   root->fibStatsMibIs(mibs->fibstatsmib());
-  // Here follow the two FIB statistics machines.
+  makeFibStatsSms(*root, tables);
+  if (isUnmade()) return;
 
   root->arpTableSmIs(intfStatusDir(), ipMib, arpQuillo(), arpQuilloVrfIdOf(vrfName));
   if (isUnmade()) return;
@@ -238,8 +239,17 @@ void VrfRootSm::onVrfConfig(const Kel::Name& vrfName) {
   if (!isVrfName(vrfName)) return;
   const Kel::Ptr<VrfRootSm> self(this);
   addToVrfTable(vrfName);
+  refreshFibStats(vrfName);
   if (routingVrfConfigDir()->vrfConfigHas(vrfName)) return handleVrfCreation(vrfName);
   removeUnlessComplete(L3::VrfName(vrfName));
+}
+
+void VrfRootSm::onVrf6Config(const Kel::Name& vrfName) {
+  QTRACE_ENTRY(vrfRootSmTrace, this);
+  if (!isVrfName(vrfName)) return;
+  const Kel::Ptr<VrfRootSm> self(this);
+  addToVrfTable(vrfName);
+  refreshFibStats(vrfName);
 }
 
 void VrfRootSm::onEntityPtr(const Kel::Name& vrfName) {

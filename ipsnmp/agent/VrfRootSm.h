@@ -151,6 +151,7 @@ class VrfRootSm : public Kel::Entity {
   void watch(const Kel::Ptr<Watched>& watched);
 
   void onVrfConfig(const Kel::Name& vrfName);
+  void onVrf6Config(const Kel::Name& vrfName);
   void onEntityPtr(const Kel::Name& vrfName);
   bool hasConditions(const L3::VrfName& vrfName) const;
   void createVrf(const L3::VrfName& vrfName);
@@ -167,6 +168,9 @@ class VrfRootSm : public Kel::Entity {
   };
   Tables mountTables(const L3::VrfName& vrfName) const;
   void makeRouteSms(VrfRoot& root, const Tables& tables);
+  void makeFibStatsSms(VrfRoot& root, const Tables& tables);
+  // Another configuration or another id in the table of neighbours goes to the machines.
+  void refreshFibStats(const Kel::Name& vrfName);
   // The VRF has another id now.
   void remountTables(VrfRoot& root);
   void delVrfIfRows(const Kel::Name& vrfName);

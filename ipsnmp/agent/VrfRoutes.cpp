@@ -36,6 +36,8 @@ void VrfRootSm::remountTables(VrfRoot& root) {
   const auto routeSm = root.ipRouteTableSm();
   if (!routeSm) return;
   const auto tables = mountTables(L3::VrfName(root.name()));
+  if (const auto sm = root.fibStatsSm()) sm->routeStatusIs(tables.routeStatus);
+  if (const auto sm = root.fib6StatsSm()) sm->routeStatusIs(tables.route6Status);
   root.perVrfFecSmDel();
   routeSm->routeStatusIs(tables.routeStatus);
   const bool isUnified = routeSm->unifiedForwardingStatus() != nullptr;

@@ -98,6 +98,38 @@ TEST_F(VrfRoutesTest, routesComeAndGoWithTheirVrf) {
                                           "leave whole"));
 }
 
+TEST_F(VrfRoutesTest, routesAndNeighboursAreCounted) {
+  tablesAre(red, "red");
+  const auto routes6 = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>>();
+  mount->tables["routing6/vrf/status/red"] = routes6;
+  Quillo::Fib6::Route route6;
+  route6.prefix = Vantu::Ip6Prefix::fromString("2001:db8::/32");
+  route6.routeType = Routing::Fib::RouteType(4);
+  startReady();
+  arp->entryIs(neighbour(1, "10.0.0.1", "eth0"));
+  arp->entryIs(neighbour(2, "10.0.0.1", "eth0"));
+  arp->entryIs(neighbour(2, "10.0.0.2", "eth0"));
+  vrfIs("red", 1);
+  const auto mib = vrfMibsDir->mibs("red")->fibstatsmib();
+  const auto count = [&](Ip::IpVersion version, FibStatsSnmp::RouteType type) {
+    const auto found = mib->routeTypeTable(FibStatsSnmp::RouteTypeKey(version, type));
+    return found ? found->totalRoutes() : 0U;
+  };
+  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic), 1U);
+  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 1U);
+  idIs("red", 2);
+  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 2U);
+  // A configuration that comes late is asked for the routes that come later still.
+  tree.routing6VrfConfigDir->vrfConfigIs("red")->staticRouteIs(Routing6::StaticRouteKey(route6.prefix, 0),
+                                                               Routing::StaticRouteFacts(true, true));
+  routes6->routeIs(route6);
+  EXPECT_EQ(count(Ip::ipVersion6, FibStatsSnmp::routeTypeStaticNexthopGroup), 1U);
+  localDel("red");
+  red.routes->routeDel(prefixOf("10.0.0.0/8"));
+  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic), 1U) << "the counts went with the VRF";
+  EXPECT_FALSE(vrfMibsDir->mibs("red"));
+}
+
 TEST_F(VrfRoutesTest, mountsOfAnotherTypeAreAbsent) {
   tablesAre(red, "red");
   mount->tables["routing/vrf/status/red"] = red.fecs;
