@@ -1,0 +1,99 @@
+"""The FIB statistics tables against counts made from `ip -j route` and `ip -j neigh`."""
+
+import collections
+import ipaddress
+import random
+
+from harness.case import main
+from harness.tables import RESOLVED, read_tables
+from harness.vrfcase import VrfCase
+
+FIB = "1.3.6.1.4.1.32473.3.23.1"
+SUMMARY, BY_TYPE, BY_LENGTH = ENTRIES = tuple(f"{FIB}.{number}.1" for number in (1, 2, 3))
+OTHER, CONNECTED, STATIC, RIP, ISIS, OSPF, BGP, ATTACHED = 1, 2, 3, 8, 9, 13, 14, 203
+TYPES = {"kernel": CONNECTED, "boot": STATIC, "static": STATIC, "rip": RIP, "isis": ISIS, "ospf": OSPF, "bgp": BGP}
+PUBLISHED = {"unicast", "blackhole", "unreachable", "prohibit"}
+
+
+def network_of(route, version):
+    default = "0.0.0.0/0" if version == 4 else "::/0"
+    return ipaddress.ip_network(default if route["dst"] == "default" else route["dst"])
+
+
+def counted(namespace):
+    """(version, prefix) -> type, of every prefix that counts."""
+    prefixes = {}
+    for version in (4, 6):
+        for route in sorted(namespace.ip_json(f"-{version}", "route", "show", "table", "main"),
+                            key=lambda route: -route.get("metric", 0)):
+            if route.get("type", "unicast") in PUBLISHED and not {"dead", "linkdown"} & set(route["flags"]):
+                prefixes[version, network_of(route, version)] = TYPES.get(route.get("protocol", "boot"), OTHER)
+    for entry in namespace.ip_json("neigh", "show", "nud", "all"):
+        address = ipaddress.ip_address(entry["dst"])
+        is_counted = address.version == 4 or not address.is_link_local
+        if is_counted and RESOLVED & set(entry["state"]) and len(entry.get("lladdr", "")) == 17:
+            prefixes.setdefault((address.version, ipaddress.ip_network(address)), ATTACHED)
+    return prefixes
+
+
+def expected_tables(namespace):
+    tables = {entry: collections.Counter() for entry in ENTRIES}
+    for (version, network), kind in counted(namespace).items():
+        family = 1 if version == 4 else 2
+        tables[SUMMARY][family,] += 1
+        tables[BY_TYPE][family, kind] += 1
+        tables[BY_LENGTH][family, network.prefixlen] += 1
+    return {entry: {index: {2: str(count)} for index, count in rows.items()} for entry, rows in tables.items()}
+
+
+class FibStatsTest(VrfCase):
+    communities = ("red",)
+
+    def expect_counts(self, client, namespace, what):
+        self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES), lambda: expected_tables(namespace), what, 20)
+
+    def lines(self, verb, numbers):
+        """Mixed routes, one for each number."""
+        protocols = ("static", "boot", "bgp", "ospf", "isis", "rip", "zebra")
+        lines = []
+        for number in numbers:
+            protocol = protocols[number % len(protocols)]
+            if number % 3 == 0:
+                prefix, hop = f"2001:db8:{number:x}::/{48 + number % 2 * 8}", "2001:db8::9"
+            else:
+                prefix, hop = f"172.{16 + number // 256 % 16}.{number % 256}.0/{24 + number % 7}", "10.0.0.9"
+            lines.append(f"route {verb} {prefix} via {hop} proto {protocol}")
+        return lines
+
+    def test_counts_of_each_vrf_follow_the_kernel(self):
+        red = self.vrfs.add("red")
+        for namespace in (self.namespace, red):
+            namespace.add_interface("a0", "10.0.0.1/24", "2001:db8::1/64")
+        red.ip_batch(self.lines("add", range(2000)))
+        red.ip_batch(["route add blackhole 198.51.100.0/24", "route add default via 10.0.0.9 metric 7",
+                      "route add default via 10.0.0.8 metric 5 proto bgp",
+                      "neigh add 10.0.0.7 lladdr 02:00:00:00:00:07 dev a0",
+                      "neigh add 2001:db8::7 lladdr 02:00:00:00:00:07 dev a0",
+                      "neigh add fe80::7 lladdr 02:00:00:00:00:07 dev a0"])
+        self.start_system()
+        client = self.community("c-red")
+        self.wait_for_context(client)
+        self.expect_counts(client, red, "at the start")
+        self.expect_counts(self.default, self.namespace, "the default VRF's")
+        self.assertGreater(len(expected_tables(red)[BY_TYPE]), 12)
+
+        numbers = random.Random(5).sample(range(2000), 1500)
+        for at in range(0, len(numbers), 500):
+            red.ip_batch(self.lines("del", numbers[at:at + 500]))
+            self.expect_counts(client, red, "routes are gone")
+        red.ip_batch(self.lines("add", numbers[:700]))
+        red.ip_batch([f"neigh add 10.0.0.{n} lladdr 02:00:00:00:00:{n:02x} dev a0 nud stale" for n in range(20, 99)])
+        self.expect_counts(client, red, "routes and neighbours have come")
+        red.ip("neigh", "flush", "all", "nud", "stale")
+        red.ip("link", "set", "a0", "down")
+        self.expect_counts(client, red, "the link is down")
+        self.expect_counts(self.default, self.namespace, "nothing of red's in the default VRF")
+
+
+if __name__ == "__main__":
+    main()
