@@ -99,6 +99,11 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, &linuxDetails_);
   ipRoot_ = Kel::makePtr<IpSnmp::Root>("ip");
   ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix.intfStatusDir, ifMib_);
+  const auto ifStatsSm = [&](Ip::IpVersion version, const Kel::Ptr<Ip::AllIntfStats>& stats) {
+    return Kel::makePtr<IpSnmp::IpIfStatsSm>(version, varnix.intfStatusDir, stats, ipMib_);
+  };
+  ipIfStatsSm_ = ifStatsSm(Ip::ipVersion4, varnix.ipIntfStats);
+  ip6IfStatsSm_ = ifStatsSm(Ip::ipVersion6, varnix.ip6IntfStats);
   wire();
   wireRoutes();
   wireFibStats();
@@ -230,6 +235,7 @@ AgentTree::~AgentTree() {
   arpIdWatch_ = nullptr;
   ipRoot_ = nullptr;  // the machines go before what they watch
   ifMibSm_ = nullptr;
+  ipIfStatsSm_ = ip6IfStatsSm_ = nullptr;
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, nullptr);
 }
 

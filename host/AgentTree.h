@@ -17,6 +17,7 @@
 #include "brev/TaskScheduler.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/IfMibSm.h"
+#include "ipsnmp/agent/IpIfStatsSm.h"
 #include "ipsnmp/agent/Root.h"
 #include "kel/Dir.h"
 #include "varnix/SnmpStatus.h"
@@ -74,6 +75,7 @@ class AgentTree {
   Kel::Ptr<IpSnmp::Root> ipRoot_;
   Kel::Ptr<ArpIdWatch> arpIdWatch_;
   Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
+  Kel::Ptr<IpSnmp::IpIfStatsSm> ipIfStatsSm_, ip6IfStatsSm_;
 };
 
 }  // namespace Host

@@ -20,7 +20,11 @@ constexpr const char* vrfIdsPath = "vrf/id/status";
 
 MirrorService::Member::Member(Picture& picture, NamespaceScope scope, const std::shared_ptr<const Vantu::NetNs>& ns,
                               int receiveBytes)
-    : socket(ns, receiveBytes), mirror(socket, picture, std::move(scope), ForwardingFlags(ns)) {
+    : socket(ns, receiveBytes),
+      mirror(socket, picture, std::move(scope), ForwardingFlags(ns)),
+      counters(
+          ns, picture.tree.ip6IntfStats, [this](std::uint32_t ifIndex) { return mirror.interfaceId(ifIndex); },
+          mirror.scope().vrfId().value()) {
 }
 
 MirrorService::MirrorService(const MirrorConfig& config)
@@ -64,6 +68,7 @@ bool MirrorService::receive() {
   for (const Tag tag : tags) {
     run(tag, [&](NamespaceMirror& mirror) {
       if (mirror.receive()) busy_.insert(tag);
+      if (members_.at(tag)->counters.receive()) busy_.insert(tag);
     });
   }
   armTimer();
@@ -73,6 +78,9 @@ bool MirrorService::receive() {
 
 void MirrorService::poll() {
   runAll([](NamespaceMirror& mirror) { mirror.poll(); });
+  for (const auto& [tag, member] : members_) {
+    if (member->counters.poll()) busy_.insert(tag);
+  }
   take(namespaces_.lookOver());
   if (settings_.poll()) applySettings();
   armTimer();

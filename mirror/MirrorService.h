@@ -13,6 +13,7 @@
 #include <memory>
 #include <set>
 
+#include "mirror/CounterMirror.h"
 #include "mirror/EventSet.h"
 #include "mirror/NamespaceMirror.h"
 #include "mirror/RtSocket.h"
@@ -65,6 +66,7 @@ class MirrorService {
     Member(Picture& picture, NamespaceScope scope, const std::shared_ptr<const Vantu::NetNs>& ns, int receiveBytes);
     RtSocket socket;
     NamespaceMirror mirror;
+    CounterMirror counters;
     int watchedFd = -1;
     bool wasComplete = false;
   };

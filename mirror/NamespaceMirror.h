@@ -56,6 +56,8 @@ class NamespaceMirror {
   // When receive() has to be called though nothing may have come; none: not before something has.
   std::optional<Kel::Seconds> due() const;
 
+  // The id that an interface is published under; not valid when it is not.
+  Vantu::IntfId interfaceId(std::uint32_t ifIndex) const { return writer_.interfaceId(ifIndex); }
   const NamespaceScope& scope() const { return writer_.scope(); }
   const NamespaceRoutes& routes() const { return routes_; }
   bool isComplete() const { return completeDumps_ > 0; }

@@ -29,6 +29,8 @@ class NamespaceWriter {
   NamespaceRoutes::Tables tables(const KernelState& state) const;
 
   const NamespaceScope& scope() const { return scope_; }
+  // Not valid for an interface that is not written.
+  Vantu::IntfId interfaceId(std::uint32_t ifIndex) const { return interfaces_.id(ifIndex); }
 
  private:
   using Place = NeighbourTable::Place;

@@ -121,6 +121,7 @@ void TreeWriter::remove(const Vantu::IntfId& id) {
   tree_.ipStatus->ipIntfStatusDel(id);
   tree_.ip6Config->intfDel(id);
   tree_.ip6Status->intfDel(id);
+  tree_.ip6IntfStats->intfStatsDel(id);
   tree_.l3ConfigDir->intfConfigDel(id);
   tree_.l3StatusDir->intfStatusDel(id);
   tree_.intfStatusDir->intfStatusDel(id);

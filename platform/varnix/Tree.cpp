@@ -38,6 +38,8 @@ Tree::Tree(Kel::Ptr<Kel::Dir> top)
       ipStatus(make<Ip::Status>(root, "ip/status")),
       ip6Config(make<Ip6::Config>(root, "ip6/config")),
       ip6Status(make<Ip6::Status>(root, "ip6/status")),
+      ipIntfStats(make<Ip::AllIntfStats>(root, "ip/intf/stats")),
+      ip6IntfStats(make<Ip::AllIntfStats>(root, "ip6/intf/stats")),
       allVrfConfig(make<Ip::AllVrfConfig>(root, "ip/vrf/config")),
       allVrfStatusGlobal(make<Ip::AllVrfStatusGlobal>(root, "ip/vrf/global")),
       allVrfStatusLocal(make<Ip::AllVrfStatusLocal>(root, "ip/vrf/local")),

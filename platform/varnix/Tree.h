@@ -16,6 +16,8 @@
 // | ip/status           | Ip::Status                                |
 // | ip6/config          | Ip6::Config                               |
 // | ip6/status          | Ip6::Status                               |
+// | ip/intf/stats       | Ip::AllIntfStats, IPv4                    |
+// | ip6/intf/stats      | Ip::AllIntfStats, IPv6                    |
 // | ip/vrf/config       | Ip::AllVrfConfig                          |
 // | ip/vrf/global       | Ip::AllVrfStatusGlobal                    |
 // | ip/vrf/local        | Ip::AllVrfStatusLocal                     |
@@ -29,6 +31,7 @@
 #include "kel/Dir.h"
 #include "varnix/FecModeStatus.h"
 #include "varnix/Interface.h"
+#include "varnix/IntfStats.h"
 #include "varnix/Ip.h"
 #include "varnix/Ip6.h"
 #include "varnix/L3.h"
@@ -62,6 +65,8 @@ struct Tree {
   Kel::Ptr<Ip::Status> ipStatus;
   Kel::Ptr<Ip6::Config> ip6Config;
   Kel::Ptr<Ip6::Status> ip6Status;
+  Kel::Ptr<Ip::AllIntfStats> ipIntfStats;
+  Kel::Ptr<Ip::AllIntfStats> ip6IntfStats;
   Kel::Ptr<Ip::AllVrfConfig> allVrfConfig;
   Kel::Ptr<Ip::AllVrfStatusGlobal> allVrfStatusGlobal;
   Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;

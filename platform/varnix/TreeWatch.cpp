@@ -105,6 +105,14 @@ struct OnIp6Status : Watcher<Ip6::Status> {
   ON_MEMBERS(Vantu::IntfId, OnIp6IntfStatus, intf, Intf)
 };
 
+struct OnIntfStats : Watcher<Ip::IntfStats> {
+  ON_ATTRIBUTE(Counters)
+  ON_ATTRIBUTE(DiscontinuityTime)
+};
+struct OnAllIntfStats : Watcher<Ip::AllIntfStats> {
+  ON_MEMBERS(Vantu::IntfId, OnIntfStats, intfStats, IntfStats)
+};
+
 struct OnVrfConfig : Watcher<Ip::VrfConfig> {
   ON_ATTRIBUTE(RouteDistinguisher)
 };
@@ -195,6 +203,8 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   entityIs<OnIpStatus>(tree.ipStatus);
   entityIs<OnIp6Config>(tree.ip6Config);
   entityIs<OnIp6Status>(tree.ip6Status);
+  entityIs<OnAllIntfStats>(tree.ipIntfStats);
+  entityIs<OnAllIntfStats>(tree.ip6IntfStats);
   entityIs<OnAllVrfConfig>(tree.allVrfConfig);
   entityIs<OnAllVrfGlobal>(tree.allVrfStatusGlobal);
   entityIs<OnAllVrfLocal>(tree.allVrfStatusLocal);

@@ -1,0 +1,75 @@
+#include "mirror/CounterMirror.h"
+
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "kel/Errors.h"
+#include "kel/Trace.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle counterMirrorTrace("MirrorCounters");
+
+// Of the namespace that the thread is in. There is none in a kernel without IPv6.
+const std::filesystem::path counterFiles = "/proc/thread-self/net/dev_snmp6";
+
+}  // namespace
+
+CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf,
+                             unsigned phase)
+    : ns_(std::move(ns)), all_(std::move(all)), idOf_(std::move(idOf)), polls_(phase) {
+}
+
+bool CounterMirror::poll() {
+  if (++polls_ % pollsPerReading != 0 || isReading_) return false;
+  try {
+    const Vantu::NetNsGuard inside(*ns_);
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(counterFiles, error), end; at != end; at.increment(error)) {
+      waiting_.push_back(at->path().filename().string());
+    }
+    isReading_ = true;
+  } catch (const Kel::Exception& error) {
+    QTRACE(counterMirrorTrace, 0) << "counters are not read: " << error.what() << "; trying again";
+  }
+  return isReading_;
+}
+
+bool CounterMirror::receive() {
+  if (!isReading_) return false;
+  try {
+    const Vantu::NetNsGuard inside(*ns_);
+    for (unsigned count = 0; count < interfacesPerTurn && !waiting_.empty(); ++count) {
+      read(waiting_.back());
+      waiting_.pop_back();
+    }
+  } catch (const Kel::Exception& error) {
+    QTRACE(counterMirrorTrace, 0) << "counters are not read: " << error.what() << "; trying again";
+    waiting_.clear();
+    present_.merge(std::exchange(seen_, {}));
+    return isReading_ = false;
+  }
+  if (!waiting_.empty()) return true;
+  // An interface may still be there, without IPv6.
+  for (const auto& id : present_) {
+    if (!seen_.contains(id)) all_->intfStatsDel(id);
+  }
+  present_ = std::exchange(seen_, {});
+  return isReading_ = false;
+}
+
+void CounterMirror::read(const std::string& interface) {
+  std::ifstream file(counterFiles / interface);
+  const auto told = readCounters(file);
+  const auto ifIndex = told.find("ifIndex");
+  if (ifIndex == told.end()) return;  // gone meanwhile
+  const auto id = idOf_(static_cast<std::uint32_t>(ifIndex->second));
+  if (!id.isValid()) return;
+  countersAre(*all_, id, told, Kel::System::currentTime());
+  seen_.insert(id);
+}
+
+}  // namespace Mirror

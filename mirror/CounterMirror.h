@@ -1,0 +1,49 @@
+#pragma once
+// Publishes the IPv6 counters of the interfaces of one network namespace, every two seconds.
+//
+// They are read from the files of /proc/net/dev_snmp6, one for each interface that IPv6 is on, some in each turn of
+// the event loop. (rtnetlink has them too, but by numbers, whose meanings differ between kernels.) An
+// interface has a record from the first reading on; who removes an interface removes its record.
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "mirror/IntfCounters.h"
+#include "vantu/NetNs.h"
+
+namespace Mirror {
+
+class CounterMirror {
+ public:
+  static constexpr unsigned pollsPerReading = 2;
+  static constexpr unsigned interfacesPerTurn = 100;  // some 2 ms
+
+  // The id under which an interface is published; not valid when it is not.
+  using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
+
+  // `phase` spreads the readings of several namespaces over the polls.
+  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf, unsigned phase);
+
+  // To be called once a second; true when a reading begins. What goes wrong in any of this is traced, and tried again
+  // with the next reading.
+  bool poll();
+  // Takes in a part of a reading; true when there is more of it.
+  bool receive();
+
+ private:
+  void read(const std::string& interface);
+
+  std::shared_ptr<const Vantu::NetNs> ns_;
+  Kel::Ptr<Ip::AllIntfStats> all_;
+  IdOf idOf_;
+  unsigned polls_;
+  bool isReading_ = false;
+  std::vector<std::string> waiting_;  // names of interfaces
+  std::set<Vantu::IntfId> seen_;      // in this reading
+  std::set<Vantu::IntfId> present_;   // in the last one
+};
+
+}  // namespace Mirror
