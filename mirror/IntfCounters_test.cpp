@@ -100,6 +100,14 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   waitForAgreement("eth0");
   EXPECT_GT(statsOf("eth0")->discontinuityTime(), first);
 
+  pollfd entry{service_->fd(), POLLIN, 0};
+  while (poll(&entry, 1, 500) > 0) {
+    while (service_->receive()) {
+    }
+  }
+  pollTwice();
+  EXPECT_EQ(poll(&entry, 1, 1000), 1) << "a reading goes on where nothing else happens";
+
   std::ofstream("/proc/sys/net/ipv6/conf/eth0/disable_ipv6") << "1";
   ip("link set eth0 mtu 1000");  // takes IPv6 away altogether
   waitFor(

@@ -180,6 +180,7 @@ void MirrorService::applySettings() {
 void MirrorService::armTimer() {
   Kel::Seconds next = namespaces_.nextLook();
   for (const auto& [tag, when] : due_) next = std::min(next, when);
+  if (!busy_.empty()) next = Kel::System::currentTime();
   events_.timerIs(next - Kel::System::currentTime(), namespacesTag);
 }
 

@@ -4,15 +4,14 @@
 #include <cstdint>
 
 // The counters, in the order of the text form: X(field).
-#define SW_FWD_STATS_FIELDS(X)                                                                                    \
-  X(inReceives)                                                                                                   \
-  X(inOctets)                                                                                                     \
-  X(inHdrErrors)                                                                                                  \
-  X(inAddrErrors)                                                                                                 \
-  X(forwDatagrams) X(inUnknownProtos) X(inDiscards) X(inDelivers) X(outRequests) X(outDiscards) X(outNoRoutes)    \
-      X(outOctets) X(reasmTimeout) X(reasmReqds) X(reasmOKs) X(reasmFails) X(fragOKs) X(fragFails) X(fragCreates) \
-          X(inNoRoutes) X(inTruncatedPkts) X(inMcastPkts) X(inMcastOctets) X(outMcastPkts) X(outMcastOctets)      \
-              X(inBcastPkts) X(outBcastPkts)
+// clang-format off
+#define SW_FWD_STATS_FIELDS(X)                                                                       \
+  X(inReceives) X(inOctets) X(inHdrErrors) X(inAddrErrors) X(forwDatagrams) X(inUnknownProtos)       \
+  X(inDiscards) X(inDelivers) X(outRequests) X(outDiscards) X(outNoRoutes) X(outOctets)              \
+  X(reasmTimeout) X(reasmReqds) X(reasmOKs) X(reasmFails) X(fragOKs) X(fragFails) X(fragCreates)     \
+  X(inNoRoutes) X(inTruncatedPkts) X(inMcastPkts) X(inMcastOctets) X(outMcastPkts) X(outMcastOctets) \
+  X(inBcastPkts) X(outBcastPkts)
+// clang-format on
 
 namespace Ip {
 
