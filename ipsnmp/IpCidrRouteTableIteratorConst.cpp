@@ -10,6 +10,26 @@ namespace {
 
 Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorConst");
 
+// Prefixes without a row, one after another, before the table of routes is asked where the next route is.
+constexpr unsigned fruitlessPrefixes = 64;
+
+// The first prefix behind this one that may have a route. When many routes go at once their prefixes stay until a task
+// has come to them, a million perhaps, and a request must not look each of them up.
+auto nextWithRoute(const IpForwardMib& mib, const auto& prefixes, const Vantu::IpAddrWithMask& prefix) {
+  const auto next = prefixes.upperBound(prefix);
+  if (next == prefixes.end() || !mib.routeStatus()) return next;
+  auto found = prefixes.end();
+  try {
+    mib.routeStatus()->forEachRoute(Vantu::Prefix(next->first), [&](const Quillo::Fib::Route& route) {
+      found = prefixes.lowerBound(route.prefix.addrWithMask());
+      return false;
+    });
+  } catch (const Pesk::CorruptionDetectedException&) {
+    return next;  // the lookups will meet the damage, and report it
+  }
+  return found;
+}
+
 }  // namespace
 
 using Iterator = IpForwardMib::IpCidrRouteTableIteratorConst;
@@ -39,13 +59,13 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
   const auto length = static_cast<unsigned>(std::countl_one(index.mask().value()));
   auto at = prefixes.lowerBound(Vantu::IpAddrWithMask(index.dest(), length));
   Vantu::IpAddr firstNextHop = index.nextHop();
-  while (at != prefixes.end()) {
+  for (unsigned fruitless = 1; at != prefixes.end(); ++fruitless) {
     const Vantu::IpAddrWithMask prefix = at->first;
     if (fetchFrom(Vantu::Prefix(prefix), firstNextHop, getNext ? &index : nullptr)) {
       isAtEnd_ = false;
       return;
     }
-    at = prefixes.upperBound(prefix);
+    at = fruitless % fruitlessPrefixes == 0 ? nextWithRoute(*mib_, prefixes, prefix) : prefixes.upperBound(prefix);
     firstNextHop = Vantu::IpAddr();
   }
 }

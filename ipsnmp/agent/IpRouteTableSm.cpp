@@ -15,6 +15,16 @@ namespace {
 
 constexpr int backlogPriority = 2, countPriority = 3;
 
+// A table that cannot be read now must not undo what its machine stands in: it tells when it can be read again, and
+// the scan begins anew. The task says why, when it fails in the same way.
+template <class Scan>
+void scanIfReadable(Scan scan) {
+  try {
+    scan();
+  } catch (const Quillo::StoreException&) {
+  }
+}
+
 }  // namespace
 
 IpRouteTableSm::~IpRouteTableSm() {
@@ -142,7 +152,13 @@ void IpRouteTableSm::handleRoute() {
   QTRACE(ipRouteTableSmTrace, 2) << "void IpSnmp::IpRouteTableSm::handleRoute()"
                                  << " initially";
   routeScan_.begin();
-  scanRoutes();
+  scanIfReadable([this] { scanRoutes(); });
+  doSetupRouteBacklogTimer();
+}
+
+void IpRouteTableSm::rescanRoutes() {
+  if (isStopped()) return;
+  routeScan_.begin();
   doSetupRouteBacklogTimer();
 }
 
@@ -150,10 +166,15 @@ void IpRouteTableSm::handleFec() {
   if (!localForwardingFecs()) return;
   QTRACE(ipRouteTableSmTrace, 2) << "void IpSnmp::IpRouteTableSm::handleFec()"
                                  << " initially";
+  rescanFecs();
+  scanIfReadable([this] { scanFecs(); });
+}
+
+void IpRouteTableSm::rescanFecs() {
+  if (!localForwardingFecs()) return;
   isScanningFecs_ = true;
   knownFecs_ = localForwardingFecs()->forwardFec().keys();
   fecScanAfter_ = Quillo::Fib::FecId();
-  scanFecs();
   doSetupFecBacklogTimer();
 }
 

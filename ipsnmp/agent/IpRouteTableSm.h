@@ -97,6 +97,9 @@ class IpRouteTableSm : public Kel::Entity {
   // Any of them may have.
   void handleRoute();
   void handleFec();
+  // The same, but nothing is read before the tasks run: all VRFs may be told at once.
+  void rescanRoutes();
+  void rescanFecs();
 
  private:
   class KelRouteStatus : public Quillo::Fib::RouteStatus::Notifiee {
@@ -104,7 +107,7 @@ class IpRouteTableSm : public Kel::Entity {
     explicit KelRouteStatus(IpRouteTableSm* owner) : owner_(owner) {}
     void handleInitialized() override { owner_->handleRoute(); }
     void onRoute(const Vantu::Prefix& prefix) override { owner_->handleRoute(prefix); }
-    void onTable() override { owner_->handleRoute(); }
+    void onTable() override { owner_->rescanRoutes(); }
 
    private:
     IpRouteTableSm* const owner_;
@@ -114,7 +117,7 @@ class IpRouteTableSm : public Kel::Entity {
     explicit KelVrfForwardingStatus(IpRouteTableSm* owner) : owner_(owner) {}
     void handleInitialized() override { owner_->handleFec(); }
     void onFec(const Quillo::Fib::FecId& fecId) override { owner_->handleFec(fecId); }
-    void onTable() override { owner_->handleFec(); }
+    void onTable() override { owner_->rescanFecs(); }
 
    private:
     IpRouteTableSm* const owner_;

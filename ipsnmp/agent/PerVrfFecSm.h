@@ -52,7 +52,7 @@ class PerVrfFecSm : public Kel::Entity {
     void onFec(const Quillo::Fib::FecId& fecId) override { owner_->handleFec(fecId); }
     // Any FEC, so any route.
     void handleInitialized() override { owner_->ipRouteTableSm()->handleRoute(); }
-    void onTable() override { owner_->ipRouteTableSm()->handleRoute(); }
+    void onTable() override { owner_->ipRouteTableSm()->rescanRoutes(); }
 
    private:
     PerVrfFecSm* const owner_;

@@ -154,7 +154,15 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
   const L3::VrfName vrfName(givenName);
   if (vrfName.isDefault() || reactors_.empty()) return;
   const auto& name = vrfName.stringValue();
-  if (hasConditions(vrfName) && !vrfRootHas(name)) return createVrf(vrfName);
+  if (hasConditions(vrfName) && !vrfRootHas(name)) {
+    const Kel::Ptr<VrfRootSm> self(this);
+    try {
+      return createVrf(vrfName);
+    } catch (const Kel::Exception&) {
+      unmakeVrf(vrfName);  // half a VRF would never be completed
+      throw;
+    }
+  }
   QTRACE(vrfRootSmTrace, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
                             << " vrfRoot(vrfName)=" << vrfRootHas(name)
                             << " routingVrfInfoDir()->entityPtr(vrfName)="

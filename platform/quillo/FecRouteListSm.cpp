@@ -13,7 +13,7 @@ class FecRouteListSm::KelRouteStatus : public RouteStatus::Notifiee {
   explicit KelRouteStatus(FecRouteListSm* owner) : owner_(owner) {}
   void handleInitialized() override { owner_->handleRoute(); }
   void onRoute(const Vantu::Prefix& prefix) override { owner_->handleRoute(prefix); }
-  void onTable() override { owner_->handleRoute(); }
+  void onTable() override { owner_->rescan(); }
 
  private:
   FecRouteListSm* const owner_;
@@ -54,8 +54,18 @@ void FecRouteListSm::handleRoute(const Vantu::Prefix& prefix) {
 
 void FecRouteListSm::handleRoute() {
   scan_.begin();
-  scanPiece();
+  try {
+    scanPiece();
+  } catch (const Quillo::StoreException&) {
+    // The table tells when it can be read again, and the scan begins anew.
+  }
   if (isScanning() && scanBegins_) scanBegins_();
+}
+
+void FecRouteListSm::rescan() {
+  if (!scanBegins_) return handleRoute();
+  scan_.begin();
+  scanBegins_();
 }
 
 void FecRouteListSm::scanPiece() {

@@ -42,6 +42,8 @@ class FecRouteListSm : public Kel::PtrInterface {
   void handleRoute(const Vantu::Prefix& prefix);
   // Anything may have changed.
   void handleRoute();
+  // The same; where somebody waits for scans to begin, nothing is read before that one goes on with it.
+  void rescan();
 
  private:
   class KelRouteStatus;
