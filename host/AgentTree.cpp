@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "snmp/SnmpUtil.h"
+#include "vantu/MgmtIntfId.h"
 
 namespace Host {
 namespace {
@@ -37,6 +38,14 @@ Quillo::Fib::FecMode fecModeOf(const Varnix::Tree& varnix) {
 
 bool areRouteTablesEnabled() {
   return !SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables");
+}
+
+// Takes the configured ones up. False when they are in effect already.
+bool managementInterfacesChange() {
+  const auto& configured = SnmpUtil::getSnmpConfig()->managementInterfaces();
+  if (configured == Vantu::MgmtIntfId::configured()) return false;
+  Vantu::MgmtIntfId::configuredIs(configured);
+  return true;
 }
 
 }  // namespace
@@ -90,6 +99,7 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
       snmpStatus_(enter<Snmp::Status>(root_->dirIs("snmp"), "status")),
       arpTable_(arpTable ? std::move(arpTable) : Kel::makePtr<NoNeighbours>()),
       ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")) {
+  managementInterfacesChange();
   const auto ip = root_->dirIs("snmp")->dirIs("ip");
   ipMib_ = enter<IpSnmp::IpMib>(ip, "ipmib");
   ipForwardMib_ = enter<IpSnmp::IpForwardMib>(ip, "ipforwardmib");
@@ -213,9 +223,9 @@ void AgentTree::fecModeChanged() {
 
 void AgentTree::reconfigure() {
   const bool areEnabled = areRouteTablesEnabled();
-  if (areEnabled == routeTablesEnabled_) return;
+  const bool isSame = areEnabled == routeTablesEnabled_ && !managementInterfacesChange();
   routeTablesEnabled_ = areEnabled;
-  restart();
+  if (!isSame) restart();
 }
 
 void AgentTree::restart() {

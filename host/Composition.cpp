@@ -58,7 +58,8 @@ Composition::~Composition() {
 
 void Composition::reconfigure() {
   const auto config = Snmp::currentConfig();
-  const bool isSame = config->disabledObjects() == config_->disabledObjects();
+  const bool isSame = config->disabledObjects() == config_->disabledObjects() &&
+                      config->managementInterfaces() == config_->managementInterfaces();
   config_ = config;
   if (isSame) return;
   tree_.reconfigure();

@@ -104,6 +104,20 @@ TEST_F(Walk, damageIsReportedAndSkipped) {
   EXPECT_EQ(routes->reports.size(), 5u);
 }
 
+TEST_F(Walk, prefixesWhoseRoutesWentAreNotLookedUpOneByOne) {
+  intfIs("eth0", 3);
+  fecIs(1, {{"10.1.1.1", "eth0"}});
+  for (unsigned i = 0; i < 10'000; ++i) routeIs(fmt::format("10.{}.{}.0/24", i / 250, i % 250), 1);
+  settle();
+  for (unsigned i = 100; i < 9'900; ++i)
+    routes->map.erase(prefixOf(fmt::format("10.{}.{}.0/24", i / 250, i % 250)));
+  EXPECT_EQ(rows().size(), 200U);
+  routes->lookups = 0;
+  EXPECT_EQ(fetched(indexOf("10.0.100.0", "255.255.255.0", "0.0.0.0"), false),
+            "10.39.150.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1");
+  EXPECT_LT(routes->lookups, 100U);
+}
+
 TEST_F(Walk, hostBitsInTheOrderAreAnError) {
   fecIs(1, {{"10.1.1.1", "eth0"}});
   routeIs("10.0.0.0/24", 1);

@@ -3,6 +3,7 @@
 import collections
 import ipaddress
 import random
+import signal
 
 from harness.case import main
 from harness.tables import RESOLVED, read_tables
@@ -93,6 +94,19 @@ class FibStatsTest(VrfCase):
         red.ip("link", "set", "a0", "down")
         self.expect_counts(client, red, "the link is down")
         self.expect_counts(self.default, self.namespace, "nothing of red's in the default VRF")
+
+    def test_neighbours_on_management_interfaces_do_not_count(self):
+        self.namespace.add_interface("a0", "10.0.0.1/24")
+        self.namespace.ip("neigh", "add", "10.0.0.7", "lladdr", "02:00:00:00:00:07", "dev", "a0")
+        self.start_system()
+        self.expect_counts(self.default, self.namespace, "with the neighbour")
+        with open(self.configuration, "a", encoding="utf-8") as file:
+            file.write("quorinManagementInterfaces a0\n")
+        self.agent.signal(signal.SIGHUP)
+        expected = expected_tables(self.namespace)
+        del expected[BY_TYPE][1, ATTACHED], expected[BY_LENGTH][1, 32]
+        expected[SUMMARY][1,] = {2: str(int(expected[SUMMARY][1,][2]) - 1)}
+        self.expect(lambda: read_tables(self.default.bulk_walk(FIB), ENTRIES), lambda: expected, "without it", 20)
 
 
 if __name__ == "__main__":

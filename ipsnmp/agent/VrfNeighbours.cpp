@@ -64,7 +64,8 @@ void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
   if (vrfName.isDefault()) {
     defaultVrfIdIs(published);
   } else if (const auto root = vrfRoot(vrfName.stringValue())) {
-    const bool isAnother = published.isKnown() && root->vrfId() != published;
+    // Without an id there are no tables either: another VRF may get the id.
+    const bool isAnother = root->vrfId() != published;
     root->vrfIdIs(published);
     if (isAnother) remountTables(*root);
   }

@@ -141,6 +141,19 @@ TEST_F(VrfRoutesTest, mountsOfAnotherTypeAreAbsent) {
   EXPECT_THAT(rowTextsOf(mibOf("red")), IsEmpty());
 }
 
+TEST_F(VrfRoutesTest, tablesThatCannotBeReadAtFirstAreReadWhenTheyCan) {
+  tablesAre(red, "red");
+  red.routes->isUnreadable = red.fecs->isUnreadable = true;
+  startReady();
+  vrfIs("red", 1);
+  EXPECT_TRUE(isServed("red"));
+  red.routes->isUnreadable = red.fecs->isUnreadable = false;
+  red.routes->tableIs(red.routes->map);
+  red.fecs->tableIs(red.fecs->map);
+  runTasks();
+  EXPECT_THAT(rowTextsOf(mibOf("red")), ElementsAre(row));
+}
+
 TEST_F(VrfRoutesTest, oneForwardingTableServesAllInUnifiedMode) {
   RouteTables all;
   tablesAre(all, "default");

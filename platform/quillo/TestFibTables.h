@@ -33,6 +33,7 @@ class TestTable : public Base {
 
   bool isInitialized = true;
   std::optional<std::string> damage;          // what every read then throws
+  bool isUnreadable = false;                  // every read then throws StoreException
   std::map<Key, std::string> damagedEntries;  // what reads of these keys throw
   std::map<Key, Entry> map;
   mutable std::vector<std::string> reports;
@@ -45,6 +46,7 @@ class TestTable : public Base {
   }
   Entry find(const Key& key) const {
     ++lookups;
+    if (isUnreadable) throw StoreException(StoreException::Kind::gone, "the table cannot be read");
     if (damage) throwDamage(*damage);
     if (const auto at = damagedEntries.find(key); at != damagedEntries.end()) throwDamage(at->second);
     const auto at = map.find(key);
@@ -52,6 +54,7 @@ class TestTable : public Base {
   }
   template <class Visit>
   void forEach(const Key& from, const Visit& visit) const {
+    if (isUnreadable) throw StoreException(StoreException::Kind::gone, "the table cannot be read");
     if (damage) throwDamage(*damage);
     for (auto at = map.lower_bound(from); at != map.end(); ++at) {
       if (!damagedEntries.contains(at->first) && !visit(at->second)) return;

@@ -33,4 +33,8 @@ void Config::kernelIpHeaderIs(const Kel::String& word) {
   takesAnyKernelIpHeader_ = word == "any";
 }
 
+void Config::managementInterfaceIs(const Kel::String& name) {
+  managementInterfaces_.insert(Vantu::IntfId(name));
+}
+
 }  // namespace Snmp

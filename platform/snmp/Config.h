@@ -7,6 +7,7 @@
 
 #include "kel/Ptr.h"
 #include "kel/String.h"
+#include "vantu/IntfId.h"
 
 namespace Snmp {
 
@@ -34,10 +35,16 @@ class Config : public Kel::PtrInterface {
   // "any" or "strict". Throws Kel::RangeException for another word.
   void kernelIpHeaderIs(const Kel::String& word);
 
+  // Interfaces that are management interfaces whatever they are called (Vantu::MgmtIntfId).
+  const std::set<Vantu::IntfId>& managementInterfaces() const { return managementInterfaces_; }
+  // Throws Kel::RangeException for a text that is no interface id.
+  void managementInterfaceIs(const Kel::String& name);
+
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
   bool takesAnyKernelIpHeader_ = false;
+  std::set<Vantu::IntfId> managementInterfaces_;
 };
 
 }  // namespace Snmp

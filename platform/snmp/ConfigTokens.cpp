@@ -52,6 +52,13 @@ void kernelIpHeader(const char* token, char* line) {
   parse(token, [&] { state().config->kernelIpHeaderIs(line); });
 }
 
+void managementInterfaces(const char* token, char* line) {
+  parse(token, [&] {
+    std::istringstream names(line);
+    for (Kel::String name; names >> name;) state().config->managementInterfaceIs(name);
+  });
+}
+
 void trace(const char* token, char* line) {
   parse(token, [&] { Kel::TraceConfig::levelsAre(line); });
 }
@@ -88,13 +95,14 @@ void registerConfigTokens() {
   register_app_config_handler("quorinDisableObjects", disableObjects, reset, "GROUP...   (groups: route-tables)");
   register_app_config_handler("quorinStore", store, nullptr, "DIR");
   register_app_config_handler("quorinKernelIpHeader", kernelIpHeader, nullptr, "strict | any");
+  register_app_config_handler("quorinManagementInterfaces", managementInterfaces, nullptr, "INTERFACE...");
   register_app_config_handler("quorinTrace", trace, nullptr, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)");
   register_app_config_handler("quorinTraceOutput", traceOutput, nullptr, "stderr | syslog | FILE");
 }
 
 void unregisterConfigTokens() {
-  for (const char* token :
-       {"quorinDisableObjects", "quorinStore", "quorinKernelIpHeader", "quorinTrace", "quorinTraceOutput"}) {
+  for (const char* token : {"quorinDisableObjects", "quorinStore", "quorinKernelIpHeader",
+                            "quorinManagementInterfaces", "quorinTrace", "quorinTraceOutput"}) {
     unregister_app_config_handler(token);
   }
 }

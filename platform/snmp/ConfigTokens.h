@@ -5,11 +5,13 @@
 //                                              effect when a context is entered
 //   quorinStore DIR                            the directory of the store, an absolute path
 //   quorinKernelIpHeader strict | any          whether a longer header of the kernel's IPv4 statistics is taken
+//   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
+//                                              "red/eth0", or "eth0" for those of all VRFs
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
-// A token may stand more than once; the lines of quorinDisableObjects and quorinTrace add up, of the others the last
-// one counts. A wrong value gives one line in the agent's log that names file, line and fault, and is left out; the
+// A token may stand more than once; the lines of quorinDisableObjects, quorinManagementInterfaces and quorinTrace
+// add up, of the others the last one counts. A wrong value gives one line in the agent's log that names file, line and fault, and is left out; the
 // rest is in effect. When the configuration is read again, all settings go back to their defaults first.
 
 #include "kel/String.h"

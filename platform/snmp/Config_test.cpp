@@ -87,6 +87,14 @@ TEST_F(ConfigTest, kernelIpHeaderIsStrictUnlessTheLastLineSaysAny) {
   EXPECT_FALSE(takesAny());
 }
 
+TEST_F(ConfigTest, managementInterfacesAddUp) {
+  read("quorinManagementInterfaces eth0 red/eth1\nquorinManagementInterfaces eth2\n");
+  EXPECT_THAT(SnmpUtil::getSnmpConfig()->managementInterfaces(),
+              ElementsAre(Vantu::IntfId("eth0"), Vantu::IntfId("eth2"), Vantu::IntfId("red/eth1")));
+  read("");
+  EXPECT_THAT(SnmpUtil::getSnmpConfig()->managementInterfaces(), IsEmpty());
+}
+
 TEST_F(ConfigTest, traceLevelsAndOutputFollowTheFile) {
   const std::string traceFile = path() + ".trace";
   read("quorinTraceOutput " + traceFile + "\nquorinTrace ConfigTest*/0,2\n");
