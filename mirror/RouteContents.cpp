@@ -53,15 +53,18 @@ void RouteContents::release(Slot slot) {
 }
 
 RouteContents::Fec* RouteContents::fecOf(const RouteContent& content) {
-  auto vias = resolve_(content);
+  const auto vias = resolve_(content);
   if (vias.empty()) return nullptr;
   // Should two sets of vias have the same hash, the later one takes the next number.
   for (auto id = idOf(vias);; id = Quillo::Fib::FecId(id.value() + 1)) {
     if (id.value() == 0) continue;  // stands for none
     const auto [at, isNew] = fecs_.try_emplace(id.value());
     Fec& found = at->second;
-    if (isNew) found.fec = {id, std::move(vias)};
-    if (!isNew && found.fec.via != vias) continue;
+    if (isNew) {
+      found.fec = {id, vias};
+    } else if (found.fec.via != vias) {
+      continue;
+    }
     ++found.contents;
     return &found;
   }

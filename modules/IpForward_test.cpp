@@ -114,19 +114,6 @@ TEST_F(IpForward, everyColumnOfEveryRowInBothContexts) {
   EXPECT_EQ(agent.walk(routeTable, "red"), answersFor(redRoutes.model.rows(redRoutes.derived)));
 }
 
-TEST_F(IpForward, routesThatCannotBeReadAreNotTakenForGone) {
-  routes.fecIs(1, {{"10.1.1.1", ""}});
-  routes.routeIs("10.0.0.0/24", 1);
-  routes.settle();
-  const auto cell = routeCell(4, "10.0.0.0.255.255.255.0.0.10.1.1.1");
-  routes.routes->isUnreadable = true;
-  for (const int command : {SNMP_MSG_GET, SNMP_MSG_GETNEXT}) {
-    EXPECT_EQ(agent.send(command, {command == SNMP_MSG_GET ? cell : routeTable}).errorStatus, SNMP_ERR_GENERR);
-  }
-  routes.routes->isUnreadable = false;
-  EXPECT_EQ(agent.get(cell).value, "10.1.1.1");
-}
-
 TEST_F(IpForward, aWalkOfRandomRoutesIsTheModels) {
   IpSnmpTest::RandomRoutes random(11);
   random.intfs(routes);

@@ -59,7 +59,7 @@ class IteratorTable final : public Table {
     const auto* hint = static_cast<const netsnmp_table_request_info*>(*loopContext);
     // What is left here goes to free_loop_context_at_end; the hint must not.
     *loopContext = nullptr;
-    return rowOrFailure([&] {
+    return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       const Kel::Ptr<const Cache> cache(cacheOf(iterator));
       if constexpr (isSeeking) {
         auto start = hintedStart(cache, hint);
@@ -80,7 +80,7 @@ class IteratorTable final : public Table {
 
   netsnmp_variable_list* getNextDataPoint(void** loopContext, void** dataContext,
                                           netsnmp_variable_list* chain) const noexcept {
-    return rowOrFailure([&] {
+    return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       auto* const walker = static_cast<W*>(*loopContext);
       if (walker == nullptr || walker->isAtEnd()) {
         QTRACE(trace(), 2) << name() << "_get_next_data_point - at end of loop context " << *loopContext;
@@ -132,18 +132,6 @@ class IteratorTable final : public Table {
 
  private:
   static constexpr netsnmp_variable_list* noRow = nullptr;
-
-  // An exception says that the rows cannot be read, which is not that there are none.
-  netsnmp_variable_list* rowOrFailure(auto&& row) const noexcept {
-    bool isKnown = false;
-    auto* const found = Snmp::atCBoundary(trace(), name(), noRow, [&]() -> netsnmp_variable_list* {
-      auto* const next = row();
-      isKnown = true;
-      return next;
-    });
-    if (!isKnown) SeekGate::walkFailed();
-    return found;
-  }
 
   static std::vector<IndexObject> indexObjects(const TableIndex& index) {
     std::vector<IndexObject> objects;

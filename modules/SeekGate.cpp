@@ -10,7 +10,6 @@ bool gateIsOn = true;
 // The request that the helper is at work on, and its mode; null between requests.
 const netsnmp_table_request_info* gateHint = nullptr;
 int gateMode = 0;
-bool gateWalkFailed = false;
 
 extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                               netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
@@ -19,13 +18,10 @@ extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_regi
   const auto* hint = gateIsOn && isSearch && isAlone ? netsnmp_extract_table_info(requests) : nullptr;
   const auto* outerHint = std::exchange(gateHint, hint);
   const int outerMode = std::exchange(gateMode, info->mode);
-  gateWalkFailed = false;
   const int result = netsnmp_call_next_handler(handler, registration, info, requests);
   gateHint = outerHint;
   gateMode = outerMode;
-  if (!isSearch || !std::exchange(gateWalkFailed, false)) return result;
-  netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
-  return SNMP_ERR_GENERR;
+  return result;
 }
 
 }  // namespace
@@ -33,10 +29,6 @@ extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_regi
 std::optional<SeekGate::Asked> SeekGate::asked(const netsnmp_table_request_info* hint) {
   if (hint == nullptr || hint != gateHint) return std::nullopt;
   return Asked{{hint->index_oid, hint->index_oid_len}, gateMode == MODE_GETNEXT};
-}
-
-void SeekGate::walkFailed() {
-  gateWalkFailed = true;
 }
 
 bool SeekGate::inject(netsnmp_handler_registration* registration) {

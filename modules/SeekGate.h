@@ -32,9 +32,6 @@ class SeekGate {
   // What the helper asks with this hint. Nothing when no gate saw it: the walk is then as the hint alone says.
   static std::optional<Asked> asked(const netsnmp_table_request_info* hint);
 
-  // The table could not be read for what is asked. The request gets genErr: the manager must not take the rows for gone.
-  static void walkFailed();
-
   // Puts a gate in front of the registration's iterator helper. False when net-snmp refuses.
   static bool inject(netsnmp_handler_registration* registration);
 

@@ -49,7 +49,11 @@ void FibStatsMachine<Family>::handleNeighbour() {
 template <class Family>
 void FibStatsMachine<Family>::reviewAtOnce() {
   const Kel::Ptr<FibStatsMachine> self(this);
-  for (int pieces = 0; pieces < 2 && isReviewing(); ++pieces) reviewPiece();
+  try {
+    for (int pieces = 0; pieces < 2 && isReviewing(); ++pieces) reviewPiece();
+  } catch (const Quillo::StoreException&) {
+    // The table tells when it can be read again, and is then reviewed anew.
+  }
   if (task_ && isReviewing()) task_->scheduleTask();
 }
 

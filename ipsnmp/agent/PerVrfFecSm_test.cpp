@@ -91,9 +91,10 @@ TEST_F(FecSm, fecOfManyRoutesIsWorkedOffInPieces) {
 TEST_F(FecSm, anotherForwardingTableConcernsEveryRoute) {
   smsAre();
   runFor(60);
+  const auto before = sm->routeTask()->workCount();
   fecs->tableIs(fecs->map);
-  EXPECT_EQ(queued().size(), 4u);
   run();
+  EXPECT_EQ(sm->routeTask()->workCount() - before, 4u);
   const auto other = Kel::makePtr<Quillo::TestForwardingStatus>();
   fecSm->vrfForwardingStatusIs(other);
   EXPECT_EQ(queued().size(), 4u);

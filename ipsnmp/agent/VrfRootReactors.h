@@ -20,8 +20,7 @@ struct VrfRootSm::KelArpQuillo : Arp::Table::Status::Notifiee {
   }
   void handleTable() override {
     for (const auto& sm : owner_->arpTableSms()) sm->handleTable();
-    // A VRF could not be made while the tables could not be read.
-    if (owner_->initialized()) owner_->handleVrfCreation();
+    owner_->retryVrfs();
   }
   void handleArpEntry(const Arp::Table::ArpKey& key) override { owner_->handleArpEntry(key); }
   void handleNeighborEntry(const Arp::Table::ArpKey& key) override { owner_->handleNeighborEntry(key); }

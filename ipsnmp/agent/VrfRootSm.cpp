@@ -1,5 +1,7 @@
 #include "ipsnmp/agent/VrfRootSm.h"
 
+#include <utility>
+
 #include "ipsnmp/agent/VrfRootReactors.h"
 #include "kel/Trace.h"
 
@@ -160,6 +162,7 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
       return createVrf(vrfName);
     } catch (const Kel::Exception&) {
       unmakeVrf(vrfName);  // half a VRF would never be completed
+      failedVrfs_.insert(vrfName);
       throw;
     }
   }
@@ -170,6 +173,11 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
                             << " routingVrfConfigDir()->vrfConfig(vrfName)="
                             << routingVrfConfigDir()->vrfConfigHas(name)
                             << " vrfNameStatus()->vrfIdExists( vrfName )=" << vrfNameStatus()->vrfIdExists(vrfName);
+}
+
+void VrfRootSm::retryVrfs() {
+  const Kel::Ptr<VrfRootSm> self(this);
+  for (const auto& vrfName : std::exchange(failedVrfs_, {})) handleVrfCreation(vrfName.stringValue());
 }
 
 // A reactor may unmake the VRF at each step; then the rest is left alone.

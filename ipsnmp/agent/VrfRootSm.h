@@ -14,6 +14,8 @@
 //
 // Stopping or destroying the machine unmakes every VRF.
 
+#include <set>
+
 #include "brev/Task.h"
 #include "ipsnmp/agent/ArpIdClaims.h"
 #include "ipsnmp/agent/IpAddressTableSm.h"
@@ -155,6 +157,8 @@ class VrfRootSm : public Kel::Entity {
   void onEntityPtr(const Kel::Name& vrfName);
   bool hasConditions(const L3::VrfName& vrfName) const;
   void createVrf(const L3::VrfName& vrfName);
+  // Those that could not be made, because a table could not be read: examines them again.
+  void retryVrfs();
   // With its rows in the VRF tables, or without.
   void removeVrf(const L3::VrfName& vrfName);
   void unmakeVrf(const L3::VrfName& vrfName);
@@ -187,6 +191,7 @@ class VrfRootSm : public Kel::Entity {
 
   std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // none: stopped
   Kel::Ptr<Brev::Task> task_;
+  std::set<L3::VrfName> failedVrfs_;
   ArpIdClaims arpIdClaims_;
 };
 

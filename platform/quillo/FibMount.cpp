@@ -239,6 +239,7 @@ void FibMount::forEachTable(const Call& call) {
   const Kel::Ptr<FibMount> self(this);
   const auto each = [&](const auto& tables) {
     std::vector<Kel::Ptr<const FibTable>> held;
+    held.reserve(tables.size());
     for (const auto& [vrfId, table] : tables) held.emplace_back(table);
     using Reactor = typename std::remove_pointer_t<decltype(tables.begin()->second)>::Notifiee;
     for (const auto& table : held) {

@@ -76,6 +76,15 @@ inline const std::vector<Kel::Datum>& someValues() {
   static const auto facts = [](bool group) {
     return Datum(Datum::Object{{"nexthopGroup", Datum(group)}, {"persistent", Datum(true)}});
   };
+  static const auto counters = [](std::uint64_t count) {
+    Datum::Object fields;
+    for (const char* direction : {"in", "out"}) {
+      for (const char* what : {"Pkts", "Octets", "UcastPkts", "UcastOctets", "McastPkts", "McastOctets"}) {
+        fields.emplace_back(std::string(direction) + what, Datum(count++));
+      }
+    }
+    return Datum(std::move(fields));
+  };
   static const std::vector<Datum> values{
       Datum(true),
       Datum(false),
@@ -97,6 +106,8 @@ inline const std::vector<Kel::Datum>& someValues() {
       Datum("vrfStateDeleting"),
       Datum("fecModePerVrf"),
       Datum("fecModeUnified"),
+      counters(1),
+      counters(std::uint64_t{1} << 63),
       Datum(Datum::Object{}),
       Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}}),
       Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}, {"10.3.0.1/8", Datum(true)}}),
