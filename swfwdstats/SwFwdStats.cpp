@@ -72,9 +72,13 @@ void SwFwdStats::doRead() const {
   SwFwdStatsData fresh = data_;
   try {
     const InVrf inside(*this, vrf_);
+    refusal_.clear();
     if (!read(fresh)) return;
   } catch (const Kel::Exception& error) {
-    QTRACE(swFwdStatsTrace, 0) << error.what();
+    // Every counter that is asked for comes here, and would say it again.
+    if (refusal_ == error.what()) return;
+    refusal_ = error.what();
+    QTRACE(swFwdStatsTrace, 0) << refusal_;
     return;
   }
   data_ = fresh;

@@ -13,7 +13,7 @@
 //
 // inside the namespace "ns-<VRF>"; the thread is in "default" again when it ends, whatever came of it. A variable is
 // looked up once a process. What cannot be read is traced (facility "IpSwFwdStats"), and leaves the snapshot as it
-// was: the last good values, or zeros.
+// was: the last good values, or zeros. That its namespace cannot be entered is traced once, until it can be.
 //
 // The IPv4 files have values without names beside them, so the reader insists on a header line of the length that it
 // knows (224 characters with the line end). The setting quorinKernelIpHeader any (Snmp::Config) has it take a longer
@@ -73,6 +73,7 @@ class SwFwdStats : public Kel::Notifier {
   const L3::VrfName vrf_{name()};
   mutable SwFwdStatsData data_;
   mutable Kel::Seconds lastUpdate_ = 0;
+  mutable Kel::String refusal_;  // why the namespace could not be entered last time; empty: it could
 };
 
 Kel::Ptr<SwFwdStats> swFwdStatsFactory(Ip::IpVersion ipVersion, Kel::Name vrfName);

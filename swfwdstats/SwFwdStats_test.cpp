@@ -202,6 +202,15 @@ TEST_F(SwFwdStatsTest, readsAgainWhenHalfASecondHasPassed) {
   EXPECT_EQ(stats6->lastUpdate(), now);
 }
 
+TEST_F(SwFwdStatsTest, otherFilesAreNamedOnceAProcess) {
+  write("snmp6", "Ip6InReceives 1\n");
+  EXPECT_EQ(stats6->inReceives(), 1u);
+  setenv("PROC_NET_SNMP6", "/nowhere", 1);
+  now += 1;
+  write("snmp6", "Ip6InReceives 2\n");
+  EXPECT_EQ(stats6->inReceives(), 2u);
+}
+
 TEST_F(SwFwdStatsTest, whatWasSentWrapsRound) {
   write("snmp6", "Ip6OutForwDatagrams 1\nIp6FragFails 2\n");
   EXPECT_EQ(stats6->outTransmits(), ~0ULL);
@@ -261,6 +270,7 @@ TEST_F(SwFwdStatsTest, theThreadComesBackFromTheVrfsNamespaceWhateverHappens) {
   now += 1;
   const auto last = red6->data().inReceives;
   EXPECT_EQ(red6->inReceives(), last) << "the last good value";
+  red6->doFreshen();  // which has nothing new to say
   EXPECT_EQ(presentNs(), start);
   EXPECT_THAT(traced(), ElementsAre(HasSubstr("0 cannot enter network namespace \"ns-" + vrf)));
 }
