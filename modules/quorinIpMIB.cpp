@@ -9,7 +9,7 @@ namespace {
 
 using IpSnmp::IpVersionIfIndex;
 
-Kel::TraceHandle quorinIpMIBTrace("quorinIpMIB");
+Kel::TraceHandle quorinIpMIBTrace("Snmp");
 Modules::Module quorinIpMIB("quorinIpMIB", quorinIpMIBTrace);
 
 // How often a publisher tells of counters that have changed, at least.

@@ -48,7 +48,7 @@ class QuorinIpMIB : public ::testing::Test {
 
   TestAgent& agent = TestAgent::instance();
   TestIpTree tree;
-  TraceLines lines{"quorinIpMIB"};
+  TraceLines lines{"Snmp"};
   Reference reference;
 };
 
