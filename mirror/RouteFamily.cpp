@@ -303,6 +303,8 @@ void RouteFamily<PrefixType>::addTo(Quillo::Batch& batch, const Vrf::VrfIdMap::V
     route.metric = Routing::RouteMetric(now.metric);
     route.routePreference = preferenceOf(*now.content);
     route.fecId = now.fec->fec.fecId;
+    route.isPersistent = !isNotPersistent(*now.content);
+    route.isNexthopGroup = isNexthopGroup(*now.content);
     Quillo::routeIs(batch, vrfId, route);
   }
 }

@@ -48,4 +48,13 @@ Routing::RoutePreference preferenceOf(const RouteContent& content) {
   return Routing::RoutePreference(originOf(content).preference);
 }
 
+bool isNotPersistent(const RouteContent& content) {
+  return content.protocol == RTPROT_BOOT;
+}
+
+bool isNexthopGroup(const RouteContent& content) {
+  const bool isStatic = content.protocol == RTPROT_BOOT || content.protocol == RTPROT_STATIC;
+  return isStatic && content.nexthopId != 0;
+}
+
 }  // namespace Mirror

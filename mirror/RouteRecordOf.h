@@ -10,5 +10,9 @@ namespace Mirror {
 Routing::Fib::RouteType routeTypeOf(const RouteContent& content);
 // The administrative distance that routers commonly give the protocol.
 Routing::RoutePreference preferenceOf(const RouteContent& content);
+// Kinds of static routes: nobody but the operator at the prompt made it (RTPROT_BOOT), and its next hops are a next-hop
+// object. False of other routes.
+bool isNotPersistent(const RouteContent& content);
+bool isNexthopGroup(const RouteContent& content);
 
 }  // namespace Mirror

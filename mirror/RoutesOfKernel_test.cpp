@@ -117,6 +117,8 @@ TEST_F(RoutesOfKernelTest, asTheyComeAndGo) {
                "-6 route del 2001:1::/32 via 2001:db8::2", "-6 route add unreachable 2001:2::/32",
                "-6 route replace 2001:1::/32 nexthop via 2001:db8::7 nexthop via 2001:db8:1::7",
                "-6 route add 2001:1::/32 dev eth0 metric 5", "-6 route del 2001:1::/32 metric 1024"});
+  doAndExpect({"route add 25.0.0.0/8 via 10.0.0.9", "route replace 25.0.0.0/8 via 10.0.0.9 proto static",
+               "nexthop add id 7 via 10.0.0.9 dev eth0", "route replace 25.0.0.0/8 nhid 7 proto static"});
   EXPECT_EQ(service_->mirror().routes().listings(), 1U) << "notifications alone did it";
   const auto before = versions();
   service_.reset();

@@ -94,6 +94,35 @@ TEST_F(RoutesTest, ofEveryKind) {
   EXPECT_FALSE(mirror_.due()) << "notifications alone did it";
 }
 
+TEST_F(RoutesTest, ofStaticRoutesTheKind) {
+  auto& routes = kernel_.routes;
+  routes.nexthops = {{1, {1, {"10.0.0.1"}}}, {2, {2, {"fe80::1"}}}};
+  for (const std::string prefix : {"10.1.0.0/16", "2001:db8::/32"}) {
+    routes.list.push_back({prefix, {{prefix == "10.1.0.0/16" ? "10.0.0.1" : "fe80::1"}}});
+  }
+  mirror_.start();
+  runAndCompare();
+  // All through the same next hop.
+  const auto before = publisher_.store().seq();
+  for (const int protocol : {RTPROT_BOOT, RTPROT_STATIC, 186}) {
+    for (const bool isObject : {true, false}) {
+      for (auto route : std::vector<TestRoute>(routes.list)) {
+        route.protocol = static_cast<std::uint8_t>(protocol);
+        route.nexthopId = !isObject ? 0U : route.isIpv6() ? 2U : 1U;
+        route.hops = {};
+        if (!isObject) route.hops.push_back({route.isIpv6() ? "fe80::1" : "10.0.0.1"});
+        routes.routeIs(route, NLM_F_REPLACE);
+      }
+      runAndCompare();
+    }
+  }
+  EXPECT_EQ(publisher_.store().seq(), before + 2 * 5) << "none for BGP, whose next hops say nothing of the kind";
+  mirror_.reread();
+  run();
+  EXPECT_EQ(publisher_.store().seq(), before + 2 * 5);
+  EXPECT_EQ(routeLines(store_), expectation());
+}
+
 TEST_F(RoutesTest, thoseOfOneNextHopShareAFecAcrossRestarts) {
   for (int number = 0; number < 200; ++number) {
     kernel_.routes.list.push_back({"10.0." + std::to_string(number) + ".0/24", {{"10.0.0.1"}, {"10.0.0.2", 3}}});

@@ -1,6 +1,6 @@
 #pragma once
-// Routes as lines of text: "VRF PREFIX type TYPE metric METRIC HOP@INTERFACE ...", those in the store, and those that
-// must be there for a kernel.
+// Routes as lines of text: "VRF PREFIX type TYPE [not persistent] [group] metric METRIC HOP@INTERFACE ...", those in
+// the store, and those that must be there for a kernel.
 
 #include <map>
 #include <set>
@@ -34,7 +34,8 @@ void addRoutes(RouteLines& lines, const Quillo::Snapshot& snapshot, std::map<std
     const std::string fec = vrfId.stringValue() + " " + route.fecId.stringValue();
     used.insert(fec);
     lines.insert(vrfId.stringValue() + " " + route.prefix.stringValue() + " type " +
-                 std::to_string(route.routeType.value()) + " metric " + std::to_string(route.metric.value()) +
+                 std::to_string(route.routeType.value()) + (route.isPersistent ? "" : " not persistent") +
+                 (route.isNexthopGroup ? " group" : "") + " metric " + std::to_string(route.metric.value()) +
                  (fecs.contains(fec) ? fecs.at(fec) : " without its FEC"));
   }
 }
@@ -68,13 +69,15 @@ inline RouteLines routeLines(const std::string& store) {
   return lines;
 }
 
-inline int typeOf(const TestRoute& route) {
+inline std::string typeOf(const TestRoute& route) {
   static const std::map<int, std::pair<int, int>> types{
       {RTPROT_KERNEL, {11, 7}}, {RTPROT_BOOT, {7, 4}}, {RTPROT_STATIC, {7, 4}}, {189, {10, 6}},
       {188, {15, 10}},          {187, {24, 13}},       {186, {22, 9}}};
   const auto at = types.find(route.protocol);
   const std::pair<int, int> pair = at == types.end() ? std::pair(33, 17) : at->second;
-  return route.isIpv6() ? pair.second : pair.first;
+  const bool isGroup = pair.first == 7 && route.nexthopId != 0;
+  return std::to_string(route.isIpv6() ? pair.second : pair.first) +
+         (route.protocol == RTPROT_BOOT ? " not persistent" : "") + (isGroup ? " group" : "");
 }
 
 // What the route forwards on; empty when that is nothing.
@@ -109,8 +112,7 @@ inline RouteLines expectedRouteLines(const FakeKernel& kernel, const std::map<st
     const std::string key = std::to_string(vrfs.at(route.table)) + " " + route.prefix;
     const auto rank = std::make_tuple(route.tos, route.metric);
     if (best.contains(key) && best.at(key).first <= rank) continue;
-    best[key] = {rank, key + " type " + std::to_string(typeOf(route)) + " metric " + std::to_string(route.metric) +
-                           viaText(vias)};
+    best[key] = {rank, key + " type " + typeOf(route) + " metric " + std::to_string(route.metric) + viaText(vias)};
   }
   RouteLines lines;
   for (const auto& [key, entry] : best) lines.insert(entry.second);

@@ -11,8 +11,8 @@ from harness.vrfcase import VrfCase
 
 FIB = "1.3.6.1.4.1.32473.3.23.1"
 SUMMARY, BY_TYPE, BY_LENGTH = ENTRIES = tuple(f"{FIB}.{number}.1" for number in (1, 2, 3))
-OTHER, CONNECTED, STATIC, RIP, ISIS, OSPF, BGP, ATTACHED = 1, 2, 3, 8, 9, 13, 14, 203
-TYPES = {"kernel": CONNECTED, "boot": STATIC, "static": STATIC, "rip": RIP, "isis": ISIS, "ospf": OSPF, "bgp": BGP}
+OTHER, CONNECTED, STATIC, RIP, ISIS, OSPF, BGP, NOT_PERSISTENT, GROUP, ATTACHED = 1, 2, 3, 8, 9, 13, 14, 201, 202, 203
+TYPES = {"kernel": CONNECTED, "boot": NOT_PERSISTENT, "static": STATIC, "rip": RIP, "isis": ISIS, "ospf": OSPF, "bgp": BGP}
 PUBLISHED = {"unicast", "blackhole", "unreachable", "prohibit"}
 
 
@@ -28,7 +28,9 @@ def counted(namespace):
         for route in sorted(namespace.ip_json(f"-{version}", "route", "show", "table", "main"),
                             key=lambda route: -route.get("metric", 0)):
             if route.get("type", "unicast") in PUBLISHED and not {"dead", "linkdown"} & set(route["flags"]):
-                prefixes[version, network_of(route, version)] = TYPES.get(route.get("protocol", "boot"), OTHER)
+                kind = TYPES.get(route.get("protocol", "boot"), OTHER)
+                is_group = "nhid" in route and kind in (STATIC, NOT_PERSISTENT)
+                prefixes[version, network_of(route, version)] = GROUP if is_group else kind
     for entry in namespace.ip_json("neigh", "show", "nud", "all"):
         address = ipaddress.ip_address(entry["dst"])
         is_counted = address.version == 4 or not address.is_link_local
@@ -37,9 +39,9 @@ def counted(namespace):
     return prefixes
 
 
-def expected_tables(namespace):
+def expected_tables(namespace, configured=()):
     tables = {entry: collections.Counter() for entry in ENTRIES}
-    for (version, network), kind in counted(namespace).items():
+    for (version, network), kind in (counted(namespace) | dict(configured)).items():
         family = 1 if version == 4 else 2
         tables[SUMMARY][family,] += 1
         tables[BY_TYPE][family, kind] += 1
@@ -50,8 +52,9 @@ def expected_tables(namespace):
 class FibStatsTest(VrfCase):
     communities = ("red",)
 
-    def expect_counts(self, client, namespace, what):
-        self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES), lambda: expected_tables(namespace), what, 20)
+    def expect_counts(self, client, namespace, what, configured=()):
+        self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES),
+                    lambda: expected_tables(namespace, configured), what, 20)
 
     def lines(self, verb, numbers):
         """Mixed routes, one for each number."""
@@ -73,6 +76,8 @@ class FibStatsTest(VrfCase):
         red.ip_batch(self.lines("add", range(2000)))
         red.ip_batch(["route add blackhole 198.51.100.0/24", "route add default via 10.0.0.9 metric 7",
                       "route add default via 10.0.0.8 metric 5 proto bgp",
+                      "nexthop add id 1 via 10.0.0.9 dev a0", "nexthop add id 2 via 2001:db8::9 dev a0",
+                      "route add 198.51.101.0/24 nhid 1", "route add 2001:db8:ffff::/48 nhid 2 proto static",
                       "neigh add 10.0.0.7 lladdr 02:00:00:00:00:07 dev a0",
                       "neigh add 2001:db8::7 lladdr 02:00:00:00:00:07 dev a0",
                       "neigh add fe80::7 lladdr 02:00:00:00:00:07 dev a0"])
@@ -81,7 +86,7 @@ class FibStatsTest(VrfCase):
         self.wait_for_context(client)
         self.expect_counts(client, red, "at the start")
         self.expect_counts(self.default, self.namespace, "the default VRF's")
-        self.assertGreater(len(expected_tables(red)[BY_TYPE]), 12)
+        self.assertGreater(len(expected_tables(red)[BY_TYPE]), 16)
 
         numbers = random.Random(5).sample(range(2000), 1500)
         for at in range(0, len(numbers), 500):
@@ -94,6 +99,37 @@ class FibStatsTest(VrfCase):
         red.ip("link", "set", "a0", "down")
         self.expect_counts(client, red, "the link is down")
         self.expect_counts(self.default, self.namespace, "nothing of red's in the default VRF")
+
+    def test_kinds_of_static_routes_are_as_configured_or_else_as_in_the_kernel(self):
+        red = self.vrfs.add("red")
+        configured, routes, entries = {}, [], []
+        for number, (kind, facts) in enumerate({STATIC: "", NOT_PERSISTENT: ", persistent: false",
+                                                GROUP: ", nexthopGroup: true"}.items(), 1):
+            for prefix, hop in (f"198.51.{number}.0/24", "10.0.0.9"), (f"2001:db8:{number}::/48", "2001:db8::9"):
+                network = ipaddress.ip_network(prefix)
+                configured[network.version, network] = kind
+                routes.append(f"route add {prefix} via {hop} proto {'boot' if kind == STATIC else 'static'}")
+                entries.append(f"{{prefix: '{prefix}', preference: 1{facts}}}")
+        for namespace in (self.namespace, red):
+            namespace.add_interface("a0", "10.0.0.1/24", "2001:db8::1/64")
+            namespace.ip_batch(routes)
+        with open(f"{self.directory}/mirror.yaml", "w", encoding="utf-8") as file:
+            file.write(f"vrfs: {{default: {{staticRoutes: [{', '.join(entries)}]}}}}\n")
+        self.mirror = self.start_mirror("--config", file.name)
+        self.agent = self.start_agent()
+        self.wait_until_complete()
+        client = self.community("c-red")
+        self.wait_for_context(client)
+        self.expect_counts(self.default, self.namespace, "as configured", configured)
+        self.expect_counts(client, red, "as in the kernel")
+        before = expected_tables(red)
+        red.ip_batch([line.replace("add", "replace").replace("static", "boot") for line in routes])
+        red.ip("route", "add", "198.51.9.0/24", "via", "10.0.0.9")
+        self.assertEqual(before[BY_TYPE][1, STATIC], {2: "2"})
+        before[BY_TYPE][1, NOT_PERSISTENT] = {2: "2"}
+        before[SUMMARY][1,] = {2: str(int(before[SUMMARY][1,][2]) + 1)}
+        before[BY_LENGTH][1, 24] = {2: str(int(before[BY_LENGTH][1, 24][2]) + 1)}
+        self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES), lambda: before, "as first counted", 20)
 
     def test_neighbours_on_management_interfaces_do_not_count(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")

@@ -82,9 +82,10 @@ RouteType FibStatsMachine<Family>::mibRouteType(const Route& route) const {
   using Key = typename Family::StaticRouteKey;
   const auto* facts = routingConfig()->staticRoute(Key(route.prefix, route.preference().value()));
   if (facts == nullptr) facts = routingConfig()->staticRoute(Key(route.prefix, route.metric.value()));
-  if (facts == nullptr) return routeTypeStatic;
-  if (facts->nexthopGroup()) return routeTypeStaticNexthopGroup;
-  return facts->persistent() ? routeTypeStatic : routeTypeStaticNonPersistent;
+  const bool isNexthopGroup = facts ? facts->nexthopGroup() : route.isNexthopGroup;
+  const bool isPersistent = facts ? facts->persistent() : route.isPersistent;
+  if (isNexthopGroup) return routeTypeStaticNexthopGroup;
+  return isPersistent ? routeTypeStatic : routeTypeStaticNonPersistent;
 }
 
 // Nothing when the route cannot be known.

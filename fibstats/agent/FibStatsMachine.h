@@ -76,6 +76,7 @@ class FibStatsMachine : public Kel::Entity {
 
   // The route is not to be counted.
   bool fibRouteFilter(const Route& route) const;
+  // Of a static route the configuration says the kind, all of it, and if it does not know the route, the route itself.
   RouteType mibRouteType(const Route& route) const;
 
   // The route of this prefix came, went, or says something else.

@@ -54,25 +54,36 @@ TEST_F(Stats6, typesOfThePlatform) {
   EXPECT_EQ(sm->mibRouteType(route(net(0, 64), 3)), routeTypeAttached);
 }
 
-TYPED_TEST(Stats, staticRoutesAreWhatTheConfigurationSays) {
+TYPED_TEST(Stats, staticRoutesAreWhatTheConfigurationSaysAndElseWhatTheySay) {
   using World = FibStatsWorld<TypeParam>;
   using Key = typename TypeParam::StaticRouteKey;
-  const unsigned type = World::isIp4 ? 7 : 4;
-  this->config->staticRouteIs(Key(World::net(0x100, 24), 1), Routing::StaticRouteFacts(true, false));
-  this->config->staticRouteIs(Key(World::net(0x200, 24), 1), Routing::StaticRouteFacts(false, false));
-  this->config->staticRouteIs(Key(World::net(0x300, 24), 1), Routing::StaticRouteFacts(false, true));
-  this->config->staticRouteIs(Key(World::net(0x500, 24), 1024), Routing::StaticRouteFacts(true, true));
-  this->config->staticRouteIs(Key(World::net(0x600, 24), 5), Routing::StaticRouteFacts(true, true));
+  const auto net = [](unsigned n) { return World::net(n << 8U, World::isIp4 ? 24 : 120); };
+  const auto factsAre = [&](unsigned n, unsigned preference, bool nexthopGroup, bool persistent) {
+    this->config->staticRouteIs(Key(net(n), preference), Routing::StaticRouteFacts(nexthopGroup, persistent));
+  };
+  factsAre(1, 1, true, false);
+  factsAre(2, 1, false, false);
+  factsAre(3, 1, false, true);
+  factsAre(5, 1024, true, true);
+  factsAre(6, 5, true, true);
   this->start();
+  const unsigned staticType = World::isIp4 ? 7 : 4, connected = World::isIp4 ? 11 : 7;
+  const auto typeOf = [&](unsigned n, bool isPersistent = true, bool isNexthopGroup = false, unsigned type = 0) {
+    auto route = World::route(net(n), type == 0 ? staticType : type, 1, 1024);
+    route.isPersistent = isPersistent;
+    route.isNexthopGroup = isNexthopGroup;
+    return int{this->sm->mibRouteType(route)};
+  };
   std::vector<int> types;
-  for (unsigned n = 1; n <= 6; ++n) {
-    types.push_back(this->sm->mibRouteType(World::route(World::net(n << 8U, 24), type, 1, 1024)));
-  }
-  if (World::isIp4) {
-    EXPECT_THAT(types, ElementsAre(202, 201, 3, 3, 202, 3));
-  }
+  for (unsigned n = 1; n <= 6; ++n) types.push_back(typeOf(n));
+  EXPECT_THAT(types, ElementsAre(202, 201, 3, 3, 202, 3));
+  EXPECT_EQ(typeOf(4, false), 201);
+  EXPECT_EQ(typeOf(4, false, true), 202);
+  EXPECT_EQ(typeOf(2, true, true), 201) << "the configuration says all";
+  EXPECT_EQ(typeOf(3, false, true), 3);
+  EXPECT_EQ(typeOf(4, false, true, connected), 2);
   this->sm->routingConfigIs(nullptr);
-  EXPECT_EQ(this->sm->mibRouteType(World::route(World::net(0x100, 24), type)), routeTypeStatic);
+  EXPECT_EQ(typeOf(1, false, true), 3);
 }
 
 TYPED_TEST(Stats, aRouteKeepsItsFirstTypeUntilItGoes) {

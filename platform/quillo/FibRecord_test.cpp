@@ -42,10 +42,13 @@ TYPED_TEST(RouteRecord, orderOfKeysIsThatOfTheirBytes) {
     ASSERT_EQ(nullptr, decodeRouteKey(bytes, vrfAgain, prefixAgain));
     EXPECT_EQ(vrfId, vrfAgain);
     EXPECT_EQ(prefix, prefixAgain);
-    BasicRoute<TypeParam> route{prefix, Routing::Fib::RouteType(static_cast<std::uint8_t>(1 + random() % 255)),
+    BasicRoute<TypeParam> route{prefix,
+                                Routing::Fib::RouteType(static_cast<std::uint8_t>(1 + random() % 255)),
                                 Routing::RouteMetric(static_cast<std::uint32_t>(random())),
                                 Routing::RoutePreference(static_cast<std::uint8_t>(random())),
-                                Fib::FecId(random() * std::uint64_t{0x100000001})};
+                                Fib::FecId(random() * std::uint64_t{0x100000001}),
+                                random() % 2 == 0,
+                                random() % 2 == 0};
     BasicRoute<TypeParam> again{prefix, {}, {}, {}, {}};
     ASSERT_EQ(nullptr, decodeRoute(encodeRoute(route), again));
     EXPECT_EQ(route, again);
@@ -73,9 +76,10 @@ TYPED_TEST(RouteRecord, malformedBytesAreNoRecord) {
   EXPECT_EQ("host bits in the prefix", keyFault(hostBits));
 
   BasicRoute<TypeParam> route;
-  EXPECT_STREQ("value of a wrong length", decodeRoute(std::string(13, '\1'), route));
-  EXPECT_STREQ("value of a wrong length", decodeRoute(std::string(15, '\1'), route));
-  EXPECT_STREQ("route without a type", decodeRoute(std::string(14, '\0'), route));
+  EXPECT_STREQ("value of a wrong length", decodeRoute(std::string(14, '\1'), route));
+  EXPECT_STREQ("value of a wrong length", decodeRoute(std::string(16, '\1'), route));
+  EXPECT_STREQ("route without a type", decodeRoute(std::string(15, '\0'), route));
+  EXPECT_STREQ("unknown flags in the value", decodeRoute(std::string(15, '\4'), route));
   EXPECT_THROW(encodeRoute(route), Kel::RangeException);
   EXPECT_THROW(encodeRouteKey(VrfId(), TypeParam()), Kel::RangeException);
   EXPECT_THROW(encodeRouteKey(VrfId(0x1000000), TypeParam()), Kel::RangeException);
@@ -132,10 +136,14 @@ TEST(FecRecord, malformedBytesAreNoRecord) {
 
 // The example of the page on the format.
 TEST(FibRecord, bytesAreThoseOfTheFormat) {
-  const Fib::Route route{Vantu::Prefix::fromString("10.1.0.0/16"), Routing::Fib::RouteType(22),
-                         Routing::RouteMetric(20), Routing::RoutePreference(200), Fib::FecId(5)};
+  const Fib::Route route{Vantu::Prefix::fromString("10.1.0.0/16"),
+                         Routing::Fib::RouteType(7),
+                         Routing::RouteMetric(20),
+                         Routing::RoutePreference(200),
+                         Fib::FecId(5),
+                         false};
   EXPECT_EQ(std::string("\x00\x01\x02\x0a\x01\x00\x00\x10", 8), encodeRouteKey(VrfId(258), route.prefix));
-  EXPECT_EQ(std::string("\x16\xc8\x14\0\0\0\x05\0\0\0\0\0\0\0", 14), encodeRoute(route));
+  EXPECT_EQ(std::string("\x07\xc8\x14\0\0\0\x05\0\0\0\0\0\0\0\x01", 15), encodeRoute(route));
   const Fib::Fec fec{Fib::FecId(5), {{Vantu::IpAddr(0x0a000001), Vantu::IntfId("red/eth0")}}};
   EXPECT_EQ(std::string("\x00\x01\x02\0\0\0\0\0\0\0\x05", 11), encodeFecKey(VrfId(258), fec.fecId));
   EXPECT_EQ(std::string("\x01\0\x04\x0a\0\0\x01\x08red/eth0", 16), encodeFec(fec));

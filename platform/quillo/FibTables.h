@@ -27,6 +27,9 @@ struct BasicRoute {
   Routing::RouteMetric metric;
   Routing::RoutePreference routePreference;
   Fib::FecId fecId;
+  // What kind of static route it is, as far as its maker tells. Of other routes it says nothing.
+  bool isPersistent = true;     // part of the saved configuration
+  bool isNexthopGroup = false;  // made with a group of next hops
 
   const Routing::RoutePreference& preference() const { return routePreference; }
   friend bool operator==(const BasicRoute&, const BasicRoute&) = default;

@@ -14,7 +14,11 @@ constexpr std::size_t typeAt = 0;
 constexpr std::size_t preferenceAt = 1;
 constexpr std::size_t metricAt = 2;
 constexpr std::size_t fecAt = 6;
-constexpr std::size_t routeBytes = 14;
+constexpr std::size_t flagsAt = 14;
+constexpr std::size_t routeBytes = 15;
+
+constexpr std::uint8_t notPersistentFlag = 1;
+constexpr std::uint8_t nexthopGroupFlag = 2;
 
 // Every address type knows how many bits it has.
 template <class PrefixType>
@@ -42,6 +46,8 @@ std::string encodeRoute(const BasicRoute<PrefixType>& route) {
   value[preferenceAt] = static_cast<char>(route.routePreference.value());
   std::memcpy(&value[metricAt], &metric, sizeof metric);
   std::memcpy(&value[fecAt], &fec, sizeof fec);
+  value[flagsAt] = static_cast<char>((route.isPersistent ? 0 : notPersistentFlag) |
+                                     (route.isNexthopGroup ? nexthopGroupFlag : 0));
   return value;
 }
 
@@ -67,6 +73,8 @@ const char* decodeRoute(Bytes bytes, BasicRoute<PrefixType>& route) {
   if (bytes.size() != routeBytes) return "value of a wrong length";
   const auto type = static_cast<std::uint8_t>(bytes[typeAt]);
   if (type == 0) return "route without a type";
+  const auto flags = static_cast<std::uint8_t>(bytes[flagsAt]);
+  if ((flags & ~(notPersistentFlag | nexthopGroupFlag)) != 0) return "unknown flags in the value";
   std::uint32_t metric = 0;
   std::uint64_t fec = 0;
   std::memcpy(&metric, &bytes[metricAt], sizeof metric);
@@ -75,6 +83,8 @@ const char* decodeRoute(Bytes bytes, BasicRoute<PrefixType>& route) {
   route.routePreference = Routing::RoutePreference(static_cast<std::uint8_t>(bytes[preferenceAt]));
   route.metric = Routing::RouteMetric(metric);
   route.fecId = Fib::FecId(fec);
+  route.isPersistent = (flags & notPersistentFlag) == 0;
+  route.isNexthopGroup = (flags & nexthopGroupFlag) != 0;
   return nullptr;
 }
 

@@ -3,8 +3,9 @@
 // only.
 //
 //   key   := VRF id:3 (big-endian)  address:4 or 16 (network order)  length:1
-//   value := route type:1  preference:1  metric:4  FEC id:8          little-endian
+//   value := route type:1  preference:1  metric:4  FEC id:8  flags:1          little-endian
 //
+// Flags: bit 0 not persistent, bit 1 next-hop group; the others are 0.
 // So the order of keys is VRF by VRF the order of the prefixes. The FEC is one of the VRF (FecRecord.h), or of the
 // default VRF where one table of FECs serves all; 0 is none.
 //
