@@ -192,11 +192,9 @@ class IteratorTable final : public Table {
       try {
         const Key key = index_.key(*parts);
         W walker(cache, key);
-        if (!walker.isAtEnd()) {
-          const bool hintMatched = walker.key() == key;
-          return {std::move(walker), true, hintMatched};
-        }
-        traceNotFound(key);
+        const bool hintMatched = !walker.isAtEnd() && walker.key() == key;
+        if (walker.isAtEnd() || (!hintMatched && absentKeyIsTraced())) traceNotFound(key);
+        if (!walker.isAtEnd()) return {std::move(walker), true, hintMatched};
       } catch (const Kel::RangeException& error) {
         QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
                            << " ctor threw exception: " << error.what();

@@ -21,6 +21,9 @@ struct TableDescription {
   // Whether a hint with too few or too many components is traced ("needed ... components"). A request without a
   // full index is nothing unusual: every walk begins with one.
   bool miscountedHintIsTraced = false;
+  // Whether a hinted key that no row has is traced ("key ... not found in table") also where a row lies behind it.
+  // What lies above every row always is.
+  bool absentKeyIsTraced = false;
   // The group of objects by which the configuration can switch the table off; null: it cannot.
   const char* group = nullptr;
   // Whether a value that cannot be encoded is blamed on the first request of the batch, whichever asked for it. The
@@ -77,6 +80,7 @@ class Table {
   virtual void printKey(std::ostream& out, const void* dataContext) const = 0;
 
   bool miscountedHintIsTraced() const { return description_.miscountedHintIsTraced; }
+  bool absentKeyIsTraced() const { return description_.absentKeyIsTraced; }
   // How many sub-identifiers an index may take: what the table, the entry and the column leave of an OID.
   std::size_t indexRoom() const { return MAX_OID_LEN - (description_.identifier.size() + 2); }
 

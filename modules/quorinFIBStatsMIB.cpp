@@ -22,6 +22,7 @@ Modules::TableDescription fibStatsTable(const char* name, unsigned number) {
           .modes = HANDLER_CAN_RONLY,
           .source = Modules::entitySource<FibStatsMib>("snmp/ip/fibstatsmib", "snmp/ip/vrf.mibs/%s.fibstatsmib"),
           .miscountedHintIsTraced = true,
+          .absentKeyIsTraced = true,
           .group = "route-tables",
           .firstRequestTakesGenErr = true};
 }

@@ -185,6 +185,10 @@ TEST_F(quorinFIBStatsMIB, hintsThatAreNoKey) {
                                                                  "quorinFIBStatsSummaryTable is out of range! ")));
   EXPECT_THAT(next(fibCount(2, 2, 3)),
               Contains(HasSubstr("2 quorinFIBStatsByRouteTypeTable_get_first_data_point - key '")));
+  EXPECT_THAT(next(fibCount(3, 1, 23)), Contains("2 quorinFIBStatsByPrefixLenTable_get_first_data_point - key '" +
+                                                 Kel::print(PrefixLenKey(ipVersion4, 23)) + "' not found in table"))
+      << "also where a row lies behind it";
+  EXPECT_EQ(agent.getNext(fibCount(3, 1, 23)).name, fibCount(3, 1, 24));
 }
 
 TEST_F(quorinFIBStatsMIB, disabledRouteTablesAreNotRegistered) {

@@ -35,6 +35,7 @@ const auto quorinIpIfStatsTable = Modules::makeIteratorTable<Modules::OrderedWal
      .modes = HANDLER_CAN_RONLY,
      .source = Modules::entitySource<IpSnmp::IpMib>("snmp/ip/ipmib", nullptr),
      .miscountedHintIsTraced = true,
+     .absentKeyIsTraced = true,
      .firstRequestTakesGenErr = true},
     Modules::Index(
         "IpSnmp::IpVersionIfIndex",
