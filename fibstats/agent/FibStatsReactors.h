@@ -22,10 +22,10 @@ class FibStatsMachine<Family>::KelArpQuillo : public Arp::Table::Status::Notifie
  public:
   explicit KelArpQuillo(FibStatsMachine* owner) : owner_(owner) {}
   void handleInitialized() override { owner_->handleNeighbour(); }
-  void handleArpEntry(const ArpKey& key) override {
+  void onArpEntry(const ArpKey& key) override {
     if (Family::version == Ip::ipVersion4) owner_->onNeighbour(key);
   }
-  void handleNeighborEntry(const ArpKey& key) override {
+  void onNeighborEntry(const ArpKey& key) override {
     if (Family::version == Ip::ipVersion6) owner_->onNeighbour(key);
   }
   void handleTable() override { owner_->handleNeighbour(); }

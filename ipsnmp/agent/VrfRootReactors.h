@@ -22,8 +22,8 @@ struct VrfRootSm::KelArpQuillo : Arp::Table::Status::Notifiee {
     for (const auto& sm : owner_->arpTableSms()) sm->handleTable();
     owner_->retryVrfs();
   }
-  void handleArpEntry(const Arp::Table::ArpKey& key) override { owner_->handleArpEntry(key); }
-  void handleNeighborEntry(const Arp::Table::ArpKey& key) override { owner_->handleNeighborEntry(key); }
+  void onArpEntry(const Arp::Table::ArpKey& key) override { owner_->handleArpEntry(key); }
+  void onNeighborEntry(const Arp::Table::ArpKey& key) override { owner_->handleNeighborEntry(key); }
   VrfRootSm* const owner_;
 };
 

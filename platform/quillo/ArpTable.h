@@ -58,8 +58,8 @@ class Status : public Kel::Notifier {
     // The table can be read: its first complete state is there.
     virtual void handleInitialized() {}
     // An entry came, went, or says something else.
-    virtual void handleArpEntry(const ArpKey&) {}
-    virtual void handleNeighborEntry(const ArpKey&) {}
+    virtual void onArpEntry(const ArpKey&) {}
+    virtual void onNeighborEntry(const ArpKey&) {}
     // Anything may have changed (the store was made anew, or the reader fell too far behind): compare with what
     // you have. No handler is called for the single entries.
     virtual void handleTable() {}

@@ -64,7 +64,7 @@ void ArpTableMount::tellKey(TableId table, const std::string& bytes) const {
     return;
   }
   tell<Notifiee>(*this, arpTableMountTrace, [&](Notifiee& reactor) {
-    table == TableId::arp ? reactor.handleArpEntry(key) : reactor.handleNeighborEntry(key);
+    table == TableId::arp ? reactor.onArpEntry(key) : reactor.onNeighborEntry(key);
   });
 }
 

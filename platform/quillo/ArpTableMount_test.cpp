@@ -40,10 +40,10 @@ struct Copy : Status::Notifiee {
     ++anew;
     readAll();
   }
-  void handleArpEntry(const ArpKey& key) override {
+  void onArpEntry(const ArpKey& key) override {
     read([&] { take(key, notifier()->arpEntry(key)); });
   }
-  void handleNeighborEntry(const ArpKey& key) override {
+  void onNeighborEntry(const ArpKey& key) override {
     read([&] { take(key, notifier()->neighborEntry(key)); });
   }
 

@@ -56,7 +56,7 @@ class TestStatus : public Status {
   Map& mapOf(const ArpKey& key) { return key.addr.af() == Vantu::ipv4_ ? arp_ : neighbor_; }
   void notify(const ArpKey& key) const {
     kelNotify<Notifiee>([&](Notifiee& reactor) {
-      key.addr.af() == Vantu::ipv4_ ? reactor.handleArpEntry(key) : reactor.handleNeighborEntry(key);
+      key.addr.af() == Vantu::ipv4_ ? reactor.onArpEntry(key) : reactor.onNeighborEntry(key);
     });
   }
   void check() const {
