@@ -142,6 +142,7 @@ void FibStatsMachine<Family>::handleRoute(const Prefix& prefix, const Route& rou
 // Nothing when it cannot be known.
 template <class Family>
 std::optional<bool> FibStatsMachine<Family>::isPresent(const ArpKey& key, Vantu::IntfId& intfId) const {
+  if (!arpQuillo()) return false;
   try {
     const auto entry = Family::neighbour(*arpQuillo(), key);
     intfId = entry.intfId();

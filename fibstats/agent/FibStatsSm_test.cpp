@@ -264,6 +264,12 @@ TYPED_TEST(Stats, aTableThatIsNotThereYetIsReviewedWhenItIs) {
   this->arp->initializedIs();
   EXPECT_EQ(this->rows(), fmt::format("1; 8:1; {}:1", TypeParam::hostLength));
   const auto none = Kel::makePtr<typename World::Sm>(nullptr, nullptr, Vrf::VrfIdMap::VrfId(1), nullptr, this->mib);
+  const auto key = World::neighbour(World::addr(1), "e1", 1).key;
+  if constexpr (World::isIp4) {
+    none->handleArpEntry(key);
+  } else {
+    none->handleNeighborEntry(key);
+  }
   EXPECT_EQ(this->rows(), "none;;");
 }
 
