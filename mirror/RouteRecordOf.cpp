@@ -21,8 +21,8 @@ struct Origin {
   std::uint8_t preference;
 };
 constexpr std::array<Origin, 8> origins{{{RTPROT_KERNEL, 11, 7, 0},
-                                         {RTPROT_BOOT, 7, 4, 1},
-                                         {RTPROT_STATIC, 7, 4, 1},
+                                         {RTPROT_BOOT, 7, 4, staticDistance},
+                                         {RTPROT_STATIC, 7, 4, staticDistance},
                                          {protocolBgp, 22, 9, 20},
                                          {protocolEigrp, 33, 17, 90},
                                          {protocolOspf, 15, 10, 110},

@@ -9,6 +9,7 @@ namespace Mirror {
 // By the route's protocol (docs/mirror.md).
 Routing::Fib::RouteType routeTypeOf(const RouteContent& content);
 // The administrative distance that routers commonly give the protocol.
+inline constexpr std::uint8_t staticDistance = 1;
 Routing::RoutePreference preferenceOf(const RouteContent& content);
 // Kinds of static routes: nobody but the operator at the prompt made it (RTPROT_BOOT), and its next hops are a next-hop
 // object. False of other routes.

@@ -26,10 +26,10 @@ vrfs:
       - prefix: 10.0.0.0/8
         preference: 1
         nexthopGroup: true
-      - {prefix: "2001:db8::/32", preference: 1024, persistent: false}
+      - {prefix: "2001:db8::/32", persistent: false}
   default:
     staticRoutes:
-      - {prefix: 0.0.0.0/0, preference: 0}
+      - {prefix: 0.0.0.0/0, preference: 255}
   "a.b/c \xE9":
 )";
 
@@ -42,9 +42,10 @@ TEST(VrfSettingsText, everyKey) {
   EXPECT_EQ(red.staticRoutes.begin()->first.stringValue(), "10.0.0.0/8 1");
   EXPECT_EQ(red.staticRoutes.begin()->second, Routing::StaticRouteFacts(true, true));
   ASSERT_EQ(red.staticRoutes6.size(), 1U);
-  EXPECT_EQ(red.staticRoutes6.begin()->first.stringValue(), "2001:db8::/32 1024");
+  EXPECT_EQ(red.staticRoutes6.begin()->first.stringValue(), "2001:db8::/32 1");
   EXPECT_EQ(red.staticRoutes6.begin()->second, Routing::StaticRouteFacts(false, false));
-  EXPECT_EQ(all.at(L3::VrfName()).staticRoutes.size(), 1U);
+  ASSERT_EQ(all.at(L3::VrfName()).staticRoutes.size(), 1U);
+  EXPECT_EQ(all.at(L3::VrfName()).staticRoutes.begin()->first.stringValue(), "0.0.0.0/0 255");
   EXPECT_EQ(all.at(L3::VrfName("a.b/c \303\251")), VrfSettings());
   for (const char* empty : {"", "# nothing\n", "vrfs:\n", "vrfs: {}\n"}) {
     EXPECT_TRUE(vrfSettingsFromText(empty, "file").empty()) << empty;
@@ -70,15 +71,14 @@ TEST(VrfSettingsText, whatIsWrongIsOneLineThatNamesThePlace) {
       {"vrfs:\n  red:\n    staticRoutes:\n      - 10.0.0.0/8", "file:4: vrfs.red.staticRoutes: "},
       {"vrfs:\n  red:\n    staticRoutes: [{preference: 1}]",
        "file:3: vrfs.red.staticRoutes: a route without prefix"},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8}]", "a route without preference"},
       {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.1/8, preference: 1}]",
        ".prefix: \"10.0.0.1/8\" has bits"},
       {"vrfs:\n  red:\n    staticRoutes: [{prefix: 'x::y/3', preference: 1}]", "vrfs.red.staticRoutes.prefix: "},
       {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: -1}]", ".preference: "},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: 4294967296}]", ".preference: "},
+      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: 256}]", ".preference: "},
       {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: 1, persistent: 3}]", ".persistent: "},
       {"vrfs:\n  red:\n    staticRoutes:\n      - {prefix: 10.0.0.0/8, preference: 1}\n"
-       "      - {prefix: 10.0.0.0/8, preference: 1}",
+       "      - {prefix: 10.0.0.0/8}",
        "file:5: vrfs.red.staticRoutes: the route is there twice"}};
   for (const auto& [text, expected] : cases) {
     try {

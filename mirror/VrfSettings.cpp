@@ -7,6 +7,7 @@
 #include <set>
 
 #include "kel/Errors.h"
+#include "mirror/RouteRecordOf.h"
 #include "varnix/ByteText.h"
 
 namespace Mirror {
@@ -101,8 +102,7 @@ class Reader {
     keysAre(node, path, {"prefix", "preference", "nexthopGroup", "persistent"});
     const YAML::Node prefix = node["prefix"];
     if (!prefix) fail(node, path, "a route without prefix", "add 'prefix: ADDRESS/LENGTH'");
-    if (!node["preference"]) fail(node, path, "a route without preference", "add 'preference: NUMBER'");
-    const auto preference = number(node["preference"], path + ".preference");
+    const auto preference = distance(node["preference"], path + ".preference");
     const Routing::StaticRouteFacts facts(flag(node["nexthopGroup"], path + ".nexthopGroup", false),
                                           flag(node["persistent"], path + ".persistent", true));
     const std::string key = path + ".prefix";
@@ -113,18 +113,20 @@ class Reader {
   }
 
   template <class Prefix, class Routes>
-  bool add(Routes& routes, const YAML::Node& node, const std::string& key, std::uint32_t preference,
+  bool add(Routes& routes, const YAML::Node& node, const std::string& key, Routing::RoutePreference preference,
            const Routing::StaticRouteFacts& facts) const {
     const auto prefix = read(node, key, "write it as ADDRESS/LENGTH, such as 10.0.0.0/8", prefixFromText<Prefix>);
     return routes.try_emplace({prefix, preference}, facts).second;
   }
 
-  std::uint32_t number(const YAML::Node& node, const std::string& key) const {
-    std::uint32_t value = 0;
-    if (!node.IsScalar() || node.Scalar().starts_with('-') || !YAML::convert<std::uint32_t>::decode(node, value)) {
-      fail(node, key, "it is no number", "use 0 to 4294967295");
+  Routing::RoutePreference distance(const YAML::Node& node, const std::string& key) const {
+    if (!node) return Routing::RoutePreference(staticDistance);
+    int value = 0;
+    if (!YAML::convert<int>::decode(node, value) || value < 0 || value > 255) {
+      fail(node, key, "it is no administrative distance",
+           fmt::format("use 0 to 255, or leave it out for {}", staticDistance));
     }
-    return value;
+    return Routing::RoutePreference(static_cast<std::uint8_t>(value));
   }
 
   bool flag(const YAML::Node& node, const std::string& key, bool absent) const {

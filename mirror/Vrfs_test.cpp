@@ -219,7 +219,7 @@ TEST(VrfSettings, applyToVrfsThatAreThereAndThatCome) {
     settings.routeDistinguisher = Vantu::RouteDistinguisher::fromString(rd);
     settings.staticRoutes[Routing::StaticRouteKey::fromString("10.0.0.0/8 1")] =
         Routing::StaticRouteFacts(true, false);
-    settings.staticRoutes6[Routing6::StaticRouteKey::fromString("2001:db8::/32 1024")] = {};
+    settings.staticRoutes6[Routing6::StaticRouteKey::fromString("2001:db8::/32 200")] = {};
     return settings;
   };
   picture.vrfs.namespaceIs(red);

@@ -104,12 +104,12 @@ class FibStatsTest(VrfCase):
         red = self.vrfs.add("red")
         configured, routes, entries = {}, [], []
         for number, (kind, facts) in enumerate({STATIC: "", NOT_PERSISTENT: ", persistent: false",
-                                                GROUP: ", nexthopGroup: true"}.items(), 1):
+                                                GROUP: ", preference: 1, nexthopGroup: true"}.items(), 1):
             for prefix, hop in (f"198.51.{number}.0/24", "10.0.0.9"), (f"2001:db8:{number}::/48", "2001:db8::9"):
                 network = ipaddress.ip_network(prefix)
                 configured[network.version, network] = kind
-                routes.append(f"route add {prefix} via {hop} proto {'boot' if kind == STATIC else 'static'}")
-                entries.append(f"{{prefix: '{prefix}', preference: 1{facts}}}")
+                routes.append(f"route add {prefix} via {hop} metric 7 proto {'boot' if kind == STATIC else 'static'}")
+                entries.append(f"{{prefix: '{prefix}'{facts}}}")
         for namespace in (self.namespace, red):
             namespace.add_interface("a0", "10.0.0.1/24", "2001:db8::1/64")
             namespace.ip_batch(routes)

@@ -78,10 +78,7 @@ template <class Family>
 RouteType FibStatsMachine<Family>::mibRouteType(const Route& route) const {
   if (const auto type = Family::typeOf(route.routeType.value())) return *type;
   if (!routingConfig()) return routeTypeStatic;
-  // Where the routes are Linux', their preference is the protocol's, and they are told apart by metric.
-  using Key = typename Family::StaticRouteKey;
-  const auto* facts = routingConfig()->staticRoute(Key(route.prefix, route.preference().value()));
-  if (facts == nullptr) facts = routingConfig()->staticRoute(Key(route.prefix, route.metric.value()));
+  const auto* facts = routingConfig()->staticRoute({route.prefix, route.preference()});
   const bool isNexthopGroup = facts ? facts->nexthopGroup() : route.isNexthopGroup;
   const bool isPersistent = facts ? facts->persistent() : route.isPersistent;
   if (isNexthopGroup) return routeTypeStaticNexthopGroup;

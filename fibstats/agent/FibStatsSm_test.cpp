@@ -58,25 +58,25 @@ TYPED_TEST(Stats, staticRoutesAreWhatTheConfigurationSaysAndElseWhatTheySay) {
   using World = FibStatsWorld<TypeParam>;
   using Key = typename TypeParam::StaticRouteKey;
   const auto net = [](unsigned n) { return World::net(n << 8U, World::isIp4 ? 24 : 120); };
-  const auto factsAre = [&](unsigned n, unsigned preference, bool nexthopGroup, bool persistent) {
-    this->config->staticRouteIs(Key(net(n), preference), Routing::StaticRouteFacts(nexthopGroup, persistent));
+  const auto factsAre = [&](unsigned n, std::uint8_t preference, bool nexthopGroup, bool persistent) {
+    this->config->staticRouteIs(Key(net(n), Routing::RoutePreference(preference)),
+                                Routing::StaticRouteFacts(nexthopGroup, persistent));
   };
   factsAre(1, 1, true, false);
   factsAre(2, 1, false, false);
   factsAre(3, 1, false, true);
-  factsAre(5, 1024, true, true);
-  factsAre(6, 5, true, true);
+  factsAre(5, 5, true, true);
   this->start();
   const unsigned staticType = World::isIp4 ? 7 : 4, connected = World::isIp4 ? 11 : 7;
   const auto typeOf = [&](unsigned n, bool isPersistent = true, bool isNexthopGroup = false, unsigned type = 0) {
-    auto route = World::route(net(n), type == 0 ? staticType : type, 1, 1024);
+    auto route = World::route(net(n), type == 0 ? staticType : type, 1, 5);
     route.isPersistent = isPersistent;
     route.isNexthopGroup = isNexthopGroup;
     return int{this->sm->mibRouteType(route)};
   };
   std::vector<int> types;
-  for (unsigned n = 1; n <= 6; ++n) types.push_back(typeOf(n));
-  EXPECT_THAT(types, ElementsAre(202, 201, 3, 3, 202, 3));
+  for (unsigned n = 1; n <= 5; ++n) types.push_back(typeOf(n));
+  EXPECT_THAT(types, ElementsAre(202, 201, 3, 3, 3));
   EXPECT_EQ(typeOf(4, false), 201);
   EXPECT_EQ(typeOf(4, false, true), 202);
   EXPECT_EQ(typeOf(2, true, true), 201) << "the configuration says all";

@@ -120,7 +120,7 @@ TEST_F(VrfRoutesTest, routesAndNeighboursAreCounted) {
   idIs("red", 2);
   EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 2U);
   // A configuration that comes late is asked for the routes that come later still.
-  tree.routing6VrfConfigDir->vrfConfigIs("red")->staticRouteIs(Routing6::StaticRouteKey(route6.prefix, 0),
+  tree.routing6VrfConfigDir->vrfConfigIs("red")->staticRouteIs(Routing6::StaticRouteKey(route6.prefix, {}),
                                                                Routing::StaticRouteFacts(true, true));
   routes6->routeIs(route6);
   EXPECT_EQ(count(Ip::ipVersion6, FibStatsSnmp::routeTypeStaticNexthopGroup), 1U);

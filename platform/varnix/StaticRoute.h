@@ -8,32 +8,33 @@
 #include "kel/ValueType.h"
 #include "vantu/Ip6Prefix.h"
 #include "vantu/Prefix.h"
+#include "vantu/RouteTypes.h"
 
 namespace Routing {
 
-// Which routes: those to a prefix with a preference, or with this number as their metric where metrics tell routes to
-// one prefix apart, as in Linux. In text "10.0.0.0/8 1". Ordered by prefix, then by preference.
+// Which route: the one to a prefix that has this preference. In text "10.0.0.0/8 1". Ordered by prefix, then by
+// preference.
 template <class PrefixType>
 class BasicStaticRouteKey {
  public:
   BasicStaticRouteKey() = default;
-  BasicStaticRouteKey(const PrefixType& prefix, std::uint32_t preference)
+  BasicStaticRouteKey(const PrefixType& prefix, RoutePreference preference)
       : prefix_(prefix), preference_(preference) {}
   // Throws Kel::RangeException.
   static BasicStaticRouteKey fromString(std::string_view text) {
     const auto blank = text.find(' ');
-    std::uint32_t preference = 0;
+    std::uint8_t preference = 0;
     const auto number = blank == std::string_view::npos ? std::string_view() : text.substr(blank + 1);
     const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), preference);
     if (number.empty() || error != std::errc() || end != number.data() + number.size()) {
       throw Kel::RangeException("'" + std::string(text) + "' is no static route: PREFIX PREFERENCE is expected");
     }
-    return {PrefixType::fromString(text.substr(0, blank)), preference};
+    return {PrefixType::fromString(text.substr(0, blank)), RoutePreference(preference)};
   }
 
   const PrefixType& prefix() const { return prefix_; }
-  std::uint32_t preference() const { return preference_; }
-  Kel::String stringValue() const { return prefix_.stringValue() + " " + std::to_string(preference_); }
+  RoutePreference preference() const { return preference_; }
+  Kel::String stringValue() const { return prefix_.stringValue() + " " + std::to_string(preference_.value()); }
   friend auto operator<=>(const BasicStaticRouteKey&, const BasicStaticRouteKey&) = default;
   friend std::ostream& operator<<(std::ostream& out, const BasicStaticRouteKey& key) {
     return out << key.stringValue();
@@ -41,7 +42,7 @@ class BasicStaticRouteKey {
 
  private:
   PrefixType prefix_;
-  std::uint32_t preference_ = 0;
+  RoutePreference preference_;
 };
 
 class StaticRouteFacts {
