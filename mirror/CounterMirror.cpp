@@ -24,7 +24,12 @@ CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip
 }
 
 bool CounterMirror::poll() {
-  if (++polls_ % pollsPerReading != 0 || isReading_) return false;
+  return ++polls_ % pollsPerReading == 0 && begin();
+}
+
+bool CounterMirror::begin() {
+  if (isReading_) return false;
+  hasBegun_ = true;
   try {
     const Vantu::NetNsGuard inside(*ns_);
     std::error_code error;

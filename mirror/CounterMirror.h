@@ -27,11 +27,15 @@ class CounterMirror {
   // `phase` spreads the readings of several namespaces over the polls.
   CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf, unsigned phase);
 
-  // To be called once a second; true when a reading begins. What goes wrong in any of this is traced, and tried again
-  // with the next reading.
+  // Begins a reading, unless one is under way; true when it did. What goes wrong in any of this is traced, and tried
+  // again with the next reading.
+  bool begin();
+  // To be called once a second; true when a reading begins.
   bool poll();
   // Takes in a part of a reading; true when there is more of it.
   bool receive();
+  // The first reading is over, or could not be made.
+  bool hasRead() const { return hasBegun_ && !isReading_; }
 
  private:
   void read(const std::string& interface);
@@ -40,6 +44,7 @@ class CounterMirror {
   Kel::Ptr<Ip::AllIntfStats> all_;
   IdOf idOf_;
   unsigned polls_;
+  bool hasBegun_ = false;
   bool isReading_ = false;
   std::vector<std::string> waiting_;  // names of interfaces
   std::set<Vantu::IntfId> seen_;      // in this reading

@@ -77,6 +77,34 @@ class CounterMirrorTest : public MirrorServiceTest {
   }
 };
 
+TEST_F(CounterMirrorTest, areInTheFirstPassOfAMirrorThatIsStartedAgain) {
+  ip("link add eth1 type veth peer name eth1-p");
+  ip("link set eth1 up");
+  start();
+  ASSERT_TRUE(statsOf("lo") && statsOf("eth0") && statsOf("eth1"));
+  const auto begin = statsOf("lo")->discontinuityTime();
+  service_.reset();
+  ip("link del eth1");
+  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
+  const auto isStored = [&](const char* interface) {
+    mount->refresh();
+    return mount->snapshot()
+        .get(Quillo::TableId::varnix, std::string("ip6/intf/stats.intfStats/") + interface)
+        .has_value();
+  };
+  ASSERT_TRUE(isStored("lo") && isStored("eth1"));
+  service_ = std::make_unique<MirrorService>(config());
+  service_->start();
+  waitFor(
+      [&] {
+        EXPECT_TRUE(isStored("lo") && isStored("eth0"));
+        return service_->isServing();
+      },
+      "the first complete pass");
+  EXPECT_GT(statsOf("lo")->discontinuityTime(), begin);
+  EXPECT_FALSE(isStored("eth1"));
+}
+
 TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   ip("addr add 2001:db8::1/64 dev eth0 nodad");
   start();

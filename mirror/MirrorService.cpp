@@ -153,9 +153,10 @@ void MirrorService::run(Tag tag, const Operation& operation) {
     } else {
       due_.erase(tag);
     }
-    if (tag != defaultTag && !member.wasComplete && member.mirror.isComplete()) {
+    if (!member.wasComplete && member.mirror.isComplete()) {
       member.wasComplete = true;
-      namespaces_.accept(member.mirror.scope().vrf());
+      if (member.counters.begin()) busy_.insert(tag);
+      if (tag != defaultTag) namespaces_.accept(member.mirror.scope().vrf());
     }
     if (member.watchedFd == member.socket.fd()) return;
     member.watchedFd = member.socket.fd();
@@ -186,10 +187,10 @@ void MirrorService::armTimer() {
 
 // An incomplete picture would sweep what is still there from the store.
 bool MirrorService::isWhole() {
-  if (!mirror().isComplete()) return false;
+  if (!members_.at(defaultTag)->isWhole()) return false;
   const auto listed = std::erase_if(awaited_, [this](const L3::VrfName& vrf) {
     const auto at = tags_.find(vrf);
-    return at == tags_.end() || members_.at(at->second)->mirror.isComplete();
+    return at == tags_.end() || members_.at(at->second)->isWhole();
   });
   if (awaited_.empty()) return true;
   const Kel::Seconds now = Kel::System::currentTime();

@@ -69,6 +69,7 @@ class MirrorService {
     CounterMirror counters;
     int watchedFd = -1;
     bool wasComplete = false;
+    bool isWhole() const { return mirror.isComplete() && counters.hasRead(); }
   };
 
   void take(const std::vector<VrfNamespaces::Change>& changes);
@@ -96,7 +97,7 @@ class MirrorService {
   Tag lastTag_ = defaultTag;
   std::set<Tag> busy_;  // more may wait
   std::map<Tag, Kel::Seconds> due_;
-  std::set<L3::VrfName> awaited_;   // there from the start, and not listed yet
+  std::set<L3::VrfName> awaited_;   // there from the start, and not listed and read yet
   Kel::Seconds patienceUntil_ = 0;  // for those
   bool isServing_ = false;
 };

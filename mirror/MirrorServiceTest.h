@@ -138,6 +138,8 @@ class MirrorServiceTest : public testing::Test {
   }
 
   std::uint64_t journalHead() const { return service_->publisher().store().seq(); }
+  // What a mirror journals at least when it is started: since when it follows the counters of each interface.
+  std::size_t counterRecords() const { return service_->tree().ip6IntfStats->intfStats().size(); }
   bool isInStore(const std::string& path, const std::string& text = "") const {
     const auto document = service_->publisher().store().get(Quillo::TableId::varnix, path);
     return document && document->find(text) != std::string::npos;
