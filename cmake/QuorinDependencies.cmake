@@ -11,6 +11,14 @@ pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
 pkg_check_modules(YAMLCPP REQUIRED IMPORTED_TARGET yaml-cpp)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 
+# net-snmp allocates some fifty times for a row of a table: what the allocator costs, a walk costs.
+add_library(quorin_allocator INTERFACE)
+if(QUORIN_JEMALLOC)
+  pkg_check_modules(JEMALLOC REQUIRED IMPORTED_TARGET jemalloc)
+  # Nothing names it, so the linker would leave it out.
+  target_link_libraries(quorin_allocator INTERFACE -Wl,--push-state,--no-as-needed PkgConfig::JEMALLOC -Wl,--pop-state)
+endif()
+
 find_library(LMDB_LIBRARY lmdb REQUIRED)
 add_library(quorin_lmdb INTERFACE)
 target_link_libraries(quorin_lmdb INTERFACE ${LMDB_LIBRARY})
