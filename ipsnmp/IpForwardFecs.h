@@ -17,6 +17,17 @@ class IpForwardFec : public Kel::Entity {
   KEL_VALUES(Ordered, Vantu::IpAddr, Quillo::Fib::ViaIndex, nextHop, NextHop)
   using KelNextHop = Kel::Ordered<Vantu::IpAddr, Quillo::Fib::ViaIndex>;
   KEL_TYPE_END_DECLARE
+
+  // The shared FEC as it was last read, and the generation that its table had then; 0: not to be used again. A thousand
+  // routes and more have one FEC, and each of their rows needs it. For IpForwardMib alone.
+  struct AsRead {
+    Quillo::Fib::Fec fec;
+    std::uint64_t generation = 0;
+  };
+  AsRead& asRead() const { return asRead_; }
+
+ private:
+  mutable AsRead asRead_;
 };
 
 // The FECs of one VRF, or of all of them where they share one forwarding table.

@@ -32,28 +32,28 @@ std::uint32_t IpForwardMib::ifIndex(const Vantu::IntfId& intfId) const {
 }
 
 const Vantu::IntfId* IpForwardMib::Resolved::intfId(const Quillo::Fib::ViaIndex& via) const {
-  return via.value() < fec.via.size() ? &fec.via[via.value()].intfId : nullptr;
+  const auto& vias = forwardFec->asRead().fec.via;
+  return via.value() < vias.size() ? &vias[via.value()].intfId : nullptr;
 }
 
 const char* IpForwardMib::resolve(const Vantu::Prefix& prefix, Resolved& into) const {
   readRoute(prefix, into);
   if (!validRoute(into.route)) return " has invalid route";
-  readFec(into.route.fecId, into);
-  if (!into.fec.exists()) return " has no fec";
+  const auto& fecId = into.route.fecId;
   const auto* forwardFecs = fecsAndPrefixes() ? fecsAndPrefixes()->forwardFecs().get() : nullptr;
-  into.forwardFec = forwardFecs != nullptr ? forwardFecs->forwardFec(into.route.fecId) : nullptr;
+  into.forwardFec = forwardFecs != nullptr ? forwardFecs->forwardFec(fecId) : nullptr;
+  IpForwardFec::AsRead unkept;
+  auto& read = into.forwardFec ? into.forwardFec->asRead() : unkept;
+  readFec(fecId, read);
+  if (!read.fec.exists()) return " has no fec";
   return into.forwardFec ? nullptr : " has no forward fec";
 }
 
 void IpForwardMib::readRoute(const Vantu::Prefix& prefix, Resolved& into) const {
   const auto generation = routeStatus() ? routeStatus()->generation() : 0;
-  if (generation != 0 && generation == into.routeGeneration && into.routeStatus == routeStatus() &&
-      into.prefix == prefix) {
-    return;
-  }
+  if (generation != 0 && generation == into.routeGeneration && into.prefix == prefix) return;
   into.prefix = prefix;
   into.route = {};
-  into.routeStatus = routeStatus();
   into.routeGeneration = 0;
   try {
     if (routeStatus()) into.route = routeStatus()->route(prefix);
@@ -63,18 +63,14 @@ void IpForwardMib::readRoute(const Vantu::Prefix& prefix, Resolved& into) const 
   }
 }
 
-void IpForwardMib::readFec(const Quillo::Fib::FecId& fecId, Resolved& into) const {
+void IpForwardMib::readFec(const Quillo::Fib::FecId& fecId, IpForwardFec::AsRead& into) const {
   const auto generation = vrfForwardingStatus() ? vrfForwardingStatus()->generation() : 0;
-  if (generation != 0 && generation == into.fecGeneration && into.forwardingStatus == vrfForwardingStatus() &&
-      into.fec.fecId == fecId) {
-    return;
-  }
-  into.forwardingStatus = vrfForwardingStatus();
-  into.fecGeneration = 0;
+  if (generation != 0 && generation == into.generation) return;
+  into.generation = 0;
   try {
     if (!vrfForwardingStatus()) return into.fec.clear();
     vrfForwardingStatus()->readFec(fecId, into.fec);
-    into.fecGeneration = generation;
+    into.generation = generation;
   } catch (const Pesk::CorruptionDetectedException& damage) {
     into.fec.clear();
     vrfForwardingStatus()->corruptionDetected(damage.what());

@@ -40,34 +40,28 @@ class IpForwardMib : public Kel::Entity {
   // 0 when the interface has none.
   std::uint32_t ifIndex(const Vantu::IntfId& intfId) const;
 
-  // What a prefix's rows are made of. The route and the FEC that were read are used again for the same prefix and the
-  // same FEC while their tables say that nothing changed.
+  // What a prefix's rows are made of. The route that was read is used again for the same prefix while its table says
+  // that nothing changed, as the FEC is for all its routes.
   struct Resolved {
     Vantu::Prefix prefix;
     Quillo::Fib::Route route;
-    Quillo::Fib::Fec fec;
     Kel::Ptr<const IpForwardFec> forwardFec;
 
     // The interface of a next hop's via. Null when the FEC has no such via any more: it changed, and its next hops
     // are about to.
     const Vantu::IntfId* intfId(const Quillo::Fib::ViaIndex& via) const;
 
-    // Where route and FEC were read, and the tables' generations then; 0: not to be used again.
-    Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus;
-    Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus;
+    // That the table of routes had when the route was read; 0: not to be used again.
     std::uint64_t routeGeneration = 0;
-    std::uint64_t fecGeneration = 0;
   };
   // Looks up the route, its FEC and the FEC's next hops. Null when all are there; otherwise what is missing, in the
   // words of traces (" has no fec"). Damage that is met is reported to its table and counts as missing.
   // `into` should be used again and again: its memory is.
   const char* resolve(const Vantu::Prefix& prefix, Resolved& into) const;
-  // Lets go of the tables that were read for iterators.
-  void resolvedDelAll() { iteratorScratch_ = {}; }
 
  private:
   void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
-  void readFec(const Quillo::Fib::FecId& fecId, Resolved& into) const;
+  void readFec(const Quillo::Fib::FecId& fecId, IpForwardFec::AsRead& into) const;
 
   // So that a step of an iterator allocates nothing. It looks at the prefix that it leaves and at the one that it
   // comes to, and the next request begins where this one ended: two of them spare half of the lookups and more.

@@ -102,7 +102,6 @@ void IpRouteTableSm::stop() {
     ipForwardMib()->fecsAndPrefixesIs(nullptr);
     ipForwardMib()->ifMibIs(nullptr);
     ipForwardMib()->numRoutesIs(0);
-    ipForwardMib()->resolvedDelAll();
   }
   fecsAndPrefixesDel();
   localForwardingFecsDel();

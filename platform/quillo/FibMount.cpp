@@ -13,6 +13,8 @@ namespace {
 
 Kel::TraceHandle fibMountTrace("QuilloFib");
 
+std::uint64_t lastGeneration = 0;
+
 }  // namespace
 
 // The store behind all tables.
@@ -23,27 +25,9 @@ class FibMount::Source : public Kel::PtrInterface {
 
   const Kel::Ptr<TableFollower>& follower() const { return routes.follower(); }
 
-  // One for all tables, since one journal counts all changes.
-  std::uint64_t generation() {
-    try {
-      const auto mark = follower()->snapshot()->bookmark();
-      if (mark == generationMark_) return generation_;
-      generationMark_ = mark;
-    } catch (const Pesk::CorruptionDetectedException&) {
-      generationMark_ = {};
-    } catch (const StoreException&) {
-      generationMark_ = {};
-    }
-    return ++generation_;
-  }
-
   const VrfTableReader routes;
   const VrfTableReader routes6;
   const VrfTableReader fecs;
-
- private:
-  Bookmark generationMark_;
-  std::uint64_t generation_ = 0;
 };
 
 // What the tables do alike.
@@ -56,7 +40,19 @@ class FibMount::Table : public Base {
   void corruptionDetected(const std::string& message) const override {
     source().follower()->corruptionDetected(message);
   }
-  std::uint64_t generation() const override { return source().generation(); }
+  // Of the whole store, since one journal counts all changes.
+  std::uint64_t generation() const override {
+    try {
+      const auto mark = source().follower()->snapshot()->bookmark();
+      if (mark == generationMark_) return generation_;
+      generationMark_ = mark;
+    } catch (const Pesk::CorruptionDetectedException&) {
+      generationMark_ = {};
+    } catch (const StoreException&) {
+      generationMark_ = {};
+    }
+    return generation_ = ++lastGeneration;
+  }
 
  protected:
   Source& source() const { return *mount_->source_; }
@@ -67,6 +63,8 @@ class FibMount::Table : public Base {
  private:
   const Kel::Ptr<FibMount> mount_;
   const VrfId vrfId_;
+  mutable Bookmark generationMark_;
+  mutable std::uint64_t generation_ = 0;
 };
 
 template <class PrefixType>

@@ -41,8 +41,9 @@ class FibTable : public Kel::Notifier {
   // The first complete state of the table can be read.
   virtual bool initialized() const = 0;
   virtual void corruptionDetected(const std::string& message) const = 0;
-  // Another number whenever a lookup may give another answer than before; it never returns to an earlier one. While
-  // it stays, readers may use what they read again. 0: the table keeps no such number, look it up each time.
+  // Another number whenever a lookup may give another answer than before: one that neither this table nor another one
+  // of the process had before. While it stays, readers may use what they read again. 0: the table keeps no such number,
+  // look it up each time.
   virtual std::uint64_t generation() const { return 0; }
 };
 
