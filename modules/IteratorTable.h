@@ -215,6 +215,10 @@ class IteratorTable final : public Table {
         W walker = walkerFrom(cache, key);
         start.isAnswerable = !walker.isAtEnd();
         if (start.isAnswerable) start.walker = std::move(walker);
+      } else if (start.hintMatched && floor.isExact()) {
+        // The row that was asked from is none to look at, and each one costs the helper a copy of its index.
+        start.walker.advance();
+        start.isAnswerable = !start.walker.isAtEnd();
       }
     } catch (const Kel::RangeException&) {
       // A key that cannot be made, or be searched for: the walk shows what there is.

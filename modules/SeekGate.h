@@ -12,6 +12,10 @@
 // - has no row, when none can answer. The helper goes on to the next column, or says that there is no such instance.
 // All of this happens inside the call that gives the first row, so nothing can change in between.
 //
+// A GETNEXT whose first row answers it, which is nearly every one, the gate answers itself: it calls the table's
+// functions as the helper would, and the handler behind the helper. The helper copies the index of a row three times, a
+// kilobyte a component, and that was more than finding the row.
+//
 // Traces are those of the table's frame, those of bad hints included; only the rows that are passed by are not told.
 // One registration in several pieces has a gate in each. Requests come one by one, from the serialize handler.
 
