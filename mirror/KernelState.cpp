@@ -68,6 +68,7 @@ void KernelState::apply(const LinkMessage& message) {
   changes_.interfaces.insert(message.ifIndex);
   if (message.isDeleted) {
     if (interface.link) owners_.erase(interface.link->name);
+    changes_.names.insert(message.ifIndex);
     interfaces_.erase(message.ifIndex);
     return;
   }
@@ -77,6 +78,7 @@ void KernelState::apply(const LinkMessage& message) {
     if (!link.name.empty()) owners_.erase(link.name);
     takeName(message.name, message.ifIndex);
     link.name = message.name;
+    changes_.names.insert(message.ifIndex);
   }
   link.flags = message.flags;
   if (message.isWhole) {
@@ -93,6 +95,7 @@ void KernelState::takeName(const std::string& name, std::uint32_t newOwner) {
   if (isFree) return;
   interfaces_[at->second].link->name.clear();
   changes_.interfaces.insert(at->second);
+  changes_.names.insert(at->second);
   at->second = newOwner;
 }
 

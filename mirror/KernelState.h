@@ -91,6 +91,7 @@ class KernelState {
   // that is among the former, any neighbour may have changed too.
   struct Changes {
     std::set<std::uint32_t> interfaces;
+    std::set<std::uint32_t> names;  // of interfaces that came or went, or have another name
     std::set<std::pair<std::uint32_t, Vantu::IpGenAddr>> neighbours;
   };
   Changes takeChanges() { return std::exchange(changes_, {}); }

@@ -100,11 +100,12 @@ bool NamespaceMirror::receive() {
 }
 
 void NamespaceMirror::settle() {
+  routes_.settle();
   if (!isComplete()) return;
   const auto changes = state_.takeChanges();
   writer_.sync(state_, changes);
   if (!changes.interfaces.empty() || vrfsVersion_ != picture_.vrfs.version()) tablesAre();
-  if (!changes.interfaces.empty()) routes_.renamed(changes.interfaces);
+  if (!changes.names.empty()) routes_.renamed(changes.names);
 }
 
 void NamespaceMirror::withdraw() {

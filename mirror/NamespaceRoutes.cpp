@@ -13,10 +13,18 @@ Kel::TraceHandle namespaceRoutesTrace("MirrorRoutes");
 // The kernel tells of a link before it acts on its routes, which takes it some milliseconds for very many.
 constexpr Kel::Seconds shortly = 0.02;
 constexpr Kel::Seconds muchLater = 1;
+// Between two listings: as a share of the time that the last one took, and when that is too long. Of a million routes
+// one takes seconds; then a third of the time is left for other work.
 constexpr double pauseFactor = 2;
+constexpr Kel::Seconds longPause = 2;
+constexpr double leastPauseFactor = 0.5;
 constexpr Kel::Seconds longestInterval = 64;
 // Routes that are looked at in one go.
 constexpr std::size_t sweepPiece = 50'000;
+
+Kel::Seconds pauseAfter(Kel::Seconds listing) {
+  return std::min(listing * pauseFactor, std::max(longPause, listing * leastPauseFactor));
+}
 
 Vantu::IpGenAddr onLink(Vantu::Af af) {
   return af == Vantu::ipv6_ ? Vantu::IpGenAddr(Vantu::Ip6Addr()) : Vantu::IpGenAddr(Vantu::IpAddr());
@@ -57,42 +65,41 @@ void NamespaceRoutes::notified(const RouteMessage& message) {
 }
 
 void NamespaceRoutes::notified(const NexthopMessage& message) {
-  nexthops_.notified(message);
-  const auto refers = [&](const RouteContent& content) {
-    return content.nexthopId != 0 && nexthops_.has(content.nexthopId, message.id);
+  if (nexthops_.notified(message)) events_.nexthops.insert(message.id);
+  if (message.isDeleted) events_.goneNexthops.insert(message.id);
+}
+
+RouteContents::Condition NamespaceRoutes::forwardsOn(const std::set<std::uint32_t>& ifIndexes) const {
+  return [ifIndexes, ids = nexthops_.on(ifIndexes)](const RouteContent& content) {
+    if (content.nexthopId != 0) return ids.contains(content.nexthopId);
+    return std::any_of(content.hops.begin(), content.hops.end(),
+                       [&](const RouteHop& hop) { return ifIndexes.contains(hop.ifIndex); });
   };
-  if (message.isDeleted && any(refers)) wantListing();
-  reassess(refers);
 }
 
-bool NamespaceRoutes::usesInterface(const RouteContent& content, std::uint32_t ifIndex) const {
-  const auto isThere = [&](const RouteHop& hop) { return hop.ifIndex == ifIndex; };
-  if (content.nexthopId == 0) return std::any_of(content.hops.begin(), content.hops.end(), isThere);
-  const auto forwarding = nexthops_.forwarding(content.nexthopId);
-  return forwarding && std::any_of(forwarding->hops.begin(), forwarding->hops.end(), isThere);
-}
-
-void NamespaceRoutes::linkMoved(std::uint32_t ifIndex) {
+void NamespaceRoutes::settle() {
+  const auto events = std::exchange(events_, {});
+  if (!events.goneNexthops.empty() && any(nexthops_.withGroups(events.goneNexthops))) wantListing();
   // Next-hop objects go with their link, and the kernel does not say so.
-  if (nexthops_.usesInterface(ifIndex) ||
-      any([&](const RouteContent& content) { return usesInterface(content, ifIndex); })) {
-    wantListing();
-  }
+  const auto& links = events.links;
+  if (!links.empty() && (!nexthops_.on(links).empty() || any(forwardsOn(links)))) wantListing();
+  if (!events.addresses.empty()) addressesGone(events.addresses);
+  if (!events.nexthops.empty()) reassess(nexthops_.withGroups(events.nexthops));
 }
 
-// The connected route of the address, which prefers it too, is about to go with a word.
-void NamespaceRoutes::addressGone(const Vantu::IpGenAddr& address) {
-  const auto prefers = [&](const RouteContent& content) {
-    return content.source.isSet() && content.source == address;
+// The connected route of an address, which prefers it too, is about to go with a word.
+void NamespaceRoutes::addressesGone(const std::set<Vantu::IpGenAddr>& addresses) {
+  const RouteContents::Condition prefers = [&](const RouteContent& content) {
+    return content.source.isSet() && addresses.contains(content.source);
   };
   if (!any(prefers)) return;
   if (!due()) isOnlyForAddresses_ = true;
-  goneAddresses_.insert(address);
+  goneAddresses_.insert(addresses.begin(), addresses.end());
   if (!soon_) soon_ = Kel::System::currentTime() + shortly;
 }
 
 bool NamespaceRoutes::isListingNeeded() {
-  const auto prefers = [&](const RouteContent& content) {
+  const RouteContents::Condition prefers = [&](const RouteContent& content) {
     return content.source.isSet() && goneAddresses_.contains(content.source);
   };
   const bool isForAddresses = !goneAddresses_.empty() && any(prefers);
@@ -105,25 +112,22 @@ bool NamespaceRoutes::isListingNeeded() {
 }
 
 void NamespaceRoutes::renamed(const std::set<std::uint32_t>& ifIndexes) {
-  reassess([&](const RouteContent& content) {
-    return std::any_of(ifIndexes.begin(), ifIndexes.end(),
-                       [&](std::uint32_t ifIndex) { return usesInterface(content, ifIndex); });
-  });
+  reassess(forwardsOn(ifIndexes));
 }
 
 void NamespaceRoutes::allRenamed() {
   reassess([](const RouteContent&) { return true; });
 }
 
-template <class Condition>
-bool NamespaceRoutes::any(const Condition& condition) const {
+template <class Which>
+bool NamespaceRoutes::any(const Which& which) const {
   return std::any_of(tables_.begin(), tables_.end(),
-                     [&](const auto& entry) { return entry.second->contents().any(condition); });
+                     [&](const auto& entry) { return entry.second->contents().any(which); });
 }
 
-template <class Condition>
-void NamespaceRoutes::reassess(const Condition& condition) {
-  for (const auto& [number, table] : tables_) table->reassess(condition);
+template <class Which>
+void NamespaceRoutes::reassess(const Which& which) {
+  for (const auto& [number, table] : tables_) table->reassess(which);
 }
 
 // An on-link hop is the zero address; a route that refuses packets has one without an interface.
@@ -228,7 +232,7 @@ void NamespaceRoutes::listingEnds() {
   next_ = 0;
   ++listings_;
   // The first one was held up by what it had to write.
-  notBefore_ = listings_ == 1 ? now : now + pauseFactor * (now - begun_);
+  notBefore_ = listings_ == 1 ? now : now + pauseAfter(now - begun_);
   interval_ = mayLack_ ? std::clamp(interval_ * 2, muchLater, longestInterval) : muchLater;
   if (mayLack_ || hasFound) {
     const Kel::Seconds wanted = now + (mayLack_ ? interval_ : muchLater);

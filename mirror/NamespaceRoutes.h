@@ -6,8 +6,11 @@
 // moves to another namespace, when an address goes that routes prefer as their source, and when a next-hop object goes
 // (net/ipv4/fib_semantics.c fib_sync_down_dev(), fib_sync_down_addr(); net/ipv4/nexthop.c). It tells of the event
 // itself, and partly before it acts on it. So each of them, if a route has to do with it, makes a listing due: shortly
-// after, and again a second later. Listings that find something are followed by another one, and between two of them
-// there is twice as long a pause as the last one took.
+// after, and again a second later. Listings that find something are followed by another one. Between two of them there
+// is a pause of twice the time that the last one took, but not so long that what is gone would be served for long.
+//
+// What events mean for the routes is worked out in settle(), for all of a turn at once: to find the routes concerned
+// may mean to look through all routes, and there may be thousands of events.
 //
 // A listing is a list of steps for the caller, who asks the kernel for what step() says, passes on what comes with
 // dumped(), tells the end of each list with stepEnded(), and then calls work() until that is true.
@@ -39,10 +42,12 @@ class NamespaceRoutes {
   void tablesAre(const Tables& tables);
 
   void notified(const RouteMessage& message);
-  void notified(const NexthopMessage& message);
+  void notified(const NexthopMessage& message);  // takes effect with settle(), like the next two
   // The interface went up or down, or is gone.
-  void linkMoved(std::uint32_t ifIndex);
-  void addressGone(const Vantu::IpGenAddr& address);
+  void linkMoved(std::uint32_t ifIndex) { events_.links.insert(ifIndex); }
+  void addressGone(const Vantu::IpGenAddr& address) { events_.addresses.insert(address); }
+  // To be called before what has changed is published.
+  void settle();
   // The interfaces may have other ids than before.
   void renamed(const std::set<std::uint32_t>& ifIndexes);
   void allRenamed();
@@ -72,11 +77,19 @@ class NamespaceRoutes {
 
  private:
   std::vector<Quillo::Fib::Via> resolve(const RouteContent& content);
-  bool usesInterface(const RouteContent& content, std::uint32_t ifIndex) const;
-  template <class Condition>
-  bool any(const Condition& condition) const;
-  template <class Condition>
-  void reassess(const Condition& condition);
+  // Since the last settle().
+  struct Events {
+    std::set<std::uint32_t> nexthops;      // came, changed or went
+    std::set<std::uint32_t> goneNexthops;  // some may be there again
+    std::set<std::uint32_t> links;
+    std::set<Vantu::IpGenAddr> addresses;
+  };
+  RouteContents::Condition forwardsOn(const std::set<std::uint32_t>& ifIndexes) const;
+  template <class Which>
+  bool any(const Which& which) const;
+  template <class Which>
+  void reassess(const Which& which);
+  void addressesGone(const std::set<Vantu::IpGenAddr>& addresses);
   void wantListing();
 
   PublishedRoutes& published_;
@@ -84,6 +97,7 @@ class NamespaceRoutes {
   Nexthops nexthops_;
   std::map<std::uint32_t, std::unique_ptr<VrfRoutes>> tables_;
 
+  Events events_;
   std::vector<Step> steps_;  // of the listing under way
   std::size_t next_ = 0;
   std::uint8_t stamp_ = 0;

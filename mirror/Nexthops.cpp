@@ -13,10 +13,6 @@ bool Nexthops::apply(const NexthopMessage& message) {
   return !isSame;
 }
 
-void Nexthops::notified(const NexthopMessage& message) {
-  apply(message);
-}
-
 void Nexthops::listingIs() {
   hasListingChanged_ = false;
   for (auto& [id, nexthop] : nexthops_) nexthop.isListed = false;
@@ -49,15 +45,24 @@ std::optional<Nexthops::Forwarding> Nexthops::forwarding(std::uint32_t id) const
   return found;
 }
 
-bool Nexthops::has(std::uint32_t id, std::uint32_t other) const {
-  if (id == other) return true;
-  const auto at = nexthops_.find(id);
-  return at != nexthops_.end() && std::count(at->second.members.begin(), at->second.members.end(), other) > 0;
+// The members of a group are no groups, so what is added adds no more.
+std::set<std::uint32_t> Nexthops::withGroups(std::set<std::uint32_t> ids) const {
+  if (ids.empty()) return ids;
+  for (const auto& [id, nexthop] : nexthops_) {
+    const auto& members = nexthop.members;
+    if (std::any_of(members.begin(), members.end(), [&](std::uint32_t member) { return ids.contains(member); })) {
+      ids.insert(id);
+    }
+  }
+  return ids;
 }
 
-bool Nexthops::usesInterface(std::uint32_t ifIndex) const {
-  return std::any_of(nexthops_.begin(), nexthops_.end(),
-                     [&](const auto& entry) { return entry.second.hop.ifIndex == ifIndex; });
+std::set<std::uint32_t> Nexthops::on(const std::set<std::uint32_t>& ifIndexes) const {
+  std::set<std::uint32_t> ids;
+  for (const auto& [id, nexthop] : nexthops_) {
+    if (ifIndexes.contains(nexthop.hop.ifIndex)) ids.insert(id);
+  }
+  return withGroups(std::move(ids));
 }
 
 }  // namespace Mirror

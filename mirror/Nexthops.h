@@ -4,6 +4,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "mirror/RouteMessage.h"
@@ -12,7 +13,8 @@ namespace Mirror {
 
 class Nexthops {
  public:
-  void notified(const NexthopMessage& message);
+  // True when anything differs from what was known.
+  bool notified(const NexthopMessage& message) { return apply(message); }
 
   // A listing: begin, then dumped() for each one, then what was not listed is gone. True when anything differs from
   // what was known.
@@ -27,9 +29,10 @@ class Nexthops {
   // None when there is no such object: then the kernel has taken its routes away too.
   std::optional<Forwarding> forwarding(std::uint32_t id) const;
 
-  // Whether the object is `other`, or a group that has it.
-  bool has(std::uint32_t id, std::uint32_t other) const;
-  bool usesInterface(std::uint32_t ifIndex) const;
+  // The objects themselves, and the groups that have one of them.
+  std::set<std::uint32_t> withGroups(std::set<std::uint32_t> ids) const;
+  // Those that forward on one of the interfaces, groups among them.
+  std::set<std::uint32_t> on(const std::set<std::uint32_t>& ifIndexes) const;
   bool empty() const { return nexthops_.empty(); }
 
  private:

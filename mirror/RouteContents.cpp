@@ -38,6 +38,7 @@ RouteContents::Slot RouteContents::refer(const RouteContent& content) {
       free_.pop_back();
     }
     nodes_[at->second] = {&at->first, 0, fecOf(content)};
+    if (content.nexthopId != 0) byNexthop_.emplace(content.nexthopId, at->second);
   }
   ++nodes_[at->second].references;
   return at->second;
@@ -47,6 +48,7 @@ void RouteContents::release(Slot slot) {
   Node& node = nodes_[slot];
   if (--node.references > 0) return;
   fecDetached(node);
+  byNexthop_.erase({node.content->nexthopId, slot});
   slots_.erase(slots_.find(*node.content));
   node = {};
   free_.push_back(slot);
@@ -97,21 +99,41 @@ void RouteContents::forgetStored() {
   }
 }
 
-bool RouteContents::any(const std::function<bool(const RouteContent&)>& condition) const {
+bool RouteContents::any(const Condition& condition) const {
   for (const auto& [content, slot] : slots_) {
     if (condition(content)) return true;
   }
   return false;
 }
 
-std::unordered_set<RouteContents::Slot> RouteContents::outdated(
-    const std::function<bool(const RouteContent&)>& condition) const {
+std::vector<RouteContents::Slot> RouteContents::having(const NexthopIds& ids) const {
+  std::vector<Slot> slots;
+  for (const auto id : ids) {
+    for (auto at = byNexthop_.lower_bound({id, 0}); at != byNexthop_.end() && at->first == id; ++at) {
+      slots.push_back(at->second);
+    }
+  }
+  return slots;
+}
+
+bool RouteContents::isOutdated(Slot slot) const {
   static const std::vector<Quillo::Fib::Via> none;
+  const Node& node = nodes_[slot];
+  return resolve_(*node.content) != (node.fec ? node.fec->fec.via : none);
+}
+
+std::unordered_set<RouteContents::Slot> RouteContents::outdated(const Condition& condition) const {
   std::unordered_set<Slot> slots;
   for (const auto& [content, slot] : slots_) {
-    if (!condition(content)) continue;
-    const Fec* fec = nodes_[slot].fec;
-    if (resolve_(content) != (fec ? fec->fec.via : none)) slots.insert(slot);
+    if (condition(content) && isOutdated(slot)) slots.insert(slot);
+  }
+  return slots;
+}
+
+std::unordered_set<RouteContents::Slot> RouteContents::outdated(const NexthopIds& ids) const {
+  std::unordered_set<Slot> slots;
+  for (const Slot slot : having(ids)) {
+    if (isOutdated(slot)) slots.insert(slot);
   }
   return slots;
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <set>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -46,10 +47,14 @@ class RouteContents {
   std::size_t contentCount() const { return slots_.size(); }
   std::size_t fecCount() const { return fecs_.size(); }
 
-  bool any(const std::function<bool(const RouteContent&)>& condition) const;
-
+  // The former look through all contents; the latter, which ask for those with one of the next-hop objects, do not.
+  using Condition = std::function<bool(const RouteContent&)>;
+  using NexthopIds = std::set<std::uint32_t>;
+  bool any(const Condition& condition) const;
+  bool any(const NexthopIds& ids) const { return !having(ids).empty(); }
   // Those of which the condition holds and which resolve to another FEC than they did.
-  std::unordered_set<Slot> outdated(const std::function<bool(const RouteContent&)>& condition) const;
+  std::unordered_set<Slot> outdated(const Condition& condition) const;
+  std::unordered_set<Slot> outdated(const NexthopIds& ids) const;
   // Gives those their new FECs. Whoever wants to know the old ones asks before.
   void resolveAgain(const std::unordered_set<Slot>& slots);
 
@@ -70,6 +75,8 @@ class RouteContents {
     std::size_t operator()(const RouteContent& content) const;
   };
 
+  std::vector<Slot> having(const NexthopIds& ids) const;
+  bool isOutdated(Slot slot) const;
   Fec* fecOf(const RouteContent& content);
   void fecDetached(Node& node);
 
@@ -77,6 +84,7 @@ class RouteContents {
   std::unordered_map<RouteContent, Slot, Hash> slots_;
   std::deque<Node> nodes_;  // by slot
   std::vector<Slot> free_;
+  std::set<std::pair<std::uint32_t, Slot>> byNexthop_;  // those with a next-hop object, of which there are few
   std::unordered_map<std::uint64_t, Fec> fecs_;
 };
 

@@ -169,6 +169,62 @@ TEST_F(RoutesTest, whatTheKernelTakesAwayWithoutAWord) {
   runAndCompare();
 }
 
+TEST_F(RoutesTest, aLongListingDoesNotPutOffTheNextOne) {
+  kernel_.routes.list = {{"10.1.0.0/16", {{"10.0.0.1"}}}, {"10.2.0.0/16", {{"10.0.0.2", 3}}}};
+  mirror_.start();
+  run();
+  for (const Kel::Seconds perDatagram : {0.01, 0.5, 5.0}) {
+    kernel_.linkIs({3, "eth1", 0, IF_OPER_DOWN});
+    run();
+    now_ = *mirror_.due();
+    kernel_.beforeReceive = [&] { now_ += perDatagram; };
+    const Kel::Seconds begun = now_;
+    run();
+    const Kel::Seconds took = now_ - begun;
+    kernel_.beforeReceive = [] {};
+    kernel_.linkIs({3, "eth1"});
+    run();
+    EXPECT_LE(*mirror_.due() - now_, std::max(2.0, took / 2)) << "after one of " << took << " s";
+    runUntilQuiet();
+  }
+}
+
+// What is said of very many routes' next hops at once costs one look at the routes.
+TEST(NamespaceRoutesTest, workOffATurnsEventsTogether) {
+  PublishedRoutes published;
+  unsigned resolved = 0;
+  NamespaceRoutes routes(published, [&](std::uint32_t) {
+    ++resolved;
+    return Vantu::IntfId("eth0");
+  });
+  routes.tablesAre({{254, std::nullopt}});
+  RouteMessage route;
+  route.table = 254;
+  route.address = Vantu::IpGenAddr::fromString("10.0.0.0");
+  route.content.af = Vantu::ipv4_;
+  route.content.type = RTN_UNICAST;
+  route.content.nexthopId = 2;
+  for (std::uint8_t length = 8; length < 32; ++length) {
+    route.length = route.content.protocol = length;
+    routes.notified(route);
+  }
+  const auto nexthopsAre = [&](int count) {
+    resolved = 0;
+    for (int i = 1; i <= count; ++i) {
+      const auto gateway = Vantu::IpGenAddr::fromString("10.0.0." + std::to_string(i));
+      routes.notified(NexthopMessage{false, 1, false, {gateway, 2}, {}});
+      routes.notified(NexthopMessage{false, 2, false, {}, {1}});
+    }
+    routes.settle();
+    return resolved;
+  };
+  const auto once = nexthopsAre(1);
+  EXPECT_GE(once, 24U);
+  EXPECT_EQ(nexthopsAre(1), 0U) << "nothing new";
+  EXPECT_EQ(nexthopsAre(100), once);
+  EXPECT_EQ(routes.table(254)->contents().fecCount(), 1U);
+}
+
 class RouteHistory : public RoutesTest, public testing::WithParamInterface<unsigned> {
  protected:
   int below(int limit) { return static_cast<int>(random_() % static_cast<unsigned>(limit)); }

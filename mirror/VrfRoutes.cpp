@@ -60,12 +60,11 @@ bool VrfRoutes::takeFound() {
   return ipv6_.takeFound() || found4;
 }
 
-void VrfRoutes::reassess(const std::function<bool(const RouteContent&)>& condition) {
-  const auto slots = contents_.outdated(condition);
-  if (slots.empty()) return;
-  ipv4_.contentsMove(slots);
-  ipv6_.contentsMove(slots);
-  contents_.resolveAgain(slots);
+void VrfRoutes::move(const std::unordered_set<RouteContents::Slot>& outdated) {
+  if (outdated.empty()) return;
+  ipv4_.contentsMove(outdated);
+  ipv6_.contentsMove(outdated);
+  contents_.resolveAgain(outdated);
 }
 
 void VrfRoutes::allPending() {

@@ -31,7 +31,9 @@ class VrfRoutes {
   bool takeFound();
 
   // Those contents of which the condition holds may resolve to other vias than before.
-  void reassess(const std::function<bool(const RouteContent&)>& condition);
+  void reassess(const RouteContents::Condition& condition) { move(contents_.outdated(condition)); }
+  // Those with one of the next-hop objects.
+  void reassess(const RouteContents::NexthopIds& ids) { move(contents_.outdated(ids)); }
   const RouteContents& contents() const { return contents_; }
   std::size_t size() const { return ipv4_.size() + ipv6_.size(); }
 
@@ -43,6 +45,7 @@ class VrfRoutes {
   void written();
 
  private:
+  void move(const std::unordered_set<RouteContents::Slot>& outdated);
   void unplan();
 
   PublishedRoutes& published_;
