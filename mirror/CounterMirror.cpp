@@ -1,5 +1,7 @@
 #include "mirror/CounterMirror.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <utility>
@@ -30,17 +32,32 @@ bool CounterMirror::poll() {
 bool CounterMirror::begin() {
   if (isReading_) return false;
   hasBegun_ = true;
+  isIncomplete_ = false;
   try {
     const Vantu::NetNsGuard inside(*ns_);
-    std::error_code error;
-    for (std::filesystem::directory_iterator at(counterFiles, error), end; at != end; at.increment(error)) {
-      waiting_.push_back(at->path().filename().string());
-    }
+    list();
     isReading_ = true;
   } catch (const Kel::Exception& error) {
-    QTRACE(counterMirrorTrace, 0) << "counters are not read: " << error.what() << "; trying again";
+    failed(error.what());
   }
   return isReading_;
+}
+
+void CounterMirror::list() {
+  std::error_code error;
+  for (std::filesystem::directory_iterator at(counterFiles, error), end; at != end; at.increment(error)) {
+    waiting_.push_back(at->path().filename().string());
+  }
+  if (error && error != std::errc::no_such_file_or_directory) {
+    failed(counterFiles.string() + ": " + error.message());
+  }
+}
+
+void CounterMirror::failed(const std::string& why) {
+  isIncomplete_ = true;
+  const bool wasTold = std::exchange(isFailureTold_, true);
+  QTRACE(counterMirrorTrace, wasTold ? 6 : 0)
+      << "counters are not all read: " << why << "; keeping what is known, trying again every 2 s";
 }
 
 bool CounterMirror::receive() {
@@ -52,12 +69,16 @@ bool CounterMirror::receive() {
       waiting_.pop_back();
     }
   } catch (const Kel::Exception& error) {
-    QTRACE(counterMirrorTrace, 0) << "counters are not read: " << error.what() << "; trying again";
+    failed(error.what());
     waiting_.clear();
-    present_.merge(std::exchange(seen_, {}));
-    return isReading_ = false;
   }
   if (!waiting_.empty()) return true;
+  if (isIncomplete_) {
+    seen_.merge(present_);
+    present_.clear();
+  } else {
+    isFailureTold_ = false;
+  }
   // An interface may still be there, without IPv6.
   for (const auto& id : present_) {
     if (!seen_.contains(id)) all_->intfStatsDel(id);
@@ -67,8 +88,14 @@ bool CounterMirror::receive() {
 }
 
 void CounterMirror::read(const std::string& interface) {
-  std::ifstream file(counterFiles / interface);
+  const auto path = counterFiles / interface;
+  errno = 0;
+  std::ifstream file(path);
   const auto told = readCounters(file);
+  if (!file.is_open() || file.bad()) {
+    if (errno != ENOENT) failed(path.string() + ": " + std::strerror(errno));
+    return;
+  }
   const auto ifIndex = told.find("ifIndex");
   if (ifIndex == told.end()) return;  // gone meanwhile
   const auto id = idOf_(static_cast<std::uint32_t>(ifIndex->second));

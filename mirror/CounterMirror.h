@@ -27,8 +27,8 @@ class CounterMirror {
   // `phase` spreads the readings of several namespaces over the polls.
   CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf, unsigned phase);
 
-  // Begins a reading, unless one is under way; true when it did. What goes wrong in any of this is traced, and tried
-  // again with the next reading.
+  // Begins a reading, unless one is under way; true when it did. What goes wrong in any of this is traced once, and
+  // tried again with the next reading; no record goes meanwhile.
   bool begin();
   // To be called once a second; true when a reading begins.
   bool poll();
@@ -38,7 +38,9 @@ class CounterMirror {
   bool hasRead() const { return hasBegun_ && !isReading_; }
 
  private:
+  void list();
   void read(const std::string& interface);
+  void failed(const std::string& why);
 
   std::shared_ptr<const Vantu::NetNs> ns_;
   Kel::Ptr<Ip::AllIntfStats> all_;
@@ -46,6 +48,8 @@ class CounterMirror {
   unsigned polls_;
   bool hasBegun_ = false;
   bool isReading_ = false;
+  bool isIncomplete_ = false;         // this reading
+  bool isFailureTold_ = false;        // since the last complete one
   std::vector<std::string> waiting_;  // names of interfaces
   std::set<Vantu::IntfId> seen_;      // in this reading
   std::set<Vantu::IntfId> present_;   // in the last one

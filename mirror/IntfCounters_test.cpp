@@ -2,8 +2,12 @@
 
 #include "mirror/IntfCounters.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+
 #include <sstream>
 
+#include "kel/Trace.h"
 #include "mirror/MirrorServiceTest.h"
 
 namespace Mirror {
@@ -145,6 +149,39 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
       },
       "no record without IPv6");
   EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
+}
+
+// As many files may be open as there are, and the one that the present namespace is remembered by.
+TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
+  start();
+  waitForAgreement("lo");
+  const auto begin = statsOf("lo")->discontinuityTime();
+  std::vector<std::string> complaints;
+  Kel::TraceConfig::sinkIs([&](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+    if (level == 0 && text.find("counters are") != std::string::npos) complaints.push_back(text);
+  });
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  const auto readAgain = [&] {
+    pollTwice();
+    while (service_->receive()) {
+    }
+  };
+  for (const bool isListed : {false, true}) {
+    if (isListed) pollTwice();
+    const int next = open("/dev/null", O_RDONLY);
+    close(next);
+    const rlimit tight{static_cast<rlim_t>(next) + 1, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+    for (int i = 0; i < 3; ++i) readAgain();
+    setrlimit(RLIMIT_NOFILE, &usual);
+    ASSERT_TRUE(statsOf("lo") && statsOf("eth0")) << isListed;
+    readAgain();
+  }
+  Kel::TraceConfig::sinkIs({});
+  EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);
+  EXPECT_THAT(complaints, testing::ElementsAre(testing::HasSubstr("dev_snmp6: Too many open files"),
+                                               testing::HasSubstr("dev_snmp6/")));
 }
 
 }  // namespace
