@@ -17,12 +17,20 @@ std::function<Seconds()>& injectedClock() {
   return clock;
 }
 
+Seconds frameworkTime(clockid_t id) {
+  static const Seconds utcOffset = readClock(CLOCK_REALTIME) - readClock(CLOCK_MONOTONIC);
+  const auto& injected = injectedClock();
+  return injected ? injected() : readClock(id) + utcOffset;
+}
+
 }  // namespace
 
 Seconds System::currentTime() {
-  static const Seconds utcOffset = readClock(CLOCK_REALTIME) - readClock(CLOCK_MONOTONIC);
-  const auto& injected = injectedClock();
-  return injected ? injected() : readClock(CLOCK_MONOTONIC) + utcOffset;
+  return frameworkTime(CLOCK_MONOTONIC);
+}
+
+Seconds System::currentTick() {
+  return frameworkTime(CLOCK_MONOTONIC_COARSE);
 }
 
 void System::clockIs(std::function<Seconds()> clock) {

@@ -13,6 +13,8 @@ using Seconds = double;
 class System {
  public:
   static Seconds currentTime();
+  // The same as of the kernel's latest tick, some milliseconds old, at a fifth of the price.
+  static Seconds currentTick();
 
   // Replaces the clock; an empty function restores the real one. For tests and simulations.
   static void clockIs(std::function<Seconds()> clock);

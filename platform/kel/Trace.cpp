@@ -188,7 +188,7 @@ TraceLine::~TraceLine() {
 
 void TraceRing::entered(const TraceHandle& handle, const char* function, std::uintptr_t argument) {
   auto& r = ring();
-  r.entries[r.next++ % capacity] = Entry{System::currentTime(), &handle, function, argument};
+  r.entries[r.next++ % capacity] = Entry{System::currentTick(), &handle, function, argument};
 }
 
 std::vector<TraceRing::Entry> TraceRing::entries() {

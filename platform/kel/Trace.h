@@ -85,7 +85,7 @@ class TraceLine {
 class TraceRing {
  public:
   struct Entry {
-    double time = 0;                      // seconds, framework clock
+    double time = 0;                      // seconds, framework clock, as of the latest tick
     const TraceHandle* handle = nullptr;  // null: slot never written
     const char* function = nullptr;       // static text
     std::uintptr_t argument = 0;          // whatever identifies the call: a pointer or a number
