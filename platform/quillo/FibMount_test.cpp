@@ -305,7 +305,8 @@ TEST_F(FibMountTest, unreadableStoreIsNoEmptyTable) {
   const auto same = std::make_shared<Environment>(directory_, Environment::Access::read, 0);
   std::vector<std::unique_ptr<View>> others;
   refusal([&] {
-    while (others.size() < 10'000) others.push_back(std::make_unique<View>(same, 1));
+    std::optional<View::KnownHead> known;
+    while (others.size() < 10'000) others.push_back(std::make_unique<View>(same, 1, known));
   });
   EXPECT_EQ(StoreException::Kind::full, refusal([&] { routes->route(prefix); }).kind());
   EXPECT_NE(before, routes->generation());

@@ -37,6 +37,7 @@ void MountImpl::stateIs(Mount::State state, const std::string& text) {
 void MountImpl::close() {
   if (store_) {
     store_.reset();
+    knownHead_.reset();
     ++epoch_;
   }
 }
@@ -116,7 +117,7 @@ std::shared_ptr<View> MountImpl::view() {
   }
   std::shared_ptr<View> view = view_.lock();
   if (!view) {
-    view = std::make_shared<View>(store_, epoch_);
+    view = std::make_shared<View>(store_, epoch_, knownHead_);
     view_ = view;
   }
   return view;

@@ -40,6 +40,7 @@ class MountImpl {
   DoorbellWatch watch_;
   std::shared_ptr<Environment> store_;
   std::weak_ptr<View> view_;
+  std::optional<View::KnownHead> knownHead_;  // of store_
   Mount::State state_ = Mount::State::waiting;
   std::string stateText_;
   // Begins at 1, so that a default bookmark belongs to no epoch.

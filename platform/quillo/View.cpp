@@ -5,11 +5,13 @@
 
 namespace Quillo {
 
-View::View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch)
+View::View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch, std::optional<KnownHead>& known)
     : env(std::move(opened)), epoch(mountEpoch) {
   begin();
   try {
-    head = readHead(*env, txn);
+    const auto version = mdb_txn_id(txn);
+    if (!known || known->version != version) known = KnownHead{version, readHead(*env, txn)};
+    head = known->head;
   } catch (...) {
     end();
     throw;

@@ -2,6 +2,7 @@
 // The read transaction behind snapshots. Internal to the store.
 
 #include <memory>
+#include <optional>
 
 #include "quillo/Meta.h"
 
@@ -13,8 +14,15 @@ namespace Quillo {
 // The transaction's slot in the lock file is taken for each view and given back: a slot that is kept could be lost
 // in between, when the lock file is begun anew.
 struct View {
-  // Pesk::CorruptionDetectedException; StoreException when all slots are taken.
-  View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch);
+  // What the head of the journal was in a version of the data. Of one open store.
+  struct KnownHead {
+    std::size_t version;
+    Head head;
+  };
+
+  // Looks at the head that is known from an earlier view, and leaves its own. Pesk::CorruptionDetectedException;
+  // StoreException when all slots are taken.
+  View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch, std::optional<KnownHead>& known);
   ~View();
   View(const View&) = delete;
   View& operator=(const View&) = delete;
