@@ -31,6 +31,11 @@ void AgentLoop::removeFd(int fd) {
   watches_.erase(fd);
 }
 
+bool AgentLoop::turnEndIs(Callback callback) {
+  turnEnd_ = std::move(callback);
+  return true;
+}
+
 bool AgentLoop::requestWaiting() {
   if (isRequestSeen_) return true;
   const auto now = std::chrono::steady_clock::now();
@@ -91,6 +96,7 @@ void AgentLoop::turn() {
   snmp_store_if_needed();
   run_alarms();
   netsnmp_check_outstanding_agent_requests();
+  if (turnEnd_) turnEnd_();
 }
 
 void AgentLoop::dispatch(const std::vector<std::pair<int, unsigned>>& ready) {

@@ -6,7 +6,7 @@
 //   loop.run();                                   // until stop()
 //
 // In one turn, requests are served first, then the callbacks of ready descriptors in order of descriptor, then
-// net-snmp's alarms. Work that takes long is done in pieces, and asks `requestWaiting` whether to break off: that
+// net-snmp's alarms, then what is to be done at its end. Work that takes long is done in pieces, and asks `requestWaiting` whether to break off: that
 // is how a request is answered within a quantum while there is a backlog.
 
 #include <poll.h>
@@ -25,6 +25,7 @@ class AgentLoop : public EventLoop {
 
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
+  bool turnEndIs(Callback callback) override;
   // Cheap enough to ask for every row: the sockets are looked at once in `requestCheckInterval`.
   bool requestWaiting() override;
   static constexpr std::chrono::microseconds requestCheckInterval{200};
@@ -46,6 +47,7 @@ class AgentLoop : public EventLoop {
   std::map<int, Watch> watches_;
   unsigned generation_ = 0;
   bool isStopping_ = false;
+  Callback turnEnd_;
 
   std::vector<pollfd> requestFds_;  // net-snmp's sockets, as of the latest turn
   bool isRequestSeen_ = false;

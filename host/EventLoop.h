@@ -23,6 +23,10 @@ class EventLoop {
   // descriptor is closed. May be called from a callback, for its own descriptor too.
   virtual void removeFd(int fd) = 0;
 
+  // Calls `callback` at the end of every turn, when all that was ready has been served. An empty one ends that. False when
+  // the loop cannot tell the end of a turn: nothing is called then.
+  virtual bool turnEndIs(Callback callback) = 0;
+
   // Whether a manager's request waits to be read. Work that takes long is done in pieces, and asks this between
   // them whether to break off.
   virtual bool requestWaiting() = 0;

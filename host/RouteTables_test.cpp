@@ -17,6 +17,7 @@ using ::testing::IsEmpty;
 using Vrf::VrfIdMap::VrfId;
 
 struct NoLoop : Host::EventLoop {
+  bool turnEndIs(Callback) override { return false; }
   void addFd(int, Callback) override {}
   void removeFd(int) override {}
   bool requestWaiting() override { return false; }

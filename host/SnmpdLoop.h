@@ -18,6 +18,8 @@ class SnmpdLoop : public EventLoop {
 
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
+  // snmpd tells of no turns.
+  bool turnEndIs(Callback) override { return false; }
   // Asks the kernel about every socket of snmpd: for callers that ask a few thousand times a second at most.
   bool requestWaiting() override;
 

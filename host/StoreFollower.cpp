@@ -29,8 +29,6 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
       tables_(Kel::makePtr<Quillo::TableFollower>(mount_)),
       arpTable_(Kel::makePtr<Quillo::ArpTableMount>(tables_)),
       scrubber_(mount_),
-      turnEndTask_(Kel::makePtr<Brev::Task>(scheduler, "store turn end", turnEndPriority,
-                                            [this](Brev::Task&) { mount_->turnEnds(); })),
       followTask_(Kel::makePtr<Brev::Task>(scheduler, "store changes", followPriority,
                                            [this](Brev::Task& task) { follow(task); })),
       pollTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store poll", followPriority,
@@ -40,7 +38,7 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
       scrubTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store scrub timer", scrubPriority,
                                                 [this](Brev::Task&) { scrubTask_->scheduleTask(); })) {
   manager_->quilloMountIs(Kel::makePtr<KelQuillo::StoreMount>(tables_, tree().vrfNameStatus));
-  mount_->turnBeginsIs([this] { turnEndTask_->scheduleTask(); });
+  followTurns(scheduler);
   if (mount_->doorbellFd() >= 0) loop_.addFd(mount_->doorbellFd(), [this] { followTask_->scheduleTask(); });
   pollTimer_->scheduleTaskPeriodic(pollInterval);
   scrubTimer_->scheduleTaskPeriodic(scrubInterval);
@@ -48,9 +46,20 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
 }
 
 StoreFollower::~StoreFollower() {
+  loop_.turnEndIs({});
   mount_->turnBeginsIs({});
   mount_->turnEnds();
   if (mount_->doorbellFd() >= 0) loop_.removeFd(mount_->doorbellFd());
+}
+
+void StoreFollower::followTurns(const Kel::Ptr<Brev::TaskScheduler>& scheduler) {
+  if (loop_.turnEndIs([this] { mount_->turnEnds(); })) {
+    mount_->turnBeginsIs([] {});
+    return;
+  }
+  turnEndTask_ = Kel::makePtr<Brev::Task>(scheduler, "store turn end", turnEndPriority,
+                                          [this](Brev::Task&) { mount_->turnEnds(); });
+  mount_->turnBeginsIs([this] { turnEndTask_->scheduleTask(); });
 }
 
 void StoreFollower::follow(Brev::Task& task) {

@@ -7,8 +7,8 @@
 // store once a minute for damage that no lookup can see. What it waits for, or what is wrong, is one line in the
 // log when it changes.
 //
-// Whoever reads the store in one turn of the loop shares one snapshot. It goes first thing in the turn that follows at
-// once: a task that is queued keeps the loop from waiting.
+// Whoever reads the store in one turn of the loop shares one snapshot. It goes at the turn's end or, where the loop does
+// not tell of that, first thing in the turn that follows at once: a task that is queued keeps the loop from waiting.
 
 #include "brev/TimerTask.h"
 #include "host/EventLoop.h"
@@ -33,6 +33,7 @@ class StoreFollower {
   const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
 
  private:
+  void followTurns(const Kel::Ptr<Brev::TaskScheduler>& scheduler);
   void follow(Brev::Task& task);
   bool step();
   void scrub(Brev::Task& task);
@@ -45,7 +46,7 @@ class StoreFollower {
   Kel::Ptr<Quillo::ArpTableMount> arpTable_;
   Quillo::Scrubber scrubber_;
   Kel::String reported_;
-  Kel::Ptr<Brev::Task> turnEndTask_;
+  Kel::Ptr<Brev::Task> turnEndTask_;  // null where the loop tells of the end of a turn
   Kel::Ptr<Brev::Task> followTask_;
   Kel::Ptr<Brev::TimerTask> pollTimer_;
   Kel::Ptr<Brev::Task> scrubTask_;
