@@ -42,9 +42,9 @@ class IndexFloor {
 
   std::span<const oid> rest_;
   Reading reading_ = Reading::asAsked;
-  netsnmp_variable_list value_{};
+  netsnmp_variable_list value_;  // type and value alone are set: the rest is a kilobyte
   long number_ = 0;
-  std::array<u_char, MAX_OID_LEN> octets_{};  // a longer string does not fit an index
+  std::array<u_char, MAX_OID_LEN> octets_;  // a longer string does not fit an index
 };
 
 }  // namespace Modules

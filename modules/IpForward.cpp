@@ -50,6 +50,9 @@ class CidrRouteWalker {
   static CidrRouteWalker passingOverNone(Kel::Ptr<const Cache> cache, const Key& key) {
     return {std::move(cache), Key(key.dest(), key.mask(), tosNone, Vantu::IpAddr())};
   }
+  static CidrRouteWalker behind(Kel::Ptr<const Cache> cache, const Key& key) {
+    return CidrRouteWalker(IpForwardMib::IpCidrRouteTableIteratorConst(std::move(cache), key, true));
+  }
 
   bool isAtEnd() const { return at_.isAtEnd(); }
   const Row& row() const { return *at_; }
@@ -57,6 +60,8 @@ class CidrRouteWalker {
   void advance() { ++at_; }
 
  private:
+  explicit CidrRouteWalker(IpForwardMib::IpCidrRouteTableIteratorConst at) : at_(std::move(at)) {}
+
   IpForwardMib::IpCidrRouteTableIteratorConst at_;
 };
 using RouteRow = CidrRouteWalker::Row;

@@ -62,8 +62,7 @@ class IteratorTable final : public Table {
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       const Kel::Ptr<const Cache> cache(cacheOf(iterator));
       if constexpr (isSeeking) {
-        auto start = hintedStart(cache, hint);
-        if (const auto asked = SeekGate::asked(hint)) narrow(start, cache, *asked);
+        auto start = startOf(cache, hint);
         auto* const walker = new W(std::move(start.walker));
         *loopContext = walker;
         QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker
@@ -184,6 +183,33 @@ class IteratorTable final : public Table {
     bool hintMatched = false;  // on the hinted row
     bool isAnswerable = true;  // from there on there may be a row that answers the request
   };
+
+  Start startOf(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
+    const auto asked = SeekGate::asked(hint);
+    if (!asked) return hintedStart(cache, hint);
+    if constexpr (requires(const Key& key) { W::behind(cache, key); }) {
+      if (auto start = startBehind(cache, *asked)) return std::move(*start);
+    }
+    auto start = hintedStart(cache, hint);
+    narrow(start, cache, *asked);
+    return start;
+  }
+
+  // On the row behind a whole index, if such a row is asked for. Nothing when it takes more to find it, and when what is
+  // found of the hint is to be traced.
+  std::optional<Start> startBehind(const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
+    if (!asked.isForNext || trace().enabled(2)) return std::nullopt;
+    try {
+      IndexFloor floor(asked.index);
+      const Key key = floorKey(floor);
+      if (!floor.isExact()) return std::nullopt;
+      W walker = W::behind(cache, key);
+      if (walker.isAtEnd()) return std::nullopt;
+      return Start{std::move(walker), true};
+    } catch (const Kel::RangeException&) {
+      return std::nullopt;  // there is something to be said of the hint
+    }
+  }
 
   // On the first row that the hint does not lie above; on the first row of all when there is none, or the hint says
   // nothing.
