@@ -71,7 +71,7 @@ class Agent:
         self.programs = []
 
     def pids(self):
-        """All of its processes, for what must hold for the whole way of a request."""
+        """The processes that a request goes through."""
         return [program.pid for program in self.programs]
 
     def memory(self):
@@ -94,6 +94,9 @@ class Quorin(Agent):
         self.mirror = self.run("quorin-mirrord", "-f", "--store", store)
         configuration = self.write("quorind.conf", ACCESS)
         self.serving = self.run("quorind", "-f", "-C", "-c", configuration, "--store", store, self.endpoint)
+
+    def pids(self):
+        return [self.serving.pid]
 
     def memory(self):
         store = self.path("store")
@@ -121,7 +124,7 @@ class Snmpd(Agent):
 
     def start(self):
         configuration = self.write("snmpd.conf", self.configuration)
-        self.serving = self.run(SNMPD, "-f", "-C", "-c", configuration, "-Le", "-I", self.without_modules, self.endpoint)
+        self.serving = self.run(SNMPD, "-f", "-C", "-c", configuration, "-LEw", "-I", self.without_modules, self.endpoint)
 
     def keep_cache(self, seconds):
         for _ in range(30):  # it may be busy with what others gave up

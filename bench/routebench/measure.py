@@ -114,7 +114,8 @@ class Measurement:
     def start_on_standing_routes(self):
         begin = time.monotonic()
         self.agent.start()
-        ready = self.asking.ready(self.routes, self.rows, self.limit)
+        asking = Asking(self.agent, ("taskset", "-c", str(self.bind_agent())))
+        ready = asking.ready(self.routes, self.rows, self.limit)
         stall = self.asking.stall()
         ready.go()
         ready = ready.result()
