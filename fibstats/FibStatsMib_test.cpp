@@ -46,6 +46,8 @@ TEST(FibStatsMib, keysAreInTheOrderOfTheTables) {
   EXPECT_THAT(mib->prefixLenTable().keys(),
               ::testing::ElementsAre(PrefixLenKey(ipVersion4, 9), PrefixLenKey(ipVersion4, 128),
                                      PrefixLenKey(ipVersion6, 9), PrefixLenKey(ipVersion6, 128)));
+  EXPECT_TRUE(mib->prefixLenTableDel(mib->prefixLenTable().begin()));
+  EXPECT_FALSE(mib->prefixLenTableHas(PrefixLenKey(ipVersion4, 9)));
 }
 
 TEST(FibStatsMib, valuesInText) {

@@ -22,8 +22,8 @@
 // |                                               | handleAttr()                                            |
 // | KEL_OWNED(T, attr, Attr)                      | attr(), attrIs(handle), attrDel(), handleAttr()         |
 // | KEL_MEMBERS(Ordered|Hashed, Key, T, attr,     | attr(), attr(key), attrHas(key),                        |
-// |             Attr)                             | attrIs(ctor parameters...), attrDel(key), attrDelAll(), |
-// |                                               | handleAttr(key)                                         |
+// |             Attr)                             | attrIs(ctor parameters...), attrDel(key or iterator),   |
+// |                                               | attrDelAll(), handleAttr(key)                           |
 // | KEL_VALUES(Ordered|Hashed, Key, T, attr,      | attr(), attr(key) (null if absent), attrHas(key),       |
 // |            Attr)                              | attrIs(key, value), attrDel(key), attrDelAll(),         |
 // |                                               | handleAttr(key)                                         |
@@ -298,6 +298,10 @@
   }                                                                                                      \
   bool attr##Del(const KeyT& key) {                                                                      \
     return ::Kel::memberDel(attr##_.map, key, [this](const KeyT& gone) { KEL_NOTIFY_KEY(Attr, gone); }); \
+  }                                                                                                      \
+  bool attr##Del(typename ::Kel::Kind<KeyT, ::Kel::Ptr<T>>::ConstIterator at) {                          \
+    const KeyT key = at->first;                                                                          \
+    return attr##Del(key);                                                                               \
   }                                                                                                      \
   void attr##DelAll() {                                                                                  \
     for (const auto& key : attr##_.map.keys()) attr##Del(key);                                           \
