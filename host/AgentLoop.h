@@ -6,8 +6,8 @@
 //   loop.run();                                   // until stop()
 //
 // In one turn, requests are served first, then the callbacks of ready descriptors in order of descriptor, then
-// net-snmp's alarms, then what is to be done at its end. Work that takes long is done in pieces, and asks `requestWaiting` whether to break off: that
-// is how a request is answered within a quantum while there is a backlog.
+// net-snmp's alarms, then what is to be done at its end. Work that takes long is done in pieces, and asks
+// `requestWaiting` whether to break off: that is how a request is answered within a quantum while there is a backlog.
 
 #include <poll.h>
 

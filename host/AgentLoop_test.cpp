@@ -59,6 +59,20 @@ TEST(AgentLoop, callbacksRunWhileReadableUntilRemovedOrReplaced) {
   EXPECT_THAT(calls, ElementsAre(1, 1, 2, 3));
 }
 
+TEST(AgentLoop, theEndOfATurnComesAfterItsCallbacks) {
+  AgentLoop loop;
+  Event event;
+  event.raise();
+  std::vector<int> calls;
+  loop.addFd(event.fd(), [&] { calls.push_back(1); });
+  EXPECT_TRUE(loop.turnEndIs([&] { calls.push_back(2); }));
+  loop.turn();
+  loop.turn();
+  loop.turnEndIs({});
+  loop.turn();
+  EXPECT_THAT(calls, ElementsAre(1, 2, 1, 2, 1));
+}
+
 TEST(AgentLoop, aCallbackMayRemoveOrReplaceAnotherReadyOne) {
   AgentLoop loop;
   Event first;

@@ -26,7 +26,7 @@ CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip
 }
 
 bool CounterMirror::poll() {
-  return ++polls_ % pollsPerReading == 0 && begin();
+  return ++polls_ % pollsPerReading == 0 && hasBegun_ && begin();
 }
 
 bool CounterMirror::begin() {

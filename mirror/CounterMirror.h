@@ -28,9 +28,10 @@ class CounterMirror {
   CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf, unsigned phase);
 
   // Begins a reading, unless one is under way; true when it did. What goes wrong in any of this is traced once, and
-  // tried again with the next reading; no record goes meanwhile.
+  // tried again with the next reading; no record goes meanwhile, but those of a mirror before this one.
   bool begin();
-  // To be called once a second; true when a reading begins.
+  // To be called once a second; true when a reading begins. The first one does with begin(), when the interfaces are
+  // known.
   bool poll();
   // Takes in a part of a reading; true when there is more of it.
   bool receive();

@@ -47,7 +47,7 @@ class RouteContents {
   std::size_t contentCount() const { return slots_.size(); }
   std::size_t fecCount() const { return fecs_.size(); }
 
-  // The former look through all contents; the latter, which ask for those with one of the next-hop objects, do not.
+  // What asks for a condition looks through all contents; what asks for next-hop objects looks at those that have one.
   using Condition = std::function<bool(const RouteContent&)>;
   using NexthopIds = std::set<std::uint32_t>;
   bool any(const Condition& condition) const;

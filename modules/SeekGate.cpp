@@ -14,10 +14,10 @@ const netsnmp_table_request_info* gateHint = nullptr;
 int gateMode = 0;
 
 extern "C" {
-void freeIndex(void* index) {
+void quorinFreeIndex(void* index) {
   snmp_free_varbind(static_cast<netsnmp_variable_list*>(index));
 }
-void* cloneIndex(void* index) {
+void* quorinCloneIndex(void* index) {
   return snmp_clone_varbind(static_cast<netsnmp_variable_list*>(index));
 }
 }
@@ -63,13 +63,15 @@ void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration
 }
 
 // Does for a GETNEXT what the helper would do, by the table's own functions. Nothing when the first row does not answer
-// it: then nothing was done, and the helper is to be asked.
+// it: the helper is to be asked then, and asks the table anew.
 std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registration* registration,
                               netsnmp_agent_request_info* info, netsnmp_request_info* request,
                               netsnmp_table_request_info* asked) {
   const auto* const columns = asked->reg_info;
-  if (request->processed != 0 || asked->colnum < columns->min_column || asked->colnum > columns->max_column)
+  if (gate->next->access_method != netsnmp_table_iterator_helper_handler || request->processed != 0 ||
+      asked->colnum < columns->min_column || asked->colnum > columns->max_column) {
     return std::nullopt;
+  }
   Name name;
   auto* const data = answeringRow(gate, registration, request, asked, name);
   if (data == nullptr) return std::nullopt;
@@ -111,8 +113,8 @@ std::optional<SeekGate::Asked> SeekGate::asked(const netsnmp_table_request_info*
 bool SeekGate::inject(netsnmp_handler_registration* registration) {
   auto* const gate = netsnmp_create_handler("quorin_seek_gate", quorinSeekGate);
   if (gate == nullptr) return false;
-  gate->data_clone = cloneIndex;
-  gate->data_free = freeIndex;
+  gate->data_clone = quorinCloneIndex;
+  gate->data_free = quorinFreeIndex;
   if (netsnmp_inject_handler_before(registration, gate, TABLE_ITERATOR_NAME) == SNMPERR_SUCCESS) return true;
   netsnmp_handler_free(gate);
   return false;

@@ -111,7 +111,12 @@ RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes pr
     damageDetected(env, place, {}, mappingFault);
   }
   MDB_dbi index = env.index(place);
-  int status = guarded([&] { return mdb_cursor_open(txn, index, &cursor_); });
+  // The first look at an index reads its root, and a fault there is to be met before there is a cursor to be lost.
+  int status = guarded([&] {
+    MDB_stat stat;
+    int looked = mdb_stat(txn, index, &stat);
+    return looked != 0 ? looked : mdb_cursor_open(txn, index, &cursor_);
+  });
   if (status != 0) {
     damageDetected(env, place, {}, status);
   }
