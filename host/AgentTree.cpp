@@ -223,7 +223,7 @@ void AgentTree::fecModeChanged() {
 
 void AgentTree::reconfigure() {
   const bool areEnabled = areRouteTablesEnabled();
-  const bool isSame = areEnabled == routeTablesEnabled_ && !managementInterfacesChange();
+  const bool isSame = !managementInterfacesChange() && areEnabled == routeTablesEnabled_;
   routeTablesEnabled_ = areEnabled;
   if (!isSame) restart();
 }

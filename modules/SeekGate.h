@@ -6,7 +6,8 @@
 // each walk the table, which takes seconds on a million rows. Where a walk starts, and when there is nothing to walk,
 // is for the table to say; but the helper does not tell it what is wanted.
 //
-// The gate does: while the helper, or the gate in its place, is at work on a request, `asked` says what kind it is of. The table's walk then
+// The gate does: while the helper, or the gate in its place, is at work on a request, `asked` says what kind it is of.
+// The table's walk then
 // - starts at the first row that can answer, when the hint has no row at or behind it (half an index, an index that
 //   no row can have);
 // - has no row, when none can answer. The helper goes on to the next column, or says that there is no such instance.
