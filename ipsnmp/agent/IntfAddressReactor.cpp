@@ -51,7 +51,7 @@ void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::intfStatusIs(
 
 template <class Record, class L3Record, class AddrWithMask, class Info>
 void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::handleVrf(const Kel::Name& vrfName) {
-  if (reportedAs_.vrf.stringValue() == vrfName) reportAll();
+  if (reportedAs_.vrf.stringValue() == vrfName) refresh();
 }
 
 template <class Record, class L3Record, class AddrWithMask, class Info>
@@ -78,8 +78,10 @@ void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::refresh() {
   reportAll();
 }
 
+// A details provider may know another ifIndex than before, and tells nobody.
 template <class Record, class L3Record, class AddrWithMask, class Info>
 void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::addressChanged(const AddrWithMask& addr) {
+  if (reportedAsNow() != reportedAs_) return refresh();
   if (const auto info = addrInfo(addr)) {
     report(addr, *info);
   } else {

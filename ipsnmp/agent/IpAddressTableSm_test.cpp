@@ -176,6 +176,28 @@ TEST(IpAddressTableSm, waitsForStatusRecordAndIfIndex) {
   EXPECT_NE(tables(*world.ipMib).find("prefix 10 10.1.1.0/24"), std::string::npos);
 }
 
+TEST(IpAddressTableSm, ifIndexIsAskedForWithEachAddress) {
+  struct Details : Interface::IntfDetailsProvider {
+    std::uint32_t index = 0;
+    std::uint32_t ifIndex(const Interface::IntfStatus&) const override { return index; }
+  };
+  World world;
+  Details details;
+  Interface::IntfDetailsProvider::providerIs("other", &details);
+  world.tree.intfStatusDir->intfStatusIs(intfOf("eth0"))->kindIs("other");
+  const auto record = world.statusIs("eth0", "10.1.1.1/24");
+  details.index = 5;  // nobody is told
+  record->secondaryAddrWithMaskIs(mask4("10.1.2.1/24"), true);
+  EXPECT_EQ(tables(*world.ipMib),
+            "10.1.1.1 preferred: 0/eth0=5/24\n10.1.2.1 preferred: 0/eth0=5/24\n"
+            "row 10.1.1.1 5 255.255.255.0\nrow 10.1.2.1 5 255.255.255.0\n"
+            "prefix 5 10.1.1.0/24\nprefix 5 10.1.2.0/24\n");
+  details.index = 6;
+  world.sm->handleIntfInVrf("default");
+  EXPECT_NE(tables(*world.ipMib).find("row 10.1.2.1 6"), std::string::npos);
+  Interface::IntfDetailsProvider::providerIs("other", nullptr);
+}
+
 TEST(IpAddressTableSm, anotherIfIndexOfAPairReplacesThePair) {
   World world;
   world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 3, defaultVrf, mask4("10.1.1.1/24"));
