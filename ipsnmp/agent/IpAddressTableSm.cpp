@@ -48,6 +48,14 @@ void giveUpPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<I
   }
 }
 
+// The row of `entry` passes from `former`, if it has it, to `next`; null: nobody is left. Under the same key `next` just
+// takes the place, and nobody else needs to be looked for.
+void passPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<IpAddressPrefixEntry>& former,
+                   const Kel::Ptr<IpAddressPrefixEntry>& next) {
+  if (!next || next->index() != former->index()) giveUpPrefixRow(ipMib, entry, former);
+  if (next) ipMib.ipAddressPrefixTableInsert(next);
+}
+
 void decidePrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const IntfData& pair) {
   const auto& intfId = pair.key().intfId();
   if (entry.intf().empty()) {
@@ -60,17 +68,16 @@ void decidePrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const IntfData& 
     QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex() << ") taking over prefix table"
                                      << " row for ifIndex " << first.ifIndex() << " because old intfKey "
                                      << first.key() << " < new intfKey " << pair.key();
-    giveUpPrefixRow(ipMib, entry, first.prefixEntry());
-    return ipMib.ipAddressPrefixTableInsert(pair.prefixEntry());
+    return passPrefixRow(ipMib, entry, first.prefixEntry(), pair.prefixEntry());
   }
   QTRACE(ipAddressTableSmTrace, 6) << intfId << " not added to the prefix table; ifIndex " << first.ifIndex()
                                    << " is better";
 }
 
 void delPair(IpMib& ipMib, IpAddressEntry& entry, const IntfData& pair) {
-  giveUpPrefixRow(ipMib, entry, pair.prefixEntry());
   entry.intfDel(pair.key());
-  if (!entry.intf().empty()) return ipMib.ipAddressPrefixTableInsert(entry.prefixEntry());
+  passPrefixRow(ipMib, entry, pair.prefixEntry(), entry.prefixEntry());
+  if (!entry.intf().empty()) return;
   if (entry.addrVersion() == Ip::ipVersion4) ipMib.ipAddrTableDel(entry.ipAdEntAddr());
   ipMib.ipAddressTableDel(entry.index());
 }
