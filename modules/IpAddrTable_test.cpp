@@ -285,6 +285,7 @@ TEST_F(IpAddrHandler, withoutARowItStopsAndLeavesTheRestAsItIs) {
   EXPECT_THAT(lines.take(), ElementsAre("2 ipAddrTable_handler", modeLine(160),
                                         "2 ipAddrTable_handler: null data context in request"));
   EXPECT_EQ(missing.info.status + later.info.status, 0);
+  EXPECT_EQ(missing.variable.type, 0);
   EXPECT_EQ(later.variable.val.integer, nullptr);
 }
 

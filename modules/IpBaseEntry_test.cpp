@@ -3,7 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "modules/IpBase.h"
+#include "modules/IpBaseTables.h"
+#include "modules/Scalar.h"
 #include "modules/TestAgent.h"
 #include "modules/TestIpTree.h"
 #include "snmp/MibContexts.h"
@@ -83,6 +84,20 @@ TEST_F(IpBaseEntry, enteringAgainAfterLeavingRegistersOnce) {
     EXPECT_EQ(tree.redIpMib->use_count(), unheld);
   }
   EXPECT_THAT(held, ElementsAre(unheld + 5, unheld + 5, unheld + 5)) << "one for each table";
+}
+
+TEST_F(IpBaseEntry, theScalarsWinOverAnotherModuleOfTheSameObject) {
+  const std::string object = "1.3.6.1.2.1.4.1";
+  const Oid identifier = oidOf(object);
+  auto* const other = netsnmp_create_handler_registration(
+      "other", [](auto...) { return SNMP_ERR_GENERR; }, identifier.data(), identifier.size(), HANDLER_CAN_RONLY);
+  ASSERT_EQ(netsnmp_register_scalar(other), MIB_REGISTERED_OK);
+  const auto errorOfGet = [&] { return agent.send(SNMP_MSG_GET, {object + ".0"}).errorStatus; };
+  init_IpBase("");
+  EXPECT_EQ(errorOfGet(), SNMP_ERR_NOERROR);
+  unregister_IpBase("");
+  EXPECT_EQ(errorOfGet(), SNMP_ERR_GENERR) << "the other one is still there";
+  netsnmp_unregister_handler(other);
 }
 
 TEST_F(IpBaseEntry, netSnmpDebuggingTellsWhichContextIsEntered) {
@@ -221,6 +236,26 @@ TEST_F(ForwardingHandler, answersGenErrWithoutAnEntityOrInAnUnknownMode) {
                           "2 handle_ipForwarding - entity /<sysname>/Varnix/routing/config is not of type "
                           "Routing::Config",
                           "2 handle_ipForwarding - unknown mode from request: 161"));
+}
+
+TEST_F(ForwardingHandler, answersGenErrWhenTheFlagCannotBeEncoded) {
+  const Scalar unencodable{.module = IpBase::module,
+                           .name = "ipForwarding",
+                           .identifier = {},
+                           .modes = HANDLER_CAN_RONLY,
+                           .priority = scalarPriority,
+                           .source = entitySource<Routing::Config>("Varnix/routing/config", nullptr),
+                           .attribute = "routing",
+                           .asnType = ASN_INTEGER,
+                           .conversion = "IpRoutingToAsnInteger",
+                           .encode = [](const Kel::Entity&, unsigned char*, int) { return -1; }};
+  EXPECT_EQ(handleScalar(unencodable, "handle_ipForwarding", nullptr, &registration, &requestInfo, &request),
+            SNMP_ERR_GENERR);
+  EXPECT_EQ(request.status, SNMP_ERR_GENERR);
+  EXPECT_THAT(lines.take(), ElementsAre("2 handle_ipForwarding - reading Varnix/routing/config->routing()",
+                                        "2 handle_ipForwarding - IpRoutingToAsnInteger returned -1bytes for "
+                                        "Varnix/routing/config->routing()",
+                                        "2 handle_ipForwarding - IpRoutingToAsnInteger failed for: routing"));
 }
 
 }  // namespace

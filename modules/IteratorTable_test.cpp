@@ -49,6 +49,13 @@ class BackwardWalker {
   std::vector<Kel::Ptr<const Row>> rows_;
 };
 
+class UnmakableWalker : public BackwardWalker {
+ public:
+  explicit UnmakableWalker(const Kel::Ptr<const Cache>& cache) : BackwardWalker(cache) {
+    throw Kel::Exception("there is no walk");
+  }
+};
+
 Key makeKey(const int& version, const unsigned& ifIndex) {
   if (ifIndex > 1000) throw Kel::RangeException("no such interface");
   return Key(static_cast<Ip::IpVersion>(version), ifIndex);
@@ -111,6 +118,7 @@ const auto gappyTable = makeTable<OrderedWalker<StatsRows>>("gappyTable", 3, HAN
 // Not registered.
 const auto blamingTable =
     makeTable<OrderedWalker<StatsRows>>("blamingTable", 4, HANDLER_CAN_RONLY, statsIndex(), true);
+const auto unwalkableTable = makeTable<UnmakableWalker>("unwalkableTable", 5, HANDLER_CAN_RONLY);
 
 const std::string testRoot = "1.3.6.1.4.1." + std::to_string(QUORIN_ENTERPRISE) + ".99";
 
@@ -201,6 +209,16 @@ TEST_F(IteratorTableTest, aRowWhoseIndexCannotBeWrittenHidesNoOther) {
                        "{'ipVersion': ipVersion6, 'ifIndex': 3}) cannot be written; the row is not served"));
   EXPECT_EQ(agent.get(cell(3, 2, "1.3")).value, "noSuchInstance");
   EXPECT_EQ(agent.get(cell(3, 2, "2.1000")).value, "21000");
+}
+
+TEST_F(IteratorTableTest, aWalkThatCannotBeginLeavesTheHelperNoHintToFree) {
+  netsnmp_iterator_info iterator{};
+  iterator.myvoid = static_cast<Kel::Entity*>(tree.ipMib.get());
+  netsnmp_table_request_info hint{};
+  void* loop = &hint;
+  EXPECT_EQ(unwalkableTable.getFirstDataPoint(&loop, nullptr, &iterator), nullptr);
+  EXPECT_EQ(loop, nullptr);
+  EXPECT_THAT(lines.take(), ElementsAre("0 unwalkableTable: there is no walk"));
 }
 
 TEST(IteratorTableDeathTest, columnsThatCannotBeServedAreRefusedAtOnce) {
