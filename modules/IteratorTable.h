@@ -15,7 +15,7 @@
 //
 // A loop context and a data context are each a walker on the heap, owned by the helper until it gives them back. A
 // data context is made in make_data_context alone: one made earlier would be freed once for every request that it
-// does not match.
+// does not match. The `chain` (net-snmp's put_index_data) is the helper's: variables for the index of a row.
 
 #include <memory>
 

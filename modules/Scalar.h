@@ -33,8 +33,7 @@ struct Scalar {
 };
 
 // Registers the scalar in the context, or says at level 2 that it is not served there, or on standard output that it
-// is switched off. Aborts when its entity is
-// missing or of another type. `function` is the caller, for traces.
+// is switched off. Aborts when its entity is missing or of another type. `function` is the caller, for traces.
 // An exception on the way ends the process, as those faults do: a scalar that is listed as the module's, but not
 // registered, would take another's registration along when the context is left.
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,

@@ -57,8 +57,7 @@ class Table {
   const Kel::TraceHandle& trace() const { return description_.module.trace(); }
 
   // Registers the table in the context, or says at level 2 that it is not served there, or on standard output that it
-  // is switched off. Aborts when the cache is
-  // missing or of another type, or when net-snmp refuses the table.
+  // is switched off. Aborts when the cache is missing or of another type, or when net-snmp refuses the table.
   // An exception on the way ends the process, as those faults do: a table that is listed as the module's, but not
   // registered, would take another's registration along when the context is left.
   void initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,

@@ -11,8 +11,9 @@
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
 // A token may stand more than once; the lines of quorinDisableObjects, quorinManagementInterfaces and quorinTrace
-// add up, of the others the last one counts. A wrong value gives one line in the agent's log that names file, line and fault, and is left out; the
-// rest is in effect. When the configuration is read again, all settings go back to their defaults first.
+// add up, of the others the last one counts. A wrong value gives one line in the agent's log that names file, line and
+// fault, and is left out; the rest is in effect. When the configuration is read again, all settings go back to their
+// defaults first.
 
 #include "kel/String.h"
 #include "kel/Trace.h"
