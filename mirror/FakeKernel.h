@@ -34,6 +34,7 @@ class FakeKernel : public RtChannel {
   bool isDumpSilent = false;                    // a dump is never answered
   std::function<bool()> isSendRefused = never;  // a dump cannot be asked for
   bool isReopenRefused = false;
+  bool keepsAddresses = false;                  // of links that go down, IPv6; they are tentative then
   std::function<void()> beforeReceive = [] {};  // what happens meanwhile
 
   // ---- what was asked of it
@@ -41,8 +42,18 @@ class FakeKernel : public RtChannel {
   unsigned reopened = 0;
 
   void linkIs(const TestLink& link) {
+    const bool goesDown = links.contains(link.ifIndex) && (links[link.ifIndex].flags & ~link.flags & IFF_UP);
     links[link.ifIndex] = link;
     notify(describe(Message(RTM_NEWLINK), link));
+    if (!goesDown) return;
+    for (TestAddress address : std::vector<TestAddress>(addresses)) {
+      if (address.ifIndex != link.ifIndex || address.local.af() != Vantu::ipv6_) continue;
+      if (!keepsAddresses) {
+        addressDel(address);
+      } else if (!(address.flags & IFA_F_NODAD)) {
+        find(address)->flags |= IFA_F_TENTATIVE;
+      }
+    }
   }
   void linkDel(int ifIndex) {
     const auto gone = links.extract(ifIndex);

@@ -23,6 +23,12 @@ Ip6::AddressState KernelAddress::state() const {
   return flags & IFA_F_DEPRECATED ? Ip6::addressStateDeprecated : Ip6::addressStatePreferred;
 }
 
+void KernelInterface::addressesAreUnproven() {
+  for (auto& [key, address] : addresses) {
+    if (key.local.af() == Vantu::ipv6_ && !(address.flags & IFA_F_NODAD)) address.flags |= IFA_F_TENTATIVE;
+  }
+}
+
 void KernelState::notified(const LinkMessage& message) {
   if (purpose_ == Purpose::dump) notifiedLinks_.insert(message.ifIndex);
   apply(message);
@@ -80,6 +86,7 @@ void KernelState::apply(const LinkMessage& message) {
     link.name = message.name;
     changes_.names.insert(message.ifIndex);
   }
+  if ((link.flags & IFF_UP) && !(message.flags & IFF_UP)) interface.addressesAreUnproven();
   link.flags = message.flags;
   if (message.isWhole) {
     link.master = message.master;

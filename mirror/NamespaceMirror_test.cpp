@@ -72,6 +72,20 @@ TEST_F(NamespaceMirrorTest, duplicateAddressDetection) {
   }
 }
 
+TEST_F(NamespaceMirrorTest, addressesThatADownLinkKeepsAreTentativeAgain) {
+  kernel_.keepsAddresses = true;
+  startAndSettle();
+  kernel_.addressIs(at(2, "2001:db8::1/64"));
+  kernel_.addressIs(at(2, "2001:db8::2/64", IFA_F_PERMANENT | IFA_F_NODAD));
+  kernel_.linkIs({2, "eth0", 0, IF_OPER_DOWN});
+  settleAndCompare();
+  kernel_.linkIs({2, "eth0"});
+  settleAndCompare();  // the one that was proven is not in force
+  EXPECT_EQ(tree_.ip6Status->intf(Vantu::IntfId("eth0"))->addr().size(), 1u);
+  kernel_.addressIs(at(2, "2001:db8::1/64"));
+  settleAndCompare();
+}
+
 TEST_F(NamespaceMirrorTest, theFirstAddressStaysFirstUntilItGoes) {
   kernel_.addresses = {at(2, "10.0.0.5/24"), at(2, "10.0.0.7/24"), at(2, "10.0.0.6/24")};
   startAndSettle();
