@@ -4,6 +4,7 @@
 
 #include "ipsnmp/agent/IpRouteTableSm.h"
 #include "ipsnmp/agent/IpRouteTrace.h"
+#include "quillo/StoreException.h"
 
 namespace IpSnmp {
 namespace {
@@ -25,7 +26,8 @@ constexpr BacklogWords fecWords{" IP fec backlog processing", " fecs", " IPv4 fe
 // left; `process` looks a key up and takes it out of the backlog. Returns the bookmark to keep: the key at which the
 // run yielded, or none.
 //
-// The place in the backlog is searched for anew after each key, for what `process` brings about may change it.
+// The place in the backlog is searched for anew after each key, for what `process` brings about may change it. When the
+// store cannot be read now, the run ends without another one: all is told anew when it can be.
 template <class Backlog>
 typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task, const Kel::Name& vrfName,
                                      const Backlog& backlog, const typename Backlog::Key& bookmark, auto scanNext,
@@ -33,31 +35,37 @@ typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task
   QTRACE(ipRouteTableSmTrace, 2) << "Starting VRF " << vrfName << words.starting;
   typename Backlog::Key resumeAt{};
   std::uint64_t n = 0;
-  auto at = backlog.lowerBound(bookmark);
-  for (;;) {
-    if (at == backlog.end()) {
-      if (scanNext()) {
-        at = backlog.begin();
-        continue;
+  bool isReadable = true;
+  try {
+    auto at = backlog.lowerBound(bookmark);
+    for (;;) {
+      if (at == backlog.end()) {
+        if (scanNext()) {
+          at = backlog.begin();
+          continue;
+        }
+        QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing done"
+                                       << " after processing " << n << words.processed;
+        break;
       }
-      QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing done"
-                                     << " after processing " << n << words.processed;
-      break;
+      const auto key = at->first;
+      if (task.taskShouldYield()) {
+        resumeAt = key;
+        QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing yielding"
+                                       << " after processing " << n << words.processed;
+        break;
+      }
+      process(key);
+      ++n;
+      at = backlog.upperBound(key);
     }
-    const auto key = at->first;
-    if (task.taskShouldYield()) {
-      resumeAt = key;
-      QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing yielding"
-                                     << " after processing " << n << words.processed;
-      break;
-    }
-    process(key);
-    ++n;
-    at = backlog.upperBound(key);
+  } catch (const Quillo::StoreException& error) {
+    isReadable = false;
+    QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing stopped: " << error.what();
   }
   task.taskWorkCountInc(n);
   task.taskWorkPendingIs(backlog.size());
-  if (!backlog.empty()) {
+  if (!backlog.empty() && isReadable) {
     QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << words.rescheduled << " due to " << backlog.size()
                                    << " entries in backlog";
     task.scheduleTask();

@@ -5,8 +5,10 @@
 namespace Pesk {
 
 CorruptionDetectedException::CorruptionDetectedException(std::string_view store, std::string_view table,
-                                                         std::string_view key, std::string_view what)
-    : Exception(fmt::format("store {} is damaged: table {}, key \"{}\": {}", store, table, key, what)) {
+                                                         std::string_view key, std::string_view what,
+                                                         std::string foundKey)
+    : Exception(fmt::format("store {} is damaged: table {}, key \"{}\": {}", store, table, key, what)),
+      foundKey_(std::move(foundKey)) {
 }
 
 }  // namespace Pesk

@@ -14,7 +14,13 @@ namespace Pesk {
 class CorruptionDetectedException : public Kel::Exception {
  public:
   CorruptionDetectedException(std::string_view store, std::string_view table, std::string_view key,
-                              std::string_view what);
+                              std::string_view what, std::string foundKey = {});
+
+  // The key of the record as it was found, or empty where the fault is not one record's. It may itself be what is damaged: a hint, no fact.
+  const std::string& foundKey() const { return foundKey_; }
+
+ private:
+  std::string foundKey_;
 };
 
 }  // namespace Pesk

@@ -55,7 +55,10 @@ void MountImpl::open() {
   try {
     store_ = std::make_shared<Environment>(directory_, Environment::Access::read, 0);
     stateIs(Mount::State::ready, "");
+    Snapshot(view()).checkLayouts();
   } catch (const StoreException& e) {
+    store_.reset();
+    knownHead_.reset();
     switch (e.kind()) {
       case StoreException::Kind::notReady:
         stateIs(Mount::State::waiting, e.what());

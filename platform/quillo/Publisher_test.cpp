@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "quillo/Record.h"
 #include "quillo/TestStore.h"
 
 namespace Quillo::Test {
@@ -166,6 +167,36 @@ TEST_F(PublisherTest, AnotherFormatVersion) {
   EXPECT_EQ(std::nullopt, recreated().get(TableId::varnix, "a"));
   EXPECT_TRUE(reader->refresh());
   EXPECT_EQ(Mount::State::ready, reader->state());
+}
+
+// One line that names the table, rather than one for each of its records.
+TEST_F(PublisherTest, RecordsInAnotherLayout) {
+  {
+    Publisher publisher(config());
+    put(publisher, "a", "1");
+  }
+  const auto layoutIs = [this](std::uint16_t layout) {
+    tamper("quorin.records", [layout](MDB_txn* txn, MDB_dbi dbi) {
+      std::string name("\1a");
+      std::string record;
+      recordEncode(record, Place::records, name, 1, layout, "1");
+      MDB_val key{name.size(), name.data()};
+      MDB_val value{record.size(), record.data()};
+      ASSERT_EQ(0, mdb_put(txn, dbi, &key, &value, 0));
+    });
+  };
+  layoutIs(9);
+  auto reader = mount();
+  EXPECT_EQ(Mount::State::refused, reader->state());
+  EXPECT_EQ("store " + directory_ +
+                " has records of table varnix in layout 9, this program knows layout 1; run "
+                "publisher and readers of the same version",
+            reader->stateText());
+  EXPECT_FALSE(reader->refresh()) << "no news";
+  EXPECT_EQ(0U, reader->corruptionCount());
+  layoutIs(1);
+  EXPECT_TRUE(reader->refresh());
+  EXPECT_EQ((Contents{{"a", "1"}}), contents(reader->snapshot()));
 }
 
 TEST_F(PublisherTest, RecordThatVanishedIsFoundAtStart) {

@@ -49,14 +49,18 @@ void growTo(std::string& buffer, std::size_t size) {
 }  // namespace
 
 void damageDetected(Environment& env, Place place, Bytes key, const std::string& what) {
-  throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key), what);
+  const bool isOfTable = place == Place::records && !key.empty();
+  throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key), what,
+                                          isOfTable ? std::string(key.substr(1)) : std::string());
 }
 
 void damageDetected(Environment& env, Place place, Bytes key, int status) {
   if (status == mappingFault) {
     env.faultedIs();
   }
-  damageDetected(env, place, key, statusText(status));
+  // Of the key that was asked for, not of a record that was found.
+  throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key),
+                                          statusText(status));
 }
 
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer) {

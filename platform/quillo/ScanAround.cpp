@@ -14,15 +14,21 @@ bool scanMeets(const Snapshot& snapshot, TableId table, const std::string& bound
   return false;
 }
 
-// The key of the damaged record that a scan from `from` met with `what`: the greatest bound from which a scan still
-// meets it. Found byte by byte, since a damaged record is not handed out. None when the scan did not fail for one
-// record.
+// The key of the damaged record that a scan from `from` met: the greatest bound from which a scan still meets it. Most
+// often the key that was found there; where that is what is damaged, it is sought byte by byte. None when the scan did
+// not fail for one record.
 std::optional<std::string> damagedKey(const Snapshot& snapshot, TableId table, const std::string& from,
-                                      const std::string& what) {
-  if (!isReadable(snapshot)) return std::nullopt;
+                                      const CorruptionDetectedException& damage) {
+  const auto& found = damage.foundKey();
+  if (found.empty() || !isReadable(snapshot)) return std::nullopt;
+  const std::string what = damage.what();
   const auto isNotAbove = [&](const std::string& bound) {
     return bound <= from || scanMeets(snapshot, table, bound, what);
   };
+  if (found >= from && found.size() <= maxKeyBytes && scanMeets(snapshot, table, found, what)) {
+    const auto above = keyAfter(found);
+    if (above.empty() || !scanMeets(snapshot, table, above, what)) return found;
+  }
   std::string key;
   while (key.size() < maxKeyBytes && isNotAbove(key + '\0')) {
     unsigned low = 0;
@@ -68,7 +74,7 @@ bool scanAround(const Snapshot& snapshot, TableId table, std::string from, const
     } catch (const CorruptionDetectedException& damage) {
       if (scan) from = keyAfter(last);
       scan.reset();
-      const auto key = damagedKey(snapshot, table, from, damage.what());
+      const auto key = damagedKey(snapshot, table, from, damage);
       if (!key) throw;
       if (!damaged(*key, damage)) return false;
       from = keyAfter(*key);

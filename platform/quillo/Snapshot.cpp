@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "quillo/StoreException.h"
 #include "quillo/View.h"
 
 namespace Quillo {
@@ -87,6 +88,24 @@ std::optional<Bytes> Snapshot::get(TableId table, Bytes key) {
   }
   checkLayout(env, table, whole, *record);
   return record->value;
+}
+
+void Snapshot::checkLayouts() const {
+  Environment& env = *view_->env;
+  for (const auto& info : knownTables) {
+    const auto table = recordKey(info.id, {});
+    try {
+      RecordCursor first(env, view_->txn, Place::records, table);
+      if (!first.seek(table) || first.record().layout == info.layout) continue;
+      throw StoreException(
+          StoreException::Kind::version,
+          fmt::format("store {} has records of table {} in layout {}, this program knows layout {}; "
+                      "run publisher and readers of the same version",
+                      env.directory(), info.name, first.record().layout, info.layout));
+    } catch (const Pesk::CorruptionDetectedException&) {
+      continue;  // for the one who reads the table
+    }
+  }
 }
 
 Scan Snapshot::scan(TableId table, Bytes lowerBound) const {

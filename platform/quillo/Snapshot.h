@@ -80,6 +80,9 @@ class Snapshot {
   std::optional<Bytes> get(TableId table, Bytes key);
   // From the first key that is not below `lowerBound`; an empty bound is the table's beginning.
   Scan scan(TableId table, Bytes lowerBound = {}) const;
+  // Throws a StoreException of kind version when a table begins with a record of a layout that this program does not
+  // know. Damage is left to those who come to read it.
+  void checkLayouts() const;
   // At most `limit` (at least 1) changes after the bookmark, oldest first.
   Changes changesSince(const Bookmark& bookmark, std::size_t limit) const;
 
@@ -90,6 +93,7 @@ class Snapshot {
 
  private:
   friend class Mount;
+  friend class MountImpl;
   explicit Snapshot(std::shared_ptr<View> view);
   std::shared_ptr<View> view_;
   std::string buffer_;
