@@ -37,6 +37,7 @@ class IpMib : public Kel::Entity {
   // pair to pair. A row under the same key is replaced.
   void ipAddressPrefixTableInsert(const Kel::Ptr<IpAddressPrefixEntry>& entry) {
     if (ipAddressPrefixTable(entry->index()) == entry) return;
+    const auto hold = Kel::kept(*this);
     ipAddressPrefixTableDel(entry->index());
     ipAddressPrefixTable_.map.kelInsert(entry->index(), entry);
     KEL_NOTIFY_KEY(IpAddressPrefixTable, entry->index());

@@ -243,7 +243,7 @@
         *this, attr##_, #attr, [this] { KEL_NOTIFY(Attr); }, std::forward<Args>(args)...);      \
   }                                                                                             \
   bool attr##Del() {                                                                            \
-    return ::Kel::childDel(attr##_, [this] { KEL_NOTIFY(Attr); });                              \
+    return ::Kel::childDel(*this, attr##_, [this] { KEL_NOTIFY(Attr); });                       \
   }                                                                                             \
                                                                                                 \
  private:                                                                                       \
@@ -268,7 +268,7 @@
     ::Kel::ownedIs(*this, attr##_, #attr, std::move(object), [this] { KEL_NOTIFY(Attr); }); \
   }                                                                                         \
   bool attr##Del() {                                                                        \
-    return ::Kel::childDel(attr##_, [this] { KEL_NOTIFY(Attr); });                          \
+    return ::Kel::childDel(*this, attr##_, [this] { KEL_NOTIFY(Attr); });                   \
   }                                                                                         \
                                                                                             \
  private:                                                                                   \
@@ -287,30 +287,31 @@
                #attr, [](const KelSelf& self) -> const auto& { return self.attr(); })))
 
 #define KEL_MEMBERS(Kind, KeyT, T, attr, Attr) KEL_MEMBERS_(__COUNTER__, Kind, KeyT, T, attr, Attr)
-#define KEL_MEMBERS_(N, Kind, KeyT, T, attr, Attr)                                                       \
-  KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)                                                                \
- public:                                                                                                 \
-  template <class... Args>                                                                               \
-  ::Kel::Ptr<T> attr##Is(Args&&... args) {                                                               \
-    return ::Kel::memberIs<T>(                                                                           \
-        *this, attr##_.map, #attr, [this](const KeyT& key) { KEL_NOTIFY_KEY(Attr, key); },               \
-        std::forward<Args>(args)...);                                                                    \
-  }                                                                                                      \
-  bool attr##Del(const KeyT& key) {                                                                      \
-    return ::Kel::memberDel(attr##_.map, key, [this](const KeyT& gone) { KEL_NOTIFY_KEY(Attr, gone); }); \
-  }                                                                                                      \
-  bool attr##Del(typename ::Kel::Kind<KeyT, ::Kel::Ptr<T>>::ConstIterator at) {                          \
-    const KeyT key = at->first;                                                                          \
-    return attr##Del(key);                                                                               \
-  }                                                                                                      \
-  void attr##DelAll() {                                                                                  \
-    for (const auto& key : attr##_.map.keys()) attr##Del(key);                                           \
-  }                                                                                                      \
-  KEL_LINK(N, virtual void handle##Attr(const KeyT&){},                                                  \
-           type.add(::Kel::membersInfo<KelSelf, KeyT, T>(                                                \
-               #attr, [](const KelSelf& self) -> const auto& { return self.attr(); },                    \
-               [](KelSelf& self, auto&&... args) { return self.attr##Is(std::move(args)...); },          \
-               [](KelSelf& self, const KeyT& key) { return self.attr##Del(key); },                       \
+#define KEL_MEMBERS_(N, Kind, KeyT, T, attr, Attr)                                                              \
+  KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)                                                                       \
+ public:                                                                                                        \
+  template <class... Args>                                                                                      \
+  ::Kel::Ptr<T> attr##Is(Args&&... args) {                                                                      \
+    return ::Kel::memberIs<T>(                                                                                  \
+        *this, attr##_.map, #attr, [this](const KeyT& key) { KEL_NOTIFY_KEY(Attr, key); },                      \
+        std::forward<Args>(args)...);                                                                           \
+  }                                                                                                             \
+  bool attr##Del(const KeyT& key) {                                                                             \
+    return ::Kel::memberDel(*this, attr##_.map, key, [this](const KeyT& gone) { KEL_NOTIFY_KEY(Attr, gone); }); \
+  }                                                                                                             \
+  bool attr##Del(typename ::Kel::Kind<KeyT, ::Kel::Ptr<T>>::ConstIterator at) {                                 \
+    const KeyT key = at->first;                                                                                 \
+    return attr##Del(key);                                                                                      \
+  }                                                                                                             \
+  void attr##DelAll() {                                                                                         \
+    const auto hold = ::Kel::kept(*this);                                                                       \
+    for (const auto& key : attr##_.map.keys()) attr##Del(key);                                                  \
+  }                                                                                                             \
+  KEL_LINK(N, virtual void handle##Attr(const KeyT&){},                                                         \
+           type.add(::Kel::membersInfo<KelSelf, KeyT, T>(                                                       \
+               #attr, [](const KelSelf& self) -> const auto& { return self.attr(); },                           \
+               [](KelSelf& self, auto&&... args) { return self.attr##Is(std::move(args)...); },                 \
+               [](KelSelf& self, const KeyT& key) { return self.attr##Del(key); },                              \
                [](KelSelf& self) { self.attr##DelAll(); })))
 
 #define KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)          \
@@ -357,6 +358,7 @@
     return true;                                                                                      \
   }                                                                                                   \
   void attr##DelAll() {                                                                               \
+    const auto hold = ::Kel::kept(*this);                                                             \
     for (const auto& key : attr##_.keys()) attr##Del(key);                                            \
   }                                                                                                   \
                                                                                                       \

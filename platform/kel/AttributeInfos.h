@@ -8,6 +8,7 @@
 #include "kel/Collection.h"
 #include "kel/KeyText.h"
 #include "kel/Notifier.h"
+#include "kel/Operations.h"
 #include "kel/TypeInfo.h"
 
 namespace Kel {
@@ -223,6 +224,7 @@ AttributeInfo valuesInfo(const char* name, auto map, auto set, auto remove, auto
         wanted.insert_or_assign(*key, fromDatum<T>(value));
       }
       auto& self = selfOf<Self>(object);
+      const auto hold = kept(self);
       for (const auto& key : map(self).keys()) {
         if (!wanted.contains(key)) remove(self, key);
       }

@@ -31,7 +31,9 @@ Ptr<Dir> Dir::dirIs(const Name& name) {
   return dir;
 }
 
-bool Dir::entityDel(const Name& name) {
+bool Dir::entityDel(const Name& givenName) {
+  const auto hold = kept(*this);
+  const Name name = givenName;  // the given one may live in the entity
   const auto gone = entityPtr_.map.kelTake(name);
   if (!gone) return false;
   gone->kelDeleted();

@@ -18,8 +18,8 @@ class Entity : public Notifier {
   explicit Entity(Name name) : name_(std::move(name)) {}
 
   const Name& name() const { return name_; }
-  // Null for an entity that lives nowhere (any more).
-  Ptr<const Entity> parent() const { return Ptr<const Entity>(parent_); }
+  // Null for an entity that lives nowhere (any more), and while its parent is being constructed or destroyed.
+  Ptr<const Entity> parent() const { return parent_ && parent_->use_count() != 0 ? parent_ : nullptr; }
   // The attribute of the parent that holds this entity; empty inside a directory.
   String parentAttrName() const { return parentAttrName_; }
   String fullName() const;

@@ -162,26 +162,81 @@ TEST(Notifier, ownerDeletedInsideItsOwnMembersHandler) {
   EXPECT_EQ(lamp->fullName(), "hall");
 }
 
+// Empties itself in its destructor.
+struct Demolished : House {
+  using House::House;
+  static inline int count = 0;
+  ~Demolished() override {
+    ++count;
+    porchDel();
+    lampDelAll();
+  }
+};
+
 TEST(Notifier, anObjectThatWasWatchedOnceMayChangeInItsDestructor) {
-  static int destroyed = 0;
-  struct Demolished : House {
-    using House::House;
-    ~Demolished() override {
-      ++destroyed;
-      porchDel();
-      lampDelAll();
-    }
-  };
-  destroyed = 0;
-  auto house = makePtr<Demolished>("house");
+  Demolished::count = 0;
+  Ptr<House> house = makePtr<Demolished>("house");
   auto watcher = makePtr<House::Notifiee>();
   watcher->notifierIs(house);
   watcher->notifierIs(nullptr);
   auto lamp = house->lampIs("hall");
   house->porchIs("lantern");
+  struct Visitor : Lamp::Notifiee {
+    int calls = 0;
+    void handleDel() override {
+      ++calls;
+      EXPECT_FALSE(notifier()->parent());  // a handle to it now would destroy it once more
+    }
+  };
+  auto visitor = makePtr<Visitor>();
+  visitor->notifierIs(lamp);
   house = nullptr;
-  EXPECT_EQ(destroyed, 1);
+  EXPECT_EQ(Demolished::count, 1);
+  EXPECT_EQ(visitor->calls, 1);
   EXPECT_FALSE(lamp->parent());
+}
+
+TEST(Notifier, ownerOutlivesTheOperationInWhichItsLastHandleGoes) {
+  struct Wrecker : Lamp::Notifiee {
+    Ptr<House>* house = nullptr;
+    void handleDel() override {
+      *house = nullptr;
+      EXPECT_EQ(Demolished::count, 0);
+    }
+  };
+  const std::vector<std::function<void(House&)>> operations{
+      [](House& house) { house.lampDel("hall"); }, [](House& house) { house.lampDelAll(); },
+      [](House& house) { house.porchDel(); }, [](House& house) { Kel::callOperation(house, "lampDelAll", {}); }};
+  for (const auto& operation : operations) {
+    Demolished::count = 0;
+    Ptr<House> house = makePtr<Demolished>("house");
+    auto wrecker = makePtr<Wrecker>();
+    wrecker->house = &house;
+    wrecker->notifierIs(&operation == &operations[2] ? house->porchIs("hall") : house->lampIs("hall"));
+    house->lampIs("kitchen");
+    operation(*house);
+    EXPECT_EQ(Demolished::count, 1);
+    EXPECT_FALSE(house);
+  }
+}
+
+// As above, but it is the owner's own reactor that lets go of it, between two values.
+TEST(Notifier, ownerOutlivesTheLastOfItsValues) {
+  auto lamp = makePtr<Lamp>("hall");
+  for (const auto* socket : {"a", "b", "c"}) lamp->socketsIs(socket, 1);
+  struct Wrecker : Lamp::Notifiee {
+    Calls calls;
+    void handleSockets(const Kel::Name& name) override {
+      calls.push_back(name);
+      if (calls.size() == 1) notifierIs(nullptr);
+    }
+  };
+  auto wrecker = makePtr<Wrecker>();
+  wrecker->notifierIs(lamp);
+  Lamp* const raw = lamp.get();
+  lamp = nullptr;
+  raw->socketsDelAll();
+  EXPECT_EQ(wrecker->calls, Calls{"a"});
 }
 
 TEST(Notifier, childrenComeAndGoWithNotice) {

@@ -18,6 +18,12 @@ void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const ch
 void kelOrphanIfEntity(PtrInterface& object);
 [[noreturn]] void kelReinstantiated(const PtrInterface& existing, const char* attrName, const String& value);
 
+// Holds the owner of an attribute until the operation on it is over, since the handlers on the way may let go of
+// the last handle. Null for an owner in its constructor or destructor, which no handle may be made to.
+inline Ptr<const PtrInterface> kept(const PtrInterface& owner) {
+  return owner.use_count() == 0 ? nullptr : Ptr<const PtrInterface>(&owner);
+}
+
 // An owned object must not point at an owner that is gone.
 template <class Map>
 struct OwnedMembers {
@@ -88,6 +94,7 @@ Ptr<T> memberIs(const PtrInterface& owner, Map& map, const char* attrName, Notif
     checkConstructor(*member, args...);
     return member;
   }
+  const auto hold = kept(owner);
   const Ptr<T> created(new T(std::forward<Args>(args)...));
   if constexpr (std::is_base_of_v<Entity, T>) kelPlaceIfEntity(*created, owner, attrName, true, keyText(key));
   map.kelInsert(key, created);
@@ -97,7 +104,8 @@ Ptr<T> memberIs(const PtrInterface& owner, Map& map, const char* attrName, Notif
 }
 
 template <class Map, class Notify>
-bool memberDel(Map& map, const typename Map::Key& givenKey, Notify notify) {
+bool memberDel(const PtrInterface& owner, Map& map, const typename Map::Key& givenKey, Notify notify) {
+  const auto hold = kept(owner);
   const typename Map::Key key = givenKey;  // the given one may live in the member
   const auto gone = map.kelTake(key);
   if (!gone) return false;
@@ -113,6 +121,7 @@ Ptr<T> childIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrNa
     checkConstructor(*child, args...);
     return child;
   }
+  const auto hold = kept(owner);
   const Ptr<T> created(new T(std::forward<Args>(args)...));
   if constexpr (std::is_base_of_v<Entity, T>) kelPlaceIfEntity(*created, owner, attrName, false, attrName);
   slot.object = created;
@@ -122,7 +131,8 @@ Ptr<T> childIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrNa
 }
 
 template <class T, class Notify>
-bool childDel(ChildSlot<T>& slot, Notify notify) {
+bool childDel(const PtrInterface& owner, ChildSlot<T>& slot, Notify notify) {
+  const auto hold = kept(owner);
   const Ptr<T> gone = std::exchange(slot.object, nullptr);
   if (!gone) return false;
   kelRemoved(gone);
@@ -133,6 +143,7 @@ bool childDel(ChildSlot<T>& slot, Notify notify) {
 template <class T, class Notify>
 void ownedIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrName, Ptr<T> object, Notify notify) {
   if (slot.object == object) return;
+  const auto hold = kept(owner);
   if (slot.object) kelRemoved(std::exchange(slot.object, nullptr));
   slot.object = std::move(object);
   if (slot.object) kelPlaceIfEntity(*slot.object, owner, attrName, false, attrName);
