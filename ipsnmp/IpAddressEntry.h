@@ -24,6 +24,7 @@ class IntfDataKey {
 // One interface that holds an address, with the prefix row that it contributes. Ordered by key.
 class IntfData {
  public:
+  static constexpr const char* kelTypeName = "IpSnmp::IntfData";
   IntfData() = default;
   IntfData(IntfDataKey key, Kel::Ptr<IpAddressPrefixEntry> prefixEntry)
       : key_(std::move(key)), prefixEntry_(std::move(prefixEntry)) {}
@@ -35,6 +36,16 @@ class IntfData {
   // Equal when the prefix entry is the same object too, so that a pair that gets another one counts as changed.
   friend bool operator==(const IntfData&, const IntfData&) = default;
   friend auto operator<=>(const IntfData& a, const IntfData& b) { return a.key_ <=> b.key_; }
+
+  // Reflection, as KEL_VALUE_TYPE gives it; here it cannot, since that compares every field.
+  void kelForEachField(auto&& visit) const {
+    visit("key", key_);
+    visit("prefixEntry", prefixEntry_);
+  }
+  static IntfData kelFromFields(auto&& read) {
+    return {read("key", std::type_identity<IntfDataKey>{}),
+            read("prefixEntry", std::type_identity<Kel::Ptr<IpAddressPrefixEntry>>{})};
+  }
 
  private:
   IntfDataKey key_;

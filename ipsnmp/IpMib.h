@@ -1,6 +1,7 @@
 #pragma once
-// The MIB caches that the SNMP handlers read, one set per VRF. Ordered collections iterate in the SNMP index order
-// of the table they serve, so that a GETNEXT can resume from any key.
+// The MIB caches that the SNMP handlers read, one set per VRF. The state machines of ipsnmp/agent and fibstats/agent
+// write them. Ordered collections iterate in the SNMP index order of the table they serve, so that a GETNEXT can
+// resume from any key. A row that is removed stays readable to whoever holds it.
 
 #include "fibstats/FibStatsMib.h"
 #include "ipsnmp/IpAddressEntry.h"
@@ -27,7 +28,8 @@ class IpMib : public Kel::Entity {
   [[noreturn]] Kel::Ptr<const ArpTableEntry> arpTable(const ArpTableIndex&) const {
     throw Kel::NoImplementationException("IpMib::arpTable");
   }
-
+  KEL_VIRTUAL_MEMBERS(ArpTableEntry, arpTable)
+ public:
   KEL_MEMBERS(Ordered, IpNetToPhysicalTableIndex, IpNetToPhysicalTableEntry, ipNetToPhysicalTable,
               IpNetToPhysicalTable)
   KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)

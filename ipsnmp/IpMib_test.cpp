@@ -41,6 +41,10 @@ TEST(IpAddressEntry, firstSourceSpeaksForTheAddress) {
   entry->intfIs(IntfData(IntfDataKey(addressSourceStatus, Vantu::IntfId("A")), nullptr));
   EXPECT_EQ(entry->ifIndex(), 0u);
   EXPECT_EQ(Kel::readAttribute(*entry, "addressType").print(), "addressTypeUnicast");
+  EXPECT_EQ(
+      Kel::print(*entry->intf(IntfDataKey(addressSourceBorrowed, Vantu::IntfId("B")))),
+      "Value('IpSnmp::IntfData', ** {'key': Value('IpSnmp::IntfDataKey', ** {'source': addressSourceBorrowed, "
+      "'intfId': 'B'}), 'prefixEntry': Object(IpSnmp::IpAddressPrefixEntry)})");
 }
 
 TEST(IpAddressEntry, v4AccessToOtherVersionsAborts) {
@@ -76,8 +80,18 @@ TEST(IpMib, anotherMasterForARowIsRefused) {
   }
 }
 
-TEST(IpMib, arpTableOffersNoKeyedLookup) {
+TEST(IpMib, arpTableIsListedAndOffersNoKeyedLookup) {
   auto mib = makePtr<IpMib>("ipmib");
+  Kel::String tables;
+  for (const auto& attribute : mib->kelTypeInfo().attributes()) {
+    if (attribute.kind == Kel::AttributeKind::members) tables += attribute.name + " ";
+  }
+  EXPECT_EQ(tables,
+            "ipAddressTable ipAddressPrefixTable ipAddrTable arpTable ipNetToPhysicalTable ipIfStatsTable "
+            "ipSwFwdStats ");
+  auto root = makePtr<Kel::Dir>("");
+  root->entityIs(mib);
+  EXPECT_FALSE(Kel::resolve(root, "ipmib.arpTable/x"));
   try {
     mib->arpTable(ArpTableIndex(1, Vantu::IpAddr(1)));
     FAIL() << "a keyed lookup in the virtual collection returned";

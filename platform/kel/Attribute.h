@@ -27,6 +27,8 @@
 // | KEL_VALUES(Ordered|Hashed, Key, T, attr,      | attr(), attr(key) (null if absent), attrHas(key),       |
 // |            Attr)                              | attrIs(key, value), attrDel(key), attrDelAll(),         |
 // |                                               | handleAttr(key)                                         |
+// | KEL_VIRTUAL_MEMBERS(T, attr)                  | the name of a collection of T that stores nothing, for  |
+// |                                               | reflection; it offers no operation                      |
 // | KEL_COMPUTED(attr)                            | reflection of the member function attr()                |
 // | KEL_COMPUTED_WHEN(attr, condition)            | the same, readable only while the condition holds       |
 //
@@ -333,6 +335,9 @@
                                                          \
  private:                                                \
   ::Kel::OwnedMembers<::Kel::Kind<KeyT, ::Kel::Ptr<T>>> attr##_;
+
+#define KEL_VIRTUAL_MEMBERS(T, attr) KEL_VIRTUAL_MEMBERS_(__COUNTER__, T, attr)
+#define KEL_VIRTUAL_MEMBERS_(N, T, attr) KEL_LINK(N, , type.add(::Kel::virtualMembersInfo<T>(#attr)))
 
 #define KEL_VALUES(Kind, KeyT, T, attr, Attr) KEL_VALUES_(__COUNTER__, Kind, KeyT, T, attr, Attr)
 #define KEL_VALUES_(N, Kind, KeyT, T, attr, Attr)                                                     \

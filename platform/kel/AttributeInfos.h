@@ -150,10 +150,14 @@ std::function<std::vector<String>(const PtrInterface&)> memberNamesOf(auto map) 
   };
 }
 
+template <class T>
+AttributeInfo virtualMembersInfo(const char* name) {
+  return {name, AttributeKind::members, boost::core::type_name<T>(), {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
+}
+
 template <class Self, class Key, class T>
 AttributeInfo membersInfo(const char* name, auto map) {
-  AttributeInfo info{name, AttributeKind::members, boost::core::type_name<T>(), {}, {}, {}, {}, {}, {}, {}, {}, {},
-                     {}};
+  auto info = virtualMembersInfo<T>(name);
   info.member = [map](const PtrInterface& object, std::string_view member) -> Ptr<PtrInterface> {
     const auto* found = findByText(map(selfOf<Self>(object)), member);
     return found ? Ptr<PtrInterface>(*found) : nullptr;
