@@ -87,6 +87,10 @@ Rule parseRule(std::string_view text) {
     const auto dash = piece.find('-');
     const unsigned first = parseLevel(piece.substr(0, dash), text);
     const unsigned last = dash == std::string_view::npos ? first : parseLevel(piece.substr(dash + 1), text);
+    if (first > last) {
+      throw RangeException(
+          fmt::format("trace setting '{}': in '{}' the first level is above the last", text, piece));
+    }
     for (unsigned level = first; level <= last; ++level) rule.levels |= 1U << level;
   }
   return rule;

@@ -33,6 +33,7 @@ class TraceHandle {
   TraceHandle(const TraceHandle&) = delete;
   TraceHandle& operator=(const TraceHandle&) = delete;
 
+  // `level` is at most maxLevel, here and in levelIs().
   bool enabled(unsigned level) const { return (levels_ >> level) & 1U; }
   const std::string& facility() const { return facility_; }
   void levelIs(unsigned level, bool on);
@@ -47,9 +48,10 @@ class TraceHandle {
 class TraceConfig {
  public:
   // Sets levels from a text such as "IpBase/0-2,8;Vrf*/0,7": facilities (a trailing '*' matches any rest) with
-  // their enabled levels, several separated by ';'. Level 0 stays on unless the text is "<facility>/" (none). The
-  // setting also applies to handles made later. Throws RangeException with the offending piece when the text is
-  // malformed; then nothing is changed.
+  // their enabled levels, several separated by ';'. The levels named are the ones enabled: one that leaves out
+  // level 0 turns it off, "<facility>/" turns all off. Of several that match a facility the last holds. The setting
+  // also applies to handles made later. Throws RangeException with the offending piece when the text is malformed;
+  // then nothing is changed.
   static void levelsAre(std::string_view text);
   // Back to level 0 for every facility.
   static void reset();

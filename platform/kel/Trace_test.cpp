@@ -42,7 +42,8 @@ TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
 }
 
 TEST_F(TraceTest, malformedLevelsChangeNothing) {
-  for (const auto* text : {"TraceTest", "/3", "TraceTest/10", "TraceTest/a", "TraceTest/1-", "TraceTest/2;x"}) {
+  for (const auto* text :
+       {"TraceTest", "/3", "TraceTest/10", "TraceTest/a", "TraceTest/1-", "TraceTest/2-1", "TraceTest/2;x"}) {
     EXPECT_THROW(Kel::TraceConfig::levelsAre(text), Kel::RangeException) << text;
     EXPECT_FALSE(handle.enabled(2)) << text;
   }
