@@ -1,5 +1,7 @@
 #pragma once
-// One row of the per-interface IP statistics.
+// One row of the per-interface IP statistics: what an interface has received and sent in one IP version since
+// discontinuityTime, all of it and the unicast and multicast parts. Packets and octets, as the publisher of the state
+// database counted them; they wrap at 2^64.
 
 #include "ipsnmp/InetAddress.h"
 #include "kel/Attribute.h"

@@ -1,6 +1,8 @@
 #pragma once
 // The rows of the neighbour tables. They hold the key of a neighbour in the shared table, not its data: every read
-// of the hardware address goes to the shared table as it is at that moment.
+// of arpEntry() and physAddress() goes to the shared table as it is at that moment. A neighbour that is gone from it
+// gives an entry that does not exist (all zero); damage throws Pesk::CorruptionDetectedException, which the reader
+// passes to arpQuillo()->corruptionDetected(). `arpQuillo` is never null.
 
 #include "ipsnmp/InetAddress.h"
 #include "kel/Attribute.h"
@@ -17,6 +19,7 @@ class ArpTableEntry : public Kel::Notifier {
                   ((IpSnmp::ArpTableIndex, index))((Vantu::IntfId, intfId))(
                       (Kel::Ptr<const Arp::Table::Status>, arpQuillo))((Vrf::VrfIdMap::VrfId, arpQuilloVrfId)))
 
+  // From the ARP map.
   Arp::Table::ArpEntry arpEntry() const;
   std::uint32_t ifIndex() const { return index().ifIndex(); }
   Vantu::EthAddr physAddress() const { return arpEntry().ethAddr; }

@@ -8,8 +8,8 @@
 // call runs one batch and comes back while work remains, so that the loop's other business has its turn in between.
 //
 //   auto scheduler = Kel::makePtr<Brev::TaskScheduler>();
-//   auto task = Kel::makePtr<Brev::Task>(scheduler, "route backlog", 2, [this](Brev::Task& t) { processBacklog(t);
-//   }); task->scheduleTask();
+//   auto task = Kel::makePtr<Brev::Task>(scheduler, "route backlog", 2, [this](Brev::Task& t) { backlog(t); });
+//   task->scheduleTask();
 //
 // Time is Kel::System::currentTime(). With an injected clock the descriptor does not follow it: call runReady(),
 // and what is due by that clock runs.

@@ -36,9 +36,9 @@ class AttributeException : public Exception {
   using Exception::Exception;
 };
 
-// Aborts the process after writing "<where>: assertion failed: <condition>" and the latest function entries (kel/Trace.h)
-// to standard error. Stays on in every
-// build type: the conditions it guards are programming and configuration faults.
+// Aborts the process after writing "<where>: assertion failed: <condition>" and the latest function entries
+// (kel/Trace.h) to standard error. Stays on in every build type: the conditions it guards are programming and
+// configuration faults.
 [[noreturn]] void assertionFailed(const char* condition, const char* where);
 
 }  // namespace Kel

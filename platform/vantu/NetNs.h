@@ -4,8 +4,8 @@
 // A namespace is known by its name: "default" is the one that the process started in, any other name N is the one
 // whose file is /var/run/netns/N (as `ip netns add N` makes it). The namespace of VRF red is named "ns-red":
 //
-//   const Vantu::NetNsGuard guard(Vantu::nsNameOfVrf(vrfName));    // files of /proc/net, sockets: the VRF's, in
-//   scope
+//   const Vantu::NetNsGuard guard(Vantu::nsNameOfVrf(vrfName));
+//   // to the end of the scope, what is opened of /proc/net, and each new socket, is the VRF's
 //
 // Only what is opened meanwhile belongs to the namespace; what is open already stays where it was. Entering another
 // namespace than the present one needs CAP_SYS_ADMIN; entering the present one needs nothing.

@@ -4,8 +4,7 @@
 // A value type is default constructible (the zero, unset or empty value), copied by value, totally ordered, and has
 //   Kel::String stringValue() const;            the text form
 //   static T fromString(std::string_view);      its inverse; throws Kel::RangeException that names the text, what
-//   is
-//                                               wrong with it and what was expected
+//                                               is wrong with it and what was expected
 //   std::size_t hash() const;
 // From these come `operator<<`, `std::hash` and `hash_value` (the hook of Boost's containers).
 
