@@ -30,10 +30,10 @@ TEST(IpAddressEntry, firstSourceSpeaksForTheAddress) {
   EXPECT_EQ(entry->ifIndex(), 0u);
   entry->intfIs(held(addressSourceConfig, "A", 7));
   entry->intfIs(held(addressSourceBorrowed, "B", 8));
-  EXPECT_EQ(entry->addressStatus(), addressStatusInaccessible);
+  EXPECT_EQ(entry->addressStatus(), 4);  // inaccessible, as it goes on the wire
   EXPECT_EQ(entry->ifIndex(), 7u);
   entry->intfIs(held(addressSourceStatus, "A", 9));
-  EXPECT_EQ(entry->addressStatus(), addressStatusPreferred);
+  EXPECT_EQ(entry->addressStatus(), 1);  // preferred
   EXPECT_EQ(entry->ifIndex(), 9u);
   entry->intfDelAll();
   entry->intfIs(held(addressSourceBorrowed, "B", 8));
@@ -185,7 +185,7 @@ TEST(NeighbourEntries, readTheSharedTableAtThatMoment) {
 TEST(IfIndex, comesFromTheProviderOfTheRecordsKind) {
   auto status = makePtr<Interface::IntfStatus>(Vantu::IntfId("eth0"));
   status->ifIndexIs(12);
-  EXPECT_EQ(ifIndex(nullptr), noIfIndex);
+  EXPECT_EQ(ifIndex(nullptr), 0xFFFFFFFF);
   EXPECT_EQ(ifIndex(status), noIfIndex);
   const Interface::LinuxIntfDetails linux;
   Interface::IntfDetailsProvider::providerIs("linux", &linux);
