@@ -30,12 +30,6 @@ constexpr Vrf::VrfIdMap::VrfId defaultVrfId{0};
 
 constexpr const char* defaultVrfName = L3::VrfName::defaultName;
 
-// Until a publisher names it, each VRF is taken to have its own FECs.
-Quillo::Fib::FecMode fecModeOf(const Varnix::Tree& varnix) {
-  const bool isUnified = varnix.fecModeStatus->fecMode() == Quillo::Fib::fecModeUnified;
-  return isUnified ? Quillo::Fib::fecModeUnified : Quillo::Fib::fecModePerVrf;
-}
-
 bool areRouteTablesEnabled() {
   return !SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables");
 }
@@ -50,27 +44,14 @@ bool managementInterfacesChange() {
 
 }  // namespace
 
-// Has all routes read anew when the publisher keeps its FECs in another way.
-class AgentTree::FecModeRestartSm : public Kel::Entity {
+// Has all routes read anew when the switch keeps its FECs in another way.
+class AgentTree::FecModeWatch : public IpSnmp::FecModeRestartSm::Notifiee {
  public:
-  FecModeRestartSm(AgentTree* owner, const Kel::Ptr<const Quillo::Fib::FecModeStatus>& status)
-      : Entity("fecModeRestartSm"), watch_(Kel::makePtr<Watch>(owner)) {
-    watch_->notifierIs(status);
-  }
-  ~FecModeRestartSm() override { watch_->notifierIs(nullptr); }
-  void kelStop() override { watch_->notifierIs(nullptr); }
+  explicit FecModeWatch(AgentTree* owner) : owner_(owner) {}
+  void handleFecMode() override { owner_->restart(); }
 
  private:
-  class Watch : public Quillo::Fib::FecModeStatus::Notifiee {
-   public:
-    explicit Watch(AgentTree* owner) : owner_(owner) {}
-    void handleFecMode() override { owner_->fecModeChanged(); }
-
-   private:
-    AgentTree* const owner_;
-  };
-
-  const Kel::Ptr<Watch> watch_;
+  AgentTree* const owner_;
 };
 
 // Tells the machines of the default VRF's route counts under which id the table of neighbours has the VRF.
@@ -93,10 +74,10 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
     : varnix_(varnix),
       scheduler_(scheduler),
       manager_(manager),
-      fecMode_(fecModeOf(varnix)),
       routeTablesEnabled_(areRouteTablesEnabled()),
       root_(std::move(root)),
       snmpStatus_(enter<Snmp::Status>(root_->dirIs("snmp"), "status")),
+      fecModeStatus_(enter<Quillo::Fib::FecModeStatus>(root_->dirIs("snmp"), "fecmode")),
       arpTable_(arpTable ? std::move(arpTable) : Kel::makePtr<NoNeighbours>()),
       ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")) {
   managementInterfacesChange();
@@ -120,7 +101,8 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   wireVrfs();
   arpIdWatch_ = Kel::makePtr<ArpIdWatch>(ipRoot_.get());
   arpIdWatch_->notifierIs(ipRoot_->arpTableSm());
-  ipRoot_->fecModeRestartSmIs(Kel::makePtr<FecModeRestartSm>(this, varnix_.fecModeStatus));
+  fecModeWatch_ = Kel::makePtr<FecModeWatch>(this);
+  fecModeWatch_->notifierIs(ipRoot_->fecModeRestartSm());
   SnmpUtil::rootIs(root_);
 }
 
@@ -138,6 +120,8 @@ void AgentTree::wire() {
   ipMib_->ipSwFwdStatsIs(Ip::ipVersion6, L3::VrfName::defaultName);
   ipRoot_->ipForwardMibIs(ipForwardMib_);
   ipRoot_->fibStatsMibIs(fibStatsMib_);
+  Kel::callOperation(*ipRoot_, "fecModeSmIs", {Ptr<const L3::Config>(varnix.l3Config), fecModeStatus_});
+  Kel::callOperation(*ipRoot_, "fecModeRestartSmIs", {Ptr<const Quillo::Fib::FecModeStatus>(fecModeStatus_)});
   Kel::callOperation(*ipRoot_, "ipAddressTableSmIs",
                      {Ptr<const Interface::AllIntfStatusDir>(varnix.intfStatusDir), ipMib_,
                       Ptr<const Ip::Config>(varnix.ipConfig), Ptr<const Ip::Status>(varnix.ipStatus),
@@ -158,7 +142,7 @@ void AgentTree::wireRoutes() {
   const auto path = [](const char* pattern) { return fmt::format(fmt::runtime(pattern), defaultVrfName); };
   const auto routes = mount->mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
   const Forwarding fecs = mount->mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
-  const Forwarding unified = fecMode_ == Quillo::Fib::fecModeUnified ? fecs : nullptr;
+  const Forwarding unified = isUnified() ? fecs : nullptr;
   Kel::callOperation(*ipRoot_, "ipRouteTableSmIs",
                      {scheduler_, Kel::Name(defaultVrfName), ipForwardMib_, routes, fecs, unified,
                       Kel::Ptr<const IpSnmp::IpForwardFecs>(), Kel::Ptr<const IntfSnmp::IfMib>(ifMib_)});
@@ -186,9 +170,9 @@ void AgentTree::wireVrfs() {
   using Kel::Ptr;
   const auto& varnix = varnix_;
   const auto routeSm = ipRoot_->ipRouteTableSm();
-  const bool isUnified = fecMode_ == Quillo::Fib::fecModeUnified && routeSm;
+  const bool areFecsShared = isUnified() && routeSm;
   Kel::callOperation(*ipRoot_, "vrfRootSmIs",
-                     {fecMode_,
+                     {ipRoot_->fecModeRestartSm()->fecMode(),
                       scheduler_,
                       ipRoot_->ipAddressTableSm(),
                       Ptr<const Interface::AllIntfStatusDir>(varnix.intfStatusDir),
@@ -210,15 +194,12 @@ void AgentTree::wireVrfs() {
                       Ptr<const Vrf::VrfIdMap::Status>(varnix.vrfIdStatus),
                       Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>(varnix.vrfNameStatus),
                       Ptr<const IntfSnmp::IfMib>(ifMib_),
-                      Ptr<const IpSnmp::IpForwardFecs>(isUnified ? routeSm->localForwardingFecs() : nullptr),
+                      Ptr<const IpSnmp::IpForwardFecs>(areFecsShared ? routeSm->localForwardingFecs() : nullptr),
                       routeTablesEnabled_});
 }
 
-void AgentTree::fecModeChanged() {
-  const auto fecMode = fecModeOf(varnix_);
-  if (fecMode == fecMode_) return;
-  fecMode_ = fecMode;
-  restart();
+bool AgentTree::isUnified() const {
+  return ipRoot_->fecModeRestartSm()->fecMode() == Quillo::Fib::fecModeUnified;
 }
 
 void AgentTree::reconfigure() {
@@ -243,6 +224,7 @@ void AgentTree::restart() {
 AgentTree::~AgentTree() {
   SnmpUtil::rootIs(nullptr);
   arpIdWatch_ = nullptr;
+  fecModeWatch_ = nullptr;
   ipRoot_ = nullptr;  // the machines go before what they watch
   ifMibSm_ = nullptr;
   ipIfStatsSm_ = ip6IfStatsSm_ = nullptr;

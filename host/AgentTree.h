@@ -5,6 +5,7 @@
 // |---------------------|------------------------------------------------------------------------|
 // | Varnix/...          | the state database as mirrored from the store (varnix/Tree.h)          |
 // | snmp/status         | Snmp::Status, the agent's own readiness                                |
+// | snmp/fecmode        | Quillo::Fib::FecModeStatus, how the switch keeps its FECs              |
 // | snmp/ip/ipmib       | the default VRF's IP-MIB cache; ipforwardmib and fibstatsmib beside it |
 // | snmp/ip/vrf.mibs/V  | the caches of VRF V                                                    |
 // | snmp/ip/ipvrfmib    | the VRF tables                                                         |
@@ -45,26 +46,25 @@ class AgentTree {
   void reconfigure();
 
  private:
-  class FecModeRestartSm;
+  class FecModeWatch;
   class ArpIdWatch;
 
   void wire();
   void wireRoutes();
   void wireFibStats();
   void wireVrfs();
-  void fecModeChanged();
+  bool isUnified() const;
   void restart();
 
   const Interface::LinuxIntfDetails linuxDetails_;
   const Varnix::Tree varnix_;
   const Kel::Ptr<Brev::TaskScheduler> scheduler_;
   const Kel::Ptr<const Varnix::EntityManager> manager_;
-  // What the machines are made for.
-  Quillo::Fib::FecMode fecMode_;
-  bool routeTablesEnabled_;
+  bool routeTablesEnabled_;  // what the machines are made for
   std::function<void()> vrfRootSmChanged_;
   Kel::Ptr<Kel::Dir> root_;
   Kel::Ptr<Snmp::Status> snmpStatus_;
+  Kel::Ptr<Quillo::Fib::FecModeStatus> fecModeStatus_;
   Kel::Ptr<const Arp::Table::Status> arpTable_;
   Kel::Ptr<IntfSnmp::IfMib> ifMib_;
   Kel::Ptr<IpSnmp::IpMib> ipMib_;
@@ -74,6 +74,7 @@ class AgentTree {
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
   Kel::Ptr<IpSnmp::Root> ipRoot_;
   Kel::Ptr<ArpIdWatch> arpIdWatch_;
+  Kel::Ptr<FecModeWatch> fecModeWatch_;
   Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
   Kel::Ptr<IpSnmp::IpIfStatsSm> ipIfStatsSm_, ip6IfStatsSm_;
 };

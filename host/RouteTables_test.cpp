@@ -31,7 +31,7 @@ class RouteTablesTest : public Quillo::Test::TestStore {
     tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(0));
     vrfIs("red", 1);
     vrfIs("blue", 2);
-    tree_.fecModeStatus->fecModeIs(Quillo::Fib::fecModePerVrf);
+    tree_.l3Config->fecModeIs(Quillo::Fib::fecModePerVrf);
     store_->beginFullPass({Quillo::TableId::varnix, Quillo::TableId::route, Quillo::TableId::fec});
     documents_->rewriteAll();
     for (unsigned id = 0; id < 3; ++id) routeIs(id, 0x0a000000 + (id << 16), id + 1);
@@ -124,7 +124,7 @@ TEST_F(RouteTablesTest, anotherFecModeReadsAllRoutesAnew) {
   follow();
   auto changed = 0;
   agent_->vrfRootSmChangedIs([&] { ++changed; });
-  tree_.fecModeStatus->fecModeIs(Quillo::Fib::fecModeUnified);
+  tree_.l3Config->fecModeIs(Quillo::Fib::fecModeUnified);
   documents_->publish();
   follow();
   EXPECT_EQ(1, changed);

@@ -34,7 +34,7 @@ MirrorService::MirrorService(const MirrorConfig& config)
       receiveBytes_(config.receiveBytes),
       publisher_(picture_, config.store) {
   if (const auto ids = publisher_.store().get(Quillo::TableId::varnix, vrfIdsPath)) picture_.vrfs.ids().load(*ids);
-  picture_.tree.fecModeStatus->fecModeIs(Quillo::Fib::fecModePerVrf);
+  picture_.tree.l3Config->fecModeIs(Quillo::Fib::fecModePerVrf);
   applySettings();
   events_.add(namespaces_.fd(), namespacesTag);
   if (settings_.fd() >= 0) events_.add(settings_.fd(), settingsTag);

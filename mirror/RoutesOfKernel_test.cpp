@@ -105,7 +105,7 @@ class RoutesOfKernelTest : public MirrorServiceTest {
 TEST_F(RoutesOfKernelTest, asTheyComeAndGo) {
   ip("route add 20.0.0.0/8 via 10.0.0.2 proto bgp");
   start();
-  EXPECT_TRUE(isInStore("forwarding/fecmode", "fecModePerVrf"));
+  EXPECT_TRUE(isInStore("l3/config", "fecModePerVrf"));
   expectRoutes();
   doAndExpect({"route add 21.0.0.0/8 nexthop via 10.0.0.2 nexthop via 10.1.0.2", "route add blackhole 22.0.0.0/8",
                "route add 23.0.0.0/8 dev eth1 scope link", "route add 24.0.0.0/8 via inet6 2001:db8::9",

@@ -3,10 +3,8 @@
 //
 // The hosting process creates it and wires it: it sets the handles and calls the create-or-get operations, directly
 // or by name (Kel::callOperation). Nothing inside the library calls them. Destroying the root deletes the machines.
-//
-// The state machines whose attribute has the type Kel::Entity are held here and not made here: they are given ready
-// made.
 
+#include "ipsnmp/agent/FecModeSm.h"
 #include "ipsnmp/agent/IpAddressTableSm.h"
 #include "ipsnmp/agent/VrfIfTableSm.h"
 #include "ipsnmp/agent/VrfRootSm.h"
@@ -23,8 +21,8 @@ class Root : public Kel::Entity {
   KEL_REFERENCE(const Ip6::Status, ip6Status, Ip6Status)
   KEL_REFERENCE(const Interface::AllIntfStatusDir, intfStatusDir, IntfStatusDir)
   KEL_REFERENCE(IpSnmp::IpMib, ipMib, IpMib)
-  KEL_OWNED(Kel::Entity, fecModeSm, FecModeSm)
-  KEL_OWNED(Kel::Entity, fecModeRestartSm, FecModeRestartSm)
+  KEL_CHILD(IpSnmp::FecModeSm, fecModeSm, FecModeSm)
+  KEL_CHILD(IpSnmp::FecModeRestartSm, fecModeRestartSm, FecModeRestartSm)
   KEL_CHILD(IpSnmp::IpAddressTableSm, ipAddressTableSm, IpAddressTableSm)
   KEL_CHILD(IpSnmp::ArpTableSm, arpTableSm, ArpTableSm)
   KEL_REFERENCE(IpSnmp::IpForwardMib, ipForwardMib, IpForwardMib)

@@ -55,16 +55,6 @@ TEST(Root, addressMachineIsWiredByName) {
   EXPECT_NE(tables(*world.ipMib), "");
 }
 
-// Deletes itself from a list when it is stopped.
-class Machine : public Kel::Entity {
- public:
-  Machine(Kel::Name name, std::vector<std::string>* stopped) : Entity(std::move(name)), stopped_(stopped) {}
-  void kelStop() override { stopped_->push_back(name()); }
-
- private:
-  std::vector<std::string>* stopped_;
-};
-
 // What the FIB statistics machines of the VRF with id 1 work on.
 struct FibStats {
   Ptr<FibStatsSnmp::FibStatsSm> makeSm(VrfRoot& root) const {
@@ -79,13 +69,38 @@ struct FibStats {
   Ptr<FibStatsSnmp::FibStatsMib> mib = FibStatsSnmp::fibStatsMibFactory("fibstatsmib");
 };
 
-TEST(Root, destroyingItStopsEveryMachineUsersFirst) {
+// The machines of the mode in which FECs are kept.
+struct FecMode {
+  FecMode(const World& world, Root& root) {
+    sm = Kel::callOperation(root, "fecModeSmIs", {Ptr<const L3::Config>(world.tree.l3Config), status});
+    Kel::callOperation(root, "fecModeRestartSmIs", {Ptr<const Quillo::Fib::FecModeStatus>(status)});
+    restartSm = root.fecModeRestartSm();
+  }
+  Ptr<Quillo::Fib::FecModeStatus> status = Kel::makePtr<Quillo::Fib::FecModeStatus>("fecmode");
+  Kel::Value sm;
+  Ptr<FecModeRestartSm> restartSm;
+};
+
+TEST(Root, fecModeFollowsTheConfiguration) {
+  using namespace Quillo::Fib;
+  World world;
+  auto root = Kel::makePtr<Root>("root");
+  const FecMode fecMode(world, *root);
+  EXPECT_EQ(fecMode.status->fecMode(), fecModePerVrf) << "none is configured";
+  EXPECT_EQ(fecMode.restartSm->fecMode(), fecModePerVrf);
+  world.tree.l3Config->fecModeIs(fecModeUnified);
+  EXPECT_EQ(fecMode.restartSm->fecMode(), fecModeUnified);
+  Kel::callOperation(*root, "fecModeRestartSmDel", {});
+  world.tree.l3Config->fecModeIs(fecModeUnknown);
+  EXPECT_EQ(fecMode.status->fecMode(), fecModePerVrf);
+  EXPECT_EQ(fecMode.restartSm->fecMode(), fecModeUnified) << "it was stopped";
+}
+
+TEST(Root, destroyingItStopsEveryMachine) {
   World world;
   world.sm = nullptr;
   world.intfIs("eth0", 3);
   world.statusIs("eth0", "10.1.1.1/24");
-  std::vector<std::string> stopped;
-  const auto machine = [&](const char* name) { return Kel::makePtr<Machine>(name, &stopped); };
   auto root = Kel::makePtr<Root>("root");
   auto watcher = Kel::makePtr<Root::Notifiee>();
   watcher->notifierIs(root);
@@ -108,14 +123,13 @@ TEST(Root, destroyingItStopsEveryMachineUsersFirst) {
   const auto redFibSm = redFibStats.makeSm(*red);
   EXPECT_EQ(fibStats.countWith("10.0.0.1"), 1U);
   EXPECT_EQ(redFibStats.countWith("10.0.0.1"), 1U);
-  auto replaced = machine("replaced fec mode");
-  root->fecModeSmIs(replaced);
-  root->fecModeSmIs(machine("fec mode"));
+  const FecMode fecMode(world, *root);
   root = nullptr;
-  EXPECT_EQ(stopped, (std::vector<std::string>{"replaced fec mode", "fec mode"}));
   // Although the handles of the test hold the machines.
   EXPECT_EQ(fibStats.countWith("10.0.0.2"), 1U);
   EXPECT_EQ(redFibStats.countWith("10.0.0.2"), 1U);
+  world.tree.l3Config->fecModeIs(Quillo::Fib::fecModeUnified);
+  EXPECT_EQ(fecMode.status->fecMode(), Quillo::Fib::fecModePerVrf);
   EXPECT_EQ(tables(*world.ipMib), "");
   EXPECT_FALSE(red->fibStatsSm());
   EXPECT_TRUE(dir->vrfRoot().empty());

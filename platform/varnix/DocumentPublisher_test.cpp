@@ -41,7 +41,7 @@ TEST(DocumentPublisher, writesExactlyWhatChanged) {
   const Vantu::IntfId eth0("eth0");
   EXPECT_TRUE(writer.documents.pending());
   EXPECT_EQ(writer.documents.publishAll().changes,
-            5u);  // routing/config, routing6/config, vrf/id/status, vrf/name/status, forwarding/fecmode
+            5u);  // routing/config, routing6/config, vrf/id/status, vrf/name/status, l3/config
   EXPECT_FALSE(writer.documents.pending());
   EXPECT_EQ(writer.documents.publish().changes, 0u);
 

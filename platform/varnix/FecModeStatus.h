@@ -1,5 +1,5 @@
 #pragma once
-// How the switch keeps its forwarding equivalence classes now, as the publisher of the routes says.
+// How the switch keeps its forwarding equivalence classes now. The agent has one, which follows L3::Config.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"

@@ -1,10 +1,24 @@
 #pragma once
-// Layer-3 records of interfaces: which VRF an interface belongs to.
+// Layer-3 records: of the switch, and of interfaces, which tell the VRF that an interface belongs to.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
+#include "quillo/FecMode.h"
 #include "vantu/IntfId.h"
 #include "varnix/VrfName.h"
+
+namespace L3 {
+
+class Config : public Kel::Entity {
+  KEL_TYPE_BEGIN("L3::Config", Config, Kel::Entity)
+ public:
+  KEL_NAMED(Config, Kel::Entity)
+  // How forwarding equivalence classes are to be kept; unknown: a table for each VRF.
+  KEL_STORED(Quillo::Fib::FecMode, fecMode, FecMode, Quillo::Fib::fecModeUnknown)
+  KEL_TYPE_END_DECLARE
+};
+
+}  // namespace L3
 
 namespace L3::Intf {
 

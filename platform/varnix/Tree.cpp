@@ -32,6 +32,7 @@ Tree::Tree(Kel::Ptr<Kel::Dir> top)
       routingVrfInfoDir(make<Kel::Dir>(root, "routing/vrf/info")),
       routing6VrfInfoDir(make<Kel::Dir>(root, "routing6/vrf/info")),
       intfStatusDir(make<Interface::AllIntfStatusDir>(root, "interface/status")),
+      l3Config(make<L3::Config>(root, "l3/config")),
       l3ConfigDir(make<L3::Intf::ConfigDir>(root, "l3/intf/config")),
       l3StatusDir(make<L3::Intf::StatusDir>(root, "l3/intf/status")),
       ipConfig(make<Ip::Config>(root, "ip/config")),
@@ -44,8 +45,7 @@ Tree::Tree(Kel::Ptr<Kel::Dir> top)
       allVrfStatusGlobal(make<Ip::AllVrfStatusGlobal>(root, "ip/vrf/global")),
       allVrfStatusLocal(make<Ip::AllVrfStatusLocal>(root, "ip/vrf/local")),
       vrfIdStatus(make<Vrf::VrfIdMap::Status>(root, "vrf/id/status")),
-      vrfNameStatus(make<Vrf::VrfIdMap::NameToIdMapWrapper>(root, "vrf/name/status")),
-      fecModeStatus(make<Quillo::Fib::FecModeStatus>(root, "forwarding/fecmode")) {
+      vrfNameStatus(make<Vrf::VrfIdMap::NameToIdMapWrapper>(root, "vrf/name/status")) {
 }
 
 std::vector<OpenDir> Tree::openDirs() const {

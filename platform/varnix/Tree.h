@@ -10,6 +10,7 @@
 // | routing/vrf/info    | Kel::Dir of Routing::VrfInfo, by VRF name |
 // | routing6/vrf/info   | Kel::Dir of Routing::VrfInfo, by VRF name |
 // | interface/status    | Interface::AllIntfStatusDir               |
+// | l3/config           | L3::Config                                |
 // | l3/intf/config      | L3::Intf::ConfigDir                       |
 // | l3/intf/status      | L3::Intf::StatusDir                       |
 // | ip/config           | Ip::Config                                |
@@ -23,13 +24,11 @@
 // | ip/vrf/local        | Ip::AllVrfStatusLocal                     |
 // | vrf/id/status       | Vrf::VrfIdMap::Status                     |
 // | vrf/name/status     | Vrf::VrfIdMap::NameToIdMapWrapper         |
-// | forwarding/fecmode  | Quillo::Fib::FecModeStatus                |
 
 #include <string>
 #include <vector>
 
 #include "kel/Dir.h"
-#include "varnix/FecModeStatus.h"
 #include "varnix/Interface.h"
 #include "varnix/IntfStats.h"
 #include "varnix/Ip.h"
@@ -59,6 +58,7 @@ struct Tree {
   Kel::Ptr<Kel::Dir> routingVrfInfoDir;
   Kel::Ptr<Kel::Dir> routing6VrfInfoDir;
   Kel::Ptr<Interface::AllIntfStatusDir> intfStatusDir;
+  Kel::Ptr<L3::Config> l3Config;
   Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir;
   Kel::Ptr<L3::Intf::StatusDir> l3StatusDir;
   Kel::Ptr<Ip::Config> ipConfig;
@@ -72,7 +72,6 @@ struct Tree {
   Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;
   Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus;
   Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> vrfNameStatus;
-  Kel::Ptr<Quillo::Fib::FecModeStatus> fecModeStatus;
 
   // Makes the entities in `root` (the directory "Varnix" of an agent, or a publisher's nameless one).
   explicit Tree(Kel::Ptr<Kel::Dir> root);

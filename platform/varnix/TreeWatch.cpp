@@ -178,7 +178,7 @@ struct OnVrfIds : Watcher<Vrf::VrfIdMap::Status> {
 struct OnVrfNames : Watcher<Vrf::VrfIdMap::NameToIdMapWrapper> {
   ON_VALUES(L3::VrfName, VrfId)
 };
-struct OnFecMode : Watcher<Quillo::Fib::FecModeStatus> {
+struct OnL3 : Watcher<L3::Config> {
   ON_ATTRIBUTE(FecMode)
 };
 
@@ -197,6 +197,7 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   entityIs<OnVrfInfos>(tree.routingVrfInfoDir);
   entityIs<OnVrfInfos>(tree.routing6VrfInfoDir);
   entityIs<OnAllIntfStatus>(tree.intfStatusDir);
+  entityIs<OnL3>(tree.l3Config);
   entityIs<OnL3ConfigDir>(tree.l3ConfigDir);
   entityIs<OnL3StatusDir>(tree.l3StatusDir);
   entityIs<OnIpConfig>(tree.ipConfig);
@@ -210,7 +211,6 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   entityIs<OnAllVrfLocal>(tree.allVrfStatusLocal);
   entityIs<OnVrfIds>(tree.vrfIdStatus);
   entityIs<OnVrfNames>(tree.vrfNameStatus);
-  entityIs<OnFecMode>(tree.fecModeStatus);
 }
 
 template <class WatcherType, class T>
