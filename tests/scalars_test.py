@@ -21,12 +21,6 @@ class ScalarsTest(SystemCase):
                     self.namespace.sysctl(name, switch)
                     eventually(lambda: self.value(oid) == expected, lambda: f"served {self.value(oid)}")
 
-    def test_get_next_reaches_the_scalars(self):
-        self.start_system()
-        for oid, _ in SWITCHES:
-            self.assertEqual(self.client.get_next(oid.removesuffix(".0"))[0].oid, oid)
-        self.assertFalse(self.client.get(IP_FORWARDING.removesuffix("0") + "1")[0].exists)
-
     def test_set_is_refused_and_changes_nothing(self):
         self.start_system()
         self.namespace.add_interface("a0", "10.0.0.1/24")
