@@ -81,22 +81,6 @@ class PublisherTest(SystemCase):
         self.expect_kernel_rows(timeout=15)
         self.assertEqual(len(self.client.ip_addr_rows()), 5001)
 
-    def test_second_mirror_is_refused(self):
-        self.start_system()
-        second = self.start_mirror()
-        self.assertNotEqual(second.wait(), 0)
-        self.assertEqual(len(second.lines()), 1, second.output())
-        for part in (self.store, str(self.mirror.pid)):
-            self.assertIn(part, second.lines()[0])
-        with self.subTest("the first one goes on"):
-            self.namespace.add_interface("a0", "10.0.0.1/24")
-            self.expect_kernel_rows()
-        with self.subTest("and once it has stopped, another may"):
-            self.assertEqual(self.mirror.stop(), 0)
-            self.start_mirror()
-            self.namespace.add_address("a0", "10.0.0.2/24")
-            self.expect_kernel_rows()
-
 
 if __name__ == "__main__":
     main()

@@ -119,18 +119,6 @@ class RoutesTest(VrfCase):
                 blue.ip_batch(lines)
                 self.expect_routes(client, blue, "blue")
 
-    def test_interface_moves_to_another_vrf(self):
-        red, blue = self.vrfs.add("red"), self.vrfs.add("blue")
-        self.populate(red)
-        red.ip_batch(KINDS)
-        self.start_system()
-        for name, namespace in (("red", red), ("blue", blue)):
-            self.wait_for_context(self.community(f"c-{name}"))
-        red.ip("link", "set", "a0", "netns", blue.file)
-        blue.ip_batch(["link set a0 up", "addr add 10.0.0.1/24 dev a0", "route add 10.1.0.0/16 via 10.0.0.9"])
-        for name, namespace in (("red", red), ("blue", blue)):
-            self.expect_routes(self.community(f"c-{name}"), namespace, name)
-
     def test_disabled(self):
         self.write_configuration("rwcommunity private 127.0.0.1\nquorinDisableObjects route-tables\n")
         self.populate(self.namespace)

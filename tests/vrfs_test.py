@@ -193,20 +193,6 @@ class VrfsTest(VrfCase):
         self.assertEqual(len(numbers), 1, "a VRF that comes back keeps its number, and so its ifIndexes")
         self.assertEqual(self.mirror.lines(), [])
 
-    def test_numbers_stay_when_both_programs_are_started_again(self):
-        for name in ("red", "green", "blue"):
-            self.vrfs.add(name)
-        self.start_system()
-        self.expect_vrf_tables(timeout=10)
-        numbers = self.vrf_ids()
-        self.stop_programs()
-        self.vrfs.remove("green")
-        self.start_system()
-        self.vrfs.add("a new one")
-        self.vrfs.add("green")
-        self.expect_vrf_tables(timeout=10)
-        self.assertEqual({name: self.vrf_ids()[name] for name in numbers}, numbers)
-
     def test_nothing_can_be_set(self):
         red = self.add_vrf("red", 0x11)
         self.populate(self.namespace, 0x10)
