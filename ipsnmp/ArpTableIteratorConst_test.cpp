@@ -91,16 +91,6 @@ TEST_F(ArpTableIterator, survivesTheRemovalOfRowsAndOfTheVrf) {
   EXPECT_EQ(text(at), "end");
 }
 
-TEST_F(ArpTableIterator, rowsReadTheSharedTableOfTheirNeighbour) {
-  rowIs(2, "10.0.0.1");
-  arp->entryIs({{vrfId, Vantu::IpGenAddr::fromString("10.0.0.1"), Vantu::IntfId("eth0")},
-                Vantu::EthAddr::fromString("02:00:00:00:00:01"),
-                {.isStatic = true}});
-  const IpMib::ArpTableIteratorConst at(ipMib);
-  EXPECT_EQ(at.curEntry()->physAddress().stringValue(), "02:00:00:00:00:01");
-  EXPECT_TRUE(at.curEntry()->arpEntry().status.isStatic);
-}
-
 TEST_F(ArpTableIterator, tracesEachStepAndEachRowPassedOver) {
   for (const char* addr : {"10.0.0.1", "fe80::1", "fe80::2"}) rowIs(2, addr);
   rowIs(3, "10.0.0.1");

@@ -134,12 +134,13 @@ TEST_F(Walk, hostBitsInTheOrderAreAnError) {
 }
 
 TEST_F(Walk, cacheWithoutTablesHasNoRows) {
-  fecIs(1, {{"10.1.1.1", ""}});
+  fecIs(1, {{"10.1.1.1", ""}, {"10.1.1.2", "eth0"}});
   routeIs("10.0.0.0/24", 1);
   settle();
   RouteIterator at(mib);
+  EXPECT_EQ(rows().size(), 2u);
   mib->ifMibIs(nullptr);
-  EXPECT_EQ(rows().size(), 1u);
+  EXPECT_EQ(rows().size(), 1u) << "an interface has no ifIndex";
   prefixes->forwardFecsIs(nullptr);
   EXPECT_EQ(rows().size(), 0u);
   mib->vrfForwardingStatusIs(nullptr);

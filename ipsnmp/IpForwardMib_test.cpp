@@ -17,21 +17,6 @@ TEST(IpForwardMib, onlyRoutesOfSomeTypesAreValid) {
   }
 }
 
-TEST(IpForwardMib, validInterfacesHaveAnIfIndexOrNoName) {
-  RouteTables tables;
-  const auto& mib = *tables.mib;
-  tables.intfIs("eth0", 3);
-  tables.intfIs("none0", 0);
-  tables.intfIs("DynamicTunnel1", 4);
-  EXPECT_TRUE(mib.validIntf(Vantu::IntfId("")));
-  EXPECT_FALSE(mib.validIntf(Vantu::IntfId("eth0"))) << "without an interface MIB";
-  tables.mib->ifMibIs(tables.ifMib);
-  EXPECT_TRUE(mib.validIntf(Vantu::IntfId("eth0")));
-  EXPECT_FALSE(mib.validIntf(Vantu::IntfId("none0")));
-  EXPECT_FALSE(mib.validIntf(Vantu::IntfId("eth1")));
-  EXPECT_FALSE(mib.validIntf(Vantu::IntfId("DynamicTunnel1")));
-}
-
 TEST(IpForwardMib, rowsPrintAndSortAsTheTable) {
   const auto index = indexOf("10.0.0.0", "255.255.255.0", "10.1.1.1");
   EXPECT_EQ(Kel::print(index),

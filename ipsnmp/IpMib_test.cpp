@@ -54,18 +54,6 @@ TEST(IpAddressEntry, v4AccessToOtherVersionsAborts) {
   EXPECT_DEATH(broken->ipAdEntAddr(), "assertion failed: addrBytes\\(\\)\\.bytes\\(\\) == 4");
 }
 
-TEST(IpAddrEntry, readsThroughItsMaster) {
-  for (const auto& [length, mask] : std::vector<std::pair<unsigned, const char*>>{
-           {0, "0.0.0.0"}, {1, "128.0.0.0"}, {24, "255.255.255.0"}, {32, "255.255.255.255"}}) {
-    auto master = makePtr<IpAddressEntry>(v4("10.0.0.1"));
-    master->intfIs(held(addressSourceStatus, "A", 7, length));
-    auto row = makePtr<IpAddrEntry>(master);
-    EXPECT_EQ(row->ipAdEntNetMask().stringValue(), mask);
-    EXPECT_EQ(row->ipAdEntAddr().stringValue(), "10.0.0.1");
-    EXPECT_EQ(row->ipAdEntIfIndex(), 7u);
-  }
-}
-
 TEST(IpMib, anotherMasterForARowIsRefused) {
   auto mib = makePtr<IpMib>("ipmib");
   auto row = mib->ipAddrTableIs(mib->ipAddressTableIs(v4("10.0.0.1")));

@@ -95,21 +95,6 @@ TEST_F(ArpTableSmTest, rowsFollowTheIfIndex) {
   EXPECT_EQ(table(), "");
 }
 
-TEST_F(ArpTableSmTest, interfacesWithOneIfIndexShareARow) {
-  auto machine = makeArpTableSm(VrfId(1));
-  intfIs("eth1", 3);
-  auto eth0 = intfIs("eth0", 3);
-  machine->addArpEntry(neighbour(1, "10.0.0.1", "eth1"));
-  machine->addArpEntry(neighbour(1, "10.0.0.1", "eth0"));
-  machine->addArpEntry(neighbour(1, "10.0.0.2", "eth1"));
-  EXPECT_EQ(table(), "3 10.0.0.1 eth0@1;3 10.0.0.2 eth1@1;");
-  machine->delArpEntry(neighbour(1, "10.0.0.1", "eth0").key);
-  EXPECT_EQ(table(), "3 10.0.0.1 eth1@1;3 10.0.0.2 eth1@1;");
-  machine->addArpEntry(neighbour(1, "10.0.0.1", "eth0"));
-  eth0->ifIndexIs(4);
-  EXPECT_EQ(table(), "3 10.0.0.1 eth1@1;3 10.0.0.2 eth1@1;4 10.0.0.1 eth0@1;");
-}
-
 TEST_F(ArpTableSmTest, aChangeOfTheWholeTableLeavesWhatIsStillTrue) {
   arp->isInitialized = false;
   intfIs("eth0", 3);

@@ -10,14 +10,7 @@ struct VrfIfTableSmTest : testing::Test, VrfWorld {
   VrfIfTableSmTest() {
     machine = Kel::makePtr<VrfIfTableSm>(ipVrfMib, tree.intfStatusDir, tree.ipConfig, tree.ip6Config);
   }
-  void intf6VrfIs(std::string_view intf, std::string_view vrf) {
-    auto l3 = l3ConfigDir6->intfConfigIs(intfOf(intf));
-    l3->vrfIs(L3::VrfName(vrf));
-    tree.ip6Config->intfIs(intfOf(intf))->l3ConfigIs(l3);
-  }
   std::string table() const { return vrfIfs(*ipVrfMib); }
-  // Records of their own, so that the two configurations may differ.
-  Ptr<L3::Intf::ConfigDir> l3ConfigDir6 = Kel::makePtr<L3::Intf::ConfigDir>("config6");
   Ptr<VrfIfTableSm> machine;
 };
 
@@ -36,48 +29,14 @@ TEST_F(VrfIfTableSmTest, anInterfaceMovesBetweenVrfs) {
   EXPECT_EQ(ipVrfMib->vrfIfTable(3), again);
   status->ifIndexIs(4);
   EXPECT_EQ(table(), "4 blue eth0;");
+  tree.intfStatusDir->intfStatusDel(intfOf("eth0"));
+  const auto next = intfIs("eth0", 5);
+  status->ifIndexIs(9);  // the record that went is not heard any more
+  EXPECT_EQ(table(), "5 blue eth0;");
+  EXPECT_EQ(ipVrfMib->vrfIfTable(5)->intfStatus(), next);
   tree.ipConfig->ipIntfConfig(intfOf("eth0"))->l3ConfigIs(nullptr);
   EXPECT_EQ(table(), "");
   EXPECT_EQ(row->vrfName(), "red");  // a row that is held stays readable
-}
-
-TEST_F(VrfIfTableSmTest, theRowStaysUntilNeitherConfigurationClaimsIt) {
-  intfIs("eth0", 3);
-  intfVrfIs("eth0", "red");
-  intf6VrfIs("eth0", "red");
-  EXPECT_EQ(table(), "3 red eth0;");
-  tree.ipConfig->ipIntfConfigDel(intfOf("eth0"));
-  EXPECT_EQ(table(), "3 red eth0;");
-  intf6VrfIs("eth0", "blue");
-  EXPECT_EQ(table(), "3 blue eth0;");
-  intfVrfIs("eth0", "red");
-  EXPECT_EQ(table(), "3 red eth0;");  // the IPv4 one decides
-  intfVrfIs("eth0", "default");
-  EXPECT_EQ(table(), "3 blue eth0;");
-  tree.ip6Config->intfDel(intfOf("eth0"));
-  EXPECT_EQ(table(), "");
-}
-
-TEST_F(VrfIfTableSmTest, theStatusRecordComesAndGoes) {
-  intfVrfIs("eth0", "red");
-  EXPECT_EQ(table(), "");
-  auto status = intfIs("eth0", 3);
-  EXPECT_EQ(table(), "3 red eth0;");
-  tree.intfStatusDir->intfStatusDel(intfOf("eth0"));
-  EXPECT_EQ(table(), "");
-  auto second = intfIs("eth0", 3);
-  EXPECT_EQ(ipVrfMib->vrfIfTable(3)->intfStatus(), second);
-  status->ifIndexIs(9);
-  EXPECT_EQ(table(), "3 red eth0;");
-  intfVrfIs("eth1", "blue");
-  intfIs("eth1", 3);  // in passing, two interfaces have one ifIndex
-  EXPECT_EQ(table(), "3 red eth0;");
-  second->ifIndexIs(0);
-  EXPECT_EQ(table(), "3 blue eth1;");
-  second->ifIndexIs(3);
-  EXPECT_EQ(table(), "3 red eth0;");
-  machine = nullptr;
-  EXPECT_EQ(table(), "");
 }
 
 TEST_F(VrfIfTableSmTest, rowsAreMadeByHand) {
