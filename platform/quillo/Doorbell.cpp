@@ -59,11 +59,12 @@ bool Doorbell::open() {
 
 void Doorbell::ring(std::uint64_t seq) {
   struct stat opened {};
-  if (::fstat(fd_, &opened) == 0 && opened.st_nlink == 0) {
+  bool isOpen = ::fstat(fd_, &opened) == 0 && opened.st_nlink != 0;
+  if (!isOpen) {
     ::close(fd_);
-    open();
+    isOpen = open();
   }
-  if (::pwrite(fd_, &seq, sizeof seq, 0) != sizeof seq) {
+  if (!isOpen || ::pwrite(fd_, &seq, sizeof seq, 0) != sizeof seq) {
     QTRACE(doorbellTrace, 0) << "cannot write " << file_ << ": " << std::strerror(errno)
                              << "; readers notice changes once a second until it can be";
   }

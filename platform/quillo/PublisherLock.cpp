@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -54,6 +55,8 @@ PublisherLock::PublisherLock(const std::string& directory, const std::string& na
                     "one with --store",
                     file, std::strerror(error), ::geteuid()));
   }
+  // Readers under other users ask who holds it, whatever the umask is. A file of another owner has its mode from there.
+  [[maybe_unused]] const int unchanged = ::fchmod(fd_, 0644);
   struct flock lock = wholeFile();
   if (::fcntl(fd_, F_OFD_SETLK, &lock) != 0) {
     PublisherInfo info = readHolder(fd_);

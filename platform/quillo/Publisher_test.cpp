@@ -57,6 +57,26 @@ TEST_F(PublisherTest, MakesTheDirectoryAndKeepsTheStoreOverRestarts) {
   EXPECT_EQ(1U, publisher.seq());
 }
 
+// Whatever the umask is. What was removed comes again as soon as it can.
+TEST_F(PublisherTest, ReadersUnderOtherUsersCanReadEveryFile) {
+  namespace fs = std::filesystem;
+  const mode_t usual = umask(077);
+  Publisher publisher(config());
+  const fs::path bell = directory_ + "/doorbell";
+  fs::remove(bell);
+  fs::create_directory(bell);
+  put(publisher, "a", "1");
+  fs::remove(bell);
+  put(publisher, "a", "2");
+  umask(usual);
+  const auto modeOf = [](const fs::path& path) { return static_cast<unsigned>(fs::status(path).permissions()); };
+  EXPECT_EQ(0755U, modeOf(directory_));
+  for (const char* name : {"data.mdb", "doorbell", "publisher.lock"}) {
+    EXPECT_EQ(0644U, modeOf(directory_ + "/" + name)) << name;
+  }
+  EXPECT_EQ(0664U, modeOf(directory_ + "/lock.mdb"));
+}
+
 TEST_F(PublisherTest, SecondPublisherIsToldWhoHoldsTheStore) {
   int ready[2];
   ASSERT_EQ(0, pipe(ready));
