@@ -36,7 +36,7 @@ void noteSignal(int signal) {
   }
 }
 
-// From here on SIGTERM, SIGINT and SIGHUP arrive only while the loop waits. Returns the mask for waiting.
+// From here on SIGTERM, SIGINT and SIGHUP arrive only where the loop waits. Returns the mask for waiting.
 sigset_t takeSignals() {
   struct sigaction action {};
   action.sa_handler = noteSignal;
@@ -53,6 +53,13 @@ sigset_t takeSignals() {
   return previous;
 }
 
+// ppoll takes signals in only when it has to wait: under changes without end it never does.
+void takeSignalsIn(const sigset_t& mask) {
+  sigset_t held;
+  sigprocmask(SIG_SETMASK, &mask, &held);
+  sigprocmask(SIG_SETMASK, &held, nullptr);
+}
+
 // True when the descriptor is readable, or in a state that only reading tells.
 bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
   pollfd entry{fd, POLLIN, 0};
@@ -62,6 +69,7 @@ bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
   timeout.tv_nsec = static_cast<long>((wait - std::floor(wait)) * 1e9);
   const int ready = ppoll(&entry, 1, &timeout, &mask);
   if (ready < 0 && errno != EINTR) throw Kel::Exception(fmt::format("cannot wait: {}", std::strerror(errno)));
+  if (ready > 0) takeSignalsIn(mask);
   return ready > 0;
 }
 

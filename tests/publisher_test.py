@@ -1,7 +1,10 @@
 """Agent and mirror in every order, and every way for the mirror to end."""
 
+import os
 import re
 import signal
+import threading
+import time
 
 from harness import SystemCase, eventually, kernel_rows, main
 from harness.snmp import IP_FORWARDING
@@ -80,6 +83,20 @@ class PublisherTest(SystemCase):
             self.mirror = self.start_mirror()
         self.expect_kernel_rows(timeout=15)
         self.assertEqual(len(self.client.ip_addr_rows()), 5001)
+
+    def test_mirror_stops_under_changes_without_end(self):
+        self.namespace.add_interface("a0", "10.0.0.1/24")
+        mirror = self.start_mirror()
+        eventually(lambda: os.path.exists(os.path.join(self.store, "doorbell")), "no store")
+        changes = [f"route {verb} 20.{n >> 8}.{n & 255}.0/24 via 10.0.0.2" for verb in ("add", "del") for n in range(20000)]
+        flood = threading.Thread(target=self.namespace.ip_batch, args=(changes * 6,))
+        flood.start()
+        time.sleep(1.5)
+        try:
+            self.assertEqual(mirror.stop(), 0)
+            self.assertTrue(flood.is_alive(), "the mirror stopped when the changes did")
+        finally:
+            flood.join()
 
 
 if __name__ == "__main__":
