@@ -9,8 +9,8 @@
 namespace Pesk {
 
 // A record whose check failed, an error of the storage engine, or a fault of the mapping itself. The text is one
-// line that names the store, the table, the key and what was found. Pass it on to `corruptionDetected` of the table
-// or mount that was read; treat the key as "not found" meanwhile.
+// line that names the store, the table, the key, what was found, and what to do. Pass it on to `corruptionDetected`
+// of the table or mount that was read; treat the key as "not found" meanwhile.
 class CorruptionDetectedException : public Kel::Exception {
  public:
   CorruptionDetectedException(std::string_view store, std::string_view table, std::string_view key,

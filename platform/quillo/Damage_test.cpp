@@ -252,6 +252,37 @@ TEST_F(DamageTest, ScrubberWorksInStepsAndStartsAgainWhenTheTableChanges) {
   EXPECT_EQ(Scrubber::Outcome::inconclusive, outcome);
 }
 
+// Each report has all readers of the mount rebuild.
+TEST_F(DamageTest, ScrubberReportsWhatStaysDamagedOnce) {
+  Traces traces;
+  {
+    Publisher publisher(config());
+    for (const char* key : {"first", "second"}) put(publisher, key, key + std::string("-value"));
+  }
+  auto reader = mount();
+  Scrubber scrubber(reader);
+  const auto reportsOfRound = [&] {
+    const auto before = reader->corruptionCount();
+    EXPECT_EQ(Scrubber::Outcome::damaged, scrubber.step(100));
+    reader->refresh();
+    EXPECT_EQ(Mount::State::ready, reader->state());
+    return reader->corruptionCount() - before;
+  };
+  ASSERT_GT(damage(dataFile(), "second-value"), 0U);
+  EXPECT_EQ(1U, reportsOfRound());
+  EXPECT_EQ(0U, reportsOfRound());
+  ASSERT_GT(damage(dataFile(), "first-value"), 0U);
+  const double now = Kel::System::currentTime() + 3600;  // the mount's pause is over
+  Kel::System::clockIs([now] { return now; });
+  EXPECT_EQ(1U, reportsOfRound());
+  EXPECT_EQ(0U, reportsOfRound());
+  Kel::System::clockIs({});
+  EXPECT_THAT(traces.lines,
+              ElementsAre(HasSubstr("\"second\": checksum mismatch; begin a new one with quorin-mirrord "
+                                    "--recreate"),
+                          HasSubstr("\"first\"")));
+}
+
 volatile int* volatile elsewhere = reinterpret_cast<volatile int*>(8);
 
 // Each runs in a process of its own, which removes its directory before it dies. The handler that was there before

@@ -24,8 +24,6 @@ Kel::TraceHandle publisherImplTrace("QuilloPublisher");
 
 using Kind = StoreException::Kind;
 
-constexpr const char* beginAnew = "; begin a new one with quorin-mirrord --recreate";
-
 void modeIs(const std::string& path, mode_t mode) {
   if (::chmod(path.c_str(), mode) != 0) {
     QTRACE(publisherImplTrace, 1) << path << ": mode not set: " << std::strerror(errno);
@@ -50,7 +48,7 @@ PublisherImpl::PublisherImpl(const PublisherConfig& config) : config_(config) {
   try {
     checkAndLoad();
   } catch (const Pesk::CorruptionDetectedException& damage) {
-    throw StoreException(Kind::damaged, damage.what() + std::string(beginAnew));
+    throw StoreException(Kind::damaged, damage.what());
   }
   doorbell_.emplace(config_.directory);
   doorbell_->ring(head_.seq);
@@ -194,7 +192,7 @@ CommitResult PublisherImpl::apply(const BatchOps& ops, bool completesPass) {
       fail(status);
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
-    broken_ = damage.what() + std::string(beginAnew);
+    broken_ = damage.what();
     throw;
   }
   markSeen(ops);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Quillo {
 
@@ -15,7 +16,8 @@ Scrubber::Outcome Scrubber::step(std::size_t budget) {
     return walk(std::max<std::size_t>(budget, 1));
   } catch (const Pesk::CorruptionDetectedException& damage) {
     beginRound();
-    mount_->corruptionDetected(damage);
+    const Damage met{generation_, damage.what()};
+    if (met != std::exchange(known_, met)) mount_->corruptionDetected(damage);
     return Outcome::damaged;
   } catch (const StoreException&) {  // no view is to be had now; the next step goes on where this one would have
     return Outcome::notReady;

@@ -10,10 +10,13 @@
 //
 // A table that changes between two steps is begun again. One that changes faster than it can be walked is given up
 // for the round after `maxRestarts`; its records were checked one by one all the same.
+//
+// What is damaged still in the next round is not reported again: a report has all readers of the mount rebuild.
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "kel/Ptr.h"
 #include "quillo/Mount.h"
@@ -26,8 +29,9 @@ class Scrubber {
     more,          // call again
     clean,         // a round over all tables is complete; the next call begins another
     inconclusive,  // the round is complete, but a table changed too fast to be compared
-    damaged,       // damage was found and reported to Mount::corruptionDetected; the next call begins another round
-    notReady,      // the mount has no store to read, or no view of it to give at present
+    damaged,   // damage was found, and reported to Mount::corruptionDetected when it is news; the next call begins
+               // another round
+    notReady,  // the mount has no store to read, or no view of it to give at present
   };
   static constexpr unsigned maxRestarts = 16;
 
@@ -37,6 +41,8 @@ class Scrubber {
   Outcome step(std::size_t budget);
 
  private:
+  using Damage = std::pair<std::uint64_t, std::string>;  // generation of the store, and what was found
+
   Outcome walk(std::size_t budget);
   Outcome nextTable();
   void beginRound();
@@ -50,6 +56,7 @@ class Scrubber {
   TableState expected_;
   TableState found_;
   std::string position_;  // first key not yet walked
+  Damage known_;
 };
 
 }  // namespace Quillo
