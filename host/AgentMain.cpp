@@ -46,11 +46,15 @@ class AtEnd {
 };
 
 void reload(NetSnmpAgent& agent, const AgentHooks& hooks) {
+  bool isRead = false;
   guarded("the configuration is not read again, the one in effect stays", [&] {
     agent.readConfigurationAgain();
     logInfo("the configuration has been read again");
-    if (hooks.reconfigured) hooks.reconfigured();
+    isRead = true;
   });
+  if (isRead && hooks.reconfigured) {
+    guarded("the configuration is not in effect; mend what is wrong and send SIGHUP again", hooks.reconfigured);
+  }
 }
 
 void handleSignals(SignalFd& signals, AgentLoop& loop, NetSnmpAgent& agent, const AgentHooks& hooks) {

@@ -16,7 +16,8 @@ class Hosted {
     make();
   }
   void reconfigure() {
-    if (composition_->storeDirectory() == storeDirectory()) {
+    // There is none when the last attempt failed.
+    if (composition_ && composition_->storeDirectory() == storeDirectory()) {
       composition_->reconfigure();
       return;
     }
