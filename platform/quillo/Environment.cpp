@@ -61,9 +61,13 @@ Environment::Environment(const std::string& directory, Access access, std::size_
     : directory_(directory) {
   faultGuardInstall();
   struct stat before {};
-  bool fresh = ::stat(dataFile(directory).c_str(), &before) != 0 || before.st_size == 0;
+  bool isThere = ::stat(dataFile(directory).c_str(), &before) == 0;
+  bool fresh = !isThere || before.st_size == 0;
   bool hadLockFile = ::stat(lockFile(directory).c_str(), &before) == 0;
   try {
+    if (access == Access::read && isThere && fresh) {
+      fail(ENOENT, access);  // its publisher died before it could write anything
+    }
     open(access, mapBytes);
     readIdentity(access);
   } catch (...) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <poll.h>
+#include <sys/resource.h>
 
 #include "kel/System.h"
 #include "quillo/TestStore.h"
@@ -44,6 +45,12 @@ TEST_F(MountTest, WaitsForAStoreThatDoesNotExistYet) {
   EXPECT_FALSE(reader->refresh());
   EXPECT_THROW(reader->snapshot(), StoreException);
   EXPECT_FALSE(reader->publisher().alive);
+  // What a publisher leaves that is killed at its very beginning.
+  std::filesystem::create_directory(directory_);
+  writeFile(dataFile(), "");
+  reader->refresh();
+  EXPECT_EQ(Mount::State::waiting, reader->state());
+  EXPECT_THAT(reader->stateText(), HasSubstr("start a publisher"));
   EXPECT_EQ(0U, reader->corruptionCount());
 }
 
@@ -182,6 +189,34 @@ TEST_F(MountTest, LimitOfTheMapIsAClearErrorThatLosesNothing) {
   EXPECT_THAT(e.what(), HasSubstr("has reached its limit of 1048576 bytes"));
   put(publisher, "after", "1");
   EXPECT_EQ((Contents{{"after", "1"}, {"kept", "1"}}), contents(mount()->snapshot()));
+}
+
+TEST_F(MountTest, LimitOfAddressSpaceLosesNothing) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "the sanitizer takes address space without limit";
+#endif
+  const pid_t child = spawn([this] {
+    PublisherConfig small = config();
+    small.mapBytes = std::size_t{16} << 20;
+    Publisher publisher(small);
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlimit limit{pages * 4096 + (std::size_t{12} << 20), RLIM_INFINITY};
+    if (setrlimit(RLIMIT_AS, &limit) != 0) return 1;
+    int committed = 0;
+    const auto full = refusal([&] {
+      for (; committed < 200; ++committed) put(publisher, std::to_string(committed), std::string(200'000, 'v'));
+    });
+    EXPECT_THAT(full.what(), HasSubstr("ulimit -v"));
+    put(publisher, "0", "1");
+    return HasFailure() ? 0 : committed;
+  });
+  const int committed = finish(child);
+  EXPECT_GT(committed, 10);
+  EXPECT_LT(committed, 99);
+  const auto reader = mount();
+  EXPECT_EQ(static_cast<std::size_t>(committed), contents(reader->snapshot()).size());
+  EXPECT_EQ("1", reader->snapshot().get(TableId::varnix, "0"));
 }
 
 // A reader that died in mid-read must not make the store grow for ever.

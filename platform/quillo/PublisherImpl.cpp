@@ -166,11 +166,14 @@ CommitResult PublisherImpl::apply(const BatchOps& ops, bool completesPass) {
   if (!broken_.empty()) {
     throw StoreException(Kind::damaged, broken_);
   }
-  if (env_->replaced()) {
+  if (env_ ? env_->replaced() : !std::filesystem::exists(dataFile(config_.directory))) {
     throw StoreException(Kind::gone,
                          fmt::format("store {} was removed or replaced while it was published; start the "
                                      "publisher again",
                                      config_.directory));
+  }
+  if (!env_) {
+    openStore();  // it could not be opened again the last time
   }
   constexpr Kel::Seconds readerCheckSeconds = 1;
   if (Kel::System::currentTime() - lastReaderCheck_ > readerCheckSeconds) {
@@ -230,7 +233,11 @@ bool PublisherImpl::grow() {
   clearStaleReaders();  // what dead readers held may have been all that was missing the next time
   std::size_t now = env_->mapBytes();
   std::size_t wanted = std::min(now * 2, config_.maxMapBytes);
-  if (wanted <= now || mdb_env_set_mapsize(env_->handle(), wanted) != 0) {
+  if (wanted <= now) {
+    return false;
+  }
+  if (mdb_env_set_mapsize(env_->handle(), wanted) != 0) {
+    openStore();  // the storage engine gives up the old mapping before it asks for the new one
     return false;
   }
   QTRACE(publisherImplTrace, 1) << "mapping of " << config_.directory << " grown to " << wanted << " bytes";
