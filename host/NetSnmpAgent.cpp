@@ -203,6 +203,9 @@ void NetSnmpAgent::listen() {
 }
 
 void NetSnmpAgent::goToBackground() {
+  // A wrong name is a failure of the starter, as long as there is one.
+  userId(options_.user);
+  groupId(options_.group);
   if (netsnmp_daemonize(1, snmp_stderrlog_status()) != 0) {
     throw Kel::Exception(fmt::format("cannot go to the background: {}", std::strerror(errno)));
   }

@@ -37,7 +37,8 @@ class NetSnmpAgent {
   void listen();
   // Sends a notification, if the configuration asks for it; a subagent leaves that to its master.
   void notify(int trap, int specific) const;
-  // Forks into the background; returns in the child. Throws Kel::Exception when that fails.
+  // Forks into the background; returns in the child. Throws Kel::Exception when that fails, or when there is no such
+  // user or group to become there.
   void goToBackground();
   // Gives the state directory to the user that the agent is to run as, becomes that user, saves the state. A state
   // directory that cannot be used is one warning, and the agent goes on without keeping its state.

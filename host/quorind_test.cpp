@@ -233,6 +233,8 @@ TEST_F(QuorindTest, whatItCannotStartWithIsOneLineAndAFailure) {
        "cannot read the configuration file /no/such.conf: No such file or directory; "},
       {"-f -C -c / " + address, "cannot read the configuration file /: Is a directory; "},
       {base + "-u no-such-user udp:127.0.0.1:0", "there is no user 'no-such-user' on this machine"},
+      {fmt::format("-C -Le -c {} -g no-such-group udp:127.0.0.1:0", configuration().string()),
+       "there is no group 'no-such-group' on this machine"},
       {"-z", "unknown option -z; "},
       {"--no-such-option", "unknown option --no-such-option; "},
       {"--store", "option --store needs an argument; "},
