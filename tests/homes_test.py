@@ -33,15 +33,6 @@ class Home:
         for triple in ((IP_FORWARDING, "i", "2"), (f"{IP_ADDR_ENTRY}.2.10.0.0.1", "i", "7")):
             self.assertEqual(self.client.set_error(triple), "notWritable")
 
-    def test_follows_the_kernel(self):
-        self.start_home()
-        self.wait_until_served_by_us()
-        for address in ("10.0.0.9", "10.0.0.10"):
-            self.namespace.add_address("a0", f"{address}/24")
-            eventually(lambda: address in self.client.ip_addr_rows(), f"{address} not served")
-            self.namespace.del_address("a0", f"{address}/24")
-            eventually(lambda: address not in self.client.ip_addr_rows(), f"{address} still served")
-
     def test_gives_back_what_it_took(self):
         self.start_home()
         self.wait_until_served_by_us()

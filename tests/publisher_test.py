@@ -43,16 +43,6 @@ class PublisherTest(SystemCase):
             self.wait_until_complete()
             self.expect_kernel_rows()
 
-    def test_agent_serves_on_when_the_mirror_has_stopped(self):
-        self.namespace.add_interface("a0", "10.0.0.1/24")
-        self.start_system()
-        self.expect_kernel_rows()
-        rows = self.client.ip_addr_rows()
-        self.assertEqual(self.mirror.stop(), 0)
-        self.assertEqual(self.client.ip_addr_rows(), rows)
-        self.assertEqual(self.client.get(IP_FORWARDING)[0].value, "2")
-        self.assertTrue(self.agent.running)
-
     def test_mirror_killed_and_started_again(self):
         self.namespace.add_interface("a0", "10.0.0.1/24", "10.0.0.2/24")
         self.namespace.add_interface("a1", "10.1.0.1/24")

@@ -24,29 +24,40 @@ access operators "" usm priv prefix all all none
 WHOLE = ("-Ox", "--hexOutputLength=0")  # octets as one line of hexadecimal digits, however many they are
 
 
-class VrfCase(SystemCase):
-    communities = ()  # names of VRFs; the community of red is "c-red", and "w-red" may write
+class VrfClients:
+    """Adds to a SystemCase the directory of VRFs and those who ask in their contexts."""
 
     def setUp(self):
         super().setUp()
         self.vrfs = VrfDirectory(os.path.join(self.directory, "netns"))
         self.addCleanup(self.vrfs.close)
-        lines = [f"com2sec -Cn {name} {who} default {letter}-{name}\n"
-                 for name in self.communities for letter, who in (("c", "all"), ("w", "writer"))]
-        self.write_configuration(ACCESS + "".join(lines))
-        self.default = self.community("private")
-        self.numbers = {}
 
     def start_mirror(self, *options):
         return self.start("quorin-mirrord", "-f", "--store", self.store, "--netns-dir", self.vrfs.path, *options)
 
     def community(self, name, timeout=2):
-        return Client(self.namespace, access=("-v2c", "-c", name, *WHOLE), timeout=timeout)
+        return Client(self.namespace, self.client.agent, ("-v2c", "-c", name, *WHOLE), timeout)
 
-    def user(self, context, timeout=2):
-        access = ("-v3", "-u", "alice", "-l", "authPriv", "-a", "SHA", "-A", "authentic-pass", "-x", "AES", "-X",
+    def user(self, context, name="alice", timeout=2):
+        access = ("-v3", "-u", name, "-l", "authPriv", "-a", "SHA", "-A", "authentic-pass", "-x", "AES", "-X",
                   "private-pass", "-n", context)
-        return Client(self.namespace, access=(*access, *WHOLE), timeout=timeout)
+        return Client(self.namespace, self.client.agent, (*access, *WHOLE), timeout)
+
+    def wait_for_context(self, client, timeout=10):
+        waiting = client.impatient()
+        eventually(lambda: waiting.has(SYS_UP_TIME), "the context does not answer", timeout)
+
+
+class VrfCase(VrfClients, SystemCase):
+    communities = ()  # names of VRFs; the community of red is "c-red", and "w-red" may write
+
+    def setUp(self):
+        super().setUp()
+        lines = [f"com2sec -Cn {name} {who} default {letter}-{name}\n"
+                 for name in self.communities for letter, who in (("c", "all"), ("w", "writer"))]
+        self.write_configuration(ACCESS + "".join(lines))
+        self.default = self.community("private")
+        self.numbers = {}
 
     def vrf_ids(self):
         """name -> number, from the interfaces of the VRFs. No number may stand for two names."""
@@ -62,10 +73,6 @@ class VrfCase(SystemCase):
         if name not in self.numbers:
             self.numbers = self.vrf_ids()
         return self.numbers[name]
-
-    def wait_for_context(self, client, timeout=10):
-        waiting = client.impatient()
-        eventually(lambda: waiting.has(SYS_UP_TIME), "the context does not answer", timeout)
 
     def expect(self, served, expected, what, timeout=5):
         """`served` becomes what `expected` gives. Both are asked again and again, since both may change."""
