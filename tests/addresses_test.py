@@ -2,16 +2,10 @@
 
 import random
 
-from harness import SystemCase, eventually, kernel_rows, main
+from harness import SystemCase, kernel_rows, main
 
 
 class AddressesTest(SystemCase):
-    def expect_rows(self, expected=None):
-        """The agent's rows become the expected ones, by default the kernel's, and nothing else."""
-        expected = kernel_rows(self.namespace) if expected is None else expected
-        eventually(lambda: self.client.ip_addr_rows() == expected,
-                   lambda: f"agent {self.client.ip_addr_rows()}\nexpected {expected}")
-
     def test_every_mask(self):
         self.start_system()
         self.namespace.add_interface("a0")

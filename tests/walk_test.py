@@ -1,10 +1,8 @@
 """Walks while rows come and go."""
 
-import contextlib
 import random
-import threading
 
-from harness import SystemCase, SnmpError, eventually, main
+from harness import SystemCase, SnmpError, background, eventually, main
 from harness.snmp import IP_ADDR_ENTRY
 
 ADDRESS_COLUMN = f"{IP_ADDR_ENTRY}.1"
@@ -20,31 +18,18 @@ class WalkTest(SystemCase):
         self.namespace.ip_batch([f"addr add {address}/32 dev a0" for address in addresses])
         eventually(lambda: set(addresses) <= set(self.client.ip_addr_rows()), f"{addresses} not served")
 
-    @contextlib.contextmanager
     def churn(self, hosts):
-        """Adds and deletes 10.0.1.<host> in the background, in no order, until the block ends."""
-        ended, failures = threading.Event(), []
+        """Adds and deletes 10.0.1.<host> in the background, in no order."""
+        choice, present = random.Random(7), set()
 
         def change():
-            choice, present = random.Random(7), set()
-            try:
-                while not ended.is_set():
-                    lines = []
-                    for host in choice.sample(hosts, 10):
-                        lines.append(f"addr {'del' if host in present else 'add'} 10.0.1.{host}/32 dev a0")
-                        present ^= {host}
-                    self.namespace.ip_batch(lines)
-            except Exception as error:  # handed to the test's own thread
-                failures.append(error)
+            lines = []
+            for host in choice.sample(hosts, 10):
+                lines.append(f"addr {'del' if host in present else 'add'} 10.0.1.{host}/32 dev a0")
+                present.symmetric_difference_update({host})
+            self.namespace.ip_batch(lines)
 
-        thread = threading.Thread(target=change)
-        thread.start()
-        try:
-            yield
-        finally:
-            ended.set()
-            thread.join()
-        self.assertEqual(failures, [])
+        return background(change)
 
     def test_walks_during_changes_are_in_order_and_keep_every_row_that_stays(self):
         stay = [f"10.0.1.{host}" for host in range(0, 250, 2)]

@@ -1,8 +1,8 @@
 """Harness of the black-box tests: see tests/README.md."""
 
-from harness.case import SystemCase, eventually, main
+from harness.case import SystemCase, background, eventually, main
 from harness.namespace import Namespace
 from harness.snmp import Client, SnmpError, VarBind
 from harness.tables import kernel_rows
 
-__all__ = ["Client", "Namespace", "SnmpError", "SystemCase", "VarBind", "eventually", "kernel_rows", "main"]
+__all__ = ["Client", "Namespace", "SnmpError", "SystemCase", "VarBind", "background", "eventually", "kernel_rows", "main"]

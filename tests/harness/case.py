@@ -1,16 +1,19 @@
 """The frame of a black-box test: one namespace, one store, one configuration."""
 
+import contextlib
 import os
 import shutil
 import signal
 import sys
 import tempfile
+import threading
 import time
 import unittest
 
 from harness.namespace import Namespace
 from harness.programs import BIN_DIR, Program
 from harness.snmp import IP_FORWARDING, Client
+from harness.tables import kernel_rows
 
 LISTEN = "udp:127.0.0.1:1161"
 CONFIGURATION = "rwcommunity private 127.0.0.1\n"
@@ -27,6 +30,29 @@ def eventually(condition, what, timeout=5.0, interval=0.01):
         if time.monotonic() > end:
             raise AssertionError(f"not within {timeout} s: {what() if callable(what) else what}")
         time.sleep(interval)
+
+
+@contextlib.contextmanager
+def background(step):
+    """Calls `step` over and over in a thread of its own until the block ends. What goes wrong there fails the block."""
+    ended, failures = threading.Event(), []
+
+    def work():
+        try:
+            while not ended.is_set():
+                step()
+        except Exception as error:  # pylint: disable=broad-except; raised in the caller's thread
+            failures.append(error)
+
+    thread = threading.Thread(target=work)
+    thread.start()
+    try:
+        yield
+    finally:
+        ended.set()
+        thread.join()
+    if failures:
+        raise failures[0]
 
 
 class SystemCase(unittest.TestCase):
@@ -88,6 +114,14 @@ class SystemCase(unittest.TestCase):
             return waiting.has(IP_FORWARDING)
 
         eventually(complete, "the agent does not answer ipForwarding.0", timeout=15)
+
+    def expect_rows(self, expected=None, timeout=5):
+        """The agent's ipAddrTable becomes the expected one, by default the kernel's, and nothing else."""
+        def wanted():
+            return kernel_rows(self.namespace) if expected is None else expected
+
+        eventually(lambda: self.client.ip_addr_rows() == wanted(),
+                   lambda: f"agent {self.client.ip_addr_rows()}\nexpected {wanted()}", timeout)
 
     def report(self):
         """What the programs said last, for a failed test."""
