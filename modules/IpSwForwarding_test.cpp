@@ -160,26 +160,6 @@ TEST_F(IpSwForwarding, otherColumnsAreNotThereAndSetIsRefused) {
   }
 }
 
-TEST_F(IpSwForwarding, manyColumnsOfARowAreOneReading) {
-  Kel::TraceConfig::levelsAre("IpSwFwdStats/1");
-  int readings = 0;
-  const auto previous = Kel::TraceConfig::sinkIs([&](const auto&, unsigned, const auto& text) {
-    if (text == "stat is Ip6InReceives, value is 30") ++readings;
-  });
-  Kel::Seconds now = 5000;
-  Kel::System::clockIs([&] { return now; });
-  const std::vector<std::string> names{swFwdCell(3, 2), swFwdCell(5, 2), swFwdCell(31, 2), swFwdCell(45, 2)};
-  agent.send(SNMP_MSG_GET, names);
-  now += 0.5;
-  agent.send(SNMP_MSG_GET, names);
-  EXPECT_EQ(readings, 1);
-  now += 0.1;
-  agent.send(SNMP_MSG_GET, names);
-  EXPECT_EQ(readings, 2);
-  Kel::System::clockIs({});
-  Kel::TraceConfig::sinkIs(previous);
-}
-
 TEST_F(IpSwForwarding, tracesOfAWalk) {
   agent.getNext(swFwdTable + ".1.3");
   const auto said = withoutPointers(lines.take());

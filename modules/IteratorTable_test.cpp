@@ -335,13 +335,4 @@ TEST_F(IteratorTableTest, setIsRefusedColumnByColumn) {
   EXPECT_EQ(agent.get(cell(1, 2, "1.3")).value, "10003");
 }
 
-TEST_F(IteratorTableTest, aTableWithoutAPathForVrfsIsNotServedThere) {
-  initialize_table_sortedTable(SnmpUtil::getSnmpConfig(), "red");
-  EXPECT_THAT(lines.take(),
-              ElementsAre(StartsWith("1 initialize_table_sortedTable initializing oid "),
-                          "2 initialize_table_sortedTable in context \"red\" varnixPathWithContext not "
-                          "specified "));
-  EXPECT_THAT(agent.walk(testRoot, "red"), ::testing::IsEmpty());
-}
-
 }  // namespace

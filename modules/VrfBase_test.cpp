@@ -162,20 +162,6 @@ TEST_F(VrfBase, aMembershipOfMoreThanAHundredBytesIsGenErr) {
   EXPECT_THAT(lines.take(), Contains("2 handle_quorinVrfIfTable - StringToAsnOctetString failed for: vrfName"));
 }
 
-TEST_F(VrfBase, rowsComeAndGoBetweenTwoRequests) {
-  for (const char* name : {"a", "b", "c"}) vrfIs(name);
-  for (const unsigned ifIndex : {1U, 2U, 3U}) interfaceIs(ifIndex, "a");
-  tree.ipVrfMib->vrfTableDel(Snmp::String("a"));
-  tree.ipVrfMib->vrfIfTableDel(1);
-  EXPECT_EQ(agent.getNext(cell(2, "a")).name, cell(2, "b"));
-  EXPECT_EQ(agent.getNext(membership(1)).name, membership(2));
-  EXPECT_EQ(agent.get(cell(2, "a")).value, "noSuchInstance");
-  tree.ipVrfMib->vrfTableDelAll();
-  EXPECT_EQ(agent.getNext(cell(2, "a")).name, membership(2));
-  tree.ipVrfMib->vrfIfTableDelAll();
-  EXPECT_EQ(agent.getNext(cell(2, "a")).type, SNMP_ENDOFMIBVIEW);
-}
-
 TEST_F(VrfBase, setIsRefused) {
   vrfIs("red");
   interfaceIs(3, "red");
