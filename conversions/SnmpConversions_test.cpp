@@ -43,20 +43,9 @@ int integer(int (*convert)(Value, unsigned char*, int), std::type_identity_t<Val
   return number;
 }
 
-Arp::Table::ArpEntry neighbour(const char* addr, bool isStatic) {
-  return {.key = {.vrfId = {}, .addr = Vantu::IpGenAddr::fromString(addr), .intfId = {}},
-          .ethAddr = {},
-          .status = {.isStatic = isStatic}};
-}
-
 Kel::Ptr<const IpSnmp::IpAddressPrefixEntry> prefix(std::uint32_t ifIndex, Ip::IpVersion version,
                                                     const Snmp::String& bytes, std::uint32_t length) {
   return Kel::makePtr<IpSnmp::IpAddressPrefixEntry>(IpSnmp::IpAddressPrefixKey(ifIndex, version, bytes, length));
-}
-
-Kel::Ptr<const IpSnmp::VrfRoutingStatus> routingStatus(Kel::Ptr<const Routing::Config> v4,
-                                                       Kel::Ptr<const Routing6::Config> v6) {
-  return Kel::makePtr<IpSnmp::VrfRoutingStatus>("red", v4, v6);
 }
 
 // The identifier as a manager would see it.
@@ -102,14 +91,6 @@ TEST(SnmpConversions, protocolComesFromTheProcessesMap) {
   IpSnmp::protocolMap().protocolDelAll();
 }
 
-TEST(SnmpConversions, linkLocalComesBeforeStatic) {
-  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("fe80::1", true)), 5);
-  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("fe80::1", false)), 5);
-  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("169.254.0.9", true)), 5);
-  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("2001:db8::1", true)), 4);
-  EXPECT_EQ(integer(PhysicalTypeToAsnInteger, neighbour("10.0.0.2", false)), 3);
-}
-
 TEST(SnmpConversions, nextHopGroupTypesKeepTheirNumberAndUnknownOnesAbort) {
   using Type = Routing::NexthopGroup::NexthopGroupType;
   for (int number = 0; number <= 5; ++number) {
@@ -118,20 +99,6 @@ TEST(SnmpConversions, nextHopGroupTypesKeepTheirNumberAndUnknownOnesAbort) {
   unsigned char buffer[4];
   EXPECT_DEATH(NhgTypeToAsnInteger(static_cast<Type>(6), buffer, 4),
                "SnmpConversions: int NhgTypeToAsnInteger.*: assertion failed: !\"NhgType bad value\"");
-}
-
-TEST(SnmpConversions, routingStatusIsOneByteOfBits) {
-  const auto v4 = Kel::makePtr<Routing::Config>("v4");
-  const auto v6 = Kel::makePtr<Routing6::Config>("v6");
-  EXPECT_THAT(written(RoutingStatusToAsnBits, nullptr).bytes, ElementsAre(0x00));
-  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(nullptr, nullptr)).bytes, ElementsAre(0x00));
-  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(v4, v6)).bytes, ElementsAre(0x00));
-  v4->routingIs(true);
-  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(v4, v6)).bytes, ElementsAre(0x80));
-  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(nullptr, v6)).bytes, ElementsAre(0x00));
-  v6->routingIs(true);
-  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(v4, v6)).bytes, ElementsAre(0xC0));
-  EXPECT_THAT(written(RoutingStatusToAsnBits, routingStatus(nullptr, v6)).bytes, ElementsAre(0x40));
 }
 
 TEST(SnmpConversions, routeDistinguisherIsItsText) {
@@ -148,10 +115,6 @@ TEST(SnmpConversions, prefixEntryBecomesARowPointer) {
   const auto pointer = written(IpAddressPrefixEntryToAsnOid, v4);
   EXPECT_EQ(pointer.length, 72);
   EXPECT_EQ(identifier(pointer), "1.3.6.1.2.1.4.32.1.5.5.1.4.10.1.0.0.16");
-  EXPECT_EQ(identifier(written(IpAddressPrefixEntryToAsnOid,
-                               prefix(0xFFFFFFFF, Ip::ipVersion6, Snmp::String(Kel::String(16, '\xff')), 128))),
-            "1.3.6.1.2.1.4.32.1.5.4294967295.2.16.255.255.255.255.255.255.255.255.255.255.255.255.255.255.255.255."
-            "128");
   EXPECT_EQ(identifier(written(IpAddressPrefixEntryToAsnOid, prefix(7, Ip::ipVersion4, Snmp::String(), 0))),
             "1.3.6.1.2.1.4.32.1.5.7.1.0.0");
   EXPECT_EQ(identifier(written(IpAddressPrefixEntryToAsnOid, nullptr)), "0.0");

@@ -13,15 +13,6 @@ using Order = SchedulerTest;
 using Batch = SchedulerTest;
 using Yield = SchedulerTest;
 
-TEST_F(Order, lowerNumberFirstAndFirstInFirstOut) {
-  const auto a = noting("a", 3), b = noting("b", 2), c = noting("c", 3), d = noting("d", 2);
-  for (const auto& t : {a, b, c, d, a, b}) t->scheduleTask();
-  EXPECT_FALSE(scheduler_->runReady());
-  EXPECT_EQ(taken(), (Names{"b", "d", "a", "c"}));
-  EXPECT_FALSE(scheduler_->runReady());
-  EXPECT_EQ(taken(), Names{});
-}
-
 TEST_F(Order, urgentTaskScheduledInsideARunGoesNext) {
   const auto urgent = noting("urgent", 0);
   const auto late = noting("late", 2);
@@ -33,17 +24,6 @@ TEST_F(Order, urgentTaskScheduledInsideARunGoesNext) {
   first->scheduleTask();
   scheduler_->runReady();
   EXPECT_EQ(taken(), (Names{"first", "urgent", "late"}));
-}
-
-TEST_F(Order, cancelledTaskDoesNotRunUntilScheduledAgain) {
-  const auto a = noting("a"), b = noting("b");
-  a->scheduleTask();
-  b->scheduleTask();
-  a->cancelTask();
-  EXPECT_FALSE(a->scheduled());
-  a->scheduleTask();
-  scheduler_->runReady();
-  EXPECT_EQ(taken(), (Names{"b", "a"}));
 }
 
 // Random scheduling and cancelling, against a list that is searched for the task whose turn it is.

@@ -194,23 +194,6 @@ TEST(EntityManager, aRebuildDisturbsNothingThatStaysTheSame) {
   EXPECT_EQ(reader.manager->status(), "");
 }
 
-TEST(EntityManager, aFixedEntityLosesItsDocumentAndStays) {
-  const Directory directory;
-  Writer writer(directory.path());
-  writer.tree.routingConfig->routingIs(true);
-  writer.documents.publishAll();
-  Reader reader(directory.path());
-  reader.follow();
-  const auto config = reader.tree().routingConfig;
-  EXPECT_TRUE(config->routing());
-  auto batch = writer.store.begin();
-  batch.del(Varnix::documentTable, "routing/config");
-  batch.commit();
-  reader.follow();
-  EXPECT_FALSE(config->routing());
-  EXPECT_EQ(Kel::resolve(reader.top, "Varnix/routing/config"), config);
-}
-
 TEST(EntityManager, worksInBoundedSteps) {
   const Directory directory;
   Writer writer(directory.path());

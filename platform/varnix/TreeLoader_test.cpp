@@ -120,7 +120,10 @@ TEST_F(TreeLoaderTest, aDocumentThatBecomesBadTakesItsEntityAlong) {
   EXPECT_TRUE(tree.routingConfig->routing());
   loader.documentIs("routing/config", "[]");
   EXPECT_FALSE(tree.routingConfig->routing());
-  EXPECT_TRUE(Kel::resolve(top, "Varnix/routing/config"));
+  load("routing/config", "Routing::Config", R"({"routing":true})");
+  loader.documentDel("routing/config");
+  EXPECT_FALSE(tree.routingConfig->routing());
+  EXPECT_TRUE(Kel::resolve(top, "Varnix/routing/config")) << "it has a place of its own";
 }
 
 TEST_F(TreeLoaderTest, oneEntityHasOnePath) {
