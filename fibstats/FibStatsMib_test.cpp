@@ -49,12 +49,9 @@ TEST(FibStatsMib, valuesInText) {
   EXPECT_EQ(RouteTypeInstance("routeTypeVcs"), routeTypeVcs);
   EXPECT_THROW(RouteTypeInstance(4), Kel::RangeException);
   for (const int length : {-1, 129}) {
-    try {
-      IpAddressPrefixLength wrong(length);
-      ADD_FAILURE() << wrong;
-    } catch (const Kel::RangeException& error) {
-      EXPECT_STREQ(error.what(), "IpAddressPrefixLength::value < 0 or > 128 not allowed");
-    }
+    EXPECT_THAT(
+        [&] { IpAddressPrefixLength wrong(length); },
+        testing::ThrowsMessage<Kel::RangeException>("IpAddressPrefixLength::value < 0 or > 128 not allowed"));
   }
   EXPECT_EQ(fibStatsMibFactory("fibstatsmib")->vrfName(), "default");
   EXPECT_EQ(fibStatsMibFactory("red")->vrfName(), "red");

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -110,12 +111,8 @@ TEST(Prefixes, addressWithHostBitsIsRefusedAsPrefix) {
   EXPECT_EQ(Prefix(clean).addrWithMask(), clean);
   const auto host = Ip6AddrWithMask::fromString("2001:db8::1/64");
   EXPECT_FALSE(host.validAsPrefix());
-  try {
-    const Ip6Prefix refused(host);
-    ADD_FAILURE() << refused;
-  } catch (const Kel::RangeException& error) {
-    EXPECT_STREQ(error.what(), "Prefix::validAsPrefix != true not allowed");
-  }
+  EXPECT_THAT([&] { const Ip6Prefix refused(host); },
+              testing::ThrowsMessage<Kel::RangeException>("Prefix::validAsPrefix != true not allowed"));
 }
 
 }  // namespace
