@@ -39,33 +39,6 @@ TEST_F(MirrorServiceTest, linksAndAddressesAsTheyComeAndGo) {
   EXPECT_EQ(service_->mirror().completeDumps(), 1U) << "notifications alone did it";
 }
 
-TEST_F(MirrorServiceTest, anAddressIsInTheStoreWithinMilliseconds) {
-  start();
-  ip("addr add 10.0.0.1/24 dev eth0");
-  const auto begin = Kel::System::currentTime();
-  waitFor([&] { return isInStore("ip/status.ipIntfStatus/eth0", "10.0.0.1/24"); }, "10.0.0.1 in the store", 1000);
-  EXPECT_LT(Kel::System::currentTime() - begin, 0.05);
-}
-
-TEST_F(MirrorServiceTest, forwarding) {
-  start();
-  EXPECT_FALSE(service_->tree().routingConfig->routing() || service_->tree().routing6Config->routing());
-  const std::pair<const char*, const char*> switches[] = {
-      {"/proc/sys/net/ipv4/ip_forward", "routing/config"},
-      {"/proc/sys/net/ipv6/conf/all/forwarding", "routing6/config"}};
-  for (const auto& [file, path] : switches) {
-    for (const char* value : {"1", "0", "1"}) {
-      std::ofstream(file) << value;
-      const std::string expected = *value == '1' ? "true" : "false";
-      waitFor([&, where = path] { return isInStore(where, expected); }, file, 500);
-    }
-  }
-  service_.reset();
-  start();
-  EXPECT_TRUE(service_->tree().routingConfig->routing() && service_->tree().routing6Config->routing())
-      << "read at the start";
-}
-
 TEST_F(MirrorServiceTest, overrunIsMadeGoodAndJournalsOnlyWhatDiffers) {
   ip("link add quiet type veth peer name quiet-p");
   ip("addr add 10.1.0.1/24 dev quiet");
@@ -102,17 +75,6 @@ TEST_F(MirrorServiceTest, aMirrorThatStartsAgainJournalsOnlyWhatDiffers) {
   expectAgreement();
   EXPECT_FALSE(isInStore("interface/status.intfStatus/eth0"));
   EXPECT_TRUE(isInStore("interface/status.intfStatus/eth1"));
-}
-
-TEST_F(MirrorServiceTest, aSecondPublisherIsToldWhoIsThere) {
-  start();
-  try {
-    MirrorService second(config());
-    FAIL() << "two publishers";
-  } catch (const Quillo::StoreException& error) {
-    EXPECT_EQ(error.kind(), Quillo::StoreException::Kind::owned);
-    EXPECT_THAT(error.what(), HasSubstr(std::to_string(getpid())));
-  }
 }
 
 TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {

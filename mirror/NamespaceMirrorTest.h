@@ -36,10 +36,11 @@ class NamespaceMirrorTest : public testing::Test {
     Kel::TraceConfig::sinkIs({});
   }
 
-  void settle() {
-    while (mirror_.receive()) {
+  static void settle(NamespaceMirror& mirror) {
+    while (mirror.receive()) {
     }
   }
+  void settle() { settle(mirror_); }
   void startAndSettle() {
     mirror_.start();
     settle();

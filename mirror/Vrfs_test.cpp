@@ -92,8 +92,7 @@ TEST_F(ScopeTest, aNamespaceIsShownAsItsVrfAndGoesWhole) {
   NamespaceMirror mirror(kernel, picture_, NamespaceScope(red, *id), ForwardingFlags("/nowhere"));
   mirror.start();
   EXPECT_FALSE(tree_.allVrfStatusLocal->vrfHas(red)) << "an incomplete picture is not shown";
-  while (mirror.receive()) {
-  }
+  settle(mirror);
   Lines expected = expectedLines(kernel, {"red", 1});
   expected.insert(ofDefault.begin(), ofDefault.end());
   EXPECT_EQ(linesOf(picture_), expected);
@@ -105,8 +104,7 @@ TEST_F(ScopeTest, aNamespaceIsShownAsItsVrfAndGoesWhole) {
   }
   EXPECT_EQ(tree_.vrfNameStatus->vrfIdOf(red), VrfId(1));
   kernel.notify(describeForwarding(Message(RTM_NEWNETCONF), Vantu::ipv4_, NETCONFA_IFINDEX_ALL, 1));
-  while (mirror.receive()) {
-  }
+  settle(mirror);
   EXPECT_TRUE(tree_.routingVrfConfigDir->vrfConfig("red")->routing());
   EXPECT_FALSE(tree_.routing6VrfConfigDir->vrfConfig("red")->routing() || tree_.routingConfig->routing());
 
@@ -127,11 +125,9 @@ TEST_F(ScopeTest, aKernelIndexThatDoesNotFitIsRefusedOnce) {
   kernel_.reopen();
   kernel_.links[(1 << 20) - 1] = {(1 << 20) - 1, "last"};
   mirror.start();
-  while (mirror.receive()) {
-  }
+  settle(mirror);
   kernel_.linkIs(kernel_.links[1 << 20]);
-  while (mirror.receive()) {
-  }
+  settle(mirror);
   EXPECT_FALSE(tree_.intfStatusDir->intfStatusHas(Vantu::IntfId("red/big")));
   EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("red/last"))->ifIndex(), (2U << 20) - 1);
   EXPECT_THAT(complaints_, ElementsAre(HasSubstr("red/big")));
