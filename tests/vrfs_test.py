@@ -2,7 +2,7 @@
 
 import os
 
-from harness import SnmpError, eventually, main
+from harness import eventually, main
 from harness.snmp import SYS_UP_TIME
 from harness.tables import (ADDR, ADDRESS, DYNAMIC, ENTERPRISE, IP, IP_TABLES, LOCAL, MEDIA, PHYSICAL, PREFIX, STATIC,
                             VRF, VRF_IF, VRF_TABLES, inet, kernel_tables, read_tables, vrf_index)
@@ -162,36 +162,6 @@ class VrfsTest(VrfCase):
                 clients = {red: self.community("c-red"), blue: self.community("c-blue"), self.namespace: self.default}
                 shown = [name for name, client in clients.items() if (10, 3, 0, 1) in self.walk(client)[ADDR]]
                 self.assertEqual(shown, [place])
-
-    def shows_nothing(self, client):
-        """Of a context that is gone: an error, or no object at all."""
-        try:
-            return not any(bind.exists for bind in client.bulk_walk("1.3.6.1"))
-        except SnmpError:
-            return True
-
-    def test_context_comes_and_goes_with_its_namespace(self):
-        self.start_system()
-        clients = [self.community("c-red", timeout=1), self.user("red", timeout=1)]
-        self.add_vrf("blue", 0x12)
-        self.wait_for_context(self.community("c-blue"))
-        numbers = set()
-        for client in clients:  # until there is a first red, net-snmp does not know the context
-            with self.assertRaises(SnmpError):
-                client.get(SYS_UP_TIME)
-        for mark in (0x20, 0x21, 0x22):
-            red = self.add_vrf("red", mark)
-            for client in clients:
-                self.wait_for_context(client)
-                self.expect_context(client, red, "red")
-            self.expect_everything()
-            numbers.add(self.vrf_ids()["red"])
-            self.vrfs.remove("red")
-            for client in clients:
-                eventually(lambda: self.shows_nothing(client), "the context of a VRF that is gone shows objects")
-            self.expect_everything()
-        self.assertEqual(len(numbers), 1, "a VRF that comes back keeps its number, and so its ifIndexes")
-        self.assertEqual(self.mirror.lines(), [])
 
     def test_nothing_can_be_set(self):
         red = self.add_vrf("red", 0x11)
