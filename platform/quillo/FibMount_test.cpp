@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "kel/System.h"
 #include "quillo/FecRecord.h"
 #include "quillo/RouteRecord.h"
 #include "quillo/TestStore.h"
@@ -282,6 +283,30 @@ TEST_F(FibMountTest, damagedRecordsAreReportedAndTheOthersServed) {
   for (int i = 0; i < 4; ++i) follow();
   EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("key of a wrong length"), HasSubstr("value too short")));
   EXPECT_EQ(2U, copies_[1].routes->entries.size());
+}
+
+// What lies behind them is read when the store has changed: it may have been mended.
+TEST_F(FibMountTest, walkThatEndedForItsDamageIsMadeGood) {
+  constexpr std::uint32_t damaged = 1000;
+  Traces traces;
+  Publisher publisher(config());
+  pass(publisher, [](Batch& batch) {
+    for (std::uint32_t i = 1; i <= damaged; ++i) {
+      batch.put(TableId::route, encodeRouteKey(VrfId(1), fibRoute(i, 7).prefix), "malformed");
+    }
+    add(batch, VrfId(1), fibRoute(damaged + 1, 7));
+  });
+  for (int i = 0; i < 4; ++i) follow();
+  EXPECT_EQ(0U, copies_[1].routes->entries.size());
+  EXPECT_EQ(damaged + 1, traces.take().size()) << "each, and that there may be more";
+  auto batch = publisher.begin();
+  for (std::uint32_t i = 1; i <= damaged; ++i) add(batch, VrfId(1), fibRoute(i, 7));
+  batch.commit();
+  const double now = Kel::System::currentTime() + 60;
+  Kel::System::clockIs([now] { return now; });
+  for (int i = 0; i < 2; ++i) follow();
+  Kel::System::clockIs({});
+  EXPECT_EQ(damaged + 1, copies_[1].routes->entries.size());
 }
 
 // What cannot be read is not what is not there.

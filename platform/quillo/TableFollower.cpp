@@ -48,11 +48,16 @@ TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other
   };
   if (other && !sameStore(*other)) return {};
   const auto last = other ? std::min(other->seq, head.seq) : head.seq;
+  constexpr Kel::Seconds endedPause = 30;
+  if (endedAt_ && *endedAt_ != head && Kel::System::currentTime() - endedTime_ >= endedPause) {
+    mark_.epoch = 0;  // no epoch of a mount
+  }
   if (sameStore(mark_) && mark_.seq >= last) return {};
   auto changes = snapshot->changesSince(mark_, limit);
   if (changes.tooOld) {
     const auto pass = snapshot->completePass();
     if (!pass || pass->seq > last) return {};
+    endedAt_.reset();
   }
   if (mark_.generation != head.generation) known_.clear();
   mark_ = changes.next;
@@ -95,6 +100,11 @@ std::shared_ptr<Snapshot> TableFollower::snapshot() {
     mark_.epoch = 0;  // no epoch of a mount
     throw;
   }
+}
+
+void TableFollower::walkWasEnded() {
+  endedAt_ = mark_;
+  endedTime_ = Kel::System::currentTime();
 }
 
 void TableFollower::corruptionDetected(const std::string& message) {

@@ -22,6 +22,7 @@
 // A store that vanished, or cannot be read, changes nothing.
 
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -76,6 +77,10 @@ class TableFollower : public Kel::Notifier {
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage) { corruptionDetected(damage.what()); }
   void corruptionDetected(const std::string& message);
 
+  // A reader's walk was ended for all the damage in it. What lies behind that is not told by key when it is mended, so
+  // the tables are told once the store has changed, though not within half a minute.
+  void walkWasEnded();
+
   // A snapshot to look something up in (Mount::turnSnapshot). Throws StoreException when there is none to be had; then
   // the tables are told once the store can be read again, so that nobody has to keep account of what it failed to read.
   std::shared_ptr<Snapshot> snapshot();
@@ -96,6 +101,8 @@ class TableFollower : public Kel::Notifier {
 
   Kel::Ptr<Mount> mount_;
   Bookmark mark_;
+  std::optional<Bookmark> endedAt_;  // how far the store was followed when a walk was ended
+  Kel::Seconds endedTime_ = 0;
   bool initialized_ = false;
   std::string obstacle_;  // the latest that was traced
   std::map<TableId, Kel::Ptr<TableKeys>> keys_;

@@ -29,7 +29,7 @@ class VrfTableReader {
 
   // Hands the records whose keys begin with `vrf` to `take`, in order, from the first key that is not below `from` on,
   // until it sets `goesOn` to false. Throws as `get`, but damaged records after what could be read was visited: the
-  // first of them; the others are reported. A walk ends at the thousandth.
+  // first of them; the others are reported. A walk ends at the thousandth, and the follower is told.
   using Take = std::function<const char*(const Scan& scan, bool& goesOn)>;
   void walk(const std::string& vrf, const std::string& from, const Take& take) const;
 
