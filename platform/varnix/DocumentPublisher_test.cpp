@@ -125,23 +125,6 @@ TEST(DocumentPublisher, noticesEveryAttributeOfEveryType) {
   EXPECT_GE(attributes, 20u);
 }
 
-TEST(DocumentPublisher, aTargetThatGoesChangesItsReferrers) {
-  const Directory directory;
-  Writer writer(directory.path());
-  const auto& tree = writer.tree;
-  const Vantu::IntfId eth0("eth0");
-  const auto ip = tree.ipStatus->ipIntfStatusIs(eth0);
-  ip->l3StatusIs(tree.l3StatusDir->intfStatusIs(eth0));
-  writer.documents.publishAll();
-  tree.l3StatusDir->intfStatusDel(eth0);
-  EXPECT_EQ(writer.documents.publish().changes, 2u);
-  EXPECT_EQ(stored(directory.path()), expected(tree));
-  ip->l3StatusIs(tree.l3StatusDir->intfStatusIs(eth0));
-  writer.documents.publish();
-  EXPECT_THAT(stored(directory.path()).at("ip/status.ipIntfStatus/eth0"),
-              HasSubstr("l3/intf/status.intfStatus/eth0"));
-}
-
 TEST(DocumentPublisher, aNewPublisherSweepsWhatItDoesNotHave) {
   const Directory directory;
   {
