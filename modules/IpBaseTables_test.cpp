@@ -72,6 +72,7 @@ TEST_F(IpBaseTables, neighboursOfBothFamilies) {
   rows.neighbourIs(3, "fe80::1", "0a06", true);
   rows.neighbourIs(2, "2001:db8::1", "0a07");
   rows.neighbourIs(2, "169.254.1.1", "0a08");
+  rows.neighbourIs(2, "169.254.1.2", "0a0b", true);
   rows.neighbourIs(10, "10.0.0.2", "0a09");
   EXPECT_EQ(value("22", 4, "3.10.0.0.2"), "4");
   EXPECT_EQ(value("22", 4, "2.169.254.1.1"), "3") << "the type of IPv4's own table knows no local neighbour";
@@ -194,6 +195,9 @@ TEST_F(IpBaseTables, aWalkSurvivesWhatGoesBetweenTwoRequests) {
   tree.ipMib->ipNetToPhysicalTableDel(first);
   tree.ipMib->ipAddressTableDel(TestIpRows::inetAddress("10.0.0.1"));
   tree.ipMib->ipAddressPrefixTableDelAll();
+  addressDel(*tree.ipMib, "10.0.0.1");
+  EXPECT_EQ(next("20", 3, "10.0.0.1"), cell("20", 3, "10.0.0.2"));
+  EXPECT_EQ(value("20", 3, "10.0.0.1"), "noSuchInstance");
   EXPECT_EQ(next("22", 2, "3.10.0.0.1"), cell("22", 2, "3.10.0.0.2"));
   EXPECT_EQ(next("35", 4, "3.1.4.10.0.0.1"), cell("35", 4, "3.1.4.10.0.0.2"));
   EXPECT_EQ(next("34", 3, "1.4.10.0.0.1"), cell("34", 3, "1.4.10.0.0.2"));

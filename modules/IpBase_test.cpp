@@ -130,17 +130,6 @@ TEST_F(IpAddrTableTest, oneRequestWithManyVariables) {
   }
 }
 
-TEST_F(IpAddrTableTest, rowsComeAndGoBetweenTwoRequests) {
-  addressDel(*tree.ipMib, "10.0.0.1");
-  EXPECT_EQ(agent.getNext(column(1) + ".10.0.0.1").name, column(1) + ".10.0.0.2");
-  EXPECT_EQ(agent.get(column(1) + ".10.0.0.1").value, "noSuchInstance");
-  addressIs(*tree.ipMib, "10.0.0.1", 8, 5);
-  EXPECT_EQ(agent.getNext(column(3) + ".10.0.0.0").value, "255.0.0.0");
-  tree.ipMib->ipAddrTableDelAll();
-  EXPECT_THAT(agent.walk(ipAddrTable), IsEmpty());
-  EXPECT_EQ(agent.getNext(column(1) + ".10.0.0.1").name, ipCidrRouteNumber);
-}
-
 TEST_F(IpAddrTableTest, setIsRefused) {
   for (const auto& name : {column(2) + ".10.0.0.1", column(2) + ".10.9.9.9", column(6) + ".10.0.0.1", ipForwarding,
                            ipv6IpForwarding}) {
