@@ -254,6 +254,22 @@ TEST_F(RouteSm, otherTablesAreFollowedWhenTheyTakeThePlace) {
   EXPECT_EQ(sm->localForwardingFecs()->forwardFec().size(), 1u);
 }
 
+TEST_F(RouteSm, nextHopsFollowTheVias) {
+  fecIs(1, {{"10.1.1.1", "eth0"}, {"fe80::1", "eth0"}, {"10.1.1.2", "eth0"}, {"10.1.1.1", "eth1"}});
+  smIs();
+  run();
+  EXPECT_EQ(nextHops(1), (std::vector{ip("10.1.1.1"), ip("10.1.1.2")}));
+  EXPECT_EQ(sm->localForwardingFecs()->forwardFec(FecId(1))->nextHop(ip("10.1.1.1"))->value(), 3u);
+  const auto fec1 = sm->localForwardingFecs()->forwardFec(FecId(1));
+  fecIs(1, {{"10.1.1.3", "eth0"}, {"10.1.1.2", "eth0"}});
+  run();
+  EXPECT_EQ(nextHops(1), (std::vector{ip("10.1.1.2"), ip("10.1.1.3")}));
+  EXPECT_EQ(sm->localForwardingFecs()->forwardFec(FecId(1)), fec1);
+  fecs->fecDel(FecId(1));
+  run();
+  EXPECT_FALSE(sm->localForwardingFecs()->forwardFecHas(FecId(1)));
+}
+
 TEST_F(RouteSm, fecWithTooManyViasIsRefusedAlone) {
   auto big = fec(1, {});
   for (unsigned i = 0; i < 512; ++i) big.via.push_back({Vantu::IpAddr(0x0A020000 + i), Vantu::IntfId("eth0")});
