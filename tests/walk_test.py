@@ -18,6 +18,19 @@ class WalkTest(SystemCase):
         self.namespace.ip_batch([f"addr add {address}/32 dev a0" for address in addresses])
         eventually(lambda: set(addresses) <= set(self.client.ip_addr_rows()), f"{addresses} not served")
 
+    def drop(self, address):
+        self.namespace.del_address("a0", f"{address}/32")
+        eventually(lambda: not self.client.get(f"{ADDRESS_COLUMN}.{address}")[0].exists, f"{address} still served")
+
+    def test_get_next_from_a_row_that_is_gone(self):
+        self.serve("10.0.0.1", "10.0.0.2", "10.0.0.3")
+        self.drop("10.0.0.1")
+        for column in range(1, 6):
+            entry = f"{IP_ADDR_ENTRY}.{column}"
+            self.assertEqual(self.client.get_next(f"{entry}.10.0.0.1")[0].oid, f"{entry}.10.0.0.2")
+        self.drop("10.0.0.3")
+        self.assertEqual(self.client.get_next(f"{ADDRESS_COLUMN}.10.0.0.2")[0].value, "127.0.0.1")
+
     def churn(self, hosts):
         """Adds and deletes 10.0.1.<host> in the background, in no order."""
         choice, present = random.Random(7), set()
