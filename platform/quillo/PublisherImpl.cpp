@@ -112,6 +112,12 @@ void PublisherImpl::openStore() {
   clearStaleReaders();
 }
 
+void PublisherImpl::openAgain() {
+  if (!env_) {
+    openStore();  // it could not be the last time
+  }
+}
+
 void PublisherImpl::clearStaleReaders() {
   int dead = 0;
   mdb_reader_check(env_->handle(), &dead);
@@ -124,6 +130,7 @@ void PublisherImpl::clearStaleReaders() {
 // Calls `use(txn)` with a read transaction of its own.
 template <class F>
 void PublisherImpl::reading(const F& use) {
+  openAgain();
   MDB_txn* txn = nullptr;
   int status = guarded([&] { return mdb_txn_begin(env_->handle(), nullptr, MDB_RDONLY, &txn); });
   if (status != 0) {
@@ -172,9 +179,7 @@ CommitResult PublisherImpl::apply(const BatchOps& ops, bool completesPass) {
                                      "publisher again",
                                      config_.directory));
   }
-  if (!env_) {
-    openStore();  // it could not be opened again the last time
-  }
+  openAgain();
   constexpr Kel::Seconds readerCheckSeconds = 1;
   if (Kel::System::currentTime() - lastReaderCheck_ > readerCheckSeconds) {
     clearStaleReaders();

@@ -56,6 +56,7 @@ class PublisherImpl {
   void makeDirectory();
   void removeStore();
   void openStore();
+  void openAgain();
   void checkAndLoad();
   void clearStaleReaders();
   int attempt(const BatchOps& ops, bool completesPass, CommitResult& result);
