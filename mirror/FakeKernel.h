@@ -1,6 +1,6 @@
 #pragma once
-// A kernel for tests: links, addresses, neighbours and routes that tests change, an rtnetlink queue of limited size, and dumps that are
-// produced piece by piece while they are read, as the real one does it.
+// A kernel for tests: links, addresses, neighbours and routes that tests change, an rtnetlink queue of limited size, and
+// dumps that are produced piece by piece while they are read, as the real one does it.
 
 #include <deque>
 #include <functional>

@@ -66,8 +66,8 @@ struct KernelInterface {
   std::map<AddressKey, KernelAddress> addresses;  // IPv4 first
   KernelNeighbours neighbours;                    // IPv4 first
   bool isEmpty() const { return !link && addresses.empty() && neighbours.empty(); }
-  // The link is administratively down from now on. The IPv6 addresses that the kernel keeps then (keep_addr_on_down) are
-  // tentative without another word; what becomes of them when the link is up again is told.
+  // The link is administratively down from now on. The IPv6 addresses that the kernel keeps then (keep_addr_on_down)
+  // are tentative without another word; what becomes of them when the link is up again is told.
   void addressesAreUnproven();
 };
 

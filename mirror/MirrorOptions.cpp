@@ -10,7 +10,8 @@ std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv,
                                               std::ostream& err) {
   MirrorOptions options;
   CLI::App app(
-      "Mirrors the interfaces, addresses, neighbours and forwarding flags of this machine's VRFs into the store.",
+      "Mirrors the interfaces, addresses, neighbours, routes, counters and forwarding flags of this machine's VRFs "
+      "into the store.",
       "quorin-mirrord");
   app.add_flag("-f,--foreground", options.isForeground,
                "Stay in the foreground and log to standard error (otherwise: to the background, log to syslog)");

@@ -48,8 +48,8 @@ void giveUpPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<I
   }
 }
 
-// The row of `entry` passes from `former`, if it has it, to `next`; null: nobody is left. Under the same key `next` just
-// takes the place, and nobody else needs to be looked for.
+// The row of `entry` passes from `former`, if it has it, to `next`; null: nobody is left. Under the same key `next`
+// just takes the place, and nobody else needs to be looked for.
 void passPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<IpAddressPrefixEntry>& former,
                    const Kel::Ptr<IpAddressPrefixEntry>& next) {
   if (!next || next->index() != former->index()) giveUpPrefixRow(ipMib, entry, former);

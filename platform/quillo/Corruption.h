@@ -16,7 +16,8 @@ class CorruptionDetectedException : public Kel::Exception {
   CorruptionDetectedException(std::string_view store, std::string_view table, std::string_view key,
                               std::string_view what, std::string foundKey = {});
 
-  // The key of the record as it was found, or empty where the fault is not one record's. It may itself be what is damaged: a hint, no fact.
+  // The key of the record as it was found, or empty where the fault is not one record's. It may itself be what is
+  // damaged: a hint, no fact.
   const std::string& foundKey() const { return foundKey_; }
 
  private:

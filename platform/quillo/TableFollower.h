@@ -61,9 +61,9 @@ class TableFollower : public Kel::Notifier {
   Kel::Ptr<const TableKeys> keys(TableId table);
 
   // Takes in at most `limit` (at least 1) changes of the journal, whatever their tables, and calls the reactors. The
-  // snapshot is held meanwhile, so what they look up is there to be read. True while more remains. Never throws: damage is reported to the mount, after which the tables
-  // are told; what reactors throw is traced at level 0. Neither step nor the mount's refresh may be called from a
-  // reactor.
+  // snapshot is held meanwhile, so what they look up is there to be read. True while more remains. Never throws: damage
+  // is reported to the mount, after which the tables are told; what reactors throw is traced at level 0. Neither step
+  // nor the mount's refresh may be called from a reactor.
   bool step(std::size_t limit) { return step(limit, nullptr); }
   // The same, but no further than another reader of this mount has come: whoever reacts to a record then finds what
   // that reader has made of documents committed before it, or together with it. Nothing before it has begun with
