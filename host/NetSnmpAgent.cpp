@@ -103,11 +103,14 @@ void forgetState() {
 // what to do about it is said here, once for all of them.
 class UnknownDirectives {
  public:
-  UnknownDirectives() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG)) {
-    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, handleMessage, this);
+  // A log handler of its own, not one of the type CALLBACK: with debugging on, net-snmp's callbacks log themselves,
+  // within the lock of the callback that the line would then wait for.
+  UnknownDirectives() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_NONE, LOG_DEBUG)) {
+    if (handler_ == nullptr) return;
+    handler_->magic = this;
+    handler_->handler = takeMessage;
   }
   ~UnknownDirectives() {
-    snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, handleMessage, this, 1);
     if (handler_ != nullptr) netsnmp_remove_loghandler(handler_);
     if (count_ == 0) return;
     agentLog(LOG_WARNING, fmt::format("{} configuration line{} passed over, see above: correct or remove {}; "
@@ -118,10 +121,9 @@ class UnknownDirectives {
   UnknownDirectives& operator=(const UnknownDirectives&) = delete;
 
  private:
-  static int handleMessage(int, int, void* message, void* self) {
-    const auto* logged = static_cast<const snmp_log_message*>(message);
-    if (std::strstr(logged->msg, "Unknown token") != nullptr) static_cast<UnknownDirectives*>(self)->count_++;
-    return SNMPERR_SUCCESS;
+  static int takeMessage(netsnmp_log_handler* handler, int, const char* message) {
+    if (std::strstr(message, "Unknown token") != nullptr) static_cast<UnknownDirectives*>(handler->magic)->count_++;
+    return 1;
   }
 
   netsnmp_log_handler* handler_;

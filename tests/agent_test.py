@@ -1,6 +1,10 @@
 """What the pair of programs answers without a configuration, and what it says. See also host/quorind_test.cpp."""
 
+import re
+import signal
+
 from harness import Client, SystemCase, eventually, main
+from harness.case import CONFIGURATION
 from harness.snmp import SYS_UP_TIME
 
 
@@ -20,6 +24,20 @@ class AgentTest(SystemCase):
         self.assertEqual([self.agent.stop(), self.mirror.stop()], [0, 0])
         for program in (self.agent, self.mirror):
             self.assertNotRegex(program.output(), r"(?i)\b(error|cannot|failed|mibs?)\b", program.name)
+
+    def test_serves_and_reloads_with_debugging_on(self):
+        for option, lines in (("-D", ""), ("-DALL", ""), ("-Dtrace", ""), ("-Dcallback", ""),
+                              ("-f", "[snmp] doDebugging 1\n[snmp] debugTokens trace\n")):
+            with self.subTest(option=option):
+                self.write_configuration(CONFIGURATION + lines)
+                agent = self.start_agent(option)
+                eventually(self.client.impatient().answers, "no answer")
+                agent.signal(signal.SIGHUP)
+                agent.wait_for_output(re.compile("has been read again"), timeout=15)
+                self.assertTrue(self.client.answers())
+                if option != "-Dcallback":
+                    self.assertRegex(agent.output(), r"\btrace: init_IpBase\(\): IpBase\.cpp, \d+:\n")
+                self.assertEqual(agent.stop(), 0)
 
 
 if __name__ == "__main__":
