@@ -133,21 +133,6 @@ TEST_F(IpAddrWalk, aHintThatSaysNothingStartsAtTheFirstRow) {
   EXPECT_THAT(lines.take(), ElementsAre(hintLine(1), oneNeeded, allocatedLine(0), rowLine("10.0.0.1")));
 }
 
-TEST_F(IpAddrWalk, aHintOfTheWrongTypeOrOutOfRangeIsAnError) {
-  hintIs(1, {{ASN_OCTET_STR, {10, 0, 0, 3}}});
-  EXPECT_EQ(first(), "10.0.0.1");
-  EXPECT_THAT(lines.take(),
-              ElementsAre(hintLine(1), "0 hint for ipAdEntAddr has incorrect type! Expecting 64 but got 4",
-                          oneNeeded, allocatedLine(0), rowLine("10.0.0.1")));
-  hintIs(1, {{ASN_IPADDRESS, {10, 0, 0, 3}}});
-  hint.indexes->val_len = 3;
-  EXPECT_EQ(first(), "10.0.0.1");
-  EXPECT_THAT(lines.take(),
-              ElementsAre(hintLine(1),
-                          ::testing::StartsWith("0 hint for index ipAdEntAddr of ipAddrTable is out of range! "),
-                          oneNeeded, allocatedLine(0), rowLine("10.0.0.1")));
-}
-
 TEST_F(IpAddrWalk, aHintPastTheLastRowStartsAtTheFirst) {
   hintIs(1, {{ASN_IPADDRESS, {10, 0, 0, 6}}});
   EXPECT_EQ(first(), "10.0.0.1");

@@ -186,59 +186,6 @@ TEST_F(IpForward, aRequestSaysWhatItDoes) {
               Contains("2 ipCidrRouteTable_handler: null data context in request"));
 }
 
-TEST_F(IpForward, aBadHintIsTracedAndTheWalkStartsAtTheFirstRow) {
-  routes.fecIs(1, {{"10.1.1.1", ""}});
-  routes.routeIs("10.0.0.0/24", 1);
-  routes.settle();
-  netsnmp_iterator_info iterator{};
-  iterator.myvoid = static_cast<Kel::Entity*>(tree.ipForwardMib.get());
-  netsnmp_variable_list* chain = nullptr;
-  for (const u_char type :
-       std::initializer_list<u_char>{ASN_IPADDRESS, ASN_IPADDRESS, ASN_INTEGER, ASN_IPADDRESS}) {
-    snmp_varlist_add_variable(&chain, nullptr, 0, type, nullptr, 0);
-  }
-  // What is said when one of four components is replaced.
-  const auto hinted = [&](unsigned place, u_char type, const std::vector<u_char>& bytes) {
-    netsnmp_table_request_info hint{};
-    hint.number_indexes = 4;
-    const long tos = 0;
-    for (unsigned i = 0; i < 4; ++i) {
-      const u_char zero[4] = {};
-      if (i == place) {
-        snmp_varlist_add_variable(&hint.indexes, nullptr, 0, type, bytes.data(), bytes.size());
-      } else if (i == 2) {
-        snmp_varlist_add_variable(&hint.indexes, nullptr, 0, ASN_INTEGER, &tos, sizeof(tos));
-      } else {
-        snmp_varlist_add_variable(&hint.indexes, nullptr, 0, ASN_IPADDRESS, zero, sizeof(zero));
-      }
-    }
-    void* loop = &hint;
-    void* data = nullptr;
-    lines.take();
-    EXPECT_EQ(ipCidrRouteTable_get_first_data_point(&loop, &data, chain, &iterator), chain);
-    const auto taken = lines.take();
-    ipCidrRouteTable_free_loop_context_at_end(loop, &iterator);
-    snmp_free_varbind(hint.indexes);
-    return taken;
-  };
-  const char* const objects[] = {"ipCidrRouteDest", "ipCidrRouteMask", "ipCidrRouteTos", "ipCidrRouteNextHop"};
-  for (unsigned place = 0; place < 4; ++place) {
-    const int expected = place == 2 ? ASN_INTEGER : ASN_IPADDRESS;
-    const auto found =
-        fmt::format("2 ipCidrRouteTable_get_first_data_point - needed 4 components, found only {}", place);
-    const auto wrongType = hinted(place, ASN_OCTET_STR, {1, 2, 3, 4});
-    EXPECT_THAT(wrongType, Contains(fmt::format("0 hint for {} has incorrect type! Expecting {} but got 4",
-                                                objects[place], expected)));
-    EXPECT_THAT(wrongType, Contains(found));
-    if (place == 2) continue;  // every number that SNMP has will do
-    const auto tooShort = hinted(place, ASN_IPADDRESS, {1, 2, 3});
-    EXPECT_THAT(tooShort, Contains(::testing::StartsWith(fmt::format(
-                              "0 hint for index {} of ipCidrRouteTable is out of range! ", objects[place]))));
-    EXPECT_THAT(tooShort, Contains(found));
-  }
-  snmp_free_varbind(chain);
-}
-
 TEST_F(IpForward, setIsRefusedColumnByColumn) {
   const char* const objects[] = {"",
                                  "",

@@ -222,8 +222,10 @@ class IteratorTable final : public Table {
         if (walker.isAtEnd() || (!hintMatched && absentKeyIsTraced())) traceNotFound(key);
         if (!walker.isAtEnd()) return {std::move(walker), true, hintMatched};
       } catch (const Kel::RangeException& error) {
-        QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
-                           << " ctor threw exception: " << error.what();
+        if (!SeekGate::isAskedAgain()) {
+          QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
+                             << " ctor threw exception: " << error.what();
+        }
       }
     }
     return {W(cache)};
@@ -308,15 +310,19 @@ class IteratorTable final : public Table {
                 Part& part) const {
     if (value == nullptr) return false;
     if (value->type != component.asnType) {
-      QTRACE(trace(), 0) << "hint for " << component.object << " has incorrect type! Expecting "
-                         << int{component.asnType} << " but got " << int{value->type};
+      if (!SeekGate::isAskedAgain()) {
+        QTRACE(trace(), 0) << "hint for " << component.object << " has incorrect type! Expecting "
+                           << int{component.asnType} << " but got " << int{value->type};
+      }
       return false;
     }
     try {
       part = component.fromAsn(value);
     } catch (const Kel::RangeException& error) {
-      QTRACE(trace(), 0) << "hint for index " << component.object << " of " << name() << " is out of range! "
-                         << error.what();
+      if (!SeekGate::isAskedAgain()) {
+        QTRACE(trace(), 0) << "hint for index " << component.object << " of " << name() << " is out of range! "
+                           << error.what();
+      }
       return false;
     }
     if (trace().enabled(2)) {

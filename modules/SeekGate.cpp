@@ -12,6 +12,7 @@ bool gateIsOn = true;
 // The request that the helper is at work on, and its mode; null between requests.
 const netsnmp_table_request_info* gateHint = nullptr;
 int gateMode = 0;
+bool isGateAnswerless = false;  // the gate asked the table in vain, and the helper is asking
 
 extern "C" {
 void quorinFreeIndex(void* index) {
@@ -74,6 +75,7 @@ std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registr
   }
   Name name;
   auto* const data = answeringRow(gate, registration, request, asked, name);
+  isGateAnswerless = data == nullptr;
   if (data == nullptr) return std::nullopt;
   auto* const helper = gate->next;
   snmp_set_var_objid(request->requestvb, name.oids, name.length);
@@ -94,12 +96,14 @@ extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_regi
   auto* const hint = gateIsOn && isSearch && isAlone ? netsnmp_extract_table_info(requests) : nullptr;
   const auto* outerHint = std::exchange(gateHint, hint);
   const int outerMode = std::exchange(gateMode, info->mode);
+  const bool isOuterAnswerless = std::exchange(isGateAnswerless, false);
   std::optional<int> result;
   if (hint != nullptr && info->mode == MODE_GETNEXT)
     result = answerNext(handler, registration, info, requests, hint);
   if (!result) result = netsnmp_call_next_handler(handler, registration, info, requests);
   gateHint = outerHint;
   gateMode = outerMode;
+  isGateAnswerless = isOuterAnswerless;
   return *result;
 }
 
@@ -108,6 +112,10 @@ extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_regi
 std::optional<SeekGate::Asked> SeekGate::asked(const netsnmp_table_request_info* hint) {
   if (hint == nullptr || hint != gateHint) return std::nullopt;
   return Asked{{hint->index_oid, hint->index_oid_len}, gateMode == MODE_GETNEXT};
+}
+
+bool SeekGate::isAskedAgain() {
+  return isGateAnswerless;
 }
 
 bool SeekGate::inject(netsnmp_handler_registration* registration) {

@@ -37,6 +37,10 @@ class SeekGate {
   // What the helper asks with this hint. Nothing when no gate saw it: the walk is then as the hint alone says.
   static std::optional<Asked> asked(const netsnmp_table_request_info* hint);
 
+  // Whether the table is asked for the second time in a request, by the helper after the gate: what is wrong with a hint
+  // has been traced then.
+  static bool isAskedAgain();
+
   // Puts a gate in front of the registration's iterator helper. False when net-snmp refuses.
   static bool inject(netsnmp_handler_registration* registration);
 
