@@ -25,6 +25,8 @@ const char* advice(int error) {
       return "start as root or with CAP_NET_BIND_SERVICE, or listen on a port from 1024 on";
     case EADDRNOTAVAIL:
       return "listen on an address that this machine has";
+    case ENODEV:
+      return "the interface after @ must be there first";
     default:
       return "write it as udp:HOST:PORT, udp6:[HOST]:PORT, tcp:HOST:PORT or unix:PATH";
   }
