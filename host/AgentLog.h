@@ -13,6 +13,8 @@ namespace Host {
 void agentLog(int priority, const std::string& text);
 // Who speaks, at the start of each line: "quorind" unless set. Must outlive its use.
 void agentLogNameIs(const char* name);
+// Whether the line that net-snmp writes right now is one of these.
+bool isAgentLogWriting();
 
 template <class... Args>
 void logError(fmt::format_string<Args...> format, Args&&... args) {

@@ -33,6 +33,9 @@ namespace {
 constexpr int masterAgent = 0;
 constexpr int subagent = 1;
 
+// The payload of the largest datagram of UDP over IPv4.
+constexpr int largestDatagram = 65507;
+
 void setLibraryString(int which, const std::string& value) {
   netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, which, value.c_str());
 }
@@ -160,6 +163,8 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
     masterSession_.emplace(options.masterAddress);
     Snmp::takesPrecedenceIs(true);
   } else {
+    // A GETBULK is answered with what fits. The library's own limit is 2 GB, which no datagram takes.
+    netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MSG_SEND_MAX, largestDatagram);
     initStockMibs();
   }
   refuseSets();
@@ -167,6 +172,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
 }
 
 NetSnmpAgent::~NetSnmpAgent() {
+  logLimit_.reset();
   // An agent that never served must not touch the state of one that does.
   if (!keepsState_) forgetState();
   masterSession_.reset();
@@ -185,9 +191,13 @@ void NetSnmpAgent::readConfiguration() {
 
 void NetSnmpAgent::readConfigurationAgain() {
   checkConfigurationFiles();
+  logLimit_.reset();
   netsnmp_logging_restart();
-  const UnknownDirectives listener;
-  update_config();
+  {
+    const UnknownDirectives listener;
+    update_config();
+  }
+  logLimit_.emplace();
   notify(SNMP_TRAP_ENTERPRISESPECIFIC, 3);
 }
 
@@ -229,6 +239,7 @@ void NetSnmpAgent::settle() {
   becomeUser(user, group);
   keepsState_ = true;
   snmp_store(applicationType);
+  logLimit_.emplace();
 }
 
 void NetSnmpAgent::printDirectives() {

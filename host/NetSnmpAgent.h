@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/AgentOptions.h"
+#include "host/LogLimit.h"
 #include "host/MasterSession.h"
 
 namespace Host {
@@ -41,7 +42,8 @@ class NetSnmpAgent {
   // user or group to become there.
   void goToBackground();
   // Gives the state directory to the user that the agent is to run as, becomes that user, saves the state. A state
-  // directory that cannot be used is one warning, and the agent goes on without keeping its state.
+  // directory that cannot be used is one warning, and the agent goes on without keeping its state. From then on the log
+  // is limited (host/LogLimit.h), but for what the reading of the configuration reports.
   void settle();
   // Prints the directives that a configuration file may hold, to standard error.
   void printDirectives();
@@ -52,6 +54,7 @@ class NetSnmpAgent {
   const AgentOptions& options_;
   bool keepsState_ = false;
   std::optional<MasterSession> masterSession_;  // of a subagent
+  std::optional<LogLimit> logLimit_;            // while the agent serves
 };
 
 }  // namespace Host

@@ -17,6 +17,7 @@
 #include "host/AgentLog.h"
 #include "host/Composition.h"
 #include "host/SnmpdLoop.h"
+#include "kel/LineLimit.h"
 #include "snmp/CBoundary.h"
 #include "snmp/ConfigTokens.h"
 #include "snmp/Precedence.h"
@@ -40,15 +41,19 @@ class Plugin {
     agentLogNameIs("quorin");
     Snmp::takesPrecedenceIs(true);
     Snmp::defaultTraceSinkIs([](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
+      if (!Kel::TraceLimit::admits(handle, level, text)) return;
       agentLog(level == 0 ? LOG_WARNING : LOG_DEBUG, fmt::format("{}/{}: {}", handle.facility(), level, text));
     });
     Snmp::registerConfigTokens();
+    Kel::TraceLimit::beginPeriod();
+    limitAlarm_ = snmp_alarm_register(Kel::LineLimit::secondsPerPeriod, SA_REPEAT, onMinute, nullptr);
     isLoaded_ = true;
     settleSoon();
   }
 
   void unload() {
     Snmp::unregisterConfigTokens();
+    snmp_alarm_unregister(limitAlarm_);
     isLoaded_ = false;
     settleSoon();
   }
@@ -86,6 +91,9 @@ class Plugin {
   static void onAlarm(unsigned, void* self) noexcept {
     Snmp::atCBoundary(pluginTrace, __func__, [&] { static_cast<Plugin*>(self)->settle(); });
   }
+  static void onMinute(unsigned, void*) noexcept {
+    Snmp::atCBoundary(pluginTrace, __func__, [] { Kel::TraceLimit::beginPeriod(); });
+  }
   // The agent library still stands; when the module is unloaded it does so no longer. A callback must not be given
   // what the library cannot free.
   static int onShutdown(int, int, void*, void*) noexcept {
@@ -99,6 +107,7 @@ class Plugin {
   SnmpdLoop loop_;
   std::unique_ptr<Composition> composition_;
   unsigned alarm_ = 0;
+  unsigned limitAlarm_ = 0;
   bool isLoaded_ = false;
   bool isShuttingDown_ = false;
 };

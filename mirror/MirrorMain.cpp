@@ -11,6 +11,7 @@
 #include <iostream>
 #include <optional>
 
+#include "kel/LineLimit.h"
 #include "kel/System.h"
 #include "kel/Trace.h"
 #include "mirror/Background.h"
@@ -93,6 +94,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
   bool isAnnounced = false;
   bool mayMoreWait = true;
   Kel::Seconds nextPoll = Kel::System::currentTime() + pollPeriod;
+  Kel::Seconds nextReport = nextPoll;
   while (!stopSignal) {
     const Kel::Seconds wait = mayMoreWait ? 0 : nextPoll - Kel::System::currentTime();
     const bool isReadable = waitFor(service.fd(), wait, mask);
@@ -105,6 +107,10 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     if (Kel::System::currentTime() >= nextPoll) {
       service.poll();
       nextPoll = Kel::System::currentTime() + pollPeriod;
+      if (nextPoll >= nextReport) {
+        Kel::TraceLimit::beginPeriod();
+        nextReport = nextPoll + Kel::LineLimit::secondsPerPeriod;
+      }
     }
     if (isAnnounced || !service.isServing()) continue;
     isAnnounced = true;
@@ -114,6 +120,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     }
     QTRACE(mirrorMainTrace, 1) << "publishing in " << options.store;
   }
+  Kel::TraceLimit::beginPeriod();
   QTRACE(mirrorMainTrace, 1) << "stopping on " << strsignal(stopSignal);
 }
 

@@ -1,7 +1,7 @@
 """The forwarding scalars follow the kernel, and nothing can be set."""
 
 from harness import Client, SystemCase, eventually, main
-from harness.snmp import IP_ADDR_ENTRY, IP_FORWARDING, IPV6_IP_FORWARDING
+from harness.snmp import IP_FORWARDING, IPV6_IP_FORWARDING
 
 SWITCHES = ((IP_FORWARDING, "net.ipv4.ip_forward"), (IPV6_IP_FORWARDING, "net.ipv6.conf.all.forwarding"))
 FORWARDING, NOT_FORWARDING = "1", "2"
@@ -23,27 +23,15 @@ class ScalarsTest(SystemCase):
 
     def test_set_is_refused_and_changes_nothing(self):
         self.start_system()
-        self.namespace.add_interface("a0", "10.0.0.1/24")
-        eventually(lambda: "10.0.0.1" in self.client.ip_addr_rows(), "10.0.0.1 not served")
-        rows = self.client.ip_addr_rows()
-        triples = [(IP_FORWARDING, "i", "1"), (IPV6_IP_FORWARDING, "i", "1"),
-                   *((f"{IP_ADDR_ENTRY}.{column}.10.0.0.1", kind, value)
-                     for column, kind, value in (("1", "a", "10.0.0.9"), ("2", "i", "7"), ("3", "a", "255.0.0.0"),
-                                                 ("4", "i", "1"), ("5", "i", "1"))),
-                   (f"{IP_ADDR_ENTRY}.1.10.0.0.77", "a", "10.0.0.77")]
+        triples = [(oid, "i", "1") for oid, _ in SWITCHES]
         version1 = Client(self.namespace, access=("-v1", "-c", "private"))
-        for triple in triples:
-            with self.subTest(set=triple):
-                self.assertEqual(self.client.set_error(triple), "notWritable")
+        for refused in ((triples[0],), (triples[1],), triples, [(IP_FORWARDING, "s", "on")]):
+            with self.subTest(set=refused):
+                self.assertEqual(self.client.set_error(*refused), "notWritable")
                 # SNMPv1 has no notWritable; RFC 3584 section 4.3 makes it noSuchName.
-                self.assertEqual(version1.set_error(triple), "noSuchName")
-        with self.subTest("several at once"):
-            self.assertEqual(self.client.set_error(triples[0], triples[1]), "notWritable")
-        with self.subTest("a value of the wrong type"):
-            self.assertEqual(self.client.set_error((IP_FORWARDING, "s", "on")), "notWritable")
+                self.assertEqual(version1.set_error(*refused), "noSuchName")
         self.assertEqual([self.value(oid) for oid, _ in SWITCHES], [NOT_FORWARDING, NOT_FORWARDING])
         self.assertEqual(self.namespace.run("cat", "/proc/sys/net/ipv4/ip_forward").stdout.strip(), "0")
-        self.assertEqual(self.client.ip_addr_rows(), rows)
 
 
 if __name__ == "__main__":

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "kel/Errors.h"
+#include "kel/LineLimit.h"
 #include "kel/System.h"
 
 namespace Kel {
@@ -33,6 +34,13 @@ struct Registry {
   std::vector<Rule> rules;
   TraceConfig::Sink sink;
   std::shared_ptr<spdlog::logger> logger;
+  LineLimit limit;
+
+  // To spdlog, however many lines there are.
+  void log(std::string_view facility, unsigned level, const std::string& text) {
+    if (!logger) TraceConfig::outputIs(TraceConfig::Output::standardError, "");
+    logger->log(level == 0 ? spdlog::level::warn : spdlog::level::debug, "{}/{}: {}", facility, level, text);
+  }
 };
 
 Registry& registry() {
@@ -183,11 +191,27 @@ TraceLine::~TraceLine() {
       known.sink(handle_, level_, text);
       return;
     }
-    if (!known.logger) TraceConfig::outputIs(TraceConfig::Output::standardError, "");
-    known.logger->log(level_ == 0 ? spdlog::level::warn : spdlog::level::debug, "{}/{}: {}", handle_.facility(),
-                      level_, text);
+    if (TraceLimit::admits(handle_, level_, text)) known.log(handle_.facility(), level_, text);
   } catch (...) {
   }
+}
+
+bool TraceLimit::admits(const TraceHandle& handle, unsigned level, const std::string& text) {
+  if (level != 0) return true;
+  auto& known = registry();
+  const bool isAskedFor = std::any_of(known.rules.begin(), known.rules.end(),
+                                      [&](const Rule& rule) { return rule.matches(handle.facility()); });
+  return isAskedFor || known.limit.admits(handle.facility(), text);
+}
+
+void TraceLimit::beginPeriod() {
+  auto& known = registry();
+  known.limit.beginPeriod([&known](const std::string& facility, const std::string& text) {
+    if (!known.sink) return known.log(facility, 0, text);
+    const auto handle = std::find_if(known.handles.begin(), known.handles.end(),
+                                     [&](const auto* candidate) { return candidate->facility() == facility; });
+    if (handle != known.handles.end()) known.sink(**handle, 0, text);
+  });
 }
 
 void TraceRing::entered(const TraceHandle& handle, const char* function, std::uintptr_t argument) {

@@ -95,9 +95,9 @@ class SystemCase(unittest.TestCase):
     def start_mirror(self):
         return self.start("quorin-mirrord", "-f", "--store", self.store)
 
-    def start_agent(self, *arguments, listen=LISTEN):
+    def start_agent(self, *arguments, listen=LISTEN, environment=None):
         options = ("-f", "-C", "-c", self.configuration, "--store", self.store)
-        return self.start("quorind", *options, *arguments, listen)
+        return self.start("quorind", *options, *arguments, listen, environment=environment)
 
     def start_system(self):
         """Mirror and agent, running and complete."""
