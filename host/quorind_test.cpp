@@ -164,9 +164,11 @@ TEST_F(QuorindTest, servesTheSystemGroupAndNothingOfTheStockIpModules) {
 TEST_F(QuorindTest, refusesEverySetWhateverTheAccessRules) {
   Agent agent(log("log"), usual());
   ASSERT_TRUE(agent.says("serves"));
-  for (const char* assignment :
-       {".1.3.6.1.2.1.1.4.0 s me", ".1.3.6.1.6.3.15.1.2.1.0 i 1", ".1.3.6.1.6.3.16.1.5.1.0 i 1"}) {
+  for (const char* assignment : {".1.3.6.1.2.1.1.4.0 s me", ".1.3.6.1.2.1.4.1.0 i 1", ".1.3.6.1.6.3.15.1.2.1.0 i 1",
+                                 ".1.3.6.1.6.3.16.1.5.1.0 i 1"}) {
     EXPECT_THAT(ask("snmpset", "-v2c -c private", assignment), HasSubstr("notWritable")) << assignment;
+    // SNMPv1 has no notWritable; RFC 3584 section 4.3 makes it noSuchName.
+    EXPECT_THAT(ask("snmpset", "-v1 -c private", assignment), HasSubstr("noSuchName")) << assignment;
   }
   EXPECT_THAT(get("-v2c -c public", sysContact), Not(HasSubstr("me")));
 }
