@@ -20,8 +20,9 @@ class NoNeighbours : public Arp::Table::Status {
   bool initialized() const override { return true; }
   Arp::Table::ArpEntry arpEntry(const Arp::Table::ArpKey&) const override { return {}; }
   Arp::Table::ArpEntry neighborEntry(const Arp::Table::ArpKey&) const override { return {}; }
-  void forEachArpEntry(const Vrf::VrfIdMap::VrfId&, const Visit&) const override {}
-  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId&, const Visit&) const override {}
+  void forEachArpEntry(const Vrf::VrfIdMap::VrfId&, const Vantu::IpGenAddr&, const VisitWhile&) const override {}
+  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId&, const Vantu::IpGenAddr&,
+                            const VisitWhile&) const override {}
   void corruptionDetected(const Pesk::CorruptionDetectedException&) const override {}
 };
 

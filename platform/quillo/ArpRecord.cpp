@@ -37,16 +37,17 @@ bool isStorable(const ArpKey& key) {
 }
 
 std::string encodeKey(const ArpKey& key) {
-  const auto table = checkedTable(key);
+  checkedTable(key);
   if (!key.intfId.isValid())
     throw Kel::RangeException("a neighbour without an interface has no place in the store");
-  auto bytes = Quillo::encodeVrf(key.vrfId);
-  if (table == TableId::arp) {
-    append(bytes, key.addr.v4().bytes());
-  } else {
-    append(bytes, key.addr.v6().bytes());
-  }
-  return bytes + key.intfId.text();
+  return encodeAddress(key.vrfId, key.addr) + key.intfId.text();
+}
+
+std::string encodeAddress(const VrfId& vrfId, const Vantu::IpGenAddr& addr) {
+  auto bytes = Quillo::encodeVrf(vrfId);
+  if (addr.af() == Vantu::ipv4_) append(bytes, addr.v4().bytes());
+  if (addr.af() == Vantu::ipv6_) append(bytes, addr.v6().bytes());
+  return bytes;
 }
 
 std::string encodeValue(const ArpEntry& entry) {

@@ -36,6 +36,9 @@ bool isStorable(const ArpKey& key);
 
 // Throw as the operations above.
 std::string encodeKey(const ArpKey& key);
+// What every key of that address begins with, and no other; of an unset one, every key of the VRF. Throws
+// Kel::RangeException when the VRF id is not storable.
+std::string encodeAddress(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& addr);
 std::string encodeValue(const ArpEntry& entry);
 
 // Null when the bytes are what the publisher writes into `table`, else what is wrong with them; `key` and `entry` are

@@ -69,11 +69,20 @@ class Status : public Kel::Notifier {
   virtual ArpEntry arpEntry(const ArpKey& key) const = 0;       // IPv4 map
   virtual ArpEntry neighborEntry(const ArpKey& key) const = 0;  // IPv6 map
 
-  // Every entry of the VRF, in order of the key, as of the moment of the call. `visit` must not walk or change the
-  // table. Damage that is met is thrown after what could be read was visited.
+  // The VRF's entries from the address `from` on, in order of the key, until `visit` returns false, as of the moment
+  // of the call. `from` is of the map's family, or unset for every entry. `visit` must not walk or change the table.
+  // Damage that is met is thrown after what could be read was visited. Entries of one address are adjacent, so those
+  // of a single address cost one search.
+  using VisitWhile = std::function<bool(const ArpEntry&)>;
+  virtual void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
+                               const VisitWhile& visit) const = 0;
+  virtual void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
+                                    const VisitWhile& visit) const = 0;
+
+  // Every entry of the VRF.
   using Visit = std::function<void(const ArpEntry&)>;
-  virtual void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const = 0;
-  virtual void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const = 0;
+  void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const;
+  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const;
 
   virtual void corruptionDetected(const Pesk::CorruptionDetectedException& error) const = 0;
 };

@@ -77,14 +77,14 @@ ArpTableMount::ArpEntry ArpTableMount::entry(TableId table, const ArpKey& key) c
   return isThere ? entry : ArpEntry();
 }
 
-void ArpTableMount::walk(TableId table, const VrfId& vrfId, const Visit& visit) const {
+void ArpTableMount::walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from,
+                         const VisitWhile& visit) const {
   if (!isStorable(vrfId) || !isReadable()) return;
-  const auto vrf = encodeVrf(vrfId);
-  reader(table).walk(vrf, vrf, [&](const Scan& scan, bool&) {
+  reader(table).walk(encodeVrf(vrfId), Arp::Table::encodeAddress(vrfId, from), [&](const Scan& scan, bool& goesOn) {
     ArpEntry entry;
     const auto* what = Arp::Table::decodeKey(table, scan.key(), entry.key);
     if (!what) what = Arp::Table::decodeValue(scan.value(), entry);
-    if (!what) visit(entry);
+    if (!what) goesOn = visit(entry);
     return what;
   });
 }

@@ -39,9 +39,14 @@ class ArpTableMount final : public Arp::Table::Status {
   // A key of the other map's family, or one that no publisher can have put, has no entry.
   ArpEntry arpEntry(const ArpKey& key) const override { return entry(TableId::arp, key); }
   ArpEntry neighborEntry(const ArpKey& key) const override { return entry(TableId::neighbor, key); }
-  void forEachArpEntry(const VrfId& vrfId, const Visit& visit) const override { walk(TableId::arp, vrfId, visit); }
-  void forEachNeighborEntry(const VrfId& vrfId, const Visit& visit) const override {
-    walk(TableId::neighbor, vrfId, visit);
+  using Status::forEachArpEntry;
+  using Status::forEachNeighborEntry;
+  void forEachArpEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const override {
+    walk(TableId::arp, vrfId, from, visit);
+  }
+  void forEachNeighborEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from,
+                            const VisitWhile& visit) const override {
+    walk(TableId::neighbor, vrfId, from, visit);
   }
 
   // To the mount, by way of the follower, which says when. Then the store is opened again and the table is told.
@@ -56,7 +61,7 @@ class ArpTableMount final : public Arp::Table::Status {
   const VrfTableReader& reader(TableId table) const { return table == TableId::arp ? arp_ : neighbor_; }
   bool isReadable() const { return follower_->mount()->state() == Mount::State::ready; }
   ArpEntry entry(TableId table, const ArpKey& key) const;
-  void walk(TableId table, const VrfId& vrfId, const Visit& visit) const;
+  void walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const;
   void tellKey(TableId table, const std::string& bytes) const;
 
   Kel::Ptr<TableFollower> follower_;

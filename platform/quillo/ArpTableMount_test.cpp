@@ -182,6 +182,17 @@ TEST_F(ArpMountTest, randomHistoriesReachTheReader) {
     const auto expected = at == model.end() ? ArpEntry() : at->second;
     ASSERT_EQ(expected, isIpv4 ? table_->arpEntry(key) : table_->neighborEntry(key));
     ASSERT_FALSE((isIpv4 ? table_->neighborEntry(key) : table_->arpEntry(key)).exists());
+    std::vector<ArpEntry> ofAddress, met;
+    for (const auto& [other, entry] : model) {
+      if (other.vrfId == key.vrfId && other.addr == key.addr) ofAddress.push_back(entry);
+    }
+    const auto meet = [&](const ArpEntry& entry) {
+      if (entry.addr() == key.addr) met.push_back(entry);
+      return entry.addr() == key.addr;
+    };
+    isIpv4 ? table_->forEachArpEntry(key.vrfId, key.addr, meet)
+           : table_->forEachNeighborEntry(key.vrfId, key.addr, meet);
+    ASSERT_EQ(ofAddress, met);
   }
   EXPECT_EQ(1U, copy_->initialized);
   EXPECT_GT(copy_->anew, 2U);

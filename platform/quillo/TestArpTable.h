@@ -15,11 +15,13 @@ class TestStatus : public Status {
   bool initialized() const override { return isInitialized; }
   ArpEntry arpEntry(const ArpKey& key) const override { return entry(arp_, key); }
   ArpEntry neighborEntry(const ArpKey& key) const override { return entry(neighbor_, key); }
-  void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const override {
-    forEach(arp_, vrfId, visit);
+  void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
+                       const VisitWhile& visit) const override {
+    forEach(arp_, vrfId, from, visit);
   }
-  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const override {
-    forEach(neighbor_, vrfId, visit);
+  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
+                            const VisitWhile& visit) const override {
+    forEach(neighbor_, vrfId, from, visit);
   }
   void corruptionDetected(const Pesk::CorruptionDetectedException& error) const override {
     reports.emplace_back(error.what());
@@ -67,9 +69,10 @@ class TestStatus : public Status {
     const auto at = map.find(key);
     return at == map.end() ? ArpEntry() : at->second;
   }
-  void forEach(const Map& map, const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const {
-    for (const auto& [key, entry] : map) {
-      if (key.vrfId == vrfId) visit(entry);
+  void forEach(const Map& map, const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
+               const VisitWhile& visit) const {
+    for (auto at = map.lower_bound({vrfId, from, {}}); at != map.end() && at->first.vrfId == vrfId; ++at) {
+      if (!visit(at->second)) return;
     }
     check();
   }
