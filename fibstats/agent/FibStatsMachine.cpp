@@ -1,13 +1,57 @@
 #include "fibstats/agent/FibStatsMachine.h"
 
-#include "fibstats/agent/FibStatsReactors.h"
-#include "fibstats/agent/FibStatsReview.h"
+#include <fmt/format.h>
+
 #include "kel/Errors.h"
+#include "kel/Trace.h"
 #include "vantu/MgmtIntfId.h"
 
 namespace FibStatsSnmp {
+namespace {
 
 Kel::TraceHandle fibStatsSmTrace("FibStatsSm");
+
+bool isOnManagementInterface(const Vantu::IntfId& intfId) {
+  return Vantu::MgmtIntfId::isMgmtIntfId(intfId);
+}
+
+// A null table has no entries, and needs not be waited for.
+template <class Table>
+bool isReady(const Kel::Ptr<const Table>& table) {
+  return !table || table->initialized();
+}
+
+}  // namespace
+
+// The reactors belong to the machine, which detaches them before it goes.
+template <class Family>
+class FibStatsMachine<Family>::KelRouteStatus : public RouteStatus::Notifiee {
+ public:
+  explicit KelRouteStatus(FibStatsMachine* owner) : owner_(owner) {}
+  void handleInitialized() override { owner_->handleRoute(); }
+  void onRoute(const Prefix& prefix) override { owner_->handleRoute(prefix); }
+  void onTable() override { owner_->handleRoute(); }
+
+ private:
+  FibStatsMachine* const owner_;
+};
+
+template <class Family>
+class FibStatsMachine<Family>::KelArpQuillo : public Arp::Table::Status::Notifiee {
+ public:
+  explicit KelArpQuillo(FibStatsMachine* owner) : owner_(owner) {}
+  void handleInitialized() override { owner_->handleNeighbour(); }
+  void onArpEntry(const ArpKey& key) override {
+    if (Family::version == Ip::ipVersion4) owner_->onNeighbour(key);
+  }
+  void onNeighborEntry(const ArpKey& key) override {
+    if (Family::version == Ip::ipVersion6) owner_->onNeighbour(key);
+  }
+  void handleTable() override { owner_->handleNeighbour(); }
+
+ private:
+  FibStatsMachine* const owner_;
+};
 
 template <class Family>
 FibStatsMachine<Family>::FibStatsMachine(Kel::Ptr<const RouteStatus> routeStatus,
@@ -32,8 +76,7 @@ void FibStatsMachine<Family>::kelStart() {
   kelRouteStatus_->notifierIs(routeStatus());
   kelArpQuillo_ = Kel::makePtr<KelArpQuillo>(this);
   kelArpQuillo_->notifierIs(arpQuillo());
-  handleRoute();
-  handleNeighbour();
+  review();
 }
 
 template <class Family>
@@ -46,8 +89,7 @@ void FibStatsMachine<Family>::stop() {
   if (const auto reactor = std::exchange(kelRouteStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto reactor = std::exchange(kelArpQuillo_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto task = std::exchange(task_, nullptr)) task->kelStop();
-  routeReview_ = {};
-  neighbourReview_ = {};
+  review_ = {};
   prefixRouteTypeDelAll();
 }
 
@@ -57,14 +99,18 @@ void FibStatsMachine<Family>::routeStatusIs(Kel::Ptr<const RouteStatus> routeSta
   routeStatus_ = std::move(routeStatus);
   if (isStopped()) return;
   kelRouteStatus_->notifierIs(routeStatus_);
-  handleRoute();
+  // Hosts that were attached in the other table may have a route in this one.
+  review_ = {};
+  prefixRouteTypeDelAll();
+  fibStatsMib()->routeDelAll(Family::version);
+  review();
 }
 
 template <class Family>
 void FibStatsMachine<Family>::vrfIdIs(VrfId vrfId) {
   if (vrfId_ == vrfId) return;
   vrfId_ = vrfId;
-  handleNeighbour();
+  review();
 }
 
 template <class Family>
@@ -96,17 +142,28 @@ std::optional<typename FibStatsMachine<Family>::Route> FibStatsMachine<Family>::
   }
 }
 
+// Reactors of the counts may stop the machine meanwhile.
 template <class Family>
 void FibStatsMachine<Family>::count(const Prefix& prefix, RouteType type) {
+  if (isStopped()) return;
   prefixRouteTypeIs(prefix, type);
   fibStatsMib()->routeInc(Family::version, type, prefix.length());
 }
 
+// False when it was not counted.
 template <class Family>
-void FibStatsMachine<Family>::routeGone(const Prefix& prefix) {
-  if (const auto type = prefixRouteTypeDel(prefix)) {
-    fibStatsMib()->routeDec(Family::version, *type, prefix.length());
-  }
+bool FibStatsMachine<Family>::uncount(const Prefix& prefix) {
+  const auto type = prefixRouteTypeDel(prefix);
+  if (type) fibStatsMib()->routeDec(Family::version, *type, prefix.length());
+  return type.has_value();
+}
+
+// A review has met a route, or a neighbour, of this prefix.
+template <class Family>
+void FibStatsMachine<Family>::markMet(const Prefix& prefix, bool isNeighbour) {
+  if (!isReviewing()) return;
+  const auto type = prefixRouteType().find(prefix);
+  if (type && (*type == routeTypeAttached) == isNeighbour) prefixRouteType_.mark(prefix);
 }
 
 // ---- routes ----
@@ -115,6 +172,7 @@ template <class Family>
 void FibStatsMachine<Family>::handleRoute(const Prefix& givenPrefix) {
   QTRACE_ENTRY(fibStatsSmTrace, this);
   const Prefix prefix = givenPrefix;
+  const Kel::Ptr<FibStatsMachine> self(this);
   if (isStopped()) return;
   if (const auto route = read(prefix)) handleRoute(prefix, *route);
 }
@@ -124,7 +182,11 @@ void FibStatsMachine<Family>::handleRoute(const Prefix& prefix, const Route& rou
   const bool isThere = route != Route();
   QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: prefix=" << prefix << " vrf=" << fibStatsMib()->vrfName()
                              << " add=" << isThere;
-  if (!isThere) return routeGone(prefix);
+  if (!isThere) {
+    if (uncount(prefix) && isReviewing()) countNeighbour(prefix);
+    return;
+  }
+  markMet(prefix, false);
   if (fibRouteFilter(route)) return;
   if (prefixRouteType().find(prefix)) {
     QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: " << prefix << " vrf=" << fibStatsMib()->vrfName()
@@ -150,6 +212,32 @@ std::optional<bool> FibStatsMachine<Family>::isPresent(const ArpKey& key, Vantu:
   }
 }
 
+// Whether the VRF has a neighbour of this address that counts, on any interface. Nothing when it cannot be known.
+template <class Family>
+std::optional<bool> FibStatsMachine<Family>::hasNeighbour(const Prefix& host) const {
+  if (!arpQuillo() || !vrfId().isKnown() || host.length() != Family::hostLength) return false;
+  const Vantu::IpGenAddr address(host.address());
+  if (!Family::isCountedHost(address)) return false;
+  bool isFound = false;
+  try {
+    Family::forEachNeighbour(*arpQuillo(), vrfId(), address, [&](const Arp::Table::ArpEntry& entry) {
+      if (entry.addr() != address) return false;
+      isFound = !isOnManagementInterface(entry.intfId());
+      return !isFound;
+    });
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    arpQuillo()->corruptionDetected(damage);
+    if (!isFound) return std::nullopt;
+  }
+  return isFound;
+}
+
+// The host, if a neighbour stands for it and nothing counts.
+template <class Family>
+void FibStatsMachine<Family>::countNeighbour(const Prefix& host) {
+  if (!prefixRouteType().find(host) && hasNeighbour(host) == true) count(host, routeTypeAttached);
+}
+
 template <class Family>
 void FibStatsMachine<Family>::onNeighbour(const ArpKey& key) {
   try {
@@ -164,7 +252,7 @@ void FibStatsMachine<Family>::handleNeighbour(const ArpKey& givenKey) {
   QTRACE_ENTRY(fibStatsSmTrace, this);
   const ArpKey key = givenKey;
   const Kel::Ptr<FibStatsMachine> self(this);
-  if (isStopped() || key.vrfId != vrfId()) return;
+  if (isStopped() || key.vrfId != vrfId() || !isReady(routeStatus())) return;
   const Prefix host = Family::host(key.addr);
   Vantu::IntfId intfId;
   const auto isThere = isPresent(key, intfId);
@@ -172,11 +260,16 @@ void FibStatsMachine<Family>::handleNeighbour(const ArpKey& givenKey) {
   QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: host=" << key.addr << " vrf=" << fibStatsMib()->vrfName()
                              << " add=" << *isThere;
   if (!*isThere) {
-    if (prefixRouteType().find(host) == routeTypeAttached) return routeGone(host);
-    QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: " << key.addr << " not tracked as an attached route";
+    if (prefixRouteType().find(host) != routeTypeAttached) {
+      QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: " << key.addr << " not tracked as an attached route";
+      return;
+    }
+    if (hasNeighbour(host).value_or(true)) return;  // on another interface
+    uncount(host);
+    if (isReviewing()) handleRoute(host);
     return;
   }
-  if (Vantu::MgmtIntfId::isMgmtIntfId(intfId)) {
+  if (isOnManagementInterface(intfId)) {
     QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: routes using nexthop interface " << intfId
                                << " are intentionally not counted";
     return;
@@ -186,15 +279,182 @@ void FibStatsMachine<Family>::handleNeighbour(const ArpKey& givenKey) {
                                << " are intentionally not counted";
     return;
   }
-  if (neighbourReview_.sweep.isOn()) neighbourReview_.hosts.insert(host);
-  if (routeReview_.isOn && !prefixRouteType().find(host)) handleRoute(host);
-  if (isStopped()) return;
+  markMet(host, true);
+  if (isReviewing() && !prefixRouteType().find(host)) handleRoute(host);  // which may not have been met yet
   if (prefixRouteType().find(host)) {
     QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: " << host << " vrf=" << fibStatsMib()->vrfName()
                                << " is a duplicate";
     return;
   }
   count(host, routeTypeAttached);
+}
+
+// ---- reviews ----
+
+template <class Family>
+void FibStatsMachine<Family>::taskSchedulerIs(const Kel::Ptr<Brev::TaskScheduler>& scheduler) {
+  if (isStopped()) return;
+  if (const auto task = std::exchange(task_, nullptr)) task->kelStop();
+  if (!scheduler) return;
+  const auto name = fmt::format("fibStats {} review VRF:{}", Family::text, fibStatsMib()->vrfName());
+  task_ = Kel::makePtr<KelTask>(this, scheduler, name, reviewPriority);
+  if (isReviewing()) task_->scheduleTask();
+}
+
+template <class Family>
+void FibStatsMachine<Family>::review() {
+  QTRACE_ENTRY(fibStatsSmTrace, this);
+  if (isStopped()) return;
+  if (!isReviewing()) {
+    if (!isReady(routeStatus())) return;  // the table notifies when it is
+    beginReview();
+  } else if (!hasReviewJustBegun()) {
+    review_.isDueAgain = true;
+  }
+  if (task_) {
+    task_->scheduleTask();
+  } else {
+    reviewAtOnce();
+  }
+}
+
+// It has read and marked nothing, so it finds whatever has changed till now.
+template <class Family>
+bool FibStatsMachine<Family>::hasReviewJustBegun() const {
+  return review_.phase == Phase::routes && !review_.lastRoute &&
+         prefixRouteType().unmarkedCount() == prefixRouteType().size();
+}
+
+template <class Family>
+void FibStatsMachine<Family>::beginReview() {
+  QTRACE(fibStatsSmTrace, 2) << "FibStatsMib: reviewing " << Family::text << " FIB quillo";
+  review_ = {};
+  review_.phase = Phase::routes;
+  prefixRouteType_.unmarkAll();
+}
+
+// Reactors of the counts may do anything meanwhile.
+template <class Family>
+void FibStatsMachine<Family>::reviewAtOnce() {
+  const Kel::Ptr<FibStatsMachine> self(this);
+  try {
+    for (std::size_t done = 0; isReviewing() && done < 2 * pieceSize;) done += reviewPiece();
+  } catch (const Quillo::StoreException&) {
+    // The review goes on when the table notifies that it can be read again.
+  }
+}
+
+template <class Family>
+void FibStatsMachine<Family>::doReview() {
+  QTRACE_ENTRY(fibStatsSmTrace, this);
+  const auto task = task_;
+  while (isReviewing()) {
+    reviewPiece();
+    task->taskWorkCountInc();
+    if (task->taskShouldYield()) break;
+  }
+  task->taskWorkPendingIs(isReviewing() ? 1 : 0);
+  if (isReviewing()) task->scheduleTask();
+}
+
+template <class Family>
+std::size_t FibStatsMachine<Family>::reviewPiece() {
+  switch (review_.phase) {
+    case Phase::routes:
+      return routePiece();
+    case Phase::neighbours:
+      return neighbourPiece();
+    case Phase::sweep:
+      return sweepPiece();
+    case Phase::none:
+      break;
+  }
+  return 0;
+}
+
+template <class Family>
+std::size_t FibStatsMachine<Family>::routePiece() {
+  std::vector<Route> routes;
+  routes.reserve(pieceSize);
+  const auto last = review_.lastRoute;
+  try {
+    if (routeStatus()) {
+      routeStatus()->forEachRoute(last.value_or(Prefix()), [&](const Route& route) {
+        if (last != route.prefix) routes.push_back(route);
+        return routes.size() < pieceSize;
+      });
+    }
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    routeStatus()->corruptionDetected(damage.what());
+  }
+  if (routes.size() < pieceSize) {
+    review_.phase = Phase::neighbours;
+  } else {
+    review_.lastRoute = routes.back().prefix;
+  }
+  for (const auto& route : routes) handleRoute(route.prefix, route);
+  return routes.size();
+}
+
+template <class Family>
+std::size_t FibStatsMachine<Family>::neighbourPiece() {
+  const auto from = review_.nextNeighbour;
+  if (!from.isSet()) {
+    QTRACE(fibStatsSmTrace, 2) << "FibStatsMib: reviewing " << Family::text << " ARP quillo";
+  }
+  std::vector<ArpKey> keys;
+  review_.phase = Phase::sweep;
+  try {
+    if (arpQuillo() && vrfId().isKnown() && isReady(arpQuillo())) {
+      Family::forEachNeighbour(*arpQuillo(), vrfId(), from, [&](const Arp::Table::ArpEntry& entry) {
+        if (keys.size() >= pieceSize && keys.back().addr != entry.addr()) {
+          review_.phase = Phase::neighbours;
+          review_.nextNeighbour = entry.addr();
+          return false;
+        }
+        keys.push_back(entry.key);
+        return true;
+      });
+    }
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    arpQuillo()->corruptionDetected(damage);
+  }
+  for (const auto& key : keys) onNeighbour(key);
+  return keys.size();
+}
+
+// Goes round the shards until no prefix is without a mark.
+template <class Family>
+std::size_t FibStatsMachine<Family>::sweepPiece() {
+  if (prefixRouteType().unmarkedCount() == 0) {
+    const bool isDueAgain = review_.isDueAgain;
+    review_ = {};
+    if (isDueAgain) beginReview();
+    return 0;
+  }
+  const auto prefixes = prefixRouteType().unmarked(review_.shard, pieceSize);
+  if (prefixes.size() < pieceSize) review_.shard = (review_.shard + 1) % PrefixRouteTypes<Prefix>::shardCount;
+  for (const auto& prefix : prefixes) sweep(prefix);
+  return prefixes.size();
+}
+
+// Throws StoreException before it changes anything: a table of neighbours that cannot be read looks empty, a table of
+// routes does not.
+template <class Family>
+void FibStatsMachine<Family>::sweep(const Prefix& prefix) {
+  const auto type = prefixRouteType().find(prefix);
+  if (!type) return;
+  const auto route = read(prefix);
+  std::optional<bool> stands;
+  if (*type == routeTypeAttached) {
+    stands = hasNeighbour(prefix);
+  } else if (route) {
+    stands = *route != Route();
+  }
+  if (stands.value_or(true)) return prefixRouteType_.mark(prefix);
+  uncount(prefix);
+  handleRoute(prefix);
+  countNeighbour(prefix);
 }
 
 template class FibStatsMachine<Ip4Routes>;

@@ -2,18 +2,24 @@
 // Keeps the route counts of one VRF and IP version: what FibStatsSm (IPv4) and Fib6StatsSm (IPv6) do alike. `Family`
 // is Ip4Routes or Ip6Routes.
 //
-// A prefix counts once, under the type that it had when it was first counted; a neighbour of the VRF counts as an
-// attached route to its host. Each notification changes the counts by one route at most: of a route and a neighbour
-// that stand for one prefix, the one that came first counts, and the other one is not taken up when it goes.
+// A prefix counts once, under the type that it had when it was first counted. A host counts as attached as long as the
+// VRF has a neighbour of its address, on any interface. Each notification changes the counts by one route at most: of a
+// route and a neighbour of one host only the first one counts. The other one does not count when the first one goes, and
+// the end of a route takes its host out of the counts even if it counts as attached (docs/decisions/0014).
 //
-// A review compares what is counted with a whole table: at the start, and when a table tells that anything may have
-// changed. It goes on in pieces of a thousand routes. The first two are done at once, which is all of a small table;
-// the others in a task, as soon as there is a scheduler. Routes are reviewed before neighbours; a neighbour that is
-// notified before its route was reviewed has the route looked up first. So the outcome is that of one pass.
+// A review compares the counts with both tables: at the start, and when a table says that anything may have changed.
+// - It reads the routes, then the neighbours, so that a host that has both counts under its route. What it meets is
+//   marked in the counts. In the end it looks up each prefix without a mark, and takes it out of the counts unless it
+//   stands after all.
+// - It goes on in pieces of a thousand prefixes, in a task. Without a scheduler the first two pieces are done at once,
+//   which is all of a small table, and the others wait for the scheduler.
+// - After a review exactly the routes and neighbours of the tables are counted, whatever was notified during it:
+//   meanwhile a neighbour counts only if there is no route to its host, and what is taken out of the counts gives its
+//   place to the other one.
+// - If a table announces during a review that anything may have changed, another review follows.
+// It begins once the table of routes has its first state; until then no neighbour counts.
 //
 // Damage that is met while reading is reported to the table; what was not read stays as it is.
-
-#include <boost/unordered/unordered_flat_set.hpp>
 
 #include "brev/OwnedTask.h"
 #include "fibstats/FibStatsMib.h"
@@ -56,15 +62,14 @@ class FibStatsMachine : public Kel::Entity {
   const Kel::Ptr<const Config>& routingConfig() const { return routingConfig_; }
   const Kel::Ptr<FibStatsMib>& fibStatsMib() const { return fibStatsMib_; }
 
-  // In the place of the present one. A table is reviewed; another configuration concerns routes yet to be counted.
+  // Each replaces the present one. With another table of routes the counts begin anew; with another VRF id both tables
+  // are reviewed; another configuration concerns routes yet to be counted.
   void routeStatusIs(Kel::Ptr<const RouteStatus> routeStatus);
   void vrfIdIs(VrfId vrfId);
   void routingConfigIs(Kel::Ptr<const Config> routingConfig) { routingConfig_ = std::move(routingConfig); }
 
-  // Reviews go on in a task of this scheduler. Without one, what the first pieces leave waits for it.
   void taskSchedulerIs(const Kel::Ptr<Brev::TaskScheduler>& scheduler);
-  bool isReviewing() const { return routeReview_.isOn || neighbourReview_.isOn; }
-  void reviewPiece();
+  bool isReviewing() const { return review_.phase != Phase::none; }
   void doReview();  // one run of the task
 
   // What counts, with the type under which it does.
@@ -81,13 +86,13 @@ class FibStatsMachine : public Kel::Entity {
 
   // The route of this prefix came, went, or says something else.
   void handleRoute(const Prefix& prefix);
-  // Any of them may have.
-  void handleRoute();
+  // Any of them may have: begins a review.
+  void handleRoute() { review(); }
 
  protected:
   // The same of neighbours. Throws Kel::RangeException for an address of the other IP version.
   void handleNeighbour(const ArpKey& key);
-  void handleNeighbour();
+  void handleNeighbour() { review(); }
 
   template <class Self>
   static void describeConstructor(Kel::TypeInfo& type);
@@ -97,44 +102,38 @@ class FibStatsMachine : public Kel::Entity {
   class KelArpQuillo;
   using KelTask = Brev::OwnedTask<Brev::Task, FibStatsMachine, &FibStatsMachine::doReview>;
 
-  // What was counted when a review began, shard by shard, to find what does not stand any more.
-  struct Sweep {
-    std::size_t shard = PrefixRouteTypes<Prefix>::shardCount;  // the next one
-    std::vector<std::pair<Prefix, RouteType>> taken;           // of the shards before
-    bool isOn() const { return shard < PrefixRouteTypes<Prefix>::shardCount || !taken.empty(); }
-  };
-  struct RouteReview {
-    bool isOn = false;
-    bool isRead = false;          // the table is; otherwise
-    std::optional<Prefix> after;  // up to this one
-    Sweep sweep;
-  };
-  struct NeighbourReview {
-    bool isOn = false;
-    bool isWalked = false;
-    std::vector<ArpKey> keys;                 // that the walk met, and
-    std::size_t done = 0;                     // how many of them were looked up
-    boost::unordered_flat_set<Prefix> hosts;  // that stand; kept for the sweep
-    Sweep sweep;
+  enum class Phase { none, routes, neighbours, sweep };
+  struct Review {
+    Phase phase = Phase::none;
+    std::optional<Prefix> lastRoute;  // routes were read up to this one
+    Vantu::IpGenAddr nextNeighbour;   // the address to go on with
+    std::size_t shard = 0;            // of the counted prefixes: to be swept next
+    bool isDueAgain = false;
   };
 
   bool isStopped() const { return !kelRouteStatus_; }
   void stop();
+
+  void review();
+  void beginReview();
+  bool hasReviewJustBegun() const;
   void reviewAtOnce();
-  Sweep sweepIs() const;
-  std::vector<std::pair<Prefix, RouteType>> take(Sweep& sweep) const;
-  void routePiece();
-  std::vector<Route> readRoutes();
-  void neighbourPiece();
-  void walkNeighbours();
+  std::size_t reviewPiece();  // how many prefixes were looked at
+  std::size_t routePiece();
+  std::size_t neighbourPiece();
+  std::size_t sweepPiece();
+  void sweep(const Prefix& prefix);
 
   // An entry that cannot be understood is traced and left out: what else changed is still to be counted.
   void onNeighbour(const ArpKey& key);
   std::optional<Route> read(const Prefix& prefix) const;
   std::optional<bool> isPresent(const ArpKey& key, Vantu::IntfId& intfId) const;
+  std::optional<bool> hasNeighbour(const Prefix& host) const;
   void handleRoute(const Prefix& prefix, const Route& route);
-  void routeGone(const Prefix& prefix);
   void count(const Prefix& prefix, RouteType type);
+  void countNeighbour(const Prefix& prefix);
+  bool uncount(const Prefix& prefix);
+  void markMet(const Prefix& prefix, bool isNeighbour);
 
   Kel::Ptr<const RouteStatus> routeStatus_;
   const Kel::Ptr<const Arp::Table::Status> arpQuillo_;
@@ -143,8 +142,7 @@ class FibStatsMachine : public Kel::Entity {
   const Kel::Ptr<FibStatsMib> fibStatsMib_;
 
   PrefixRouteTypes<Prefix> prefixRouteType_;
-  RouteReview routeReview_;
-  NeighbourReview neighbourReview_;
+  Review review_;
   Kel::Ptr<KelRouteStatus> kelRouteStatus_;  // null: not started, or stopped
   Kel::Ptr<KelArpQuillo> kelArpQuillo_;
   Kel::Ptr<KelTask> task_;

@@ -110,11 +110,10 @@ TYPED_TEST(Stats, aRouteKeepsItsFirstTypeUntilItGoes) {
   EXPECT_EQ(this->rows(), "1; 14:1; 24:1");
 }
 
-TYPED_TEST(Stats, aHostCountsOnceUnderWhatCameFirst) {
+TYPED_TEST(Stats, aHostWithARouteIsNoAttachedOne) {
   using World = FibStatsWorld<TypeParam>;
   const unsigned rip = World::isIp4 ? 10 : 6;
-  const std::string length = std::to_string(TypeParam::hostLength);
-  const auto one = World::neighbour(World::addr(1), "red/e1"), two = World::neighbour(World::addr(2), "red/e1");
+  const auto one = World::neighbour(World::addr(1), "red/e1");
   this->start();
   this->routes->routeIs(World::route(World::host(1), rip));
   this->takeLines();
@@ -127,12 +126,6 @@ TYPED_TEST(Stats, aHostCountsOnceUnderWhatCameFirst) {
       this->takeLines(),
       ElementsAre(fmt::format("6 FibStatsMib: host={} vrf=red add=0", one.addr().stringValue()),
                   fmt::format("6 FibStatsMib: {} not tracked as an attached route", one.addr().stringValue())));
-  EXPECT_EQ(this->rows(), "1; 8:1; " + length + ":1");
-  this->arp->entryIs(two);
-  this->routes->routeIs(World::route(World::host(2), rip));
-  EXPECT_EQ(this->rows(), "2; 8:1 203:1; " + length + ":2");
-  this->arp->entryDel(two.key);
-  EXPECT_EQ(this->rows(), "1; 8:1; " + length + ":1");
 }
 
 TYPED_TEST(Stats, neighboursThatDoNotCount) {
@@ -190,7 +183,7 @@ TYPED_TEST(Stats, aLargeTableIsReviewedInPieces) {
   this->arp->entryIs(World::neighbour(World::addr(count), "e1"));
   this->start();
   EXPECT_TRUE(this->sm->isReviewing());
-  EXPECT_EQ(this->sm->prefixRouteType().size(), 4 * World::Sm::pieceSize);
+  EXPECT_EQ(this->sm->prefixRouteType().size(), 2 * World::Sm::pieceSize);
   // Before their routes are reached: a neighbour, a route that goes, another that comes.
   this->arp->entryIs(World::neighbour(World::addr(count - 1), "e1"));
   EXPECT_EQ(this->sm->prefixRouteType().find(World::host(count - 1)), routeTypeRip);
@@ -204,7 +197,8 @@ TYPED_TEST(Stats, aLargeTableIsReviewedInPieces) {
   while (this->scheduler_->runReady()) ++turns;
   EXPECT_GT(turns, 2U);
   EXPECT_EQ(this->rows(), fmt::format("10001; 8:10000 203:1; {}:10001", length));
-  // All at once another table, and another one of neighbours. What stands never goes meanwhile.
+  // All at once another table, and another one of neighbours: one review. What stands never goes meanwhile.
+  this->takeLines();
   for (unsigned n = 0; n < count; n += 2) table.erase(World::host(n));
   this->routes->tableIs(table);
   this->arp->tableIs({World::neighbour(World::addr(0), "e1"), World::neighbour(World::addr(1), "e1")});
@@ -214,19 +208,7 @@ TYPED_TEST(Stats, aLargeTableIsReviewedInPieces) {
   EXPECT_FALSE(this->sm->isReviewing());
   EXPECT_EQ(this->rows(), fmt::format("5001; 8:5000 203:1; {}:5001", length));
   EXPECT_EQ(this->sm->prefixRouteType().find(World::host(0)), routeTypeAttached);
-}
-
-TYPED_TEST(Stats, anotherVrfIdBringsOtherNeighbours) {
-  using World = FibStatsWorld<TypeParam>;
-  const std::string length = std::to_string(TypeParam::hostLength);
-  for (unsigned n = 0; n < 3; ++n) this->arp->entryIs(World::neighbour(World::addr(n), "e1", 7));
-  this->arp->entryIs(World::neighbour(World::addr(2), "e1", 8));
-  this->start();
-  EXPECT_EQ(this->rows(), "3; 203:3; " + length + ":3");
-  this->sm->vrfIdIs(Vrf::VrfIdMap::VrfId(8));
-  EXPECT_EQ(this->rows(), "1; 203:1; " + length + ":1");
-  this->sm->vrfIdIs(Vrf::VrfIdMap::VrfId());
-  EXPECT_EQ(this->rows(), "none;;");
+  EXPECT_THAT(this->lines, Contains(testing::HasSubstr("reviewing")).Times(2)) << "of routes, of neighbours";
 }
 
 TYPED_TEST(Stats, damageChangesNoCount) {
@@ -253,16 +235,8 @@ TYPED_TEST(Stats, damageChangesNoCount) {
   EXPECT_EQ(this->rows(), "none;;");
 }
 
-TYPED_TEST(Stats, aTableThatIsNotThereYetIsReviewedWhenItIs) {
+TYPED_TEST(Stats, withoutTablesNothingCounts) {
   using World = FibStatsWorld<TypeParam>;
-  this->routes->isInitialized = false;
-  this->arp->isInitialized = false;
-  this->routes->map[World::host(0)] = World::route(World::host(0), World::isIp4 ? 10 : 6);
-  this->start();
-  EXPECT_EQ(this->rows(), "none;;");
-  this->routes->initializedIs();
-  this->arp->initializedIs();
-  EXPECT_EQ(this->rows(), fmt::format("1; 8:1; {}:1", TypeParam::hostLength));
   const auto none = Kel::makePtr<typename World::Sm>(nullptr, nullptr, Vrf::VrfIdMap::VrfId(1), nullptr, this->mib);
   const auto key = World::neighbour(World::addr(1), "e1", 1).key;
   if constexpr (World::isIp4) {

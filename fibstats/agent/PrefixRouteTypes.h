@@ -1,12 +1,17 @@
 #pragma once
-// Under which route type each prefix was counted.
+// Under which route type each prefix was counted, and which of them the present review has met.
 //
 // Made for a million prefixes: an IPv4 one takes six bytes and its share of free places, some 15 in all, and a lookup
 // costs a cache miss or two. The hash map is cut into shards, chosen by the hash, because one of a million that grows
-// stalls its user for 20 ms; a shard of it grows in a tenth of one. A shard is also the piece in which all prefixes
-// can be gone through while they come and go.
+// stalls its user for 20 ms; a shard of it grows in a tenth of one. A shard is also the piece in which the unmarked
+// prefixes are searched.
+//
+//   counted.unmarkAll();                                   // a review begins; takes no time
+//   counted.mark(prefix);                                  // for each prefix that it meets
+//   for (const auto& prefix : counted.unmarked(shard, 1024)) ...  take it, or mark it after all
 
 #include <array>
+#include <boost/mp11.hpp>
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <cstdint>
 #include <cstring>
@@ -32,11 +37,16 @@ class PrefixRouteTypes {
     const Key key(prefix);
     const auto& map = shards_[key.shard()];
     const auto at = map.find(key);
-    return at == map.end() ? std::nullopt : std::optional(RouteType{at->second});
+    return at == map.end() ? std::nullopt : std::optional(typeOf(at->second));
   }
+  // Marked.
   void insert(const PrefixType& prefix, RouteType type) {
     const Key key(prefix);
-    if (shards_[key.shard()].insert_or_assign(key, static_cast<std::uint8_t>(type)).second) ++size_;
+    const auto value = static_cast<std::uint8_t>(type | marked_);
+    const auto [at, isNew] = shards_[key.shard()].try_emplace(key, value);
+    if (isNew) ++size_;
+    if (!isMarked(at->second)) --unmarkedCount_;
+    at->second = value;
   }
   // The type that was kept.
   std::optional<RouteType> take(const PrefixType& prefix) {
@@ -44,22 +54,40 @@ class PrefixRouteTypes {
     auto& map = shards_[key.shard()];
     const auto at = map.find(key);
     if (at == map.end()) return std::nullopt;
-    const RouteType type{at->second};
+    const auto type = typeOf(at->second);
+    if (!isMarked(at->second)) --unmarkedCount_;
     map.erase(at);
     --size_;
     return type;
   }
   void clear() {
     for (auto& map : shards_) map = {};
-    size_ = 0;
+    size_ = unmarkedCount_ = 0;
   }
 
-  // The members of one shard, in no order.
-  std::vector<std::pair<PrefixType, RouteType>> shard(std::size_t number) const {
-    std::vector<std::pair<PrefixType, RouteType>> members;
-    members.reserve(shards_[number].size());
-    for (const auto& [key, type] : shards_[number]) members.emplace_back(key.prefix(), RouteType{type});
-    return members;
+  // Requires that all prefixes are marked.
+  void unmarkAll() {
+    marked_ ^= markBit;
+    unmarkedCount_ = size_;
+  }
+  // No-op when the prefix is not counted.
+  void mark(const PrefixType& prefix) {
+    const Key key(prefix);
+    auto& map = shards_[key.shard()];
+    const auto at = map.find(key);
+    if (at == map.end() || isMarked(at->second)) return;
+    at->second ^= markBit;
+    --unmarkedCount_;
+  }
+  std::size_t unmarkedCount() const { return unmarkedCount_; }
+  // At most `limit` of the shard's, in no order.
+  std::vector<PrefixType> unmarked(std::size_t shard, std::size_t limit) const {
+    std::vector<PrefixType> found;
+    for (const auto& [key, value] : shards_[shard]) {
+      if (found.size() == limit) break;
+      if (!isMarked(value)) found.push_back(key.prefix());
+    }
+    return found;
   }
 
  private:
@@ -90,8 +118,24 @@ class PrefixRouteTypes {
   };
   static_assert(shardCount == 64);  // six bits of a hash
 
+  // The value of a prefix is its type together with this bit, which means "marked" when it equals `marked_`. So all
+  // marks are removed by changing `marked_`.
+  static constexpr std::uint8_t markBit = 0x20;
+  static constexpr bool noTypeHasTheBit() {
+    bool isFree = true;
+    boost::mp11::mp_for_each<boost::describe::describe_enumerators<RouteType>>(
+        [&isFree](auto type) { isFree = isFree && (type.value & ~0xFF) == 0 && (type.value & markBit) == 0; });
+    return isFree;
+  }
+  static_assert(noTypeHasTheBit());
+
+  static RouteType typeOf(std::uint8_t value) { return RouteType{value & ~markBit}; }
+  bool isMarked(std::uint8_t value) const { return (value & markBit) == marked_; }
+
   std::array<boost::unordered_flat_map<Key, std::uint8_t>, shardCount> shards_;
   std::size_t size_ = 0;
+  std::size_t unmarkedCount_ = 0;
+  std::uint8_t marked_ = 0;
 };
 
 }  // namespace FibStatsSnmp

@@ -33,8 +33,8 @@ struct Ip4Routes {
     return table.arpEntry(key);
   }
   static void forEachNeighbour(const Arp::Table::Status& table, const Vrf::VrfIdMap::VrfId& vrfId,
-                               const Arp::Table::Status::Visit& visit) {
-    table.forEachArpEntry(vrfId, visit);
+                               const Vantu::IpGenAddr& from, const Arp::Table::Status::VisitWhile& visit) {
+    table.forEachArpEntry(vrfId, from, visit);
   }
 };
 
@@ -57,8 +57,8 @@ struct Ip6Routes {
     return table.neighborEntry(key);
   }
   static void forEachNeighbour(const Arp::Table::Status& table, const Vrf::VrfIdMap::VrfId& vrfId,
-                               const Arp::Table::Status::Visit& visit) {
-    table.forEachNeighborEntry(vrfId, visit);
+                               const Vantu::IpGenAddr& from, const Arp::Table::Status::VisitWhile& visit) {
+    table.forEachNeighborEntry(vrfId, from, visit);
   }
 };
 
