@@ -24,13 +24,14 @@ class IpForwardMib : public Kel::Entity {
   KEL_REFERENCE(const IpSnmp::FecsAndPrefixes, fecsAndPrefixes, FecsAndPrefixes)
   KEL_REFERENCE(const IntfSnmp::IfMib, ifMib, IfMib)
   KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)  // rows of ipCidrRouteTable, as last counted
-  KEL_TYPE_END_DECLARE
 
-  // Produces the rows in order.
+  // A virtual collection: its rows are computed when they are read, in index order by
+  // ipsnmp/IpCidrRouteTableIteratorConst.h.
   class IpCidrRouteTableIteratorConst;
-
   // The row of exactly this index. Throws as the iterator does.
   std::optional<IpCidrRouteTableEntry> ipCidrRouteTable(const IpCidrRouteTableIndex& index) const;
+  KEL_VIRTUAL_MEMBERS(IpCidrRouteTableEntry, ipCidrRouteTable)
+  KEL_TYPE_END_DECLARE
 
   // Whether a route can have rows: not one that does not exist, nor one of type 0, 1, 3 or 5.
   bool validRoute(const Quillo::Fib::Route& route) const;

@@ -18,6 +18,9 @@ TEST(IpForwardMib, onlyRoutesOfSomeTypesAreValid) {
 }
 
 TEST(IpForwardMib, rowsPrintAndSortAsTheTable) {
+  const auto& table = IpSnmp::IpForwardMib::kelStaticTypeInfo().attributes().back();
+  EXPECT_EQ(table.name, "ipCidrRouteTable");
+  EXPECT_EQ(table.typeName, "IpSnmp::IpCidrRouteTableEntry");
   const auto index = indexOf("10.0.0.0", "255.255.255.0", "10.1.1.1");
   EXPECT_EQ(Kel::print(index),
             "Value('IpSnmp::IpCidrRouteTableIndex', ** {'dest': '10.0.0.0', 'mask': '255.255.255.0', 'tos': 0, "
