@@ -86,20 +86,6 @@ TEST_F(IpBaseEntry, enteringAgainAfterLeavingRegistersOnce) {
   EXPECT_THAT(held, ElementsAre(unheld + 5, unheld + 5, unheld + 5)) << "one for each table";
 }
 
-TEST_F(IpBaseEntry, theScalarsWinOverAnotherModuleOfTheSameObject) {
-  const std::string object = "1.3.6.1.2.1.4.1";
-  const Oid identifier = oidOf(object);
-  auto* const other = netsnmp_create_handler_registration(
-      "other", [](auto...) { return SNMP_ERR_GENERR; }, identifier.data(), identifier.size(), HANDLER_CAN_RONLY);
-  ASSERT_EQ(netsnmp_register_scalar(other), MIB_REGISTERED_OK);
-  const auto errorOfGet = [&] { return agent.send(SNMP_MSG_GET, {object + ".0"}).errorStatus; };
-  init_IpBase("");
-  EXPECT_EQ(errorOfGet(), SNMP_ERR_NOERROR);
-  unregister_IpBase("");
-  EXPECT_EQ(errorOfGet(), SNMP_ERR_GENERR) << "the other one is still there";
-  netsnmp_unregister_handler(other);
-}
-
 TEST_F(IpBaseEntry, netSnmpDebuggingTellsWhichContextIsEntered) {
   static std::vector<std::string> logged;
   logged.clear();

@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "modules/Enterprise.h"
 #include "modules/TestAgent.h"
 #include "modules/TestReference.h"
 #include "snmp/Contexts.h"
@@ -35,11 +36,35 @@ class IpBaseTest : public ::testing::Test {
   Snmp::Contexts contexts;
 };
 
-TEST_F(IpBaseTest, announcesItselfAndIsEnteredByTheFramework) {
+TEST_F(IpBaseTest, everyModuleRegistersItsObjectsInTheContextsItIsEnteredIn) {
   contexts.enter("");
   contexts.enter("red");
   EXPECT_THAT(Snmp::mibContextModules("red"),
               ElementsAre("IpBase", "IpForward", "IpSwForwarding", "VrfBase", "quorinFIBStatsMIB", "quorinIpMIB"));
+  // Scalars go before other modules of the same object; tables leave that to the agent's default.
+  constexpr int first = 64, usual = 127, readOnly = 0, readWrite = HANDLER_CAN_SET;
+  const std::tuple<std::string, Oid, int, int> objects[]{
+      {"ipForwarding", oidOf(ipForwarding), first, readWrite},
+      {"ipv6IpForwarding", oidOf(ipv6IpForwarding), first, readWrite},
+      {"ipCidrRouteNumber", oidOf(ipCidrRouteNumber), first, readOnly},
+      {"ipAddrTable", oidOf(ipAddrTable), usual, readOnly},
+      {"ipNetToMediaTable", oidOf("1.3.6.1.2.1.4.22"), usual, readWrite},
+      {"ipCidrRouteTable", oidOf("1.3.6.1.2.1.4.24.4"), usual, readWrite},
+      {"ipAddressPrefixTable", oidOf("1.3.6.1.2.1.4.32"), usual, readOnly},
+      {"ipAddressTable", oidOf("1.3.6.1.2.1.4.34"), usual, readWrite},
+      {"ipNetToPhysicalTable", oidOf("1.3.6.1.2.1.4.35"), usual, readWrite},
+      {"quorinSwFwdIpStatsTable", enterpriseObject({3, 1, 1, 1}), usual, readOnly},
+      {"quorinVrfTable", enterpriseObject({3, 18, 1, 1}), usual, readOnly},
+      {"quorinVrfIfTable", enterpriseObject({3, 18, 1, 2}), usual, readOnly},
+      {"quorinFIBStatsSummaryTable", enterpriseObject({3, 23, 1, 1}), usual, readOnly},
+      {"quorinIpIfStatsTable", enterpriseObject({3, 27, 1, 1}), usual, readOnly}};
+  for (const auto& [name, object, priority, modes] : objects) {
+    const auto* const subtree = netsnmp_subtree_find(object.data(), object.size(), nullptr, "");
+    ASSERT_TRUE(subtree != nullptr && subtree->reginfo != nullptr) << name;
+    EXPECT_EQ(subtree->reginfo->handlerName, name + "_");
+    EXPECT_EQ(subtree->reginfo->priority, priority) << name;
+    EXPECT_EQ(subtree->reginfo->modes & HANDLER_CAN_SET, modes) << name;
+  }
   contexts.leave("red");
   EXPECT_THAT(Snmp::mibContextModules("red"), IsEmpty());
 }
