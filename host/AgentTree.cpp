@@ -1,7 +1,5 @@
 #include "host/AgentTree.h"
 
-#include <fmt/format.h>
-
 #include "snmp/SnmpUtil.h"
 #include "vantu/MgmtIntfId.h"
 
@@ -26,10 +24,8 @@ class NoNeighbours : public Arp::Table::Status {
   void corruptionDetected(const Pesk::CorruptionDetectedException&) const override {}
 };
 
-// The default VRF's id in the shared tables, until the state database names it.
+// The default VRF's id in the table of neighbours, until the state database names it.
 constexpr Vrf::VrfIdMap::VrfId defaultVrfId{0};
-
-constexpr const char* defaultVrfName = L3::VrfName::defaultName;
 
 bool areRouteTablesEnabled() {
   return !SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables");
@@ -69,6 +65,18 @@ class AgentTree::ArpIdWatch : public IpSnmp::ArpTableSm::Notifiee {
   IpSnmp::Root* const root_;
 };
 
+// Has the default VRF's routes read under the id that is published for it. VrfRootSm does so for the other VRFs.
+class AgentTree::DefaultVrfIdWatch : public Vrf::VrfIdMap::NameToIdMapWrapper::Notifiee {
+ public:
+  explicit DefaultVrfIdWatch(AgentTree* owner) : owner_(owner) {}
+  void handleVrfId(const L3::VrfName& vrfName) override {
+    if (vrfName.isDefault()) owner_->defaultVrfIdChanged();
+  }
+
+ private:
+  AgentTree* const owner_;
+};
+
 AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
                      const Kel::Ptr<Brev::TaskScheduler>& scheduler, Kel::Ptr<const Arp::Table::Status> arpTable,
                      const Kel::Ptr<const Varnix::EntityManager>& manager)
@@ -102,6 +110,8 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   wireVrfs();
   arpIdWatch_ = Kel::makePtr<ArpIdWatch>(ipRoot_.get());
   arpIdWatch_->notifierIs(ipRoot_->arpTableSm());
+  defaultVrfIdWatch_ = Kel::makePtr<DefaultVrfIdWatch>(this);
+  defaultVrfIdWatch_->notifierIs(varnix.vrfNameStatus);
   fecModeWatch_ = Kel::makePtr<FecModeWatch>(this);
   fecModeWatch_->notifierIs(ipRoot_->fecModeRestartSm());
   SnmpUtil::rootIs(root_);
@@ -135,35 +145,47 @@ void AgentTree::wire() {
   Kel::callOperation(*ipRoot_, "vrfRootDirIs", {Kel::Name("vrfs")});
 }
 
-// The default VRF's.
-void AgentTree::wireRoutes() {
-  using Forwarding = Kel::Ptr<const Quillo::Fib::ForwardingStatus>;
+IpSnmp::VrfTables AgentTree::mountDefaultVrf() const {
   const auto mount = manager_ ? manager_->quilloMount() : nullptr;
-  if (!mount || !routeTablesEnabled_) return;
-  const auto path = [](const char* pattern) { return fmt::format(fmt::runtime(pattern), defaultVrfName); };
-  const auto routes = mount->mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
-  const Forwarding fecs = mount->mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
-  const Forwarding unified = isUnified() ? fecs : nullptr;
+  if (!mount || !routeTablesEnabled_) return {};
+  return IpSnmp::VrfTables::mounted(*mount, L3::VrfName(), true);
+}
+
+void AgentTree::wireRoutes() {
+  const auto tables = mountDefaultVrf();
+  if (!tables.routeStatus) return;
+  const auto& fecs = tables.forwardingStatus;
+  const auto unified = isUnified() ? fecs : nullptr;
   Kel::callOperation(*ipRoot_, "ipRouteTableSmIs",
-                     {scheduler_, Kel::Name(defaultVrfName), ipForwardMib_, routes, fecs, unified,
-                      Kel::Ptr<const IpSnmp::IpForwardFecs>(), Kel::Ptr<const IntfSnmp::IfMib>(ifMib_)});
-  Kel::callOperation(*ipRoot_, "perVrfFecSmIs", {ipRoot_->ipRouteTableSm(), routes, fecs});
+                     {scheduler_, Kel::Name(L3::VrfName::defaultName), ipForwardMib_, tables.routeStatus, fecs,
+                      unified, Kel::Ptr<const IpSnmp::IpForwardFecs>(), Kel::Ptr<const IntfSnmp::IfMib>(ifMib_)});
+  Kel::callOperation(*ipRoot_, "perVrfFecSmIs", {ipRoot_->ipRouteTableSm(), tables.routeStatus, fecs});
 }
 
 void AgentTree::wireFibStats() {
   using Kel::Ptr;
-  const auto mount = manager_ ? manager_->quilloMount() : nullptr;
-  if (!mount || !routeTablesEnabled_) return;
-  const auto path = [](const char* pattern) { return fmt::format(fmt::runtime(pattern), defaultVrfName); };
+  const auto tables = mountDefaultVrf();
+  if (!tables.routeStatus) return;
   const auto id = ipRoot_->arpTableSm()->arpQuilloVrfId();
-  Kel::callOperation(*ipRoot_, "fibStatsSmIs",
-                     {mount->mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath)), arpTable_, id,
-                      Ptr<const Routing::Config>(varnix_.routingConfig), fibStatsMib_});
+  Kel::callOperation(
+      *ipRoot_, "fibStatsSmIs",
+      {tables.routeStatus, arpTable_, id, Ptr<const Routing::Config>(varnix_.routingConfig), fibStatsMib_});
   ipRoot_->fibStatsSm()->taskSchedulerIs(scheduler_);
-  Kel::callOperation(*ipRoot_, "fib6StatsSmIs",
-                     {mount->mounted<Quillo::Fib6::RouteStatus>(path(KelQuillo::route6StatusPath)), arpTable_, id,
-                      Ptr<const Routing6::Config>(varnix_.routing6Config), fibStatsMib_});
+  Kel::callOperation(
+      *ipRoot_, "fib6StatsSmIs",
+      {tables.route6Status, arpTable_, id, Ptr<const Routing6::Config>(varnix_.routing6Config), fibStatsMib_});
   ipRoot_->fib6StatsSm()->taskSchedulerIs(scheduler_);
+}
+
+void AgentTree::defaultVrfIdChanged() {
+  const auto routeSm = ipRoot_->ipRouteTableSm();
+  const auto tables = mountDefaultVrf();
+  if (!routeSm || routeSm->routeStatus() == tables.routeStatus) return;
+  if (isUnified()) {
+    restart();  // the routes of every VRF resolve in its FECs
+  } else {
+    IpSnmp::remountTables(*ipRoot_, tables);
+  }
 }
 
 // The other VRFs'.
@@ -225,6 +247,7 @@ void AgentTree::restart() {
 AgentTree::~AgentTree() {
   SnmpUtil::rootIs(nullptr);
   arpIdWatch_ = nullptr;
+  defaultVrfIdWatch_ = nullptr;
   fecModeWatch_ = nullptr;
   ipRoot_ = nullptr;  // the machines go before what they watch
   ifMibSm_ = nullptr;

@@ -48,11 +48,15 @@ class AgentTree {
  private:
   class FecModeWatch;
   class ArpIdWatch;
+  class DefaultVrfIdWatch;
 
   void wire();
   void wireRoutes();
   void wireFibStats();
   void wireVrfs();
+  // Of the id that the default VRF has now. Without a manager, or while route tables are disabled, there are none.
+  IpSnmp::VrfTables mountDefaultVrf() const;
+  void defaultVrfIdChanged();
   bool isUnified() const;
   void restart();
 
@@ -74,6 +78,7 @@ class AgentTree {
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
   Kel::Ptr<IpSnmp::Root> ipRoot_;
   Kel::Ptr<ArpIdWatch> arpIdWatch_;
+  Kel::Ptr<DefaultVrfIdWatch> defaultVrfIdWatch_;
   Kel::Ptr<FecModeWatch> fecModeWatch_;
   Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
   Kel::Ptr<IpSnmp::IpIfStatsSm> ipIfStatsSm_, ip6IfStatsSm_;

@@ -120,16 +120,32 @@ TEST_F(RouteTablesTest, aRouteReachesItsVrfAndGoesWithIt) {
   EXPECT_EQ(1U, rows("blue").size());
 }
 
-TEST_F(RouteTablesTest, anotherFecModeReadsAllRoutesAnew) {
+TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   follow();
+  const auto defaultVrfIdIs = [this](unsigned id) {
+    tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(id));
+    documents_->publish();
+    routeIs(id, 0x0a000000 + (id << 16), id + 1);
+    follow();
+  };
+  defaultVrfIdIs(5);
+  EXPECT_THAT(rows(""), ElementsAre("10.5.0.0 0.0.0.6"));
+  routeIs(5, 0x0a060000, 7);
+  follow();
+  EXPECT_THAT(rows(""), ElementsAre("10.5.0.0 0.0.0.7", "10.6.0.0 0.0.0.7"));
+  const auto counts = Kel::dynamicPtr<FibStatsSnmp::FibStatsMib>(Kel::resolve(root_, "snmp/ip/fibstatsmib"));
+  EXPECT_EQ(counts->summaryTable(Ip::ipVersion4)->totalRoutes(), 2U);
+
   auto changed = 0;
   agent_->vrfRootSmChangedIs([&] { ++changed; });
   tree_.l3Config->fecModeIs(Quillo::Fib::fecModeUnified);
   documents_->publish();
   follow();
   EXPECT_EQ(1, changed);
-  EXPECT_THAT(rows(""), ElementsAre("10.0.0.0 0.0.0.1"));
-  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.1"));  // through the default VRF's FEC
+  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.7"));  // through the default VRF's FEC
+  defaultVrfIdIs(8);
+  EXPECT_THAT(rows(""), ElementsAre("10.8.0.0 0.0.0.9"));
+  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.9"));
 }
 
 }  // namespace

@@ -8,28 +8,9 @@ namespace {
 
 using namespace IpSnmp;
 
-std::vector<std::string> ownAttributes(const Kel::TypeInfo& type) {
-  std::vector<std::string> names;
-  for (const auto& attribute : type.attributes()) {
-    if (!Kel::Entity::kelStaticTypeInfo().find(attribute.name)) names.push_back(attribute.name);
-  }
-  return names;
-}
-
 std::vector<Kel::Value> arguments(const World& world) {
   return {world.tree.intfStatusDir, world.ipMib,          world.tree.ipConfig,
           world.tree.ipStatus,      world.tree.ip6Config, world.tree.ip6Status};
-}
-
-TEST(Root, attributesInOrder) {
-  EXPECT_EQ(ownAttributes(Root::kelStaticTypeInfo()),
-            (std::vector<std::string>{"ipConfig", "ipStatus", "ip6Config", "ip6Status", "intfStatusDir", "ipMib",
-                                      "fecModeSm", "fecModeRestartSm", "ipAddressTableSm", "arpTableSm",
-                                      "ipForwardMib", "fibStatsMib", "fibStatsSm", "fib6StatsSm", "ipRouteTableSm",
-                                      "perVrfFecSm", "vrfIfTableSm", "vrfRootSm", "vrfRootDir"}));
-  EXPECT_EQ(ownAttributes(VrfRoot::kelStaticTypeInfo()),
-            (std::vector<std::string>{"vrfId", "ipMib", "arpTableSm", "ipForwardMib", "fibStatsMib", "fibStatsSm",
-                                      "fib6StatsSm", "ipRouteTableSm", "perVrfFecSm"}));
 }
 
 TEST(Root, addressMachineIsWiredByName) {
@@ -172,18 +153,6 @@ TEST(Root, vrfMachinesAreWiredByNameAndGoWithIt) {
   world.vrfIs("blue", 2);
   world.runTasks();
   EXPECT_FALSE(world.isServed("blue"));
-}
-
-TEST(VrfRoot, deletingAMemberStopsItsMachines) {
-  auto dir = Kel::makePtr<VrfRootDir>("vrfs");
-  auto red = dir->vrfRootIs("red");
-  EXPECT_EQ(dir->vrfRootIs("red"), red);
-  EXPECT_FALSE(red->vrfId().isKnown());
-  FibStats fibStats;
-  const auto held = fibStats.makeSm(*red);
-  EXPECT_EQ(fibStats.countWith("10.0.0.1"), 1U);
-  dir->vrfRootDel("red");
-  EXPECT_EQ(fibStats.countWith("10.0.0.2"), 1U);
 }
 
 TEST(IfIndexMap, keepsTheLatestIfIndexInOrderOfTheInterfaces) {

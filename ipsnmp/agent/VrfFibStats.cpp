@@ -4,7 +4,7 @@
 
 namespace IpSnmp {
 
-void VrfRootSm::makeFibStatsSms(VrfRoot& root, const Tables& tables) {
+void VrfRootSm::makeFibStatsSms(VrfRoot& root, const VrfTables& tables) {
   if (!routeTablesEnabled()) return;
   const L3::VrfName vrfName(root.name());
   const auto mib = root.fibStatsMib();

@@ -67,7 +67,7 @@ void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
     // Without an id there are no tables either: another VRF may get the id.
     const bool isAnother = root->vrfId() != published;
     root->vrfIdIs(published);
-    if (isAnother) remountTables(*root);
+    if (isAnother) remountTables(*root, mountTables(vrfName));
   }
   std::set<L3::VrfName> changed;
   for (const auto id : arpIdClaims_.claimIs(vrfName, published)) {

@@ -20,6 +20,7 @@
 #include "ipsnmp/agent/ArpIdClaims.h"
 #include "ipsnmp/agent/IpAddressTableSm.h"
 #include "ipsnmp/agent/VrfRoot.h"
+#include "ipsnmp/agent/VrfTables.h"
 #include "quillo/FecMode.h"
 #include "snmp/IfMib.h"
 #include "varnix/EntityManager.h"
@@ -163,20 +164,12 @@ class VrfRootSm : public Kel::Entity {
   void removeVrf(const L3::VrfName& vrfName);
   void unmakeVrf(const L3::VrfName& vrfName);
   void removeUnlessComplete(const L3::VrfName& vrfName);
-  // The shared tables of a VRF, as far as they could be mounted.
-  struct Tables {
-    Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus;
-    Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status;
-    // Null in unified mode.
-    Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus;
-  };
-  Tables mountTables(const L3::VrfName& vrfName) const;
-  void makeRouteSms(VrfRoot& root, const Tables& tables);
-  void makeFibStatsSms(VrfRoot& root, const Tables& tables);
+  // None without an entity manager. In unified mode no forwarding table is mounted.
+  VrfTables mountTables(const L3::VrfName& vrfName) const;
+  void makeRouteSms(VrfRoot& root, const VrfTables& tables);
+  void makeFibStatsSms(VrfRoot& root, const VrfTables& tables);
   // Another configuration or another id in the table of neighbours goes to the machines.
   void refreshFibStats(const Kel::Name& vrfName);
-  // The VRF has another id now.
-  void remountTables(VrfRoot& root);
   void delVrfIfRows(const Kel::Name& vrfName);
   VrfId publishedId(const L3::VrfName& vrfName) const;
   VrfId arpQuilloVrfIdOf(const L3::VrfName& vrfName) const;

@@ -7,20 +7,24 @@
 
 namespace IpSnmp {
 
-VrfRootSm::Tables VrfRootSm::mountTables(const L3::VrfName& vrfName) const {
-  Tables tables;
-  const auto mount = entityManager() ? entityManager()->quilloMount() : nullptr;
-  if (!mount || !routeTablesEnabled()) return tables;
+VrfTables VrfTables::mounted(const KelQuillo::Mount& mount, const L3::VrfName& vrfName, bool withFecs) {
   const auto path = [&](const char* pattern) { return fmt::format(fmt::runtime(pattern), vrfName.stringValue()); };
-  tables.routeStatus = mount->mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
-  tables.route6Status = mount->mounted<Quillo::Fib6::RouteStatus>(path(KelQuillo::route6StatusPath));
-  if (fecMode() != Quillo::Fib::fecModeUnified) {
-    tables.forwardingStatus = mount->mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
+  VrfTables tables;
+  tables.routeStatus = mount.mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
+  tables.route6Status = mount.mounted<Quillo::Fib6::RouteStatus>(path(KelQuillo::route6StatusPath));
+  if (withFecs) {
+    tables.forwardingStatus = mount.mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
   }
   return tables;
 }
 
-void VrfRootSm::makeRouteSms(VrfRoot& root, const Tables& tables) {
+VrfTables VrfRootSm::mountTables(const L3::VrfName& vrfName) const {
+  const auto mount = entityManager() ? entityManager()->quilloMount() : nullptr;
+  if (!mount || !routeTablesEnabled()) return {};
+  return VrfTables::mounted(*mount, vrfName, fecMode() != Quillo::Fib::fecModeUnified);
+}
+
+void VrfRootSm::makeRouteSms(VrfRoot& root, const VrfTables& tables) {
   if (!routeTablesEnabled()) return;
   const bool isUnified = fecMode() == Quillo::Fib::fecModeUnified && unifiedForwardingStatus();
   const auto unified = isUnified ? unifiedForwardingStatus() : nullptr;
@@ -29,22 +33,6 @@ void VrfRootSm::makeRouteSms(VrfRoot& root, const Tables& tables) {
                             tables.forwardingStatus, unified, isUnified ? allForwardingFecs() : nullptr, ifMib());
   if (!root.ipRouteTableSm()) return;  // a reactor unmade the VRF
   root.perVrfFecSmIs(routeSm, tables.routeStatus, isUnified ? unified : tables.forwardingStatus);
-}
-
-void VrfRootSm::remountTables(VrfRoot& root) {
-  const Kel::Ptr<VrfRoot> held(&root);
-  const auto routeSm = root.ipRouteTableSm();
-  if (!routeSm) return;
-  const auto tables = mountTables(L3::VrfName(root.name()));
-  if (const auto sm = root.fibStatsSm()) sm->routeStatusIs(tables.routeStatus);
-  if (const auto sm = root.fib6StatsSm()) sm->routeStatusIs(tables.route6Status);
-  root.perVrfFecSmDel();
-  routeSm->routeStatusIs(tables.routeStatus);
-  const bool isUnified = routeSm->unifiedForwardingStatus() != nullptr;
-  if (!isUnified) routeSm->vrfForwardingStatusIs(tables.forwardingStatus);
-  if (root.ipRouteTableSm() != routeSm) return;
-  root.perVrfFecSmIs(routeSm, tables.routeStatus,
-                     isUnified ? routeSm->unifiedForwardingStatus() : tables.forwardingStatus);
 }
 
 }  // namespace IpSnmp

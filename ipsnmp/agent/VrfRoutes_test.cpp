@@ -41,6 +41,11 @@ struct VrfRoutesTest : testing::Test, VrfWorld {
     mount->tables["routing/vrf/status/" + vrf] = tables.routes;
     mount->tables["forwarding/vrf/status/" + vrf] = tables.fecs;
   }
+  Ptr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>> routes6Are(const std::string& vrf) {
+    auto routes = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>>();
+    mount->tables["routing6/vrf/status/" + vrf] = routes;
+    return routes;
+  }
   void startReady() {
     start();
     snmpStatus->agentReadyIs(true);
@@ -51,6 +56,8 @@ struct VrfRoutesTest : testing::Test, VrfWorld {
   const std::string row = "10.0.0.0/8 192.0.2.1 if3 type4 proto7 metric10 pref1";
   Ptr<TestMount> mount = Kel::makePtr<TestMount>();
   RouteTables red;
+  const Quillo::Fib6::Route route6{
+      Vantu::Ip6Prefix::fromString("2001:db8::/32"), Routing::Fib::RouteType(4), {}, {}, {}};
 };
 
 // What is there when the VRF's context is entered.
@@ -100,11 +107,7 @@ TEST_F(VrfRoutesTest, routesComeAndGoWithTheirVrf) {
 
 TEST_F(VrfRoutesTest, routesAndNeighboursAreCounted) {
   tablesAre(red, "red");
-  const auto routes6 = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>>();
-  mount->tables["routing6/vrf/status/red"] = routes6;
-  Quillo::Fib6::Route route6;
-  route6.prefix = Vantu::Ip6Prefix::fromString("2001:db8::/32");
-  route6.routeType = Routing::Fib::RouteType(4);
+  const auto routes6 = routes6Are("red");
   startReady();
   arp->entryIs(neighbour(1, "10.0.0.1", "eth0"));
   arp->entryIs(neighbour(2, "10.0.0.1", "eth0"));
@@ -197,11 +200,18 @@ TEST_F(VrfRoutesTest, anotherIdIsAnotherTable) {
   RouteTables other;
   tablesAre(other, "red");
   other.routeIs("10.1.0.0/16", 1);
+  const auto other6 = routes6Are("red");
   const auto before = red.routes->use_count();
   idIs("red", 2);
+  other6->routeIs(route6);
   runTasks();
   EXPECT_EQ(2U, rowTextsOf(mibOf("red")).size());
   EXPECT_LT(red.routes->use_count(), before - 2);
+  const auto counts = vrfMibsDir->mibs("red")->fibstatsmib();
+  EXPECT_EQ(counts->summaryTable(Ip::ipVersion4)->totalRoutes(), 2U);
+  EXPECT_EQ(counts->summaryTable(Ip::ipVersion6)->totalRoutes(), 1U);
+  other.fecIs(1, {{"192.0.2.2", "eth0"}});
+  EXPECT_EQ(vrfRootSm->vrfRoot("red")->ipRouteTableSm()->routeBacklog().size(), 2U) << "the FEC's routes";
 }
 
 }  // namespace
