@@ -90,6 +90,7 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
       arpTable_(arpTable ? std::move(arpTable) : Kel::makePtr<NoNeighbours>()),
       ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")) {
   managementInterfacesChange();
+  snmpStatus_->agentStatusIs("agent");
   const auto ip = root_->dirIs("snmp")->dirIs("ip");
   ipMib_ = enter<IpSnmp::IpMib>(ip, "ipmib");
   ipForwardMib_ = enter<IpSnmp::IpForwardMib>(ip, "ipforwardmib");

@@ -23,11 +23,11 @@ void tellOfKernelIpHeader() {
 // Passes the state database's readiness on to those who wait for the agent's.
 class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
  public:
-  explicit ReadyWatcher(Kel::Ptr<Snmp::Status> status) : status_(std::move(status)) {}
+  explicit ReadyWatcher(Kel::Ptr<Snmp::AgentStatus> status) : status_(std::move(status)) {}
   void handleReady() override { status_->agentReadyIs(notifier()->ready()); }
 
  private:
-  Kel::Ptr<Snmp::Status> status_;
+  Kel::Ptr<Snmp::AgentStatus> status_;
 };
 
 Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
@@ -39,7 +39,7 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
       root_(Kel::makePtr<Kel::Dir>("")),
       follower_(loop, scheduler_, root_, storeDirectory),
       tree_(root_, follower_.tree(), scheduler_, follower_.arpTable(), follower_.manager()),
-      readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus())),
+      readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus()->agentStatus())),
       sharedGroups_(std::move(sharedGroups)),
       vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir) {
   readyWatcher_->notifierIs(follower_.manager());

@@ -40,7 +40,7 @@ class RouteTablesTest : public Quillo::Test::TestStore {
     follower_ = std::make_unique<Host::StoreFollower>(loop_, scheduler_, root_, directory_);
     agent_ = std::make_unique<Host::AgentTree>(root_, follower_->tree(), scheduler_, follower_->arpTable(),
                                                follower_->manager());
-    agent_->snmpStatus()->agentReadyIs(true);
+    agent_->snmpStatus()->agentStatus()->agentReadyIs(true);
   }
   void TearDown() override {
     agent_.reset();

@@ -38,9 +38,7 @@ ArpTableSm::~ArpTableSm() {
 }
 
 void ArpTableSm::kelStart() {
-  kelIntfStatusDir_ =
-      Kel::makePtr<KelIntfStatusDir>([this](const Vantu::IntfId& intfId) { handleIntfStatus(intfId); });
-  kelIntfStatusDir_->notifierIs(intfStatusDir());
+  isStarted_ = true;
   initializedIs(arpQuillo()->initialized());
   cleanup();  // a machine that stood here before has left its rows
   populate();
@@ -51,13 +49,13 @@ void ArpTableSm::kelStop() {
 }
 
 void ArpTableSm::stop() {
-  kelIntfStatusDir_ = nullptr;
+  isStarted_ = false;
   intfs_.clear();
   intfsByIfIndex_.clear();
 }
 
 bool ArpTableSm::isServed(const Vrf::VrfIdMap::VrfId& vrfId) const {
-  return kelIntfStatusDir_ && vrfId.isKnown() && vrfId == arpQuilloVrfId();
+  return isStarted_ && vrfId.isKnown() && vrfId == arpQuilloVrfId();
 }
 
 std::uint32_t ArpTableSm::currentIfIndex(const Vantu::IntfId& intfId) const {
@@ -107,7 +105,7 @@ const Vantu::IntfId* ArpTableSm::ownerOf(std::uint32_t ifIndex, const Vantu::IpG
 
 // Makes the one row of ifIndex and address what it should be.
 void ArpTableSm::settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
-  if (!kelIntfStatusDir_) return;
+  if (!isStarted_) return;
   const auto index = indexOf(ifIndex, addr);
   const auto* owner = ownerOf(ifIndex, addr);
   if (const auto row = ipMib()->ipNetToPhysicalTable(index)) {
@@ -118,7 +116,6 @@ void ArpTableSm::settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
     return settle(ifIndex, addr);
   }
   if (owner == nullptr) return;
-  QTRACE(arpTableSmTrace, 6) << "ipnettophysical index: " << index;
   ipMib()->ipNetToPhysicalTableIs(index, Vantu::IntfId(*owner), addr, arpQuillo(), arpQuilloVrfId());
 }
 
@@ -127,24 +124,20 @@ void ArpTableSm::addArpEntry(const Arp::Table::ArpEntry& entry) {
   QTRACE(arpTableSmTrace, 6) << "add: " << entry.key;
   const Kel::Ptr<ArpTableSm> self(this);
   const auto ifIndex = currentIfIndex(entry.intfId());
-  const bool hasVrfId = arpQuilloVrfId().isKnown();
-  if (ifIndex != 0 && hasVrfId) {
-    // Here and no later: reactors of the rows that follow may change the id.
-    KEL_ASSERT_TEXT(entry.vrfId() == arpQuilloVrfId(), "entry.vrfId() == arpQuilloVrfId()");
-  }
-  if (isServed(entry.vrfId()) && entry.addr().isSet()) {
-    intfIs(entry.intfId()).addrs.insert(entry.addr());
-    handleIntfStatus(entry.intfId());
-  }
   if (ifIndex == 0) {
     QTRACE(arpTableSmTrace, 6) << "no ifIndex (yet?)";
-    return;
-  }
-  if (!hasVrfId) {
+  } else if (!arpQuilloVrfId().isKnown()) {
     QTRACE(arpTableSmTrace, 6) << "no arp quillo vrf id (yet?)";
-    return;
+  } else {
+    KEL_ASSERT_TEXT(entry.vrfId() == arpQuilloVrfId(), "entry.vrfId() == arpQuilloVrfId()");
   }
-  if (entry.addr().isSet()) settle(ifIndex, entry.addr());
+  if (!isServed(entry.vrfId()) || !entry.addr().isSet()) return;
+  if (ifIndex != 0) {
+    QTRACE(arpTableSmTrace, 6) << "ipnettophysical index: " << indexOf(ifIndex, entry.addr());
+  }
+  intfIs(entry.intfId()).addrs.insert(entry.addr());
+  handleIntfStatus(entry.intfId());
+  if (ifIndex != 0) settle(ifIndex, entry.addr());
 }
 
 // Takes the neighbour out of what is known, and its row with it.

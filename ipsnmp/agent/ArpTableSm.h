@@ -1,9 +1,10 @@
 #pragma once
 // Mirrors the neighbours of one VRF from the shared table into ipNetToPhysicalTable of the VRF's IP-MIB cache.
 //
-// It does not watch the shared table itself: whoever does (VrfRootSm, once for all VRFs) tells it of each change. It
-// does watch the interfaces that its neighbours are on. A neighbour whose interface has no ifIndex is remembered and
-// gets its row when the ifIndex comes; the rows of an interface move with its ifIndex and go when it has none.
+// It watches neither the shared table nor the directory of interfaces: VrfRootSm does, once for all VRFs, and passes
+// each change on. It does watch the status records of the interfaces that its neighbours are on. A neighbour whose
+// interface has no ifIndex is remembered and gets its row when the ifIndex comes; the rows of an interface move with its
+// ifIndex and go when it has none.
 //
 // A row is known by ifIndex and address. Should two interfaces have the same ifIndex, the row is that of the lower
 // interface id among those that have the neighbour. A row stays the same object, with the time of its creation, as
@@ -67,6 +68,8 @@ class ArpTableSm : public Kel::Entity {
   void addArpEntry(const Arp::Table::ArpEntry& entry);
   // Removes the row of one neighbour.
   void delArpEntry(const Arp::Table::ArpKey& key);
+  // The status record of the interface was created or deleted.
+  void handleIntfStatus(const Vantu::IntfId& intfId);
   // Adds a row for every entry of this VRF in the shared table.
   void populate();
   // Removes every row.
@@ -87,7 +90,6 @@ class ArpTableSm : public Kel::Entity {
   };
 
   bool isServed(const Vrf::VrfIdMap::VrfId& vrfId) const;
-  void handleIntfStatus(const Vantu::IntfId& intfId);
   std::uint32_t currentIfIndex(const Vantu::IntfId& intfId) const;
   Intf& intfIs(const Vantu::IntfId& intfId);
   void intfDel(const Vantu::IntfId& intfId);
@@ -105,7 +107,7 @@ class ArpTableSm : public Kel::Entity {
   const Kel::Ptr<const Arp::Table::Status> arpQuillo_;
   const Vrf::VrfIdMap::VrfId firstArpQuilloVrfId_;
   Vrf::VrfIdMap::VrfId arpQuilloVrfId_;
-  Kel::Ptr<KelIntfStatusDir> kelIntfStatusDir_;  // null: stopped
+  bool isStarted_ = false;  // and not stopped
   std::map<Vantu::IntfId, Kel::Ptr<Intf>> intfs_;
   absl::btree_set<std::pair<std::uint32_t, Vantu::IntfId>> intfsByIfIndex_;  // those that have one
 };

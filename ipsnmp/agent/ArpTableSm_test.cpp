@@ -20,8 +20,15 @@ struct RowWatch : IpMib::Notifiee {
 };
 
 struct ArpTableSmTest : testing::Test, VrfWorld {
-  ArpTableSmTest() { rows->notifierIs(ipMib); }
+  ArpTableSmTest() {
+    rows->notifierIs(ipMib);
+    intfs->notifierIs(tree.intfStatusDir);
+  }
   std::string table() const { return neighbours(*ipMib); }
+  Ptr<ArpTableSm> machine;
+  Ptr<KelIntfStatusDir> intfs = Kel::makePtr<KelIntfStatusDir>([this](const Vantu::IntfId& intfId) {
+    if (machine) machine->handleIntfStatus(intfId);
+  });
   Ptr<RowWatch> rows = Kel::makePtr<RowWatch>();
 };
 
@@ -31,7 +38,7 @@ TEST_F(ArpTableSmTest, theVrfIdDecidesWhichEntriesAreThere) {
   arp->entryIs(neighbour(1, "2001:db8::1", "eth0"));
   arp->entryIs(neighbour(2, "10.0.0.2", "eth0"));
   TraceCatcher traces("ArpTableSm/6");
-  auto machine = makeArpTableSm(VrfId());
+  machine = makeArpTableSm(VrfId());
   EXPECT_EQ(table(), "");
   EXPECT_EQ(traces.take(" arpQuilloVrfId: 16777215"), 1);
   machine->addArpEntry(neighbour(1, "10.0.0.1", "eth0"));
@@ -62,7 +69,7 @@ TEST_F(ArpTableSmTest, theVrfIdDecidesWhichEntriesAreThere) {
 }
 
 TEST_F(ArpTableSmTest, rowsFollowTheIfIndex) {
-  auto machine = makeArpTableSm(VrfId(1));
+  machine = makeArpTableSm(VrfId(1));
   TraceCatcher traces("ArpTableSm/6");
   machine->addArpEntry(neighbour(1, "10.0.0.1", "eth0"));
   machine->addArpEntry(neighbour(1, "10.0.0.2", "eth0"));
@@ -72,7 +79,9 @@ TEST_F(ArpTableSmTest, rowsFollowTheIfIndex) {
   status->ifIndexIs(3);
   EXPECT_EQ(table(), "3 10.0.0.1 eth0@1;3 10.0.0.2 eth0@1;");
   const auto row = ipMib->ipNetToPhysicalTable().begin()->second;
+  traces.takeAll();
   machine->addArpEntry(neighbour(1, "10.0.0.1", "eth0"));
+  EXPECT_EQ(traces.take("ipnettophysical index: " + Kel::print(row->index())), 1) << "of a row that is there, too";
   EXPECT_EQ(ipMib->ipNetToPhysicalTable().begin()->second, row);
   status->ifIndexIs(4);
   EXPECT_EQ(table(), "4 10.0.0.1 eth0@1;4 10.0.0.2 eth0@1;");
@@ -98,7 +107,7 @@ TEST_F(ArpTableSmTest, rowsFollowTheIfIndex) {
 TEST_F(ArpTableSmTest, aChangeOfTheWholeTableLeavesWhatIsStillTrue) {
   arp->isInitialized = false;
   intfIs("eth0", 3);
-  auto machine = makeArpTableSm(VrfId(1));
+  machine = makeArpTableSm(VrfId(1));
   EXPECT_FALSE(machine->initialized());
   arp->tableIs({neighbour(1, "10.0.0.1", "eth0"), neighbour(1, "10.0.0.2", "eth0"),
                 neighbour(1, "10.0.0.3", "gone"), neighbour(1, "2001:db8::1", "eth0")});
@@ -120,7 +129,7 @@ TEST_F(ArpTableSmTest, aChangeOfTheWholeTableLeavesWhatIsStillTrue) {
 TEST_F(ArpTableSmTest, damageIsReportedAndCostsNoRow) {
   intfIs("eth0", 3);
   arp->tableIs({neighbour(1, "10.0.0.1", "eth0"), neighbour(1, "2001:db8::1", "eth0")});
-  auto machine = makeArpTableSm(VrfId(1));
+  machine = makeArpTableSm(VrfId(1));
   arp->tableIs({neighbour(1, "10.0.0.2", "eth0"), neighbour(1, "2001:db8::2", "eth0")});
   arp->damage = "a bad checksum";
   rows->take();
@@ -161,7 +170,7 @@ TEST_F(ArpTableSmTest, reactorsOfTheRowsMayDoAnything) {
   entries.push_back(neighbour(2, "10.1.0.1", "eth0"));
   arp->tableIs(entries);
   auto status = intfIs("eth0", 3);
-  auto machine = makeArpTableSm(VrfId());
+  machine = makeArpTableSm(VrfId());
   for (const auto size : {1u, 5u}) {
     rows->then = [&] {
       const auto& row = ipMib->ipNetToPhysicalTable();

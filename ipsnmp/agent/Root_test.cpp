@@ -123,7 +123,7 @@ TEST(Root, vrfMachinesAreWiredByNameAndGoWithIt) {
   world.intfVrfIs("eth0", "red");
   world.arp->entryIs(neighbour(0, "10.0.0.1", "eth0"));
   world.vrfIs("red", 1);
-  world.snmpStatus->agentReadyIs(true);
+  world.agentIsReady();
   auto root = Kel::makePtr<Root>("root");
   Kel::callOperation(*root, "ipAddressTableSmIs", arguments(world));
   world.sm = root->ipAddressTableSm();

@@ -91,6 +91,9 @@ struct VrfWorld : World {
   void start() {
     arpTableSm = makeArpTableSm(VrfId(0));
     vrfIfTableSm = Kel::makePtr<IpSnmp::VrfIfTableSm>(ipVrfMib, tree.intfStatusDir, tree.ipConfig, tree.ip6Config);
+    vrfRootSmIs();
+  }
+  void vrfRootSmIs() {
     vrfRootSm = Kel::makePtr<IpSnmp::VrfRootSm>(
         fecMode, scheduler, sm, tree.intfStatusDir, tree.routingVrfConfigDir, tree.routing6VrfConfigDir,
         tree.routingVrfInfoDir, tree.routing6VrfInfoDir, vrfMibsDir, vrfRootDir, tree.allVrfStatusLocal,
@@ -98,6 +101,7 @@ struct VrfWorld : World {
         tree.vrfIdStatus, tree.vrfNameStatus, ifMib,
         fecMode == Quillo::Fib::fecModeUnified ? routeTableSm->localForwardingFecs() : nullptr, routeTablesEnabled);
   }
+  void agentIsReady() { snmpStatus->agentStatusIs("agent")->agentReadyIs(true); }
   void runTasks() {
     while (scheduler->runReady()) {
     }

@@ -168,6 +168,20 @@ void VrfRootSm::handleNeighborEntry(const Arp::Table::ArpKey& key) {
   handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->neighborEntry(wanted); });
 }
 
+void VrfRootSm::handleIntfStatus(const Vantu::IntfId& givenId) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const Vantu::IntfId intfId = givenId;
+  const Kel::Ptr<VrfRootSm> self(this);
+  for (const auto& sm : arpTableSms()) sm->handleIntfStatus(intfId);
+}
+
+// Interfaces that came while nobody watched them: after the neighbour machine of the default VRF, and before this one.
+void VrfRootSm::handleIntfStatus() {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const Kel::Ptr<VrfRootSm> self(this);
+  for (const auto& intfId : intfStatusDir()->intfStatus().keys()) handleIntfStatus(intfId);
+}
+
 std::vector<Kel::Ptr<ArpTableSm>> VrfRootSm::arpTableSms() {
   std::vector<Kel::Ptr<ArpTableSm>> all;
   if (defaultVrfArpTableSm()) all.push_back(defaultVrfArpTableSm());

@@ -90,11 +90,19 @@ struct VrfRootSm::KelAllVrfConfig : Ip::AllVrfConfig::Notifiee {
 
 struct VrfRootSm::KelSnmpStatus : Snmp::Status::Notifiee {
   explicit KelSnmpStatus(VrfRootSm* owner) : owner_(owner) {}
-  void handleAgentReady() override {
-    const Kel::Ptr<VrfRootSm> keep(owner_);
-    owner_->snmpAgentStatusIs(notifier()->agentReady());
-    owner_->handleInitialized(owner_->snmpAgentStatus());
-  }
+  void handleAgentStatus() override { owner_->handleSnmpStatus(); }
+  VrfRootSm* const owner_;
+};
+
+struct VrfRootSm::KelSnmpAgentStatus : Snmp::AgentStatus::Notifiee {
+  explicit KelSnmpAgentStatus(VrfRootSm* owner) : owner_(owner) {}
+  void handleAgentReady() override { owner_->handleInitialized(notifier()->agentReady()); }
+  VrfRootSm* const owner_;
+};
+
+struct VrfRootSm::KelIntfStatusDir : Interface::AllIntfStatusDir::Notifiee {
+  explicit KelIntfStatusDir(VrfRootSm* owner) : owner_(owner) {}
+  void handleIntfStatus(const Vantu::IntfId& intfId) override { owner_->handleIntfStatus(intfId); }
   VrfRootSm* const owner_;
 };
 

@@ -47,6 +47,7 @@ VrfRootSm::~VrfRootSm() {
 }
 
 void VrfRootSm::kelStart() {
+  watch<KelIntfStatusDir>(intfStatusDir());
   watch<KelArpQuillo>(arpQuillo());
   watch<KelRoutingVrfConfigDir>(routingVrfConfigDir());
   watch<KelRouting6VrfConfigDir>(routing6VrfConfigDir());
@@ -60,8 +61,7 @@ void VrfRootSm::kelStart() {
   for (const auto& vrfName : allVrfStatusLocal()->vrf().keys()) {
     if (const auto record = allVrfStatusLocal()->vrf(vrfName)) vrfStatusLocalIs(this, record);
   }
-  snmpAgentStatusIs(snmpStatus()->agentReady());
-  handleInitialized(snmpAgentStatus());
+  handleSnmpStatus();
 }
 
 void VrfRootSm::kelStop() {
@@ -71,12 +71,23 @@ void VrfRootSm::kelStop() {
 void VrfRootSm::stop() {
   if (reactors_.empty()) return;
   reactors_.clear();
+  kelSnmpAgentStatus_ = nullptr;
+  snmpAgentStatusIs(nullptr);
   task_ = nullptr;
   vrfStatusLocalDelAll();
   for (const auto& vrfName : vrfRoot().keys()) removeVrf(L3::VrfName(vrfName));
   ipVrfMib()->vrfTableDelAll();
   nameToIdMapDel();
   unifiedForwardingStatusIs(nullptr);
+}
+
+void VrfRootSm::handleSnmpStatus() {
+  const Kel::Ptr<VrfRootSm> self(this);
+  snmpAgentStatusIs(snmpStatus()->agentStatus());
+  const auto reactor = Kel::makePtr<KelSnmpAgentStatus>(this);
+  reactor->notifierIs(snmpAgentStatus());
+  kelSnmpAgentStatus_ = reactor;
+  if (snmpAgentStatus()) handleInitialized(snmpAgentStatus()->agentReady());
 }
 
 void VrfRootSm::handleInitialized(bool isReady) {
@@ -89,6 +100,7 @@ void VrfRootSm::handleInitialized(bool isReady) {
   initializedIs(true);
   handleVrfCreation();
   handleNameToIdMap();
+  handleIntfStatus();
 }
 
 // ---- VRFs come ----

@@ -3,9 +3,9 @@
 //
 // A VRF is made when the agent is ready and the VRF has a routing information entity (IPv4), a routing configuration
 // and an id; and has none of this yet. It is unmade when its local status record goes. The VRFs that are known when
-// the agent becomes ready are made by a task that yields; later, each event that may complete a VRF looks at that one
-// at once, so that the order of arrival does not matter. A VRF that was made before its local status record came is
-// unmade, too, when one of the other things goes before that.
+// the agent becomes ready are made by a task that yields; later, each event that may complete a VRF examines that VRF
+// at once. The order of arrival does not matter (docs/decisions/0017): the routing configuration may come last, and a
+// VRF without a local status record is unmade when one of the other conditions no longer holds.
 //
 // It also keeps the VRF table (a row for each VRF with a local status record, whether the agent is ready or not), and
 // passes every change of the shared neighbour table on to the machine of the VRF whose id the entry bears.
@@ -102,7 +102,7 @@ class VrfRootSm : public Kel::Entity {
   KEL_STORED(double, vrfBacklogQuantum, VrfBacklogQuantum, 0.01)  // seconds that a run may take; above 0
   KEL_MEMBERS(Hashed, L3::VrfName, KelVrfStatusLocal, vrfStatusLocal, VrfStatusLocal)
   KEL_STORED(bool, initialized, Initialized, false)
-  KEL_STORED(bool, snmpAgentStatus, SnmpAgentStatus, false)  // the agent's readiness as last seen
+  KEL_REFERENCE(const Snmp::AgentStatus, snmpAgentStatus, SnmpAgentStatus)  // as the SNMP status has it
   // The VRFs whose SNMP contexts can be served (always true): set as the last step of making a VRF, deleted before
   // anything of it is unmade.
   KEL_VALUES(Hashed, L3::VrfName, bool, servedVrf, ServedVrf)
@@ -136,6 +136,9 @@ class VrfRootSm : public Kel::Entity {
   void handleVrfNameToIdChange(const L3::VrfName& vrfName);
   // Gives the VRF's neighbour machine the id that its entries have now.
   void handleArpQuilloVrfName(const L3::VrfName& vrfName);
+  // The interface's status record was created or deleted; without an id: any may have been.
+  void handleIntfStatus(const Vantu::IntfId& intfId);
+  void handleIntfStatus();
 
  private:
   struct KelTask;
@@ -150,9 +153,12 @@ class VrfRootSm : public Kel::Entity {
   struct KelAllVrfStatusGlobal;
   struct KelAllVrfConfig;
   struct KelSnmpStatus;
+  struct KelSnmpAgentStatus;
+  struct KelIntfStatusDir;
   template <class Reactor, class Watched>
   void watch(const Kel::Ptr<Watched>& watched);
 
+  void handleSnmpStatus();
   void onVrfConfig(const Kel::Name& vrfName);
   void onVrf6Config(const Kel::Name& vrfName);
   void onEntityPtr(const Kel::Name& vrfName);
@@ -183,6 +189,7 @@ class VrfRootSm : public Kel::Entity {
   void stop();
 
   std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // none: stopped
+  Kel::Ptr<Kel::NotifieeBase> kelSnmpAgentStatus_;
   Kel::Ptr<Brev::Task> task_;
   std::set<L3::VrfName> failedVrfs_;
   ArpIdClaims arpIdClaims_;

@@ -76,7 +76,7 @@ class RandomRun {
     note("ready");
     model_.isReady = true;
     model_.agentIsReady();
-    world_.snmpStatus->agentReadyIs(true);
+    world_.agentIsReady();
   }
 
   void intfStatus(const std::string& intf) {

@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 struct VrfRootSmTest : testing::Test, VrfWorld {
   void startReady() {
     start();
-    snmpStatus->agentReadyIs(true);
+    agentIsReady();
     runTasks();
   }
 };
@@ -40,7 +40,7 @@ TEST_F(VrfRootSmTest, noOrderOfArrivalLosesAVrf) {
         if (step == 0) world.infoIs(vrf);
         if (step == 1) world.routingIs(vrf);
         if (step == 2) world.idIs(vrf, 7);
-        if (step == 3) world.snmpStatus->agentReadyIs(true);
+        if (step == 3) world.agentIsReady();
         if (step == 4) world.localIs(vrf);
         world.runTasks();
         done.insert(step);
@@ -77,7 +77,7 @@ TEST_F(VrfRootSmTest, whatIsMissingIsTraced) {
         initialized, root, info, config, id);
   };
   EXPECT_EQ(traces.takeAll(), Lines(2, line(0, 0, 0, 0, 1)));  // the record, and its state
-  snmpStatus->agentReadyIs(true);
+  agentIsReady();
   runTasks();
   infoIs("red");
   EXPECT_EQ(traces.takeAll(), (Lines{"Starting VRF Backlog processing", line(1, 0, 0, 0, 1),
@@ -101,7 +101,7 @@ TEST_F(VrfRootSmTest, twoHundredVrfsTakeSeveralRuns) {
   std::sort(names.begin(), names.end());
   start();
   EXPECT_FALSE(vrfRootSm->task());
-  snmpStatus->agentReadyIs(true);
+  agentIsReady();
   const auto task = vrfRootSm->task();
   EXPECT_EQ(task->name(), "vrf creation/deletion");
   EXPECT_EQ(task->priority(), 2);
@@ -214,7 +214,12 @@ TEST_F(VrfRootSmTest, neighboursGoToTheVrfOfTheirId) {
   intfIs("eth0", 3);
   arp->entryIs(neighbour(0, "10.0.0.1", "eth0"));  // the default VRF's do not wait for the agent
   EXPECT_EQ(neighbours(*ipMib), "3 10.0.0.1 eth0@0;");
-  snmpStatus->agentReadyIs(true);
+  // Interfaces that come while nobody watches them.
+  tree.intfStatusDir->intfStatusDel(intfOf("eth0"));
+  vrfRootSm = nullptr;
+  intfIs("eth0", 3);
+  vrfRootSmIs();
+  agentIsReady();
   EXPECT_EQ(neighbours(*ipMib), "3 10.0.0.1 eth0@0;");
   TraceCatcher traces("VrfNeighbours/6");
   vrfIs("red", 1);
@@ -348,7 +353,7 @@ TEST_F(VrfRootSmTest, theMachineMayGoInsideItsOwnWork) {
       world.vrfRootSm = nullptr;
     };
     meddler->notifierIs(world.vrfRootSm);
-    world.snmpStatus->agentReadyIs(true);
+    world.agentIsReady();
     world.runTasks();
     world.localDel("red");
     EXPECT_FALSE(world.vrfRootSm) << when;

@@ -48,7 +48,7 @@ struct VrfRoutesTest : testing::Test, VrfWorld {
   }
   void startReady() {
     start();
-    snmpStatus->agentReadyIs(true);
+    agentIsReady();
     runTasks();
   }
   Ptr<IpSnmp::IpForwardMib> mibOf(const std::string& vrf) const { return vrfMibsDir->mibs(vrf)->ipforwardmib(); }

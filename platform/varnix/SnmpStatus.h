@@ -6,12 +6,22 @@
 
 namespace Snmp {
 
+// The agent process.
+class AgentStatus : public Kel::Entity {
+  KEL_TYPE_BEGIN("Snmp::AgentStatus", AgentStatus, Kel::Entity)
+ public:
+  KEL_NAMED(AgentStatus, Kel::Entity)
+  // Set by the hosting process when the first complete pass of a publisher is in the store.
+  KEL_STORED(bool, agentReady, AgentReady, false)
+  KEL_TYPE_END_DECLARE
+};
+
 class Status : public Kel::Entity {
   KEL_TYPE_BEGIN("Snmp::Status", Status, Kel::Entity)
  public:
   KEL_NAMED(Status, Kel::Entity)
-  // Set by the hosting process when the first complete pass of a publisher is in the store.
-  KEL_STORED(bool, agentReady, AgentReady, false)
+  // Null until the hosting process has its agent.
+  KEL_CHILD(AgentStatus, agentStatus, AgentStatus)
   KEL_TYPE_END_DECLARE
 };
 
