@@ -16,9 +16,12 @@ struct VrfRootSm::KelTask {
 struct VrfRootSm::KelArpQuillo : Arp::Table::Status::Notifiee {
   explicit KelArpQuillo(VrfRootSm* owner) : owner_(owner) {}
   void handleInitialized() override {
+    const Kel::Ptr<VrfRootSm> keep(owner_);
     for (const auto& sm : owner_->arpTableSms()) sm->handleInitialized();
+    owner_->retryVrfs();
   }
   void handleTable() override {
+    const Kel::Ptr<VrfRootSm> keep(owner_);
     for (const auto& sm : owner_->arpTableSms()) sm->handleTable();
     owner_->retryVrfs();
   }

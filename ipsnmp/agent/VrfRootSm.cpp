@@ -74,6 +74,7 @@ void VrfRootSm::stop() {
   kelSnmpAgentStatus_ = nullptr;
   snmpAgentStatusIs(nullptr);
   task_ = nullptr;
+  failedVrfs_.clear();
   vrfStatusLocalDelAll();
   for (const auto& vrfName : vrfRoot().keys()) removeVrf(L3::VrfName(vrfName));
   ipVrfMib()->vrfTableDelAll();
@@ -116,8 +117,18 @@ void VrfRootSm::handleVrfCreation() {
   for (const auto& name : routingVrfConfigDir()->vrfConfig().keys()) {
     if (isVrfName(name) && !L3::VrfName(name).isDefault()) vrfBacklogIs(L3::VrfName(name), true);
   }
+  scheduleVrfBacklog();
+}
+
+void VrfRootSm::retryVrfs() {
+  const Kel::Ptr<VrfRootSm> self(this);
+  for (const auto& vrfName : std::exchange(failedVrfs_, {})) vrfBacklogIs(vrfName, true);
+  scheduleVrfBacklog();
+}
+
+void VrfRootSm::scheduleVrfBacklog() {
   if (!task_ || vrfBacklog().empty()) return;
-  vrfBookmarkIs(vrfBacklog().begin()->first);
+  if (!task_->scheduled()) vrfBookmarkIs(vrfBacklog().begin()->first);
   task_->taskWorkPendingIs(vrfBacklog().size());
   task_->scheduleTask();
 }
@@ -137,11 +148,7 @@ void VrfRootSm::doProcessVrfBacklog() {
   while (!vrfBacklog().empty()) {
     const L3::VrfName vrfName = at(vrfBookmark());
     vrfBacklogDel(vrfName);
-    try {
-      handleVrfCreation(vrfName.stringValue());
-    } catch (const Kel::Exception& error) {
-      QTRACE(vrfRootSmTrace, 0) << "vrf " << vrfName << " is not complete: " << error.what();
-    }
+    handleVrfCreation(vrfName.stringValue());
     if (!task_) return;  // stopped
     task->taskWorkCountInc();
     task->taskWorkPendingIs(vrfBacklog().size());
@@ -171,12 +178,16 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
   if (hasConditions(vrfName) && !vrfRootHas(name)) {
     const Kel::Ptr<VrfRootSm> self(this);
     try {
-      return createVrf(vrfName);
-    } catch (const Kel::Exception&) {
+      createVrf(vrfName);
+      failedVrfs_.erase(vrfName);
+    } catch (const Kel::Exception& error) {
+      // One line at level 0, however many VRFs wait for the same table.
+      QTRACE(vrfRootSmTrace, failedVrfs_.empty() ? 0 : 2)
+          << "vrf " << vrfName << " is not complete: " << error.what();
       unmakeVrf(vrfName);  // half a VRF would never be completed
       failedVrfs_.insert(vrfName);
-      throw;
     }
+    return;
   }
   QTRACE(vrfRootSmTrace, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
                             << " vrfRoot(vrfName)=" << vrfRootHas(name)
@@ -185,11 +196,6 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
                             << " routingVrfConfigDir()->vrfConfig(vrfName)="
                             << routingVrfConfigDir()->vrfConfigHas(name)
                             << " vrfNameStatus()->vrfIdExists( vrfName )=" << vrfNameStatus()->vrfIdExists(vrfName);
-}
-
-void VrfRootSm::retryVrfs() {
-  const Kel::Ptr<VrfRootSm> self(this);
-  for (const auto& vrfName : std::exchange(failedVrfs_, {})) handleVrfCreation(vrfName.stringValue());
 }
 
 // A reactor may unmake the VRF at each step; then the rest is left alone.
@@ -234,6 +240,7 @@ void VrfRootSm::handleVrfStatusDel(const L3::VrfName& givenName) {
   const L3::VrfName vrfName = givenName;
   const Kel::Ptr<VrfRootSm> self(this);
   vrfBacklogDel(vrfName);
+  failedVrfs_.erase(vrfName);
   removeVrf(vrfName);
 }
 

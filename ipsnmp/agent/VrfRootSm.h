@@ -7,8 +7,12 @@
 // at once. The order of arrival does not matter (docs/decisions/0017): the routing configuration may come last, and a
 // VRF without a local status record is unmade when one of the other conditions no longer holds.
 //
-// It also keeps the VRF table (a row for each VRF with a local status record, whether the agent is ready or not), and
-// passes every change of the shared neighbour table on to the machine of the VRF whose id the entry bears.
+// A VRF that cannot be made because a table cannot be read is left as if it had not been examined. The task examines it
+// again whenever the neighbour table has become readable or was replaced.
+//
+// It also keeps the VRF table (a row for each VRF with a local status record, whether the agent is ready or not). It
+// watches the shared neighbour table and the directory of interfaces once for all VRFs: a changed neighbour goes to
+// the neighbour machine of the VRF whose id the entry bears, a changed interface to all of them.
 //
 // The default VRF is Root's: it is never made here. Its neighbours' id is the one published for "default", or 0.
 //
@@ -164,8 +168,10 @@ class VrfRootSm : public Kel::Entity {
   void onEntityPtr(const Kel::Name& vrfName);
   bool hasConditions(const L3::VrfName& vrfName) const;
   void createVrf(const L3::VrfName& vrfName);
-  // Those that could not be made, because a table could not be read: examines them again.
+  // Enters those that could not be made in the backlog again.
   void retryVrfs();
+  // Has the task examine what is in the backlog.
+  void scheduleVrfBacklog();
   // With its rows in the VRF tables, or without.
   void removeVrf(const L3::VrfName& vrfName);
   void unmakeVrf(const L3::VrfName& vrfName);
@@ -191,7 +197,7 @@ class VrfRootSm : public Kel::Entity {
   std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // none: stopped
   Kel::Ptr<Kel::NotifieeBase> kelSnmpAgentStatus_;
   Kel::Ptr<Brev::Task> task_;
-  std::set<L3::VrfName> failedVrfs_;
+  std::set<L3::VrfName> failedVrfs_;  // the conditions held, but the VRF could not be made
   ArpIdClaims arpIdClaims_;
 };
 

@@ -152,6 +152,49 @@ TEST_F(VrfRootSmTest, twoHundredVrfsTakeSeveralRuns) {
   EXPECT_TRUE(scheduler->idle());
 }
 
+TEST_F(VrfRootSmTest, everyVrfThatCannotBeMadeIsTriedAgainByTheTask) {
+  constexpr unsigned count = 200;
+  const auto nameOf = [](unsigned i) { return fmt::format("vrf{:03}", i); };
+  for (unsigned i = 1; i <= count; ++i) vrfIs(nameOf(i), i);
+  routeTablesEnabled = arp->isInitialized = false;
+  start();
+  // Each VRF takes a millisecond.
+  bool isReadable = false;
+  unsigned walks = 0;
+  arp->walkBegins = [&](const VrfId& vrfId) {
+    if (isReadable || vrfId == VrfId(0)) return;
+    ++walks;
+    now += 0.001;
+    throw Quillo::StoreException(Quillo::StoreException::Kind::notReady, "no reader slot is free");
+  };
+  TraceCatcher traces("VrfRootSm/0");
+  agentIsReady();
+  for (const auto tell :
+       {+[](Arp::Table::TestStatus&) {}, +[](Arp::Table::TestStatus& table) { table.tableIs({}); },
+        +[](Arp::Table::TestStatus& table) { table.initializedIs(); }}) {
+    tell(*arp);
+    EXPECT_EQ(walks, 0U) << "the task has not run yet";
+    for (unsigned before = 0, goesOn = 1; goesOn != 0; before = walks) {
+      goesOn = scheduler->runReady();
+      EXPECT_LE(walks - before, 11U) << "in one run";
+    }
+    EXPECT_EQ(std::exchange(walks, 0), count) << "each once";
+    EXPECT_EQ(traces.takeAll(), Lines{"vrf vrf001 is not complete: no reader slot is free"});
+    EXPECT_TRUE(vrfRootSm->vrfRoot().empty());
+    EXPECT_TRUE(vrfMibsDir->mibs().empty());
+  }
+  localDel(nameOf(7));  // which its other records outlive
+  isReadable = true;
+  arp->isInitialized = false;
+  arp->tableIs({});
+  runTasks();
+  for (unsigned i = 1; i <= count; ++i) ASSERT_EQ(isServed(nameOf(i)), i != 7) << i;
+  const auto arpSm = vrfRootSm->vrfRoot(nameOf(1))->arpTableSm();
+  EXPECT_FALSE(arpSm->initialized());
+  arp->initializedIs();
+  EXPECT_TRUE(arpSm->initialized());
+}
+
 TEST_F(VrfRootSmTest, contextsAreServedLastAndLeftFirst) {
   struct Log : VrfRootSm::Notifiee {
     void handleServedVrf(const L3::VrfName& vrfName) override {
@@ -260,17 +303,6 @@ TEST_F(VrfRootSmTest, neighboursGoToTheVrfOfTheirId) {
   arp->tableIs({neighbour(2, "10.0.0.7", "eth0"), neighbour(1, "10.0.0.6", "eth0")});
   EXPECT_EQ(neighboursOf("red"), "3 10.0.0.7 eth0@2;");
   EXPECT_EQ(neighbours(*ipMib), "3 10.0.0.6 eth0@1;");
-}
-
-TEST_F(VrfRootSmTest, theTableComesAfterTheVrfs) {
-  arp->isInitialized = false;
-  startReady();
-  intfIs("eth0", 3);
-  vrfIs("red", 1);
-  EXPECT_FALSE(vrfRootSm->vrfRoot("red")->arpTableSm()->initialized());
-  arp->initializedIs();
-  EXPECT_TRUE(vrfRootSm->vrfRoot("red")->arpTableSm()->initialized());
-  EXPECT_TRUE(arpTableSm->initialized());
 }
 
 TEST_F(VrfRootSmTest, nothingHoldsAVrfThatIsGone) {

@@ -1,6 +1,7 @@
 #pragma once
 // For tests: a table of neighbours in memory, which can be told to be damaged.
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -47,6 +48,7 @@ class TestStatus : public Status {
     kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handleTable(); });
   }
 
+  std::function<void(const Vrf::VrfIdMap::VrfId&)> walkBegins = [](const auto&) {};  // may throw
   bool isInitialized = true;
   std::optional<std::string> damage;  // what every read then throws
   std::optional<ArpKey> damagedKey;   // with damage: lookups of other keys throw nothing
@@ -71,6 +73,7 @@ class TestStatus : public Status {
   }
   void forEach(const Map& map, const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
                const VisitWhile& visit) const {
+    walkBegins(vrfId);
     for (auto at = map.lower_bound({vrfId, from, {}}); at != map.end() && at->first.vrfId == vrfId; ++at) {
       if (!visit(at->second)) return;
     }
