@@ -104,7 +104,7 @@ TEST_F(RoutesTest, ofStaticRoutesTheKind) {
   runAndCompare();
   // All through the same next hop.
   const auto before = publisher_.store().seq();
-  for (const int protocol : {RTPROT_BOOT, RTPROT_STATIC, 186}) {
+  for (const int protocol : {RTPROT_BOOT, RTPROT_STATIC, 196, 186}) {
     for (const bool isObject : {true, false}) {
       for (auto route : std::vector<TestRoute>(routes.list)) {
         route.protocol = static_cast<std::uint8_t>(protocol);
@@ -116,7 +116,7 @@ TEST_F(RoutesTest, ofStaticRoutesTheKind) {
       runAndCompare();
     }
   }
-  EXPECT_EQ(publisher_.store().seq(), before + 2 * 5) << "none for BGP, whose next hops say nothing of the kind";
+  EXPECT_EQ(publisher_.store().seq(), before + 2 * 5) << "none for FRR's, whose next-hop objects mean nothing";
   mirror_.reread();
   run();
   EXPECT_EQ(publisher_.store().seq(), before + 2 * 5);
@@ -241,7 +241,7 @@ class RouteHistory : public RoutesTest, public testing::WithParamInterface<unsig
     route.metric = static_cast<std::uint32_t>(below(3));
     route.tos = !isIpv6 && oneIn(6) ? 16 : 0;
     route.table = oneIn(4) ? 1001 : 254;
-    route.protocol = static_cast<std::uint8_t>(185 + below(5));
+    route.protocol = static_cast<std::uint8_t>(185 + below(15));
     if (oneIn(8)) {
       route.type = RTN_BLACKHOLE;
     } else if (oneIn(4) && !kernel_.routes.nexthops.empty()) {

@@ -1,6 +1,6 @@
 #pragma once
-// Routes as lines of text: "VRF PREFIX type TYPE [not persistent] [group] metric METRIC HOP@INTERFACE ...", those in
-// the store, and those that must be there for a kernel.
+// Routes as lines of text: "VRF PREFIX type TYPE/PREFERENCE [not persistent] [group] metric METRIC HOP@INTERFACE ...",
+// those in the store, and those that must be there for a kernel.
 
 #include <map>
 #include <set>
@@ -34,8 +34,9 @@ void addRoutes(RouteLines& lines, const Quillo::Snapshot& snapshot, std::map<std
     const std::string fec = vrfId.stringValue() + " " + route.fecId.stringValue();
     used.insert(fec);
     lines.insert(vrfId.stringValue() + " " + route.prefix.stringValue() + " type " +
-                 std::to_string(route.routeType.value()) + (route.isPersistent ? "" : " not persistent") +
-                 (route.isNexthopGroup ? " group" : "") + " metric " + std::to_string(route.metric.value()) +
+                 std::to_string(route.routeType.value()) + "/" + std::to_string(route.routePreference.value()) +
+                 (route.isPersistent ? "" : " not persistent") + (route.isNexthopGroup ? " group" : "") +
+                 " metric " + std::to_string(route.metric.value()) +
                  (fecs.contains(fec) ? fecs.at(fec) : " without its FEC"));
   }
 }
@@ -70,13 +71,18 @@ inline RouteLines routeLines(const std::string& store) {
 }
 
 inline std::string typeOf(const TestRoute& route) {
-  static const std::map<int, std::pair<int, int>> types{
-      {RTPROT_KERNEL, {11, 7}}, {RTPROT_BOOT, {7, 4}}, {RTPROT_STATIC, {7, 4}}, {189, {10, 6}},
-      {188, {15, 10}},          {187, {24, 13}},       {186, {22, 9}}};
-  const auto at = types.find(route.protocol);
-  const std::pair<int, int> pair = at == types.end() ? std::pair(33, 17) : at->second;
-  const bool isGroup = pair.first == 7 && route.nexthopId != 0;
-  return std::to_string(route.isIpv6() ? pair.second : pair.first) +
+  struct Origin {
+    int type = 33, type6 = 17, preference = 250;
+  };
+  static const std::map<int, Origin> origins{
+      {RTPROT_KERNEL, {11, 7, 0}}, {RTPROT_BOOT, {7, 4, 1}}, {RTPROT_STATIC, {7, 4, 1}}, {42, {33, 17, 100}},
+      {186, {22, 9, 20}},          {187, {24, 13, 115}},     {188, {15, 10, 110}},       {189, {10, 6, 120}},
+      {190, {10, 6, 120}},         {191, {33, 17, 10}},      {192, {33, 17, 90}},        {193, {33, 17, 150}},
+      {194, {33, 17, 150}},        {195, {33, 17, 200}},     {196, {7, 4, 1}},           {197, {24, 13, 115}}};
+  const auto at = origins.find(route.protocol);
+  const Origin origin = at == origins.end() ? Origin() : at->second;
+  const bool isGroup = origin.type == 7 && route.protocol != 196 && route.nexthopId != 0;
+  return std::to_string(route.isIpv6() ? origin.type6 : origin.type) + "/" + std::to_string(origin.preference) +
          (route.protocol == RTPROT_BOOT ? " not persistent" : "") + (isGroup ? " group" : "");
 }
 
