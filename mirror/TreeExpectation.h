@@ -44,6 +44,7 @@ inline Lines expectedLines(const FakeKernel& kernel, const TestScope& scope = {}
     const std::string name = scope.intf(link.name);
     lines.insert(name + " link " + std::to_string(scope.ifIndex(ifIndex)) + (isRunning(link) ? " running" : ""));
     lines.insert(name + " l3 " + vrf.vrf + " " + vrf.vrf);
+    lines.insert(name + " config");
     for (const auto& neighbour : kernel.neighbours) {
       constexpr int usable = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
       if (neighbour.ifIndex != ifIndex || !(neighbour.state & usable) || !neighbour.ethAddr) continue;
@@ -98,6 +99,7 @@ inline Lines linesOf(const Varnix::Tree& tree) {
                  (status ? status->vrf().stringValue() : "none"));
   }
   for (const auto& [id, record] : tree.ipConfig->ipIntfConfig()) {
+    lines.insert(id.text() + " config");
     addIpv4(lines, id.text() + " config ", record->addrWithMask(), *record);
     if (record->l3Config() != tree.l3ConfigDir->intfConfig(id)) lines.insert(id.text() + " config reference");
   }

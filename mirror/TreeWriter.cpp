@@ -42,7 +42,9 @@ Ipv6Addresses inForce(Ipv6Addresses addresses) {
   return addresses;
 }
 
+// 0.0.0.0 when there is none.
 Vantu::IpAddrWithMask firstOf(const Ipv4Addresses& addresses, const Vantu::IpAddrWithMask& present) {
+  if (addresses.empty()) return {};
   if (addresses.contains(present)) return present;
   const auto isEarlier = [](const auto& a, const auto& b) { return a.second < b.second; };
   return std::min_element(addresses.begin(), addresses.end(), isEarlier)->first;
@@ -144,16 +146,15 @@ void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const Ker
 
 void TreeWriter::writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface) {
   const Ipv4Addresses addresses = ipv4AddressesOf(interface);
-  if (addresses.empty()) {
-    tree_.ipConfig->ipIntfConfigDel(id);
-    tree_.ipStatus->ipIntfStatusDel(id);
-    return;
-  }
   const auto config = tree_.ipConfig->ipIntfConfigIs(id);
   const auto first = firstOf(addresses, config->addrWithMask());
   config->l3ConfigIs(tree_.l3ConfigDir->intfConfig(id));
   config->addrWithMaskIs(first);
   secondariesAre(*config, addresses, first);
+  if (addresses.empty()) {
+    tree_.ipStatus->ipIntfStatusDel(id);
+    return;
+  }
 
   const bool isRunning = interface.link->isRunning();
   const auto status = tree_.ipStatus->ipIntfStatusIs(id);

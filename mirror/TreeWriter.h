@@ -1,17 +1,21 @@
 #pragma once
 // Brings the entities of interfaces in the state database to what the kernel says of those of one network namespace.
 //
-// | entity                              | exists while                           | holds                   |
-// |-------------------------------------|----------------------------------------|-------------------------|
-// | Interface::IntfStatus, kind "linux" | there is a link                        | ifIndex, state, MAC     |
-// | L3::Intf::Config, L3::Intf::Status  | there is a link                        | the VRF                 |
-// | Ip::IpIntfConfig, Ip6::IntfConfig   | the link has an address of that family | all of them             |
-// | Ip::IpIntfStatus, Ip6::IntfStatus   | the link has an address of that family | those that are in force |
+// | entity                              | exists while                               | holds                   |
+// |-------------------------------------|--------------------------------------------|-------------------------|
+// | Interface::IntfStatus, kind "linux" | there is a link                            | ifIndex, state, MAC     |
+// | L3::Intf::Config, L3::Intf::Status  | the link is in a VRF                       | the VRF                 |
+// | Ip::IpIntfConfig                    | the link is in a VRF                       | all IPv4 addresses      |
+// | Ip::IpIntfStatus                    | ... and has an IPv4 address                | those that are in force |
+// | Ip6::IntfConfig, Ip6::IntfStatus    | the link is in a VRF, has an IPv6 address  | the same of IPv6        |
 //
-// NamespaceScope gives an interface its id and its ifIndex, and the caller of each operation the VRF. Its addresses are in force while it is administratively up and running; an
-// IPv6 address is not while duplicate address detection runs, or after it failed. Of a point-to-point address the
-// local one counts. Labels ("eth0:1") are no names here. Linux knows no unnumbered interfaces, so
-// `unnumberedIntfId` stays empty.
+// Ip::IpIntfConfig is what makes an interface a member of its VRF for readers, so it does not depend on addresses,
+// which come and go with the state of the link.
+//
+// NamespaceScope gives an interface its id and its ifIndex, and the caller of each operation the VRF. Its addresses
+// are in force while it is administratively up and running; an IPv6 address is not while duplicate address detection
+// runs, or after it failed. Of a point-to-point address the local one counts. Labels ("eth0:1") are no names here.
+// Linux knows no unnumbered interfaces, so `unnumberedIntfId` stays empty.
 //
 // The first address of an interface stays first until it goes; then the one that has been there longest among the
 // others follows, which is also the order of a dump, so that a mirror that starts again chooses the same.
