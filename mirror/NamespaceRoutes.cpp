@@ -43,8 +43,8 @@ void NamespaceRoutes::tablesAre(const Tables& tables) {
     if (wanted != tables.end() && wanted->second != at->second->vrfId()) at->second->vrfIdIs({});
     at = wanted == tables.end() ? tables_.erase(at) : std::next(at);
   }
-  for (const auto& [number, vrfId] : tables) {
-    auto& table = tables_[number];
+  for (const auto& [use, vrfId] : tables) {
+    auto& table = tables_[use];
     if (!table) {
       table =
           std::make_unique<VrfRoutes>(published_, [this](const RouteContent& content) { return resolve(content); });
@@ -56,12 +56,12 @@ void NamespaceRoutes::tablesAre(const Tables& tables) {
 }
 
 void NamespaceRoutes::notified(const RouteMessage& message) {
-  const auto at = tables_.find(message.table);
-  if (at == tables_.end()) return;
-  if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
-  at->second->notified(message);
-  // During a listing it is asked for at the end.
-  if (steps_.empty() && at->second->takeDoubt()) wantListing();
+  for (auto at = firstUse(message.table); at != tables_.end() && at->first.table == message.table; ++at) {
+    if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
+    at->second->notified(message);
+    // During a listing it is asked for at the end.
+    if (steps_.empty() && at->second->takeDoubt()) wantListing();
+  }
 }
 
 void NamespaceRoutes::notified(const NexthopMessage& message) {
@@ -127,7 +127,7 @@ bool NamespaceRoutes::any(const Which& which) const {
 
 template <class Which>
 void NamespaceRoutes::reassess(const Which& which) {
-  for (const auto& [number, table] : tables_) table->reassess(which);
+  for (const auto& [use, table] : tables_) table->reassess(which);
 }
 
 // An on-link hop is the zero address; a route that refuses packets has one without an interface.
@@ -180,17 +180,20 @@ void NamespaceRoutes::listingIs() {
   mayLack_ = areIpv6RoutesMoving_ = isSweeping_ = false;
   ++stamp_;
   next_ = 0;
-  steps_ = {{RtDump::nexthops, 0}};
+  steps_ = {{RtDump::nexthops}};
   nexthops_.listingIs();
-  for (const auto& [number, table] : tables_) {
+  for (const auto& [use, table] : tables_) {
     table->listingIs(stamp_);
-    steps_.push_back({RtDump::ipv4Routes, number});
-    steps_.push_back({RtDump::ipv6Routes, number});
+    steps_.push_back({RtDump::ipv4Routes, use.table, use.device});
+    steps_.push_back({RtDump::ipv6Routes, use.table, use.device});
   }
 }
 
+// Kernels that do not choose by table list all of them at each step.
 void NamespaceRoutes::dumped(const RouteMessage& message) {
-  const auto at = tables_.find(message.table);
+  const Step& step = steps_[next_];
+  if (message.table != step.table) return;
+  const auto at = tables_.find({step.table, step.device});
   if (at != tables_.end()) at->second->dumped(message);
 }
 
@@ -210,7 +213,7 @@ bool NamespaceRoutes::work() {
   if (step.what == RtDump::nexthops) {
     isSweeping_ = false;
     if (nexthops_.listingEnds()) reassess([](const RouteContent& content) { return content.nexthopId != 0; });
-  } else if (const auto at = tables_.find(step.table); at != tables_.end()) {
+  } else if (const auto at = tables_.find({step.table, step.device}); at != tables_.end()) {
     isSweeping_ = !at->second->sweep(step.what == RtDump::ipv4Routes ? Vantu::ipv4_ : Vantu::ipv6_, sweepPiece);
   } else {
     isSweeping_ = false;
@@ -223,7 +226,7 @@ bool NamespaceRoutes::work() {
 void NamespaceRoutes::listingEnds() {
   const Kel::Seconds now = Kel::System::currentTime();
   bool hasFound = false;
-  for (const auto& [number, table] : tables_) {
+  for (const auto& [use, table] : tables_) {
     table->listingEnds();
     const bool found = table->takeFound();
     hasFound |= table->takeDoubt() || (found && listings_ > 0);
@@ -244,13 +247,13 @@ void NamespaceRoutes::listingEnds() {
 
 std::size_t NamespaceRoutes::routes() const {
   std::size_t count = 0;
-  for (const auto& [number, table] : tables_) count += table->size();
+  for (const auto& [use, table] : tables_) count += table->size();
   return count;
 }
 
 const VrfRoutes* NamespaceRoutes::table(std::uint32_t number) const {
-  const auto at = tables_.find(number);
-  return at == tables_.end() ? nullptr : at->second.get();
+  const auto at = tables_.lower_bound({number, 0});
+  return at == tables_.end() || at->first.table != number ? nullptr : at->second.get();
 }
 
 }  // namespace Mirror

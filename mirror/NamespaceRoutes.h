@@ -33,12 +33,18 @@ class NamespaceRoutes {
   using IntfIdOf =
       std::function<Vantu::IntfId(std::uint32_t ifIndex)>;  // not valid when there is no such interface
   using VrfId = Vrf::VrfIdMap::VrfId;
-  using Tables = std::map<std::uint32_t, std::optional<VrfId>>;
+  // A routing table of the kernel, for one of those who use it: VRF devices may share a table.
+  struct TableUse {
+    std::uint32_t table = 0;
+    std::uint32_t device = 0;  // ifIndex of the VRF device; 0: the namespace itself
+    friend auto operator<=>(const TableUse&, const TableUse&) = default;
+  };
+  using Tables = std::map<TableUse, std::optional<VrfId>>;
 
   NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf);
 
-  // The kernel's tables that are followed, and the VRFs in whose names they are published; none: not yet. A table
-  // that is new has to be listed.
+  // The kernel's tables that are followed, and the VRFs in whose names they are published; none: not yet. A use that
+  // is new makes a listing due. The routes of a shared table are kept once for each use.
   void tablesAre(const Tables& tables);
 
   void notified(const RouteMessage& message);
@@ -56,6 +62,7 @@ class NamespaceRoutes {
   struct Step {
     RtDump what = RtDump::nexthops;
     std::uint32_t table = 0;
+    std::uint32_t device = 0;
   };
   // When the next one is to begin; none: there is no need.
   std::optional<Kel::Seconds> due() const;
@@ -73,6 +80,7 @@ class NamespaceRoutes {
   std::uint64_t listings() const { return listings_; }
 
   std::size_t routes() const;
+  // Of the first one who uses it; null when nobody does.
   const VrfRoutes* table(std::uint32_t table) const;
 
  private:
@@ -95,7 +103,10 @@ class NamespaceRoutes {
   PublishedRoutes& published_;
   IntfIdOf intfIdOf_;
   Nexthops nexthops_;
-  std::map<std::uint32_t, std::unique_ptr<VrfRoutes>> tables_;
+  using KnownTables = std::map<TableUse, std::unique_ptr<VrfRoutes>>;
+  KnownTables::iterator firstUse(std::uint32_t table) { return tables_.lower_bound({table, 0}); }
+
+  KnownTables tables_;
 
   Events events_;
   std::vector<Step> steps_;  // of the listing under way

@@ -7,7 +7,8 @@ NamespaceWriter::NamespaceWriter(Picture& picture, NamespaceScope scope)
       scope_(std::move(scope)),
       devices_(picture.vrfs),
       interfaces_(picture.tree, scope_, [this](std::uint32_t ifIndex, const KernelLink& link) {
-        return scope_.isDefault() ? devices_.membership(ifIndex, link).vrf : scope_.vrf();
+        const auto membership = membershipOf(ifIndex, link);
+        return membership ? std::optional(membership->vrf) : std::nullopt;
       }) {
 }
 
@@ -36,13 +37,11 @@ void NamespaceWriter::sync(const KernelState& state, const KernelState::Changes&
 }
 
 NamespaceRoutes::Tables NamespaceWriter::tables(const KernelState& state) const {
-  NamespaceRoutes::Tables tables{{Vrfs::mainTable, scope_.vrfId()}};
+  NamespaceRoutes::Tables tables{{{Vrfs::mainTable}, scope_.vrfId()}};
   if (!scope_.isDefault()) return tables;
-  const auto known = devices_.tables();
   for (const auto& [ifIndex, interface] : state.interfaces()) {
     if (!interface.link || !interface.link->vrfTable) continue;
-    const auto at = known.find(*interface.link->vrfTable);
-    tables.emplace(*interface.link->vrfTable, at == known.end() ? std::nullopt : std::optional(at->second));
+    tables.emplace(NamespaceRoutes::TableUse{*interface.link->vrfTable, ifIndex}, devices_.vrfId(ifIndex));
   }
   return tables;
 }
@@ -59,13 +58,18 @@ void NamespaceWriter::withdraw() {
   picture_.vrfs.namespaceDel(scope_.vrf());
 }
 
+std::optional<VrfDevices::Membership> NamespaceWriter::membershipOf(std::uint32_t ifIndex,
+                                                                    const KernelLink& link) const {
+  if (scope_.isDefault()) return devices_.membership(ifIndex, link);
+  return VrfDevices::Membership{scope_.vrf(), scope_.vrfId()};
+}
+
+// Without a valid id for an interface whose neighbours are not shown.
 NeighbourTable::Place NamespaceWriter::placeOf(const KernelState& state, std::uint32_t ifIndex) const {
   const KernelInterface* interface = state.interface(ifIndex);
-  Place place{scope_.vrfId(), interfaces_.id(ifIndex)};
-  if (scope_.isDefault() && interface && interface->link) {
-    place.vrfId = devices_.membership(ifIndex, *interface->link).vrfId;
-  }
-  return place;
+  if (!interface || !interface->link) return {};
+  const auto membership = membershipOf(ifIndex, *interface->link);
+  return membership ? Place{membership->vrfId, interfaces_.id(ifIndex)} : Place();
 }
 
 // All that goes goes first, since names may have been passed on.

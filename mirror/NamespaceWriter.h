@@ -1,6 +1,6 @@
 #pragma once
 // Brings the part of the picture that shows one network namespace to what the kernel says: its VRF, interfaces and
-// neighbours. A neighbour is shown as long as its interface is, and under its interface's VRF.
+// neighbours. A neighbour is shown as long as its interface is in a VRF, and under that VRF.
 
 #include <map>
 #include <set>
@@ -35,6 +35,7 @@ class NamespaceWriter {
  private:
   using Place = NeighbourTable::Place;
 
+  std::optional<VrfDevices::Membership> membershipOf(std::uint32_t ifIndex, const KernelLink& link) const;
   Place placeOf(const KernelState& state, std::uint32_t ifIndex) const;
   void neighboursAre(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
   void neighbourIs(const KernelState& state, std::uint32_t ifIndex, const Vantu::IpGenAddr& addr);

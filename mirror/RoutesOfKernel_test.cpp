@@ -99,7 +99,7 @@ class RoutesOfKernelTest : public MirrorServiceTest {
     }
   }
 
-  std::map<std::uint32_t, unsigned> vrfs_{{254, 0}};
+  VrfsByTable vrfs_{{254, 0}};
 };
 
 TEST_F(RoutesOfKernelTest, asTheyComeAndGo) {

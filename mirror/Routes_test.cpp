@@ -19,7 +19,8 @@ class RoutesTest : public NamespaceMirrorTest {
   RoutesTest() {
     kernel_.links[3] = {3, "eth1"};
     kernel_.links[9] = {9, "red"};
-    kernel_.links[9].vrfTable = 1001;
+    kernel_.links[10] = {10, "blue"};  // which shares red's table
+    kernel_.links[9].vrfTable = kernel_.links[10].vrfTable = 1001;
   }
   ~RoutesTest() override { std::filesystem::remove_all(store_); }
 
@@ -45,9 +46,9 @@ class RoutesTest : public NamespaceMirrorTest {
     }
   }
   RouteLines expectation() const {
-    std::map<std::uint32_t, unsigned> vrfs{{254, 0}};
+    VrfsByTable vrfs{{254, 0}};
     for (const auto& [name, id] : tree_.vrfNameStatus->vrfId()) {
-      if (name.stringValue() == "red") vrfs[1001] = id.value();
+      if (!name.isDefault()) vrfs.emplace(1001, id.value());
     }
     return expectedRouteLines(kernel_, vrfs);
   }
@@ -74,7 +75,7 @@ TEST_F(RoutesTest, ofEveryKind) {
   mirror_.start();
   run();
   std::erase_if(kernel_.routes.list, [](const auto& r) { return r.type == RTN_LOCAL || r.type == RTN_THROW; });
-  EXPECT_EQ(routeLines(store_).size(), 8U);
+  EXPECT_EQ(routeLines(store_).size(), 9U);
   EXPECT_EQ(routeLines(store_), expectation());
 
   auto& routes = kernel_.routes;
@@ -197,7 +198,7 @@ TEST(NamespaceRoutesTest, workOffATurnsEventsTogether) {
     ++resolved;
     return Vantu::IntfId("eth0");
   });
-  routes.tablesAre({{254, std::nullopt}});
+  routes.tablesAre({{{254}, std::nullopt}});
   RouteMessage route;
   route.table = 254;
   route.address = Vantu::IpGenAddr::fromString("10.0.0.0");

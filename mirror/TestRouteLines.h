@@ -108,17 +108,23 @@ inline std::set<std::string> expectedVias(const FakeKernel& kernel, const TestRo
   return vias;
 }
 
-// `vrfs` are the ids by kernel table.
-inline RouteLines expectedRouteLines(const FakeKernel& kernel, const std::map<std::uint32_t, unsigned>& vrfs,
+// The ids of the VRFs, by kernel table.
+using VrfsByTable = std::multimap<std::uint32_t, unsigned>;
+
+inline RouteLines expectedRouteLines(const FakeKernel& kernel, const VrfsByTable& vrfs,
                                      const std::string& scope = "") {
   std::map<std::string, std::pair<std::tuple<std::uint8_t, std::uint32_t>, std::string>> best;
   for (const auto& route : kernel.routes.list) {
     const auto vias = expectedVias(kernel, route, scope);
-    if (vias.empty() || !vrfs.contains(route.table)) continue;
-    const std::string key = std::to_string(vrfs.at(route.table)) + " " + route.prefix;
-    const auto rank = std::make_tuple(route.tos, route.metric);
-    if (best.contains(key) && best.at(key).first <= rank) continue;
-    best[key] = {rank, key + " type " + typeOf(route) + " metric " + std::to_string(route.metric) + viaText(vias)};
+    if (vias.empty()) continue;
+    const auto [first, last] = vrfs.equal_range(route.table);
+    for (auto vrf = first; vrf != last; ++vrf) {
+      const std::string key = std::to_string(vrf->second) + " " + route.prefix;
+      const auto rank = std::make_tuple(route.tos, route.metric);
+      if (best.contains(key) && best.at(key).first <= rank) continue;
+      best[key] = {rank,
+                   key + " type " + typeOf(route) + " metric " + std::to_string(route.metric) + viaText(vias)};
+    }
   }
   RouteLines lines;
   for (const auto& [key, entry] : best) lines.insert(entry.second);

@@ -27,34 +27,36 @@ struct TestScope {
   unsigned ifIndex(int kernelIndex) const { return id * 1048576 + static_cast<unsigned>(kernelIndex); }
 };
 
-// The VRF that a link of the default namespace is in, given the ids of the VRFs that there are.
-inline TestScope scopeOf(const FakeKernel& kernel, const TestLink& link,
-                         const std::map<std::string, unsigned>& ids) {
+// The VRF that a link of the default namespace is in, given the ids of the VRF devices that are served.
+inline std::optional<TestScope> scopeOf(const FakeKernel& kernel, const TestLink& link,
+                                        const std::map<std::string, unsigned>& ids) {
   const auto master = kernel.links.find(static_cast<int>(link.master));
   const TestLink* device = link.vrfTable ? &link : master == kernel.links.end() ? nullptr : &master->second;
-  if (!device || !device->vrfTable || !ids.contains(device->name)) return {};
-  return {device->name, ids.at(device->name)};
+  if (!device || !device->vrfTable) return TestScope();
+  if (!ids.contains(device->name)) return std::nullopt;
+  return TestScope{device->name, ids.at(device->name)};
 }
 
 inline Lines expectedLines(const FakeKernel& kernel, const TestScope& scope = {},
                            const std::map<std::string, unsigned>& deviceIds = {}) {
   Lines lines;
   for (const auto& [ifIndex, link] : kernel.links) {
-    const TestScope vrf = scope.id == 0 ? scopeOf(kernel, link, deviceIds) : scope;
+    const auto vrf = scope.id == 0 ? scopeOf(kernel, link, deviceIds) : scope;
     const std::string name = scope.intf(link.name);
     lines.insert(name + " link " + std::to_string(scope.ifIndex(ifIndex)) + (isRunning(link) ? " running" : ""));
-    lines.insert(name + " l3 " + vrf.vrf + " " + vrf.vrf);
+    if (!vrf) continue;
+    lines.insert(name + " l3 " + vrf->vrf + " " + vrf->vrf);
     lines.insert(name + " config");
     for (const auto& neighbour : kernel.neighbours) {
       constexpr int usable = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
       if (neighbour.ifIndex != ifIndex || !(neighbour.state & usable) || !neighbour.ethAddr) continue;
-      lines.insert(name + " neighbour " + std::to_string(vrf.id) + " " + neighbour.addr.stringValue() + " " +
+      lines.insert(name + " neighbour " + std::to_string(vrf->id) + " " + neighbour.addr.stringValue() + " " +
                    neighbour.ethAddr->stringValue() + (neighbour.state == NUD_PERMANENT ? " static" : ""));
     }
   }
   for (const auto& address : kernel.addresses) {
     const auto link = kernel.links.find(address.ifIndex);
-    if (link == kernel.links.end()) continue;
+    if (link == kernel.links.end() || (scope.id == 0 && !scopeOf(kernel, link->second, deviceIds))) continue;
     const std::string name = scope.intf(link->second.name);
     const std::string text = address.local.stringValue() + "/" + std::to_string(address.prefixLength);
     lines.insert(name + " config " + text);

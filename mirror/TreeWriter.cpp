@@ -119,14 +119,18 @@ void TreeWriter::sync(const KernelState& state, const std::set<std::uint32_t>& i
 
 void TreeWriter::remove(const Vantu::IntfId& id) {
   QTRACE(treeWriterTrace, 6) << id << " removed";
+  removeFromVrf(id);
+  tree_.ip6IntfStats->intfStatsDel(id);
+  tree_.intfStatusDir->intfStatusDel(id);
+}
+
+void TreeWriter::removeFromVrf(const Vantu::IntfId& id) {
   tree_.ipConfig->ipIntfConfigDel(id);
   tree_.ipStatus->ipIntfStatusDel(id);
   tree_.ip6Config->intfDel(id);
   tree_.ip6Status->intfDel(id);
-  tree_.ip6IntfStats->intfStatsDel(id);
   tree_.l3ConfigDir->intfConfigDel(id);
   tree_.l3StatusDir->intfStatusDel(id);
-  tree_.intfStatusDir->intfStatusDel(id);
 }
 
 void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface) {
@@ -137,9 +141,10 @@ void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const Ker
   status->ifIndexIs(*scope_.ifIndex(ifIndex));
   status->operStatusIs(interface.link->operStatus);
   status->ethAddrIs(interface.link->ethAddr);
-  const L3::VrfName vrf = vrfOf_(ifIndex, *interface.link);
-  tree_.l3ConfigDir->intfConfigIs(id)->vrfIs(vrf);
-  tree_.l3StatusDir->intfStatusIs(id)->vrfIs(vrf);
+  const auto vrf = vrfOf_(ifIndex, *interface.link);
+  if (!vrf) return removeFromVrf(id);
+  tree_.l3ConfigDir->intfConfigIs(id)->vrfIs(*vrf);
+  tree_.l3StatusDir->intfStatusIs(id)->vrfIs(*vrf);
   writeIpv4(id, interface);
   writeIpv6(id, interface);
 }

@@ -35,7 +35,8 @@ namespace Mirror {
 
 class TreeWriter {
  public:
-  using VrfOf = std::function<L3::VrfName(std::uint32_t ifIndex, const KernelLink& link)>;
+  // None: the interface is in no VRF.
+  using VrfOf = std::function<std::optional<L3::VrfName>(std::uint32_t ifIndex, const KernelLink& link)>;
 
   // The entities of `tree` that the table names belong to this writer, as far as their ids are of this scope.
   TreeWriter(const Varnix::Tree& tree, NamespaceScope scope, VrfOf vrfOf);
@@ -50,6 +51,7 @@ class TreeWriter {
  private:
   Vantu::IntfId idOf(const KernelInterface* interface, std::uint32_t ifIndex);
   void remove(const Vantu::IntfId& id);
+  void removeFromVrf(const Vantu::IntfId& id);
   void write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface);
   void writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface);
   void writeIpv6(const Vantu::IntfId& id, const KernelInterface& interface);

@@ -32,20 +32,20 @@ bool VrfDevices::sync(const KernelState& state, const std::set<std::uint32_t>& i
   return hasChanged;
 }
 
-VrfDevices::Membership VrfDevices::membership(std::uint32_t ifIndex, const KernelLink& link) const {
-  for (const std::uint32_t device : {ifIndex, link.master}) {
-    const auto at = devices_.find(device);
-    if (at != devices_.end() && at->second.vrfId) return {L3::VrfName(at->second.name), *at->second.vrfId};
+std::optional<VrfDevices::Membership> VrfDevices::membership(std::uint32_t ifIndex, const KernelLink& link) const {
+  for (const std::uint32_t index : {ifIndex, link.master}) {
+    const auto at = devices_.find(index);
+    if (at == devices_.end()) continue;
+    const Device& device = at->second;
+    if (!device.vrfId) return std::nullopt;
+    return Membership{L3::VrfName(device.name), *device.vrfId};
   }
-  return {};
+  return Membership();
 }
 
-std::map<std::uint32_t, Vrf::VrfIdMap::VrfId> VrfDevices::tables() const {
-  std::map<std::uint32_t, Vrf::VrfIdMap::VrfId> tables;
-  for (const auto& [ifIndex, device] : devices_) {
-    if (device.vrfId) tables.emplace(device.table, *device.vrfId);
-  }
-  return tables;
+std::optional<Vrf::VrfIdMap::VrfId> VrfDevices::vrfId(std::uint32_t device) const {
+  const auto at = devices_.find(device);
+  return at == devices_.end() ? std::nullopt : at->second.vrfId;
 }
 
 }  // namespace Mirror

@@ -1,6 +1,9 @@
 #pragma once
 // The VRF devices of the default namespace (kernel type "vrf"), and which interfaces belong to them: the device
 // itself, and those that have it as their master.
+//
+// A device may be no VRF that is served (Vrfs::deviceIs): its interfaces then are in no VRF, the default one included,
+// since the kernel does not use the default VRF's routes for them either.
 
 #include <map>
 #include <optional>
@@ -25,11 +28,11 @@ class VrfDevices {
     Vrf::VrfIdMap::VrfId vrfId{0};
     friend bool operator==(const Membership&, const Membership&) = default;
   };
-  // The default VRF's for an interface that belongs to no device.
-  Membership membership(std::uint32_t ifIndex, const KernelLink& link) const;
+  // The default VRF's for an interface that belongs to no device; none for one that is in no VRF.
+  std::optional<Membership> membership(std::uint32_t ifIndex, const KernelLink& link) const;
 
-  // The routing tables of the devices that are VRFs.
-  std::map<std::uint32_t, Vrf::VrfIdMap::VrfId> tables() const;
+  // None for what is no device, or one that is not served as a VRF.
+  std::optional<Vrf::VrfIdMap::VrfId> vrfId(std::uint32_t device) const;
 
  private:
   struct Device {

@@ -144,6 +144,11 @@ class VrfDeviceTest : public NamespaceMirrorTest {
     kernel_.addresses = {at(2, "10.0.0.1/24")};
     kernel_.neighbours = {neighbour(2, "10.0.0.9")};
   }
+  // The device and its member have their links and nothing else: no VRF shows them.
+  void expectInNoVrf() const {
+    EXPECT_EQ(linesOf(picture_), expectedLines(kernel_));
+    EXPECT_FALSE(tree_.l3ConfigDir->intfConfigHas(Vantu::IntfId("eth0")));
+  }
   std::string vrfOf(const char* id) const {
     return tree_.l3ConfigDir->intfConfig(Vantu::IntfId(id))->vrf().stringValue();
   }
@@ -187,12 +192,13 @@ TEST_F(VrfDeviceTest, aNamespaceOfTheSameNameWins) {
   startAndSettle();
   ASSERT_EQ(picture_.vrfs.namespaceIs(red), VrfId(1)) << "the id is the name's";
   mirror_.settle();
-  EXPECT_EQ(vrfOf("eth0"), "default");
+  expectInNoVrf();
   EXPECT_FALSE(tree_.allVrfStatusLocal->vrfHas(red)) << "the namespace is not listed yet";
   EXPECT_THAT(complaints_, ElementsAre(HasSubstr("red")));
   kernel_.linkIs({5, "red", IFF_UP, IF_OPER_DOWN, std::nullopt, 0, 1001});
   settle();
   EXPECT_EQ(complaints_.size(), 1U) << "once";
+  expectInNoVrf();
   picture_.vrfs.namespaceDel(red);
   mirror_.settle();
   settleAndCompare();
@@ -202,7 +208,7 @@ TEST_F(VrfDeviceTest, aNamespaceOfTheSameNameWins) {
 TEST_F(VrfDeviceTest, aDeviceThatCannotBeAVrf) {
   kernel_.links[5].name = "default";
   startAndSettle();
-  EXPECT_EQ(vrfOf("eth0"), "default");
+  expectInNoVrf();
   EXPECT_THAT(complaints_, ElementsAre(HasSubstr("default")));
 }
 
