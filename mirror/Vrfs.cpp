@@ -110,7 +110,9 @@ void Vrfs::recordsAre(const L3::VrfName& name, std::uint32_t table) {
   infoIs(*tree_.routingVrfInfoDir, text, table);
   infoIs(*tree_.routing6VrfInfoDir, text, table);
   tree_.allVrfStatusGlobal->vrfIs(name)->stateIs(Ip::vrfStateActive);
-  tree_.allVrfStatusLocal->vrfIs(name)->stateIs(Ip::vrfStateActive);
+  const auto local = tree_.allVrfStatusLocal->vrfIs(name);
+  local->hasNamespaceIs(kinds_.at(name) == Kind::ns);
+  local->stateIs(Ip::vrfStateActive);
 }
 
 void Vrfs::recordsDel(const L3::VrfName& name) {

@@ -4,7 +4,7 @@
 // | entity                                    | holds                                             |
 // |-------------------------------------------|---------------------------------------------------|
 // | Ip::VrfConfig                             | the route distinguisher                           |
-// | Ip::VrfStatusGlobal, Ip::VrfStatusLocal   | active                                            |
+// | Ip::VrfStatusGlobal, Ip::VrfStatusLocal   | active; the latter whether it is a namespace      |
 // | Routing::Config, Routing6::Config         | the forwarding flag, facts of static routes       |
 // | Routing::VrfInfo, for each IP version     | the kernel's routing table                        |
 // | Vrf::VrfIdMap::NameToIdMapWrapper         | the VRF's id (VrfIds)                             |

@@ -97,6 +97,7 @@ TEST_F(ScopeTest, aNamespaceIsShownAsItsVrfAndGoesWhole) {
   expected.insert(ofDefault.begin(), ofDefault.end());
   EXPECT_EQ(linesOf(picture_), expected);
   EXPECT_EQ(tree_.allVrfStatusLocal->vrf(red)->state(), Ip::vrfStateActive);
+  EXPECT_TRUE(tree_.allVrfStatusLocal->vrf(red)->hasNamespace());
   EXPECT_EQ(tree_.allVrfStatusGlobal->vrf(red)->state(), Ip::vrfStateActive);
   EXPECT_TRUE(tree_.allVrfConfig->vrfConfigHas(red));
   for (const auto& dir : {tree_.routingVrfInfoDir, tree_.routing6VrfInfoDir}) {
@@ -161,7 +162,7 @@ TEST_F(VrfDeviceTest, theDeviceAndItsMembersAreInItsVrf) {
   EXPECT_EQ(vrfOf("red"), "red");
   EXPECT_EQ(vrfOf("eth1"), "default");
   EXPECT_EQ(Kel::dynamicPtr<Routing::VrfInfo>(tree_.routing6VrfInfoDir->entityPtr("red"))->kernelTable(), 1001U);
-  EXPECT_EQ(tree_.allVrfStatusLocal->vrf(red)->state(), Ip::vrfStateActive);
+  EXPECT_FALSE(tree_.allVrfStatusLocal->vrf(red)->hasNamespace());
   EXPECT_EQ(tree_.intfStatusDir->intfStatus(Vantu::IntfId("eth0"))->ifIndex(), 2U) << "the kernel's";
 
   kernel_.notify(describeForwarding(Message(RTM_NEWNETCONF), Vantu::ipv4_, NETCONFA_IFINDEX_ALL, 1));

@@ -67,8 +67,15 @@ void SwFwdStats::setNs(const Kel::Name& vrfName) const {
   Vantu::setNsByName(Vantu::nsNameOfVrf(vrfName).c_str());
 }
 
+void SwFwdStats::hasNamespaceIs(bool hasNamespace) {
+  hasNamespace_ = hasNamespace;
+  if (hasNamespace_) return;
+  data_ = {};
+  lastUpdate_ = 0;
+}
+
 void SwFwdStats::doRead() const {
-  if (ipVersion() != ipVersion4 && ipVersion() != ipVersion6) return;
+  if (!hasNamespace_ || (ipVersion() != ipVersion4 && ipVersion() != ipVersion6)) return;
   SwFwdStatsData fresh = data_;
   try {
     const InVrf inside(*this, vrf_);

@@ -15,6 +15,9 @@
 // looked up once a process. What cannot be read is traced (facility "IpSwFwdStats"), and leaves the snapshot as it
 // was: the last good values, or zeros. That its namespace cannot be entered is traced once, until it can be.
 //
+// A VRF without a namespace of its own (hasNamespaceIs) is a VRF device: the kernel counts its packets in the default
+// VRF's files, and cannot tell them apart. Nothing is read for it, and all its counters are 0.
+//
 // The IPv4 files have values without names beside them, so the reader insists on a header line of the length that it
 // knows (224 characters with the line end). The setting quorinKernelIpHeader any (Snmp::Config) has it take a longer
 // one that begins with the names that it knows.
@@ -66,11 +69,17 @@ class SwFwdStats : public Kel::Notifier {
   void doRead() const;
   // Enters the network namespace of a VRF. Throws Kel::Exception when it cannot be entered.
   void setNs(const Kel::Name& vrfName) const;
+  // Whether the VRF has a network namespace of its own, as it has unless this says otherwise.
+  void hasNamespaceIs(bool hasNamespace);
+  bool hasNamespace() const {
+    return hasNamespace_;
+  }
 
  private:
   bool read(SwFwdStatsData& data) const;
 
   const L3::VrfName vrf_{name()};
+  bool hasNamespace_ = true;
   mutable SwFwdStatsData data_;
   mutable Kel::Seconds lastUpdate_ = 0;
   mutable Kel::String refusal_;  // why the namespace could not be entered last time; empty: it could

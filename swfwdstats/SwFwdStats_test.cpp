@@ -264,6 +264,9 @@ TEST_F(SwFwdStatsTest, theThreadComesBackFromTheVrfsNamespaceWhateverHappens) {
   red6->doFreshen();  // which has nothing new to say
   EXPECT_EQ(presentNs(), start);
   EXPECT_THAT(traced(), ElementsAre(HasSubstr("0 cannot enter network namespace \"ns-" + vrf)));
+  red6->hasNamespaceIs(false);
+  EXPECT_EQ(red6->inReceives(), 0u) << "no last value of another kind of VRF";
+  EXPECT_THAT(traced(), IsEmpty()) << "there is nothing to enter";
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ bool isVrfName(const Kel::Name& name) {
 
 void KelVrfStatusLocal::kelStart() {
   notifierIs(record_);
+  handleHasNamespace();
   handleVrfState();
 }
 
@@ -35,6 +36,10 @@ void KelVrfStatusLocal::handleVrfState() {
   const Kel::Name vrfName = record_->vrfName().stringValue();
   owner->addToVrfTable(vrfName);
   owner->handleVrfCreation(vrfName);
+}
+
+void KelVrfStatusLocal::handleHasNamespace() {
+  owner_->refreshSwFwdStats(record_->vrfName());
 }
 
 void KelVrfStatusLocal::handleDel() {
@@ -227,10 +232,18 @@ void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
   ipAddressTableSm()->vrfIpMibIs(ipMib);
   ipMib->ipSwFwdStatsIs(Ip::ipVersion4, name);
   ipMib->ipSwFwdStatsIs(Ip::ipVersion6, name);
+  refreshSwFwdStats(vrfName);
   if (isUnmade()) return;
   ipAddressTableSm()->handleIntfInVrf(name);
   if (isUnmade()) return;
   servedVrfIs(vrfName, true);
+}
+
+void VrfRootSm::refreshSwFwdStats(const L3::VrfName& vrfName) {
+  const auto local = allVrfStatusLocal()->vrf(vrfName);
+  const auto root = vrfRoot(vrfName.stringValue());
+  if (!local || !root) return;
+  for (const auto& [ipVersion, stats] : root->ipMib()->ipSwFwdStats()) stats->hasNamespaceIs(local->hasNamespace());
 }
 
 // ---- VRFs go ----

@@ -51,6 +51,7 @@ class KelVrfStatusLocal : public Ip::VrfStatusLocal::Notifiee {
 
   void handleState() override { handleVrfState(); }
   void handleVrfState();
+  void handleHasNamespace() override;
   void handleDel() override;
 
  private:
@@ -125,6 +126,8 @@ class VrfRootSm : public Kel::Entity {
   void handleVrfCreation(const Kel::Name& vrfName);
   // One run of the task.
   void doProcessVrfBacklog();
+  // Tells the VRF's software-forwarding statistics whether it has a network namespace of its own.
+  void refreshSwFwdStats(const L3::VrfName& vrfName);
   // The local status record of the VRF is gone.
   void handleVrfStatusDel(const L3::VrfName& vrfName);
 

@@ -41,7 +41,7 @@ TEST_F(VrfRootSmTest, noOrderOfArrivalLosesAVrf) {
         if (step == 1) world.routingIs(vrf);
         if (step == 2) world.idIs(vrf, 7);
         if (step == 3) world.agentIsReady();
-        if (step == 4) world.localIs(vrf);
+        if (step == 4) world.tree.allVrfStatusLocal->vrfIs(L3::VrfName(vrf))->hasNamespaceIs(false);
         world.runTasks();
         done.insert(step);
         const bool isComplete = done.contains(0) && done.contains(1) && done.contains(2) && done.contains(3);
@@ -53,6 +53,8 @@ TEST_F(VrfRootSmTest, noOrderOfArrivalLosesAVrf) {
       EXPECT_TRUE(cache->ipAddrTableHas(Vantu::IpAddr::fromString("10.1.1.1")));
       EXPECT_EQ(cache->ipSwFwdStats(Ip::ipVersion4)->name(), vrf);
       EXPECT_EQ(cache->ipSwFwdStats().size(), 2u);
+      EXPECT_FALSE(cache->ipSwFwdStats(Ip::ipVersion4)->hasNamespace() ||
+                   cache->ipSwFwdStats(Ip::ipVersion6)->hasNamespace());
       EXPECT_EQ(world.vrfRootSm->vrfRoot(vrf)->ipMib(), cache);
       EXPECT_TRUE(world.ipVrfMib->vrfTableHas(Snmp::String(vrf)));
       world.localDel(vrf);

@@ -99,6 +99,8 @@ class VrfStatusLocal : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(VrfStatusLocal, ((L3::VrfName, vrfName)))
   KEL_STORED(VrfState, state, State, vrfStateUnknown)
+  // Whether the VRF is a network namespace (Vantu::nsNameOfVrf). A VRF device of the default namespace is none.
+  KEL_STORED(bool, hasNamespace, HasNamespace, true)
   KEL_TYPE_END_DECLARE
 };
 
