@@ -13,11 +13,14 @@ namespace Host {
 
 namespace {
 
-constexpr int storeOption = 256;  // beyond every character
+// Beyond every character.
+constexpr int storeOption = 256;
+constexpr int netnsDirOption = 257;
 
 const option longOptions[] = {{"help", no_argument, nullptr, 'h'},
                               {"version", no_argument, nullptr, 'v'},
                               {"store", required_argument, nullptr, storeOption},
+                              {"netns-dir", required_argument, nullptr, netnsDirOption},
                               {nullptr, 0, nullptr, 0}};
 
 // The agent leaves its working directory when it goes to the background.
@@ -115,6 +118,9 @@ void take(AgentOptions& options, int option, int argc, char* argv[]) {
     case storeOption:
       options.storeDirectory = absoluteArgument("--store", "directory");
       return;
+    case netnsDirOption:
+      options.netnsDirectory = absoluteArgument("--netns-dir", "directory");
+      return;
     default:
       refuseOption(option, argv);
   }
@@ -148,6 +154,8 @@ std::string AgentOptions::help() {
          "  -C              do not read the default configuration files (/etc/snmp/quorind.conf ...)\n"
          "  --store DIR     the directory of the store (default: quorinStore in the\n"
          "                  configuration, or else /run/quorin)\n"
+         "  --netns-dir DIR the directory of the network namespaces (default: quorinNetnsDir in the\n"
+         "                  configuration, or else /run/netns)\n"
          "  -X              serve through a running snmpd, as its AgentX subagent\n"
          "  -x ADDRESS      where that snmpd listens for subagents (default: agentXSocket in the configuration, "
          "or\n"

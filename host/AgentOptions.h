@@ -24,6 +24,7 @@ struct AgentOptions {
   std::string user;                             // -u, a name or number, or empty
   std::string group;                            // -g
   std::string storeDirectory;                   // --store, an absolute path or empty: what the configuration says
+  std::string netnsDirectory;                   // --netns-dir, likewise
   bool isSubagent = false;                      // -X
   std::string masterAddress;                    // -x, or empty: what the configuration says
   bool isLoggingChosen = false;                 // some -L was given

@@ -5,6 +5,7 @@
 #include "host/AgentLog.h"
 #include "snmp/ConfigTokens.h"
 #include "swfwdstats/SwFwdStats.h"
+#include "vantu/NetNs.h"
 
 namespace Host {
 
@@ -71,6 +72,11 @@ void Composition::reconfigure() {
 std::string Composition::configuredStoreDirectory() {
   const auto& configured = Snmp::currentConfig()->storeDirectory();
   return configured.empty() ? Quillo::defaultStoreDirectory : configured;
+}
+
+void Composition::netnsDirectoryIs(const std::string& chosen) {
+  const auto& configured = chosen.empty() ? Snmp::currentConfig()->netnsDirectory() : chosen;
+  Vantu::netNsDirectoryIs(configured.empty() ? Vantu::defaultNetNsDirectory : configured);
 }
 
 }  // namespace Host

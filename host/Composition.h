@@ -27,6 +27,9 @@ class Composition {
   const std::string& storeDirectory() const { return storeDirectory_; }
   // The directory that the configuration in effect names, or else the usual one.
   static std::string configuredStoreDirectory();
+  // Puts the directory of the network namespaces into effect: `chosen`, or if that is empty the one that the
+  // configuration in effect names, or else the usual one.
+  static void netnsDirectoryIs(const std::string& chosen);
 
  private:
   class ReadyWatcher;

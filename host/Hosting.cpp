@@ -13,9 +13,11 @@ class Hosted {
   void start(AgentLoop& loop, const AgentOptions& options) {
     loop_ = &loop;
     options_ = options;
+    Composition::netnsDirectoryIs(options_.netnsDirectory);
     make();
   }
   void reconfigure() {
+    Composition::netnsDirectoryIs(options_.netnsDirectory);
     // There is none when the last attempt failed.
     if (composition_ && composition_->storeDirectory() == storeDirectory()) {
       composition_->reconfigure();

@@ -73,6 +73,7 @@ class Plugin {
       logInfo("unloaded");
       return;
     }
+    Composition::netnsDirectoryIs("");
     const auto directory = Composition::configuredStoreDirectory();
     if (composition_ && composition_->storeDirectory() == directory) {
       composition_->reconfigure();

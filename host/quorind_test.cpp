@@ -241,6 +241,7 @@ TEST_F(QuorindTest, whatItCannotStartWithIsOneLineAndAFailure) {
       {"--no-such-option", "unknown option --no-such-option; "},
       {"--store", "option --store needs an argument; "},
       {"--store ''", "--store is empty; name a directory"},
+      {"--netns-dir ''", "--netns-dir is empty; name a directory"},
       {"-p ''", "-p is empty; name a file"},
       {"-Lq", "option -Lq chooses no log"},
   };

@@ -16,9 +16,9 @@ struct MirrorOptions {
   std::string store = Quillo::defaultStoreDirectory;  // absolute
   std::string trace;                                  // as Kel::TraceConfig::levelsAre takes it
   bool recreateStore = false;
-  std::string netnsDirectory = VrfNamespaces::defaultDirectory;  // absolute
-  std::string settingsFile = SettingsFile::defaultFile;          // absolute
-  bool mustSettingsExist = false;                                // they were asked for
+  std::string netnsDirectory = Vantu::defaultNetNsDirectory;  // absolute
+  std::string settingsFile = SettingsFile::defaultFile;       // absolute
+  bool mustSettingsExist = false;                             // they were asked for
 };
 
 // The options, or the program's exit status when there is nothing more to do: help and version are written to

@@ -25,7 +25,7 @@ namespace Mirror {
 
 struct MirrorConfig {
   Quillo::PublisherConfig store;
-  std::string netnsDirectory = VrfNamespaces::defaultDirectory;
+  std::string netnsDirectory = Vantu::defaultNetNsDirectory;
   std::string settingsFile = {};  // empty: none
   bool mustSettingsExist = false;
   int receiveBytes = RtSocket::defaultReceiveBytes;

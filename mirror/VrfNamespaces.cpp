@@ -22,7 +22,6 @@ namespace {
 
 Kel::TraceHandle vrfNamespacesTrace("MirrorNamespaces");
 
-constexpr std::string_view namespacePrefix = "ns-";
 // `ip netns add` needs a millisecond or so; a file that is no namespace after this long is told of.
 constexpr Kel::Seconds firstInterval = 0.001;
 constexpr Kel::Seconds longestInterval = 1;
@@ -33,8 +32,9 @@ std::optional<Vantu::NetNs::Id> idOf(const std::string& file) {
   return Vantu::NetNs::Id{status.st_dev, status.st_ino};
 }
 
+// Of a file that look() takes in.
 std::string vrfOf(const std::string& name) {
-  return name.substr(namespacePrefix.size());
+  return Vantu::vrfOfNsName(name).value();
 }
 
 }  // namespace
@@ -124,7 +124,7 @@ Kel::Seconds VrfNamespaces::nextLook() const {
 }
 
 void VrfNamespaces::look(const std::string& name, std::vector<Change>& changes) {
-  if (!name.starts_with(namespacePrefix)) return;
+  if (!Vantu::vrfOfNsName(name)) return;
   const std::string file = fileOf(name);
   const auto id = idOf(file);
   const auto known = present_.find(name);
@@ -178,13 +178,13 @@ std::string VrfNamespaces::refusal(const std::string& name, const Vantu::NetNs* 
 }
 
 void VrfNamespaces::refuse(const L3::VrfName& vrf, const std::string& why) {
-  const std::string name = std::string(namespacePrefix) + vrf.stringValue();
+  const std::string name = Vantu::nsNameOfVrf(vrf.stringValue());
   present_.erase(name);
   complain(name, why);
 }
 
 void VrfNamespaces::accept(const L3::VrfName& vrf) {
-  complaints_.erase(std::string(namespacePrefix) + vrf.stringValue());
+  complaints_.erase(Vantu::nsNameOfVrf(vrf.stringValue()));
 }
 
 void VrfNamespaces::complain(const std::string& name, const std::string& why) {

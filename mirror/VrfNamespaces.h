@@ -1,6 +1,6 @@
 #pragma once
-// Finds the network namespaces that are VRFs: the files "ns-<VRF>" of a directory, as `ip netns add ns-<VRF>` makes
-// them. The program makes an empty file first and a namespace of it afterwards, of which nobody is told; so a file
+// Finds the network namespaces that are VRFs: the files of a directory whose names are those of VRFs' namespaces
+// (Vantu::nsNameOfVrf), as `ip netns add ns-<VRF>` makes them. The program makes an empty file first and a namespace of it afterwards, of which nobody is told; so a file
 // that is none yet is looked at again, soon and then every second.
 //
 // A namespace that was deleted and made again under its name is another one, also when nobody looked in between.
@@ -20,8 +20,6 @@ namespace Mirror {
 
 class VrfNamespaces {
  public:
-  static constexpr const char* defaultDirectory = "/run/netns";
-
   struct Change {
     L3::VrfName vrf;
     std::shared_ptr<const Vantu::NetNs> ns;  // null: the namespace is gone

@@ -401,7 +401,7 @@ TEST_F(VrfServiceTest, anOverrunInAVrfIsMadeGoodAndJournalsOnlyWhatDiffers) {
 }
 
 TEST_F(VrfServiceTest, asIpNetnsMakesThem) {
-  netnsDirectory_ = VrfNamespaces::defaultDirectory;
+  netnsDirectory_ = Vantu::defaultNetNsDirectory;
   start();
   const std::string vrf = name_ + "-red";
   const std::string ns = "ns-" + vrf;

@@ -1,19 +1,17 @@
 """The counters of VRFs and interfaces are those of the kernel's files, read in each VRF's namespace."""
 
-import os
 import re
 import signal
 
 from harness import eventually, main
 from harness.snmp import SYS_UP_TIME
 from harness.tables import ENTERPRISE, IF_INDEX_BITS, read_tables
-from harness.vrf import bind, unbind
 from harness.vrfcase import VrfCase
 
 SW_FWD = f"{ENTERPRISE}.3.1.1.1.1"
 IF_STATS = f"{ENTERPRISE}.3.27.1.1.1"
 ADVICE = "'quorinKernelIpHeader any'"
-RED, BLUE = f"qt{os.getpid()}red", f"qt{os.getpid()}blue"
+RED, BLUE = "red", "blue"
 
 # Where the columns of quorinSwFwdIpStatsTable come from, by the kernel's names without "Ip6"; "+" and "-" derive.
 COLUMNS = {
@@ -73,17 +71,6 @@ def interface_rows(namespace, vrf_id):
 class CountersTest(VrfCase):
     communities = (RED, BLUE)
 
-    def add_vrf(self, name, *batch):
-        """A VRF that the agent finds too, which looks for namespaces in one place only."""
-        namespace = self.vrfs.add(name, *batch)
-        os.makedirs("/run/netns", exist_ok=True)
-        file = f"/run/netns/ns-{name}"
-        os.close(os.open(file, os.O_CREAT | os.O_EXCL))
-        self.addCleanup(os.unlink, file)
-        bind(self.vrfs.file(name), file)
-        self.addCleanup(unbind, file)
-        return namespace
-
     def send(self, namespace, target, count):
         namespace.run("python3", "-c", "import socket,sys; a = sys.argv[1]; s = socket.socket(socket.AF_INET6 if ':' in a "
                       "else socket.AF_INET, socket.SOCK_DGRAM); [s.sendto(bytes(100), (a, 9)) for n in range(int(sys.argv[2]))]",
@@ -97,13 +84,14 @@ class CountersTest(VrfCase):
                     lambda: {SW_FWD: {(version,): kernel_row(namespace, version) for version in (1, 2)}}, name)
 
     def test_rows_are_the_kernels_counters(self):
-        red = self.add_vrf(RED, "link add r0 type veth peer name b0", "link set r0 up", "addr add 10.0.0.1/24 dev r0",
-                           "addr add 2001:db8::1/64 dev r0 nodad")
-        blue = self.add_vrf(BLUE)
+        red = self.vrfs.add(RED, "link add r0 type veth peer name b0", "link set r0 up", "addr add 10.0.0.1/24 dev r0",
+                            "addr add 2001:db8::1/64 dev r0 nodad")
+        blue = self.vrfs.add(BLUE)
         red.ip("link", "set", "b0", "netns", blue.file)
         blue.ip_batch(["link set b0 up", "addr add 10.0.0.2/24 dev b0", "addr add 2001:db8::2/64 dev b0 nodad"])
         with open(self.configuration, encoding="utf-8") as file:
-            strict = file.read()
+            strict = file.read() + f"quorinNetnsDir {self.vrfs.path}\n"
+        self.write_configuration(strict)
         self.start_system()
         for name in (RED, BLUE):
             self.wait_for_context(self.community(f"c-{name}"))
@@ -140,18 +128,23 @@ class CountersTest(VrfCase):
             ids.update(self.vrf_ids())
             self.expect(lambda: read_tables(self.default.bulk_walk(IF_STATS), [IF_STATS]), expected, "interfaces", 15)
             self.assertEqual([bind for bind in self.community(f"c-{RED}").walk(IF_STATS) if bind.exists], [])
-        with self.subTest("the last values stay when the namespace is gone, as long as the context is there"):
-            last = self.sw_fwd(self.community(f"c-{BLUE}"))
-            unbind(f"/run/netns/ns-{BLUE}")
+        with self.subTest("the last values stay when the namespace is not found, as long as the context is there"):
             client = self.community(f"c-{BLUE}")
+            last = self.sw_fwd(client)
+            self.write_configuration(strict + "quorinNetnsDir /nowhere\n")
+            self.agent.signal(signal.SIGHUP)
 
             def told():
                 self.sw_fwd(client)
-                return f"ns-{BLUE}" in self.agent.output()
+                return f"/nowhere/ns-{BLUE}" in self.agent.output()
 
             eventually(told, "the agent does not say that it cannot read")
-            self.assertEqual(self.sw_fwd(client), last)
-            bind(self.vrfs.file(BLUE), f"/run/netns/ns-{BLUE}")
+            self.assertEqual(self.sw_fwd(client)[(2,)], last[(2,)])
+        with self.subTest("the option wins"):
+            self.agent.stop()
+            self.agent = self.start_agent("--netns-dir", self.vrfs.path)
+            self.wait_for_context(client)
+            eventually(lambda: self.sw_fwd(client)[(2,)] == kernel_row(blue, 2), "the agent reads elsewhere")
         self.assertTrue(self.default.has(SYS_UP_TIME))
 
 

@@ -9,6 +9,15 @@
 
 namespace Snmp {
 
+namespace {
+
+const Kel::String& absolute(const Kel::String& path) {
+  if (!path.starts_with('/')) throw Kel::RangeException("'" + path + "' is not an absolute path");
+  return path;
+}
+
+}  // namespace
+
 const std::vector<Kel::String>& Config::objectGroups() {
   static const std::vector<Kel::String> groups = {"route-tables"};
   return groups;
@@ -24,8 +33,11 @@ void Config::disabledObjectsIs(const Kel::String& group) {
 }
 
 void Config::storeDirectoryIs(const Kel::String& directory) {
-  if (!directory.starts_with('/')) throw Kel::RangeException("'" + directory + "' is not an absolute path");
-  storeDirectory_ = directory;
+  storeDirectory_ = absolute(directory);
+}
+
+void Config::netnsDirectoryIs(const Kel::String& directory) {
+  netnsDirectory_ = absolute(directory);
 }
 
 void Config::kernelIpHeaderIs(const Kel::String& word) {

@@ -29,6 +29,12 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a path that is not absolute.
   void storeDirectoryIs(const Kel::String& directory);
 
+  // The directory of the network namespaces that the configuration names (Vantu::setNsByName), an absolute path; empty
+  // when it names none.
+  const Kel::String& netnsDirectory() const { return netnsDirectory_; }
+  // Throws Kel::RangeException for a path that is not absolute.
+  void netnsDirectoryIs(const Kel::String& directory);
+
   // Whether a header line of the kernel's IPv4 statistics that is longer than expected is taken, if it begins with the
   // expected names (Ip::SwFwdStats).
   bool takesAnyKernelIpHeader() const { return takesAnyKernelIpHeader_; }
@@ -43,6 +49,7 @@ class Config : public Kel::PtrInterface {
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
+  Kel::String netnsDirectory_;
   bool takesAnyKernelIpHeader_ = false;
   std::set<Vantu::IntfId> managementInterfaces_;
 };

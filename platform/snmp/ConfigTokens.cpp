@@ -48,6 +48,10 @@ void store(const char* token, char* line) {
   parse(token, [&] { state().config->storeDirectoryIs(line); });
 }
 
+void netnsDirectory(const char* token, char* line) {
+  parse(token, [&] { state().config->netnsDirectoryIs(line); });
+}
+
 void kernelIpHeader(const char* token, char* line) {
   parse(token, [&] { state().config->kernelIpHeaderIs(line); });
 }
@@ -94,6 +98,7 @@ void registerConfigTokens() {
   reset();
   register_app_config_handler("quorinDisableObjects", disableObjects, reset, "GROUP...   (groups: route-tables)");
   register_app_config_handler("quorinStore", store, nullptr, "DIR");
+  register_app_config_handler("quorinNetnsDir", netnsDirectory, nullptr, "DIR");
   register_app_config_handler("quorinKernelIpHeader", kernelIpHeader, nullptr, "strict | any");
   register_app_config_handler("quorinManagementInterfaces", managementInterfaces, nullptr, "INTERFACE...");
   register_app_config_handler("quorinTrace", trace, nullptr, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)");
@@ -101,7 +106,7 @@ void registerConfigTokens() {
 }
 
 void unregisterConfigTokens() {
-  for (const char* token : {"quorinDisableObjects", "quorinStore", "quorinKernelIpHeader",
+  for (const char* token : {"quorinDisableObjects", "quorinStore", "quorinNetnsDir", "quorinKernelIpHeader",
                             "quorinManagementInterfaces", "quorinTrace", "quorinTraceOutput"}) {
     unregister_app_config_handler(token);
   }

@@ -4,6 +4,7 @@
 //   quorinDisableObjects GROUP...              object groups not to serve (Snmp::Config::objectGroups); takes
 //                                              effect when a context is entered
 //   quorinStore DIR                            the directory of the store, an absolute path
+//   quorinNetnsDir DIR                         the directory of the network namespaces of VRFs, an absolute path
 //   quorinKernelIpHeader strict | any          whether a longer header of the kernel's IPv4 statistics is taken
 //   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
 //                                              "red/eth0", or "eth0" for those of all VRFs

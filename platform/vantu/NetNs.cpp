@@ -21,6 +21,13 @@ namespace {
 
 constexpr const char* presentNsFile = "/proc/thread-self/ns/net";
 constexpr std::string_view defaultName = "default";
+constexpr std::string_view vrfPrefix = "ns-";
+
+// Never destroyed: namespaces are entered until the process ends.
+std::string& directory() {
+  static auto* const instance = new std::string(defaultNetNsDirectory);
+  return *instance;
+}
 
 int openNs(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -65,8 +72,8 @@ void enterByName(std::string_view name) {
     if (error != 0) cannotEnter(name, presentNsFile, error);
     return;
   }
-  const std::string path = fmt::format("/var/run/netns/{}", name);
-  // A name is one file of that folder; a VRF name with a '/' cannot have a namespace.
+  const std::string path = fmt::format("{}/{}", directory(), name);
+  // A name is one file of that directory; a VRF name with a '/' cannot have a namespace.
   const bool isFileName = !name.empty() && name != "." && name != ".." &&
                           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
   if (!isFileName) cannotEnter(name, path, ENOENT);
@@ -81,7 +88,16 @@ void enterByName(std::string_view name) {
 
 std::string nsNameOfVrf(std::string_view vrfName) {
   if (vrfName.empty() || vrfName == defaultName) return std::string(defaultName);
-  return fmt::format("ns-{}", vrfName);
+  return fmt::format("{}{}", vrfPrefix, vrfName);
+}
+
+std::optional<std::string> vrfOfNsName(std::string_view nsName) {
+  if (!nsName.starts_with(vrfPrefix)) return std::nullopt;
+  return std::string(nsName.substr(vrfPrefix.size()));
+}
+
+void netNsDirectoryIs(std::string newDirectory) {
+  directory() = std::move(newDirectory);
 }
 
 void setNsByName(const char* nsName) {

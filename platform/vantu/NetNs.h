@@ -1,8 +1,9 @@
 #pragma once
-// Switching the calling thread between network namespaces.
+// Names network namespaces, and switches the calling thread between them.
 //
 // A namespace is known by its name: "default" is the one that the process started in, any other name N is the one
-// whose file is /var/run/netns/N (as `ip netns add N` makes it). The namespace of VRF red is named "ns-red":
+// whose file is N in the directory of namespaces (/run/netns/N, as `ip netns add N` makes it). The namespace of VRF red
+// is named "ns-red":
 //
 //   const Vantu::NetNsGuard guard(Vantu::nsNameOfVrf(vrfName));
 //   // to the end of the scope, what is opened of /proc/net, and each new socket, is the VRF's
@@ -13,6 +14,7 @@
 #include <sys/types.h>
 
 #include <compare>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,6 +22,13 @@ namespace Vantu {
 
 // "default" for VRF "default" (and for empty text), "ns-" followed by the name for any other VRF.
 std::string nsNameOfVrf(std::string_view vrfName);
+// The reverse of the latter: what follows "ns-", which may be no VRF's name; none for a name that begins otherwise.
+std::optional<std::string> vrfOfNsName(std::string_view nsName);
+
+// The directory that setNsByName() and NetNsGuard look in. One for the whole process; to be changed by the thread
+// that enters namespaces.
+inline constexpr const char* defaultNetNsDirectory = "/run/netns";
+void netNsDirectoryIs(std::string directory);
 
 // Enters the namespace `nsName`. Throws Kel::Exception that names the namespace, its file and the reason; the
 // thread then is where it was.

@@ -91,7 +91,7 @@ TEST_F(NetNs, guardComesBackToWhereItWasMade) {
 }
 
 TEST_F(NetNs, fileThatIsNoNamespaceIsRefused) {
-  const std::string file = "/var/run/netns/" + name_ + "x";
+  const std::string file = "/run/netns/" + name_ + "x";
   std::ofstream(file).put('\n');
   const auto error = errorOf((name_ + "x").c_str());
   unlink(file.c_str());
@@ -101,7 +101,7 @@ TEST_F(NetNs, fileThatIsNoNamespaceIsRefused) {
 
 TEST(NetNsNames, unknownOrUnusableNamesSayWhatIsMissing) {
   EXPECT_EQ(errorOf("ns-that-is-not-there"),
-            "cannot enter network namespace \"ns-that-is-not-there\" (/var/run/netns/ns-that-is-not-there): "
+            "cannot enter network namespace \"ns-that-is-not-there\" (/run/netns/ns-that-is-not-there): "
             "No such file or directory; check that the namespace exists (ip netns list)");
   for (const char* name : {"", ".", "..", "../netns", "ns-a/b"}) EXPECT_NE(errorOf(name), "") << name;
   EXPECT_THROW(NetNsGuard(std::string("default\0x", 9)), Kel::Exception);
@@ -111,6 +111,8 @@ TEST(NetNsNames, vrfNamesMapToNamespaces) {
   EXPECT_EQ(nsNameOfVrf("default"), "default");
   EXPECT_EQ(nsNameOfVrf(""), "default");
   EXPECT_EQ(nsNameOfVrf("red"), "ns-red");
+  EXPECT_EQ(vrfOfNsName("ns-red"), "red");
+  EXPECT_EQ(vrfOfNsName("red"), std::nullopt);
 }
 
 TEST(NetNsNames, ownNamespaceNeedsNoPrivilege) {
