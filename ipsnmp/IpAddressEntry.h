@@ -21,7 +21,7 @@ class IntfDataKey {
   KEL_VALUE_TYPE("IpSnmp::IntfDataKey", IntfDataKey, ((IpSnmp::AddressSource, source))((Vantu::IntfId, intfId)))
 };
 
-// One interface that holds an address, with the prefix row that it contributes. Ordered by key.
+// One interface that holds an address, with the prefix row that it contributes. The key alone is compared.
 class IntfData {
  public:
   static constexpr const char* kelTypeName = "IpSnmp::IntfData";
@@ -33,8 +33,7 @@ class IntfData {
   const Kel::Ptr<IpAddressPrefixEntry>& prefixEntry() const { return prefixEntry_; }
   std::uint32_t ifIndex() const { return prefixEntry_ ? prefixEntry_->index().ifIndex() : 0; }
 
-  // Equal when the prefix entry is the same object too, so that a pair that gets another one counts as changed.
-  friend bool operator==(const IntfData&, const IntfData&) = default;
+  friend bool operator==(const IntfData& a, const IntfData& b) { return a.key_ == b.key_; }
   friend auto operator<=>(const IntfData& a, const IntfData& b) { return a.key_ <=> b.key_; }
 
   // Reflection, as KEL_VALUE_TYPE gives it; here it cannot, since that compares every field.
@@ -63,6 +62,7 @@ class IpAddressEntry : public Kel::Notifier {
   KEL_COMPUTED(addrVersion)
   KEL_COMPUTED(addrBytes)
 
+  // A pair keeps its prefix entry for as long as it is a member: adding it again is a no-op.
   KEL_VALUES(Ordered, IntfDataKey, IntfData, intf, Intf)
   void intfIs(const IntfData& data) { intfIs(data.key(), data); }
 

@@ -36,6 +36,11 @@ TEST(IpAddressEntry, firstSourceSpeaksForTheAddress) {
   entry->intfIs(held(addressSourceStatus, "A", 9));
   EXPECT_EQ(entry->addressStatus(), 1);  // preferred
   EXPECT_EQ(entry->ifIndex(), 9u);
+  // The key alone tells pairs apart: the pair stays as it is.
+  const auto again = held(addressSourceStatus, "A", 10);
+  EXPECT_EQ(again == *entry->intf(again.key()), again <=> *entry->intf(again.key()) == 0);
+  entry->intfIs(again);
+  EXPECT_EQ(entry->ifIndex(), 9u);
   entry->intfDelAll();
   entry->intfIs(held(addressSourceBorrowed, "B", 8));
   EXPECT_EQ(entry->addressStatus(), addressStatusPreferred);
