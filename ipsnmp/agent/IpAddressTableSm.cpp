@@ -23,60 +23,53 @@ Kel::Ptr<IpAddressPrefixEntry> makePrefixEntry(std::int32_t ifIndex, const AddrW
       IpAddressPrefixKey(static_cast<std::uint32_t>(ifIndex), prefix.version(), prefix.bytes(), addr.length()));
 }
 
-bool isInPrefix(const InetAddress& addr, const IpAddressPrefixKey& prefix) {
-  if (addr.version() != prefix.version()) return false;
-  for (unsigned bit = 0; bit < prefix.length(); bit += 8) {
-    const unsigned kept = std::min(8U, prefix.length() - bit);
-    const unsigned difference = addr.bytes()[bit / 8] ^ prefix.bytes()[bit / 8];
-    if (difference >> (8 - kept)) return false;
-  }
-  return true;
-}
+using PrefixEntry = Kel::Ptr<IpAddressPrefixEntry>;
+using PrefixCandidates = IpAddressTableSm::PrefixCandidates;
 
-// Takes `row` out of the prefix table, if it is that very object that stands there. When another address than
-// `entry` has the same prefix on the same interface, its first pair's object takes the place.
-void giveUpPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<IpAddressPrefixEntry>& row) {
-  const auto& key = row->index();
-  if (ipMib.ipAddressPrefixTable(key) != row) return;
-  ipMib.ipAddressPrefixTableDel(key);
-  const auto& all = ipMib.ipAddressTable();
-  for (auto at = all.lowerBound(InetAddress(key.version(), key.bytes()));
-       at != all.end() && isInPrefix(at->first, key); ++at) {
-    if (at->second.get() == &entry) continue;
-    const auto candidate = at->second->prefixEntry();
-    if (candidate && candidate->index() == key) return ipMib.ipAddressPrefixTableInsert(candidate);
+// The first pair of an address changes from the one with `former` to the one with `next`; null: there is none. The
+// row follows it. When another address has the prefix of `former` on the same interface, the row of `former` passes
+// to that address.
+void passPrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const PrefixEntry& former, const PrefixEntry& next) {
+  if (former) candidates.erase(former);
+  if (next) candidates.insert(next);
+  // Under the same key `next` just replaces the row.
+  const bool isKeyLeft = former && (!next || next->index() != former->index());
+  if (isKeyLeft && ipMib.ipAddressPrefixTable(former->index()) == former) {
+    const auto other = candidates.lower_bound(former->index());
+    const bool hasOther = other != candidates.end() && (*other)->index() == former->index();
+    const PrefixEntry successor = hasOther ? *other : nullptr;  // a notified reactor may change the candidates
+    if (successor) {
+      ipMib.ipAddressPrefixTableInsert(successor);
+    } else {
+      ipMib.ipAddressPrefixTableDel(former->index());
+    }
   }
-}
-
-// The row of `entry` passes from `former`, if it has it, to `next`; null: nobody is left. Under the same key `next`
-// just takes the place, and nobody else needs to be looked for.
-void passPrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const Kel::Ptr<IpAddressPrefixEntry>& former,
-                   const Kel::Ptr<IpAddressPrefixEntry>& next) {
-  if (!next || next->index() != former->index()) giveUpPrefixRow(ipMib, entry, former);
   if (next) ipMib.ipAddressPrefixTableInsert(next);
 }
 
-void decidePrefixRow(IpMib& ipMib, const IpAddressEntry& entry, const IntfData& pair) {
+void decidePrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const IpAddressEntry& entry,
+                     const IntfData& pair) {
   const auto& intfId = pair.key().intfId();
   if (entry.intf().empty()) {
     QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex()
                                      << ") is the first in the prefix table";
-    return ipMib.ipAddressPrefixTableInsert(pair.prefixEntry());
+    return passPrefixRow(ipMib, candidates, nullptr, pair.prefixEntry());
   }
   const IntfData first = entry.intf().begin()->second;
   if (pair.key() < first.key()) {
     QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex() << ") taking over prefix table"
                                      << " row for ifIndex " << first.ifIndex() << " because old intfKey "
                                      << first.key() << " < new intfKey " << pair.key();
-    return passPrefixRow(ipMib, entry, first.prefixEntry(), pair.prefixEntry());
+    return passPrefixRow(ipMib, candidates, first.prefixEntry(), pair.prefixEntry());
   }
   QTRACE(ipAddressTableSmTrace, 6) << intfId << " not added to the prefix table; ifIndex " << first.ifIndex()
                                    << " is better";
 }
 
-void delPair(IpMib& ipMib, IpAddressEntry& entry, const IntfData& pair) {
+void delPair(IpMib& ipMib, PrefixCandidates& candidates, IpAddressEntry& entry, const IntfData& pair) {
+  const bool isFirst = entry.intf().begin()->first == pair.key();
   entry.intfDel(pair.key());
-  passPrefixRow(ipMib, entry, pair.prefixEntry(), entry.prefixEntry());
+  if (isFirst) passPrefixRow(ipMib, candidates, pair.prefixEntry(), entry.prefixEntry());
   if (!entry.intf().empty()) return;
   if (entry.addrVersion() == Ip::ipVersion4) ipMib.ipAddrTableDel(entry.ipAdEntAddr());
   ipMib.ipAddressTableDel(entry.index());
@@ -150,6 +143,7 @@ bool IpAddressTableSm::vrfIpMibDel(const Kel::Name& givenName) {
   const Kel::Name vrfName = givenName;  // the given one may live in the cache
   const auto ipMib = vrfIpMib_.map.kelTake(vrfName);
   if (!ipMib) return false;
+  prefixCandidates_.erase(ipMib.get());
   emptyAddressTables(*ipMib);
   KEL_NOTIFY_KEY(VrfIpMib, vrfName);
   return true;
@@ -211,10 +205,10 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
     // Reported again. The pair keeps its prefix entry, which may stand in the prefix table.
     if (heldPrefix == pair.prefixEntry()->index()) return;
     // The interface has got another ifIndex.
-    delPair(*ipMib, *entry, held);
+    delPair(*ipMib, prefixCandidates_[ipMib.get()], *entry, held);
     entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
   }
-  decidePrefixRow(*ipMib, *entry, pair);
+  decidePrefixRow(*ipMib, prefixCandidates_[ipMib.get()], *entry, pair);
   entry->intfIs(pair);
   if (entry->addrVersion() == Ip::ipVersion4) ipMib->ipAddrTableIs(entry);
 }
@@ -230,7 +224,7 @@ void IpAddressTableSm::delAddr(const Vantu::IntfId& intfId, AddressSource source
   if (!entry) return;
   if (const auto* present = entry->intf(IntfDataKey(source, intfId))) {
     const IntfData pair = *present;
-    delPair(*ipMib, *entry, pair);
+    delPair(*ipMib, prefixCandidates_[ipMib.get()], *entry, pair);
   }
 }
 

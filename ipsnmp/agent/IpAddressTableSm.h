@@ -12,6 +12,9 @@
 // An address that cannot be placed yet (its interface has no status record or ifIndex, its VRF no cache) is placed
 // when that comes. Stopping or destroying the machine takes out of every cache what it put in.
 
+#include <map>
+#include <set>
+
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/IntfAddressReactors.h"
 #include "ipsnmp/agent/RecordReactors.h"
@@ -69,6 +72,19 @@ class IpAddressTableSm : public Kel::Entity {
   void doDelAddr6(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                   const Vantu::Ip6AddrWithMask& addr);
 
+  // The prefix entries of the first pairs of all addresses in one cache, by prefix. The row of a prefix is one of
+  // those with its key; which of them makes no difference to a reader.
+  struct ByPrefix {
+    using is_transparent = void;
+    using Entry = Kel::Ptr<IpAddressPrefixEntry>;
+    bool operator()(const Entry& a, const Entry& b) const {
+      const auto order = a->index() <=> b->index();
+      return order != 0 ? order < 0 : a < b;
+    }
+    bool operator()(const Entry& a, const IpAddressPrefixKey& b) const { return a->index() < b; }
+  };
+  using PrefixCandidates = std::set<Kel::Ptr<IpAddressPrefixEntry>, ByPrefix>;
+
  private:
   void stop();
   Kel::Ptr<IpMib> ipMibOf(const L3::VrfName& vrfName);
@@ -79,6 +95,7 @@ class IpAddressTableSm : public Kel::Entity {
   void delAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                const AddrWithMask& addr);
 
+  std::map<const IpMib*, PrefixCandidates> prefixCandidates_;
   Kel::Ptr<AddressReactors::KelConfig> kelConfig_;
   Kel::Ptr<AddressReactors::KelStatus> kelStatus_;
   Kel::Ptr<AddressReactors::KelConfig6> kelConfig6_;

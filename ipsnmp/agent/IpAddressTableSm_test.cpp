@@ -1,5 +1,7 @@
 #include "ipsnmp/agent/IpAddressTableSm.h"
 
+#include <ctime>
+
 #include "ipsnmp/agent/TestWorld.h"
 
 namespace IpSnmpTest {
@@ -8,6 +10,12 @@ namespace {
 using namespace IpSnmp;
 
 const L3::VrfName defaultVrf;
+
+double cpuSeconds() {
+  timespec used{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+  return static_cast<double>(used.tv_sec) + 1e-9 * static_cast<double>(used.tv_nsec);
+}
 
 TEST(IpAddressTableSm, configuredAddressIsInaccessibleUntilInForce) {
   World world;
@@ -70,6 +78,28 @@ TEST(IpAddressTableSm, addressesOfOneSubnetShareTheRow) {
   const auto row = world.ipMib->ipAddressPrefixTable().begin()->second;
   record->secondaryAddrWithMaskDel(mask4("10.1.1.2/24"));
   EXPECT_EQ(world.ipMib->ipAddressPrefixTable().begin()->second, row);
+}
+
+// Every interface has an address in fe80::/64. Compared are CPU times of this thread, which other work does not change.
+TEST(IpAddressTableSm, removalCostsNoMoreThanAdditionWherePrefixesAreShared) {
+  World world;
+  const auto secondsFor = [](auto&& act) {
+    const auto start = cpuSeconds();
+    for (int number = 1; number <= 4000; ++number) {
+      const auto intfId = intfOf(fmt::format("eth{}", number));
+      act(intfId, number, mask6(fmt::format("fe80::{:x}/64", number)));
+    }
+    return cpuSeconds() - start;
+  };
+  const auto adding = secondsFor([&](const auto& intfId, int ifIndex, const auto& addr) {
+    world.sm->doAddAddr6(intfId, addressSourceStatus, ifIndex, defaultVrf, addr);
+  });
+  EXPECT_EQ(world.ipMib->ipAddressPrefixTable().size(), 4000u);
+  const auto removing = secondsFor([&](const auto& intfId, int, const auto& addr) {
+    world.sm->doDelAddr6(intfId, addressSourceStatus, defaultVrf, addr);
+  });
+  EXPECT_EQ(tables(*world.ipMib), "");
+  EXPECT_LT(removing, 10 * adding);
 }
 
 TEST(IpAddressTableSm, firstPrefixLengthStaysAndTheOtherIsNotLost) {
