@@ -115,7 +115,8 @@ class CountersTest(VrfCase):
         self.assertGreaterEqual(int(rows[0][(1,)][21]), 30)
         self.assertNotEqual(rows[0][(1,)], rows[1][(1,)])
         with self.subTest("the default context has its own"):
-            self.assertEqual(self.sw_fwd(self.default)[(2,)], kernel_row(self.namespace, 2))
+            self.expect(lambda: {SW_FWD: {(2,): self.sw_fwd(self.default)[(2,)]}},
+                        lambda: {SW_FWD: {(2,): kernel_row(self.namespace, 2)}}, "default")
             first = int(self.sw_fwd(self.default)[(1,)][4])
             eventually(lambda: int(self.sw_fwd(self.default)[(1,)][4]) > first, "requests are not counted")
         with self.subTest("counters of the interfaces of all VRFs, in the default context alone"):
@@ -126,12 +127,11 @@ class CountersTest(VrfCase):
                         | interface_rows(blue, ids[BLUE])}
 
             ids.update(self.vrf_ids())
-            self.expect(lambda: read_tables(self.default.bulk_walk(IF_STATS), [IF_STATS]), expected, "interfaces", 15)
+            self.expect(lambda: read_tables(self.default.bulk_walk(IF_STATS), [IF_STATS]), expected, "interfaces")
             self.assertEqual([bind for bind in self.community(f"c-{RED}").walk(IF_STATS) if bind.exists], [])
         with self.subTest("the last values stay when the namespace is not found, as long as the context is there"):
             client = self.community(f"c-{BLUE}")
-            last = self.sw_fwd(client)
-            self.write_configuration(strict + "quorinNetnsDir /nowhere\n")
+            self.write_configuration(strict + "quorinKernelIpHeader any\nquorinNetnsDir /nowhere\n")
             self.agent.signal(signal.SIGHUP)
 
             def told():
@@ -139,7 +139,10 @@ class CountersTest(VrfCase):
                 return f"/nowhere/ns-{BLUE}" in self.agent.output()
 
             eventually(told, "the agent does not say that it cannot read")
-            self.assertEqual(self.sw_fwd(client)[(2,)], last[(2,)])
+            last = self.sw_fwd(client)
+            self.assertGreaterEqual(int(last[(1,)][21]), 5)
+            self.send(blue, "127.0.0.1", 5)
+            self.assertEqual(self.sw_fwd(client), last)
         with self.subTest("the option wins"):
             self.agent.stop()
             self.agent = self.start_agent("--netns-dir", self.vrfs.path)

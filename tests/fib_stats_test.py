@@ -55,7 +55,7 @@ class FibStatsTest(VrfCase):
 
     def expect_counts(self, client, namespace, what, configured=()):
         self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES),
-                    lambda: expected_tables(namespace, configured), what, 20)
+                    lambda: expected_tables(namespace, configured), what)
 
     def lines(self, verb, numbers):
         """Mixed routes, one for each number."""
@@ -131,7 +131,7 @@ class FibStatsTest(VrfCase):
         before[BY_TYPE][1, NOT_PERSISTENT] = {2: "2"}
         before[SUMMARY][1,] = {2: str(int(before[SUMMARY][1,][2]) + 1)}
         before[BY_LENGTH][1, 24] = {2: str(int(before[BY_LENGTH][1, 24][2]) + 1)}
-        self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES), lambda: before, "as first counted", 20)
+        self.expect(lambda: read_tables(client.bulk_walk(FIB), ENTRIES), lambda: before, "as first counted")
 
     def test_neighbours_on_management_interfaces_do_not_count(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")
@@ -144,7 +144,7 @@ class FibStatsTest(VrfCase):
         expected = expected_tables(self.namespace)
         del expected[BY_TYPE][1, ATTACHED], expected[BY_LENGTH][1, 32]
         expected[SUMMARY][1,] = {2: str(int(expected[SUMMARY][1,][2]) - 1)}
-        self.expect(lambda: read_tables(self.default.bulk_walk(FIB), ENTRIES), lambda: expected, "without it", 20)
+        self.expect(lambda: read_tables(self.default.bulk_walk(FIB), ENTRIES), lambda: expected, "without it")
 
 
 if __name__ == "__main__":

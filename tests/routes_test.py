@@ -3,7 +3,7 @@
 import random
 import signal
 
-from harness import background, eventually, main
+from harness import PATIENCE, background, eventually, main
 from harness.routes import ROUTE, kernel_route_table, without_preference
 from harness.tables import IP, read_tables
 from harness.vrfcase import VrfCase
@@ -60,10 +60,10 @@ class RoutesTest(VrfCase):
     def table(self, client):
         return without_preference(read_tables(client.bulk_walk(ROUTE), [ROUTE]))
 
-    def expect_routes(self, client, namespace, name=None, timeout=5):
+    def expect_routes(self, client, namespace, name=None):
         """The context's table is the kernel's; returns it."""
         self.expect(lambda: self.table(client), lambda: kernel_route_table(namespace, self.vrf_id(name) if name else 0),
-                    f"routes of {name or 'the default VRF'}", timeout)
+                    f"routes of {name or 'the default VRF'}")
 
     def test_every_kind_of_route_in_every_vrf(self):
         self.populate(self.namespace)
@@ -169,7 +169,7 @@ class RoutesTest(VrfCase):
             return last["served"] == expected
 
         eventually(same, lambda: f"{len(last['served'])} rows served, {len(expected)} expected, first difference "
-                   f"{min(last['served'].items() ^ expected.items())}", timeout=60, interval=1)
+                   f"{min(last['served'].items() ^ expected.items())}", timeout=3 * PATIENCE, interval=1)
 
 
 if __name__ == "__main__":

@@ -9,7 +9,7 @@ import threading
 import time
 import unittest
 
-from harness import SnmpError, eventually, main
+from harness import PATIENCE, SnmpError, eventually, main
 from harness.programs import BIN_DIR
 from harness.tables import (ADDR, ENTERPRISE, IF_INDEX_BITS, IP, IP_TABLES, MEDIA, PHYSICAL, VRF, VRF_IF, VRF_TABLES,
                             read_tables, vrf_index)
@@ -40,6 +40,11 @@ class WalkedVrf(threading.Thread):
         self.case, self.vrf, self.mark, self.ended = case, name, mark, ended
         self.failures, self.walks, self.whole_walks, self.creations = [], 0, 0, 0
 
+    @property
+    def has_been_seen(self):
+        """Often enough, by walkers and in number, to say something."""
+        return self.creations >= 12 and self.whole_walks >= 5
+
     def run(self):
         walkers = [threading.Thread(target=self.guard, args=(self.walk, tool)) for tool in ("bulk_walk", "walk")]
         for walker in walkers:
@@ -67,7 +72,7 @@ class WalkedVrf(threading.Thread):
             time.sleep(choice.random() / 10)
 
     def walk(self, tool):
-        client = self.case.community(f"c-{self.vrf}")
+        client = self.case.community(f"c-{self.vrf}", timeout=1)
         while not self.ended.is_set():
             try:
                 # The tools themselves stop with "OID not increasing" on a row out of order or repeated.
@@ -103,15 +108,14 @@ class VrfChurnTest(VrfCase):
         for vrf in vrfs:
             vrf.start()
         try:
-            self.watch_vrf_tables(seconds=8)
+            self.watch_vrf_tables(lambda: all(vrf.failures or vrf.has_been_seen for vrf in vrfs))
         finally:
             ended.set()
             for vrf in vrfs:
                 vrf.join()
         for vrf in vrfs:
             self.assertEqual(vrf.failures, [])
-            self.assertGreater(vrf.creations, 3, "too few VRFs were made")
-            self.assertGreater(vrf.whole_walks, 0, f"none of {vrf.walks} walks saw the neighbours")
+            self.assertTrue(vrf.has_been_seen, f"made {vrf.creations} times; {vrf.whole_walks} of {vrf.walks} walks were whole")
         self.expect_vrf_tables()
         self.expect_context(self.user("stays"), stays, "stays")
         for mark, name in enumerate(WALKED, 1):
@@ -119,10 +123,10 @@ class VrfChurnTest(VrfCase):
             self.expect_context(self.community(f"c-{name}"), namespace, name)
         self.expect_vrf_tables()
 
-    def watch_vrf_tables(self, seconds):
+    def watch_vrf_tables(self, enough):
         """The default context meanwhile: the VRF that stays is always there, and no interface without a name."""
-        end, known = time.monotonic() + seconds, {vrf_index(name) for name in ("stays", *WALKED)}
-        while time.monotonic() < end:
+        end, known = time.monotonic() + 3 * PATIENCE, {vrf_index(name) for name in ("stays", *WALKED)}
+        while not enough() and time.monotonic() < end:
             tables = read_tables(self.default.bulk_walk(ENTERPRISE), VRF_TABLES, may_be_torn=True)
             self.assertIn(vrf_index("stays"), tables[VRF])
             self.assertLessEqual(set(tables[VRF]), known)
@@ -146,7 +150,7 @@ class VrfChurnTest(VrfCase):
 
     def rounds(self, count):
         """Ten VRFs are made, served whole, and removed, over and over, under the same names."""
-        last = self.community(f"c-{POOL[-1]}")
+        last = self.community(f"c-{POOL[-1]}").impatient()
         for _ in range(count):
             for mark, name in enumerate(POOL, 1):
                 self.vrfs.add(name, *contents(mark, neighbours=20))
@@ -189,13 +193,13 @@ class ManyVrfsTest(VrfCase):
         self.mirror = self.start_mirror()
         self.agent = self.start_agent()
         self.wait_until_complete()
-        eventually(self.all_answer, "not all contexts answer", timeout=20)
+        eventually(self.all_answer, "not all contexts answer")
         self.assertEqual(self.agent.stop(), 0)
 
         began = time.monotonic()
         self.agent = self.start_agent()
         self.wait_until_complete()
-        eventually(self.all_answer, "not all contexts answer after the agent was started again", timeout=20)
+        eventually(self.all_answer, "not all contexts answer after the agent was started again")
         took = time.monotonic() - began
         print(f"{len(SCALE)} VRFs made in {made:.1f} s; all of them answered, each with its address, {took:.1f} s after "
               "the start of the agent, most of which are the tools' own", flush=True)

@@ -18,10 +18,10 @@ class VrfNamesTest(VrfCase):
     def listed(self):
         return list(read_tables(self.default.bulk_walk(VRF), [VRF])[VRF])
 
-    def expect_listed(self, names, timeout=5):
+    def expect_listed(self, names):
         # The length comes first in such an index, so a shorter name comes before a longer one.
         expected = sorted(vrf_index(name) for name in names)
-        eventually(lambda: self.listed() == expected, lambda: f"listed {self.listed()}\nexpected {expected}", timeout)
+        eventually(lambda: self.listed() == expected, lambda: f"listed {self.listed()}\nexpected {expected}")
 
     def test_names_of_any_bytes(self):
         for name in NAMES[::2]:
@@ -29,7 +29,7 @@ class VrfNamesTest(VrfCase):
         self.start_system()
         for name in NAMES[1::2]:
             self.vrfs.add(name)
-        self.expect_listed(NAMES, timeout=15)
+        self.expect_listed(NAMES)
         self.expect_vrf_tables()
         self.assertEqual({length for length, *_ in self.listed()} & {1, LONGEST}, {1, LONGEST})
         for number, name in enumerate(NAMES):

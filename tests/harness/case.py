@@ -10,7 +10,7 @@ import threading
 import time
 import unittest
 
-from harness.namespace import Namespace
+from harness.namespace import PATIENCE, Namespace
 from harness.programs import BIN_DIR, Program
 from harness.snmp import IP_FORWARDING, Client
 from harness.tables import kernel_rows
@@ -20,7 +20,7 @@ CONFIGURATION = "rwcommunity private 127.0.0.1\n"
 SKIPPED = 77  # what ctest knows as "skipped"
 
 
-def eventually(condition, what, timeout=5.0, interval=0.01):
+def eventually(condition, what, timeout=PATIENCE, interval=0.01):
     """Asks again until the condition holds; `what` says what did not come true. Returns what the condition gave."""
     end = time.monotonic() + timeout
     while True:
@@ -113,15 +113,15 @@ class SystemCase(unittest.TestCase):
                 self.assertTrue(program.running or not program.is_expected_to_run, f"{program.name} ended; it said:\n{program.output()}")
             return waiting.has(IP_FORWARDING)
 
-        eventually(complete, "the agent does not answer ipForwarding.0", timeout=15)
+        eventually(complete, "the agent does not answer ipForwarding.0")
 
-    def expect_rows(self, expected=None, timeout=5):
+    def expect_rows(self, expected=None):
         """The agent's ipAddrTable becomes the expected one, by default the kernel's, and nothing else."""
         def wanted():
             return kernel_rows(self.namespace) if expected is None else expected
 
         eventually(lambda: self.client.ip_addr_rows() == wanted(),
-                   lambda: f"agent {self.client.ip_addr_rows()}\nexpected {wanted()}", timeout)
+                   lambda: f"agent {self.client.ip_addr_rows()}\nexpected {wanted()}")
 
     def report(self):
         """What the programs said last, for a failed test."""
@@ -147,7 +147,7 @@ class Result(unittest.TextTestResult):
         self.show(test)
 
 
-def main(seconds=240):
+def main(seconds=840):
     """Runs the tests of the calling file. `seconds` bounds it: the clean-up must come before ctest's limit."""
     if os.geteuid() != 0:
         print("skipped: needs root, to make network namespaces")

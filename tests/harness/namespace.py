@@ -5,6 +5,10 @@ import json
 import os
 import subprocess
 
+# How long a test waits, in seconds, for what must come true. A wait ends when it does, so this is only ever used up by a
+# failure; it is ample, since the machine may be busy with other work.
+PATIENCE = 60
+
 
 class CommandFailed(Exception):
     pass
@@ -12,7 +16,7 @@ class CommandFailed(Exception):
 
 def run_command(command, input_text=None, check=True):
     """Runs a command and returns its CompletedProcess; a failure names the command and its own words."""
-    done = subprocess.run(command, input=input_text, capture_output=True, text=True, timeout=60)
+    done = subprocess.run(command, input=input_text, capture_output=True, text=True, timeout=2 * PATIENCE)
     if check and done.returncode != 0:
         raise CommandFailed(f"{' '.join(command)}: status {done.returncode}: {done.stderr.strip()}")
     return done

@@ -5,6 +5,8 @@ import signal
 import subprocess
 import time
 
+from harness.namespace import PATIENCE
+
 BIN_DIR = os.environ.get("QUORIN_BIN_DIR", "")
 SANITIZER_SIGNS = ("ERROR: AddressSanitizer", "ERROR: LeakSanitizer", "runtime error:")
 
@@ -40,7 +42,7 @@ class Program:
     def signal(self, number):
         self.process.send_signal(number)
 
-    def wait(self, timeout=10):
+    def wait(self, timeout=PATIENCE):
         """Waits for the program to end by itself; returns its status."""
         self.is_expected_to_run = False
         try:
@@ -63,7 +65,7 @@ class Program:
         self.process.kill()
         self.process.wait()
 
-    def wait_for_output(self, pattern, timeout=5):
+    def wait_for_output(self, pattern, timeout=PATIENCE):
         """Waits until a line matches the compiled pattern; returns it."""
         end = time.monotonic() + timeout
         while True:

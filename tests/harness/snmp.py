@@ -35,15 +35,15 @@ class VarBind:
 
 
 class Client:
-    def __init__(self, namespace, agent="udp:127.0.0.1:1161", access=("-v2c", "-c", "private"), timeout=2):
+    def __init__(self, namespace, agent="udp:127.0.0.1:1161", access=("-v2c", "-c", "private"), timeout=5, retries=0):
         self.namespace = namespace
         self.agent = agent
         self.access = access
-        self.options = [*access, "-t", str(timeout), "-r", "0", "-On", "-m", ""]
+        self.options = [*access, "-t", str(timeout), "-r", str(retries), "-On", "-m", ""]
 
     def impatient(self):
-        """The same for an agent that may not listen yet: the tools would wait for their whole time for an answer."""
-        return Client(self.namespace, self.agent, self.access, timeout=0.2)
+        """The same for an agent that may not listen yet, which is asked again every 0.2 s, and given up after one."""
+        return Client(self.namespace, self.agent, self.access, timeout=0.2, retries=4)
 
     def get(self, *oids):
         return self.ask("snmpget", *oids)

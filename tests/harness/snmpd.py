@@ -66,9 +66,9 @@ class SnmpdCase(SystemCase):
     def is_served_by_us(self, client=None):
         return (client or self.client).has(f"{REASM_MAX_SIZE}.10.0.0.1")
 
-    def wait_until_served_by_us(self, timeout=10):
+    def wait_until_served_by_us(self):
         waiting = self.client.impatient()
-        eventually(lambda: self.is_served_by_us(waiting), "ipAddrTable is still snmpd's", timeout)
+        eventually(lambda: self.is_served_by_us(waiting), "ipAddrTable is still snmpd's")
 
     def names(self, oid, of_ours):
         return [bind.oid for bind in self.client.bulk_walk(oid) if is_ours(bind.oid) == of_ours]

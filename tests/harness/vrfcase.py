@@ -35,17 +35,17 @@ class VrfClients:
     def start_mirror(self, *options):
         return self.start("quorin-mirrord", "-f", "--store", self.store, "--netns-dir", self.vrfs.path, *options)
 
-    def community(self, name, timeout=2):
+    def community(self, name, timeout=5):
         return Client(self.namespace, self.client.agent, ("-v2c", "-c", name, *WHOLE), timeout)
 
-    def user(self, context, name="alice", timeout=2):
+    def user(self, context, name="alice", timeout=5):
         access = ("-v3", "-u", name, "-l", "authPriv", "-a", "SHA", "-A", "authentic-pass", "-x", "AES", "-X",
                   "private-pass", "-n", context)
         return Client(self.namespace, self.client.agent, (*access, *WHOLE), timeout)
 
-    def wait_for_context(self, client, timeout=10):
+    def wait_for_context(self, client):
         waiting = client.impatient()
-        eventually(lambda: waiting.has(SYS_UP_TIME), "the context does not answer", timeout)
+        eventually(lambda: waiting.has(SYS_UP_TIME), "the context does not answer")
 
 
 class VrfCase(VrfClients, SystemCase):
@@ -74,7 +74,7 @@ class VrfCase(VrfClients, SystemCase):
             self.numbers = self.vrf_ids()
         return self.numbers[name]
 
-    def expect(self, served, expected, what, timeout=5):
+    def expect(self, served, expected, what):
         """`served` becomes what `expected` gives. Both are asked again and again, since both may change."""
         last = {}
 
@@ -86,18 +86,18 @@ class VrfCase(VrfClients, SystemCase):
                 return False
             return last["served"] == last["expected"]
 
-        eventually(same, lambda: f"{what}: {difference(last)}", timeout, interval=0.02)
+        eventually(same, lambda: f"{what}: {difference(last)}", interval=0.02)
 
-    def expect_context(self, client, namespace, name=None, timeout=5):
+    def expect_context(self, client, namespace, name=None):
         """All IP tables of a context are the kernel's, row for row."""
         self.expect(lambda: read_tables(client.bulk_walk(IP), IP_TABLES),
-                    lambda: kernel_tables(namespace, self.vrf_id(name) if name else 0), f"context {name}", timeout)
+                    lambda: kernel_tables(namespace, self.vrf_id(name) if name else 0), f"context {name}")
 
-    def expect_vrf_tables(self, names=None, timeout=5):
+    def expect_vrf_tables(self, names=None):
         """The VRF tables list these VRFs, by default every one that was made."""
         namespaces = {name: self.vrfs.namespaces[name] for name in names or self.vrfs.namespaces}
         self.expect(lambda: read_tables(self.default.bulk_walk(ENTERPRISE), VRF_TABLES),
-                    lambda: vrf_tables(namespaces, self.vrf_id), "VRF tables", timeout)
+                    lambda: vrf_tables(namespaces, self.vrf_id), "VRF tables")
 
 
 def difference(found):
