@@ -120,13 +120,10 @@ class CountersTest(VrfCase):
             first = int(self.sw_fwd(self.default)[(1,)][4])
             eventually(lambda: int(self.sw_fwd(self.default)[(1,)][4]) > first, "requests are not counted")
         with self.subTest("counters of the interfaces of all VRFs, in the default context alone"):
-            ids = {}
-
             def expected():
-                return {IF_STATS: interface_rows(self.namespace, 0) | interface_rows(red, ids[RED])
-                        | interface_rows(blue, ids[BLUE])}
+                return {IF_STATS: interface_rows(self.namespace, 0) | interface_rows(red, self.vrf_id(RED))
+                        | interface_rows(blue, self.vrf_id(BLUE))}
 
-            ids.update(self.vrf_ids())
             self.expect(lambda: read_tables(self.default.bulk_walk(IF_STATS), [IF_STATS]), expected, "interfaces")
             self.assertEqual([bind for bind in self.community(f"c-{RED}").walk(IF_STATS) if bind.exists], [])
         with self.subTest("the last values stay when the namespace is not found, as long as the context is there"):

@@ -16,7 +16,7 @@ NAMES = ("r", "b.lue", "...", " ", "two words", "tab\there", "line\nbreak", 'quo
 
 class VrfNamesTest(VrfCase):
     def listed(self):
-        return list(read_tables(self.default.bulk_walk(VRF), [VRF])[VRF])
+        return list(read_tables(self.default.bulk_walk(VRF), [VRF], may_be_torn=True)[VRF])
 
     def expect_listed(self, names):
         # The length comes first in such an index, so a shorter name comes before a longer one.

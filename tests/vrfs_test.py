@@ -202,7 +202,7 @@ class VrfsTest(VrfCase):
         self.wait_until_complete()
 
         def row(name):
-            return read_tables(self.default.bulk_walk(VRF), [VRF])[VRF].get(vrf_index(name))
+            return read_tables(self.default.bulk_walk(VRF), [VRF], may_be_torn=True)[VRF].get(vrf_index(name))
 
         eventually(lambda: row("red") == {2: "00", 3: b"65000:1".hex(), 4: "1"}, lambda: row("red"))
         eventually(lambda: row("blue") == {2: "00", 3: "", 4: "1"}, lambda: row("blue"))
