@@ -4,7 +4,7 @@
 // A VRF is made when the agent is ready and the VRF has a routing information entity (IPv4), a routing configuration
 // and an id; and has none of this yet. It is unmade when its local status record goes. The VRFs that are known when
 // the agent becomes ready are made by a task that yields; later, each event that may complete a VRF examines that VRF
-// at once. The order of arrival does not matter (docs/decisions/0017): the routing configuration may come last, and a
+// at once. The order of arrival does not matter (docs/decisions/0018): the routing configuration may come last, and a
 // VRF without a local status record is unmade when one of the other conditions no longer holds.
 //
 // A VRF that cannot be made because a table cannot be read is left as if it had not been examined. The task examines it
