@@ -230,7 +230,11 @@ void AgentTree::reconfigure() {
   const bool areEnabled = areRouteTablesEnabled();
   const bool isSame = !managementInterfacesChange() && areEnabled == routeTablesEnabled_;
   routeTablesEnabled_ = areEnabled;
-  if (!isSame) restart();
+  if (!isSame) return restart();
+  if (const auto sm = ipRoot_->ipRouteTableSm()) sm->reconfigure();
+  for (const auto& [name, root] : ipRoot_->vrfRootSm()->vrfRoot()) {
+    if (const auto sm = root->ipRouteTableSm()) sm->reconfigure();
+  }
 }
 
 void AgentTree::restart() {

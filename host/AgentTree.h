@@ -42,7 +42,7 @@ class AgentTree {
   // `changed` is called whenever that is another machine, which is when all routes are read anew: the publisher keeps
   // its FECs in another way, or the configuration has the route tables served no more, or again.
   void vrfRootSmChangedIs(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
-  // The configuration was read again.
+  // The configuration was read again: what has changed in it takes effect.
   void reconfigure();
 
  private:

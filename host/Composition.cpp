@@ -62,8 +62,8 @@ void Composition::reconfigure() {
   const bool isSame = config->disabledObjects() == config_->disabledObjects() &&
                       config->managementInterfaces() == config_->managementInterfaces();
   config_ = config;
-  if (isSame) return;
   tree_.reconfigure();
+  if (isSame) return;
   contexts_.leave("");
   contexts_.enter("");
   vrfContexts_.reenter();

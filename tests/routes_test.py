@@ -99,12 +99,22 @@ class RoutesTest(VrfCase):
     def test_changes_while_it_runs(self):
         blue = self.vrfs.add("blue")
         self.populate(blue)
+        with open(self.configuration, encoding="utf-8") as file:
+            access = file.read()
+        self.write_configuration(access + "quorinRouteCountInterval 86400\n")
         self.start_system()
         client = self.community("c-blue")
         self.wait_for_context(client)
         for line in KINDS:
             blue.ip_batch([line])
         self.expect_routes(client, blue, "blue")
+        with self.subTest("the number of rows is counted at the start, and then at the interval of the configuration"):
+            rows = len(self.table(client)[ROUTE])
+            number = f"{IP}.24.3.0"
+            self.assertIn(client.get(number)[0].value, {str(len(INTERFACES)), str(rows)})
+            self.write_configuration(access + "quorinRouteCountInterval 1\n")
+            self.agent.signal(signal.SIGHUP)
+            eventually(lambda: client.get(number)[0].value == str(rows), "the number of rows does not follow")
         for what, lines in CHANGES:
             with self.subTest(what):
                 blue.ip_batch(lines)

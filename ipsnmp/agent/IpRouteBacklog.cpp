@@ -87,6 +87,7 @@ void IpRouteTableSm::doProcessRouteBacklog() {
   routeBookmarkIs(processBacklog(routeWords, *task, vrfName(), routeBacklog(), routeBookmark(), scanNext,
                                  [this](const Vantu::Prefix& prefix) { processRoute(prefix); }));
   routeChangesIs(true);
+  requestFirstCount();
 }
 
 void IpRouteTableSm::doProcessFecBacklog() {
@@ -101,6 +102,7 @@ void IpRouteTableSm::doProcessFecBacklog() {
   fecBookmarkIs(processBacklog(fecWords, *task, vrfName(), fecBacklog(), fecBookmark(), scanNext,
                                [this](const Quillo::Fib::FecId& fecId) { processFec(fecId); }));
   routeChangesIs(true);
+  requestFirstCount();
 }
 
 void IpRouteTableSm::scanRoutes() {

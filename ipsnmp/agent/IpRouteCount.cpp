@@ -17,6 +17,19 @@ void IpRouteTableSm::handleRouteCountTimer() {
   timer->scheduleTaskDelay(routeCountInterval());
 }
 
+void IpRouteTableSm::requestFirstCount() {
+  const auto isRead = [](const auto& table) { return table && table->initialized(); };
+  const bool areRead = isRead(routeStatus()) && (!vrfForwardingStatus() || isRead(vrfForwardingStatus()));
+  const bool areWorkedOff =
+      routeBacklog().empty() && !routeScan_.isOn() && fecBacklog().empty() && !isScanningFecs_;
+  if (isFirstCountRequested_ || !areRead || !areWorkedOff || !routeCountTask()) return;
+  isFirstCountRequested_ = true;
+  routeCountExpectedIterInc();
+  routeCountTask()->scheduleTask();
+  // FECs that all VRFs share are another machine's, which may have some of them still to read.
+  routeChangesIs(!localForwardingFecs());
+}
+
 void IpRouteTableSm::doCountRoutes() {
   QTRACE_ENTRY(ipRouteTableSmTrace, this);
   const auto task = routeCountTask();

@@ -4,6 +4,7 @@
 
 #include "ipsnmp/ProtocolMap.h"
 #include "ipsnmp/agent/IpRouteTrace.h"
+#include "snmp/SnmpUtil.h"
 
 KEL_TYPE_DEFINE(IpSnmp::IpRouteTableSm)
 
@@ -23,6 +24,10 @@ void scanIfReadable(Scan scan) {
     scan();
   } catch (const Quillo::StoreException&) {
   }
+}
+
+double configuredInterval() {
+  return SnmpUtil::getSnmpConfig()->routeCountInterval();
 }
 
 }  // namespace
@@ -55,6 +60,7 @@ void IpRouteTableSm::doInstantiate() {
   routeCountTimerTaskIs(
       Kel::makePtr<KelRouteCountTimerTask>(this, taskScheduler(), taskName("Route count timer"), countPriority));
   routeChangesIs(true);
+  routeCountIntervalIs(configuredInterval());
   routeCountTimerTask()->scheduleTaskDelay(routeCountInterval());
   kelIfMib_ = Kel::makePtr<KelIfMib>(this);
   kelIfMib_->notifierIs(ifMib());
@@ -105,6 +111,12 @@ void IpRouteTableSm::stop() {
   }
   fecsAndPrefixesDel();
   localForwardingFecsDel();
+}
+
+void IpRouteTableSm::reconfigure() {
+  if (isStopped() || routeCountInterval() == configuredInterval()) return;
+  routeCountIntervalIs(configuredInterval());
+  if (routeCountTimerTask()) routeCountTimerTask()->scheduleTaskDelay(routeCountInterval());
 }
 
 void IpRouteTableSm::routeStatusIs(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus) {

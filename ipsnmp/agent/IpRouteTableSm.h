@@ -7,6 +7,7 @@
 //   route task, FEC task  work the backlogs off, with a bookmark where a pass that yields goes on
 //   route count task      counts the rows, prefix by prefix; the number changes at the end of a pass only
 //   route count timer     asks for a count, at most once an interval and only after something changed
+// The first count does not wait for the timer: it is taken as soon as both backlogs are worked off for the first time.
 //
 // A table as a whole (at the start, and when it tells that anything may have changed) is entered in its backlog in
 // pieces: the first one at once, which is all of a small table, and each further one when the task has worked off
@@ -59,7 +60,7 @@ class IpRouteTableSm : public Kel::Entity {
   KEL_OWNED(KelRouteCountTimerTask, routeCountTimerTask, RouteCountTimerTask)
 
   KEL_STORED(bool, routeChanges, RouteChanges, false)               // rows may have changed since the last count
-  KEL_STORED(double, routeCountInterval, RouteCountInterval, 60.0)  // seconds, from the next firing on
+  KEL_STORED(double, routeCountInterval, RouteCountInterval, 60.0)  // seconds; at first the configured ones
   KEL_STORED(std::uint32_t, routeCountCurrentIter, RouteCountCurrentIter, 0)    // the pass that runs or last ran
   KEL_STORED(std::uint32_t, routeCountExpectedIter, RouteCountExpectedIter, 0)  // passes that were asked for
   // Where a count that yielded goes on; 0.0.0.0/0 when none is under way. It is never the first prefix of a pass,
@@ -85,6 +86,9 @@ class IpRouteTableSm : public Kel::Entity {
   // In the place of the present tables: the cache is compared with them, and they are watched.
   void routeStatusIs(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus);
   void vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::ForwardingStatus> vrfForwardingStatus);
+
+  // The configuration was read again: the timer begins anew if the interval is another one.
+  void reconfigure();
 
   void routeBacklogIs(const Vantu::Prefix& prefix) { routeBacklogIs(prefix, true); }
   void fecBacklogIs(const Quillo::Fib::FecId& fecId) { fecBacklogIs(fecId, true); }
@@ -149,6 +153,7 @@ class IpRouteTableSm : public Kel::Entity {
   void processRoute(const Vantu::Prefix& prefix);
   void processFec(const Quillo::Fib::FecId& fecId);
   void forwardFecIs(const Quillo::Fib::Fec& fec);
+  void requestFirstCount();
   std::int32_t rowCount(const Vantu::Prefix& prefix);
 
   Kel::Ptr<KelRouteStatus> kelRouteStatus_;
@@ -163,6 +168,7 @@ class IpRouteTableSm : public Kel::Entity {
 
   Quillo::Fib::Fec fecScratch_;
   IpForwardMib::Resolved countScratch_;
+  bool isFirstCountRequested_ = false;
 };
 
 }  // namespace IpSnmp

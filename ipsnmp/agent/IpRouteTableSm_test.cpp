@@ -79,6 +79,7 @@ TEST_F(RouteSm, unifiedTableSharesTheFecsOfTheDefaultVrf) {
   RouteIterator at(redMib);
   ASSERT_TRUE(at);
   EXPECT_EQ(rowText(*at), "10.7.0.0/16 10.1.1.2 if3 type4 proto7 metric10 pref1");
+  EXPECT_EQ(redMib->numRoutes(), 2);
 }
 
 TEST_F(RouteSm, wrongTablesAreFatal) {
@@ -108,6 +109,7 @@ TEST_F(RouteSm, tablesThatAreAbsentOrNotReadyHaveNothing) {
   fecs->initializedIs();
   run();
   EXPECT_EQ(rows().size(), 1u);
+  EXPECT_EQ(mib->numRoutes(), 1) << "the first count waits for the tables";
 }
 
 // ---- backlogs ----
@@ -335,14 +337,34 @@ TEST_F(RouteSm, damagedTablesAreEmptyUntilTheyAreSound) {
   EXPECT_EQ(rows().size(), 1u);
 }
 
+TEST_F(RouteSm, unreadableTablesAreNotAskedAgainBeforeTheyTell) {
+  smIs();
+  run();
+  routes->isUnreadable = fecs->isUnreadable = true;
+  routeIs("10.0.0.0/24", 1);
+  fecIs(1, {{"10.1.1.9", "eth0"}});
+  for (int i = 0; i < 5; ++i) scheduler_->runReady();
+  EXPECT_TRUE(scheduler_->idle());
+  EXPECT_EQ(sm->routeBacklog().size(), 1u);
+  EXPECT_EQ(sm->fecBacklog().size(), 1u);
+  routes->isUnreadable = fecs->isUnreadable = false;
+  routes->tableIs(routes->map);
+  fecs->tableIs(fecs->map);
+  run();
+  EXPECT_EQ(rowTexts(), Texts{"10.0.0.0/24 10.1.1.9 if3 type4 proto7 metric10 pref1"});
+}
+
 // ---- the end ----
 
 TEST_F(RouteSm, stoppingTakesEverythingOutOfTheCache) {
   routeIs("10.0.0.0/24", 1);
   smIs();
+  run();
+  ASSERT_EQ(mib->numRoutes(), 1);
   routeIs("10.0.1.0/24", 1);
   RouteIterator at(mib);
   sm->kelStop();
+  EXPECT_EQ(mib->numRoutes(), 0);
   EXPECT_FALSE(mib->routeStatus());
   EXPECT_FALSE(mib->vrfForwardingStatus());
   EXPECT_FALSE(mib->fecsAndPrefixes());

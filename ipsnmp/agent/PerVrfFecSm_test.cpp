@@ -72,8 +72,12 @@ TEST_F(FecSm, prefixesMoveWithTheirRoutes) {
 // The first piece goes at once, the others in a task; a change in between begins the FEC anew.
 TEST_F(FecSm, fecOfManyRoutesIsWorkedOffInPieces) {
   const unsigned size = 3 * PerVrfFecSm::pieceSize + 5;
-  for (unsigned i = 0; i < size; ++i) routes->map[numbered(i)] = route(numbered(i), 3);
+  for (unsigned i = 0; i < size; i += 2) routes->map[numbered(i)] = route(numbered(i), 3);
   smsAre();
+  EXPECT_EQ(fecSm->fecRouteList()->prefixCount(), (size + 1) / 2 + 4);
+  for (unsigned i = 1; i < size; i += 2) routes->map[numbered(i)] = route(numbered(i), 3);
+  routes->tableIs(routes->map);  // read in pieces as the first one was
+  run();
   EXPECT_EQ(fecSm->fecRouteList()->prefixCount(), size + 4);
   sm->routeTask()->cancelTask();
   sm->routeTask()->quantumIs(1e-9);  // so that the backlog stays to be seen
@@ -86,6 +90,9 @@ TEST_F(FecSm, fecOfManyRoutesIsWorkedOffInPieces) {
   for (unsigned i = 0; i < size; ++i) all.insert(numbered(i));
   for (const auto& prefix : queued()) all.erase(prefix);
   EXPECT_EQ(all.size(), 0u) << "first " << *all.begin();
+  sm->routeTask()->quantumIs(1);
+  for (int i = 0; i < 200; ++i) scheduler_->runReady();
+  EXPECT_TRUE(scheduler_->idle()) << "no task works on without work";
 }
 
 TEST_F(FecSm, anotherForwardingTableConcernsEveryRoute) {

@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <charconv>
 
 #include "kel/Errors.h"
 
@@ -47,6 +48,17 @@ void Config::kernelIpHeaderIs(const Kel::String& word) {
 
 void Config::managementInterfaceIs(const Kel::String& name) {
   managementInterfaces_.insert(Vantu::IntfId(name));
+}
+
+void Config::routeCountIntervalIs(const Kel::String& seconds) {
+  constexpr unsigned longest = 86400;
+  unsigned value = 0;
+  const auto* const end = seconds.data() + seconds.size();
+  const auto [rest, error] = std::from_chars(seconds.data(), end, value);
+  if (error != std::errc() || rest != end || value < 1 || value > longest) {
+    throw Kel::RangeException(fmt::format("'{}' is no number of seconds from 1 to {}", seconds, longest));
+  }
+  routeCountInterval_ = value;
 }
 
 }  // namespace Snmp

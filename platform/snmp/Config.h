@@ -46,12 +46,18 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a text that is no interface id.
   void managementInterfaceIs(const Kel::String& name);
 
+  // Seconds between two counts of a VRF's routes (ipCidrRouteNumber), 1 to 86400.
+  unsigned routeCountInterval() const { return routeCountInterval_; }
+  // Throws Kel::RangeException for a text that is no such number.
+  void routeCountIntervalIs(const Kel::String& seconds);
+
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
   Kel::String netnsDirectory_;
   bool takesAnyKernelIpHeader_ = false;
   std::set<Vantu::IntfId> managementInterfaces_;
+  unsigned routeCountInterval_ = 60;
 };
 
 }  // namespace Snmp

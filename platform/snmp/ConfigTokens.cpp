@@ -63,6 +63,10 @@ void managementInterfaces(const char* token, char* line) {
   });
 }
 
+void routeCountInterval(const char* token, char* line) {
+  parse(token, [&] { state().config->routeCountIntervalIs(line); });
+}
+
 void trace(const char* token, char* line) {
   parse(token, [&] { Kel::TraceConfig::levelsAre(line); });
 }
@@ -101,13 +105,15 @@ void registerConfigTokens() {
   register_app_config_handler("quorinNetnsDir", netnsDirectory, nullptr, "DIR");
   register_app_config_handler("quorinKernelIpHeader", kernelIpHeader, nullptr, "strict | any");
   register_app_config_handler("quorinManagementInterfaces", managementInterfaces, nullptr, "INTERFACE...");
+  register_app_config_handler("quorinRouteCountInterval", routeCountInterval, nullptr, "SECONDS   (1 to 86400)");
   register_app_config_handler("quorinTrace", trace, nullptr, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)");
   register_app_config_handler("quorinTraceOutput", traceOutput, nullptr, "stderr | syslog | FILE");
 }
 
 void unregisterConfigTokens() {
-  for (const char* token : {"quorinDisableObjects", "quorinStore", "quorinNetnsDir", "quorinKernelIpHeader",
-                            "quorinManagementInterfaces", "quorinTrace", "quorinTraceOutput"}) {
+  for (const char* token :
+       {"quorinDisableObjects", "quorinStore", "quorinNetnsDir", "quorinKernelIpHeader", "quorinManagementInterfaces",
+        "quorinRouteCountInterval", "quorinTrace", "quorinTraceOutput"}) {
     unregister_app_config_handler(token);
   }
 }

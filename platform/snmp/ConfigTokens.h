@@ -8,6 +8,7 @@
 //   quorinKernelIpHeader strict | any          whether a longer header of the kernel's IPv4 statistics is taken
 //   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
 //                                              "red/eth0", or "eth0" for those of all VRFs
+//   quorinRouteCountInterval SECONDS           time between two counts of a VRF's routes (ipCidrRouteNumber)
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //

@@ -87,6 +87,16 @@ TEST_F(ConfigTest, kernelIpHeaderIsStrictUnlessTheLastLineSaysAny) {
   EXPECT_FALSE(takesAny());
 }
 
+TEST_F(ConfigTest, routeCountIntervalIsAMinuteUnlessAWholeNumberIsGiven) {
+  const auto interval = [] { return SnmpUtil::getSnmpConfig()->routeCountInterval(); };
+  read("quorinRouteCountInterval 5\n");
+  EXPECT_EQ(interval(), 5U);
+  read("quorinRouteCountInterval 0\nquorinRouteCountInterval 86401\nquorinRouteCountInterval 5s\n");
+  EXPECT_EQ(interval(), 60U);
+  ASSERT_EQ(logged().size(), 3U);
+  EXPECT_THAT(logged()[2], HasSubstr("line 3: Error: quorinRouteCountInterval: '5s' is no number of seconds"));
+}
+
 TEST_F(ConfigTest, managementInterfacesAddUp) {
   read("quorinManagementInterfaces eth0 red/eth1\nquorinManagementInterfaces eth2\n");
   EXPECT_THAT(SnmpUtil::getSnmpConfig()->managementInterfaces(),
