@@ -95,7 +95,7 @@ void IpRouteTableSm::doProcessFecBacklog() {
   const auto task = fecTask();
   if (!task || !localForwardingFecs()) return;
   const auto scanNext = [this] {
-    if (!isScanningFecs_) return false;
+    if (fecScan_ == FecScan::none) return false;
     scanFecs();
     return true;
   };
@@ -120,25 +120,30 @@ void IpRouteTableSm::scanRoutes() {
 
 void IpRouteTableSm::scanFecs() {
   std::vector<Quillo::Fib::FecId> piece;
-  if (!knownFecs_.empty()) {
-    const auto count = std::min(fecPieceSize, knownFecs_.size());
-    piece.assign(knownFecs_.end() - static_cast<std::ptrdiff_t>(count), knownFecs_.end());
-    knownFecs_.resize(knownFecs_.size() - count);
-    if (knownFecs_.empty()) knownFecs_.shrink_to_fit();
-  } else {
+  const auto enter = [&](const Quillo::Fib::FecId& fecId) {
+    if (fecId != fecScanAfter_) piece.push_back(fecId);
+    return piece.size() < fecPieceSize;
+  };
+  if (fecScan_ == FecScan::known) {
+    auto at = knownFecs_.lower_bound(fecScanAfter_);
+    while (at != knownFecs_.end() && enter(*at)) ++at;
+    if (piece.size() < fecPieceSize) {
+      fecScan_ = FecScan::table;
+      fecScanAfter_ = Quillo::Fib::FecId();
+    }
+  }
+  if (fecScan_ == FecScan::table && piece.empty()) {
     try {
       if (vrfForwardingStatus()) {
-        vrfForwardingStatus()->forEachFec(fecScanAfter_, [&](const Quillo::Fib::Fec& fec) {
-          if (fec.fecId != fecScanAfter_) piece.push_back(fec.fecId);
-          return piece.size() < fecPieceSize;
-        });
+        vrfForwardingStatus()->forEachFec(fecScanAfter_,
+                                          [&](const Quillo::Fib::Fec& fec) { return enter(fec.fecId); });
       }
     } catch (const Pesk::CorruptionDetectedException& damage) {
       vrfForwardingStatus()->corruptionDetected(damage.what());
     }
-    isScanningFecs_ = piece.size() == fecPieceSize;
-    if (isScanningFecs_) fecScanAfter_ = piece.back();
+    if (piece.size() < fecPieceSize) fecScan_ = FecScan::none;
   }
+  fecScanAfter_ = piece.size() == fecPieceSize ? piece.back() : Quillo::Fib::FecId();
   for (const auto& fecId : piece) {
     QTRACE(ipRouteTableSmTrace, 6) << "void IpSnmp::IpRouteTableSm::handleFec()"
                                    << " initially for " << fecId;
@@ -175,7 +180,7 @@ void IpRouteTableSm::processFec(const Quillo::Fib::FecId& fecId) {
   fecBacklogDel(fecId);
   if (!fecScratch_.exists()) {
     QTRACE(ipRouteTableSmTrace, 6) << fecId << " fec deleted";
-    localForwardingFecs()->forwardFecDel(fecId);
+    forwardFecDel(fecId);
     return;
   }
   QTRACE(ipRouteTableSmTrace, 6) << fecId << " fec added";
@@ -183,8 +188,13 @@ void IpRouteTableSm::processFec(const Quillo::Fib::FecId& fecId) {
     forwardFecIs(fecScratch_);
   } catch (const Kel::RangeException& error) {
     QTRACE(ipRouteTableSmTrace, 0) << "VRF " << vrfName() << " fec " << fecId << " is not served: " << error.what();
-    localForwardingFecs()->forwardFecDel(fecId);
+    forwardFecDel(fecId);
   }
+}
+
+void IpRouteTableSm::forwardFecDel(const Quillo::Fib::FecId& fecId) {
+  localForwardingFecs()->forwardFecDel(fecId);
+  knownFecs_.erase(fecId);
 }
 
 // Makes the next hops of the FEC equal to its vias'.
@@ -193,6 +203,7 @@ void IpRouteTableSm::forwardFecIs(const Quillo::Fib::Fec& fec) {
     throw Kel::RangeException(fmt::format("PodArray::set expected size <= {}", Quillo::Fib::Fec::maxVias));
   }
   const auto forwardFec = localForwardingFecs()->forwardFecIs(fec.fecId);
+  knownFecs_.insert(fec.fecId);
   Kel::OrderedMap<Vantu::IpAddr, Quillo::Fib::ViaIndex> wanted;
   for (unsigned i = 0; i < fec.via.size(); ++i) {
     const auto& hop = fec.via[i].hop;

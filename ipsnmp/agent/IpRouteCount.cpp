@@ -21,7 +21,7 @@ void IpRouteTableSm::requestFirstCount() {
   const auto isRead = [](const auto& table) { return table && table->initialized(); };
   const bool areRead = isRead(routeStatus()) && (!vrfForwardingStatus() || isRead(vrfForwardingStatus()));
   const bool areWorkedOff =
-      routeBacklog().empty() && !routeScan_.isOn() && fecBacklog().empty() && !isScanningFecs_;
+      routeBacklog().empty() && !routeScan_.isOn() && fecBacklog().empty() && fecScan_ == FecScan::none;
   if (isFirstCountRequested_ || !areRead || !areWorkedOff || !routeCountTask()) return;
   isFirstCountRequested_ = true;
   routeCountExpectedIterInc();

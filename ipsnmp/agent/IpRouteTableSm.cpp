@@ -183,8 +183,7 @@ void IpRouteTableSm::handleFec() {
 
 void IpRouteTableSm::rescanFecs() {
   if (!localForwardingFecs()) return;
-  isScanningFecs_ = true;
-  knownFecs_ = localForwardingFecs()->forwardFec().keys();
+  fecScan_ = FecScan::known;
   fecScanAfter_ = Quillo::Fib::FecId();
   doSetupFecBacklogTimer();
 }

@@ -19,6 +19,8 @@
 //
 // Stopping or destroying the machine takes the tables, prefixes and FECs out of the cache again.
 
+#include <absl/container/btree_set.h>
+
 #include "brev/OwnedTask.h"
 #include "ipsnmp/IpForwardMib.h"
 #include "quillo/RouteScan.h"
@@ -153,6 +155,7 @@ class IpRouteTableSm : public Kel::Entity {
   void processRoute(const Vantu::Prefix& prefix);
   void processFec(const Quillo::Fib::FecId& fecId);
   void forwardFecIs(const Quillo::Fib::Fec& fec);
+  void forwardFecDel(const Quillo::Fib::FecId& fecId);
   void requestFirstCount();
   std::int32_t rowCount(const Vantu::Prefix& prefix);
 
@@ -162,9 +165,10 @@ class IpRouteTableSm : public Kel::Entity {
 
   Quillo::RouteScan<Vantu::Prefix> routeScan_;
   // The scan of the FECs: first what the cache knows, then the table.
-  bool isScanningFecs_ = false;
-  std::vector<Quillo::Fib::FecId> knownFecs_;  // still to be entered
-  Quillo::Fib::FecId fecScanAfter_;            // the table's were entered up to this one
+  enum class FecScan { none, known, table };
+  FecScan fecScan_ = FecScan::none;
+  Quillo::Fib::FecId fecScanAfter_;                // they were entered up to this one
+  absl::btree_set<Quillo::Fib::FecId> knownFecs_;  // of the cache, in order: a scan of many goes on where it was
 
   Quillo::Fib::Fec fecScratch_;
   IpForwardMib::Resolved countScratch_;
