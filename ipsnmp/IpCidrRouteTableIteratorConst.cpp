@@ -10,24 +10,38 @@ namespace {
 
 Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorConst");
 
-// Prefixes without a row, one after another, before the table of routes is asked where the next route is.
+// Prefixes without a row, one after another, before the walk asks where the next one is.
 constexpr unsigned fruitlessPrefixes = 64;
+// How often it asks then.
+constexpr unsigned maxQuestions = 16;
 
-// The first prefix behind this one that may have a route. When many routes go at once their prefixes stay until a task
-// has come to them, a million perhaps, and a request must not look each of them up.
-auto nextWithRoute(const IpForwardMib& mib, const auto& prefixes, const Vantu::IpAddrWithMask& prefix) {
-  const auto next = prefixes.upperBound(prefix);
-  if (next == prefixes.end() || !mib.routeStatus()) return next;
-  auto found = prefixes.end();
-  try {
-    mib.routeStatus()->forEachRoute(Vantu::Prefix(next->first), [&](const Quillo::Fib::Route& route) {
-      found = prefixes.lowerBound(route.prefix.addrWithMask());
-      return false;
-    });
-  } catch (const Pesk::CorruptionDetectedException&) {
-    return next;  // the lookups will meet the damage, and report it
+// The first prefix behind this one that may have a row. Two are asked until they agree: the list that the machines
+// keep, which passes over routes without a usable next hop, and the table of routes, which passes over routes that went.
+// When many go at once the list has them until the machines are told, and the order until a task has come to them.
+auto nextWithRow(const IpForwardMib& mib, const FecsAndPrefixes& order, const Vantu::IpAddrWithMask& prefix) {
+  const auto& prefixes = order.orderedPrefix();
+  const auto isGood = [&mib](const Vantu::IntfId& intfId) { return mib.validIntf(intfId); };
+  auto next = prefixes.upperBound(prefix);
+  for (unsigned question = 0; next != prefixes.end() && question < maxQuestions; ++question) {
+    Vantu::Prefix listed(next->first);
+    if (order.fecRouteList()) {
+      if (!order.fecRouteList()->nextThrough(listed, isGood, listed)) return prefixes.end();
+      next = prefixes.lowerBound(listed.addrWithMask());
+    }
+    if (next == prefixes.end() || !mib.routeStatus()) return next;
+    auto found = prefixes.end();
+    try {
+      mib.routeStatus()->forEachRoute(Vantu::Prefix(next->first), [&](const Quillo::Fib::Route& route) {
+        found = prefixes.lowerBound(route.prefix.addrWithMask());
+        return false;
+      });
+    } catch (const Pesk::CorruptionDetectedException&) {
+      return next;  // the lookups will meet the damage, and report it
+    }
+    if (found == next) break;
+    next = found;
   }
-  return found;
+  return next;
 }
 
 }  // namespace
@@ -52,6 +66,7 @@ Iterator& Iterator::operator++() {
 void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
   QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << "Index: " << index << " getNext " << getNext;
   isAtEnd_ = true;
+  gaveUp_ = false;
   // Its own handle: what a report of damage brings about may put other prefixes in the place of these.
   const auto fecsAndPrefixes = mib_ ? mib_->fecsAndPrefixes() : nullptr;
   if (!fecsAndPrefixes) return;
@@ -65,7 +80,13 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
       isAtEnd_ = false;
       return;
     }
-    at = fruitless % fruitlessPrefixes == 0 ? nextWithRoute(*mib_, prefixes, prefix) : prefixes.upperBound(prefix);
+    if (fruitless == maxFruitless) {
+      QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << prefix << " gives up";
+      gaveUp_ = true;
+      return;
+    }
+    at = fruitless % fruitlessPrefixes == 0 ? nextWithRow(*mib_, *fecsAndPrefixes, prefix)
+                                            : prefixes.upperBound(prefix);
     firstNextHop = Vantu::IpAddr();
   }
 }

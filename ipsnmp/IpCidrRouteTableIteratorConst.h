@@ -5,6 +5,10 @@
 // hops and whole tables may come and go between two steps. A step costs a search among the ordered prefixes, a
 // lookup of the route, one of its FEC and a search among the next hops.
 //
+// Prefixes without a row (IPv6 next hops, interfaces without an ifIndex) may be many in a row: behind the first few it
+// passes over them. While the machines have changes of many routes or FECs still before them, there may be some that it
+// cannot pass over; it gives up after `maxFruitless` of them, so that no request holds up the agent.
+//
 // The tos of an index has no part in where it lies: rows have tos 0, and an index with another is positioned by
 // prefix and next hop alone.
 
@@ -25,7 +29,12 @@ class IpForwardMib::IpCidrRouteTableIteratorConst {
   // the ordered prefixes hold one with host bits; the iterator is at the end then.
   void fetch(const IpCidrRouteTableIndex& index, bool getNext);
 
+  // Prefixes without a row that a fetch looks at.
+  static constexpr unsigned maxFruitless = 1000;
+
   bool isAtEnd() const { return isAtEnd_; }
+  // At the end because it gave up: there may be further rows.
+  bool gaveUp() const { return gaveUp_; }
   explicit operator bool() const { return !isAtEnd_; }
   // Not at the end:
   const IpCidrRouteTableIndex& index() const { return entry_.index(); }
@@ -41,6 +50,7 @@ class IpForwardMib::IpCidrRouteTableIteratorConst {
   Kel::Ptr<const IpForwardMib> mib_;
   IpCidrRouteTableEntry entry_;
   bool isAtEnd_ = true;
+  bool gaveUp_ = false;
 };
 
 }  // namespace IpSnmp

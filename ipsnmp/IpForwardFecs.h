@@ -3,7 +3,7 @@
 // their order: the prefixes, and the next hops of each FEC. The state machine of the route table keeps it.
 
 #include "kel/Entity.h"
-#include "quillo/Fec.h"
+#include "quillo/FecRouteList.h"
 #include "vantu/IpAddrWithMask.h"
 
 namespace IpSnmp {
@@ -47,6 +47,13 @@ class FecsAndPrefixes : public Kel::Entity {
   // Those that the routes' FECs are looked up in.
   KEL_REFERENCE(const IpForwardFecs, forwardFecs, ForwardFecs)
   KEL_TYPE_END_DECLARE
+
+  // Finds the next prefix that has a row. Null: each prefix is to be looked at.
+  const Kel::Ptr<const Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
+  void fecRouteListIs(Kel::Ptr<const Quillo::Fib::FecRouteList> list) { fecRouteList_ = std::move(list); }
+
+ private:
+  Kel::Ptr<const Quillo::Fib::FecRouteList> fecRouteList_;
 };
 
 }  // namespace IpSnmp

@@ -55,6 +55,7 @@ class CidrRouteWalker {
   }
 
   bool isAtEnd() const { return at_.isAtEnd(); }
+  bool gaveUp() const { return at_.gaveUp(); }
   const Row& row() const { return *at_; }
   const Key& key() const { return at_.index(); }
   void advance() { ++at_; }

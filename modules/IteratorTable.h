@@ -65,6 +65,7 @@ class IteratorTable final : public Table {
         auto start = startOf(cache, hint);
         auto* const walker = new W(std::move(start.walker));
         *loopContext = walker;
+        if (gaveUp(*walker)) SeekGate::walkGaveUp();
         QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker
                            << ", hintMatched=" << start.hintMatched;
         return start.isAnswerable ? rowFrom(*walker, chain) : noRow;
@@ -88,6 +89,7 @@ class IteratorTable final : public Table {
       QTRACE(trace(), 2) << name() << "_get_next_data_point - advancing loop context " << *loopContext
                          << " ; data context " << *dataContext;
       walker->advance();
+      if (gaveUp(*walker)) SeekGate::walkGaveUp();
       auto* const row = rowFrom(*walker, chain);
       if (*dataContext != nullptr) *static_cast<W*>(*dataContext) = *walker;
       return row;
@@ -136,6 +138,11 @@ class IteratorTable final : public Table {
     std::vector<IndexObject> objects;
     index.forEach([&](const auto& component) { objects.push_back({component.object, component.asnType}); });
     return objects;
+  }
+
+  static bool gaveUp([[maybe_unused]] const W& walker) {
+    if constexpr (requires { walker.gaveUp(); }) return walker.gaveUp();
+    return false;
   }
 
   static const Cache* cacheOf(const netsnmp_iterator_info* iterator) {
@@ -204,7 +211,7 @@ class IteratorTable final : public Table {
       const Key key = floorKey(floor);
       if (!floor.isExact()) return std::nullopt;
       W walker = W::behind(cache, key);
-      if (walker.isAtEnd()) return std::nullopt;
+      if (walker.isAtEnd() && !gaveUp(walker)) return std::nullopt;
       return Start{std::move(walker), true};
     } catch (const Kel::RangeException&) {
       return std::nullopt;  // there is something to be said of the hint
@@ -220,7 +227,7 @@ class IteratorTable final : public Table {
         W walker(cache, key);
         const bool hintMatched = !walker.isAtEnd() && walker.key() == key;
         if (walker.isAtEnd() || (!hintMatched && absentKeyIsTraced())) traceNotFound(key);
-        if (!walker.isAtEnd()) return {std::move(walker), true, hintMatched};
+        if (!walker.isAtEnd() || gaveUp(walker)) return {std::move(walker), true, hintMatched};
       } catch (const Kel::RangeException& error) {
         if (!SeekGate::isAskedAgain()) {
           QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
@@ -242,7 +249,7 @@ class IteratorTable final : public Table {
       } else if (!start.isHinted || floor.isCapped()) {
         W walker = walkerFrom(cache, key);
         start.isAnswerable = !walker.isAtEnd();
-        if (start.isAnswerable) start.walker = std::move(walker);
+        if (start.isAnswerable || gaveUp(walker)) start.walker = std::move(walker);
       } else if (start.hintMatched && floor.isExact()) {
         // The row that was asked from is none to look at, and each one costs the helper a copy of its index.
         start.walker.advance();

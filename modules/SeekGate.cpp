@@ -13,6 +13,7 @@ bool gateIsOn = true;
 const netsnmp_table_request_info* gateHint = nullptr;
 int gateMode = 0;
 bool isGateAnswerless = false;  // the gate asked the table in vain, and the helper is asking
+bool hasWalkGivenUp = false;
 
 extern "C" {
 void quorinFreeIndex(void* index) {
@@ -97,10 +98,15 @@ extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_regi
   const auto* outerHint = std::exchange(gateHint, hint);
   const int outerMode = std::exchange(gateMode, info->mode);
   const bool isOuterAnswerless = std::exchange(isGateAnswerless, false);
+  hasWalkGivenUp = false;
   std::optional<int> result;
   if (hint != nullptr && info->mode == MODE_GETNEXT)
     result = answerNext(handler, registration, info, requests, hint);
-  if (!result) result = netsnmp_call_next_handler(handler, registration, info, requests);
+  if (!result && !hasWalkGivenUp) result = netsnmp_call_next_handler(handler, registration, info, requests);
+  if (std::exchange(hasWalkGivenUp, false) && info->mode == MODE_GETNEXT) {
+    netsnmp_set_request_error(info, requests, SNMP_ERR_GENERR);
+    result = SNMP_ERR_GENERR;
+  }
   gateHint = outerHint;
   gateMode = outerMode;
   isGateAnswerless = isOuterAnswerless;
@@ -116,6 +122,10 @@ std::optional<SeekGate::Asked> SeekGate::asked(const netsnmp_table_request_info*
 
 bool SeekGate::isAskedAgain() {
   return isGateAnswerless;
+}
+
+void SeekGate::walkGaveUp() {
+  hasWalkGivenUp = true;
 }
 
 bool SeekGate::inject(netsnmp_handler_registration* registration) {

@@ -40,6 +40,9 @@ class SeekGate {
   // Whether the table is asked for the second time in a request, by the helper after the gate: what is wrong with a hint
   // has been traced then.
   static bool isAskedAgain();
+  // The walk of the request that is at work gave up: a row after the one that was asked from may be there or not. A
+  // GETNEXT is answered with genErr then.
+  static void walkGaveUp();
 
   // Puts a gate in front of the registration's iterator helper. False when net-snmp refuses.
   static bool inject(netsnmp_handler_registration* registration);

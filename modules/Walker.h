@@ -34,6 +34,9 @@ concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const t
 // A walker that may pass over rows above the key on its way, because its table is to be so, can also be made by
 // `passingOverNone(cache, key)`: on a row that is not above the first one whose key is not below.
 //
+// A walker that may give up, rather than look for its next row for too long, says so: `gaveUp()`, when it is at an end that
+// need not be the table's. A GETNEXT that meets this is answered with genErr.
+//
 // A walker whose rows are costly to make can be made by `behind(cache, key)` as well: as by the key, but on a row that has
 // just this key, on the next one.
 template <class W>

@@ -4,6 +4,7 @@
 
 #include "ipsnmp/agent/IpRouteTableSm.h"
 #include "ipsnmp/agent/IpRouteTrace.h"
+#include "quillo/FecRouteListSm.h"
 #include "quillo/StoreException.h"
 
 namespace IpSnmp {
@@ -199,16 +200,9 @@ void IpRouteTableSm::forwardFecDel(const Quillo::Fib::FecId& fecId) {
 
 // Makes the next hops of the FEC equal to its vias'.
 void IpRouteTableSm::forwardFecIs(const Quillo::Fib::Fec& fec) {
-  if (fec.via.size() > Quillo::Fib::Fec::maxVias) {
-    throw Kel::RangeException(fmt::format("PodArray::set expected size <= {}", Quillo::Fib::Fec::maxVias));
-  }
+  const auto wanted = FibUtils::ipv4NextHops(fec);
   const auto forwardFec = localForwardingFecs()->forwardFecIs(fec.fecId);
   knownFecs_.insert(fec.fecId);
-  Kel::OrderedMap<Vantu::IpAddr, Quillo::Fib::ViaIndex> wanted;
-  for (unsigned i = 0; i < fec.via.size(); ++i) {
-    const auto& hop = fec.via[i].hop;
-    if (hop.af() == Vantu::ipv4_) wanted.insert_or_assign(hop.v4(), Quillo::Fib::ViaIndex(i));
-  }
   for (const auto& known : forwardFec->nextHop().keys()) {
     if (!wanted.contains(known)) forwardFec->nextHopDel(known);
   }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "ipsnmp/agent/PerVrfFecSm.h"
 #include "ipsnmp/agent/TestRouteSm.h"
 
 namespace IpSnmpTest {
@@ -182,6 +183,7 @@ TEST_F(RouteCount, equalsTheRowsAfterAnyHistory) {
     RandomRoutes random(seed);
     random.intfs(*this);
     smIs();
+    const auto fecSm = Kel::makePtr<IpSnmp::PerVrfFecSm>(sm, routes, fecs);
     tickIs(0.001);
     for (int i = 0; i < 600; ++i) {
       random.change(*this);
@@ -203,6 +205,18 @@ TEST_F(RouteCount, equalsTheRowsAfterAnyHistory) {
     const auto expected = model.rows(model.settled());
     ASSERT_EQ(rows(), expected);
     ASSERT_EQ(mib->numRoutes(), static_cast<std::int32_t>(expected.size()));
+    // The list of those that have rows names no other prefix, and each of them.
+    for (int i = 0; i < 50; ++i) {
+      const auto from = random.prefix();
+      const auto next = model.fetch(
+          model.settled(), IpCidrRouteTableIndex(from.address(), from.netmask(), 0, Vantu::IpAddr()), false);
+      Vantu::Prefix found;
+      const bool isFound = fecSm->fecRouteList()->nextThrough(
+          from, [&](const auto& intf) { return mib->validIntf(intf); }, found);
+      ASSERT_EQ(isFound, next.has_value()) << from;
+      ASSERT_TRUE(!isFound || found.address() == next->index().dest()) << from << " gives " << found;
+      ASSERT_TRUE(!isFound || found.netmask() == next->index().mask()) << from << " gives " << found;
+    }
     routes->damagedEntries.clear();
     fecs->damagedEntries.clear();
   }

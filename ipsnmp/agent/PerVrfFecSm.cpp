@@ -35,6 +35,8 @@ void PerVrfFecSm::kelStop() {
 void PerVrfFecSm::stop() {
   if (const auto reactor = std::exchange(kelVrfForwardingStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto task = std::exchange(task_, nullptr)) task->kelStop();
+  const auto served = ipRouteTableSm()->fecsAndPrefixes();
+  if (served && served->fecRouteList() == fecRouteList()) served->fecRouteListIs(nullptr);
   fecRouteListSmDel();
   fecRouteListDel();
 }
@@ -43,6 +45,7 @@ void PerVrfFecSm::vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::ForwardingSt
   if (vrfForwardingStatus_ == vrfForwardingStatus || !kelVrfForwardingStatus_) return;
   vrfForwardingStatus_ = std::move(vrfForwardingStatus);
   kelVrfForwardingStatus_->notifierIs(vrfForwardingStatus_);
+  if (fecRouteListSmDel()) followRoutes();
   if (vrfForwardingStatus_) ipRouteTableSm()->handleRoute();
 }
 
@@ -55,6 +58,13 @@ bool PerVrfFecSm::vrfForwardingStatusDel() {
 void PerVrfFecSm::handleInitialized() {
   QTRACE(perVrfFecSmTrace, 2) << "void IpSnmp::PerVrfFecSm::handleInitialized()";
   fecRouteListIs();
+  auto& routeSm = *ipRouteTableSm();
+  fecRouteList()->soughtIs([mib = routeSm.ipForwardMib()](const auto& route) { return mib->validRoute(route); });
+  if (routeSm.fecsAndPrefixes()) routeSm.fecsAndPrefixes()->fecRouteListIs(fecRouteList());
+  followRoutes();
+}
+
+void PerVrfFecSm::followRoutes() {
   const auto sm = fecRouteListSmIs(routeStatus(), vrfForwardingStatus(), fecRouteList());
   sm->scanBeginsIs([task = task_.get()] { task->scheduleTask(); });
   if (sm->isScanning()) task_->scheduleTask();

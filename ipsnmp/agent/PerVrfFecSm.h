@@ -2,6 +2,8 @@
 // Brings changes of FECs to the routes that use them: whenever a FEC changes, every prefix of the VRF whose route
 // resolves through it goes to the route table's state machine, as if the route itself had changed.
 //
+// The cache refers to its list of prefixes, so that walks pass over the prefixes that have no row.
+//
 // A FEC that a great many routes use is worked off in pieces, the first one at once, the others in a task; so is the
 // table of routes, which tells which prefixes a FEC has.
 
@@ -60,6 +62,7 @@ class PerVrfFecSm : public Kel::Entity {
   using KelTask = Brev::OwnedTask<Brev::Task, PerVrfFecSm, &PerVrfFecSm::doProcessBacklog>;
 
   void stop();
+  void followRoutes();
   // Hands on the next piece of a FEC's prefixes, from the first one above `*after` on.
   void handOn(const Quillo::Fib::FecId& fecId, const Vantu::Prefix* after);
 

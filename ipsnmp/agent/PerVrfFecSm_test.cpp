@@ -128,6 +128,67 @@ TEST_F(FecSm, deletingItsPartsStopsThem) {
   EXPECT_EQ(queued().size(), 0u);
 }
 
+// Of a fetch from the first row: where it leads to, and how many prefixes it looked at.
+struct Fetched {
+  std::string row;
+  bool gaveUp;
+  unsigned lookups;
+};
+Fetched fetched(const FecSm& tables) {
+  tables.routes->lookups = 0;
+  const RouteIterator at(tables.mib);
+  return {at ? rowText(*at) : "end", at.gaveUp(), tables.routes->lookups};
+}
+
+TEST_F(FecSm, prefixesWithoutRowsArePassedOver) {
+  constexpr unsigned size = 5000;
+  const std::string first = "11.0.0.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1";
+  const std::string last = "200.0.0.0/8 10.1.1.1 if3 type4 proto7 metric10 pref1";
+  routes->map.clear();
+  // By turns: an IPv6 next hop, none at all, a type without rows, an interface without ifIndex, small FECs with one.
+  fecIs(10, {{"fe80::1", "eth0"}});
+  fecIs(11, {});
+  fecIs(12, {{"10.1.1.1", "none"}});
+  for (unsigned i = 0; i < size; ++i) {
+    const unsigned kind = i % 5;
+    if (kind == 4) fecIs(100 + i, {{"10.1.1.1", "none"}});
+    routes->map[numbered(i)] = route(numbered(i),
+                                     kind == 4   ? 100 + i
+                                     : kind == 3 ? 1
+                                                 : 10 + kind,
+                                     kind == 3 ? 5 : 7);
+  }
+  routeIs("200.0.0.0/8", 1);
+  smsAre();
+  EXPECT_EQ(fetched(*this).row, last);
+  EXPECT_LT(fetched(*this).lookups, 100U);
+  intfIs("none", 3);
+  EXPECT_EQ(rows().size(), size / 5 * 2 + 1);
+  intfIs("none", 0);
+  EXPECT_EQ(fetched(*this).row, last);
+  EXPECT_LT(fetched(*this).lookups, 100U);
+  fecIs(10, {{"10.1.1.1", "eth0"}});
+  run();
+  EXPECT_EQ(fetched(*this).row, first);
+  EXPECT_EQ(rows().size(), size / 5 + 1);
+  fecIs(10, {{"fe80::2", "eth0"}});
+  run();
+  EXPECT_EQ(fetched(*this).row, last);
+  EXPECT_LT(fetched(*this).lookups, 100U);
+  // What went from the store, while nobody has been told yet, is not passed over: the walk does not call it the end.
+  fecIs(10, {{"10.1.1.1", "eth0"}});
+  fecIs(12, {{"10.1.1.1", "eth0"}});
+  run();
+  fecs->map.erase(FecId(10));
+  fecs->map.erase(FecId(12));
+  EXPECT_TRUE(fetched(*this).gaveUp);
+  EXPECT_EQ(fetched(*this).lookups, RouteIterator::maxFruitless);
+  fecs->tableIs(fecs->map);
+  run();
+  EXPECT_FALSE(fetched(*this).gaveUp);
+  EXPECT_EQ(fetched(*this).row, last);
+}
+
 TEST_F(FecSm, stoppedMachineIsStill) {
   for (unsigned i = 0; i < 5000; ++i) routes->map[numbered(i)] = route(numbered(i), 3);
   smIs();

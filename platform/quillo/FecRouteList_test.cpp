@@ -80,6 +80,55 @@ TEST(FecRouteList, agreesWithAModelOverRandomOperations) {
   EXPECT_EQ(list->fecId(random.prefix()), FecId());
 }
 
+// FECs 1 and 2 get most prefixes, so that they become large, and small again while more go than come.
+TEST(FecRouteList, findsTheNextPrefixThatLookingAtEachWouldFind) {
+  using Intfs = FecRouteList::Intfs;
+  const Vantu::IntfId names[] = {Vantu::IntfId(), Vantu::IntfId("eth0"), Vantu::IntfId("eth1"),
+                                 Vantu::IntfId("eth2")};
+  const Prefix last(Vantu::IpAddr(0xFFFFFFFF), 32);
+  Random random;
+  const auto list = Kel::makePtr<FecRouteList>();
+  std::map<Prefix, std::pair<FecId, bool>> model;
+  std::map<FecId, Intfs> intfsOf;
+  std::set<Vantu::IntfId> good;
+  const auto isGood = [&](const Vantu::IntfId& intf) { return good.contains(intf); };
+  const auto prefix = [&] { return Prefix(Vantu::IpAddr(random.below(1500) << 8), 24); };
+  for (unsigned i = 0; i < 24'000; ++i) {
+    const bool isShrinking = i / 4000 % 2 == 1;
+    const FecId fecId(random.below(3) ? 1 + random.below(2) : 3 + random.below(9));
+    const auto changed = prefix();
+    const bool isGone = random.below(5)<(isShrinking ? 4 : 1), isSought = random.below(5)> 0;
+    isGone ? void(model.erase(changed)) : void(model[changed] = {fecId, isSought});
+    list->fecIdIs(changed, isGone ? FecId() : fecId, isSought);
+    if (random.below(50) == 0) {
+      Intfs intfs;
+      for (const auto& name : names) {
+        if (random.below(3) == 0) intfs.push_back(name);
+      }
+      list->fecIntfsIs(fecId, intfsOf[fecId] = intfs);
+    }
+    if (list->needsIntfs(fecId)) list->fecIntfsIs(fecId, intfsOf[fecId]);
+    if (const auto& name = names[random.below(4)]; random.below(50) == 0 && good.erase(name) == 0)
+      good.insert(name);
+    const auto from = prefix(), completeTo = random.below(4) ? last : prefix();
+    auto expected = model.lower_bound(from);
+    const auto isNext = [&](const auto& fec) {
+      return fec.second && std::any_of(intfsOf[fec.first].begin(), intfsOf[fec.first].end(), isGood);
+    };
+    while (expected != model.end() && !isNext(expected->second)) ++expected;
+    list->completeToIs(&completeTo);
+    Prefix found;
+    const bool isFound = list->nextThrough(from, isGood, found);
+    if (completeTo == last || (expected != model.end() && expected->first <= completeTo)) {
+      ASSERT_EQ(isFound, expected != model.end()) << "operation " << i;
+      ASSERT_TRUE(!isFound || found == expected->first) << "operation " << i;
+    } else {
+      ASSERT_TRUE(isFound) << "operation " << i;
+      ASSERT_EQ(found, std::max(from, completeTo)) << "operation " << i;
+    }
+  }
+}
+
 struct Followed : testing::Test {
   using Routes = TestRouteStatus<Prefix>;
   Kel::Ptr<Routes> routes = Kel::makePtr<Routes>();
@@ -87,7 +136,27 @@ struct Followed : testing::Test {
   Kel::Ptr<FibUtils::FecRouteListSm> sm;
   Random random;
 
-  void smIs() { sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, nullptr, list); }
+  Kel::Ptr<TestForwardingStatus> fecs = Kel::makePtr<TestForwardingStatus>();
+
+  void smIs() { sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, fecs, list); }
+  void fecIs(unsigned fecId, std::initializer_list<std::pair<const char*, const char*>> vias) {
+    Fec fec;
+    fec.fecId = FecId(fecId);
+    for (const auto& [hop, intf] : vias)
+      fec.via.push_back({Vantu::IpGenAddr::fromString(hop), Vantu::IntfId(intf)});
+    fecs->fecIs(fec);
+  }
+  // The prefixes that are found on an interface.
+  std::vector<Prefix> through(std::string_view intf) const {
+    std::vector<Prefix> all;
+    const auto isIt = [&](const Vantu::IntfId& id) { return id == Vantu::IntfId(intf); };
+    Prefix at;
+    for (unsigned i = 0; list->nextThrough(i == 0 ? Prefix() : numbered(i), isIt, at);
+         i = (at.address().value() >> 8) + 1) {
+      all.push_back(at);
+    }
+    return all;
+  }
   static Route route(const Prefix& prefix, FecId fecId) {
     Route made;
     made.prefix = prefix;
@@ -154,6 +223,36 @@ TEST_F(Followed, damagedRouteHasNoFecUntilTheTableIsSound) {
   routes->damagedEntries.clear();
   routes->tableIs(routes->map);
   expectEqual(*list, model());
+}
+
+TEST_F(Followed, prefixesAreFoundOnTheInterfacesOfTheirIpv4NextHops) {
+  fecIs(1, {{"10.0.0.1", "eth0"}});
+  fecIs(2,
+        {{"10.0.0.1", "eth0"}, {"fe80::1", "eth1"}, {"10.0.0.1", "eth2"}});  // of equal next hops the last counts
+  fecIs(3, {{"fe80::1", "eth0"}});
+  auto large = fecs->fec(FecId(1));
+  large.fecId = FecId(4);
+  large.via.resize(Fec::maxVias + 1, large.via.front());
+  fecs->fecIs(large);
+  for (unsigned i = 1; i <= 5; ++i) routes->routeIs(route(numbered(i), FecId(i)));
+  smIs();
+  EXPECT_EQ(through("eth0"), std::vector{numbered(1)});
+  EXPECT_EQ(through("eth1"), std::vector<Prefix>{});
+  EXPECT_EQ(through("eth2"), std::vector{numbered(2)});
+  fecIs(5, {{"0.0.0.0", "eth0"}});
+  fecIs(1, {});
+  EXPECT_EQ(through("eth0"), std::vector{numbered(5)});
+  // A table that says nothing of the single changes.
+  fecs->damagedEntries[FecId(5)] = "checksum";
+  fecs->map[FecId(3)].via = {{Vantu::IpAddr(1), Vantu::IntfId("eth0")}};
+  fecs->tableIs(fecs->map);
+  EXPECT_EQ(through("eth0"), std::vector{numbered(3)});
+  EXPECT_EQ(fecs->reports.size(), 1u);
+  sm->kelStop();
+  Prefix next;
+  EXPECT_TRUE(list->nextThrough(
+      numbered(1), [](const auto&) { return false; }, next));
+  EXPECT_EQ(next, numbered(1)) << "a list that follows nothing passes over nothing";
 }
 
 TEST(FecId, readsItsOwnText) {

@@ -32,6 +32,8 @@ class RouteScan {
   }
   void end() { isOn_ = false; }
   bool isOn() const { return isOn_; }
+  // While it is on: the last prefix of the pieces so far; null before the first one.
+  const PrefixType* last() const { return after_ ? &*after_ : nullptr; }
 
   // The next prefixes, in no order, each once; ends the scan when there are no more behind them. `known` is called
   // as known(after, visit), and calls `visit` with the prefixes that the follower knows, in order, from the first

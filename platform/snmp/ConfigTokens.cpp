@@ -112,8 +112,8 @@ void registerConfigTokens() {
 
 void unregisterConfigTokens() {
   for (const char* token :
-       {"quorinDisableObjects", "quorinStore", "quorinNetnsDir", "quorinKernelIpHeader", "quorinManagementInterfaces",
-        "quorinRouteCountInterval", "quorinTrace", "quorinTraceOutput"}) {
+       {"quorinDisableObjects", "quorinStore", "quorinNetnsDir", "quorinKernelIpHeader",
+        "quorinManagementInterfaces", "quorinRouteCountInterval", "quorinTrace", "quorinTraceOutput"}) {
     unregister_app_config_handler(token);
   }
 }
