@@ -61,7 +61,7 @@ def interface_rows(namespace, vrf_id):
         out = told.get("OutTransmits", told["OutRequests"] + told["OutForwDatagrams"])
         all_of = {"In": (told["InReceives"], told["InOctets"]), "Out": (out, told["OutOctets"])}
         mcast = {way: (told[f"{way}McastPkts"], told[f"{way}McastOctets"]) for way in all_of}
-        ucast = {way: tuple(a - m for a, m in zip(all_of[way], mcast[way])) for way in all_of}
+        ucast = {way: tuple(max(a - m, 0) for a, m in zip(all_of[way], mcast[way])) for way in all_of}
         values = [str(value) for kind in (all_of, ucast, mcast) for way in ("In", "Out") for value in kind[way]]
         rows[(2, vrf_id << IF_INDEX_BITS | link["ifindex"])] = {
             **dict(enumerate(values, 3)), 15: "(time)", 16: "2000"}

@@ -18,10 +18,12 @@ from harness.tables import kernel_rows
 LISTEN = "udp:127.0.0.1:1161"
 CONFIGURATION = "rwcommunity private 127.0.0.1\n"
 SKIPPED = 77  # what ctest knows as "skipped"
+PATIENCE = float(os.environ.get("QUORIN_PATIENCE", "1"))  # how much slower than usual the machine may be
 
 
 def eventually(condition, what, timeout=PATIENCE, interval=0.01):
     """Asks again until the condition holds; `what` says what did not come true. Returns what the condition gave."""
+    timeout *= PATIENCE
     end = time.monotonic() + timeout
     while True:
         value = condition()
@@ -132,19 +134,20 @@ class SystemCase(unittest.TestCase):
 
 
 class Result(unittest.TextTestResult):
-    """Shows with each failure what the programs said."""
+    """Shows each failure at once, and what the programs said."""
 
-    def show(self, test):
+    def show(self, test, err):
+        self.stream.writeln(f"{test}: {err[1]}")
         if isinstance(test, SystemCase):
             self.stream.write(test.report())
 
     def addFailure(self, test, err):
         super().addFailure(test, err)
-        self.show(test)
+        self.show(test, err)
 
     def addError(self, test, err):
         super().addError(test, err)
-        self.show(test)
+        self.show(test, err)
 
 
 def main(seconds=840):

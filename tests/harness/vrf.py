@@ -92,3 +92,51 @@ class VrfDirectory:
         for name in list(self.namespaces):
             self.remove(name)
         unbind(self.path)
+
+
+class KernelReading:
+    """What `ip -j -d` and the kernel's files say of a namespace; nothing is asked twice until `again`."""
+
+    def __init__(self, namespace):
+        self.namespace = namespace
+        self.said = {}
+
+    def again(self):
+        self.said.clear()
+
+    def ask(self, function, *arguments):
+        if (function, arguments) not in self.said:
+            self.said[function, arguments] = function(*arguments)
+        return self.said[function, arguments]
+
+    def ip_json(self, *arguments):
+        return self.ask(self.namespace.ip_json, "-d", *arguments)
+
+
+class DeviceVrf:
+    """What a namespace has in one of its VRF devices, or in none of them (no name), to be asked like a namespace."""
+
+    def __init__(self, reading, device=None):
+        self.reading = reading
+        self.device = device
+
+    def run(self, *command):
+        return self.reading.ask(self.reading.namespace.run, *command)
+
+    def ip_json(self, *arguments):
+        links = {link["ifname"]: link for link in self.reading.ip_json("addr")}
+        tables = {name: str(link["linkinfo"]["info_data"]["table"]) for name, link in links.items()
+                  if link.get("linkinfo", {}).get("info_kind") == "vrf"}
+        if "route" in arguments:  # the callers ask for a namespace's table main
+            table = tables.get(self.device) if self.device else "main"
+            routes = self.reading.ip_json(arguments[0], "route", "show", "table", "all")
+            return [route for route in routes if route.get("table", "main") == table]
+        if "link" in arguments:  # all of them, since a route may lead through another VRF
+            return list(links.values())
+
+        def device_of(name):
+            owner = name if name in tables else links[name].get("master")
+            return owner if owner in tables else None
+
+        return [entry for entry in self.reading.ip_json(*arguments)
+                if device_of(entry.get("ifname") or entry["dev"]) == self.device]

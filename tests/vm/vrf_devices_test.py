@@ -1,0 +1,145 @@
+"""VRF devices of the default namespace as VRFs: every table in every context, whatever is done to them."""
+
+import re
+
+from device_case import DeviceCase
+from harness import eventually, main
+from harness.routes import ROUTE, kernel_route_table
+from harness.tables import ADDR, IP, IP_TABLES, kernel_tables, read_tables
+from harness.vrf import DeviceVrf
+
+MANY = [f"many{number}" for number in range(20)]
+# The same in each VRF: addresses, prefixes, neighbours and routes that overlap. Lines for `ip -batch`.
+CONTENTS = ("addr add 10.0.0.1/24 dev {0}", "addr add 10.0.0.2/24 dev {0}", "addr add 2001:db8::1/64 dev {0} nodad",
+            "neigh add 10.0.0.7 lladdr 02:00:00:00:{1:02x}:07 dev {0}",
+            "neigh add 2001:db8::7 lladdr 02:00:00:00:{1:02x}:07 dev {0} nud stale",
+            "route add 10.1.0.0/16 via 10.0.0.9 table {2} proto static", "route add default via 10.0.0.8 table {2} proto bgp",
+            "route add 2001:db8:1::/48 via 2001:db8::9 table {2}", "route add blackhole 10.2.0.0/16 table {2}",
+            "route add 10.3.0.0/16 table {2} nexthop via 10.0.0.9 nexthop via 10.0.0.10 weight 3")
+
+
+class VrfDevicesTest(DeviceCase):
+    communities = ("red", "blue", "green", "ns", *MANY)
+
+    def fill(self, interface, mark, table="main"):
+        self.namespace.ip_batch([line.format(interface, mark, table) for line in CONTENTS])
+
+    def start_with_two(self):
+        """One made before the programs, one after, with the same in both and in the default VRF; and a namespace."""
+        red = self.add_device("red", 1001, "r0")
+        self.namespace.add_interface("d0")
+        for interface, mark, table in (("d0", 1, "main"), ("r0", 2, 1001)):
+            self.fill(interface, mark, table)
+        self.vrfs.add("ns", "link add r0 type veth peer name r1", "link set r0 up", "link set r1 up",
+                      "addr add 10.0.0.1/24 dev r0")
+        self.start_system()
+        blue = self.add_device("blue", 1002, "b0")
+        self.fill("b0", 3, 1002)
+        self.expect_everything(10)
+        return red, blue
+
+    def test_interfaces_and_devices_change(self):
+        self.start_with_two()
+        self.namespace.add_interface("m0", "10.5.0.1/24", "2001:db8:5::1/64")
+        steps = (
+            ("enslaved", ["link set m0 master red"]),
+            ("moved", ["link set m0 master blue"]),
+            ("with an address again", ["addr add 2001:db8:6::1/64 dev m0 nodad", "neigh add 10.5.0.9 lladdr 02:00:00:00:00:09 dev m0"]),
+            ("down", ["link set m0 down"]),
+            ("without addresses", ["addr flush dev m0"]),
+            ("renamed", ["link set m0 name m1", "link set m1 up", "addr add 10.5.0.1/24 dev m1"]),
+            ("released", ["link set m1 nomaster"]),
+            ("deleted while enslaved", ["link set m1 master red", "link del m1"]),
+            ("an address at the device itself", ["addr add 10.6.0.1/32 dev red", "addr add 2001:db8:6::6/128 dev red"]),
+            ("device down", ["link set red down"]),
+            ("device up", ["link set red up", "route replace 10.9.0.0/16 via 10.0.0.9 table 1001"]),
+        )
+        for what, lines in steps:
+            with self.subTest(what):
+                self.namespace.ip_batch(lines)
+                self.expect_everything()
+        with self.subTest("device renamed"):
+            self.namespace.ip_batch(["link set blue down", "link set blue name green", "link set green up"])
+            del self.devices["blue"]
+            self.devices["green"] = DeviceVrf(self.reading, "green")
+            self.expect_everything()
+            self.expect_no_rows("blue")
+        with self.subTest("deleted, and made again with another table"):
+            self.remove_device("green")
+            self.expect_everything()
+            self.expect_no_rows("green")
+            self.add_device("green", 1005)
+            self.namespace.ip_batch(["link set b0 master green", "route add 10.8.0.0/16 via 10.0.0.9 table 1005"])
+            self.expect_everything()
+        with self.subTest("the programs started again"):
+            for program in (self.agent, self.mirror):
+                self.assertEqual(program.stop(), 0)
+            self.start_system()
+            self.expect_everything(10)
+
+    def test_routes_leak_between_vrfs(self):
+        self.start_with_two()
+        self.namespace.ip_batch([
+            "route add 10.20.0.0/16 dev b0 table 1001", "route add 10.21.0.0/16 via 10.0.0.9 dev b0 onlink table 1001",
+            "route add 10.22.0.0/16 dev d0 table 1002", "route add 10.23.0.0/16 dev red", "route add 10.24.0.0/16 dev blue table 1001",
+            "route add 2001:db8:20::/48 dev b0 table 1001", "nexthop add id 1 via 10.0.0.9 dev r0",
+            "nexthop add id 2 via 10.0.0.10 dev b0", "nexthop add id 3 group 1/2", "route add 10.25.0.0/16 nhid 3 table 1001",
+            "route add 10.25.0.0/16 nhid 1", "route add 10.26.0.0/16 table 1002 nexthop via 10.0.0.9 dev b0 nexthop dev red"])
+        self.expect_everything()
+        self.namespace.ip("link", "set", "b0", "nomaster")
+        self.expect_everything()
+        self.remove_device("red")
+        self.expect_everything()
+        self.expect_no_rows("red")
+
+    def test_twenty_at_once(self):
+        self.start_system()
+        for again in range(2):
+            with self.subTest(again=again):
+                self.namespace.ip_batch([line for n, name in enumerate(MANY) for line in (
+                    f"link add {name} type vrf table {2000 + n}", f"link set {name} up", f"link add i{n} type dummy",
+                    f"link set i{n} master {name}", f"link set i{n} up",
+                    *(text.format(f"i{n}", n, 2000 + n) for text in CONTENTS))])
+                self.devices = {name: DeviceVrf(self.reading, name) for name in MANY}
+                self.expect_everything(20)
+                self.namespace.ip_batch([f"link del {name}" for name in MANY] + [f"link del i{n}" for n in range(len(MANY))])
+                self.devices = {}
+                self.expect_everything(20)
+                self.expect_no_rows(MANY[-1])
+
+    def test_name_of_a_namespace(self):
+        """The namespace is the VRF; what has the device as its master belongs to none, as long as that is so."""
+        red = self.add_device("red", 1001, "r0")
+        self.fill("r0", 2, 1001)
+        self.vrfs.add("red", "link add n0 type veth peer name n1", "link set n0 up", "addr add 10.0.0.1/24 dev n0")
+        self.start_system()
+        self.expect_everything(10)
+        self.vrfs.remove("red")
+        self.expect_everything()
+        self.assertIn((10, 0, 0, 1), self.expected(red, "red")[ADDR])
+
+    def test_two_devices_with_one_table(self):
+        """The table's routes are those of the device that came first, and a line says so of the other one."""
+        self.start_with_two()
+        green = self.add_device("green", 1001, "g0")
+        self.namespace.add_address("g0", "10.7.0.1/24")
+        self.mirror.wait_for_output(re.compile(r"(?=.*\bgreen\b)(?=.*\bred\b)(?=.*\b1001\b)"), 30)
+        self.devices.pop("green")
+        self.expect_everything(names=["red"])
+        served = lambda: self.served(self.community("c-green"), IP_TABLES)
+        self.expect(served, lambda: self.reading.again() or kernel_tables(green), "the second's addresses")
+        self.assertEqual(read_tables(self.community("c-green").bulk_walk(ROUTE), [ROUTE]), {ROUTE: {}})
+        with self.subTest("the second serves them when the first is gone"):
+            self.devices["green"] = green
+            self.remove_device("red")
+            self.expect_everything()
+
+    def test_number_of_routes_and_members(self):
+        red, _ = self.start_with_two()
+        for client, vrf, name in ((self.default, self.default_vrf, None), (self.community("c-red"), red, "red")):
+            rows = len(kernel_route_table(vrf)[ROUTE])
+            eventually(lambda: client.get(f"{IP}.24.3.0")[0].value == str(rows), f"ipCidrRouteNumber is not {rows}", 30, 5)
+
+
+if __name__ == "__main__":
+    main(3000)
