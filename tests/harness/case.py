@@ -137,7 +137,7 @@ class Result(unittest.TextTestResult):
     """Shows each failure at once, and what the programs said."""
 
     def show(self, test, err):
-        self.stream.writeln(f"{test}: {err[1]}")
+        self.stream.writeln(f"{test}: {str(err[1])[:400]}")
         if isinstance(test, SystemCase):
             self.stream.write(test.report())
 

@@ -7,7 +7,7 @@ from harness.tables import IF_INDEX_BITS, IP
 ROUTE = f"{IP}.24.4.1"
 LOCAL, REMOTE, OTHER = "3", "4", "1"  # ipCidrRouteType
 # The kernel's name of a protocol -> ipCidrRouteProto; all others are 1, other.
-PROTOCOLS = {"kernel": "2", "static": "3", "boot": "3", "rip": "8", "ospf": "13", "bgp": "14"}
+PROTOCOLS = {"kernel": "2", "static": "3", "196": "3", "boot": "3", "rip": "8", "ospf": "13", "bgp": "14"}
 # What no route of ours has: tos, age, info, next hop AS, three metrics; and every row is active.
 CONSTANTS = {3: "0", 8: "-1", 9: "0.0", 10: "0", 13: "-1", 14: "-1", 15: "-1", 16: "1"}
 UNUSABLE = {"dead", "linkdown"}

@@ -18,8 +18,8 @@ KERNEL = os.path.join(HERE, "..", "..", "build", "vm")  # where `scripts/install
 SKIPPED = 77  # what ctest knows as "skipped"
 SUITE_PATHS = [HERE, os.path.dirname(HERE)]
 PYTHON = ["/usr/bin/python3", "-BS"]
-TOOLS = ["ip", "nsenter", "setpriv", "sysctl", "snmpget", "snmpgetnext", "snmpwalk", "snmpbulkwalk"]
-FRR = [f"/usr/lib/frr/{name}" for name in ("zebra", "staticd", "bgpd")] + ["vtysh"]
+PROGRAMS = [PYTHON[0], *(f"/usr/lib/frr/{name}" for name in ("zebra", "staticd", "bgpd")), "vtysh",
+            "ip", "nsenter", "setpriv", "sysctl", "snmpget", "snmpgetnext", "snmpwalk", "snmpbulkwalk"]
 OURS = ["quorind", "quorin-mirrord"]
 OTHERS = ["/bin/busybox", "/etc/passwd", "/etc/group"]
 QEMU = ["qemu-system-x86_64", "-accel", "tcg", "-icount", "shift=3,sleep=off", "-cpu", "max", "-smp", "1", "-m", "1024",
@@ -29,25 +29,27 @@ QEMU = ["qemu-system-x86_64", "-accel", "tcg", "-icount", "shift=3,sleep=off", "
 
 def python_files(suite):
     """The sources, compiled sources and extensions of what the suite imports."""
-    names = "[path for m in list(sys.modules.values()) for path in (getattr(m, a, 0) for a in ('__file__', '__cached__'))]"
-    code = f"import sys; sys.path += {SUITE_PATHS!r}; import os, argparse, encodings.ascii, {suite}; print(*filter(None, {names}), sep='\\n')"
+    code = (f"import sys; sys.path += {SUITE_PATHS!r}; import encodings.ascii, {suite}\n"
+            "for module in list(sys.modules.values()):\n"
+            "  print(getattr(module, '__file__', ''), getattr(module, '__cached__', ''), sep='\\n')")
     said = subprocess.run([*PYTHON, "-c", code], stdout=subprocess.PIPE, text=True, check=True).stdout
     return [path for path in said.splitlines() if os.path.isfile(path)]
 
 
 def libraries(files):
-    said = subprocess.run(["ldd", *files], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=False).stdout
+    said = subprocess.run(["ldd", *files], capture_output=True, text=True, check=False).stdout
     return re.findall(r"(/\S+) \(0x", said)
 
 
 def make_initramfs(file, suite, command):
     bin_dir = os.environ["QUORIN_BIN_DIR"]
-    programs = PYTHON[:1] + [shutil.which(name, path="/usr/sbin:/usr/bin") or sys.exit(f"{name} is missing; run: scripts/install-deps vm")
-                for name in TOOLS + FRR]
+    programs = [shutil.which(name, path="/usr/sbin:/usr/bin") or sys.exit(f"no {name}; run: scripts/install-deps vm")
+                for name in PROGRAMS]
     own = [os.path.abspath(os.path.join(bin_dir, name)) for name in OURS]
     python = python_files(suite)
     needed = libraries(programs + own + [path for path in python if path.endswith(".so")])
     with tempfile.TemporaryDirectory() as root:
+        os.chmod(root, 0o755)  # FRR's user must get in
         for path in {*programs, *own, *python, *needed, *OTHERS}:
             os.makedirs(root + os.path.dirname(path), exist_ok=True)
             shutil.copy2(path, root + path)  # with its time, by which Python knows its compiled sources
@@ -56,12 +58,13 @@ def make_initramfs(file, suite, command):
         for path in [os.path.join(HERE, "init"), *modules]:
             shutil.copy(path, root)
         with open(f"{root}/suite", "w", encoding="utf-8") as script:
-            environment = {"QUORIN_BIN_DIR": os.path.abspath(bin_dir), "PYTHONPATH": SUITE_PATHS[1], "QUORIN_PATIENCE": "3"}
+            environment = {"QUORIN_BIN_DIR": os.path.abspath(bin_dir), "PYTHONPATH": SUITE_PATHS[1],
+                           "QUORIN_PATIENCE": "3"}
             script.write("".join(f"export {name}={shlex.quote(value)}\n" for name, value in environment.items()))
             script.write(shlex.join(command) + "\n")
         names = subprocess.run(["find", "."], cwd=root, stdout=subprocess.PIPE, check=True).stdout
-        subprocess.run(["busybox", "cpio", "-o", "-H", "newc"], cwd=root, input=names, stdout=file, stderr=subprocess.DEVNULL,
-                       check=True)
+        subprocess.run(["busybox", "cpio", "-o", "-H", "newc"], cwd=root, input=names, stdout=file,
+                       stderr=subprocess.DEVNULL, check=True)
 
 
 def run(suite, command, limit, is_interactive):
@@ -88,7 +91,7 @@ def main():
     parser = argparse.ArgumentParser(description="Runs a suite in a virtual machine.")
     parser.add_argument("suite", help="such as vrf_devices")
     parser.add_argument("tests", nargs="*", help="such as VrfDevicesTest.test_leaks; all of the suite unless given")
-    parser.add_argument("--shell", action="store_true", help="a shell instead, where the suite is $SUITE; leave with Ctrl-A X")
+    parser.add_argument("--shell", action="store_true", help="a shell instead; the suite is $SUITE, Ctrl-A X ends it")
     parser.add_argument("--limit", type=int, default=600, help="seconds until the machine is stopped (%(default)s)")
     options = parser.parse_args()
     if not os.path.exists(os.path.join(KERNEL, "vmlinuz")):

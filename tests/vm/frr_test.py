@@ -1,13 +1,12 @@
 """FRR's zebra, staticd and bgpd in VRF devices: what they put into the VRFs' tables through next-hop objects."""
 
-import signal
-
 from device_case import DeviceCase
 from harness import eventually, main
 
 VRFS = {"red": 65001, "blue": 65002, "green": 65003}
-# red and blue peer by their addresses, over c-red and c-blue; blue and green over unnumbered links, u-blue and u-green, so
-# that IPv4 routes have IPv6 next hops there; green imports red's routes.
+# red and blue peer by their addresses, over c-red and c-blue; blue and green over an unnumbered link, u-blue and
+# u-green, so that IPv4 routes have IPv6 next hops there; green imports red's routes.
+PEERS = {"red": ["10.100.0.2"], "blue": ["10.100.0.1", "u-blue interface"], "green": ["u-green interface"]}
 STATIC = """
 ip route 172.30.0.0/16 10.0.1.9
 vrf {vrf}
@@ -21,9 +20,8 @@ exit-vrf
 router bgp {asn} vrf {vrf}
  bgp router-id 10.255.0.{n}
  no bgp ebgp-requires-policy
- timers bgp 3 9
 """
-PEER = " neighbor {0} remote-as external\n"
+PEER = " neighbor {0} remote-as external\n neighbor {1} timers connect 3\n"
 FAMILIES = """
  address-family ipv4 unicast
   redistribute static
@@ -42,36 +40,38 @@ class FrrTest(DeviceCase):
     communities = tuple(VRFS)
 
     def vtysh(self, *lines):
+        """What FRR says to these lines of configuration or questions."""
         words = [word for line in lines for word in ("-c", line)]
-        return self.namespace.run("vtysh", *words).stdout
+        done = self.namespace.run("vtysh", "--config_dir", self.directory, *words, check=False)
+        return done.stdout if done.returncode == 0 else ""
 
-    def start_frr(self):
-        options = ("-u", "root", "-g", "root", "-f", "/dev/null", "--log", "stdout")
-        return {name: self.start(f"/usr/lib/frr/{name}", *options) for name in ("zebra", "staticd", "bgpd")}
+    def start_frr(self, name, *options):
+        return self.start(f"/usr/lib/frr/{name}", *options, "-f", "/dev/null", "--log", "stdout")
 
     def configure(self):
         text = ""
         for n, (vrf, asn) in enumerate(VRFS.items()):
-            peers = {"red": ["10.100.0.2"], "blue": ["10.100.0.1", "u-blue interface"], "green": ["u-green interface"]}[vrf]
-            activate = "".join(f"neighbor {peer.split()[0]} activate\n  " for peer in peers)
-            text += STATIC.format(vrf=vrf, asn=asn, n=n) + "".join(map(PEER.format, peers)) + FAMILIES.format(
-                imports="import vrf red" if vrf == "green" else "", activate=activate)
-        file = f"{self.directory}/frr.conf"
-        with open(file, "w", encoding="utf-8") as config:
-            config.write(text)
-        self.namespace.run("vtysh", "-f", file)
+            activate = "".join(f"neighbor {peer.split()[0]} activate\n  " for peer in PEERS[vrf])
+            text += STATIC.format(vrf=vrf, asn=asn, n=n)
+            text += "".join(PEER.format(peer, peer.split()[0]) for peer in PEERS[vrf])
+            text += FAMILIES.format(imports="import vrf red" if vrf == "green" else "", activate=activate)
+        self.vtysh("configure", *text.splitlines())
 
-    def routes(self, vrf, family="-4"):
+    def routes(self, vrf):
         self.reading.again()
-        return {route["dst"]: route for route in self.devices[vrf].ip_json(family, "route", "show", "table", "main")}
+        return {route["dst"]: route for family in ("-4", "-6")
+                for route in self.devices[vrf].ip_json(family, "route", "show", "table", "main")}
 
-    def expect_routes(self, vrf, *prefixes):
-        """FRR's own work is waited for, so that it is not the old state that is compared."""
-        eventually(lambda: all(prefix in self.routes(vrf, "-6" if ":" in prefix else "-4") for prefix in prefixes),
-                   lambda: f"{vrf} has {sorted(self.routes(vrf))}\n{self.vtysh(f'show bgp vrf {vrf} summary')}", 30, 1)
+    def expect_route(self, vrf, prefix, condition):
+        """FRR's own work is waited for: a route, or none, of which the condition holds. Then all that is served."""
+        eventually(lambda: condition(self.routes(vrf).get(prefix)), lambda: f"{prefix} of {vrf} is "
+                   f"{self.routes(vrf).get(prefix)}\n{self.vtysh(f'show bgp vrf {vrf} summary')}", 40, 1)
+        self.expect_everything()
 
     def setUp(self):
         super().setUp()
+        with open(f"{self.directory}/vtysh.conf", "w", encoding="utf-8") as file:
+            file.write("username root nopassword\n")
         for number, vrf in enumerate(VRFS):
             self.add_device(vrf, 1001 + number, f"a-{vrf}")
             self.namespace.ip_batch([f"addr add 10.0.0.1/24 dev a-{vrf}", f"addr add 2001:db8::1/64 dev a-{vrf} nodad"])
@@ -81,16 +81,32 @@ class FrrTest(DeviceCase):
         self.namespace.ip_batch(["addr add 10.100.0.1/24 dev c-red", "addr add 10.100.0.2/24 dev c-blue"])
         self.namespace.add_interface("d0", "10.0.1.1/24")
 
-    def test_routes_of_frr(self):
-        frr = self.start_frr()
-        eventually(lambda: self.namespace.run("vtysh", "-c", "show version", check=False).returncode == 0, "FRR does not answer")
+    def test_routes_of_zebra_staticd_and_bgpd(self):
+        frr = {name: self.start_frr(name) for name in ("zebra", "staticd", "bgpd")}
+        eventually(lambda: "staticd" in self.vtysh("show daemons"), "FRR does not answer", 20, 1)
         self.configure()
-        self.expect_routes("blue", "172.20.0.0/16", "2001:db8:20::/48")
         self.start_system()
-        self.expect_routes("green", "172.20.0.0/16", "172.21.0.0/16", "2001:db8:21::/48")
-        self.assertIn("nhid", self.routes("red")["172.20.0.0/16"])
-        self.assertEqual(self.routes("green")["172.21.0.0/16"]["via"]["family"], "inet6")
-        self.expect_everything(10)
+        self.expect_route("blue", "172.20.0.0/16", lambda route: route and {"nhid", "protocol"} <= set(route))
+        # What is told to the kernel of an IPv6 next hop of an IPv4 route is an address that stands for it.
+        self.expect_route("green", "172.21.0.0/16", lambda route: "169.254.0.1" in str(route))
+        self.expect_route("green", "2001:db8:21::/48", lambda route: route and "nhid" in route)
+        with self.subTest("static routes change"):
+            self.vtysh("configure", "vrf red", "no ip route 172.20.1.0/24 10.0.0.10",
+                       "ip route 172.20.9.0/24 10.0.0.11")
+            self.expect_route("red", "172.20.9.0/24", lambda route: route and route["protocol"] == "196")
+            self.expect_route("blue", "172.20.9.0/24", lambda route: route)
+        with self.subTest("a link is down, and up again"):
+            self.namespace.ip("link", "set", "c-red", "down")
+            self.expect_route("blue", "172.20.0.0/16", lambda route: not route)
+            self.namespace.ip("link", "set", "c-red", "up")
+            self.expect_route("blue", "172.20.0.0/16", lambda route: route)
+        with self.subTest("zebra is killed and started again, and says IPv6 next hops as they are"):
+            frr["zebra"].kill()
+            self.start_frr("zebra", "--v6-rr-semantics")
+            self.expect_route("green", "172.21.0.0/16", lambda route: "inet6" in str(route))
+        with self.subTest("bgpd ends"):
+            self.assertEqual(frr["bgpd"].stop(), 0)
+            self.expect_route("green", "172.21.0.0/16", lambda route: not route)
 
 
 if __name__ == "__main__":

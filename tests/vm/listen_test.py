@@ -15,7 +15,7 @@ class ListenTest(DeviceCase):
         managers = {}
         for number, name in enumerate(("red", "blue")):
             self.add_device(name, 1001 + number)
-            managers[name] = self.vrfs.add(f"manager-{name}", f"link add m-{name} type veth peer name m0",
+            managers[name] = self.add_namespace(f"manager-{name}", f"link add m-{name} type veth peer name m0",
                                            "link set m0 up", "addr add 10.0.0.9/24 dev m0")
             managers[name].ip("link", "set", f"m-{name}", "netns", self.namespace.name)
             self.namespace.ip_batch([f"link set m-{name} master {name} up", f"addr add {ADDRESS}/24 dev m-{name}"])
