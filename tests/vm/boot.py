@@ -92,7 +92,7 @@ def main():
     parser.add_argument("suite", help="such as vrf_devices")
     parser.add_argument("tests", nargs="*", help="such as VrfDevicesTest.test_leaks; all of the suite unless given")
     parser.add_argument("--shell", action="store_true", help="a shell instead; the suite is $SUITE, Ctrl-A X ends it")
-    parser.add_argument("--limit", type=int, default=600, help="seconds until the machine is stopped (%(default)s)")
+    parser.add_argument("--limit", type=int, default=1000, help="seconds until the machine is stopped (%(default)s)")
     options = parser.parse_args()
     if not os.path.exists(os.path.join(KERNEL, "vmlinuz")):
         print("skipped: no kernel; run: scripts/install-deps vm")

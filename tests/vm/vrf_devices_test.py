@@ -13,9 +13,10 @@ MANY = [f"many{number}" for number in range(20)]
 CONTENTS = ("addr add 10.0.0.1/24 dev {0}", "addr add 10.0.0.2/24 dev {0}", "addr add 2001:db8::1/64 dev {0} nodad",
             "neigh add 10.0.0.7 lladdr 02:00:00:00:{1:02x}:07 dev {0}",
             "neigh add 2001:db8::7 lladdr 02:00:00:00:{1:02x}:07 dev {0} nud stale",
-            "route add 10.1.0.0/16 via 10.0.0.9 table {2} proto static", "route add blackhole 10.2.0.0/16 table {2}",
-            "route add default via 10.0.0.8 table {2} proto bgp", "route add 2001:db8:1::/48 via 2001:db8::9 table {2}",
-            "route add 10.3.0.0/16 table {2} nexthop via 10.0.0.9 nexthop via 10.0.0.10 weight 3")
+            "route replace 10.1.0.0/16 via 10.0.0.9 table {2} proto static", "route replace blackhole 10.2.0.0/16 table {2}",
+            "route replace default via 10.0.0.8 table {2} proto bgp",
+            "route replace 2001:db8:1::/48 via 2001:db8::9 table {2}",
+            "route replace 10.3.0.0/16 table {2} nexthop via 10.0.0.9 nexthop via 10.0.0.10 weight 3")
 
 
 class VrfDevicesTest(DeviceCase):
