@@ -72,8 +72,13 @@ class FibStatsTest(VrfCase):
 
     def test_counts_of_each_vrf_follow_the_kernel(self):
         red = self.vrfs.add("red")
+        # A host with a route and a neighbour, and one that is a neighbour on two interfaces.
+        hosts = ["neigh {} 10.0.0.5 lladdr 02:00:00:00:00:05 dev a0", "neigh {} 10.0.0.6 lladdr 02:00:00:00:00:06 dev b0"]
         for namespace in (self.namespace, red):
             namespace.add_interface("a0", "10.0.0.1/24", "2001:db8::1/64")
+            namespace.add_interface("b0")
+            namespace.ip_batch(["route add 10.0.0.5/32 dev a0 proto static", *(line.format("add") for line in hosts),
+                                "neigh add 10.0.0.6 lladdr 02:00:00:00:00:06 dev a0"])
         red.ip_batch(self.lines("add", range(2000)))
         red.ip_batch(["route add blackhole 198.51.100.0/24", "route add default via 10.0.0.9 metric 7",
                       "route add default via 10.0.0.8 metric 5 proto bgp",
@@ -87,6 +92,10 @@ class FibStatsTest(VrfCase):
         self.wait_for_context(client)
         self.expect_counts(client, red, "at the start")
         self.expect_counts(self.default, self.namespace, "the default VRF's")
+        for context, namespace in (client, red), (self.default, self.namespace):
+            namespace.ip_batch([line.format("del") for line in hosts])
+            namespace.ip("neigh", "add", "10.0.0.200", "lladdr", "02:00:00:00:00:05", "dev", "a0")  # to wait for
+            self.expect_counts(context, namespace, "the hosts count as before")
         self.assertGreater(len(expected_tables(red)[BY_TYPE]), 16)
 
         numbers = random.Random(5).sample(range(2000), 1500)
