@@ -121,6 +121,7 @@ TEST_F(VrfRoutesTest, routesAndNeighboursAreCounted) {
   EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic), 1U);
   EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 1U);
   idIs("red", 2);
+  runTasks();
   EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 2U);
   // A configuration that comes late is asked for the routes that come later still.
   tree.routing6VrfConfigDir->vrfConfigIs("red")->staticRouteIs(Routing6::StaticRouteKey(route6.prefix, {}),
