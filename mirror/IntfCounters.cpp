@@ -48,7 +48,10 @@ void countersAre(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCou
   const auto record = all.intfStatsIs(id);
   const auto counters = countersOf(told, record->counters());
   const bool isContinued = known && !hasFallen(known->counters(), counters);
-  if (!isContinued) record->discontinuityTimeIs(now);
+  if (!isContinued) {
+    record->discontinuityTimeIs(now);
+    record->utcOffsetIs(Kel::System::utcOffset());
+  }
   record->countersIs(isContinued ? counters : countersOf(told, {}));
 }
 

@@ -19,7 +19,7 @@ void copy(const Ip::IntfStats& from, IpIfStatsEntry& row) {
   row.ipIfStatsInMcastOctetsIs(counters.inMcastOctets());
   row.ipIfStatsOutMcastPktsIs(counters.outMcastPkts());
   row.ipIfStatsOutMcastOctetsIs(counters.outMcastOctets());
-  row.discontinuityTimeIs(from.discontinuityTime());
+  row.discontinuityTimeIs(Kel::System::localTime(from.discontinuityTime(), from.utcOffset()));
 }
 
 }  // namespace

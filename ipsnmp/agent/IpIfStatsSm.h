@@ -40,6 +40,7 @@ class IpIfStatsSm : public Kel::Entity {
     explicit KelIntfStats(IpIfStatsSm* owner) : owner_(owner) {}
     void handleCounters() override { owner_->handleIntf(notifier()->intfId()); }
     void handleDiscontinuityTime() override { owner_->handleIntf(notifier()->intfId()); }
+    void handleUtcOffset() override { owner_->handleIntf(notifier()->intfId()); }
 
    private:
     IpIfStatsSm* const owner_;

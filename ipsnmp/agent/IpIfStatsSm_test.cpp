@@ -43,7 +43,7 @@ TEST_F(IpIfStatsSmTest, aRowTakesCountersAndAnIfIndex) {
   for (std::size_t i = 0; i < std::size(counters); ++i) EXPECT_EQ(counters[i], 100 + i);
   statsIs("eth0", 200, 7);
   EXPECT_EQ(row->ipIfStatsOutMcastOctets(), 211u);
-  EXPECT_EQ(row->discontinuityTime(), 7.0);
+  EXPECT_EQ(row->discontinuityTime(), 7.0) << "of a publisher whose offset is not known";
   status->ifIndexIs(4);
   EXPECT_EQ(rows(), "4 200;");
   tree.intfStatusDir->intfStatusDel(intfOf("eth0"));
@@ -52,6 +52,18 @@ TEST_F(IpIfStatsSmTest, aRowTakesCountersAndAnIfIndex) {
   EXPECT_EQ(rows(), "5 200;");
   tree.ip6IntfStats->intfStatsDel(intfOf("eth0"));
   EXPECT_EQ(rows(), "");
+}
+
+// The wall clock was set between the starts of publisher and agent, or between those of two publishers.
+TEST_F(IpIfStatsSmTest, discontinuityIsReckonedByThePublishersOffset) {
+  intfIs("eth0", 3);
+  const auto now = Kel::System::currentTime();
+  for (const Kel::Seconds step : {-3600.0, 0.0, 86400.0}) {
+    const auto stats = statsIs("eth0", 100, now + step);
+    stats->utcOffsetIs(Kel::System::utcOffset() + step);
+    const auto row = ipMib->ipIfStatsTable(IpVersionIfIndex(Ip::ipVersion6, 3));
+    EXPECT_NEAR(row->discontinuityTime(), now, 1e-3) << step;
+  }
 }
 
 TEST_F(IpIfStatsSmTest, anIfIndexThatPassesOnKeepsItsRow) {

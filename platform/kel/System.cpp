@@ -18,9 +18,9 @@ std::function<Seconds()>& injectedClock() {
 }
 
 Seconds frameworkTime(clockid_t id) {
-  static const Seconds utcOffset = readClock(CLOCK_REALTIME) - readClock(CLOCK_MONOTONIC);
+  const Seconds offset = System::utcOffset();
   const auto& injected = injectedClock();
-  return injected ? injected() : readClock(id) + utcOffset;
+  return injected ? injected() : readClock(id) + offset;
 }
 
 }  // namespace
@@ -31,6 +31,15 @@ Seconds System::currentTime() {
 
 Seconds System::currentTick() {
   return frameworkTime(CLOCK_MONOTONIC_COARSE);
+}
+
+Seconds System::utcOffset() {
+  static const Seconds offset = readClock(CLOCK_REALTIME) - readClock(CLOCK_MONOTONIC);
+  return offset;
+}
+
+Seconds System::localTime(Seconds time, Seconds writersOffset) {
+  return writersOffset == 0 ? time : time - writersOffset + utcOffset();
 }
 
 void System::clockIs(std::function<Seconds()> clock) {

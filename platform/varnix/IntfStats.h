@@ -22,9 +22,12 @@ class IntfStats : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(IntfStats, ((Vantu::IntfId, intfId)))
   KEL_STORED(IntfCounters, counters, Counters)
-  // Since when the counters have been followed without a gap, in seconds of the framework's clock: what they say now
-  // and what they said before then do not belong together.
+  // Since when the counters have been followed without a gap, in seconds of the publisher's clock. Do not compute
+  // deltas across this time.
   KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)
+  // Kel::System::utcOffset() of the publisher, to read discontinuityTime by. 0 in stores of publishers that knew no
+  // such attribute.
+  KEL_STORED(double, utcOffset, UtcOffset, 0.0)
   KEL_TYPE_END_DECLARE
 };
 
