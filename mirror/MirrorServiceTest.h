@@ -70,9 +70,9 @@ class MirrorServiceTest : public testing::Test {
     waitFor([&] { return service_->isServing(); }, "the first complete pass");
   }
 
-  // Runs the service as its event loop does, until the condition holds.
+  // Runs the service as its event loop does, until the condition holds. The limit is ample for a busy machine.
   template <class Condition>
-  void waitFor(const Condition& condition, const char* what, int milliseconds = 5000) {
+  void waitFor(const Condition& condition, const char* what, int milliseconds = 60'000) {
     for (int waited = 0; waited < milliseconds; ++waited) {
       pollfd entry{service_->fd(), POLLIN, 0};
       if (poll(&entry, 1, 0) > 0) {

@@ -115,11 +115,11 @@ class ProgramTest : public testing::Test {
     const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
     return static_cast<pid_t>(mount->publisher().pid);
   }
-  // The status with which the daemon ends on the signal; -1 when it does not end within five seconds.
+  // The status with which the daemon ends on the signal; -1 when it does not end within a minute.
   static int statusAfter(pid_t daemon, int signal) {
     kill(daemon, signal);
     int status = 0;
-    for (int waited = 0; waited < 500; ++waited) {
+    for (int waited = 0; waited < 6000; ++waited) {
       if (waitpid(daemon, &status, WNOHANG) == daemon) return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
       usleep(10'000);
     }

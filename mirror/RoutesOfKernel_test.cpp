@@ -75,10 +75,9 @@ class RoutesOfKernelTest : public MirrorServiceTest {
     }
     return expectedRouteLines(kernel, vrfs_);
   }
-  void expectRoutes(int milliseconds = 3000) {
+  void expectRoutes() {
     RouteLines ours, theirs;
-    waitFor([&] { return (ours = routeLines(store_)) == (theirs = kernels()); }, "the kernel's routes",
-            milliseconds / 10);
+    waitFor([&] { return (ours = routeLines(store_)) == (theirs = kernels()); }, "the kernel's routes", 5000);
     EXPECT_EQ(ours, theirs);
   }
   // Of the tables: the journal's number of the latest change in each.
@@ -165,7 +164,7 @@ TEST_F(RoutesOfKernelTest, veryManyAndAnOverrun) {
   for (auto& line : lines) line.replace(line.find("add"), 3, "replace");
   for (std::size_t i = 0; i < 100; ++i) lines[i] = "route del 50.0." + std::to_string(i) + ".0/24";
   ipBatch(lines);
-  waitFor([&] { return service_->mirror().routes().routes() == count - 100 + 8U; }, "the deletions", 10'000);
+  waitFor([&] { return service_->mirror().routes().routes() == count - 100 + 8U; }, "the deletions");
   EXPECT_GT(service_->mirror().overruns(), 0U) << "or this test tests nothing";
   const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
   mount->refresh();
