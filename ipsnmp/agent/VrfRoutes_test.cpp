@@ -210,6 +210,7 @@ TEST_F(VrfRoutesTest, anotherIdIsAnotherTable) {
   EXPECT_LT(red.routes->use_count(), before - 2);
   const auto counts = vrfMibsDir->mibs("red")->fibstatsmib();
   EXPECT_EQ(counts->summaryTable(Ip::ipVersion4)->totalRoutes(), 2U);
+  ASSERT_TRUE(counts->summaryTable(Ip::ipVersion6));
   EXPECT_EQ(counts->summaryTable(Ip::ipVersion6)->totalRoutes(), 1U);
   other.fecIs(1, {{"192.0.2.2", "eth0"}});
   EXPECT_EQ(vrfRootSm->vrfRoot("red")->ipRouteTableSm()->routeBacklog().size(), 2U) << "the FEC's routes";
