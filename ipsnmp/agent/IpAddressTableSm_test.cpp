@@ -68,18 +68,6 @@ TEST(IpAddressTableSm, prefixRowGoesToTheFirstPairOfAnAddress) {
   EXPECT_EQ(tables(*world.ipMib), "");
 }
 
-TEST(IpAddressTableSm, addressesOfOneSubnetShareTheRow) {
-  World world;
-  world.intfIs("eth0", 3);
-  auto record = world.statusIs("eth0", "10.1.1.1/24");
-  record->secondaryAddrWithMaskIs(mask4("10.1.1.2/24"), true);
-  record->secondaryAddrWithMaskIs(mask4("10.1.1.3/24"), true);
-  record->secondaryAddrWithMaskIs(mask4("10.1.1.4/24"), true);
-  const auto row = world.ipMib->ipAddressPrefixTable().begin()->second;
-  record->secondaryAddrWithMaskDel(mask4("10.1.1.2/24"));
-  EXPECT_EQ(world.ipMib->ipAddressPrefixTable().begin()->second, row);
-}
-
 // Every interface has an address in fe80::/64. Compared are CPU times of this thread, which other work does not change.
 TEST(IpAddressTableSm, removalCostsNoMoreThanAdditionWherePrefixesAreShared) {
   World world;
