@@ -20,6 +20,7 @@ constexpr unsigned maxQuestions = 16;
 // When many go at once the list has them until the machines are told, and the order until a task has come to them.
 auto nextWithRow(const IpForwardMib& mib, const FecsAndPrefixes& order, const Vantu::IpAddrWithMask& prefix) {
   const auto& prefixes = order.orderedPrefix();
+  if (!mib.routeStatus() || !mib.vrfForwardingStatus() || !order.forwardFecs()) return prefixes.end();
   const auto isGood = [&mib](const Vantu::IntfId& intfId) { return mib.validIntf(intfId); };
   auto next = prefixes.upperBound(prefix);
   for (unsigned question = 0; next != prefixes.end() && question < maxQuestions; ++question) {
@@ -28,7 +29,7 @@ auto nextWithRow(const IpForwardMib& mib, const FecsAndPrefixes& order, const Va
       if (!order.fecRouteList()->nextThrough(listed, isGood, listed)) return prefixes.end();
       next = prefixes.lowerBound(listed.addrWithMask());
     }
-    if (next == prefixes.end() || !mib.routeStatus()) return next;
+    if (next == prefixes.end()) return next;
     auto found = prefixes.end();
     try {
       mib.routeStatus()->forEachRoute(Vantu::Prefix(next->first), [&](const Quillo::Fib::Route& route) {

@@ -100,6 +100,10 @@ TEST_F(Walk, prefixesWhoseRoutesWentAreNotLookedUpOneByOne) {
   EXPECT_EQ(fetched(indexOf("10.0.100.0", "255.255.255.0", "0.0.0.0"), false),
             "10.39.150.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1");
   EXPECT_LT(routes->lookups, 100U);
+  mib->vrfForwardingStatusIs(nullptr);
+  routes->lookups = 0;
+  EXPECT_EQ(rows().size(), 0U);
+  EXPECT_LT(routes->lookups, 100U) << "without FECs there is no row to look for";
 }
 
 TEST_F(Walk, hostBitsInTheOrderAreAnError) {

@@ -64,7 +64,7 @@ TEST_F(SeekGateTest, aWalkThatGivesUpIsAnErrorRatherThanTheEnd) {
     EXPECT_EQ(reply.errorStatus, SNMP_ERR_GENERR) << from;
     EXPECT_EQ(reply.errorIndex, 1) << from;
   }
-  EXPECT_EQ(agent.getNext(column + ".10.0.0.0.255.255.255.1").name, column + last) << "one prefix less";
+  EXPECT_EQ(agent.getNext(column + ".10.0.0.1").name, column + last) << "one prefix less";
   EXPECT_EQ(agent.get(column + ".10.0.0.0.255.255.255.0.0.10.1.1.1").type, SNMP_NOSUCHINSTANCE);
   EXPECT_EQ(agent.getNext(ipGroup + ".24.4.1.16" + last).name.rfind(ipGroup + ".24.4.", 0), std::string::npos);
 }

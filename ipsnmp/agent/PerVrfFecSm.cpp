@@ -45,7 +45,7 @@ void PerVrfFecSm::vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::ForwardingSt
   if (vrfForwardingStatus_ == vrfForwardingStatus || !kelVrfForwardingStatus_) return;
   vrfForwardingStatus_ = std::move(vrfForwardingStatus);
   kelVrfForwardingStatus_->notifierIs(vrfForwardingStatus_);
-  if (fecRouteListSmDel()) followRoutes();
+  if (fecRouteListSmDel() && fecRouteList()) followRoutes();
   if (vrfForwardingStatus_) ipRouteTableSm()->handleRoute();
 }
 

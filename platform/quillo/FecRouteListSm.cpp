@@ -146,7 +146,7 @@ void FecRouteListSm::scanPiece() {
   };
   for (const auto& prefix : scan_.piece(routeStatus_.get(), known)) handleRoute(prefix);
   static const Vantu::Prefix lastOfAll(Vantu::IpAddr(~std::uint32_t{0}), 32);
-  fecRouteList_->completeToIs(scan_.isOn() ? scan_.last() : &lastOfAll);
+  if (forwardingStatus_) fecRouteList_->completeToIs(scan_.isOn() ? scan_.last() : &lastOfAll);
 }
 
 }  // namespace FibUtils

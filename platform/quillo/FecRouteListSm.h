@@ -25,7 +25,7 @@ class FecRouteListSm : public Kel::PtrInterface {
                  Kel::Ptr<Quillo::Fib::FecRouteList>>;
   static constexpr const char* kelCtorNames[] = {"routeStatus", "forwardingStatus", "fecRouteList"};
   // `forwardingStatus` is the table that the ids of the FECs are of. The tables may be null: the list stays empty, or its
-  // FECs without interfaces.
+  // FECs without interfaces, and it is never complete.
   FecRouteListSm(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                  Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus,
                  Kel::Ptr<Quillo::Fib::FecRouteList> fecRouteList);
