@@ -58,8 +58,7 @@ def make_initramfs(file, suite, command):
         for path in [os.path.join(HERE, "init"), *modules]:
             shutil.copy(path, root)
         with open(f"{root}/suite", "w", encoding="utf-8") as script:
-            environment = {"QUORIN_BIN_DIR": os.path.abspath(bin_dir), "PYTHONPATH": SUITE_PATHS[1],
-                           "QUORIN_PATIENCE": "3"}
+            environment = {"QUORIN_BIN_DIR": os.path.abspath(bin_dir), "PYTHONPATH": SUITE_PATHS[1]}
             script.write("".join(f"export {name}={shlex.quote(value)}\n" for name, value in environment.items()))
             script.write(shlex.join(command) + "\n")
         names = subprocess.run(["find", "."], cwd=root, stdout=subprocess.PIPE, check=True).stdout

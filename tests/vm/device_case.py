@@ -76,7 +76,7 @@ class DeviceCase(VrfCase):
             stats |= interface_rows(namespace, self.number(name))
         return {**self.expected(self.default_vrf), **vrf_tables(vrfs, self.number), IF_STATS: stats}
 
-    def expect_everything(self, timeout=10, names=None):
+    def expect_everything(self, names=None):
         """All tables of all contexts, or of these; None is the default one. A reading that does not fit is repeated."""
         self.reading.again()
         for name in names or (None, *self.vrfs_of_all()):
@@ -88,7 +88,7 @@ class DeviceCase(VrfCase):
                 next(repeat, self.reading.again)()
                 return self.expected(self.vrfs_of_all()[name], name) if name else self.expected_of_system()
 
-            self.expect(lambda: self.served(client, entries), expected, f"context {name}", timeout)
+            self.expect(lambda: self.served(client, entries), expected, f"context {name}")
 
     def expect_no_rows(self, name):
         client = self.community(f"c-{name}")

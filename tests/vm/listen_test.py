@@ -26,7 +26,7 @@ class ListenTest(DeviceCase):
                    for name, manager in managers.items()}
         eventually(clients["red"].answers, "red's manager gets no answer", 10)
         self.assertFalse(clients["blue"].answers())
-        self.expect_everything(10)
+        self.expect_everything()
 
 
 if __name__ == "__main__":

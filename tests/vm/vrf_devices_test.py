@@ -36,7 +36,7 @@ class VrfDevicesTest(DeviceCase):
         self.start_system()
         blue = self.add_device("blue", 1002, "b0")
         self.fill("b0", 3, 1002)
-        self.expect_everything(10)
+        self.expect_everything()
         return red, blue
 
     def test_interfaces_and_devices_change(self):
@@ -77,7 +77,7 @@ class VrfDevicesTest(DeviceCase):
             for program in (self.agent, self.mirror):
                 self.assertEqual(program.stop(), 0)
             self.start_system()
-            self.expect_everything(10)
+            self.expect_everything()
 
     def test_routes_leak_between_vrfs(self):
         self.start_with_two()
@@ -104,10 +104,10 @@ class VrfDevicesTest(DeviceCase):
                     f"link set i{n} master {name}", f"link set i{n} up",
                     *(text.format(f"i{n}", n, 2000 + n) for text in CONTENTS))])
                 self.devices = {name: DeviceVrf(self.reading, name) for name in MANY}
-                self.expect_everything(20)
+                self.expect_everything()
                 self.namespace.ip_batch([f"link del {name}" for name in (*MANY, *(f"i{n}" for n in range(len(MANY))))])
                 self.devices = {}
-                self.expect_everything(20)
+                self.expect_everything()
                 self.expect_no_rows(MANY[-1])
 
     def test_name_of_a_namespace(self):
@@ -116,7 +116,7 @@ class VrfDevicesTest(DeviceCase):
         self.fill("r0", 2, 1001)
         self.add_namespace("red", "link add n0 type veth peer name n1", "link set n0 up", "addr add 10.0.0.1/24 dev n0")
         self.start_system()
-        self.expect_everything(10)
+        self.expect_everything()
         self.vrfs.remove("red")
         self.expect_everything()
         self.assertIn((10, 0, 0, 1), self.expected(red, "red")[ADDR])
