@@ -30,7 +30,7 @@ def counted(namespace):
                             key=lambda route: -route.get("metric", 0)):
             if route.get("type", "unicast") in PUBLISHED and not {"dead", "linkdown"} & set(route["flags"]):
                 kind = TYPES.get(route.get("protocol", "boot"), OTHER)
-                is_group = "nhid" in route and kind in (STATIC, NOT_PERSISTENT)
+                is_group = "nhid" in route and route.get("protocol", "boot") in ("static", "boot")
                 prefixes[version, network_of(route, version)] = GROUP if is_group else kind
     for entry in namespace.ip_json("neigh", "show", "nud", "all"):
         address = ipaddress.ip_address(entry["dst"])

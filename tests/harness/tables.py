@@ -160,7 +160,7 @@ def vrf_tables(namespaces, vrf_id):
         forwarding = [namespace.run("cat", f"/proc/sys/net/{file}").stdout.strip() != "0"
                       for file in ("ipv4/ip_forward", "ipv6/conf/all/forwarding")]
         tables[VRF][vrf_index(name)] = {2: f"{forwarding[0] << 7 | forwarding[1] << 6:02x}", 3: "", 4: "1"}
-        for link in namespace.ip_json("link"):
+        for link in namespace.ip_json("addr"):
             if_index = vrf_id(name) << IF_INDEX_BITS | link["ifindex"]
             tables[VRF_IF][(if_index,)] = {1: bytes(vrf_index(name)[1:]).hex()}
     return tables

@@ -1,7 +1,5 @@
 """The frame of a test with VRF devices: every table in every context, row for row as `ip -j -d` says it must be."""
 
-import os
-
 from counters_test import COLUMNS, IF_STATS, SW_FWD, WIDE, interface_rows, kernel_row
 from fib_stats_test import ENTRIES as FIB_TABLES
 from fib_stats_test import expected_tables as fib_tables
@@ -13,7 +11,8 @@ from harness.vrf import DeviceVrf, KernelReading
 from harness.vrfcase import VrfCase
 
 SYSTEM_TABLES = (*VRF_TABLES, IF_STATS)  # of the default context alone
-SWITCHES = {IP_FORWARDING: "ipv4/ip_forward", IPV6_IP_FORWARDING: "ipv6/conf/all/forwarding"}  # the latter likewise
+# The scalars and their switches; that of IPv6 is in the default context alone.
+SWITCHES = {IP_FORWARDING: "ipv4/ip_forward", IPV6_IP_FORWARDING: "ipv6/conf/all/forwarding"}
 NO_COUNTERS = {**dict.fromkeys(sorted({*COLUMNS, *WIDE}), "0"), 46: "(time)", 47: "500"}  # a device has none
 
 
@@ -35,12 +34,8 @@ class DeviceCase(VrfCase):
         self.devices[name] = DeviceVrf(self.reading, name)
         return self.devices[name]
 
-    def add_namespace(self, name, *batch):
-        """A VRF that is a namespace, where the agent too looks for it."""
-        namespace = self.vrfs.add(name, *batch)
-        os.symlink(namespace.file, f"/run/netns/ns-{name}")
-        self.addCleanup(os.unlink, f"/run/netns/ns-{name}")
-        return namespace
+    def start_agent(self, *arguments, **options):
+        return super().start_agent("--netns-dir", self.vrfs.path, *arguments, **options)
 
     def remove_device(self, name):
         self.namespace.ip("link", "del", name)
@@ -67,7 +62,7 @@ class DeviceCase(VrfCase):
         scalars = {oid: "2" if vrf.run("cat", f"/proc/sys/net/{file}").stdout == "0\n" else "1"
                    for oid, file in SWITCHES.items() if oid == IP_FORWARDING or not name}
         return {**kernel_tables(vrf, number), **kernel_route_table(vrf, number), **fib_tables(vrf), "scalars": scalars,
-                SW_FWD: {(2,): NO_COUNTERS if name in self.devices else kernel_row(vrf, 2)}}
+                SW_FWD: {(2,): NO_COUNTERS if vrf is self.devices.get(name) else kernel_row(vrf, 2)}}
 
     def expected_of_system(self):
         vrfs = self.vrfs_of_all()

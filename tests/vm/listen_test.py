@@ -15,16 +15,16 @@ class ListenTest(DeviceCase):
         managers = {}
         for number, name in enumerate(("red", "blue")):
             self.add_device(name, 1001 + number)
-            managers[name] = self.add_namespace(f"manager-{name}", f"link add m-{name} type veth peer name m0",
+            managers[name] = self.vrfs.add(f"manager-{name}", f"link add m-{name} type veth peer name m0",
                                            "link set m0 up", "addr add 10.0.0.9/24 dev m0")
             managers[name].ip("link", "set", f"m-{name}", "netns", self.namespace.name)
             self.namespace.ip_batch([f"link set m-{name} master {name} up", f"addr add {ADDRESS}/24 dev m-{name}"])
         self.mirror = self.start_mirror()
         self.agent = self.start_agent(listen=f"udp:{ADDRESS}@red:1161,udp:127.0.0.1:1161")
         self.wait_until_complete()
-        clients = {name: Client(manager, f"udp:{ADDRESS}:1161", self.default.access, timeout=5)
+        clients = {name: Client(manager, f"udp:{ADDRESS}:1161", self.default.access)
                    for name, manager in managers.items()}
-        eventually(clients["red"].answers, "red's manager gets no answer", 10)
+        eventually(clients["red"].answers, "red's manager gets no answer")
         self.assertFalse(clients["blue"].answers())
         self.expect_everything()
 
