@@ -12,37 +12,35 @@ Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorCon
 
 // Prefixes without a row, one after another, before the walk asks where the next one is.
 constexpr unsigned fruitlessPrefixes = 64;
-// How often it asks then.
-constexpr unsigned maxQuestions = 16;
 
-// The first prefix behind this one that may have a row. Two are asked until they agree: the list that the machines
-// keep, which passes over routes without a usable next hop, and the table of routes, which passes over routes that went.
-// When many go at once the list has them until the machines are told, and the order until a task has come to them.
+// The first prefix behind this one that may have a row. The list that the machines keep passes over routes without a usable
+// next hop, but only while it contradicts neither table: a change of which the machines are not notified yet may give a
+// row to any prefix. The table of routes passes over routes that went; when many go at once, their prefixes stay in the
+// order until a task has come to them.
 auto nextWithRow(const IpForwardMib& mib, const FecsAndPrefixes& order, const Vantu::IpAddrWithMask& prefix) {
   const auto& prefixes = order.orderedPrefix();
-  if (!mib.routeStatus() || !mib.vrfForwardingStatus() || !order.forwardFecs()) return prefixes.end();
-  const auto isGood = [&mib](const Vantu::IntfId& intfId) { return mib.validIntf(intfId); };
+  const auto& routes = mib.routeStatus();
+  const auto& fecs = mib.vrfForwardingStatus();
+  if (!routes || !fecs || !order.forwardFecs()) return prefixes.end();
   auto next = prefixes.upperBound(prefix);
-  for (unsigned question = 0; next != prefixes.end() && question < maxQuestions; ++question) {
-    Vantu::Prefix listed(next->first);
-    if (order.fecRouteList()) {
-      if (!order.fecRouteList()->nextThrough(listed, isGood, listed)) return prefixes.end();
-      next = prefixes.lowerBound(listed.addrWithMask());
-    }
+  if (next == prefixes.end()) return next;
+  if (order.fecRouteList() && routes->isNotified() && fecs->isNotified()) {
+    const auto isGood = [&mib](const Vantu::IntfId& intfId) { return mib.validIntf(intfId); };
+    Vantu::Prefix listed;
+    if (!order.fecRouteList()->nextThrough(Vantu::Prefix(next->first), isGood, listed)) return prefixes.end();
+    next = prefixes.lowerBound(listed.addrWithMask());
     if (next == prefixes.end()) return next;
-    auto found = prefixes.end();
-    try {
-      mib.routeStatus()->forEachRoute(Vantu::Prefix(next->first), [&](const Quillo::Fib::Route& route) {
-        found = prefixes.lowerBound(route.prefix.addrWithMask());
-        return false;
-      });
-    } catch (const Pesk::CorruptionDetectedException&) {
-      return next;  // the lookups will meet the damage, and report it
-    }
-    if (found == next) break;
-    next = found;
   }
-  return next;
+  auto found = prefixes.end();
+  try {
+    routes->forEachRoute(Vantu::Prefix(next->first), [&](const Quillo::Fib::Route& route) {
+      found = prefixes.lowerBound(route.prefix.addrWithMask());
+      return false;
+    });
+  } catch (const Pesk::CorruptionDetectedException&) {
+    return next;  // the lookups will meet the damage, and report it
+  }
+  return found;
 }
 
 }  // namespace

@@ -191,6 +191,7 @@ void NamespaceRoutes::listingIs() {
 
 // Kernels that do not choose by table list all of them at each step.
 void NamespaceRoutes::dumped(const RouteMessage& message) {
+  if (next_ >= steps_.size()) return;
   const Step& step = steps_[next_];
   if (message.table != step.table) return;
   const auto at = tables_.find({step.table, step.device});

@@ -1,7 +1,7 @@
 #pragma once
 // Finds the network namespaces that are VRFs: the files of a directory whose names are those of VRFs' namespaces
-// (Vantu::nsNameOfVrf), as `ip netns add ns-<VRF>` makes them. The program makes an empty file first and a namespace of it afterwards, of which nobody is told; so a file
-// that is none yet is looked at again, soon and then every second.
+// (Vantu::nsNameOfVrf), as `ip netns add ns-<VRF>` makes them. `ip` makes an empty file first and a namespace of it
+// afterwards, without a notification; so a file that is not a namespace yet is examined again, soon and then every second.
 //
 // A namespace that was deleted and made again under its name is another one, also when nobody looked in between.
 // The directory may come later, and may be replaced.

@@ -392,7 +392,11 @@ std::size_t FibStatsMachine<Family>::routePiece() {
   } else {
     review_.lastRoute = routes.back().prefix;
   }
-  for (const auto& route : routes) handleRoute(route.prefix, route);
+  const auto table = routeStatus_;
+  for (const auto& route : routes) {
+    if (routeStatus_ != table) break;  // a reactor of the counts has set another one
+    handleRoute(route.prefix, route);
+  }
   return routes.size();
 }
 

@@ -69,7 +69,11 @@ void decidePrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const IpAddress
 void delPair(IpMib& ipMib, PrefixCandidates& candidates, IpAddressEntry& entry, const IntfData& pair) {
   const bool isFirst = entry.intf().begin()->first == pair.key();
   entry.intfDel(pair.key());
-  if (isFirst) passPrefixRow(ipMib, candidates, pair.prefixEntry(), entry.prefixEntry());
+  if (isFirst) {
+    passPrefixRow(ipMib, candidates, pair.prefixEntry(), entry.prefixEntry());
+  } else {
+    candidates.erase(pair.prefixEntry());
+  }
   if (!entry.intf().empty()) return;
   if (entry.addrVersion() == Ip::ipVersion4) ipMib.ipAddrTableDel(entry.ipAdEntAddr());
   ipMib.ipAddressTableDel(entry.index());
@@ -180,6 +184,12 @@ Kel::Ptr<IpMib> IpAddressTableSm::ipMibOf(const L3::VrfName& vrfName) {
   return found;
 }
 
+std::shared_ptr<IpAddressTableSm::PrefixCandidates> IpAddressTableSm::candidatesOf(const IpMib& ipMib) {
+  auto& candidates = prefixCandidates_[&ipMib];
+  if (!candidates) candidates = std::make_shared<PrefixCandidates>();
+  return candidates;
+}
+
 template <class AddrWithMask>
 void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                                const L3::VrfName& vrfName, const AddrWithMask& addr) {
@@ -192,6 +202,7 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
                                      << "; ignoring " << addr;
     return;
   }
+  const auto candidates = candidatesOf(*ipMib);
   auto entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
   const IntfData pair(IntfDataKey(source, intfId), makePrefixEntry(ifIndex, addr));
   if (const auto* present = entry->intf(pair.key())) {
@@ -205,10 +216,10 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
     // Reported again. The pair keeps its prefix entry, which may stand in the prefix table.
     if (heldPrefix == pair.prefixEntry()->index()) return;
     // The interface has got another ifIndex.
-    delPair(*ipMib, prefixCandidates_[ipMib.get()], *entry, held);
+    delPair(*ipMib, *candidates, *entry, held);
     entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
   }
-  decidePrefixRow(*ipMib, prefixCandidates_[ipMib.get()], *entry, pair);
+  decidePrefixRow(*ipMib, *candidates, *entry, pair);
   entry->intfIs(pair);
   if (entry->addrVersion() == Ip::ipVersion4) ipMib->ipAddrTableIs(entry);
 }
@@ -224,7 +235,7 @@ void IpAddressTableSm::delAddr(const Vantu::IntfId& intfId, AddressSource source
   if (!entry) return;
   if (const auto* present = entry->intf(IntfDataKey(source, intfId))) {
     const IntfData pair = *present;
-    delPair(*ipMib, prefixCandidates_[ipMib.get()], *entry, pair);
+    delPair(*ipMib, *candidatesOf(*ipMib), *entry, pair);
   }
 }
 

@@ -13,6 +13,7 @@
 // when that comes. Stopping or destroying the machine takes out of every cache what it put in.
 
 #include <map>
+#include <memory>
 #include <set>
 
 #include "ipsnmp/IpMib.h"
@@ -95,7 +96,10 @@ class IpAddressTableSm : public Kel::Entity {
   void delAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                const AddrWithMask& addr);
 
-  std::map<const IpMib*, PrefixCandidates> prefixCandidates_;
+  // Take the handle before anything is notified: a reactor may delete the cache, and its candidates with it.
+  std::shared_ptr<PrefixCandidates> candidatesOf(const IpMib& ipMib);
+
+  std::map<const IpMib*, std::shared_ptr<PrefixCandidates>> prefixCandidates_;
   Kel::Ptr<AddressReactors::KelConfig> kelConfig_;
   Kel::Ptr<AddressReactors::KelStatus> kelStatus_;
   Kel::Ptr<AddressReactors::KelConfig6> kelConfig6_;

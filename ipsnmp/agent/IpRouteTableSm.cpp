@@ -111,6 +111,9 @@ void IpRouteTableSm::stop() {
   }
   fecsAndPrefixesDel();
   localForwardingFecsDel();
+  isFirstCountRequested_ = false;
+  knownFecs_.clear();
+  fecScan_ = FecScan::none;
 }
 
 void IpRouteTableSm::reconfigure() {

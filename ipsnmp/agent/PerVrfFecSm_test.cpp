@@ -187,6 +187,11 @@ TEST_F(FecSm, prefixesWithoutRowsArePassedOver) {
   run();
   EXPECT_FALSE(fetched(*this).gaveUp);
   EXPECT_EQ(fetched(*this).row, last);
+  for (bool* const areNotified : {&routes->areChangesNotified, &fecs->areChangesNotified}) {
+    *areNotified = false;
+    EXPECT_TRUE(fetched(*this).gaveUp) << "a pending change may give a row to any prefix";
+    *areNotified = true;
+  }
 }
 
 TEST_F(FecSm, stoppedMachineIsStill) {

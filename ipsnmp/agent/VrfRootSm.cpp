@@ -194,6 +194,7 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
     }
     return;
   }
+  failedVrfs_.erase(vrfName);  // it is made, or lacks something whose arrival examines it again
   QTRACE(vrfRootSmTrace, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
                             << " vrfRoot(vrfName)=" << vrfRootHas(name)
                             << " routingVrfInfoDir()->entityPtr(vrfName)="
@@ -242,7 +243,7 @@ void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
 void VrfRootSm::refreshSwFwdStats(const L3::VrfName& vrfName) {
   const auto local = allVrfStatusLocal()->vrf(vrfName);
   const auto root = vrfRoot(vrfName.stringValue());
-  if (!local || !root) return;
+  if (!local || !root || !root->ipMib()) return;
   for (const auto& [ipVersion, stats] : root->ipMib()->ipSwFwdStats()) stats->hasNamespaceIs(local->hasNamespace());
 }
 

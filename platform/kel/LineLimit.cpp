@@ -8,7 +8,8 @@
 namespace Kel {
 namespace {
 
-constexpr std::size_t longestKind = 200;  // characters; what follows does not tell lines apart
+constexpr std::size_t longestKind = 200;     // characters; what follows does not tell lines apart
+constexpr std::size_t longestReport = 1000;  // characters of a line that is kept
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -56,7 +57,7 @@ bool LineLimit::admits(std::string_view source, std::string_view text) {
     return true;
   }
   kind.repeated++;
-  kind.latest = text;
+  kind.latest = text.substr(0, longestReport);
   return false;
 }
 

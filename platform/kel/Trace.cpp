@@ -35,6 +35,7 @@ struct Registry {
   TraceConfig::Sink sink;
   std::shared_ptr<spdlog::logger> logger;
   LineLimit limit;
+  bool isReporting = false;
 
   // To spdlog, however many lines there are.
   void log(std::string_view facility, unsigned level, const std::string& text) {
@@ -197,8 +198,8 @@ TraceLine::~TraceLine() {
 }
 
 bool TraceLimit::admits(const TraceHandle& handle, unsigned level, const std::string& text) {
-  if (level != 0) return true;
   auto& known = registry();
+  if (level != 0 || known.isReporting) return true;
   const bool isAskedFor = std::any_of(known.rules.begin(), known.rules.end(),
                                       [&](const Rule& rule) { return rule.matches(handle.facility()); });
   return isAskedFor || known.limit.admits(handle.facility(), text);
@@ -206,6 +207,9 @@ bool TraceLimit::admits(const TraceHandle& handle, unsigned level, const std::st
 
 void TraceLimit::beginPeriod() {
   auto& known = registry();
+  const std::unique_ptr<bool, void (*)(bool*)> ended(&known.isReporting,
+                                                     [](bool* isReporting) { *isReporting = false; });
+  known.isReporting = true;  // a sink that asks is to write the reports, and not count them in the new period
   known.limit.beginPeriod([&known](const std::string& facility, const std::string& text) {
     if (!known.sink) return known.log(facility, 0, text);
     const auto handle = std::find_if(known.handles.begin(), known.handles.end(),

@@ -99,6 +99,8 @@ class FibMount::Routes final : public FibMount::Table<BasicRouteStatus<PrefixTyp
                   });
   }
 
+  bool isNotified() const override { return this->source().follower()->isNotified(reader().table()); }
+
   static constexpr bool isIpv4 = std::is_same_v<PrefixType, Vantu::Prefix>;
 
  private:
@@ -138,6 +140,8 @@ class FibMount::Fecs final : public FibMount::Table<Fib::ForwardingStatus> {
       into.clear();
     }
   }
+
+  bool isNotified() const override { return source().follower()->isNotified(source().fecs.table()); }
 
   void forEachFec(const Fib::FecId& from, const Visit& visit) const override {
     if (isEmpty()) return;

@@ -361,8 +361,11 @@ TEST_F(FibMountTest, lookupsOfOneTurnShareOneSnapshot) {
   batch.commit();
   EXPECT_TRUE(other->route(fibRoute(6, 1).prefix) == fibRoute(6, 1));
   EXPECT_NE(before, other->generation());
+  EXPECT_FALSE(other->isNotified());
+  EXPECT_TRUE(fib_->forwardingStatus(VrfId(2))->isNotified()) << "no FEC has changed";
   EXPECT_EQ(2U, turns);
   follow();  // asserts that nothing is held
+  EXPECT_TRUE(other->isNotified());
   EXPECT_EQ(1U, copies_[2].routes->keys);
   EXPECT_THAT(copies_[1].routes->keys, 0U);
 }

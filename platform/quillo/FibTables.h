@@ -45,6 +45,9 @@ class FibTable : public Kel::Notifier {
   // of the process had before. While it stays, readers may use what they read again. 0: the table keeps no such number,
   // look it up each time.
   virtual std::uint64_t generation() const { return 0; }
+  // Every change of the table that a lookup finds now has been notified. While it has not, what was derived from
+  // notifications may contradict the table.
+  virtual bool isNotified() const { return true; }
 };
 
 // The routes of one VRF and IP version, in order of the prefix.

@@ -93,6 +93,19 @@ void TableFollower::tellKeys(const std::vector<Change>& changes) {
   }
 }
 
+bool TableFollower::isNotified(TableId table) const {
+  try {
+    const auto snapshot = mount_->turnSnapshot();
+    const auto head = snapshot->bookmark();
+    if (mark_ == head) return true;
+    return mark_.generation == head.generation && mark_.epoch == head.epoch &&
+           snapshot->tableState(table).version <= mark_.seq;
+  } catch (const Pesk::CorruptionDetectedException&) {
+  } catch (const StoreException&) {
+  }
+  return false;
+}
+
 std::shared_ptr<Snapshot> TableFollower::snapshot() {
   try {
     return mount_->turnSnapshot();

@@ -70,6 +70,9 @@ class TableFollower : public Kel::Notifier {
   // the store that is there now.
   bool step(std::size_t limit, const Bookmark& other) { return step(limit, &other); }
 
+  // Every change of this table that is in snapshot() has been notified. False when that cannot be known.
+  bool isNotified(TableId table) const;
+
   // Damage that a reader of the tables met. That of a record goes to the mount at the end of the next step, together
   // with what else is met till then: the store is opened again once for all of it, and what can be read is read
   // meanwhile. A record that is damaged still after that is reported no more, or there would be no end of opening.

@@ -19,6 +19,7 @@ class TestTable : public Base {
   bool initialized() const override { return isInitialized; }
   void corruptionDetected(const std::string& message) const override { reports.push_back(message); }
   std::uint64_t generation() const override { return currentGeneration; }
+  bool isNotified() const override { return areChangesNotified; }
 
   void initializedIs() {
     isInitialized = true;
@@ -32,6 +33,7 @@ class TestTable : public Base {
   }
 
   bool isInitialized = true;
+  bool areChangesNotified = true;
   std::optional<std::string> damage;          // what every read then throws
   bool isUnreadable = false;                  // every read then throws StoreException
   std::map<Key, std::string> damagedEntries;  // what reads of these keys throw
