@@ -61,8 +61,9 @@ TEST_F(IpBaseTables, anAddressWithItsPrefix) {
   rows.addressIs("0.0.0.0", 0, 0);
   rows.addressIs("fe80::1", 128, 0x80000000);
   expectWalks();
-  tree.ipMib->ipAddressTableIs(TestIpRows::inetAddress("10.1.2.3"))
-      ->intfIs({IpSnmp::IntfDataKey(IpSnmp::addressSourceStatus, Vantu::IntfId("eth0")), nullptr});
+  const auto entry = tree.ipMib->ipAddressTableIs(TestIpRows::inetAddress("10.1.2.3"));
+  entry->intfDelAll();
+  entry->intfIs({IpSnmp::IntfDataKey(IpSnmp::addressSourceStatus, Vantu::IntfId("eth0")), nullptr});
   EXPECT_EQ(value("34", 5, "1.4.10.1.2.3"), "0.0") << "no prefix";
   EXPECT_EQ(value("34", 3, "1.4.10.1.2.3"), "0");
 }

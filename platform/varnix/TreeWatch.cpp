@@ -108,6 +108,7 @@ struct OnIp6Status : Watcher<Ip6::Status> {
 struct OnIntfStats : Watcher<Ip::IntfStats> {
   ON_ATTRIBUTE(Counters)
   ON_ATTRIBUTE(DiscontinuityTime)
+  ON_ATTRIBUTE(UtcOffset)
 };
 struct OnAllIntfStats : Watcher<Ip::AllIntfStats> {
   ON_MEMBERS(Vantu::IntfId, OnIntfStats, intfStats, IntfStats)
@@ -129,6 +130,7 @@ struct OnAllVrfGlobal : Watcher<Ip::AllVrfStatusGlobal> {
 
 struct OnVrfLocal : Watcher<Ip::VrfStatusLocal> {
   ON_ATTRIBUTE(State)
+  ON_ATTRIBUTE(HasNamespace)
 };
 struct OnAllVrfLocal : Watcher<Ip::AllVrfStatusLocal> {
   ON_MEMBERS(L3::VrfName, OnVrfLocal, vrf, Vrf)
