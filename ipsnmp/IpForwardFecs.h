@@ -44,11 +44,11 @@ class FecsAndPrefixes : public Kel::Entity {
   // Every IPv4 prefix of the route table, in the order of the rows. The value is always true.
   KEL_VALUES(Ordered, Vantu::IpAddrWithMask, bool, orderedPrefix, OrderedPrefix)
   using KelOrderedPrefix = Kel::Ordered<Vantu::IpAddrWithMask, bool>;
-  // Those that the routes' FECs are looked up in.
+  // Resolves the FEC of a route to its next hops.
   KEL_REFERENCE(const IpForwardFecs, forwardFecs, ForwardFecs)
   KEL_TYPE_END_DECLARE
 
-  // Finds the next prefix that has a row. Null: each prefix is to be looked at.
+  // Finds the next prefix that has a row, for walks over many prefixes without one. Null: a walk examines each prefix.
   const Kel::Ptr<const Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
   void fecRouteListIs(Kel::Ptr<const Quillo::Fib::FecRouteList> list) { fecRouteList_ = std::move(list); }
 

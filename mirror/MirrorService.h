@@ -1,13 +1,13 @@
 #pragma once
-// The whole way from the kernel to the store, for an event loop: the default VRF, which is the network namespace of
-// the calling thread, and every other VRF.
+// Publishes the kernel's state of all VRFs in the store, from an event loop. The default VRF is the network namespace of
+// the calling thread.
 //
 //   MirrorService service({.store = {.directory = "/run/quorin", .name = "quorin-mirrord"}});
 //   service.start();
 //   on fd() readable: while (service.receive()) ...
 //   once a second:    service.poll();
 //
-// A VRF is in the store, whole and in one commit, when its namespace was listed; and gone from it in one commit.
+// Guarantees: a VRF is published as a whole, in one commit, after its namespace was dumped; and removed in one commit.
 
 #include <map>
 #include <memory>
