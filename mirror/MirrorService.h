@@ -1,6 +1,6 @@
 #pragma once
-// Publishes the kernel's state of all VRFs in the store, from an event loop. The default VRF is the network namespace of
-// the calling thread.
+// Publishes the kernel's state of all VRFs in the store, from an event loop. The default VRF is the network namespace
+// of the calling thread.
 //
 //   MirrorService service({.store = {.directory = "/run/quorin", .name = "quorin-mirrord"}});
 //   service.start();

@@ -3,8 +3,8 @@
 // is Ip4Routes or Ip6Routes.
 //
 // A prefix counts once, under the type that it had when it was first counted. A host counts as attached as long as the
-// VRF has a neighbour of its address, on any interface. Each notification changes the counts by one route at most: of a
-// route and a neighbour of one host only the first one counts. The other one does not count when the first one goes, and
+// VRF has a neighbour of its address, on any interface. Each notification changes the counts by one route at most. Of
+// a route and a neighbour of one host only the first one counts. The other one does not count when the first one goes, and
 // the end of a route takes its host out of the counts even if it counts as attached (docs/decisions/0014).
 //
 // A review compares the counts with both tables: at the start, and when a table says that anything may have changed.
