@@ -15,8 +15,8 @@
 #include <thread>
 
 #include "SnmpClient.h"
-#include "host/AgentMain.h"
-#include "host/AgentTree.h"
+#include "host/agent/AgentMain.h"
+#include "host/composition/AgentTree.h"
 #include "kel/Dir.h"
 #include "snmp/Contexts.h"
 

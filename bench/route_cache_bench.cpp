@@ -14,7 +14,7 @@
 #include "CpuClock.h"
 #include "fibstats/agent/FibStatsSm.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "ipsnmp/agent/PerVrfFecSm.h"
+#include "ipsnmp/agent/route/PerVrfFecSm.h"
 
 namespace {
 

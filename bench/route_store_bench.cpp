@@ -15,10 +15,10 @@
 
 #include "CpuClock.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "ipsnmp/agent/PerVrfFecSm.h"
-#include "quillo/FecRecord.h"
-#include "quillo/FibMount.h"
-#include "quillo/RouteRecord.h"
+#include "ipsnmp/agent/route/PerVrfFecSm.h"
+#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FibMount.h"
+#include "quillo/tables/RouteRecord.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 
 #include "ipsnmp/IpAddressEntry.h"
 #include "ipsnmp/VrfTableEntry.h"
-#include "quillo/ArpTable.h"
+#include "quillo/tables/ArpTable.h"
 #include "vantu/RouteDistinguisher.h"
 #include "varnix/Ip.h"
 #include "varnix/IpVersion.h"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "kel/Trace.h"
-#include "quillo/TestArpTable.h"
+#include "quillo/testing/TestArpTable.h"
 
 namespace IpSnmp {
 namespace {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ipsnmp/TestRoutes.h"
+#include "ipsnmp/testing/TestRoutes.h"
 
 namespace IpSnmpTest {
 namespace {

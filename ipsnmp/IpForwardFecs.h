@@ -3,7 +3,7 @@
 // their order: the prefixes, and the next hops of each FEC. The state machine of the route table keeps it.
 
 #include "kel/Entity.h"
-#include "quillo/FecRouteList.h"
+#include "quillo/fecs/FecRouteList.h"
 #include "vantu/IpAddrWithMask.h"
 
 namespace IpSnmp {

@@ -7,7 +7,7 @@
 
 #include "ipsnmp/IpCidrRouteTable.h"
 #include "ipsnmp/IpForwardFecs.h"
-#include "quillo/FibTables.h"
+#include "quillo/tables/FibTables.h"
 #include "snmp/IfMib.h"
 
 namespace IpSnmp {

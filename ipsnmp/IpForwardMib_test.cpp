@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ipsnmp/ProtocolMap.h"
-#include "ipsnmp/TestRoutes.h"
+#include "ipsnmp/testing/TestRoutes.h"
 
 namespace IpSnmpTest {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "ipsnmp/IfIndex.h"
 #include "kel/Dir.h"
-#include "quillo/TestArpTable.h"
+#include "quillo/testing/TestArpTable.h"
 
 namespace IpSnmp {
 namespace {

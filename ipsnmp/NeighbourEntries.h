@@ -7,7 +7,7 @@
 #include "ipsnmp/InetAddress.h"
 #include "kel/Attribute.h"
 #include "kel/System.h"
-#include "quillo/ArpTable.h"
+#include "quillo/tables/ArpTable.h"
 
 namespace IpSnmp {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "mirror/IntfCounters.h"
+#include "mirror/kernel/IntfCounters.h"
 #include "vantu/NetNs.h"
 
 namespace Mirror {

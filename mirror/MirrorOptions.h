@@ -5,8 +5,8 @@
 #include <string>
 #include <variant>
 
-#include "mirror/SettingsFile.h"
-#include "mirror/VrfNamespaces.h"
+#include "mirror/vrf/SettingsFile.h"
+#include "mirror/vrf/VrfNamespaces.h"
 #include "quillo/Publisher.h"
 
 namespace Mirror {

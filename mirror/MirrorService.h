@@ -16,10 +16,10 @@
 #include "mirror/CounterMirror.h"
 #include "mirror/EventSet.h"
 #include "mirror/NamespaceMirror.h"
-#include "mirror/RtSocket.h"
-#include "mirror/SettingsFile.h"
-#include "mirror/TreePublisher.h"
-#include "mirror/VrfNamespaces.h"
+#include "mirror/publish/TreePublisher.h"
+#include "mirror/rtnetlink/RtSocket.h"
+#include "mirror/vrf/SettingsFile.h"
+#include "mirror/vrf/VrfNamespaces.h"
 
 namespace Mirror {
 

@@ -6,7 +6,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include "mirror/MirrorServiceTest.h"
+#include "mirror/testing/MirrorServiceTest.h"
 
 namespace Mirror {
 namespace {

@@ -24,11 +24,11 @@
 #include <span>
 
 #include "kel/System.h"
-#include "mirror/ForwardingFlags.h"
-#include "mirror/KernelState.h"
-#include "mirror/NamespaceRoutes.h"
-#include "mirror/NamespaceWriter.h"
-#include "mirror/RtChannel.h"
+#include "mirror/kernel/ForwardingFlags.h"
+#include "mirror/kernel/KernelState.h"
+#include "mirror/publish/NamespaceWriter.h"
+#include "mirror/routes/NamespaceRoutes.h"
+#include "mirror/rtnetlink/RtChannel.h"
 
 namespace Mirror {
 

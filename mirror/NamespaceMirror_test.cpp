@@ -7,7 +7,7 @@
 #include <fstream>
 #include <random>
 
-#include "mirror/NamespaceMirrorTest.h"
+#include "mirror/testing/NamespaceMirrorTest.h"
 
 namespace Mirror {
 namespace {

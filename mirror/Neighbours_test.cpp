@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include "mirror/NamespaceMirrorTest.h"
-#include "mirror/TreePublisher.h"
-#include "quillo/TestStore.h"
+#include "mirror/publish/TreePublisher.h"
+#include "mirror/testing/NamespaceMirrorTest.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Mirror {
 namespace {

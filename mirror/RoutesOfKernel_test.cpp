@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mirror/MirrorServiceTest.h"
-#include "mirror/TestRouteLines.h"
+#include "mirror/testing/MirrorServiceTest.h"
+#include "mirror/testing/TestRouteLines.h"
 
 namespace Mirror {
 namespace {

@@ -5,9 +5,9 @@
 #include <filesystem>
 #include <random>
 
-#include "mirror/NamespaceMirrorTest.h"
-#include "mirror/TestRouteLines.h"
-#include "mirror/TreePublisher.h"
+#include "mirror/publish/TreePublisher.h"
+#include "mirror/testing/NamespaceMirrorTest.h"
+#include "mirror/testing/TestRouteLines.h"
 
 namespace Mirror {
 namespace {

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "modules/IpBase.h"
-#include "modules/TestIpTree.h"
+#include "modules/testing/TestIpTree.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "conversions/SnmpConversions.h"
 #include "modules/IpBaseTables.h"
-#include "modules/Scalar.h"
+#include "modules/frame/Scalar.h"
 #include "snmp/SnmpUtil.h"
 #include "varnix/Routing.h"
 

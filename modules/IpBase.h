@@ -11,7 +11,7 @@
 // | ipAddressTable       | 1.3.6.1.2.1.4.34 | all          |                                                |
 // | ipNetToPhysicalTable | 1.3.6.1.2.1.4.35 | all          |                                                |
 
-#include "modules/IteratorTable.h"
+#include "modules/frame/IteratorTable.h"
 
 // Enters and leaves an SNMP context: "" is the default one, any other is named for its VRF. Entering aborts, after
 // a line on standard error that names the path, when something that is to be served is missing or of another type.

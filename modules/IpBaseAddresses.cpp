@@ -1,8 +1,8 @@
 // The address tables of IP-MIB.
 
 #include "conversions/SnmpConversions.h"
-#include "modules/InetIndex.h"
 #include "modules/IpBaseTables.h"
+#include "modules/frame/InetIndex.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include "modules/IpBaseTables.h"
-#include "modules/Scalar.h"
-#include "modules/TestAgent.h"
-#include "modules/TestIpTree.h"
+#include "modules/frame/Scalar.h"
+#include "modules/testing/TestAgent.h"
+#include "modules/testing/TestIpTree.h"
 #include "snmp/MibContexts.h"
 
 namespace {

@@ -8,8 +8,8 @@
 
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/ArpTableIteratorConst.h"
-#include "modules/InetIndex.h"
 #include "modules/IpBaseTables.h"
+#include "modules/frame/InetIndex.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <random>
 
 #include "modules/IpBase.h"
-#include "modules/TestReference.h"
-#include "modules/TestTableTraces.h"
+#include "modules/testing/TestReference.h"
+#include "modules/testing/TestTableTraces.h"
 #include "snmp/Contexts.h"
 
 namespace {

@@ -7,9 +7,9 @@
 
 #include <random>
 
-#include "modules/Enterprise.h"
-#include "modules/TestAgent.h"
-#include "modules/TestReference.h"
+#include "modules/frame/Enterprise.h"
+#include "modules/testing/TestAgent.h"
+#include "modules/testing/TestReference.h"
 #include "snmp/Contexts.h"
 #include "snmp/MibContexts.h"
 

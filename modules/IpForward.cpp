@@ -2,7 +2,7 @@
 
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "modules/Scalar.h"
+#include "modules/frame/Scalar.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {

@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include "ipsnmp/ProtocolMap.h"
-#include "ipsnmp/TestRoutes.h"
-#include "modules/TestReference.h"
-#include "modules/TestTableTraces.h"
+#include "ipsnmp/testing/TestRoutes.h"
+#include "modules/testing/TestReference.h"
+#include "modules/testing/TestTableTraces.h"
 #include "snmp/ConfigTokens.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include "modules/IpSwForwarding.h"
 
 #include "ipsnmp/IpMib.h"
-#include "modules/Enterprise.h"
-#include "modules/InetIndex.h"
+#include "modules/frame/Enterprise.h"
+#include "modules/frame/InetIndex.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {

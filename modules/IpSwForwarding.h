@@ -9,7 +9,7 @@
 // The only table of which a request reads more than memory: Ip::SwFwdStats reads the kernel's files when its counters
 // are older than half a second.
 
-#include "modules/IteratorTable.h"
+#include "modules/frame/IteratorTable.h"
 
 // Enters and leaves an SNMP context. Entering aborts, after a line on standard error that names the path, when the
 // cache is missing or of another type.

@@ -10,9 +10,9 @@
 #include <fstream>
 
 #include "kel/System.h"
-#include "modules/Enterprise.h"
-#include "modules/TestReference.h"
-#include "modules/TestTableTraces.h"
+#include "modules/frame/Enterprise.h"
+#include "modules/testing/TestReference.h"
+#include "modules/testing/TestTableTraces.h"
 
 namespace {
 

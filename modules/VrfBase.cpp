@@ -2,7 +2,7 @@
 
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/IpMib.h"
-#include "modules/Enterprise.h"
+#include "modules/frame/Enterprise.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {

@@ -7,7 +7,7 @@
 // | quorinVrfTable   | enterprises.E.3.18.1.1 | the vrfTable of the one IpSnmp::IpVrfMib         |
 // | quorinVrfIfTable | enterprises.E.3.18.1.2 | its vrfIfTable                                   |
 
-#include "modules/IteratorTable.h"
+#include "modules/frame/IteratorTable.h"
 
 // Enters and leaves an SNMP context; in any but the default one, "", nothing is served. Entering the default one
 // aborts, after a line on standard error that names the path, when the cache is missing or of another type.

@@ -7,9 +7,9 @@
 
 #include <random>
 
-#include "modules/Enterprise.h"
-#include "modules/TestReference.h"
-#include "modules/TestTableTraces.h"
+#include "modules/frame/Enterprise.h"
+#include "modules/testing/TestReference.h"
+#include "modules/testing/TestTableTraces.h"
 #include "snmp/MibContexts.h"
 
 namespace {

@@ -10,7 +10,7 @@
 //
 // They are served in all contexts, unless the configuration disables "route-tables".
 
-#include "modules/IteratorTable.h"
+#include "modules/frame/IteratorTable.h"
 
 // Enters and leaves an SNMP context: "" is the default one, any other is named for its VRF. Entering aborts, after
 // a line on standard error that names the path, when the cache is missing or of another type.

@@ -8,9 +8,9 @@
 #include <random>
 
 #include "fibstats/FibStatsMib.h"
-#include "modules/Enterprise.h"
-#include "modules/TestReference.h"
-#include "modules/TestTableTraces.h"
+#include "modules/frame/Enterprise.h"
+#include "modules/testing/TestReference.h"
+#include "modules/testing/TestTableTraces.h"
 #include "snmp/ConfigTokens.h"
 
 namespace {

@@ -7,7 +7,7 @@
 // |---------------------|------------------------|----------------------------------------------------|
 // | quorinIpIfStatsTable | enterprises.E.3.27.1.1 | ipIfStatsTable of the default VRF's IpSnmp::IpMib |
 
-#include "modules/IteratorTable.h"
+#include "modules/frame/IteratorTable.h"
 
 // Enters and leaves an SNMP context; in any but the default one, "", nothing is served. Entering the default one
 // aborts, after a line on standard error that names the path, when the cache is missing or of another type.

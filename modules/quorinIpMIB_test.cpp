@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "modules/Enterprise.h"
-#include "modules/TestReference.h"
-#include "modules/TestTableTraces.h"
+#include "modules/frame/Enterprise.h"
+#include "modules/testing/TestReference.h"
+#include "modules/testing/TestTableTraces.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-#include "kel/String.h"
+#include "kel/Name.h"
 #include "swfwdstats/SwFwdStatsData.h"
 
 // X(subclass of Counter, field, name in snmp6)

@@ -2,7 +2,7 @@
 // Reads the kernel's IP counters from its text files, in the network namespace that the thread is in. Which files:
 // swfwdstats/SwFwdStats.h.
 
-#include "kel/String.h"
+#include "kel/Name.h"
 #include "swfwdstats/SwFwdStatsData.h"
 
 namespace Ip {

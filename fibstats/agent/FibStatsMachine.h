@@ -23,8 +23,8 @@
 
 #include "brev/OwnedTask.h"
 #include "fibstats/FibStatsMib.h"
+#include "fibstats/agent/CountedFamily.h"
 #include "fibstats/agent/PrefixRouteTypes.h"
-#include "fibstats/agent/RouteFamily.h"
 
 namespace FibStatsSnmp {
 

@@ -5,7 +5,7 @@
 #include <random>
 #include <set>
 
-#include "fibstats/agent/TestFibStats.h"
+#include "fibstats/agent/testing/TestFibStats.h"
 
 namespace FibStatsSnmp {
 namespace {

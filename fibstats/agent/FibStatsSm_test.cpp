@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "fibstats/agent/TestFibStats.h"
+#include "fibstats/agent/testing/TestFibStats.h"
 #include "vantu/MgmtIntfId.h"
 
 namespace FibStatsSnmp {

@@ -4,10 +4,10 @@
 // The hosting process creates it and wires it: it sets the handles and calls the create-or-get operations, directly
 // or by name (Kel::callOperation). Nothing inside the library calls them. Destroying the root deletes the machines.
 
-#include "ipsnmp/agent/FecModeSm.h"
-#include "ipsnmp/agent/IpAddressTableSm.h"
-#include "ipsnmp/agent/VrfIfTableSm.h"
-#include "ipsnmp/agent/VrfRootSm.h"
+#include "ipsnmp/agent/address/IpAddressTableSm.h"
+#include "ipsnmp/agent/route/FecModeSm.h"
+#include "ipsnmp/agent/vrf/VrfIfTableSm.h"
+#include "ipsnmp/agent/vrf/VrfRootSm.h"
 
 namespace IpSnmp {
 

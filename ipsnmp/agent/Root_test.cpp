@@ -1,7 +1,7 @@
 #include "ipsnmp/agent/Root.h"
 
-#include "ipsnmp/agent/IfIndexMap.h"
-#include "ipsnmp/agent/TestVrfWorld.h"
+#include "ipsnmp/agent/address/IfIndexMap.h"
+#include "ipsnmp/agent/testing/TestVrfWorld.h"
 
 namespace IpSnmpTest {
 namespace {

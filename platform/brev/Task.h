@@ -5,8 +5,8 @@
 #include <functional>
 
 #include "brev/TaskScheduler.h"
+#include "kel/Name.h"
 #include "kel/Ptr.h"
-#include "kel/String.h"
 
 namespace Brev {
 

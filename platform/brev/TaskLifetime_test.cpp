@@ -2,7 +2,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "brev/TestClock.h"
+#include "brev/testing/TestClock.h"
 #include "kel/Errors.h"
 #include "kel/Trace.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <random>
 
-#include "brev/TestClock.h"
+#include "brev/testing/TestClock.h"
 #include "kel/Errors.h"
 
 namespace Brev {

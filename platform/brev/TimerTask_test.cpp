@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "brev/TestClock.h"
+#include "brev/testing/TestClock.h"
 #include "kel/Errors.h"
 
 namespace Brev {

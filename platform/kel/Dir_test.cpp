@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "kel/TestTypes.h"
+#include "kel/testing/TestTypes.h"
 
 namespace KelTest {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "kel/TestTypes.h"
+#include "kel/testing/TestTypes.h"
 
 namespace KelTest {
 namespace {

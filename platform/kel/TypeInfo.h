@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "kel/Datum.h"
+#include "kel/Name.h"
 #include "kel/Ptr.h"
-#include "kel/String.h"
 #include "kel/Value.h"
 
 namespace Kel {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "kel/TestTypes.h"
+#include "kel/testing/TestTypes.h"
 
 namespace KelTest {
 namespace {

@@ -23,8 +23,8 @@
 
 #include "kel/Datum.h"
 #include "kel/Errors.h"
+#include "kel/Name.h"
 #include "kel/Ptr.h"
-#include "kel/String.h"
 
 namespace Kel {
 

@@ -8,7 +8,7 @@
 #include "kel/Trace.h"
 #include "quillo/ScanAround.h"
 #include "quillo/Scrubber.h"
-#include "quillo/TestStore.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Quillo::Test {
 

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "quillo/TestStore.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Quillo::Test {
 

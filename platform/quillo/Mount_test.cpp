@@ -6,7 +6,7 @@
 #include <sys/resource.h>
 
 #include "kel/System.h"
-#include "quillo/TestStore.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Quillo::Test {
 

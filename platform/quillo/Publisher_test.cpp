@@ -8,7 +8,7 @@
 #include <random>
 
 #include "quillo/Record.h"
-#include "quillo/TestStore.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Quillo::Test {
 

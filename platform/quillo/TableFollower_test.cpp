@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "quillo/TestStore.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Quillo::Test {
 

@@ -5,8 +5,8 @@
 #include <set>
 #include <vector>
 
+#include "kel/Name.h"
 #include "kel/Ptr.h"
-#include "kel/String.h"
 #include "vantu/IntfId.h"
 
 namespace Snmp {

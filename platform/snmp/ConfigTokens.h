@@ -17,7 +17,7 @@
 // fault, and is left out; the rest is in effect. When the configuration is read again, all settings go back to their
 // defaults first.
 
-#include "kel/String.h"
+#include "kel/Name.h"
 #include "kel/Trace.h"
 #include "snmp/Config.h"
 

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "kel/String.h"
+#include "kel/Name.h"
 #include "snmp/HandlerRegistration.h"
 
 namespace Snmp {

@@ -9,7 +9,7 @@
 // From an ASN value: `value` points to a `netsnmp_variable_list`. All throw Kel::RangeException, saying what is
 // wrong, for a value of another type, of another length or outside the range of the result.
 
-#include "kel/String.h"
+#include "kel/Name.h"
 #include "kel/System.h"
 #include "snmp/ObjectIdentifier.h"
 #include "snmp/String.h"

@@ -15,7 +15,7 @@
 //
 // The framework enters the module once per SNMP context and leaves it once per context (snmp/Contexts.h).
 
-#include "kel/String.h"
+#include "kel/Name.h"
 
 namespace Snmp {
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "kel/String.h"
+#include "kel/Name.h"
 
 namespace Snmp {
 

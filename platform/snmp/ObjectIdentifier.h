@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "kel/String.h"
+#include "kel/Name.h"
 
 namespace Snmp {
 

@@ -3,8 +3,8 @@
 
 #include "kel/Dir.h"
 #include "kel/Entity.h"
+#include "kel/Name.h"
 #include "kel/Ptr.h"
-#include "kel/String.h"
 #include "snmp/Config.h"
 
 namespace SnmpUtil {

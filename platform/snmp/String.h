@@ -16,7 +16,7 @@
 #include <span>
 #include <string_view>
 
-#include "kel/String.h"
+#include "kel/Name.h"
 
 namespace Snmp {
 

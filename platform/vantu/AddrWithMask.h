@@ -2,7 +2,7 @@
 // An address with the length of its network prefix, host bits kept: 10.1.2.3/24. Used as IpAddrWithMask and
 // Ip6AddrWithMask. Ordered by address, then by length. The default value is the zero address with length 0.
 
-#include "vantu/ValueType.h"
+#include "vantu/ValueConcept.h"
 
 namespace Vantu {
 

@@ -2,7 +2,7 @@
 // The identifier of an interface: "Ethernet1", or "red/eth0" for an interface of VRF red. Any text of 1 to 255
 // bytes is valid; the empty id (the default) stands for "no interface" and is not valid. Ordered by unsigned bytes.
 
-#include "vantu/ValueType.h"
+#include "vantu/ValueConcept.h"
 
 namespace Vantu {
 

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <span>
 
-#include "vantu/ValueType.h"
+#include "vantu/ValueConcept.h"
 
 namespace Vantu {
 

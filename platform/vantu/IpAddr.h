@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "vantu/ValueType.h"
+#include "vantu/ValueConcept.h"
 
 namespace Vantu {
 

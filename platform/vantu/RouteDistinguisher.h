@@ -12,7 +12,7 @@
 #include <span>
 
 #include "vantu/IpAddr.h"
-#include "vantu/ValueType.h"
+#include "vantu/ValueConcept.h"
 
 namespace Vantu {
 

@@ -1,7 +1,5 @@
 // What holds for every value type: each list of samples is in the order that an SNMP manager sees, and every sample
 // survives its text form and serves as a key.
-#include "vantu/ValueType.h"
-
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -18,6 +16,7 @@
 #include "vantu/IpGenAddr.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteDistinguisher.h"
+#include "vantu/ValueConcept.h"
 
 namespace Vantu {
 namespace {

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "kel/System.h"
-#include "varnix/TestTree.h"
+#include "varnix/testing/TestTree.h"
 
 namespace VarnixTest {
 namespace {

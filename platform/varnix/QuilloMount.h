@@ -11,7 +11,7 @@
 
 #include <string_view>
 
-#include "quillo/FibMount.h"
+#include "quillo/tables/FibMount.h"
 #include "varnix/VrfIdMap.h"
 
 namespace KelQuillo {

@@ -1,6 +1,6 @@
 // What refers to something is never seen without it, however the documents come in.
 
-#include "varnix/TestTree.h"
+#include "varnix/testing/TestTree.h"
 
 namespace VarnixTest {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "varnix/TestTree.h"
+#include "varnix/testing/TestTree.h"
 
 namespace VarnixNested {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "kel/Errors.h"
-#include "kel/String.h"
+#include "kel/Name.h"
 
 namespace L3 {
 

@@ -1,0 +1,131 @@
+#include "host/agent/AgentMain.h"
+
+#include <fmt/format.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <optional>
+
+#include "host/agent/NetSnmpAgent.h"
+#include "host/agent/Process.h"
+#include "host/agent/SignalFd.h"
+#include "host/composition/AgentLog.h"
+
+// systemd's readiness protocol, which the library implements but does not declare in a header.
+extern "C" int netsnmp_sd_notify(int unsetEnvironment, const char* state);
+
+namespace Host {
+
+namespace {
+
+// Runs a hook whose failure must not end the agent.
+template <class Hook>
+void guarded(const char* what, const Hook& hook) {
+  try {
+    hook();
+  } catch (const std::exception& error) {
+    logError("{}: {}", what, error.what());
+  }
+}
+
+// Calls a function at the end of its scope, however that is left.
+template <class Call>
+class AtEnd {
+ public:
+  explicit AtEnd(Call call) : call_(std::move(call)) {}
+  ~AtEnd() { call_(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
+
+ private:
+  Call call_;
+};
+
+void reload(NetSnmpAgent& agent, const AgentHooks& hooks) {
+  bool isRead = false;
+  guarded("the configuration is not read again, the one in effect stays", [&] {
+    agent.readConfigurationAgain();
+    logInfo("the configuration has been read again");
+    isRead = true;
+  });
+  if (isRead && hooks.reconfigured) {
+    guarded("the configuration is not in effect; mend what is wrong and send SIGHUP again", hooks.reconfigured);
+  }
+}
+
+void handleSignals(SignalFd& signals, AgentLoop& loop, NetSnmpAgent& agent, const AgentHooks& hooks) {
+  while (const auto signal = signals.next()) {
+    if (*signal == SIGHUP) {
+      reload(agent, hooks);
+    } else {
+      loop.stop();
+    }
+  }
+}
+
+void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile>& pidFile, NetSnmpAgent& agent,
+           const AgentHooks& hooks) {
+  agent.readConfiguration();
+  agent.listen();
+  if (!options.isForeground) agent.goToBackground();
+  pidFile.emplace(options.pidFile);
+  agent.settle();
+
+  AgentLoop loop;
+  loop.addFd(signals.fd(), [&] { handleSignals(signals, loop, agent, hooks); });
+  // Whatever `started` made leaves before the loop and net-snmp do, also when the loop fails.
+  const AtEnd stop([&] {
+    if (hooks.stopping) guarded("stop", hooks.stopping);
+  });
+  if (hooks.started) hooks.started(loop, options);
+  agent.notify(SNMP_TRAP_COLDSTART, 0);
+  netsnmp_sd_notify(1, "READY=1\n");
+  logInfo("version {} serves", QUORIN_VERSION);
+  loop.run();
+  logInfo("stopping");
+}
+
+int run(const AgentOptions& options, const AgentHooks& hooks) {
+  using Action = AgentOptions::Action;
+  switch (options.action) {
+    case Action::showHelp:
+      fmt::print("{}", AgentOptions::help());
+      return 0;
+    case Action::showVersion:
+      fmt::print("quorind {} (net-snmp {})\n", QUORIN_VERSION, netsnmp_get_version());
+      return 0;
+    case Action::showDirectives:
+      NetSnmpAgent(options).printDirectives();
+      return 0;
+    case Action::serve:
+      break;
+  }
+  signal(SIGPIPE, SIG_IGN);
+  SignalFd signals{SIGTERM, SIGINT, SIGHUP};
+  std::optional<PidFile> pidFile;  // goes last: until then the agent may still be saving its state
+  NetSnmpAgent agent(options);
+  try {
+    serve(options, signals, pidFile, agent, hooks);
+    return 0;
+  } catch (const std::exception& error) {
+    logError("{}", error.what());  // while there still is a log to write to
+    return 1;
+  }
+}
+
+}  // namespace
+
+int agentMain(int argc, char* argv[], const AgentHooks& hooks) {
+  try {
+    return run(AgentOptions::fromCommandLine(argc, argv), hooks);
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "quorind: {}\n", error.what());
+    return 1;
+  }
+}
+
+}  // namespace Host

@@ -1,0 +1,64 @@
+#include "host/agent/Endpoints.h"
+
+#include <fmt/format.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <net-snmp/library/snmp_transport.h>
+
+#include <boost/algorithm/string.hpp>
+#include <cerrno>
+#include <cstring>
+
+#include "kel/Errors.h"
+
+namespace Host {
+
+namespace {
+
+const char* advice(int error) {
+  switch (error) {
+    case EADDRINUSE:
+      return "stop the program that uses the address, or listen on another one";
+    case EACCES:
+      return "start as root or with CAP_NET_BIND_SERVICE, or listen on a port from 1024 on";
+    case EADDRNOTAVAIL:
+      return "listen on an address that this machine has";
+    case ENODEV:
+      return "the interface after @ must be there first";
+    default:
+      return "write it as udp:HOST:PORT, udp6:[HOST]:PORT, tcp:HOST:PORT or unix:PATH";
+  }
+}
+
+void listenOn(const std::string& endpoint) {
+  errno = 0;
+  netsnmp_transport* transport = netsnmp_transport_open_server("snmp", endpoint.c_str());
+  const int error = errno;
+  if (transport != nullptr && netsnmp_register_agent_nsap(transport) >= 0) return;
+  throw Kel::Exception(fmt::format(
+      "cannot listen on {}: {}; {}", endpoint,
+      error != 0 ? std::strerror(error) : "it names no known host or kind of transport", advice(error)));
+}
+
+}  // namespace
+
+std::vector<std::string> configuredEndpoints() {
+  const char* ports = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS);
+  if (ports == nullptr) return {defaultEndpoint};
+  std::vector<std::string> endpoints;
+  boost::split(endpoints, ports, boost::is_any_of(","));
+  for (auto& endpoint : endpoints) {
+    boost::trim(endpoint);
+    if (boost::iequals(endpoint, "none")) return {};
+  }
+  std::erase(endpoints, "");
+  return endpoints;
+}
+
+void listenOn(const std::vector<std::string>& endpoints) {
+  for (const auto& endpoint : endpoints) listenOn(endpoint);
+}
+
+}  // namespace Host

@@ -1,0 +1,265 @@
+#include "host/agent/NetSnmpAgent.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <boost/algorithm/string.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "host/agent/Endpoints.h"
+#include "host/agent/Process.h"
+#include "host/agent/StockMibs.h"
+#include "host/composition/AgentLog.h"
+#include "kel/Errors.h"
+#include "kel/Trace.h"
+#include "snmp/ConfigTokens.h"
+#include "snmp/Precedence.h"
+
+namespace Host {
+
+namespace {
+
+// The library's own header does not publish its names for the roles.
+constexpr int masterAgent = 0;
+constexpr int subagent = 1;
+
+// The payload of the largest datagram of UDP over IPv4.
+constexpr int largestDatagram = 65507;
+
+void setLibraryString(int which, const std::string& value) {
+  netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, which, value.c_str());
+}
+
+// An id that the configuration sets (agentUser, agentGroup); 0 stands for none.
+std::optional<unsigned> configuredId(int which) {
+  const int id = netsnmp_ds_get_int(NETSNMP_DS_APPLICATION_ID, which);
+  return id > 0 ? std::optional<unsigned>(static_cast<unsigned>(id)) : std::nullopt;
+}
+
+// Objects are named by number alone: no MIB text is looked for, so none is missed.
+void useNoMibTexts() {
+  setenv("MIBS", "", 1);
+  setenv("MIBDIRS", "", 1);
+  netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OID_OUTPUT_FORMAT, NETSNMP_OID_OUTPUT_NUMERIC);
+}
+
+void chooseConfigurationFiles(const AgentOptions& options) {
+  if (!options.configurationFiles.empty()) {
+    setLibraryString(NETSNMP_DS_LIB_OPTIONALCONFIG, fmt::format("{}", fmt::join(options.configurationFiles, ",")));
+  }
+  if (options.readsDefaultConfiguration) return;
+  // The library's own switch would leave the saved state unread too, and the SNMP engine would forget its boots and
+  // users; an empty search path leaves out the configuration alone.
+  unsetenv("SNMPCONFPATH");
+  set_configuration_directory("");
+}
+
+void chooseLog(const AgentOptions& options) {
+  const bool isToStandardError = options.isForeground || options.action == AgentOptions::Action::showDirectives;
+  if (!options.isLoggingChosen) {
+    if (isToStandardError) {
+      snmp_enable_stderrlog();
+    } else {
+      snmp_enable_syslog_ident(NetSnmpAgent::applicationType, LOG_DAEMON);
+    }
+  }
+  using Output = Kel::TraceConfig::Output;
+  Snmp::defaultTraceOutputIs(isToStandardError ? Output::standardError : Output::syslog,
+                             NetSnmpAgent::applicationType);
+}
+
+// net-snmp itself passes over a file that it may not read, without a word.
+void checkReadable(const std::string& file) {
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  const int error = fd < 0 ? errno : std::filesystem::is_directory(file) ? EISDIR : 0;
+  if (fd >= 0) close(fd);
+  if (error == 0) return;
+  throw Kel::Exception(fmt::format("cannot read the configuration file {}: {}; make it readable, or leave it out",
+                                   file, std::strerror(error)));
+}
+
+// The library makes these itself, but reports each; that they cannot be made is said later, once.
+void makeStateDirectoriesQuietly() {
+  std::error_code ignored;
+  const std::filesystem::path directory = get_persistent_directory();
+  const mode_t mask = umask(077);
+  std::filesystem::create_directories(directory / "cert_indexes", ignored);
+  umask(mask);
+}
+
+void forgetState() {
+  netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_SAVE, 1);
+  netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
+}
+
+// Listens to net-snmp's own messages for as long as it lives. Of an unknown directive they tell file, line and name;
+// what to do about it is said here, once for all of them.
+class UnknownDirectives {
+ public:
+  // A log handler of its own, not one of the type CALLBACK: with debugging on, net-snmp's callbacks log themselves,
+  // within the lock of the callback that the line would then wait for.
+  UnknownDirectives() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_NONE, LOG_DEBUG)) {
+    if (handler_ == nullptr) return;
+    handler_->magic = this;
+    handler_->handler = takeMessage;
+  }
+  ~UnknownDirectives() {
+    if (handler_ != nullptr) netsnmp_remove_loghandler(handler_);
+    if (count_ == 0) return;
+    agentLog(LOG_WARNING, fmt::format("{} configuration line{} passed over, see above: correct or remove {}; "
+                                      "quorind -H lists the directives that it knows",
+                                      count_, count_ == 1 ? " was" : "s were", count_ == 1 ? "it" : "them"));
+  }
+  UnknownDirectives(const UnknownDirectives&) = delete;
+  UnknownDirectives& operator=(const UnknownDirectives&) = delete;
+
+ private:
+  static int takeMessage(netsnmp_log_handler* handler, int, const char* message) {
+    if (std::strstr(message, "Unknown token") != nullptr) static_cast<UnknownDirectives*>(handler->magic)->count_++;
+    return 1;
+  }
+
+  netsnmp_log_handler* handler_;
+  int count_ = 0;
+};
+
+}  // namespace
+
+NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
+  useNoMibTexts();
+  if (std::getenv("SNMP_PERSISTENT_DIR") == nullptr) set_persistent_directory(stateDirectory);
+  setLibraryString(NETSNMP_DS_LIB_APPTYPE, applicationType);
+  chooseLog(options);
+  chooseConfigurationFiles(options);
+  for (const auto& address : options.addresses) {
+    std::string all = address;
+    const char* earlier = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS);
+    if (earlier != nullptr) all = fmt::format("{},{}", earlier, address);
+    netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, all.c_str());
+  }
+  netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE,
+                         options.isSubagent ? subagent : masterAgent);
+  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_TIMEOUT, -1);
+  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_RETRIES, -1);
+  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_CACHE_TIMEOUT, 5);
+  // One line a datagram, if asked for, but not of its own accord.
+  netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS, 1);
+  // The library would open the port of SMUX (RFC 1227), a protocol without a use here.
+  char withoutSmux[] = "-smux";
+  add_to_init_list(withoutSmux);
+  if (init_agent(applicationType) != 0) throw Kel::Exception("net-snmp's agent library does not start");
+  if (options.isSubagent) {
+    initSubagentMibs();
+    masterSession_.emplace(options.masterAddress);
+    Snmp::takesPrecedenceIs(true);
+  } else {
+    // A GETBULK is answered with what fits. The library's own limit is 2 GB, which no datagram takes.
+    netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MSG_SEND_MAX, largestDatagram);
+    initStockMibs();
+  }
+  refuseSets();
+  Snmp::registerConfigTokens();
+}
+
+NetSnmpAgent::~NetSnmpAgent() {
+  logLimit_.reset();
+  // An agent that never served must not touch the state of one that does.
+  if (!keepsState_) forgetState();
+  masterSession_.reset();
+  snmp_shutdown(applicationType);
+  shutdown_master_agent();
+  shutdown_agent();
+}
+
+void NetSnmpAgent::readConfiguration() {
+  checkConfigurationFiles();
+  makeStateDirectoriesQuietly();
+  const UnknownDirectives listener;
+  init_snmp(applicationType);
+  if (masterSession_) masterSession_->configured();
+}
+
+void NetSnmpAgent::readConfigurationAgain() {
+  checkConfigurationFiles();
+  logLimit_.reset();
+  netsnmp_logging_restart();
+  {
+    const UnknownDirectives listener;
+    update_config();
+  }
+  logLimit_.emplace();
+  notify(SNMP_TRAP_ENTERPRISESPECIFIC, 3);
+}
+
+void NetSnmpAgent::notify(int trap, int specific) const {
+  if (!masterSession_) send_easy_trap(trap, specific);
+}
+
+void NetSnmpAgent::listen() {
+  if (masterSession_) return;
+  listenOn(configuredEndpoints());
+  // The rest of the master agent comes up without opening an address a second time.
+  netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
+  netsnmp_addrcache_initialise();
+  if (init_master_agent() != 0) throw Kel::Exception("net-snmp's master agent does not start");
+}
+
+void NetSnmpAgent::goToBackground() {
+  // A wrong name is a failure of the starter, as long as there is one.
+  userId(options_.user);
+  groupId(options_.group);
+  if (netsnmp_daemonize(1, snmp_stderrlog_status()) != 0) {
+    throw Kel::Exception(fmt::format("cannot go to the background: {}", std::strerror(errno)));
+  }
+}
+
+void NetSnmpAgent::settle() {
+  auto user = userId(options_.user);
+  auto group = groupId(options_.group);
+  if (!user) user = configuredId(NETSNMP_DS_AGENT_USERID);
+  if (!group) group = configuredId(NETSNMP_DS_AGENT_GROUPID);
+  try {
+    makeStateDirectory(get_persistent_directory(), user, group);
+  } catch (const Kel::Exception& error) {
+    agentLog(LOG_WARNING, std::string(error.what()) +
+                              "; SNMPv3 users and engine boots will be forgotten at the next start: name another "
+                              "directory with SNMP_PERSISTENT_DIR");
+    forgetState();
+  }
+  becomeUser(user, group);
+  keepsState_ = true;
+  snmp_store(applicationType);
+  logLimit_.emplace();
+}
+
+void NetSnmpAgent::printDirectives() {
+  init_snmp(applicationType);
+  fmt::print(stderr, "Directives of a configuration file:\n");
+  read_config_print_usage("  ");
+}
+
+void NetSnmpAgent::checkConfigurationFiles() const {
+  for (const auto& file : options_.configurationFiles) checkReadable(file);
+  if (!options_.readsDefaultConfiguration) return;
+  const char* path = std::getenv("SNMPCONFPATH");
+  std::vector<std::string> directories;
+  boost::split(directories, path != nullptr ? path : get_configuration_directory(), boost::is_any_of(":"));
+  for (const auto& directory : directories) {
+    for (const char* name : {"quorind.conf", "quorind.local.conf", "snmp.conf", "snmp.local.conf"}) {
+      const std::string file = directory + "/" + name;
+      if (access(file.c_str(), F_OK) == 0) checkReadable(file);
+    }
+  }
+}
+
+}  // namespace Host

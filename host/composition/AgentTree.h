@@ -1,0 +1,87 @@
+#pragma once
+// The caches of the agent process, and the state machines that keep them current.
+//
+// | path                | what                                                                   |
+// |---------------------|------------------------------------------------------------------------|
+// | Varnix/...          | the state database as mirrored from the store (varnix/Tree.h)          |
+// | snmp/status         | Snmp::Status, the agent's own readiness                                |
+// | snmp/fecmode        | Quillo::Fib::FecModeStatus, how the switch keeps its FECs              |
+// | snmp/ip/ipmib       | the default VRF's IP-MIB cache; ipforwardmib and fibstatsmib beside it |
+// | snmp/ip/vrf.mibs/V  | the caches of VRF V                                                    |
+// | snmp/ip/ipvrfmib    | the VRF tables                                                         |
+// | snmp/ifmib          | the ifIndexes of the interfaces                                        |
+//
+// While an AgentTree exists, MIB modules find these paths (SnmpUtil::getEntityRelative).
+
+#include <functional>
+
+#include "brev/TaskScheduler.h"
+#include "ipsnmp/IpMib.h"
+#include "ipsnmp/agent/Root.h"
+#include "ipsnmp/agent/address/IpIfStatsSm.h"
+#include "ipsnmp/agent/route/IfMibSm.h"
+#include "kel/Dir.h"
+#include "varnix/SnmpStatus.h"
+#include "varnix/Tree.h"
+
+namespace Host {
+
+class AgentTree {
+ public:
+  // Makes the directory "snmp" in `root`, beside the state database that stands in its directory "Varnix". Without
+  // a table of neighbours there are none. The manager of the state database may be null, then there are no routes.
+  AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
+            Kel::Ptr<const Arp::Table::Status> arpTable, const Kel::Ptr<const Varnix::EntityManager>& manager);
+  ~AgentTree();
+  AgentTree(const AgentTree&) = delete;
+  AgentTree& operator=(const AgentTree&) = delete;
+
+  const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
+  // Which VRFs are served.
+  Kel::Ptr<const IpSnmp::VrfRootSm> vrfRootSm() const { return ipRoot_->vrfRootSm(); }
+  // `changed` is called whenever that is another machine, which is when all routes are read anew: the publisher keeps
+  // its FECs in another way, or the configuration has the route tables served no more, or again.
+  void vrfRootSmChangedIs(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
+  // The configuration was read again: what has changed in it takes effect.
+  void reconfigure();
+
+ private:
+  class FecModeWatch;
+  class ArpIdWatch;
+  class DefaultVrfIdWatch;
+
+  void wire();
+  void wireRoutes();
+  void wireFibStats();
+  void wireVrfs();
+  // Of the id that the default VRF has now. Without a manager, or while route tables are disabled, there are none.
+  IpSnmp::VrfTables mountDefaultVrf() const;
+  void defaultVrfIdChanged();
+  bool isUnified() const;
+  void restart();
+
+  const Interface::LinuxIntfDetails linuxDetails_;
+  const Varnix::Tree varnix_;
+  const Kel::Ptr<Brev::TaskScheduler> scheduler_;
+  const Kel::Ptr<const Varnix::EntityManager> manager_;
+  bool routeTablesEnabled_;  // what the machines are made for
+  std::function<void()> vrfRootSmChanged_;
+  Kel::Ptr<Kel::Dir> root_;
+  Kel::Ptr<Snmp::Status> snmpStatus_;
+  Kel::Ptr<Quillo::Fib::FecModeStatus> fecModeStatus_;
+  Kel::Ptr<const Arp::Table::Status> arpTable_;
+  Kel::Ptr<IntfSnmp::IfMib> ifMib_;
+  Kel::Ptr<IpSnmp::IpMib> ipMib_;
+  Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib_;
+  Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib_;
+  Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib_;
+  Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
+  Kel::Ptr<IpSnmp::Root> ipRoot_;
+  Kel::Ptr<ArpIdWatch> arpIdWatch_;
+  Kel::Ptr<DefaultVrfIdWatch> defaultVrfIdWatch_;
+  Kel::Ptr<FecModeWatch> fecModeWatch_;
+  Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
+  Kel::Ptr<IpSnmp::IpIfStatsSm> ipIfStatsSm_, ip6IfStatsSm_;
+};
+
+}  // namespace Host

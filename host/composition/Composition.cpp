@@ -1,0 +1,82 @@
+#include "host/composition/Composition.h"
+
+#include <utility>
+
+#include "host/composition/AgentLog.h"
+#include "snmp/ConfigTokens.h"
+#include "swfwdstats/SwFwdStats.h"
+#include "vantu/NetNs.h"
+
+namespace Host {
+
+namespace {
+
+// Once a process, however often what it serves is composed anew.
+void tellOfKernelIpHeader() {
+  static bool isTold = false;
+  if (std::exchange(isTold, true)) return;
+  const auto advice = Ip::kernelIpHeaderAdvice();
+  if (!advice.empty()) agentLog(LOG_WARNING, advice);
+}
+
+}  // namespace
+
+// Passes the state database's readiness on to those who wait for the agent's.
+class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
+ public:
+  explicit ReadyWatcher(Kel::Ptr<Snmp::AgentStatus> status) : status_(std::move(status)) {}
+  void handleReady() override { status_->agentReadyIs(notifier()->ready()); }
+
+ private:
+  Kel::Ptr<Snmp::AgentStatus> status_;
+};
+
+Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
+                         std::vector<SharedGroups::Group> sharedGroups)
+    : loop_(loop),
+      storeDirectory_(storeDirectory),
+      config_(Snmp::currentConfig()),
+      scheduler_(Kel::makePtr<Brev::TaskScheduler>()),
+      root_(Kel::makePtr<Kel::Dir>("")),
+      follower_(loop, scheduler_, root_, storeDirectory),
+      tree_(root_, follower_.tree(), scheduler_, follower_.arpTable(), follower_.manager()),
+      readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus()->agentStatus())),
+      sharedGroups_(std::move(sharedGroups)),
+      vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir) {
+  readyWatcher_->notifierIs(follower_.manager());
+  scheduler_->requestWaitsIs([&loop] { return loop.requestWaiting(); });
+  loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
+  tellOfKernelIpHeader();
+  contexts_.enter("");
+  vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm());
+  tree_.vrfRootSmChangedIs([this] { vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm()); });
+}
+
+Composition::~Composition() {
+  tree_.vrfRootSmChangedIs({});
+  loop_.removeFd(scheduler_->pollFd());
+}
+
+void Composition::reconfigure() {
+  const auto config = Snmp::currentConfig();
+  const bool isSame = config->disabledObjects() == config_->disabledObjects() &&
+                      config->managementInterfaces() == config_->managementInterfaces();
+  config_ = config;
+  tree_.reconfigure();
+  if (isSame) return;
+  contexts_.leave("");
+  contexts_.enter("");
+  vrfContexts_.reenter();
+}
+
+std::string Composition::configuredStoreDirectory() {
+  const auto& configured = Snmp::currentConfig()->storeDirectory();
+  return configured.empty() ? Quillo::defaultStoreDirectory : configured;
+}
+
+void Composition::netnsDirectoryIs(const std::string& chosen) {
+  const auto& configured = chosen.empty() ? Snmp::currentConfig()->netnsDirectory() : chosen;
+  Vantu::netNsDirectoryIs(configured.empty() ? Vantu::defaultNetNsDirectory : configured);
+}
+
+}  // namespace Host

@@ -1,0 +1,151 @@
+// Routes from a real store to the caches of the VRFs.
+
+#include <gmock/gmock.h>
+
+#include "host/composition/AgentTree.h"
+#include "host/composition/StoreFollower.h"
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/RouteRecord.h"
+#include "quillo/testing/TestStore.h"
+#include "varnix/DocumentPublisher.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Vrf::VrfIdMap::VrfId;
+
+struct NoLoop : Host::EventLoop {
+  bool turnEndIs(Callback) override { return false; }
+  void addFd(int, Callback) override {}
+  void removeFd(int) override {}
+  bool requestWaiting() override { return false; }
+};
+
+class RouteTablesTest : public Quillo::Test::TestStore {
+ protected:
+  void SetUp() override {
+    store_ = std::make_unique<Quillo::Publisher>(config());
+    documents_ = std::make_unique<Varnix::DocumentPublisher>(tree_, *store_);
+    tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(0));
+    vrfIs("red", 1);
+    vrfIs("blue", 2);
+    tree_.l3Config->fecModeIs(Quillo::Fib::fecModePerVrf);
+    store_->beginFullPass({Quillo::TableId::varnix, Quillo::TableId::route, Quillo::TableId::fec});
+    documents_->rewriteAll();
+    for (unsigned id = 0; id < 3; ++id) routeIs(id, 0x0a000000 + (id << 16), id + 1);
+    store_->endFullPass();
+
+    follower_ = std::make_unique<Host::StoreFollower>(loop_, scheduler_, root_, directory_);
+    agent_ = std::make_unique<Host::AgentTree>(root_, follower_->tree(), scheduler_, follower_->arpTable(),
+                                               follower_->manager());
+    agent_->snmpStatus()->agentStatus()->agentReadyIs(true);
+  }
+  void TearDown() override {
+    agent_.reset();
+    follower_.reset();
+    Kel::System::clockIs({});
+  }
+  void vrfIs(const std::string& name, unsigned id) {
+    const L3::VrfName vrf(name);
+    tree_.routingVrfInfoDir->entityIs(Kel::makePtr<Routing::VrfInfo>(name));
+    tree_.routingVrfConfigDir->vrfConfigIs(name);
+    tree_.vrfNameStatus->vrfIdIs(vrf, VrfId(id));
+    tree_.allVrfStatusLocal->vrfIs(vrf);
+  }
+  // A route through a FEC whose one hop tells which it is.
+  void routeIs(unsigned vrfId, std::uint32_t address, unsigned hop) {
+    auto batch = store_->begin();
+    Quillo::fecIs(batch, VrfId(vrfId), {Quillo::Fib::FecId(7), {{Vantu::IpAddr(hop), Vantu::IntfId()}}});
+    Quillo::routeIs(batch, VrfId(vrfId), route(address));
+    batch.commit();
+  }
+  static Quillo::Fib::Route route(std::uint32_t address) {
+    return {Vantu::Prefix(Vantu::IpAddr(address), 16), Routing::Fib::RouteType(22), {}, {}, Quillo::Fib::FecId(7)};
+  }
+  // Until the poll finds nothing new.
+  void follow() {
+    for (int i = 0; i < 3; ++i) {
+      Kel::System::clockIs([now = now_ += 1.5] { return now; });
+      while (scheduler_->runReady()) {
+      }
+    }
+  }
+  std::vector<std::string> rows(const std::string& vrf) {
+    const auto path = vrf.empty() ? "snmp/ip/ipforwardmib" : "snmp/ip/vrf.mibs/" + vrf + ".ipforwardmib";
+    const auto mib = Kel::dynamicPtr<const IpSnmp::IpForwardMib>(Kel::resolve(root_, path));
+    if (!mib) return {"no cache"};
+    std::vector<std::string> texts;
+    for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(mib); at; ++at) {
+      texts.push_back(at->index().dest().stringValue() + " " + at->index().nextHop().stringValue());
+    }
+    return texts;
+  }
+
+  NoLoop loop_;
+  double now_ = Kel::System::currentTime();
+  Kel::Ptr<Brev::TaskScheduler> scheduler_ = Kel::makePtr<Brev::TaskScheduler>();
+  Kel::Ptr<Kel::Dir> root_ = Kel::makePtr<Kel::Dir>("");
+  Varnix::Tree tree_{Kel::makePtr<Kel::Dir>("")};
+  std::unique_ptr<Quillo::Publisher> store_;
+  std::unique_ptr<Varnix::DocumentPublisher> documents_;
+  std::unique_ptr<Host::StoreFollower> follower_;
+  std::unique_ptr<Host::AgentTree> agent_;
+};
+
+TEST_F(RouteTablesTest, aRouteReachesItsVrfAndGoesWithIt) {
+  follow();
+  EXPECT_THAT(rows(""), ElementsAre("10.0.0.0 0.0.0.1"));
+  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.2"));
+  EXPECT_THAT(rows("blue"), ElementsAre("10.2.0.0 0.0.0.3"));
+
+  routeIs(1, 0x0a090000, 2);
+  follow();
+  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.2", "10.9.0.0 0.0.0.2"));
+  EXPECT_EQ(1U, rows("blue").size());
+  auto batch = store_->begin();
+  Quillo::routeDel(batch, VrfId(1), route(0x0a010000).prefix);
+  Quillo::fecIs(batch, VrfId(1), {Quillo::Fib::FecId(7), {{Vantu::IpAddr(5), Vantu::IntfId()}}});
+  batch.commit();
+  follow();
+  EXPECT_THAT(rows("red"), ElementsAre("10.9.0.0 0.0.0.5"));
+
+  const L3::VrfName red("red");
+  tree_.allVrfStatusLocal->vrfDel(red);
+  tree_.vrfNameStatus->vrfIdDel(red);
+  documents_->publish();
+  follow();
+  EXPECT_THAT(rows("red"), ElementsAre("no cache"));
+  EXPECT_EQ(1U, rows("blue").size());
+}
+
+TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
+  follow();
+  const auto defaultVrfIdIs = [this](unsigned id) {
+    tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(id));
+    documents_->publish();
+    routeIs(id, 0x0a000000 + (id << 16), id + 1);
+    follow();
+  };
+  defaultVrfIdIs(5);
+  EXPECT_THAT(rows(""), ElementsAre("10.5.0.0 0.0.0.6"));
+  routeIs(5, 0x0a060000, 7);
+  follow();
+  EXPECT_THAT(rows(""), ElementsAre("10.5.0.0 0.0.0.7", "10.6.0.0 0.0.0.7"));
+  const auto counts = Kel::dynamicPtr<FibStatsSnmp::FibStatsMib>(Kel::resolve(root_, "snmp/ip/fibstatsmib"));
+  EXPECT_EQ(counts->summaryTable(Ip::ipVersion4)->totalRoutes(), 2U);
+
+  auto changed = 0;
+  agent_->vrfRootSmChangedIs([&] { ++changed; });
+  tree_.l3Config->fecModeIs(Quillo::Fib::fecModeUnified);
+  documents_->publish();
+  follow();
+  EXPECT_EQ(1, changed);
+  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.7"));  // through the default VRF's FEC
+  defaultVrfIdIs(8);
+  EXPECT_THAT(rows(""), ElementsAre("10.8.0.0 0.0.0.9"));
+  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.9"));
+}
+
+}  // namespace

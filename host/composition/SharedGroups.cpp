@@ -1,0 +1,183 @@
+#include "host/composition/SharedGroups.h"
+
+#include <cstring>
+
+#include "kel/Trace.h"
+#include "snmp/CBoundary.h"
+#include "snmp/Precedence.h"
+
+namespace Host {
+
+static Kel::TraceHandle sharedGroupsTrace("SharedGroups");
+
+namespace {
+
+constexpr const char* defaultContext = "";
+
+int compare(const netsnmp_variable_list& variable, const oid* name, std::size_t length) {
+  return snmp_oid_compare(variable.name, variable.name_length, name, length);
+}
+
+// A request as it goes to the default context: alone, and assigned to one registration there. Gets back what it had
+// when this goes out of scope.
+class Assigned {
+ public:
+  Assigned(netsnmp_request_info& request, netsnmp_subtree& subtree)
+      : request_(request),
+        subtree_(request.subtree),
+        rangeEnd_(request.range_end),
+        rangeEndLength_(request.range_end_len),
+        next_(request.next) {
+    request.subtree = &subtree;
+    request.range_end = subtree.end_a;
+    request.range_end_len = subtree.end_len;
+    request.next = nullptr;
+  }
+  ~Assigned() {
+    request_.subtree = subtree_;
+    request_.range_end = rangeEnd_;
+    request_.range_end_len = rangeEndLength_;
+    request_.next = next_;
+  }
+  Assigned(const Assigned&) = delete;
+  Assigned& operator=(const Assigned&) = delete;
+
+ private:
+  netsnmp_request_info& request_;
+  netsnmp_subtree* subtree_;
+  oid* rangeEnd_;
+  std::size_t rangeEndLength_;
+  netsnmp_request_info* next_;
+};
+
+void ask(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_request_info& request) {
+  // What a subagent registered there it answers later, and only for requests of that context.
+  if (subtree.reginfo == nullptr || subtree.session != nullptr) return;
+  const Assigned assigned(request, subtree);
+  const int status = netsnmp_call_handlers(subtree.reginfo, &info, &request);
+  if (status != SNMP_ERR_NOERROR) netsnmp_request_set_error(&request, status);
+}
+
+void get(netsnmp_agent_request_info& info, netsnmp_request_info& request) {
+  const auto& variable = *request.requestvb;
+  auto* const subtree = netsnmp_subtree_find(variable.name, variable.name_length, nullptr, defaultContext);
+  if (subtree != nullptr) ask(*subtree, info, request);
+}
+
+bool hasValue(const netsnmp_variable_list& variable) {
+  switch (variable.type) {
+    case ASN_NULL:
+    case ASN_PRIV_RETRY:
+    case SNMP_NOSUCHOBJECT:
+    case SNMP_NOSUCHINSTANCE:
+    case SNMP_ENDOFMIBVIEW:
+      return false;
+    default:
+      return true;
+  }
+}
+
+// Makes the request ready to be asked again.
+void withoutAnswer(netsnmp_request_info& request) {
+  snmp_set_var_typed_value(request.requestvb, ASN_NULL, nullptr, 0);
+  request.processed = 0;
+  netsnmp_free_request_data_sets(&request);
+}
+
+// Asks one registration for the next value within its range. A handler that comes to a hole names it and wants to be
+// asked again from there.
+bool hasNext(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_request_info& request) {
+  auto& variable = *request.requestvb;
+  while (true) {
+    const std::vector<oid> before(variable.name, variable.name + variable.name_length);
+    ask(subtree, info, request);
+    if (request.status != SNMP_ERR_NOERROR) return true;
+    if (compare(variable, subtree.end_a, subtree.end_len) >= 0) return false;
+    if (hasValue(variable)) return true;
+    if (variable.type != ASN_PRIV_RETRY || compare(variable, before.data(), before.size()) <= 0) return false;
+    withoutAnswer(request);
+  }
+}
+
+// Asks one registration after another, as the agent itself does. Leaves the variable as it was when none has a next
+// value.
+void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, const std::vector<oid>& root) {
+  auto& variable = *request.requestvb;
+  const std::vector<oid> asked(variable.name, variable.name + variable.name_length);
+  std::vector<oid> end = root;
+  ++end.back();
+  const auto& start = compare(variable, root.data(), root.size()) < 0 ? root : asked;
+  for (auto* subtree = netsnmp_subtree_find(start.data(), start.size(), nullptr, defaultContext);
+       subtree != nullptr && snmp_oid_compare(subtree->start_a, subtree->start_len, end.data(), end.size()) < 0;
+       subtree = subtree->next) {
+    if (hasNext(*subtree, info, request)) return;
+    withoutAnswer(request);
+    snmp_set_var_objid(&variable, asked.data(), asked.size());
+  }
+}
+
+extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
+                                 netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return Snmp::atCBoundary(sharedGroupsTrace, __func__, SNMP_ERR_GENERR, [&] {
+    const auto& group = *static_cast<const SharedGroups::Group*>(handler->myvoid);
+    for (auto* request = requests; request != nullptr; request = request->next) {
+      if (info->mode == MODE_GET) {
+        get(*info, *request);
+      } else {
+        getNext(*info, *request, group.root);
+      }
+    }
+    return SNMP_ERR_NOERROR;
+  });
+}
+
+}  // namespace
+
+std::vector<SharedGroups::Group> SharedGroups::ofMaster() {
+  return {{"system", {1, 3, 6, 1, 2, 1, 1}},
+          {"snmp", {1, 3, 6, 1, 2, 1, 11}},
+          {"snmpEngine", {1, 3, 6, 1, 6, 3, 10, 2, 1}},
+          {"snmpMPDStats", {1, 3, 6, 1, 6, 3, 11, 2, 1}},
+          {"usmStats", {1, 3, 6, 1, 6, 3, 15, 1, 1}}};
+}
+
+std::vector<SharedGroups::Group> SharedGroups::ofSubagent() {
+  return {{"system", {1, 3, 6, 1, 2, 1, 1}}, {"snmpEngine", {1, 3, 6, 1, 6, 3, 10, 2, 1}}};
+}
+
+SharedGroups::SharedGroups(std::vector<Group> groups) : groups_(std::move(groups)), registree_(this) {
+}
+
+SharedGroups::~SharedGroups() = default;
+
+void SharedGroups::initHandler(Kel::String context) {
+  if (context.empty()) return;
+  for (const auto& group : groups_) registerGroup(group, context);
+}
+
+void SharedGroups::registerGroup(const Group& group, const Kel::String& context) {
+  const Kel::String label = Kel::String(group.name) + "_" + context;
+  auto* const registration = netsnmp_create_handler_registration(
+      label.c_str(), handleSharedGroup, group.root.data(), group.root.size(), HANDLER_CAN_RONLY);
+  if (registration == nullptr) throw std::bad_alloc();
+  registration->contextName = strdup(context.c_str());
+  registration->priority = Snmp::registrationPriority();
+  // Only read: every copy of the registration that net-snmp may make can share it.
+  registration->handler->myvoid = const_cast<Group*>(&group);
+  if (netsnmp_register_handler(registration) != MIB_REGISTERED_OK) {
+    QTRACE(sharedGroupsTrace, 0) << "the agent refuses the group " << group.name << " in context \"" << context
+                                 << "\", which then lacks it; does another module serve it there?";
+    return;
+  }
+  registered_[context].push_back(&group);
+}
+
+void SharedGroups::exitHandler(Kel::String context) {
+  for (const auto* group : registered_[context]) {
+    std::vector<oid> root = group->root;
+    unregister_mib_context(root.data(), root.size(), Snmp::registrationPriority(), 0, 0, context.c_str());
+  }
+  registered_.erase(context);
+}
+
+}  // namespace Host

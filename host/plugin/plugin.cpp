@@ -1,0 +1,127 @@
+// The plugin quorin.so: the library inside a stock snmpd, loaded by the line
+//
+//   dlmod quorin quorin
+//
+// in its snmpd.conf (the second word is its path; this one is below snmpd's own directory of plugins). snmpd unloads and loads it again each time it reads its configuration again, which must not
+// interrupt what is served, so both are left to the next turn of its loop, where it shows what was meant. The first
+// turn is also the first moment at which snmpd is in the background and runs as its final user, where the store can
+// be opened. For the same reasons the code stays in the process once it was loaded (linked with -z nodelete).
+
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
+#include <memory>
+
+#include "host/composition/AgentLog.h"
+#include "host/composition/Composition.h"
+#include "host/plugin/SnmpdLoop.h"
+#include "kel/LineLimit.h"
+#include "snmp/CBoundary.h"
+#include "snmp/ConfigTokens.h"
+#include "snmp/Precedence.h"
+
+namespace Host {
+
+namespace {
+
+Kel::TraceHandle pluginTrace("Plugin");
+
+constexpr timeval nextTurn{0, 1000};
+
+class Plugin {
+ public:
+  static Plugin& instance() {
+    static auto* const plugin = new Plugin;
+    return *plugin;
+  }
+
+  void load() {
+    agentLogNameIs("quorin");
+    Snmp::takesPrecedenceIs(true);
+    Snmp::defaultTraceSinkIs([](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
+      if (!Kel::TraceLimit::admits(handle, level, text)) return;
+      agentLog(level == 0 ? LOG_WARNING : LOG_DEBUG, fmt::format("{}/{}: {}", handle.facility(), level, text));
+    });
+    Snmp::registerConfigTokens();
+    Kel::TraceLimit::beginPeriod();
+    limitAlarm_ = snmp_alarm_register(Kel::LineLimit::secondsPerPeriod, SA_REPEAT, onMinute, nullptr);
+    isLoaded_ = true;
+    settleSoon();
+  }
+
+  void unload() {
+    Snmp::unregisterConfigTokens();
+    snmp_alarm_unregister(limitAlarm_);
+    isLoaded_ = false;
+    settleSoon();
+  }
+
+ private:
+  void settleSoon() {
+    if (isShuttingDown_ || alarm_ != 0) return;
+    alarm_ = snmp_alarm_register_hr(nextTurn, 0, onAlarm, this);
+    if (alarm_ == 0) throw Kel::Exception("net-snmp has no memory for an alarm");
+  }
+
+  void settle() {
+    alarm_ = 0;
+    if (!isLoaded_) {
+      end();
+      snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, onShutdown, nullptr, 1);
+      logInfo("unloaded");
+      return;
+    }
+    Composition::netnsDirectoryIs("");
+    const auto directory = Composition::configuredStoreDirectory();
+    if (composition_ && composition_->storeDirectory() == directory) {
+      composition_->reconfigure();
+      return;
+    }
+    if (!composition_) {
+      snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, onShutdown, nullptr);
+      logInfo("version {} serves", QUORIN_VERSION);
+    }
+    end();
+    composition_ = std::make_unique<Composition>(loop_, directory, SharedGroups::ofMaster());
+  }
+
+  void end() { composition_.reset(); }
+
+  static void onAlarm(unsigned, void* self) noexcept {
+    Snmp::atCBoundary(pluginTrace, __func__, [&] { static_cast<Plugin*>(self)->settle(); });
+  }
+  static void onMinute(unsigned, void*) noexcept {
+    Snmp::atCBoundary(pluginTrace, __func__, [] { Kel::TraceLimit::beginPeriod(); });
+  }
+  // The agent library still stands; when the module is unloaded it does so no longer. A callback must not be given
+  // what the library cannot free.
+  static int onShutdown(int, int, void*, void*) noexcept {
+    Snmp::atCBoundary(pluginTrace, __func__, [] {
+      instance().isShuttingDown_ = true;
+      instance().end();
+    });
+    return SNMPERR_SUCCESS;
+  }
+
+  SnmpdLoop loop_;
+  std::unique_ptr<Composition> composition_;
+  unsigned alarm_ = 0;
+  unsigned limitAlarm_ = 0;
+  bool isLoaded_ = false;
+  bool isShuttingDown_ = false;
+};
+
+}  // namespace
+
+}  // namespace Host
+
+extern "C" {
+__attribute__((visibility("default"))) void init_quorin() {
+  Snmp::atCBoundary(Host::pluginTrace, __func__, [] { Host::Plugin::instance().load(); });
+}
+__attribute__((visibility("default"))) void deinit_quorin() {
+  Snmp::atCBoundary(Host::pluginTrace, __func__, [] { Host::Plugin::instance().unload(); });
+}
+}

@@ -1,0 +1,266 @@
+#include "ipsnmp/agent/address/IpAddressTableSm.h"
+
+#include "kel/Trace.h"
+
+KEL_TYPE_DEFINE(IpSnmp::IpAddressTableSm)
+
+namespace IpSnmp {
+namespace {
+
+Kel::TraceHandle ipAddressTableSmTrace("IpAddressTableSm");
+
+InetAddress inetAddress(const Vantu::IpAddr& addr) {
+  return InetAddress::fromIpAddr(addr);
+}
+InetAddress inetAddress(const Vantu::Ip6Addr& addr) {
+  return InetAddress::fromIp6Addr(addr);
+}
+
+template <class AddrWithMask>
+Kel::Ptr<IpAddressPrefixEntry> makePrefixEntry(std::int32_t ifIndex, const AddrWithMask& addr) {
+  const auto prefix = inetAddress(addr.prefix());
+  return Kel::makePtr<IpAddressPrefixEntry>(
+      IpAddressPrefixKey(static_cast<std::uint32_t>(ifIndex), prefix.version(), prefix.bytes(), addr.length()));
+}
+
+using PrefixEntry = Kel::Ptr<IpAddressPrefixEntry>;
+using PrefixCandidates = IpAddressTableSm::PrefixCandidates;
+
+// The first pair of an address changes from the one with `former` to the one with `next`; null: there is none. The
+// row follows it. When another address has the prefix of `former` on the same interface, the row of `former` passes
+// to that address.
+void passPrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const PrefixEntry& former, const PrefixEntry& next) {
+  if (former) candidates.erase(former);
+  if (next) candidates.insert(next);
+  // Under the same key `next` just replaces the row.
+  const bool isKeyLeft = former && (!next || next->index() != former->index());
+  if (isKeyLeft && ipMib.ipAddressPrefixTable(former->index()) == former) {
+    const auto other = candidates.lower_bound(former->index());
+    const bool hasOther = other != candidates.end() && (*other)->index() == former->index();
+    const PrefixEntry successor = hasOther ? *other : nullptr;  // a notified reactor may change the candidates
+    if (successor) {
+      ipMib.ipAddressPrefixTableInsert(successor);
+    } else {
+      ipMib.ipAddressPrefixTableDel(former->index());
+    }
+  }
+  if (next) ipMib.ipAddressPrefixTableInsert(next);
+}
+
+void decidePrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const IpAddressEntry& entry,
+                     const IntfData& pair) {
+  const auto& intfId = pair.key().intfId();
+  if (entry.intf().empty()) {
+    QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex()
+                                     << ") is the first in the prefix table";
+    return passPrefixRow(ipMib, candidates, nullptr, pair.prefixEntry());
+  }
+  const IntfData first = entry.intf().begin()->second;
+  if (pair.key() < first.key()) {
+    QTRACE(ipAddressTableSmTrace, 6) << intfId << " (ifIndex " << pair.ifIndex() << ") taking over prefix table"
+                                     << " row for ifIndex " << first.ifIndex() << " because old intfKey "
+                                     << first.key() << " < new intfKey " << pair.key();
+    return passPrefixRow(ipMib, candidates, first.prefixEntry(), pair.prefixEntry());
+  }
+  QTRACE(ipAddressTableSmTrace, 6) << intfId << " not added to the prefix table; ifIndex " << first.ifIndex()
+                                   << " is better";
+}
+
+void delPair(IpMib& ipMib, PrefixCandidates& candidates, IpAddressEntry& entry, const IntfData& pair) {
+  const bool isFirst = entry.intf().begin()->first == pair.key();
+  entry.intfDel(pair.key());
+  if (isFirst) {
+    passPrefixRow(ipMib, candidates, pair.prefixEntry(), entry.prefixEntry());
+  } else {
+    candidates.erase(pair.prefixEntry());
+  }
+  if (!entry.intf().empty()) return;
+  if (entry.addrVersion() == Ip::ipVersion4) ipMib.ipAddrTableDel(entry.ipAdEntAddr());
+  ipMib.ipAddressTableDel(entry.index());
+}
+
+void emptyAddressTables(IpMib& ipMib) {
+  ipMib.ipAddrTableDelAll();
+  ipMib.ipAddressTableDelAll();
+  ipMib.ipAddressPrefixTableDelAll();
+}
+
+template <class Reactor>
+void giveIntfStatus(const Kel::Ptr<Reactor>& reactor, const Kel::Ptr<const Interface::IntfStatus>& status,
+                    const char* found) {
+  if (!reactor) return;
+  QTRACE(ipAddressTableSmTrace, 6) << reactor->intfId() << found;
+  reactor->intfStatusIs(status);
+}
+
+}  // namespace
+
+IpAddressTableSm::~IpAddressTableSm() {
+  stop();
+}
+
+void IpAddressTableSm::kelStart() {
+  kelConfig_ = Kel::makePtr<AddressReactors::KelConfig>(this);
+  kelStatus_ = Kel::makePtr<AddressReactors::KelStatus>(this);
+  kelConfig6_ = Kel::makePtr<AddressReactors::KelConfig6>(this);
+  kelStatus6_ = Kel::makePtr<AddressReactors::KelStatus6>(this);
+  kelIntfStatusDir_ = Kel::makePtr<AddressReactors::KelIntfStatusDir>(this);
+  kelConfig_->notifierIs(config());
+  kelStatus_->notifierIs(status());
+  kelConfig6_->notifierIs(config6());
+  kelStatus6_->notifierIs(status6());
+  kelIntfStatusDir_->notifierIs(intfStatusDir());
+  for (const auto& intfId : config()->ipIntfConfig().keys()) kelConfig_->handleIpIntfConfig(intfId);
+  for (const auto& intfId : status()->ipIntfStatus().keys()) kelStatus_->handleIpIntfStatus(intfId);
+  for (const auto& intfId : config6()->intf().keys()) kelConfig6_->handleIntf(intfId);
+  for (const auto& intfId : status6()->intf().keys()) kelStatus6_->handleIntf(intfId);
+}
+
+void IpAddressTableSm::kelStop() {
+  stop();
+}
+
+void IpAddressTableSm::stop() {
+  kelConfig_ = nullptr;
+  kelStatus_ = nullptr;
+  kelConfig6_ = nullptr;
+  kelStatus6_ = nullptr;
+  kelIntfStatusDir_ = nullptr;
+  ipIntfConfigDelAll();
+  ipIntfStatusDelAll();
+  ip6IntfConfigDelAll();
+  ip6IntfStatusDelAll();
+  vrfIpMibDelAll();  // the collection, when it goes, would cut its members from the VRFs that they belong to
+}
+
+void IpAddressTableSm::vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, ipMib.get());
+  const Kel::Name vrfName = ipMib->name();
+  if (vrfIpMib(vrfName) == ipMib) return;
+  vrfIpMibDel(vrfName);
+  vrfIpMib_.map.kelInsert(vrfName, ipMib);
+  KEL_NOTIFY_KEY(VrfIpMib, vrfName);
+}
+
+bool IpAddressTableSm::vrfIpMibDel(const Kel::Name& givenName) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  const Kel::Name vrfName = givenName;  // the given one may live in the cache
+  const auto ipMib = vrfIpMib_.map.kelTake(vrfName);
+  if (!ipMib) return false;
+  prefixCandidates_.erase(ipMib.get());
+  emptyAddressTables(*ipMib);
+  KEL_NOTIFY_KEY(VrfIpMib, vrfName);
+  return true;
+}
+
+void IpAddressTableSm::vrfIpMibDelAll() {
+  for (const auto& vrfName : vrfIpMib().keys()) vrfIpMibDel(vrfName);
+}
+
+void IpAddressTableSm::handleIntfInVrf(const Kel::Name& vrfName) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  QTRACE(ipAddressTableSmTrace, 2) << "reporting the addresses of vrf " << vrfName << " again";
+  for (const auto& [intfId, reactor] : ipIntfConfig()) reactor->handleVrf(vrfName);
+  for (const auto& [intfId, reactor] : ipIntfStatus()) reactor->handleVrf(vrfName);
+  for (const auto& [intfId, reactor] : ip6IntfConfig()) reactor->handleVrf(vrfName);
+  for (const auto& [intfId, reactor] : ip6IntfStatus()) reactor->handleVrf(vrfName);
+}
+
+void IpAddressTableSm::handleIntfStatus(const Vantu::IntfId& intfId) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  const auto status = intfStatusDir()->intfStatus(intfId);
+  giveIntfStatus(ipIntfConfig(intfId), status, " Have IpIntfConfig");
+  giveIntfStatus(ipIntfStatus(intfId), status, " Have IpIntfStatus");
+  giveIntfStatus(ip6IntfConfig(intfId), status, " Have Ip6IntfConfig");
+  giveIntfStatus(ip6IntfStatus(intfId), status, " Have Ip6IntfStatus");
+}
+
+Kel::Ptr<IpMib> IpAddressTableSm::ipMibOf(const L3::VrfName& vrfName) {
+  if (vrfName.isDefault()) return ipMib();
+  auto found = vrfIpMib(vrfName.stringValue());
+  if (!found) {
+    QTRACE(ipAddressTableSmTrace, 6) << "no ipmib in vrf " << vrfName;
+  }
+  return found;
+}
+
+std::shared_ptr<IpAddressTableSm::PrefixCandidates> IpAddressTableSm::candidatesOf(const IpMib& ipMib) {
+  auto& candidates = prefixCandidates_[&ipMib];
+  if (!candidates) candidates = std::make_shared<PrefixCandidates>();
+  return candidates;
+}
+
+template <class AddrWithMask>
+void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
+                               const L3::VrfName& vrfName, const AddrWithMask& addr) {
+  QTRACE(ipAddressTableSmTrace, 6) << "add: intf " << intfId << " source " << Kel::enumName(source) << " ifIndex "
+                                   << ifIndex << " address " << addr << " vrf " << vrfName;
+  const auto ipMib = ipMibOf(vrfName);
+  if (!ipMib) return;
+  if (addr.address().isZero() || ifIndex < 1) {
+    QTRACE(ipAddressTableSmTrace, 6) << intfId << " has no " << (ifIndex < 1 ? "ifIndex" : "address")
+                                     << "; ignoring " << addr;
+    return;
+  }
+  const auto candidates = candidatesOf(*ipMib);
+  auto entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
+  const IntfData pair(IntfDataKey(source, intfId), makePrefixEntry(ifIndex, addr));
+  if (const auto* present = entry->intf(pair.key())) {
+    const IntfData held = *present;
+    const auto& heldPrefix = held.prefixEntry()->index();
+    if (heldPrefix.length() != addr.length()) {
+      QTRACE(ipAddressTableSmTrace, 6) << intfId << " already has address " << addr.address()
+                                       << " with prefix length " << heldPrefix.length() << "; ignoring it";
+      return;
+    }
+    // Reported again. The pair keeps its prefix entry, which may stand in the prefix table.
+    if (heldPrefix == pair.prefixEntry()->index()) return;
+    // The interface has got another ifIndex.
+    delPair(*ipMib, *candidates, *entry, held);
+    entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
+  }
+  decidePrefixRow(*ipMib, *candidates, *entry, pair);
+  entry->intfIs(pair);
+  if (entry->addrVersion() == Ip::ipVersion4) ipMib->ipAddrTableIs(entry);
+}
+
+template <class AddrWithMask>
+void IpAddressTableSm::delAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
+                               const AddrWithMask& addr) {
+  QTRACE(ipAddressTableSmTrace, 6) << "delete: intf " << intfId << " source " << Kel::enumName(source)
+                                   << " address " << addr << " vrf " << vrfName;
+  const auto ipMib = ipMibOf(vrfName);
+  if (!ipMib) return;
+  const auto entry = ipMib->ipAddressTable(inetAddress(addr.address()));
+  if (!entry) return;
+  if (const auto* present = entry->intf(IntfDataKey(source, intfId))) {
+    const IntfData pair = *present;
+    delPair(*ipMib, *candidatesOf(*ipMib), *entry, pair);
+  }
+}
+
+void IpAddressTableSm::doAddAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
+                                 const L3::VrfName& vrfName, const Vantu::IpAddrWithMask& addr) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  addAddr(intfId, source, ifIndex, vrfName, addr);
+}
+
+void IpAddressTableSm::doAddAddr6(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
+                                  const L3::VrfName& vrfName, const Vantu::Ip6AddrWithMask& addr) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  addAddr(intfId, source, ifIndex, vrfName, addr);
+}
+
+void IpAddressTableSm::doDelAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
+                                 const Vantu::IpAddrWithMask& addr) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  delAddr(intfId, source, vrfName, addr);
+}
+
+void IpAddressTableSm::doDelAddr6(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
+                                  const Vantu::Ip6AddrWithMask& addr) {
+  QTRACE_ENTRY(ipAddressTableSmTrace, this);
+  delAddr(intfId, source, vrfName, addr);
+}
+
+}  // namespace IpSnmp

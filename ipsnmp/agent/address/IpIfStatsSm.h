@@ -1,0 +1,65 @@
+#pragma once
+// Keeps the rows of one IP version in ipIfStatsTable: one for each interface that has counters in the state database
+// and a status record with an ifIndex. The row moves with the ifIndex. Of two interfaces that claim one ifIndex, the
+// one that was heard of last has the row.
+//
+// Stopping or destroying the machine removes its rows.
+
+#include <map>
+
+#include "ipsnmp/IpMib.h"
+#include "ipsnmp/agent/address/IntfWatches.h"
+#include "varnix/IntfStats.h"
+
+namespace IpSnmp {
+
+class IpIfStatsSm : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::IpIfStatsSm", IpIfStatsSm, Kel::Entity)
+ public:
+  // None may be null.
+  KEL_CONSTRUCTOR(IpIfStatsSm,
+                  ((Ip::IpVersion, ipVersion))((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))(
+                      (Kel::Ptr<const Ip::AllIntfStats>, allIntfStats))((Kel::Ptr<IpMib>, ipMib)))
+  KEL_TYPE_END_DECLARE
+
+  ~IpIfStatsSm() override;
+  void kelStart() override;
+  void kelStop() override;
+
+ private:
+  class KelAllIntfStats : public Ip::AllIntfStats::Notifiee {
+   public:
+    explicit KelAllIntfStats(IpIfStatsSm* owner) : owner_(owner) {}
+    void handleIntfStats(const Vantu::IntfId& intfId) override { owner_->handleIntf(intfId); }
+
+   private:
+    IpIfStatsSm* const owner_;
+  };
+  class KelIntfStats : public Ip::IntfStats::Notifiee {
+   public:
+    explicit KelIntfStats(IpIfStatsSm* owner) : owner_(owner) {}
+    void handleCounters() override { owner_->handleIntf(notifier()->intfId()); }
+    void handleDiscontinuityTime() override { owner_->handleIntf(notifier()->intfId()); }
+    void handleUtcOffset() override { owner_->handleIntf(notifier()->intfId()); }
+
+   private:
+    IpIfStatsSm* const owner_;
+  };
+  struct Watch {
+    Kel::Ptr<KelIntfStats> stats;
+    Kel::Ptr<IfIndexWatch> status;
+    std::uint32_t ifIndex = 0;  // of its row; 0: it has none
+  };
+
+  void handleIntf(const Vantu::IntfId& intfId);
+  void rowIs(const Vantu::IntfId& intfId, Watch& watch, std::uint32_t ifIndex);
+  void rowDel(const Vantu::IntfId& intfId, Watch& watch);
+  void stop();
+
+  Kel::Ptr<KelIntfStatusDir> kelIntfStatusDir_;  // null: stopped
+  Kel::Ptr<KelAllIntfStats> kelAllIntfStats_;
+  std::map<Vantu::IntfId, Watch> watches_;  // of interfaces with counters
+  std::map<std::uint32_t, Vantu::IntfId> owners_;
+};
+
+}  // namespace IpSnmp

@@ -1,0 +1,212 @@
+// The state machine of the route table: its passes over the backlogs, and what fills these as a whole.
+
+#include <algorithm>
+
+#include "ipsnmp/agent/route/IpRouteTableSm.h"
+#include "ipsnmp/agent/route/IpRouteTrace.h"
+#include "quillo/StoreException.h"
+#include "quillo/fecs/FecRouteListSm.h"
+
+namespace IpSnmp {
+namespace {
+
+// FECs that are entered in the backlog at once.
+constexpr std::size_t fecPieceSize = 1024;
+
+// What the passes over routes and over FECs call things.
+struct BacklogWords {
+  const char* starting;
+  const char* processed;
+  const char* rescheduled;
+};
+constexpr BacklogWords routeWords{" IP route backlog processing", " prefixes",
+                                  " IPv4 route processing rescheduled"};
+constexpr BacklogWords fecWords{" IP fec backlog processing", " fecs", " IPv4 fec processing rescheduled"};
+
+// One run of a task over its backlog. `scanNext` enters another piece of the table, and is false when there is none
+// left; `process` looks a key up and takes it out of the backlog. Returns the bookmark to keep: the key at which the
+// run yielded, or none.
+//
+// The place in the backlog is searched for anew after each key, for what `process` brings about may change it. When the
+// store cannot be read now, the run ends without another one: all is told anew when it can be.
+template <class Backlog>
+typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task, const Kel::Name& vrfName,
+                                     const Backlog& backlog, const typename Backlog::Key& bookmark, auto scanNext,
+                                     auto process) {
+  QTRACE(ipRouteTableSmTrace, 2) << "Starting VRF " << vrfName << words.starting;
+  typename Backlog::Key resumeAt{};
+  std::uint64_t n = 0;
+  bool isReadable = true;
+  try {
+    auto at = backlog.lowerBound(bookmark);
+    for (;;) {
+      if (at == backlog.end()) {
+        if (scanNext()) {
+          at = backlog.begin();
+          continue;
+        }
+        QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing done"
+                                       << " after processing " << n << words.processed;
+        break;
+      }
+      const auto key = at->first;
+      if (task.taskShouldYield()) {
+        resumeAt = key;
+        QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing yielding"
+                                       << " after processing " << n << words.processed;
+        break;
+      }
+      process(key);
+      ++n;
+      at = backlog.upperBound(key);
+    }
+  } catch (const Quillo::StoreException& error) {
+    isReadable = false;
+    QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing stopped: " << error.what();
+  }
+  task.taskWorkCountInc(n);
+  task.taskWorkPendingIs(backlog.size());
+  if (!backlog.empty() && isReadable) {
+    QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << words.rescheduled << " due to " << backlog.size()
+                                   << " entries in backlog";
+    task.scheduleTask();
+  }
+  return resumeAt;
+}
+
+}  // namespace
+
+void IpRouteTableSm::doProcessRouteBacklog() {
+  QTRACE_ENTRY(ipRouteTableSmTrace, this);
+  const auto task = routeTask();
+  if (!task) return;
+  const auto scanNext = [this] {
+    if (!routeScan_.isOn()) return false;
+    scanRoutes();
+    return true;
+  };
+  routeBookmarkIs(processBacklog(routeWords, *task, vrfName(), routeBacklog(), routeBookmark(), scanNext,
+                                 [this](const Vantu::Prefix& prefix) { processRoute(prefix); }));
+  routeChangesIs(true);
+  requestFirstCount();
+}
+
+void IpRouteTableSm::doProcessFecBacklog() {
+  QTRACE_ENTRY(ipRouteTableSmTrace, this);
+  const auto task = fecTask();
+  if (!task || !localForwardingFecs()) return;
+  const auto scanNext = [this] {
+    if (fecScan_ == FecScan::none) return false;
+    scanFecs();
+    return true;
+  };
+  fecBookmarkIs(processBacklog(fecWords, *task, vrfName(), fecBacklog(), fecBookmark(), scanNext,
+                               [this](const Quillo::Fib::FecId& fecId) { processFec(fecId); }));
+  routeChangesIs(true);
+  requestFirstCount();
+}
+
+void IpRouteTableSm::scanRoutes() {
+  const auto known = [this](const Vantu::Prefix* after, auto visit) {
+    const auto& all = fecsAndPrefixes()->orderedPrefix();
+    auto at = after != nullptr ? all.upperBound(after->addrWithMask()) : all.begin();
+    while (at != all.end() && visit(Vantu::Prefix(at->first.address(), at->first.length()))) ++at;
+  };
+  for (const auto& prefix : routeScan_.piece(routeStatus().get(), known)) {
+    QTRACE(ipRouteTableSmTrace, 6) << "void IpSnmp::IpRouteTableSm::handleRoute()"
+                                   << " initially for " << prefix;
+    routeBacklogIs(prefix);
+  }
+}
+
+void IpRouteTableSm::scanFecs() {
+  std::vector<Quillo::Fib::FecId> piece;
+  const auto enter = [&](const Quillo::Fib::FecId& fecId) {
+    if (fecId != fecScanAfter_) piece.push_back(fecId);
+    return piece.size() < fecPieceSize;
+  };
+  if (fecScan_ == FecScan::known) {
+    auto at = knownFecs_.lower_bound(fecScanAfter_);
+    while (at != knownFecs_.end() && enter(*at)) ++at;
+    if (piece.size() < fecPieceSize) {
+      fecScan_ = FecScan::table;
+      fecScanAfter_ = Quillo::Fib::FecId();
+    }
+  }
+  if (fecScan_ == FecScan::table && piece.empty()) {
+    try {
+      if (vrfForwardingStatus()) {
+        vrfForwardingStatus()->forEachFec(fecScanAfter_,
+                                          [&](const Quillo::Fib::Fec& fec) { return enter(fec.fecId); });
+      }
+    } catch (const Pesk::CorruptionDetectedException& damage) {
+      vrfForwardingStatus()->corruptionDetected(damage.what());
+    }
+    if (piece.size() < fecPieceSize) fecScan_ = FecScan::none;
+  }
+  fecScanAfter_ = piece.size() == fecPieceSize ? piece.back() : Quillo::Fib::FecId();
+  for (const auto& fecId : piece) {
+    QTRACE(ipRouteTableSmTrace, 6) << "void IpSnmp::IpRouteTableSm::handleFec()"
+                                   << " initially for " << fecId;
+    fecBacklogIs(fecId);
+  }
+}
+
+void IpRouteTableSm::processRoute(const Vantu::Prefix& prefix) {
+  Quillo::Fib::Route route;
+  try {
+    if (routeStatus()) route = routeStatus()->route(prefix);
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    routeStatus()->corruptionDetected(damage.what());
+  }
+  const auto& key = prefix.addrWithMask();
+  if (route == Quillo::Fib::Route()) {
+    QTRACE(ipRouteTableSmTrace, 6) << prefix << " route deleted";
+    fecsAndPrefixes()->orderedPrefixDel(key);
+  } else {
+    QTRACE(ipRouteTableSmTrace, 6) << prefix << " route added";
+    fecsAndPrefixes()->orderedPrefixIs(key, true);
+  }
+  routeBacklogDel(prefix);
+}
+
+void IpRouteTableSm::processFec(const Quillo::Fib::FecId& fecId) {
+  fecScratch_.clear();
+  try {
+    if (vrfForwardingStatus()) vrfForwardingStatus()->readFec(fecId, fecScratch_);
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    fecScratch_.clear();
+    vrfForwardingStatus()->corruptionDetected(damage.what());
+  }
+  fecBacklogDel(fecId);
+  if (!fecScratch_.exists()) {
+    QTRACE(ipRouteTableSmTrace, 6) << fecId << " fec deleted";
+    forwardFecDel(fecId);
+    return;
+  }
+  QTRACE(ipRouteTableSmTrace, 6) << fecId << " fec added";
+  try {
+    forwardFecIs(fecScratch_);
+  } catch (const Kel::RangeException& error) {
+    QTRACE(ipRouteTableSmTrace, 0) << "VRF " << vrfName() << " fec " << fecId << " is not served: " << error.what();
+    forwardFecDel(fecId);
+  }
+}
+
+void IpRouteTableSm::forwardFecDel(const Quillo::Fib::FecId& fecId) {
+  localForwardingFecs()->forwardFecDel(fecId);
+  knownFecs_.erase(fecId);
+}
+
+// Makes the next hops of the FEC equal to its vias'.
+void IpRouteTableSm::forwardFecIs(const Quillo::Fib::Fec& fec) {
+  const auto wanted = FibUtils::ipv4NextHops(fec);
+  const auto forwardFec = localForwardingFecs()->forwardFecIs(fec.fecId);
+  knownFecs_.insert(fec.fecId);
+  for (const auto& known : forwardFec->nextHop().keys()) {
+    if (!wanted.contains(known)) forwardFec->nextHopDel(known);
+  }
+  for (const auto& [hop, via] : wanted) forwardFec->nextHopIs(hop, via);
+}
+
+}  // namespace IpSnmp

@@ -1,0 +1,207 @@
+#pragma once
+// Discovers the VRFs and gives each one other than the default its caches and state machines.
+//
+// A VRF is made when the agent is ready and the VRF has a routing information entity (IPv4), a routing configuration
+// and an id; and has none of this yet. It is unmade when its local status record goes. The VRFs that are known when
+// the agent becomes ready are made by a task that yields; later, each event that may complete a VRF examines that VRF
+// at once. The order of arrival does not matter (docs/decisions/0018): the routing configuration may come last, and a
+// VRF without a local status record is unmade when one of the other conditions no longer holds.
+//
+// A VRF that cannot be made because a table cannot be read is left as if it had not been examined. The task examines it
+// again whenever the neighbour table has become readable or was replaced.
+//
+// It also keeps the VRF table (a row for each VRF with a local status record, whether the agent is ready or not). It
+// watches the shared neighbour table and the directory of interfaces once for all VRFs: a changed neighbour goes to
+// the neighbour machine of the VRF whose id the entry bears, a changed interface to all of them.
+//
+// The default VRF is Root's: it is never made here. Its neighbours' id is the one published for "default", or 0.
+//
+// Stopping or destroying the machine unmakes every VRF.
+
+#include <set>
+
+#include "brev/Task.h"
+#include "ipsnmp/agent/address/IpAddressTableSm.h"
+#include "ipsnmp/agent/neighbour/ArpIdClaims.h"
+#include "ipsnmp/agent/vrf/VrfRoot.h"
+#include "ipsnmp/agent/vrf/VrfTables.h"
+#include "quillo/tables/FecMode.h"
+#include "snmp/IfMib.h"
+#include "varnix/EntityManager.h"
+#include "varnix/Routing.h"
+#include "varnix/SnmpStatus.h"
+#include "varnix/VrfIdMap.h"
+
+namespace IpSnmp {
+
+class VrfRootSm;
+
+// Watches the local status record of one VRF.
+class KelVrfStatusLocal : public Ip::VrfStatusLocal::Notifiee {
+ public:
+  KelVrfStatusLocal(VrfRootSm* owner, Kel::Ptr<const Ip::VrfStatusLocal> record)
+      : owner_(owner), record_(std::move(record)) {}
+  static const L3::VrfName& kelKeyOf(const VrfRootSm*, const Kel::Ptr<const Ip::VrfStatusLocal>& record) {
+    return record->vrfName();
+  }
+
+  // The owner's collection calls these when the reactor is entered and taken out.
+  void kelStart();
+  void kelStop();
+
+  void handleState() override { handleVrfState(); }
+  void handleVrfState();
+  void handleHasNamespace() override;
+  void handleDel() override;
+
+ private:
+  VrfRootSm* const owner_;
+  const Kel::Ptr<const Ip::VrfStatusLocal> record_;
+};
+
+class VrfRootSm : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::VrfRootSm", VrfRootSm, Kel::Entity)
+ public:
+  using KelVrfStatusLocal = IpSnmp::KelVrfStatusLocal;
+  using VrfId = Vrf::VrfIdMap::VrfId;
+
+  // No handle may be null but those of the entity manager, which is needed for the default VRF's routing status and to
+  // mount the tables of routes, and of the default VRF's route table machine and its FECs, which are needed when fecMode
+  // is 2 (unified). Without `routeTablesEnabled` no tables are mounted, and no machines made that read them.
+  KEL_CONSTRUCTOR(
+      VrfRootSm,
+      ((Quillo::Fib::FecMode, fecMode))((Kel::Ptr<Brev::TaskScheduler>, scheduler))((Kel::Ptr<IpAddressTableSm>,
+                                                                                     ipAddressTableSm))(
+          (Kel::Ptr<const Interface::AllIntfStatusDir>,
+           intfStatusDir))((Kel::Ptr<const Routing::VrfConfigDir>,
+                            routingVrfConfigDir))((Kel::Ptr<const Routing6::VrfConfigDir>, routing6VrfConfigDir))(
+          (Kel::Ptr<const Kel::Dir>, routingVrfInfoDir))((Kel::Ptr<const Kel::Dir>, routing6VrfInfoDir))(
+          (Kel::Ptr<VrfMibsDir>, vrfMibsDir))((Kel::Ptr<VrfRootDir>, vrfRootDir))(
+          (Kel::Ptr<const Ip::AllVrfStatusLocal>, allVrfStatusLocal))((Kel::Ptr<const Ip::AllVrfStatusGlobal>,
+                                                                       allVrfStatusGlobal))(
+          (Kel::Ptr<const Ip::AllVrfConfig>, allVrfConfig))((Kel::Ptr<const Snmp::Status>, snmpStatus))(
+          (Kel::Ptr<IpVrfMib>, ipVrfMib))((Kel::Ptr<const Varnix::EntityManager>,
+                                           entityManager))((Kel::Ptr<const Arp::Table::Status>, arpQuillo))(
+          (Kel::Ptr<ArpTableSm>, defaultVrfArpTableSm))((Kel::Ptr<IpRouteTableSm>, defaultVrfIpRouteTableSm))(
+          (Kel::Ptr<const Vrf::VrfIdMap::Status>, vrfIdStatus))((Kel::Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>,
+                                                                 vrfNameStatus))(
+          (Kel::Ptr<const IntfSnmp::IfMib>, ifMib))((Kel::Ptr<const IpForwardFecs>,
+                                                     allForwardingFecs))((bool, routeTablesEnabled)))
+
+  // The VRFs that are made. They belong to `vrfRootDir`.
+  KEL_MEMBERS_READ(Hashed, Kel::Name, VrfRoot, vrfRoot, VrfRoot)
+  KEL_STORED(Vrf::VrfIdMap::VrfId, defaultVrfId, DefaultVrfId)
+  // The published ids by name, from when the agent is ready.
+  KEL_CHILD(Vrf::VrfIdMap::NameToIdMap, nameToIdMap, NameToIdMap)
+  // The forwarding status that all VRFs share when fecMode is 2 (unified), from when the agent is ready; else null.
+  KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, unifiedForwardingStatus, UnifiedForwardingStatus)
+  // Under which id the shared neighbour table keys a VRF's entries, and back. An id is one VRF's (ArpIdClaims.h).
+  KEL_VALUES(Ordered, L3::VrfName, Vrf::VrfIdMap::VrfId, arpQuilloVrfNameToIdMap, ArpQuilloVrfNameToIdMap)
+  KEL_VALUES(Hashed, Vrf::VrfIdMap::VrfId, L3::VrfName, arpQuilloVrfIdReverseMapper, ArpQuilloVrfIdReverseMapper)
+  // Null until the agent is ready.
+  const Kel::Ptr<Brev::Task>& task() const { return task_; }
+  KEL_COMPUTED(task)
+  // VRFs that wait to be looked at (always true), and the one that comes next.
+  KEL_VALUES(Ordered, L3::VrfName, bool, vrfBacklog, VrfBacklog)
+  KEL_STORED(L3::VrfName, vrfBookmark, VrfBookmark)
+  KEL_STORED(double, vrfBacklogQuantum, VrfBacklogQuantum, 0.01)  // seconds that a run may take; above 0
+  KEL_MEMBERS(Hashed, L3::VrfName, KelVrfStatusLocal, vrfStatusLocal, VrfStatusLocal)
+  KEL_STORED(bool, initialized, Initialized, false)
+  KEL_REFERENCE(const Snmp::AgentStatus, snmpAgentStatus, SnmpAgentStatus)  // as the SNMP status has it
+  // The VRFs whose SNMP contexts can be served (always true): set as the last step of making a VRF, deleted before
+  // anything of it is unmade.
+  KEL_VALUES(Hashed, L3::VrfName, bool, servedVrf, ServedVrf)
+  KEL_TYPE_END_DECLARE
+
+ public:
+  ~VrfRootSm() override;
+  void kelStart() override;
+  void kelStop() override;
+
+  // The agent is ready: starts. What is told afterwards, and false, changes nothing.
+  void handleInitialized(bool isReady);
+  // Enters every known VRF in the backlog: that has a local status record, or a routing configuration.
+  void handleVrfCreation();
+  // Makes the VRF if all it needs is there.
+  void handleVrfCreation(const Kel::Name& vrfName);
+  // One run of the task.
+  void doProcessVrfBacklog();
+  // Tells the VRF's software-forwarding statistics whether it has a network namespace of its own.
+  void refreshSwFwdStats(const L3::VrfName& vrfName);
+  // The local status record of the VRF is gone.
+  void handleVrfStatusDel(const L3::VrfName& vrfName);
+
+  // Makes the VRF's row what its records say. Without a local status record nothing is done.
+  void addToVrfTable(const Kel::Name& vrfName);
+  void delFromVrfTable(const Kel::Name& vrfName);
+
+  void handleArpEntry(const Arp::Table::ArpKey& key);
+  void handleNeighborEntry(const Arp::Table::ArpKey& key);
+  // Takes every published id in, respectively that of one VRF.
+  void handleNameToIdMap();
+  void handleNameToIdMap(const L3::VrfName& vrfName);
+  void handleVrfNameToIdChange(const L3::VrfName& vrfName);
+  // Gives the VRF's neighbour machine the id that its entries have now.
+  void handleArpQuilloVrfName(const L3::VrfName& vrfName);
+  // The interface's status record was created or deleted; without an id: any may have been.
+  void handleIntfStatus(const Vantu::IntfId& intfId);
+  void handleIntfStatus();
+
+ private:
+  struct KelTask;
+  struct KelArpQuillo;
+  struct KelNameToIdMap;
+  struct KelRoutingVrfConfigDir;
+  struct KelRouting6VrfConfigDir;
+  struct KelRoutingVrfInfoDir;
+  struct KelRouting6VrfInfoDir;
+  struct KelVrfNameStatus;
+  struct KelAllVrfStatusLocal;
+  struct KelAllVrfStatusGlobal;
+  struct KelAllVrfConfig;
+  struct KelSnmpStatus;
+  struct KelSnmpAgentStatus;
+  struct KelIntfStatusDir;
+  template <class Reactor, class Watched>
+  void watch(const Kel::Ptr<Watched>& watched);
+
+  void handleSnmpStatus();
+  void onVrfConfig(const Kel::Name& vrfName);
+  void onVrf6Config(const Kel::Name& vrfName);
+  void onEntityPtr(const Kel::Name& vrfName);
+  bool hasConditions(const L3::VrfName& vrfName) const;
+  void createVrf(const L3::VrfName& vrfName);
+  // Enters those that could not be made in the backlog again.
+  void retryVrfs();
+  // Has the task examine what is in the backlog.
+  void scheduleVrfBacklog();
+  // With its rows in the VRF tables, or without.
+  void removeVrf(const L3::VrfName& vrfName);
+  void unmakeVrf(const L3::VrfName& vrfName);
+  void removeUnlessComplete(const L3::VrfName& vrfName);
+  // None without an entity manager. In unified mode no forwarding table is mounted.
+  VrfTables mountTables(const L3::VrfName& vrfName) const;
+  void makeRouteSms(VrfRoot& root, const VrfTables& tables);
+  void makeFibStatsSms(VrfRoot& root, const VrfTables& tables);
+  // Another configuration or another id in the table of neighbours goes to the machines.
+  void refreshFibStats(const Kel::Name& vrfName);
+  void delVrfIfRows(const Kel::Name& vrfName);
+  VrfId publishedId(const L3::VrfName& vrfName) const;
+  VrfId arpQuilloVrfIdOf(const L3::VrfName& vrfName) const;
+  Kel::Ptr<ArpTableSm> arpTableSmOf(const L3::VrfName& vrfName);
+  // Null when nobody serves the id; `vrfName` is set otherwise.
+  Kel::Ptr<ArpTableSm> arpTableSmOf(VrfId id, L3::VrfName& vrfName);
+  template <class Read>
+  void handleNeighbour(const Arp::Table::ArpKey& key, Read read);
+  // Of every VRF, the default one first.
+  std::vector<Kel::Ptr<ArpTableSm>> arpTableSms();
+  void stop();
+
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // none: stopped
+  Kel::Ptr<Kel::NotifieeBase> kelSnmpAgentStatus_;
+  Kel::Ptr<Brev::Task> task_;
+  std::set<L3::VrfName> failedVrfs_;  // the conditions held, but the VRF could not be made
+  ArpIdClaims arpIdClaims_;
+};
+
+}  // namespace IpSnmp

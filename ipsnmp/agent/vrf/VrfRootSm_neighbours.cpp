@@ -1,0 +1,194 @@
+// The part of the VRF root state machine that brings the shared neighbour table's changes to the VRFs, and knows
+// under which ids the table has them.
+
+#include <set>
+
+#include "ipsnmp/agent/vrf/VrfRootReactors.h"
+#include "kel/Trace.h"
+
+namespace IpSnmp {
+namespace {
+
+Kel::TraceHandle vrfNeighboursTrace("VrfNeighbours");
+
+constexpr Vrf::VrfIdMap::VrfId usualDefaultVrfId{0};
+
+}  // namespace
+
+// ---- ids ----
+
+VrfRootSm::VrfId VrfRootSm::publishedId(const L3::VrfName& vrfName) const {
+  const auto map = nameToIdMap();
+  const auto* id = map ? map->vrfId(vrfName) : nullptr;
+  if (id != nullptr) return *id;
+  return vrfName.isDefault() ? usualDefaultVrfId : VrfId();
+}
+
+VrfRootSm::VrfId VrfRootSm::arpQuilloVrfIdOf(const L3::VrfName& vrfName) const {
+  const auto* id = arpQuilloVrfNameToIdMap(vrfName);
+  return id != nullptr ? *id : VrfId();
+}
+
+void VrfRootSm::handleVrfNameToIdChange(const L3::VrfName& givenName) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  if (!initialized()) return;
+  const L3::VrfName vrfName = givenName;
+  const Kel::Ptr<VrfRootSm> self(this);
+  const auto map = nameToIdMap();
+  if (!map) return;
+  if (const auto* id = vrfNameStatus()->vrfId(vrfName)) {
+    map->vrfIdIs(vrfName, *id);
+    if (!vrfName.isDefault()) handleVrfCreation(vrfName.stringValue());
+  } else {
+    map->vrfIdDel(vrfName);
+    removeUnlessComplete(vrfName);
+  }
+}
+
+void VrfRootSm::handleNameToIdMap() {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const Kel::Ptr<VrfRootSm> self(this);
+  const auto map = nameToIdMap();
+  if (!map) return;
+  for (const auto& [vrfName, id] : vrfNameStatus()->vrfId()) map->vrfIdIs(vrfName, id);
+  watch<KelNameToIdMap>(map);
+  handleNameToIdMap(L3::VrfName());
+  for (const auto& vrfName : map->vrfId().keys()) handleNameToIdMap(vrfName);
+}
+
+void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const L3::VrfName vrfName = givenName;
+  const Kel::Ptr<VrfRootSm> self(this);
+  const auto published = publishedId(vrfName);
+  if (vrfName.isDefault()) {
+    defaultVrfIdIs(published);
+  } else if (const auto root = vrfRoot(vrfName.stringValue())) {
+    // Without an id there are no tables either: another VRF may get the id.
+    const bool isAnother = root->vrfId() != published;
+    root->vrfIdIs(published);
+    if (isAnother) remountTables(*root, mountTables(vrfName));
+  }
+  std::set<L3::VrfName> changed;
+  for (const auto id : arpIdClaims_.claimIs(vrfName, published)) {
+    const auto holder = arpIdClaims_.holder(id);
+    if (const auto* found = arpQuilloVrfIdReverseMapper(id)) {
+      const L3::VrfName before = *found;
+      if (before == holder) continue;
+      if (arpQuilloVrfIdOf(before) == id) arpQuilloVrfNameToIdMapDel(before);
+      changed.insert(before);
+    }
+    if (holder) {
+      arpQuilloVrfIdReverseMapperIs(id, *holder);
+      arpQuilloVrfNameToIdMapIs(*holder, id);
+      changed.insert(*holder);
+    } else {
+      arpQuilloVrfIdReverseMapperDel(id);
+    }
+  }
+  for (const auto& name : changed) handleArpQuilloVrfName(name);
+}
+
+Kel::Ptr<ArpTableSm> VrfRootSm::arpTableSmOf(const L3::VrfName& vrfName) {
+  Kel::Ptr<ArpTableSm> sm;
+  if (vrfName.isDefault()) {
+    sm = defaultVrfArpTableSm();
+  } else {
+    const auto root = vrfRoot(vrfName.stringValue());
+    if (!root) {
+      QTRACE(vrfNeighboursTrace, 6) << "vrf root for " << vrfName << " not found";
+      return nullptr;
+    }
+    sm = root->arpTableSm();
+  }
+  if (!sm) {
+    QTRACE(vrfNeighboursTrace, 6) << "arpTableSm for " << vrfName << " not found";
+  }
+  return sm;
+}
+
+void VrfRootSm::handleArpQuilloVrfName(const L3::VrfName& vrfName) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const auto id = arpQuilloVrfIdOf(vrfName);
+  if (id.isKnown()) {
+    QTRACE(vrfNeighboursTrace, 6) << vrfName << " updating arp quillo vrf id " << id;
+  } else {
+    QTRACE(vrfNeighboursTrace, 6) << vrfName << " invalidating arp quillo vrf id ";
+  }
+  if (const auto sm = arpTableSmOf(vrfName)) sm->arpQuilloVrfIdIs(id);
+  refreshFibStats(vrfName.stringValue());
+}
+
+// ---- neighbours ----
+
+Kel::Ptr<ArpTableSm> VrfRootSm::arpTableSmOf(VrfId id, L3::VrfName& vrfName) {
+  // The default VRF's machine stands before the ids are known by name.
+  vrfName = L3::VrfName();
+  const auto& defaultSm = defaultVrfArpTableSm();
+  if (defaultSm && defaultSm->arpQuilloVrfId() == id) return defaultSm;
+  const auto* found = arpQuilloVrfIdReverseMapper(id);
+  if (found == nullptr) return nullptr;
+  vrfName = *found;
+  const auto root = vrfRoot(vrfName.stringValue());
+  auto sm = root ? root->arpTableSm() : nullptr;
+  return sm && sm->arpQuilloVrfId() == id ? sm : nullptr;
+}
+
+template <class Read>
+void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey, Read read) {
+  const Arp::Table::ArpKey key = givenKey;
+  if (!key.vrfId.isKnown()) return;
+  L3::VrfName vrfName;
+  const auto sm = arpTableSmOf(key.vrfId, vrfName);
+  if (!sm) return;
+  Arp::Table::ArpEntry entry;
+  try {
+    entry = read(key);
+  } catch (const Pesk::CorruptionDetectedException& error) {
+    // Whether the neighbour is there cannot be known; its row stays as it is.
+    arpQuillo()->corruptionDetected(error);
+    return;
+  }
+  if (entry.exists() && entry.key == key) {
+    QTRACE(vrfNeighboursTrace, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') updated in arp quillo";
+    sm->addArpEntry(entry);
+  } else {
+    QTRACE(vrfNeighboursTrace, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') deleted from arp quillo";
+    sm->delArpEntry(key);
+  }
+}
+
+void VrfRootSm::handleArpEntry(const Arp::Table::ArpKey& key) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->arpEntry(wanted); });
+}
+
+void VrfRootSm::handleNeighborEntry(const Arp::Table::ArpKey& key) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->neighborEntry(wanted); });
+}
+
+void VrfRootSm::handleIntfStatus(const Vantu::IntfId& givenId) {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const Vantu::IntfId intfId = givenId;
+  const Kel::Ptr<VrfRootSm> self(this);
+  for (const auto& sm : arpTableSms()) sm->handleIntfStatus(intfId);
+}
+
+// Interfaces that came while nobody watched them: after the neighbour machine of the default VRF, and before this one.
+void VrfRootSm::handleIntfStatus() {
+  QTRACE_ENTRY(vrfNeighboursTrace, this);
+  const Kel::Ptr<VrfRootSm> self(this);
+  for (const auto& intfId : intfStatusDir()->intfStatus().keys()) handleIntfStatus(intfId);
+}
+
+std::vector<Kel::Ptr<ArpTableSm>> VrfRootSm::arpTableSms() {
+  std::vector<Kel::Ptr<ArpTableSm>> all;
+  if (defaultVrfArpTableSm()) all.push_back(defaultVrfArpTableSm());
+  for (const auto& [name, root] : vrfRoot()) {
+    if (auto sm = root->arpTableSm()) all.push_back(std::move(sm));
+  }
+  return all;
+}
+
+}  // namespace IpSnmp

@@ -1,0 +1,281 @@
+#pragma once
+// For tests: the shared tables of one VRF, the cache over them, and a model of the rows.
+//
+// The model keeps plain copies of everything and finds a row by looking at all of them, one after the other. What is
+// derived from the tables (prefixes, next hops) is either settled by the test itself, or by a state machine.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "kel/Trace.h"
+#include "quillo/testing/TestFibTables.h"
+
+namespace IpSnmpTest {
+
+using IpSnmp::IpCidrRouteTableEntry;
+using IpSnmp::IpCidrRouteTableIndex;
+using Kel::Ptr;
+using Quillo::Fib::FecId;
+using RouteIterator = IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst;
+
+inline Vantu::IpAddr ip(std::string_view text) {
+  return Vantu::IpAddr::fromString(text);
+}
+inline Vantu::Prefix prefixOf(std::string_view text) {
+  return Vantu::Prefix::fromString(text);
+}
+inline IpCidrRouteTableIndex indexOf(std::string_view dest, std::string_view mask, std::string_view nextHop,
+                                     std::uint32_t tos = 0) {
+  return IpCidrRouteTableIndex(ip(dest), ip(mask), tos, ip(nextHop));
+}
+// "10.0.0.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1"
+inline std::string rowText(const IpCidrRouteTableEntry& row) {
+  unsigned length = 0;
+  while (length < 32 && row.index().mask() != Vantu::IpAddr::netmask(length)) ++length;
+  return fmt::format("{}/{} {} if{} type{} proto{} metric{} pref{}", row.index().dest().stringValue(), length,
+                     row.index().nextHop().stringValue(), row.ifIndex(), row.type(), row.protocol().value(),
+                     row.metric().value(), row.preference().value());
+}
+
+struct Hop {
+  std::string addr;
+  std::string intf;
+};
+
+// Tables, and what the tests say of them.
+struct RouteTables {
+  Ptr<Quillo::TestRouteStatus<Vantu::Prefix>> routes = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Prefix>>();
+  Ptr<Quillo::TestForwardingStatus> fecs = Kel::makePtr<Quillo::TestForwardingStatus>();
+  Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifMib");
+  Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
+
+  void intfIs(std::string_view name, std::int32_t ifIndex) {
+    ifMib->ifIndexByIntfIdIs(Vantu::IntfId(name), ifIndex);
+  }
+  static Quillo::Fib::Route route(const Vantu::Prefix& prefix, unsigned fecId, unsigned type = 7) {
+    Quillo::Fib::Route made;
+    made.prefix = prefix;
+    made.routeType = Routing::Fib::RouteType(static_cast<std::uint8_t>(type));
+    made.metric = Routing::RouteMetric(10);
+    made.routePreference = Routing::RoutePreference(1);
+    made.fecId = FecId(fecId);
+    return made;
+  }
+  static Quillo::Fib::Fec fec(unsigned fecId, const std::vector<Hop>& hops) {
+    Quillo::Fib::Fec made;
+    made.fecId = FecId(fecId);
+    for (const auto& hop : hops)
+      made.via.push_back({Vantu::IpGenAddr::fromString(hop.addr), Vantu::IntfId(hop.intf)});
+    return made;
+  }
+  void routeIs(std::string_view prefix, unsigned fecId, unsigned type = 7) {
+    routes->routeIs(route(prefixOf(prefix), fecId, type));
+  }
+  void fecIs(unsigned fecId, const std::vector<Hop>& hops) { fecs->fecIs(fec(fecId, hops)); }
+
+  // Every row, as the iterator walks.
+  std::vector<IpCidrRouteTableEntry> rows() const {
+    std::vector<IpCidrRouteTableEntry> all;
+    for (RouteIterator at(mib); at; ++at) all.push_back(*at);
+    return all;
+  }
+  std::vector<std::string> rowTexts() const {
+    std::vector<std::string> texts;
+    for (const auto& row : rows()) texts.push_back(rowText(row));
+    return texts;
+  }
+};
+
+class RouteModel {
+ public:
+  struct Derived {
+    std::map<std::pair<std::uint32_t, unsigned>, Vantu::Prefix> order;  // by address, then length
+    std::map<FecId, std::map<std::uint32_t, unsigned>> nextHops;        // next hop -> via
+  };
+  explicit RouteModel(const RouteTables& tables) : tables_(tables) {}
+
+  // What is derived from the tables as they are.
+  Derived settled() const {
+    Derived made;
+    for (const auto& [prefix, route] : tables_.routes->map) {
+      if (!tables_.routes->damagedEntries.contains(prefix)) {
+        made.order.emplace(std::pair(prefix.address().value(), prefix.length()), prefix);
+      }
+    }
+    for (const auto& [fecId, fec] : tables_.fecs->map) {
+      if (tables_.fecs->damagedEntries.contains(fecId)) continue;
+      auto& hops = made.nextHops[fecId];
+      for (unsigned i = 0; i < fec.via.size(); ++i) {
+        if (fec.via[i].hop.af() == Vantu::ipv4_) hops[fec.via[i].hop.v4().value()] = i;
+      }
+    }
+    return made;
+  }
+
+  std::vector<IpCidrRouteTableEntry> rows(const Derived& derived) const {
+    std::vector<IpCidrRouteTableEntry> all;
+    for (const auto& [key, prefix] : derived.order) rowsOf(derived, prefix, all);
+    return all;
+  }
+
+  // What fetch() should find.
+  std::optional<IpCidrRouteTableEntry> fetch(const Derived& derived, const IpCidrRouteTableIndex& index,
+                                             bool getNext) const {
+    unsigned length = 0;
+    while (length < 32 && (index.mask().value() & (0x80000000U >> length))) ++length;
+    bool isFirst = true;
+    for (const auto& [key, prefix] : derived.order) {
+      if (key < std::pair(index.dest().value(), length)) continue;
+      std::vector<IpCidrRouteTableEntry> candidates;
+      rowsOf(derived, prefix, candidates);
+      for (const auto& row : candidates) {
+        if (isFirst && row.index().nextHop().value() < index.nextHop().value()) continue;
+        if (getNext && row.index() == index) continue;
+        return row;
+      }
+      isFirst = false;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  void rowsOf(const Derived& derived, const Vantu::Prefix& prefix, std::vector<IpCidrRouteTableEntry>& into) const {
+    const auto route = tables_.routes->map.find(prefix);
+    if (route == tables_.routes->map.end() || tables_.routes->damagedEntries.contains(prefix)) return;
+    const std::set<unsigned> rejected{0, 1, 3, 5};
+    if (rejected.contains(route->second.routeType.value())) return;
+    const auto fecId = route->second.fecId;
+    const auto fec = tables_.fecs->map.find(fecId);
+    if (fec == tables_.fecs->map.end() || tables_.fecs->damagedEntries.contains(fecId)) return;
+    const auto hops = derived.nextHops.find(fecId);
+    if (hops == derived.nextHops.end()) return;
+    for (const auto& [hop, via] : hops->second) {
+      if (via >= fec->second.via.size()) continue;
+      const auto intf = fec->second.via[via].intfId.text();
+      const auto* known = tables_.ifMib->ifIndexByIntfId(Vantu::IntfId(intf));
+      const std::int32_t ifIndex = known ? *known : 0;
+      const bool isTunnel = intf.find("DynamicTunnel") != std::string::npos;
+      if (!intf.empty() && (isTunnel || ifIndex == 0)) continue;
+      const std::int32_t type = hop == 0 ? 3 : intf.empty() ? 1 : 4;
+      into.emplace_back(IpCidrRouteTableIndex(prefix.address(), prefix.netmask(), 0, Vantu::IpAddr(hop)),
+                        static_cast<std::uint32_t>(intf.empty() ? 0 : ifIndex), route->second.metric,
+                        route->second.routePreference, route->second.routeType, type);
+    }
+  }
+
+  const RouteTables& tables_;
+};
+
+// The cache over the tables, with prefixes and next hops as a test sets them.
+struct SettledRoutes : RouteTables {
+  Ptr<IpSnmp::FecsAndPrefixes> prefixes = Kel::makePtr<IpSnmp::FecsAndPrefixes>();
+  Ptr<IpSnmp::IpForwardFecs> forwardFecs = Kel::makePtr<IpSnmp::IpForwardFecs>();
+  RouteModel model{*this};
+  RouteModel::Derived derived;
+
+  explicit SettledRoutes(Ptr<IpSnmp::IpForwardMib> cache = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib")) {
+    mib = std::move(cache);
+    prefixes->forwardFecsIs(forwardFecs);
+    mib->routeStatusIs(routes);
+    mib->vrfForwardingStatusIs(fecs);
+    mib->fecsAndPrefixesIs(prefixes);
+    mib->ifMibIs(ifMib);
+  }
+  // Derives them from the tables.
+  void settle() {
+    derived = model.settled();
+    prefixes->orderedPrefixDelAll();
+    forwardFecs->forwardFecDelAll();
+    for (const auto& [key, prefix] : derived.order) prefixes->orderedPrefixIs(prefix.addrWithMask(), true);
+    for (const auto& [fecId, hops] : derived.nextHops) {
+      const auto fec = forwardFecs->forwardFecIs(fecId);
+      for (const auto& [hop, via] : hops) fec->nextHopIs(Vantu::IpAddr(hop), Quillo::Fib::ViaIndex(via));
+    }
+  }
+};
+
+// Changes the tables at random: prefixes that are each other's neighbours, FECs that come and go under their routes,
+// every kind of interface.
+struct RandomRoutes {
+  std::mt19937 engine;
+  explicit RandomRoutes(unsigned seed) : engine(seed) {}
+  unsigned below(unsigned limit) { return std::uniform_int_distribution<unsigned>(0, limit - 1)(engine); }
+
+  Vantu::IpAddr anyAddress() { return Vantu::IpAddr(static_cast<std::uint32_t>(engine())); }
+  Vantu::IpAddr address() {
+    const std::uint32_t highest[] = {0, 0x0A000000, 0x0A010000, 0x80000000, 0xFFFFFF00};
+    return Vantu::IpAddr(highest[below(5)] | below(4) << 6);
+  }
+  Vantu::Prefix prefix() { return {address(), below(6) ? 22 + below(11) : below(33)}; }
+  Vantu::IpAddr nextHop() { return below(5) ? Vantu::IpAddr(0x0A090900U + below(6)) : Vantu::IpAddr(); }
+  Vantu::IntfId intf() {
+    const char* names[] = {"eth0",    "eth1", "red/eth0", "", "DynamicTunnel1", "red/DynamicTunnel2",
+                           "unknown", "none0"};
+    return Vantu::IntfId(names[below(8)]);
+  }
+  IpCidrRouteTableIndex index() {
+    const auto mask = below(4) ? Vantu::IpAddr::netmask(22 + below(11)) : anyAddress();
+    return IpCidrRouteTableIndex(below(8) ? address() : anyAddress(), mask, below(3) ? 0 : below(3), nextHop());
+  }
+
+  void intfs(RouteTables& tables) {
+    tables.intfIs("eth0", 3);
+    tables.intfIs("eth1", 2147483647);
+    tables.intfIs("red/eth0", 1048579);
+    tables.intfIs("DynamicTunnel1", 9);
+    tables.intfIs("none0", 0);
+  }
+  void change(RouteTables& tables) {
+    switch (below(8)) {
+      case 0:
+        return tables.routes->routeDel(prefix());
+      case 1:
+        return tables.fecs->fecDel(FecId(1 + below(8)));
+      case 2: {
+        auto fec = RouteTables::fec(1 + below(8), {});
+        for (unsigned left = below(5); left > 0; --left) fec.via.push_back({nextHop(), intf()});
+        if (below(10) == 0) fec.via.push_back({Vantu::IpGenAddr::fromString("fe80::1"), intf()});
+        return tables.fecs->fecIs(fec);
+      }
+      case 3:
+        return below(2) ? tables.intfIs("eth0", static_cast<std::int32_t>(below(3)))
+                        : void(tables.ifMib->ifIndexByIntfIdDel(Vantu::IntfId("eth1")));
+      default:
+        return tables.routes->routeIs(
+            RouteTables::route(prefix(), 1 + below(9), below(4) ? 7 + below(20) : below(7)));
+    }
+  }
+};
+
+// Lines of one facility while it exists, without their handle's name.
+class TraceLines {
+ public:
+  explicit TraceLines(const std::string& facility) {
+    Kel::TraceConfig::levelsAre(facility + "/0-9");
+    previous_ = Kel::TraceConfig::sinkIs(
+        [this, facility](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
+          if (handle.facility() == facility) lines_.push_back(fmt::format("{} {}", level, text));
+        });
+  }
+  ~TraceLines() {
+    Kel::TraceConfig::sinkIs(previous_);
+    Kel::TraceConfig::reset();
+  }
+  TraceLines(const TraceLines&) = delete;
+  TraceLines& operator=(const TraceLines&) = delete;
+
+  // "<level> <text>", in order, since the last call.
+  std::vector<std::string> taken() { return std::exchange(lines_, {}); }
+
+ private:
+  Kel::TraceConfig::Sink previous_;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace IpSnmpTest

@@ -1,0 +1,201 @@
+// Counters of interfaces: numbers that the tests make up, and those of a real kernel.
+
+#include "mirror/kernel/IntfCounters.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+
+#include <sstream>
+
+#include "kel/Trace.h"
+#include "mirror/kernel/ForwardingFlags.h"
+#include "mirror/testing/MirrorServiceTest.h"
+
+namespace Mirror {
+namespace {
+
+using namespace Test;
+
+// In 100 packets of 9000 octets, of these multicast 40 of 4000.
+KernelCounters toldIs(const std::string& more = "") {
+  std::istringstream file(
+      "ifIndex \t3\nIp6InReceives \t100\nIp6OutForwDatagrams 20\nIp6OutRequests 30\nIp6InMcastPkts 40\n"
+      "Ip6OutMcastPkts 10\nIp6InOctets 9000\nIp6OutOctets 5000\nIp6InMcastOctets 4000\nIp6OutMcastOctets 800\n" +
+      more);
+  return readCounters(file);
+}
+
+TEST(IntfCounters, areTheKernelsNumbersOfOldAndOfNew) {
+  const Ip::IntfCounters newer(100, 9000, 60, 5000, 60, 5000, 50, 4200, 40, 4000, 10, 800);
+  const Ip::IntfCounters older(100, 9000, 50, 5000, 60, 5000, 40, 4200, 40, 4000, 10, 800);
+  EXPECT_EQ(countersOf(toldIs("Ip6OutTransmits 60\n"), {}), newer);
+  EXPECT_EQ(countersOf(toldIs("Ip6InReceives none\nIp6OutTransmits 60\n"), {}), older)
+      << "as far as it can be read";
+  EXPECT_EQ(countersOf({{"Ip6InReceives", 5}}, {}), Ip::IntfCounters(5, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0));
+}
+
+TEST(IntfCounters, neverFallUnlessTheyBeginAgain) {
+  const auto all = Kel::makePtr<Ip::AllIntfStats>("stats");
+  const Vantu::IntfId eth0("eth0");
+  auto told = toldIs();
+  countersAre(*all, eth0, told, 1000);
+  const auto record = all->intfStats(eth0);
+  EXPECT_EQ(record->discontinuityTime(), 1000.0);
+  EXPECT_EQ(record->utcOffset(), Kel::System::utcOffset());
+  told["Ip6InMcastPkts"] = 41;  // read a moment after the count of all
+  countersAre(*all, eth0, told, 1002);
+  EXPECT_EQ(record->counters().inUcastPkts(), 60u);
+  EXPECT_EQ(record->counters().inMcastPkts(), 41u);
+  EXPECT_EQ(record->discontinuityTime(), 1000.0);
+  told["Ip6InOctets"] = 90;
+  told["Ip6InReceives"] = told["Ip6InMcastPkts"] = told["Ip6InMcastOctets"] = 1;
+  countersAre(*all, eth0, told, 1004);
+  EXPECT_EQ(record->counters().inUcastPkts(), 0u);
+  EXPECT_EQ(record->counters().inUcastOctets(), 89u);
+  EXPECT_EQ(record->discontinuityTime(), 1004.0);
+}
+
+class CounterMirrorTest : public MirrorServiceTest {
+ protected:
+  Kel::Ptr<const Ip::IntfStats> statsOf(const char* interface) const {
+    return service_->tree().ip6IntfStats->intfStats(Vantu::IntfId(interface));
+  }
+  static Ip::IntfCounters kernelSays(const std::string& interface) {
+    std::ifstream file("/proc/net/dev_snmp6/" + interface);
+    return countersOf(readCounters(file), {});
+  }
+  void pollTwice() {
+    service_->poll();
+    service_->poll();
+  }
+  void waitForAgreement(const char* interface) {
+    pollTwice();
+    waitFor(
+        [&] {
+          if (statsOf(interface) && statsOf(interface)->counters() == kernelSays(interface)) return true;
+          pollTwice();
+          return false;
+        },
+        interface);
+  }
+  static void send(const char* address) {
+    outputOf(std::string("bash -c 'echo hello >/dev/udp/") + address + "/9' 2>&1");
+  }
+};
+
+TEST_F(CounterMirrorTest, areInTheFirstPassOfAMirrorThatIsStartedAgain) {
+  ip("link add eth1 type veth peer name eth1-p");
+  ip("link set eth1 up");
+  start();
+  ASSERT_TRUE(statsOf("lo") && statsOf("eth0") && statsOf("eth1"));
+  const auto begin = statsOf("lo")->discontinuityTime();
+  service_.reset();
+  ip("link del eth1");
+  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
+  const auto isStored = [&](const char* interface) {
+    mount->refresh();
+    return mount->snapshot()
+        .get(Quillo::TableId::varnix, std::string("ip6/intf/stats.intfStats/") + interface)
+        .has_value();
+  };
+  ASSERT_TRUE(isStored("lo") && isStored("eth1"));
+  service_ = std::make_unique<MirrorService>(config());
+  service_->start();
+  waitFor(
+      [&] {
+        EXPECT_TRUE(isStored("lo") && isStored("eth0"));
+        return service_->isServing();
+      },
+      "the first complete pass");
+  EXPECT_GT(statsOf("lo")->discontinuityTime(), begin);
+  EXPECT_FALSE(isStored("eth1"));
+}
+
+TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
+  ip("addr add 2001:db8::1/64 dev eth0 nodad");
+  start();
+  waitForAgreement("lo");
+  waitForAgreement("eth0");
+  const auto begin = statsOf("lo")->discontinuityTime();
+  const auto before = statsOf("lo")->counters();
+  send("::1");
+  waitForAgreement("lo");
+  EXPECT_GE(statsOf("lo")->counters().inUcastPkts(), before.inUcastPkts() + 2);
+  EXPECT_GT(statsOf("lo")->counters().outOctets(), before.outOctets() + 90);
+  EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);
+  EXPECT_TRUE(isInStore("ip6/intf/stats.intfStats/lo", "\"inUcastPkts\""));
+  EXPECT_TRUE(service_->tree().ipIntfStats->intfStats().empty()) << "nobody counts IPv4";
+
+  const auto first = statsOf("eth0")->discontinuityTime();
+  ip("link del eth0");
+  waitFor([&] { return !statsOf("eth0"); }, "no record without an interface");
+  ip("link add eth0 type veth peer name eth0-p");
+  ip("link set eth0 up");
+  waitForAgreement("eth0");
+  EXPECT_GT(statsOf("eth0")->discontinuityTime(), first);
+
+  pollfd entry{service_->fd(), POLLIN, 0};
+  while (poll(&entry, 1, 500) > 0) {
+    while (service_->receive()) {
+    }
+  }
+  pollTwice();
+  EXPECT_EQ(poll(&entry, 1, 60'000), 1) << "a reading goes on where nothing else happens";
+
+  std::ofstream("/proc/sys/net/ipv6/conf/eth0/disable_ipv6") << "1";
+  ip("link set eth0 mtu 1000");  // takes IPv6 away altogether
+  waitFor(
+      [&] {
+        pollTwice();
+        return !statsOf("eth0");
+      },
+      "no record without IPv6");
+  EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
+}
+
+// As many files may be open as there are, and the one that the present namespace is remembered by.
+TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
+  start();
+  waitForAgreement("lo");
+  const auto begin = statsOf("lo")->discontinuityTime();
+  std::vector<std::string> complaints;
+  Kel::TraceConfig::sinkIs([&](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+    if (level == 0 && text.find("counters are") != std::string::npos) complaints.push_back(text);
+  });
+  rlimit usual{};
+  getrlimit(RLIMIT_NOFILE, &usual);
+  // The sanitizer opens files to look at an object of a type that is new to it, and these will be met.
+  static const Kel::TraceHandle known("CounterMirrorTest");
+  try {
+    throw UnreadableFlagException("");
+  } catch (const UnreadableFlagException& error) {
+    QTRACE(known, 0) << error.what();
+  }
+  for (const auto* category : {&std::system_category(), &std::generic_category()}) {
+    const std::error_code error(EMFILE, *category);
+    QTRACE(known, 0) << error.message() << (error == std::errc::no_such_file_or_directory);
+  }
+  const auto readAgain = [&] {
+    pollTwice();
+    while (service_->receive()) {
+    }
+  };
+  for (const bool isListed : {false, true}) {
+    if (isListed) pollTwice();
+    const int next = open("/dev/null", O_RDONLY);
+    close(next);
+    const rlimit tight{static_cast<rlim_t>(next) + 1, usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &tight);
+    for (int i = 0; i < 3; ++i) readAgain();
+    setrlimit(RLIMIT_NOFILE, &usual);
+    ASSERT_TRUE(statsOf("lo") && statsOf("eth0")) << isListed;
+    readAgain();
+  }
+  Kel::TraceConfig::sinkIs({});
+  EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);
+  EXPECT_THAT(complaints, testing::ElementsAre(testing::HasSubstr("dev_snmp6: Too many open files"),
+                                               testing::HasSubstr("dev_snmp6/")));
+}
+
+}  // namespace
+}  // namespace Mirror

@@ -1,0 +1,145 @@
+#include "mirror/kernel/KernelState.h"
+
+#include <linux/if.h>
+#include <linux/if_addr.h>
+
+namespace Mirror {
+
+AddressKey::AddressKey(const AddressMessage& message) : local(message.local) {
+  if (local.af() != Vantu::ipv4_) return;
+  prefixLength = message.prefixLength;
+  peer = message.peer;
+}
+
+bool KernelLink::isRunning() const {
+  // "unknown" is what drivers without such a state report, that of the loopback interface among them.
+  return (flags & IFF_UP) && (operStatus == Interface::operStatusUp || operStatus == Interface::operStatusUnknown);
+}
+
+Ip6::AddressState KernelAddress::state() const {
+  if (flags & IFA_F_DADFAILED) return Ip6::addressStateDuplicate;
+  // An optimistic address is used while duplicate address detection runs (RFC 4429).
+  if ((flags & IFA_F_TENTATIVE) && !(flags & IFA_F_OPTIMISTIC)) return Ip6::addressStateTentative;
+  return flags & IFA_F_DEPRECATED ? Ip6::addressStateDeprecated : Ip6::addressStatePreferred;
+}
+
+void KernelInterface::addressesAreUnproven() {
+  for (auto& [key, address] : addresses) {
+    if (key.local.af() == Vantu::ipv6_ && !(address.flags & IFA_F_NODAD)) address.flags |= IFA_F_TENTATIVE;
+  }
+}
+
+void KernelState::notified(const LinkMessage& message) {
+  if (purpose_ == Purpose::dump) notifiedLinks_.insert(message.ifIndex);
+  apply(message);
+}
+
+void KernelState::notified(const AddressMessage& message) {
+  if (purpose_ == Purpose::dump) notifiedAddresses_.emplace(message.ifIndex, AddressKey(message));
+  apply(message);
+}
+
+void KernelState::notified(const NeighbourMessage& message) {
+  if (purpose_ == Purpose::dump) notifiedNeighbours_.emplace(message.ifIndex, message.addr);
+  apply(message);
+}
+
+void KernelState::dumped(const LinkMessage& message) {
+  if (!notifiedLinks_.contains(message.ifIndex)) apply(message);
+}
+
+void KernelState::dumped(const AddressMessage& message) {
+  if (!notifiedAddresses_.contains({message.ifIndex, AddressKey(message)})) apply(message);
+}
+
+void KernelState::dumped(const NeighbourMessage& message) {
+  if (!notifiedNeighbours_.contains({message.ifIndex, message.addr})) apply(message);
+}
+
+KernelState KernelState::complete() && {
+  purpose_ = Purpose::current;
+  notifiedLinks_.clear();
+  notifiedAddresses_.clear();
+  notifiedNeighbours_.clear();
+  return std::move(*this);
+}
+
+const KernelInterface* KernelState::interface(std::uint32_t ifIndex) const {
+  const auto at = interfaces_.find(ifIndex);
+  return at == interfaces_.end() ? nullptr : &at->second;
+}
+
+void KernelState::apply(const LinkMessage& message) {
+  auto& interface = interfaces_[message.ifIndex];
+  changes_.interfaces.insert(message.ifIndex);
+  if (message.isDeleted) {
+    if (interface.link) owners_.erase(interface.link->name);
+    changes_.names.insert(message.ifIndex);
+    interfaces_.erase(message.ifIndex);
+    return;
+  }
+  if (!interface.link) interface.link.emplace();
+  KernelLink& link = *interface.link;
+  if (!message.name.empty() && message.name != link.name) {
+    if (!link.name.empty()) owners_.erase(link.name);
+    takeName(message.name, message.ifIndex);
+    link.name = message.name;
+    changes_.names.insert(message.ifIndex);
+  }
+  if ((link.flags & IFF_UP) && !(message.flags & IFF_UP)) interface.addressesAreUnproven();
+  link.flags = message.flags;
+  if (message.isWhole) {
+    link.master = message.master;
+    link.vrfTable = message.vrfTable;
+  }
+  if (message.operStatus) link.operStatus = *message.operStatus;
+  if (message.ethAddr) link.ethAddr = *message.ethAddr;
+}
+
+// Names are unique: whoever had this one has lost it, whether or not that has been told.
+void KernelState::takeName(const std::string& name, std::uint32_t newOwner) {
+  const auto [at, isFree] = owners_.emplace(name, newOwner);
+  if (isFree) return;
+  interfaces_[at->second].link->name.clear();
+  changes_.interfaces.insert(at->second);
+  changes_.names.insert(at->second);
+  at->second = newOwner;
+}
+
+void KernelState::apply(const AddressMessage& message) {
+  auto& interface = interfaces_[message.ifIndex];
+  changes_.interfaces.insert(message.ifIndex);
+  const AddressKey key(message);
+  if (message.isDeleted) {
+    interface.addresses.erase(key);
+    if (interface.isEmpty()) interfaces_.erase(message.ifIndex);
+    return;
+  }
+  const auto [at, isNew] = interface.addresses.try_emplace(key);
+  at->second.prefixLength = message.prefixLength;
+  at->second.flags = message.flags;
+  if (isNew) at->second.order = ++lastOrder_;
+}
+
+// Most messages tell of a state that only the kernel cares for.
+void KernelState::apply(const NeighbourMessage& message) {
+  const bool isThere = !message.isDeleted && message.isResolved();
+  auto at = interfaces_.find(message.ifIndex);
+  if (at == interfaces_.end()) {
+    if (!isThere) return;
+    at = interfaces_.try_emplace(message.ifIndex).first;
+  }
+  auto& neighbours = at->second.neighbours;
+  if (isThere) {
+    const KernelNeighbour told{*message.ethAddr, message.isStatic()};
+    const auto [known, isNew] = neighbours.try_emplace(message.addr, told);
+    if (!isNew && known->second == told) return;
+    known->second = told;
+  } else if (neighbours.erase(message.addr) == 0) {
+    return;
+  }
+  changes_.neighbours.emplace(message.ifIndex, message.addr);
+  if (at->second.isEmpty()) interfaces_.erase(at);
+}
+
+}  // namespace Mirror

@@ -1,0 +1,260 @@
+#include "mirror/routes/NamespaceRoutes.h"
+
+#include <algorithm>
+
+#include "kel/Trace.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle namespaceRoutesTrace("MirrorRoutes");
+
+// The kernel tells of a link before it acts on its routes, which takes it some milliseconds for very many.
+constexpr Kel::Seconds shortly = 0.02;
+constexpr Kel::Seconds muchLater = 1;
+// Between two listings: as a share of the time that the last one took, and when that is too long. Of a million routes
+// one takes seconds; then a third of the time is left for other work.
+constexpr double pauseFactor = 2;
+constexpr Kel::Seconds longPause = 2;
+constexpr double leastPauseFactor = 0.5;
+constexpr Kel::Seconds longestInterval = 64;
+// Routes that are looked at in one go.
+constexpr std::size_t sweepPiece = 50'000;
+
+Kel::Seconds pauseAfter(Kel::Seconds listing) {
+  return std::min(listing * pauseFactor, std::max(longPause, listing * leastPauseFactor));
+}
+
+Vantu::IpGenAddr onLink(Vantu::Af af) {
+  return af == Vantu::ipv6_ ? Vantu::IpGenAddr(Vantu::Ip6Addr()) : Vantu::IpGenAddr(Vantu::IpAddr());
+}
+
+}  // namespace
+
+NamespaceRoutes::NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf)
+    : published_(published), intfIdOf_(std::move(intfIdOf)) {
+}
+
+void NamespaceRoutes::tablesAre(const Tables& tables) {
+  // All that goes goes first, since VRF ids may have been passed on.
+  for (auto at = tables_.begin(); at != tables_.end();) {
+    const auto wanted = tables.find(at->first);
+    if (wanted != tables.end() && wanted->second != at->second->vrfId()) at->second->vrfIdIs({});
+    at = wanted == tables.end() ? tables_.erase(at) : std::next(at);
+  }
+  for (const auto& [use, vrfId] : tables) {
+    auto& table = tables_[use];
+    if (!table) {
+      table =
+          std::make_unique<VrfRoutes>(published_, [this](const RouteContent& content) { return resolve(content); });
+      table->listingIs(stamp_);
+      if (listings_ > 0) wantListing();
+    }
+    table->vrfIdIs(vrfId);
+  }
+}
+
+void NamespaceRoutes::notified(const RouteMessage& message) {
+  for (auto at = firstUse(message.table); at != tables_.end() && at->first.table == message.table; ++at) {
+    if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
+    at->second->notified(message);
+    // During a listing it is asked for at the end.
+    if (steps_.empty() && at->second->takeDoubt()) wantListing();
+  }
+}
+
+void NamespaceRoutes::notified(const NexthopMessage& message) {
+  if (nexthops_.notified(message)) events_.nexthops.insert(message.id);
+  if (message.isDeleted) events_.goneNexthops.insert(message.id);
+}
+
+RouteContents::Condition NamespaceRoutes::forwardsOn(const std::set<std::uint32_t>& ifIndexes) const {
+  return [ifIndexes, ids = nexthops_.on(ifIndexes)](const RouteContent& content) {
+    if (content.nexthopId != 0) return ids.contains(content.nexthopId);
+    return std::any_of(content.hops.begin(), content.hops.end(),
+                       [&](const RouteHop& hop) { return ifIndexes.contains(hop.ifIndex); });
+  };
+}
+
+void NamespaceRoutes::settle() {
+  const auto events = std::exchange(events_, {});
+  if (!events.goneNexthops.empty() && any(nexthops_.withGroups(events.goneNexthops))) wantListing();
+  // Next-hop objects go with their link, and the kernel does not say so.
+  const auto& links = events.links;
+  if (!links.empty() && (!nexthops_.on(links).empty() || any(forwardsOn(links)))) wantListing();
+  if (!events.addresses.empty()) addressesGone(events.addresses);
+  if (!events.nexthops.empty()) reassess(nexthops_.withGroups(events.nexthops));
+}
+
+// The connected route of an address, which prefers it too, is about to go with a word.
+void NamespaceRoutes::addressesGone(const std::set<Vantu::IpGenAddr>& addresses) {
+  const RouteContents::Condition prefers = [&](const RouteContent& content) {
+    return content.source.isSet() && addresses.contains(content.source);
+  };
+  if (!any(prefers)) return;
+  if (!due()) isOnlyForAddresses_ = true;
+  goneAddresses_.insert(addresses.begin(), addresses.end());
+  if (!soon_) soon_ = Kel::System::currentTime() + shortly;
+}
+
+bool NamespaceRoutes::isListingNeeded() {
+  const RouteContents::Condition prefers = [&](const RouteContent& content) {
+    return content.source.isSet() && goneAddresses_.contains(content.source);
+  };
+  const bool isForAddresses = !goneAddresses_.empty() && any(prefers);
+  const bool isNeeded = !isOnlyForAddresses_ || isForAddresses;
+  if (isForAddresses) wantListing();
+  if (!isNeeded) soon_.reset();
+  goneAddresses_.clear();
+  isOnlyForAddresses_ = false;
+  return isNeeded;
+}
+
+void NamespaceRoutes::renamed(const std::set<std::uint32_t>& ifIndexes) {
+  reassess(forwardsOn(ifIndexes));
+}
+
+void NamespaceRoutes::allRenamed() {
+  reassess([](const RouteContent&) { return true; });
+}
+
+template <class Which>
+bool NamespaceRoutes::any(const Which& which) const {
+  return std::any_of(tables_.begin(), tables_.end(),
+                     [&](const auto& entry) { return entry.second->contents().any(which); });
+}
+
+template <class Which>
+void NamespaceRoutes::reassess(const Which& which) {
+  for (const auto& [use, table] : tables_) table->reassess(which);
+}
+
+// An on-link hop is the zero address; a route that refuses packets has one without an interface.
+std::vector<Quillo::Fib::Via> NamespaceRoutes::resolve(const RouteContent& content) {
+  const std::vector<Quillo::Fib::Via> refusal{{onLink(content.af), Vantu::IntfId()}};
+  if (!content.isUnicast()) return refusal;
+  Nexthops::Forwarding forwarding{false, content.hops};
+  if (content.nexthopId != 0) {
+    const auto found = nexthops_.forwarding(content.nexthopId);
+    if (!found) return {};
+    if (found->isBlackhole) return refusal;
+    forwarding = *found;
+  }
+  std::vector<Quillo::Fib::Via> vias;
+  for (const auto& hop : forwarding.hops) {
+    const Vantu::IntfId intfId = hop.ifIndex == 0 ? Vantu::IntfId() : intfIdOf_(hop.ifIndex);
+    if (hop.isDead || (hop.ifIndex != 0 && !intfId.isValid())) continue;
+    vias.push_back({hop.gateway.isSet() ? hop.gateway : onLink(content.af), intfId});
+  }
+  std::sort(vias.begin(), vias.end(),
+            [](const auto& a, const auto& b) { return std::tie(a.hop, a.intfId) < std::tie(b.hop, b.intfId); });
+  vias.erase(std::unique(vias.begin(), vias.end()), vias.end());
+  if (vias.size() > Quillo::Fib::Fec::maxVias) {
+    if (!std::exchange(isCutTold_, true)) {
+      QTRACE(namespaceRoutesTrace, 0) << "a route with " << vias.size() << " next hops is published with the first "
+                                      << Quillo::Fib::Fec::maxVias << " of them, like all such routes";
+    }
+    vias.resize(Quillo::Fib::Fec::maxVias);
+  }
+  return vias;
+}
+
+void NamespaceRoutes::wantListing() {
+  const Kel::Seconds now = Kel::System::currentTime();
+  if (!soon_) soon_ = now + shortly;
+  later_ = now + muchLater;
+  isOnlyForAddresses_ = false;
+}
+
+std::optional<Kel::Seconds> NamespaceRoutes::due() const {
+  if (!soon_ && !later_) return std::nullopt;
+  const Kel::Seconds wanted = soon_ && later_ ? std::min(*soon_, *later_) : soon_ ? *soon_ : *later_;
+  return std::max(wanted, notBefore_);
+}
+
+void NamespaceRoutes::listingIs() {
+  begun_ = Kel::System::currentTime();
+  soon_.reset();
+  if (later_ && *later_ <= begun_) later_.reset();
+  mayLack_ = areIpv6RoutesMoving_ = isSweeping_ = false;
+  ++stamp_;
+  next_ = 0;
+  steps_ = {{RtDump::nexthops}};
+  nexthops_.listingIs();
+  for (const auto& [use, table] : tables_) {
+    table->listingIs(stamp_);
+    steps_.push_back({RtDump::ipv4Routes, use.table, use.device});
+    steps_.push_back({RtDump::ipv6Routes, use.table, use.device});
+  }
+}
+
+// Kernels that do not choose by table list all of them at each step.
+void NamespaceRoutes::dumped(const RouteMessage& message) {
+  if (next_ >= steps_.size()) return;
+  const Step& step = steps_[next_];
+  if (message.table != step.table) return;
+  const auto at = tables_.find({step.table, step.device});
+  if (at != tables_.end()) at->second->dumped(message);
+}
+
+// IPv6: when the tree has changed the kernel begins again at its root, and skips as many routes as it has told of.
+void NamespaceRoutes::stepEnded(bool mayLack, unsigned pieces) {
+  const Step& step = steps_[next_];
+  mayLack |= step.what == RtDump::ipv6Routes && areIpv6RoutesMoving_ && pieces > 1;
+  areIpv6RoutesMoving_ = false;
+  mayLack_ |= mayLack;
+  isSweeping_ = !mayLack;
+  if (!isSweeping_) ++next_;
+}
+
+bool NamespaceRoutes::work() {
+  if (!isSweeping_) return true;
+  const Step& step = steps_[next_];
+  if (step.what == RtDump::nexthops) {
+    isSweeping_ = false;
+    if (nexthops_.listingEnds()) reassess([](const RouteContent& content) { return content.nexthopId != 0; });
+  } else if (const auto at = tables_.find({step.table, step.device}); at != tables_.end()) {
+    isSweeping_ = !at->second->sweep(step.what == RtDump::ipv4Routes ? Vantu::ipv4_ : Vantu::ipv6_, sweepPiece);
+  } else {
+    isSweeping_ = false;
+  }
+  if (isSweeping_) return false;
+  ++next_;
+  return true;
+}
+
+void NamespaceRoutes::listingEnds() {
+  const Kel::Seconds now = Kel::System::currentTime();
+  bool hasFound = false;
+  for (const auto& [use, table] : tables_) {
+    table->listingEnds();
+    const bool found = table->takeFound();
+    hasFound |= table->takeDoubt() || (found && listings_ > 0);
+  }
+  steps_.clear();
+  next_ = 0;
+  ++listings_;
+  // The first one was held up by what it had to write.
+  notBefore_ = listings_ == 1 ? now : now + pauseAfter(now - begun_);
+  interval_ = mayLack_ ? std::clamp(interval_ * 2, muchLater, longestInterval) : muchLater;
+  if (mayLack_ || hasFound) {
+    const Kel::Seconds wanted = now + (mayLack_ ? interval_ : muchLater);
+    later_ = later_ ? std::min(*later_, wanted) : wanted;
+  }
+  if (!mayLack_) interval_ = 0;
+  QTRACE(namespaceRoutesTrace, 2) << "listed " << routes() << " routes in " << now - begun_ << " s";
+}
+
+std::size_t NamespaceRoutes::routes() const {
+  std::size_t count = 0;
+  for (const auto& [use, table] : tables_) count += table->size();
+  return count;
+}
+
+const VrfRoutes* NamespaceRoutes::table(std::uint32_t number) const {
+  const auto at = tables_.lower_bound({number, 0});
+  return at == tables_.end() || at->first.table != number ? nullptr : at->second.get();
+}
+
+}  // namespace Mirror

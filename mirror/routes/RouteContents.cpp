@@ -1,0 +1,149 @@
+#include "mirror/routes/RouteContents.h"
+
+#include <xxhash.h>
+
+#include "quillo/tables/FecRecord.h"
+
+namespace Mirror {
+
+namespace {
+
+Quillo::Fib::FecId idOf(const std::vector<Quillo::Fib::Via>& vias) {
+  const std::string bytes = Quillo::encodeFec({Quillo::Fib::FecId(1), vias});
+  return Quillo::Fib::FecId(XXH3_64bits(bytes.data(), bytes.size()));
+}
+
+}  // namespace
+
+std::size_t RouteContents::Hash::operator()(const RouteContent& content) const {
+  std::size_t seed = content.protocol;
+  boost::hash_combine(seed, content.type | content.af << 8);
+  boost::hash_combine(seed, content.nexthopId);
+  boost::hash_combine(seed, content.source.hash());
+  for (const auto& hop : content.hops) {
+    boost::hash_combine(seed, hop.gateway.hash());
+    boost::hash_combine(seed, hop.ifIndex * 2 + hop.isDead);
+  }
+  return seed;
+}
+
+RouteContents::Slot RouteContents::refer(const RouteContent& content) {
+  const auto [at, isNew] = slots_.try_emplace(content, 0);
+  if (isNew) {
+    if (free_.empty()) {
+      at->second = static_cast<Slot>(nodes_.size());
+      nodes_.emplace_back();
+    } else {
+      at->second = free_.back();
+      free_.pop_back();
+    }
+    nodes_[at->second] = {&at->first, 0, fecOf(content)};
+    if (content.nexthopId != 0) byNexthop_.emplace(content.nexthopId, at->second);
+  }
+  ++nodes_[at->second].references;
+  return at->second;
+}
+
+void RouteContents::release(Slot slot) {
+  Node& node = nodes_[slot];
+  if (--node.references > 0) return;
+  fecDetached(node);
+  byNexthop_.erase({node.content->nexthopId, slot});
+  slots_.erase(slots_.find(*node.content));
+  node = {};
+  free_.push_back(slot);
+}
+
+RouteContents::Fec* RouteContents::fecOf(const RouteContent& content) {
+  const auto vias = resolve_(content);
+  if (vias.empty()) return nullptr;
+  // Should two sets of vias have the same hash, the later one takes the next number.
+  for (auto id = idOf(vias);; id = Quillo::Fib::FecId(id.value() + 1)) {
+    if (id.value() == 0) continue;  // stands for none
+    const auto [at, isNew] = fecs_.try_emplace(id.value());
+    Fec& found = at->second;
+    if (isNew) {
+      found.fec = {id, vias};
+    } else if (found.fec.via != vias) {
+      continue;
+    }
+    ++found.contents;
+    return &found;
+  }
+}
+
+void RouteContents::fecDetached(Node& node) {
+  if (!node.fec) return;
+  Fec& fec = *std::exchange(node.fec, nullptr);
+  --fec.contents;
+  dropIfUnused(fec);
+}
+
+void RouteContents::dropIfUnused(Fec& fec) {
+  if (fec.contents == 0 && fec.stored == 0 && fec.planned == 0) fecs_.erase(fec.fec.fecId.value());
+}
+
+std::vector<Quillo::Fib::FecId> RouteContents::storedIds() const {
+  std::vector<Quillo::Fib::FecId> ids;
+  for (const auto& [id, fec] : fecs_) {
+    if (fec.stored > 0) ids.push_back(fec.fec.fecId);
+  }
+  return ids;
+}
+
+void RouteContents::forgetStored() {
+  for (auto at = fecs_.begin(); at != fecs_.end();) {
+    at->second.stored = 0;
+    at->second.planned = 0;
+    at = at->second.contents == 0 ? fecs_.erase(at) : std::next(at);
+  }
+}
+
+bool RouteContents::any(const Condition& condition) const {
+  for (const auto& [content, slot] : slots_) {
+    if (condition(content)) return true;
+  }
+  return false;
+}
+
+std::vector<RouteContents::Slot> RouteContents::having(const NexthopIds& ids) const {
+  std::vector<Slot> slots;
+  for (const auto id : ids) {
+    for (auto at = byNexthop_.lower_bound({id, 0}); at != byNexthop_.end() && at->first == id; ++at) {
+      slots.push_back(at->second);
+    }
+  }
+  return slots;
+}
+
+bool RouteContents::isOutdated(Slot slot) const {
+  static const std::vector<Quillo::Fib::Via> none;
+  const Node& node = nodes_[slot];
+  return resolve_(*node.content) != (node.fec ? node.fec->fec.via : none);
+}
+
+std::unordered_set<RouteContents::Slot> RouteContents::outdated(const Condition& condition) const {
+  std::unordered_set<Slot> slots;
+  for (const auto& [content, slot] : slots_) {
+    if (condition(content) && isOutdated(slot)) slots.insert(slot);
+  }
+  return slots;
+}
+
+std::unordered_set<RouteContents::Slot> RouteContents::outdated(const NexthopIds& ids) const {
+  std::unordered_set<Slot> slots;
+  for (const Slot slot : having(ids)) {
+    if (isOutdated(slot)) slots.insert(slot);
+  }
+  return slots;
+}
+
+void RouteContents::resolveAgain(const std::unordered_set<Slot>& slots) {
+  for (const Slot slot : slots) {
+    Node& node = nodes_[slot];
+    fecDetached(node);
+    node.fec = fecOf(*node.content);
+  }
+}
+
+}  // namespace Mirror

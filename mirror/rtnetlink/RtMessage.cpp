@@ -1,0 +1,208 @@
+#include "mirror/rtnetlink/RtMessage.h"
+
+#include <fmt/format.h>
+#include <libmnl/libmnl.h>
+#include <linux/if.h>
+#include <linux/if_addr.h>
+#include <linux/if_link.h>
+#include <linux/neighbour.h>
+#include <linux/netconf.h>
+#include <linux/rtnetlink.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "mirror/rtnetlink/RtAttributes.h"
+
+namespace Mirror {
+
+namespace {
+
+std::uint32_t checkedIndex(std::int64_t ifIndex) {
+  if (ifIndex <= 0) throw MalformedMessageException(fmt::format("rtnetlink: interface index {}", ifIndex));
+  return static_cast<std::uint32_t>(ifIndex);
+}
+
+std::string interfaceName(Payload payload) {
+  const std::string name(payload.begin(), std::find(payload.begin(), payload.end(), 0));
+  if (name.empty() || name.size() >= IFNAMSIZ) {
+    throw MalformedMessageException(fmt::format("rtnetlink: interface name of {} bytes", name.size()));
+  }
+  return name;
+}
+
+// The values of IFLA_OPERSTATE (linux/if.h) are those of RFC 2863 in another order.
+Interface::OperStatus operStatusOf(std::uint8_t kernelState) {
+  switch (kernelState) {
+    case IF_OPER_NOTPRESENT:
+      return Interface::operStatusNotPresent;
+    case IF_OPER_DOWN:
+      return Interface::operStatusDown;
+    case IF_OPER_LOWERLAYERDOWN:
+      return Interface::operStatusLowerLayerDown;
+    case IF_OPER_TESTING:
+      return Interface::operStatusTesting;
+    case IF_OPER_DORMANT:
+      return Interface::operStatusDormant;
+    case IF_OPER_UP:
+      return Interface::operStatusUp;
+    default:
+      return Interface::operStatusUnknown;
+  }
+}
+
+// The routing table of a VRF device from IFLA_LINKINFO; none for a device of another kind.
+std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
+  std::string kind;
+  Payload data;
+  forEachAttribute(linkInfo, [&](int type, Payload value) {
+    if (type == IFLA_INFO_KIND) kind.assign(value.begin(), std::find(value.begin(), value.end(), 0));
+    if (type == IFLA_INFO_DATA) data = value;
+  });
+  if (kind != "vrf") return std::nullopt;
+  std::optional<std::uint32_t> table;
+  forEachAttribute(data, [&](int type, Payload value) {
+    if (type == IFLA_VRF_TABLE) table = readAs<std::uint32_t>(value, "IFLA_VRF_TABLE");
+  });
+  if (!table) throw MalformedMessageException("rtnetlink: a VRF device without a routing table");
+  return table;
+}
+
+RtMessage decodeLink(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ifinfomsg>(payload, "link header");
+  // Other families tell of a link's role, as the port of a bridge for instance, and not of the link.
+  if (header.ifi_family != AF_UNSPEC) return {};
+  LinkMessage link;
+  link.isDeleted = message.nlmsg_type == RTM_DELLINK;
+  link.ifIndex = checkedIndex(header.ifi_index);
+  link.flags = header.ifi_flags;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == IFLA_IFNAME) {
+      link.name = interfaceName(value);
+    } else if (type == IFLA_OPERSTATE) {
+      link.operStatus = operStatusOf(readAs<std::uint8_t>(value, "IFLA_OPERSTATE"));
+    } else if (type == IFLA_ADDRESS) {
+      link.ethAddr = value.size() == 6 ? Vantu::EthAddr::fromBytes(value) : Vantu::EthAddr();
+    } else if (type == IFLA_MASTER) {
+      link.master = readAs<std::uint32_t>(value, "IFLA_MASTER");
+    } else if (type == IFLA_LINKINFO) {
+      link.vrfTable = vrfTableOf(value);
+    } else if (type == IFLA_WIRELESS) {
+      link.isWhole = false;
+    }
+  });
+  if (link.name.empty()) link.isWhole = false;
+  return link;
+}
+
+RtMessage decodeAddress(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ifaddrmsg>(payload, "address header");
+  const Vantu::Af af = afOf(header.ifa_family);
+  if (af == Vantu::unknown_) return {};
+  AddressMessage address;
+  address.isDeleted = message.nlmsg_type == RTM_DELADDR;
+  address.ifIndex = checkedIndex(header.ifa_index);
+  address.prefixLength = header.ifa_prefixlen;
+  address.flags = header.ifa_flags;
+  if (address.prefixLength > (af == Vantu::ipv4_ ? 32U : 128U)) {
+    throw MalformedMessageException(
+        fmt::format("rtnetlink: {} prefix length {}", Vantu::afName(af), address.prefixLength));
+  }
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == IFA_LOCAL) {
+      address.local = addressOf(af, value);
+    } else if (type == IFA_ADDRESS) {
+      address.peer = addressOf(af, value);
+    } else if (type == IFA_FLAGS) {
+      address.flags = readAs<std::uint32_t>(value, "IFA_FLAGS");
+    }
+  });
+  // IFA_ADDRESS is the peer of a point-to-point address, and otherwise the address itself, once more or alone.
+  if (!address.local.isSet()) address.local = address.peer;
+  if (address.peer == address.local) address.peer = {};
+  if (!address.local.isSet()) throw MalformedMessageException("rtnetlink: address message without an address");
+  return address;
+}
+
+RtMessage decodeNeighbour(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ndmsg>(payload, "neighbour header");
+  const Vantu::Af af = afOf(header.ndm_family);
+  // A proxy entry is what this machine answers for, and no neighbour of it.
+  if (af == Vantu::unknown_ || (header.ndm_flags & NTF_PROXY)) return {};
+  NeighbourMessage neighbour;
+  neighbour.isDeleted = message.nlmsg_type == RTM_DELNEIGH;
+  neighbour.ifIndex = checkedIndex(header.ndm_ifindex);
+  neighbour.state = header.ndm_state;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == NDA_DST) {
+      neighbour.addr = addressOf(af, value);
+    } else if (type == NDA_LLADDR && value.size() == 6) {
+      neighbour.ethAddr = Vantu::EthAddr::fromBytes(value);
+    }
+  });
+  if (!neighbour.addr.isSet()) throw MalformedMessageException("rtnetlink: neighbour message without an address");
+  return neighbour;
+}
+
+RtMessage decodeForwarding(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<netconfmsg>(payload, "netconf header");
+  std::optional<std::int32_t> ifIndex;
+  std::optional<std::int32_t> forwarding;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == NETCONFA_IFINDEX) ifIndex = readAs<std::int32_t>(value, "NETCONFA_IFINDEX");
+    if (type == NETCONFA_FORWARDING) forwarding = readAs<std::int32_t>(value, "NETCONFA_FORWARDING");
+  });
+  const Vantu::Af af = afOf(header.ncm_family);
+  if (af == Vantu::unknown_ || ifIndex != NETCONFA_IFINDEX_ALL || !forwarding) return {};
+  return ForwardingMessage{af, *forwarding != 0};
+}
+
+}  // namespace
+
+bool NeighbourMessage::isResolved() const {
+  // NUD_NOARP: an address that is never resolved, as a multicast one.
+  constexpr int resolved = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
+  return ethAddr && (state & resolved);
+}
+
+bool NeighbourMessage::isStatic() const {
+  return state & NUD_PERMANENT;
+}
+
+RtMessage decode(const nlmsghdr& message) {
+  if (message.nlmsg_len < sizeof(nlmsghdr)) throw MalformedMessageException("rtnetlink: message without a header");
+  switch (message.nlmsg_type) {
+    case RTM_NEWLINK:
+    case RTM_DELLINK:
+      return decodeLink(message);
+    case RTM_NEWADDR:
+    case RTM_DELADDR:
+      return decodeAddress(message);
+    case RTM_NEWNEIGH:
+    case RTM_DELNEIGH:
+      return decodeNeighbour(message);
+    case RTM_NEWNETCONF:
+      return decodeForwarding(message);
+    case RTM_NEWROUTE:
+    case RTM_DELROUTE:
+      return decodeRoute(message);
+    case RTM_NEWNEXTHOP:
+    case RTM_DELNEXTHOP:
+      return decodeNexthop(message);
+    default:
+      return {};
+  }
+}
+
+int statusOf(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  if (payload.size() < sizeof(std::int32_t)) return EBADMSG;
+  const auto status = readAs<std::int32_t>(payload, "status");
+  return status < 0 ? -status : 0;
+}
+
+}  // namespace Mirror

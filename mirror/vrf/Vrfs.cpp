@@ -1,0 +1,166 @@
+#include "mirror/vrf/Vrfs.h"
+
+#include "kel/Trace.h"
+#include "mirror/vrf/NamespaceScope.h"
+#include "varnix/ByteText.h"
+
+namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle vrfsTrace("MirrorVrfs");
+
+constexpr const char* noIdLeft = "all VRF ids are taken; remove other VRFs";
+
+void infoIs(Kel::Dir& dir, const Kel::Name& name, std::uint32_t table) {
+  const Kel::Ptr<Kel::Entity>* present = dir.entityPtr().find(name);
+  auto info = present ? Kel::dynamicPtr<Routing::VrfInfo>(*present) : nullptr;
+  if (!info) {
+    info = Kel::makePtr<Routing::VrfInfo>(name);
+    dir.entityIs(info);
+  }
+  info->kernelTableIs(table);
+}
+
+template <class Config, class Facts>
+void staticRoutesAre(Config& config, const Facts& facts) {
+  for (const auto& key : config.staticRoute().keys()) {
+    if (!facts.contains(key)) config.staticRouteDel(key);
+  }
+  for (const auto& [key, value] : facts) config.staticRouteIs(key, value);
+}
+
+}  // namespace
+
+Vrfs::Vrfs(const Varnix::Tree& tree) : tree_(tree), ids_(tree, NamespaceScope::maxVrfId) {
+}
+
+std::optional<Vrf::VrfIdMap::VrfId> Vrfs::namespaceIs(const L3::VrfName& name) {
+  if (const auto at = kinds_.find(name); at != kinds_.end() && at->second == Kind::device) deviceDel(name);
+  const auto id = ids_.idIs(name);
+  if (!id) {
+    refuse(name, noIdLeft);
+    return std::nullopt;
+  }
+  refused_.erase(name);
+  kinds_[name] = Kind::ns;
+  ++version_;
+  return id;
+}
+
+void Vrfs::namespaceDel(const L3::VrfName& name) {
+  const auto at = kinds_.find(name);
+  if (at == kinds_.end() || at->second != Kind::ns) return;
+  kinds_.erase(at);
+  recordsDel(name);
+  ids_.idDel(name);
+  ++version_;
+}
+
+std::optional<Vrf::VrfIdMap::VrfId> Vrfs::deviceIs(const L3::VrfName& name, std::uint32_t table) {
+  const auto at = kinds_.find(name);
+  if (at != kinds_.end() && at->second == Kind::ns) {
+    refuse(name, "the namespace of that name is the VRF, not the VRF device; rename one of them");
+    return std::nullopt;
+  }
+  if (name.isDefault()) {
+    refuse(name, "a VRF device cannot have the default VRF's name; rename it");
+    return std::nullopt;
+  }
+  const auto id = ids_.idIs(name);
+  if (!id) {
+    refuse(name, noIdLeft);
+    return std::nullopt;
+  }
+  refused_.erase(name);
+  kinds_[name] = Kind::device;
+  recordsAre(name, table);
+  forwardingIs(name, Vantu::ipv4_, tree_.routingConfig->routing());
+  forwardingIs(name, Vantu::ipv6_, tree_.routing6Config->routing());
+  return id;
+}
+
+void Vrfs::deviceDel(const L3::VrfName& name) {
+  const auto at = kinds_.find(name);
+  if (at == kinds_.end() || at->second != Kind::device) {
+    refused_.erase(name);
+    return;
+  }
+  kinds_.erase(at);
+  recordsDel(name);
+  ids_.idDel(name);
+  ++version_;
+}
+
+void Vrfs::refuse(const L3::VrfName& name, const std::string& why) {
+  if (!refused_.insert(name).second) return;
+  QTRACE(vrfsTrace, 0) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is not served: " << why;
+}
+
+void Vrfs::recordsAre(const L3::VrfName& name, std::uint32_t table) {
+  if (!tree_.allVrfStatusLocal->vrfHas(name)) {
+    QTRACE(vrfsTrace, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is there";
+  }
+  const Kel::Name text = name.stringValue();
+  ids_.existsIs(name, true);
+  tree_.allVrfConfig->vrfConfigIs(name);
+  tree_.routingVrfConfigDir->vrfConfigIs(text);
+  tree_.routing6VrfConfigDir->vrfConfigIs(text);
+  applySettings(name);
+  infoIs(*tree_.routingVrfInfoDir, text, table);
+  infoIs(*tree_.routing6VrfInfoDir, text, table);
+  tree_.allVrfStatusGlobal->vrfIs(name)->stateIs(Ip::vrfStateActive);
+  const auto local = tree_.allVrfStatusLocal->vrfIs(name);
+  local->hasNamespaceIs(kinds_.at(name) == Kind::ns);
+  local->stateIs(Ip::vrfStateActive);
+}
+
+void Vrfs::recordsDel(const L3::VrfName& name) {
+  if (tree_.allVrfStatusLocal->vrfDel(name)) {
+    QTRACE(vrfsTrace, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is gone";
+  }
+  const Kel::Name text = name.stringValue();
+  tree_.allVrfStatusGlobal->vrfDel(name);
+  tree_.routingVrfInfoDir->entityDel(text);
+  tree_.routing6VrfInfoDir->entityDel(text);
+  tree_.routingVrfConfigDir->vrfConfigDel(text);
+  tree_.routing6VrfConfigDir->vrfConfigDel(text);
+  tree_.allVrfConfig->vrfConfigDel(name);
+}
+
+Kel::Ptr<Routing::Config> Vrfs::routing(const L3::VrfName& name) {
+  return name.isDefault() ? tree_.routingConfig : tree_.routingVrfConfigDir->vrfConfig(name.stringValue());
+}
+
+Kel::Ptr<Routing6::Config> Vrfs::routing6(const L3::VrfName& name) {
+  return name.isDefault() ? tree_.routing6Config : tree_.routing6VrfConfigDir->vrfConfig(name.stringValue());
+}
+
+void Vrfs::forwardingIs(const L3::VrfName& name, Vantu::Af af, bool forwarding) {
+  if (const auto config = routing(name); config && af == Vantu::ipv4_) config->routingIs(forwarding);
+  if (const auto config = routing6(name); config && af == Vantu::ipv6_) config->routingIs(forwarding);
+  if (!name.isDefault()) return;
+  for (const auto& [other, kind] : kinds_) {
+    if (kind == Kind::device) forwardingIs(other, af, forwarding);
+  }
+}
+
+void Vrfs::settingsAre(AllVrfSettings settings) {
+  settings_ = std::move(settings);
+  applySettings(L3::VrfName());
+  for (const auto& [name, kind] : kinds_) applySettings(name);
+}
+
+// To what records there are.
+void Vrfs::applySettings(const L3::VrfName& name) {
+  static const VrfSettings none;
+  const auto at = settings_.find(name);
+  const VrfSettings& settings = at == settings_.end() ? none : at->second;
+  if (const auto config = tree_.allVrfConfig->vrfConfig(name)) {
+    config->routeDistinguisherIs(settings.routeDistinguisher);
+  }
+  if (const auto config = routing(name)) staticRoutesAre(*config, settings.staticRoutes);
+  if (const auto config = routing6(name)) staticRoutesAre(*config, settings.staticRoutes6);
+}
+
+}  // namespace Mirror

@@ -1,0 +1,72 @@
+#pragma once
+// The VRFs that there are, and their records in the state database.
+//
+// | entity                                    | holds                                             |
+// |-------------------------------------------|---------------------------------------------------|
+// | Ip::VrfConfig                             | the route distinguisher                           |
+// | Ip::VrfStatusGlobal, Ip::VrfStatusLocal   | active; the latter whether it is a namespace      |
+// | Routing::Config, Routing6::Config         | the forwarding flag, facts of static routes       |
+// | Routing::VrfInfo, for each IP version     | the kernel's routing table                        |
+// | Vrf::VrfIdMap::NameToIdMapWrapper         | the VRF's id (VrfIds)                             |
+//
+// A VRF is a network namespace or a VRF device of the default namespace. Where both have the same name, the
+// namespace is the VRF, and the device is none. The default VRF is always there and has no records but its routing
+// configuration and its id.
+
+#include <map>
+#include <optional>
+#include <set>
+
+#include "mirror/vrf/VrfIds.h"
+#include "mirror/vrf/VrfSettings.h"
+#include "vantu/Af.h"
+
+namespace Mirror {
+
+class Vrfs {
+ public:
+  // The routing table that the kernel calls "main" (RT_TABLE_MAIN).
+  static constexpr std::uint32_t mainTable = 254;
+
+  // The entities of `tree` that the table names belong to this object alone.
+  explicit Vrfs(const Varnix::Tree& tree);
+
+  VrfIds& ids() { return ids_; }
+
+  // A namespace is the VRF `name` from now on, which a device of that name is no more. No records yet. None, and a
+  // line in the trace, when no id is left.
+  std::optional<Vrf::VrfIdMap::VrfId> namespaceIs(const L3::VrfName& name);
+  void namespaceDel(const L3::VrfName& name);
+
+  // A VRF device of the default namespace. None, and a line in the trace the first time, when it cannot be a VRF.
+  std::optional<Vrf::VrfIdMap::VrfId> deviceIs(const L3::VrfName& name, std::uint32_t table);
+  void deviceDel(const L3::VrfName& name);
+
+  // Another one when a device that could not be a VRF may be one now, or the other way round.
+  std::uint64_t version() const { return version_; }
+
+  // The records of a VRF that was named by namespaceIs().
+  void recordsAre(const L3::VrfName& name, std::uint32_t table);
+  // Those of VRF devices follow the default VRF's. Nothing when the VRF has no records.
+  void forwardingIs(const L3::VrfName& name, Vantu::Af af, bool forwarding);
+
+  void settingsAre(AllVrfSettings settings);
+
+ private:
+  enum class Kind { ns, device };
+
+  void recordsDel(const L3::VrfName& name);
+  void applySettings(const L3::VrfName& name);
+  Kel::Ptr<Routing::Config> routing(const L3::VrfName& name);
+  Kel::Ptr<Routing6::Config> routing6(const L3::VrfName& name);
+  void refuse(const L3::VrfName& name, const std::string& why);
+
+  Varnix::Tree tree_;
+  VrfIds ids_;
+  AllVrfSettings settings_;
+  std::map<L3::VrfName, Kind> kinds_;
+  std::set<L3::VrfName> refused_;  // of whom that was told
+  std::uint64_t version_ = 0;
+};
+
+}  // namespace Mirror

@@ -1,0 +1,186 @@
+#pragma once
+// The index of a table: the components that a row's OID ends with, how they are read from a request's OID (the
+// hint) and how they are written from a row's key.
+//
+//   const Index index{"IpSnmp::ArpTableIndex",
+//                     [](const unsigned& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
+//                     unsignedIntegerIndex<ArpTableIndex>("ipNetToMediaIfIndex", "ifIndex", [](const ArpTableIndex&
+//                     key) ...), ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", ...)};
+
+#include <algorithm>
+#include <optional>
+#include <ostream>
+#include <tuple>
+#include <utility>
+
+#include "kel/Errors.h"
+#include "kel/Trace.h"
+#include "modules/frame/NetSnmp.h"
+#include "snmp/Conversions.h"
+#include "snmp/Varbind.h"
+
+namespace Modules {
+
+// How a part of a key is read: a copy that costs memory is not made for every row.
+template <class Part>
+using PartOfKey = std::conditional_t<std::is_trivially_copyable_v<Part>, Part, const Part&>;
+
+// One component of keys of type Key; Part is its value in C++.
+template <class Key, class Part>
+struct IndexComponent {
+  const char* object;                             // of the MIB; for hints
+  const char* attribute;                          // for traces of rows
+  unsigned char asnType;                          // as registered, and as a hint must have it
+  unsigned char writtenType;                      // under which it is written into the index of a row
+  Part (*fromAsn)(netsnmp_variable_list* value);  // throws Kel::RangeException
+  PartOfKey<Part> (*fromKey)(const Key& key);
+  int (*toAsn)(const Part& part, unsigned char* buffer, int length);
+};
+
+// An INTEGER whose part is signed. Rows with a negative one are not served: a sub-identifier has no sign.
+template <class Key>
+IndexComponent<Key, int> integerIndex(const char* object, const char* attribute, int (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_INTEGER,
+          ASN_INTEGER,
+          [](netsnmp_variable_list* value) { return AsnIntegerToS32(value); },
+          fromKey,
+          [](const int& part, unsigned char* buffer, int length) {
+            return part < 0 ? -1 : S32ToAsnIntegerF(part, buffer, length);
+          }};
+}
+
+// An INTEGER whose part is unsigned, as interface indexes are. It is written as an unsigned number: net-snmp would
+// extend the sign of an INTEGER from 2^31 on, and sort and compare the row as if its sub-identifier had 64 bits,
+// while the answer carries 32 of them; a manager that walks on from there would be given the same row for ever.
+template <class Key>
+IndexComponent<Key, unsigned> unsignedIntegerIndex(const char* object, const char* attribute,
+                                                   unsigned (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_INTEGER,
+          ASN_UNSIGNED,
+          [](netsnmp_variable_list* value) { return AsnIntegerToU32(value); },
+          fromKey,
+          [](const unsigned& part, unsigned char* buffer, int length) {
+            return U32ToAsnUnsignedF(part, buffer, length);
+          }};
+}
+
+template <class Key>
+IndexComponent<Key, unsigned> unsignedIndex(const char* object, const char* attribute,
+                                            unsigned (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_UNSIGNED,
+          ASN_UNSIGNED,
+          [](netsnmp_variable_list* value) { return AsnUnsignedToU32(value); },
+          fromKey,
+          [](const unsigned& part, unsigned char* buffer, int length) {
+            return U32ToAsnUnsignedF(part, buffer, length);
+          }};
+}
+
+// Written as an implied octet string, which is four sub-identifiers too: net-snmp 5.9 takes an IpAddress in an
+// index to be in host order, and would turn the address around.
+template <class Key>
+IndexComponent<Key, Vantu::IpAddr> ipAddressIndex(const char* object, const char* attribute,
+                                                  Vantu::IpAddr (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_IPADDRESS,
+          ASN_PRIV_IMPLIED_OCTET_STR,
+          [](netsnmp_variable_list* value) { return AsnIpAddressToVantuIpAddr(value); },
+          fromKey,
+          VantuIpAddrToAsnOctetStringF};
+}
+
+template <class Key>
+IndexComponent<Key, Snmp::String> octetStringIndex(const char* object, const char* attribute,
+                                                   const Snmp::String& (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_OCTET_STR,
+          ASN_OCTET_STR,
+          [](netsnmp_variable_list* value) {
+            return AsnOctetStringToSnmpString(value, static_cast<int>(value->val_len));
+          },
+          fromKey,
+          SnmpStringToAsnOctetStringF};
+}
+
+template <class KeyType, class... Parts>
+class Index {
+ public:
+  using Key = KeyType;
+  using PartsTuple = std::tuple<Parts...>;
+  static constexpr std::size_t size = sizeof...(Parts);
+
+  // `keyType` names the type in traces. `makeKey` may throw Kel::RangeException.
+  Index(const char* keyType, KeyType (*makeKey)(const Parts&...), IndexComponent<KeyType, Parts>... components)
+      : keyType_(keyType), makeKey_(makeKey), components_(std::move(components)...) {}
+
+  const char* keyType() const { return keyType_; }
+
+  template <class Visit>
+  void forEach(Visit&& visit) const {
+    std::apply([&](const auto&... component) { (visit(component), ...); }, components_);
+  }
+
+  // The parts of a chain of index values, read one after the other by `read(component, value, part, position)`
+  // until that gives false; empty then. `value` is null past the end of the chain.
+  template <class Read>
+  std::optional<PartsTuple> parts(netsnmp_variable_list* chain, Read&& read) const {
+    PartsTuple parts;
+    netsnmp_variable_list* value = chain;
+    const auto readOne = [&]<std::size_t At>(std::integral_constant<std::size_t, At>) {
+      const bool isRead = read(std::get<At>(components_), value, std::get<At>(parts), At);
+      if (value != nullptr) value = value->next_variable;
+      return isRead;
+    };
+    const bool isComplete = [&]<std::size_t... At>(std::index_sequence<At...>) {
+      return (readOne(std::integral_constant<std::size_t, At>{}) && ...);
+    }
+    (std::index_sequence_for<Parts...>{});
+    return isComplete ? std::optional(std::move(parts)) : std::nullopt;
+  }
+
+  Key key(const PartsTuple& parts) const { return std::apply(makeKey_, parts); }
+
+  // False when a value is not taken, or takes more than `room` sub-identifiers with those before it: the key cannot
+  // stand in an OID. Components for which the chain has no variable are left out.
+  bool write(const Key& key, netsnmp_variable_list* chain, std::size_t room) const {
+    bool isWritten = true;
+    forEach([&](const auto& component) {
+      if (chain == nullptr || !isWritten) return;
+      unsigned char buffer[1024];
+      const int length = component.toAsn(component.fromKey(key), buffer, sizeof(buffer));
+      const std::size_t taken = subIdentifiers(component.writtenType, length);
+      isWritten = taken <= room && Snmp::varbindValueIs(chain, component.writtenType, buffer, length);
+      room -= taken;
+      chain = chain->next_variable;
+    });
+    return isWritten;
+  }
+
+ private:
+  // That a value of so many bytes takes in an OID (RFC 2578, 7.7).
+  static std::size_t subIdentifiers(unsigned char asnType, int length) {
+    const auto bytes = static_cast<std::size_t>(std::max(length, 0));
+    switch (asnType) {
+      case ASN_OCTET_STR:
+        return bytes + 1;  // its length goes first
+      case ASN_PRIV_IMPLIED_OCTET_STR:
+        return bytes;
+      default:
+        return 1;
+    }
+  }
+
+  const char* keyType_;
+  Key (*makeKey_)(const Parts&...);
+  std::tuple<IndexComponent<Key, Parts>...> components_;
+};
+
+}  // namespace Modules

@@ -1,0 +1,60 @@
+#include "modules/frame/IndexFloor.h"
+
+#include <cstdint>
+#include <limits>
+
+namespace Modules {
+
+namespace {
+
+constexpr std::size_t addressOctets = 4;
+constexpr oid mostOctet = 255;
+
+}  // namespace
+
+netsnmp_variable_list* IndexFloor::next(u_char asnType) {
+  value_.type = asnType;
+  switch (asnType) {
+    case ASN_IPADDRESS:
+      octetsAre(addressOctets);
+      break;
+    case ASN_OCTET_STR:
+      octetsAre(taken(octets_.size()));  // its length goes first
+      break;
+    default:
+      numberIs(taken(std::numeric_limits<std::uint32_t>::max()));
+  }
+  return &value_;
+}
+
+netsnmp_variable_list* IndexFloor::highestInstead() {
+  reading_ = Reading::highest;
+  // All 32 bits are too many, so the component has a sign.
+  numberIs(std::numeric_limits<std::int32_t>::max());
+  return &value_;
+}
+
+// The next sub-identifier, as far as it is asked for and not above `most`.
+oid IndexFloor::taken(oid most) {
+  if (reading_ == Reading::asAsked && rest_.empty()) reading_ = Reading::lowest;
+  if (reading_ == Reading::asAsked && rest_.front() > most) reading_ = Reading::highest;
+  if (reading_ == Reading::lowest) return 0;
+  if (reading_ == Reading::highest) return most;
+  const oid number = rest_.front();
+  rest_ = rest_.subspan(1);
+  return number;
+}
+
+void IndexFloor::numberIs(oid number) {
+  number_ = static_cast<long>(number);
+  value_.val.integer = &number_;
+  value_.val_len = sizeof(number_);
+}
+
+void IndexFloor::octetsAre(std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) octets_[i] = static_cast<u_char>(taken(mostOctet));
+  value_.val.string = octets_.data();
+  value_.val_len = count;
+}
+
+}  // namespace Modules

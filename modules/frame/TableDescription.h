@@ -1,0 +1,106 @@
+#pragma once
+// The part of a table that does not depend on the type of its rows: registration in a context, and the request
+// loop. What a table is made of: modules/IteratorTable.h.
+
+#include <iosfwd>
+#include <vector>
+
+#include "modules/frame/Column.h"
+#include "modules/frame/EntitySource.h"
+#include "modules/frame/Module.h"
+#include "snmp/Config.h"
+
+namespace Modules {
+
+struct TableDescription {
+  Module& module;
+  const char* name;
+  std::vector<oid> identifier;  // of the table; its rows are below identifier.1
+  int modes;                    // as netsnmp_create_handler_registration takes them
+  EntitySource source;          // of the cache
+  // Whether a hint with too few or too many components is traced ("needed ... components"). A request without a
+  // full index is nothing unusual: every walk begins with one.
+  bool miscountedHintIsTraced = false;
+  // Whether a hinted key that no row has is traced ("key ... not found in table") also where a row lies behind it.
+  // What lies above every row always is.
+  bool absentKeyIsTraced = false;
+  // The group of objects by which the configuration can switch the table off; null: it cannot.
+  const char* group = nullptr;
+  // Whether a value that cannot be encoded is blamed on the first request of the batch, whichever asked for it. The
+  // statistics tables have always done so.
+  bool firstRequestTakesGenErr = false;
+};
+
+// What net-snmp calls.
+struct TableFunctions {
+  Netsnmp_Node_Handler* handler;
+  Netsnmp_First_Data_Point* getFirstDataPoint;
+  Netsnmp_Next_Data_Point* getNextDataPoint;
+  Netsnmp_Make_Data_Context* makeDataContext;
+  Netsnmp_Free_Data_Context* freeDataContext;
+  Netsnmp_Free_Loop_Context* freeLoopContextAtEnd;
+};
+
+struct IndexObject {
+  const char* object;
+  unsigned char asnType;
+};
+
+class Table {
+ public:
+  static constexpr std::size_t maxColumns = 127;  // net-snmp counts them in a char
+
+  Table(const Table&) = delete;
+  Table& operator=(const Table&) = delete;
+
+  const char* name() const { return description_.name; }
+  const Kel::TraceHandle& trace() const { return description_.module.trace(); }
+
+  // Registers the table in the context, or says at level 2 that it is not served there, or on standard output that it
+  // is switched off. Aborts when the cache is missing or of another type, or when net-snmp refuses the table.
+  // An exception on the way ends the process, as those faults do: a table that is listed as the module's, but not
+  // registered, would take another's registration along when the context is left.
+  void initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
+                  const Kel::String& context) const noexcept;
+
+  // The request loop. The iterator helper has chosen the rows and turned GETNEXT into GET. The result is an SNMP
+  // error status.
+  int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
+
+ protected:
+  // `columns`: 1 to maxColumns, their numbers ascending; aborts on any others.
+  // `isSorted`: rows are walked in the order of their index, and a walk can start at a hint.
+  Table(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
+        bool isSorted);
+  ~Table() = default;
+
+  // The row of a data context; null when it stands on none.
+  virtual const void* row(const void* dataContext) const = 0;
+  virtual void printKey(std::ostream& out, const void* dataContext) const = 0;
+
+  bool miscountedHintIsTraced() const { return description_.miscountedHintIsTraced; }
+  bool absentKeyIsTraced() const { return description_.absentKeyIsTraced; }
+  // How many sub-identifiers an index may take: what the table, the entry and the column leave of an OID.
+  std::size_t indexRoom() const { return MAX_OID_LEN - (description_.identifier.size() + 2); }
+
+ private:
+  netsnmp_table_registration_info* tableRegistration(const Kel::String& context) const;
+  netsnmp_iterator_info* iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
+                                        netsnmp_table_registration_info* table) const;
+  netsnmp_column_info* columnInfo() const;
+  void injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const;
+  void coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const;
+
+  int get(netsnmp_request_info* requests) const;
+  bool valueIs(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
+  int refuseSet(netsnmp_request_info* requests) const;
+  bool isProcessed(const netsnmp_request_info* request) const;
+  const ColumnBase* column(unsigned number) const;
+
+  const TableDescription description_;
+  const std::vector<IndexObject> index_;
+  const std::vector<ColumnBase> columns_;  // by number, ascending
+  const bool isSorted_;
+};
+
+}  // namespace Modules

@@ -1,0 +1,241 @@
+#include "modules/testing/TestAgent.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <net-snmp/agent/agent_callbacks.h>
+#include <net-snmp/library/snmp_transport.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+
+namespace Modules {
+
+namespace {
+
+constexpr int answerSeconds = 20;  // an agent that takes longer does not answer at all
+
+// Allows every request, in the context that its community names; asked after the access control of the agent.
+int contextFromCommunity(int, int, void* argument, void*) {
+  static_cast<view_parameters*>(argument)->errorcode = VACM_SUCCESS;
+  auto* pdu = static_cast<view_parameters*>(argument)->pdu;
+  const std::string community(reinterpret_cast<const char*>(pdu->community), pdu->community_len);
+  if (community != "public") {
+    std::free(pdu->contextName);
+    pdu->contextName = strdup(community.c_str());
+    pdu->contextNameLen = community.size();
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+std::string valueText(const netsnmp_variable_list& variable) {
+  switch (variable.type) {
+    case SNMP_NOSUCHOBJECT:
+      return "noSuchObject";
+    case SNMP_NOSUCHINSTANCE:
+      return "noSuchInstance";
+    case SNMP_ENDOFMIBVIEW:
+      return "endOfMibView";
+    case ASN_INTEGER:
+      return std::to_string(*variable.val.integer);
+    case ASN_GAUGE:
+    case ASN_COUNTER:
+    case ASN_TIMETICKS:
+      return std::to_string(static_cast<unsigned long>(*variable.val.integer));
+    case ASN_COUNTER64:
+      return std::to_string(variable.val.counter64->high << 32 | variable.val.counter64->low);
+    case ASN_IPADDRESS:
+      return fmt::format("{}", fmt::join(variable.val.string, variable.val.string + variable.val_len, "."));
+    case ASN_OCTET_STR:
+      return fmt::format("{:02x}", fmt::join(variable.val.string, variable.val.string + variable.val_len, ""));
+    case ASN_OBJECT_ID:
+      return textOf({variable.val.objid, variable.val.objid + variable.val_len / sizeof(oid)});
+    default:
+      return "";
+  }
+}
+
+struct Exchange {
+  bool isOver = false;
+  Reply reply;
+};
+
+int replyArrived(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* argument) {
+  auto& exchange = *static_cast<Exchange*>(argument);
+  exchange.isOver = true;
+  if (operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) throw std::runtime_error("the agent does not answer");
+  exchange.reply.errorStatus = pdu->errstat;
+  exchange.reply.errorIndex = pdu->errindex;
+  for (const auto* variable = pdu->variables; variable != nullptr; variable = variable->next_variable) {
+    exchange.reply.answers.push_back(
+        {textOf({variable->name, variable->name + variable->name_length}), variable->type, valueText(*variable)});
+  }
+  return 1;
+}
+
+// The agent's own sessions and the manager's, until one of them had something to read.
+void serveOnce(void* manager) {
+  fd_set readable;
+  FD_ZERO(&readable);
+  int count = 0;
+  int waitsForever = 1;
+  timeval wait{.tv_sec = answerSeconds, .tv_usec = 0};
+  snmp_select_info(&count, &readable, &wait, &waitsForever);
+  wait = {.tv_sec = answerSeconds, .tv_usec = 0};
+  waitsForever = 0;
+  snmp_sess_select_info(manager, &count, &readable, &wait, &waitsForever);
+  wait = {.tv_sec = answerSeconds, .tv_usec = 0};
+  if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("the agent is silent");
+  snmp_read(&readable);
+  snmp_sess_read(manager, &readable);
+}
+
+}  // namespace
+
+Oid oidOf(const std::string& text) {
+  Oid name;
+  std::istringstream in(text);
+  for (std::string number; std::getline(in, number, '.');) name.push_back(std::stoul(number));
+  return name;
+}
+
+std::string textOf(const Oid& name) {
+  return fmt::format("{}", fmt::join(name, "."));
+}
+
+std::ostream& operator<<(std::ostream& out, const Answer& answer) {
+  return out << answer.name << " = (" << answer.type << ") " << answer.value;
+}
+
+TestAgent& TestAgent::instance() {
+  static auto* const agent = new TestAgent;
+  return *agent;
+}
+
+TestAgent::TestAgent() {
+  setenv("MIBS", "", 1);
+  setenv("MIBDIRS", "", 1);
+  netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OID_OUTPUT_FORMAT, NETSNMP_OID_OUTPUT_NUMERIC);
+  for (const int off : {NETSNMP_DS_LIB_DONT_READ_CONFIGS, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD,
+                        NETSNMP_DS_LIB_DISABLE_PERSISTENT_SAVE}) {
+    netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, off, 1);
+  }
+  netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
+  netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS, 1);
+  char withoutSmux[] = "-smux";
+  add_to_init_list(withoutSmux);
+  init_agent("quorinTest");
+  char anyAccess[] = "rwcommunity public";
+  netsnmp_config(anyAccess);
+  init_snmp("quorinTest");
+  for (const int check :
+       {SNMPD_CALLBACK_ACM_CHECK_INITIAL, SNMPD_CALLBACK_ACM_CHECK, SNMPD_CALLBACK_ACM_CHECK_SUBTREE}) {
+    netsnmp_register_callback(SNMP_CALLBACK_APPLICATION, check, contextFromCommunity, nullptr,
+                              NETSNMP_CALLBACK_LOWEST_PRIORITY);
+  }
+  // Port 0: the kernel chooses a free one.
+  auto* transport = netsnmp_transport_open_server("snmp", "udp:127.0.0.1:0");
+  if (transport == nullptr || netsnmp_register_agent_nsap(transport) < 0) throw std::runtime_error("cannot listen");
+  sockaddr_in address{};
+  socklen_t size = sizeof(address);
+  getsockname(transport->sock, reinterpret_cast<sockaddr*>(&address), &size);
+  address_ = fmt::format("udp:127.0.0.1:{}", ntohs(address.sin_port));
+}
+
+Answer TestAgent::get(const std::string& name, const std::string& community) {
+  return send(SNMP_MSG_GET, {name}, community).answers.at(0);
+}
+
+Answer TestAgent::getNext(const std::string& name, const std::string& community) {
+  return send(SNMP_MSG_GETNEXT, {name}, community).answers.at(0);
+}
+
+Reply TestAgent::send(int command, const std::vector<std::string>& names, const std::string& community,
+                      long nonRepeaters, long maxRepetitions) {
+  auto* pdu = snmp_pdu_create(command);
+  if (command == SNMP_MSG_GETBULK) {
+    pdu->non_repeaters = nonRepeaters;
+    pdu->max_repetitions = maxRepetitions;
+  }
+  for (const auto& text : names) {
+    const Oid name = oidOf(text);
+    snmp_add_null_var(pdu, name.data(), name.size());
+  }
+  return exchange(pdu, community);
+}
+
+Reply TestAgent::set(const std::string& text, long value, const std::string& community) {
+  auto* pdu = snmp_pdu_create(SNMP_MSG_SET);
+  const Oid name = oidOf(text);
+  snmp_pdu_add_variable(pdu, name.data(), name.size(), ASN_INTEGER, &value, sizeof(value));
+  return exchange(pdu, community);
+}
+
+std::vector<Answer> TestAgent::walk(const std::string& root, const std::string& community) {
+  std::vector<Answer> answers;
+  std::string at = root;
+  while (true) {
+    const Reply reply = send(SNMP_MSG_GETNEXT, {at}, community);
+    const Answer& answer = reply.answers.at(0);
+    const bool isOver = reply.errorStatus != SNMP_ERR_NOERROR || answer.type == SNMP_ENDOFMIBVIEW;
+    if (isOver || !answer.name.starts_with(root + ".")) return answers;
+    answers.push_back(answer);
+    at = answer.name;
+  }
+}
+
+std::string TestAgent::outputOf(std::string command) {
+  const std::string_view place = "AGENT";
+  if (const auto at = command.find(place); at != std::string::npos) command.replace(at, place.size(), address_);
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
+  if (!pipe) throw std::runtime_error("cannot run " + command);
+  std::string output;
+  while (true) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    const int descriptor = fileno(pipe.get());
+    FD_SET(descriptor, &readable);
+    int count = descriptor + 1;
+    int waitsForever = 1;
+    timeval wait{};
+    snmp_select_info(&count, &readable, &wait, &waitsForever);
+    wait = {.tv_sec = answerSeconds, .tv_usec = 0};
+    if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("no end of " + command);
+    if (FD_ISSET(descriptor, &readable)) {
+      char bytes[4096];
+      const auto length = read(descriptor, bytes, sizeof(bytes));
+      if (length <= 0) return output;
+      output.append(bytes, static_cast<std::size_t>(length));
+      FD_CLR(descriptor, &readable);
+    }
+    snmp_read(&readable);
+  }
+}
+
+Reply TestAgent::exchange(netsnmp_pdu* pdu, const std::string& community) {
+  Exchange exchange;
+  netsnmp_session wanted;
+  snmp_sess_init(&wanted);
+  std::string peer = address_;
+  std::string name = community;
+  wanted.version = version_;
+  wanted.peername = peer.data();
+  wanted.community = reinterpret_cast<u_char*>(name.data());
+  wanted.community_len = name.size();
+  const std::unique_ptr<void, int (*)(void*)> manager(snmp_sess_open(&wanted), snmp_sess_close);
+  if (!manager) throw std::runtime_error("cannot open a session with the agent");
+  if (snmp_sess_async_send(manager.get(), pdu, replyArrived, &exchange) == 0) {
+    snmp_free_pdu(pdu);
+    throw std::runtime_error("cannot send a request");
+  }
+  while (!exchange.isOver) serveOnce(manager.get());
+  return exchange.reply;
+}
+
+}  // namespace Modules

@@ -1,0 +1,62 @@
+#pragma once
+// For tests: net-snmp's agent library as master agent on a loopback UDP port, and a manager that asks it, both in
+// this process and thread. The community names the context: "public" is the default one, any other is its own.
+
+#include <string>
+#include <vector>
+
+#include "modules/frame/NetSnmp.h"
+
+namespace Modules {
+
+using Oid = std::vector<oid>;
+// Numbers joined by '.'.
+Oid oidOf(const std::string& text);
+std::string textOf(const Oid& name);
+
+// Types as in net-snmp's headers; the value as text: numbers and addresses as usual, octets in hexadecimal,
+// exceptions by name ("noSuchInstance").
+struct Answer {
+  std::string name;
+  int type = 0;
+  std::string value;
+  friend bool operator==(const Answer&, const Answer&) = default;
+};
+std::ostream& operator<<(std::ostream& out, const Answer& answer);
+
+struct Reply {
+  long errorStatus = 0;
+  long errorIndex = 0;
+  std::vector<Answer> answers;
+};
+
+class TestAgent {
+ public:
+  // There is one, as net-snmp's agent is; it lives until the process ends.
+  static TestAgent& instance();
+
+  // The version of the manager's requests from here on: SNMP_VERSION_1 or SNMP_VERSION_2c (the default).
+  void versionIs(long version) { version_ = version; }
+
+  Answer get(const std::string& name, const std::string& community = "public");
+  Answer getNext(const std::string& name, const std::string& community = "public");
+  Reply send(int command, const std::vector<std::string>& names, const std::string& community = "public",
+             long nonRepeaters = 0, long maxRepetitions = 0);
+  // Sets an INTEGER.
+  Reply set(const std::string& name, long value, const std::string& community = "public");
+  // Everything below `root`, by GETNEXT.
+  std::vector<Answer> walk(const std::string& root, const std::string& community = "public");
+
+  // What the shell command writes, standard error included; the agent answers it meanwhile. "AGENT" in the command
+  // stands for the agent's address.
+  std::string outputOf(std::string command);
+
+ private:
+  TestAgent();
+  Reply exchange(netsnmp_pdu* pdu, const std::string& community);
+
+  long version_ = SNMP_VERSION_2c;
+  std::string address_;
+};
+
+}  // namespace Modules

@@ -1,0 +1,119 @@
+#pragma once
+// Which prefixes of one VRF resolve through which FEC, and which is the next one that resolves through some interface.
+//
+// Made for a million routes: a prefix costs two numbers of eight bytes in B-trees, one to find its FEC and one to
+// find it from there, which is 17 to 25 bytes with the trees' own. A FEC costs some 80 bytes.
+//
+// The search for an interface (nextThrough) must not look at prefixes that have none, of which there may be a million,
+// and what changes for a FEC must not be done for each of its prefixes, of which there may be as many. So FECs with
+// more than `largeFec` prefixes are searched one by one: there cannot be many of them. The prefixes of all others have
+// a third number, which finds them from the set of interfaces of their FEC, and are renumbered when that changes: 8 to 12
+// bytes for each of them.
+
+#include <absl/container/btree_set.h>
+
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "kel/Ptr.h"
+#include "quillo/tables/FibTables.h"
+
+namespace Quillo::Fib {
+
+class FecRouteList : public Kel::PtrInterface {
+ public:
+  // FECs that can have prefixes at one time.
+  static constexpr std::size_t maxFecs = std::size_t{1} << 26;
+  // A FEC with more prefixes is large until it has less than half of them.
+  static constexpr std::uint32_t largeFec = 256;
+
+  std::size_t prefixCount() const { return byPrefix_.size(); }
+  // FECs that have prefixes, those whose routes are not sought apart from the others.
+  std::size_t fecCount() const { return slotOf_.size() + unsoughtSlotOf_.size(); }
+
+  // FecId() when the prefix is not in the list.
+  FecId fecId(const Vantu::Prefix& prefix) const;
+  // The prefix resolves through this FEC from now on, and through no other; FecId() takes it out of the list.
+  // Throws Kel::RangeException when there are too many FECs.
+  // nextThrough() passes over a prefix that is not sought.
+  void fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool isSought = true);
+  // The same for the FEC of a route, by the rule that says whether the route is sought; all routes are unless one is set.
+  void routeIs(const Vantu::Prefix& prefix, const Route& route);
+  void soughtIs(std::function<bool(const Route&)> isSought) { isSought_ = std::move(isSought); }
+
+  using Visit = std::function<bool(const Vantu::Prefix&)>;
+  // The prefixes of a FEC, in order, from the first one above `*after` (null: from the first of all) until `visit`
+  // returns false. `visit` must not change the list.
+  void forEachPrefix(const FecId& fecId, const Vantu::Prefix* after, const Visit& visit) const;
+  // The same for the prefixes of every FEC.
+  void forEachPrefix(const Vantu::Prefix* after, const Visit& visit) const;
+
+  // The interfaces of the FEC's next hops, sorted. A FEC without sought prefixes is left out, and one whose last sought
+  // prefix goes is forgotten. Costs no more than the renumbering of `largeFec` prefixes.
+  using Intfs = std::vector<Vantu::IntfId>;
+  void fecIntfsIs(const FecId& fecId, const Intfs& intfs);
+  bool hasSought(const FecId& fecId) const { return slotOf_.contains(fecId); }
+  // It has, and its interfaces were not set since it has them, or since fecIntfsExpire().
+  bool needsIntfs(const FecId& fecId) const;
+  // Every FEC may have other interfaces now.
+  void fecIntfsExpire() { ++intfsVersion_; }
+
+  // Up to this prefix (null: nowhere) the list is as the tables are. Nowhere at first.
+  void completeToIs(const Vantu::Prefix* last);
+  // Where the first sought prefix is, from `from` on, whose FEC has an interface that is good: no such prefix lies
+  // before the result. The result need not be one itself where the list is not complete. False when there is none.
+  bool nextThrough(const Vantu::Prefix& from, const std::function<bool(const Vantu::IntfId&)>& isGood,
+                   Vantu::Prefix& result) const;
+
+ private:
+  // Small numbers stand for the FECs that have prefixes; those of FECs that lost their last one are used again. A FEC has
+  // another one for the prefixes that are not sought.
+  using Slot = std::uint32_t;
+  // The same for sets of interfaces; 0 is the empty one.
+  using IntfSet = std::uint32_t;
+  struct Fec {
+    FecId id;
+    std::uint32_t prefixCount = 0;
+    IntfSet intfSet = 0;
+    std::uint64_t intfsVersion = 0;  // when the set was set; 0: never
+    bool isSought = false;
+    bool isLarge = false;
+  };
+  struct KnownIntfs {
+    const Intfs* intfs = nullptr;
+    std::uint32_t useCount = 0;  // FECs
+  };
+  using SlotOf = boost::unordered_flat_map<FecId, Slot>;
+  using Numbers = absl::btree_set<std::uint64_t>;
+
+  Slot slotIs(const FecId& fecId, bool isSought);
+  void slotReleased(Slot slot);
+  void prefixDel(const Vantu::Prefix& prefix, Slot slot);
+  Numbers::const_iterator firstOf(const SlotOf& slots, const FecId& fecId, const Vantu::Prefix* after,
+                                  Numbers::const_iterator& end) const;
+  // Enters the FEC's prefixes under its set of interfaces, or takes them out.
+  void renumber(Slot slot, bool isEntered);
+  void intfSetIs(Slot slot, IntfSet intfSet);
+  IntfSet intfSetOf(const Intfs& intfs);
+
+  // Each entry is address, length and slot in one number: 32, 6 and 26 bits in the order that the tree needs.
+  Numbers byPrefix_;   // address, length, slot
+  Numbers byFec_;      // slot, address, length
+  Numbers byIntfSet_;  // set of interfaces, address, length; sought prefixes of FECs that are not large
+  SlotOf slotOf_, unsoughtSlotOf_;
+  std::deque<Fec> fecs_;  // by slot; it grows without moving what is there
+  std::vector<Slot> freeSlots_;
+  absl::btree_set<Slot> largeFecs_;
+  std::map<Intfs, IntfSet> intfSetOf_;
+  std::vector<KnownIntfs> intfSets_{1};
+  std::vector<IntfSet> freeIntfSets_;
+  std::uint64_t intfsVersion_ = 1;
+  std::uint64_t completeTo_ = 0;  // address, length; the list is complete below
+  std::function<bool(const Route&)> isSought_;
+};
+
+}  // namespace Quillo::Fib

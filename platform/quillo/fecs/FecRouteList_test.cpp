@@ -1,0 +1,271 @@
+#include "quillo/fecs/FecRouteList.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <set>
+
+#include "quillo/fecs/FecRouteListSm.h"
+#include "quillo/testing/TestFibTables.h"
+
+namespace Quillo::Fib {
+namespace {
+
+using Vantu::Prefix;
+
+using Model = std::map<Prefix, FecId>;
+
+// Everything that the list says, read in every way that it offers.
+void expectEqual(const FecRouteList& list, const Model& model) {
+  ASSERT_EQ(list.prefixCount(), model.size());
+  std::map<FecId, std::set<Prefix>> byFec;
+  for (const auto& [prefix, fecId] : model) {
+    ASSERT_EQ(list.fecId(prefix), fecId) << prefix;
+    byFec[fecId].insert(prefix);
+  }
+  ASSERT_EQ(list.fecCount(), byFec.size());
+  for (const auto& [fecId, prefixes] : byFec) {
+    // One by one, so that each is a place to go on from.
+    std::vector<Prefix> listed;
+    for (bool isMore = true; isMore;) {
+      const auto size = listed.size();
+      const Prefix after = listed.empty() ? Prefix() : listed.back();
+      list.forEachPrefix(fecId, listed.empty() ? nullptr : &after, [&](const Prefix& prefix) {
+        listed.push_back(prefix);
+        return false;
+      });
+      isMore = listed.size() > size;
+    }
+    ASSERT_TRUE(std::equal(listed.begin(), listed.end(), prefixes.begin(), prefixes.end())) << "FEC " << fecId;
+  }
+  std::vector<Prefix> all;
+  list.forEachPrefix(nullptr, [&](const Prefix& prefix) {
+    all.push_back(prefix);
+    return true;
+  });
+  ASSERT_TRUE(std::equal(all.begin(), all.end(), model.begin(), model.end(),
+                         [](const auto& prefix, const auto& entry) { return prefix == entry.first; }));
+}
+
+struct Random {
+  std::mt19937 engine{3};
+  unsigned below(unsigned limit) { return std::uniform_int_distribution<unsigned>(0, limit - 1)(engine); }
+  // The ends of the address space and of the lengths are among them; neighbours differ in one bit.
+  Prefix prefix() {
+    const std::uint32_t addresses[] = {0, 0x0A000000, 0x0A000100, 0xFFFFFFFF, below(4) << 30};
+    return {Vantu::IpAddr(addresses[below(5)]), below(33)};
+  }
+  FecId fecId() { return FecId(below(3) ? below(6) : ~std::uint64_t{0} - below(3)); }
+};
+
+TEST(FecRouteList, agreesWithAModelOverRandomOperations) {
+  Random random;
+  auto list = Kel::makePtr<FecRouteList>();
+  Model model;
+  for (int i = 0; i < 3000; ++i) {
+    const auto prefix = random.prefix();
+    const auto fecId = random.fecId();
+    list->fecIdIs(prefix, fecId);
+    if (fecId == FecId()) {
+      model.erase(prefix);
+    } else {
+      model[prefix] = fecId;
+    }
+    if (i % 10 == 0) expectEqual(*list, model);
+    if (HasFatalFailure()) FAIL() << "after operation " << i;
+  }
+  for (const auto& [prefix, fecId] : Model(model)) list->fecIdIs(prefix, FecId());
+  expectEqual(*list, {});
+  EXPECT_EQ(list->fecId(random.prefix()), FecId());
+}
+
+// FECs 1 and 2 get most prefixes, so that they become large, and small again while more go than come.
+TEST(FecRouteList, findsTheNextPrefixThatLookingAtEachWouldFind) {
+  using Intfs = FecRouteList::Intfs;
+  const Vantu::IntfId names[] = {Vantu::IntfId(), Vantu::IntfId("eth0"), Vantu::IntfId("eth1"),
+                                 Vantu::IntfId("eth2")};
+  const Prefix last(Vantu::IpAddr(0xFFFFFFFF), 32);
+  Random random;
+  const auto list = Kel::makePtr<FecRouteList>();
+  std::map<Prefix, std::pair<FecId, bool>> model;
+  std::map<FecId, Intfs> intfsOf;
+  std::set<Vantu::IntfId> good;
+  const auto isGood = [&](const Vantu::IntfId& intf) { return good.contains(intf); };
+  const auto prefix = [&] { return Prefix(Vantu::IpAddr(random.below(1500) << 8), 24); };
+  for (unsigned i = 0; i < 24'000; ++i) {
+    const bool isShrinking = i / 4000 % 2 == 1;
+    const FecId fecId(random.below(3) ? 1 + random.below(2) : 3 + random.below(9));
+    const auto changed = prefix();
+    const bool isGone = random.below(5)<(isShrinking ? 4 : 1), isSought = random.below(5)> 0;
+    isGone ? void(model.erase(changed)) : void(model[changed] = {fecId, isSought});
+    list->fecIdIs(changed, isGone ? FecId() : fecId, isSought);
+    if (random.below(50) == 0) {
+      Intfs intfs;
+      for (const auto& name : names) {
+        if (random.below(3) == 0) intfs.push_back(name);
+      }
+      list->fecIntfsIs(fecId, intfsOf[fecId] = intfs);
+    }
+    if (list->needsIntfs(fecId)) list->fecIntfsIs(fecId, intfsOf[fecId]);
+    if (const auto& name = names[random.below(4)]; random.below(50) == 0 && good.erase(name) == 0)
+      good.insert(name);
+    const auto from = prefix(), completeTo = random.below(4) ? last : prefix();
+    auto expected = model.lower_bound(from);
+    const auto isNext = [&](const auto& fec) {
+      return fec.second && std::any_of(intfsOf[fec.first].begin(), intfsOf[fec.first].end(), isGood);
+    };
+    while (expected != model.end() && !isNext(expected->second)) ++expected;
+    list->completeToIs(&completeTo);
+    Prefix found;
+    const bool isFound = list->nextThrough(from, isGood, found);
+    if (completeTo == last || (expected != model.end() && expected->first <= completeTo)) {
+      ASSERT_EQ(isFound, expected != model.end()) << "operation " << i;
+      ASSERT_TRUE(!isFound || found == expected->first) << "operation " << i;
+    } else {
+      ASSERT_TRUE(isFound) << "operation " << i;
+      ASSERT_EQ(found, std::max(from, completeTo)) << "operation " << i;
+    }
+  }
+}
+
+struct Followed : testing::Test {
+  using Routes = TestRouteStatus<Prefix>;
+  Kel::Ptr<Routes> routes = Kel::makePtr<Routes>();
+  Kel::Ptr<FecRouteList> list = Kel::makePtr<FecRouteList>();
+  Kel::Ptr<FibUtils::FecRouteListSm> sm;
+  Random random;
+
+  Kel::Ptr<TestForwardingStatus> fecs = Kel::makePtr<TestForwardingStatus>();
+
+  void smIs() { sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, fecs, list); }
+  void fecIs(unsigned fecId, std::initializer_list<std::pair<const char*, const char*>> vias) {
+    Fec fec;
+    fec.fecId = FecId(fecId);
+    for (const auto& [hop, intf] : vias)
+      fec.via.push_back({Vantu::IpGenAddr::fromString(hop), Vantu::IntfId(intf)});
+    fecs->fecIs(fec);
+  }
+  // The prefixes that are found on an interface.
+  std::vector<Prefix> through(std::string_view intf) const {
+    std::vector<Prefix> all;
+    const auto isIt = [&](const Vantu::IntfId& id) { return id == Vantu::IntfId(intf); };
+    Prefix at;
+    for (unsigned i = 0; list->nextThrough(i == 0 ? Prefix() : numbered(i), isIt, at);
+         i = (at.address().value() >> 8) + 1) {
+      all.push_back(at);
+    }
+    return all;
+  }
+  static Route route(const Prefix& prefix, FecId fecId) {
+    Route made;
+    made.prefix = prefix;
+    made.routeType = Routing::Fib::RouteType(7);
+    made.fecId = fecId;
+    return made;
+  }
+  static Prefix numbered(unsigned i) { return {Vantu::IpAddr(i << 8), 24}; }
+  Model model() const {
+    Model made;
+    for (const auto& [prefix, at] : routes->map) {
+      if (at.fecId != FecId()) made[prefix] = at.fecId;
+    }
+    return made;
+  }
+};
+
+TEST_F(Followed, changesAreFollowedAtOnce) {
+  routes->routeIs(route(numbered(1), FecId(1)));
+  smIs();
+  expectEqual(*list, model());
+  for (int i = 0; i < 500; ++i) {
+    random.below(3) ? routes->routeIs(route(random.prefix(), random.fecId())) : routes->routeDel(random.prefix());
+  }
+  expectEqual(*list, model());
+  sm->kelStop();
+  const auto before = model();
+  routes->routeIs(route(numbered(2), FecId(9)));
+  expectEqual(*list, before);
+}
+
+TEST_F(Followed, wholeTableIsReadInPiecesAndChangesMeanwhileAreNotLost) {
+  const unsigned size = 3 * RouteScan<Prefix>::pieceSize;
+  for (unsigned i = 0; i < size; ++i) routes->map[numbered(i)] = route(numbered(i), FecId(1 + i % 5));
+  routes->isInitialized = false;
+  smIs();
+  EXPECT_EQ(list->prefixCount(), 0u);
+  int begun = 0;
+  sm->scanBeginsIs([&] { ++begun; });
+  routes->initializedIs();
+  EXPECT_EQ(begun, 1);
+  EXPECT_EQ(list->prefixCount(), RouteScan<Prefix>::pieceSize);
+  routes->routeIs(route(numbered(1), FecId(77)));
+  routes->routeDel(numbered(2));
+  routes->routeIs(route(numbered(size - 1), FecId(78)));
+  while (sm->isScanning()) sm->scanPiece();
+  expectEqual(*list, model());
+  // Another table with half of it, some of that elsewhere: what is gone goes.
+  std::map<Prefix, Route> other;
+  for (unsigned i = 0; i < size; i += 2) other[numbered(i)] = route(numbered(i), FecId(1 + i % 3));
+  routes->tableIs(std::move(other));
+  EXPECT_EQ(begun, 2);
+  while (sm->isScanning()) sm->scanPiece();
+  expectEqual(*list, model());
+}
+
+TEST_F(Followed, damagedRouteHasNoFecUntilTheTableIsSound) {
+  routes->routeIs(route(numbered(1), FecId(1)));
+  smIs();
+  routes->damagedEntries[numbered(1)] = "checksum";
+  routes->routeIs(route(numbered(1), FecId(2)));
+  EXPECT_EQ(routes->reports.size(), 1u);
+  expectEqual(*list, {});
+  routes->damagedEntries.clear();
+  routes->tableIs(routes->map);
+  expectEqual(*list, model());
+}
+
+TEST_F(Followed, prefixesAreFoundOnTheInterfacesOfTheirIpv4NextHops) {
+  fecIs(1, {{"10.0.0.1", "eth0"}});
+  fecIs(2,
+        {{"10.0.0.1", "eth0"}, {"fe80::1", "eth1"}, {"10.0.0.1", "eth2"}});  // of equal next hops the last counts
+  fecIs(3, {{"fe80::1", "eth0"}});
+  auto large = fecs->fec(FecId(1));
+  large.fecId = FecId(4);
+  large.via.resize(Fec::maxVias + 1, large.via.front());
+  fecs->fecIs(large);
+  for (unsigned i = 1; i <= 5; ++i) routes->routeIs(route(numbered(i), FecId(i)));
+  smIs();
+  EXPECT_EQ(through("eth0"), std::vector{numbered(1)});
+  EXPECT_EQ(through("eth1"), std::vector<Prefix>{});
+  EXPECT_EQ(through("eth2"), std::vector{numbered(2)});
+  fecIs(5, {{"0.0.0.0", "eth0"}});
+  fecIs(1, {});
+  EXPECT_EQ(through("eth0"), std::vector{numbered(5)});
+  // A table that says nothing of the single changes.
+  fecs->damagedEntries[FecId(5)] = "checksum";
+  fecs->map[FecId(3)].via = {{Vantu::IpAddr(1), Vantu::IntfId("eth0")}};
+  fecs->tableIs(fecs->map);
+  EXPECT_EQ(through("eth0"), std::vector{numbered(3)});
+  EXPECT_EQ(fecs->reports.size(), 1u);
+  const auto expectNothingIsPassedOver = [&] {
+    Prefix next;
+    EXPECT_TRUE(list->nextThrough(
+        numbered(1), [](const auto&) { return false; }, next));
+    EXPECT_EQ(next, numbered(1));
+  };
+  sm->kelStop();
+  expectNothingIsPassedOver();
+  sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, nullptr, list);
+  expectNothingIsPassedOver();
+}
+
+TEST(FecId, readsItsOwnText) {
+  EXPECT_EQ(FecId::fromString(FecId(~std::uint64_t{0}).stringValue()), FecId(~std::uint64_t{0}));
+  for (const auto* text : {"", "-1", "1x", "18446744073709551616"}) {
+    EXPECT_THROW(FecId::fromString(text), Kel::RangeException) << text;
+  }
+}
+
+}  // namespace
+}  // namespace Quillo::Fib

@@ -1,0 +1,118 @@
+#pragma once
+// The shared tables of routes and FECs of one VRF, as their readers see them.
+//
+// Reads see a table as it is at that moment. A lookup or a walk may throw Pesk::CorruptionDetectedException, which
+// the caller passes to `corruptionDetected`. While a table cannot be read at all it may throw StoreException; the caller
+// then leaves things as they are, and `onTable` is told once the table can be read again. Notifications have no content:
+// who is told of a key looks it up.
+
+#include <cstdint>
+#include <functional>
+
+#include "kel/Notifier.h"
+#include "quillo/Corruption.h"
+#include "quillo/StoreException.h"
+#include "quillo/tables/Fec.h"
+#include "vantu/Ip6Prefix.h"
+#include "vantu/Prefix.h"
+#include "vantu/RouteTypes.h"
+
+namespace Quillo {
+
+// A default-constructed route stands for "no such route". It equals no route of a table: those have a type.
+template <class PrefixType>
+struct BasicRoute {
+  PrefixType prefix;
+  Routing::Fib::RouteType routeType;
+  Routing::RouteMetric metric;
+  Routing::RoutePreference routePreference;
+  Fib::FecId fecId;
+  // What kind of static route it is, as far as its maker tells. Of other routes it says nothing.
+  bool isPersistent = true;     // part of the saved configuration
+  bool isNexthopGroup = false;  // made with a group of next hops
+
+  const Routing::RoutePreference& preference() const { return routePreference; }
+  friend bool operator==(const BasicRoute&, const BasicRoute&) = default;
+};
+
+// What the reactors of every shared table of a VRF are told beside the single changes.
+class FibTable : public Kel::Notifier {
+ public:
+  // The first complete state of the table can be read.
+  virtual bool initialized() const = 0;
+  virtual void corruptionDetected(const std::string& message) const = 0;
+  // Another number whenever a lookup may give another answer than before: one that neither this table nor another one
+  // of the process had before. While it stays, readers may use what they read again. 0: the table keeps no such number,
+  // look it up each time.
+  virtual std::uint64_t generation() const { return 0; }
+  // Every change of the table that a lookup finds now has been notified. While it has not, what was derived from
+  // notifications may contradict the table.
+  virtual bool isNotified() const { return true; }
+};
+
+// The routes of one VRF and IP version, in order of the prefix.
+template <class PrefixType>
+class BasicRouteStatus : public FibTable {
+ public:
+  using Prefix = PrefixType;
+  using Route = BasicRoute<PrefixType>;
+
+  class Notifiee : public Kel::Notifier::Notifiee {
+   public:
+    void notifierIs(const Kel::Ptr<const BasicRouteStatus>& notifier) { kelAttach(notifier); }
+    Kel::Ptr<const BasicRouteStatus> notifier() const {
+      return boost::static_pointer_cast<const BasicRouteStatus>(kelNotifier());
+    }
+    virtual void handleInitialized() {}
+    // A route came, went, or says something else.
+    virtual void onRoute(const PrefixType&) {}
+    // Anything may have changed: compare with what you have. No handler is called for the single routes.
+    virtual void onTable() {}
+  };
+
+  virtual Route route(const PrefixType& prefix) const = 0;
+
+  // The routes from `from` on, in order, until `visit` returns false. `visit` must not walk, change or look up the
+  // table. Damage that is met is thrown after what could be read was visited.
+  using Visit = std::function<bool(const Route&)>;
+  virtual void forEachRoute(const PrefixType& from, const Visit& visit) const = 0;
+};
+
+namespace Fib {
+
+using Route = BasicRoute<Vantu::Prefix>;
+using RouteStatus = BasicRouteStatus<Vantu::Prefix>;
+
+// The FECs that one VRF's routes resolve in, or every VRF's where there is one table for all of them.
+class ForwardingStatus : public FibTable {
+ public:
+  class Notifiee : public Kel::Notifier::Notifiee {
+   public:
+    void notifierIs(const Kel::Ptr<const ForwardingStatus>& notifier) { kelAttach(notifier); }
+    Kel::Ptr<const ForwardingStatus> notifier() const {
+      return boost::static_pointer_cast<const ForwardingStatus>(kelNotifier());
+    }
+    virtual void handleInitialized() {}
+    virtual void onFec(const FecId&) {}
+    virtual void onTable() {}
+  };
+
+  virtual Fec fec(const FecId& fecId) const = 0;
+  // The same into an object of the caller's, which becomes "no such FEC" when there is none. A table that is read
+  // often gives its own, which uses the object's memory again: a walk over a million routes looks up as many FECs.
+  virtual void readFec(const FecId& fecId, Fec& into) const { into = fec(fecId); }
+
+  using Visit = std::function<bool(const Fec&)>;
+  virtual void forEachFec(const FecId& from, const Visit& visit) const = 0;
+};
+
+}  // namespace Fib
+
+namespace Fib6 {
+
+using Route = BasicRoute<Vantu::Ip6Prefix>;
+using RouteStatus = BasicRouteStatus<Vantu::Ip6Prefix>;
+
+}  // namespace Fib6
+
+}  // namespace Quillo

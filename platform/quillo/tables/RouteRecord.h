@@ -1,0 +1,56 @@
+#pragma once
+// Routes as they lie in the store: one table for IPv4, one for IPv6, whose records differ in the length of the address
+// only.
+//
+//   key   := VRF id:3 (big-endian)  address:4 or 16 (network order)  length:1
+//   value := route type:1  preference:1  metric:4  FEC id:8  flags:1          little-endian
+//
+// Flags: bit 0 not persistent, bit 1 next-hop group; the others are 0.
+// So the order of keys is VRF by VRF the order of the prefixes. The FEC is one of the VRF (FecRecord.h), or of the
+// default VRF where one table of FECs serves all; 0 is none.
+//
+// A publisher writes them in a batch, with whatever else belongs together; batches of some ten thousand routes keep
+// its memory small and cost little more than one of all:
+//
+//   auto batch = publisher.begin();
+//   Quillo::fecIs(batch, vrfId, fec);
+//   Quillo::routeIs(batch, vrfId, route);
+//   Quillo::routeDel(batch, vrfId, otherPrefix);
+//   batch.commit();
+
+#include <string>
+
+#include "quillo/Publisher.h"
+#include "quillo/tables/FibTables.h"
+#include "vantu/VrfId.h"
+
+namespace Quillo {
+
+// `PrefixType` is Vantu::Prefix or Vantu::Ip6Prefix.
+template <class PrefixType>
+inline constexpr TableId routeTable = TableId::route;
+template <>
+inline constexpr TableId routeTable<Vantu::Ip6Prefix> = TableId::route6;
+
+// Both throw Kel::RangeException, and leave the batch as it is, when the VRF id is unknown or above 24 bits; routeIs
+// also for route type 0, which stands for no route. A route that is there already is replaced; the deletion of one
+// that is not changes nothing.
+template <class PrefixType>
+void routeIs(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const BasicRoute<PrefixType>& route);
+template <class PrefixType>
+void routeDel(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const PrefixType& prefix);
+
+// Throw as the operations above.
+template <class PrefixType>
+std::string encodeRouteKey(const Vrf::VrfIdMap::VrfId& vrfId, const PrefixType& prefix);
+template <class PrefixType>
+std::string encodeRoute(const BasicRoute<PrefixType>& route);
+
+// Null when the bytes are what a publisher writes, else what is wrong with them; the other arguments are then as
+// before. decodeRoute leaves route.prefix alone.
+template <class PrefixType>
+const char* decodeRouteKey(Bytes bytes, Vrf::VrfIdMap::VrfId& vrfId, PrefixType& prefix);
+template <class PrefixType>
+const char* decodeRoute(Bytes bytes, BasicRoute<PrefixType>& route);
+
+}  // namespace Quillo
