@@ -53,18 +53,24 @@
 #include "kel/ValueType.h"
 
 #define KEL_TYPE_BEGIN(typeText, Type, Base) KEL_TYPE_BEGIN_(__COUNTER__, typeText, Type, Base)
-#define KEL_TYPE_BEGIN_(N, typeText, Type, Base)                                    \
- public:                                                                            \
-  static constexpr int kelFirstLink = N;                                            \
-  using KelSelf = Type;                                                             \
-  template <int I, class D = void>                                                  \
-  struct KelLink : KelLink<I - 1, D> {};                                            \
-  template <class D>                                                                \
-  struct KelLink<0, D> : Base::Notifiee {                                           \
-    static void kelDescribe(::Kel::TypeInfo& type) { Base::kelDescribeType(type); } \
-  };                                                                                \
-  static constexpr const char* kelName() {                                          \
-    return typeText;                                                                \
+#define KEL_TYPE_BEGIN_(N, typeText, Type, Base)                                 \
+ public:                                                                         \
+  static constexpr int kelFirstLink = N;                                         \
+  using KelSelf = Type;                                                          \
+  template <int I, class D = void>                                               \
+  struct KelHandlers : KelHandlers<I - 1, D> {};                                 \
+  template <class D>                                                             \
+  struct KelHandlers<0, D> {                                                     \
+    using Reactor = typename Base::Notifiee;                                     \
+  };                                                                             \
+  template <int I, class D = void>                                               \
+  struct KelInfos : KelInfos<I - 1, D> {};                                       \
+  template <class D>                                                             \
+  struct KelInfos<0, D> {                                                        \
+    static void describe(::Kel::TypeInfo& type) { Base::kelDescribeType(type); } \
+  };                                                                             \
+  static constexpr const char* kelName() {                                       \
+    return typeText;                                                             \
   }
 
 // Ends the declaration. The reflection is compiled wherever the header is included, which is slow: types in public
@@ -93,19 +99,19 @@
 
 #define KEL_TYPE_END_(N)                                                                      \
  public:                                                                                      \
-  class Notifiee : public KelLink<N - kelFirstLink> {                                         \
+  class Notifiee : public KelHandlers<N - kelFirstLink>::Reactor {                            \
    public:                                                                                    \
     void notifierIs(const ::Kel::Ptr<const KelSelf>& notifier) { this->kelAttach(notifier); } \
     ::Kel::Ptr<const KelSelf> notifier() const {                                              \
       return boost::static_pointer_cast<const KelSelf>(this->kelNotifier());                  \
     }                                                                                         \
   };                                                                                          \
-  using KelLastLink = KelLink<N - kelFirstLink>;
+  using KelLastInfo = KelInfos<N - kelFirstLink>;
 
-#define KEL_DESCRIBE_BODY           \
-  {                                 \
-    KelLastLink::kelDescribe(type); \
-    type.nameIs(kelName());         \
+#define KEL_DESCRIBE_BODY        \
+  {                              \
+    KelLastInfo::describe(type); \
+    type.nameIs(kelName());      \
   }
 #define KEL_STATIC_INFO_BODY(Type)                                      \
   {                                                                     \
@@ -113,25 +119,36 @@
     return info;                                                        \
   }
 
-// One link: `handler` is the declaration of a virtual handler (or nothing), `info` an AttributeInfo.
-#define KEL_LINK(N, handler, ...)                                          \
- public:                                                                   \
-  template <class D>                                                       \
-  struct KelLink<N - kelFirstLink, D> : KelLink<N - kelFirstLink - 1, D> { \
-    handler static void kelDescribe(::Kel::TypeInfo& type) {               \
-      KelLink<N - kelFirstLink - 1, D>::kelDescribe(type);                 \
-      __VA_ARGS__;                                                         \
-    }                                                                      \
+// An entry of the reflection: `...` adds an AttributeInfo to `type`.
+#define KEL_INFO(N, ...)                                                     \
+ public:                                                                     \
+  template <class D>                                                         \
+  struct KelInfos<N - kelFirstLink, D> : KelInfos<N - kelFirstLink - 1, D> { \
+    static void describe(::Kel::TypeInfo& type) {                            \
+      KelInfos<N - kelFirstLink - 1, D>::describe(type);                     \
+      __VA_ARGS__;                                                           \
+    }                                                                        \
   };
+
+// The same with the declaration of a virtual handler.
+#define KEL_LINK(N, handler, ...)                                    \
+ public:                                                             \
+  template <class D>                                                 \
+  struct KelHandlers<N - kelFirstLink, D> {                          \
+    struct Reactor : KelHandlers<N - kelFirstLink - 1, D>::Reactor { \
+      handler                                                        \
+    };                                                               \
+  };                                                                 \
+  KEL_INFO(N, __VA_ARGS__)
 
 #define KEL_COMPUTED(attr) KEL_COMPUTED_(__COUNTER__, attr)
 #define KEL_COMPUTED_(N, attr) \
-  KEL_LINK(N, , type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) { return self.attr(); })))
+  KEL_INFO(N, type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) { return self.attr(); })))
 
 // `condition` is a member expression of the object. Reading by name while it does not hold is an AttributeException.
 #define KEL_COMPUTED_WHEN(attr, ...) KEL_COMPUTED_WHEN_(__COUNTER__, attr, __VA_ARGS__)
 #define KEL_COMPUTED_WHEN_(N, attr, ...)                                                \
-  KEL_LINK(N, , type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) {  \
+  KEL_INFO(N, type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) {    \
     if (!(self.__VA_ARGS__)) throw ::Kel::AttributeException(#attr " is not readable"); \
     return self.attr();                                                                 \
   })))
@@ -162,7 +179,7 @@
                                                                                                                  \
  private:                                                                                                        \
   BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)                                                               \
-  KEL_LINK(N, , BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
+  KEL_INFO(N, BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
 
 #define KEL_PP_TYPE_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TYPE(field)
 #define KEL_PP_TEXT_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TEXT(field)
@@ -186,7 +203,7 @@
                                                                                                          \
  private:                                                                                                \
   BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)                                                       \
-  KEL_LINK(N, , BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
+  KEL_INFO(N, BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
 
 #define KEL_NOTIFY(Attr) this->template kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handle##Attr(); })
 #define KEL_NOTIFY_KEY(Attr, key) \
@@ -337,7 +354,7 @@
   ::Kel::OwnedMembers<::Kel::Kind<KeyT, ::Kel::Ptr<T>>> attr##_;
 
 #define KEL_VIRTUAL_MEMBERS(T, attr) KEL_VIRTUAL_MEMBERS_(__COUNTER__, T, attr)
-#define KEL_VIRTUAL_MEMBERS_(N, T, attr) KEL_LINK(N, , type.add(::Kel::virtualMembersInfo<T>(#attr)))
+#define KEL_VIRTUAL_MEMBERS_(N, T, attr) KEL_INFO(N, type.add(::Kel::virtualMembersInfo<T>(#attr)))
 
 #define KEL_VALUES(Kind, KeyT, T, attr, Attr) KEL_VALUES_(__COUNTER__, Kind, KeyT, T, attr, Attr)
 #define KEL_VALUES_(N, Kind, KeyT, T, attr, Attr)                                                     \

@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <map>
 #include <optional>
 
 #include "kel/Collection.h"
@@ -30,41 +31,43 @@ TypeInfo kelMakeTypeInfo() {
   return info;
 }
 
-template <class Self>
-AttributeInfo computedInfo(const char* name, auto get) {
-  AttributeInfo info{name, AttributeKind::computed, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
-  using Result = std::remove_cvref_t<decltype(get(std::declval<const Self&>()))>;
-  info.typeName = boost::core::type_name<Result>();
-  info.read = [get](const PtrInterface& object) { return Value(Result(get(selfOf<Self>(object)))); };
+// `Get`, `Set`, `Create`, `Remove` and `Map` are types of lambdas without captures. An operation makes its own, so that
+// it is a plain function.
+
+template <class Self, class Get>
+AttributeInfo computedInfo(const char* name, Get) {
+  using Result = std::remove_cvref_t<std::invoke_result_t<Get, const Self&>>;
+  AttributeInfo info{name, AttributeKind::computed, boost::core::type_name<Result>()};
+  info.read = [](const PtrInterface& object) { return Value(Result(Get()(selfOf<Self>(object)))); };
   return info;
 }
 
-template <class Self>
-AttributeInfo constructorInfo(const char* name, auto get) {
+template <class Self, class Get>
+AttributeInfo constructorInfo(const char* name, Get get) {
   auto info = computedInfo<Self>(name, get);
   info.kind = AttributeKind::constructorParameter;
   return info;
 }
 
-template <class Self, class T>
-AttributeInfo storedInfo(const char* name, auto get, auto set) {
+template <class Self, class T, class Get, class Set>
+AttributeInfo storedInfo(const char* name, Get get, Set) {
   auto info = computedInfo<Self>(name, get);
   info.kind = AttributeKind::stored;
-  info.toDatum = [get](const PtrInterface& object) { return toDatum(get(selfOf<Self>(object))); };
-  info.fromDatum = [set](PtrInterface& object, const Datum& datum) {
-    set(selfOf<Self>(object), fromDatum<T>(datum));
+  info.toDatum = [](const PtrInterface& object) { return toDatum(Get()(selfOf<Self>(object))); };
+  info.fromDatum = [](PtrInterface& object, const Datum& datum) {
+    Set()(selfOf<Self>(object), fromDatum<T>(datum));
   };
   return info;
 }
 
-template <class Self, class T>
-AttributeInfo referenceInfo(const char* name, auto get, auto set) {
+template <class Self, class T, class Get, class Set>
+AttributeInfo referenceInfo(const char* name, Get get, Set) {
   auto info = computedInfo<Self>(name, get);
   info.kind = AttributeKind::reference;
   info.typeName = boost::core::type_name<T>();
-  info.toDatum = [get](const PtrInterface& object) { return toDatum(get(selfOf<Self>(object))); };
-  info.referenceIs = [set](PtrInterface& object, const Ptr<PtrInterface>& target) {
-    set(selfOf<Self>(object), Value(target).template as<Ptr<T>>());
+  info.toDatum = [](const PtrInterface& object) { return toDatum(Get()(selfOf<Self>(object))); };
+  info.referenceIs = [](PtrInterface& object, const Ptr<PtrInterface>& target) {
+    Set()(selfOf<Self>(object), Value(target).template as<Ptr<T>>());
   };
   return info;
 }
@@ -97,25 +100,25 @@ const char* const* constructorNames() {
   }
 }
 
-template <class Self, class T>
-AttributeInfo ownedInfo(const char* name, auto get, auto remove) {
+template <class Self, class T, class Get, class Remove>
+AttributeInfo ownedInfo(const char* name, Get get, Remove) {
   auto info = computedInfo<Self>(name, get);
   info.kind = AttributeKind::child;
   info.typeName = boost::core::type_name<T>();
-  info.member = [get](const PtrInterface& object, std::string_view) -> Ptr<PtrInterface> {
-    return get(selfOf<Self>(object));
+  info.member = [](const PtrInterface& object, std::string_view) -> Ptr<PtrInterface> {
+    return Get()(selfOf<Self>(object));
   };
-  info.remove = [remove](PtrInterface& object, std::string_view) { return remove(selfOf<Self>(object)); };
-  info.removeAll = [remove](PtrInterface& object) { remove(selfOf<Self>(object)); };
+  info.remove = [](PtrInterface& object, std::string_view) { return Remove()(selfOf<Self>(object)); };
+  info.removeAll = [](PtrInterface& object) { Remove()(selfOf<Self>(object)); };
   return info;
 }
 
-template <class Self, class T>
-AttributeInfo childInfo(const char* name, auto get, auto create, auto remove) {
+template <class Self, class T, class Get, class Create, class Remove>
+AttributeInfo childInfo(const char* name, Get get, Create, Remove remove) {
   auto info = ownedInfo<Self, T>(name, get, remove);
-  info.create = [create](PtrInterface& object, const std::vector<Value>& arguments) -> Ptr<PtrInterface> {
+  info.create = [](PtrInterface& object, const std::vector<Value>& arguments) -> Ptr<PtrInterface> {
     return applyArguments<typename T::KelCtorTypes>(arguments, constructorNames<T>(), [&](auto&&... args) {
-      return create(selfOf<Self>(object), std::move(args)...);
+      return Create()(selfOf<Self>(object), std::move(args)...);
     });
   };
   return info;
@@ -141,98 +144,91 @@ auto findByText(const Map& map, std::string_view name) -> const typename Map::Va
   return key ? map.find(*key) : nullptr;
 }
 
-template <class Self>
-std::function<std::vector<String>(const PtrInterface&)> memberNamesOf(auto map) {
-  return [map](const PtrInterface& object) {
-    std::vector<String> names;
-    for (const auto& [key, value] : map(selfOf<Self>(object))) names.push_back(keyText(key));
-    return names;
-  };
+template <class Self, class Map>
+std::vector<String> memberNames(const PtrInterface& object) {
+  std::vector<String> names;
+  for (const auto& [key, value] : Map()(selfOf<Self>(object))) names.push_back(keyText(key));
+  return names;
+}
+
+template <class Self, class Map, class Remove>
+bool removeByText(PtrInterface& object, std::string_view name) {
+  auto& self = selfOf<Self>(object);
+  const auto key = keyByText(Map()(self), name);
+  return key && Remove()(self, *key);
+}
+
+template <class Key>
+Key keyOrRefusal(std::string_view text) {
+  auto key = keyFromText<Key>(text);
+  if (!key) throw RangeException(fmt::format("'{}' is no {}", text, boost::core::type_name<Key>()));
+  return std::move(*key);
 }
 
 template <class T>
 AttributeInfo virtualMembersInfo(const char* name) {
-  return {name, AttributeKind::members, boost::core::type_name<T>(), {}, {}, {}, {}, {}, {}, {}, {}, {}, {}};
+  return {name, AttributeKind::members, boost::core::type_name<T>()};
 }
 
-template <class Self, class Key, class T>
-AttributeInfo membersInfo(const char* name, auto map) {
+template <class Self, class Key, class T, class Map>
+AttributeInfo membersInfo(const char* name, Map) {
   auto info = virtualMembersInfo<T>(name);
-  info.member = [map](const PtrInterface& object, std::string_view member) -> Ptr<PtrInterface> {
-    const auto* found = findByText(map(selfOf<Self>(object)), member);
+  info.member = [](const PtrInterface& object, std::string_view member) -> Ptr<PtrInterface> {
+    const auto* found = findByText(Map()(selfOf<Self>(object)), member);
     return found ? Ptr<PtrInterface>(*found) : nullptr;
   };
-  info.memberNames = memberNamesOf<Self>(map);
+  info.memberNames = memberNames<Self, Map>;
   return info;
 }
 
-template <class Self>
-std::function<bool(PtrInterface&, std::string_view)> removeByText(auto map, auto remove) {
-  return [map, remove](PtrInterface& object, std::string_view name) {
-    auto& self = selfOf<Self>(object);
-    const auto key = keyByText(map(self), name);
-    return key && remove(self, *key);
-  };
-}
-
-template <class Self, class Key, class T>
-AttributeInfo membersInfo(const char* name, auto map, auto create, auto remove, auto removeAll) {
+template <class Self, class Key, class T, class Map, class Create, class Remove, class RemoveAll>
+AttributeInfo membersInfo(const char* name, Map map, Create, Remove, RemoveAll) {
   auto info = membersInfo<Self, Key, T>(name, map);
   using Types = typename T::KelCtorTypes;
-  info.create = [create](PtrInterface& object, const std::vector<Value>& arguments) -> Ptr<PtrInterface> {
-    if constexpr (std::tuple_size_v<Types> != 0) {
+  if constexpr (std::tuple_size_v<Types> != 0) {
+    info.create = [](PtrInterface& object, const std::vector<Value>& arguments) -> Ptr<PtrInterface> {
       return applyArguments<Types>(arguments, constructorNames<T>(), [&](auto&&... args) {
-        return create(selfOf<Self>(object), std::move(args)...);
+        return Create()(selfOf<Self>(object), std::move(args)...);
       });
-    } else {
-      static_cast<void>(create);
-      throw AttributeException("the member type has no constructor parameters");
-    }
-  };
-  if constexpr (std::tuple_size_v<Types> == 1) {
-    if constexpr (std::same_as<std::tuple_element_t<0, Types>, Key>) {
-      info.createNamed = [create](PtrInterface& object, std::string_view member) -> Ptr<PtrInterface> {
-        auto key = keyFromText<Key>(member);
-        if (!key) throw RangeException(fmt::format("'{}' is no {}", member, boost::core::type_name<Key>()));
-        return create(selfOf<Self>(object), std::move(*key));
-      };
-    }
+    };
   }
-  info.remove = removeByText<Self>(map, remove);
-  info.removeAll = [removeAll](PtrInterface& object) { removeAll(selfOf<Self>(object)); };
+  if constexpr (std::same_as<Types, std::tuple<Key>>) {
+    info.createNamed = [](PtrInterface& object, std::string_view member) -> Ptr<PtrInterface> {
+      return Create()(selfOf<Self>(object), keyOrRefusal<Key>(member));
+    };
+  }
+  info.remove = removeByText<Self, Map, Remove>;
+  info.removeAll = [](PtrInterface& object) { RemoveAll()(selfOf<Self>(object)); };
   return info;
 }
 
 // As data: an object of the values by the keys' text forms. Setting makes the collection equal to it.
-template <class Self, class Key, class T>
-AttributeInfo valuesInfo(const char* name, auto map, auto set, auto remove, auto removeAll) {
-  AttributeInfo info{name, AttributeKind::values, boost::core::type_name<T>(), {}, {}, {}, {}, {}, {}, {}, {}, {},
-                     {}};
-  info.memberNames = memberNamesOf<Self>(map);
-  info.remove = removeByText<Self>(map, remove);
-  info.removeAll = [removeAll](PtrInterface& object) { removeAll(selfOf<Self>(object)); };
-  info.toDatum = [map](const PtrInterface& object) {
+template <class Self, class Key, class T, class Map, class Set, class Remove, class RemoveAll>
+AttributeInfo valuesInfo(const char* name, Map, Set, Remove, RemoveAll) {
+  AttributeInfo info{name, AttributeKind::values, boost::core::type_name<T>()};
+  info.memberNames = memberNames<Self, Map>;
+  info.remove = removeByText<Self, Map, Remove>;
+  info.removeAll = [](PtrInterface& object) { RemoveAll()(selfOf<Self>(object)); };
+  info.toDatum = [](const PtrInterface& object) {
     Datum::Object members;
-    for (const auto& [key, value] : map(selfOf<Self>(object))) members.emplace_back(keyText(key), toDatum(value));
+    for (const auto& [key, value] : Map()(selfOf<Self>(object))) members.emplace_back(keyText(key), toDatum(value));
     return Datum(std::move(members));
   };
   if constexpr (!IsPtr<T>::value) {
-    info.fromDatum = [map, set, remove](PtrInterface& object, const Datum& datum) {
+    info.fromDatum = [](PtrInterface& object, const Datum& datum) {
       const auto* members = datum.getIf<Datum::Object>();
       if (!members) wrongKind(datum, "an object");
       // Everything is read before anything is changed, so that bad data change nothing.
-      OrderedMap<Key, T> wanted;
+      std::map<Key, T> wanted;
       for (const auto& [text, value] : *members) {
-        const auto key = keyFromText<Key>(text);
-        if (!key) throw RangeException(fmt::format("'{}' is no {}", text, boost::core::type_name<Key>()));
-        wanted.insert_or_assign(*key, fromDatum<T>(value));
+        wanted.insert_or_assign(keyOrRefusal<Key>(text), fromDatum<T>(value));
       }
       auto& self = selfOf<Self>(object);
       const auto hold = kept(self);
-      for (const auto& key : map(self).keys()) {
-        if (!wanted.contains(key)) remove(self, key);
+      for (const auto& key : Map()(self).keys()) {
+        if (!wanted.contains(key)) Remove()(self, key);
       }
-      for (const auto& [key, value] : wanted) set(self, key, value);
+      for (const auto& [key, value] : wanted) Set()(self, key, value);
     };
   }
   return info;

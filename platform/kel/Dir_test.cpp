@@ -1,3 +1,7 @@
+// Names and paths, and the collections that give entities their place.
+
+#include "kel/Dir.h"
+
 #include <gtest/gtest.h>
 
 #include "kel/testing/TestTypes.h"
@@ -8,48 +12,25 @@ namespace {
 using Kel::makePtr;
 using Kel::Ptr;
 
-struct Town {
-  Ptr<Kel::Dir> root = makePtr<Kel::Dir>("");
-  Ptr<House> house;
-  Town() {
-    auto street = root->dirIs("main")->dirIs("street");
-    house = makePtr<House>("house");
-    street->entityIs(house);
+TEST(Dir, fullNamesResolveToTheirEntitiesAndOtherPathsToNothing) {
+  auto root = makePtr<Kel::Dir>("");
+  auto house = makePtr<House>("house");
+  root->dirIs("main")->dirIs("street")->entityIs(house);
+  house->porchIs("lantern");
+  root->dirIs("x.y/z")->entityIs(makePtr<Lamp>("l"));
+  for (const auto* name : {"hall", "a", "a.b", "a/b", "a.porch", "a/b.c/d", ".x", "/", "blank name", "\xff\x01"}) {
+    auto lamp = house->lampIs(name);
+    EXPECT_EQ(lamp->fullName(), "main/street/house.lamp/" + std::string(name));
+    EXPECT_EQ(Kel::resolve(root, lamp->fullName()), lamp) << name;
   }
-  Kel::String at(std::string_view path) const {
+  for (const auto* path : {"main/street/house.porch", "main/street", "x.y/z/l"}) {
     const auto found = Kel::resolve(root, path);
-    return found ? found->fullName() : "nothing";
+    EXPECT_EQ(found ? found->fullName() : "", path);
   }
-};
-
-TEST(Dir, fullNamesResolveToTheirEntities) {
-  Town town;
-  auto lamp = town.house->lampIs("hall");
-  EXPECT_EQ(lamp->fullName(), "main/street/house.lamp/hall");
-  EXPECT_EQ(Kel::resolve(town.root, lamp->fullName()), lamp);
-  town.house->porchIs("lantern");
-  EXPECT_EQ(town.at("main/street/house.porch"), "main/street/house.porch");
-  EXPECT_EQ(town.at("main/street"), "main/street");
-}
-
-TEST(Dir, namesWithSeparatorsResolve) {
-  Town town;
-  for (const auto* name : {"a", "a.b", "a/b", "a.porch", "a/b.c/d", ".x", "/", "blank name", "\xff\x01"}) {
-    auto lamp = town.house->lampIs(name);
-    EXPECT_EQ(Kel::resolve(town.root, lamp->fullName()), lamp) << name;
-  }
-  // A directory entry may hold separators as well.
-  town.root->dirIs("x.y/z")->entityIs(makePtr<Lamp>("l"));
-  EXPECT_EQ(town.at("x.y/z/l"), "x.y/z/l");
-}
-
-TEST(Dir, whatDoesNotExistResolvesToNothing) {
-  Town town;
-  town.house->lampIs("hall");
   for (const auto* path : {"main/", "main/street/", "main/lane", "main/street/house.", "main/street/house.lamp",
-                           "main/street/house.lamp/", "main/street/house.lamp/attic", "main/street/house.porch",
+                           "main/street/house.lamp/", "main/street/house.lamp/attic", "main/street/house.porch/",
                            "main/street/house.nothing", "main.street", "/main", "main/street/house.lamp/hall/x"}) {
-    EXPECT_EQ(town.at(path), "nothing") << path;
+    EXPECT_EQ(Kel::resolve(root, path), nullptr) << path;
   }
 }
 
@@ -68,10 +49,39 @@ TEST(Dir, entriesComeAndGoWithNotice) {
   dir->entityIs(lamp);
   EXPECT_THROW(dir->entityIs(makePtr<Lamp>("hall")), Kel::ReinstantiationException);
   EXPECT_THROW(dir->dirIs("hall"), Kel::AttributeException);
-  EXPECT_TRUE(dir->entityDel("hall"));
+  EXPECT_TRUE(dir->entityDel(lamp->name()));
   EXPECT_FALSE(dir->entityDel("hall"));
   EXPECT_EQ(watcher->calls, (std::vector<std::string>{"+hall", "-hall"}));
   EXPECT_EQ(lamp->fullName(), "hall");
+}
+
+TEST(Collection, versionChangesOnlyWhenMembersComeOrGo) {
+  auto house = makePtr<House>("house");
+  auto lamp = makePtr<Lamp>("hall");
+  const Position key(1, "a");
+  const auto empty = house->row().version();
+  auto row = house->rowIs(key, lamp);
+  const auto one = house->row().version();
+  EXPECT_NE(one, empty);
+  row->countIs(7);
+  EXPECT_EQ(house->rowIs(key, lamp), row);
+  EXPECT_FALSE(house->rowDel(Position(9, "z")));
+  EXPECT_EQ(house->row().version(), one);
+  EXPECT_TRUE(house->rowDel(row->index()));  // the key given lives in the member that goes, and stays readable
+  EXPECT_NE(house->row().version(), one);
+  EXPECT_EQ(row->index(), key);
+}
+
+TEST(Collection, reinstantiationWithOtherParametersIsRefused) {
+  auto house = makePtr<House>("house");
+  house->rowIs(Position(1, "a"), makePtr<Lamp>("hall"));
+  EXPECT_EQ(errorOf([&] { house->rowIs(Position(1, "a"), makePtr<Lamp>("kitchen")); }),
+            "Reinstantiating the pointer interface where constructor parameter attribute _lamp has a different "
+            "value of Entity('kitchen')");
+  house->porchIs("lantern");
+  EXPECT_EQ(errorOf([&] { house->porchIs("torch"); }),
+            "Reinstantiating the entity with fullName house.porch where constructor parameter attribute 'name' has "
+            "a different value of 'torch'");
 }
 
 }  // namespace

@@ -20,10 +20,35 @@ void NotifieeBase::kelAttach(const Ptr<const Notifier>& notifier) {
 
 Notifier::~Notifier() = default;
 
-Notifier::Round::~Round() {
-  if (--all.rounds == 0 && all.hasGaps) {
-    std::erase(all.list, nullptr);
-    all.hasGaps = false;
+class Notifier::Round {
+ public:
+  explicit Round(Reactors& reactors) : all_(reactors), size_(reactors.list.size()) { ++all_.rounds; }
+  ~Round() {
+    if (--all_.rounds != 0 || !all_.hasGaps) return;
+    std::erase(all_.list, nullptr);
+    all_.hasGaps = false;
+  }
+  Round(const Round&) = delete;
+  Round& operator=(const Round&) = delete;
+  // Reactors that attach during the round are not part of it.
+  std::size_t size() const { return size_; }
+
+ private:
+  Reactors& all_;
+  const std::size_t size_;
+};
+
+void Notifier::forEachReactor(void (*visit)(NotifieeBase& reactor, void* context), void* context) const {
+  // A watched object is held by its reactors. One that nobody watches may be in its destructor, and must not be held
+  // there.
+  if (!reactors_ || reactors_->list.empty()) return;
+  const Ptr<const Notifier> self(this);
+  const Round round(*reactors_);
+  for (std::size_t i = 0; i < round.size(); ++i) {
+    // A count of zero: the reactor is being constructed or destroyed, and must not be kept.
+    if (!reactors_->list[i] || reactors_->list[i]->use_count() == 0) continue;
+    const Ptr<NotifieeBase> reactor(reactors_->list[i]);
+    if (reactor->hasNotificationActive()) visit(*reactor, context);
   }
 }
 

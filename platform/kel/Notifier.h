@@ -65,19 +65,12 @@ class Notifier : public PtrInterface {
 
   // Calls `call` for each active reactor that is an `N`, under the rules above.
   template <class N, class Call>
-  void kelNotify(Call&& call) const {
-    // A watched object is held by its reactors. One that nobody watches may be in its destructor, and must not be
-    // held there.
-    if (!reactors_ || reactors_->list.empty()) return;
-    const Ptr<const Notifier> self(this);
-    const Round round(*reactors_);
-    for (std::size_t i = 0; i < round.size; ++i) {
-      // A count of zero: the reactor is being constructed or destroyed, and must not be kept.
-      if (!reactors_->list[i] || reactors_->list[i]->use_count() == 0) continue;
-      const Ptr<NotifieeBase> reactor(reactors_->list[i]);
-      if (!reactor->hasNotificationActive()) continue;
-      if (auto* typed = dynamic_cast<N*>(reactor.get())) call(*typed);
-    }
+  void kelNotify(Call call) const {
+    forEachReactor(
+        [](NotifieeBase& reactor, void* visit) {
+          if (auto* typed = dynamic_cast<N*>(&reactor)) (*static_cast<Call*>(visit))(*typed);
+        },
+        &call);
   }
 
   // Tells the reactors that the object was deleted, then stops it.
@@ -90,15 +83,9 @@ class Notifier : public PtrInterface {
     unsigned rounds = 0;              // nested notification rounds under way
     bool hasGaps = false;
   };
-  struct Round {
-    explicit Round(Reactors& reactors) : all(reactors), size(reactors.list.size()) { ++all.rounds; }
-    ~Round();
-    Round(const Round&) = delete;
-    Round& operator=(const Round&) = delete;
-    Reactors& all;
-    const std::size_t size;
-  };
+  class Round;
 
+  void forEachReactor(void (*visit)(NotifieeBase& reactor, void* context), void* context) const;
   void attach(NotifieeBase* reactor) const;
   void detach(NotifieeBase* reactor) const;
 

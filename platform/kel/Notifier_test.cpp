@@ -1,3 +1,7 @@
+// Reactors: who is called, when, and what a handler may destroy.
+
+#include "kel/Notifier.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -9,59 +13,64 @@ namespace {
 
 using Kel::makePtr;
 using Kel::Ptr;
+using Calls = std::vector<std::string>;
 
 class Watcher : public Lamp::Notifiee {
  public:
-  std::function<void()> onLit = [] {};
-  std::vector<std::string> calls;
+  std::function<void()> onLit = [] {}, onSocket = [] {}, onDel = [] {};
+  Calls calls;
 
   void handleLit() override {
     calls.push_back(notifier() && notifier()->lit() ? "lit" : "dark");
     onLit();
   }
   void handleColour() override { calls.push_back("colour"); }
-  void handleSockets(const Kel::Name& name) override { calls.push_back("socket " + name); }
-  void handleDel() override { calls.push_back("del"); }
+  void handleSockets(const Kel::Name& name) override {
+    calls.push_back("socket " + name);
+    onSocket();
+  }
+  void handleDel() override {
+    calls.push_back("del " + notifier()->fullName());
+    onDel();
+  }
 };
 
-Ptr<Watcher> watch(const Ptr<Lamp>& lamp) {
-  auto watcher = makePtr<Watcher>();
-  watcher->notifierIs(lamp);
-  return watcher;
-}
+class HouseWatcher : public House::Notifiee {
+ public:
+  Calls* calls = nullptr;
+  void handleLamp(const Kel::Name& name) override {
+    calls->push_back((notifier()->lampHas(name) ? "added " : "removed ") + name);
+  }
+  void handlePorch() override { calls->push_back(notifier()->porch() ? "porch" : "no porch"); }
+};
 
-using Calls = std::vector<std::string>;
+struct NotifierTest : testing::Test {
+  Ptr<Lamp> lamp = makePtr<Lamp>("hall");
 
-TEST(Notifier, callsOnePerChangeAndNoneForEqualValues) {
-  auto lamp = makePtr<Lamp>("hall");
+  static Ptr<Watcher> watch(const Ptr<Lamp>& lamp) {
+    auto watcher = makePtr<Watcher>();
+    watcher->notifierIs(lamp);
+    return watcher;
+  }
+};
+
+TEST_F(NotifierTest, callsOncePerChangeAndNeverForEqualValues) {
   auto watcher = watch(lamp);
-  lamp->litIs(true);
-  lamp->litIs(true);
+  for (const bool lit : {true, true}) lamp->litIs(lit);
   lamp->colourIs(green);
-  lamp->socketsIs("a", 1);
-  lamp->socketsIs("a", 1);
-  lamp->socketsIs("a", 2);
+  for (const int value : {1, 1, 2}) lamp->socketsIs("a", value);
   EXPECT_TRUE(lamp->socketsDel("a"));
   EXPECT_FALSE(lamp->socketsDel("a"));
-  EXPECT_EQ(watcher->calls, (Calls{"lit", "colour", "socket a", "socket a", "socket a"}));
-}
-
-TEST(Notifier, inactiveReactorsHearNothing) {
-  auto lamp = makePtr<Lamp>("hall");
-  auto watcher = watch(lamp);
   watcher->hasNotificationActiveIs(false);
-  lamp->litIs(true);
-  watcher->hasNotificationActiveIs(true);
-  EXPECT_EQ(watcher->calls, Calls{});
   lamp->litIs(false);
-  EXPECT_EQ(watcher->calls, Calls{"dark"});
+  watcher->hasNotificationActiveIs(true);
+  lamp->litIs(true);
+  EXPECT_EQ(watcher->calls, (Calls{"lit", "colour", "socket a", "socket a", "socket a", "lit"}));
 }
 
-TEST(Notifier, orderIsOrderOfAttachment) {
-  auto lamp = makePtr<Lamp>("hall");
+TEST_F(NotifierTest, reactorsAreCalledInOrderOfAttachmentAndRoundsNest) {
   Calls order;
-  auto first = watch(lamp);
-  auto second = watch(lamp);
+  auto first = watch(lamp), second = watch(lamp);
   first->onLit = [&] { order.push_back("first"); };
   second->onLit = [&] { order.push_back("second"); };
   lamp->litIs(true);
@@ -69,97 +78,60 @@ TEST(Notifier, orderIsOrderOfAttachment) {
   first->notifierIs(lamp);
   lamp->litIs(false);
   EXPECT_EQ(order, (Calls{"first", "second", "second", "first"}));
+  // The inner change reaches both before the outer round goes on; the other then sees the latest value.
+  second->onLit = [&] { lamp->litIs(false); };
+  lamp->litIs(true);
+  EXPECT_EQ(second->calls, (Calls{"lit", "dark", "lit", "dark"}));
+  EXPECT_EQ(first->calls, (Calls{"lit", "dark", "dark", "dark"}));
 }
 
-TEST(Notifier, attachedInsideAHandlerHearsTheNextChangeOnly) {
-  auto lamp = makePtr<Lamp>("hall");
-  auto first = watch(lamp);
+TEST_F(NotifierTest, aHandlerMayAttachDetachAndDestroyReactors) {
+  auto first = watch(lamp), detached = watch(lamp), destroyed = watch(lamp), last = watch(lamp);
   Ptr<Watcher> late;
   first->onLit = [&] {
+    detached->notifierIs(nullptr);
+    destroyed = nullptr;
     if (!late) late = watch(lamp);
   };
   lamp->litIs(true);
-  ASSERT_TRUE(late);
+  EXPECT_EQ(detached->calls, Calls{});
+  EXPECT_EQ(last->calls, Calls{"lit"});
   EXPECT_EQ(late->calls, Calls{});
   lamp->litIs(false);
   EXPECT_EQ(late->calls, Calls{"dark"});
 }
 
-TEST(Notifier, detachedOrDestroyedInsideAHandlerIsNotCalled) {
-  auto lamp = makePtr<Lamp>("hall");
-  auto first = watch(lamp);
-  auto detached = watch(lamp);
-  auto destroyed = watch(lamp);
-  auto last = watch(lamp);
-  first->onLit = [&] {
-    detached->notifierIs(nullptr);
-    destroyed = nullptr;
-  };
-  lamp->litIs(true);
-  EXPECT_EQ(detached->calls, Calls{});
-  EXPECT_EQ(last->calls, Calls{"lit"});
+TEST_F(NotifierTest, aHandlerMayDestroyItselfAndItsNotifier) {
+  auto watcher = watch(lamp), second = watch(lamp);
+  watcher->onLit = [&] { watcher = second = nullptr, lamp = nullptr; };
+  lamp.get()->litIs(true);  // the round itself keeps the lamp until it is over
+  EXPECT_FALSE(watcher || lamp);
+
+  lamp = makePtr<Lamp>("hall");
+  for (const auto* socket : {"a", "b", "c"}) lamp->socketsIs(socket, 1);
+  watcher = watch(lamp);
+  watcher->onSocket = [&] { watcher->notifierIs(nullptr); };
+  Lamp* const raw = lamp.get();
+  lamp = nullptr;
+  raw->socketsDelAll();  // and so does the operation
+  EXPECT_EQ(watcher->calls, Calls{"socket a"});
 }
 
-TEST(Notifier, reactorMayDestroyItselfAndItsNotifier) {
-  auto lamp = makePtr<Lamp>("hall");
-  auto watcher = watch(lamp);
-  auto second = watch(lamp);
-  watcher->onLit = [&] {
-    watcher = nullptr;
-    lamp = nullptr;
-    second = nullptr;
-  };
-  Lamp* raw = lamp.get();
-  raw->litIs(true);  // the round itself keeps the lamp until it is over
-  EXPECT_FALSE(watcher);
-  EXPECT_FALSE(lamp);
-}
-
-TEST(Notifier, settingInsideAHandlerNestsRounds) {
-  auto lamp = makePtr<Lamp>("hall");
-  auto first = watch(lamp);
-  auto second = watch(lamp);
-  first->onLit = [&] { lamp->litIs(false); };
-  lamp->litIs(true);
-  // The inner change reaches both before the outer round goes on; the second then sees the latest value.
-  EXPECT_EQ(first->calls, (Calls{"lit", "dark"}));
-  EXPECT_EQ(second->calls, (Calls{"dark", "dark"}));
-}
-
-TEST(Notifier, deletionReachesTheMembersReactorsBeforeTheOwners) {
-  auto house = makePtr<House>("house");
+TEST_F(NotifierTest, deletionReachesTheMembersReactorsBeforeTheOwners) {
   Calls order;
-  struct HouseWatcher : House::Notifiee {
-    Calls* calls = nullptr;
-    void handleLamp(const Kel::Name& name) override {
-      calls->push_back((notifier()->lampHas(name) ? "added " : "removed ") + name);
-    }
-  };
+  auto house = makePtr<House>("house");
   auto houseWatcher = makePtr<HouseWatcher>();
   houseWatcher->calls = &order;
   houseWatcher->notifierIs(house);
-  auto lamp = house->lampIs("hall");
-  struct LampWatcher : Lamp::Notifiee {
-    Calls* calls = nullptr;
-    void handleDel() override { calls->push_back("del " + notifier()->fullName()); }
-  };
-  auto lampWatcher = makePtr<LampWatcher>();
-  lampWatcher->calls = &order;
-  lampWatcher->notifierIs(lamp);
-  house->lampDel("hall");
-  EXPECT_EQ(order, (Calls{"added hall", "del house.lamp/hall", "removed hall"}));
-  EXPECT_FALSE(lamp->parent());
-}
-
-TEST(Notifier, ownerDeletedInsideItsOwnMembersHandler) {
-  auto house = makePtr<House>("house");
-  auto lamp = house->lampIs("hall");
-  house->lampIs("kitchen");
+  lamp = house->lampIs("hall");
   auto watcher = watch(lamp);
-  watcher->onLit = [&] { house = nullptr; };
-  lamp->litIs(true);
+  watcher->onDel = [&] { order.push_back(watcher->calls.back()); };
+  EXPECT_TRUE(house->lampDel("hall"));
   EXPECT_FALSE(lamp->parent());
-  EXPECT_EQ(lamp->fullName(), "hall");
+  EXPECT_EQ(house->porchIs("lantern"), house->porchIs("lantern"));
+  EXPECT_TRUE(house->porchDel());
+  EXPECT_FALSE(house->porchDel());
+  EXPECT_EQ(order, (Calls{"added hall", "del house.lamp/hall", "removed hall", "porch", "no porch"}));
 }
 
 // Empties itself in its destructor.
@@ -173,86 +145,37 @@ struct Demolished : House {
   }
 };
 
-TEST(Notifier, anObjectThatWasWatchedOnceMayChangeInItsDestructor) {
+TEST_F(NotifierTest, anObjectThatWasWatchedOnceMayChangeInItsDestructor) {
   Demolished::count = 0;
   Ptr<House> house = makePtr<Demolished>("house");
   auto watcher = makePtr<House::Notifiee>();
   watcher->notifierIs(house);
   watcher->notifierIs(nullptr);
-  auto lamp = house->lampIs("hall");
-  house->porchIs("lantern");
-  struct Visitor : Lamp::Notifiee {
-    int calls = 0;
-    void handleDel() override {
-      ++calls;
-      EXPECT_FALSE(notifier()->parent());  // a handle to it now would destroy it once more
-    }
-  };
-  auto visitor = makePtr<Visitor>();
-  visitor->notifierIs(lamp);
+  lamp = house->lampIs("hall");
+  auto visitor = watch(lamp);
+  visitor->onDel = [&] { EXPECT_FALSE(lamp->parent()); };  // a handle to it now would destroy it once more
   house = nullptr;
   EXPECT_EQ(Demolished::count, 1);
-  EXPECT_EQ(visitor->calls, 1);
+  EXPECT_EQ(visitor->calls.size(), 1U);
   EXPECT_FALSE(lamp->parent());
 }
 
-TEST(Notifier, ownerOutlivesTheOperationInWhichItsLastHandleGoes) {
-  struct Wrecker : Lamp::Notifiee {
-    Ptr<House>* house = nullptr;
-    void handleDel() override {
-      *house = nullptr;
-      EXPECT_EQ(Demolished::count, 0);
-    }
-  };
+TEST_F(NotifierTest, ownerOutlivesTheOperationInWhichItsLastHandleGoes) {
   const std::vector<std::function<void(House&)>> operations{
       [](House& house) { house.lampDel("hall"); }, [](House& house) { house.lampDelAll(); },
-      [](House& house) { house.porchDel(); }, [](House& house) { Kel::callOperation(house, "lampDelAll", {}); }};
+      [](House& house) { Kel::callOperation(house, "lampDelAll", {}); }, [](House& house) { house.porchDel(); }};
   for (const auto& operation : operations) {
     Demolished::count = 0;
     Ptr<House> house = makePtr<Demolished>("house");
-    auto wrecker = makePtr<Wrecker>();
-    wrecker->house = &house;
-    wrecker->notifierIs(&operation == &operations[2] ? house->porchIs("hall") : house->lampIs("hall"));
+    auto wrecker = watch(&operation == &operations.back() ? house->porchIs("hall") : house->lampIs("hall"));
+    wrecker->onDel = [&] {
+      house = nullptr;
+      EXPECT_EQ(Demolished::count, 0);
+    };
     house->lampIs("kitchen");
     operation(*house);
     EXPECT_EQ(Demolished::count, 1);
-    EXPECT_FALSE(house);
   }
-}
-
-// As above, but it is the owner's own reactor that lets go of it, between two values.
-TEST(Notifier, ownerOutlivesTheLastOfItsValues) {
-  auto lamp = makePtr<Lamp>("hall");
-  for (const auto* socket : {"a", "b", "c"}) lamp->socketsIs(socket, 1);
-  struct Wrecker : Lamp::Notifiee {
-    Calls calls;
-    void handleSockets(const Kel::Name& name) override {
-      calls.push_back(name);
-      if (calls.size() == 1) notifierIs(nullptr);
-    }
-  };
-  auto wrecker = makePtr<Wrecker>();
-  wrecker->notifierIs(lamp);
-  Lamp* const raw = lamp.get();
-  lamp = nullptr;
-  raw->socketsDelAll();
-  EXPECT_EQ(wrecker->calls, Calls{"a"});
-}
-
-TEST(Notifier, childrenComeAndGoWithNotice) {
-  struct PorchWatcher : House::Notifiee {
-    int calls = 0;
-    void handlePorch() override { ++calls; }
-  };
-  auto house = makePtr<House>("house");
-  auto watcher = makePtr<PorchWatcher>();
-  watcher->notifierIs(house);
-  auto porch = house->porchIs("lantern");
-  EXPECT_EQ(house->porchIs("lantern"), porch);
-  EXPECT_EQ(porch->fullName(), "house.porch");
-  EXPECT_TRUE(house->porchDel());
-  EXPECT_FALSE(house->porchDel());
-  EXPECT_EQ(watcher->calls, 2);
 }
 
 }  // namespace

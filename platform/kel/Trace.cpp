@@ -153,13 +153,6 @@ void TraceConfig::reset() {
   for (auto* handle : registry().handles) handle->levels_ = 1;
 }
 
-std::vector<std::string> TraceConfig::facilities() {
-  std::vector<std::string> names;
-  for (const auto* handle : registry().handles) names.push_back(handle->facility());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 TraceConfig::Sink TraceConfig::sinkIs(Sink sink) {
   return std::exchange(registry().sink, std::move(sink));
 }

@@ -55,7 +55,6 @@ class TraceConfig {
   static void levelsAre(std::string_view text);
   // Back to level 0 for every facility.
   static void reset();
-  static std::vector<std::string> facilities();
 
   using Sink = std::function<void(const TraceHandle&, unsigned level, const std::string& text)>;
   // Replaces the sink and returns the previous one; an empty sink stands for the default (spdlog). Tests catch

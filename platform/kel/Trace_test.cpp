@@ -1,36 +1,40 @@
+// Levels, the ring of function entries, the limit of repeated lines, and the clock that dates them.
+
 #include "kel/Trace.h"
 
-#include <gtest/gtest.h>
-
-#include <sstream>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
 
 #include "kel/Errors.h"
+#include "kel/LineLimit.h"
 #include "kel/System.h"
 
 namespace {
 
+using ::testing::ElementsAre;
+
 struct TraceTest : ::testing::Test {
   Kel::TraceHandle handle{"TraceTest"};
   std::vector<std::string> lines;
-  Kel::TraceConfig::Sink previous =
-      Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle& from, unsigned level, const std::string& text) {
-        lines.push_back(from.facility() + "/" + std::to_string(level) + ": " + text);
-      });
+  Kel::TraceConfig::Sink previous = Kel::TraceConfig::sinkIs([this](auto& from, unsigned level, auto& text) {
+    lines.push_back(from.facility() + "/" + std::to_string(level) + ": " + text);
+  });
   ~TraceTest() override {
     Kel::TraceConfig::sinkIs(previous);
     Kel::TraceConfig::reset();
   }
 };
 
-TEST_F(TraceTest, disabledTracesEvaluateNothing) {
+TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
   int evaluated = 0;
   QTRACE(handle, 2) << ++evaluated;
   QTRACE(handle, 0) << "seen " << ++evaluated;
-  EXPECT_EQ(evaluated, 1);
-  EXPECT_EQ(lines, std::vector<std::string>{"TraceTest/0: seen 1"});
-}
-
-TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
+  EXPECT_THAT(lines, ElementsAre("TraceTest/0: seen 1"));
+  for (const auto* malformed :
+       {"TraceTest", "/3", "TraceTest/10", "TraceTest/a", "TraceTest/1-", "TraceTest/2-1", "TraceTest/2;x"}) {
+    EXPECT_THROW(Kel::TraceConfig::levelsAre(malformed), Kel::RangeException) << malformed;
+    EXPECT_FALSE(handle.enabled(2)) << malformed;
+  }
   Kel::TraceConfig::levelsAre("TraceT*/0-2,8;Other/1");
   EXPECT_TRUE(handle.enabled(0) && handle.enabled(1) && handle.enabled(2) && handle.enabled(8));
   EXPECT_FALSE(handle.enabled(3) || handle.enabled(7));
@@ -41,23 +45,59 @@ TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
   EXPECT_FALSE(handle.enabled(0));
 }
 
-TEST_F(TraceTest, malformedLevelsChangeNothing) {
-  for (const auto* text :
-       {"TraceTest", "/3", "TraceTest/10", "TraceTest/a", "TraceTest/1-", "TraceTest/2-1", "TraceTest/2;x"}) {
-    EXPECT_THROW(Kel::TraceConfig::levelsAre(text), Kel::RangeException) << text;
-    EXPECT_FALSE(handle.enabled(2)) << text;
-  }
-}
-
-TEST_F(TraceTest, ringKeepsTheLatestEntries) {
+TEST_F(TraceTest, ringKeepsTheLatestEntriesAndAssertionsAbortWithTheirText) {
   for (std::uintptr_t i = 0; i < Kel::TraceRing::capacity + 3; ++i) QTRACE_ENTRY(handle, i);
   const auto entries = Kel::TraceRing::entries();
   ASSERT_EQ(entries.size(), Kel::TraceRing::capacity);
-  EXPECT_EQ(entries.front().argument, 3u);
+  EXPECT_EQ(entries.front().argument, 3U);
   EXPECT_EQ(entries.back().argument, Kel::TraceRing::capacity + 2);
-  std::ostringstream out;
-  Kel::TraceRing::write(out);
-  EXPECT_NE(out.str().find(" TraceTest TestBody 0x3\n"), std::string::npos);
+  EXPECT_DEATH(KEL_ASSERT_TEXT(false, "reg_ipForwarding"),
+               "assertion failed: reg_ipForwarding\n(.* TraceTest TestBody 0x.*\n){24}$");
+}
+
+TEST(LineLimit, linesThatDifferInValuesAreOneKindAndOthersPass) {
+  Kel::LineLimit limit;
+  // How many of 100 lines are admitted.
+  const auto admitted = [&](const std::string& source, auto line) {
+    unsigned count = 0;
+    for (unsigned i = 0; i < 100; ++i) count += limit.admits(source, line(i));
+    return count;
+  };
+  const auto reported = [&] {
+    std::vector<std::string> lines;
+    limit.beginPeriod([&](const auto& source, const auto& text) { lines.push_back(source + ": " + text); });
+    return lines;
+  };
+  const auto numbered = [](unsigned i) { return fmt::format("no row {} here", i); };
+  const auto addressed = [](unsigned i) { return fmt::format("no row 'fe80::{:x}:0' here", i); };
+  EXPECT_EQ(admitted("A", numbered), 100U) << "no period yet";
+  EXPECT_THAT(reported(), ElementsAre());
+  EXPECT_EQ(admitted("A", numbered), 3U);
+  EXPECT_EQ(admitted("A", addressed), 3U);
+  EXPECT_TRUE(limit.admits("A", "no row is here"));
+  EXPECT_EQ(admitted("B", numbered), 3U);
+  EXPECT_THAT(reported(), ElementsAre("A: no row 99 here ... repeated 97 times",
+                                      "A: no row 'fe80::63:0' here ... repeated 97 times",
+                                      "B: no row 99 here ... repeated 97 times"));
+  EXPECT_EQ(admitted("A", [](unsigned i) { return std::string(i + 1, 'x'); }), 35U) << "kinds without end";
+  EXPECT_TRUE(limit.admits("B", "x"));
+  EXPECT_THAT(reported(), ElementsAre("A: " + std::string(100, 'x') + " ... and 64 other lines"));
+}
+
+TEST_F(TraceTest, limitPassesWhatTheConfigurationAsksFor) {
+  const Kel::TraceHandle named("LimitTestNamed");
+  Kel::TraceConfig::levelsAre("LimitTestN*/0");
+  Kel::TraceLimit::beginPeriod();
+  const auto passed = [&](const Kel::TraceHandle& from, unsigned level) {
+    unsigned count = 0;
+    for (unsigned i = 0; i < 10; ++i) count += Kel::TraceLimit::admits(from, level, "7");
+    return count;
+  };
+  EXPECT_EQ(passed(handle, 0), 3U);
+  EXPECT_EQ(passed(handle, 2), 10U);
+  EXPECT_EQ(passed(named, 0), 10U);
+  Kel::TraceLimit::beginPeriod();
+  EXPECT_THAT(lines, ElementsAre("TraceTest/0: 7 ... repeated 7 times"));
 }
 
 TEST(System, clockIsInjectableAndOtherwiseSteady) {
@@ -66,10 +106,6 @@ TEST(System, clockIsInjectableAndOtherwiseSteady) {
   EXPECT_EQ(Kel::System::currentTime(), 12.5);
   Kel::System::clockIs({});
   EXPECT_GE(Kel::System::currentTime(), real);
-}
-
-TEST(ErrorsDeathTest, assertionsAbortWithTheirText) {
-  EXPECT_DEATH(KEL_ASSERT_TEXT(false, "reg_ipForwarding"), "assertion failed: reg_ipForwarding");
 }
 
 }  // namespace

@@ -85,19 +85,4 @@ Ptr<PtrInterface> callOperation(PtrInterface& object, std::string_view operation
   }
 }
 
-String describe(const PtrInterface& object) {
-  const auto& type = object.kelTypeInfo();
-  String fields;
-  for (const auto& attribute : type.attributes()) {
-    if (!attribute.read) continue;
-    try {
-      const String value = attribute.read(object).print();
-      fields += fmt::format("{}'{}': {}", fields.empty() ? "" : ", ", attribute.name, value);
-    } catch (const AttributeException&) {
-      continue;  // not readable in the state that the object is in
-    }
-  }
-  return fmt::format("Object('{}', ** {{{}}})", type.name(), fields);
-}
-
 }  // namespace Kel

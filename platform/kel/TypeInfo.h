@@ -1,7 +1,6 @@
 #pragma once
 // Reflection: what a type's attributes are, and how to reach them without knowing the type.
 
-#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -28,23 +27,23 @@ struct AttributeInfo {
   AttributeKind kind;
   String typeName;  // of the value, child or member
 
-  std::function<Value(const PtrInterface&)> read;
-  std::function<Datum(const PtrInterface&)> toDatum;           // stored, values
-  std::function<void(PtrInterface&, const Datum&)> fromDatum;  // stored, values: sets, with notification
+  Value (*read)(const PtrInterface&) = nullptr;
+  Datum (*toDatum)(const PtrInterface&) = nullptr;           // stored, values
+  void (*fromDatum)(PtrInterface&, const Datum&) = nullptr;  // stored, values: sets, with notification
   // reference: sets it; AttributeException when the object is of another type. Null clears.
-  std::function<void(PtrInterface&, const Ptr<PtrInterface>&)> referenceIs;
+  void (*referenceIs)(PtrInterface&, const Ptr<PtrInterface>&) = nullptr;
 
   // child (name ignored) and members: the owned object, or null.
-  std::function<Ptr<PtrInterface>(const PtrInterface&, std::string_view name)> member;
+  Ptr<PtrInterface> (*member)(const PtrInterface&, std::string_view name) = nullptr;
   // Ordered or hashed as the collection is; names are the keys' text forms.
-  std::function<std::vector<String>(const PtrInterface&)> memberNames;
+  std::vector<String> (*memberNames)(const PtrInterface&) = nullptr;
   // Create-or-get with typed constructor parameters.
-  std::function<Ptr<PtrInterface>(PtrInterface&, const std::vector<Value>&)> create;
+  Ptr<PtrInterface> (*create)(PtrInterface&, const std::vector<Value>&) = nullptr;
   // Create-or-get from the key's text form alone; empty when the member needs more than its key.
-  std::function<Ptr<PtrInterface>(PtrInterface&, std::string_view name)> createNamed;
+  Ptr<PtrInterface> (*createNamed)(PtrInterface&, std::string_view name) = nullptr;
   // False when there was no such member.
-  std::function<bool(PtrInterface&, std::string_view name)> remove;
-  std::function<void(PtrInterface&)> removeAll;
+  bool (*remove)(PtrInterface&, std::string_view name) = nullptr;
+  void (*removeAll)(PtrInterface&) = nullptr;
 };
 
 class TypeInfo {
@@ -74,8 +73,5 @@ Value readAttribute(const PtrInterface& object, std::string_view name);
 // when there is no such operation or an argument is of the wrong number or type.
 Ptr<PtrInterface> callOperation(PtrInterface& object, std::string_view operation,
                                 const std::vector<Value>& arguments);
-
-// "Object('<type>', ** {'attr': value, ...})" with every attribute that can be read now.
-String describe(const PtrInterface& object);
 
 }  // namespace Kel

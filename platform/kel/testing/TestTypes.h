@@ -44,4 +44,13 @@ class House : public Kel::Entity {
   KEL_TYPE_END
 };
 
+inline std::string errorOf(auto call) {
+  try {
+    call();
+  } catch (const Kel::Exception& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
 }  // namespace KelTest
