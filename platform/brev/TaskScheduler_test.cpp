@@ -1,125 +1,130 @@
 #include "brev/TaskScheduler.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
 #include <random>
+#include <stdexcept>
 
 #include "brev/testing/TestClock.h"
 #include "kel/Errors.h"
+#include "kel/Trace.h"
 
 namespace Brev {
 namespace {
 
-using Order = SchedulerTest;
-using Batch = SchedulerTest;
-using Yield = SchedulerTest;
+// Tasks whose turns are found by searching all of them. An operation is done to task and model alike.
+class SchedulerModelTest : public SchedulerTest {
+ protected:
+  struct Modelled {
+    Kel::Ptr<TimerTask> task;
+    int queuedAt = 0, waitsSince = 0;  // the step of the operation; 0: neither
+    Kel::Seconds due = 0, period = 0;
+    bool ranInBatch = false;
+  };
 
-TEST_F(Order, urgentTaskScheduledInsideARunGoesNext) {
-  const auto urgent = noting("urgent", 0);
-  const auto late = noting("late", 2);
-  const auto first = task([&](Task&) {
-    ran_.push_back("first");
-    urgent->scheduleTask();
-  });
-  late->scheduleTask();
-  first->scheduleTask();
-  scheduler_->runReady();
-  EXPECT_EQ(taken(), (Names{"first", "urgent", "late"}));
-}
-
-// Random scheduling and cancelling, against a list that is searched for the task whose turn it is.
-TEST_F(Order, agreesWithAModelOverRandomOperations) {
-  std::mt19937 random(20);
-  std::vector<Kel::Ptr<Task>> tasks;
-  for (int i = 0; i < 12; ++i) tasks.push_back(noting(std::to_string(i), i % 4));
-  std::vector<std::size_t> model;  // indices of queued tasks, in order of scheduling
-  for (int step = 0; step < 5000; ++step) {
-    const std::size_t i = random() % tasks.size();
-    const auto queued = std::find(model.begin(), model.end(), i);
-    switch (random() % 8) {
-      case 0: {
-        std::stable_sort(model.begin(), model.end(),
-                         [&](auto a, auto b) { return tasks[a]->priority() < tasks[b]->priority(); });
-        Names expected;
-        for (const auto index : model) expected.push_back(tasks[index]->name());
-        scheduler_->runReady();
-        ASSERT_EQ(taken(), expected) << "step " << step;
-        model.clear();
-        break;
-      }
-      case 1:
-        tasks[i]->cancelTask();
-        if (queued != model.end()) model.erase(queued);
-        break;
-      default:
-        tasks[i]->scheduleTask();
-        if (queued == model.end()) model.push_back(i);
+  SchedulerModelTest() {
+    for (std::size_t i = 0; i < 12; ++i) {
+      all_.push_back({Kel::makePtr<TimerTask>(scheduler_, std::to_string(i), static_cast<int>(i % 4),
+                                              [this, i](Task&) { hasRun(all_[i]); })});
     }
-    ASSERT_EQ(scheduler_->idle(), model.empty());
-    ASSERT_EQ(isReadable(scheduler_->pollFd()), !model.empty());
+  }
+
+  void queue(Modelled& of) {
+    if (of.queuedAt == 0) of.queuedAt = ++step_;
+    of.waitsSince = 0;
+  }
+  void wait(Modelled& of, Kel::Seconds due) {
+    of.due = due;
+    of.waitsSince = ++step_;
+  }
+
+  void randomOperation() {
+    constexpr Kel::Seconds times[] = {0.25, 0.5, 1, 2.5};
+    Modelled& of = all_[random_() % all_.size()];
+    const auto kind = random_() % 8;
+    const Kel::Seconds seconds = times[random_() % 4];
+    if (kind < 4) {
+      if (of.queuedAt == 0) of.due = now_;
+      queue(of);
+      return of.task->scheduleTask();
+    }
+    of.queuedAt = of.waitsSince = 0;
+    of.period = kind == 7 ? seconds : 0;
+    if (kind == 4) return of.task->cancelTask();
+    wait(of, now_ + seconds);
+    if (kind == 7) return of.task->scheduleTaskPeriodic(seconds);
+    of.task->scheduleTaskDelay(seconds);
+  }
+
+  Modelled* next() {
+    Modelled* first = nullptr;
+    for (auto& each : all_) {
+      if (each.queuedAt == 0) continue;
+      const auto turn = [](const Modelled& of) { return std::pair(of.task->priority(), of.queuedAt); };
+      if (first == nullptr || turn(each) < turn(*first)) first = &each;
+    }
+    return first != nullptr && first->ranInBatch ? nullptr : first;
+  }
+
+  void hasRun(Modelled& of) {
+    ASSERT_EQ(&of, next()) << of.task->name() << " at step " << step_;
+    of.ranInBatch = true;
+    of.queuedAt = 0;
+    if (of.period != 0) wait(of, of.due + of.period > now_ ? of.due + of.period : now_ + of.period);
+    if (random_() % 2 == 0) randomOperation();
+  }
+
+  void runBatch() {
+    std::vector<Modelled*> due;
+    for (auto& each : all_) {
+      each.ranInBatch = false;
+      if (each.waitsSince != 0 && each.due <= now_) due.push_back(&each);
+    }
+    std::ranges::sort(due, {}, [](auto* of) { return std::pair(of->due, of->waitsSince); });
+    for (auto* each : due) queue(*each);
+    scheduler_->runReady();
+    ASSERT_EQ(next(), nullptr) << "has not run, step " << step_;
+  }
+
+  std::vector<Modelled> all_;
+  std::mt19937 random_{20};
+  int step_ = 0;
+};
+
+TEST_F(SchedulerModelTest, agreesOverRandomOperationsInsideAndOutsideRuns) {
+  for (int turn = 0; turn < 5000 && !HasFailure(); ++turn) {
+    for (auto count = random_() % 4; count > 0; --count) randomOperation();
+    now_ += 0.25 * static_cast<double>(random_() % 5);
+    runBatch();
+    ASSERT_EQ(scheduler_->idle(), std::ranges::none_of(all_, &Modelled::queuedAt));
+    ASSERT_TRUE(scheduler_->idle() || isReadable(scheduler_->pollFd()));
+    for (const auto& each : all_) ASSERT_EQ(each.task->waiting(), each.waitsSince != 0);
   }
 }
 
-TEST_F(Batch, endsWithTheQuantumAndStaysReadableWhileWorkRemains) {
+TEST_F(SchedulerTest, batchEndsWithTheQuantumOrWhenARequestWaitsButRunsOneTask) {
+  bool waits = false;
   const auto a = noting("a", 1, 0.004), b = noting("b", 1, 0.007), c = noting("c", 1, 0.001);
   for (const auto& t : {a, b, c}) t->scheduleTask();
+  EXPECT_EQ(ranInOneBatch(), (Names{"a", "b"}));
   EXPECT_TRUE(isReadable(scheduler_->pollFd()));
-  EXPECT_TRUE(scheduler_->runReady());
-  EXPECT_EQ(taken(), (Names{"a", "b"}));
-  EXPECT_TRUE(isReadable(scheduler_->pollFd()));
-  EXPECT_FALSE(scheduler_->runReady());
-  EXPECT_EQ(taken(), Names{"c"});
+  EXPECT_EQ(ranInOneBatch(), Names{"c"});
   EXPECT_FALSE(isReadable(scheduler_->pollFd()));
   EXPECT_TRUE(scheduler_->idle());
+  scheduler_->requestWaitsIs([&] { return waits = !waits; });
+  for (const auto& t : {c, a}) t->scheduleTask();
+  EXPECT_EQ(ranInOneBatch(), Names{"c"});
+  EXPECT_EQ(ranInOneBatch(), Names{"a"});
 }
 
-TEST_F(Batch, runsOneTaskEvenWhileRequestsWait) {
-  bool waits = true;
-  scheduler_->requestWaitsIs([&] { return waits; });
-  const auto a = noting("a"), b = noting("b"), c = noting("c");
-  for (const auto& t : {a, b, c}) t->scheduleTask();
-  scheduler_->runReady();
-  EXPECT_EQ(taken(), Names{"a"});
-  waits = false;
-  scheduler_->runReady();
-  EXPECT_EQ(taken(), (Names{"b", "c"}));
-}
-
-// The clock stands still here: what ends these batches is that no task runs twice in one.
-TEST_F(Batch, tasksThatScheduleThemselvesOrEachOtherGiveTheLoopItsTurn) {
-  Kel::Ptr<Task> ping, pong;
-  ping = task([&](Task& self) {
-    ran_.push_back("ping");
-    self.scheduleTask();
-    pong->scheduleTask();
-  });
-  pong = task([&](Task&) {
-    ran_.push_back("pong");
-    ping->scheduleTask();
-  });
-  ping->scheduleTask();
-  EXPECT_TRUE(scheduler_->runReady());
-  EXPECT_EQ(taken(), Names{"ping"});
-  EXPECT_TRUE(scheduler_->runReady());
-  EXPECT_EQ(taken(), (Names{"ping", "pong"}));
-  EXPECT_TRUE(isReadable(scheduler_->pollFd()));
-}
-
-TEST_F(Batch, runReadyInsideATaskDoesNothing) {
-  const auto other = noting("other", 2);
-  const auto outer = task([&](Task&) {
-    other->scheduleTask();
-    EXPECT_TRUE(scheduler_->runReady());
-    ran_.push_back("outer");
-  });
-  outer->scheduleTask();
-  scheduler_->runReady();
-  EXPECT_EQ(taken(), (Names{"outer", "other"}));
-}
-
-TEST_F(Yield, longPassResumesFromItsBookmarkUntilDone) {
+TEST_F(SchedulerTest, longPassResumesFromItsBookmarkUntilDone) {
   int bookmark = 0;
+  const auto between = noting("between");
   const auto pass = task([&](Task& self) {
-    ran_.push_back("pass");
+    EXPECT_TRUE(self.taskCurrentlyRunning() && scheduler_->runningTask() == &self);
+    EXPECT_EQ(scheduler_->runReady(), !scheduler_->idle()) << "does nothing in here";
     for (; bookmark < 100; ++bookmark) {
       if (self.taskShouldYield()) {
         self.scheduleTask();
@@ -128,46 +133,27 @@ TEST_F(Yield, longPassResumesFromItsBookmarkUntilDone) {
       now_ += 0.0011;
       self.taskWorkCountInc();
     }
+    EXPECT_FALSE(between->taskShouldYield());
     self.taskWorkPendingIs(static_cast<std::uint64_t>(100 - bookmark));
   });
-  const auto between = noting("between");
   pass->scheduleTask();
   between->scheduleTask();
-  scheduler_->runReady();
+  EXPECT_EQ(ranInOneBatch(), Names{});
   EXPECT_EQ(bookmark, 10);
   EXPECT_EQ(pass->workPending(), 90U);
+  pass->quantumIs(0.025);
   while (scheduler_->runReady()) {
   }
+  EXPECT_EQ(ran_, Names{"between"});
   EXPECT_EQ(bookmark, 100);
   EXPECT_EQ(pass->workCount(), 100U);
-  EXPECT_EQ(pass->workPending(), 0U);
-  EXPECT_EQ(pass->runCount(), 10U);
+  EXPECT_EQ(pass->runCount(), 5U);
   EXPECT_NEAR(pass->totalSeconds(), 0.110, 1e-5);
-  EXPECT_NEAR(pass->longestRunSeconds(), 0.011, 1e-5);
-  EXPECT_EQ(std::count(ran_.begin(), ran_.end(), "between"), 1);
-  EXPECT_EQ(ran_[1], "between");
+  EXPECT_NEAR(pass->longestRunSeconds(), 0.0253, 1e-5);
+  EXPECT_FALSE(pass->taskCurrentlyRunning() || pass->taskShouldYield());
 }
 
-TEST_F(Yield, ownQuantumCountsFromTheStartOfTheRun) {
-  std::vector<bool> answers;
-  const auto slow = noting("slow", 0, 0.009);
-  const auto patient = task([&](Task& self) {
-    for (int i = 0; i < 4; ++i) {
-      answers.push_back(self.taskShouldYield());
-      now_ += 0.01;
-    }
-  });
-  patient->quantumIs(0.025);
-  slow->scheduleTask();
-  patient->scheduleTask();
-  scheduler_->runReady();
-  EXPECT_EQ(answers, (std::vector<bool>{false, false, false, true}));
-  EXPECT_THROW(patient->quantumIs(0), Kel::RangeException);
-  EXPECT_THROW(patient->quantumIs(std::nan("")), Kel::RangeException);
-  EXPECT_EQ(patient->quantum(), 0.025);
-}
-
-TEST_F(Yield, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered) {
+TEST_F(SchedulerTest, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered) {
   int asked = 0;
   bool waits = false;
   scheduler_->requestWaitsIs([&] {
@@ -175,20 +161,16 @@ TEST_F(Yield, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered) {
     return waits;
   });
   const auto pass = task([&](Task& self) {
-    waits = true;
-    EXPECT_FALSE(self.taskShouldYield());
+    const auto yields = [&](bool isWaiting, double intervals) {
+      waits = isWaiting;
+      now_ += intervals * TaskScheduler::requestCheckInterval;
+      return self.taskShouldYield();
+    };
+    EXPECT_FALSE(yields(true, 0));
     EXPECT_EQ(asked, 0);
-    waits = false;
-    now_ += 2 * TaskScheduler::requestCheckInterval;
-    EXPECT_FALSE(self.taskShouldYield());
-    EXPECT_FALSE(self.taskShouldYield());
+    EXPECT_FALSE(yields(false, 2) || yields(true, 0));
     EXPECT_EQ(asked, 1);
-    waits = true;
-    now_ += 2 * TaskScheduler::requestCheckInterval;
-    EXPECT_TRUE(self.taskShouldYield());
-    waits = false;
-    now_ += 2 * TaskScheduler::requestCheckInterval;
-    EXPECT_TRUE(self.taskShouldYield());
+    EXPECT_TRUE(yields(true, 2) && yields(false, 2));
     EXPECT_EQ(asked, 2);
   });
   pass->scheduleTask();
@@ -196,22 +178,92 @@ TEST_F(Yield, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered) {
   EXPECT_GE(asked, 2);
 }
 
-TEST_F(Yield, onlyTheRunningTaskIsRunning) {
-  const auto other = noting("other");
-  const auto self = task([&](Task& me) {
-    EXPECT_TRUE(me.taskCurrentlyRunning());
-    EXPECT_EQ(scheduler_->runningTask(), &me);
-    EXPECT_FALSE(other->taskCurrentlyRunning());
-    now_ += 1;
-    EXPECT_TRUE(me.taskShouldYield());
-    EXPECT_FALSE(other->taskShouldYield());
+// The test's clock stands: only the descriptor's own timer moves.
+TEST_F(SchedulerTest, descriptorFollowsTheEarliestTimerAndDoesNotSpin) {
+  const auto year = noting("year"), soon = noting("soon");
+  year->scheduleTaskDelay(365.0 * 86400 * 1000);
+  EXPECT_FALSE(isReadable(scheduler_->pollFd()));
+  soon->scheduleTaskDelay(0.3);  // so long that a busy machine cannot make the second wait part of the first
+  EXPECT_TRUE(isReadable(scheduler_->pollFd(), 5000));
+  EXPECT_FALSE(scheduler_->runReady());
+  EXPECT_FALSE(isReadable(scheduler_->pollFd())) << "armed again";
+  EXPECT_TRUE(isReadable(scheduler_->pollFd(), 5000));
+  soon->cancelTask();
+  EXPECT_FALSE(isReadable(scheduler_->pollFd()));
+  soon->scheduleTaskDelay(0);
+  EXPECT_TRUE(isReadable(scheduler_->pollFd(), 5000));
+  EXPECT_EQ(ranInOneBatch(), Names{"soon"});
+  EXPECT_FALSE(isReadable(scheduler_->pollFd()));
+}
+
+TEST_F(SchedulerTest, badArgumentsAreRefusedAndChangeNothing) {
+  const auto timer = noting("timer");
+  timer->scheduleTaskDelay(1);
+  for (const Kel::Seconds bad : {-0.1, std::numeric_limits<Kel::Seconds>::infinity(), std::nan("")}) {
+    EXPECT_THROW(timer->scheduleTaskDelay(bad), Kel::RangeException);
+    EXPECT_THROW(timer->scheduleTaskPeriodic(bad), Kel::RangeException);
+  }
+  EXPECT_THROW(timer->scheduleTaskPeriodic(0), Kel::RangeException);
+  for (const Kel::Seconds bad : {0.0, std::nan("")}) EXPECT_THROW(timer->quantumIs(bad), Kel::RangeException);
+  EXPECT_EQ(timer->quantum(), TaskScheduler::defaultQuantum);
+  EXPECT_EQ(timer->due(), now_ + 1);
+  EXPECT_THROW(Task({}, "lost", 1, [](Task&) {}), Kel::RangeException);
+  EXPECT_THROW(Task(scheduler_, "empty", 1, {}), Kel::RangeException);
+  EXPECT_EQ(scheduler_->tasks().size(), 1U);
+}
+
+TEST_F(SchedulerTest, whatIsDestroyedInsideARunDoesNotRun) {
+  const auto witness = std::make_shared<int>(7);
+  auto queued = noting("queued", 2), sameQueue = noting("same queue"), timer = noting("timer", 2),
+       waiting = noting("waiting");
+  const auto survivor = noting("survivor", 3);
+  Kel::Ptr<Task> killer = task([&, kept = witness](Task& self) {
+    queued = sameQueue = timer = waiting = nullptr;
+    self.scheduleTask();
+    killer.reset();
+    ran_.push_back(self.name() + std::to_string(*kept));
   });
-  self->scheduleTask();
-  EXPECT_FALSE(self->taskCurrentlyRunning());
-  scheduler_->runReady();
-  EXPECT_EQ(self->runCount(), 1U);
-  EXPECT_FALSE(self->taskCurrentlyRunning());
-  EXPECT_FALSE(self->taskShouldYield());
+  EXPECT_EQ(witness.use_count(), 2);
+  for (const auto& each : {killer, Kel::Ptr<Task>(queued), Kel::Ptr<Task>(sameQueue)}) each->scheduleTask();
+  timer->scheduleTaskDelay(0);
+  waiting->scheduleTaskDelay(1);
+  survivor->scheduleTask();
+  EXPECT_EQ(ranInOneBatch(), (Names{"task7", "survivor"}));
+  EXPECT_EQ(witness.use_count(), 1) << "the function went with its task";
+  now_ += 2;
+  EXPECT_EQ(ranInOneBatch(), Names{});
+  EXPECT_EQ(scheduler_->tasks().size(), 1U);
+  Kel::Ptr<Task> last = task([&](Task& self) {
+    scheduler_.reset();
+    last.reset();
+    self.scheduleTask();
+    ran_.push_back("ran");
+  });
+  last->scheduleTask();
+  scheduler_.get()->runReady();
+  EXPECT_EQ(ran_, Names{"ran"});
+  EXPECT_EQ(last, nullptr);
+}
+
+TEST_F(SchedulerTest, exceptionIsTracedWithTheNameAndTheRestRuns) {
+  Names lines;
+  const auto previous = Kel::TraceConfig::sinkIs([&](const Kel::TraceHandle& handle, unsigned level, auto& text) {
+    lines.push_back(handle.facility() + "/" + std::to_string(level) + ": " + text);
+  });
+  const auto bad = Kel::makePtr<Task>(scheduler_, "route backlog", 0, [&](Task&) {
+    now_ += 0.002;
+    throw std::runtime_error("table is gone");
+  });
+  const auto odd = task([](Task&) { throw 42; });
+  const auto good = noting("good");
+  for (const auto& each : {bad, odd, Kel::Ptr<Task>(good)}) each->scheduleTask();
+  EXPECT_EQ(ranInOneBatch(), Names{"good"});
+  Kel::TraceConfig::sinkIs(previous);
+  EXPECT_EQ(lines, (Names{"TaskScheduler/0: task \"route backlog\" ended with an exception: table is gone",
+                          "TaskScheduler/0: task \"task\" ended with an exception of unknown type"}));
+  EXPECT_EQ(scheduler_->runningTask(), nullptr);
+  EXPECT_EQ(bad->runCount(), 1U);
+  EXPECT_NEAR(bad->totalSeconds(), 0.002, 1e-5);
 }
 
 }  // namespace

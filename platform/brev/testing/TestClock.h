@@ -1,5 +1,5 @@
 #pragma once
-// For the tests of this folder: a clock that only the test moves, and a scheduler that starts by it.
+// A clock that only the test moves, and a scheduler that runs by it.
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -26,25 +26,24 @@ class SchedulerTest : public testing::Test {
   ~SchedulerTest() override { Kel::System::clockIs({}); }
 
   // A task that notes its name when it runs and takes `cost` seconds for it.
-  Kel::Ptr<Task> noting(const std::string& name, int priority = 1, Kel::Seconds cost = 0) {
-    return Kel::makePtr<Task>(scheduler_, name, priority, [this, cost](Task& task) {
+  Kel::Ptr<TimerTask> noting(const std::string& name, int priority = 1, Kel::Seconds cost = 0) {
+    return Kel::makePtr<TimerTask>(scheduler_, name, priority, [this, cost](Task& task) {
       ran_.push_back(task.name());
       now_ += cost;
     });
   }
-  Kel::Ptr<TimerTask> notingTimer(const std::string& name, int priority = 1) {
-    return Kel::makePtr<TimerTask>(scheduler_, name, priority, [this](Task& task) { ran_.push_back(task.name()); });
-  }
-  Kel::Ptr<Task> task(Task::Function function, int priority = 1) {
-    return Kel::makePtr<Task>(scheduler_, "task", priority, std::move(function));
+  Kel::Ptr<Task> task(Task::Function function) {
+    return Kel::makePtr<Task>(scheduler_, "task", 1, std::move(function));
   }
 
-  // What ran since the last call.
-  std::vector<std::string> taken() { return std::exchange(ran_, {}); }
   using Names = std::vector<std::string>;
+  Names ranInOneBatch() {
+    scheduler_->runReady();
+    return std::exchange(ran_, {});
+  }
 
   Kel::Seconds now_ = 1'700'000'000;
-  std::vector<std::string> ran_;
+  Names ran_;
   Kel::Ptr<TaskScheduler> scheduler_ = Kel::makePtr<TaskScheduler>();
 };
 
