@@ -4,6 +4,7 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 
@@ -51,58 +52,51 @@ class ConfigTest : public ::testing::Test {
   }
 };
 
-TEST_F(ConfigTest, disabledObjectsAddUpAndAreResetByTheNextReading) {
-  EXPECT_FALSE(SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables"));
-  read("quorinDisableObjects route-tables\n");
+TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
+  read(
+      "quorinDisableObjects route-tables\nquorinKernelIpHeader strict\nquorinKernelIpHeader any\n"
+      "quorinManagementInterfaces eth0 red/eth1\nquorinManagementInterfaces eth2\nquorinRouteCountInterval 5\n"
+      "quorinStore /store\nquorinNetnsDir /ns\n");
   const auto kept = SnmpUtil::getSnmpConfig();
-  EXPECT_TRUE(SnmpUtil::objectsDisabled(kept, "route-tables"));
-  read("# nothing\n");
-  EXPECT_FALSE(SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables"));
-  EXPECT_TRUE(SnmpUtil::objectsDisabled(kept, "route-tables")) << "a configuration in hand must not change";
+  for (const bool isReset : {false, true}) {
+    if (isReset) read("# nothing\n");
+    // The configuration in hand does not change.
+    EXPECT_TRUE(SnmpUtil::objectsDisabled(kept, "route-tables"));
+    EXPECT_TRUE(kept->takesAnyKernelIpHeader());
+    EXPECT_THAT(kept->managementInterfaces(),
+                ElementsAre(Vantu::IntfId("eth0"), Vantu::IntfId("eth2"), Vantu::IntfId("red/eth1")));
+    EXPECT_EQ(kept->routeCountInterval(), 5U);
+    EXPECT_EQ(kept->storeDirectory() + kept->netnsDirectory(), "/store/ns");
+  }
+  const auto now = SnmpUtil::getSnmpConfig();
+  EXPECT_FALSE(SnmpUtil::objectsDisabled(now, "route-tables") || now->takesAnyKernelIpHeader());
+  EXPECT_THAT(now->managementInterfaces(), IsEmpty());
+  EXPECT_EQ(now->routeCountInterval(), 60U);
+  EXPECT_EQ(now->storeDirectory() + now->netnsDirectory(), "");
   EXPECT_THAT(logged(), IsEmpty());
 }
 
 TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
-  read(
-      "\nquorinDisableObjects no-such-group\nquorinTrace nonsense\nquorinTraceOutput relative.log\n"
-      "quorinDisableObjects route-tables\n");
-  ASSERT_EQ(logged().size(), 3U);
-  EXPECT_THAT(logged()[0], HasSubstr(path() + ": line 2: Error: quorinDisableObjects: there is no object group "
-                                              "'no-such-group'; known are: route-tables"));
-  EXPECT_THAT(logged()[1], HasSubstr(path() + ": line 3: Error: quorinTrace: "));
-  EXPECT_THAT(logged()[1], HasSubstr("nonsense"));
-  EXPECT_THAT(logged()[2],
-              HasSubstr("line 4: Error: quorinTraceOutput: 'relative.log' is neither stderr nor syslog"));
+  const std::vector<std::array<std::string, 2>> faults = {
+      {"quorinDisableObjects no-such-group", "there is no object group 'no-such-group'; known are: route-tables"},
+      {"quorinTrace nonsense", "trace setting 'nonsense'"},
+      {"quorinTraceOutput relative.log", "'relative.log' is neither stderr nor syslog nor an absolute path"},
+      {"quorinKernelIpHeader some", "'some' is neither any nor strict"},
+      {"quorinStore store", "'store' is not an absolute path"},
+      {"quorinNetnsDir ns", "'ns' is not an absolute path"},
+      {"quorinRouteCountInterval 0", "'0' is no number of seconds from 1 to 86400"},
+      {"quorinRouteCountInterval 86401", "'86401' is no number of seconds"},
+      {"quorinRouteCountInterval 5s", "'5s' is no number of seconds"}};
+  std::string file;
+  for (const auto& [line, fault] : faults) file += line + "\n";
+  read(file + "quorinDisableObjects route-tables\n");
+  ASSERT_EQ(logged().size(), faults.size());
+  for (std::size_t i = 0; i < faults.size(); ++i) {
+    const auto& [line, fault] = faults[i];
+    EXPECT_THAT(logged()[i], HasSubstr(path() + ": line " + std::to_string(i + 1) +
+                                       ": Error: " + line.substr(0, line.find(' ')) + ": " + fault));
+  }
   EXPECT_TRUE(SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables"));
-}
-
-TEST_F(ConfigTest, kernelIpHeaderIsStrictUnlessTheLastLineSaysAny) {
-  const auto takesAny = [] { return SnmpUtil::getSnmpConfig()->takesAnyKernelIpHeader(); };
-  EXPECT_FALSE(takesAny());
-  read("quorinKernelIpHeader any\nquorinKernelIpHeader some\n");
-  EXPECT_TRUE(takesAny());
-  ASSERT_EQ(logged().size(), 1U);
-  EXPECT_THAT(logged()[0], HasSubstr("line 2: Error: quorinKernelIpHeader: 'some' is neither any nor strict"));
-  read("quorinKernelIpHeader any\nquorinKernelIpHeader strict\n");
-  EXPECT_FALSE(takesAny());
-}
-
-TEST_F(ConfigTest, routeCountIntervalIsAMinuteUnlessAWholeNumberIsGiven) {
-  const auto interval = [] { return SnmpUtil::getSnmpConfig()->routeCountInterval(); };
-  read("quorinRouteCountInterval 5\n");
-  EXPECT_EQ(interval(), 5U);
-  read("quorinRouteCountInterval 0\nquorinRouteCountInterval 86401\nquorinRouteCountInterval 5s\n");
-  EXPECT_EQ(interval(), 60U);
-  ASSERT_EQ(logged().size(), 3U);
-  EXPECT_THAT(logged()[2], HasSubstr("line 3: Error: quorinRouteCountInterval: '5s' is no number of seconds"));
-}
-
-TEST_F(ConfigTest, managementInterfacesAddUp) {
-  read("quorinManagementInterfaces eth0 red/eth1\nquorinManagementInterfaces eth2\n");
-  EXPECT_THAT(SnmpUtil::getSnmpConfig()->managementInterfaces(),
-              ElementsAre(Vantu::IntfId("eth0"), Vantu::IntfId("eth2"), Vantu::IntfId("red/eth1")));
-  read("");
-  EXPECT_THAT(SnmpUtil::getSnmpConfig()->managementInterfaces(), IsEmpty());
 }
 
 TEST_F(ConfigTest, traceLevelsAndOutputFollowTheFile) {

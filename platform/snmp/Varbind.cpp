@@ -28,10 +28,6 @@ bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType, cons
   return snmp_set_var_typed_value(variable, asnType, wide.data(), count * sizeof(oid)) == 0;
 }
 
-std::vector<oid> netsnmpOid(const ObjectIdentifier& identifier) {
-  return {identifier.begin(), identifier.end()};
-}
-
 ObjectIdentifier objectIdentifier(std::span<const oid> words) {
   ObjectIdentifier identifier;
   for (const oid word : words) {

@@ -9,7 +9,6 @@
 #include <net-snmp/net-snmp-includes.h>
 
 #include <span>
-#include <vector>
 
 #include "snmp/ObjectIdentifier.h"
 
@@ -22,9 +21,7 @@ namespace Snmp {
 [[nodiscard]] bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType,
                                   const unsigned char* bytes, int length);
 
-// The identifier as net-snmp's own functions take it, for registrations and printing.
-std::vector<oid> netsnmpOid(const ObjectIdentifier& identifier);
-// The reverse. Throws Kel::RangeException for a sub-identifier above 32 bits or more of them than SNMP allows.
+// An identifier of net-snmp's as one of ours. Throws Kel::RangeException for a sub-identifier above 32 bits or more of them than SNMP allows.
 ObjectIdentifier objectIdentifier(std::span<const oid> words);
 
 }  // namespace Snmp

@@ -4,9 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <thread>
+#include <iterator>
 
 #include "kel/Errors.h"
 
@@ -17,13 +18,6 @@ ino_t presentNs() {
   struct stat present {};
   EXPECT_EQ(stat("/proc/thread-self/ns/net", &present), 0);
   return present.st_ino;
-}
-
-int interfaceLines() {
-  std::ifstream file("/proc/thread-self/net/dev");
-  int lines = 0;
-  for (std::string line; std::getline(file, line);) ++lines;
-  return lines - 2;  // two lines of heading
 }
 
 std::string errorOf(const char* nsName) {
@@ -56,14 +50,9 @@ class NetNs : public testing::Test {
 
 TEST_F(NetNs, switchesTheCallingThreadThereAndBack) {
   setNsByName(name_.c_str());
-  const auto inside = presentNs();
-  EXPECT_NE(inside, start_);
-  EXPECT_EQ(interfaceLines(), 1);  // a new namespace has its loopback only
-  std::thread([&] {
-    setNsByName("default");
-    EXPECT_EQ(presentNs(), start_);
-  }).join();
-  EXPECT_EQ(presentNs(), inside);
+  EXPECT_NE(presentNs(), start_);
+  std::ifstream devices("/proc/thread-self/net/dev");
+  EXPECT_EQ(std::count(std::istreambuf_iterator<char>(devices), {}, '\n'), 3) << "two of heading, and the loopback";
   setNsByName("default");
   EXPECT_EQ(presentNs(), start_);
 }
@@ -80,12 +69,6 @@ TEST_F(NetNs, guardComesBackToWhereItWasMade) {
     EXPECT_EQ(presentNs(), inside);
     EXPECT_THROW(NetNsGuard("ns-that-is-not-there"), Kel::Exception);
     EXPECT_EQ(presentNs(), inside);
-  }
-  EXPECT_EQ(presentNs(), start_);
-  try {
-    const NetNsGuard guard(name_);
-    throw std::runtime_error("left by an exception");
-  } catch (const std::runtime_error&) {
   }
   EXPECT_EQ(presentNs(), start_);
 }
@@ -105,13 +88,8 @@ TEST(NetNsNames, unknownOrUnusableNamesSayWhatIsMissing) {
             "No such file or directory; check that the namespace exists (ip netns list)");
   for (const char* name : {"", ".", "..", "../netns", "ns-a/b"}) EXPECT_NE(errorOf(name), "") << name;
   EXPECT_THROW(NetNsGuard(std::string("default\0x", 9)), Kel::Exception);
-}
-
-TEST(NetNsNames, vrfNamesMapToNamespaces) {
-  EXPECT_EQ(nsNameOfVrf("default"), "default");
-  EXPECT_EQ(nsNameOfVrf(""), "default");
-  EXPECT_EQ(nsNameOfVrf("red"), "ns-red");
-  EXPECT_EQ(vrfOfNsName("ns-red"), "red");
+  for (const char* vrf : {"", "default"}) EXPECT_EQ(nsNameOfVrf(vrf), "default");
+  EXPECT_EQ(vrfOfNsName(nsNameOfVrf("red")), "red");
   EXPECT_EQ(vrfOfNsName("red"), std::nullopt);
 }
 

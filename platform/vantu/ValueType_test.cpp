@@ -1,19 +1,21 @@
-// What holds for every value type: each list of samples is in the order that an SNMP manager sees, and every sample
-// survives its text form and serves as a key.
+// What holds for every value type (each list of samples is in the order that an SNMP manager sees, and every sample
+// survives its text form and serves as a key), and what is particular to one.
 #include <fmt/format.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <boost/unordered/unordered_flat_map.hpp>
-#include <sstream>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
 #include "kel/Errors.h"
+#include "vantu/DynamicTunnelIntfId.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
 #include "vantu/Ip6Prefix.h"
 #include "vantu/IpGenAddr.h"
+#include "vantu/MgmtIntfId.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteDistinguisher.h"
 #include "vantu/ValueConcept.h"
@@ -101,26 +103,24 @@ using AllTypes = testing::Types<IpAddr, Ip6Addr, IpGenAddr, IpAddrWithMask, Ip6A
                                 IntfId, EthAddr, RouteDistinguisher>;
 TYPED_TEST_SUITE(ValueTypeTest, AllTypes);
 
-TYPED_TEST(ValueTypeTest, samplesAreOrderedAndDistinct) {
+TYPED_TEST(ValueTypeTest, samplesAreOrderedKeysWithExactTexts) {
   const auto texts = samples<TypeParam>().ascending;
+  std::unordered_map<TypeParam, std::size_t> standard;
+  boost::unordered_flat_map<TypeParam, std::size_t> flat;
   for (std::size_t i = 0; i < texts.size(); ++i) {
+    const auto a = TypeParam::fromString(texts[i]);
+    EXPECT_EQ(testing::PrintToString(a), texts[i]);
+    standard[a] = flat[a] = i;
     for (std::size_t j = 0; j < texts.size(); ++j) {
-      const auto a = TypeParam::fromString(texts[i]);
       const auto b = TypeParam::fromString(texts[j]);
       EXPECT_EQ(a <=> b, i <=> j) << texts[i] << " and " << texts[j];
       EXPECT_EQ(a == b, i == j) << texts[i] << " and " << texts[j];
     }
   }
   EXPECT_EQ(TypeParam(), TypeParam::fromString(texts.front()));
-}
-
-TYPED_TEST(ValueTypeTest, textFormsAreExactAndStreamed) {
-  for (const auto* text : samples<TypeParam>().ascending) {
-    const auto value = TypeParam::fromString(text);
-    EXPECT_EQ(value.stringValue(), text);
-    std::ostringstream out;
-    out << value;
-    EXPECT_EQ(out.str(), text);
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    EXPECT_EQ(standard.at(TypeParam::fromString(texts[i])), i);
+    EXPECT_EQ(flat.at(TypeParam::fromString(texts[i])), i);
   }
 }
 
@@ -138,17 +138,103 @@ TYPED_TEST(ValueTypeTest, malformedTextIsRefusedAndNamed) {
   }
 }
 
-TYPED_TEST(ValueTypeTest, servesAsKeyOfHashedContainers) {
-  std::unordered_map<TypeParam, std::string> standard;
-  boost::unordered_flat_map<TypeParam, std::string> flat;
-  for (const auto* text : samples<TypeParam>().ascending) {
-    standard[TypeParam::fromString(text)] = text;
-    flat[TypeParam::fromString(text)] = text;
+// Checks netmask and mask of each length against a count of bits.
+template <class Address>
+void expectMasksBitByBit(const Address& sample) {
+  for (unsigned length = 0; length <= Address::bits; ++length) {
+    const auto netmask = Address::netmask(length).bytes(), masked = sample.mask(length).bytes();
+    for (unsigned bit = 0; bit < Address::bits; ++bit) {
+      const auto isSet = [bit](const auto& bytes) { return (bytes[bit / 8] >> (7 - bit % 8) & 1) != 0; };
+      ASSERT_EQ(isSet(netmask), bit < length) << "length " << length << " bit " << bit;
+      ASSERT_EQ(isSet(masked), bit < length && isSet(sample.bytes())) << "length " << length << " bit " << bit;
+    }
   }
-  EXPECT_EQ(flat.size(), samples<TypeParam>().ascending.size());
-  for (const auto* text : samples<TypeParam>().ascending) {
-    EXPECT_EQ(standard.at(TypeParam::fromString(text)), text);
-    EXPECT_EQ(flat.at(TypeParam::fromString(text)), text);
+  EXPECT_THROW(Address::netmask(Address::bits + 1), Kel::RangeException);
+  EXPECT_THROW(sample.mask(Address::bits + 1), Kel::RangeException);
+}
+
+TEST(Addresses, masksKeepTheMostSignificantBits) {
+  expectMasksBitByBit(IpAddr(0xA5C3960F));
+  expectMasksBitByBit(Ip6Addr::fromString("a5c3:960f:1234:8765:dead:beef:7fff:8001"));
+}
+
+template <class T>
+void expectBytes(const char* text, const decltype(T().bytes())& bytes) {
+  const auto value = T::fromString(text);
+  EXPECT_EQ(value.bytes(), bytes) << text;
+  EXPECT_EQ(T::fromBytes(value.bytes()), value) << text;
+  EXPECT_THROW(T::fromBytes(std::span(bytes).first(3)), Kel::RangeException);
+}
+
+TEST(Addresses, bytesAreInNetworkOrderAndComeBack) {
+  expectBytes<IpAddr>("10.1.2.3", {10, 1, 2, 3});
+  EXPECT_EQ(IpAddr::fromString("10.1.2.3").value(), 0x0A010203U);
+  expectBytes<Ip6Addr>("2001:db8::7", {0x20, 1, 0x0d, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+  expectBytes<EthAddr>("02:00:5E:10:00:0A", {2, 0, 0x5E, 0x10, 0, 10});
+  expectBytes<RouteDistinguisher>("65000:1", {0, 0, 0xFD, 0xE8, 0, 0, 0, 1});
+  expectBytes<RouteDistinguisher>("10.0.0.1:258", {0, 1, 10, 0, 0, 1, 1, 2});
+  expectBytes<RouteDistinguisher>("4200000000:7", {0, 2, 0xFA, 0x56, 0xEA, 0, 0, 7});
+  for (const auto* text : {"1.10:7", "65546:7"}) expectBytes<RouteDistinguisher>(text, {0, 2, 0, 1, 0, 10, 0, 7});
+  EXPECT_TRUE(RouteDistinguisher(RouteDistinguisher::Bytes{}).isSet()) << "zero is not unset";
+  for (const RouteDistinguisher::Bytes unknown : {RouteDistinguisher::Bytes{0, 3}, {1, 0}}) {
+    EXPECT_THROW(RouteDistinguisher::fromBytes(unknown), Kel::RangeException);
+  }
+  EXPECT_THROW(RouteDistinguisher::fromAs(65536, 65536), Kel::RangeException);
+}
+
+TEST(Addresses, generalAddressKeepsItsFamilyAndLinkLocalRangesEndWhereTheyEnd) {
+  for (const char* text : {"169.254.0.0", "169.254.255.255", "fe80::", "fe80::1", "febf:ffff::1"}) {
+    EXPECT_TRUE(IpGenAddr::fromString(text).isLinkLocal()) << text;
+  }
+  for (const char* text : {"", "169.253.255.255", "169.255.0.0", "10.0.0.1", "fe7f:ffff::", "fec0::", "::1"}) {
+    EXPECT_FALSE(IpGenAddr::fromString(text).isLinkLocal()) << text;
+  }
+  const IpGenAddr v4 = IpAddr::fromString("10.0.0.1"), v6 = Ip6Addr::fromString("::a00:1"), unset;
+  EXPECT_TRUE(v4.af() == ipv4_ && v6.af() == ipv6_ && unset.af() == unknown_);
+  EXPECT_EQ(v4.v4().stringValue(), "10.0.0.1");
+  EXPECT_EQ(v6.v6(), Ip6Addr::fromString("::10.0.0.1"));
+  EXPECT_THROW(v4.v6(), Kel::RangeException);
+  EXPECT_THROW(v6.v4(), Kel::RangeException);
+  EXPECT_THROW(unset.v4(), Kel::RangeException);
+  EXPECT_TRUE(IpGenAddr(IpAddr()).isZero());
+  EXPECT_FALSE(v4.isZero() || v6.isZero());
+}
+
+TEST(Prefixes, addressWithMaskKeepsHostBitsAndPrefixClearsOrRefusesThem) {
+  const auto value = IpAddrWithMask::fromString("10.1.2.3/20");
+  EXPECT_EQ(value.address().stringValue(), "10.1.2.3");
+  EXPECT_EQ(value.netmask().stringValue(), "255.255.240.0");
+  EXPECT_EQ(value.prefix().stringValue(), "10.1.0.0");
+  const Prefix prefix(value.address(), value.length());
+  EXPECT_EQ(prefix.stringValue(), "10.1.0.0/20");
+  EXPECT_EQ(prefix, Prefix::fromString("10.1.15.255/20"));
+  EXPECT_EQ(prefix, Prefix(prefix.addrWithMask()));
+  EXPECT_EQ(Ip6Prefix(Ip6Addr::fromString("2001:db8:ffff::1"), 33).stringValue(), "2001:db8:8000::/33");
+  // The eight bits that hold a length must not make 256 + 8 a length of 8.
+  EXPECT_THROW(IpAddrWithMask(IpAddr(), 264), Kel::RangeException);
+  EXPECT_THROW(Prefix(IpAddr(), 33), Kel::RangeException);
+  EXPECT_THAT([] { const Ip6Prefix refused(Ip6AddrWithMask::fromString("2001:db8::1/64")); },
+              testing::ThrowsMessage<Kel::RangeException>("Prefix::validAsPrefix != true not allowed"));
+}
+
+TEST(IntfIds, kindIsReadAfterTheLastSlashOrConfigured) {
+  EXPECT_FALSE(IntfId("").isValid());
+  EXPECT_TRUE(IntfId("/").isValid());
+  MgmtIntfId::configuredIs({IntfId("eth9")});
+  MgmtIntfId::configuredIs({IntfId("eth0"), IntfId("red/eth1"), IntfId()});
+  for (const char* id : {"Management1", "red/Management1", "a/b/Management0", "eth0", "red/eth0", "red/eth1"}) {
+    EXPECT_TRUE(MgmtIntfId::isMgmtIntfId(IntfId(id))) << id;
+  }
+  for (const char* id : {"", "red/", "eth1", "blue/eth1", "eth00", "eth9", "Ethernet1", "management1",
+                         "Management/eth1", "xManagement1", "DynamicTunnel1"}) {
+    EXPECT_FALSE(MgmtIntfId::isMgmtIntfId(IntfId(id))) << id;
+  }
+  MgmtIntfId::configuredIs({});
+  for (const char* id : {"DynamicTunnel1.7", "red/DynamicTunnel1"}) {
+    EXPECT_TRUE(DynamicTunnelIntfId::isDynamicTunnelIntfId(IntfId(id))) << id;
+  }
+  for (const char* id : {"", "Tunnel1", "DynamicTunnel1/eth0", "Management1"}) {
+    EXPECT_FALSE(DynamicTunnelIntfId::isDynamicTunnelIntfId(IntfId(id))) << id;
   }
 }
 
