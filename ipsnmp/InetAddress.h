@@ -5,7 +5,7 @@
 #include "kel/ValueType.h"
 #include "snmp/String.h"
 #include "vantu/IntfId.h"
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 #include "varnix/IpVersion.h"
 
 namespace IpSnmp {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "kel/Errors.h"
-#include "vantu/Af.h"
+#include "vantu/IpAddr.h"
 #include "vantu/NetNs.h"
 
 namespace Mirror {

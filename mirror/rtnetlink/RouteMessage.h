@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 
 namespace Mirror {
 

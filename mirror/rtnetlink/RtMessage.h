@@ -15,7 +15,7 @@
 #include "kel/Errors.h"
 #include "mirror/rtnetlink/RouteMessage.h"
 #include "vantu/EthAddr.h"
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 #include "varnix/Interface.h"
 
 namespace Mirror {

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "vantu/EthAddr.h"
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 
 namespace Mirror::Test {
 

@@ -19,7 +19,7 @@
 
 #include "mirror/vrf/VrfIds.h"
 #include "mirror/vrf/VrfSettings.h"
-#include "vantu/Af.h"
+#include "vantu/IpAddr.h"
 
 namespace Mirror {
 

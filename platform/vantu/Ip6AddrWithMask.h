@@ -2,7 +2,7 @@
 // An IPv6 address with a prefix length of 0 to 128; see AddrWithMask.h.
 
 #include "vantu/AddrWithMask.h"
-#include "vantu/Ip6Addr.h"
+#include "vantu/IpAddr.h"
 
 namespace Vantu {
 

@@ -3,6 +3,9 @@
 #include <arpa/inet.h>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <boost/container_hash/hash.hpp>
+
 #include "kel/Errors.h"
 
 namespace Vantu {
@@ -38,6 +41,97 @@ Kel::String IpAddr::stringValue() const {
   const in_addr address{htonl(value_)};
   char text[INET_ADDRSTRLEN];
   return inet_ntop(AF_INET, &address, text, sizeof text);
+}
+
+Ip6Addr Ip6Addr::fromString(std::string_view text) {
+  Bytes parsed{};
+  // inet_pton stops at a NUL, so a text that has one inside must not get there.
+  if (text.find('\0') != std::string_view::npos ||
+      inet_pton(AF_INET6, std::string(text).c_str(), parsed.data()) != 1) {
+    throw Kel::RangeException(fmt::format(
+        "Ip6Addr: {:?} is not an IPv6 address; expected a form such as 2001:db8::1, without a zone", text));
+  }
+  return Ip6Addr(parsed);
+}
+
+Ip6Addr Ip6Addr::fromBytes(std::span<const std::uint8_t> bytes) {
+  Bytes copied{};
+  if (bytes.size() != copied.size()) {
+    throw Kel::RangeException(fmt::format("Ip6Addr: {} bytes are not an IPv6 address; expected 16", bytes.size()));
+  }
+  std::copy(bytes.begin(), bytes.end(), copied.begin());
+  return Ip6Addr(copied);
+}
+
+Ip6Addr Ip6Addr::netmask(unsigned length) {
+  if (length > bits) {
+    throw Kel::RangeException(
+        fmt::format("Ip6Addr: prefix length {} is out of range; expected 0 to {}", length, bits));
+  }
+  Bytes mask{};
+  for (auto& byte : mask) {
+    const unsigned here = std::min(length, 8U);
+    byte = static_cast<std::uint8_t>(0xFF00U >> here);
+    length -= here;
+  }
+  return Ip6Addr(mask);
+}
+
+Ip6Addr Ip6Addr::mask(unsigned length) const {
+  Ip6Addr result = netmask(length);
+  for (std::size_t i = 0; i < bytes_.size(); ++i) result.bytes_[i] &= bytes_[i];
+  return result;
+}
+
+Kel::String Ip6Addr::stringValue() const {
+  char text[INET6_ADDRSTRLEN];
+  return inet_ntop(AF_INET6, bytes_.data(), text, sizeof text);
+}
+
+std::size_t Ip6Addr::hash() const {
+  std::array<std::uint64_t, 2> halves;
+  std::memcpy(halves.data(), bytes_.data(), bytes_.size());
+  return boost::hash_value(halves);
+}
+
+IpGenAddr IpGenAddr::fromString(std::string_view text) {
+  if (text.empty()) return {};
+  // Every IPv6 form has a colon and no IPv4 form has one.
+  if (text.find(':') == std::string_view::npos) return IpAddr::fromString(text);
+  return Ip6Addr::fromString(text);
+}
+
+IpAddr IpGenAddr::v4() const {
+  if (af_ != ipv4_) wrongFamily(ipv4_);
+  return v4_;
+}
+
+const Ip6Addr& IpGenAddr::v6() const {
+  if (af_ != ipv6_) wrongFamily(ipv6_);
+  return v6_;
+}
+
+void IpGenAddr::wrongFamily(Af wanted) const {
+  throw Kel::RangeException(fmt::format("IpGenAddr: '{}' was asked for as {}, but its family is {}", stringValue(),
+                                        afName(wanted), afName(af_)));
+}
+
+Kel::String IpGenAddr::stringValue() const {
+  switch (af_) {
+    case ipv4_:
+      return v4_.stringValue();
+    case ipv6_:
+      return v6_.stringValue();
+    case unknown_:
+      break;
+  }
+  return {};
+}
+
+std::size_t IpGenAddr::hash() const {
+  std::size_t seed = af_;
+  boost::hash_combine(seed, af_ == ipv4_ ? v4_.hash() : v6_.hash());
+  return seed;
 }
 
 }  // namespace Vantu

@@ -14,7 +14,7 @@
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
 #include "vantu/Ip6Prefix.h"
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 #include "vantu/MgmtIntfId.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteDistinguisher.h"

@@ -10,7 +10,7 @@
 #include "quillo/Corruption.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 #include "vantu/VrfId.h"
 
 namespace Arp {

@@ -9,7 +9,7 @@
 
 #include "kel/Errors.h"
 #include "vantu/IntfId.h"
-#include "vantu/IpGenAddr.h"
+#include "vantu/IpAddr.h"
 
 namespace Quillo::Fib {
 
