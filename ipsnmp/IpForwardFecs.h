@@ -4,7 +4,7 @@
 
 #include "kel/Entity.h"
 #include "quillo/fecs/FecRouteList.h"
-#include "vantu/IpAddrWithMask.h"
+#include "vantu/Prefix.h"
 
 namespace IpSnmp {
 

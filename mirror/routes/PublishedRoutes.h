@@ -10,7 +10,6 @@
 
 #include "quillo/Publisher.h"
 #include "quillo/tables/Fec.h"
-#include "vantu/Ip6Prefix.h"
 #include "vantu/Prefix.h"
 #include "vantu/VrfId.h"
 

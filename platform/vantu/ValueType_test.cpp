@@ -13,7 +13,6 @@
 #include "vantu/DynamicTunnelIntfId.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
-#include "vantu/Ip6Prefix.h"
 #include "vantu/IpAddr.h"
 #include "vantu/MgmtIntfId.h"
 #include "vantu/Prefix.h"

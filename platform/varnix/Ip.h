@@ -8,7 +8,7 @@
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/IntfId.h"
-#include "vantu/IpAddrWithMask.h"
+#include "vantu/Prefix.h"
 #include "vantu/RouteDistinguisher.h"
 #include "varnix/L3.h"
 #include "varnix/VrfName.h"

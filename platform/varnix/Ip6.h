@@ -4,7 +4,7 @@
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/IntfId.h"
-#include "vantu/Ip6AddrWithMask.h"
+#include "vantu/Prefix.h"
 #include "varnix/L3.h"
 
 namespace Ip6 {

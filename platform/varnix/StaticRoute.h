@@ -6,7 +6,6 @@
 
 #include "kel/Errors.h"
 #include "kel/ValueType.h"
-#include "vantu/Ip6Prefix.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteTypes.h"
 

@@ -13,7 +13,6 @@
 #include "quillo/Corruption.h"
 #include "quillo/StoreException.h"
 #include "quillo/tables/Fec.h"
-#include "vantu/Ip6Prefix.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteTypes.h"
 

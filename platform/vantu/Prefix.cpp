@@ -1,4 +1,4 @@
-#include "vantu/AddrWithMask.h"
+#include "vantu/Prefix.h"
 
 #include <fmt/format.h>
 
@@ -6,8 +6,6 @@
 #include <charconv>
 
 #include "kel/Errors.h"
-#include "vantu/Ip6AddrWithMask.h"
-#include "vantu/IpAddrWithMask.h"
 
 namespace Vantu {
 
@@ -51,5 +49,19 @@ std::size_t AddrWithMask<Address>::hash() const {
 
 template class AddrWithMask<IpAddr>;
 template class AddrWithMask<Ip6Addr>;
+
+template <class Address>
+BasicPrefix<Address>::BasicPrefix(const AddrWithMask<Address>& value) : value_(value) {
+  if (!value.validAsPrefix()) throw Kel::RangeException("Prefix::validAsPrefix != true not allowed");
+}
+
+template <class Address>
+BasicPrefix<Address> BasicPrefix<Address>::fromString(std::string_view text) {
+  const auto value = AddrWithMask<Address>::fromString(text);
+  return {value.address(), value.length()};
+}
+
+template class BasicPrefix<IpAddr>;
+template class BasicPrefix<Ip6Addr>;
 
 }  // namespace Vantu
