@@ -1,7 +1,7 @@
 #include "ipsnmp/IpForwardMib.h"
 
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "vantu/DynamicTunnelIntfId.h"
+#include "vantu/IntfId.h"
 
 KEL_TYPE_DEFINE(IpSnmp::IpForwardMib)
 

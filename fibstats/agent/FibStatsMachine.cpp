@@ -4,7 +4,7 @@
 
 #include "kel/Errors.h"
 #include "kel/Trace.h"
-#include "vantu/MgmtIntfId.h"
+#include "vantu/IntfId.h"
 
 namespace FibStatsSnmp {
 namespace {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "fibstats/agent/testing/TestFibStats.h"
-#include "vantu/MgmtIntfId.h"
+#include "vantu/IntfId.h"
 
 namespace FibStatsSnmp {
 namespace {

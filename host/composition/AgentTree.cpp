@@ -1,7 +1,7 @@
 #include "host/composition/AgentTree.h"
 
 #include "snmp/SnmpUtil.h"
-#include "vantu/MgmtIntfId.h"
+#include "vantu/IntfId.h"
 
 namespace Host {
 namespace {

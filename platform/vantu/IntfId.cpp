@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "kel/Errors.h"
 
 namespace Vantu {
@@ -17,6 +19,35 @@ std::string_view IntfId::localName() const {
   const std::string_view text = text_;
   const auto slash = text.rfind('/');
   return slash == std::string_view::npos ? text : text.substr(slash + 1);
+}
+
+namespace {
+
+std::set<IntfId>& configuredIds() {
+  static std::set<IntfId> ids;
+  return ids;
+}
+
+}  // namespace
+
+bool MgmtIntfId::isMgmtIntfId(const IntfId& intfId) {
+  const auto localName = intfId.localName();
+  if (localName.starts_with("Management")) return true;
+  const auto& ids = configuredIds();
+  return !ids.empty() && (ids.contains(intfId) || ids.contains(IntfId(localName)));
+}
+
+const std::set<IntfId>& MgmtIntfId::configured() {
+  return configuredIds();
+}
+
+void MgmtIntfId::configuredIs(std::set<IntfId> intfIds) {
+  intfIds.erase(IntfId());
+  configuredIds() = std::move(intfIds);
+}
+
+bool DynamicTunnelIntfId::isDynamicTunnelIntfId(const IntfId& intfId) {
+  return intfId.localName().starts_with("DynamicTunnel");
 }
 
 }  // namespace Vantu

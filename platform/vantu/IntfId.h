@@ -2,6 +2,8 @@
 // The identifier of an interface: "Ethernet1", or "red/eth0" for an interface of VRF red. Any text of 1 to 255
 // bytes is valid; the empty id (the default) stands for "no interface" and is not valid. Ordered by unsigned bytes.
 
+#include <set>
+
 #include "vantu/ValueConcept.h"
 
 namespace Vantu {
@@ -28,6 +30,24 @@ class IntfId {
 
  private:
   Kel::String text_;
+};
+
+// Which interfaces are management interfaces: those whose own name (IntfId::localName) begins with "Management",
+// and those named in the configuration.
+class MgmtIntfId {
+ public:
+  static bool isMgmtIntfId(const IntfId& intfId);
+
+  // The configured ids, for the whole process; empty at start. A member names an interface by its whole id
+  // ("red/eth0": that one) or by its own name ("eth0": in every VRF).
+  static const std::set<IntfId>& configured();
+  static void configuredIs(std::set<IntfId> intfIds);
+};
+
+// Which interfaces are dynamic tunnels: those whose own name (IntfId::localName) begins with "DynamicTunnel".
+class DynamicTunnelIntfId {
+ public:
+  static bool isDynamicTunnelIntfId(const IntfId& intfId);
 };
 
 }  // namespace Vantu

@@ -10,11 +10,9 @@
 #include <vector>
 
 #include "kel/Errors.h"
-#include "vantu/DynamicTunnelIntfId.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
 #include "vantu/IpAddr.h"
-#include "vantu/MgmtIntfId.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteDistinguisher.h"
 #include "vantu/ValueConcept.h"

@@ -1,9 +1,0 @@
-#include "vantu/DynamicTunnelIntfId.h"
-
-namespace Vantu {
-
-bool DynamicTunnelIntfId::isDynamicTunnelIntfId(const IntfId& intfId) {
-  return intfId.localName().starts_with("DynamicTunnel");
-}
-
-}  // namespace Vantu
