@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "snmp/AutoRegistree.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Host {
 

@@ -13,7 +13,7 @@
 #include <map>
 #include <vector>
 
-#include "snmp/AutoRegistree.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Host {
 

@@ -21,7 +21,6 @@
 #include "kel/Name.h"
 #include "kel/Trace.h"
 #include "modules/frame/NetSnmp.h"
-#include "snmp/AutoRegistree.h"
 #include "snmp/HandlerRegistration.h"
 
 namespace Modules {

@@ -4,7 +4,7 @@
 
 #include "kel/Errors.h"
 #include "kel/Trace.h"
-#include "snmp/AutoRegistree.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Snmp {
 

@@ -5,9 +5,9 @@
 #include <memory>
 
 #include "kel/Errors.h"
-#include "snmp/AutoRegistree.h"
 #include "snmp/CBoundary.h"
 #include "snmp/Contexts.h"
+#include "snmp/HandlerRegistration.h"
 #include "snmp/MibContexts.h"
 #include "snmp/SnmpUtil.h"
 

@@ -15,6 +15,8 @@
 //
 // The framework enters the module once per SNMP context and leaves it once per context (snmp/Contexts.h).
 
+#include <vector>
+
 #include "kel/Name.h"
 
 namespace Snmp {
@@ -33,6 +35,23 @@ class HandlerRegistration {
   virtual void exitHandler(Kel::String context) = 0;
   // Under which the module calls registerMibContext, and by which modules are ordered. Must not change.
   virtual const char* name() const = 0;
+};
+
+// Announces a module to the framework while it exists: made at load, gone at unload. A module must not be unloaded
+// while a context is entered: net-snmp would go on calling its handlers.
+class AutoRegistree {
+ public:
+  // `registration` is not owned and must outlive this object.
+  explicit AutoRegistree(HandlerRegistration* registration);
+  ~AutoRegistree();
+  AutoRegistree(const AutoRegistree&) = delete;
+  AutoRegistree& operator=(const AutoRegistree&) = delete;
+
+  // Every announced module, in order of name.
+  static std::vector<HandlerRegistration*> registrations();
+
+ private:
+  HandlerRegistration* registration_;
 };
 
 }  // namespace Snmp

@@ -1,4 +1,4 @@
-#include "snmp/AutoRegistree.h"
+#include "snmp/HandlerRegistration.h"
 
 #include <algorithm>
 #include <string_view>
