@@ -7,7 +7,7 @@
 #include "modules/frame/Scalar.h"
 #include "modules/testing/TestAgent.h"
 #include "modules/testing/TestIpTree.h"
-#include "snmp/MibContexts.h"
+#include "snmp/Contexts.h"
 
 namespace {
 

@@ -11,7 +11,6 @@
 #include "modules/testing/TestAgent.h"
 #include "modules/testing/TestReference.h"
 #include "snmp/Contexts.h"
-#include "snmp/MibContexts.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include "modules/frame/Enterprise.h"
 #include "modules/testing/TestReference.h"
 #include "modules/testing/TestTableTraces.h"
-#include "snmp/MibContexts.h"
+#include "snmp/Contexts.h"
 
 namespace {
 

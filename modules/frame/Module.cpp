@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "snmp/MibContexts.h"
+#include "snmp/Contexts.h"
 #include "snmp/Precedence.h"
 
 namespace Modules {

@@ -1,6 +1,8 @@
 #include "snmp/Contexts.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 
 #include "kel/Errors.h"
 #include "kel/Trace.h"
@@ -15,6 +17,11 @@ namespace {
 void leaveModules(const Kel::String& context, const std::vector<HandlerRegistration*>& modules) {
   QTRACE(contextsTrace, 1) << "leaving context \"" << context << "\"";
   for (auto module = modules.rbegin(); module != modules.rend(); ++module) (*module)->exitHandler(context);
+}
+
+std::map<Kel::String, std::set<Kel::String>>& modulesByContext() {
+  static auto* const map = new std::map<Kel::String, std::set<Kel::String>>;
+  return *map;
 }
 
 }  // namespace
@@ -70,6 +77,30 @@ void Contexts::leaveLast() {
   const Entered leaving = std::move(entered_.back());
   entered_.pop_back();
   leaveModules(leaving.name, leaving.modules);
+}
+
+void registerMibContext(const Kel::String& context, const Kel::String& moduleName) {
+  modulesByContext()[context].insert(moduleName);
+}
+
+void unregisterMibContext(const Kel::String& context, const Kel::String& moduleName) {
+  auto& all = modulesByContext();
+  const auto found = all.find(context);
+  if (found == all.end()) return;
+  found->second.erase(moduleName);
+  if (found->second.empty()) all.erase(found);
+}
+
+std::vector<Kel::String> mibContexts() {
+  std::vector<Kel::String> contexts;
+  for (const auto& [context, modules] : modulesByContext()) contexts.push_back(context);
+  return contexts;
+}
+
+std::vector<Kel::String> mibContextModules(const Kel::String& context) {
+  const auto found = modulesByContext().find(context);
+  if (found == modulesByContext().end()) return {};
+  return {found->second.begin(), found->second.end()};
 }
 
 }  // namespace Snmp

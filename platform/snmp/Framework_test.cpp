@@ -8,7 +8,6 @@
 #include "snmp/CBoundary.h"
 #include "snmp/Contexts.h"
 #include "snmp/HandlerRegistration.h"
-#include "snmp/MibContexts.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {
