@@ -9,7 +9,7 @@
 #include "ipsnmp/testing/TestRoutes.h"
 #include "modules/testing/TestReference.h"
 #include "modules/testing/TestTableTraces.h"
-#include "snmp/ConfigTokens.h"
+#include "snmp/Config.h"
 
 namespace {
 

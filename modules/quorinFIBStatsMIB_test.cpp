@@ -11,7 +11,7 @@
 #include "modules/frame/Enterprise.h"
 #include "modules/testing/TestReference.h"
 #include "modules/testing/TestTableTraces.h"
-#include "snmp/ConfigTokens.h"
+#include "snmp/Config.h"
 
 namespace {
 

@@ -22,7 +22,7 @@
 #include "host/composition/AgentLog.h"
 #include "kel/Errors.h"
 #include "kel/Trace.h"
-#include "snmp/ConfigTokens.h"
+#include "snmp/Config.h"
 #include "snmp/Precedence.h"
 
 namespace Host {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "host/composition/AgentLog.h"
-#include "snmp/ConfigTokens.h"
+#include "snmp/Config.h"
 #include "swfwdstats/SwFwdStats.h"
 #include "vantu/NetNs.h"
 

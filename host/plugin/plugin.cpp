@@ -19,7 +19,7 @@
 #include "host/plugin/SnmpdLoop.h"
 #include "kel/LineLimit.h"
 #include "snmp/CBoundary.h"
-#include "snmp/ConfigTokens.h"
+#include "snmp/Config.h"
 #include "snmp/Precedence.h"
 
 namespace Host {

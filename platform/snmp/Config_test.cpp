@@ -1,5 +1,7 @@
 // The settings as net-snmp reads them from a configuration file.
 
+#include "snmp/Config.h"
+
 #include <gmock/gmock.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -9,7 +11,6 @@
 #include <fstream>
 
 #include "kel/Trace.h"
-#include "snmp/ConfigTokens.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {

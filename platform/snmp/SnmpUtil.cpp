@@ -1,6 +1,6 @@
 #include "snmp/SnmpUtil.h"
 
-#include "snmp/ConfigTokens.h"
+#include "snmp/Config.h"
 
 namespace SnmpUtil {
 

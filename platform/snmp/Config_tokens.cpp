@@ -1,5 +1,3 @@
-#include "snmp/ConfigTokens.h"
-
 #include <fmt/format.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -8,6 +6,7 @@
 #include <sstream>
 
 #include "kel/Errors.h"
+#include "snmp/Config.h"
 
 namespace Snmp {
 
