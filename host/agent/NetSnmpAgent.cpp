@@ -23,7 +23,7 @@
 #include "kel/Errors.h"
 #include "kel/Trace.h"
 #include "snmp/Config.h"
-#include "snmp/Precedence.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Host {
 

@@ -1,13 +1,12 @@
 // Our tables and scalars in an agent that has modules of its own for them.
 
-#include "snmp/Precedence.h"
-
 #include <gmock/gmock.h>
 
 #include "modules/frame/NetSnmp.h"
 #include "modules/testing/TestAgent.h"
 #include "modules/testing/TestIpTree.h"
 #include "snmp/Contexts.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "kel/Trace.h"
 #include "snmp/CBoundary.h"
-#include "snmp/Precedence.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Host {
 

@@ -20,7 +20,7 @@
 #include "kel/LineLimit.h"
 #include "snmp/CBoundary.h"
 #include "snmp/Config.h"
-#include "snmp/Precedence.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Host {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "snmp/Contexts.h"
-#include "snmp/Precedence.h"
+#include "snmp/HandlerRegistration.h"
 
 namespace Modules {
 

@@ -12,7 +12,7 @@
 #include "modules/frame/HeldEntity.h"
 #include "modules/frame/SeekGate.h"
 #include "modules/frame/TableDescription.h"
-#include "snmp/Precedence.h"
+#include "snmp/HandlerRegistration.h"
 #include "snmp/SnmpUtil.h"
 
 namespace Modules {

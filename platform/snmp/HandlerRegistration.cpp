@@ -1,5 +1,10 @@
 #include "snmp/HandlerRegistration.h"
 
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
 #include <algorithm>
 #include <string_view>
 
@@ -13,6 +18,9 @@ std::vector<HandlerRegistration*>& announced() {
   static auto* const list = new std::vector<HandlerRegistration*>;
   return *list;
 }
+
+constexpr int priorityBeforeDefault = 100;
+bool isTakingPrecedence = false;
 
 }  // namespace
 
@@ -30,6 +38,18 @@ std::vector<HandlerRegistration*> AutoRegistree::registrations() {
     return std::string_view(a->name()) < std::string_view(b->name());
   });
   return sorted;
+}
+
+bool takesPrecedence() {
+  return isTakingPrecedence;
+}
+
+void takesPrecedenceIs(bool takes) {
+  isTakingPrecedence = takes;
+}
+
+int registrationPriority() {
+  return isTakingPrecedence ? priorityBeforeDefault : DEFAULT_MIB_PRIORITY;
 }
 
 }  // namespace Snmp
