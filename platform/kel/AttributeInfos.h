@@ -7,10 +7,10 @@
 #include <optional>
 
 #include "kel/Collection.h"
-#include "kel/KeyText.h"
 #include "kel/Notifier.h"
 #include "kel/Operations.h"
 #include "kel/TypeInfo.h"
+#include "kel/Value.h"
 
 namespace Kel {
 

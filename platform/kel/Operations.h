@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "kel/Collection.h"
-#include "kel/KeyText.h"
 #include "kel/Notifier.h"
+#include "kel/Value.h"
 
 namespace Kel {
 
