@@ -21,7 +21,7 @@
 //
 // Damage that is met while reading is reported to the table; what was not read stays as it is.
 
-#include "brev/OwnedTask.h"
+#include "brev/TimerTask.h"
 #include "fibstats/FibStatsMib.h"
 #include "fibstats/agent/CountedFamily.h"
 #include "fibstats/agent/PrefixRouteTypes.h"

@@ -21,7 +21,7 @@
 
 #include <absl/container/btree_set.h>
 
-#include "brev/OwnedTask.h"
+#include "brev/TimerTask.h"
 #include "ipsnmp/IpForwardMib.h"
 #include "quillo/tables/RouteScan.h"
 
