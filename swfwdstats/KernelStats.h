@@ -3,7 +3,7 @@
 // swfwdstats/SwFwdStats.h.
 
 #include "kel/Name.h"
-#include "swfwdstats/SwFwdStatsData.h"
+#include "swfwdstats/Counter.h"
 
 namespace Ip {
 

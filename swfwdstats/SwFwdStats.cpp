@@ -2,7 +2,6 @@
 
 #include "kel/Trace.h"
 #include "snmp/SnmpUtil.h"
-#include "swfwdstats/FwdStatsBogon.h"
 #include "swfwdstats/KernelStats.h"
 #include "vantu/NetNs.h"
 

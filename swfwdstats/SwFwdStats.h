@@ -22,9 +22,9 @@
 // knows (224 characters with the line end). The setting quorinKernelIpHeader any (Snmp::Config) has it take a longer
 // one that begins with the names that it knows.
 
-#include "kel/Attribute.h"
+#include "kel/Entity.h"
 #include "kel/System.h"
-#include "swfwdstats/SwFwdStatsData.h"
+#include "swfwdstats/Counter.h"
 #include "varnix/IpVersion.h"
 #include "varnix/VrfName.h"
 
@@ -90,5 +90,18 @@ Kel::Ptr<SwFwdStats> swFwdStatsFactory(Ip::IpVersion ipVersion, Kel::Name vrfNam
 // For the operator, one line: the running kernel's header line is not of the length that the reader insists on, and
 // quorinKernelIpHeader any would help. Empty when that setting is in effect or makes no difference.
 Kel::String kernelIpHeaderAdvice();
+
+// A container of software-forwarding statistics by IP version, for whoever has no MIB cache to keep them in.
+class FwdStatsBogon : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip::FwdStatsBogon", FwdStatsBogon, Kel::Entity)
+ public:
+  KEL_NAMED(FwdStatsBogon, Kel::Entity)
+  KEL_MEMBERS(Hashed, Ip::IpVersion, Ip::SwFwdStats, bogon, Bogon)
+  KEL_TYPE_END_DECLARE
+
+ public:
+  // Tells the observers of a key, as every change of the collection does.
+  void bogonNotify(Ip::IpVersion ipVersion) { KEL_NOTIFY_KEY(Bogon, ipVersion); }
+};
 
 }  // namespace Ip

@@ -11,7 +11,6 @@
 
 #include "kel/Trace.h"
 #include "swfwdstats/Counter.h"
-#include "swfwdstats/FwdStatsBogon.h"
 #include "swfwdstats/KernelStats.h"
 
 namespace Ip {
