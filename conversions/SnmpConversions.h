@@ -35,7 +35,7 @@ int RouteDistinguisherToAsnOctetString(const Vantu::RouteDistinguisher& distingu
 // active(1), or inactive(2) for every other state.
 int VrfStateToAsnInteger(const Ip::VrfState& state, unsigned char* buffer, int length);
 
-// The number of the type, 0 to 5. Any other aborts: nobody may make one.
+// The number of the type, 0 to 5. Any other number is a programming error and aborts.
 int NhgTypeToAsnInteger(const Routing::NexthopGroup::NexthopGroupType& type, unsigned char* buffer, int length);
 
 // ipNetToPhysicalType (RFC 4293): local(5) for a link-local address, whatever else is known of the entry; otherwise
@@ -52,6 +52,6 @@ int PhysicalStateToAsnInteger(const Ip::IpVersion& version, unsigned char* buffe
 int IpAddressPrefixEntryToAsnOid(Kel::Ptr<IpSnmp::IpAddressPrefixEntry const> entry, unsigned char* buffer,
                                  int length);
 
-// `value` points to a `netsnmp_variable_list`. Throws Kel::RangeException as AsnIntegerToS32 does; a number that is
-// no IP version is returned as it is, for it may still stand in an index.
+// `value` points to a `netsnmp_variable_list`. Throws Kel::RangeException as AsnIntegerToS32 does; a number that is no
+// IP version is returned as it is, since an index may hold it.
 Ip::IpVersion AsnIntegerToIpVersion(void* value);

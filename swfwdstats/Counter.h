@@ -1,5 +1,6 @@
 #pragma once
-// The counters of the software-forwarding statistics: a snapshot of all, those that have a name in /proc/net/snmp6 (net/ipv6/proc.c of the kernel), and how to find one by it.
+// The counters of the software-forwarding statistics: the snapshot of all, and the lookup of those that have a name in
+// /proc/net/snmp6 (net/ipv6/proc.c of the kernel).
 //
 //   if (const Ip::Counter* counter = Ip::counter("Ip6InReceives", 13)) counter->write(data, 5);
 

@@ -1,6 +1,6 @@
 #pragma once
 // The software-forwarding statistics of one VRF and IP version: the kernel's IP counters of the VRF's network
-// namespace, read when somebody asks.
+// namespace, read on request.
 //
 // Each counter accessor first makes sure that the snapshot is at most half a second old, so a request for many
 // columns costs one reading. A reading goes to
@@ -11,9 +11,9 @@
 // | `/proc/net/netstat`  | IPv4 | `PROC_NET_NETSTAT`                            |
 // | `/proc/net/snmp6`    | IPv6 | `PROC_NET_SNMP6`                              |
 //
-// inside the namespace "ns-<VRF>"; the thread is in "default" again when it ends, whatever came of it. A variable is
-// looked up once a process. What cannot be read is traced (facility "IpSwFwdStats"), and leaves the snapshot as it
-// was: the last good values, or zeros. That its namespace cannot be entered is traced once, until it can be.
+// inside the namespace "ns-<VRF>". The thread is back in "default" afterwards, also when the reading fails. A variable
+// is looked up once a process. What cannot be read is traced (facility "IpSwFwdStats"), and leaves the snapshot as it
+// was: the last good values, or zeros. A namespace that cannot be entered is traced once, until it was entered again.
 //
 // A VRF without a namespace of its own (hasNamespaceIs) is a VRF device: the kernel counts its packets in the default
 // VRF's files, and cannot tell them apart. Nothing is read for it, and all its counters are 0.
@@ -91,7 +91,7 @@ Kel::Ptr<SwFwdStats> swFwdStatsFactory(Ip::IpVersion ipVersion, Kel::Name vrfNam
 // quorinKernelIpHeader any would help. Empty when that setting is in effect or makes no difference.
 Kel::String kernelIpHeaderAdvice();
 
-// A container of software-forwarding statistics by IP version, for whoever has no MIB cache to keep them in.
+// A container of software-forwarding statistics by IP version, for users without a MIB cache.
 class FwdStatsBogon : public Kel::Entity {
   KEL_TYPE_BEGIN("Ip::FwdStatsBogon", FwdStatsBogon, Kel::Entity)
  public:

@@ -1,6 +1,6 @@
 #pragma once
 // One descriptor that any event loop can wait on: an epoll of an eventfd ("readable now") and a timerfd ("readable
-// then"). It carries no data: whoever finds it readable asks its owner what there is to do.
+// then"). It carries no data: when it is readable, its owner has work.
 
 #include "kel/System.h"
 

@@ -4,8 +4,8 @@
 // There is one run queue per priority, a lower number running first, first in first out inside one. A task runs
 // until it returns; long work asks `taskShouldYield()`, keeps a bookmark, schedules itself again and returns.
 //
-// The host's loop waits on pollFd() beside its own descriptors and calls runReady() whenever it is readable. One
-// call runs one batch and comes back while work remains, so that the loop's other business has its turn in between.
+// The host's loop waits on pollFd() beside its own descriptors and calls runReady() whenever it is readable. One call
+// runs one batch and returns, even while work remains, so that the loop can serve its other descriptors in between.
 //
 //   auto scheduler = Kel::makePtr<Brev::TaskScheduler>();
 //   auto task = Kel::makePtr<Brev::Task>(scheduler, "route backlog", 2, [this](Brev::Task& t) { backlog(t); });
@@ -14,8 +14,8 @@
 // Time is Kel::System::currentTime(). With an injected clock the descriptor does not follow it: call runReady(),
 // and what is due by that clock runs.
 //
-// Tasks hold a count of their scheduler, the scheduler none of its tasks: a task is stopped by letting it go.
-// Inside a run anything may be let go: the running task, other tasks, every handle to the scheduler.
+// Lifetime: tasks hold their scheduler; the scheduler holds no task, so releasing a task stops it. Inside a run any
+// handle may be released: that of the running task, of other tasks, and of the scheduler.
 
 #include <cstdint>
 #include <functional>

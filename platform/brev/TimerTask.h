@@ -15,9 +15,8 @@ class TimerTask : public Task {
   // Runs once, `seconds` from now; 0 is as soon as its turn comes. Replaces whatever was scheduled before, a queued
   // run and a period included. Throws Kel::RangeException when `seconds` is negative or not finite.
   void scheduleTaskDelay(Kel::Seconds seconds);
-  // Runs every `seconds`, the first time `seconds` from now, without drift; runs that were missed are not made up
-  // for. Replaces whatever was scheduled before. Throws Kel::RangeException when `seconds` is not finite and above
-  // 0.
+  // Runs every `seconds`, the first time `seconds` from now, without drift. Missed runs are skipped. Replaces whatever
+  // was scheduled before. Throws Kel::RangeException when `seconds` is not finite and above 0.
   void scheduleTaskPeriodic(Kel::Seconds seconds);
   // Runs without waiting any longer; a period goes on from that run.
   void scheduleTask() override;
@@ -49,7 +48,7 @@ class OwnedTask : public Base {
              [](Task& task) { static_cast<OwnedTask&>(task).onTaskRun(); }),
         owner_(owner) {}
 
-  // Called when the owner gives the task up; the owner's destructor must do so.
+  // Ends the task. The owner's destructor must call it.
   void kelStop() {
     owner_ = nullptr;
     this->cancelTask();

@@ -37,10 +37,10 @@
 // constructor parameter that differs is a ReinstantiationException. Deleting tells the member's own reactors
 // (`handleDel`) before its owner's.
 //
-// How it works: each line makes one more link of a chain of templates, numbered by __COUNTER__; a link adds one
-// handler to the `Notifiee` and one entry to the reflection, and a number that is no link of this type falls
-// through to the next. The numbers count from the type's first line, so that a type has the same bases in every
-// source file.
+// How it works: __COUNTER__ numbers the lines, from the type's first one, so that a type has the same bases in every
+// source file. A line specializes the chain `KelInfos` under its number, which adds one entry to the reflection. A
+// line with a handler also specializes `KelHandlers`, which adds one class between `Notifiee` and that of the base. A
+// number without a line falls through to the one before it.
 
 #include <boost/preprocessor/seq/size.hpp>
 #include <tuple>

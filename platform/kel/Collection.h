@@ -1,9 +1,9 @@
 #pragma once
 // Keyed collections.
 //
-// Ordered collections are B-trees and iterate in ascending key order; hashed ones have no defined order. Every
-// collection has a version that changes when a member comes or goes, so that a walk knows whether its position
-// still stands. Iterators are invalidated by any such change; to act on members while walking, walk `keys()`.
+// Ordered collections are B-trees and iterate in ascending key order; hashed ones have no defined order. The version
+// of a collection changes when a member is added or removed. Any such change invalidates iterators: a walk compares
+// versions, and who changes members while walking walks `keys()`.
 
 #include <absl/container/btree_map.h>
 
@@ -44,7 +44,7 @@ class Collection {
 
   ConstIterator begin() const { return map_.begin(); }
   ConstIterator end() const { return map_.end(); }
-  // Ordered collections only: the first member whose key is not below, respectively above, `key`.
+  // Ordered collections only: lower_bound and upper_bound of `key`.
   ConstIterator lowerBound(const Key& key) const { return map_.lower_bound(key); }
   ConstIterator upperBound(const Key& key) const { return map_.upper_bound(key); }
 

@@ -1,5 +1,5 @@
 #pragma once
-// Bounds a log in which anybody's requests can cause lines: of lines that repeat, the first few are written, the others
+// Rate-limits a log whose lines are caused by requests: of lines that repeat, the first few are written, the others
 // are counted.
 //
 // Lines are of one kind when they have the same source and the same words, where words with a digit count as equal:
@@ -48,9 +48,9 @@ class LineLimit {
   std::map<std::string, Kinds, std::less<>> sources_;
 };
 
-// The limit of the process's trace lines; a line's source is its facility. It admits every line at a level above 0, and
-// every line of a facility that the trace configuration names: those were asked for. The default sink obeys it. A sink
-// of one's own is given every line, and decides whether to ask.
+// The limit of the process's trace lines; a line's source is its facility. It admits every line at a level above 0,
+// and every line of a facility that the trace configuration names. The default sink applies the limit. Another sink is
+// given every line and may call `admits` itself.
 class TraceLimit {
  public:
   static bool admits(const TraceHandle& handle, unsigned level, const std::string& text);

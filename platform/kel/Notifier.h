@@ -11,7 +11,7 @@
 //   reactor->notifierIs(config);
 //
 // Rules. Handlers run at once, inside the call that changed the value, in order of attachment, and never for a
-// value that did not change. Attaching brings no call for the present value. A handler may attach, detach, set,
+// value that did not change. Attaching does not notify of the present value. A handler may attach, detach, set,
 // delete and destroy anything, itself, its notifier and the other reactors included: a reactor that detaches or
 // dies before its turn is not called; one that attaches meanwhile is called from the next change on. Reactors are
 // counted objects (makePtr). A reactor holds its notifier; the notifier does not hold its reactors.
@@ -30,7 +30,7 @@ class NotifieeBase : public PtrInterface {
  public:
   ~NotifieeBase() override;
 
-  // While false, no handler is called; what happens meanwhile is not made up for.
+  // While false, no handler is called. Changes during that time are not reported later.
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs(bool active) { active_ = active; }
 
@@ -73,7 +73,7 @@ class Notifier : public PtrInterface {
         &call);
   }
 
-  // Tells the reactors that the object was deleted, then stops it.
+  // Notifies the reactors of the deletion, then stops the object.
   void kelDeleted();
 
  private:

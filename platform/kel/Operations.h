@@ -18,8 +18,8 @@ void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const ch
 void kelOrphanIfEntity(PtrInterface& object);
 [[noreturn]] void kelReinstantiated(const PtrInterface& existing, const char* attrName, const String& value);
 
-// Holds the owner of an attribute until the operation on it is over, since the handlers on the way may let go of
-// the last handle. Null for an owner in its constructor or destructor, which no handle may be made to.
+// Holds the owner of an attribute until the operation on it ends, since a handler may release the last handle. Null
+// for an owner in its constructor or destructor, which no handle may be made to.
 inline Ptr<const PtrInterface> kept(const PtrInterface& owner) {
   return owner.use_count() == 0 ? nullptr : Ptr<const PtrInterface>(&owner);
 }
@@ -70,7 +70,7 @@ Key memberKey(const First& first, const Rest&... rest) {
   }
 }
 
-// Members may also be reactors that the owner keeps by key: those with kelStart and kelStop are told as well.
+// Members may also be reactors, which the owner keeps by key: their kelStart and kelStop are called too.
 template <class T>
 void kelStarted(const Ptr<T>& object) {
   if constexpr (requires { object->kelStart(); }) object->kelStart();

@@ -2,8 +2,8 @@
 // Counted handles.
 //
 // `Ptr<T>` owns one count of an object that derives from `PtrInterface`; `Ptr<const T>` is a read-only view of the
-// same object. An object dies when its last handle goes. Everything in a process that uses the framework runs on
-// one thread, so counting is not atomic: never pass a handle to another thread.
+// same object. Lifetime: an object is deleted with its last handle. Thread: counting is not atomic; all handles stay
+// on one thread.
 //
 //   Ptr<Row> row = makePtr<Row>(index);     // the only way to make a counted object; never put one on the stack
 //   Ptr<const Row> view = row;

@@ -18,13 +18,13 @@ using Seconds = double;
 class System {
  public:
   static Seconds currentTime();
-  // The same as of the kernel's latest tick, some milliseconds old, at a fifth of the price.
+  // The same at the kernel's latest tick: some milliseconds old, and five times cheaper.
   static Seconds currentTick();
 
   // What this process adds to CLOCK_MONOTONIC. Never 0.
   static Seconds utcOffset();
-  // A time of a process of the same machine whose offset is `writersOffset`, on this process's clock. 0: the writer
-  // did not say, and the time is taken as it is.
+  // A time of a process of the same machine whose offset is `writersOffset`, on this process's clock. 0: unknown;
+  // `time` is returned unchanged.
   static Seconds localTime(Seconds time, Seconds writersOffset);
 
   // Replaces the clock; an empty function restores the real one. For tests and simulations.

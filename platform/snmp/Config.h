@@ -27,8 +27,8 @@
 
 namespace Snmp {
 
-// The agent's configuration, as far as MIB modules ask for it. A Config does not change once the configuration has
-// been read: reading it again makes a new one, and who holds the old one goes on with consistent answers.
+// The agent's configuration, as far as MIB modules ask for it. A Config does not change after the configuration was
+// read. The next reading makes a new one; holders of the old one keep consistent answers.
 class Config : public Kel::PtrInterface {
  public:
   using Ptr = Kel::Ptr<Config>;
@@ -82,7 +82,7 @@ class Config : public Kel::PtrInterface {
 // init_agent and before the configuration is read, or at least its lines with our tokens. All settings are at their
 // defaults then.
 void registerConfigTokens();
-// Takes them back. The settings stay as they are.
+// Unregisters the tokens. The settings stay as they are.
 void unregisterConfigTokens();
 
 // Where trace lines go when no quorinTraceOutput says otherwise: standard error unless set. In effect from the next

@@ -1,8 +1,8 @@
 #pragma once
 // The SNMP contexts that the agent serves: the default one ("") first, then one per VRF, named as the VRF is.
 //
-// Entering a context enters every announced module in order of name; leaving it leaves them in reverse. Whoever
-// composes the agent enters a context after its caches are complete and leaves it before they are deleted.
+// Entering a context enters every announced module in order of name; leaving it leaves them in reverse. Requires: the
+// agent enters a context after its caches are complete, and leaves it before they are deleted.
 
 #include <vector>
 
@@ -42,8 +42,8 @@ class Contexts {
   std::vector<Entered> entered_;
 };
 
-// Which modules serve which SNMP context, as the modules themselves report it. The record exists for diagnosis:
-// what a manager may ask for is decided by the registrations in net-snmp.
+// Which modules serve which SNMP context, as the modules report it. For diagnosis only: the registrations in net-snmp
+// decide which requests are answered.
 //
 // Records that a module serves a context. Recording twice is recording once.
 void registerMibContext(const Kel::String& context, const Kel::String& moduleName);

@@ -8,7 +8,6 @@
 #include "snmp/CBoundary.h"
 #include "snmp/Contexts.h"
 #include "snmp/HandlerRegistration.h"
-#include "snmp/SnmpUtil.h"
 
 namespace {
 
@@ -76,17 +75,6 @@ TEST_F(FrameworkTest, aModuleThatCameLaterIsNotLeftWhereItWasNotEntered) {
   log.clear();
   contexts.enter("");
   EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@"));
-}
-
-TEST(SnmpUtil, entitiesAreFoundFromTheRoot) {
-  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), nullptr);
-  auto root = Kel::makePtr<Kel::Dir>("root");
-  const auto ip = root->dirIs("snmp")->dirIs("ip");
-  SnmpUtil::rootIs(root);
-  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), ip);
-  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/none"), nullptr);
-  SnmpUtil::rootIs(nullptr);
-  EXPECT_EQ(SnmpUtil::getEntityRelative("snmp/ip"), nullptr);
 }
 
 TEST(CBoundary, exceptionsStayOnTheirSide) {

@@ -31,14 +31,14 @@ class HandlerRegistration {
   // Registers everything the module serves in the context; "" is the default one. What the module needs there (its
   // caches) exists already.
   virtual void initHandler(Kel::String context) = 0;
-  // Removes all of it again. The caches still exist.
+  // Unregisters all of it. The caches still exist.
   virtual void exitHandler(Kel::String context) = 0;
   // Under which the module calls registerMibContext, and by which modules are ordered. Must not change.
   virtual const char* name() const = 0;
 };
 
-// Announces a module to the framework while it exists: made at load, gone at unload. A module must not be unloaded
-// while a context is entered: net-snmp would go on calling its handlers.
+// Announces a module to the framework for as long as this object exists, from load to unload. Requires: no context is
+// entered at unload, since net-snmp would still call the module's handlers.
 class AutoRegistree {
  public:
   // `registration` is not owned and must outlive this object.
@@ -54,8 +54,8 @@ class AutoRegistree {
   HandlerRegistration* registration_;
 };
 
-// Whose object answers, when the agent has another module for the same one. That is so wherever the library serves
-// through a stock snmpd, as plugin or subagent: ours are to take the place of its built-in ones.
+// Whose object answers, when the agent has another module for the same one. So it is with a stock snmpd, which has
+// built-in modules: as plugin or subagent, ours replace them.
 //
 // net-snmp lets the registration with the longer identifier answer, and of equally long ones that with the lower
 // priority number; two of the same number it refuses.

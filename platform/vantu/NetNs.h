@@ -2,14 +2,14 @@
 // Names network namespaces, and switches the calling thread between them.
 //
 // A namespace is known by its name: "default" is the one that the process started in, any other name N is the one
-// whose file is N in the directory of namespaces (/run/netns/N, as `ip netns add N` makes it). The namespace of VRF red
-// is named "ns-red":
+// whose file is N in the directory of namespaces (/run/netns/N, as `ip netns add N` makes it). The namespace of VRF
+// red is named "ns-red":
 //
 //   const Vantu::NetNsGuard guard(Vantu::nsNameOfVrf(vrfName));
 //   // to the end of the scope, what is opened of /proc/net, and each new socket, is the VRF's
 //
-// Only what is opened meanwhile belongs to the namespace; what is open already stays where it was. Entering another
-// namespace than the present one needs CAP_SYS_ADMIN; entering the present one needs nothing.
+// Descriptors that were open before keep their namespace. Requires CAP_SYS_ADMIN, except to enter the present
+// namespace.
 
 #include <sys/types.h>
 
@@ -34,7 +34,7 @@ void netNsDirectoryIs(std::string directory);
 // thread then is where it was.
 void setNsByName(const char* nsName);
 
-// A namespace that is held open: it stays the one that it was, whatever becomes of the file that named it.
+// A namespace that is held open, also after the file that named it was removed.
 class NetNs {
  public:
   // No two namespaces that exist at the same time have the same, and what is held open exists.
