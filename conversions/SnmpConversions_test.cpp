@@ -1,11 +1,13 @@
 #include "conversions/SnmpConversions.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
 #include <cstring>
+#include <span>
 
 #include "ipsnmp/ProtocolMap.h"
 #include "kel/Errors.h"
@@ -47,7 +49,8 @@ int integer(int (*convert)(Value, unsigned char*, int), std::type_identity_t<Val
 Kel::String identifier(const Written& value) {
   netsnmp_variable_list variable{};
   EXPECT_TRUE(Snmp::varbindValueIs(&variable, ASN_OBJECT_ID, value.bytes.data(), value.length));
-  const auto result = Snmp::objectIdentifier({variable.val.objid, variable.val_len / sizeof(oid)}).stringValue();
+  const std::span words(variable.val.objid, variable.val_len / sizeof(oid));
+  const auto result = fmt::format("{}", fmt::join(words, "."));
   snmp_free_var_internals(&variable);
   return result;
 }

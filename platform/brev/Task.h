@@ -46,8 +46,6 @@ class Task : public Kel::PtrInterface {
   std::uint64_t workCount() const { return workCount_; }
   std::uint64_t workPending() const { return workPending_; }
   std::uint64_t runCount() const { return runCount_; }
-  Kel::Seconds totalSeconds() const { return totalSeconds_; }
-  Kel::Seconds longestRunSeconds() const { return longestRunSeconds_; }
 
  private:
   friend class TaskScheduler;
@@ -67,8 +65,6 @@ class Task : public Kel::PtrInterface {
   std::uint64_t workCount_ = 0;
   std::uint64_t workPending_ = 0;
   std::uint64_t runCount_ = 0;
-  Kel::Seconds totalSeconds_ = 0;
-  Kel::Seconds longestRunSeconds_ = 0;
 };
 
 }  // namespace Brev

@@ -1,6 +1,5 @@
 #include "brev/TaskScheduler.h"
 
-#include <algorithm>
 #include <exception>
 
 #include "brev/Task.h"
@@ -52,10 +51,7 @@ void TaskScheduler::run(Task* next) {
     QTRACE(taskSchedulerTrace, 0) << "task \"" << task->name() << "\" ended with an exception of unknown type";
   }
   running_ = nullptr;
-  const Kel::Seconds seconds = Kel::System::currentTime() - runStart_;
   ++task->runCount_;
-  task->totalSeconds_ += seconds;
-  task->longestRunSeconds_ = std::max(task->longestRunSeconds_, seconds);
 }
 
 bool TaskScheduler::shouldYield(const Task& task) {

@@ -148,8 +148,6 @@ TEST_F(SchedulerTest, longPassResumesFromItsBookmarkUntilDone) {
   EXPECT_EQ(bookmark, 100);
   EXPECT_EQ(pass->workCount(), 100U);
   EXPECT_EQ(pass->runCount(), 5U);
-  EXPECT_NEAR(pass->totalSeconds(), 0.110, 1e-5);
-  EXPECT_NEAR(pass->longestRunSeconds(), 0.0253, 1e-5);
   EXPECT_FALSE(pass->taskCurrentlyRunning() || pass->taskShouldYield());
 }
 
@@ -263,7 +261,6 @@ TEST_F(SchedulerTest, exceptionIsTracedWithTheNameAndTheRestRuns) {
                           "TaskScheduler/0: task \"task\" ended with an exception of unknown type"}));
   EXPECT_EQ(scheduler_->runningTask(), nullptr);
   EXPECT_EQ(bad->runCount(), 1U);
-  EXPECT_NEAR(bad->totalSeconds(), 0.002, 1e-5);
 }
 
 }  // namespace

@@ -129,11 +129,6 @@ TraceHandle::~TraceHandle() {
   std::erase(registry().handles, this);
 }
 
-void TraceHandle::levelIs(unsigned level, bool on) {
-  const std::uint32_t bit = 1U << level;
-  levels_ = on ? levels_ | bit : levels_ & ~bit;
-}
-
 void TraceConfig::levelsAre(std::string_view text) {
   std::vector<Rule> rules;
   for (const auto piece : split(text, ';')) {

@@ -33,10 +33,9 @@ class TraceHandle {
   TraceHandle(const TraceHandle&) = delete;
   TraceHandle& operator=(const TraceHandle&) = delete;
 
-  // `level` is at most maxLevel, here and in levelIs().
+  // `level` is at most maxLevel.
   bool enabled(unsigned level) const { return (levels_ >> level) & 1U; }
   const std::string& facility() const { return facility_; }
-  void levelIs(unsigned level, bool on);
 
  private:
   friend class TraceConfig;

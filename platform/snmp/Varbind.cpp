@@ -1,12 +1,7 @@
 #include "snmp/Varbind.h"
 
-#include <fmt/format.h>
-
 #include <array>
 #include <cstring>
-#include <limits>
-
-#include "kel/Errors.h"
 
 namespace Snmp {
 
@@ -26,17 +21,6 @@ bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType, cons
     wide[i] = word;
   }
   return snmp_set_var_typed_value(variable, asnType, wide.data(), count * sizeof(oid)) == 0;
-}
-
-ObjectIdentifier objectIdentifier(std::span<const oid> words) {
-  ObjectIdentifier identifier;
-  for (const oid word : words) {
-    if (word > std::numeric_limits<ObjectIdentifier::SubIdentifier>::max()) {
-      throw Kel::RangeException(fmt::format("sub-identifier {} does not fit 32 bits", word));
-    }
-    identifier.append(static_cast<ObjectIdentifier::SubIdentifier>(word));
-  }
-  return identifier;
 }
 
 }  // namespace Snmp

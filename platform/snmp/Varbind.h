@@ -8,8 +8,6 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
-#include <span>
-
 #include "snmp/ObjectIdentifier.h"
 
 namespace Snmp {
@@ -20,8 +18,5 @@ namespace Snmp {
 // variable is not to be sent then.
 [[nodiscard]] bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType,
                                   const unsigned char* bytes, int length);
-
-// An identifier of net-snmp's as one of ours. Throws Kel::RangeException for a sub-identifier above 32 bits or more of them than SNMP allows.
-ObjectIdentifier objectIdentifier(std::span<const oid> words);
 
 }  // namespace Snmp

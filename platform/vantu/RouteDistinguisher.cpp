@@ -15,6 +15,7 @@ namespace {
 enum Type : std::uint16_t { as2_ = 0, ipv4Address_ = 1, as4_ = 2 };
 
 constexpr std::uint32_t max16 = std::numeric_limits<std::uint16_t>::max();
+constexpr std::uint32_t max32 = std::numeric_limits<std::uint32_t>::max();
 
 std::uint32_t bigEndian(std::span<const std::uint8_t> bytes) {
   std::uint32_t value = 0;
@@ -65,20 +66,6 @@ RouteDistinguisher RouteDistinguisher::fromBytes(std::span<const std::uint8_t> b
   return RouteDistinguisher(copied);
 }
 
-RouteDistinguisher RouteDistinguisher::fromAs(std::uint32_t as, std::uint32_t number) {
-  if (as <= max16) {
-    const auto bytes = IpAddr(number).bytes();
-    return RouteDistinguisher(Bytes{0, as2_, static_cast<std::uint8_t>(as >> 8), static_cast<std::uint8_t>(as),
-                                    bytes[0], bytes[1], bytes[2], bytes[3]});
-  }
-  if (number > max16) {
-    throw Kel::RangeException(
-        fmt::format("RouteDistinguisher: number {} after the four-byte AS {} is out of range; expected 0 to {}",
-                    number, as, max16));
-  }
-  return make(as4_, as, static_cast<std::uint16_t>(number));
-}
-
 RouteDistinguisher RouteDistinguisher::fromIpAddr(IpAddr address, std::uint16_t number) {
   return make(ipv4Address_, address.value(), number);
 }
@@ -91,8 +78,12 @@ RouteDistinguisher RouteDistinguisher::fromString(std::string_view text) {
   const auto assigned = text.substr(colon + 1);
   const auto dot = admin.find('.');
   if (dot == std::string_view::npos) {
-    const auto as = number(text, admin, std::numeric_limits<std::uint32_t>::max());
-    return fromAs(as, number(text, assigned, as > max16 ? max16 : std::numeric_limits<std::uint32_t>::max()));
+    const auto as = number(text, admin, max32);
+    const auto low = number(text, assigned, as > max16 ? max16 : max32);
+    if (as > max16) return make(as4_, as, static_cast<std::uint16_t>(low));
+    const auto bytes = IpAddr(low).bytes();
+    return RouteDistinguisher(Bytes{0, as2_, static_cast<std::uint8_t>(as >> 8), static_cast<std::uint8_t>(as),
+                                    bytes[0], bytes[1], bytes[2], bytes[3]});
   }
   const auto low = static_cast<std::uint16_t>(number(text, assigned, max16));
   if (std::ranges::count(admin, '.') == 1) {

@@ -29,8 +29,6 @@ class RouteDistinguisher {
   static RouteDistinguisher fromString(std::string_view text);
   // Eight bytes. Throws Kel::RangeException for any other number, and as the constructor.
   static RouteDistinguisher fromBytes(std::span<const std::uint8_t> bytes);
-  // From the AS number's size: type 0 up to 65535 (any number), else type 2 (number up to 65535).
-  static RouteDistinguisher fromAs(std::uint32_t as, std::uint32_t number);
   static RouteDistinguisher fromIpAddr(IpAddr address, std::uint16_t number);
 
   constexpr bool isSet() const { return isSet_; }
