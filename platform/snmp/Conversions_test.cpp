@@ -51,7 +51,7 @@ TEST(ObjectIdentifier, survivesItsTextFormAndRefusesWhatIsNone) {
   EXPECT_EQ(ObjectIdentifier::fromString(".1.3.6.1.4294967295.0"), value);
   EXPECT_TRUE(ObjectIdentifier::fromString("").empty());
   EXPECT_LT((ObjectIdentifier{1, 0x7fffffff}), (ObjectIdentifier{1, 0x80000000}));
-  for (const char* text : {".", "1.", "1..3", "1.-3", "1.4294967296", "iso.3", "1.3 "}) {
+  for (const char* text : {".", "1.", "1..3", "1.-3", "1.4294967296", "iso.3", "1.3 ", "1.3x4"}) {
     EXPECT_THROW(ObjectIdentifier::fromString(text), Kel::RangeException) << text;
   }
   ObjectIdentifier longest;
