@@ -60,7 +60,7 @@ TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
       "quorinStore /store\nquorinNetnsDir /ns\n");
   const auto kept = SnmpUtil::getSnmpConfig();
   for (const bool isReset : {false, true}) {
-    if (isReset) read("# nothing\n");
+    if (isReset) read("quorinKernelIpHeader any\nquorinKernelIpHeader strict\n");
     // The configuration in hand does not change.
     EXPECT_TRUE(SnmpUtil::objectsDisabled(kept, "route-tables"));
     EXPECT_TRUE(kept->takesAnyKernelIpHeader());
