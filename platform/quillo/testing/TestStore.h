@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "kel/System.h"
 #include "kel/Trace.h"
 #include "quillo/Mount.h"
 #include "quillo/Publisher.h"
@@ -33,7 +34,10 @@ class TestStore : public ::testing::Test {
     std::filesystem::permissions(parent_, std::filesystem::perms{0755});
     directory_ = parent_ + "/store";
   }
-  ~TestStore() override { std::filesystem::remove_all(parent_); }
+  ~TestStore() override {
+    Kel::System::clockIs({});
+    std::filesystem::remove_all(parent_);
+  }
 
   PublisherConfig config() const {
     PublisherConfig config;
@@ -41,33 +45,45 @@ class TestStore : public ::testing::Test {
     config.name = "test-publisher";
     return config;
   }
+  PublisherConfig recreating() const {
+    auto anew = config();
+    anew.recreate = true;
+    return anew;
+  }
   Kel::Ptr<Mount> mount() const {
     auto mount = Kel::makePtr<Mount>(MountConfig{directory_});
     mount->refresh();
     return mount;
   }
   std::string dataFile() const { return directory_ + "/data.mdb"; }
+  // From here on the framework's clock shows `now_` until the test ends.
+  void stopClock() {
+    now_ = Kel::System::currentTime();
+    Kel::System::clockIs([this] { return now_; });
+  }
 
   std::string parent_;     // exists
   std::string directory_;  // does not exist yet
+  Kel::Seconds now_ = 0;
 };
 
-inline void put(Publisher& publisher, const std::string& key, const std::string& value) {
+// Both return the number of changes.
+inline std::uint64_t put(Publisher& publisher, const Contents& values, TableId table = TableId::varnix) {
   Batch batch = publisher.begin();
-  batch.put(TableId::varnix, key, value);
-  batch.commit();
+  for (const auto& [key, value] : values) batch.put(table, key, value);
+  return batch.commit().changes;
 }
 
-inline void del(Publisher& publisher, const std::string& key) {
+inline std::uint64_t del(Publisher& publisher, const std::string& key) {
   Batch batch = publisher.begin();
   batch.del(TableId::varnix, key);
-  batch.commit();
+  return batch.commit().changes;
 }
 
-inline Contents contents(const Snapshot& snapshot) {
+inline Contents contents(const Snapshot& snapshot, const std::string& from = "") {
   Contents all;
-  for (Scan scan = snapshot.scan(TableId::varnix); scan.valid(); scan.next()) {
-    all.emplace(scan.key(), scan.value());
+  for (Scan scan = snapshot.scan(TableId::varnix, from); scan.valid(); scan.next()) {
+    all.emplace_hint(all.end(), scan.key(), scan.value());
   }
   return all;
 }

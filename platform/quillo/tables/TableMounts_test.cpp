@@ -1,0 +1,539 @@
+// The tables of neighbours, routes and FECs, from the publisher to what their readers keep.
+
+#include <gmock/gmock.h>
+#include <lmdb.h>
+
+#include <map>
+#include <random>
+
+#include "quillo/tables/ArpRecord.h"
+#include "quillo/tables/ArpTableMount.h"
+#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FibMount.h"
+#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/VrfKey.h"
+#include "quillo/testing/TestStore.h"
+
+namespace Quillo::Test {
+namespace {
+
+using Arp::Table::ArpEntry;
+using Arp::Table::ArpKey;
+using Pesk::CorruptionDetectedException;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using Vrf::VrfIdMap::VrfId;
+
+// The ids around the boundaries of their bytes; what lies between them is in nobody's range.
+const VrfId vrfIds[] = {VrfId(0), VrfId(1), VrfId(255), VrfId(256), VrfId(0xffff00), VrfId(0xfffffe)};
+
+const Vantu::IntfId eth0("eth0");
+
+ArpEntry neighbour(std::uint32_t vrfId, std::uint32_t address, const char* mac = "02:00:00:00:00:01") {
+  return {{VrfId(vrfId), Vantu::IpAddr(address), eth0}, Vantu::EthAddr::fromString(mac), {}};
+}
+Fib::Route route(std::uint32_t address, std::uint64_t fec, std::uint32_t metric = 1) {
+  return {Vantu::Prefix(Vantu::IpAddr(address), 32), Routing::Fib::RouteType(22), Routing::RouteMetric(metric),
+          Routing::RoutePreference(200), Fib::FecId(fec)};
+}
+Fib::Fec fecOf(std::uint64_t id, const char* intf = "e") {
+  return {Fib::FecId(id), {{Vantu::IpAddr(7), Vantu::IntfId(intf)}}};
+}
+
+// The same operations under one name for every type of record.
+void add(Batch& batch, VrfId, const ArpEntry& entry) {
+  entryIs(batch, entry);
+}
+void add(Batch& batch, VrfId vrfId, const Fib::Fec& fec) {
+  fecIs(batch, vrfId, fec);
+}
+template <class P>
+void add(Batch& batch, VrfId vrfId, const BasicRoute<P>& route) {
+  routeIs(batch, vrfId, route);
+}
+void remove(Batch& batch, VrfId, const ArpKey& key) {
+  entryDel(batch, key);
+}
+void remove(Batch& batch, VrfId vrfId, const Fib::FecId& fecId) {
+  fecDel(batch, vrfId, fecId);
+}
+template <class P>
+void remove(Batch& batch, VrfId vrfId, const P& prefix) {
+  routeDel(batch, vrfId, prefix);
+}
+
+// What a state machine keeps of a table: a copy, and how it came about.
+template <class Status, class Key, class Entry>
+struct Copy : Status::Notifiee {
+  std::map<Key, Entry> entries;
+  unsigned initialized = 0, anew = 0, keys = 0;
+
+  template <class Lookup>
+  void take(const Key& key, const Lookup& lookup) {
+    ++keys;
+    entries.erase(key);
+    read([&] {
+      if (const Entry entry = lookup(key); entry != Entry()) entries[key] = entry;
+    });
+  }
+  void handleInitialized() override {
+    ++initialized;
+    readAll();
+  }
+  void tableChanged() {
+    ++anew;
+    readAll();
+  }
+  virtual void readAll() = 0;
+  void read(const std::function<void()>& reading) const {
+    try {
+      reading();
+    } catch (const CorruptionDetectedException& damage) {
+      if constexpr (std::is_same_v<Entry, ArpEntry>) {
+        this->notifier()->corruptionDetected(damage);
+      } else {
+        this->notifier()->corruptionDetected(damage.what());
+      }
+    }
+  }
+};
+
+struct ArpCopy final : Copy<Arp::Table::Status, ArpKey, ArpEntry> {
+  void onArpEntry(const ArpKey& key) override {
+    take(key, [&](const auto& asked) { return notifier()->arpEntry(asked); });
+  }
+  void onNeighborEntry(const ArpKey& key) override {
+    take(key, [&](const auto& asked) { return notifier()->neighborEntry(asked); });
+  }
+  void handleTable() override { tableChanged(); }
+  void readAll() override {
+    entries.clear();
+    const auto visit = [this](const ArpEntry& entry) { entries[entry.key] = entry; };
+    for (const auto& vrfId : vrfIds) {
+      read([&] { notifier()->forEachArpEntry(vrfId, visit); });
+      read([&] { notifier()->forEachNeighborEntry(vrfId, visit); });
+    }
+  }
+};
+
+template <class P>
+struct RouteCopy final : Copy<BasicRouteStatus<P>, P, BasicRoute<P>> {
+  void onRoute(const P& prefix) override {
+    this->take(prefix, [&](const P& asked) { return this->notifier()->route(asked); });
+  }
+  void onTable() override { this->tableChanged(); }
+  void readAll() override {
+    this->entries.clear();
+    const auto visit = [this](const auto& route) { return this->entries[route.prefix] = route, true; };
+    this->read([&] { this->notifier()->forEachRoute(P(), visit); });
+  }
+};
+
+struct FecCopy final : Copy<Fib::ForwardingStatus, Fib::FecId, Fib::Fec> {
+  void onFec(const Fib::FecId& fecId) override {
+    take(fecId, [&](const auto& asked) { return notifier()->fec(asked); });
+  }
+  void onTable() override { tableChanged(); }
+  void readAll() override {
+    entries.clear();
+    const auto visit = [this](const Fib::Fec& fec) { return entries[fec.fecId] = fec, true; };
+    read([&] { notifier()->forEachFec(Fib::FecId(), visit); });
+  }
+};
+
+struct VrfModel {
+  std::map<ArpKey, ArpEntry> neighbours;
+  std::map<Vantu::Prefix, Fib::Route> routes;
+  std::map<Vantu::Ip6Prefix, Fib6::Route> routes6;
+  std::map<Fib::FecId, Fib::Fec> fecs;
+
+  void addTo(Batch& batch, VrfId vrfId) const {
+    const auto addAll = [&](const auto& entries) {
+      for (const auto& [key, entry] : entries) add(batch, vrfId, entry);
+    };
+    addAll(neighbours), addAll(routes), addAll(routes6), addAll(fecs);
+  }
+};
+
+struct VrfCopy {
+  Kel::Ptr<RouteCopy<Vantu::Prefix>> routes = Kel::makePtr<RouteCopy<Vantu::Prefix>>();
+  Kel::Ptr<RouteCopy<Vantu::Ip6Prefix>> routes6 = Kel::makePtr<RouteCopy<Vantu::Ip6Prefix>>();
+  Kel::Ptr<FecCopy> fecs = Kel::makePtr<FecCopy>();
+};
+
+class TableMountsTest : public TestStore {
+ protected:
+  void SetUp() override {
+    mount_ = mount();
+    follower_ = Kel::makePtr<TableFollower>(mount_);
+    arp_ = Kel::makePtr<ArpTableMount>(follower_);
+    fib_ = Kel::makePtr<FibMount>(follower_);
+    arpCopy_->notifierIs(arp_);
+    for (const auto& vrfId : vrfIds) {
+      copies_[vrfId].routes->notifierIs(fib_->routeStatus(vrfId));
+      copies_[vrfId].routes6->notifierIs(fib_->route6Status(vrfId));
+      copies_[vrfId].fecs->notifierIs(fib_->forwardingStatus(vrfId));
+    }
+  }
+  void follow(std::size_t limit = 100, unsigned times = 1) {
+    for (; times > 0; --times) {
+      mount_->refresh();
+      while (follower_->step(limit)) {
+      }
+    }
+  }
+  template <class Fill>
+  void pass(Publisher& publisher, const Fill& fill) {
+    publisher.beginFullPass({TableId::arp, TableId::neighbor, TableId::route, TableId::route6, TableId::fec});
+    commit(publisher, fill);
+    publisher.endFullPass();
+  }
+  template <class Fill>
+  void commit(Publisher& publisher, const Fill& fill) {
+    auto batch = publisher.begin();
+    fill(batch);
+    batch.commit();
+  }
+  unsigned below(unsigned n) { return static_cast<unsigned>(random_() % n); }
+
+  // One change of a VRF at random, in the batch and in the model.
+  void change(Batch& batch) {
+    const auto vrfId = vrfIds[below(std::size(vrfIds))];
+    auto& model = model_[vrfId];
+    const auto apply = [&](auto& entries, const auto& key, const auto& entry) {
+      if (const auto known = entries.lower_bound(key); below(3) == 0 && known != entries.end()) {
+        remove(batch, vrfId, known->first);
+        entries.erase(known);
+      } else {
+        add(batch, vrfId, entry);
+        entries[key] = entry;
+      }
+    };
+    const auto byte = static_cast<std::uint8_t>(below(40) * 6);
+    const Vantu::Ip6Addr address6(Vantu::Ip6Addr::Bytes{byte});
+    switch (below(4)) {
+      case 0: {
+        ArpEntry entry = neighbour(vrfId.value(), std::uint32_t{byte} << 24);
+        if (below(2)) entry.key.addr = address6;
+        entry.key.intfId = Vantu::IntfId(below(2) ? "a/b" : std::string(255, '\xff'));
+        entry.status.isStatic = below(2);
+        return apply(model.neighbours, entry.key, entry);
+      }
+      case 1: {
+        const auto made = route(byte, 1 + below(3), below(3));
+        return apply(model.routes, made.prefix, made);
+      }
+      case 2: {
+        const Vantu::Ip6Prefix prefix(address6, 16 + below(3));
+        const Fib6::Route made{
+            prefix, Routing::Fib::RouteType(9), Routing::RouteMetric(below(3)), {}, Fib::FecId(1)};
+        return apply(model.routes6, prefix, made);
+      }
+      default: {
+        Fib::Fec fec{Fib::FecId(1 + below(20)), {}};
+        for (unsigned i = below(4); i > 0; --i) fec.via.push_back({Vantu::IpAddr(below(3)), Vantu::IntfId("e")});
+        return apply(model.fecs, fec.fecId, fec);
+      }
+    }
+  }
+  // What was followed, and what walks from the middle to the second entry find.
+  void expectModel() {
+    std::map<ArpKey, ArpEntry> neighbours;
+    for (const auto& vrfId : vrfIds) {
+      const auto& model = model_[vrfId];
+      neighbours.insert(model.neighbours.begin(), model.neighbours.end());
+      EXPECT_TRUE(model.routes == copies_[vrfId].routes->entries) << vrfId;
+      EXPECT_TRUE(model.routes6 == copies_[vrfId].routes6->entries) << vrfId;
+      EXPECT_TRUE(model.fecs == copies_[vrfId].fecs->entries) << vrfId;
+      const auto expectWalk = [&](const auto& entries, const auto& from, const auto& walk) {
+        auto expected = entries.lower_bound(from);
+        unsigned met = 0;
+        walk([&](const auto& entry) {
+          EXPECT_TRUE(expected != entries.end() && entry == expected->second) << vrfId;
+          return expected != entries.end() && (++expected, ++met < 2);
+        });
+        EXPECT_TRUE(met == 2 || expected == entries.end()) << vrfId;
+      };
+      const Vantu::Prefix from(Vantu::IpAddr(below(240)), 32);
+      expectWalk(model.routes, from, [&](auto visit) { fib_->routeStatus(vrfId)->forEachRoute(from, visit); });
+      const Fib::FecId fromFec(below(20));
+      expectWalk(model.fecs, fromFec,
+                 [&](auto visit) { fib_->forwardingStatus(vrfId)->forEachFec(fromFec, visit); });
+      std::map<ArpKey, ArpEntry> ipv4;
+      for (const auto& entry : model.neighbours) {
+        if (entry.first.addr.af() == Vantu::ipv4_) ipv4.insert(entry);
+      }
+      const Vantu::IpAddr fromAddr(below(240) << 24);
+      expectWalk(ipv4, ArpKey{vrfId, fromAddr, {}},
+                 [&](auto visit) { arp_->forEachArpEntry(vrfId, fromAddr, visit); });
+    }
+    EXPECT_TRUE(neighbours == arpCopy_->entries);
+  }
+
+  std::mt19937 random_{11};
+  Kel::Ptr<Mount> mount_;
+  Kel::Ptr<TableFollower> follower_;
+  Kel::Ptr<ArpTableMount> arp_;
+  Kel::Ptr<FibMount> fib_;
+  Kel::Ptr<ArpCopy> arpCopy_ = Kel::makePtr<ArpCopy>();
+  std::map<VrfId, VrfCopy> copies_;
+  std::map<VrfId, VrfModel> model_;
+  Traces traces_;
+};
+
+// Publishers end, are killed and begin again, stores are made anew, tombstones run out, the map is outgrown.
+TEST_F(TableMountsTest, randomHistoriesReachTheirReaders) {
+  auto settings = config();
+  settings.tombstoneLimit = 20;
+  settings.mapBytes = std::size_t{1} << 20;
+  auto publisher = std::make_unique<Publisher>(settings);
+  pass(*publisher, [](Batch&) {});
+  for (int round = 0; round < 400; ++round) {
+    commit(*publisher, [&](Batch& batch) {
+      for (unsigned i = below(16); i > 0; --i) change(batch);
+      for (std::uint32_t i = 0; round == 200 && i < 20'000; ++i) add(batch, VrfId(9), route(i, 1));
+    });
+    if (below(40) == 0) {
+      publisher.reset();
+      ASSERT_EQ(-SIGKILL, finish(spawn([&] {
+        Publisher child(settings);
+        commit(child, [](Batch& batch) { add(batch, VrfId(1), route(5, 77)); });
+        auto lost = child.begin();
+        add(lost, VrfId(1), route(5, 78));
+        return raise(SIGKILL);
+      })));
+      model_[VrfId(1)].routes[route(5, 77).prefix] = route(5, 77);
+      settings.recreate = below(3) == 0;
+      publisher = std::make_unique<Publisher>(settings);
+      settings.recreate = false;
+      pass(*publisher, [&](Batch& batch) {
+        for (const auto& [vrfId, model] : model_) model.addTo(batch, vrfId);
+        if (below(2) == 0) follow(3);
+      });
+    }
+    if (below(3) != 0) continue;
+    // Other readers of the same follower come and go.
+    Kel::makePtr<ArpTableMount>(follower_), Kel::makePtr<FibMount>(follower_);
+    mount_->refresh();
+    if (below(2) == 0) follower_->step(1 + below(5));
+    if (below(2) == 0) continue;
+    follow(1 + below(9));
+    expectModel();
+    ASSERT_FALSE(HasFailure()) << "round " << round;
+  }
+  EXPECT_EQ(1U, arpCopy_->initialized);
+  EXPECT_GT(arpCopy_->anew, 2U);
+  EXPECT_GT(arpCopy_->keys, 100U);
+  EXPECT_GT(copies_[VrfId(1)].routes->keys, 50U);
+  EXPECT_GT(arpCopy_->entries.size(), 100U);
+}
+
+TEST_F(TableMountsTest, keysThatNobodyCanHavePutHaveNoEntry) {
+  Publisher publisher(config());
+  const auto entry = neighbour(0, 1);
+  pass(publisher, [&](Batch& batch) { add(batch, VrfId(0), entry); });
+  follow();
+  EXPECT_EQ(entry, arp_->arpEntry(entry.key));
+  EXPECT_FALSE(arp_->neighborEntry(entry.key).exists());
+  EXPECT_FALSE(arp_->arpEntry({VrfId(), entry.addr(), eth0}).exists());
+  EXPECT_FALSE(arp_->arpEntry({VrfId(0x1000000), entry.addr(), eth0}).exists());
+  EXPECT_FALSE(arp_->arpEntry({VrfId(0), {}, eth0}).exists());
+  EXPECT_FALSE(arp_->arpEntry({VrfId(0), entry.addr(), {}}).exists());
+  arp_->forEachArpEntry(VrfId(), [](const ArpEntry&) { FAIL(); });
+  EXPECT_EQ(Fib::Route(), fib_->routeStatus(VrfId())->route(route(10, 1).prefix));
+  EXPECT_FALSE(fib_->forwardingStatus(VrfId(1))->fec(Fib::FecId()).exists());
+}
+
+// The first record of the next VRF, or of the next table, is none of a walk's business.
+TEST_F(TableMountsTest, damagedRecordsAreReportedOnceAndTheOthersServed) {
+  constexpr const char* markedMac = "44:41:4d:41:47:45";  // "DAMAGE" in the file
+  constexpr std::uint64_t markedFec = 0x4547414d4144;     // the same
+  const auto fill = [&](Batch& batch) {
+    add(batch, VrfId(0), neighbour(0, 9));
+    for (std::uint32_t i = 1; i <= 5; ++i) {
+      const bool isMarked = i % 2 == 0;
+      add(batch, VrfId(1), isMarked ? neighbour(1, i, markedMac) : neighbour(1, i));
+      add(batch, VrfId(1), route(i, isMarked ? markedFec : 7));
+      add(batch, VrfId(1), fecOf(i, isMarked ? "DAMAGE" : "e"));
+    }
+    add(batch, VrfId(255), neighbour(255, 1, markedMac));
+    add(batch, VrfId(0), route(1, markedFec));
+  };
+  stopClock();
+  auto publisher = std::make_unique<Publisher>(config());
+  pass(*publisher, fill);
+  follow();
+  ASSERT_EQ(7U, arpCopy_->entries.size());
+  ASSERT_GE(damage(dataFile(), "DAMAGE"), 9U);
+  const auto& copy = copies_[VrfId(1)];
+  std::string walked;
+  const auto visit = [&](const ArpEntry& entry) { walked += entry.addr().stringValue() + " "; };
+  arp_->forEachArpEntry(VrfId(0), visit);
+  EXPECT_THROW(arp_->forEachArpEntry(VrfId(1), visit), CorruptionDetectedException);
+  EXPECT_THROW(arp_->forEachArpEntry(VrfId(255), visit), CorruptionDetectedException);
+  arp_->forEachNeighborEntry(VrfId(255), visit);
+  EXPECT_EQ("0.0.0.9 0.0.0.1 0.0.0.3 0.0.0.5 ", walked);
+  EXPECT_EQ(neighbour(1, 1), arp_->arpEntry(neighbour(1, 1).key));
+  EXPECT_THROW(arp_->arpEntry(neighbour(1, 2).key), CorruptionDetectedException);
+  EXPECT_THROW(fib_->routeStatus(VrfId(1))->route(route(2, 1).prefix), CorruptionDetectedException);
+  EXPECT_THROW(fib_->forwardingStatus(VrfId(1))->fec(Fib::FecId(2)), CorruptionDetectedException);
+  // The first of a walk is thrown, the others were reported; they are passed on at the end of the next step.
+  EXPECT_EQ(0U, mount_->corruptionCount());
+  arpCopy_->readAll();
+  copy.routes->readAll();
+  copies_[VrfId(0)].routes->readAll();
+  copy.fecs->readAll();
+  follow(100, 4);
+  // Opened again, they are damaged still: reported no more, and the rest goes on being served.
+  EXPECT_EQ(8U, mount_->corruptionCount());
+  EXPECT_THAT(traces_.take(), SizeIs(8));
+  EXPECT_EQ(4U, arpCopy_->entries.size());
+  EXPECT_EQ(3U, copy.routes->entries.size());
+  EXPECT_EQ(3U, copy.fecs->entries.size());
+
+  // Records that no publisher of ours writes are damage as well: their checksums are right.
+  now_ += 3600;
+  commit(*publisher, [&](Batch& batch) {
+    batch.put(TableId::arp, encodeVrf(VrfId(1)) + "x", "");
+    batch.put(TableId::arp, encodeKey(neighbour(1, 6).key), "short");
+    batch.put(TableId::route, encodeVrf(VrfId(1)) + "x", "");
+    batch.put(TableId::fec, encodeFecKey(VrfId(1), Fib::FecId(9)), "x");
+  });
+  follow(100, 4);
+  EXPECT_THAT(traces_.take(), ElementsAre(AllOf(HasSubstr("table arp"), HasSubstr("key too short")),
+                                          HasSubstr("value of a wrong length"), HasSubstr("key of a wrong length"),
+                                          AllOf(HasSubstr("table fec"), HasSubstr("value too short"))));
+  EXPECT_EQ(4U + 3U + 3U, arpCopy_->entries.size() + copy.routes->entries.size() + copy.fecs->entries.size());
+
+  // In a new store, what is damaged is another matter.
+  now_ += 3600;
+  publisher.reset();
+  publisher = std::make_unique<Publisher>(recreating());
+  pass(*publisher, fill);
+  follow();
+  EXPECT_EQ(7U, arpCopy_->entries.size());
+  ASSERT_GT(damage(dataFile(), "DAMAGE"), 0U);
+  arpCopy_->readAll();
+  follow();
+  EXPECT_THAT(traces_.take(), SizeIs(3));
+}
+
+// What lies behind them is read when the store has changed: it may have been mended.
+TEST_F(TableMountsTest, walkThatEndedForItsDamageIsMadeGood) {
+  constexpr std::uint32_t damaged = 1000;
+  const auto& entries = copies_[VrfId(1)].routes->entries;
+  Publisher publisher(config());
+  pass(publisher, [](Batch& batch) {
+    for (std::uint32_t i = 1; i <= damaged; ++i) {
+      batch.put(TableId::route, encodeRouteKey(VrfId(1), route(i, 7).prefix), "malformed");
+    }
+    add(batch, VrfId(1), route(damaged + 1, 7));
+  });
+  follow(100, 4);
+  EXPECT_EQ(0U, entries.size());
+  EXPECT_EQ(damaged + 1, traces_.take().size()) << "each, and that there may be more";
+  commit(publisher, [](Batch& batch) {
+    for (std::uint32_t i = 1; i <= damaged; ++i) add(batch, VrfId(1), route(i, 7));
+  });
+  stopClock();
+  now_ += 60;
+  follow(100, 2);
+  EXPECT_EQ(damaged + 1, entries.size());
+}
+
+// A fault of the mapping is over only when the store is opened again, however often it is met.
+TEST_F(TableMountsTest, damageOfTheWholeStoreIsAlwaysReported) {
+  pass(*std::make_unique<Publisher>(config()), [](Batch& batch) {
+    for (std::uint32_t i = 0; i < 5000; ++i) add(batch, VrfId(1), neighbour(1, i));
+  });
+  follow();
+  EXPECT_EQ(5000U, arpCopy_->entries.size());
+  std::filesystem::resize_file(dataFile(), 8192);
+  stopClock();
+  for (unsigned i = 0; i < 3; ++i, now_ += 60) {
+    arpCopy_->readAll();
+    EXPECT_EQ(Mount::State::damaged, mount_->state());
+    EXPECT_THAT(arpCopy_->entries, IsEmpty()) << "what cannot be read has no neighbours";
+    follow();
+  }
+  EXPECT_GE(mount_->corruptionCount(), 3U);
+}
+
+// What cannot be read is not what is not there.
+TEST_F(TableMountsTest, unreadableStoreIsNoEmptyTable) {
+  const auto routes = fib_->routeStatus(VrfId(1));
+  const auto& copy = *copies_[VrfId(1)].routes;
+  const auto prefix = route(5, 1).prefix;
+  follow();
+  EXPECT_FALSE(routes->initialized());
+  EXPECT_THROW(routes->route(prefix), StoreException);
+  EXPECT_FALSE(arp_->arpEntry(neighbour(1, 1).key).exists());
+  {
+    Publisher publisher(config());
+    commit(publisher, [](Batch& batch) { add(batch, VrfId(1), route(5, 1)); });
+    follow();
+    EXPECT_FALSE(routes->initialized());
+    EXPECT_EQ(0U, copy.initialized + copy.keys);
+    EXPECT_EQ(route(5, 1), routes->route(prefix));
+    pass(publisher, [](Batch& batch) { add(batch, VrfId(1), route(5, 1)); });
+  }
+  follow();
+  EXPECT_TRUE(routes->initialized());
+  const auto before = routes->generation();
+  EXPECT_EQ(before, routes->generation());
+  EXPECT_NE(0U, before);
+
+  // As many readers as the store takes.
+  MDB_env* other = nullptr;
+  std::vector<MDB_txn*> readers(1);
+  mdb_env_create(&other);
+  ASSERT_EQ(0, mdb_env_open(other, directory_.c_str(), MDB_NOTLS | MDB_RDONLY, 0644));
+  while (mdb_txn_begin(other, nullptr, MDB_RDONLY, &readers.back()) == 0) readers.push_back(nullptr);
+  EXPECT_EQ(StoreException::Kind::full, refusal([&] { routes->route(prefix); }).kind());
+  EXPECT_NE(before, routes->generation());
+  EXPECT_EQ(0U, copy.anew);
+  for (auto* txn : readers) mdb_txn_abort(txn);
+  follow();
+  EXPECT_EQ(1U, copy.anew);  // what was not read may have been what changed
+  EXPECT_EQ(1U, copy.entries.size());
+
+  mdb_env_close(other);
+
+  std::filesystem::remove_all(directory_);
+  follow();
+  EXPECT_TRUE(routes->initialized());
+  EXPECT_THROW(routes->route(prefix), StoreException);
+  EXPECT_EQ(1U, copy.entries.size());
+}
+
+TEST_F(TableMountsTest, lookupsOfOneTurnShareOneSnapshot) {
+  unsigned turns = 0;
+  mount_->turnBeginsIs([&] { ++turns; });
+  Publisher publisher(config());
+  pass(publisher, [](Batch& batch) { add(batch, VrfId(1), route(5, 1)); });
+  follow();
+  mount_->turnEnds();
+  turns = 0;
+  const auto other = fib_->routeStatus(VrfId(255));
+  EXPECT_EQ(other, fib_->routeStatus(VrfId(255)));
+  EXPECT_EQ(route(5, 1), fib_->routeStatus(VrfId(1))->route(route(5, 1).prefix));
+  const auto before = other->generation();
+  EXPECT_EQ(1U, turns);
+  mount_->turnEnds();
+  commit(publisher, [](Batch& batch) { add(batch, VrfId(255), route(6, 1)); });
+  EXPECT_EQ(route(6, 1), other->route(route(6, 1).prefix));
+  EXPECT_NE(before, other->generation());
+  EXPECT_FALSE(other->isNotified());
+  EXPECT_TRUE(fib_->forwardingStatus(VrfId(255))->isNotified()) << "no FEC has changed";
+  EXPECT_EQ(2U, turns);
+  follow();  // asserts that nothing is held
+  EXPECT_TRUE(other->isNotified());
+  EXPECT_EQ(1U, copies_[VrfId(255)].routes->keys);
+  EXPECT_EQ(0U, copies_[VrfId(1)].routes->keys);
+}
+
+}  // namespace
+}  // namespace Quillo::Test
