@@ -11,8 +11,7 @@
 #include <filesystem>
 
 #include "kel/Trace.h"
-#include "quillo/StoreException.h"
-#include "quillo/StoreFiles.h"
+#include "quillo/Environment.h"
 
 namespace Quillo {
 

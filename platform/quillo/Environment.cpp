@@ -11,7 +11,6 @@
 #include <random>
 
 #include "kel/System.h"
-#include "quillo/StoreFiles.h"
 
 namespace Quillo {
 
@@ -141,6 +140,26 @@ std::size_t Environment::mapBytes() const {
   return info.me_mapsize;
 }
 
+int Environment::beginRead(MDB_txn*& txn) const {
+  // The publisher may enlarge the map again while we follow; a few rounds always catch up with it.
+  constexpr int rounds = 8;
+  int status = guarded([&] { return mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn); });
+  for (int i = 0; i < rounds && status == MDB_MAP_RESIZED; ++i) {
+    status = guarded([&] {
+      int resized = mdb_env_set_mapsize(env_, 0);
+      return resized != 0 ? resized : mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
+    });
+  }
+  return status;
+}
+
+void Environment::endRead(MDB_txn* txn) {
+  guarded([txn] {
+    mdb_txn_abort(txn);
+    return 0;
+  });
+}
+
 // An index is missing in a store that is being made, and in a file that is not ours.
 bool Environment::openIndexes(MDB_txn* txn) {
   for (std::size_t i = 0; i < std::size(indexNames); ++i) {
@@ -161,13 +180,7 @@ bool Environment::openIndexes(MDB_txn* txn) {
 
 void Environment::readIdentity(Access access) {
   MDB_txn* txn = nullptr;
-  int status = guarded([&] { return mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn); });
-  if (access == Access::read && status == MDB_MAP_RESIZED) {
-    status = guarded([&] {
-      int resized = mdb_env_set_mapsize(env_, 0);
-      return resized != 0 ? resized : mdb_txn_begin(env_, nullptr, MDB_RDONLY, &txn);
-    });
-  }
+  int status = beginRead(txn);
   if (status != 0) {
     fail(status, access);
   }
@@ -181,10 +194,7 @@ void Environment::readIdentity(Access access) {
       guarded([&] { return mdb_env_stat(env_, &stat); });
     }
   } catch (...) {
-    guarded([txn] {
-      mdb_txn_abort(txn);
-      return 0;
-    });
+    endRead(txn);
     throw;
   }
   // Committing a read transaction keeps the index handles.

@@ -1,9 +1,11 @@
 #pragma once
-// One open store file and the identity that it bears. Internal to the store.
+// The files of a store directory, and one of them opened: the data, with the identity that they bear. Internal to the
+// store.
 
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "quillo/FaultGuard.h"
@@ -16,6 +18,22 @@ struct MDB_txn;
 namespace Quillo {
 
 inline constexpr std::uint32_t formatVersion = 1;
+
+inline std::string dataFile(const std::string& directory) {
+  return directory + "/data.mdb";
+}
+inline std::string lockFile(const std::string& directory) {
+  return directory + "/lock.mdb";
+}
+inline std::string doorbellFile(const std::string& directory) {
+  return directory + "/doorbell";
+}
+inline std::string publisherLockFile(const std::string& directory) {
+  return directory + "/publisher.lock";
+}
+inline std::string foreignFile(const std::string& directory) {
+  return directory + "/data.mdb.foreign";
+}
 
 class Environment {
  public:
@@ -34,10 +52,22 @@ class Environment {
   const std::string& directory() const { return directory_; }
   std::uint64_t generation() const { return generation_; }
 
+  // Begins a read transaction, which endRead() ends; follows a publisher that enlarges the map. A status of the
+  // storage engine or of the fault guard.
+  int beginRead(MDB_txn*& txn) const;
+  static void endRead(MDB_txn* txn);
+
   // The file lies under its name no more.
   bool replaced() const;
   // Bytes of address space.
   std::size_t mapBytes() const;
+
+  // The head of the journal in the version of the data that was read last.
+  struct KnownHead {
+    std::size_t version;
+    Head head;
+  };
+  std::optional<KnownHead>& knownHead() { return knownHead_; }
 
   // A fault was met in the mapping: what the storage engine keeps in memory may be half done.
   bool faulted() const { return faulted_; }
@@ -56,6 +86,7 @@ class Environment {
   MDB_env* env_ = nullptr;
   unsigned indexes_[4] = {};
   std::uint64_t generation_ = 0;
+  std::optional<KnownHead> knownHead_;
   bool faulted_ = false;
   dev_t device_ = 0;
   ino_t inode_ = 0;

@@ -3,10 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "kel/Trace.h"
-#include "quillo/MountImpl.h"
 #include "quillo/PublisherLock.h"
+#include "quillo/RecordReader.h"
 
 namespace Quillo {
 
@@ -20,54 +21,51 @@ constexpr Kel::Seconds recurrenceSeconds = 60;
 
 }  // namespace
 
-MountImpl::MountImpl(const MountConfig& config)
+Mount::Mount(const MountConfig& config)
     : directory_(config.directory),
       watch_(config.directory),
       stateText_(fmt::format("waiting for a store in {}", config.directory)) {
 }
 
-void MountImpl::stateIs(Mount::State state, const std::string& text) {
-  if (text != stateText_ && !text.empty() && state == Mount::State::refused) {
+void Mount::stateIs(State state, const std::string& text) {
+  if (text != stateText_ && !text.empty() && state == State::refused) {
     QTRACE(mountTrace, 1) << text;  // the user of the mount tells its operator
   }
   state_ = state;
   stateText_ = text;
 }
 
-void MountImpl::close() {
+void Mount::close() {
   if (store_) {
     store_.reset();
-    knownHead_.reset();
     ++epoch_;
   }
 }
 
-void MountImpl::noticeReplacement() {
+void Mount::noticeReplacement() {
   if (store_ && store_->replaced()) {
     close();
     watch_.stale();
-    stateIs(Mount::State::waiting,
-            fmt::format("store {} was removed or replaced; waiting for the new one", directory_));
+    stateIs(State::waiting, fmt::format("store {} was removed or replaced; waiting for the new one", directory_));
   }
 }
 
-void MountImpl::open() {
+void Mount::open() {
   try {
     store_ = std::make_shared<Environment>(directory_, Environment::Access::read, 0);
-    stateIs(Mount::State::ready, "");
+    stateIs(State::ready, "");
     Snapshot(view()).checkLayouts();
   } catch (const StoreException& e) {
     store_.reset();
-    knownHead_.reset();
     switch (e.kind()) {
       case StoreException::Kind::notReady:
-        stateIs(Mount::State::waiting, e.what());
+        stateIs(State::waiting, e.what());
         break;
       case StoreException::Kind::damaged:
         corruptionDetected(e.what());
         break;
       default:
-        stateIs(Mount::State::refused, e.what());
+        stateIs(State::refused, e.what());
         break;
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
@@ -75,7 +73,7 @@ void MountImpl::open() {
   }
 }
 
-void MountImpl::look(Sight& sight) {
+void Mount::look(Sight& sight) {
   try {
     std::shared_ptr<View> now = view();
     sight.seq = now->head.seq;
@@ -83,53 +81,52 @@ void MountImpl::look(Sight& sight) {
     sight.passTime = pass ? pass->time : 0;
   } catch (const StoreException& e) {
     close();
-    stateIs(Mount::State::refused, e.what());
+    stateIs(State::refused, e.what());
   } catch (const Pesk::CorruptionDetectedException& damage) {
     corruptionDetected(damage.what());
   }
 }
 
-bool MountImpl::refresh() {
+bool Mount::refresh() {
+  turnEnds();
   KEL_ASSERT_TEXT(view_.expired(), "a snapshot of the store is held across turns");
   watch_.arm();
   noticeReplacement();
-  if (state_ == Mount::State::damaged) {
+  if (state_ == State::damaged) {
     close();
     if (Kel::System::currentTime() - corruptionTime_ >= pause_) {
-      state_ = Mount::State::waiting;  // damage that is met again from here on is another case of it
+      state_ = State::waiting;  // damage that is met again from here on is another case of it
       open();
     }
   } else if (!store_) {
     open();
   }
   Sight sight;
-  if (state_ == Mount::State::ready) {
+  if (state_ == State::ready) {
     look(sight);
   }
   sight.state = state_;
   sight.epoch = epoch_;
-  bool news = !seenAny_ || !(sight == seen_);
-  seen_ = sight;
-  seenAny_ = true;
-  return news;
+  return std::exchange(seen_, sight) != sight;
 }
 
-std::shared_ptr<View> MountImpl::view() {
-  if (state_ != Mount::State::ready) {
+std::shared_ptr<View> Mount::view() {
+  if (state_ != State::ready) {
     throw StoreException(StoreException::Kind::notReady, stateText_);
   }
   std::shared_ptr<View> view = view_.lock();
   if (!view) {
-    view = std::make_shared<View>(store_, epoch_, knownHead_);
+    view = std::make_shared<View>(store_, epoch_);
     view_ = view;
   }
   return view;
 }
 
-void MountImpl::corruptionDetected(const std::string& message) {
+void Mount::corruptionDetected(const std::string& message) {
+  turnEnds();
   ++corruptionCount_;
   QTRACE(mountTrace, 0) << message << " (" << corruptionCount_ << " so far)";
-  if (state_ != Mount::State::damaged) {
+  if (state_ != State::damaged) {
     // The first time, at once: a fault of the moment is over then. What stays broken is not tried in a tight
     // circle.
     Kel::Seconds now = Kel::System::currentTime();
@@ -138,32 +135,13 @@ void MountImpl::corruptionDetected(const std::string& message) {
     corruptionTime_ = now;
     ++epoch_;
   }
-  stateIs(Mount::State::damaged, message);
+  stateIs(State::damaged, message);
 }
 
-Mount::Mount(const MountConfig& config) : impl_(std::make_unique<MountImpl>(config)) {
-}
 Mount::~Mount() = default;
 
-Mount::State Mount::state() const {
-  return impl_->state();
-}
-
-const std::string& Mount::stateText() const {
-  return impl_->stateText();
-}
-
-const std::string& Mount::directory() const {
-  return impl_->directory();
-}
-
-bool Mount::refresh() {
-  turnEnds();
-  return impl_->refresh();
-}
-
 Snapshot Mount::snapshot() {
-  return Snapshot(impl_->view());
+  return Snapshot(view());
 }
 
 std::shared_ptr<Snapshot> Mount::turnSnapshot() {
@@ -176,29 +154,12 @@ std::shared_ptr<Snapshot> Mount::turnSnapshot() {
   return taken;
 }
 
-int Mount::doorbellFd() const {
-  return impl_->watch().fd();
-}
-
-bool Mount::drainDoorbell() {
-  return impl_->watch().drain();
-}
-
 PublisherInfo Mount::publisher() const {
-  return PublisherLock::holder(impl_->directory());
+  return PublisherLock::holder(directory_);
 }
 
 void Mount::corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
   corruptionDetected(std::string(damage.what()));
-}
-
-void Mount::corruptionDetected(const std::string& message) {
-  turnEnds();
-  impl_->corruptionDetected(message);
-}
-
-std::uint64_t Mount::corruptionCount() const {
-  return impl_->corruptionCount();
 }
 
 }  // namespace Quillo

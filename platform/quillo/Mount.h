@@ -1,20 +1,19 @@
 #pragma once
-// The reading side of the store: read-only, in any number of processes, under any user that may write the lock
-// file.
+// The reading side of the store: read-only, in any number of processes, under any user that may write the lock file.
 //
-// A mount is made whether or not there is a store; it waits for one, and follows when the store is recreated.
-// Nothing here blocks. In an event loop:
+// A mount needs no store when it is made; it waits for one, and follows when the store is recreated. Nothing here
+// blocks. In an event loop:
 //
 //   mount = Kel::makePtr<Mount>(MountConfig{directory});
 //   on doorbellFd() readable:  mount->drainDoorbell(); then as below
 //   once a second (wake-ups can be lost, the poll cannot), and once at start:
 //     while (mount->refresh()) { Snapshot s = mount->snapshot(); ... s.changesSince(bookmark, limit) ... }
 //
-// refresh() reads the journal head again after each round, so what was committed meanwhile is never slept on.
+// refresh() reads the journal's head again after each round, so no commit that was made meanwhile is missed.
 //
-// The lock file "lock.mdb" has to be writable for readers: there they say which version of the data they still
-// read, and the publisher does not reuse its pages. Without that a reader would be handed changing pages, so there
-// is no fallback for a user who may not write it: the mount says so (`refused`) and tries again with each refresh.
+// Requires that readers can write the lock file "lock.mdb": there they register which version of the data they read, and
+// the publisher does not reuse its pages. A mount whose user may not write it is `refused` and tries again with each
+// refresh.
 
 #include <cstdint>
 #include <functional>
@@ -22,9 +21,9 @@
 #include <string>
 
 #include "kel/Ptr.h"
+#include "quillo/Doorbell.h"
 #include "quillo/Publisher.h"
 #include "quillo/Snapshot.h"
-#include "quillo/StoreException.h"
 
 namespace Quillo {
 
@@ -32,14 +31,8 @@ struct MountConfig {
   std::string directory = defaultStoreDirectory;
 };
 
-// Who holds the publisher lock.
-struct PublisherInfo {
-  bool alive = false;
-  std::int64_t pid = 0;  // as the publisher saw itself; 0 when not alive
-  std::string name;
-};
-
-class MountImpl;
+class Environment;
+struct View;
 
 class Mount : public Kel::PtrInterface {
  public:
@@ -54,10 +47,10 @@ class Mount : public Kel::PtrInterface {
   explicit Mount(const MountConfig& config);
   ~Mount() override;
 
-  State state() const;
+  State state() const { return state_; }
   // One line: what it waits for or what is wrong, and what to do. Empty when ready.
-  const std::string& stateText() const;
-  const std::string& directory() const;
+  const std::string& stateText() const { return stateText_; }
+  const std::string& directory() const { return directory_; }
 
   // Opens the store if there is one now, notices that it was replaced or removed, carries out a wanted reopen, and
   // reads the head. True when there is something to do since the last call: another state, another store, another
@@ -79,9 +72,9 @@ class Mount : public Kel::PtrInterface {
 
   // Readable when the publisher committed, or when the store came, went or was replaced. -1 when the system has no
   // watch left to give: then only the poll remains. The number never changes during the life of the mount.
-  int doorbellFd() const;
+  int doorbellFd() const { return watch_.fd(); }
   // Makes the descriptor quiet again. True when it had rung.
-  bool drainDoorbell();
+  bool drainDoorbell() { return watch_.drain(); }
 
   PublisherInfo publisher() const;
 
@@ -89,10 +82,38 @@ class Mount : public Kel::PtrInterface {
   // again under a new epoch, in which every older bookmark is `tooOld`, so that all readers of this mount rebuild.
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage);
   void corruptionDetected(const std::string& message);
-  std::uint64_t corruptionCount() const;
+  std::uint64_t corruptionCount() const { return corruptionCount_; }
 
  private:
-  std::unique_ptr<MountImpl> impl_;
+  // What a refresh compares with the one before.
+  struct Sight {
+    State state = State::waiting;
+    std::uint64_t epoch = 0;
+    std::uint64_t seq = 0;
+    Kel::Seconds passTime = 0;
+    bool operator==(const Sight&) const = default;
+  };
+
+  void stateIs(State state, const std::string& text);
+  void noticeReplacement();
+  void open();
+  void close();
+  void look(Sight& sight);
+  std::shared_ptr<View> view();
+
+  std::string directory_;
+  DoorbellWatch watch_;
+  std::shared_ptr<Environment> store_;
+  std::weak_ptr<View> view_;
+  State state_ = State::waiting;
+  std::string stateText_;
+  std::uint64_t epoch_ = 1;  // not 0, so that a default bookmark belongs to no epoch
+  std::optional<Sight> seen_;
+
+  std::uint64_t corruptionCount_ = 0;
+  Kel::Seconds corruptionTime_ = 0;
+  Kel::Seconds pause_ = 0;  // between damage and the next attempt
+
   std::shared_ptr<Snapshot> turn_;
   std::function<void()> turnBegins_;
 };

@@ -2,7 +2,7 @@
 // The writing side of the store.
 //
 // A store is a directory (on tmpfs, /run/quorin by default) with one publisher at a time and any number of readers
-// (Mount.h). The format is described in docs/store-format.md.
+// (Mount.h). docs/store-format.md describes the format.
 //
 //   Publisher publisher({.directory = "/run/quorin", .name = "quorin-mirrord"});
 //   publisher.beginFullPass({TableId::varnix});           // at start, and after an overrun: mark ...
@@ -11,20 +11,19 @@
 //   batch.commit();
 //   publisher.endFullPass();                              // ... and sweep what was not put again
 //
-// Only what really differs is written and journaled: a put of the value that is there is no change, so a publisher
-// that was killed and starts again wakes no reader for what stayed the same.
+// Only differences are written and journaled: to put the value that is there is no change, so a publisher that was
+// killed and starts again wakes no reader for what stayed the same.
 //
-// Process rules: one thread; not across fork() (open the store after daemonising). A Mount of the same directory
-// may live in the same process as the publisher only in tests and one-shot tools, and holds no snapshot over a
-// commit.
+// Requires one thread, and no fork() while the store is open (open it after daemonising). A Mount of the same directory
+// may live in the publisher's process only in tests and one-shot tools, and holds no snapshot over a commit.
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "quillo/Corruption.h"
 #include "quillo/StoreException.h"
 #include "quillo/Table.h"
 
@@ -50,24 +49,31 @@ struct CommitResult {
   std::uint64_t seq = 0;      // head of the journal after the commit
 };
 
+// Who holds the publisher lock of a store.
+struct PublisherInfo {
+  bool alive = false;
+  std::int64_t pid = 0;  // as the publisher saw itself; 0 when not alive
+  std::string name;
+};
+
+class Doorbell;
+class Environment;
 class Publisher;
-class PublisherImpl;
-struct BatchOps;
+class PublisherLock;
 
 // Changes that take effect together, in the order given, or not at all. They are collected in memory and written by
 // `commit` in one transaction; a batch that is destroyed without commit leaves no trace.
 class Batch {
  public:
-  Batch(Batch&&) noexcept;
-  Batch& operator=(Batch&&) noexcept;
-  ~Batch();
+  Batch(Batch&&) noexcept = default;
+  Batch& operator=(Batch&&) noexcept = default;
 
   // RangeException for a key that is empty or longer than `maxKeyBytes`, or a value longer than `maxValueBytes`;
   // the rest of the batch stays.
   void put(TableId table, Bytes key, Bytes value);
   // Nothing happens when the key is not there.
   void del(TableId table, Bytes key);
-  bool empty() const;
+  bool empty() const { return operations_.empty(); }
 
   // StoreException when it cannot be written (`full`, `gone`, ...): then nothing of the batch is in the store,
   // nothing committed before is lost, and the batch is kept, so that commit can be tried again.
@@ -77,10 +83,24 @@ class Batch {
 
  private:
   friend class Publisher;
-  explicit Batch(PublisherImpl& publisher);
-  void add(TableId table, bool deletion, Bytes key, Bytes value);
-  PublisherImpl* publisher_;
-  std::unique_ptr<BatchOps> ops_;
+  // The bytes of all operations lie in one buffer: a batch of a million is a million small structs, not three million
+  // allocations.
+  struct Operation {
+    TableId table;
+    bool isDeletion;
+    std::size_t keyAt, keySize, valueAt, valueSize;
+  };
+
+  explicit Batch(Publisher& publisher) : publisher_(&publisher) {}
+  void add(TableId table, bool isDeletion, Bytes key, Bytes value);
+  Bytes key(const Operation& operation) const { return Bytes(bytes_).substr(operation.keyAt, operation.keySize); }
+  Bytes value(const Operation& operation) const {
+    return Bytes(bytes_).substr(operation.valueAt, operation.valueSize);
+  }
+
+  Publisher* publisher_;
+  std::vector<Operation> operations_;
+  std::string bytes_;
 };
 
 class Publisher {
@@ -93,24 +113,49 @@ class Publisher {
   Publisher(const Publisher&) = delete;
   Publisher& operator=(const Publisher&) = delete;
 
-  Batch begin();
+  Batch begin() { return Batch(*this); }
 
   // The keys of `tables` that are put from here on are marked as seen; a pass that was under way is forgotten.
   void beginFullPass(const std::vector<TableId>& tables);
-  bool fullPassActive() const;
+  bool fullPassActive() const { return pass_ != nullptr; }
   // Deletes the keys of the pass's tables that were not seen and, in the same transaction, records that a complete
   // pass is in the store. On StoreException the pass goes on: call again.
   CommitResult endFullPass();
 
   // The value as committed, or none. CorruptionDetectedException as for readers.
-  std::optional<std::string> get(TableId table, Bytes key) const;
+  std::optional<std::string> get(TableId table, Bytes key);
 
-  std::uint64_t seq() const;         // head of the journal
-  std::uint64_t generation() const;  // of the store, never 0
-  const std::string& directory() const;
+  std::uint64_t seq() const { return head_.seq; }  // of the journal
+  std::uint64_t generation() const;                // of the store, never 0
+  const std::string& directory() const { return config_.directory; }
 
  private:
-  std::unique_ptr<PublisherImpl> impl_;
+  friend class Batch;
+  struct FullPass;
+
+  void open();
+  void makeDirectory();
+  void removeStore();
+  void openStore();
+  void clearStaleReaders();
+  // The store, opened again if it could not be the last time.
+  const std::shared_ptr<Environment>& environment();
+  // Writes the operations, and a complete pass if asked, as one transaction.
+  CommitResult apply(const Batch& batch, bool completesPass);
+  int attempt(const Batch& batch, bool completesPass, CommitResult& result);
+  bool grow();
+  [[noreturn]] void fail(int status);
+  void markSeen(const Batch& batch);
+
+  PublisherConfig config_;
+  std::unique_ptr<PublisherLock> lock_;
+  std::shared_ptr<Environment> env_;
+  std::unique_ptr<Doorbell> doorbell_;
+  Head head_;
+  std::map<TableId, TableState> states_;  // of the tables that were written
+  std::string broken_;                    // why nothing can be written any more
+  Kel::Seconds lastReaderCheck_ = 0;
+  std::unique_ptr<FullPass> pass_;  // null when none is under way
 };
 
 }  // namespace Quillo

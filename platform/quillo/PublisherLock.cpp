@@ -9,7 +9,7 @@
 #include <charconv>
 #include <cstring>
 
-#include "quillo/StoreFiles.h"
+#include "quillo/Environment.h"
 
 namespace Quillo {
 

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "quillo/Mount.h"
+#include "quillo/Publisher.h"
 
 namespace Quillo {
 

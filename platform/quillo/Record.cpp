@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstring>
+#include <initializer_list>
 
 namespace Quillo {
 
@@ -33,6 +34,16 @@ void store(std::string& bytes, std::size_t offset, T value) {
 std::uint64_t checksumOf(Place place, Bytes key, Bytes record) {
   std::uint64_t seed = XXH3_64bits_withSeed(key.data(), key.size(), static_cast<std::uint64_t>(place));
   return XXH3_64bits_withSeed(record.data() + seqAt, record.size() - seqAt, seed);
+}
+
+std::string metaKey(Bytes name) {
+  return std::string(1, '\0').append(name);
+}
+
+std::string encodeNumbers(std::initializer_list<std::uint64_t> numbers) {
+  std::string bytes;
+  for (const auto number : numbers) appendU64(bytes, number);
+  return bytes;
 }
 
 }  // namespace
@@ -92,6 +103,45 @@ std::string recordKey(TableId table, Bytes key) {
   out.push_back(static_cast<char>(table));
   out.append(key);
   return out;
+}
+
+std::string headKey() {
+  return metaKey("head");
+}
+
+std::string passKey() {
+  return metaKey("pass");
+}
+
+std::string tableStateKey(TableId table) {
+  return metaKey("table").append(1, static_cast<char>(table));
+}
+
+std::string encodeHead(const Head& head) {
+  return encodeNumbers({head.seq, head.floor, head.tombstones});
+}
+
+std::string encodePass(const CompletePass& pass) {
+  return encodeNumbers({pass.seq, std::bit_cast<std::uint64_t>(pass.time)}) + pass.publisher;
+}
+
+std::string encodeTableState(const TableState& state) {
+  return encodeNumbers({state.count, state.digest, state.version});
+}
+
+std::optional<Head> decodeHead(Bytes value) {
+  if (value.size() < 24) return std::nullopt;
+  return Head{readU64(value, 0), readU64(value, 8), readU64(value, 16)};
+}
+
+std::optional<CompletePass> decodePass(Bytes value) {
+  if (value.size() < 16) return std::nullopt;
+  return CompletePass{readU64(value, 0), std::bit_cast<double>(readU64(value, 8)), std::string(value.substr(16))};
+}
+
+std::optional<TableState> decodeTableState(Bytes value) {
+  if (value.size() < 24) return std::nullopt;
+  return TableState{readU64(value, 0), readU64(value, 8), readU64(value, 16)};
 }
 
 }  // namespace Quillo

@@ -1,8 +1,9 @@
 #pragma once
-// One record as it lies in the store: a fixed header, then the value. Layout in docs/store-format.md. Internal to
-// the store.
+// One record as it lies in the store (a fixed header, then the value), and the values of the records that the store
+// keeps about itself. Layout in docs/store-format.md. Internal to the store.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "quillo/Table.h"
@@ -37,5 +38,21 @@ std::uint64_t readU64(Bytes bytes, std::size_t offset);
 
 // The key in the index of records: the table's number, then the table's own key.
 std::string recordKey(TableId table, Bytes key);
+
+// Layout of the records of table 0.
+inline constexpr std::uint16_t metaLayout = 1;
+
+std::string headKey();
+std::string passKey();
+std::string tableStateKey(TableId table);
+
+std::string encodeHead(const Head& head);
+std::string encodePass(const CompletePass& pass);
+std::string encodeTableState(const TableState& state);
+
+// None when the value is too short.
+std::optional<Head> decodeHead(Bytes value);
+std::optional<CompletePass> decodePass(Bytes value);
+std::optional<TableState> decodeTableState(Bytes value);
 
 }  // namespace Quillo

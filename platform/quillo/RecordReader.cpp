@@ -109,6 +109,60 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
   return view;
 }
 
+namespace {
+
+// What `decode` makes of a record that the store keeps about itself.
+template <class Decode>
+auto readMeta(Environment& env, MDB_txn* txn, const std::string& key, const Decode& decode) {
+  std::string buffer;
+  const auto record = readRecord(env, txn, Place::records, key, buffer);
+  using Decoded = decltype(decode(Bytes()));
+  if (!record) return Decoded();
+  auto decoded = record->layout == metaLayout ? decode(record->value) : std::nullopt;
+  if (!decoded) damageDetected(env, Place::records, key, std::string("unknown layout"));
+  return decoded;
+}
+
+}  // namespace
+
+Head readHead(Environment& env, MDB_txn* txn) {
+  return readMeta(env, txn, headKey(), decodeHead).value_or(Head{});
+}
+
+std::optional<CompletePass> readPass(Environment& env, MDB_txn* txn) {
+  return readMeta(env, txn, passKey(), decodePass);
+}
+
+TableState readTableState(Environment& env, MDB_txn* txn, TableId table) {
+  return readMeta(env, txn, tableStateKey(table), decodeTableState).value_or(TableState{});
+}
+
+View::View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch)
+    : env(std::move(opened)), epoch(mountEpoch) {
+  const int status = env->beginRead(txn);
+  if (status == MDB_READERS_FULL) {
+    throw StoreException(
+        StoreException::Kind::full,
+        fmt::format("store {} has as many readers as it takes; stop one of them", env->directory()));
+  }
+  if (status != 0) {
+    damageDetected(*env, Place::records, {}, status);
+  }
+  try {
+    auto& known = env->knownHead();
+    const auto version = mdb_txn_id(txn);
+    if (!known || known->version != version) known = {version, readHead(*env, txn)};
+    head = known->head;
+  } catch (...) {
+    Environment::endRead(txn);
+    throw;
+  }
+}
+
+View::~View() {
+  Environment::endRead(txn);
+}
+
 RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes prefix)
     : env_(env), place_(place), prefix_(prefix) {
   if (env.faulted()) {

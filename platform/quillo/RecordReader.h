@@ -1,17 +1,17 @@
 #pragma once
-// Checked reading of records in a transaction. Internal to the store.
+// Read transactions, and checked reading of records in a transaction. Internal to the store.
 //
-// Records are copied out of the mapping first and checked then, so what the caller gets cannot change or vanish.
-// Pesk::CorruptionDetectedException for everything that is not "found" or "not there"; after a fault of the mapping
-// every further call raises it.
+// Guarantees: a record is copied out of the mapping before it is checked, so what the caller gets cannot change or
+// vanish. Throws Pesk::CorruptionDetectedException for everything but "found" and "not there"; after a fault of the
+// mapping every further call throws it.
 
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "quillo/Corruption.h"
 #include "quillo/Environment.h"
 #include "quillo/Record.h"
+#include "quillo/StoreException.h"
 
 struct MDB_cursor;
 
@@ -23,6 +23,29 @@ namespace Quillo {
 
 // `buffer` holds the bytes that the view points into; it only grows, so keep it for the next call.
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer);
+
+// Of a new store they are zeroes, or none.
+Head readHead(Environment& env, MDB_txn* txn);
+std::optional<CompletePass> readPass(Environment& env, MDB_txn* txn);
+TableState readTableState(Environment& env, MDB_txn* txn, TableId table);
+
+// One version of the data, in a read transaction. Snapshots and scans share it; the last of them ends the transaction.
+// It keeps the store open, so a mount may drop a store that faulted while views of it are still in use.
+//
+// Each view takes a slot in the lock file and gives it back: one that is kept could be lost in between, when the lock
+// file is begun anew.
+struct View {
+  // Throws Pesk::CorruptionDetectedException; StoreException when all slots are taken.
+  View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch);
+  ~View();
+  View(const View&) = delete;
+  View& operator=(const View&) = delete;
+
+  std::shared_ptr<Environment> env;
+  MDB_txn* txn = nullptr;
+  std::uint64_t epoch;  // of the mount; 0 of a publisher's own view
+  Head head;
+};
 
 // A walk over one index in key order, to the end of the keys that begin with `prefix`. Closed before its transaction
 // ends.

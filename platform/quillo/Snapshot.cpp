@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "quillo/StoreException.h"
-#include "quillo/View.h"
+#include "quillo/RecordReader.h"
 
 namespace Quillo {
 

@@ -1,24 +1,33 @@
 #pragma once
-// One consistent view of the store. Made by Mount::snapshot().
+// One consistent version of the store: its records, and the journal of what changed. Made by Mount::snapshot().
 //
-// Rules:
-// - Take it, use it, let it go within one turn of the event loop. While it lives, pages that the publisher replaces
-//   cannot be reused and the store grows.
-// - Every record is copied out of the mapping and checked before it is handed out. A record that fails, an error of
-// the
-//   storage engine, or a fault of the mapping raises Pesk::CorruptionDetectedException; after a fault of the
-//   mapping every further call on snapshots and scans of that view raises it too. Hand the exception to
-//   Mount::corruptionDetected.
+// Requires: it is taken, used and let go within one turn of the event loop. While it lives, pages that the publisher
+// replaces cannot be reused and the store grows.
+// Throws Pesk::CorruptionDetectedException for a record whose check fails, an error of the storage engine and a fault of
+// the mapping; hand it to Mount::corruptionDetected. After a fault of the mapping every further call on snapshots and
+// scans of the same version throws it too.
+//
+// The journal. Every change of the store takes the next sequence number (1, 2, ...). The journal is an index by that
+// number, which holds the latest change of each key and nothing older: it never outgrows the data plus the tombstones of
+// deleted keys. A reader that was slow, or was started again, asks for the changes after its bookmark and gets each key
+// once, in the order of the latest changes.
+//
+// Tombstones are dropped, oldest first, past a limit. A reader whose bookmark lies before a dropped tombstone may have
+// missed a deletion: it gets `tooOld` and rebuilds:
+//
+//   Bookmark mark = mount->snapshot().bookmark();      // first, then
+//   ... scan every table of interest, over as many turns as it takes ...
+//   ... then changesSince(mark, ...) as usual ...
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "kel/Ptr.h"
-#include "kel/System.h"
-#include "quillo/Corruption.h"
-#include "quillo/Journal.h"
+#include "quillo/StoreException.h"
 #include "quillo/Table.h"
 
 namespace Quillo {
@@ -27,19 +36,28 @@ class Mount;
 class RecordCursor;
 struct View;
 
-// "A publisher has completed a pass over everything it publishes."
-struct CompletePass {
-  std::uint64_t seq = 0;  // head of the journal at its end
-  Kel::Seconds time = 0;  // framework clock of the publisher
-  std::string publisher;  // its program name
+// A reader's place in the journal. The default one is older than everything: it always gets `tooOld`.
+struct Bookmark {
+  std::uint64_t generation = 0;  // of the store; a recreated store has another
+  std::uint64_t epoch = 0;       // of the mount; damage that was met begins a new one
+  std::uint64_t seq = 0;         // everything up to this number has been seen
+  bool operator==(const Bookmark&) const = default;
 };
 
-// What the publisher keeps beside each table, in the same transaction as the data.
-struct TableState {
-  std::uint64_t count = 0;    // records
-  std::uint64_t digest = 0;   // sum of the checksums of the records, modulo 2^64
-  std::uint64_t version = 0;  // sequence number of the latest change in the table
-  bool operator==(const TableState&) const = default;
+struct Change {
+  enum class Kind : std::uint8_t { put = 1, deletion = 2 };
+  std::uint64_t seq = 0;
+  // May be a number that this build does not know (a newer publisher): skip such changes.
+  TableId table = TableId::varnix;
+  Kind kind = Kind::put;
+  std::string key;
+};
+
+struct Changes {
+  bool tooOld = false;  // rebuild; the other members are then empty, `next` is the head
+  bool more = false;    // the limit was reached: ask again from `next`
+  std::vector<Change> changes;
+  Bookmark next;  // pass it to the next call
 };
 
 // A walk over one table in key order. Lives no longer than the turn, like its snapshot.
@@ -93,10 +111,25 @@ class Snapshot {
 
  private:
   friend class Mount;
-  friend class MountImpl;
   explicit Snapshot(std::shared_ptr<View> view);
   std::shared_ptr<View> view_;
   std::string buffer_;
 };
+
+// Both end a walk by returning false.
+using VisitRecord = std::function<bool(const Scan& scan)>;
+using VisitDamage = std::function<bool(const std::string& key, const Pesk::CorruptionDetectedException& damage)>;
+
+// Visits the records of `table` in key order, from lower_bound(from) on. For a damaged record `damaged` is called in its
+// place; to find its key costs a few reads, and some thousand where the key itself is damaged. True when the walk reached
+// the end of the table. Throws damage that makes the walk itself impossible (a fault of the mapping, a damaged page).
+bool scanAround(const Snapshot& snapshot, TableId table, std::string from, const VisitRecord& visit,
+                const VisitDamage& damaged);
+
+// The least key above `key` that can be stored; empty when there is none.
+std::string keyAfter(std::string key);
+
+// False when damage has made the whole version unreadable, not only a record.
+bool isReadable(const Snapshot& snapshot);
 
 }  // namespace Quillo

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "kel/System.h"
+
 namespace Quillo {
 
 using Bytes = std::string_view;
@@ -42,6 +44,28 @@ inline constexpr std::array<TableInfo, 6> knownTables{{
     {TableId::route6, "route6", 2},
     {TableId::fec, "fec", 1},
 }};
+
+// What the publisher keeps beside each table, in the same transaction as the data.
+struct TableState {
+  std::uint64_t count = 0;    // records
+  std::uint64_t digest = 0;   // sum of the checksums of the records, modulo 2^64
+  std::uint64_t version = 0;  // sequence number of the latest change in the table
+  bool operator==(const TableState&) const = default;
+};
+
+// The journal as a whole.
+struct Head {
+  std::uint64_t seq = 0;         // of the latest change
+  std::uint64_t floor = 0;       // the highest sequence number of a dropped tombstone
+  std::uint64_t tombstones = 0;  // deletions that the journal holds
+};
+
+// A publisher has completed a pass over everything it publishes.
+struct CompletePass {
+  std::uint64_t seq = 0;  // head of the journal at its end
+  Kel::Seconds time = 0;  // framework clock of the publisher
+  std::string publisher;  // its program name
+};
 
 // The entry of a known table; asserts for any other number.
 const TableInfo& tableInfo(TableId id);

@@ -1,9 +1,7 @@
 #include "quillo/TableFollower.h"
 
 #include <algorithm>
-
-#include "quillo/ScanAround.h"
-#include "quillo/Tell.h"
+#include <utility>
 
 namespace Quillo {
 namespace {
@@ -34,8 +32,8 @@ bool TableFollower::step(std::size_t limit, const Bookmark* other) {
       obstacle_ = error.what();
     }
   }
-  if (turn.anew) tellAnew();
-  tellKeys(turn.changes);
+  if (turn.anew) notifyAnew();
+  notifyKeys(turn.changes);
   reportDamage();
   return turn.more && mount_->state() == Mount::State::ready;
 }
@@ -70,26 +68,26 @@ TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other
   return {std::move(snapshot), changes.tooOld, changes.more, std::move(list)};
 }
 
-void TableFollower::tellAnew() {
+void TableFollower::notifyAnew() {
   QTRACE(tableFollowerTrace, 2) << (initialized_ ? "all may have changed in " : "following ")
                                 << mount_->directory();
   if (initialized_) {
-    tell<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleTables(); });
+    notifyEach<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleTables(); });
     return;
   }
   initialized_ = true;
-  tell<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleInitialized(); });
+  notifyEach<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleInitialized(); });
 }
 
-void TableFollower::tellKeys(const std::vector<Change>& changes) {
+void TableFollower::notifyKeys(const std::vector<Change>& changes) {
   for (const auto& change : changes) {
-    // A reactor has met damage: all will be told anew, and till then there is nothing to be read.
+    // A reactor has met damage: `tables` will be notified, and until then nothing can be read.
     if (mount_->state() != Mount::State::ready) return;
     const auto at = keys_.find(change.table);
     if (at == keys_.end()) continue;
     const auto keys = at->second;
-    tell<TableKeys::Notifiee>(*keys, tableFollowerTrace,
-                              [&](TableKeys::Notifiee& reactor) { reactor.handleKey(change.key); });
+    notifyEach<TableKeys::Notifiee>(*keys, tableFollowerTrace,
+                                    [&](TableKeys::Notifiee& reactor) { reactor.handleKey(change.key); });
   }
 }
 
@@ -130,7 +128,7 @@ void TableFollower::corruptionDetected(const std::string& message) {
   if (known_.insert(message).second) unreported_.push_back(message);
 }
 
-// True as well when there is no view to be had: that is known elsewhere.
+// Also true when no view can be had at all: that is no damage.
 bool TableFollower::viewIsReadable() const {
   if (mount_->state() != Mount::State::ready) return true;
   try {
@@ -148,6 +146,40 @@ void TableFollower::reportDamage() {
   for (const auto& what : std::exchange(unreported_, {})) {
     if (isHere) mount_->corruptionDetected(what);
   }
+}
+
+class TableWatch::OnFollower : public TableFollower::Notifiee {
+ public:
+  OnFollower(std::function<void()> initialized, std::function<void()> tables)
+      : initialized_(std::move(initialized)), tables_(std::move(tables)) {}
+  void handleInitialized() override { initialized_(); }
+  void handleTables() override { tables_(); }
+
+ private:
+  const std::function<void()> initialized_, tables_;
+};
+
+class TableWatch::OnKeys : public TableKeys::Notifiee {
+ public:
+  explicit OnKeys(std::function<void(const std::string&)> handle) : handle_(std::move(handle)) {}
+  void handleKey(const std::string& key) override { handle_(key); }
+
+ private:
+  const std::function<void(const std::string&)> handle_;
+};
+
+TableWatch::TableWatch(const Kel::Ptr<TableFollower>& follower, const Handlers& handlers)
+    : onFollower_(Kel::makePtr<OnFollower>(handlers.initialized, handlers.tables)) {
+  onFollower_->notifierIs(follower);
+  for (const auto& [table, handle] : handlers.keys) {
+    onKeys_.push_back(Kel::makePtr<OnKeys>(handle));
+    onKeys_.back()->notifierIs(follower->keys(table));
+  }
+}
+
+TableWatch::~TableWatch() {
+  onFollower_->notifierIs(nullptr);
+  for (const auto& onKeys : onKeys_) onKeys->notifierIs(nullptr);
 }
 
 }  // namespace Quillo

@@ -4,7 +4,8 @@
 #include <map>
 #include <string>
 
-#include "quillo/Meta.h"
+#include "quillo/RecordReader.h"
+#include "quillo/Snapshot.h"
 
 namespace Quillo {
 

@@ -1,6 +1,5 @@
 #include "varnix/DocumentFeed.h"
 
-#include "quillo/ScanAround.h"
 #include "varnix/Document.h"
 
 namespace Varnix {

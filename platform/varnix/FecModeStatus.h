@@ -3,7 +3,7 @@
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
-#include "quillo/tables/FecMode.h"
+#include "quillo/tables/Fec.h"
 
 namespace Quillo::Fib {
 

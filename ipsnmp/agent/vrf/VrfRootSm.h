@@ -25,7 +25,7 @@
 #include "ipsnmp/agent/neighbour/ArpIdClaims.h"
 #include "ipsnmp/agent/vrf/VrfRoot.h"
 #include "ipsnmp/agent/vrf/VrfTables.h"
-#include "quillo/tables/FecMode.h"
+#include "quillo/tables/Fec.h"
 #include "snmp/IfMib.h"
 #include "varnix/EntityManager.h"
 #include "varnix/Routing.h"

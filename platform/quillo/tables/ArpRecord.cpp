@@ -14,10 +14,6 @@ using Quillo::vrfKeyBytes;
 constexpr std::size_t macBytes = 6;
 constexpr std::uint8_t staticFlag = 1;
 
-void append(std::string& out, const auto& bytes) {
-  out.append(bytes.begin(), bytes.end());
-}
-
 TableId checkedTable(const ArpKey& key) {
   const auto table = tableOf(key.addr);
   if (!table) throw Kel::RangeException("a neighbour without an address has no place in the store");
@@ -45,14 +41,14 @@ std::string encodeKey(const ArpKey& key) {
 
 std::string encodeAddress(const VrfId& vrfId, const Vantu::IpGenAddr& addr) {
   auto bytes = Quillo::encodeVrf(vrfId);
-  if (addr.af() == Vantu::ipv4_) append(bytes, addr.v4().bytes());
-  if (addr.af() == Vantu::ipv6_) append(bytes, addr.v6().bytes());
+  if (addr.af() == Vantu::ipv4_) Quillo::appendBytes(bytes, addr.v4());
+  if (addr.af() == Vantu::ipv6_) Quillo::appendBytes(bytes, addr.v6());
   return bytes;
 }
 
 std::string encodeValue(const ArpEntry& entry) {
   std::string bytes;
-  append(bytes, entry.ethAddr.bytes());
+  Quillo::appendBytes(bytes, entry.ethAddr);
   bytes.push_back(static_cast<char>(entry.status.isStatic ? staticFlag : 0));
   return bytes;
 }

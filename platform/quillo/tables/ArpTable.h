@@ -1,13 +1,14 @@
 #pragma once
 // The shared table of IPv4 ARP and IPv6 neighbour entries of all VRFs, as its readers see it.
 //
-// It is two maps under one roof: the ARP map holds the IPv4 entries, the neighbour map the IPv6 ones. Both are
-// ordered by VRF, then address, then interface, so that the entries of one VRF are one range.
+// It is two maps: the ARP map holds the IPv4 entries, the neighbour map the IPv6 ones. Both are ordered by VRF, then
+// address, then interface, so the entries of a VRF are one range.
 
 #include <functional>
+#include <ostream>
 
 #include "kel/Notifier.h"
-#include "quillo/Corruption.h"
+#include "quillo/StoreException.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
 #include "vantu/IpAddr.h"
@@ -31,7 +32,9 @@ struct ArpKey {
 };
 
 // In traces: "<vrf id>/<address>/<interface>".
-std::ostream& operator<<(std::ostream& out, const ArpKey& key);
+inline std::ostream& operator<<(std::ostream& out, const ArpKey& key) {
+  return out << key.vrfId << "/" << key.addr << "/" << key.intfId;
+}
 
 // A default-constructed entry (VRF id unknown) stands for "no such entry".
 struct ArpEntry {
@@ -46,7 +49,7 @@ struct ArpEntry {
   friend bool operator==(const ArpEntry&, const ArpEntry&) = default;
 };
 
-// Reads see the table as it is at that moment. A lookup or a walk may throw Pesk::CorruptionDetectedException,
+// Reads see the table as it is at that moment. A lookup or a walk throws Pesk::CorruptionDetectedException for damage,
 // which the caller passes to `corruptionDetected`.
 class Status : public Kel::Notifier {
  public:
@@ -55,13 +58,13 @@ class Status : public Kel::Notifier {
     void notifierIs(const Kel::Ptr<const Status>& notifier) { kelAttach(notifier); }
     Kel::Ptr<const Status> notifier() const { return boost::static_pointer_cast<const Status>(kelNotifier()); }
 
-    // The table can be read: its first complete state is there.
+    // The first complete state of the table can be read.
     virtual void handleInitialized() {}
-    // An entry came, went, or says something else.
+    // An entry was added, deleted or changed.
     virtual void onArpEntry(const ArpKey&) {}
     virtual void onNeighborEntry(const ArpKey&) {}
-    // Anything may have changed (the store was made anew, or the reader fell too far behind): compare with what
-    // you have. No handler is called for the single entries.
+    // Anything may have changed (the store was made anew, or the reader fell too far behind): compare the table with
+    // your copy. No handler is called for the single entries.
     virtual void handleTable() {}
   };
 
@@ -81,8 +84,12 @@ class Status : public Kel::Notifier {
 
   // Every entry of the VRF.
   using Visit = std::function<void(const ArpEntry&)>;
-  void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const;
-  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const;
+  void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const {
+    forEachArpEntry(vrfId, {}, [&visit](const ArpEntry& entry) { return visit(entry), true; });
+  }
+  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const {
+    forEachNeighborEntry(vrfId, {}, [&visit](const ArpEntry& entry) { return visit(entry), true; });
+  }
 
   virtual void corruptionDetected(const Pesk::CorruptionDetectedException& error) const = 0;
 };

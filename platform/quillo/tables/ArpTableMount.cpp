@@ -1,6 +1,5 @@
 #include "quillo/tables/ArpTableMount.h"
 
-#include "quillo/Tell.h"
 #include "quillo/tables/ArpRecord.h"
 #include "quillo/tables/VrfKey.h"
 
@@ -11,59 +10,32 @@ Kel::TraceHandle arpTableMountTrace("QuilloArpTable");
 
 }  // namespace
 
-// Pass on what the follower tells. Both are detached before their table goes.
-class ArpTableMount::Following : public TableFollower::Notifiee {
-  using Reactor = Arp::Table::Status::Notifiee;
-
- public:
-  const ArpTableMount* table = nullptr;
-  void handleInitialized() override {
-    tell<Reactor>(*table, arpTableMountTrace, [](Reactor& reactor) { reactor.handleInitialized(); });
-  }
-  void handleTables() override {
-    tell<Reactor>(*table, arpTableMountTrace, [](Reactor& reactor) { reactor.handleTable(); });
-  }
-};
-
-class ArpTableMount::Keys : public TableKeys::Notifiee {
- public:
-  const ArpTableMount* table = nullptr;
-  TableId id = TableId::arp;
-  void handleKey(const std::string& bytes) override { table->tellKey(id, bytes); }
-};
-
-ArpTableMount::ArpTableMount(const Kel::Ptr<Mount>& mount) : ArpTableMount(Kel::makePtr<TableFollower>(mount)) {
-}
-
 ArpTableMount::ArpTableMount(Kel::Ptr<TableFollower> follower)
     : follower_(std::move(follower)),
       arp_(follower_, TableId::arp),
       neighbor_(follower_, TableId::neighbor),
-      following_(Kel::makePtr<Following>()),
-      arpKeys_(Kel::makePtr<Keys>()),
-      neighborKeys_(Kel::makePtr<Keys>()) {
-  following_->table = this;
-  following_->notifierIs(follower_);
-  for (const auto& [keys, id] : {std::pair(arpKeys_, TableId::arp), std::pair(neighborKeys_, TableId::neighbor)}) {
-    keys->table = this;
-    keys->id = id;
-    keys->notifierIs(follower_->keys(id));
-  }
+      watch_(follower_,
+             {.initialized =
+                  [this] {
+                    notifyEach<Notifiee>(*this, arpTableMountTrace,
+                                         [](Notifiee& reactor) { reactor.handleInitialized(); });
+                  },
+              .tables =
+                  [this] {
+                    notifyEach<Notifiee>(*this, arpTableMountTrace,
+                                         [](Notifiee& reactor) { reactor.handleTable(); });
+                  },
+              .keys = {{TableId::arp, [this](const auto& bytes) { notifyKey(TableId::arp, bytes); }},
+                       {TableId::neighbor, [this](const auto& bytes) { notifyKey(TableId::neighbor, bytes); }}}}) {
 }
 
-ArpTableMount::~ArpTableMount() {
-  following_->notifierIs(nullptr);
-  arpKeys_->notifierIs(nullptr);
-  neighborKeys_->notifierIs(nullptr);
-}
-
-void ArpTableMount::tellKey(TableId table, const std::string& bytes) const {
+void ArpTableMount::notifyKey(TableId table, const std::string& bytes) const {
   ArpKey key;
   if (const auto* what = Arp::Table::decodeKey(table, bytes, key)) {
     corruptionDetected(reader(table).damage(bytes, what));
     return;
   }
-  tell<Notifiee>(*this, arpTableMountTrace, [&](Notifiee& reactor) {
+  notifyEach<Notifiee>(*this, arpTableMountTrace, [&](Notifiee& reactor) {
     table == TableId::arp ? reactor.onArpEntry(key) : reactor.onNeighborEntry(key);
   });
 }

@@ -1,16 +1,16 @@
 #pragma once
-// The neighbour tables as an agent reads them from the store.
+// The neighbour tables, read from the store.
 //
 //   auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory});
 //   auto table = Kel::makePtr<Quillo::ArpTableMount>(mount);
 //   after each refresh of the mount, as a task:  while (table->step(100)) ... yield if you should ...
 //
-// It holds no entries: each lookup and each walk reads the store as it is at that moment. While there is no store to
-// read there are no entries. When there is one that takes no further reader now, a lookup throws StoreException, and
-// the table is told once it can be read again.
+// It holds no entries: each lookup and each walk reads the store as it is at that moment. While there is no store that
+// can be read there are no entries. When a store takes no further reader at present, a lookup throws StoreException, and
+// `handleTable` is notified once it can be read again.
 //
-// Between the moment at which a publisher begins a new store and the end of its first pass, reads see what is there
-// already, and no handler is called. Its end is told as one change (`handleTable`).
+// From the moment at which a publisher begins a new store until the end of its first pass, reads see what has been
+// written so far, and no handler is called. The end of the pass is notified as one change (`handleTable`).
 
 #include <string>
 
@@ -22,12 +22,11 @@ namespace Quillo {
 class ArpTableMount final : public Arp::Table::Status {
  public:
   // The mount may be shared; its user calls refresh(). With a follower that others share, step() is theirs too.
-  explicit ArpTableMount(const Kel::Ptr<Mount>& mount);
+  explicit ArpTableMount(const Kel::Ptr<Mount>& mount) : ArpTableMount(Kel::makePtr<TableFollower>(mount)) {}
   explicit ArpTableMount(Kel::Ptr<TableFollower> follower);
-  ~ArpTableMount() override;
 
-  // Takes in at most `limit` (at least 1) changes of the journal and calls the reactors; true while more remains.
-  // TableFollower says what is told when.
+  // Reads at most `limit` (at least 1) changes of the journal and calls the reactors; true while more remain.
+  // TableFollower says what is notified when.
   bool step(std::size_t limit) { return follower_->step(limit); }
 
   using ArpKey = Arp::Table::ArpKey;
@@ -49,27 +48,23 @@ class ArpTableMount final : public Arp::Table::Status {
     walk(TableId::neighbor, vrfId, from, visit);
   }
 
-  // To the mount, by way of the follower, which says when. Then the store is opened again and the table is told.
+  // Reports to the mount by way of the follower, which says when. Then the store is opened again and `handleTable`
+  // notified.
   void corruptionDetected(const Pesk::CorruptionDetectedException& error) const override {
     follower_->corruptionDetected(error);
   }
 
  private:
-  class Following;
-  class Keys;
-
   const VrfTableReader& reader(TableId table) const { return table == TableId::arp ? arp_ : neighbor_; }
   bool isReadable() const { return follower_->mount()->state() == Mount::State::ready; }
   ArpEntry entry(TableId table, const ArpKey& key) const;
   void walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const;
-  void tellKey(TableId table, const std::string& bytes) const;
+  void notifyKey(TableId table, const std::string& bytes) const;
 
   Kel::Ptr<TableFollower> follower_;
   VrfTableReader arp_;
   VrfTableReader neighbor_;
-  Kel::Ptr<Following> following_;
-  Kel::Ptr<Keys> arpKeys_;
-  Kel::Ptr<Keys> neighborKeys_;
+  const TableWatch watch_;
 };
 
 }  // namespace Quillo

@@ -1,6 +1,10 @@
 #pragma once
-// Forwarding equivalence classes: what the routes that forward alike have in common, their next hops.
+// Forwarding equivalence classes (FECs): the next hops that routes share.
 
+#include <fmt/format.h>
+
+#include <boost/describe.hpp>
+#include <charconv>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -13,6 +17,14 @@
 
 namespace Quillo::Fib {
 
+// How the switch keeps its FECs.
+enum FecMode : int {
+  fecModeUnknown = 0,
+  fecModePerVrf = 1,   // a forwarding-status table for each VRF
+  fecModeUnified = 2,  // one for all of them
+};
+BOOST_DESCRIBE_ENUM(FecMode, fecModeUnknown, fecModePerVrf, fecModeUnified)
+
 // Unique in one forwarding table. 0 stands for none.
 class FecId {
  public:
@@ -22,7 +34,14 @@ class FecId {
 
   std::string stringValue() const { return std::to_string(value_); }
   // Decimal digits. Throws Kel::RangeException.
-  static FecId fromString(std::string_view text);
+  static FecId fromString(std::string_view text) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+      throw Kel::RangeException(fmt::format("FecId: {:?} is no FEC id; expected decimal digits", text));
+    }
+    return FecId(value);
+  }
   friend constexpr auto operator<=>(const FecId&, const FecId&) = default;
   friend std::size_t hash_value(const FecId& id) { return id.value_; }
   friend std::ostream& operator<<(std::ostream& out, const FecId& id) { return out << id.value_; }

@@ -18,17 +18,13 @@ constexpr char isIpv4 = 4;
 constexpr char isIpv6 = 6;
 
 void append(std::string& out, const Fib::Via& via) {
-  const auto bytes = [&](const auto& address) {
-    const auto numbers = address.bytes();
-    out.append(numbers.begin(), numbers.end());
-  };
   if (!via.hop.isSet()) throw Kel::RangeException("a via without an address has no place in the store");
   if (via.hop.af() == Vantu::ipv4_) {
     out.push_back(isIpv4);
-    bytes(via.hop.v4());
+    appendBytes(out, via.hop.v4());
   } else {
     out.push_back(isIpv6);
-    bytes(via.hop.v6());
+    appendBytes(out, via.hop.v6());
   }
   out.push_back(static_cast<char>(via.intfId.text().size()));
   out.append(via.intfId.text());

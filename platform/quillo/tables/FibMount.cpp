@@ -1,8 +1,8 @@
 #include "quillo/tables/FibMount.h"
 
+#include <unordered_map>
 #include <vector>
 
-#include "quillo/Tell.h"
 #include "quillo/tables/FecRecord.h"
 #include "quillo/tables/RouteRecord.h"
 #include "quillo/tables/VrfKey.h"
@@ -15,35 +15,59 @@ Kel::TraceHandle fibMountTrace("QuilloFib");
 
 std::uint64_t lastGeneration = 0;
 
-}  // namespace
+// A description of each type of record, from which its tables follow: what is found under a key, how both lie in the
+// store, and whom a change concerns.
+template <class PrefixType>
+struct RouteRecord {
+  static constexpr TableId table = routeTable<PrefixType>;
+  using Status = BasicRouteStatus<PrefixType>;
+  using Key = PrefixType;
+  using Entry = BasicRoute<PrefixType>;
 
-// The store behind all tables.
-class FibMount::Source : public Kel::PtrInterface {
- public:
-  explicit Source(Kel::Ptr<TableFollower> follower)
-      : routes(follower, TableId::route), routes6(follower, TableId::route6), fecs(follower, TableId::fec) {}
-
-  const Kel::Ptr<TableFollower>& follower() const { return routes.follower(); }
-
-  const VrfTableReader routes;
-  const VrfTableReader routes6;
-  const VrfTableReader fecs;
+  static Key& keyOf(Entry& entry) { return entry.prefix; }
+  static std::string encodeKey(const FibMount::VrfId& vrfId, const Key& key) { return encodeRouteKey(vrfId, key); }
+  static const char* decodeKey(Bytes bytes, FibMount::VrfId& vrfId, Key& key) {
+    return decodeRouteKey(bytes, vrfId, key);
+  }
+  static const char* decode(Bytes bytes, Entry& entry) { return decodeRoute(bytes, entry); }
+  static void notify(typename Status::Notifiee& reactor, const Key& key) { reactor.onRoute(key); }
 };
 
-// What the tables do alike.
-template <class Base>
-class FibMount::Table : public Base {
- public:
-  Table(FibMount* mount, const VrfId& vrfId) : mount_(mount), vrfId_(vrfId) {}
+struct FecRecord {
+  static constexpr TableId table = TableId::fec;
+  using Status = Fib::ForwardingStatus;
+  using Key = Fib::FecId;
+  using Entry = Fib::Fec;
 
-  bool initialized() const override { return source().follower()->initialized(); }
-  void corruptionDetected(const std::string& message) const override {
-    source().follower()->corruptionDetected(message);
+  static Key& keyOf(Entry& entry) { return entry.fecId; }
+  static std::string encodeKey(const FibMount::VrfId& vrfId, const Key& key) { return encodeFecKey(vrfId, key); }
+  static const char* decodeKey(Bytes bytes, FibMount::VrfId& vrfId, Key& key) {
+    return decodeFecKey(bytes, vrfId, key);
   }
+  static const char* decode(Bytes bytes, Entry& entry) { return decodeFec(bytes, entry); }
+  static void notify(Status::Notifiee& reactor, const Key& key) { reactor.onFec(key); }
+};
+
+}  // namespace
+
+// The table of one VRF.
+template <class Record>
+class FibMount::Table : public Record::Status {
+ public:
+  using typename Record::Status::Visit;
+
+  Table(FibMount* mount, const VrfId& vrfId) : mount_(mount), vrfId_(vrfId) {}
+  ~Table() override;
+
+  bool initialized() const override { return reader().follower()->initialized(); }
+  void corruptionDetected(const std::string& message) const override {
+    reader().follower()->corruptionDetected(message);
+  }
+  bool isNotified() const override { return reader().follower()->isNotified(Record::table); }
   // Of the whole store, since one journal counts all changes.
   std::uint64_t generation() const override {
     try {
-      const auto mark = source().follower()->snapshot()->bookmark();
+      const auto mark = reader().follower()->snapshot()->bookmark();
       if (mark == generationMark_) return generation_;
       generationMark_ = mark;
     } catch (const Pesk::CorruptionDetectedException&) {
@@ -55,12 +79,28 @@ class FibMount::Table : public Base {
   }
 
  protected:
-  Source& source() const { return *mount_->source_; }
-  FibMount& mount() const { return *mount_; }
-  const VrfId& vrfId() const { return vrfId_; }
-  bool isEmpty() const { return !isStorable(vrfId_); }
+  // False, with any contents of `found` but its key, when there is no such entry.
+  bool find(const typename Record::Key& key, typename Record::Entry& found) const {
+    if (!isStorable(vrfId_)) return false;
+    return reader().get(Record::encodeKey(vrfId_, key), [&](Bytes value) { return Record::decode(value, found); });
+  }
+  // From the first entry that is at or above `from` (null: of all).
+  void walk(const typename Record::Key* from, const Visit& visit) const {
+    if (!isStorable(vrfId_)) return;
+    const auto vrf = encodeVrf(vrfId_);
+    typename Record::Entry found;
+    reader().walk(vrf, from ? Record::encodeKey(vrfId_, *from) : vrf, [&](const Scan& scan, bool& goesOn) {
+      VrfId vrfId;
+      const char* what = Record::decodeKey(scan.key(), vrfId, Record::keyOf(found));
+      if (!what) what = Record::decode(scan.value(), found);
+      if (!what) goesOn = visit(found);
+      return what;
+    });
+  }
 
  private:
+  const VrfTableReader& reader() const;
+
   const Kel::Ptr<FibMount> mount_;
   const VrfId vrfId_;
   mutable Bookmark generationMark_;
@@ -68,174 +108,124 @@ class FibMount::Table : public Base {
 };
 
 template <class PrefixType>
-class FibMount::Routes final : public FibMount::Table<BasicRouteStatus<PrefixType>> {
-  using Base = BasicRouteStatus<PrefixType>;
-  using Base_ = FibMount::Table<Base>;
+class FibMount::Routes final : public FibMount::Table<RouteRecord<PrefixType>> {
+  using Base = FibMount::Table<RouteRecord<PrefixType>>;
 
  public:
-  using Base_::Base_;
+  using Base::Base;
   using typename Base::Route;
   using typename Base::Visit;
-  ~Routes() override { tables().erase(this->vrfId().value()); }
 
   Route route(const PrefixType& prefix) const override {
     Route found;
-    if (this->isEmpty()) return found;
-    const auto take = [&](Bytes value) { return decodeRoute(value, found); };
-    if (reader().get(encodeRouteKey(this->vrfId(), prefix), take)) found.prefix = prefix;
+    if (this->find(prefix, found)) found.prefix = prefix;
     return found;
   }
-
-  void forEachRoute(const PrefixType& from, const Visit& visit) const override {
-    if (this->isEmpty()) return;
-    reader().walk(encodeVrf(this->vrfId()), encodeRouteKey(this->vrfId(), from),
-                  [&](const Scan& scan, bool& goesOn) {
-                    Route found;
-                    VrfId vrfId;
-                    const char* what = decodeRouteKey(scan.key(), vrfId, found.prefix);
-                    if (!what) what = decodeRoute(scan.value(), found);
-                    if (!what) goesOn = visit(found);
-                    return what;
-                  });
-  }
-
-  bool isNotified() const override { return this->source().follower()->isNotified(reader().table()); }
-
-  static constexpr bool isIpv4 = std::is_same_v<PrefixType, Vantu::Prefix>;
-
- private:
-  const VrfTableReader& reader() const {
-    if constexpr (isIpv4) {
-      return this->source().routes;
-    } else {
-      return this->source().routes6;
-    }
-  }
-  Tables<Routes>& tables() const {
-    if constexpr (isIpv4) {
-      return this->mount().routes_;
-    } else {
-      return this->mount().routes6_;
-    }
-  }
+  void forEachRoute(const PrefixType& from, const Visit& visit) const override { this->walk(&from, visit); }
 };
 
-class FibMount::Fecs final : public FibMount::Table<Fib::ForwardingStatus> {
+class FibMount::Fecs final : public FibMount::Table<FecRecord> {
  public:
   using Table::Table;
-  ~Fecs() override { mount().fecs_.erase(vrfId().value()); }
 
   Fib::Fec fec(const Fib::FecId& fecId) const override {
     Fib::Fec found;
     readFec(fecId, found);
     return found;
   }
-
   void readFec(const Fib::FecId& fecId, Fib::Fec& into) const override {
     into.fecId = Fib::FecId();
-    const auto take = [&](Bytes value) { return decodeFec(value, into); };
-    if (!isEmpty() && fecId != Fib::FecId() && source().fecs.get(encodeFecKey(vrfId(), fecId), take)) {
+    if (fecId != Fib::FecId() && find(fecId, into)) {
       into.fecId = fecId;
     } else {
       into.clear();
     }
   }
-
-  bool isNotified() const override { return source().follower()->isNotified(source().fecs.table()); }
-
   void forEachFec(const Fib::FecId& from, const Visit& visit) const override {
-    if (isEmpty()) return;
-    const auto vrf = encodeVrf(vrfId());
-    Fib::Fec found;
-    source().fecs.walk(vrf, from == Fib::FecId() ? vrf : encodeFecKey(vrfId(), from),
-                       [&](const Scan& scan, bool& goesOn) {
-                         VrfId id;
-                         const char* what = decodeFecKey(scan.key(), id, found.fecId);
-                         if (!what) what = decodeFec(scan.value(), found);
-                         if (!what) goesOn = visit(found);
-                         return what;
-                       });
+    walk(from == Fib::FecId() ? nullptr : &from, visit);
   }
 };
 
-// Pass on what the follower tells. They are detached before the mount goes.
-class FibMount::Following : public TableFollower::Notifiee {
- public:
-  explicit Following(FibMount* mount) : mount_(mount) {}
-  void handleInitialized() override { mount_->tellInitialized(); }
-  void handleTables() override { mount_->tellTables(); }
+// The tables of all VRFs. Each kind is read by one reader.
+struct FibMount::Tables {
+  template <class Record, class T>
+  struct Kind {
+    VrfTableReader reader;
+    std::unordered_map<std::uint32_t, T*> byVrf;  // while they exist
 
- private:
-  FibMount* const mount_;
+    explicit Kind(const Kel::Ptr<TableFollower>& follower) : reader(follower, Record::table) {}
+
+    Kel::Ptr<const typename Record::Status> table(FibMount* mount, const VrfId& vrfId) {
+      if (const auto at = byVrf.find(vrfId.value()); at != byVrf.end()) return at->second;
+      const auto made = Kel::makePtr<T>(mount, vrfId);
+      byVrf.emplace(vrfId.value(), made.get());
+      return made;
+    }
+    void notifyKey(const std::string& bytes) const {
+      VrfId vrfId;
+      typename Record::Key key;
+      if (const char* what = Record::decodeKey(bytes, vrfId, key)) {
+        return reader.follower()->corruptionDetected(reader.damage(bytes, what));
+      }
+      const auto at = byVrf.find(vrfId.value());
+      if (at == byVrf.end()) return;
+      using Reactor = typename Record::Status::Notifiee;
+      notifyEach<Reactor>(*at->second, fibMountTrace, [&](Reactor& reactor) { Record::notify(reactor, key); });
+    }
+  };
+
+  explicit Tables(const Kel::Ptr<TableFollower>& follower) : routes(follower), routes6(follower), fecs(follower) {}
+
+  template <class Record>
+  auto& kind() {
+    if constexpr (Record::table == TableId::route) {
+      return routes;
+    } else if constexpr (Record::table == TableId::route6) {
+      return routes6;
+    } else {
+      return fecs;
+    }
+  }
+
+  Kind<RouteRecord<Vantu::Prefix>, Routes<Vantu::Prefix>> routes;
+  Kind<RouteRecord<Vantu::Ip6Prefix>, Routes<Vantu::Ip6Prefix>> routes6;
+  Kind<FecRecord, Fecs> fecs;
 };
 
-class FibMount::RouteKeys : public TableKeys::Notifiee {
- public:
-  explicit RouteKeys(FibMount* mount) : mount_(mount) {}
-  void handleKey(const std::string& key) override { mount_->tellRoute(mount_->routes_, key); }
+template <class Record>
+FibMount::Table<Record>::~Table() {
+  mount_->tables_->template kind<Record>().byVrf.erase(vrfId_.value());
+}
 
- private:
-  FibMount* const mount_;
-};
-
-class FibMount::Route6Keys : public TableKeys::Notifiee {
- public:
-  explicit Route6Keys(FibMount* mount) : mount_(mount) {}
-  void handleKey(const std::string& key) override { mount_->tellRoute(mount_->routes6_, key); }
-
- private:
-  FibMount* const mount_;
-};
-
-class FibMount::FecKeys : public TableKeys::Notifiee {
- public:
-  explicit FecKeys(FibMount* mount) : mount_(mount) {}
-  void handleKey(const std::string& key) override { mount_->tellFec(key); }
-
- private:
-  FibMount* const mount_;
-};
+template <class Record>
+const VrfTableReader& FibMount::Table<Record>::reader() const {
+  return mount_->tables_->template kind<Record>().reader;
+}
 
 FibMount::FibMount(Kel::Ptr<TableFollower> follower)
-    : source_(Kel::makePtr<Source>(follower)),
-      following_(Kel::makePtr<Following>(this)),
-      routeKeys_(Kel::makePtr<RouteKeys>(this)),
-      route6Keys_(Kel::makePtr<Route6Keys>(this)),
-      fecKeys_(Kel::makePtr<FecKeys>(this)) {
-  following_->notifierIs(follower);
-  routeKeys_->notifierIs(follower->keys(TableId::route));
-  route6Keys_->notifierIs(follower->keys(TableId::route6));
-  fecKeys_->notifierIs(follower->keys(TableId::fec));
+    : tables_(std::make_unique<Tables>(follower)),
+      watch_(follower, {.initialized = [this] { forEachTable([](auto& reactor) { reactor.handleInitialized(); }); },
+                        .tables = [this] { forEachTable([](auto& reactor) { reactor.onTable(); }); },
+                        .keys = {{TableId::route, [this](const auto& key) { tables_->routes.notifyKey(key); }},
+                                 {TableId::route6, [this](const auto& key) { tables_->routes6.notifyKey(key); }},
+                                 {TableId::fec, [this](const auto& key) { tables_->fecs.notifyKey(key); }}}}) {
 }
 
-FibMount::~FibMount() {
-  following_->notifierIs(nullptr);
-  routeKeys_->notifierIs(nullptr);
-  route6Keys_->notifierIs(nullptr);
-  fecKeys_->notifierIs(nullptr);
-}
-
-template <class T, class Base>
-Kel::Ptr<const Base> FibMount::table(Tables<T>& tables, const VrfId& vrfId) {
-  if (const auto at = tables.find(vrfId.value()); at != tables.end()) return Kel::Ptr<const Base>(at->second);
-  const auto made = Kel::makePtr<T>(this, vrfId);
-  tables.emplace(vrfId.value(), made.get());
-  return made;
-}
+FibMount::~FibMount() = default;
 
 Kel::Ptr<const Fib::RouteStatus> FibMount::routeStatus(const VrfId& vrfId) {
-  return table<Routes<Vantu::Prefix>, Fib::RouteStatus>(routes_, vrfId);
+  return tables_->routes.table(this, vrfId);
 }
 
 Kel::Ptr<const Fib6::RouteStatus> FibMount::route6Status(const VrfId& vrfId) {
-  return table<Routes<Vantu::Ip6Prefix>, Fib6::RouteStatus>(routes6_, vrfId);
+  return tables_->routes6.table(this, vrfId);
 }
 
 Kel::Ptr<const Fib::ForwardingStatus> FibMount::forwardingStatus(const VrfId& vrfId) {
-  return table<Fecs, Fib::ForwardingStatus>(fecs_, vrfId);
+  return tables_->fecs.table(this, vrfId);
 }
 
-// FECs before routes: who comes to a route finds its next hops. Reactors may let go of tables meanwhile.
+// FECs before routes, so that a reactor to a route finds its next hops. Reactors may let go of tables meanwhile.
 template <class Call>
 void FibMount::forEachTable(const Call& call) {
   const Kel::Ptr<FibMount> self(this);
@@ -245,48 +235,12 @@ void FibMount::forEachTable(const Call& call) {
     for (const auto& [vrfId, table] : tables) held.emplace_back(table);
     using Reactor = typename std::remove_pointer_t<decltype(tables.begin()->second)>::Notifiee;
     for (const auto& table : held) {
-      tell<Reactor>(*table, fibMountTrace, [&](Reactor& reactor) { call(reactor); });
+      notifyEach<Reactor>(*table, fibMountTrace, [&](Reactor& reactor) { call(reactor); });
     }
   };
-  each(fecs_);
-  each(routes_);
-  each(routes6_);
-}
-
-void FibMount::tellInitialized() {
-  forEachTable([](auto& reactor) { reactor.handleInitialized(); });
-}
-
-void FibMount::tellTables() {
-  forEachTable([](auto& reactor) { reactor.onTable(); });
-}
-
-template <class PrefixType>
-void FibMount::tellRoute(const Tables<Routes<PrefixType>>& tables, const std::string& key) {
-  VrfId vrfId;
-  PrefixType prefix;
-  if (const char* what = decodeRouteKey(key, vrfId, prefix)) {
-    const auto& reader = Routes<PrefixType>::isIpv4 ? source_->routes : source_->routes6;
-    source_->follower()->corruptionDetected(reader.damage(key, what));
-    return;
-  }
-  const auto at = tables.find(vrfId.value());
-  if (at == tables.end()) return;
-  using Reactor = typename BasicRouteStatus<PrefixType>::Notifiee;
-  tell<Reactor>(*at->second, fibMountTrace, [&](Reactor& reactor) { reactor.onRoute(prefix); });
-}
-
-void FibMount::tellFec(const std::string& key) {
-  VrfId vrfId;
-  Fib::FecId fecId;
-  if (const char* what = decodeFecKey(key, vrfId, fecId)) {
-    source_->follower()->corruptionDetected(source_->fecs.damage(key, what));
-    return;
-  }
-  const auto at = fecs_.find(vrfId.value());
-  if (at == fecs_.end()) return;
-  using Reactor = Fib::ForwardingStatus::Notifiee;
-  tell<Reactor>(*at->second, fibMountTrace, [&](Reactor& reactor) { reactor.onFec(fecId); });
+  each(tables_->fecs.byVrf);
+  each(tables_->routes.byVrf);
+  each(tables_->routes6.byVrf);
 }
 
 }  // namespace Quillo

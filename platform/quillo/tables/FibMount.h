@@ -1,5 +1,5 @@
 #pragma once
-// The tables of routes and FECs of each VRF, as an agent reads them from the store.
+// The tables of routes and FECs of each VRF, read from the store.
 //
 //   auto follower = Kel::makePtr<Quillo::TableFollower>(mount);
 //   auto fib = Kel::makePtr<Quillo::FibMount>(follower);
@@ -7,14 +7,12 @@
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
 // A table holds nothing: each lookup and each walk reads the store as it is at that moment. While the store cannot be
-// read (there is none, it is damaged, it takes no further reader) they throw StoreException, so that nobody takes that
-// for a table without entries, and once it can be read again `onTable` is told. Until the follower has told it, the
-// tables are not initialized.
+// read (there is none, it is damaged, it takes no further reader) they throw StoreException, so that no caller mistakes
+// that for a table without entries; `onTable` is notified once it can be read again. The tables are initialized when the
+// follower is.
 //
 // A lookup among a million entries takes about a microsecond where Mount::turnBeginsIs is in use, and without it the
 // time of a read transaction more.
-
-#include <unordered_map>
 
 #include "quillo/TableFollower.h"
 #include "quillo/tables/FibTables.h"
@@ -36,37 +34,18 @@ class FibMount : public Kel::PtrInterface {
   Kel::Ptr<const Fib::ForwardingStatus> forwardingStatus(const VrfId& vrfId);
 
  private:
-  class Source;
-  template <class Base>
+  template <class Record>
   class Table;
   template <class PrefixType>
   class Routes;
   class Fecs;
-  class Following;
-  class RouteKeys;
-  class Route6Keys;
-  class FecKeys;
-  template <class T>
-  using Tables = std::unordered_map<std::uint32_t, T*>;  // by VRF id, while they exist
+  struct Tables;
 
-  template <class T, class Base>
-  Kel::Ptr<const Base> table(Tables<T>& tables, const VrfId& vrfId);
   template <class Call>
   void forEachTable(const Call& call);
-  void tellInitialized();
-  void tellTables();
-  template <class PrefixType>
-  void tellRoute(const Tables<Routes<PrefixType>>& tables, const std::string& key);
-  void tellFec(const std::string& key);
 
-  const Kel::Ptr<Source> source_;
-  Tables<Routes<Vantu::Prefix>> routes_;
-  Tables<Routes<Vantu::Ip6Prefix>> routes6_;
-  Tables<Fecs> fecs_;
-  Kel::Ptr<Following> following_;
-  Kel::Ptr<RouteKeys> routeKeys_;
-  Kel::Ptr<Route6Keys> route6Keys_;
-  Kel::Ptr<FecKeys> fecKeys_;
+  const std::unique_ptr<Tables> tables_;
+  const TableWatch watch_;
 };
 
 }  // namespace Quillo

@@ -1,16 +1,15 @@
 #pragma once
 // The shared tables of routes and FECs of one VRF, as their readers see them.
 //
-// Reads see a table as it is at that moment. A lookup or a walk may throw Pesk::CorruptionDetectedException, which
-// the caller passes to `corruptionDetected`. While a table cannot be read at all it may throw StoreException; the caller
-// then leaves things as they are, and `onTable` is told once the table can be read again. Notifications have no content:
-// who is told of a key looks it up.
+// Reads see a table as it is at that moment. A lookup or a walk throws Pesk::CorruptionDetectedException for damage, which
+// the caller passes to `corruptionDetected`. While a table cannot be read at all it throws StoreException: the caller then
+// keeps what it has, and `onTable` is notified once the table can be read again. Notifications carry the key alone: a
+// reactor looks the entry up.
 
 #include <cstdint>
 #include <functional>
 
 #include "kel/Notifier.h"
-#include "quillo/Corruption.h"
 #include "quillo/StoreException.h"
 #include "quillo/tables/Fec.h"
 #include "vantu/Prefix.h"
@@ -18,7 +17,7 @@
 
 namespace Quillo {
 
-// A default-constructed route stands for "no such route". It equals no route of a table: those have a type.
+// A default-constructed route stands for "no such route": the routes of a table have a type.
 template <class PrefixType>
 struct BasicRoute {
   PrefixType prefix;
@@ -26,7 +25,7 @@ struct BasicRoute {
   Routing::RouteMetric metric;
   Routing::RoutePreference routePreference;
   Fib::FecId fecId;
-  // What kind of static route it is, as far as its maker tells. Of other routes it says nothing.
+  // Of static routes only, as far as the publisher knows.
   bool isPersistent = true;     // part of the saved configuration
   bool isNexthopGroup = false;  // made with a group of next hops
 
@@ -34,18 +33,17 @@ struct BasicRoute {
   friend bool operator==(const BasicRoute&, const BasicRoute&) = default;
 };
 
-// What the reactors of every shared table of a VRF are told beside the single changes.
+// What every shared table of a VRF has.
 class FibTable : public Kel::Notifier {
  public:
   // The first complete state of the table can be read.
   virtual bool initialized() const = 0;
   virtual void corruptionDetected(const std::string& message) const = 0;
-  // Another number whenever a lookup may give another answer than before: one that neither this table nor another one
-  // of the process had before. While it stays, readers may use what they read again. 0: the table keeps no such number,
-  // look it up each time.
+  // Changes whenever the contents may have changed; unique within the process. While it stays the same, readers may reuse
+  // what they read. 0: the table keeps no such number, look things up each time.
   virtual std::uint64_t generation() const { return 0; }
-  // Every change of the table that a lookup finds now has been notified. While it has not, what was derived from
-  // notifications may contradict the table.
+  // Every change that a lookup sees now has been notified. While this is false, what was derived from notifications may
+  // contradict the table.
   virtual bool isNotified() const { return true; }
 };
 
@@ -63,16 +61,16 @@ class BasicRouteStatus : public FibTable {
       return boost::static_pointer_cast<const BasicRouteStatus>(kelNotifier());
     }
     virtual void handleInitialized() {}
-    // A route came, went, or says something else.
+    // A route was added, deleted or changed.
     virtual void onRoute(const PrefixType&) {}
-    // Anything may have changed: compare with what you have. No handler is called for the single routes.
+    // Anything may have changed: compare the table with your copy. No handler is called for the single routes.
     virtual void onTable() {}
   };
 
   virtual Route route(const PrefixType& prefix) const = 0;
 
-  // The routes from `from` on, in order, until `visit` returns false. `visit` must not walk, change or look up the
-  // table. Damage that is met is thrown after what could be read was visited.
+  // Visits the routes from lower_bound(from) on, in order, until `visit` returns false. `visit` must not use the table.
+  // Damage is thrown after everything that could be read was visited.
   using Visit = std::function<bool(const Route&)>;
   virtual void forEachRoute(const PrefixType& from, const Visit& visit) const = 0;
 };
@@ -97,8 +95,8 @@ class ForwardingStatus : public FibTable {
   };
 
   virtual Fec fec(const FecId& fecId) const = 0;
-  // The same into an object of the caller's, which becomes "no such FEC" when there is none. A table that is read
-  // often gives its own, which uses the object's memory again: a walk over a million routes looks up as many FECs.
+  // The same into an object of the caller's, which becomes "no such FEC" when there is none. A table may reuse the
+  // object's memory: a walk over a million routes looks up as many FECs.
   virtual void readFec(const FecId& fecId, Fec& into) const { into = fec(fecId); }
 
   using Visit = std::function<bool(const Fec&)>;

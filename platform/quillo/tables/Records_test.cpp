@@ -166,8 +166,10 @@ TEST(RecordBytes, malformedOnesAreNoRecord) {
   EXPECT_EQ("prefix too long", keyFault<Route4>(vrf + std::string("\x0a\0\0\0\x21", 5)));
   EXPECT_EQ("key of an unknown VRF", keyFault<Route4>(unknownVrf + std::string("\x0a\0\0\0\x08", 5)));
   EXPECT_EQ("prefix too long", keyFault<Routes<Vantu::Ip6Prefix>>(vrf + std::string(16, '\0') + '\x81'));
-  for (const unsigned size : {7U, 9U}) EXPECT_EQ("key of a wrong length", keyFault<Route4>(std::string(size, '\0')));
-  for (const unsigned size : {14U, 16U}) EXPECT_EQ("value of a wrong length", fault<Route4>(std::string(size, '\1')));
+  for (const unsigned size : {7U, 9U})
+    EXPECT_EQ("key of a wrong length", keyFault<Route4>(std::string(size, '\0')));
+  for (const unsigned size : {14U, 16U})
+    EXPECT_EQ("value of a wrong length", fault<Route4>(std::string(size, '\1')));
   EXPECT_EQ("route without a type", fault<Route4>(std::string(15, '\0')));
   EXPECT_EQ("unknown flags in the value", fault<Route4>(std::string(15, '\4')));
 

@@ -29,8 +29,7 @@ using AddressOf = std::remove_cvref_t<decltype(std::declval<PrefixType>().addres
 template <class PrefixType>
 std::string encodeRouteKey(const VrfId& vrfId, const PrefixType& prefix) {
   auto key = encodeVrf(vrfId);
-  const auto address = prefix.address().bytes();
-  key.append(address.begin(), address.end());
+  appendBytes(key, prefix.address());
   key.push_back(static_cast<char>(prefix.length()));
   return key;
 }

@@ -1,11 +1,14 @@
 #pragma once
-// What the tables of all VRFs have in common: their keys begin with the number of the VRF, so the entries of one VRF
-// are one range.
+// What the tables that hold all VRFs have in common: their keys begin with the id of the VRF, so the entries of a VRF are
+// one range.
+
+#include <fmt/format.h>
 
 #include <cstdint>
 #include <span>
 #include <string>
 
+#include "kel/Errors.h"
 #include "quillo/Table.h"
 #include "vantu/VrfId.h"
 
@@ -15,13 +18,35 @@ namespace Quillo {
 inline constexpr std::size_t vrfKeyBytes = 3;
 
 // Whether a publisher can have written it: known, and of 24 bits.
-bool isStorable(const Vrf::VrfIdMap::VrfId& vrfId);
+inline bool isStorable(const Vrf::VrfIdMap::VrfId& vrfId) {
+  return vrfId.value() < Vrf::VrfIdMap::VrfId::unknownValue;
+}
+
 // What every key of the VRF begins with, and no other. Throws Kel::RangeException when the id is not storable.
-std::string encodeVrf(const Vrf::VrfIdMap::VrfId& vrfId);
-// Of a key of at least vrfKeyBytes.
-Vrf::VrfIdMap::VrfId decodeVrf(Bytes key);
+inline std::string encodeVrf(const Vrf::VrfIdMap::VrfId& vrfId) {
+  if (!isStorable(vrfId)) {
+    throw Kel::RangeException(fmt::format("VRF id {} not allowed in a key of the store; 0 to {} are", vrfId.value(),
+                                          Vrf::VrfIdMap::VrfId::unknownValue - 1));
+  }
+  const auto byte = [&](unsigned shift) { return static_cast<char>(vrfId.value() >> shift & 0xff); };
+  return {byte(16), byte(8), byte(0)};
+}
 
 // The bytes as numbers.
-std::span<const std::uint8_t> asNumbers(Bytes bytes);
+inline std::span<const std::uint8_t> asNumbers(Bytes bytes) {
+  return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
+}
+
+// Of a key of at least vrfKeyBytes.
+inline Vrf::VrfIdMap::VrfId decodeVrf(Bytes key) {
+  const auto vrf = asNumbers(key.substr(0, vrfKeyBytes));
+  return Vrf::VrfIdMap::VrfId(std::uint32_t{vrf[0]} << 16 | std::uint32_t{vrf[1]} << 8 | vrf[2]);
+}
+
+// Appends the bytes of an address.
+inline void appendBytes(std::string& out, const auto& address) {
+  const auto bytes = address.bytes();
+  out.append(bytes.begin(), bytes.end());
+}
 
 }  // namespace Quillo

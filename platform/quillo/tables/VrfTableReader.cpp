@@ -4,8 +4,6 @@
 
 #include <vector>
 
-#include "quillo/ScanAround.h"
-
 namespace Quillo {
 
 using Pesk::CorruptionDetectedException;

@@ -1,4 +1,4 @@
-#include "quillo/ScanAround.h"
+#include "quillo/Snapshot.h"
 
 namespace Quillo {
 namespace {

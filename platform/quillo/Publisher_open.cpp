@@ -1,0 +1,218 @@
+// How a publisher takes possession of a store: directory, lock, files, and a check of the contents.
+
+#include <fmt/format.h>
+#include <lmdb.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <map>
+
+#include "kel/System.h"
+#include "kel/Trace.h"
+#include "quillo/Doorbell.h"
+#include "quillo/PublisherLock.h"
+#include "quillo/RecordReader.h"
+
+namespace Quillo {
+
+namespace {
+
+Kel::TraceHandle openTrace("QuilloPublisher");
+
+using Kind = StoreException::Kind;
+
+void modeIs(const std::string& path, mode_t mode) {
+  if (::chmod(path.c_str(), mode) != 0) {
+    QTRACE(openTrace, 1) << path << ": mode not set: " << std::strerror(errno);
+  }
+}
+
+std::map<TableId, TableState> countTables(Environment& env, MDB_txn* txn) {
+  std::map<TableId, TableState> found;
+  RecordCursor cursor(env, txn, Place::records);
+  for (bool more = cursor.seek(recordKey(TableId{1}, {})); more; more = cursor.next()) {
+    TableState& state = found[static_cast<TableId>(cursor.key()[0])];
+    ++state.count;
+    state.digest += cursor.record().checksum;
+  }
+  return found;
+}
+
+std::uint64_t countIndex(Environment& env, MDB_txn* txn, Place place, std::uint64_t headSeq) {
+  std::uint64_t count = 0;
+  RecordCursor cursor(env, txn, place);
+  for (bool more = cursor.seek({}); more; more = cursor.next()) {
+    if (cursor.record().seq > headSeq) {
+      damageDetected(env, place, cursor.key(), fmt::format("sequence number beyond the head {}", headSeq));
+    }
+    ++count;
+  }
+  return count;
+}
+
+void expectCount(Environment& env, Place place, std::uint64_t found, std::uint64_t expected) {
+  if (found != expected) {
+    damageDetected(env, place, {}, fmt::format("{} entries, expected {}", found, expected));
+  }
+}
+
+// The list of free pages is the storage engine's own: lists of page numbers, in falling order, by transaction. A
+// wrong one would have the next writer overwrite pages in use.
+void checkFreePages(Environment& env, MDB_txn* txn) {
+  MDB_envinfo info{};
+  MDB_cursor* cursor = nullptr;
+  int status = guarded([&] {
+    mdb_env_info(env.handle(), &info);
+    return mdb_cursor_open(txn, 0, &cursor);
+  });
+  std::size_t lastPage = info.me_last_pgno;
+  while (status == 0) {
+    status = guarded([&] {
+      MDB_val key;
+      MDB_val list;
+      int got = mdb_cursor_get(cursor, &key, &list, MDB_NEXT);
+      if (got != 0) {
+        return got;
+      }
+      std::size_t count = 0;
+      if (list.mv_size >= sizeof count) {
+        std::memcpy(&count, list.mv_data, sizeof count);
+      }
+      if (list.mv_size < sizeof count || list.mv_size / sizeof count - 1 < count) {
+        return MDB_CORRUPTED;
+      }
+      std::size_t above = lastPage + 1;
+      for (std::size_t i = 1; i <= count; ++i) {
+        std::size_t page;
+        std::memcpy(&page, static_cast<const char*>(list.mv_data) + i * sizeof page, sizeof page);
+        if (page >= above || page < 2) {
+          return MDB_CORRUPTED;
+        }
+        above = page;
+      }
+      return 0;
+    });
+  }
+  mdb_cursor_close(cursor);
+  if (status != MDB_NOTFOUND) {
+    damageDetected(env, Place::records, {}, "list of free pages: " + statusText(status));
+  }
+}
+
+// Reads a store through and compares everything that can be compared: every record's checksum, each table's count and
+// digest, the journal against the tables, the list of free pages. Throws Pesk::CorruptionDetectedException for the first
+// thing that is wrong.
+void checkStore(Environment& env, MDB_txn* txn) {
+  Head head = readHead(env, txn);
+  readPass(env, txn);
+  std::uint64_t records = 0;
+  std::map<TableId, TableState> tables = countTables(env, txn);
+  for (const TableInfo& info : knownTables) {
+    tables.try_emplace(info.id);
+  }
+  for (const auto& [table, found] : tables) {
+    TableState expected = readTableState(env, txn, table);
+    if (found.count != expected.count || found.digest != expected.digest) {
+      damageDetected(env, Place::records, recordKey(table, {}),
+                     fmt::format("{} records with digest {:016x}, expected {} with {:016x}", found.count,
+                                 found.digest, expected.count, expected.digest));
+    }
+    records += found.count;
+  }
+  expectCount(env, Place::journal, countIndex(env, txn, Place::journal, head.seq), records + head.tombstones);
+  expectCount(env, Place::graves, countIndex(env, txn, Place::graves, head.seq), head.tombstones);
+  expectCount(env, Place::graveOrder, countIndex(env, txn, Place::graveOrder, head.seq), head.tombstones);
+  checkFreePages(env, txn);
+}
+
+}  // namespace
+
+void Publisher::open() {
+  makeDirectory();
+  lock_ = std::make_unique<PublisherLock>(config_.directory, config_.name);
+  if (config_.recreate) {
+    removeStore();
+  }
+  openStore();
+  try {
+    const View view(env_, 0);
+    checkStore(*env_, view.txn);
+    head_ = view.head;
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    throw StoreException(Kind::damaged, damage.what());
+  }
+  doorbell_ = std::make_unique<Doorbell>(config_.directory);
+  doorbell_->ring(head_.seq);
+}
+
+void Publisher::makeDirectory() {
+  std::error_code error;
+  bool made = std::filesystem::create_directories(config_.directory, error);
+  if (!error && !std::filesystem::is_directory(config_.directory)) {
+    error = std::make_error_code(std::errc::not_a_directory);
+  }
+  if (error) {
+    throw StoreException(Kind::directory,
+                         fmt::format("cannot make the store directory {}: {}; make it for user {}, or "
+                                     "choose another one with --store",
+                                     config_.directory, error.message(), ::geteuid()));
+  }
+  if (made) {
+    modeIs(config_.directory, 0755);
+  }
+}
+
+// Readers that have the old files mapped keep them until they look again; under the names come new files.
+void Publisher::removeStore() {
+  std::string data = dataFile(config_.directory);
+  bool foreign = false;
+  try {
+    Environment probe(config_.directory, Environment::Access::read, 0);
+  } catch (const StoreException& found) {
+    if (found.kind() == Kind::permission) {
+      throw;
+    }
+    foreign = found.kind() == Kind::foreign;
+  }
+  if (foreign) {
+    std::string aside = foreignFile(config_.directory);
+    for (int n = 2; std::filesystem::exists(aside); ++n) {
+      aside = fmt::format("{}.{}", foreignFile(config_.directory), n);
+    }
+    if (::rename(data.c_str(), aside.c_str()) != 0) {
+      throw StoreException(Kind::directory, fmt::format("cannot set {} aside as {}: {}; move it away by hand", data,
+                                                        aside, std::strerror(errno)));
+    }
+    QTRACE(openTrace, 0) << data << " was not a store of ours; it is kept as " << aside;
+  }
+  // The data go first: a reader that opens now finds either the old pair or sees that its data file lost its name.
+  for (const std::string& file : {data, lockFile(config_.directory)}) {
+    if (::unlink(file.c_str()) != 0 && errno != ENOENT) {
+      throw StoreException(Kind::directory,
+                           fmt::format("cannot remove {}: {}; remove it by hand", file, std::strerror(errno)));
+    }
+  }
+}
+
+void Publisher::openStore() {
+  env_.reset();
+  env_ = std::make_shared<Environment>(config_.directory, Environment::Access::publish, config_.mapBytes);
+  modeIs(dataFile(config_.directory), 0644);
+  // Readers note there what they still read.
+  modeIs(lockFile(config_.directory), 0664);
+  clearStaleReaders();
+}
+
+void Publisher::clearStaleReaders() {
+  int dead = 0;
+  mdb_reader_check(env_->handle(), &dead);
+  lastReaderCheck_ = Kel::System::currentTime();
+  if (dead > 0) {
+    QTRACE(openTrace, 1) << "cleared " << dead << " readers of " << config_.directory << " that had died";
+  }
+}
+
+}  // namespace Quillo
