@@ -115,41 +115,6 @@ TEST_F(DamageTest, RandomBytesNeverKillNorDeceive) {
   EXPECT_GE(refused, found);
 }
 
-TEST_F(DamageTest, FileCutShortUnderAMappedReader) {
-  build();
-  auto reader = mount();
-  ASSERT_EQ(model_, contents(reader->snapshot()));
-  stopClock();
-  {
-    Snapshot snapshot = reader->snapshot();
-    std::filesystem::resize_file(dataFile(), 2 * pageBytes);
-    try {
-      contents(snapshot);
-      FAIL() << "a scan of pages that are gone";
-    } catch (const Pesk::CorruptionDetectedException& damage) {
-      EXPECT_THAT(damage.what(), HasSubstr("fault in the mapping of data.mdb"));
-      reader->corruptionDetected(damage);
-    }
-    EXPECT_THROW(snapshot.get(TableId::varnix, "path/1"), Pesk::CorruptionDetectedException);
-  }
-  EXPECT_THROW(reader->snapshot(), StoreException);
-  EXPECT_THAT(traces_.lines, ElementsAre(HasSubstr("store " + directory_ + " is damaged")));
-  // What stays broken is tried again after growing pauses, not with every refresh.
-  for (int refreshes = 0; refreshes < 600; ++refreshes, now_ += 0.2) {
-    reader->refresh();
-    EXPECT_EQ(Mount::State::damaged, reader->state());
-  }
-  EXPECT_GE(reader->corruptionCount(), 4U);
-  EXPECT_LE(reader->corruptionCount(), 12U);
-
-  // The operator begins a new store; the reader comes back by itself once its pause is over.
-  Publisher publisher(recreating());
-  put(publisher, {{"a", "1"}});
-  now_ += 60;
-  EXPECT_TRUE(reader->refresh());
-  EXPECT_EQ((Contents{{"a", "1"}}), contents(reader->snapshot()));
-}
-
 TEST_F(DamageTest, ScrubberWorksInStepsAndStartsAgainWhenTheTableChanges) {
   build();
   Publisher publisher(config());

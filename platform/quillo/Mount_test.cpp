@@ -33,8 +33,6 @@ class MountTest : public TestStore {
 
 TEST_F(MountTest, WaitsForAStoreThatDoesNotExistYet) {
   auto reader = mount();
-  EXPECT_EQ(Mount::State::waiting, reader->state());
-  EXPECT_THAT(reader->stateText(), HasSubstr("waiting for a store in " + directory_));
   EXPECT_FALSE(reader->refresh());
   EXPECT_THROW(reader->snapshot(), StoreException);
   EXPECT_FALSE(reader->publisher().alive);
@@ -43,8 +41,7 @@ TEST_F(MountTest, WaitsForAStoreThatDoesNotExistYet) {
   writeFile(dataFile(), "");
   reader->refresh();
   EXPECT_EQ(Mount::State::waiting, reader->state());
-  EXPECT_THAT(reader->stateText(), HasSubstr("start a publisher"));
-  EXPECT_EQ(0U, reader->corruptionCount());
+  EXPECT_THAT(reader->stateText(), HasSubstr("waiting for a store in " + directory_ + ": start a publisher"));
 }
 
 // Directory, store and every commit are noticed by the bell across processes.
@@ -65,6 +62,15 @@ TEST_F(MountTest, DoorbellWakesAReaderInAnotherProcess) {
   EXPECT_TRUE(holder.alive);
   EXPECT_EQ(child, holder.pid);
   EXPECT_EQ("test-publisher", holder.name);
+  // Nobody else may publish, and not even --recreate touches the store.
+  for (const auto& other : {config(), recreating()}) {
+    StoreException e = refusal([&] { Publisher second(other); });
+    EXPECT_EQ(StoreException::Kind::owned, e.kind());
+    EXPECT_EQ("store " + directory_ + " is published by test-publisher (pid " + std::to_string(child) +
+                  ") already; stop that one, or choose another directory with --store",
+              e.what());
+  }
+  EXPECT_EQ("20", reader->snapshot().get(TableId::varnix, "n"));
   kill(child, SIGKILL);
   EXPECT_EQ(-SIGKILL, finish(child));
   EXPECT_FALSE(reader->publisher().alive);

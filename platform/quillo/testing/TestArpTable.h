@@ -13,14 +13,15 @@ namespace Arp::Table {
 
 class TestStatus : public Status {
  public:
+  using VrfId = Vrf::VrfIdMap::VrfId;
+
   bool initialized() const override { return isInitialized; }
   ArpEntry arpEntry(const ArpKey& key) const override { return entry(arp_, key); }
   ArpEntry neighborEntry(const ArpKey& key) const override { return entry(neighbor_, key); }
-  void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
-                       const VisitWhile& visit) const override {
+  void forEachArpEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const override {
     forEach(arp_, vrfId, from, visit);
   }
-  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
+  void forEachNeighborEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from,
                             const VisitWhile& visit) const override {
     forEach(neighbor_, vrfId, from, visit);
   }
@@ -48,7 +49,7 @@ class TestStatus : public Status {
     kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handleTable(); });
   }
 
-  std::function<void(const Vrf::VrfIdMap::VrfId&)> walkBegins = [](const auto&) {};  // may throw
+  std::function<void(const VrfId&)> walkBegins = [](const auto&) {};  // may throw
   bool isInitialized = true;
   std::optional<std::string> damage;  // what every read then throws
   std::optional<ArpKey> damagedKey;   // with damage: lookups of other keys throw nothing
@@ -71,8 +72,7 @@ class TestStatus : public Status {
     const auto at = map.find(key);
     return at == map.end() ? ArpEntry() : at->second;
   }
-  void forEach(const Map& map, const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
-               const VisitWhile& visit) const {
+  void forEach(const Map& map, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const {
     walkBegins(vrfId);
     for (auto at = map.lower_bound({vrfId, from, {}}); at != map.end() && at->first.vrfId == vrfId; ++at) {
       if (!visit(at->second)) return;
