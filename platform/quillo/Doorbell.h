@@ -1,8 +1,7 @@
 #pragma once
-// "Something was committed." A small file that the publisher writes after each commit and readers watch. Internal
-// to the store.
+// A small file that the publisher writes after each commit, and that readers watch. Internal to the store.
 //
-// A ring has no content: whoever misses one reads the same journal with the next, or with the poll.
+// A ring has no content, so a missed one loses nothing: the next ring, or the poll, leads to the same journal.
 
 #include <cstdint>
 #include <string>
@@ -25,7 +24,7 @@ class Doorbell {
   int fd_ = -1;
 };
 
-// Watches the doorbell file for rings and its directory for the store's coming and going; while there is no
+// Watches the doorbell file for rings, and its directory for the store's creation and removal; while there is no
 // directory, the nearest one above it.
 class DoorbellWatch {
  public:
@@ -36,9 +35,9 @@ class DoorbellWatch {
 
   // -1 when the system has no watch to give.
   int fd() const { return fd_; }
-  // True when anything had come.
+  // Reads all events that are pending; true when there was one.
   bool drain();
-  // Sets the watches that can be set now. Cheap when nothing moved since the last call.
+  // Sets the watches that can be set now. Costs nothing when all are set.
   void arm();
   // Sets all watches anew with the next arm().
   void stale() { armed_ = false; }

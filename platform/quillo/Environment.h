@@ -39,9 +39,9 @@ class Environment {
  public:
   enum class Access { read, publish };
 
-  // Opens the file and its indexes and checks who wrote it. Publishing, an absent or empty file becomes a new
-  // store. Reading, a store that is not there yet or not complete yet is a StoreException `notReady`. All other
-  // StoreExceptions are final for the file as it stands. Nothing is changed in a file that is not our store.
+  // Opens the file and its indexes and checks who wrote it. A publisher makes a new store of an absent or empty file. For
+  // a reader, a store that is missing or incomplete is a StoreException `notReady`. Any other StoreException stays true
+  // until the file changes. A file that is not our store is left unchanged.
   Environment(const std::string& directory, Access access, std::size_t mapBytes);
   ~Environment();
   Environment(const Environment&) = delete;
@@ -57,7 +57,7 @@ class Environment {
   int beginRead(MDB_txn*& txn) const;
   static void endRead(MDB_txn* txn);
 
-  // The file lies under its name no more.
+  // Another file, or none, has the file's name now.
   bool replaced() const;
   // Bytes of address space.
   std::size_t mapBytes() const;
@@ -69,7 +69,7 @@ class Environment {
   };
   std::optional<KnownHead>& knownHead() { return knownHead_; }
 
-  // A fault was met in the mapping: what the storage engine keeps in memory may be half done.
+  // A fault was met in the mapping: the storage engine's own state in memory may be inconsistent.
   bool faulted() const { return faulted_; }
   void faultedIs() { faulted_ = true; }
 

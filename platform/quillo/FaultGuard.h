@@ -1,15 +1,14 @@
 #pragma once
-// Reading a mapped file whose pages may be gone or damaged.
+// Safe reading of a mapped file whose pages may be gone or damaged.
 //
-// `guarded(f)` runs `f`, which returns an LMDB status. When the processor faults meanwhile (SIGBUS: the file was
-// truncated under the mapping; SIGSEGV: damaged page contents led a read astray), or the storage engine fails one
-// of its own assertions, `f` is abandoned and `mappingFault` is returned.
+// `guarded(f)` runs `f`, which returns an LMDB status, and returns that. It abandons `f` and returns `mappingFault` when
+// the processor faults meanwhile (SIGBUS: the file was truncated under the mapping; SIGSEGV: damaged page contents led a
+// read astray), or when the storage engine fails one of its own assertions.
 //
-// Rules for `f`: it calls the storage engine and copies bytes, nothing else; nothing with a destructor lives in it
-// (it may be left by a jump); it does not throw and does not nest. While it runs, every fault of this thread that
-// the processor raised counts as the mapping's: a damaged page can send a read to any address. Faults at any other
-// time, in other threads, and signals that a process sent go to the handler that was installed before, which sees
-// them as if this one did not exist.
+// Requires of `f`: it only calls the storage engine and copies bytes; it holds nothing with a destructor, since a jump may
+// leave it; it does not throw and does not nest. While it runs, each fault of this thread that the processor raised
+// counts as the mapping's, since a damaged page can send a read to any address. All other faults, and signals that a
+// process sent, go to the handler that was installed before, unchanged.
 
 #include <setjmp.h>
 

@@ -95,15 +95,11 @@ std::uint64_t Publisher::generation() const {
   return env_->generation();
 }
 
-const std::shared_ptr<Environment>& Publisher::environment() {
-  if (!env_) openStore();
-  return env_;
-}
-
-std::optional<std::string> Publisher::get(TableId table, Bytes key) {
-  const View view(environment(), 0);
+std::optional<std::string> Publisher::get(TableId table, Bytes key) const {
+  // Null after a commit for which the store could not be opened again.
+  const View view(env_ ? env_ : std::make_shared<Environment>(directory(), Environment::Access::read, 0), 0);
   std::string buffer;
-  const auto record = readRecord(*env_, view.txn, Place::records, recordKey(table, key), buffer);
+  const auto record = readRecord(*view.env, view.txn, Place::records, recordKey(table, key), buffer);
   return record ? std::optional(std::string(record->value)) : std::nullopt;
 }
 
@@ -117,7 +113,7 @@ CommitResult Publisher::apply(const Batch& batch, bool completesPass) {
                                      "publisher again",
                                      config_.directory));
   }
-  environment();
+  if (!env_) openStore();  // it could not be opened the last time
   constexpr Kel::Seconds readerCheckSeconds = 1;
   if (Kel::System::currentTime() - lastReaderCheck_ > readerCheckSeconds) {
     clearStaleReaders();
@@ -226,16 +222,12 @@ void Publisher::beginFullPass(const std::vector<TableId>& tables) {
   pass_->tables = {tables.begin(), tables.end()};
 }
 
+// A key that is deleted during the pass needs no mark: the sweep does not find it.
 void Publisher::markSeen(const Batch& batch) {
   if (!pass_) return;
   for (const auto& operation : batch.operations_) {
-    if (!pass_->tables.contains(operation.table)) continue;
-    const auto digest = digestOf(operation.table, batch.key(operation));
-    if (operation.isDeletion) {
-      pass_->seen.erase(digest);
-    } else {
-      pass_->seen.insert(digest);
-    }
+    if (operation.isDeletion || !pass_->tables.contains(operation.table)) continue;
+    pass_->seen.insert(digestOf(operation.table, batch.key(operation)));
   }
 }
 
@@ -243,7 +235,8 @@ CommitResult Publisher::endFullPass() {
   KEL_ASSERT(pass_);
   Batch sweep(*this);
   {
-    const View view(environment(), 0);
+    if (!env_) openStore();
+    const View view(env_, 0);
     for (TableId table : pass_->tables) {
       const std::string begin = recordKey(table, {});
       RecordCursor cursor(*env_, view.txn, Place::records);

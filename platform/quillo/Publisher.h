@@ -123,7 +123,7 @@ class Publisher {
   CommitResult endFullPass();
 
   // The value as committed, or none. CorruptionDetectedException as for readers.
-  std::optional<std::string> get(TableId table, Bytes key);
+  std::optional<std::string> get(TableId table, Bytes key) const;
 
   std::uint64_t seq() const { return head_.seq; }  // of the journal
   std::uint64_t generation() const;                // of the store, never 0
@@ -138,8 +138,6 @@ class Publisher {
   void removeStore();
   void openStore();
   void clearStaleReaders();
-  // The store, opened again if it could not be the last time.
-  const std::shared_ptr<Environment>& environment();
   // Writes the operations, and a complete pass if asked, as one transaction.
   CommitResult apply(const Batch& batch, bool completesPass);
   int attempt(const Batch& batch, bool completesPass, CommitResult& result);

@@ -1,8 +1,7 @@
 #pragma once
-// "One publisher at a time": a lock on a file that names its holder. Internal to the store.
+// The lock that lets one publisher at a time have a store: on a file that names its holder. Internal to the store.
 //
-// The kernel lets go of the lock when its holder dies, however it dies; what the file says afterwards means
-// nothing.
+// The kernel releases the lock when its holder dies; the text that is left in the file then has no meaning.
 
 #include <string>
 
@@ -18,7 +17,7 @@ class PublisherLock {
   PublisherLock(const PublisherLock&) = delete;
   PublisherLock& operator=(const PublisherLock&) = delete;
 
-  // Who holds the lock of that directory now. A file that is not there or cannot be read counts as nobody.
+  // Who holds the lock of that directory now. Nobody when the file is missing or cannot be read.
   static PublisherInfo holder(const std::string& directory);
 
  private:

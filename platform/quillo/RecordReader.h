@@ -17,11 +17,11 @@ struct MDB_cursor;
 
 namespace Quillo {
 
-// What a failure names: the table (or the store's own index) and the key within it.
+// Throws Pesk::CorruptionDetectedException, which names the table (or the store's own index) and the key in it.
 [[noreturn]] void damageDetected(Environment& env, Place place, Bytes key, const std::string& what);
 [[noreturn]] void damageDetected(Environment& env, Place place, Bytes key, int status);
 
-// `buffer` holds the bytes that the view points into; it only grows, so keep it for the next call.
+// None when there is no such record. The result points into `buffer`, which grows as needed: reuse it.
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer);
 
 // Of a new store they are zeroes, or none.
@@ -47,8 +47,8 @@ struct View {
   Head head;
 };
 
-// A walk over one index in key order, to the end of the keys that begin with `prefix`. Closed before its transaction
-// ends.
+// A walk over one index in key order, to the end of the keys that begin with `prefix`. Requires that its transaction
+// outlives it.
 class RecordCursor {
  public:
   RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes prefix = {});
@@ -56,7 +56,7 @@ class RecordCursor {
   RecordCursor(const RecordCursor&) = delete;
   RecordCursor& operator=(const RecordCursor&) = delete;
 
-  // To the first key that is not below `lowerBound`; false when there is none.
+  // To lower_bound(lowerBound); false when there is none.
   bool seek(Bytes lowerBound);
   bool next();
 

@@ -1,17 +1,16 @@
 #pragma once
 // Finds damage that no single lookup can see.
 //
-// A record's checksum tells that a record is what was written, not that the search found every record. So an idle
-// task walks each table in bounded steps and compares count and digest with what the publisher keeps beside the
-// table.
+// A record's checksum shows that the record is what was written, not that a search found every record. So the scrubber
+// walks each table in bounded steps and compares count and digest with what the publisher keeps beside the table.
 //
 //   Scrubber scrubber(mount);
-//   when idle: scrubber.step(1000) until it says `clean`; again a minute later.
+//   when idle: scrubber.step(1000) until it returns `clean`; again a minute later.
 //
-// A table that changes between two steps is begun again. One that changes faster than it can be walked is given up
-// for the round after `maxRestarts`; its records were checked one by one all the same.
+// A table that changes between two steps is begun again. After `maxRestarts` it is skipped for this round; its records
+// were checked one by one all the same.
 //
-// What is damaged still in the next round is not reported again: a report has all readers of the mount rebuild.
+// Damage that the last round met is not reported again, since a report makes all readers of the mount rebuild.
 
 #include <cstddef>
 #include <cstdint>
@@ -29,9 +28,9 @@ class Scrubber {
     more,          // call again
     clean,         // a round over all tables is complete; the next call begins another
     inconclusive,  // the round is complete, but a table changed too fast to be compared
-    damaged,   // damage was found, and reported to Mount::corruptionDetected when it is news; the next call begins
+    damaged,   // damage was found, and reported to Mount::corruptionDetected when it is new; the next call begins
                // another round
-    notReady,  // the mount has no store to read, or no view of it to give at present
+    notReady,  // the store cannot be read at present
   };
   static constexpr unsigned maxRestarts = 16;
 

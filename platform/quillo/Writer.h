@@ -9,7 +9,7 @@
 
 namespace Quillo {
 
-// A status of the storage engine that stopped the transaction; the publisher decides what it means.
+// The status of the storage engine that stopped the transaction; the publisher turns it into a StoreException.
 struct WriteFailure {
   int status;
 };
@@ -18,8 +18,8 @@ using TableStates = std::map<TableId, TableState>;
 
 class Writer {
  public:
-  // Begins the transaction. All operations throw WriteFailure or Pesk::CorruptionDetectedException; without commit,
-  // or when it throws, nothing is written.
+  // Begins the transaction. All operations throw WriteFailure or Pesk::CorruptionDetectedException. Nothing is written
+  // until commit returns.
   Writer(Environment& env, const Head& head, const TableStates& states, std::uint64_t tombstoneLimit);
   ~Writer();
   Writer(const Writer&) = delete;

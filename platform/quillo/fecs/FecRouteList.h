@@ -1,14 +1,14 @@
 #pragma once
-// Which prefixes of one VRF resolve through which FEC, and which is the next one that resolves through some interface.
+// An index of the prefixes of one VRF by the FEC that each resolves through, and the search for the next prefix that
+// resolves through some interface.
 //
-// Made for a million routes: a prefix costs two numbers of eight bytes in B-trees, one to find its FEC and one to
-// find it from there, which is 17 to 25 bytes with the trees' own. A FEC costs some 80 bytes.
+// Made for a million routes: a prefix costs two numbers of eight bytes in B-trees, one to find its FEC and one to find it
+// from the FEC, which is 17 to 25 bytes with the trees' own. A FEC costs some 80 bytes.
 //
-// The search for an interface (nextThrough) must not look at prefixes that have none, of which there may be a million,
-// and what changes for a FEC must not be done for each of its prefixes, of which there may be as many. So FECs with
-// more than `largeFec` prefixes are searched one by one: there cannot be many of them. The prefixes of all others have
-// a third number, which finds them from the set of interfaces of their FEC, and are renumbered when that changes: 8 to 12
-// bytes for each of them.
+// The search for an interface (nextThrough) must not look at prefixes that do not resolve through it, and a change of a
+// FEC must not cost a step for each of its prefixes: of both there may be a million. So each FEC with more than `largeFec`
+// prefixes is searched by itself: there cannot be many. The prefixes of all others have a third number, which finds them
+// from the set of interfaces of their FEC and is renewed when that set changes: 8 to 12 bytes for each.
 
 #include <absl/container/btree_set.h>
 
@@ -32,16 +32,14 @@ class FecRouteList : public Kel::PtrInterface {
   static constexpr std::uint32_t largeFec = 256;
 
   std::size_t prefixCount() const { return byPrefix_.size(); }
-  // FECs that have prefixes, those whose routes are not sought apart from the others.
-  std::size_t fecCount() const { return slotOf_.size() + unsoughtSlotOf_.size(); }
 
   // FecId() when the prefix is not in the list.
   FecId fecId(const Vantu::Prefix& prefix) const;
-  // The prefix resolves through this FEC from now on, and through no other; FecId() takes it out of the list.
-  // Throws Kel::RangeException when there are too many FECs.
-  // nextThrough() passes over a prefix that is not sought.
+  // Sets the one FEC that the prefix resolves through; FecId() removes the prefix from the list. nextThrough() passes over
+  // a prefix that is not sought. Throws Kel::RangeException when there are too many FECs.
   void fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool isSought = true);
-  // The same for the FEC of a route, by the rule that says whether the route is sought; all routes are unless one is set.
+  // The same for the FEC of a route, where the rule that soughtIs() sets decides whether it is sought (without a rule, all
+  // are).
   void routeIs(const Vantu::Prefix& prefix, const Route& route);
   void soughtIs(std::function<bool(const Route&)> isSought) { isSought_ = std::move(isSought); }
 
@@ -57,15 +55,15 @@ class FecRouteList : public Kel::PtrInterface {
   using Intfs = std::vector<Vantu::IntfId>;
   void fecIntfsIs(const FecId& fecId, const Intfs& intfs);
   bool hasSought(const FecId& fecId) const { return slotOf_.contains(fecId); }
-  // It has, and its interfaces were not set since it has them, or since fecIntfsExpire().
+  // The FEC has sought prefixes, and its interfaces were set neither since it has them nor since fecIntfsExpire().
   bool needsIntfs(const FecId& fecId) const;
   // Every FEC may have other interfaces now.
   void fecIntfsExpire() { ++intfsVersion_; }
 
-  // Up to this prefix (null: nowhere) the list is as the tables are. Nowhere at first.
+  // Up to this prefix the list agrees with the tables (null: nowhere, as at first).
   void completeToIs(const Vantu::Prefix* last);
-  // Where the first sought prefix is, from `from` on, whose FEC has an interface that is good: no such prefix lies
-  // before the result. The result need not be one itself where the list is not complete. False when there is none.
+  // Finds the first sought prefix, from `from` on, whose FEC has a good interface. Where the list is not complete the
+  // result may be a prefix before it, but none after it. False when there is none.
   bool nextThrough(const Vantu::Prefix& from, const std::function<bool(const Vantu::IntfId&)>& isGood,
                    Vantu::Prefix& result) const;
 

@@ -1,10 +1,10 @@
 #pragma once
-// Keeps a list of the prefixes of each FEC in step with a route table, and the interfaces of each FEC with a table of FECs.
+// Keeps a FecRouteList in step with a route table, and the interfaces of its FECs with a table of FECs.
 //
-// A route that changes is looked up at once. The table as a whole (at the start, and whenever it tells that
-// anything may have changed) is read in pieces: the first one at once, which is all of a small table, and the
-// others when the owner calls scanPiece(), in a task of its own. A FEC is looked up when its first prefix comes and when
-// it changes; when any of them may have, as its prefixes come by in another reading of the routes.
+// A route that changes is looked up at once. The whole table is read at the start, and whenever it notifies that anything
+// may have changed. That goes in pieces: the first at once, which is all of a small table, the others when the owner calls
+// scanPiece() in a task of its own. A FEC is looked up when it changes and when it gets its first prefix; after a change of
+// the whole table of FECs, when a new scan of the routes meets its prefixes.
 
 #include <functional>
 
@@ -24,8 +24,8 @@ class FecRouteListSm : public Kel::PtrInterface {
       std::tuple<Kel::Ptr<const Quillo::Fib::RouteStatus>, Kel::Ptr<const Quillo::Fib::ForwardingStatus>,
                  Kel::Ptr<Quillo::Fib::FecRouteList>>;
   static constexpr const char* kelCtorNames[] = {"routeStatus", "forwardingStatus", "fecRouteList"};
-  // `forwardingStatus` is the table that the ids of the FECs are of. The tables may be null: the list stays empty, or its
-  // FECs without interfaces, and it is never complete.
+  // `forwardingStatus` is the table of the routes' FECs. Either table may be null: the list then stays empty, or its FECs
+  // without interfaces, and is never complete.
   FecRouteListSm(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                  Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus,
                  Kel::Ptr<Quillo::Fib::FecRouteList> fecRouteList);
@@ -45,15 +45,15 @@ class FecRouteListSm : public Kel::PtrInterface {
   // Called whenever a scan begins that one piece does not end.
   void scanBeginsIs(std::function<void()> scanBegins) { scanBegins_ = std::move(scanBegins); }
 
-  // The route of this prefix came, went, or says something else.
+  // The route of this prefix was added, deleted or changed.
   void handleRoute(const Vantu::Prefix& prefix);
-  // This FEC did.
+  // This FEC was.
   void handleFec(const Quillo::Fib::FecId& fecId);
-  // Any route may have.
+  // Any route may have changed.
   void handleRoute();
-  // The same; where somebody waits for scans to begin, nothing is read before that one goes on with it.
+  // The same, but where scanBeginsIs() was called nothing is read before the first scanPiece().
   void rescan();
-  // Any FEC may have.
+  // Any FEC may have changed.
   void rescanFecs();
 
  private:

@@ -158,43 +158,6 @@ TEST(FecRouteList, listsAndFindsWhatLookingAtEachPrefixWould) {
   expectEqual(*list, {});
 }
 
-// Names what either side has once, in pieces of bounded size, and what stands throughout whatever changes meanwhile.
-TEST(RouteScan, namesWhatEitherSideHas) {
-  constexpr std::size_t pieceSize = RouteScan<Prefix>::pieceSize;
-  Random random;
-  const auto prefix = [&] { return Prefix(Vantu::IpAddr(random.below(4000) << 8), 16 + random.below(17)); };
-  for (unsigned round = 0; round < 20; ++round) {
-    const bool isChanging = round % 2 == 1;
-    const auto table = Kel::makePtr<TestRouteStatus<Prefix>>();
-    std::set<Prefix> known;
-    const auto enter = [&](const Prefix& entered) { table->map[entered].prefix = entered; };
-    const unsigned sizes[] = {0, 1, pieceSize, 2 * pieceSize, 4321};
-    for (const auto n = sizes[random.below(5)]; known.size() < n;) known.insert(prefix());
-    for (const auto n = sizes[random.below(5)]; table->map.size() < n;) enter(prefix());
-    auto standing = known;
-    for (const auto& [other, route] : table->map) standing.insert(other);
-    auto left = standing;
-    const auto walk = [&](const Prefix* after, const auto& visit) {
-      auto at = after != nullptr ? known.upper_bound(*after) : known.begin();
-      while (at != known.end() && visit(*at)) ++at;
-    };
-    RouteScan<Prefix> scan;
-    scan.begin();
-    while (scan.isOn()) {
-      const auto piece = scan.piece(table.get(), walk);
-      ASSERT_LE(piece.size(), 2 * pieceSize);
-      for (const auto& named : piece) ASSERT_TRUE(left.erase(named) == 1 || isChanging) << named;
-      for (int i = 0; isChanging && i < 500; ++i) {
-        const auto other = prefix();
-        if (standing.contains(other)) continue;
-        if (table->map.erase(other) == 0) enter(other);
-        if (known.erase(other) == 0) known.insert(other);
-      }
-    }
-    ASSERT_TRUE(left.empty()) << "round " << round << ", the first of " << left.size() << ": " << *left.begin();
-  }
-}
-
 // At once where it is one route, and in pieces where it is the table.
 TEST_F(Followed, changesOfTheTable) {
   const unsigned size = 3 * RouteScan<Prefix>::pieceSize;

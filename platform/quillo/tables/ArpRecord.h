@@ -1,11 +1,11 @@
 #pragma once
-// Neighbours as they lie in the store: the ARP table (IPv4) and the neighbour table (IPv6), whose records differ in
-// the length of the address only.
+// Neighbours as they lie in the store: the ARP table (IPv4) and the neighbour table (IPv6), whose records differ only in
+// the length of the address.
 //
 //   key   := VRF id:3 (big-endian)  address:4 or 16 (network order)  interface id:1..255
 //   value := MAC:6  flags:1         flags: bit 0 static, the others 0
 //
-// So the order of keys in a table is the order of ArpKey, and the entries of one VRF are one range.
+// Keys are in the order of ArpKey, so the entries of a VRF are one range.
 //
 // A publisher writes them with the two operations below, in a batch of its own or together with others:
 //
@@ -22,9 +22,9 @@
 
 namespace Arp::Table {
 
-// Into the table of the address's family. Both throw Kel::RangeException, and leave the batch as it is, when the
-// address is unset, the VRF id is unknown or above 24 bits, or the interface id is empty. An entry that is there
-// already is replaced; the deletion of one that is not changes nothing.
+// Add or replace an entry in the table of the address's family; delete one, which is a no-op when there is none. Throw
+// Kel::RangeException, and leave the batch as it is, when the address is unset, the VRF id is unknown or above 24 bits, or
+// the interface id is empty.
 void entryIs(Quillo::Batch& batch, const ArpEntry& entry);
 void entryDel(Quillo::Batch& batch, const ArpKey& key);
 

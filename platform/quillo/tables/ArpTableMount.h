@@ -1,9 +1,9 @@
 #pragma once
 // The neighbour tables, read from the store.
 //
-//   auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory});
-//   auto table = Kel::makePtr<Quillo::ArpTableMount>(mount);
-//   after each refresh of the mount, as a task:  while (table->step(100)) ... yield if you should ...
+//   auto follower = Kel::makePtr<Quillo::TableFollower>(mount);
+//   auto table = Kel::makePtr<Quillo::ArpTableMount>(follower);
+//   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
 // It holds no entries: each lookup and each walk reads the store as it is at that moment. While there is no store that
 // can be read there are no entries. When a store takes no further reader at present, a lookup throws StoreException, and
@@ -21,13 +21,7 @@ namespace Quillo {
 
 class ArpTableMount final : public Arp::Table::Status {
  public:
-  // The mount may be shared; its user calls refresh(). With a follower that others share, step() is theirs too.
-  explicit ArpTableMount(const Kel::Ptr<Mount>& mount) : ArpTableMount(Kel::makePtr<TableFollower>(mount)) {}
   explicit ArpTableMount(Kel::Ptr<TableFollower> follower);
-
-  // Reads at most `limit` (at least 1) changes of the journal and calls the reactors; true while more remain.
-  // TableFollower says what is notified when.
-  bool step(std::size_t limit) { return follower_->step(limit); }
 
   using ArpKey = Arp::Table::ArpKey;
   using ArpEntry = Arp::Table::ArpEntry;

@@ -18,9 +18,9 @@
 
 namespace Quillo {
 
-// Both throw Kel::RangeException, and leave the batch as it is, when the VRF id is unknown or above 24 bits or the FEC
-// id is 0; fecIs also when there are more than 512 vias, or one has no address (0.0.0.0 is one). A FEC that is there
-// already is replaced; the deletion of one that is not changes nothing.
+// Add or replace a FEC; delete one, which is a no-op when there is none. Throw Kel::RangeException, and leave the batch as
+// it is, when the VRF id is unknown or above 24 bits or the FEC id is 0; fecIs also when there are more than 512 vias, or
+// one has no address (0.0.0.0 is an address).
 void fecIs(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const Fib::Fec& fec);
 void fecDel(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const Fib::FecId& fecId);
 

@@ -1,16 +1,16 @@
 #pragma once
-// Routes as they lie in the store: one table for IPv4, one for IPv6, whose records differ in the length of the address
-// only.
+// Routes as they lie in the store: a table for IPv4 and one for IPv6, whose records differ only in the length of the
+// address.
 //
 //   key   := VRF id:3 (big-endian)  address:4 or 16 (network order)  length:1
 //   value := route type:1  preference:1  metric:4  FEC id:8  flags:1          little-endian
 //
 // Flags: bit 0 not persistent, bit 1 next-hop group; the others are 0.
-// So the order of keys is VRF by VRF the order of the prefixes. The FEC is one of the VRF (FecRecord.h), or of the
-// default VRF where one table of FECs serves all; 0 is none.
+// Keys are in the order of VRF, then prefix. The FEC is one of the VRF (FecRecord.h), or of the default VRF where one
+// table of FECs serves all; 0 is none.
 //
-// A publisher writes them in a batch, with whatever else belongs together; batches of some ten thousand routes keep
-// its memory small and cost little more than one of all:
+// A publisher writes them in a batch, with all that must take effect together. Batches of some ten thousand routes keep
+// its memory small and cost little more than one batch of all:
 //
 //   auto batch = publisher.begin();
 //   Quillo::fecIs(batch, vrfId, fec);
@@ -32,9 +32,8 @@ inline constexpr TableId routeTable = TableId::route;
 template <>
 inline constexpr TableId routeTable<Vantu::Ip6Prefix> = TableId::route6;
 
-// Both throw Kel::RangeException, and leave the batch as it is, when the VRF id is unknown or above 24 bits; routeIs
-// also for route type 0, which stands for no route. A route that is there already is replaced; the deletion of one
-// that is not changes nothing.
+// Add or replace a route; delete one, which is a no-op when there is none. Throw Kel::RangeException, and leave the batch as
+// it is, when the VRF id is unknown or above 24 bits; routeIs also for route type 0, which stands for no route.
 template <class PrefixType>
 void routeIs(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const BasicRoute<PrefixType>& route);
 template <class PrefixType>

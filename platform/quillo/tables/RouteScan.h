@@ -1,10 +1,9 @@
 #pragma once
-// A walk of a whole route table by one that follows it, cut into pieces that fit between two requests.
+// A walk over a whole route table on behalf of a follower of it, cut into pieces that fit between two requests.
 //
-// It names every prefix of the table, and every prefix that the follower knows of and that may be gone from the
-// table; the follower then looks each one up. So a follower that knows nothing yet learns everything, and one
-// that missed changes is set right without losing what still stands. Changes between two pieces do no harm if the
-// follower hears of them in the ordinary way.
+// It names every prefix of the table, and every prefix that the follower knows and the table may have lost; the follower
+// looks each one up. So a follower that knows nothing learns everything, and one that missed changes is corrected without
+// losing what is still valid. Requires that the follower is notified of changes between two pieces.
 //
 //   scan.begin();
 //   while (scan.isOn()) {                        // perhaps once a turn
@@ -22,10 +21,10 @@ namespace Quillo {
 template <class PrefixType>
 class RouteScan {
  public:
-  // Prefixes that a piece takes from each side: some tens of microseconds of work.
+  // The most prefixes that a piece takes from each side: some tens of microseconds of work.
   static constexpr std::size_t pieceSize = 1024;
 
-  // From the first prefix on, also when a scan is on.
+  // Begins at the first prefix, also when a scan is on.
   void begin() {
     isOn_ = true;
     after_.reset();
@@ -35,10 +34,10 @@ class RouteScan {
   // While it is on: the last prefix of the pieces so far; null before the first one.
   const PrefixType* last() const { return after_ ? &*after_ : nullptr; }
 
-  // The next prefixes, in no order, each once; ends the scan when there are no more behind them. `known` is called
-  // as known(after, visit), and calls `visit` with the prefixes that the follower knows, in order, from the first
-  // one above `*after` (null: from the first of all) until `visit` returns false. A null table has no routes.
-  // Damage is passed on to the table; what could be read counts as all there is.
+  // The next prefixes, each once; ends the scan when there are none behind them. `known(after, visit)` calls `visit` with
+  // the prefixes that the follower knows, in order, from upper_bound(*after) on (null: from the first) until `visit`
+  // returns false. A null table has no routes. Damage is reported to the table; what could be read counts as all there
+  // is.
   template <class Known>
   std::vector<PrefixType> piece(const BasicRouteStatus<PrefixType>* table, Known&& known) {
     std::vector<PrefixType> found = tablePiece(table);

@@ -1,6 +1,5 @@
 #pragma once
-// What readers of the tables that hold all VRFs have in common: lookups and walks that name what is wrong with a
-// record. Internal to the store.
+// Lookups and walks in a table that holds all VRFs, which name what is wrong with a record. Internal to the store.
 
 #include <functional>
 #include <string>
@@ -16,8 +15,8 @@ class VrfTableReader {
   const Kel::Ptr<TableFollower>& follower() const { return follower_; }
   TableId table() const { return table_; }
 
-  // Hands the value of `key` to `take`, which says what is wrong with it, or null. False when there is no such record.
-  // Throws StoreException when the store cannot be read now, CorruptionDetectedException for damage.
+  // Passes the value of `key` to `take`, which returns what is wrong with it, or null. False when there is no such
+  // record. Throws StoreException when the store cannot be read now, CorruptionDetectedException for damage.
   template <class Take>
   bool get(const std::string& key, Take&& take) const {
     const auto snapshot = follower_->snapshot();
@@ -27,9 +26,9 @@ class VrfTableReader {
     return true;
   }
 
-  // Hands the records whose keys begin with `vrf` to `take`, in order, from the first key that is not below `from` on,
-  // until it sets `goesOn` to false. Throws as `get`, but damaged records after what could be read was visited: the
-  // first of them; the others are reported. A walk ends at the thousandth, and the follower is told.
+  // Passes the records whose keys begin with `vrf` to `take`, in order, from lower_bound(from) on, until it sets `goesOn`
+  // to false. Throws as `get`. Damage to records is thrown after the walk: the first; all others are reported. A walk is
+  // given up at the thousandth damaged record (TableFollower::walkWasEnded).
   using Take = std::function<const char*(const Scan& scan, bool& goesOn)>;
   void walk(const std::string& vrf, const std::string& from, const Take& take) const;
 
