@@ -31,24 +31,23 @@ bool spaceIsOut(const std::string& directory) {
   return ::statvfs(directory.c_str(), &space) == 0 && space.f_bavail * space.f_frsize < nextToNothingBytes;
 }
 
-// The full 128 bits of a key's hash stand for the key: of a billion keys, two meet once in 10^20 stores.
-struct Digest {
-  std::uint64_t low, high;
-  bool operator==(const Digest&) const = default;
-};
-struct DigestHash {
-  using is_avalanching = void;
-  std::size_t operator()(const Digest& digest) const { return digest.low; }
-};
-
-Digest digestOf(TableId table, Bytes key) {
-  XXH128_hash_t hash = XXH3_128bits_withSeed(key.data(), key.size(), static_cast<std::uint64_t>(table));
-  return {hash.low64, hash.high64};
-}
-
 }  // namespace
 
 struct Publisher::FullPass {
+  // The full 128 bits of a key's hash stand for the key: of a billion keys, two meet once in 10^20 stores.
+  struct Digest {
+    std::uint64_t low, high;
+    bool operator==(const Digest&) const = default;
+  };
+  struct DigestHash {
+    using is_avalanching = void;
+    std::size_t operator()(const Digest& digest) const { return digest.low; }
+  };
+  static Digest digestOf(TableId table, Bytes key) {
+    XXH128_hash_t hash = XXH3_128bits_withSeed(key.data(), key.size(), static_cast<std::uint64_t>(table));
+    return {hash.low64, hash.high64};
+  }
+
   std::set<TableId> tables;
   boost::unordered_flat_set<Digest, DigestHash> seen;
 };
@@ -227,7 +226,7 @@ void Publisher::markSeen(const Batch& batch) {
   if (!pass_) return;
   for (const auto& operation : batch.operations_) {
     if (operation.isDeletion || !pass_->tables.contains(operation.table)) continue;
-    pass_->seen.insert(digestOf(operation.table, batch.key(operation)));
+    pass_->seen.insert(FullPass::digestOf(operation.table, batch.key(operation)));
   }
 }
 
@@ -242,7 +241,7 @@ CommitResult Publisher::endFullPass() {
       RecordCursor cursor(*env_, view.txn, Place::records);
       for (bool more = cursor.seek(begin); more && cursor.key()[0] == begin[0]; more = cursor.next()) {
         Bytes key = cursor.key().substr(1);
-        if (!pass_->seen.contains(digestOf(table, key))) sweep.del(table, key);
+        if (!pass_->seen.contains(FullPass::digestOf(table, key))) sweep.del(table, key);
       }
     }
   }

@@ -15,6 +15,8 @@ Kel::TraceHandle fibMountTrace("QuilloFib");
 
 std::uint64_t lastGeneration = 0;
 
+}  // namespace
+
 // A description of each type of record, from which its tables follow: what is found under a key, how both lie in the
 // store, and whom a change concerns.
 template <class PrefixType>
@@ -47,8 +49,6 @@ struct FecRecord {
   static const char* decode(Bytes bytes, Entry& entry) { return decodeFec(bytes, entry); }
   static void notify(Status::Notifiee& reactor, const Key& key) { reactor.onFec(key); }
 };
-
-}  // namespace
 
 // The table of one VRF.
 template <class Record>
