@@ -34,6 +34,10 @@ class NotifieeBase : public PtrInterface {
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs(bool active) { active_ = active; }
 
+  // Some attribute of the watched object changed, or the object was deleted. Called only on a reactor that is no
+  // `Notifiee` of the object's type: it watches objects of any type, and attaches with kelAttach.
+  virtual void handleAnyChange() {}
+
  protected:
   // Null detaches.
   void kelAttach(const Ptr<const Notifier>& notifier);
@@ -63,12 +67,16 @@ class Notifier : public PtrInterface {
   // it: it must cease to react.
   virtual void kelStop() {}
 
-  // Calls `call` for each active reactor that is an `N`, under the rules above.
+  // Calls `call` for each active reactor that is an `N`, and handleAnyChange for each other one, under the rules above.
   template <class N, class Call>
   void kelNotify(Call call) const {
     forEachReactor(
         [](NotifieeBase& reactor, void* visit) {
-          if (auto* typed = dynamic_cast<N*>(&reactor)) (*static_cast<Call*>(visit))(*typed);
+          if (auto* typed = dynamic_cast<N*>(&reactor)) {
+            (*static_cast<Call*>(visit))(*typed);
+          } else {
+            reactor.handleAnyChange();
+          }
         },
         &call);
   }

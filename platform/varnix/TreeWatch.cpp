@@ -1,5 +1,7 @@
 #include "varnix/TreeWatch.h"
 
+#include <algorithm>
+
 #include "kel/Trace.h"
 #include "varnix/ByteText.h"
 #include "varnix/Document.h"
@@ -9,230 +11,130 @@ namespace {
 
 Kel::TraceHandle treeWatchTrace("VarnixWatch");
 
-template <class T>
-struct Watcher : T::Notifiee {
+// Watches all attributes of one entity, whatever its type.
+class EntityWatch : public Kel::NotifieeBase {
+ public:
+  explicit EntityWatch(std::function<void()> changed) : changed_(std::move(changed)) {}
+  void entityIs(const Kel::Ptr<const Kel::Entity>& entity) { kelAttach(entity); }
+  void handleAnyChange() override { changed_(); }
+
+ private:
+  const std::function<void()> changed_;
+};
+
+template <class Owner>
+struct MembersWatch : Owner::Notifiee {
   TreeWatch* watch = nullptr;
 
-  void changed() { watch->changed(*this->notifier()); }
-  template <class MemberWatcher, class Key>
-  void memberChanged(const char* attribute, const Key& key,
-                     const Kel::Ptr<const typename MemberWatcher::Watched>& member) {
+  template <class Key>
+  void memberChanged(const char* attribute, const Key& key, const Kel::Ptr<const Kel::Entity>& member) {
     if (member) {
-      watch->entityIs<MemberWatcher>(member);
+      watch->watch(member);
     } else {
-      watch->entityDel(watch->path(*this->notifier()) + "." + attribute + "/" + Kel::keyText(key));
+      watch->forget(watch->path(*this->notifier()) + "." + attribute + "/" + Kel::keyText(key));
     }
   }
-  // What is there when the watch begins.
-  virtual void begin() {}
-
-  using Watched = T;
 };
 
-// One line an attribute: stored or reference; collection of values; collection of members.
-#define ON_ATTRIBUTE(Attr)       \
-  void handle##Attr() override { \
-    changed();                   \
-  }
-#define ON_VALUES(Key, Attr)               \
-  void handle##Attr(const Key&) override { \
-    changed();                             \
-  }
-#define ON_MEMBERS(Key, MemberWatcher, attr, Attr)                          \
-  void handle##Attr(const Key& key) override {                              \
-    memberChanged<MemberWatcher>(#attr, key, notifier()->attr(key));        \
-  }                                                                         \
-  void begin() override {                                                   \
-    for (const auto& [key, member] : notifier()->attr()) handle##Attr(key); \
-  }
+#define MEMBERS_WATCH(Watch, Owner, Key, attr, Attr)                                                 \
+  struct Watch : MembersWatch<Owner> {                                                               \
+    void handle##Attr(const Key& key) override { memberChanged(#attr, key, notifier()->attr(key)); } \
+    void begin() {                                                                                   \
+      for (const auto& [key, member] : notifier()->attr()) watch->watch(member);                     \
+    }                                                                                                \
+  };
 
-struct OnIntfStatus : Watcher<Interface::IntfStatus> {
-  ON_ATTRIBUTE(Kind)
-  ON_ATTRIBUTE(IfIndex)
-  ON_ATTRIBUTE(OperStatus)
-  ON_ATTRIBUTE(EthAddr)
-};
-struct OnAllIntfStatus : Watcher<Interface::AllIntfStatusDir> {
-  ON_MEMBERS(Vantu::IntfId, OnIntfStatus, intfStatus, IntfStatus)
-};
+MEMBERS_WATCH(OnAllIntfStatus, Interface::AllIntfStatusDir, Vantu::IntfId, intfStatus, IntfStatus)
+MEMBERS_WATCH(OnAllIntfStats, Ip::AllIntfStats, Vantu::IntfId, intfStats, IntfStats)
+MEMBERS_WATCH(OnL3ConfigDir, L3::Intf::ConfigDir, Vantu::IntfId, intfConfig, IntfConfig)
+MEMBERS_WATCH(OnL3StatusDir, L3::Intf::StatusDir, Vantu::IntfId, intfStatus, IntfStatus)
+MEMBERS_WATCH(OnIpConfig, Ip::Config, Vantu::IntfId, ipIntfConfig, IpIntfConfig)
+MEMBERS_WATCH(OnIpStatus, Ip::Status, Vantu::IntfId, ipIntfStatus, IpIntfStatus)
+MEMBERS_WATCH(OnIp6Config, Ip6::Config, Vantu::IntfId, intf, Intf)
+MEMBERS_WATCH(OnIp6Status, Ip6::Status, Vantu::IntfId, intf, Intf)
+MEMBERS_WATCH(OnAllVrfConfig, Ip::AllVrfConfig, L3::VrfName, vrfConfig, VrfConfig)
+MEMBERS_WATCH(OnAllVrfGlobal, Ip::AllVrfStatusGlobal, L3::VrfName, vrf, Vrf)
+MEMBERS_WATCH(OnAllVrfLocal, Ip::AllVrfStatusLocal, L3::VrfName, vrf, Vrf)
+MEMBERS_WATCH(OnRoutingVrfs, Routing::VrfConfigDir, Kel::Name, vrfConfig, VrfConfig)
+MEMBERS_WATCH(OnRouting6Vrfs, Routing6::VrfConfigDir, Kel::Name, vrfConfig, VrfConfig)
 
-struct OnL3Config : Watcher<L3::Intf::Config> {
-  ON_ATTRIBUTE(Vrf)
-};
-struct OnL3ConfigDir : Watcher<L3::Intf::ConfigDir> {
-  ON_MEMBERS(Vantu::IntfId, OnL3Config, intfConfig, IntfConfig)
-};
+#undef MEMBERS_WATCH
 
-struct OnL3Status : Watcher<L3::Intf::Status> {
-  ON_ATTRIBUTE(Vrf)
-};
-struct OnL3StatusDir : Watcher<L3::Intf::StatusDir> {
-  ON_MEMBERS(Vantu::IntfId, OnL3Status, intfStatus, IntfStatus)
-};
+struct OnVrfInfos : Kel::Dir::Notifiee {
+  TreeWatch* watch = nullptr;
 
-struct OnIpIntfConfig : Watcher<Ip::IpIntfConfig> {
-  ON_ATTRIBUTE(AddrWithMask)
-  ON_VALUES(Vantu::IpAddrWithMask, SecondaryAddrWithMask)
-  ON_ATTRIBUTE(L3Config)
-};
-struct OnIpConfig : Watcher<Ip::Config> {
-  ON_MEMBERS(Vantu::IntfId, OnIpIntfConfig, ipIntfConfig, IpIntfConfig)
-};
-
-struct OnIpIntfStatus : Watcher<Ip::IpIntfStatus> {
-  ON_ATTRIBUTE(ActiveAddrWithMask)
-  ON_VALUES(Vantu::IpAddrWithMask, SecondaryAddrWithMask)
-  ON_ATTRIBUTE(UnnumberedIntfId)
-  ON_ATTRIBUTE(L3Status)
-};
-struct OnIpStatus : Watcher<Ip::Status> {
-  ON_MEMBERS(Vantu::IntfId, OnIpIntfStatus, ipIntfStatus, IpIntfStatus)
-};
-
-struct OnIp6IntfConfig : Watcher<Ip6::IntfConfig> {
-  ON_VALUES(Vantu::Ip6AddrWithMask, Addr)
-  ON_ATTRIBUTE(L3Config)
-};
-struct OnIp6Config : Watcher<Ip6::Config> {
-  ON_MEMBERS(Vantu::IntfId, OnIp6IntfConfig, intf, Intf)
-};
-
-struct OnIp6IntfStatus : Watcher<Ip6::IntfStatus> {
-  ON_VALUES(Vantu::Ip6AddrWithMask, Addr)
-  ON_ATTRIBUTE(L3Status)
-};
-struct OnIp6Status : Watcher<Ip6::Status> {
-  ON_MEMBERS(Vantu::IntfId, OnIp6IntfStatus, intf, Intf)
-};
-
-struct OnIntfStats : Watcher<Ip::IntfStats> {
-  ON_ATTRIBUTE(Counters)
-  ON_ATTRIBUTE(DiscontinuityTime)
-  ON_ATTRIBUTE(UtcOffset)
-};
-struct OnAllIntfStats : Watcher<Ip::AllIntfStats> {
-  ON_MEMBERS(Vantu::IntfId, OnIntfStats, intfStats, IntfStats)
-};
-
-struct OnVrfConfig : Watcher<Ip::VrfConfig> {
-  ON_ATTRIBUTE(RouteDistinguisher)
-};
-struct OnAllVrfConfig : Watcher<Ip::AllVrfConfig> {
-  ON_MEMBERS(L3::VrfName, OnVrfConfig, vrfConfig, VrfConfig)
-};
-
-struct OnVrfGlobal : Watcher<Ip::VrfStatusGlobal> {
-  ON_ATTRIBUTE(State)
-};
-struct OnAllVrfGlobal : Watcher<Ip::AllVrfStatusGlobal> {
-  ON_MEMBERS(L3::VrfName, OnVrfGlobal, vrf, Vrf)
-};
-
-struct OnVrfLocal : Watcher<Ip::VrfStatusLocal> {
-  ON_ATTRIBUTE(State)
-  ON_ATTRIBUTE(HasNamespace)
-};
-struct OnAllVrfLocal : Watcher<Ip::AllVrfStatusLocal> {
-  ON_MEMBERS(L3::VrfName, OnVrfLocal, vrf, Vrf)
-};
-
-struct OnRouting : Watcher<Routing::Config> {
-  ON_ATTRIBUTE(Routing)
-  ON_VALUES(Routing::StaticRouteKey, StaticRoute)
-};
-struct OnRoutingVrfs : Watcher<Routing::VrfConfigDir> {
-  ON_MEMBERS(Kel::Name, OnRouting, vrfConfig, VrfConfig)
-};
-
-struct OnVrfInfo : Watcher<Routing::VrfInfo> {
-  ON_ATTRIBUTE(KernelTable)
-};
-struct OnVrfInfos : Watcher<Kel::Dir> {
   void handleEntityPtr(const Kel::Name& name) override {
     const auto entry = notifier()->entityPtr(name);
-    const auto info = Kel::dynamicPtr<const Routing::VrfInfo>(entry);
-    if (info) {
-      watch->entityIs<OnVrfInfo>(info);
+    if (Kel::dynamicPtr<const Routing::VrfInfo>(entry)) {
+      watch->watch(entry);
       return;
     }
     if (entry) {
       QTRACE(treeWatchTrace, 0) << escapeBytes(watch->path(*entry)) << ": not published: its type is "
                                 << entry->kelTypeInfo().name() << ", that of entries here Routing::VrfInfo";
     }
-    watch->entityDel(watch->path(*notifier()) + "/" + name);
+    watch->forget(watch->path(*notifier()) + "/" + name);
   }
-  void begin() override {
+  void begin() {
     for (const auto& [name, entry] : notifier()->entityPtr()) handleEntityPtr(name);
   }
 };
-
-struct OnRouting6 : Watcher<Routing6::Config> {
-  ON_ATTRIBUTE(Routing)
-  ON_VALUES(Routing6::StaticRouteKey, StaticRoute)
-};
-struct OnRouting6Vrfs : Watcher<Routing6::VrfConfigDir> {
-  ON_MEMBERS(Kel::Name, OnRouting6, vrfConfig, VrfConfig)
-};
-
-struct OnVrfIds : Watcher<Vrf::VrfIdMap::Status> {
-  ON_VALUES(Vrf::VrfIdMap::VrfId, VrfName)
-};
-struct OnVrfNames : Watcher<Vrf::VrfIdMap::NameToIdMapWrapper> {
-  ON_VALUES(L3::VrfName, VrfId)
-};
-struct OnL3 : Watcher<L3::Config> {
-  ON_ATTRIBUTE(FecMode)
-};
-
-#undef ON_ATTRIBUTE
-#undef ON_VALUES
-#undef ON_MEMBERS
 
 }  // namespace
 
 TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> changed)
     : root_(tree.root), changed_(std::move(changed)) {
-  entityIs<OnRouting>(tree.routingConfig);
-  entityIs<OnRouting6>(tree.routing6Config);
-  entityIs<OnRoutingVrfs>(tree.routingVrfConfigDir);
-  entityIs<OnRouting6Vrfs>(tree.routing6VrfConfigDir);
-  entityIs<OnVrfInfos>(tree.routingVrfInfoDir);
-  entityIs<OnVrfInfos>(tree.routing6VrfInfoDir);
-  entityIs<OnAllIntfStatus>(tree.intfStatusDir);
-  entityIs<OnL3>(tree.l3Config);
-  entityIs<OnL3ConfigDir>(tree.l3ConfigDir);
-  entityIs<OnL3StatusDir>(tree.l3StatusDir);
-  entityIs<OnIpConfig>(tree.ipConfig);
-  entityIs<OnIpStatus>(tree.ipStatus);
-  entityIs<OnIp6Config>(tree.ip6Config);
-  entityIs<OnIp6Status>(tree.ip6Status);
-  entityIs<OnAllIntfStats>(tree.ipIntfStats);
-  entityIs<OnAllIntfStats>(tree.ip6IntfStats);
-  entityIs<OnAllVrfConfig>(tree.allVrfConfig);
-  entityIs<OnAllVrfGlobal>(tree.allVrfStatusGlobal);
-  entityIs<OnAllVrfLocal>(tree.allVrfStatusLocal);
-  entityIs<OnVrfIds>(tree.vrfIdStatus);
-  entityIs<OnVrfNames>(tree.vrfNameStatus);
+  watchFixed(*root_, tree.openDirs());
+  watchMembers<OnRoutingVrfs>(tree.routingVrfConfigDir);
+  watchMembers<OnRouting6Vrfs>(tree.routing6VrfConfigDir);
+  watchMembers<OnVrfInfos>(tree.routingVrfInfoDir);
+  watchMembers<OnVrfInfos>(tree.routing6VrfInfoDir);
+  watchMembers<OnAllIntfStatus>(tree.intfStatusDir);
+  watchMembers<OnL3ConfigDir>(tree.l3ConfigDir);
+  watchMembers<OnL3StatusDir>(tree.l3StatusDir);
+  watchMembers<OnIpConfig>(tree.ipConfig);
+  watchMembers<OnIpStatus>(tree.ipStatus);
+  watchMembers<OnIp6Config>(tree.ip6Config);
+  watchMembers<OnIp6Status>(tree.ip6Status);
+  watchMembers<OnAllIntfStats>(tree.ipIntfStats);
+  watchMembers<OnAllIntfStats>(tree.ip6IntfStats);
+  watchMembers<OnAllVrfConfig>(tree.allVrfConfig);
+  watchMembers<OnAllVrfGlobal>(tree.allVrfStatusGlobal);
+  watchMembers<OnAllVrfLocal>(tree.allVrfStatusLocal);
 }
 
-template <class WatcherType, class T>
-void TreeWatch::entityIs(const Kel::Ptr<T>& entity) {
-  auto reactor = Kel::makePtr<WatcherType>();
+void TreeWatch::watchFixed(const Kel::Dir& dir, const std::vector<OpenDir>& openDirs) {
+  if (std::ranges::any_of(openDirs, [&dir](const OpenDir& open) { return open.dir.get() == &dir; })) return;
+  for (const auto& [name, entity] : dir.entityPtr()) {
+    if (const auto below = Kel::dynamicPtr<const Kel::Dir>(entity)) {
+      watchFixed(*below, openDirs);
+    } else {
+      watch(entity);
+    }
+  }
+}
+
+template <class Watch, class Owner>
+void TreeWatch::watchMembers(const Kel::Ptr<Owner>& owner) {
+  const auto reactor = Kel::makePtr<Watch>();
   reactor->watch = this;
-  reactor->notifierIs(entity);
-  watched_[path(*entity)] = {entity, reactor};
-  if (hasDocumentAttributes(entity->kelTypeInfo())) changed(*entity);
+  reactor->notifierIs(owner);
+  memberWatches_.push_back(reactor);
   reactor->begin();
 }
 
-void TreeWatch::entityDel(const std::string& path) {
-  watched_.erase(path);
-  changed_(path);
+void TreeWatch::watch(const Kel::Ptr<const Kel::Entity>& entity) {
+  if (!hasDocumentAttributes(entity->kelTypeInfo())) return;
+  const auto entityPath = path(*entity);
+  const auto reactor = Kel::makePtr<EntityWatch>([this, entityPath] { changed_(entityPath); });
+  reactor->entityIs(entity);
+  watched_[entityPath] = {entity, reactor};
+  changed_(entityPath);
 }
 
-void TreeWatch::changed(const Kel::Entity& entity) const {
-  // An entity that was taken out of the tree but is still held somewhere changes nothing in the tree.
-  if (const auto path = pathBelow(*root_, entity)) changed_(*path);
+void TreeWatch::forget(const std::string& path) {
+  watched_.erase(path);
+  changed_(path);
 }
 
 Kel::Ptr<const Kel::Entity> TreeWatch::entity(const std::string& path) const {

@@ -1,9 +1,13 @@
 #pragma once
-// Tells which entities of a tree change. Internal to the publishing side.
+// Reports which entities of a publisher's tree change. Internal to DocumentPublisher.
+//
+// Requires: nobody changes the tree within the callback.
+// Guarantees: every attribute that a document can hold is watched, of every entity that is in the tree.
 
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "varnix/Tree.h"
 
@@ -11,28 +15,32 @@ namespace Varnix {
 
 class TreeWatch {
  public:
-  // `changed` is called with the path of an entity with attributes that came, went, or has another attribute value;
-  // during construction for each that is there. It must not change the tree.
+  // Calls `changed` with the path of an entity with attributes when the entity is created or deleted, or when an
+  // attribute changes; during construction, once for each that exists.
   TreeWatch(const Tree& tree, std::function<void(const std::string& path)> changed);
 
-  // Null when the tree has none at that path.
+  // Null when the tree has no entity with attributes at that path.
   Kel::Ptr<const Kel::Entity> entity(const std::string& path) const;
 
-  // For the reactors.
-  void changed(const Kel::Entity& entity) const;
-  template <class Watcher, class T>
-  void entityIs(const Kel::Ptr<T>& entity);
-  void entityDel(const std::string& path);
+  // For the reactors of directories: an entry or member was created; the one at `path` was deleted.
+  void watch(const Kel::Ptr<const Kel::Entity>& entity);
+  void forget(const std::string& path);
   std::string path(const Kel::Entity& entity) const;
 
  private:
-  Kel::Ptr<Kel::Dir> root_;
-  std::function<void(const std::string&)> changed_;
+  void watchFixed(const Kel::Dir& dir, const std::vector<OpenDir>& openDirs);
+  template <class Watch, class Owner>
+  void watchMembers(const Kel::Ptr<Owner>& owner);
+
   struct Watched {
     Kel::Ptr<const Kel::Entity> entity;
     Kel::Ptr<Kel::NotifieeBase> reactor;
   };
+
+  Kel::Ptr<Kel::Dir> root_;
+  std::function<void(const std::string&)> changed_;
   std::map<std::string, Watched> watched_;  // by path
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> memberWatches_;
 };
 
 }  // namespace Varnix
