@@ -9,8 +9,8 @@
 #include "ipsnmp/VrfTableEntry.h"
 #include "quillo/tables/ArpTable.h"
 #include "vantu/RouteDistinguisher.h"
-#include "varnix/Ip.h"
-#include "varnix/IpVersion.h"
+#include "varnix/Vrf.h"
+#include "varnix/Values.h"
 #include "varnix/Routing.h"
 
 // ipForwarding (RFC 4293): forwarding(1) or notForwarding(2).

@@ -1,13 +1,134 @@
 #pragma once
 // The FIB statistics cache of one VRF: how many routes its forwarding tables hold, in all, by route type and by
-// prefix length. The statistics tables of a context are pointed at it.
+// prefix length. The statistics tables of a context read it.
 //
-// The numbers are kept one route at a time and never counted anew. A row exists just while its number is above 0.
+// The counts change by one route at a time; nothing counts a table anew. A row exists exactly while its count is
+// above 0. The order of a key is the order of the rows of its table.
 
-#include "fibstats/FibStatsEntries.h"
+#include "kel/Attribute.h"
 #include "kel/Entity.h"
+#include "varnix/Values.h"
 
 namespace FibStatsSnmp {
+
+// ---- keys ----
+
+// The kinds of routes that the MIB tells apart, with its numbers: up to 14 they follow IANAipRouteProtocol, from 200
+// on they are this system's own.
+enum RouteType : int {
+  routeTypeOther = 1,
+  routeTypeConnected = 2,
+  routeTypeStatic = 3,
+  routeTypeRip = 8,
+  routeTypeIsIs = 9,
+  routeTypeOspf = 13,
+  routeTypeBgp = 14,
+  routeTypeOspfv3 = 200,
+  routeTypeStaticNonPersistent = 201,
+  routeTypeStaticNexthopGroup = 202,
+  routeTypeAttached = 203,  // hosts that are neighbours
+  routeTypeVcs = 204,
+  routeTypeInternal = 205
+};
+BOOST_DESCRIBE_ENUM(RouteType, routeTypeOther, routeTypeConnected, routeTypeStatic, routeTypeRip, routeTypeIsIs,
+                    routeTypeOspf, routeTypeBgp, routeTypeOspfv3, routeTypeStaticNonPersistent,
+                    routeTypeStaticNexthopGroup, routeTypeAttached, routeTypeVcs, routeTypeInternal)
+
+inline std::ostream& operator<<(std::ostream& out, RouteType type) {
+  return out << Kel::enumName(type);
+}
+
+// Throw Kel::RangeException for a number or name that is no route type.
+inline RouteType RouteTypeInstance(unsigned number) {
+  return Kel::enumValue<RouteType>(Kel::Datum(static_cast<std::uint64_t>(number)));
+}
+inline RouteType RouteTypeInstance(const Kel::String& name) {
+  return Kel::enumValue<RouteType>(Kel::Datum(name));
+}
+
+// The length of a prefix of either IP version, 0 to 128 bits.
+class IpAddressPrefixLength {
+ public:
+  static constexpr const char* kelTypeName = "FibStatsSnmp::IpAddressPrefixLength";
+
+  IpAddressPrefixLength() = default;
+  // Implicit: a length is a number. Throws Kel::RangeException when it is below 0 or above 128.
+  IpAddressPrefixLength(std::int64_t value);
+
+  int value() const { return value_; }
+  friend auto operator<=>(const IpAddressPrefixLength&, const IpAddressPrefixLength&) = default;
+  friend std::size_t hash_value(const IpAddressPrefixLength& length) { return boost::hash<int>()(length.value_); }
+  friend std::ostream& operator<<(std::ostream& out, const IpAddressPrefixLength& length) {
+    return out << length.value_;
+  }
+
+  template <class Visitor>
+  void kelForEachField(Visitor&& visit) const {
+    visit("value", value_);
+  }
+  template <class Reader>
+  static IpAddressPrefixLength kelFromFields(Reader&& read) {
+    return {read("value", std::type_identity<int>{})};
+  }
+
+ private:
+  int value_ = 0;
+};
+
+class RouteTypeKey {
+  KEL_VALUE_TYPE("FibStatsSnmp::RouteTypeKey", RouteTypeKey,
+                 ((Ip::IpVersion, addressFamily))((FibStatsSnmp::RouteType, routeType)))
+};
+
+class PrefixLenKey {
+  KEL_VALUE_TYPE("FibStatsSnmp::PrefixLenKey", PrefixLenKey,
+                 ((Ip::IpVersion, addressFamily))((FibStatsSnmp::IpAddressPrefixLength, prefixLen)))
+};
+
+// ---- rows ----
+
+// What every row has.
+class RouteCount : public Kel::Notifier {
+  KEL_TYPE_BEGIN("FibStatsSnmp::RouteCount", RouteCount, Kel::Notifier)
+ public:
+  KEL_STORED(std::uint32_t, totalRoutes, TotalRoutes, 0)
+  KEL_TYPE_END_DECLARE
+
+  void totalRoutesInc(std::uint32_t n) { totalRoutesIs(totalRoutes() + n); }
+  // Returns the new number, which is modulo 2^32: nothing stops it at 0.
+  std::uint32_t totalRoutesDec(std::uint32_t n) {
+    const std::uint32_t left = totalRoutes() - n;
+    totalRoutesIs(left);
+    return left;
+  }
+};
+
+class SummaryEntry : public RouteCount {
+  KEL_TYPE_BEGIN("FibStatsSnmp::SummaryEntry", SummaryEntry, RouteCount)
+ public:
+  KEL_CONSTRUCTOR(SummaryEntry, ((Ip::IpVersion, ipVersion)))
+  KEL_TYPE_END_DECLARE
+};
+
+class RouteTypeEntry : public RouteCount {
+  KEL_TYPE_BEGIN("FibStatsSnmp::RouteTypeEntry", RouteTypeEntry, RouteCount)
+ public:
+  KEL_CONSTRUCTOR(RouteTypeEntry, ((FibStatsSnmp::RouteTypeKey, key)))
+  KEL_TYPE_END_DECLARE
+};
+
+class PrefixLenEntry : public RouteCount {
+  KEL_TYPE_BEGIN("FibStatsSnmp::PrefixLenEntry", PrefixLenEntry, RouteCount)
+ public:
+  KEL_CONSTRUCTOR(PrefixLenEntry, ((FibStatsSnmp::PrefixLenKey, key)))
+  KEL_TYPE_END_DECLARE
+};
+
+Kel::Ptr<SummaryEntry> summaryEntryFactory(Ip::IpVersion ipVersion);
+Kel::Ptr<RouteTypeEntry> routeTypeEntryFactory(const RouteTypeKey& key);
+Kel::Ptr<PrefixLenEntry> prefixLenEntryFactory(const PrefixLenKey& key);
+
+// ---- cache ----
 
 class FibStatsMib : public Kel::Entity {
   KEL_TYPE_BEGIN("FibStatsSnmp::FibStatsMib", FibStatsMib, Kel::Entity)

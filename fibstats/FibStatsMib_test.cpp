@@ -1,7 +1,6 @@
 #include "fibstats/FibStatsMib.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace FibStatsSnmp {
 namespace {
@@ -9,7 +8,7 @@ namespace {
 using Ip::ipVersion4, Ip::ipVersion6;
 
 TEST(FibStatsMib, eachFamilyIsCountedAndGoesAlone) {
-  const auto mib = fibStatsMibFactory("fibstatsmib");
+  const auto mib = fibStatsMibFactory("red");
   mib->routeInc(ipVersion4, routeTypeStatic, 24);
   mib->routeDec(ipVersion6, routeTypeStatic, 24);
   EXPECT_EQ(mib->summaryTable(ipVersion4)->totalRoutes(), 1U);
@@ -18,29 +17,29 @@ TEST(FibStatsMib, eachFamilyIsCountedAndGoesAlone) {
   EXPECT_EQ(mib->summaryTable().keys(), std::vector{ipVersion6});
   mib->routeDec(ipVersion6, routeTypeBgp, 0);
   EXPECT_EQ(mib->summaryTable().size() + mib->routeTypeTable().size() + mib->prefixLenTable().size(), 0U);
+  EXPECT_EQ(fibStatsMibFactory("fibstatsmib")->vrfName() + mib->vrfName(), "defaultred");
 }
 
-TEST(FibStatsMib, keysAreInTheOrderOfTheTables) {
+TEST(FibStatsMib, rowsAreInTheOrderOfTheirNumbers) {
+  const std::vector<int> numbers{1, 2, 3, 8, 9, 13, 14, 200, 201, 202, 203, 204, 205};
   const auto mib = fibStatsMibFactory("red");
-  for (const auto af : {ipVersion6, ipVersion4}) {
-    for (const unsigned type : {205U, 204U, 203U, 202U, 201U, 200U, 14U, 13U, 9U, 8U, 3U, 2U, 1U}) {
-      mib->routeInc(af, RouteTypeInstance(type), type == 1 ? 128 : 9);
+  for (auto at = numbers.rbegin(); at != numbers.rend(); ++at) {
+    const auto type = RouteTypeInstance(static_cast<unsigned>(*at));
+    for (const auto af : {ipVersion6, ipVersion4}) mib->routeInc(af, type, *at % 129);
+  }
+  std::vector<int> found;
+  for (const auto& key : mib->routeTypeTable().keys()) {
+    if (key.addressFamily() == (found.size() < numbers.size() ? ipVersion4 : ipVersion6)) {
+      found.push_back(key.routeType());
     }
   }
-  std::vector<int> numbers;
-  for (const auto& key : mib->routeTypeTable().keys())
-    numbers.push_back(key.addressFamily() * 1000 + key.routeType());
-  EXPECT_THAT(numbers,
-              ::testing::ElementsAre(1001, 1002, 1003, 1008, 1009, 1013, 1014, 1200, 1201, 1202, 1203, 1204, 1205,
-                                     2001, 2002, 2003, 2008, 2009, 2013, 2014, 2200, 2201, 2202, 2203, 2204, 2205));
-  EXPECT_THAT(mib->prefixLenTable().keys(),
-              ::testing::ElementsAre(PrefixLenKey(ipVersion4, 9), PrefixLenKey(ipVersion4, 128),
-                                     PrefixLenKey(ipVersion6, 9), PrefixLenKey(ipVersion6, 128)));
-  EXPECT_TRUE(mib->prefixLenTableDel(mib->prefixLenTable().begin()));
-  EXPECT_FALSE(mib->prefixLenTableHas(PrefixLenKey(ipVersion4, 9)));
+  const auto half = found.begin() + static_cast<std::ptrdiff_t>(numbers.size());
+  EXPECT_EQ(std::vector(found.begin(), half), numbers);
+  EXPECT_EQ(std::vector(half, found.end()), numbers);
+  EXPECT_TRUE(std::ranges::is_sorted(mib->prefixLenTable().keys()));
 }
 
-TEST(FibStatsMib, valuesInText) {
+TEST(FibStatsMib, values) {
   EXPECT_EQ(Kel::print(RouteTypeKey(ipVersion6, routeTypeOspfv3)),
             "Value('FibStatsSnmp::RouteTypeKey', ** {'addressFamily': ipVersion6, 'routeType': routeTypeOspfv3})");
   EXPECT_EQ(Kel::print(PrefixLenKey(ipVersion4, 32)),
@@ -53,15 +52,8 @@ TEST(FibStatsMib, valuesInText) {
         [&] { IpAddressPrefixLength wrong(length); },
         testing::ThrowsMessage<Kel::RangeException>("IpAddressPrefixLength::value < 0 or > 128 not allowed"));
   }
-  EXPECT_EQ(fibStatsMibFactory("fibstatsmib")->vrfName(), "default");
-  EXPECT_EQ(fibStatsMibFactory("red")->vrfName(), "red");
-}
-
-TEST(FibStatsMib, subtractionDoesNotStopAtZero) {
   const auto row = summaryEntryFactory(ipVersion4);
-  EXPECT_EQ(row->totalRoutesDec(1), 0xFFFFFFFFU);
-  row->totalRoutesInc(3);
-  EXPECT_EQ(row->totalRoutes(), 2U);
+  EXPECT_EQ(row->totalRoutesDec(1), 0xFFFFFFFFU) << "there is no floor";
 }
 
 }  // namespace

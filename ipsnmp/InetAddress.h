@@ -6,7 +6,7 @@
 #include "snmp/String.h"
 #include "vantu/IntfId.h"
 #include "vantu/IpAddr.h"
-#include "varnix/IpVersion.h"
+#include "varnix/Values.h"
 
 namespace IpSnmp {
 

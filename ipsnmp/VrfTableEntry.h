@@ -5,7 +5,7 @@
 #include "kel/Entity.h"
 #include "snmp/String.h"
 #include "varnix/Interface.h"
-#include "varnix/Ip.h"
+#include "varnix/Vrf.h"
 #include "varnix/Routing.h"
 
 namespace IpSnmp {

@@ -25,8 +25,7 @@
 #include "kel/Entity.h"
 #include "kel/System.h"
 #include "swfwdstats/Counter.h"
-#include "varnix/IpVersion.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace Ip {
 

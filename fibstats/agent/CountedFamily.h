@@ -1,14 +1,14 @@
 #pragma once
-// What tells the statistics of IPv4 routes from those of IPv6 routes: their tables, and what the numbers of the
-// routing platform's route types mean.
+// The differences between the statistics of IPv4 and of IPv6 routes: their tables, and the meaning of the routing
+// platform's route type numbers.
 
 #include <optional>
 
-#include "fibstats/RouteType.h"
+#include "fibstats/FibStatsMib.h"
 #include "quillo/tables/ArpTable.h"
 #include "quillo/tables/FibTables.h"
-#include "varnix/IpVersion.h"
 #include "varnix/Routing.h"
+#include "varnix/Values.h"
 
 namespace FibStatsSnmp {
 
@@ -21,9 +21,9 @@ struct Ip4Routes {
   static constexpr const char* text = "IPv4";
   static constexpr unsigned hostLength = 32;
 
-  // Routes of this type are not counted: they are the platform's own, or counted as the neighbours that they are.
+  // Routes of this type do not count: they are the platform's own, or counted as neighbours.
   static bool isSkipped(unsigned routeType);
-  // Nothing for static routes, of which the number alone does not tell the kind.
+  // Nullopt for static routes, whose kind the number alone does not give.
   static std::optional<RouteType> typeOf(unsigned routeType);
 
   // Throws Kel::RangeException for an address of the other IP version.
@@ -51,7 +51,7 @@ struct Ip6Routes {
   static std::optional<RouteType> typeOf(unsigned routeType);
 
   static Prefix host(const Vantu::IpGenAddr& address) { return {address.v6(), hostLength}; }
-  // fe80::/10 is on every interface; its hosts say nothing of where routes lead.
+  // fe80::/10 is on every interface, so a link-local host is no route.
   static bool isCountedHost(const Vantu::IpGenAddr& address) { return !address.isLinkLocal(); }
   static Arp::Table::ArpEntry neighbour(const Arp::Table::Status& table, const Arp::Table::ArpKey& key) {
     return table.neighborEntry(key);

@@ -23,47 +23,6 @@ bool isReady(const Kel::Ptr<const Table>& table) {
 
 }  // namespace
 
-// The reactors belong to the machine, which detaches them before it goes.
-template <class Family>
-class FibStatsMachine<Family>::KelRouteStatus : public RouteStatus::Notifiee {
- public:
-  explicit KelRouteStatus(FibStatsMachine* owner) : owner_(owner) {}
-  void handleInitialized() override { owner_->handleRoute(); }
-  void onRoute(const Prefix& prefix) override { owner_->handleRoute(prefix); }
-  void onTable() override { owner_->handleRoute(); }
-
- private:
-  FibStatsMachine* const owner_;
-};
-
-template <class Family>
-class FibStatsMachine<Family>::KelArpQuillo : public Arp::Table::Status::Notifiee {
- public:
-  explicit KelArpQuillo(FibStatsMachine* owner) : owner_(owner) {}
-  void handleInitialized() override { owner_->handleNeighbour(); }
-  void onArpEntry(const ArpKey& key) override {
-    if (Family::version == Ip::ipVersion4) owner_->onNeighbour(key);
-  }
-  void onNeighborEntry(const ArpKey& key) override {
-    if (Family::version == Ip::ipVersion6) owner_->onNeighbour(key);
-  }
-  void handleTable() override { owner_->handleNeighbour(); }
-
- private:
-  FibStatsMachine* const owner_;
-};
-
-template <class Family>
-FibStatsMachine<Family>::FibStatsMachine(Kel::Ptr<const RouteStatus> routeStatus,
-                                         Kel::Ptr<const Arp::Table::Status> arpQuillo, VrfId vrfId,
-                                         Kel::Ptr<const Config> routingConfig, Kel::Ptr<FibStatsMib> fibStatsMib)
-    : routeStatus_(std::move(routeStatus)),
-      arpQuillo_(std::move(arpQuillo)),
-      vrfId_(vrfId),
-      routingConfig_(std::move(routingConfig)),
-      fibStatsMib_(std::move(fibStatsMib)) {
-}
-
 template <class Family>
 FibStatsMachine<Family>::~FibStatsMachine() {
   stop();

@@ -1,35 +1,33 @@
 #pragma once
 // The state machines that keep the route counts of one VRF: FibStatsSm those of IPv4, Fib6StatsSm those of IPv6.
-// What they do is said in FibStatsMachine.h.
+// FibStatsMachine.h describes how they count.
 
 #include "fibstats/agent/FibStatsMachine.h"
 
 namespace FibStatsSnmp {
 
 class FibStatsSm : public FibStatsMachine<Ip4Routes> {
-  KEL_TYPE_BEGIN("FibStatsSnmp::FibStatsSm", FibStatsSm, Kel::Entity)
+  KEL_TYPE_BEGIN("FibStatsSnmp::FibStatsSm", FibStatsSm, FibStatsMachine<Ip4Routes>)
  public:
   using FibStatsMachine::FibStatsMachine;
-  KEL_LINK(__COUNTER__, , describeConstructor<KelSelf>(type))
   KEL_TYPE_END_DECLARE
 
-  // An entry of the table of neighbours came, went, or says something else; without a key: any of them may have.
+  // The neighbour's entry was created, deleted or changed; without a key: any entry may have changed.
   void handleArpEntry(const Arp::Table::ArpKey& key) { handleNeighbour(key); }
   void handleArpEntry() { handleNeighbour(); }
 };
 
 class Fib6StatsSm : public FibStatsMachine<Ip6Routes> {
-  KEL_TYPE_BEGIN("FibStatsSnmp::Fib6StatsSm", Fib6StatsSm, Kel::Entity)
+  KEL_TYPE_BEGIN("FibStatsSnmp::Fib6StatsSm", Fib6StatsSm, FibStatsMachine<Ip6Routes>)
  public:
   using FibStatsMachine::FibStatsMachine;
-  KEL_LINK(__COUNTER__, , describeConstructor<KelSelf>(type))
   KEL_TYPE_END_DECLARE
 
   void handleNeighborEntry(const Arp::Table::ArpKey& key) { handleNeighbour(key); }
   void handleNeighborEntry() { handleNeighbour(); }
 };
 
-// For use without an owner; inside one, the owner's create-or-get operation takes the same arguments.
+// For use without an owner. An owner's create-or-get operation takes the same arguments.
 Kel::Ptr<FibStatsSm> fibStatsSmFactory(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                                        Kel::Ptr<const Arp::Table::Status> arpQuillo, Vrf::VrfIdMap::VrfId vrfId,
                                        Kel::Ptr<const Routing::Config> routingConfig,

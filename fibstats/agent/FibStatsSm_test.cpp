@@ -1,250 +1,420 @@
+// The statistics of one VRF and IP version over tables in memory: random histories of routes and neighbours against a
+// model that knows the rule alone and counts anew each time, and the cases that the histories leave out.
+
 #include "fibstats/agent/FibStatsSm.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include "fibstats/agent/testing/TestFibStats.h"
+#include <map>
+#include <random>
+#include <set>
+
+#include "brev/testing/TestClock.h"
+#include "kel/Trace.h"
+#include "quillo/testing/TestArpTable.h"
+#include "quillo/testing/TestFibTables.h"
 #include "vantu/IntfId.h"
 
 namespace FibStatsSnmp {
 namespace {
 
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::Not;
+using testing::ElementsAreArray;
+using VrfId = Vrf::VrfIdMap::VrfId;
 
-using Stats4 = FibStatsWorld<Ip4Routes>;
-using Stats6 = FibStatsWorld<Ip6Routes>;
-template <class Family>
-struct Stats : FibStatsWorld<Family> {};
-using Families = testing::Types<Ip4Routes, Ip6Routes>;
-TYPED_TEST_SUITE(Stats, Families, );
-
-// What each number of the routing platform counts as; 0: it does not count.
-template <class World>
-std::vector<int> typesOf(World& world) {
-  std::vector<int> types;
-  world.start();
-  for (unsigned t = 0; t <= 40; ++t) {
-    world.routes->routeIs(world.route(world.net(t << 8U, World::isIp4 ? 24 : 120), t));
-    const auto found = world.sm->prefixRouteType().find(world.net(t << 8U, World::isIp4 ? 24 : 120));
-    types.push_back(found ? *found : 0);
+// The rows of one IP version: "total; type:count ...; length:count ...".
+std::string rowsOf(const FibStatsMib& mib, Ip::IpVersion version) {
+  const auto row = mib.summaryTable(version);
+  std::string text = row ? std::to_string(row->totalRoutes()) + ";" : "none;";
+  for (const auto& [key, entry] : mib.routeTypeTable()) {
+    if (key.addressFamily() == version) text += fmt::format(" {}:{}", int{key.routeType()}, entry->totalRoutes());
   }
-  return types;
+  text += ";";
+  for (const auto& [key, entry] : mib.prefixLenTable()) {
+    if (key.addressFamily() == version) {
+      text += fmt::format(" {}:{}", key.prefixLen().value(), entry->totalRoutes());
+    }
+  }
+  return text;
 }
 
-TEST_F(Stats4, typesOfThePlatform) {
-  config = nullptr;
-  EXPECT_EQ(typesOf(*this), (std::vector<int>{0,   205, 205, 205, 205, 0,  1,  3,  204, 205, 8, 2, 0,   14,
-                                              13,  13,  13,  13,  13,  13, 13, 14, 14,  14,  9, 9, 202, 3,
-                                              200, 200, 200, 200, 200, 1,  1,  1,  1,   1,   1, 1, 1}));
-  EXPECT_EQ(rows(), "38; 1:9 2:1 3:2 8:1 9:2 13:7 14:4 200:5 202:1 204:1 205:5; 24:38");
-  EXPECT_EQ(sm->mibRouteType(route(net(0, 8), 5)), routeTypeAttached);
-  EXPECT_EQ(sm->mibRouteType(route(net(0, 8), 255)), routeTypeOther);
-  EXPECT_FALSE(sm->fibRouteFilter(route(net(0, 8), 32)));
-  EXPECT_THAT(lines, Contains("6 FibStatsMib: skip 10.0.5.0/24 type 5"));
+// A VRF "red", whose id is 7.
+template <class Family>
+struct FibStatsSmTest : Brev::SchedulerTest {
+  using Prefix = typename Family::Prefix;
+  using Route = typename Family::RouteStatus::Route;
+  using Sm = std::conditional_t<Family::version == Ip::ipVersion4, FibStatsSm, Fib6StatsSm>;
+  using ArpKey = Arp::Table::ArpKey;
+  using ArpEntry = Arp::Table::ArpEntry;
+  static constexpr bool isIp4 = Family::version == Ip::ipVersion4;
+  // Numbers of the platform's route types.
+  static constexpr unsigned skipped = 0, rip = isIp4 ? 10 : 6, bgp = isIp4 ? 22 : 9;
+
+  ~FibStatsSmTest() override { Kel::TraceConfig::reset(); }
+
+  static Vantu::IpGenAddr addr(unsigned n) {
+    return Vantu::IpGenAddr::fromString(isIp4 ? fmt::format("10.{}.{}.{}", n >> 16U, (n >> 8U) & 255U, n & 255U)
+                                              : fmt::format("2001:db8::{:x}:{:x}", n >> 16U, n & 65535U));
+  }
+  static Prefix host(unsigned n) { return Family::host(addr(n)); }
+  static Prefix net(unsigned n) { return {host(n << 8U).address(), Family::hostLength - 8}; }
+  static Route route(const Prefix& prefix, unsigned type) {
+    Route made;
+    made.prefix = prefix;
+    made.routeType = Routing::Fib::RouteType(static_cast<std::uint8_t>(type));
+    made.routePreference = Routing::RoutePreference(1);
+    return made;
+  }
+  static ArpEntry neighbour(const Vantu::IpGenAddr& address, const char* intf, unsigned vrfId = 7) {
+    ArpEntry entry;
+    entry.key = {VrfId(vrfId), address, Vantu::IntfId(intf)};
+    return entry;
+  }
+
+  void start() { sm = Kel::makePtr<Sm>(routes, arp, VrfId(7), config, mib); }
+  void runTasks() {
+    while (scheduler_->runReady()) {
+    }
+  }
+  std::string rows() const { return rowsOf(*mib, Family::version); }
+
+  Kel::Ptr<Quillo::TestRouteStatus<Prefix>> routes = Kel::makePtr<Quillo::TestRouteStatus<Prefix>>();
+  Kel::Ptr<Arp::Table::TestStatus> arp = Kel::makePtr<Arp::Table::TestStatus>();
+  Kel::Ptr<typename Family::Config> config = Kel::makePtr<typename Family::Config>("red");
+  Kel::Ptr<FibStatsMib> mib = fibStatsMibFactory("red");
+  Kel::Ptr<Sm> sm;
+
+  // ---- what random histories are made of
+  unsigned pick(unsigned count) { return static_cast<unsigned>(random() % count); }
+  Route randomRoute() {
+    const bool isHost = pick(2) == 0;
+    const unsigned number = pick(isHost ? 12 : 6);
+    return route(isHost ? host(firstHost + number) : net(number),
+                 isTypeFixed ? (number * 2 + isHost) % 20 : pick(20));
+  }
+  ArpEntry randomNeighbour() {
+    static constexpr const char* intfs[] = {"e1", "e2", "Management1"};
+    return neighbour(addr(firstHost + pick(12)), intfs[pick(3)], 7 + pick(2));
+  }
+  std::map<Prefix, Route> randomRoutes() {
+    std::map<Prefix, Route> table;
+    const auto add = [&table](const Route& made) { table[made.prefix] = made; };
+    for (unsigned n = pick(20); n > 0; --n) add(randomRoute());
+    const unsigned others = pick(2) == 0 ? 0 : 2 * firstHost;
+    for (unsigned n = 0; n < others; ++n) {
+      if (n - firstHost >= 12) add(route(host(n), bgp));
+    }
+    return table;
+  }
+  std::vector<ArpEntry> randomNeighbours() {
+    std::vector<ArpEntry> table(pick(20));
+    std::ranges::generate(table, [this] { return randomNeighbour(); });
+    return table;
+  }
+
+  // ---- the model
+  bool isNeighbour(const Prefix& prefix) const {
+    return std::ranges::any_of(neighbours, [&](const ArpKey& key) {
+      return key.vrfId == vrfId && Family::host(key.addr) == prefix && key.intfId.text() != "Management1";
+    });
+  }
+  bool isRoute(const Prefix& prefix) const {
+    static const std::set<unsigned> uncounted = isIp4 ? std::set{0U, 5U, 12U} : std::set{0U, 3U, 8U};
+    const auto at = routes->map.find(prefix);
+    return at != routes->map.end() && !uncounted.contains(at->second.routeType.value());
+  }
+  void countWhatStands(const Prefix& prefix) {
+    if (counted.contains(prefix)) return;
+    if (isRoute(prefix)) {
+      counted[prefix] = sm->mibRouteType(routes->map.at(prefix));
+    } else if (isNeighbour(prefix)) {
+      counted[prefix] = routeTypeAttached;
+    }
+  }
+  void review() {
+    std::erase_if(counted, [&](const auto& member) {
+      const auto& [prefix, type] = member;
+      return type == routeTypeAttached ? !isNeighbour(prefix) : !routes->map.contains(prefix);
+    });
+    for (const auto& [prefix, route] : routes->map) countWhatStands(prefix);
+    for (const auto& key : neighbours) countWhatStands(Family::host(key.addr));
+  }
+  void routeChanged(const Prefix& prefix) {
+    if (isRoute(prefix)) {
+      counted.try_emplace(prefix, sm->mibRouteType(routes->map.at(prefix)));
+    } else if (!routes->map.contains(prefix) && counted.erase(prefix) > 0 && sm->isReviewing()) {
+      countWhatStands(prefix);
+    }
+  }
+  void neighbourChanged(const ArpKey& key) {
+    const auto prefix = Family::host(key.addr);
+    if (key.vrfId != vrfId) return;
+    if (neighbours.contains(key)) {
+      if (key.intfId.text() == "Management1") return;
+      if (sm->isReviewing()) countWhatStands(prefix);
+      counted.try_emplace(prefix, routeTypeAttached);
+    } else if (const auto at = counted.find(prefix);
+               at != counted.end() && at->second == routeTypeAttached && !isNeighbour(prefix)) {
+      counted.erase(at);
+      if (sm->isReviewing()) countWhatStands(prefix);
+    }
+  }
+  std::string recount() const {
+    const auto fresh = fibStatsMibFactory("red");
+    for (const auto& [prefix, type] : counted) fresh->routeInc(Family::version, type, prefix.length());
+    return rowsOf(*fresh, Family::version);
+  }
+
+  // ---- the history
+  void makeMachine() {
+    counted.clear();
+    vrfId = VrfId(7);
+    start();
+    if (hasScheduler) sm->taskSchedulerIs(scheduler_);
+  }
+  void neighboursAre(const std::vector<ArpEntry>& table) {
+    neighbours.clear();
+    for (const auto& entry : table) neighbours.insert(entry.key);
+    arp->tableIs(table);
+  }
+  // The machine is made before the store is read; either table is told first.
+  void restart() {
+    sm = nullptr;
+    routes->isInitialized = arp->isInitialized = false;
+    makeMachine();
+    routes->map = randomRoutes();
+    neighboursAre(randomNeighbours());
+    const unsigned order = pick(3);
+    if (order == 0) routes->initializedIs();
+    if (order == 1) routes->isInitialized = true;
+    arp->initializedIs();
+    if (order != 0) routes->initializedIs();
+    review();
+  }
+  void tableStep() {
+    switch (pick(5)) {
+      case 0:
+        return restart();
+      case 1:
+        if (const auto id = std::array{VrfId(7), VrfId(8), VrfId()}[pick(3)]; id != vrfId) {
+          sm->vrfIdIs(vrfId = id);
+          review();
+        }
+        return;
+      case 2:
+        routes = Kel::makePtr<Quillo::TestRouteStatus<Prefix>>();
+        routes->map = randomRoutes();
+        sm->routeStatusIs(routes);
+        counted.clear();
+        return review();
+      case 3:
+        routes->map = randomRoutes();
+        neighboursAre(randomNeighbours());
+        review();
+        return routes->tableIs(routes->map);
+      default:
+        routes->tableIs(randomRoutes());
+        review();
+        neighboursAre(randomNeighbours());
+        return review();
+    }
+  }
+  void keyStep() {
+    if (pick(2) == 0) {
+      const auto route = randomRoute();
+      if (pick(2) == 0) {
+        routes->routeIs(route);
+      } else if (routes->map.contains(route.prefix)) {
+        routes->routeDel(route.prefix);
+      } else {
+        return;
+      }
+      return routeChanged(route.prefix);
+    }
+    auto entry = randomNeighbour();
+    if (pick(2) == 0) {
+      neighbours.insert(entry.key);
+      arp->entryIs(entry);
+    } else if (const auto next = neighbours.lower_bound(entry.key); next != neighbours.end()) {
+      entry.key = *next;
+      neighbours.erase(next);
+      arp->entryDel(entry.key);
+    }
+    neighbourChanged(entry.key);
+  }
+
+  std::mt19937 random{20261121};
+  unsigned firstHost = 0;  // every other table has as many further routes on either side of the hosts
+  bool isTypeFixed = false, hasScheduler = false;
+  VrfId vrfId;
+  std::map<Prefix, RouteType> counted;
+  std::set<ArpKey> neighbours;
+};
+
+using Families = testing::Types<Ip4Routes, Ip6Routes>;
+TYPED_TEST_SUITE(FibStatsSmTest, Families, );
+
+// ---- random histories ----
+
+TYPED_TEST(FibStatsSmTest, agreesWithACountFromScratch) {
+  this->makeMachine();
+  for (int n = 0; n < 5000; ++n) {
+    this->pick(10) == 0 ? this->tableStep() : this->keyStep();
+    ASSERT_EQ(this->rows(), this->recount()) << "after step " << n;
+  }
+  this->neighboursAre({});
+  this->routes->tableIs({});
+  EXPECT_EQ(this->rows(), "none;;");
 }
 
-TEST_F(Stats6, typesOfThePlatform) {
-  config = nullptr;
-  EXPECT_EQ(typesOf(*this),
-            (std::vector<int>{0, 205, 205, 0, 3, 205, 8, 2, 0, 14, 13, 13, 14, 9, 9, 202, 3, 1, 1, 1, 1,
-                              1, 1,   1,   1, 1, 1,   1, 1, 1, 1,  1,  1,  1,  1, 1, 1,   1, 1, 1, 1}));
-  EXPECT_EQ(sm->mibRouteType(route(net(0, 64), 3)), routeTypeAttached);
+// Whatever is notified during a review, afterwards exactly the routes and neighbours of the tables are counted. Of a
+// host that has both, either may be.
+TYPED_TEST(FibStatsSmTest, agreesWithACountFromScratchAfterEachReviewInPieces) {
+  this->firstHost = 600;
+  this->isTypeFixed = this->hasScheduler = true;
+  this->makeMachine();
+  Kel::System::clockIs([this] { return this->now_ += 0.006; });  // a quantum is two looks at it
+  unsigned interrupted = 0;
+  for (int round = 0; round < 100; ++round) {
+    this->tableStep();
+    for (unsigned n = this->pick(30); n > 0; --n) {
+      this->pick(20) == 0 ? this->tableStep() : this->keyStep();
+      if (this->pick(2) == 0) this->scheduler_->runReady();
+      if (this->sm->isReviewing()) ++interrupted;
+    }
+    this->runTasks();
+    ASSERT_FALSE(this->sm->isReviewing());
+    for (auto& [prefix, type] : this->counted) {
+      if (this->isRoute(prefix) && this->isNeighbour(prefix))
+        type = this->sm->prefixRouteType().find(prefix).value();
+    }
+    ASSERT_EQ(this->rows(), this->recount()) << "after round " << round;
+    for (int n = 0; n < 5; ++n) this->keyStep();
+    ASSERT_EQ(this->rows(), this->recount()) << "after round " << round;
+  }
+  EXPECT_GT(interrupted, 100U);
 }
 
-TYPED_TEST(Stats, staticRoutesAreWhatTheConfigurationSaysAndElseWhatTheySay) {
-  using World = FibStatsWorld<TypeParam>;
-  using Key = typename TypeParam::StaticRouteKey;
-  const auto net = [](unsigned n) { return World::net(n << 8U, World::isIp4 ? 24 : 120); };
-  const auto factsAre = [&](unsigned n, std::uint8_t preference, bool nexthopGroup, bool persistent) {
-    this->config->staticRouteIs(Key(net(n), Routing::RoutePreference(preference)),
-                                Routing::StaticRouteFacts(nexthopGroup, persistent));
-  };
-  factsAre(1, 1, true, false);
-  factsAre(2, 1, false, false);
-  factsAre(3, 1, false, true);
-  factsAre(5, 5, true, true);
+// ---- what the histories leave out ----
+
+TYPED_TEST(FibStatsSmTest, typesOfThePlatform) {
+  const std::vector<int> types4{0,   205, 205, 205, 205, 0,  1,  3,  204, 205, 8, 2, 0,   14,
+                                13,  13,  13,  13,  13,  13, 13, 14, 14,  14,  9, 9, 202, 3,
+                                200, 200, 200, 200, 200, 1,  1,  1,  1,   1,   1, 1};
+  const std::vector<int> types6{0, 205, 205, 0, 3, 205, 8, 2, 0, 14, 13, 13, 14, 9, 9, 202, 3, 1, 1, 1,
+                                1, 1,   1,   1, 1, 1,   1, 1, 1, 1,  1,  1,  1,  1, 1, 1,   1, 1, 1, 1};
+  this->config = nullptr;
   this->start();
-  const unsigned staticType = World::isIp4 ? 7 : 4, connected = World::isIp4 ? 11 : 7;
-  const auto typeOf = [&](unsigned n, bool isPersistent = true, bool isNexthopGroup = false, unsigned type = 0) {
-    auto route = World::route(net(n), type == 0 ? staticType : type, 1, 5);
-    route.isPersistent = isPersistent;
+  std::vector<int> types;
+  for (unsigned t = 0; t < 40; ++t) {
+    const auto route = this->route(this->net(0), t);
+    types.push_back(this->sm->fibRouteFilter(route) ? 0 : int{this->sm->mibRouteType(route)});
+  }
+  EXPECT_EQ(types, this->isIp4 ? types4 : types6);
+  EXPECT_EQ(this->sm->mibRouteType(this->route(this->net(0), 255)), routeTypeOther);
+  EXPECT_EQ(this->sm->mibRouteType(this->route(this->net(0), this->isIp4 ? 5 : 3)), routeTypeAttached);
+}
+
+TYPED_TEST(FibStatsSmTest, staticRoutesAreWhatTheConfigurationSaysAndElseWhatTheySay) {
+  this->start();
+  // `facts` are configured for the preference 1.
+  const auto typeOf = [this](const Routing::StaticRouteFacts& facts, std::uint8_t preference, bool isNexthopGroup,
+                             bool isPersistent) {
+    auto route = this->route(this->net(1), this->isIp4 ? 7 : 4);
+    this->config->staticRouteIs({route.prefix, Routing::RoutePreference(1)}, facts);
+    route.routePreference = Routing::RoutePreference(preference);
     route.isNexthopGroup = isNexthopGroup;
+    route.isPersistent = isPersistent;
     return int{this->sm->mibRouteType(route)};
   };
-  std::vector<int> types;
-  for (unsigned n = 1; n <= 5; ++n) types.push_back(typeOf(n));
-  EXPECT_THAT(types, ElementsAre(202, 201, 3, 3, 3));
-  EXPECT_EQ(typeOf(4, false), 201);
-  EXPECT_EQ(typeOf(4, false, true), 202);
-  EXPECT_EQ(typeOf(2, true, true), 201) << "the configuration says all";
-  EXPECT_EQ(typeOf(3, false, true), 3);
-  EXPECT_EQ(typeOf(4, false, true, connected), 2);
+  const Routing::StaticRouteFacts group(true, false), passing(false, false), lasting(false, true);
+  EXPECT_EQ(
+      (std::vector{typeOf(group, 1, false, true), typeOf(passing, 1, true, true), typeOf(lasting, 1, true, false)}),
+      (std::vector{202, 201, 3}));
+  EXPECT_EQ(
+      (std::vector{typeOf(group, 2, false, true), typeOf(group, 2, false, false), typeOf(lasting, 2, true, false)}),
+      (std::vector{3, 201, 202}));
   this->sm->routingConfigIs(nullptr);
-  EXPECT_EQ(typeOf(1, false, true), 3);
+  EXPECT_EQ(typeOf(group, 1, true, false), 3);
 }
 
-TYPED_TEST(Stats, aRouteKeepsItsFirstTypeUntilItGoes) {
-  using World = FibStatsWorld<TypeParam>;
-  const auto prefix = World::net(0x100, 24);
-  const unsigned rip = World::isIp4 ? 10 : 6, bgp = World::isIp4 ? 22 : 9, internal = 1, skipped = 0;
-  this->start();
-  this->takeLines();
-  this->routes->routeIs(World::route(prefix, skipped));
-  EXPECT_EQ(this->rows(), "none;;");
-  this->routes->routeIs(World::route(prefix, rip));
-  EXPECT_EQ(this->rows(), "1; 8:1; 24:1");
-  this->takeLines();
-  this->routes->routeIs(World::route(prefix, bgp));
-  EXPECT_THAT(this->takeLines(),
-              ElementsAre(fmt::format("6 FibStatsMib: prefix={} vrf=red add=1", prefix.stringValue()),
-                          fmt::format("6 FibStatsMib: {} vrf=red is a duplicate", prefix.stringValue())));
-  this->routes->routeIs(World::route(World::net(0, 0), internal));
-  EXPECT_EQ(this->rows(), "2; 8:1 205:1; 0:1 24:1");
-  this->routes->routeDel(prefix);
-  this->routes->routeDel(World::net(0, 0));
-  EXPECT_EQ(this->rows(), "none;;");
-  this->routes->routeIs(World::route(prefix, bgp));
-  EXPECT_EQ(this->rows(), "1; 14:1; 24:1");
-}
-
-TYPED_TEST(Stats, aHostWithARouteIsNoAttachedOne) {
-  using World = FibStatsWorld<TypeParam>;
-  const unsigned rip = World::isIp4 ? 10 : 6;
-  const auto one = World::neighbour(World::addr(1), "red/e1");
-  this->start();
-  this->routes->routeIs(World::route(World::host(1), rip));
-  this->takeLines();
-  this->arp->entryIs(one);
-  EXPECT_THAT(this->takeLines(),
-              ElementsAre(fmt::format("6 FibStatsMib: host={} vrf=red add=1", one.addr().stringValue()),
-                          fmt::format("6 FibStatsMib: {} vrf=red is a duplicate", World::host(1).stringValue())));
-  this->arp->entryDel(one.key);
-  EXPECT_THAT(
-      this->takeLines(),
-      ElementsAre(fmt::format("6 FibStatsMib: host={} vrf=red add=0", one.addr().stringValue()),
-                  fmt::format("6 FibStatsMib: {} not tracked as an attached route", one.addr().stringValue())));
-}
-
-TYPED_TEST(Stats, neighboursThatDoNotCount) {
-  using World = FibStatsWorld<TypeParam>;
+TYPED_TEST(FibStatsSmTest, traces) {
+  std::vector<std::string> lines;
+  Kel::TraceConfig::levelsAre("FibStatsSm/0-9");
+  const auto previous = Kel::TraceConfig::sinkIs([&lines](const auto&, unsigned level, const std::string& text) {
+    if (text.starts_with("FibStatsMib: ")) lines.push_back(fmt::format("{} {}", level, text.substr(13)));
+  });
   Vantu::MgmtIntfId::configuredIs({Vantu::IntfId("oob0")});
+  const auto one = this->neighbour(this->addr(1), "red/e1");
+  const std::string net = this->net(0).stringValue(), host = this->host(1).stringValue();
+  const std::vector<std::string> reviews{fmt::format("2 reviewing {} FIB quillo", TypeParam::text),
+                                         fmt::format("2 reviewing {} ARP quillo", TypeParam::text)};
+  const std::string address = one.addr().stringValue(), intf = " are intentionally not counted";
+  const auto expect = [&lines](const std::vector<std::string>& expected) {
+    EXPECT_THAT(std::exchange(lines, {}), ElementsAreArray(expected));
+  };
   this->start();
-  this->takeLines();
-  for (const char* intf : {"red/Management1", "red/oob0"})
-    this->arp->entryIs(World::neighbour(World::addr(1), intf));
-  EXPECT_THAT(this->takeLines(), AllOf(Contains("6 FibStatsMib: routes using nexthop interface red/Management1 are "
-                                                "intentionally not counted"),
-                                       Contains("6 FibStatsMib: routes using nexthop interface red/oob0 are "
-                                                "intentionally not counted")));
+  expect(reviews);
+  this->sm->taskSchedulerIs(this->scheduler_);
+  this->routes->tableIs({});
+  this->arp->tableIs({});
+  this->runTasks();
+  expect(reviews);  // one, of both tables
+  this->routes->routeIs(this->route(this->net(0), this->skipped));
+  expect({"6 prefix=" + net + " vrf=red add=1", "6 skip " + net + " type 0"});
+  for (int n = 0; n < 2; ++n) this->routes->routeIs(this->route(this->net(0), this->rip));
+  expect({"6 prefix=" + net + " vrf=red add=1", "6 prefix=" + net + " vrf=red add=1",
+          "6 " + net + " vrf=red is a duplicate"});
+  this->routes->routeDel(this->net(0));
+  expect({"6 prefix=" + net + " vrf=red add=0"});
+  this->routes->routeIs(this->route(this->host(1), this->rip));
+  lines.clear();
+  this->arp->entryIs(one);
+  this->arp->entryDel(one.key);
+  expect({"6 host=" + address + " vrf=red add=1", "6 " + host + " vrf=red is a duplicate",
+          "6 host=" + address + " vrf=red add=0", "6 " + address + " not tracked as an attached route"});
+  this->arp->entryIs(this->neighbour(this->addr(2), "red/oob0"));
+  EXPECT_EQ(lines.back(), "6 routes using nexthop interface red/oob0" + intf);
+  const auto linkLocal = Vantu::IpGenAddr::fromString(this->isIp4 ? "169.254.0.1" : "fe80::1");
+  this->arp->entryIs(this->neighbour(linkLocal, "e1"));
+  EXPECT_EQ(this->rows(), this->isIp4 ? "2; 8:1 203:1; 32:2" : "1; 8:1; 128:1");
+  EXPECT_TRUE(this->isIp4 || lines.back() == "6 routes using nexthop link-local address fe80::1" + intf);
   Vantu::MgmtIntfId::configuredIs({});
-  this->arp->entryIs(World::neighbour(World::addr(1), "e1", 8));  // of another VRF
-  EXPECT_THAT(this->takeLines(), ElementsAre());
-  EXPECT_EQ(this->rows(), "none;;");
-  this->arp->entryIs(
-      World::neighbour(Vantu::IpGenAddr::fromString(World::isIp4 ? "2001:db8::1" : "10.0.0.1"), "e1"));
-  EXPECT_EQ(this->rows(), "none;;");
-  this->arp->entryIs(
-      World::neighbour(Vantu::IpGenAddr::fromString(World::isIp4 ? "169.254.0.1" : "fe80::1"), "e1"));
-  EXPECT_EQ(this->rows(), World::isIp4 ? "1; 203:1; 32:1" : "none;;");
-  if (!World::isIp4) {
-    EXPECT_THAT(this->lines, Contains("6 FibStatsMib: routes using nexthop link-local address fe80::1 are "
-                                      "intentionally not counted"));
-  }
+  Kel::TraceConfig::sinkIs(previous);
 }
 
-TYPED_TEST(Stats, theReviewAtTheStartTakesRoutesFirst) {
-  using World = FibStatsWorld<TypeParam>;
-  const unsigned rip = World::isIp4 ? 10 : 6;
-  for (unsigned n = 0; n < 3; ++n) {
-    this->routes->routeIs(World::route(World::host(n), rip));
-    this->arp->entryIs(World::neighbour(World::addr(n + 1), "e1"));
-  }
-  this->mib->routeInc(TypeParam::version, routeTypeVcs, 1);  // what another machine has left
+TYPED_TEST(FibStatsSmTest, reviewsTwoPiecesAtOnceAndTheRestInTasks) {
+  constexpr std::size_t piece = TestFixture::Sm::pieceSize;
+  for (unsigned n = 0; n < 3 * piece; ++n) this->routes->map[this->host(n)] = this->route(this->host(n), this->rip);
   this->start();
-  EXPECT_EQ(this->rows(), fmt::format("4; 8:3 203:1; {}:4", TypeParam::hostLength));
-  const std::string text = TypeParam::text;
-  EXPECT_THAT(this->lines, testing::IsSupersetOf({"2 FibStatsMib: reviewing " + text + " FIB quillo",
-                                                  "2 FibStatsMib: reviewing " + text + " ARP quillo"}));
-  this->sm->kelStop();
-  this->routes->routeDel(World::host(0));
-  EXPECT_EQ(this->rows(), fmt::format("4; 8:3 203:1; {}:4", TypeParam::hostLength));
-}
-
-TYPED_TEST(Stats, aLargeTableIsReviewedInPieces) {
-  using World = FibStatsWorld<TypeParam>;
-  const unsigned rip = World::isIp4 ? 10 : 6, count = 10000;
-  const std::string length = std::to_string(TypeParam::hostLength);
-  std::map<typename World::Prefix, typename World::Route> table;
-  for (unsigned n = 0; n < count; ++n) table[World::host(n)] = World::route(World::host(n), rip);
-  this->routes->map = table;
-  this->arp->entryIs(World::neighbour(World::addr(count), "e1"));
-  this->start();
-  EXPECT_TRUE(this->sm->isReviewing());
-  EXPECT_EQ(this->sm->prefixRouteType().size(), 2 * World::Sm::pieceSize);
-  // Before their routes are reached: a neighbour, a route that goes, another that comes.
-  this->arp->entryIs(World::neighbour(World::addr(count - 1), "e1"));
-  EXPECT_EQ(this->sm->prefixRouteType().find(World::host(count - 1)), routeTypeRip);
-  this->routes->routeDel(World::host(count - 2));
-  this->routes->routeIs(World::route(World::host(count + 1), rip));
+  EXPECT_EQ(this->sm->prefixRouteType().size(), 2 * piece);
   this->sm->taskSchedulerIs(this->scheduler_);
   EXPECT_EQ(this->scheduler_->tasks().at(0)->name(), fmt::format("fibStats {} review VRF:red", TypeParam::text));
-  // Each look at the clock takes a third of a quantum.
-  Kel::System::clockIs([this] { return this->now_ += 0.0034; });
-  unsigned turns = 0;
-  while (this->scheduler_->runReady()) ++turns;
-  EXPECT_GT(turns, 2U);
-  EXPECT_EQ(this->rows(), fmt::format("10001; 8:10000 203:1; {}:10001", length));
-  // All at once another table, and another one of neighbours: one review. What stands never goes meanwhile.
-  this->takeLines();
-  for (unsigned n = 0; n < count; n += 2) table.erase(World::host(n));
-  this->routes->tableIs(table);
-  this->arp->tableIs({World::neighbour(World::addr(0), "e1"), World::neighbour(World::addr(1), "e1")});
-  EXPECT_TRUE(this->sm->isReviewing());
-  EXPECT_TRUE(this->sm->prefixRouteType().find(World::host(1)));
   this->runTasks();
-  EXPECT_FALSE(this->sm->isReviewing());
-  EXPECT_EQ(this->rows(), fmt::format("5001; 8:5000 203:1; {}:5001", length));
-  EXPECT_EQ(this->sm->prefixRouteType().find(World::host(0)), routeTypeAttached);
-  EXPECT_THAT(this->lines, Contains(testing::HasSubstr("reviewing")).Times(2)) << "of routes, of neighbours";
+  EXPECT_EQ(this->sm->prefixRouteType().size(), 3 * piece);
 }
 
-TYPED_TEST(Stats, damageChangesNoCount) {
-  using World = FibStatsWorld<TypeParam>;
-  const unsigned rip = World::isIp4 ? 10 : 6;
-  const auto entry = World::neighbour(World::addr(1), "e1");
-  this->routes->routeIs(World::route(World::host(0), rip));
+TYPED_TEST(FibStatsSmTest, damageChangesNoCount) {
+  const auto entry = this->neighbour(this->addr(1), "e1");
+  this->routes->routeIs(this->route(this->host(0), this->rip));
   this->arp->entryIs(entry);
+  this->mib->routeInc(TypeParam::version, routeTypeVcs, 1);  // what another machine has left
   this->start();
-  const auto before = this->rows();
-  this->routes->damage = "broken";
-  this->arp->damage = "broken";
-  this->routes->routeDel(World::host(0));
+  const auto before = fmt::format("2; 8:1 203:1; {}:2", TypeParam::hostLength);
+  this->routes->damage = this->arp->damage = "broken";
+  this->routes->routeDel(this->host(0));
   this->arp->entryDel(entry.key);
   this->sm->handleRoute();
   this->arp->tableIs({});
   EXPECT_EQ(this->rows(), before);
-  EXPECT_THAT(this->routes->reports, Not(ElementsAre()));
-  EXPECT_THAT(this->arp->reports, Not(ElementsAre()));
+  EXPECT_FALSE(this->routes->reports.empty() || this->arp->reports.empty());
   this->routes->damage.reset();
   this->arp->damage.reset();
+  this->sm->kelStop();
   this->routes->tableIs({});
-  this->arp->tableIs({});
-  EXPECT_EQ(this->rows(), "none;;");
-}
-
-TYPED_TEST(Stats, withoutTablesNothingCounts) {
-  using World = FibStatsWorld<TypeParam>;
-  const auto none = Kel::makePtr<typename World::Sm>(nullptr, nullptr, Vrf::VrfIdMap::VrfId(1), nullptr, this->mib);
-  const auto key = World::neighbour(World::addr(1), "e1", 1).key;
-  if constexpr (World::isIp4) {
-    none->handleArpEntry(key);
-  } else {
-    none->handleNeighborEntry(key);
-  }
-  EXPECT_EQ(this->rows(), "none;;");
+  EXPECT_EQ(this->rows(), before) << "a stopped machine leaves the counts";
+  this->sm = Kel::makePtr<typename TestFixture::Sm>(nullptr, nullptr, VrfId(7), nullptr, this->mib);
+  EXPECT_EQ(this->rows(), "none;;") << "without tables nothing counts";
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 #pragma once
-// Under which route type each prefix was counted, and which of them the present review has met.
+// Maps each counted prefix to the route type under which it counts, with a mark of the present review.
 //
-// Made for a million prefixes: an IPv4 one takes six bytes and its share of free places, some 15 in all, and a lookup
-// costs a cache miss or two. The hash map is cut into shards, chosen by the hash, because one of a million that grows
-// stalls its user for 20 ms; a shard of it grows in a tenth of one. A shard is also the piece in which the unmarked
-// prefixes are searched.
+// Made for a million prefixes: an IPv4 prefix takes some 15 bytes, free slots included, and a lookup one or two cache
+// misses. The map is a set of shards, chosen by the hash: growing one map of a million prefixes would stall the caller
+// for 20 ms, growing a shard takes 0.1 ms. unmarked() searches one shard at a time.
 //
-//   counted.unmarkAll();                                   // a review begins; takes no time
-//   counted.mark(prefix);                                  // for each prefix that it meets
-//   for (const auto& prefix : counted.unmarked(shard, 1024)) ...  take it, or mark it after all
+//   counted.unmarkAll();    // a review begins; constant time
+//   counted.mark(prefix);   // for each prefix that the review meets
+//   for (const auto& prefix : counted.unmarked(shard, 1024)) ...  // take() or mark() it
 
 #include <array>
 #include <boost/mp11.hpp>
@@ -20,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "fibstats/RouteType.h"
+#include "fibstats/FibStatsMib.h"
 
 namespace FibStatsSnmp {
 
@@ -32,14 +31,14 @@ class PrefixRouteTypes {
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  // Nothing when the prefix is not counted.
+  // Nullopt when the prefix does not count.
   std::optional<RouteType> find(const PrefixType& prefix) const {
     const Key key(prefix);
     const auto& map = shards_[key.shard()];
     const auto at = map.find(key);
     return at == map.end() ? std::nullopt : std::optional(typeOf(at->second));
   }
-  // Marked.
+  // The prefix is marked.
   void insert(const PrefixType& prefix, RouteType type) {
     const Key key(prefix);
     const auto value = static_cast<std::uint8_t>(type | marked_);
@@ -48,7 +47,7 @@ class PrefixRouteTypes {
     if (!isMarked(at->second)) --unmarkedCount_;
     at->second = value;
   }
-  // The type that was kept.
+  // Removes the prefix and returns its type; nullopt when it does not count.
   std::optional<RouteType> take(const PrefixType& prefix) {
     const Key key(prefix);
     auto& map = shards_[key.shard()];
@@ -70,7 +69,7 @@ class PrefixRouteTypes {
     marked_ ^= markBit;
     unmarkedCount_ = size_;
   }
-  // No-op when the prefix is not counted.
+  // No-op when the prefix does not count.
   void mark(const PrefixType& prefix) {
     const Key key(prefix);
     auto& map = shards_[key.shard()];
@@ -80,7 +79,7 @@ class PrefixRouteTypes {
     --unmarkedCount_;
   }
   std::size_t unmarkedCount() const { return unmarkedCount_; }
-  // At most `limit` of the shard's, in no order.
+  // At most `limit` unmarked prefixes of the shard, in no order.
   std::vector<PrefixType> unmarked(std::size_t shard, std::size_t limit) const {
     std::vector<PrefixType> found;
     for (const auto& [key, value] : shards_[shard]) {

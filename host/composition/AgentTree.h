@@ -21,7 +21,7 @@
 #include "ipsnmp/agent/address/IpIfStatsSm.h"
 #include "ipsnmp/agent/route/IfMibSm.h"
 #include "kel/Dir.h"
-#include "varnix/SnmpStatus.h"
+#include "varnix/AgentStatus.h"
 #include "varnix/Tree.h"
 
 namespace Host {

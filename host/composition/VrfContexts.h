@@ -11,7 +11,7 @@
 #include "kel/Ptr.h"
 #include "snmp/Contexts.h"
 #include "varnix/Routing.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace Host {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "kel/System.h"
-#include "varnix/IntfStats.h"
+#include "varnix/Interface.h"
 
 namespace Mirror {
 

@@ -22,7 +22,7 @@
 #include <utility>
 
 #include "mirror/rtnetlink/RtMessage.h"
-#include "varnix/Ip6.h"
+#include "varnix/Ip.h"
 
 namespace Mirror {
 

@@ -6,7 +6,7 @@
 
 #include "vantu/IntfId.h"
 #include "vantu/VrfId.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace Mirror {
 

@@ -14,7 +14,7 @@
 
 #include "kel/System.h"
 #include "vantu/NetNs.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace Mirror {
 

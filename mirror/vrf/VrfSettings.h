@@ -5,8 +5,7 @@
 #include <string>
 
 #include "vantu/RouteDistinguisher.h"
-#include "varnix/StaticRoute.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace Mirror {
 

@@ -2,9 +2,6 @@
 
 #include <map>
 
-KEL_TYPE_DEFINE(Interface::IntfStatus)
-KEL_TYPE_DEFINE(Interface::AllIntfStatusDir)
-
 namespace Interface {
 namespace {
 

@@ -1,5 +1,5 @@
 #pragma once
-// Interface status records, and the providers that know more of an interface than its record says.
+// Interfaces: their status records, the providers of details that a record lacks, and their IP counters.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -26,7 +26,7 @@ class IntfStatus : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(IntfStatus, ((Vantu::IntfId, intfId)))
   KEL_STORED(Kel::String, kind, Kind)             // names the details provider; "linux" for a kernel interface
-  KEL_STORED(std::uint32_t, ifIndex, IfIndex, 0)  // what the publisher assigned; 0 when it has none
+  KEL_STORED(std::uint32_t, ifIndex, IfIndex, 0)  // as the publisher assigned it; 0: none
   KEL_STORED(OperStatus, operStatus, OperStatus, operStatusUnknown)
   KEL_STORED(Vantu::EthAddr, ethAddr, EthAddr)
   KEL_TYPE_END_DECLARE
@@ -47,13 +47,13 @@ class IntfDetailsProvider {
   // 0 when the interface has none (yet).
   virtual std::uint32_t ifIndex(const IntfStatus& status) const = 0;
 
-  // The provider of a record's kind; null when there is none. Providers are registered by the hosting process and
-  // must outlive their registration; null withdraws.
+  // The registered provider of the record's kind, or null.
   static const IntfDetailsProvider* find(const IntfStatus& status);
+  // Registers a provider; null withdraws it. Lifetime: a provider must outlive its registration.
   static void providerIs(const Kel::String& kind, const IntfDetailsProvider* provider);
 };
 
-// Kernel interfaces: the index that the publisher put into the record.
+// Kernel interfaces: the ifIndex of the record.
 class LinuxIntfDetails : public IntfDetailsProvider {
  public:
   static constexpr const char* kind = "linux";
@@ -61,3 +61,38 @@ class LinuxIntfDetails : public IntfDetailsProvider {
 };
 
 }  // namespace Interface
+
+namespace Ip {
+
+// Packets and octets since some moment. In: received, those with errors included; out: handed to the layer below.
+class IntfCounters {
+  KEL_VALUE_TYPE("Ip::IntfCounters", IntfCounters,
+                 ((std::uint64_t, inPkts))((std::uint64_t, inOctets))((std::uint64_t, outPkts))(
+                     (std::uint64_t, outOctets))((std::uint64_t, inUcastPkts))((std::uint64_t, inUcastOctets))(
+                     (std::uint64_t, outUcastPkts))((std::uint64_t, outUcastOctets))((std::uint64_t, inMcastPkts))((
+                     std::uint64_t, inMcastOctets))((std::uint64_t, outMcastPkts))((std::uint64_t, outMcastOctets)))
+};
+
+// The counters of one interface and IP version. A record exists while somebody counts at the interface.
+class IntfStats : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip::IntfStats", IntfStats, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(IntfStats, ((Vantu::IntfId, intfId)))
+  KEL_STORED(IntfCounters, counters, Counters)
+  // Start of the gapless record, in seconds of the publisher's clock. Do not compute deltas across this time.
+  KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)
+  // Kel::System::utcOffset() of the publisher, which turns discontinuityTime into UTC. 0 in stores of older publishers.
+  KEL_STORED(double, utcOffset, UtcOffset, 0.0)
+  KEL_TYPE_END_DECLARE
+};
+
+// One directory for each IP version.
+class AllIntfStats : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip::AllIntfStats", AllIntfStats, Kel::Entity)
+ public:
+  KEL_NAMED(AllIntfStats, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, IntfStats, intfStats, IntfStats)
+  KEL_TYPE_END_DECLARE
+};
+
+}  // namespace Ip

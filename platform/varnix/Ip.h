@@ -1,9 +1,9 @@
 #pragma once
-// IPv4 records of interfaces, and the records of VRFs.
+// IPv4 and IPv6 addresses of interfaces: what is configured, and what is in force.
 //
-// An interface has one primary address and any number of secondary ones, as in Linux: the first address of a subnet
-// is primary, and so on for each subnet; which of several stands in the single attribute is the publisher's choice,
-// and readers treat all of them alike.
+// An interface has one primary IPv4 address and any number of secondary ones, as in Linux: the first address of a
+// subnet is primary, and so on for each subnet. Which of several primary ones is in the single attribute is the
+// publisher's choice; readers treat all addresses alike.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -11,7 +11,6 @@
 #include "vantu/Prefix.h"
 #include "vantu/RouteDistinguisher.h"
 #include "varnix/L3.h"
-#include "varnix/VrfName.h"
 
 namespace Ip {
 
@@ -55,61 +54,56 @@ class Status : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// ---- VRFs ----
-
-enum VrfState : int { vrfStateUnknown = 0, vrfStateActive = 1, vrfStateInactive = 2, vrfStateDeleting = 3 };
-BOOST_DESCRIBE_ENUM(VrfState, vrfStateUnknown, vrfStateActive, vrfStateInactive, vrfStateDeleting)
-
-class VrfConfig : public Kel::Entity {
-  KEL_TYPE_BEGIN("Ip::VrfConfig", VrfConfig, Kel::Entity)
- public:
-  KEL_CONSTRUCTOR(VrfConfig, ((L3::VrfName, vrfName)))
-  KEL_STORED(Vantu::RouteDistinguisher, routeDistinguisher, RouteDistinguisher)
-  KEL_TYPE_END_DECLARE
-};
-
-class AllVrfConfig : public Kel::Entity {
-  KEL_TYPE_BEGIN("Ip::AllVrfConfig", AllVrfConfig, Kel::Entity)
- public:
-  KEL_NAMED(AllVrfConfig, Kel::Entity)
-  KEL_MEMBERS(Hashed, L3::VrfName, VrfConfig, vrfConfig, VrfConfig)
-  KEL_TYPE_END_DECLARE
-};
-
-// The VRF as the whole switch sees it.
-class VrfStatusGlobal : public Kel::Entity {
-  KEL_TYPE_BEGIN("Ip::VrfStatusGlobal", VrfStatusGlobal, Kel::Entity)
- public:
-  KEL_CONSTRUCTOR(VrfStatusGlobal, ((L3::VrfName, vrfName)))
-  KEL_STORED(VrfState, state, State, vrfStateUnknown)
-  KEL_TYPE_END_DECLARE
-};
-
-class AllVrfStatusGlobal : public Kel::Entity {
-  KEL_TYPE_BEGIN("Ip::AllVrfStatusGlobal", AllVrfStatusGlobal, Kel::Entity)
- public:
-  KEL_NAMED(AllVrfStatusGlobal, Kel::Entity)
-  KEL_MEMBERS(Hashed, L3::VrfName, VrfStatusGlobal, vrf, Vrf)
-  KEL_TYPE_END_DECLARE
-};
-
-// The VRF as this machine has it.
-class VrfStatusLocal : public Kel::Entity {
-  KEL_TYPE_BEGIN("Ip::VrfStatusLocal", VrfStatusLocal, Kel::Entity)
- public:
-  KEL_CONSTRUCTOR(VrfStatusLocal, ((L3::VrfName, vrfName)))
-  KEL_STORED(VrfState, state, State, vrfStateUnknown)
-  // Whether the VRF is a network namespace (Vantu::nsNameOfVrf). A VRF device of the default namespace is none.
-  KEL_STORED(bool, hasNamespace, HasNamespace, true)
-  KEL_TYPE_END_DECLARE
-};
-
-class AllVrfStatusLocal : public Kel::Entity {
-  KEL_TYPE_BEGIN("Ip::AllVrfStatusLocal", AllVrfStatusLocal, Kel::Entity)
- public:
-  KEL_NAMED(AllVrfStatusLocal, Kel::Entity)
-  KEL_MEMBERS(Hashed, L3::VrfName, VrfStatusLocal, vrf, Vrf)
-  KEL_TYPE_END_DECLARE
-};
-
 }  // namespace Ip
+
+namespace Ip6 {
+
+enum AddressState : int {
+  addressStateUnknown = 0,
+  addressStatePreferred = 1,
+  addressStateDeprecated = 2,
+  addressStateTentative = 3,  // duplicate address detection under way
+  addressStateDuplicate = 4
+};
+BOOST_DESCRIBE_ENUM(AddressState, addressStateUnknown, addressStatePreferred, addressStateDeprecated,
+                    addressStateTentative, addressStateDuplicate)
+
+class AddressInfo {
+  KEL_VALUE_TYPE("Ip6::AddressInfo", AddressInfo, ((AddressState, state)))
+};
+
+class IntfConfig : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::IntfConfig", IntfConfig, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(IntfConfig, ((Vantu::IntfId, intfId)))
+  KEL_VALUES(Ordered, Vantu::Ip6AddrWithMask, AddressInfo, addr, Addr)
+  KEL_REFERENCE(const L3::Intf::Config, l3Config, L3Config)
+  KEL_TYPE_END_DECLARE
+};
+
+class Config : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::Config", Config, Kel::Entity)
+ public:
+  KEL_NAMED(Config, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, IntfConfig, intf, Intf)
+  KEL_TYPE_END_DECLARE
+};
+
+class IntfStatus : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::IntfStatus", IntfStatus, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(IntfStatus, ((Vantu::IntfId, intfId)))
+  KEL_VALUES(Ordered, Vantu::Ip6AddrWithMask, AddressInfo, addr, Addr)
+  KEL_REFERENCE(const L3::Intf::Status, l3Status, L3Status)
+  KEL_TYPE_END_DECLARE
+};
+
+class Status : public Kel::Entity {
+  KEL_TYPE_BEGIN("Ip6::Status", Status, Kel::Entity)
+ public:
+  KEL_NAMED(Status, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, IntfStatus, intf, Intf)
+  KEL_TYPE_END_DECLARE
+};
+
+}  // namespace Ip6

@@ -1,11 +1,11 @@
 #pragma once
-// Layer-3 records: of the switch, and of interfaces, which tell the VRF that an interface belongs to.
+// Layer-3 records: of the switch, and of interfaces. An interface's record names its VRF.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "quillo/tables/Fec.h"
 #include "vantu/IntfId.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace L3 {
 
@@ -13,7 +13,7 @@ class Config : public Kel::Entity {
   KEL_TYPE_BEGIN("L3::Config", Config, Kel::Entity)
  public:
   KEL_NAMED(Config, Kel::Entity)
-  // How forwarding equivalence classes are to be kept; unknown: a table for each VRF.
+  // How the publisher keeps forwarding equivalence classes; unknown: one table for each VRF.
   KEL_STORED(Quillo::Fib::FecMode, fecMode, FecMode, Quillo::Fib::fecModeUnknown)
   KEL_TYPE_END_DECLARE
 };

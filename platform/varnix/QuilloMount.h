@@ -1,5 +1,6 @@
 #pragma once
-// The shared tables of a VRF by their paths in the state database; V is the VRF's name, "default" for the default VRF:
+// Finds the shared tables of a VRF by their paths in the state database. V is the VRF's name, "default" for the
+// default VRF:
 //
 // | path                    | type                          |
 // |-------------------------|-------------------------------|
@@ -7,12 +8,12 @@
 // | routing6/vrf/status/V   | Quillo::Fib6::RouteStatus     |
 // | forwarding/vrf/status/V | Quillo::Fib::ForwardingStatus |
 //
-// All are read-only. Where one table of FECs serves all VRFs it is the default VRF's.
+// All are read-only. Where one table of FECs serves all VRFs, it is the default VRF's table.
 
 #include <string_view>
 
 #include "quillo/tables/FibMount.h"
-#include "varnix/VrfIdMap.h"
+#include "varnix/Vrf.h"
 
 namespace KelQuillo {
 
@@ -22,11 +23,11 @@ inline constexpr const char* forwardingStatusPath = "forwarding/vrf/status/{}";
 
 class Mount : public Kel::PtrInterface {
  public:
-  // Null when nothing is there to be mounted: the path is none of the above, or the VRF has no id. A table is of the VRF
-  // that has the name at that moment.
+  // The table at `path`, of the VRF that has the name at the time of the call. Null when the path is none of the above
+  // or the VRF has no id.
   virtual Kel::Ptr<const Quillo::FibTable> table(std::string_view path) const = 0;
 
-  // Null, too, when it is of another type.
+  // The same; null also when the table is of another type.
   template <class Table>
   Kel::Ptr<const Table> mounted(std::string_view path) const {
     return boost::dynamic_pointer_cast<const Table>(table(path));

@@ -4,7 +4,7 @@
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/RouteTypes.h"
-#include "varnix/StaticRoute.h"
+#include "varnix/Values.h"
 
 namespace Routing {
 
@@ -27,13 +27,13 @@ class VrfConfigDir : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// That the routing tables of a VRF exist, in the directory of its IP version under the VRF's name.
+// Exists while the VRF has routing tables: an entry of its IP version's directory, under the VRF's name.
 class VrfInfo : public Kel::Entity {
   KEL_TYPE_BEGIN("Routing::VrfInfo", VrfInfo, Kel::Entity)
  public:
   KEL_NAMED(VrfInfo, Kel::Entity)
-  KEL_STORED(std::uint32_t, kernelTable, KernelTable,
-             0)  // the kernel's routing table (254 is "main"); 0: none known
+  // The kernel's routing table (254 is "main"); 0: unknown.
+  KEL_STORED(std::uint32_t, kernelTable, KernelTable, 0)
   KEL_TYPE_END_DECLARE
 };
 

@@ -1,5 +1,5 @@
 #pragma once
-// The fixed part of the state database: the entities that exist whether anybody has published them or not.
+// The fixed part of the state database: the entities that exist even before a publisher has written them.
 //
 // | path                | type                                      |
 // |---------------------|-------------------------------------------|
@@ -30,25 +30,23 @@
 
 #include "kel/Dir.h"
 #include "varnix/Interface.h"
-#include "varnix/IntfStats.h"
 #include "varnix/Ip.h"
-#include "varnix/Ip6.h"
 #include "varnix/L3.h"
 #include "varnix/Routing.h"
-#include "varnix/VrfIdMap.h"
+#include "varnix/Vrf.h"
 
 namespace Varnix {
 
-// A directory whose entries come and go with their documents, all of one type.
+// A directory whose entries are created and deleted with their documents, all of one type.
 struct OpenDir {
   Kel::Ptr<Kel::Dir> dir;
   std::string type;  // of the entries
-  // A new entry. Throws Kel::RangeException when no entry can be called so.
+  // Makes an entry. Throws Kel::RangeException when `name` is not valid for one.
   Kel::Ptr<Kel::Entity> (*make)(const Kel::Name& name);
 };
 
-// Typed handles into one such tree. A publisher fills a tree of its own and writes it to the store; an agent's tree
-// is filled from the store by its entity manager.
+// Typed handles into one such tree. A publisher fills its tree and writes it to the store; EntityManager fills an
+// agent's tree from the store.
 struct Tree {
   Kel::Ptr<Kel::Dir> root;
   Kel::Ptr<Routing::Config> routingConfig;

@@ -6,7 +6,6 @@
 
 #include "ipsnmp/agent/address/IntfAddressReactor.h"
 #include "varnix/Ip.h"
-#include "varnix/Ip6.h"
 
 namespace IpSnmp::AddressReactors {
 

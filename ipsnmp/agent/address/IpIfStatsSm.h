@@ -9,7 +9,7 @@
 
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/address/IntfWatches.h"
-#include "varnix/IntfStats.h"
+#include "varnix/Interface.h"
 
 namespace IpSnmp {
 

@@ -6,7 +6,6 @@
 
 #include "varnix/Interface.h"
 #include "varnix/Ip.h"
-#include "varnix/Ip6.h"
 
 namespace IpSnmp {
 

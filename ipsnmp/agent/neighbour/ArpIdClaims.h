@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "vantu/VrfId.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace IpSnmp {
 

@@ -3,7 +3,7 @@
 //
 //   L3::Config -> FecModeSm -> FecModeStatus -> FecModeRestartSm -> whoever made the machines of the routes
 
-#include "varnix/FecModeStatus.h"
+#include "varnix/AgentStatus.h"
 #include "varnix/L3.h"
 
 namespace IpSnmp {

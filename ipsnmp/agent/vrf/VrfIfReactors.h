@@ -6,7 +6,6 @@
 
 #include "ipsnmp/agent/address/IntfWatches.h"
 #include "varnix/Ip.h"
-#include "varnix/Ip6.h"
 #include "varnix/L3.h"
 
 namespace IpSnmp {

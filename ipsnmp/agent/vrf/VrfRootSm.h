@@ -29,8 +29,8 @@
 #include "snmp/IfMib.h"
 #include "varnix/EntityManager.h"
 #include "varnix/Routing.h"
-#include "varnix/SnmpStatus.h"
-#include "varnix/VrfIdMap.h"
+#include "varnix/AgentStatus.h"
+#include "varnix/Vrf.h"
 
 namespace IpSnmp {
 

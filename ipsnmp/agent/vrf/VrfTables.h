@@ -3,7 +3,7 @@
 // It is the same for the default VRF, whose machines Root owns, and for the others, whose machines VrfRoot owns.
 
 #include "varnix/QuilloMount.h"
-#include "varnix/VrfName.h"
+#include "varnix/Values.h"
 
 namespace IpSnmp {
 

@@ -1,8 +1,9 @@
 #pragma once
-// The state of the SNMP agent, as those who wait for it see it.
+// What the SNMP agent says of itself: whether it is ready, and how the switch keeps its FECs.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
+#include "quillo/tables/Fec.h"
 
 namespace Snmp {
 
@@ -26,3 +27,16 @@ class Status : public Kel::Entity {
 };
 
 }  // namespace Snmp
+
+namespace Quillo::Fib {
+
+// How the switch keeps its forwarding equivalence classes now. The agent has one, which follows L3::Config.
+class FecModeStatus : public Kel::Entity {
+  KEL_TYPE_BEGIN("Quillo::Fib::FecModeStatus", FecModeStatus, Kel::Entity)
+ public:
+  KEL_NAMED(FecModeStatus, Kel::Entity)
+  KEL_STORED(FecMode, fecMode, FecMode, fecModeUnknown)
+  KEL_TYPE_END_DECLARE
+};
+
+}  // namespace Quillo::Fib

@@ -1,13 +1,68 @@
 #pragma once
-// Facts of static routes that a kernel cannot tell, as an operator states them.
+// Value types that the entities share: IP versions, names of VRFs, and what an operator states of static routes.
 
 #include <charconv>
+#include <compare>
 #include <cstdint>
+#include <ostream>
+#include <string_view>
 
 #include "kel/Errors.h"
+#include "kel/Name.h"
 #include "kel/ValueType.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteTypes.h"
+
+namespace Ip {
+
+// The numbers of IPv4 and IPv6 are also the values of InetAddressType (RFC 4001) in SNMP indexes.
+enum IpVersion : int { ipVersionUnknown = 0, ipVersion4 = 1, ipVersion6 = 2 };
+BOOST_DESCRIBE_ENUM(IpVersion, ipVersionUnknown, ipVersion4, ipVersion6)
+
+inline Kel::String stringValue(IpVersion version) {
+  return Kel::enumName(version);
+}
+inline std::ostream& operator<<(std::ostream& out, IpVersion version) {
+  return out << stringValue(version);
+}
+
+// Throw Kel::RangeException for a number or name that is no IP version.
+inline IpVersion IpVersionInstance(unsigned number) {
+  return Kel::enumValue<IpVersion>(Kel::Datum(static_cast<std::uint64_t>(number)));
+}
+inline IpVersion IpVersionInstance(const Kel::String& name) {
+  return Kel::enumValue<IpVersion>(Kel::Datum(name));
+}
+
+}  // namespace Ip
+
+namespace L3 {
+
+// The name of a VRF: 1 to 100 bytes of any value. Empty text gives the default VRF's name.
+class VrfName {
+ public:
+  static constexpr std::size_t maxLength = 100;  // bytes
+  static constexpr const char* defaultName = "default";
+
+  VrfName() : text_(defaultName) {}
+  // Throws Kel::RangeException when `text` is longer than maxLength.
+  explicit VrfName(std::string_view text) : text_(text.empty() ? defaultName : text) {
+    if (text.size() > maxLength) throw Kel::RangeException("VrfName::bytes > VrfName::maxLength not allowed");
+  }
+  static VrfName fromString(std::string_view text) { return VrfName(text); }
+
+  const Kel::String& stringValue() const { return text_; }
+  bool isDefault() const { return text_ == defaultName; }
+
+  friend auto operator<=>(const VrfName&, const VrfName&) = default;
+  friend std::size_t hash_value(const VrfName& name) { return std::hash<Kel::String>{}(name.text_); }
+  friend std::ostream& operator<<(std::ostream& out, const VrfName& name) { return out << name.text_; }
+
+ private:
+  Kel::String text_;
+};
+
+}  // namespace L3
 
 namespace Routing {
 

@@ -1,0 +1,43 @@
+// The reflection of the entity types.
+
+#include "varnix/AgentStatus.h"
+#include "varnix/Interface.h"
+#include "varnix/Ip.h"
+#include "varnix/L3.h"
+#include "varnix/Routing.h"
+#include "varnix/Vrf.h"
+
+KEL_TYPE_DEFINE(Snmp::AgentStatus)
+KEL_TYPE_DEFINE(Snmp::Status)
+KEL_TYPE_DEFINE(Quillo::Fib::FecModeStatus)
+KEL_TYPE_DEFINE(Interface::IntfStatus)
+KEL_TYPE_DEFINE(Interface::AllIntfStatusDir)
+KEL_TYPE_DEFINE(Ip::IntfStats)
+KEL_TYPE_DEFINE(Ip::AllIntfStats)
+KEL_TYPE_DEFINE(L3::Config)
+KEL_TYPE_DEFINE(L3::Intf::Config)
+KEL_TYPE_DEFINE(L3::Intf::ConfigDir)
+KEL_TYPE_DEFINE(L3::Intf::Status)
+KEL_TYPE_DEFINE(L3::Intf::StatusDir)
+KEL_TYPE_DEFINE(Ip::IpIntfConfig)
+KEL_TYPE_DEFINE(Ip::Config)
+KEL_TYPE_DEFINE(Ip::IpIntfStatus)
+KEL_TYPE_DEFINE(Ip::Status)
+KEL_TYPE_DEFINE(Ip::VrfConfig)
+KEL_TYPE_DEFINE(Ip::AllVrfConfig)
+KEL_TYPE_DEFINE(Ip::VrfStatusGlobal)
+KEL_TYPE_DEFINE(Ip::AllVrfStatusGlobal)
+KEL_TYPE_DEFINE(Ip::VrfStatusLocal)
+KEL_TYPE_DEFINE(Ip::AllVrfStatusLocal)
+KEL_TYPE_DEFINE(Ip6::IntfConfig)
+KEL_TYPE_DEFINE(Ip6::Config)
+KEL_TYPE_DEFINE(Ip6::IntfStatus)
+KEL_TYPE_DEFINE(Ip6::Status)
+KEL_TYPE_DEFINE(Vrf::VrfIdMap::Status)
+KEL_TYPE_DEFINE(Vrf::VrfIdMap::NameToIdMap)
+KEL_TYPE_DEFINE(Vrf::VrfIdMap::NameToIdMapWrapper)
+KEL_TYPE_DEFINE(Routing::Config)
+KEL_TYPE_DEFINE(Routing::VrfConfigDir)
+KEL_TYPE_DEFINE(Routing::VrfInfo)
+KEL_TYPE_DEFINE(Routing6::Config)
+KEL_TYPE_DEFINE(Routing6::VrfConfigDir)

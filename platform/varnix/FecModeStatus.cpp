@@ -1,3 +1,0 @@
-#include "varnix/FecModeStatus.h"
-
-KEL_TYPE_DEFINE(Quillo::Fib::FecModeStatus)

@@ -1,4 +1,0 @@
-#include "varnix/IntfStats.h"
-
-KEL_TYPE_DEFINE(Ip::IntfStats)
-KEL_TYPE_DEFINE(Ip::AllIntfStats)

@@ -1,4 +1,0 @@
-#include "varnix/SnmpStatus.h"
-
-KEL_TYPE_DEFINE(Snmp::AgentStatus)
-KEL_TYPE_DEFINE(Snmp::Status)
