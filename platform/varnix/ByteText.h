@@ -1,9 +1,8 @@
 #pragma once
-// Byte strings as text.
+// Escapes byte strings for JSON and log lines, which hold UTF-8, while a name may hold any bytes.
 //
-// Names may hold any bytes; JSON and log lines hold UTF-8. So bytes that are not part of well-formed UTF-8, control
-// characters (0x00 to 0x1f, 0x7f) and the backslash are written as "\xNN" with two lower-case hexadecimal digits;
-// everything else stands for itself. The VRF name "a\b" reads "a\x5cb", the single byte 0xff reads "\xff".
+// Control characters (0x00 to 0x1f, 0x7f), the backslash, and bytes outside well-formed UTF-8 become "\xNN" with two
+// lower-case hexadecimal digits; all other characters stay. The VRF name "a\b" becomes "a\x5cb", the byte 0xff "\xff".
 
 #include <string>
 #include <string_view>
@@ -12,7 +11,7 @@ namespace Varnix {
 
 std::string escapeBytes(std::string_view bytes);
 
-// The inverse. Throws Kel::RangeException when a backslash does not begin "\xNN".
+// The inverse of escapeBytes. Throws Kel::RangeException when a backslash does not begin "\xNN".
 std::string unescapeBytes(std::string_view text);
 
 }  // namespace Varnix

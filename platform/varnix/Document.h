@@ -4,11 +4,18 @@
 //   {"attributes":{"activeAddrWithMask":"10.1.2.3/24","l3Status":"l3/intf/status.intfStatus/eth0",
 //                  "secondaryAddrWithMask":{"10.1.3.3/24":true},"unnumberedIntfId":""},"type":"Ip::IpIntfStatus"}
 //
-// Attributes are the stored ones, the collections of values (an object by the keys' text forms) and the references
-// (the target's path below the root of the tree, or null). Enumerations go by name, value types of several fields
-// as objects, addresses and names by their text forms. All texts, keys too, are in the form of ByteText.h, so that
-// any bytes survive. What the entity is called is not part of its document but the key that it is stored under.
-// Members are documents of their own. Equal contents give equal text.
+// | attribute            | JSON                                                     |
+// |----------------------|----------------------------------------------------------|
+// | stored               | its value                                                |
+// | collection of values | an object; its names are the text forms of the keys      |
+// | reference            | the target's path below the root of the tree, or null    |
+// | enumeration          | the name of the value                                    |
+// | value of many fields | an object                                                |
+// | address, name        | its text form                                            |
+//
+// All texts are escaped (ByteText.h), so any bytes survive. The store's key is the entity's path. Each member of a
+// collection has a document of its own.
+// Guarantees: equal contents give equal text.
 
 #include <optional>
 #include <string>
@@ -29,26 +36,25 @@ struct Document {
   Kel::Datum::Object attributes;
 };
 
-// A text that is no document. Says what was found and what was expected.
+// The text is not a document. The message names what was found and what was expected.
 class DocumentException : public Kel::Exception {
  public:
   using Exception::Exception;
 };
 
-// What `entity`, which lives below `root`, says now. A reference to an entity that is not below `root` (any more)
-// is null.
+// The present document of `entity`, which must be below `root`. A reference to an entity outside `root` is null.
 Document documentOf(const Kel::Entity& entity, const Kel::Entity& root);
 
 std::string documentText(const Document& document);
-// Throws DocumentException. Types and attributes are not checked against anything.
+// Checks neither the type nor the attributes. Throws DocumentException.
 Document documentFromText(std::string_view text);
 
-// The way from `root` to `entity`; none when it is not in that tree.
+// The path from `root` to `entity`; nullopt when `entity` is not in that tree.
 std::optional<std::string> pathBelow(const Kel::Entity& root, const Kel::Entity& entity);
 
-// True for the attributes that a document holds.
+// Whether a document holds the attribute.
 bool isDocumentAttribute(const Kel::AttributeInfo& attribute);
-// True when the type has any.
+// Whether the type has such an attribute.
 bool hasDocumentAttributes(const Kel::TypeInfo& type);
 
 }  // namespace Varnix

@@ -1,11 +1,11 @@
 #pragma once
-// Reads the documents of a store in bounded turns: first all there are, then what changes. Internal to the entity
-// manager.
+// Reads the documents of a store in bounded turns: first all of them, then their changes. Internal to EntityManager.
 //
-// Documents are copied out, and no snapshot lives when a turn ends. Damage is reported to the mount. A damaged
-// record is left out, as if it were not there, and the rest is read; the mount then opens the store again,
-// everything is read anew, and what is damaged still is left out without another report. Damage that leads the
-// reading itself astray ends the turn; reading begins anew when the mount has reopened the store.
+// Guarantees:
+// - Documents are copied out; no snapshot outlives a turn.
+// - A damaged record is reported to the mount and left out, and the rest is read. The mount then reopens the store and
+//   all documents are read anew; records that are still damaged are left out without a second report.
+// - Damage outside a record ends the turn. Reading begins anew once the mount has reopened the store.
 
 #include <map>
 #include <optional>
@@ -20,28 +20,27 @@ class DocumentFeed {
  public:
   struct Item {
     std::string path;
-    std::optional<std::string> text;  // none: there is no such document (any more)
+    std::optional<std::string> text;  // nullopt: the document does not exist
   };
   struct Turn {
-    bool begins = false;  // a new reading of all documents begins with these items
-    bool ends = false;    // with these items, all documents have been given
-    bool more = false;    // call again
-    // Everything up to the end of the first complete pass of a publisher has been given.
-    bool passIsIn = false;
-    std::string obstacle;  // why the store, ready as it is, could not be read in this turn; for the operator
+    bool begins = false;    // these items begin a new reading of all documents
+    bool ends = false;      // these items end it
+    bool more = false;      // call again
+    bool passIsIn = false;  // the turns so far include the first complete pass of a publisher
+    std::string obstacle;   // for the operator: why a ready store could not be read in this turn
     std::vector<Item> items;
   };
 
   explicit DocumentFeed(Kel::Ptr<Quillo::Mount> mount) : mount_(std::move(mount)) {}
 
-  // At most `limit` (at least 1) documents. Nothing when the mount is not ready. With `holdsBack`, a store that is
-  // not the one read so far is left alone until it holds a complete pass.
+  // Reads at most `limit` (at least 1) documents; none while the mount is not ready. With `holdsBack`, another store
+  // than the one read so far is read only once it holds a complete pass.
   Turn turn(std::size_t limit, bool holdsBack);
 
-  // Everything up to there has been given; older than everything while not all documents were given once.
+  // Position in the journal up to which changes were read; the oldest one during a reading of all documents.
   Quillo::Bookmark bookmark() const { return loading_ ? Quillo::Bookmark() : mark_; }
 
-  // The last turn held back.
+  // Whether the last turn read nothing for lack of a complete pass.
   bool heldBack() const { return heldBack_; }
 
  private:
@@ -53,9 +52,9 @@ class DocumentFeed {
   void reportDamage();
 
   Kel::Ptr<Quillo::Mount> mount_;
-  Quillo::Bookmark mark_;  // where following goes on
+  Quillo::Bookmark mark_;  // the next change to read
   bool loading_ = false;
-  std::string loadFrom_;  // the first key not yet given
+  std::string loadFrom_;  // the first key not yet read
   bool heldBack_ = false;
   std::map<std::string, std::string> damaged_;  // what is wrong, by path
   std::vector<std::string> unreported_;

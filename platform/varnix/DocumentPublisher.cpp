@@ -74,19 +74,19 @@ void DocumentPublisher::write(Quillo::Batch& batch, const std::string& path) {
     if (entity) {
       const auto document = documentOf(*entity, *tree_.root);
       batch.put(documentTable, path, documentText(document));
-      referencesAre(path, targetsOf(document, entity->kelTypeInfo()));
+      setReferences(path, targetsOf(document, entity->kelTypeInfo()));
       all_.insert(path);
       return;
     }
   } catch (const Kel::RangeException& error) {
     QTRACE(documentPublisherTrace, 0) << escapeBytes(path) << ": not published: " << error.what();
   }
-  referencesAre(path, {});
+  setReferences(path, {});
   all_.erase(path);
   if (path.size() <= Quillo::maxKeyBytes) batch.del(documentTable, path);
 }
 
-void DocumentPublisher::referencesAre(const std::string& path, std::set<std::string> targets) {
+void DocumentPublisher::setReferences(const std::string& path, std::set<std::string> targets) {
   auto& known = targets_[path];
   for (const auto& target : known) {
     const auto at = referrers_.find(target);

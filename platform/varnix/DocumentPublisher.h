@@ -1,19 +1,18 @@
 #pragma once
-// Writes a publisher's tree of entities to the store, one document an entity.
+// Writes a publisher's tree of entities to the store, one document for each entity.
 //
 //   Varnix::Tree tree(Kel::makePtr<Kel::Dir>(""));
 //   Quillo::Publisher store({.name = "quorin-mirrord"});
 //   Varnix::DocumentPublisher documents(tree, store);
 //   ... fill the tree: tree.ipStatus->ipIntfStatusIs(id)->activeAddrWithMaskIs(addr) ...
-//   documents.publishAll();                  // at start: what the tree does not hold goes from the store
+//   documents.publishAll();                  // at start: also deletes the documents of entities that the tree lacks
 //   ... change the tree: set attributes, create and delete members ...
-//   documents.publish();                     // writes what changed since the last call, in one transaction
+//   documents.publish();                     // writes the changes since the last call, in one transaction
 //
-// The tree is watched: whoever changes it need not say what changed. An entity that was deleted and created again,
-// or set to another value and back, costs a serialisation and no write: the store ignores what it holds already.
+// The publisher watches the tree, so callers report no changes. A value that is set and set back, or an entity that is
+// deleted and created again, costs a serialisation but no write: the store drops a record that it already holds.
 //
-// Every entity that has attributes has a document; the fixed directories of members have none. A reference is
-// written as the path of its target; as null when the target is not (or no longer) in the tree.
+// Every entity with attributes has a document (Document.h); directories of members have none.
 
 #include <cstddef>
 #include <map>
@@ -30,44 +29,44 @@ class TreeWatch;
 
 class DocumentPublisher {
  public:
-  // `store` must outlive this object. What `tree` holds already counts as changed.
+  // The present contents of `tree` count as changed. Lifetime: `store` must outlive this object.
   DocumentPublisher(const Tree& tree, Quillo::Publisher& store);
   ~DocumentPublisher();
   DocumentPublisher(const DocumentPublisher&) = delete;
   DocumentPublisher& operator=(const DocumentPublisher&) = delete;
 
-  // True when publish() would write or delete something.
+  // Whether publish() has changes to write.
   bool pending() const { return !changed_.empty(); }
 
-  // Writes and deletes the documents of what changed since the last success, all in one commit; nothing when
-  // nothing changed. Throws what Quillo::Batch::commit throws; then nothing is in the store and everything stays
-  // pending, so call again. An entity whose document does not fit into the store is traced at level 0 and left out
-  // (or, if an older document of it is there, that one is deleted); the rest is written.
+  // Writes and deletes the documents of all changes since the last success, in one commit; a no-op without changes.
+  // An entity whose document does not fit into the store is traced at level 0 and left out, and its older document
+  // deleted; the rest is written.
+  // Throws like Quillo::Batch::commit: then nothing was written, all changes stay pending, and the caller retries.
   Quillo::CommitResult publish();
 
-  // For a commit of documents and of more: adds what publish() would write to `batch`, and counts it as published
-  // when published() tells that the commit succeeded. The tree must not change in between.
+  // The two halves of publish(), for a commit that holds more than documents: addTo() adds the changes to `batch`, and
+  // after the commit published() marks them as published. Requires that the tree does not change in between.
   void addTo(Quillo::Batch& batch);
   void published();
 
-  // Writes the documents of the whole tree and deletes all others: at start, and whenever the store may hold what
-  // the tree does not. A full pass of the store over the table of documents, which also tells the readers that a
-  // complete pass is in. Throws like publish(); call again.
+  // Writes the documents of the whole tree and deletes all others, as a full pass over the table of documents: at
+  // start, and whenever the store may hold documents that the tree lacks. Readers learn from it that the store is
+  // complete. Throws like publish(); retry.
   Quillo::CommitResult publishAll();
 
-  // For a full pass over this table and others, which the caller begins and ends: writes every document, so that
-  // all of them count as seen. Throws like publish(); call again.
+  // Writes every document within a full pass that the caller begins and ends. Throws like publish(); retry.
   Quillo::CommitResult rewriteAll();
 
  private:
   void write(Quillo::Batch& batch, const std::string& path);
-  void referencesAre(const std::string& path, std::set<std::string> targets);
+  void setReferences(const std::string& path, std::set<std::string> targets);
 
   Tree tree_;
   Quillo::Publisher& store_;
   std::set<std::string> changed_;  // paths
-  std::set<std::string> all_;      // paths of everything that has a document
-  // Who refers to a path, as last written: when a target goes, its referrers' documents change.
+  std::set<std::string> all_;      // paths of all documents
+  // Referrers by target and targets by referrer, as last written: when a target is deleted, its referrers' documents
+  // change.
   std::map<std::string, std::set<std::string>> referrers_;
   std::map<std::string, std::set<std::string>> targets_;
   std::unique_ptr<TreeWatch> watch_;

@@ -37,14 +37,14 @@ bool EntityManager::step(std::size_t limit) {
   const auto turn = feed_->turn(limit, ready());
   if (turn.begins) {
     QTRACE(entityManagerTrace, 2) << "reading all documents of " << mount_->directory();
-    loader_->passBegin();
+    loader_->beginPass();
   }
   for (const auto& item : turn.items) {
     QTRACE(entityManagerTrace, 6) << (item.text ? "document of " : "no document of ") << escapeBytes(item.path);
     if (item.text) {
-      loader_->documentIs(item.path, *item.text);
+      loader_->loadDocument(item.path, *item.text);
     } else {
-      loader_->documentDel(item.path);
+      loader_->deleteDocument(item.path);
     }
   }
   sweeping_ = turn.ends;

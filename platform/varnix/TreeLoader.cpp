@@ -22,13 +22,13 @@ TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& open
 
 // ---- documents
 
-void TreeLoader::documentIs(const std::string& path, std::string_view text) {
+void TreeLoader::loadDocument(const std::string& path, std::string_view text) {
   QTRACE_ENTRY(treeLoaderTrace, this);
   take(path, text);
   workOff();
 }
 
-void TreeLoader::documentDel(const std::string& path) {
+void TreeLoader::deleteDocument(const std::string& path) {
   QTRACE_ENTRY(treeLoaderTrace, this);
   withdraw(path);
   workOff();
@@ -37,40 +37,37 @@ void TreeLoader::documentDel(const std::string& path) {
 void TreeLoader::take(const std::string& path, std::string_view text) {
   try {
     auto document = documentFromText(text);
-    take(path, entries_[path], std::move(document), text);
+    take(path, entries_[path], std::move(document));
   } catch (const DocumentException& error) {
     QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
     withdraw(path);
   }
 }
 
-void TreeLoader::take(const std::string& path, Entry& entry, Document document, std::string_view text) {
+void TreeLoader::take(const std::string& path, Entry& entry, Document document) {
   entry.pass = pass_;
-  waiting_.documentDel(path);
+  waiting_.remove(path);
   condemned_.erase(path);
   auto& entity = entry.place.entity;
   if (entity && entity->kelTypeInfo().name() != document.type) displace(path, entry);
   const bool isNew = !entity;
   if (isNew) entry.place = places_.make(path, document.type, entry.obstacle);
   if (!entity) {
-    entry.unplacedText = text;
     if (unplaced_.insert(path).second) unreported_.push_back(path);
     return;
   }
   if (isNew) learnDefaults(*entity);
-  attributesWhenComplete(path, entry, std::move(document));
+  setAttributesWhenComplete(path, entry, std::move(document));
   if (!isNew) return;
-  entry.unplacedText.clear();
   unplaced_.erase(path);
   came_.push_back(path);
-  ownerCame(path);
 }
 
 void TreeLoader::withdraw(const std::string& path) {
   const auto at = entries_.find(path);
   if (at == entries_.end()) return;
   if (at->second.place.owner && isReferredTo(path)) {
-    waiting_.documentDel(path);
+    waiting_.remove(path);
     condemned_.insert(path);
   } else {
     remove(path);
@@ -79,7 +76,7 @@ void TreeLoader::withdraw(const std::string& path) {
 
 void TreeLoader::remove(const std::string& path) {
   const auto at = entries_.find(path);
-  waiting_.documentDel(path);
+  waiting_.remove(path);
   condemned_.erase(path);
   if (at->second.place.entity) displace(path, at->second);
   unplaced_.erase(path);
@@ -92,7 +89,7 @@ void TreeLoader::workOff() {
     for (const auto& target : std::exchange(came_, {})) {
       resolveReferrers(target);
       for (const auto& path : waiting_.waitingFor(target)) {
-        attributesWhenComplete(path, entries_.at(path), *waiting_.take(path));
+        setAttributesWhenComplete(path, entries_.at(path), *waiting_.take(path));
       }
     }
     for (const auto& path : std::exchange(freed_, {})) {
@@ -101,7 +98,7 @@ void TreeLoader::workOff() {
   }
 }
 
-void TreeLoader::passBegin() {
+void TreeLoader::beginPass() {
   ++pass_;
   sweepFrom_.clear();
 }
@@ -111,7 +108,7 @@ bool TreeLoader::sweep(std::size_t limit) {
     if (limit-- == 0) return true;
     const auto path = at->first;
     sweepFrom_ = path + '\0';
-    if (at->second.pass != pass_) documentDel(path);
+    if (at->second.pass != pass_) deleteDocument(path);
   }
   return false;
 }
@@ -119,7 +116,7 @@ bool TreeLoader::sweep(std::size_t limit) {
 bool TreeLoader::settle(std::size_t limit) {
   for (; limit > 0 && !waiting_.empty(); --limit) {
     const auto path = waiting_.first();
-    attributesAre(path, entries_.at(path), *waiting_.take(path));
+    setAttributes(path, entries_.at(path), *waiting_.take(path));
     workOff();
   }
   for (; limit > 0 && !condemned_.empty(); --limit) {
@@ -139,77 +136,51 @@ void TreeLoader::reportUnplaced() {
 
 void TreeLoader::displace(const std::string& path, Entry& entry) {
   if (!entry.place.owner) {
-    targetsDelAll(path, entry);
-    defaultsAre(path, *std::exchange(entry.place.entity, nullptr));
+    clearTargets(path, entry);
+    setDefaults(path, *std::exchange(entry.place.entity, nullptr));
     return;
   }
-  membersDel(path, *entry.place.entity);
   const auto place = std::exchange(entry.place, {});
-  targetsDelAll(path, entry);
+  clearTargets(path, entry);
   resolveReferrers(path);  // to nothing: nobody refers to what is no longer there
   TreePlaces::remove(path, place);
 }
 
-// Members go with their owner. What begins with its path need not be one: a sibling's name may have a dot in it.
-void TreeLoader::membersDel(const std::string& path, const Kel::Entity& owner) {
-  const auto below = path + ".";
-  std::vector<std::string> members;
-  for (auto at = entries_.lower_bound(below); at != entries_.end() && at->first.starts_with(below); ++at) {
-    if (at->second.place.owner.get() == &owner) members.push_back(at->first);
-  }
-  for (const auto& member : members) remove(member);
-}
-
-void TreeLoader::ownerCame(const std::string& path) {
-  const auto below = path + ".";
-  std::vector<std::string> waiting;
-  for (auto at = unplaced_.lower_bound(below); at != unplaced_.end() && at->starts_with(below); ++at) {
-    waiting.push_back(*at);
-  }
-  for (const auto& member : waiting) {
-    const auto at = entries_.find(member);
-    if (at == entries_.end() || at->second.place.entity) continue;  // placed by an owner that came within this loop
-    const auto pass = at->second.pass;
-    take(member, std::string(at->second.unplacedText));
-    at->second.pass = pass;
-  }
-}
-
 // ---- attributes
 
-void TreeLoader::attributesWhenComplete(const std::string& path, Entry& entry, Document document) {
+void TreeLoader::setAttributesWhenComplete(const std::string& path, Entry& entry, Document document) {
   std::set<std::string> absent;
   for (const auto& [attribute, target] : targetsOf(entry, document)) {
     if (!target.empty() && !entityAt(target)) absent.insert(target);
   }
   if (absent.empty()) {
-    attributesAre(path, entry, document);
+    setAttributes(path, entry, document);
   } else {
-    waiting_.documentIs(path, std::move(document), std::move(absent));
+    waiting_.add(path, std::move(document), std::move(absent));
   }
 }
 
 // Values are set while the reference that they are read with is there: after it comes, before it goes.
-void TreeLoader::attributesAre(const std::string& path, Entry& entry, const Document& document) {
+void TreeLoader::setAttributes(const std::string& path, Entry& entry, const Document& document) {
   const auto& type = entry.place.entity->kelTypeInfo();
   const Kel::Datum attributes(document.attributes);
   const auto targets = targetsOf(entry, document);
   for (const auto& [attribute, target] : targets) {
-    if (entityAt(target)) targetIs(path, entry, *attribute, target);
+    if (entityAt(target)) setTarget(path, entry, *attribute, target);
   }
   for (const auto& attribute : type.attributes()) {
     if (attribute.fromDatum) {
-      valueIs(path, *entry.place.entity, attribute, attributes.member(attribute.name));
+      setValue(path, *entry.place.entity, attribute, attributes.member(attribute.name));
     }
   }
   for (const auto& [attribute, target] : targets) {
-    if (!entityAt(target)) targetIs(path, entry, *attribute, target);
+    if (!entityAt(target)) setTarget(path, entry, *attribute, target);
   }
   badAttributes(path, type, document);
 }
 
-void TreeLoader::valueIs(const std::string& path, Kel::Entity& entity, const AttributeInfo& attribute,
-                         const Kel::Datum* value) {
+void TreeLoader::setValue(const std::string& path, Kel::Entity& entity, const AttributeInfo& attribute,
+                          const Kel::Datum* value) {
   if (value) {
     try {
       attribute.fromDatum(entity, *value);
@@ -225,7 +196,7 @@ void TreeLoader::valueIs(const std::string& path, Kel::Entity& entity, const Att
   react(path, [&] { attribute.fromDatum(entity, defaults_[&entity.kelTypeInfo()][&attribute]); });
 }
 
-void TreeLoader::defaultsAre(const std::string& path, Kel::Entity& entity) {
+void TreeLoader::setDefaults(const std::string& path, Kel::Entity& entity) {
   for (const auto& entry : defaults_[&entity.kelTypeInfo()]) {
     react(path, [&] { entry.first->fromDatum(entity, entry.second); });
   }
@@ -275,8 +246,8 @@ TreeLoader::Targets TreeLoader::targetsOf(const Entry& entry, const Document& do
   return targets;
 }
 
-void TreeLoader::targetIs(const std::string& path, Entry& entry, const AttributeInfo& attribute,
-                          std::string target) {
+void TreeLoader::setTarget(const std::string& path, Entry& entry, const AttributeInfo& attribute,
+                           std::string target) {
   auto known = entry.targets.find(&attribute);
   if (known != entry.targets.end() && known->second != target) {
     const auto at = referrers_.find(known->second);
@@ -294,8 +265,8 @@ void TreeLoader::targetIs(const std::string& path, Entry& entry, const Attribute
   if (entry.place.entity) resolve(path, entry, attribute);
 }
 
-void TreeLoader::targetsDelAll(const std::string& path, Entry& entry) {
-  while (!entry.targets.empty()) targetIs(path, entry, *entry.targets.begin()->first, "");
+void TreeLoader::clearTargets(const std::string& path, Entry& entry) {
+  while (!entry.targets.empty()) setTarget(path, entry, *entry.targets.begin()->first, "");
 }
 
 void TreeLoader::resolve(const std::string& path, Entry& entry, const AttributeInfo& attribute) {

@@ -1,20 +1,17 @@
 #pragma once
-// Makes a tree of entities equal to a set of documents. Internal to the entity manager.
+// Makes a tree of entities equal to a set of documents. Internal to EntityManager.
 //
-// Entities that stand in directories are fixed: a document sets their attributes, and without one these are at
-// their defaults. Everything else comes and goes with its document: members of collections,
-// `<owner>.<attribute>/<name>`, and the entries of open directories. What the tree holds once settle() is done
-// depends only on the documents that are there, not on the order in which they came (a member whose owner is missing
-// waits for it), and a value that stays the same is not set again.
+// A document sets the attributes of a fixed entity; without a document these are at their defaults. Members of
+// collections and entries of open directories are created and deleted with their documents.
 //
-// Documents come in pieces, and what refers to what may lie in different ones. So that nobody sees half a change:
-// - a document that refers to an entity that is not there yet is not taken in before that is: until then its entity
-//   keeps the attributes that it had, which are the defaults of a new one;
-// - an entity that others refer to is not deleted before they have let go of it.
-// settle() ends the waiting: a reference whose target is still not there is null.
-//
-// Bad documents are traced at level 0, once, and left out: malformed ones, types and places that the tree does not
-// have, attributes that the type does not have. An attribute whose value is bad is at its default.
+// Guarantees:
+// - After settle() the tree depends only on the present documents, whatever the order of their arrival.
+// - A value that stays the same is not set again.
+// - Reactors never see half a change. A document that refers to a missing entity waits for that entity; until then its
+//   own entity keeps its attributes (a new one its defaults). An entity is deleted once nothing refers to it.
+//   settle() ends the waiting: a reference whose target is still missing is null.
+// - A bad document is traced at level 0, once, and left out: malformed, of an unknown type, without a place, or with
+//   an unknown attribute. An attribute with a bad value is at its default.
 
 #include <map>
 #include <set>
@@ -30,55 +27,52 @@ namespace Varnix {
 
 class TreeLoader {
  public:
-  // `root` holds the fixed entities, as yet untouched, and the open directories. Nobody else writes to the tree.
-  explicit TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs = {});
+  // `root` holds the fixed entities, at their defaults, and the open directories. Requires that nobody else changes
+  // the tree.
+  TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs);
 
-  void documentIs(const std::string& path, std::string_view text);
-  void documentDel(const std::string& path);
+  void loadDocument(const std::string& path, std::string_view text);
+  void deleteDocument(const std::string& path);
 
-  // A new set of documents: what is not given again from here on goes with the sweep.
-  void passBegin();
-  // Looks at no more than `limit` documents. True while there is more to sweep.
+  // Begins a new set of documents: the sweep deletes those that were not given again since.
+  void beginPass();
+  // Looks at most at `limit` documents. Returns true while there is more to sweep.
   bool sweep(std::size_t limit);
 
-  // To be called when all documents are in. Looks at no more than `limit` of those that wait; true while there are
-  // more.
+  // Ends the waiting for references, once all documents were given. Looks at most at `limit` documents; returns true
+  // while more of them wait.
   bool settle(std::size_t limit);
-  // Traces documents that have found no place in the tree. To be called when it is settled: until then they may be
-  // waiting for an owner.
+  // Traces the documents that have no place in the tree, each once.
   void reportUnplaced();
 
  private:
   using Targets = std::map<const Kel::AttributeInfo*, std::string>;  // paths
-  // What there is of a document in the tree.
+  // The place of one document in the tree.
   struct Entry {
     TreePlace place;
     std::uint64_t pass = 0;
-    std::string unplacedText;  // the document, as long as it has no place
-    std::string obstacle;      // why it has none
+    std::string obstacle;  // why the document has no place
     Targets targets;
   };
   using Entries = std::map<std::string, Entry>;
   using Defaults = std::map<const Kel::AttributeInfo*, Kel::Datum>;
 
   void take(const std::string& path, std::string_view text);
-  void take(const std::string& path, Entry& entry, Document document, std::string_view text);
+  void take(const std::string& path, Entry& entry, Document document);
   void withdraw(const std::string& path);
   void remove(const std::string& path);
   void displace(const std::string& path, Entry& entry);
-  void membersDel(const std::string& path, const Kel::Entity& owner);
-  void ownerCame(const std::string& path);
 
-  void attributesWhenComplete(const std::string& path, Entry& entry, Document document);
-  void attributesAre(const std::string& path, Entry& entry, const Document& document);
-  void valueIs(const std::string& path, Kel::Entity& entity, const Kel::AttributeInfo& attribute,
-               const Kel::Datum* value);
-  void defaultsAre(const std::string& path, Kel::Entity& entity);
+  void setAttributesWhenComplete(const std::string& path, Entry& entry, Document document);
+  void setAttributes(const std::string& path, Entry& entry, const Document& document);
+  void setValue(const std::string& path, Kel::Entity& entity, const Kel::AttributeInfo& attribute,
+                const Kel::Datum* value);
+  void setDefaults(const std::string& path, Kel::Entity& entity);
   void learnDefaults(const Kel::Entity& fresh);
 
   static Targets targetsOf(const Entry& entry, const Document& document);
-  void targetIs(const std::string& path, Entry& entry, const Kel::AttributeInfo& attribute, std::string target);
-  void targetsDelAll(const std::string& path, Entry& entry);
+  void setTarget(const std::string& path, Entry& entry, const Kel::AttributeInfo& attribute, std::string target);
+  void clearTargets(const std::string& path, Entry& entry);
   void resolve(const std::string& path, Entry& entry, const Kel::AttributeInfo& attribute);
   void resolveReferrers(const std::string& target);
   bool isReferredTo(const std::string& path) const;
@@ -95,11 +89,11 @@ class TreeLoader {
   std::vector<std::string> unreported_;
   std::map<std::string, std::set<std::string>> referrers_;  // by target
   WaitingDocuments waiting_;
-  std::set<std::string> condemned_;  // paths whose document is gone, while something refers to their entity
-  std::vector<std::string> came_;    // targets that came, and
-  std::vector<std::string> freed_;   // condemned ones that nothing refers to any more, in this call
+  std::set<std::string> condemned_;  // paths without a document, whose entity something still refers to
+  std::vector<std::string> came_;    // within one call: the paths of new entities, and
+  std::vector<std::string> freed_;   // the condemned paths that lost a reference
   std::map<const Kel::TypeInfo*, Defaults> defaults_;
-  std::set<std::string> unknown_;  // attributes that were traced
+  std::set<std::string> unknown_;  // faults of unknown attributes that were traced
 };
 
 }  // namespace Varnix

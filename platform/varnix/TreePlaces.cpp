@@ -53,10 +53,7 @@ TreePlace TreePlaces::make(const std::string& path, const std::string& type, std
   }
   if (makeEntry(path, type, place, obstacle)) return place;
   obstacle = fmt::format("there is no place for it here (type '{}')", escapeBytes(type));
-  // Names may hold dots, so each of them may be the one in front of the attribute.
-  for (auto dot = path.find('.'); dot != std::string::npos; dot = path.find('.', dot + 1)) {
-    if (makeMember(path, type, dot, place, obstacle)) break;
-  }
+  makeMember(path, type, place, obstacle);
   return place;
 }
 
@@ -85,20 +82,23 @@ bool TreePlaces::makeEntry(const std::string& path, const std::string& type, Tre
   return true;
 }
 
-bool TreePlaces::makeMember(const std::string& path, const std::string& type, std::size_t dot, TreePlace& place,
+// No directory or fixed entity has a dot in its name, so the first one ends the owner's path; names of members may.
+void TreePlaces::makeMember(const std::string& path, const std::string& type, TreePlace& place,
                             std::string& obstacle) const {
+  const auto dot = path.find('.');
   const auto slash = path.find('/', dot);
-  const auto owner = Kel::resolve(root_, std::string_view(path).substr(0, dot));
-  if (slash == std::string::npos || !owner) return false;
+  const auto found = fixed_.find(path.substr(0, dot));
+  if (slash == std::string::npos || found == fixed_.end()) return;
+  const auto& owner = found->second;
   const auto* attribute = owner->kelTypeInfo().find(std::string_view(path).substr(dot + 1, slash - dot - 1));
-  if (!attribute || attribute->kind != Kel::AttributeKind::members || !attribute->createNamed) return false;
+  if (!attribute || attribute->kind != Kel::AttributeKind::members || !attribute->createNamed) return;
   if (attribute->typeName != type) {
     obstacle = wrongType(type, "that of members here", attribute->typeName);
-    return false;
+    return;
   }
   const auto name = path.substr(slash + 1);
   obstacle = wrongName(name, "a member");
-  if (name.empty() || attribute->member(*owner, name)) return false;
+  if (name.empty() || attribute->member(*owner, name)) return;
   std::string failure;
   try {
     attribute->createNamed(*owner, name);
@@ -108,14 +108,15 @@ bool TreePlaces::makeMember(const std::string& path, const std::string& type, st
   const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner, name));
   if (!member) {
     if (!failure.empty()) obstacle = escapeBytes(failure);
-    return false;
+    return;
   }
-  if (!failure.empty()) reactorFailed(path, failure);  // it was made all the same
-  place = {member, owner, attribute, name};
-  if (pathBelow(*root_, *member) == path) return true;
-  remove(path, place);
-  place = {};
-  return false;
+  if (!failure.empty()) reactorFailed(path, failure);  // the member exists all the same
+  const TreePlace made{member, owner, attribute, name};
+  if (pathBelow(*root_, *member) == path) {
+    place = made;
+  } else {
+    remove(path, made);  // the key has another text form, which has a path of its own
+  }
 }
 
 void TreePlaces::remove(const std::string& path, const TreePlace& place) {

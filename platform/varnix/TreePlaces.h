@@ -1,9 +1,8 @@
 #pragma once
-// Where in a tree a document belongs: makes the entity at a path, and takes it away again. Internal to the entity
-// manager.
+// Finds the place of a document in a tree: creates the entity at a path, and deletes it. Internal to TreeLoader.
 //
-// Entities that stand in directories are fixed, but for those of open directories, which come and go. Everything
-// else is a member of a collection, `<owner>.<attribute>/<name>`.
+// Three kinds of entities have a path: fixed ones, in directories; entries of open directories; members of a fixed
+// entity's collection, `<owner>.<attribute>/<name>`. Only fixed ones exist without a document.
 
 #include <map>
 #include <string>
@@ -15,16 +14,23 @@ namespace Varnix {
 
 struct TreePlace {
   Kel::Ptr<Kel::Entity> entity;                   // null: there is no such place
-  Kel::Ptr<Kel::Entity> owner;                    // of a member, or the open directory; null: the entity is fixed
-  const Kel::AttributeInfo* attribute = nullptr;  // that the member is in; null: an entry of an open directory
+  Kel::Ptr<Kel::Entity> owner;                    // of a member, or the open directory; null for a fixed entity
+  const Kel::AttributeInfo* attribute = nullptr;  // the member's collection; null for an entry of an open directory
   std::string name;
 };
 
-// Carries out a change of the tree, in which reactors run. What they throw is traced at level 0 and goes no further:
-// the change is made, and the books that are kept of it must follow.
-template <typename Change>
-void react(const std::string& path, const Change& change);
+// Traces at level 0 what a reactor has thrown.
 void reactorFailed(const std::string& path, std::string_view what);
+
+// Makes a change of the tree, within which reactors run, and traces what they throw: the change itself is made.
+template <typename Change>
+void react(const std::string& path, const Change& change) {
+  try {
+    change();
+  } catch (const std::exception& error) {
+    reactorFailed(path, error.what());
+  }
+}
 
 class TreePlaces {
  public:
@@ -34,28 +40,19 @@ class TreePlaces {
 
   const Fixed& fixed() const { return fixed_; }
 
-  // The fixed entity, or a new one. Without a place, `obstacle` says why.
+  // Returns the fixed entity at `path`, or creates the entry or member. When the tree has no such place, the result is
+  // empty and `obstacle` names the reason.
   TreePlace make(const std::string& path, const std::string& type, std::string& obstacle) const;
-  // Not for fixed entities.
+  // Deletes an entry or member. Requires that the entity is not a fixed one.
   static void remove(const std::string& path, const TreePlace& place);
 
  private:
   bool makeEntry(const std::string& path, const std::string& type, TreePlace& place, std::string& obstacle) const;
-  bool makeMember(const std::string& path, const std::string& type, std::size_t dot, TreePlace& place,
-                  std::string& obstacle) const;
+  void makeMember(const std::string& path, const std::string& type, TreePlace& place, std::string& obstacle) const;
 
   Kel::Ptr<Kel::Dir> root_;
   Fixed fixed_;
   std::map<std::string, OpenDir> open_;  // by path and '/'
 };
-
-template <typename Change>
-void react(const std::string& path, const Change& change) {
-  try {
-    change();
-  } catch (const std::exception& error) {
-    reactorFailed(path, error.what());
-  }
-}
 
 }  // namespace Varnix

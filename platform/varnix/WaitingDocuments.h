@@ -1,5 +1,5 @@
 #pragma once
-// Documents whose attributes wait for the entities that they refer to. Internal to the entity manager.
+// Documents that wait for the entities to which they refer. Internal to TreeLoader.
 
 #include <map>
 #include <optional>
@@ -13,13 +13,13 @@ namespace Varnix {
 
 class WaitingDocuments {
  public:
-  // In the place of an older document of that path. `missing` is not empty.
-  void documentIs(const std::string& path, Document document, std::set<std::string> missing) {
-    documentDel(path);
+  // Replaces an older document of the path. Requires that `missing`, the paths of the absent targets, is not empty.
+  void add(const std::string& path, Document document, std::set<std::string> missing) {
+    remove(path);
     for (const auto& target : missing) awaited_[target].insert(path);
     waiting_[path] = {std::move(document), std::move(missing)};
   }
-  void documentDel(const std::string& path) { take(path); }
+  void remove(const std::string& path) { take(path); }
   std::optional<Document> take(const std::string& path) {
     const auto at = waiting_.find(path);
     if (at == waiting_.end()) return std::nullopt;
@@ -33,7 +33,7 @@ class WaitingDocuments {
     return document;
   }
 
-  // The paths of those that wait for `target`.
+  // The paths of the documents that wait for `target`.
   std::vector<std::string> waitingFor(const std::string& target) const {
     const auto at = awaited_.find(target);
     if (at == awaited_.end()) return {};

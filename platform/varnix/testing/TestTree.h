@@ -1,11 +1,7 @@
 #pragma once
-// What the tests of this folder share: a store in a directory of its own, trees as text, and changes at random that
-// reach every attribute through reflection.
+// For tests: a store with a publisher's tree and an agent's tree, trees as text, and random changes that reach every
+// attribute through reflection.
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <random>
 #include <string>
@@ -18,45 +14,28 @@
 
 namespace VarnixTest {
 
+using Quillo::Test::Traces;
+
 inline Vantu::IntfId id(const std::string& text) {
   return Vantu::IntfId(text);
 }
 
-class Directory {
- public:
-  Directory() {
-    char name[] = "/tmp/varnix-test-XXXXXX";
-    path_ = mkdtemp(name);
-  }
-  ~Directory() { std::filesystem::remove_all(path_); }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-using Quillo::Test::Traces;
-
-inline void collect(const Kel::Ptr<Kel::Entity>& entity, std::vector<Kel::Ptr<Kel::Entity>>& all) {
-  if (const auto dir = Kel::dynamicPtr<Kel::Dir>(entity)) {
-    for (const auto& [name, entry] : dir->entityPtr()) collect(entry, all);
-    return;
-  }
-  all.push_back(entity);
-  for (const auto& attribute : entity->kelTypeInfo().attributes()) {
-    if (attribute.kind != Kel::AttributeKind::members) continue;
-    for (const auto& name : attribute.memberNames(*entity)) {
-      collect(Kel::dynamicPtr<Kel::Entity>(attribute.member(*entity, name)), all);
+// Every entity of a tree, without the directories.
+inline std::vector<Kel::Ptr<Kel::Entity>> entitiesOf(const Varnix::Tree& tree) {
+  std::vector<Kel::Ptr<Kel::Entity>> all, dirs{tree.root};
+  while (!dirs.empty()) {
+    const auto dir = Kel::dynamicPtr<Kel::Dir>(dirs.back());
+    dirs.pop_back();
+    for (const auto& [name, entity] : dir->entityPtr()) {
+      (Kel::dynamicPtr<Kel::Dir>(entity) ? dirs : all).push_back(entity);
+      for (const auto& attribute : entity->kelTypeInfo().attributes()) {
+        if (attribute.kind != Kel::AttributeKind::members || Kel::dynamicPtr<Kel::Dir>(entity)) continue;
+        for (const auto& member : attribute.memberNames(*entity)) {
+          all.push_back(Kel::dynamicPtr<Kel::Entity>(attribute.member(*entity, member)));
+        }
+      }
     }
   }
-}
-
-// Every entity of a tree but the directories.
-inline std::vector<Kel::Ptr<Kel::Entity>> entitiesOf(const Varnix::Tree& tree) {
-  std::vector<Kel::Ptr<Kel::Entity>> all;
-  collect(tree.root, all);
   return all;
 }
 
@@ -69,98 +48,45 @@ inline std::map<std::string, std::string> textOf(const Varnix::Tree& tree) {
   return text;
 }
 
-// Values of every kind; which of them an attribute accepts, it says itself.
-inline const std::vector<Kel::Datum>& someValues() {
-  using Kel::Datum;
-  static const auto state = [](const char* name) { return Datum(Datum::Object{{"state", Datum(name)}}); };
-  static const auto facts = [](bool group) {
-    return Datum(Datum::Object{{"nexthopGroup", Datum(group)}, {"persistent", Datum(true)}});
-  };
-  static const auto counters = [](std::uint64_t count) {
-    Datum::Object fields;
-    for (const char* direction : {"in", "out"}) {
-      for (const char* what : {"Pkts", "Octets", "UcastPkts", "UcastOctets", "McastPkts", "McastOctets"}) {
-        fields.emplace_back(std::string(direction) + what, Datum(count++));
-      }
-    }
-    return Datum(std::move(fields));
-  };
-  static const std::vector<Datum> values{
-      Datum(true),
-      Datum(false),
-      Datum(std::uint64_t{7}),
-      Datum(std::uint64_t{4294967295}),
-      Datum("red"),
-      Datum("a.b/c"),
-      Datum("\xff\n\\x"),
-      Datum("10.1.2.3/24"),
-      Datum("192.0.2.1/32"),
-      Datum("2001:db8::1/64"),
-      Datum("02:00:00:00:00:01"),
-      Datum("0a:0b:0c:0d:0e:0f"),
-      Datum("65000:1"),
-      Datum("192.0.2.1:7"),
-      Datum("operStatusUp"),
-      Datum("operStatusDown"),
-      Datum("vrfStateActive"),
-      Datum("vrfStateDeleting"),
-      Datum("fecModePerVrf"),
-      Datum("fecModeUnified"),
-      counters(1),
-      counters(std::uint64_t{1} << 63),
-      Datum(Datum::Object{}),
-      Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}}),
-      Datum(Datum::Object{{"10.2.0.1/16", Datum(true)}, {"10.3.0.1/8", Datum(true)}}),
-      Datum(Datum::Object{{"2001:db8::2/64", state("addressStatePreferred")}}),
-      Datum(Datum::Object{{"2001:db8::2/64", state("addressStateTentative")}}),
-      Datum(Datum::Object{{"10.2.0.0/16 1", facts(true)}}),
-      Datum(Datum::Object{{"10.2.0.0/16 1", facts(false)}, {"0.0.0.0/0 4294967295", facts(true)}}),
-      Datum(Datum::Object{{"2001:db8::/64 1", facts(true)}}),
-      Datum(Datum::Object{{"2001:db8::/64 1", facts(false)}}),
-      Datum(Datum::Object{{"0", Datum("default")}}),
-      Datum(Datum::Object{{"0", Datum("default")}, {"16777214", Datum("\xff\n\\x")}}),
-      Datum(Datum::Object{{"default", Datum("0")}}),
-      Datum(Datum::Object{{"\xff\n\\x", Datum("16777214")}, {"a.b/c", Datum("1")}}),
-  };
-  return values;
-}
-
-// The values among them that the attribute accepts and that differ, as the attribute itself shows them.
-inline std::vector<Kel::Datum> acceptedValues(Kel::Entity& entity, const Kel::AttributeInfo& attribute) {
-  std::vector<Kel::Datum> accepted;
-  for (const auto& value : someValues()) {
-    try {
-      attribute.fromDatum(entity, value);
-    } catch (const Kel::RangeException&) {
-      continue;
-    }
-    const auto shown = attribute.toDatum(entity);
-    if (std::find(accepted.begin(), accepted.end(), shown) == accepted.end()) accepted.push_back(shown);
-  }
-  return accepted;
+// Values of every kind; each attribute accepts some of them, at least two.
+inline const Kel::Datum::List& someValues() {
+  static const auto document = Varnix::documentFromText(R"({"type":"", "attributes":{"values":[
+    true, false, 7, 4294967295, "red", "a.b/c", "\\xff\\x0a\\x5cx", "10.1.2.3/24", "192.0.2.1/32", "2001:db8::1/64",
+    "02:00:00:00:00:01", "0a:0b:0c:0d:0e:0f", "65000:1", "192.0.2.1:7", "operStatusUp", "operStatusDown",
+    "vrfStateActive", "vrfStateDeleting", "fecModePerVrf", "fecModeUnified",
+    {"inPkts":1, "inOctets":2, "outPkts":3, "outOctets":4, "inUcastPkts":5, "inUcastOctets":6, "outUcastPkts":7,
+     "outUcastOctets":8, "inMcastPkts":9, "inMcastOctets":10, "outMcastPkts":11, "outMcastOctets":12},
+    {"inPkts":9223372036854775808, "inOctets":2, "outPkts":3, "outOctets":4, "inUcastPkts":5, "inUcastOctets":6,
+     "outUcastPkts":7, "outUcastOctets":8, "inMcastPkts":9, "inMcastOctets":10, "outMcastPkts":11, "outMcastOctets":0},
+    {}, {"10.2.0.1/16":true}, {"10.2.0.1/16":true, "10.3.0.1/8":true},
+    {"2001:db8::2/64":{"state":"addressStatePreferred"}}, {"2001:db8::2/64":{"state":"addressStateTentative"}},
+    {"10.2.0.0/16 1":{"nexthopGroup":true, "persistent":true}},
+    {"10.2.0.0/16 1":{"nexthopGroup":false, "persistent":true}, "0.0.0.0/0 255":{"nexthopGroup":true, "persistent":true}},
+    {"2001:db8::/64 1":{"nexthopGroup":true, "persistent":true}},
+    {"2001:db8::/64 1":{"nexthopGroup":false, "persistent":true}},
+    {"0":"default"}, {"0":"default", "16777214":"\\xff\\x0a\\x5cx"},
+    {"default":"0"}, {"\\xff\\x0a\\x5cx":"16777214", "a.b/c":"1"}]}})");
+  return *document.attributes.front().second.getIf<Kel::Datum::List>();
 }
 
 // Names of every kind that VRFs and interfaces can have.
 inline const std::vector<std::string>& someNames() {
-  static const std::vector<std::string> names{"eth0",
-                                              "eth1",
-                                              "a.b",
-                                              "a/b",
-                                              "a",
-                                              "default",
-                                              "\xff",
-                                              "a.vrf/b",
-                                              "x/y.z/",
-                                              std::string(100, 'n'),
-                                              std::string("\n\0\\x41", 6)};
+  static const std::vector<std::string> names{"eth0",          "eth1", "a.b",     "a/b",    "a",
+                                              "default",       "\xff", "a.vrf/b", "x/y.z/", std::string(100, 'n'),
+                                              {"\n\0\\x41", 6}};
   return names;
 }
 
-// Changes a tree at random: members and entries come and go, attributes and references are set.
+// Changes a tree at random: members and entries are created and deleted, attributes and references are set.
 class Mutator {
  public:
   Mutator(const Varnix::Tree& tree, unsigned seed) : tree_(tree), random_(seed) {}
 
+  void change(int count) {
+    while (count-- > 0) change();
+  }
+
+ private:
   void change() {
     const auto& name = someNames()[pick(someNames().size())];
     if (pick(8) == 0) {
@@ -172,26 +98,19 @@ class Mutator {
     const auto entity = all[pick(all.size())];
     const auto& attributes = entity->kelTypeInfo().attributes();
     const auto& attribute = attributes[pick(attributes.size())];
-    if (attribute.fromDatum) {
-      try {
+    try {
+      if (attribute.fromDatum) {
         attribute.fromDatum(*entity, someValues()[pick(someValues().size())]);
-      } catch (const Kel::RangeException&) {
-      }
-    } else if (attribute.referenceIs) {
-      try {
+      } else if (attribute.referenceIs) {
         attribute.referenceIs(*entity, pick(4) == 0 ? nullptr : all[pick(all.size())]);
-      } catch (const Kel::AttributeException&) {
-      }
-    } else if (attribute.createNamed) {
-      if (pick(3) == 0) {
+      } else if (attribute.createNamed && pick(3) == 0) {
         attribute.remove(*entity, name);
-      } else {
+      } else if (attribute.createNamed) {
         attribute.createNamed(*entity, name);
       }
+    } catch (const Kel::Exception&) {  // the attribute accepts no such value
     }
   }
-
- private:
   std::size_t pick(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(random_); }
   const Varnix::Tree& tree_;
   std::mt19937 random_;
@@ -211,14 +130,12 @@ struct Reader {
   explicit Reader(const std::string& directory)
       : mount(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory})),
         manager(Kel::makePtr<Varnix::EntityManager>(top->dirIs("Varnix"), mount)) {}
-  // As an event loop does it. The number of steps that were taken.
-  unsigned follow(std::size_t limit = 100) {
-    unsigned steps = 0;
+  // As an event loop does it.
+  void follow(std::size_t limit = 100) const {
     while (mount->refresh()) {
-      for (++steps; manager->step(limit); ++steps) {
+      while (manager->step(limit)) {
       }
     }
-    return steps;
   }
   const Varnix::Tree& tree() const { return manager->tree(); }
 
