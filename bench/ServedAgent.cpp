@@ -18,6 +18,7 @@
 #include "host/agent/AgentMain.h"
 #include "host/composition/AgentTree.h"
 #include "kel/Dir.h"
+#include "quillo/tables/ArpTableMount.h"
 #include "snmp/Contexts.h"
 
 namespace Bench {
@@ -62,8 +63,10 @@ int serve(const std::string& directory, const std::string& endpoint, std::uint32
   Host::AgentHooks hooks;
   hooks.started = [&](Host::AgentLoop&, const Host::AgentOptions&) {
     const auto root = Kel::makePtr<Kel::Dir>("");
-    tree = std::make_unique<Host::AgentTree>(root, Varnix::Tree(root->dirIs("Varnix")),
-                                             Kel::makePtr<Brev::TaskScheduler>(), nullptr, nullptr);
+    const auto store = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory + "/no-store"});
+    tree = std::make_unique<Host::AgentTree>(root, Kel::makePtr<Brev::TaskScheduler>(),
+                                             Kel::makePtr<Quillo::ArpTableMount>(store),
+                                             Kel::makePtr<Varnix::EntityManager>(root->dirIs("Varnix"), store));
     contexts = std::make_unique<Snmp::Contexts>();
     fill(root, rows);
     contexts->enter("");

@@ -31,7 +31,7 @@ void AgentLoop::removeFd(int fd) {
   watches_.erase(fd);
 }
 
-bool AgentLoop::turnEndIs(Callback callback) {
+bool AgentLoop::onTurnEnd(Callback callback) {
   turnEnd_ = std::move(callback);
   return true;
 }

@@ -1,13 +1,13 @@
 #pragma once
-// The agent's event loop: net-snmp's sockets and alarms, and the descriptors of everything else, on one thread.
+// The agent's event loop: net-snmp's sockets and alarms, and all other descriptors, on one thread.
 //
 //   AgentLoop loop;
 //   loop.addFd(scheduler.fd(), [&] { scheduler.run(); });
 //   loop.run();                                   // until stop()
 //
-// In one turn, requests are served first, then the callbacks of ready descriptors in order of descriptor, then
-// net-snmp's alarms, then what is to be done at its end. Work that takes long is done in pieces, and asks
-// `requestWaiting` whether to break off: that is how a request is answered within a quantum while there is a backlog.
+// Each turn serves requests first, then the callbacks of ready descriptors in order of descriptor, then net-snmp's
+// alarms, then the callback of onTurnEnd(). Long work yields when requestWaiting() is true, so a request is answered
+// within a quantum during a backlog.
 
 #include <poll.h>
 
@@ -25,12 +25,12 @@ class AgentLoop : public EventLoop {
 
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
-  bool turnEndIs(Callback callback) override;
-  // Cheap enough to ask for every row: the sockets are looked at once in `requestCheckInterval`.
+  bool onTurnEnd(Callback callback) override;
+  // Cheap enough to call for every row: it polls the sockets once in `requestCheckInterval`.
   bool requestWaiting() override;
   static constexpr std::chrono::microseconds requestCheckInterval{200};
 
-  // Returns after stop(), with the turn done.
+  // Takes turns until stop() is called.
   void run();
   void stop() { isStopping_ = true; }
 

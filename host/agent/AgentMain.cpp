@@ -1,5 +1,6 @@
 #include "host/agent/AgentMain.h"
 
+#include <absl/cleanup/cleanup.h>
 #include <fmt/format.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -12,7 +13,6 @@
 
 #include "host/agent/NetSnmpAgent.h"
 #include "host/agent/Process.h"
-#include "host/agent/SignalFd.h"
 #include "host/composition/AgentLog.h"
 
 // systemd's readiness protocol, which the library implements but does not declare in a header.
@@ -31,19 +31,6 @@ void guarded(const char* what, const Hook& hook) {
     logError("{}: {}", what, error.what());
   }
 }
-
-// Calls a function at the end of its scope, however that is left.
-template <class Call>
-class AtEnd {
- public:
-  explicit AtEnd(Call call) : call_(std::move(call)) {}
-  ~AtEnd() { call_(); }
-  AtEnd(const AtEnd&) = delete;
-  AtEnd& operator=(const AtEnd&) = delete;
-
- private:
-  Call call_;
-};
 
 void reload(NetSnmpAgent& agent, const AgentHooks& hooks) {
   bool isRead = false;
@@ -78,9 +65,9 @@ void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile
   AgentLoop loop;
   loop.addFd(signals.fd(), [&] { handleSignals(signals, loop, agent, hooks); });
   // Whatever `started` made leaves before the loop and net-snmp do, also when the loop fails.
-  const AtEnd stop([&] {
+  const absl::Cleanup stop = [&] {
     if (hooks.stopping) guarded("stop", hooks.stopping);
-  });
+  };
   if (hooks.started) hooks.started(loop, options);
   agent.notify(SNMP_TRAP_COLDSTART, 0);
   netsnmp_sd_notify(1, "READY=1\n");

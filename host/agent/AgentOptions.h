@@ -29,9 +29,9 @@ struct AgentOptions {
   std::string masterAddress;                    // -x, or empty: what the configuration says
   bool isLoggingChosen = false;                 // some -L was given
 
-  // Reads the command line. Logging (-L), packet dumps (-d) and debug tokens (-D) are net-snmp's own options and
-  // take effect at once, through its own parser. Throws Kel::RangeException for an unknown option, a missing or a
-  // wrong argument; the text names the option.
+  // Reads the command line. Logging (-L), packet dumps (-d) and debug tokens (-D) take effect at once, through
+  // net-snmp's own parser. Throws Kel::RangeException, naming the option, when an option is unknown or its argument
+  // missing or wrong.
   static AgentOptions fromCommandLine(int argc, char* argv[]);
   static std::string help();
 };

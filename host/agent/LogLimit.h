@@ -1,11 +1,11 @@
 #pragma once
-// Keeps whoever may ask the agent from filling its log: limits the warnings and errors of net-snmp's library, and the
-// trace lines of ours, while it exists (kel/LineLimit.h), and reports every minute what it held back.
+// Limits the warnings and errors of net-snmp and our trace lines (kel/LineLimit.h), so that no manager can fill the log
+// with requests. Reports every minute what it suppressed.
 //
-// Requires: net-snmp's log outputs are chosen already; one that is added later is not limited. At most one object at a
-// time, in a process whose log is ours to decide on: never in a foreign snmpd.
-// Guarantees: the agent's own lines (host/AgentLog.h), and net-snmp's notices, information and debugging output, pass
-// unchanged. The end reports what is still held back, and gives the outputs back.
+// Requires: net-snmp's log outputs are chosen; later ones are not limited. At most one object at a time, and none in a
+// foreign snmpd, whose log belongs to its operator.
+// Guarantees: the agent's own lines (AgentLog.h), and net-snmp's notices, information and debugging output, pass
+// unchanged. The destructor reports what is still suppressed and restores the outputs.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -27,7 +27,7 @@ class LogLimit {
  private:
   struct Output {
     netsnmp_log_handler* handler;
-    NetsnmpLogHandler* write;  // its own function, in whose place `take` stands
+    NetsnmpLogHandler* write;  // its own function, which `take` replaces
     Kel::LineLimit limit;
   };
 

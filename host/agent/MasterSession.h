@@ -1,9 +1,7 @@
 #pragma once
-// The AgentX session (RFC 2741) of a subagent with its master. net-snmp opens it when the configuration has been
-// read, and again a ping interval after the master was lost; here is what it leaves to us.
-//
-// What is registered with the agent library is registered with the master: all of it anew with each session, and
-// what comes and goes meanwhile at once.
+// Completes net-snmp's AgentX session (RFC 2741) of a subagent with its master. net-snmp opens the session after the
+// configuration is read, and again a ping interval after it lost the master. It registers with the master what is
+// registered with the agent library: everything at the start of a session, later changes at once.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -19,19 +17,19 @@ namespace Host {
 
 class MasterSession : public Snmp::HandlerRegistration {
  public:
-  // To be made after the library is initialized as a subagent and has its stock modules, before the configuration
-  // is read. What is registered by then stays between us and never gets to the master. `address`, unless empty, is
-  // where the master listens, whatever the configuration says.
+  // Requires that the library is initialized as a subagent and has its stock modules, and that the configuration is not
+  // read yet. Present registrations are never passed to the master. `address`, unless empty, is the master's address
+  // and overrides the configuration.
   explicit MasterSession(std::string address);
-  // To be destroyed before the library shuts down, which frees whatever its callbacks were given.
+  // Requires that the library is not shut down yet: that would free this object as an argument of callbacks.
   ~MasterSession() override;
 
-  // The configuration has been read for the first time, and net-snmp has tried to open the session. When there is no
-  // master yet, that is one line in the log.
+  // To be called once net-snmp has read the configuration and tried to open the session. Logs one line when there is no
+  // master yet.
   void configured();
 
-  // It enters contexts before all modules: makes the roots of a new context, which the library would otherwise
-  // announce to the master, in vain, with a line of error for each.
+  // Enters a context before all modules do, and makes its roots. The library would otherwise register the roots with
+  // the master, which fails with a line of error for each.
   void initHandler(Kel::String context) override;
   void exitHandler(Kel::String) override {}
   const char* name() const override { return "AgentX"; }

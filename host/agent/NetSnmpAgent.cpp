@@ -16,7 +16,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "host/agent/Endpoints.h"
 #include "host/agent/Process.h"
 #include "host/agent/StockMibs.h"
 #include "host/composition/AgentLog.h"
@@ -203,15 +202,6 @@ void NetSnmpAgent::readConfigurationAgain() {
 
 void NetSnmpAgent::notify(int trap, int specific) const {
   if (!masterSession_) send_easy_trap(trap, specific);
-}
-
-void NetSnmpAgent::listen() {
-  if (masterSession_) return;
-  listenOn(configuredEndpoints());
-  // The rest of the master agent comes up without opening an address a second time.
-  netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
-  netsnmp_addrcache_initialise();
-  if (init_master_agent() != 0) throw Kel::Exception("net-snmp's master agent does not start");
 }
 
 void NetSnmpAgent::goToBackground() {

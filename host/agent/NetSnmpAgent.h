@@ -1,5 +1,5 @@
 #pragma once
-// net-snmp's agent library, from its first call to its last, as this process uses it.
+// The life of net-snmp's agent library in this process, from initialization to shutdown.
 
 #include <sys/types.h>
 
@@ -15,35 +15,36 @@ namespace Host {
 
 class NetSnmpAgent {
  public:
-  // Under this name the configuration files (quorind.conf) and the state file are found, and lines in syslog.
+  // The name of the configuration files (quorind.conf), of the state file, and of the lines in syslog.
   static constexpr const char* applicationType = "quorind";
-  // Where SNMPv3 users, the engine's id and its boots are kept, unless SNMP_PERSISTENT_DIR names another directory.
+  // Keeps SNMPv3 users, the engine's id and its boots, unless SNMP_PERSISTENT_DIR names another directory.
   static constexpr const char* stateDirectory = "/var/lib/quorin";
 
-  // Sets the library up as a master agent, or as a subagent if the options say so, with the stock modules that we
-  // serve and our settings; reads nothing yet. Throws Kel::Exception when it cannot.
+  // Sets up the library as a master agent or, if the options say so, as a subagent, with the stock modules that we
+  // serve and our settings. Reads no configuration yet. Throws Kel::Exception when the library does not start.
   explicit NetSnmpAgent(const AgentOptions& options);
-  // Saves the state, if the agent got as far as settle(), and shuts the library down.
+  // Saves the state, if settle() was called, and shuts down the library.
   ~NetSnmpAgent();
   NetSnmpAgent(const NetSnmpAgent&) = delete;
   NetSnmpAgent& operator=(const NetSnmpAgent&) = delete;
 
-  // Reads the configuration for the first time. Throws Kel::Exception, naming the file and the reason, when a file
-  // that was asked for by name cannot be read; a fault inside a file is logged with its line and passed over.
+  // Reads the configuration for the first time. A fault in a file is logged with its line and passed over. Throws
+  // Kel::Exception, naming the file and the reason, when a file that was named explicitly cannot be read.
   void readConfiguration();
-  // Reads it again, every setting back to its default first, and reopens the log files. When a file that was asked
-  // for by name cannot be read, throws as above, and everything stays as it was.
+  // Resets every setting, reads the configuration again, and reopens the log files. Throws like readConfiguration();
+  // then every setting stays as it was.
   void readConfigurationAgain();
-  // Opens the configured addresses. Throws as listenOn does (host/Endpoints.h). A subagent has none.
+  // Opens the configured addresses; a subagent has none. Throws Kel::Exception, naming the address, the reason and what
+  // to do, when one cannot be opened.
   void listen();
-  // Sends a notification, if the configuration asks for it; a subagent leaves that to its master.
+  // Sends a notification, if the configuration asks for it. No-op in a subagent, whose master sends its own.
   void notify(int trap, int specific) const;
-  // Forks into the background; returns in the child. Throws Kel::Exception when that fails, or when there is no such
-  // user or group to become there.
+  // Forks into the background; returns in the child. Throws Kel::Exception when that fails, or when the user or group
+  // to become does not exist.
   void goToBackground();
-  // Gives the state directory to the user that the agent is to run as, becomes that user, saves the state. A state
-  // directory that cannot be used is one warning, and the agent goes on without keeping its state. From then on the log
-  // is limited (host/LogLimit.h), but for what the reading of the configuration reports.
+  // Gives the state directory to the agent's final user, becomes that user, and saves the state. An unusable state
+  // directory is one warning; the agent then keeps no state. From here on the log is limited (LogLimit.h), except for
+  // reports about the configuration.
   void settle();
   // Prints the directives that a configuration file may hold, to standard error.
   void printDirectives();

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <grp.h>
 #include <pwd.h>
+#include <signal.h>
+#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,6 +32,25 @@ std::optional<unsigned> number(const std::string& text) {
 }
 
 }  // namespace
+
+SignalFd::SignalFd(std::initializer_list<int> signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : signals) sigaddset(&set, signal);
+  const bool isBlocked = sigprocmask(SIG_BLOCK, &set, nullptr) == 0;
+  if (isBlocked) fd_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+  if (fd_ < 0) fail("cannot take signals in");
+}
+
+SignalFd::~SignalFd() {
+  close(fd_);
+}
+
+std::optional<int> SignalFd::next() {
+  signalfd_siginfo info{};
+  if (read(fd_, &info, sizeof(info)) != static_cast<ssize_t>(sizeof(info))) return std::nullopt;
+  return static_cast<int>(info.ssi_signo);
+}
 
 PidFile::PidFile(std::string path) : path_(std::move(path)) {
   if (path_.empty()) return;

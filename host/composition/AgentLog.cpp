@@ -10,7 +10,7 @@ const char* speaker = "quorind";
 bool isWriting = false;
 }  // namespace
 
-void agentLogNameIs(const char* name) {
+void setAgentLogName(const char* name) {
   speaker = name;
 }
 

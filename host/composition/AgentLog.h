@@ -11,9 +11,9 @@ namespace Host {
 
 // One line; `priority` is one of syslog's.
 void agentLog(int priority, const std::string& text);
-// Who speaks, at the start of each line: "quorind" unless set. Must outlive its use.
-void agentLogNameIs(const char* name);
-// Whether the line that net-snmp writes right now is one of these.
+// The name at the start of each line, by default "quorind". Lifetime: `name` must outlive the process's last line.
+void setAgentLogName(const char* name);
+// Whether the line that net-snmp is writing is one of the agent's own.
 bool isAgentLogWriting();
 
 template <class... Args>

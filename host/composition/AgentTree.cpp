@@ -13,17 +13,6 @@ Kel::Ptr<T> enter(const Kel::Ptr<Kel::Dir>& dir, const char* name) {
   return entity;
 }
 
-class NoNeighbours : public Arp::Table::Status {
- public:
-  bool initialized() const override { return true; }
-  Arp::Table::ArpEntry arpEntry(const Arp::Table::ArpKey&) const override { return {}; }
-  Arp::Table::ArpEntry neighborEntry(const Arp::Table::ArpKey&) const override { return {}; }
-  void forEachArpEntry(const Vrf::VrfIdMap::VrfId&, const Vantu::IpGenAddr&, const VisitWhile&) const override {}
-  void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId&, const Vantu::IpGenAddr&,
-                            const VisitWhile&) const override {}
-  void corruptionDetected(const Pesk::CorruptionDetectedException&) const override {}
-};
-
 // The default VRF's id in the table of neighbours, until the state database names it.
 constexpr Vrf::VrfIdMap::VrfId defaultVrfId{0};
 
@@ -77,17 +66,17 @@ class AgentTree::DefaultVrfIdWatch : public Vrf::VrfIdMap::NameToIdMapWrapper::N
   AgentTree* const owner_;
 };
 
-AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
-                     const Kel::Ptr<Brev::TaskScheduler>& scheduler, Kel::Ptr<const Arp::Table::Status> arpTable,
+AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
+                     Kel::Ptr<const Arp::Table::Status> arpTable,
                      const Kel::Ptr<const Varnix::EntityManager>& manager)
-    : varnix_(varnix),
+    : varnix_(manager->tree()),
       scheduler_(scheduler),
       manager_(manager),
       routeTablesEnabled_(areRouteTablesEnabled()),
       root_(std::move(root)),
       snmpStatus_(enter<Snmp::Status>(root_->dirIs("snmp"), "status")),
       fecModeStatus_(enter<Quillo::Fib::FecModeStatus>(root_->dirIs("snmp"), "fecmode")),
-      arpTable_(arpTable ? std::move(arpTable) : Kel::makePtr<NoNeighbours>()),
+      arpTable_(std::move(arpTable)),
       ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")) {
   managementInterfacesChange();
   snmpStatus_->agentStatusIs("agent");
@@ -99,12 +88,12 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   vrfMibsDir_ = enter<IpSnmp::VrfMibsDir>(ip, "vrf");
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, &linuxDetails_);
   ipRoot_ = Kel::makePtr<IpSnmp::Root>("ip");
-  ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix.intfStatusDir, ifMib_);
+  ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix_.intfStatusDir, ifMib_);
   const auto ifStatsSm = [&](Ip::IpVersion version, const Kel::Ptr<Ip::AllIntfStats>& stats) {
-    return Kel::makePtr<IpSnmp::IpIfStatsSm>(version, varnix.intfStatusDir, stats, ipMib_);
+    return Kel::makePtr<IpSnmp::IpIfStatsSm>(version, varnix_.intfStatusDir, stats, ipMib_);
   };
-  ipIfStatsSm_ = ifStatsSm(Ip::ipVersion4, varnix.ipIntfStats);
-  ip6IfStatsSm_ = ifStatsSm(Ip::ipVersion6, varnix.ip6IntfStats);
+  ipIfStatsSm_ = ifStatsSm(Ip::ipVersion4, varnix_.ipIntfStats);
+  ip6IfStatsSm_ = ifStatsSm(Ip::ipVersion6, varnix_.ip6IntfStats);
   wire();
   wireRoutes();
   wireFibStats();
@@ -112,7 +101,7 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix,
   arpIdWatch_ = Kel::makePtr<ArpIdWatch>(ipRoot_.get());
   arpIdWatch_->notifierIs(ipRoot_->arpTableSm());
   defaultVrfIdWatch_ = Kel::makePtr<DefaultVrfIdWatch>(this);
-  defaultVrfIdWatch_->notifierIs(varnix.vrfNameStatus);
+  defaultVrfIdWatch_->notifierIs(varnix_.vrfNameStatus);
   fecModeWatch_ = Kel::makePtr<FecModeWatch>(this);
   fecModeWatch_->notifierIs(ipRoot_->fecModeRestartSm());
   SnmpUtil::rootIs(root_);
@@ -147,7 +136,7 @@ void AgentTree::wire() {
 }
 
 IpSnmp::VrfTables AgentTree::mountDefaultVrf() const {
-  const auto mount = manager_ ? manager_->quilloMount() : nullptr;
+  const auto& mount = manager_->quilloMount();
   if (!mount || !routeTablesEnabled_) return {};
   return IpSnmp::VrfTables::mounted(*mount, L3::VrfName(), true);
 }

@@ -28,21 +28,21 @@ namespace Host {
 
 class AgentTree {
  public:
-  // Makes the directory "snmp" in `root`, beside the state database that stands in its directory "Varnix". Without
-  // a table of neighbours there are none. The manager of the state database may be null, then there are no routes.
-  AgentTree(Kel::Ptr<Kel::Dir> root, const Varnix::Tree& varnix, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
+  // Makes the directory "snmp" in `root`, beside the directory "Varnix" of the state database that `manager` keeps.
+  // Without a quilloMount of the manager there are no routes.
+  AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
             Kel::Ptr<const Arp::Table::Status> arpTable, const Kel::Ptr<const Varnix::EntityManager>& manager);
   ~AgentTree();
   AgentTree(const AgentTree&) = delete;
   AgentTree& operator=(const AgentTree&) = delete;
 
   const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
-  // Which VRFs are served.
+  // Its attribute `servedVrf` holds the VRFs that are served.
   Kel::Ptr<const IpSnmp::VrfRootSm> vrfRootSm() const { return ipRoot_->vrfRootSm(); }
-  // `changed` is called whenever that is another machine, which is when all routes are read anew: the publisher keeps
-  // its FECs in another way, or the configuration has the route tables served no more, or again.
-  void vrfRootSmChangedIs(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
-  // The configuration was read again: what has changed in it takes effect.
+  // Calls `changed` after vrfRootSm() was replaced: when all routes are read anew, because the publisher changed how it
+  // keeps FECs, or the configuration enabled or disabled the route tables.
+  void onVrfRootSmChanged(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
+  // Puts a configuration that was read again into effect.
   void reconfigure();
 
  private:
@@ -54,7 +54,7 @@ class AgentTree {
   void wireRoutes();
   void wireFibStats();
   void wireVrfs();
-  // Of the id that the default VRF has now. Without a manager, or while route tables are disabled, there are none.
+  // Of the id that the default VRF has now; null while route tables are disabled.
   IpSnmp::VrfTables mountDefaultVrf() const;
   void defaultVrfIdChanged();
   bool isUnified() const;
@@ -64,7 +64,7 @@ class AgentTree {
   const Varnix::Tree varnix_;
   const Kel::Ptr<Brev::TaskScheduler> scheduler_;
   const Kel::Ptr<const Varnix::EntityManager> manager_;
-  bool routeTablesEnabled_;  // what the machines are made for
+  bool routeTablesEnabled_;  // as of the making of the machines
   std::function<void()> vrfRootSmChanged_;
   Kel::Ptr<Kel::Dir> root_;
   Kel::Ptr<Snmp::Status> snmpStatus_;

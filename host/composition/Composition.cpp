@@ -31,6 +31,17 @@ class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
   Kel::Ptr<Snmp::AgentStatus> status_;
 };
 
+class Composition::ServedVrfWatcher : public IpSnmp::VrfRootSm::Notifiee {
+ public:
+  explicit ServedVrfWatcher(VrfContexts& contexts) : contexts_(contexts) {}
+  void handleServedVrf(const L3::VrfName& vrf) override {
+    contexts_.setServed(vrf.stringValue(), notifier()->servedVrfHas(vrf));
+  }
+
+ private:
+  VrfContexts& contexts_;
+};
+
 Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
                          std::vector<SharedGroups::Group> sharedGroups)
     : loop_(loop),
@@ -39,7 +50,7 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
       scheduler_(Kel::makePtr<Brev::TaskScheduler>()),
       root_(Kel::makePtr<Kel::Dir>("")),
       follower_(loop, scheduler_, root_, storeDirectory),
-      tree_(root_, follower_.tree(), scheduler_, follower_.arpTable(), follower_.manager()),
+      tree_(root_, scheduler_, follower_.arpTable(), follower_.manager()),
       readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus()->agentStatus())),
       sharedGroups_(std::move(sharedGroups)),
       vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir) {
@@ -48,13 +59,20 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
   loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
   tellOfKernelIpHeader();
   contexts_.enter("");
-  vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm());
-  tree_.vrfRootSmChangedIs([this] { vrfContexts_.follow<IpSnmp::VrfRootSm>(tree_.vrfRootSm()); });
+  followServedVrfs();
+  tree_.onVrfRootSmChanged([this] { followServedVrfs(); });
 }
 
 Composition::~Composition() {
-  tree_.vrfRootSmChangedIs({});
+  tree_.onVrfRootSmChanged({});
   loop_.removeFd(scheduler_->pollFd());
+}
+
+void Composition::followServedVrfs() {
+  const auto machine = tree_.vrfRootSm();
+  servedVrfWatcher_ = Kel::makePtr<ServedVrfWatcher>(vrfContexts_);
+  servedVrfWatcher_->notifierIs(machine);
+  for (const auto& vrf : machine->servedVrf().keys()) servedVrfWatcher_->handleServedVrf(vrf);
 }
 
 void Composition::reconfigure() {
@@ -74,7 +92,7 @@ std::string Composition::configuredStoreDirectory() {
   return configured.empty() ? Quillo::defaultStoreDirectory : configured;
 }
 
-void Composition::netnsDirectoryIs(const std::string& chosen) {
+void Composition::setNetnsDirectory(const std::string& chosen) {
   const auto& configured = chosen.empty() ? Snmp::currentConfig()->netnsDirectory() : chosen;
   Vantu::netNsDirectoryIs(configured.empty() ? Vantu::defaultNetNsDirectory : configured);
 }

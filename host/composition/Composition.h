@@ -1,6 +1,6 @@
 #pragma once
-// What the agent serves beside net-snmp's own objects: the store that feeds it, the caches and their state
-// machines, and the SNMP contexts. It is the same in every home of the library; the home gives it an event loop.
+// Composes what the agent serves beside net-snmp's own objects: the follower of the store, the caches and their state
+// machines, and the SNMP contexts. It is the same in quorind and in the plugin, which give it their event loop.
 
 #include "host/composition/AgentTree.h"
 #include "host/composition/EventLoop.h"
@@ -14,25 +14,29 @@ namespace Host {
 
 class Composition {
  public:
-  // The default context is entered at once, whether there is a store or not; `sharedGroups` are answered in the
-  // VRFs' contexts. `loop` must outlive this object.
+  // Enters the default context at once, even without a store. The VRFs' contexts answer `sharedGroups`, too.
+  // Lifetime: `loop` must outlive this object.
   Composition(EventLoop& loop, const std::string& storeDirectory, std::vector<SharedGroups::Group> sharedGroups);
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
-  // The configuration was read again: what modules decide at registration is decided anew, if that has changed.
+  // Puts a configuration that was read again into effect. Registers all modules anew if they depend on a change.
   void reconfigure();
 
   const std::string& storeDirectory() const { return storeDirectory_; }
-  // The directory that the configuration in effect names, or else the usual one.
+  // The directory that the present configuration names, or the default.
   static std::string configuredStoreDirectory();
-  // Puts the directory of the network namespaces into effect: `chosen`, or if that is empty the one that the
-  // configuration in effect names, or else the usual one.
-  static void netnsDirectoryIs(const std::string& chosen);
+  // Sets the directory of the network namespaces: `chosen`; if that is empty, the one that the present configuration
+  // names, or the default.
+  static void setNetnsDirectory(const std::string& chosen);
 
  private:
   class ReadyWatcher;
+  class ServedVrfWatcher;
+
+  // The contexts follow the VRFs that the present state machine serves.
+  void followServedVrfs();
 
   EventLoop& loop_;
   const std::string storeDirectory_;
@@ -45,6 +49,7 @@ class Composition {
   SharedGroups sharedGroups_;
   Snmp::Contexts contexts_;
   VrfContexts vrfContexts_;
+  Kel::Ptr<ServedVrfWatcher> servedVrfWatcher_;
 };
 
 }  // namespace Host

@@ -1,6 +1,6 @@
 #pragma once
-// What drives everything that waits for a descriptor: quorind's own loop (host/AgentLoop.h), or that of the snmpd
-// which loaded us as a plugin (host/SnmpdLoop.h). All calls and callbacks are on the loop's thread.
+// An event loop: quorind's own (AgentLoop.h), or that of the snmpd that loaded the plugin (SnmpdLoop.h).
+// Thread: all calls and callbacks are on the loop's thread.
 
 #include <functional>
 
@@ -15,20 +15,20 @@ class EventLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  // Calls `callback` whenever `fd` is readable, once a turn as long as it stays so. The descriptor is not owned.
-  // A second call for the same descriptor replaces the callback. An exception that leaves a callback is traced at
-  // level 0 and goes no further. May be called from a callback. Throws Kel::Exception when the loop has no room.
+  // Calls `callback` once in each turn in which `fd` is readable. A second call for the same descriptor replaces the
+  // callback. May be called from a callback. An exception that leaves a callback is traced at level 0.
+  // Lifetime: the caller owns `fd`, and removes it before closing it.
+  // Throws Kel::Exception when the loop has no room.
   virtual void addFd(int fd, Callback callback) = 0;
-  // The callback is not called again, even if the descriptor is ready in this very turn. To be called before the
-  // descriptor is closed. May be called from a callback, for its own descriptor too.
+  // Stops calling the callback, even if the descriptor is ready in the present turn. May be called from a callback, for
+  // its own descriptor, too.
   virtual void removeFd(int fd) = 0;
 
-  // Calls `callback` at the end of every turn, when all that was ready has been served. An empty one ends that. False when
-  // the loop cannot tell the end of a turn: nothing is called then.
-  virtual bool turnEndIs(Callback callback) = 0;
+  // Calls `callback` at the end of every turn, after all ready descriptors; an empty one stops the calls. Returns false
+  // when the loop does not know the end of a turn: then nothing is called.
+  virtual bool onTurnEnd(Callback callback) = 0;
 
-  // Whether a manager's request waits to be read. Work that takes long is done in pieces, and asks this between
-  // them whether to break off.
+  // Whether a manager's request waits to be read. Long work asks between two pieces whether to yield.
   virtual bool requestWaiting() = 0;
 };
 

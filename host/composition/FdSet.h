@@ -1,5 +1,6 @@
 #pragma once
-// A set of descriptors of any number, as net-snmp's functions take it: an fd_set ends at 1024.
+// A set of descriptors for net-snmp's functions. Unlike fd_set, it has no limit of 1024.
+// In a file of its own, because it includes net-snmp's headers.
 
 #include <net-snmp/library/large_fd_set.h>
 #include <net-snmp/net-snmp-config.h>

@@ -1,9 +1,8 @@
 #pragma once
-// The groups of objects that tell about the agent itself, such as the system group: stock modules register them in
-// the default context, and here they are answered in every VRF's context too, with the same values at the same
-// moment. They are read-only there.
+// Answers in every VRF's context the groups of objects about the agent itself, such as the system group, which stock
+// modules register in the default context. The values are those of the default context; the groups are read-only.
 //
-// They enter and leave contexts as MIB modules do (snmp/HandlerRegistration.h).
+// It enters and leaves contexts like a MIB module (snmp/HandlerRegistration.h).
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -23,10 +22,10 @@ class SharedGroups : public Snmp::HandlerRegistration {
     const char* name;
     std::vector<oid> root;  // everything below it belongs to the group
   };
-  // Those of an agent that answers managers itself: system with sysORTable, snmp, and the SNMP engine's identity
-  // and counters. Users, groups and views are not among them: who may ask is nothing that a VRF's operator needs.
+  // The groups of an agent that answers managers itself: system with sysORTable, snmp, and the SNMP engine's identity
+  // and counters. Users, groups and views stay in the default context: access control is for the device's operator.
   static std::vector<Group> ofMaster();
-  // Those that a subagent can tell the truth about.
+  // The groups whose values a subagent knows.
   static std::vector<Group> ofSubagent();
 
   explicit SharedGroups(std::vector<Group> groups);

@@ -46,14 +46,14 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
 }
 
 StoreFollower::~StoreFollower() {
-  loop_.turnEndIs({});
+  loop_.onTurnEnd({});
   mount_->turnBeginsIs({});
   mount_->turnEnds();
   if (mount_->doorbellFd() >= 0) loop_.removeFd(mount_->doorbellFd());
 }
 
 void StoreFollower::followTurns(const Kel::Ptr<Brev::TaskScheduler>& scheduler) {
-  if (loop_.turnEndIs([this] { mount_->turnEnds(); })) {
+  if (loop_.onTurnEnd([this] { mount_->turnEnds(); })) {
     mount_->turnBeginsIs([] {});
     return;
   }

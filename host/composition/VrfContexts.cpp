@@ -27,7 +27,7 @@ void VrfContexts::reenter() {
   for (const auto& [vrf, config] : served_) enter(vrf);
 }
 
-void VrfContexts::servedIs(const Kel::Name& vrf, bool isServed) {
+void VrfContexts::setServed(const Kel::Name& vrf, bool isServed) {
   if (!isServed) {
     if (served_.erase(vrf) != 0) contexts_.leave(vrf);
     return;

@@ -1,50 +1,40 @@
 #pragma once
-// Gives each VRF that is served its SNMP context, under the VRF's own name: entered when the VRF's caches are
-// complete, left before they go.
-//
-// Which VRFs those are, an entity tells that has
-//   KEL_VALUES(Hashed, L3::VrfName, bool, servedVrf, ServedVrf)
-// with a member for each. Contexts follow within the call that changes it.
+// Gives each served VRF an SNMP context of the VRF's name: entered once its caches are complete, left before they are
+// destroyed.
 
 #include <map>
 
 #include "kel/Ptr.h"
 #include "snmp/Contexts.h"
 #include "varnix/Routing.h"
-#include "varnix/Values.h"
 
 namespace Host {
 
 class VrfContexts {
  public:
-  // `contexts` must outlive this object and have the default context. Modules take a VRF's routing configuration
-  // when its context is entered; one that is missing in `configDir` is waited for, and one that comes in the place
-  // of another is served by entering the context again.
+  // Requires that `contexts` has the default context. Modules read a VRF's routing configuration when its context is
+  // entered: a context waits for a missing configuration, and is entered again for another one.
+  // Lifetime: `contexts` must outlive this object.
   VrfContexts(Snmp::Contexts& contexts, const Kel::Ptr<const Routing::VrfConfigDir>& configDir);
-  // Contexts that are entered stay so.
+  // Leaves no context.
   ~VrfContexts();
   VrfContexts(const VrfContexts&) = delete;
   VrfContexts& operator=(const VrfContexts&) = delete;
 
-  // From now on follows `served`, whose present members are served at once.
-  template <class Served>
-  void follow(const Kel::Ptr<const Served>& served);
+  // Enters or leaves the context of a VRF. A name that no context can have is one line in the log.
+  void setServed(const Kel::Name& vrf, bool isServed);
 
-  // Enters the contexts of all served VRFs again, after all contexts were left.
+  // Enters the contexts of all served VRFs again, after the caller has left all contexts.
   void reenter();
 
-  // The longest context name that net-snmp's access control lets anybody ask for (RFC 3415, vacmContextName).
+  // The longest context name that net-snmp's access control can grant (RFC 3415, vacmContextName).
   static constexpr std::size_t longestAccessible = 32;
-  // The longest there can be (RFC 3411, SnmpAdminString).
+  // The longest context name (RFC 3411, SnmpAdminString).
   static constexpr std::size_t longest = 255;
 
  private:
   class ConfigWatch;
-  template <class Served>
-  class ServedWatch;
 
-  // A VRF came or went. A name that cannot be a context is one line in the log.
-  void servedIs(const Kel::Name& vrf, bool isServed);
   static bool canBeContext(const Kel::Name& vrf);
   void enter(const Kel::Name& vrf);
   // The configuration of the VRF changed.
@@ -52,30 +42,9 @@ class VrfContexts {
 
   Snmp::Contexts& contexts_;
   Kel::Ptr<const Routing::VrfConfigDir> configDir_;
-  // With the configuration that the context was entered with; null: it waits for one.
+  // By VRF: the configuration of its context; null: the context waits for one.
   std::map<Kel::Name, Kel::Ptr<const Routing::Config>> served_;
   Kel::Ptr<Kel::NotifieeBase> configWatch_;
-  Kel::Ptr<Kel::NotifieeBase> servedWatch_;
 };
-
-template <class Served>
-class VrfContexts::ServedWatch : public Served::Notifiee {
- public:
-  explicit ServedWatch(VrfContexts& owner) : owner_(owner) {}
-  void handleServedVrf(const L3::VrfName& vrf) override {
-    owner_.servedIs(vrf.stringValue(), this->notifier()->servedVrfHas(vrf));
-  }
-
- private:
-  VrfContexts& owner_;
-};
-
-template <class Served>
-void VrfContexts::follow(const Kel::Ptr<const Served>& served) {
-  const auto watch = Kel::makePtr<ServedWatch<Served>>(*this);
-  watch->notifierIs(served);
-  servedWatch_ = watch;
-  for (const auto& vrf : served->servedVrf().keys()) servedIs(vrf.stringValue(), true);
-}
 
 }  // namespace Host

@@ -1,6 +1,6 @@
 #pragma once
-// The event loop of the snmpd that loaded us: our descriptors wait among its own (register_readfd), which has room
-// for 32 of all its modules together.
+// The event loop of the snmpd that loaded the plugin: waits for our descriptors among its own (register_readfd), at
+// most 32 for all its modules together.
 
 #include <poll.h>
 
@@ -13,14 +13,14 @@ namespace Host {
 
 class SnmpdLoop : public EventLoop {
  public:
-  // Takes out every descriptor that is still in.
+  // Removes all descriptors.
   ~SnmpdLoop() override;
 
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
-  // snmpd tells of no turns.
-  bool turnEndIs(Callback) override { return false; }
-  // Asks the kernel about every socket of snmpd: for callers that ask a few thousand times a second at most.
+  // snmpd does not announce the end of a turn.
+  bool onTurnEnd(Callback) override { return false; }
+  // Polls every socket of snmpd: for at most a few thousand calls a second.
   bool requestWaiting() override;
 
  private:

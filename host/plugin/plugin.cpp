@@ -2,10 +2,12 @@
 //
 //   dlmod quorin quorin
 //
-// in its snmpd.conf (the second word is its path; this one is below snmpd's own directory of plugins). snmpd unloads and loads it again each time it reads its configuration again, which must not
-// interrupt what is served, so both are left to the next turn of its loop, where it shows what was meant. The first
-// turn is also the first moment at which snmpd is in the background and runs as its final user, where the store can
-// be opened. For the same reasons the code stays in the process once it was loaded (linked with -z nodelete).
+// in its snmpd.conf (the second word is its path; this one is below snmpd's own directory of plugins).
+//
+// When snmpd reads its configuration again, it unloads and loads the plugin, which must not interrupt the service. So
+// the plugin acts in the next turn of snmpd's loop, when it knows whether it was loaded again. By its first turn snmpd
+// is also in the background and runs as its final user, who can open the store. The code stays in the process once it
+// was loaded (linked with -z nodelete).
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -38,7 +40,7 @@ class Plugin {
   }
 
   void load() {
-    agentLogNameIs("quorin");
+    setAgentLogName("quorin");
     Snmp::takesPrecedenceIs(true);
     Snmp::defaultTraceSinkIs([](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
       if (!Kel::TraceLimit::admits(handle, level, text)) return;
@@ -73,7 +75,7 @@ class Plugin {
       logInfo("unloaded");
       return;
     }
-    Composition::netnsDirectoryIs("");
+    Composition::setNetnsDirectory("");
     const auto directory = Composition::configuredStoreDirectory();
     if (composition_ && composition_->storeDirectory() == directory) {
       composition_->reconfigure();

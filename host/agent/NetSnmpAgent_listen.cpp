@@ -1,8 +1,8 @@
-#include "host/agent/Endpoints.h"
-
 #include <fmt/format.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
+
+#include "host/agent/NetSnmpAgent.h"
 // The agent headers need the library's.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <net-snmp/library/snmp_transport.h>
@@ -16,6 +16,9 @@
 namespace Host {
 
 namespace {
+
+// Not reachable from other machines.
+constexpr const char* defaultEndpoint = "udp:127.0.0.1:161";
 
 const char* advice(int error) {
   switch (error) {
@@ -32,6 +35,7 @@ const char* advice(int error) {
   }
 }
 
+// Throws Kel::Exception, naming the address, the reason and what to do.
 void listenOn(const std::string& endpoint) {
   errno = 0;
   netsnmp_transport* transport = netsnmp_transport_open_server("snmp", endpoint.c_str());
@@ -42,8 +46,8 @@ void listenOn(const std::string& endpoint) {
       error != 0 ? std::strerror(error) : "it names no known host or kind of transport", advice(error)));
 }
 
-}  // namespace
-
+// The addresses of the command line and of agentAddress directives, which net-snmp collects, or the default one. Empty
+// when one of them is "none", which asks for no address at all.
 std::vector<std::string> configuredEndpoints() {
   const char* ports = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS);
   if (ports == nullptr) return {defaultEndpoint};
@@ -57,8 +61,15 @@ std::vector<std::string> configuredEndpoints() {
   return endpoints;
 }
 
-void listenOn(const std::vector<std::string>& endpoints) {
-  for (const auto& endpoint : endpoints) listenOn(endpoint);
+}  // namespace
+
+void NetSnmpAgent::listen() {
+  if (masterSession_) return;
+  for (const auto& endpoint : configuredEndpoints()) listenOn(endpoint);
+  // The rest of the master agent comes up without opening an address a second time.
+  netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
+  netsnmp_addrcache_initialise();
+  if (init_master_agent() != 0) throw Kel::Exception("net-snmp's master agent does not start");
 }
 
 }  // namespace Host

@@ -1,0 +1,178 @@
+"""The agent as its users meet it: a real quorind on a port of its own, asked with net-snmp's tools."""
+
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+QUORIND, VERSION = os.environ["QUORIND"], os.environ["QUORIN_VERSION"]
+PUBLIC = ("-v2c", "-c", "public")
+CAROL = ("-v3", "-u", "carol", "-l", "authPriv", "-a", "SHA", "-A", "authpass99", "-x", "AES", "-X", "privpass99")
+SYSTEM = ".1.3.6.1.2.1.1"
+LOCATION = f"{SYSTEM}.6.0"
+ENGINE_BOOTS = ".1.3.6.1.6.3.10.2.1.2.0"
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def eventually(condition, what):
+    end = time.monotonic() + 60
+    while not condition():
+        if time.monotonic() > end:
+            raise AssertionError(f"not within a minute: {what()}")
+        time.sleep(0.005)
+
+
+class QuorindTest(unittest.TestCase):
+    def setUp(self):
+        self.directory = tempfile.mkdtemp(prefix="quorind-test-")
+        self.addCleanup(shutil.rmtree, self.directory)
+        self.environment = {**os.environ, "MIBS": "", "SNMP_PERSISTENT_DIR": f"{self.directory}/state"}
+        self.configuration = f"{self.directory}/quorind.conf"
+        self.log = f"{self.directory}/log"
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as any_port:
+            any_port.bind(("127.0.0.1", 0))
+            self.address = f"udp:127.0.0.1:{any_port.getsockname()[1]}"
+        self.usual = ("-f", "-C", "-c", self.configuration, "--store", f"{self.directory}/store", self.address)
+        self.write("rocommunity public 127.0.0.1\nrwcommunity private 127.0.0.1\nrouser carol priv\n"
+                   'createUser carol SHA "authpass99" AES "privpass99"\nsysLocation first place\n')
+
+    def write(self, text):
+        with open(self.configuration, "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def run_tool(self, *command):
+        return subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=60, check=False)
+
+    def ask(self, tool, access, *arguments):
+        done = self.run_tool(tool, "-r1", "-t2", "-On", *access, self.address, *arguments)
+        return done.stdout + done.stderr
+
+    def start(self):
+        with open(self.log, "w", encoding="utf-8") as log:
+            agent = subprocess.Popen([QUORIND, *self.usual], env=self.environment, stdout=log, stderr=log)
+        self.addCleanup(agent.wait)
+        self.addCleanup(agent.kill)
+        self.wait_for("serves")
+        return agent
+
+    def wait_for(self, text):
+        eventually(lambda: text in read(self.log), lambda: f"{text}\n{read(self.log)}")
+
+    def stop(self, agent, number=signal.SIGTERM):
+        agent.send_signal(number)
+        self.assertEqual(agent.wait(60), 0)
+
+    def test_serves_the_system_group_read_only_and_nothing_of_the_stock_ip_modules(self):
+        agent = self.start()
+        for access in (("-v1", "-c", "public"), PUBLIC, CAROL):
+            self.assertIn('"first place"', self.ask("snmpget", access, LOCATION))
+        for access in (("-v2c", "-c", "other"), (*CAROL[:-1], "other-pass"), (*CAROL[:4], "authNoPriv", *CAROL[5:9])):
+            self.assertNotIn("first place", self.ask("snmpget", access, LOCATION))
+        system = self.ask("snmpwalk", PUBLIC, SYSTEM)
+        for number in range(1, 8):
+            self.assertIn(f"{SYSTEM}.{number}.0 = ", system)
+        # The stock modules would follow with ifNumber and ipDefaultTTL.
+        following = self.ask("snmpgetnext", PUBLIC, ".1.3.6.1.2.1.2", ".1.3.6.1.2.1.4.25.0", ".1.3.6.1.6.3.15")
+        self.assertEqual([line.split(" = ")[0] for line in following.splitlines()],
+                         [".1.3.6.1.2.1.4.1.0", ".1.3.6.1.2.1.11.1.0", ".1.3.6.1.6.3.15.1.1.1.0"])
+        for assignment in ((f"{SYSTEM}.4.0", "s", "me"), (".1.3.6.1.2.1.4.1.0", "i", "1"),
+                           (".1.3.6.1.6.3.15.1.2.1.0", "i", "1"), (".1.3.6.1.6.3.16.1.5.1.0", "i", "1")):
+            # SNMPv1 has no notWritable; RFC 3584 section 4.3 makes it noSuchName.
+            for version, error in (("-v2c", "notWritable"), ("-v1", "noSuchName")):
+                self.assertIn(error, self.ask("snmpset", (version, "-c", "private"), *assignment))
+        self.stop(agent)
+
+    def test_reads_its_configuration_again(self):
+        agent = self.start()
+        self.write("rocommunity secret 127.0.0.1\nrouser carol priv\nsysLocation second place\n")
+        agent.send_signal(signal.SIGHUP)
+        self.wait_for("read again")
+        secret = ("-v2c", "-c", "secret")
+        for access in (secret, CAROL):  # users live in the state, not in the file
+            self.assertIn('"second place"', self.ask("snmpget", access, LOCATION))
+        self.assertIn("Timeout", self.ask("snmpget", PUBLIC, LOCATION))
+        os.remove(self.configuration)
+        agent.send_signal(signal.SIGHUP)
+        self.wait_for(f"the one in effect stays: cannot read the configuration file {self.configuration}")
+        self.assertIn('"second place"', self.ask("snmpget", secret, LOCATION))
+        self.stop(agent, signal.SIGINT)
+
+    def test_keeps_users_and_engine_boots_over_restarts(self):
+        agent = self.start()
+        self.assertIn("= INTEGER: 1\n", self.ask("snmpget", CAROL, ENGINE_BOOTS))
+        self.assertNotEqual(self.run_tool(QUORIND, *self.usual).returncode, 0)
+        self.assertIn("= INTEGER: 1\n", self.ask("snmpget", CAROL, ENGINE_BOOTS))
+        self.stop(agent)
+        self.write("rouser carol priv\n")
+        self.start()
+        self.assertIn("= INTEGER: 2\n", self.ask("snmpget", CAROL, ENGINE_BOOTS), "the refused agent must not count")
+
+    def test_wrong_settings_are_named_and_the_rest_holds(self):
+        self.write("rocommunity public 127.0.0.1\nquorinNoSuchThing 1\nquorinDisableObjects everything\n"
+                   "sysLocation here\n")
+        self.start()
+        for text in (f"{self.configuration}: line 2: Warning: Unknown token: quorinNoSuchThing.",
+                     "1 configuration line was passed over, see above: correct or remove it; "
+                     "quorind -H lists the directives that it knows",
+                     f"{self.configuration}: line 3: Error: quorinDisableObjects: there is no object group "
+                     "'everything'; known are: route-tables"):
+            self.assertIn(text, read(self.log))
+        self.assertIn('"here"', self.ask("snmpget", PUBLIC, LOCATION))
+
+    def test_what_it_cannot_start_with_is_one_line_and_a_failure(self):
+        self.start()
+        base = ("-f", "-C", "-c", self.configuration)
+        free, foreign = "udp:127.0.0.1:0", "udp:192.0.2.1:9999"
+        for arguments, text in (
+                ((*base, self.address), f"cannot listen on {self.address}: Address already in use; "),
+                ((*base, foreign), f"cannot listen on {foreign}: Cannot assign requested address; "),
+                ((*base, "pigeon:9999"), "cannot listen on pigeon:9999: "),
+                ((*base[:-1], "/no/such.conf", free),
+                 "cannot read the configuration file /no/such.conf: No such file or directory; "),
+                ((*base[:-1], "/", free), "cannot read the configuration file /: Is a directory; "),
+                ((*base, "-u", "no-such-user", free), "there is no user 'no-such-user' on this machine"),
+                ((*base[1:], "-Le", "-g", "no-such-group", free), "there is no group 'no-such-group' on this machine"),
+                (("-z",), "unknown option -z; "),
+                (("--no-such-option",), "unknown option --no-such-option; "),
+                (("--store",), "option --store needs an argument; "),
+                (("--store", ""), "--store is empty; name a directory"),
+                (("--netns-dir", ""), "--netns-dir is empty; name a directory"),
+                (("-p", ""), "-p is empty; name a file"),
+                (("-Lq",), "option -Lq chooses no log")):
+            done = self.run_tool(QUORIND, *arguments)
+            self.assertEqual(done.returncode, 1, arguments)
+            self.assertTrue(done.stderr.startswith(f"quorind: {text}"), done.stderr)
+            self.assertEqual((done.stderr + done.stdout).count("\n"), 1, done)
+
+    def test_goes_to_the_background_with_a_pid_file_and_a_log(self):
+        pid_file = f"{self.directory}/pid"
+        with open(f"{self.directory}/out", "w", encoding="utf-8") as out:
+            subprocess.run([QUORIND, *self.usual[1:], "-p", pid_file, f"-Lf{self.log}"], env=self.environment,
+                           stdout=out, stderr=out, timeout=60, check=True)
+        eventually(lambda: os.path.exists(self.log) and "serves" in read(self.log), lambda: "the agent serves")
+        pid = int(read(pid_file))
+        try:
+            self.assertIn('"first place"', self.ask("snmpget", PUBLIC, LOCATION))
+        finally:
+            os.kill(pid, signal.SIGTERM)
+        eventually(lambda: not os.path.exists(pid_file), lambda: "the file goes when the agent does")
+        self.assertEqual(read(f"{self.directory}/out"), "")
+
+    def test_tells_about_itself(self):
+        for option, text in (("--help", "usage: quorind"), ("-h", "--store DIR"), ("-v", f"quorind {VERSION}"),
+                             ("-H", "rocommunity"), ("-H", "quorinDisableObjects")):
+            done = self.run_tool(QUORIND, option)
+            self.assertEqual(done.returncode, 0)
+            self.assertIn(text, done.stdout + done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
