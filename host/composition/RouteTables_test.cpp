@@ -53,7 +53,8 @@ class RouteTablesTest : public Quillo::Test::TestStore {
     auto batch = store_->begin();
     Quillo::fecIs(batch, VrfId(vrfId), {Quillo::Fib::FecId(7), {{Vantu::IpAddr(hop), Vantu::IntfId()}}});
     const Vantu::Prefix prefix(Vantu::IpAddr(address), 16);
-    Quillo::routeIs(batch, VrfId(vrfId), {prefix, Routing::Fib::RouteType(22), {}, {}, Quillo::Fib::FecId(7)});
+    Quillo::routeIs(batch, VrfId(vrfId),
+                    Quillo::Fib::Route{prefix, Routing::Fib::RouteType(22), {}, {}, Quillo::Fib::FecId(7)});
     batch.commit();
   }
   // Until the poll finds nothing new.

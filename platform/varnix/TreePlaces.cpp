@@ -111,12 +111,7 @@ void TreePlaces::makeMember(const std::string& path, const std::string& type, Tr
     return;
   }
   if (!failure.empty()) reactorFailed(path, failure);  // the member exists all the same
-  const TreePlace made{member, owner, attribute, name};
-  if (pathBelow(*root_, *member) == path) {
-    place = made;
-  } else {
-    remove(path, made);  // the key has another text form, which has a path of its own
-  }
+  place = {member, owner, attribute, name};
 }
 
 void TreePlaces::remove(const std::string& path, const TreePlace& place) {
