@@ -9,9 +9,9 @@
 #include "ipsnmp/VrfTableEntry.h"
 #include "quillo/tables/ArpTable.h"
 #include "vantu/RouteDistinguisher.h"
-#include "varnix/Vrf.h"
-#include "varnix/Values.h"
 #include "varnix/Routing.h"
+#include "varnix/Values.h"
+#include "varnix/Vrf.h"
 
 // ipForwarding (RFC 4293): forwarding(1) or notForwarding(2).
 int IpRoutingToAsnInteger(bool routing, unsigned char* buffer, int length);

@@ -5,8 +5,8 @@
 #include "kel/Entity.h"
 #include "snmp/String.h"
 #include "varnix/Interface.h"
-#include "varnix/Vrf.h"
 #include "varnix/Routing.h"
+#include "varnix/Vrf.h"
 
 namespace IpSnmp {
 

@@ -27,9 +27,9 @@
 #include "ipsnmp/agent/vrf/VrfTables.h"
 #include "quillo/tables/Fec.h"
 #include "snmp/IfMib.h"
+#include "varnix/AgentStatus.h"
 #include "varnix/EntityManager.h"
 #include "varnix/Routing.h"
-#include "varnix/AgentStatus.h"
 #include "varnix/Vrf.h"
 
 namespace IpSnmp {
