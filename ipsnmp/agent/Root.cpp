@@ -5,15 +5,11 @@ KEL_TYPE_DEFINE(IpSnmp::Root)
 namespace IpSnmp {
 
 Root::~Root() {
-  stop();
-}
-
-void Root::kelStop() {
-  stop();
+  Root::kelStop();
 }
 
 // Users before what they use: the VRFs' machines stand on the default VRF's.
-void Root::stop() {
+void Root::kelStop() {
   vrfRootSmDel();
   vrfRootDirDel();
   vrfIfTableSmDel();

@@ -38,9 +38,6 @@ class Root : public Kel::Entity {
 
   ~Root() override;
   void kelStop() override;
-
- private:
-  void stop();
 };
 
 }  // namespace IpSnmp

@@ -1,15 +1,114 @@
 #pragma once
-// The four per-interface reactors: the IPv4 and IPv6 addresses of an interface, configured and in force.
+// The per-interface reactors of the address state machine: the IPv4 and IPv6 addresses of an interface, configured
+// and in force.
+//
+// A reactor watches one record of an interface's addresses, the layer-3 record that names the interface's VRF, and
+// the interface's status record, which has the ifIndex. It reports every address of its record to the state machine
+// under one source, one VRF and one ifIndex. When one of the three changes, it withdraws each address as it was
+// reported, and reports all anew. Without a status record it reports nothing. A record that refers to no layer-3
+// record is in the default VRF.
+//
+// Of several prefix lengths of one address the state machine keeps the first reported one. So when one of them is
+// removed, the reactor reports the remaining ones again, the shortest first.
+//
+// Lifetime: a reactor belongs to a collection of the state machine, and must not outlive it.
 
 #include <algorithm>
+#include <optional>
 #include <utility>
+#include <vector>
 
-#include "ipsnmp/agent/address/IntfAddressReactor.h"
+#include "ipsnmp/AddressEnums.h"
+#include "ipsnmp/agent/address/Reactors.h"
+#include "kel/Collection.h"
 #include "varnix/Ip.h"
+#include "varnix/L3.h"
 
-namespace IpSnmp::AddressReactors {
+namespace IpSnmp {
 
-// IPv4 records hold one primary address, 0.0.0.0 for none, and secondary ones. All are reported alike.
+class IpAddressTableSm;
+
+namespace AddressReactors {
+
+// How an interface's addresses are reported.
+struct ReportedAs {
+  AddressSource source = addressSourceStatus;
+  L3::VrfName vrf;
+  std::optional<std::int32_t> ifIndex;  // empty: the interface has no status record
+
+  friend bool operator==(const ReportedAs&, const ReportedAs&) = default;
+};
+
+// `Record` holds the addresses, `L3Record` the VRF; `Info` is what the record says of one address.
+template <class Record, class L3Record, class AddrWithMask, class Info>
+class IntfAddressReactor : public Record::Notifiee {
+ public:
+  IntfAddressReactor(IpAddressTableSm* owner, Kel::Ptr<const Record> record)
+      : owner_(owner), record_(std::move(record)) {}
+  static const Vantu::IntfId& kelKeyOf(const IpAddressTableSm*, const Kel::Ptr<const Record>& record) {
+    return record->intfId();
+  }
+
+  const Vantu::IntfId& intfId() const { return record_->intfId(); }
+  // The interface's status record as the state machine last gave it; null when there is none.
+  Kel::Ptr<const Interface::IntfStatus> intfStatus() const { return intfStatusWatch_->notifier(); }
+  void intfStatusIs(const Kel::Ptr<const Interface::IntfStatus>& status);
+  // The VRF has another cache: reports everything that belongs there.
+  void handleVrf(const Kel::Name& vrfName);
+
+  // The addresses last reported.
+  const Kel::OrderedMap<AddrWithMask, Info>& oldAddr() const { return oldAddr_; }
+
+  // The collection calls these when the reactor enters and leaves it. Stopping withdraws every address.
+  virtual void kelStart();
+  void kelStop();
+
+  void handleDel() override { kelStop(); }
+
+ protected:
+  // Watches the layer-3 record: KelL3Config or KelL3Status.
+  struct KelL3 : OwnedReactor<IntfAddressReactor, L3Record> {
+    using OwnedReactor<IntfAddressReactor, L3Record>::OwnedReactor;
+    void handleVrf() override { this->owner_->refresh(); }
+  };
+
+  const Record& record() const { return *record_; }
+
+  virtual AddressSource source() const = 0;
+  virtual Kel::Ptr<const L3Record> l3Record() const = 0;
+  // Empty when the record does not hold the address.
+  virtual std::optional<Info> addrInfo(const AddrWithMask& addr) const = 0;
+  // Every address of the record, in ascending order.
+  virtual std::vector<AddrWithMask> addresses() const = 0;
+
+  // The record refers to another layer-3 record.
+  void l3RecordChanged();
+  // Reports all anew, after withdrawing it if source, VRF or ifIndex changed.
+  void refresh();
+  // One address of the record was added, changed or removed.
+  void addressChanged(const AddrWithMask& addr);
+
+ private:
+  struct KelIntfStatus : OwnedReactor<IntfAddressReactor, Interface::IntfStatus> {
+    using OwnedReactor<IntfAddressReactor, Interface::IntfStatus>::OwnedReactor;
+    void handleIfIndex() override { this->owner_->refresh(); }
+    void handleKind() override { this->owner_->refresh(); }
+  };
+
+  ReportedAs reportedAsNow() const;
+  void report(const AddrWithMask& addr, const Info& info);
+  void withdraw(const AddrWithMask& addr);
+  void withdrawAll();
+
+  IpAddressTableSm* const owner_;
+  const Kel::Ptr<const Record> record_;
+  Kel::Ptr<KelL3> l3Watch_ = Kel::makePtr<KelL3>(this);
+  Kel::Ptr<KelIntfStatus> intfStatusWatch_ = Kel::makePtr<KelIntfStatus>(this);
+  ReportedAs reportedAs_;
+  Kel::OrderedMap<AddrWithMask, Info> oldAddr_;
+};
+
+// An IPv4 record holds one primary address, 0.0.0.0 for none, and secondary ones. All are reported alike.
 template <class Record, class L3Record>
 class Ip4Reactor : public IntfAddressReactor<Record, L3Record, Vantu::IpAddrWithMask, bool> {
   using Base = IntfAddressReactor<Record, L3Record, Vantu::IpAddrWithMask, bool>;
@@ -110,4 +209,5 @@ class KelIp6IntfStatus : public Ip6Reactor<Ip6::IntfStatus, L3::Intf::Status> {
   Kel::Ptr<const L3::Intf::Status> l3Record() const override { return record().l3Status(); }
 };
 
-}  // namespace IpSnmp::AddressReactors
+}  // namespace AddressReactors
+}  // namespace IpSnmp

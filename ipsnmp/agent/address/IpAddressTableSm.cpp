@@ -27,8 +27,7 @@ using PrefixEntry = Kel::Ptr<IpAddressPrefixEntry>;
 using PrefixCandidates = IpAddressTableSm::PrefixCandidates;
 
 // The first pair of an address changes from the one with `former` to the one with `next`; null: there is none. The
-// row follows it. When another address has the prefix of `former` on the same interface, the row of `former` passes
-// to that address.
+// row follows. If another address has the prefix of `former` on the same interface, it inherits the row of `former`.
 void passPrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const PrefixEntry& former, const PrefixEntry& next) {
   if (former) candidates.erase(former);
   if (next) candidates.insert(next);
@@ -36,10 +35,8 @@ void passPrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const PrefixEntry
   const bool isKeyLeft = former && (!next || next->index() != former->index());
   if (isKeyLeft && ipMib.ipAddressPrefixTable(former->index()) == former) {
     const auto other = candidates.lower_bound(former->index());
-    const bool hasOther = other != candidates.end() && (*other)->index() == former->index();
-    const PrefixEntry successor = hasOther ? *other : nullptr;  // a notified reactor may change the candidates
-    if (successor) {
-      ipMib.ipAddressPrefixTableInsert(successor);
+    if (other != candidates.end() && (*other)->index() == former->index()) {
+      ipMib.ipAddressPrefixTableInsert(*other);
     } else {
       ipMib.ipAddressPrefixTableDel(former->index());
     }
@@ -95,42 +92,70 @@ void giveIntfStatus(const Kel::Ptr<Reactor>& reactor, const Kel::Ptr<const Inter
 
 }  // namespace
 
+// Each makes and removes the per-interface reactors of one kind. A record may have been deleted and made again before
+// its change is notified, so its reactor is always made anew.
+struct IpAddressTableSm::KelConfig : OwnedReactor<IpAddressTableSm, Ip::Config> {
+  using OwnedReactor::OwnedReactor;
+  void handleIpIntfConfig(const Vantu::IntfId& intfId) override {
+    owner_->ipIntfConfigDel(intfId);
+    if (const auto record = notifier()->ipIntfConfig(intfId)) owner_->ipIntfConfigIs(owner_, record);
+  }
+};
+
+struct IpAddressTableSm::KelStatus : OwnedReactor<IpAddressTableSm, Ip::Status> {
+  using OwnedReactor::OwnedReactor;
+  void handleIpIntfStatus(const Vantu::IntfId& intfId) override {
+    owner_->ipIntfStatusDel(intfId);
+    if (const auto record = notifier()->ipIntfStatus(intfId)) owner_->ipIntfStatusIs(owner_, record);
+  }
+};
+
+struct IpAddressTableSm::KelConfig6 : OwnedReactor<IpAddressTableSm, Ip6::Config> {
+  using OwnedReactor::OwnedReactor;
+  void handleIntf(const Vantu::IntfId& intfId) override {
+    owner_->ip6IntfConfigDel(intfId);
+    if (const auto record = notifier()->intf(intfId)) owner_->ip6IntfConfigIs(owner_, record);
+  }
+};
+
+struct IpAddressTableSm::KelStatus6 : OwnedReactor<IpAddressTableSm, Ip6::Status> {
+  using OwnedReactor::OwnedReactor;
+  void handleIntf(const Vantu::IntfId& intfId) override {
+    owner_->ip6IntfStatusDel(intfId);
+    if (const auto record = notifier()->intf(intfId)) owner_->ip6IntfStatusIs(owner_, record);
+  }
+};
+
 IpAddressTableSm::~IpAddressTableSm() {
-  stop();
+  IpAddressTableSm::kelStop();
 }
 
 void IpAddressTableSm::kelStart() {
-  kelConfig_ = Kel::makePtr<AddressReactors::KelConfig>(this);
-  kelStatus_ = Kel::makePtr<AddressReactors::KelStatus>(this);
-  kelConfig6_ = Kel::makePtr<AddressReactors::KelConfig6>(this);
-  kelStatus6_ = Kel::makePtr<AddressReactors::KelStatus6>(this);
-  kelIntfStatusDir_ = Kel::makePtr<AddressReactors::KelIntfStatusDir>(this);
-  kelConfig_->notifierIs(config());
-  kelStatus_->notifierIs(status());
-  kelConfig6_->notifierIs(config6());
-  kelStatus6_->notifierIs(status6());
-  kelIntfStatusDir_->notifierIs(intfStatusDir());
-  for (const auto& intfId : config()->ipIntfConfig().keys()) kelConfig_->handleIpIntfConfig(intfId);
-  for (const auto& intfId : status()->ipIntfStatus().keys()) kelStatus_->handleIpIntfStatus(intfId);
-  for (const auto& intfId : config6()->intf().keys()) kelConfig6_->handleIntf(intfId);
-  for (const auto& intfId : status6()->intf().keys()) kelStatus6_->handleIntf(intfId);
+  const auto kelConfig = Kel::makePtr<KelConfig>(this);
+  const auto kelStatus = Kel::makePtr<KelStatus>(this);
+  const auto kelConfig6 = Kel::makePtr<KelConfig6>(this);
+  const auto kelStatus6 = Kel::makePtr<KelStatus6>(this);
+  const auto kelIntfStatusDir =
+      Kel::makePtr<KelIntfStatusDir>([this](const Vantu::IntfId& intfId) { handleIntfStatus(intfId); });
+  reactors_ = {kelConfig, kelStatus, kelConfig6, kelStatus6, kelIntfStatusDir};
+  kelConfig->notifierIs(config());
+  kelStatus->notifierIs(status());
+  kelConfig6->notifierIs(config6());
+  kelStatus6->notifierIs(status6());
+  kelIntfStatusDir->notifierIs(intfStatusDir());
+  for (const auto& intfId : config()->ipIntfConfig().keys()) kelConfig->handleIpIntfConfig(intfId);
+  for (const auto& intfId : status()->ipIntfStatus().keys()) kelStatus->handleIpIntfStatus(intfId);
+  for (const auto& intfId : config6()->intf().keys()) kelConfig6->handleIntf(intfId);
+  for (const auto& intfId : status6()->intf().keys()) kelStatus6->handleIntf(intfId);
 }
 
 void IpAddressTableSm::kelStop() {
-  stop();
-}
-
-void IpAddressTableSm::stop() {
-  kelConfig_ = nullptr;
-  kelStatus_ = nullptr;
-  kelConfig6_ = nullptr;
-  kelStatus6_ = nullptr;
-  kelIntfStatusDir_ = nullptr;
+  reactors_.clear();
   ipIntfConfigDelAll();
   ipIntfStatusDelAll();
   ip6IntfConfigDelAll();
   ip6IntfStatusDelAll();
-  vrfIpMibDelAll();  // the collection, when it goes, would cut its members from the VRFs that they belong to
+  vrfIpMibDelAll();  // the collection's destructor would cut its members off from the VRFs that they belong to
 }
 
 void IpAddressTableSm::vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib) {
@@ -184,12 +209,6 @@ Kel::Ptr<IpMib> IpAddressTableSm::ipMibOf(const L3::VrfName& vrfName) {
   return found;
 }
 
-std::shared_ptr<IpAddressTableSm::PrefixCandidates> IpAddressTableSm::candidatesOf(const IpMib& ipMib) {
-  auto& candidates = prefixCandidates_[&ipMib];
-  if (!candidates) candidates = std::make_shared<PrefixCandidates>();
-  return candidates;
-}
-
 template <class AddrWithMask>
 void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                                const L3::VrfName& vrfName, const AddrWithMask& addr) {
@@ -202,7 +221,7 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
                                      << "; ignoring " << addr;
     return;
   }
-  const auto candidates = candidatesOf(*ipMib);
+  auto& candidates = prefixCandidates_[ipMib.get()];
   auto entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
   const IntfData pair(IntfDataKey(source, intfId), makePrefixEntry(ifIndex, addr));
   if (const auto* present = entry->intf(pair.key())) {
@@ -213,13 +232,13 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
                                        << " with prefix length " << heldPrefix.length() << "; ignoring it";
       return;
     }
-    // Reported again. The pair keeps its prefix entry, which may stand in the prefix table.
+    // Reported again. The pair keeps its prefix entry, which may be the row of the prefix table.
     if (heldPrefix == pair.prefixEntry()->index()) return;
-    // The interface has got another ifIndex.
-    delPair(*ipMib, *candidates, *entry, held);
+    // The interface has another ifIndex now.
+    delPair(*ipMib, candidates, *entry, held);
     entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
   }
-  decidePrefixRow(*ipMib, *candidates, *entry, pair);
+  decidePrefixRow(*ipMib, candidates, *entry, pair);
   entry->intfIs(pair);
   if (entry->addrVersion() == Ip::ipVersion4) ipMib->ipAddrTableIs(entry);
 }
@@ -235,7 +254,7 @@ void IpAddressTableSm::delAddr(const Vantu::IntfId& intfId, AddressSource source
   if (!entry) return;
   if (const auto* present = entry->intf(IntfDataKey(source, intfId))) {
     const IntfData pair = *present;
-    delPair(*ipMib, *candidatesOf(*ipMib), *entry, pair);
+    delPair(*ipMib, prefixCandidates_[ipMib.get()], *entry, pair);
   }
 }
 

@@ -1,26 +1,53 @@
 #pragma once
-// Keeps the address tables of the IP-MIB caches in step with the interfaces' IPv4 and IPv6 addresses.
+// Keeps the address tables of the IP-MIB caches equal to the interfaces' IPv4 and IPv6 addresses.
 //
-// One instance serves all VRFs: it writes the default VRF's cache directly, and every other VRF's through
-// `vrfIpMib`, which whoever makes the VRFs' caches fills. It has no thread and no timer, and runs only when a
-// watched record changes. The tables (RFC 4293):
-//   ipAddressTable        every address, shared by the interfaces that hold it: one (source, interface) pair each
-//   ipAddrTable           the IPv4 ones
-//   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair. The row is the very object
-//                         that this pair holds; addresses with the same prefix on the same interface share a row,
-//                         and it stays while one of them does.
-// An address that cannot be placed yet (its interface has no status record or ifIndex, its VRF no cache) is placed
-// when that comes. Stopping or destroying the machine takes out of every cache what it put in.
+// One instance serves all VRFs: it writes to the default VRF's cache, and to those in `vrfIpMib`, which VrfRootSm fills.
+// It has no thread and no timer, and runs only when a watched record changes. The tables (RFC 4293):
+//   ipAddressTable        every address, with one (source, interface) pair for each interface that holds it
+//   ipAddrTable           the IPv4 addresses
+//   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair. The row is the object that
+//                         this pair holds. Addresses with the same prefix on the same interface share a row.
+// An address whose interface has no ifIndex, or whose VRF has no cache, gets its rows as soon as both exist.
+// Lifetime: stopping or destroying the machine removes its rows from every cache.
 
 #include <map>
-#include <memory>
 #include <set>
+#include <vector>
 
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/address/IntfAddressReactors.h"
-#include "ipsnmp/agent/address/RecordReactors.h"
 
 namespace IpSnmp {
+
+// The ifIndex of each of a set of interfaces, as a value.
+class IfIndexMap {
+ public:
+  static constexpr const char* kelTypeName = "IpSnmp::IfIndexMap";
+
+  // Empty when the interface has none.
+  std::optional<std::int32_t> ifIndex(const Vantu::IntfId& intfId) const {
+    const auto at = ifIndex_.find(intfId);
+    return at == ifIndex_.end() ? std::nullopt : std::optional(at->second);
+  }
+  // In order of the interface ids.
+  const std::map<Vantu::IntfId, std::int32_t>& ifIndex() const { return ifIndex_; }
+
+  void ifIndexIs(const Vantu::IntfId& intfId, std::int32_t ifIndex) { ifIndex_.insert_or_assign(intfId, ifIndex); }
+  // False when the interface had none.
+  bool ifIndexDel(const Vantu::IntfId& intfId) { return ifIndex_.erase(intfId) > 0; }
+  void ifIndexDelAll() { ifIndex_.clear(); }
+
+  friend bool operator==(const IfIndexMap&, const IfIndexMap&) = default;
+
+  // In print and as data: an object with one field an interface.
+  template <class Visitor>
+  void kelForEachField(Visitor&& visit) const {
+    for (const auto& [intfId, ifIndex] : ifIndex_) visit(intfId.text().c_str(), ifIndex);
+  }
+
+ private:
+  std::map<Vantu::IntfId, std::int32_t> ifIndex_;
+};
 
 class IpAddressTableSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpAddressTableSm", IpAddressTableSm, Kel::Entity)
@@ -31,15 +58,20 @@ class IpAddressTableSm : public Kel::Entity {
   using KelIp6IntfStatus = AddressReactors::KelIp6IntfStatus;
 
   // None may be null.
+  // clang-format off
   KEL_CONSTRUCTOR(IpAddressTableSm,
-                  ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))((Kel::Ptr<IpMib>, ipMib))(
-                      (Kel::Ptr<const Ip::Config>, config))((Kel::Ptr<const Ip::Status>, status))(
-                      (Kel::Ptr<const Ip6::Config>, config6))((Kel::Ptr<const Ip6::Status>, status6)))
+    ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))
+    ((Kel::Ptr<IpMib>, ipMib))
+    ((Kel::Ptr<const Ip::Config>, config))
+    ((Kel::Ptr<const Ip::Status>, status))
+    ((Kel::Ptr<const Ip6::Config>, config6))
+    ((Kel::Ptr<const Ip6::Status>, status6)))
+  // clang-format on
 
-  // The caches of the VRFs other than the default one, by VRF name. They belong to their VRFs.
+  // The caches of the VRFs other than the default one, by VRF name. Each belongs to its VRF.
   KEL_MEMBERS_READ(Hashed, Kel::Name, IpMib, vrfIpMib, VrfIpMib)
 
-  // One reactor an interface and record kind, made and removed as the records come and go.
+  // One reactor for each record that exists.
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIpIntfConfig, ipIntfConfig, IpIntfConfig)
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIpIntfStatus, ipIntfStatus, IpIntfStatus)
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIp6IntfConfig, ip6IntfConfig, Ip6IntfConfig)
@@ -50,31 +82,31 @@ class IpAddressTableSm : public Kel::Entity {
   void kelStart() override;
   void kelStop() override;
 
-  // Enters the cache of a VRF under its own name, in the place of another of that name. Call handleIntfInVrf when
-  // the cache may be filled.
+  // Enters the cache of a VRF under its own name, and replaces another of that name. Call handleIntfInVrf to have it
+  // filled.
   void vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib);
-  // Gives the cache up, its address tables emptied. False when there was none.
+  // Empties the address tables of the VRF's cache, and forgets it. False when there was none.
   bool vrfIpMibDel(const Kel::Name& vrfName);
   void vrfIpMibDelAll();
-  // The cache of that VRF has come: every interface in it reports its addresses again.
+  // The VRF has another cache: every interface in the VRF reports its addresses again.
   void handleIntfInVrf(const Kel::Name& vrfName);
-  // The interface's status record came or went: its reactors get it.
+  // The interface's status record was created or deleted: passes it to the interface's reactors.
   void handleIntfStatus(const Vantu::IntfId& intfId);
 
-  // An interface holds an address. The first prefix length told for a source and interface stays until
-  // the address is deleted for them; without an ifIndex (below 1) or a cache of the VRF nothing happens.
+  // The interface holds the address. The first prefix length reported for a source and interface is kept until the
+  // address is deleted for them. No-op when `ifIndex` is below 1 or the VRF has no cache.
   void doAddAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                  const L3::VrfName& vrfName, const Vantu::IpAddrWithMask& addr);
   void doAddAddr6(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                   const L3::VrfName& vrfName, const Vantu::Ip6AddrWithMask& addr);
-  // It does so no longer, whatever prefix length was in force.
+  // The interface no longer holds the address, whatever its prefix length.
   void doDelAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                  const Vantu::IpAddrWithMask& addr);
   void doDelAddr6(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                   const Vantu::Ip6AddrWithMask& addr);
 
-  // The prefix entries of the first pairs of all addresses in one cache, by prefix. The row of a prefix is one of
-  // those with its key; which of them makes no difference to a reader.
+  // The prefix entries of the first pairs of all addresses in one cache, by prefix. Any of those with the key of a
+  // prefix may be its row: a reader sees no difference.
   struct ByPrefix {
     using is_transparent = void;
     using Entry = Kel::Ptr<IpAddressPrefixEntry>;
@@ -87,7 +119,11 @@ class IpAddressTableSm : public Kel::Entity {
   using PrefixCandidates = std::set<Kel::Ptr<IpAddressPrefixEntry>, ByPrefix>;
 
  private:
-  void stop();
+  struct KelConfig;
+  struct KelStatus;
+  struct KelConfig6;
+  struct KelStatus6;
+
   Kel::Ptr<IpMib> ipMibOf(const L3::VrfName& vrfName);
   template <class AddrWithMask>
   void addAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex, const L3::VrfName& vrfName,
@@ -96,15 +132,8 @@ class IpAddressTableSm : public Kel::Entity {
   void delAddr(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                const AddrWithMask& addr);
 
-  // Take the handle before anything is notified: a reactor may delete the cache, and its candidates with it.
-  std::shared_ptr<PrefixCandidates> candidatesOf(const IpMib& ipMib);
-
-  std::map<const IpMib*, std::shared_ptr<PrefixCandidates>> prefixCandidates_;
-  Kel::Ptr<AddressReactors::KelConfig> kelConfig_;
-  Kel::Ptr<AddressReactors::KelStatus> kelStatus_;
-  Kel::Ptr<AddressReactors::KelConfig6> kelConfig6_;
-  Kel::Ptr<AddressReactors::KelStatus6> kelStatus6_;
-  Kel::Ptr<AddressReactors::KelIntfStatusDir> kelIntfStatusDir_;
+  std::map<const IpMib*, PrefixCandidates> prefixCandidates_;
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // of the collections; none: stopped
 };
 
 }  // namespace IpSnmp

@@ -25,7 +25,7 @@ void copy(const Ip::IntfStats& from, IpIfStatsEntry& row) {
 }  // namespace
 
 IpIfStatsSm::~IpIfStatsSm() {
-  stop();
+  IpIfStatsSm::kelStop();
 }
 
 void IpIfStatsSm::kelStart() {
@@ -37,14 +37,10 @@ void IpIfStatsSm::kelStart() {
 }
 
 void IpIfStatsSm::kelStop() {
-  stop();
-}
-
-void IpIfStatsSm::stop() {
   if (!kelIntfStatusDir_) return;
   kelIntfStatusDir_ = nullptr;
   kelAllIntfStats_ = nullptr;
-  for (auto& [intfId, watch] : watches_) rowDel(intfId, watch);
+  for (auto& [intfId, watch] : watches_) removeRow(intfId, watch);
   watches_.clear();
 }
 
@@ -57,7 +53,7 @@ void IpIfStatsSm::handleIntf(const Vantu::IntfId& givenId) {
     if (at == watches_.end()) return;
     Watch gone = std::move(at->second);
     watches_.erase(at);
-    return rowDel(intfId, gone);
+    return removeRow(intfId, gone);
   }
   Watch& watch = watches_[intfId];
   if (!watch.stats) {
@@ -67,18 +63,18 @@ void IpIfStatsSm::handleIntf(const Vantu::IntfId& givenId) {
   const auto status = intfStatusDir()->intfStatus(intfId);
   watch.stats->notifierIs(stats);
   watch.status->notifierIs(status);
-  rowIs(intfId, watch, assignedIfIndex(status));
+  setRow(intfId, watch, assignedIfIndex(status));
 }
 
-void IpIfStatsSm::rowIs(const Vantu::IntfId& intfId, Watch& watch, std::uint32_t ifIndex) {
-  if (watch.ifIndex != ifIndex) rowDel(intfId, watch);
+void IpIfStatsSm::setRow(const Vantu::IntfId& intfId, Watch& watch, std::uint32_t ifIndex) {
+  if (watch.ifIndex != ifIndex) removeRow(intfId, watch);
   if (ifIndex == 0) return;
   watch.ifIndex = ifIndex;
   owners_[ifIndex] = intfId;
   copy(*allIntfStats()->intfStats(intfId), *ipMib()->ipIfStatsTableIs(IpVersionIfIndex(ipVersion(), ifIndex)));
 }
 
-void IpIfStatsSm::rowDel(const Vantu::IntfId& intfId, Watch& watch) {
+void IpIfStatsSm::removeRow(const Vantu::IntfId& intfId, Watch& watch) {
   const auto ifIndex = std::exchange(watch.ifIndex, 0);
   const auto owner = owners_.find(ifIndex);
   if (owner == owners_.end() || owner->second != intfId) return;

@@ -1,14 +1,13 @@
 #pragma once
 // Keeps the rows of one IP version in ipIfStatsTable: one for each interface that has counters in the state database
-// and a status record with an ifIndex. The row moves with the ifIndex. Of two interfaces that claim one ifIndex, the
-// one that was heard of last has the row.
-//
-// Stopping or destroying the machine removes its rows.
+// and a status record with an ifIndex. The row moves with the ifIndex. Of two interfaces with the same ifIndex, the one
+// notified last has the row.
+// Lifetime: stopping or destroying the machine removes its rows.
 
 #include <map>
 
 #include "ipsnmp/IpMib.h"
-#include "ipsnmp/agent/address/IntfWatches.h"
+#include "ipsnmp/agent/address/Reactors.h"
 #include "varnix/Interface.h"
 
 namespace IpSnmp {
@@ -17,9 +16,13 @@ class IpIfStatsSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpIfStatsSm", IpIfStatsSm, Kel::Entity)
  public:
   // None may be null.
+  // clang-format off
   KEL_CONSTRUCTOR(IpIfStatsSm,
-                  ((Ip::IpVersion, ipVersion))((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))(
-                      (Kel::Ptr<const Ip::AllIntfStats>, allIntfStats))((Kel::Ptr<IpMib>, ipMib)))
+    ((Ip::IpVersion, ipVersion))
+    ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))
+    ((Kel::Ptr<const Ip::AllIntfStats>, allIntfStats))
+    ((Kel::Ptr<IpMib>, ipMib)))
+  // clang-format on
   KEL_TYPE_END_DECLARE
 
   ~IpIfStatsSm() override;
@@ -27,23 +30,15 @@ class IpIfStatsSm : public Kel::Entity {
   void kelStop() override;
 
  private:
-  class KelAllIntfStats : public Ip::AllIntfStats::Notifiee {
-   public:
-    explicit KelAllIntfStats(IpIfStatsSm* owner) : owner_(owner) {}
+  struct KelAllIntfStats : OwnedReactor<IpIfStatsSm, Ip::AllIntfStats> {
+    using OwnedReactor::OwnedReactor;
     void handleIntfStats(const Vantu::IntfId& intfId) override { owner_->handleIntf(intfId); }
-
-   private:
-    IpIfStatsSm* const owner_;
   };
-  class KelIntfStats : public Ip::IntfStats::Notifiee {
-   public:
-    explicit KelIntfStats(IpIfStatsSm* owner) : owner_(owner) {}
+  struct KelIntfStats : OwnedReactor<IpIfStatsSm, Ip::IntfStats> {
+    using OwnedReactor::OwnedReactor;
     void handleCounters() override { owner_->handleIntf(notifier()->intfId()); }
     void handleDiscontinuityTime() override { owner_->handleIntf(notifier()->intfId()); }
     void handleUtcOffset() override { owner_->handleIntf(notifier()->intfId()); }
-
-   private:
-    IpIfStatsSm* const owner_;
   };
   struct Watch {
     Kel::Ptr<KelIntfStats> stats;
@@ -52,9 +47,8 @@ class IpIfStatsSm : public Kel::Entity {
   };
 
   void handleIntf(const Vantu::IntfId& intfId);
-  void rowIs(const Vantu::IntfId& intfId, Watch& watch, std::uint32_t ifIndex);
-  void rowDel(const Vantu::IntfId& intfId, Watch& watch);
-  void stop();
+  void setRow(const Vantu::IntfId& intfId, Watch& watch, std::uint32_t ifIndex);
+  void removeRow(const Vantu::IntfId& intfId, Watch& watch);
 
   Kel::Ptr<KelIntfStatusDir> kelIntfStatusDir_;  // null: stopped
   Kel::Ptr<KelAllIntfStats> kelAllIntfStats_;

@@ -34,21 +34,17 @@ ArpTableSm::ArpTableSm(Kel::Ptr<const Interface::AllIntfStatusDir> intfStatusDir
 }
 
 ArpTableSm::~ArpTableSm() {
-  stop();
+  ArpTableSm::kelStop();
 }
 
 void ArpTableSm::kelStart() {
   isStarted_ = true;
   initializedIs(arpQuillo()->initialized());
-  cleanup();  // a machine that stood here before has left its rows
+  cleanup();  // an earlier machine leaves its rows
   populate();
 }
 
 void ArpTableSm::kelStop() {
-  stop();
-}
-
-void ArpTableSm::stop() {
   isStarted_ = false;
   intfs_.clear();
   intfsByIfIndex_.clear();
@@ -62,24 +58,11 @@ std::uint32_t ArpTableSm::currentIfIndex(const Vantu::IntfId& intfId) const {
   return assignedIfIndex(intfStatusDir()->intfStatus(intfId));
 }
 
-ArpTableSm::Intf& ArpTableSm::intfIs(const Vantu::IntfId& intfId) {
-  auto& intf = intfs_[intfId];
-  if (!intf) intf = Kel::makePtr<Intf>([this, intfId] { handleIntfStatus(intfId); });
-  return *intf;
-}
-
-void ArpTableSm::intfDel(const Vantu::IntfId& intfId) {
-  const auto at = intfs_.find(intfId);
-  intfsByIfIndex_.erase({at->second->ifIndex, intfId});
-  intfs_.erase(at);
-}
-
 void ArpTableSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   const Vantu::IntfId intfId = givenId;  // the given one may live in the record
   const auto at = intfs_.find(intfId);
   if (at == intfs_.end()) return;
-  const Kel::Ptr<ArpTableSm> self(this);
-  const Kel::Ptr<Intf> intf = at->second;
+  const auto& intf = at->second;
   intf->watch->notifierIs(intfStatusDir()->intfStatus(intfId));
   const auto now = currentIfIndex(intfId);
   if (now == intf->ifIndex) return;
@@ -88,8 +71,7 @@ void ArpTableSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   if (now != 0) intfsByIfIndex_.emplace(now, intfId);
   QTRACE(arpTableSmTrace, 6) << intfId << " has ifIndex " << now << " after " << before
                              << ": moving its neighbours";
-  // Reactors of the rows may change anything meanwhile; each step goes by what is true then.
-  for (const auto& addr : std::vector(intf->addrs.begin(), intf->addrs.end())) {
+  for (const auto& addr : intf->addrs) {
     if (before != 0) settle(before, addr);
     if (now != 0) settle(now, addr);
   }
@@ -103,7 +85,6 @@ const Vantu::IntfId* ArpTableSm::ownerOf(std::uint32_t ifIndex, const Vantu::IpG
   return nullptr;
 }
 
-// Makes the one row of ifIndex and address what it should be.
 void ArpTableSm::settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
   if (!isStarted_) return;
   const auto index = indexOf(ifIndex, addr);
@@ -113,7 +94,6 @@ void ArpTableSm::settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
                          row->arpQuillo() == arpQuillo();
     if (isRight) return;
     ipMib()->ipNetToPhysicalTableDel(index);
-    return settle(ifIndex, addr);
   }
   if (owner == nullptr) return;
   ipMib()->ipNetToPhysicalTableIs(index, Vantu::IntfId(*owner), addr, arpQuillo(), arpQuilloVrfId());
@@ -122,7 +102,6 @@ void ArpTableSm::settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
 void ArpTableSm::addArpEntry(const Arp::Table::ArpEntry& entry) {
   QTRACE_ENTRY(arpTableSmTrace, this);
   QTRACE(arpTableSmTrace, 6) << "add: " << entry.key;
-  const Kel::Ptr<ArpTableSm> self(this);
   const auto ifIndex = currentIfIndex(entry.intfId());
   if (ifIndex == 0) {
     QTRACE(arpTableSmTrace, 6) << "no ifIndex (yet?)";
@@ -135,17 +114,21 @@ void ArpTableSm::addArpEntry(const Arp::Table::ArpEntry& entry) {
   if (ifIndex != 0) {
     QTRACE(arpTableSmTrace, 6) << "ipnettophysical index: " << indexOf(ifIndex, entry.addr());
   }
-  intfIs(entry.intfId()).addrs.insert(entry.addr());
+  auto& intf = intfs_[entry.intfId()];
+  if (!intf) intf = Kel::makePtr<Intf>([this, intfId = entry.intfId()] { handleIntfStatus(intfId); });
+  intf->addrs.insert(entry.addr());
   handleIntfStatus(entry.intfId());
   if (ifIndex != 0) settle(ifIndex, entry.addr());
 }
 
-// Takes the neighbour out of what is known, and its row with it.
 void ArpTableSm::forget(const Arp::Table::ArpKey& key) {
   const auto at = intfs_.find(key.intfId);
   if (at == intfs_.end() || at->second->addrs.erase(key.addr) == 0) return;
   const auto ifIndex = at->second->ifIndex;
-  if (at->second->addrs.empty()) intfDel(Vantu::IntfId(key.intfId));
+  if (at->second->addrs.empty()) {
+    intfsByIfIndex_.erase({ifIndex, key.intfId});
+    intfs_.erase(at);
+  }
   if (ifIndex != 0) settle(ifIndex, key.addr);
 }
 
@@ -153,7 +136,6 @@ void ArpTableSm::delArpEntry(const Arp::Table::ArpKey& givenKey) {
   QTRACE_ENTRY(arpTableSmTrace, this);
   const Arp::Table::ArpKey key = givenKey;
   QTRACE(arpTableSmTrace, 6) << "delete: " << key;
-  const Kel::Ptr<ArpTableSm> self(this);
   const auto vrfId = arpQuilloVrfId();
   const auto ifIndex = currentIfIndex(key.intfId);
   if (isServed(key.vrfId)) forget(key);
@@ -164,7 +146,7 @@ void ArpTableSm::delArpEntry(const Arp::Table::ArpKey& givenKey) {
   }
 }
 
-// The entries are taken first and used then: rows have reactors, and none may run inside a walk.
+// Copies the entries: the table must not be read or changed inside a walk.
 ArpTableSm::Walked ArpTableSm::walk() const {
   Walked walked;
   const auto visit = [&](const Arp::Table::ArpEntry& entry) {
@@ -184,10 +166,7 @@ ArpTableSm::Walked ArpTableSm::walk() const {
 }
 
 void ArpTableSm::add(const Walked& walked) {
-  for (const auto& entry : walked.entries) {
-    if (!isServed(entry.vrfId())) return;  // a reactor changed the id, or stopped this
-    addArpEntry(entry);
-  }
+  for (const auto& entry : walked.entries) addArpEntry(entry);
 }
 
 void ArpTableSm::removeGone(const Walked& walked) {
@@ -210,7 +189,7 @@ void ArpTableSm::removeGone(const Walked& walked) {
   }
 }
 
-// What the walk did not meet may stand where it met damage.
+// An entry that the walk did not meet may exist behind the damage.
 bool ArpTableSm::isGone(const Arp::Table::ArpKey& key) const {
   try {
     const bool isIpv4 = key.addr.af() == Vantu::ipv4_;
@@ -225,7 +204,6 @@ void ArpTableSm::populate() {
   QTRACE(arpTableSmTrace, 6) << "populate: " << fullName();
   QTRACE(arpTableSmTrace, 6) << " arpQuilloVrfId: " << arpQuilloVrfId();
   if (!isServed(arpQuilloVrfId())) return;
-  const Kel::Ptr<ArpTableSm> self(this);
   add(walk());
 }
 
@@ -241,7 +219,6 @@ void ArpTableSm::arpQuilloVrfIdIs(Vrf::VrfIdMap::VrfId vrfId) {
   QTRACE(arpTableSmTrace, 6) << "vrf id: " << fullName();
   QTRACE(arpTableSmTrace, 6) << " cur: " << arpQuilloVrfId() << " new: " << vrfId;
   if (vrfId == arpQuilloVrfId()) return;
-  const Kel::Ptr<ArpTableSm> self(this);
   cleanup();
   arpQuilloVrfId_ = vrfId;
   KEL_NOTIFY(ArpQuilloVrfId);
@@ -258,7 +235,6 @@ void ArpTableSm::handleTable() {
   QTRACE_ENTRY(arpTableSmTrace, this);
   QTRACE(arpTableSmTrace, 6) << "compare: " << fullName() << " arpQuilloVrfId: " << arpQuilloVrfId();
   if (!isServed(arpQuilloVrfId())) return;
-  const Kel::Ptr<ArpTableSm> self(this);
   const auto walked = walk();
   removeGone(walked);
   add(walked);

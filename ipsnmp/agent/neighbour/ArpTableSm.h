@@ -2,15 +2,16 @@
 // Mirrors the neighbours of one VRF from the shared table into ipNetToPhysicalTable of the VRF's IP-MIB cache.
 //
 // It watches neither the shared table nor the directory of interfaces: VrfRootSm does, once for all VRFs, and passes
-// each change on. It does watch the status records of the interfaces that its neighbours are on. A neighbour whose
-// interface has no ifIndex is remembered and gets its row when the ifIndex comes; the rows of an interface move with its
-// ifIndex and go when it has none.
+// each change on. It watches the status records of the interfaces that its neighbours are on. A neighbour whose
+// interface has no ifIndex is kept without a row; the rows of an interface move with its ifIndex.
 //
-// A row is known by ifIndex and address. Should two interfaces have the same ifIndex, the row is that of the lower
+// A row is known by ifIndex and address. If two interfaces have the same ifIndex, the row is that of the lower
 // interface id among those that have the neighbour. A row stays the same object, with the time of its creation, as
-// long as its neighbour does.
+// long as its neighbour exists.
 //
-// Damage that is met while reading is reported to the table; what was not read is left as it is.
+// Damage that a read meets is reported to the table; the rows of what was not read stay.
+//
+// Requires: reactors of the rows do not change or stop the machine.
 
 #include <absl/container/btree_set.h>
 
@@ -18,7 +19,7 @@
 #include <vector>
 
 #include "ipsnmp/IpMib.h"
-#include "ipsnmp/agent/address/IntfWatches.h"
+#include "ipsnmp/agent/address/Reactors.h"
 
 namespace IpSnmp {
 
@@ -36,32 +37,25 @@ class ArpTableSm : public Kel::Entity {
   const Kel::Ptr<const Interface::AllIntfStatusDir>& intfStatusDir() const { return intfStatusDir_; }
   const Kel::Ptr<IpMib>& ipMib() const { return ipMib_; }  // the VRF's cache
   const Kel::Ptr<const Arp::Table::Status>& arpQuillo() const { return arpQuillo_; }
-  // The id under which the shared table keys this VRF's entries; not known: there are no rows.
+  // The id under which the shared table keys this VRF's entries. While it is not known there are no rows.
   const Vrf::VrfIdMap::VrfId& arpQuilloVrfId() const { return arpQuilloVrfId_; }
-  // Another id: every row goes, and those of that id come.
+  // Another id: removes every row, and adds those of that id.
   void arpQuilloVrfIdIs(Vrf::VrfIdMap::VrfId vrfId);
 
-  KEL_LINK(__COUNTER__, , type.add(::Kel::constructorInfo<KelSelf>("intfStatusDir", [](const KelSelf& self) {
-    return self.intfStatusDir();
-  })))
-  KEL_LINK(__COUNTER__, ,
-           type.add(::Kel::constructorInfo<KelSelf>("ipMib", [](const KelSelf& self) { return self.ipMib(); })))
-  KEL_LINK(__COUNTER__, , type.add(::Kel::constructorInfo<KelSelf>("arpQuillo", [](const KelSelf& self) {
-    return self.arpQuillo();
-  })))
+  KEL_LINK(__COUNTER__, , BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, ((, intfStatusDir))((, ipMib))((, arpQuillo))))
   KEL_LINK(__COUNTER__, virtual void handleArpQuilloVrfId(){},
            type.add(::Kel::storedInfo<KelSelf, Vrf::VrfIdMap::VrfId>(
                "arpQuilloVrfId",
                [](const KelSelf& self) -> const Vrf::VrfIdMap::VrfId& { return self.arpQuilloVrfId(); },
                [](KelSelf& self, Vrf::VrfIdMap::VrfId value) { self.arpQuilloVrfIdIs(value); })))
-  // The shared table could be read when this was last told.
+  // Whether the shared table could be read at its last notification.
   KEL_STORED(bool, initialized, Initialized, false)
   KEL_TYPE_END_DECLARE
 
  public:
   ~ArpTableSm() override;
   void kelStart() override;
-  // Leaves the rows to whoever deletes the cache.
+  // Leaves the rows in the cache, which VrfRootSm deletes.
   void kelStop() override;
 
   // Adds or refreshes the row of one neighbour, which must be of this VRF's id.
@@ -76,14 +70,13 @@ class ArpTableSm : public Kel::Entity {
   void cleanup();
   // The shared table can be read now.
   void handleInitialized();
-  // Anything in the shared table may have changed: the rows whose entry is gone go, missing ones come, the others
-  // stay.
+  // Anything in the shared table may have changed: removes the rows whose entry is gone and adds missing ones.
   void handleTable();
 
  private:
   // The neighbours of one interface, with a row or without.
   struct Intf;
-  // What a walk of the shared table gave. Not complete: it met damage.
+  // The result of a walk of the shared table; not complete when the walk met damage.
   struct Walked {
     std::vector<Arp::Table::ArpEntry> entries;
     bool isComplete = true;
@@ -91,16 +84,16 @@ class ArpTableSm : public Kel::Entity {
 
   bool isServed(const Vrf::VrfIdMap::VrfId& vrfId) const;
   std::uint32_t currentIfIndex(const Vantu::IntfId& intfId) const;
-  Intf& intfIs(const Vantu::IntfId& intfId);
-  void intfDel(const Vantu::IntfId& intfId);
+  // Removes a neighbour, and its row.
   void forget(const Arp::Table::ArpKey& key);
+  // Makes the row of ifIndex and address what it should be.
   void settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr);
+  // Null: no interface with the ifIndex has the neighbour.
   const Vantu::IntfId* ownerOf(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) const;
   Walked walk() const;
   void add(const Walked& walked);
   void removeGone(const Walked& walked);
   bool isGone(const Arp::Table::ArpKey& key) const;
-  void stop();
 
   const Kel::Ptr<const Interface::AllIntfStatusDir> intfStatusDir_;
   const Kel::Ptr<IpMib> ipMib_;

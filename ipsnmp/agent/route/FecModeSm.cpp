@@ -10,7 +10,7 @@ namespace IpSnmp {
 using namespace Quillo::Fib;
 
 FecModeSm::~FecModeSm() {
-  stop();
+  FecModeSm::kelStop();
 }
 
 void FecModeSm::kelStart() {
@@ -20,10 +20,6 @@ void FecModeSm::kelStart() {
 }
 
 void FecModeSm::kelStop() {
-  stop();
-}
-
-void FecModeSm::stop() {
   if (const auto reactor = std::exchange(kelL3Config_, nullptr)) reactor->notifierIs(nullptr);
 }
 
@@ -32,7 +28,7 @@ void FecModeSm::handleFecMode() {
 }
 
 FecModeRestartSm::~FecModeRestartSm() {
-  stop();
+  FecModeRestartSm::kelStop();
 }
 
 void FecModeRestartSm::kelStart() {
@@ -42,10 +38,6 @@ void FecModeRestartSm::kelStart() {
 }
 
 void FecModeRestartSm::kelStop() {
-  stop();
-}
-
-void FecModeRestartSm::stop() {
   if (const auto reactor = std::exchange(kelFecModeStatus_, nullptr)) reactor->notifierIs(nullptr);
 }
 

@@ -1,20 +1,24 @@
 #pragma once
 // The two machines of the mode in which the switch keeps its forwarding equivalence classes (FECs).
 //
-//   L3::Config -> FecModeSm -> FecModeStatus -> FecModeRestartSm -> whoever made the machines of the routes
+//   L3::Config -> FecModeSm -> FecModeStatus -> FecModeRestartSm -> owner of the route machines
 
+#include "ipsnmp/agent/address/Reactors.h"
 #include "varnix/AgentStatus.h"
 #include "varnix/L3.h"
 
 namespace IpSnmp {
 
-// Keeps the status as the configuration has it: until this names a mode, each VRF has its own FECs.
+// Keeps the status equal to the configuration. While this names no mode, each VRF has its own FECs.
 class FecModeSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::FecModeSm", FecModeSm, Kel::Entity)
  public:
   // Neither may be null.
+  // clang-format off
   KEL_CONSTRUCTOR(FecModeSm,
-                  ((Kel::Ptr<const L3::Config>, l3Config))((Kel::Ptr<Quillo::Fib::FecModeStatus>, fecModeStatus)))
+    ((Kel::Ptr<const L3::Config>, l3Config))
+    ((Kel::Ptr<Quillo::Fib::FecModeStatus>, fecModeStatus)))
+  // clang-format on
   KEL_TYPE_END_DECLARE
 
   ~FecModeSm() override;
@@ -22,23 +26,18 @@ class FecModeSm : public Kel::Entity {
   void kelStop() override;
 
  private:
-  class KelL3Config : public L3::Config::Notifiee {
-   public:
-    explicit KelL3Config(FecModeSm* owner) : owner_(owner) {}
+  struct KelL3Config : OwnedReactor<FecModeSm, L3::Config> {
+    using OwnedReactor::OwnedReactor;
     void handleFecMode() override { owner_->handleFecMode(); }
-
-   private:
-    FecModeSm* const owner_;
   };
 
   void handleFecMode();
-  void stop();
 
   Kel::Ptr<KelL3Config> kelL3Config_;
 };
 
-// Tells that the machines of the routes, which are made for one mode, have to be made anew: its `fecMode` is the mode
-// that they are to be made for, and a reactor on it hears when that is another one.
+// Says for which mode the machines of the routes, each of which is made for one mode, have to be made: `fecMode`. A
+// reactor on it makes them anew when it changes.
 class FecModeRestartSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::FecModeRestartSm", FecModeRestartSm, Kel::Entity)
  public:
@@ -52,16 +51,10 @@ class FecModeRestartSm : public Kel::Entity {
   void kelStop() override;
 
  private:
-  class KelFecModeStatus : public Quillo::Fib::FecModeStatus::Notifiee {
-   public:
-    explicit KelFecModeStatus(FecModeRestartSm* owner) : owner_(owner) {}
+  struct KelFecModeStatus : OwnedReactor<FecModeRestartSm, Quillo::Fib::FecModeStatus> {
+    using OwnedReactor::OwnedReactor;
     void handleFecMode() override { owner_->fecModeIs(notifier()->fecMode()); }
-
-   private:
-    FecModeRestartSm* const owner_;
   };
-
-  void stop();
 
   Kel::Ptr<KelFecModeStatus> kelFecModeStatus_;
 };

@@ -5,7 +5,7 @@ KEL_TYPE_DEFINE(IpSnmp::IfMibSm)
 namespace IpSnmp {
 
 IfMibSm::~IfMibSm() {
-  stop();
+  IfMibSm::kelStop();
 }
 
 void IfMibSm::kelStart() {
@@ -16,10 +16,6 @@ void IfMibSm::kelStart() {
 }
 
 void IfMibSm::kelStop() {
-  stop();
-}
-
-void IfMibSm::stop() {
   if (!kelIntfStatusDir_) return;
   kelIntfStatusDir_ = nullptr;
   watches_.clear();

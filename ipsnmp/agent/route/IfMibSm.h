@@ -1,10 +1,11 @@
 #pragma once
-// Keeps the interface MIB's map of ifIndexes equal to what the interfaces' status records say. An interface without
-// an ifIndex is not in the map. Stopping or destroying the machine empties the map.
+// Keeps the interface MIB's map of ifIndexes equal to the interfaces' status records. An interface without an ifIndex
+// is not in the map.
+// Lifetime: stopping or destroying the machine empties the map.
 
 #include <map>
 
-#include "ipsnmp/agent/address/IntfWatches.h"
+#include "ipsnmp/agent/address/Reactors.h"
 #include "snmp/IfMib.h"
 
 namespace IpSnmp {
@@ -13,8 +14,11 @@ class IfMibSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IfMibSm", IfMibSm, Kel::Entity)
  public:
   // Neither may be null.
-  KEL_CONSTRUCTOR(IfMibSm, ((Kel::Ptr<const Interface::AllIntfStatusDir>,
-                             intfStatusDir))((Kel::Ptr<IntfSnmp::IfMib>, ifMib)))
+  // clang-format off
+  KEL_CONSTRUCTOR(IfMibSm,
+    ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))
+    ((Kel::Ptr<IntfSnmp::IfMib>, ifMib)))
+  // clang-format on
   KEL_TYPE_END_DECLARE
 
   ~IfMibSm() override;
@@ -23,7 +27,6 @@ class IfMibSm : public Kel::Entity {
 
  private:
   void handleIntfStatus(const Vantu::IntfId& intfId);
-  void stop();
 
   Kel::Ptr<KelIntfStatusDir> kelIntfStatusDir_;
   std::map<Vantu::IntfId, Kel::Ptr<IfIndexWatch>> watches_;

@@ -3,21 +3,20 @@
 #include <utility>
 
 #include "ipsnmp/ProtocolMap.h"
-#include "ipsnmp/agent/route/IpRouteTrace.h"
+#include "kel/Trace.h"
 #include "snmp/SnmpUtil.h"
 
 KEL_TYPE_DEFINE(IpSnmp::IpRouteTableSm)
 
 namespace IpSnmp {
+namespace {
 
 Kel::TraceHandle ipRouteTableSmTrace("IpRouteTableSm");
 
-namespace {
-
 constexpr int backlogPriority = 2, countPriority = 3;
 
-// A table that cannot be read now must not undo what its machine stands in: it tells when it can be read again, and
-// the scan begins anew. The task says why, when it fails in the same way.
+// A table that cannot be read now must not fail the making of its machine. It notifies when it can be read, and the
+// scan begins anew. The task traces the reason when it fails in the same way.
 template <class Scan>
 void scanIfReadable(Scan scan) {
   try {
@@ -33,15 +32,11 @@ double configuredInterval() {
 }  // namespace
 
 IpRouteTableSm::~IpRouteTableSm() {
-  stop();
+  IpRouteTableSm::kelStop();
 }
 
 void IpRouteTableSm::kelStart() {
   doInstantiate();
-}
-
-void IpRouteTableSm::kelStop() {
-  stop();
 }
 
 void IpRouteTableSm::doInstantiate() {
@@ -71,14 +66,14 @@ void IpRouteTableSm::doInstantiate() {
 void IpRouteTableSm::instantiateFecs() {
   if (!unifiedForwardingStatus()) {
     KEL_ASSERT(!allForwardingFecs());
-    localForwardingFecsAreUsed();
+    useLocalForwardingFecs();
     ipForwardMib()->vrfForwardingStatusIs(vrfForwardingStatus());
     return;
   }
   if (vrfName() == "default") {
     KEL_ASSERT(vrfForwardingStatus());
     KEL_ASSERT(!allForwardingFecs());
-    localForwardingFecsAreUsed();
+    useLocalForwardingFecs();
   } else {
     KEL_ASSERT(!vrfForwardingStatus());
     KEL_ASSERT(allForwardingFecs());
@@ -87,13 +82,13 @@ void IpRouteTableSm::instantiateFecs() {
   ipForwardMib()->vrfForwardingStatusIs(unifiedForwardingStatus());
 }
 
-void IpRouteTableSm::localForwardingFecsAreUsed() {
+void IpRouteTableSm::useLocalForwardingFecs() {
   fecTaskIs(Kel::makePtr<KelFecTask>(this, taskScheduler(), fmt::format("ipRouteTable v4 Fec VRF:{}", vrfName()),
                                      backlogPriority));
   fecsAndPrefixes()->forwardFecsIs(localForwardingFecsIs());
 }
 
-void IpRouteTableSm::stop() {
+void IpRouteTableSm::kelStop() {
   if (const auto reactor = std::exchange(kelRouteStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto reactor = std::exchange(kelVrfForwardingStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto reactor = std::exchange(kelIfMib_, nullptr)) reactor->notifierIs(nullptr);
@@ -101,7 +96,7 @@ void IpRouteTableSm::stop() {
   routeCountTaskDel();
   routeTaskDel();
   fecTaskDel();
-  // Unless another machine's are there already.
+  // Unless the cache refers to another machine's already.
   if (fecsAndPrefixes() && ipForwardMib()->fecsAndPrefixes() == fecsAndPrefixes()) {
     ipForwardMib()->routeStatusIs(nullptr);
     ipForwardMib()->vrfForwardingStatusIs(nullptr);
@@ -139,7 +134,7 @@ void IpRouteTableSm::vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::Forwardin
 void IpRouteTableSm::watchRoutes() {
   if (!kelRouteStatus_) kelRouteStatus_ = Kel::makePtr<KelRouteStatus>(this);
   kelRouteStatus_->notifierIs(routeStatus());
-  // A table whose first state is still to come tells when it has come.
+  // A table that is not initialized notifies when it is.
   if (!routeStatus() || routeStatus()->initialized()) handleRoute();
 }
 
@@ -197,6 +192,84 @@ void IpRouteTableSm::doSetupRouteBacklogTimer() {
 
 void IpRouteTableSm::doSetupFecBacklogTimer() {
   if (fecTask()) fecTask()->scheduleTask();
+}
+
+// ---- the number of rows ----
+
+void IpRouteTableSm::handleRouteCountTimer() {
+  QTRACE_ENTRY(ipRouteTableSmTrace, this);
+  const auto timer = routeCountTimerTask();
+  if (!timer || !timer->taskCurrentlyRunning()) return;
+  if (routeChanges() || routeCountCurrentIter() != routeCountExpectedIter()) {
+    routeCountExpectedIterInc();
+    if (routeCountTask()) routeCountTask()->scheduleTask();
+    routeChangesIs(false);
+  }
+  timer->scheduleTaskDelay(routeCountInterval());
+}
+
+void IpRouteTableSm::requestFirstCount() {
+  const auto isRead = [](const auto& table) { return table && table->initialized(); };
+  const bool areRead = isRead(routeStatus()) && (!vrfForwardingStatus() || isRead(vrfForwardingStatus()));
+  const bool areWorkedOff =
+      routeBacklog().empty() && !routeScan_.isOn() && fecBacklog().empty() && fecScan_ == FecScan::none;
+  if (isFirstCountRequested_ || !areRead || !areWorkedOff || !routeCountTask()) return;
+  isFirstCountRequested_ = true;
+  routeCountExpectedIterInc();
+  routeCountTask()->scheduleTask();
+  // FECs that all VRFs share belong to another machine, which may not have read all of them yet.
+  routeChangesIs(!localForwardingFecs());
+}
+
+void IpRouteTableSm::doCountRoutes() {
+  QTRACE_ENTRY(ipRouteTableSmTrace, this);
+  const auto task = routeCountTask();
+  if (!task || !task->taskCurrentlyRunning()) return;
+  if (routeCountBookmark() == Vantu::IpAddrWithMask()) {
+    routeCountCurrentIterIs(routeCountExpectedIter());
+    routeCountTempValueIs(0);
+  }
+  const auto& prefixes = fecsAndPrefixes()->orderedPrefix();
+  auto at = prefixes.lowerBound(routeCountBookmark());
+  while (at != prefixes.end()) {
+    const auto prefix = at->first;
+    try {
+      routeCountTempValueInc(rowCount(Vantu::Prefix(prefix)));
+    } catch (const Kel::Exception&) {
+      // An invalid prefix, or tables that cannot be read now: the next pass begins anew.
+      routeCountBookmarkIs(Vantu::IpAddrWithMask());
+      throw;
+    }
+    at = prefixes.upperBound(prefix);
+    if (at != prefixes.end() && task->taskShouldYield()) {
+      routeCountBookmarkIs(at->first);
+      QTRACE(ipRouteTableSmTrace, 8) << "Yielding bookmark: " << at->first;
+      task->scheduleTask();
+      return;
+    }
+  }
+  ipForwardMib()->numRoutesIs(routeCountTempValue());
+  routeCountTempValueIs(0);
+  routeCountBookmarkIs(Vantu::IpAddrWithMask());
+  QTRACE(ipRouteTableSmTrace, 8) << "Finished counting routes";
+}
+
+std::int32_t IpRouteTableSm::rowCount(const Vantu::Prefix& prefix) {
+  if (const char* missing = ipForwardMib()->resolve(prefix, countScratch_)) {
+    QTRACE(ipRouteTableSmTrace, 8) << prefix << missing;
+    return 0;
+  }
+  std::int32_t count = 0;
+  for (const auto& [nextHop, via] : countScratch_.forwardFec->nextHop()) {
+    const auto* intfId = countScratch_.intfId(via);
+    if (intfId != nullptr && ipForwardMib()->validIntf(*intfId)) {
+      ++count;
+    } else {
+      QTRACE(ipRouteTableSmTrace, 8) << prefix << " has invalid intf "
+                                     << (intfId != nullptr ? *intfId : Vantu::IntfId());
+    }
+  }
+  return count;
 }
 
 }  // namespace IpSnmp

@@ -1,19 +1,21 @@
-// The state machine of the route table: its passes over the backlogs, and what fills these as a whole.
+// The route table's state machine: passes over the backlogs, and scans of whole tables into them.
 
 #include <algorithm>
 
 #include "ipsnmp/agent/route/IpRouteTableSm.h"
-#include "ipsnmp/agent/route/IpRouteTrace.h"
+#include "kel/Trace.h"
 #include "quillo/StoreException.h"
 #include "quillo/fecs/FecRouteListSm.h"
 
 namespace IpSnmp {
 namespace {
 
+Kel::TraceHandle routeBacklogTrace("IpRouteTableSm");
+
 // FECs that are entered in the backlog at once.
 constexpr std::size_t fecPieceSize = 1024;
 
-// What the passes over routes and over FECs call things.
+// The parts of the trace lines in which the two passes differ.
 struct BacklogWords {
   const char* starting;
   const char* processed;
@@ -23,17 +25,17 @@ constexpr BacklogWords routeWords{" IP route backlog processing", " prefixes",
                                   " IPv4 route processing rescheduled"};
 constexpr BacklogWords fecWords{" IP fec backlog processing", " fecs", " IPv4 fec processing rescheduled"};
 
-// One run of a task over its backlog. `scanNext` enters another piece of the table, and is false when there is none
-// left; `process` looks a key up and takes it out of the backlog. Returns the bookmark to keep: the key at which the
+// One run of a task over its backlog. `scanNext` enters the next piece of the table, and returns false when there is
+// none; `process` looks a key up and takes it out of the backlog. Returns the bookmark to keep: the key at which the
 // run yielded, or none.
 //
-// The place in the backlog is searched for anew after each key, for what `process` brings about may change it. When the
-// store cannot be read now, the run ends without another one: all is told anew when it can be.
+// `process` may change the backlog, so the position is searched for anew after each key. If the store cannot be read,
+// the run ends and the task is not rescheduled: the table notifies when it can be read.
 template <class Backlog>
 typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task, const Kel::Name& vrfName,
                                      const Backlog& backlog, const typename Backlog::Key& bookmark, auto scanNext,
                                      auto process) {
-  QTRACE(ipRouteTableSmTrace, 2) << "Starting VRF " << vrfName << words.starting;
+  QTRACE(routeBacklogTrace, 2) << "Starting VRF " << vrfName << words.starting;
   typename Backlog::Key resumeAt{};
   std::uint64_t n = 0;
   bool isReadable = true;
@@ -45,15 +47,15 @@ typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task
           at = backlog.begin();
           continue;
         }
-        QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing done"
-                                       << " after processing " << n << words.processed;
+        QTRACE(routeBacklogTrace, 2) << "VRF " << vrfName << " backlog processing done"
+                                     << " after processing " << n << words.processed;
         break;
       }
       const auto key = at->first;
       if (task.taskShouldYield()) {
         resumeAt = key;
-        QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing yielding"
-                                       << " after processing " << n << words.processed;
+        QTRACE(routeBacklogTrace, 2) << "VRF " << vrfName << " backlog processing yielding"
+                                     << " after processing " << n << words.processed;
         break;
       }
       process(key);
@@ -62,13 +64,13 @@ typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task
     }
   } catch (const Quillo::StoreException& error) {
     isReadable = false;
-    QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << " backlog processing stopped: " << error.what();
+    QTRACE(routeBacklogTrace, 2) << "VRF " << vrfName << " backlog processing stopped: " << error.what();
   }
   task.taskWorkCountInc(n);
   task.taskWorkPendingIs(backlog.size());
   if (!backlog.empty() && isReadable) {
-    QTRACE(ipRouteTableSmTrace, 2) << "VRF " << vrfName << words.rescheduled << " due to " << backlog.size()
-                                   << " entries in backlog";
+    QTRACE(routeBacklogTrace, 2) << "VRF " << vrfName << words.rescheduled << " due to " << backlog.size()
+                                 << " entries in backlog";
     task.scheduleTask();
   }
   return resumeAt;
@@ -77,7 +79,7 @@ typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task
 }  // namespace
 
 void IpRouteTableSm::doProcessRouteBacklog() {
-  QTRACE_ENTRY(ipRouteTableSmTrace, this);
+  QTRACE_ENTRY(routeBacklogTrace, this);
   const auto task = routeTask();
   if (!task) return;
   const auto scanNext = [this] {
@@ -92,7 +94,7 @@ void IpRouteTableSm::doProcessRouteBacklog() {
 }
 
 void IpRouteTableSm::doProcessFecBacklog() {
-  QTRACE_ENTRY(ipRouteTableSmTrace, this);
+  QTRACE_ENTRY(routeBacklogTrace, this);
   const auto task = fecTask();
   if (!task || !localForwardingFecs()) return;
   const auto scanNext = [this] {
@@ -113,8 +115,8 @@ void IpRouteTableSm::scanRoutes() {
     while (at != all.end() && visit(Vantu::Prefix(at->first.address(), at->first.length()))) ++at;
   };
   for (const auto& prefix : routeScan_.piece(routeStatus().get(), known)) {
-    QTRACE(ipRouteTableSmTrace, 6) << "void IpSnmp::IpRouteTableSm::handleRoute()"
-                                   << " initially for " << prefix;
+    QTRACE(routeBacklogTrace, 6) << "void IpSnmp::IpRouteTableSm::handleRoute()"
+                                 << " initially for " << prefix;
     routeBacklogIs(prefix);
   }
 }
@@ -146,8 +148,8 @@ void IpRouteTableSm::scanFecs() {
   }
   fecScanAfter_ = piece.size() == fecPieceSize ? piece.back() : Quillo::Fib::FecId();
   for (const auto& fecId : piece) {
-    QTRACE(ipRouteTableSmTrace, 6) << "void IpSnmp::IpRouteTableSm::handleFec()"
-                                   << " initially for " << fecId;
+    QTRACE(routeBacklogTrace, 6) << "void IpSnmp::IpRouteTableSm::handleFec()"
+                                 << " initially for " << fecId;
     fecBacklogIs(fecId);
   }
 }
@@ -161,10 +163,10 @@ void IpRouteTableSm::processRoute(const Vantu::Prefix& prefix) {
   }
   const auto& key = prefix.addrWithMask();
   if (route == Quillo::Fib::Route()) {
-    QTRACE(ipRouteTableSmTrace, 6) << prefix << " route deleted";
+    QTRACE(routeBacklogTrace, 6) << prefix << " route deleted";
     fecsAndPrefixes()->orderedPrefixDel(key);
   } else {
-    QTRACE(ipRouteTableSmTrace, 6) << prefix << " route added";
+    QTRACE(routeBacklogTrace, 6) << prefix << " route added";
     fecsAndPrefixes()->orderedPrefixIs(key, true);
   }
   routeBacklogDel(prefix);
@@ -180,15 +182,15 @@ void IpRouteTableSm::processFec(const Quillo::Fib::FecId& fecId) {
   }
   fecBacklogDel(fecId);
   if (!fecScratch_.exists()) {
-    QTRACE(ipRouteTableSmTrace, 6) << fecId << " fec deleted";
+    QTRACE(routeBacklogTrace, 6) << fecId << " fec deleted";
     forwardFecDel(fecId);
     return;
   }
-  QTRACE(ipRouteTableSmTrace, 6) << fecId << " fec added";
+  QTRACE(routeBacklogTrace, 6) << fecId << " fec added";
   try {
     forwardFecIs(fecScratch_);
   } catch (const Kel::RangeException& error) {
-    QTRACE(ipRouteTableSmTrace, 0) << "VRF " << vrfName() << " fec " << fecId << " is not served: " << error.what();
+    QTRACE(routeBacklogTrace, 0) << "VRF " << vrfName() << " fec " << fecId << " is not served: " << error.what();
     forwardFecDel(fecId);
   }
 }
@@ -198,7 +200,6 @@ void IpRouteTableSm::forwardFecDel(const Quillo::Fib::FecId& fecId) {
   knownFecs_.erase(fecId);
 }
 
-// Makes the next hops of the FEC equal to its vias'.
 void IpRouteTableSm::forwardFecIs(const Quillo::Fib::Fec& fec) {
   const auto wanted = FibUtils::ipv4NextHops(fec);
   const auto forwardFec = localForwardingFecs()->forwardFecIs(fec.fecId);

@@ -16,7 +16,7 @@ constexpr int taskPriority = 2;
 }  // namespace
 
 PerVrfFecSm::~PerVrfFecSm() {
-  stop();
+  PerVrfFecSm::kelStop();
 }
 
 void PerVrfFecSm::kelStart() {
@@ -29,10 +29,6 @@ void PerVrfFecSm::kelStart() {
 }
 
 void PerVrfFecSm::kelStop() {
-  stop();
-}
-
-void PerVrfFecSm::stop() {
   if (const auto reactor = std::exchange(kelVrfForwardingStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto task = std::exchange(task_, nullptr)) task->kelStop();
   const auto served = ipRouteTableSm()->fecsAndPrefixes();
@@ -73,10 +69,10 @@ void PerVrfFecSm::followRoutes() {
 void PerVrfFecSm::handleFec(const Quillo::Fib::FecId& fecId) {
   QTRACE(perVrfFecSmTrace, 6) << "void IpSnmp::PerVrfFecSm::handleFec(const Quillo::Fib::FecId&)"
                               << " for " << fecId;
-  handOn(fecId, nullptr);
+  notifyPrefixes(fecId, nullptr);
 }
 
-void PerVrfFecSm::handOn(const Quillo::Fib::FecId& fecId, const Vantu::Prefix* after) {
+void PerVrfFecSm::notifyPrefixes(const Quillo::Fib::FecId& fecId, const Vantu::Prefix* after) {
   if (!fecRouteList()) return;
   std::vector<Vantu::Prefix> piece;
   fecRouteList()->forEachPrefix(fecId, after, [&](const Vantu::Prefix& prefix) {
@@ -104,7 +100,7 @@ void PerVrfFecSm::doProcessBacklog() {
       sm->scanPiece();
     } else {
       const auto [fecId, after] = *begun_.begin();
-      handOn(fecId, &after);
+      notifyPrefixes(fecId, &after);
     }
   }
 }

@@ -1,11 +1,11 @@
 #pragma once
-// What the address tables must hold, worked out from scratch from plain copies of the records, for tests.
+// What the address tables must hold, computed from plain copies of the records, for tests.
 //
-// History counts in one place only: of several prefix lengths of one address that one record holds, the one told
-// first is in force. So the model stamps each address of a record when it is told:
-//   - all of them, in ascending order, when the record's source, VRF, ifIndex or VRF cache becomes another;
-//   - those that remain, when another length of the same address goes;
-//   - a new one, when it comes.
+// History counts in one place only: of several prefix lengths of one address that one record holds, the one reported
+// first is in force. So the model stamps each address of a record when it is reported:
+//   - all of them, in ascending order, when the record's source, VRF, ifIndex or VRF cache changes;
+//   - the remaining ones, when another length of the same address is removed;
+//   - a new one, when it is added.
 
 #include <algorithm>
 #include <array>
@@ -25,12 +25,7 @@ struct ModelAddr {
   IpSnmp::InetAddress addr;
   unsigned length = 0;
   std::string text;  // "10.1.1.1/24"
-  friend bool operator==(const ModelAddr& a, const ModelAddr& b) {
-    return a.addr == b.addr && a.length == b.length;
-  }
-  friend auto operator<=>(const ModelAddr& a, const ModelAddr& b) {
-    return std::tie(a.addr, a.length) <=> std::tie(b.addr, b.length);
-  }
+  friend auto operator<=>(const ModelAddr&, const ModelAddr&) = default;
 };
 
 struct ModelRecord {
@@ -60,32 +55,44 @@ class AddressModel {
   // To be called after each change of the above.
   void settle() {
     ++now_;
-    std::erase_if(told_, [&](const auto& at) { return !records.contains(at.first); });
-    for (const auto& [id, record] : records) tell(told_[id], circumstances(id, record), record.present());
+    std::erase_if(reported_, [&](const auto& at) { return !records.contains(at.first); });
+    for (const auto& [id, record] : records) report(reported_[id], circumstances(id, record), record.present());
   }
-  void everythingIsToldAgain() { told_.clear(); }
 
   // In the form of tables().
-  std::string tables(const std::string& vrf) const {
-    std::map<IpSnmp::InetAddress, std::map<std::pair<int, std::string>, std::pair<std::uint32_t, ModelAddr>>> all;
-    for (const auto& [id, told] : told_) {
-      const auto& [source, inVrf, index, cache] = told.under;
+  TableLines tables(const std::string& vrf) const {
+    // By address and pair: the ifIndex and the prefix length in force.
+    std::map<IpSnmp::InetAddress, std::map<std::pair<int, std::string>, std::pair<std::int64_t, unsigned>>> all;
+    for (const auto& [id, reported] : reported_) {
+      const auto& [source, inVrf, index, cache] = reported.under;
       if (inVrf != vrf || index < 1 || cache == 0) continue;
-      std::map<IpSnmp::InetAddress, std::pair<Stamp, ModelAddr>> inForce;
-      for (const auto& [addr, stamp] : told.stamps) {
-        const auto at = inForce.find(addr.addr);
-        if (at == inForce.end() || stamp < at->second.first)
-          inForce.insert_or_assign(addr.addr, std::pair(stamp, addr));
+      std::map<IpSnmp::InetAddress, std::pair<Stamp, unsigned>> inForce;
+      for (const auto& [addr, stamp] : reported.stamps) {
+        auto& first = inForce.try_emplace(addr.addr, stamp, addr.length).first->second;
+        first = std::min(first, {stamp, addr.length});
       }
       for (const auto& [addr, chosen] : inForce) all[addr][{source, id.second}] = {index, chosen.second};
     }
-    return print(all);
+    TableLines lines;
+    for (const auto& [addr, pairs] : all) {
+      auto entry = keyText(addr) + (pairs.begin()->first.first == 1 ? " config:" : " preferred:");
+      for (const auto& [key, held] : pairs) {
+        entry += fmt::format(" {}/{}={}/{}", key.first, key.second, held.first, held.second);
+      }
+      lines.insert(entry);
+      const auto& [index, length] = pairs.begin()->second;
+      lines.insert(fmt::format("prefix {} {}/{}", index, keyText(masked(addr, length)), length));
+      if (addr.version() != Ip::ipVersion4) continue;
+      const std::uint32_t netMask = length == 0 ? 0 : 0xFFFFFFFFu << (32 - length);
+      lines.insert(fmt::format("row {} {} {}", keyText(addr), index, Vantu::IpAddr(netMask).stringValue()));
+    }
+    return lines;
   }
 
  private:
   using Stamp = std::pair<long, int>;
   using Under = std::tuple<int, std::string, std::int64_t, int>;  // source, VRF, ifIndex, cache
-  struct Told {
+  struct Reported {
     Under under;
     std::map<ModelAddr, Stamp> stamps;
   };
@@ -99,52 +106,29 @@ class AddressModel {
             cache == caches.end() ? 0 : cache->second};
   }
 
-  void tell(Told& told, const Under& under, const std::set<ModelAddr>& present) {
-    if (told.under != under) told = {under, {}};
+  void report(Reported& reported, const Under& under, const std::set<ModelAddr>& present) {
+    if (reported.under != under) reported = {under, {}};
     std::set<IpSnmp::InetAddress> disturbed;
-    for (const auto& [addr, stamp] : told.stamps) {
+    for (const auto& [addr, stamp] : reported.stamps) {
       if (!present.contains(addr)) disturbed.insert(addr.addr);
     }
-    std::erase_if(told.stamps, [&](const auto& at) { return !present.contains(at.first); });
+    std::erase_if(reported.stamps, [&](const auto& at) { return !present.contains(at.first); });
     int order = 0;
-    for (auto& [addr, stamp] : told.stamps) {
+    for (auto& [addr, stamp] : reported.stamps) {
       if (disturbed.contains(addr.addr)) stamp = {now_, order++};
     }
-    for (const auto& addr : present) told.stamps.try_emplace(addr, now_, order++);
+    for (const auto& addr : present) reported.stamps.try_emplace(addr, now_, order++);
   }
 
-  static std::string print(const auto& all) {
-    std::string entries;
-    std::string rows;
-    std::set<std::tuple<std::int64_t, IpSnmp::InetAddress, unsigned, std::string>> prefixes;
-    for (const auto& [addr, pairs] : all) {
-      entries += keyText(addr) + (pairs.begin()->first.first == 1 ? " config:" : " preferred:");
-      for (const auto& [key, held] : pairs) {
-        entries += fmt::format(" {}/{}={}/{}", key.first, key.second, held.first, held.second.length);
-      }
-      entries += "\n";
-      const auto& [index, speaker] = pairs.begin()->second;
-      prefixes.insert(prefix(index, speaker));
-      if (addr.version() == Ip::ipVersion4) {
-        const std::uint32_t netMask = speaker.length == 0 ? 0 : 0xFFFFFFFFu << (32 - speaker.length);
-        rows += fmt::format("row {} {} {}\n", keyText(addr), index, Vantu::IpAddr(netMask).stringValue());
-      }
-    }
-    for (const auto& [index, addr, length, text] : prefixes) rows += text;
-    return entries + rows;
-  }
-
-  static std::tuple<std::int64_t, IpSnmp::InetAddress, unsigned, std::string> prefix(std::uint32_t index,
-                                                                                     const ModelAddr& held) {
-    auto bytes = held.addr.bytes().raw();
-    for (unsigned bit = held.length; bit < bytes.size() * 8; ++bit) {
+  static IpSnmp::InetAddress masked(const IpSnmp::InetAddress& addr, unsigned length) {
+    auto bytes = addr.bytes().raw();
+    for (unsigned bit = length; bit < bytes.size() * 8; ++bit) {
       bytes[bit / 8] = static_cast<char>(bytes[bit / 8] & ~(0x80 >> (bit % 8)));
     }
-    const IpSnmp::InetAddress addr(held.addr.version(), Snmp::String(bytes));
-    return {index, addr, held.length, fmt::format("prefix {} {}/{}\n", index, keyText(addr), held.length)};
+    return IpSnmp::InetAddress(addr.version(), Snmp::String(bytes));
   }
 
-  std::map<RecordId, Told> told_;
+  std::map<RecordId, Reported> reported_;
   long now_ = 0;
 };
 

@@ -1,9 +1,8 @@
 #pragma once
 // VRFs, neighbours and the machines that serve them, for tests, under a clock that only the test moves.
 
+#include "ipsnmp/agent/Root.h"
 #include "ipsnmp/agent/testing/TestWorld.h"
-#include "ipsnmp/agent/vrf/VrfIfTableSm.h"
-#include "ipsnmp/agent/vrf/VrfRootSm.h"
 #include "quillo/testing/TestArpTable.h"
 
 namespace IpSnmpTest {
@@ -41,14 +40,12 @@ struct VrfWorld : World {
   Ptr<Snmp::Status> snmpStatus = Kel::makePtr<Snmp::Status>("status");
   Ptr<IpSnmp::IpVrfMib> ipVrfMib = Kel::makePtr<IpSnmp::IpVrfMib>("ipvrfmib");
   Ptr<IpSnmp::VrfMibsDir> vrfMibsDir = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
-  Ptr<IpSnmp::VrfRootDir> vrfRootDir = Kel::makePtr<IpSnmp::VrfRootDir>("vrfs");
   Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifmib");
   Quillo::Fib::FecMode fecMode = Quillo::Fib::fecModePerVrf;
   bool routeTablesEnabled = true;
   Ptr<Varnix::EntityManager> manager;        // none: no tables are mounted
   Ptr<IpSnmp::IpRouteTableSm> routeTableSm;  // the default VRF's
-  Ptr<IpSnmp::ArpTableSm> arpTableSm;
-  Ptr<IpSnmp::VrfIfTableSm> vrfIfTableSm;
+  Ptr<IpSnmp::Root> root = Kel::makePtr<IpSnmp::Root>("root");
   Ptr<IpSnmp::VrfRootSm> vrfRootSm;
 
   VrfWorld() {
@@ -57,49 +54,25 @@ struct VrfWorld : World {
   }
   ~VrfWorld() { Kel::System::clockIs({}); }
 
-  Ptr<IpSnmp::ArpTableSm> makeArpTableSm(VrfId id) {
-    return Kel::makePtr<IpSnmp::ArpTableSm>(tree.intfStatusDir, ipMib, arp, id);
-  }
-  // What the operations of Root take, in order.
-  std::vector<Kel::Value> vrfRootArguments() const {
-    return {Quillo::Fib::fecModePerVrf,
-            scheduler,
-            sm,
-            Ptr<const Interface::AllIntfStatusDir>(tree.intfStatusDir),
-            Ptr<const Routing::VrfConfigDir>(tree.routingVrfConfigDir),
-            Ptr<const Routing6::VrfConfigDir>(tree.routing6VrfConfigDir),
-            Ptr<const Kel::Dir>(tree.routingVrfInfoDir),
-            Ptr<const Kel::Dir>(tree.routing6VrfInfoDir),
-            vrfMibsDir,
-            vrfRootDir,
-            Ptr<const Ip::AllVrfStatusLocal>(tree.allVrfStatusLocal),
-            Ptr<const Ip::AllVrfStatusGlobal>(tree.allVrfStatusGlobal),
-            Ptr<const Ip::AllVrfConfig>(tree.allVrfConfig),
-            Ptr<const Snmp::Status>(snmpStatus),
-            ipVrfMib,
-            Ptr<const Varnix::EntityManager>(manager),
-            Ptr<const Arp::Table::Status>(arp),
-            arpTableSm,
-            Ptr<IpSnmp::IpRouteTableSm>(),
-            Ptr<const Vrf::VrfIdMap::Status>(tree.vrfIdStatus),
-            Ptr<const Vrf::VrfIdMap::NameToIdMapWrapper>(tree.vrfNameStatus),
-            Ptr<const IntfSnmp::IfMib>(ifMib),
-            Ptr<const IpSnmp::IpForwardFecs>(),
-            true};
-  }
   // All machines, as the host makes them.
   void start() {
-    arpTableSm = makeArpTableSm(VrfId(0));
-    vrfIfTableSm = Kel::makePtr<IpSnmp::VrfIfTableSm>(ipVrfMib, tree.intfStatusDir, tree.ipConfig, tree.ip6Config);
+    root->arpTableSmIs(tree.intfStatusDir, ipMib, arp, VrfId(0));
+    root->vrfIfTableSmIs(ipVrfMib, tree.intfStatusDir, tree.ipConfig, tree.ip6Config);
+    root->vrfRootDirIs("vrfs");
     vrfRootSmIs();
   }
   void vrfRootSmIs() {
-    vrfRootSm = Kel::makePtr<IpSnmp::VrfRootSm>(
+    const auto allFecs = routeTableSm ? routeTableSm->localForwardingFecs() : nullptr;
+    vrfRootSm = root->vrfRootSmIs(
         fecMode, scheduler, sm, tree.intfStatusDir, tree.routingVrfConfigDir, tree.routing6VrfConfigDir,
-        tree.routingVrfInfoDir, tree.routing6VrfInfoDir, vrfMibsDir, vrfRootDir, tree.allVrfStatusLocal,
-        tree.allVrfStatusGlobal, tree.allVrfConfig, snmpStatus, ipVrfMib, manager, arp, arpTableSm, routeTableSm,
-        tree.vrfIdStatus, tree.vrfNameStatus, ifMib,
-        fecMode == Quillo::Fib::fecModeUnified ? routeTableSm->localForwardingFecs() : nullptr, routeTablesEnabled);
+        tree.routingVrfInfoDir, tree.routing6VrfInfoDir, vrfMibsDir, root->vrfRootDir(), tree.allVrfStatusLocal,
+        tree.allVrfStatusGlobal, tree.allVrfConfig, snmpStatus, ipVrfMib, manager, arp, root->arpTableSm(),
+        routeTableSm, tree.vrfIdStatus, tree.vrfNameStatus, ifMib, allFecs, routeTablesEnabled);
+  }
+  void startReady() {
+    start();
+    agentIsReady();
+    runTasks();
   }
   void agentIsReady() { snmpStatus->agentStatusIs("agent")->agentReadyIs(true); }
   void runTasks() {
@@ -135,10 +108,10 @@ struct VrfWorld : World {
   bool isServed(const std::string& vrf) const {
     const auto mibs = vrfMibsDir->mibs(vrf);
     const bool served = vrfRootSm->servedVrfHas(L3::VrfName(vrf));
-    const auto root = vrfRootSm->vrfRoot(vrf);
+    const auto made = vrfRootSm->vrfRoot(vrf);
     EXPECT_EQ(served, mibs != nullptr) << vrf;
-    EXPECT_EQ(served, root != nullptr) << vrf;
-    EXPECT_EQ(root, vrfRootDir->vrfRoot(vrf)) << vrf;
+    EXPECT_EQ(served, made != nullptr) << vrf;
+    EXPECT_EQ(made, root ? root->vrfRootDir()->vrfRoot(vrf) : nullptr) << vrf;
     EXPECT_EQ(sm->vrfIpMib(vrf), mibs ? mibs->ipmib() : nullptr) << vrf;
     return served;
   }

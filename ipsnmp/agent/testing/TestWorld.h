@@ -4,15 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "ipsnmp/agent/address/IpAddressTableSm.h"
-#include "kel/Trace.h"
+#include "ipsnmp/testing/TestRoutes.h"
 #include "varnix/Tree.h"
 
 namespace IpSnmpTest {
 
-using Kel::Ptr;
+using Lines = std::vector<std::string>;
 
 inline Vantu::IntfId intfOf(std::string_view text) {
   return Vantu::IntfId(text);
@@ -23,35 +22,6 @@ inline Vantu::IpAddrWithMask mask4(std::string_view text) {
 inline Vantu::Ip6AddrWithMask mask6(std::string_view text) {
   return Vantu::Ip6AddrWithMask::fromString(text);
 }
-
-// The lines of a facility while it exists: those of the address state machine unless told otherwise.
-class TraceCatcher {
- public:
-  explicit TraceCatcher(const std::string& levels = "IpAddressTableSm/0-9") {
-    Kel::TraceConfig::levelsAre(levels);
-    previous_ = Kel::TraceConfig::sinkIs(
-        [this](const Kel::TraceHandle&, unsigned, const std::string& text) { lines_.push_back(text); });
-  }
-  ~TraceCatcher() {
-    Kel::TraceConfig::sinkIs(previous_);
-    Kel::TraceConfig::reset();
-  }
-  TraceCatcher(const TraceCatcher&) = delete;
-  TraceCatcher& operator=(const TraceCatcher&) = delete;
-
-  // How often the line came since the last call.
-  long take(const std::string& line) {
-    const auto count = std::count(lines_.begin(), lines_.end(), line);
-    lines_.clear();
-    return count;
-  }
-  // All lines since the last call.
-  std::vector<std::string> takeAll() { return std::exchange(lines_, {}); }
-
- private:
-  Kel::TraceConfig::Sink previous_;
-  std::vector<std::string> lines_;
-};
 
 struct World {
   Varnix::Tree tree{Kel::makePtr<Kel::Dir>("")};
@@ -94,34 +64,36 @@ inline std::string keyText(const IpSnmp::InetAddress& addr) {
                                           : Vantu::Ip6Addr::fromBytes(addr.bytes().octets()).stringValue();
 }
 
-// The three tables as text, one line a row, and the rules that hold whatever happened before:
+// The three tables as lines, and the rules that hold whatever happened before:
 //   "10.0.0.1 preferred: 0/eth0=3/24 1/eth1=4/24"    pairs as source/interface=ifIndex/prefix length
 //   "row 10.0.0.1 3 255.255.255.0"                   ipAddrTable
 //   "prefix 3 10.0.0.0/24"
-inline std::string tables(const IpSnmp::IpMib& mib) {
-  std::string text;
+using TableLines = std::set<std::string>;
+inline TableLines tables(const IpSnmp::IpMib& mib) {
+  TableLines lines;
   for (const auto& [key, entry] : mib.ipAddressTable()) {
-    if (entry->intf().empty()) return "an entry without pairs: " + keyText(key);
-    text += keyText(key) + (entry->addressStatus() == IpSnmp::addressStatusPreferred ? " preferred:" : " config:");
+    auto text =
+        keyText(key) + (entry->addressStatus() == IpSnmp::addressStatusPreferred ? " preferred:" : " config:");
     for (const auto& [pairKey, pair] : entry->intf()) {
       text += fmt::format(" {}/{}={}/{}", static_cast<int>(pairKey.source()), pairKey.intfId().text(),
                           pair.ifIndex(), pair.prefixEntry()->index().length());
     }
-    text += "\n";
+    lines.insert(text);
   }
   for (const auto& [addr, row] : mib.ipAddrTable()) {
-    text += fmt::format("row {} {} {}\n", addr.stringValue(), row->ipAdEntIfIndex(),
-                        row->ipAdEntNetMask().stringValue());
-    if (row->masterEntry() != mib.ipAddressTable(IpSnmp::InetAddress::fromIpAddr(addr))) return "a foreign master";
+    lines.insert(fmt::format("row {} {} {}", addr.stringValue(), row->ipAdEntIfIndex(),
+                             row->ipAdEntNetMask().stringValue()));
+    EXPECT_EQ(row->masterEntry(), mib.ipAddressTable(IpSnmp::InetAddress::fromIpAddr(addr)));
   }
   for (const auto& [key, row] : mib.ipAddressPrefixTable()) {
-    text += fmt::format("prefix {} {}/{}\n", key.ifIndex(),
-                        keyText(IpSnmp::InetAddress(key.version(), key.bytes())), key.length());
-    const auto isHeld = std::any_of(mib.ipAddressTable().begin(), mib.ipAddressTable().end(),
-                                    [&](const auto& at) { return at.second->prefixEntry() == row; });
-    if (!isHeld) return text + "a prefix row that is no first pair's object";
+    lines.insert(fmt::format("prefix {} {}/{}", key.ifIndex(),
+                             keyText(IpSnmp::InetAddress(key.version(), key.bytes())), key.length()));
+    const auto& all = mib.ipAddressTable();
+    EXPECT_TRUE(std::any_of(all.begin(), all.end(), [&](const auto& at) {
+      return at.second->prefixEntry() == row;
+    })) << "a prefix row is the object of a first pair";
   }
-  return text;
+  return lines;
 }
 
 }  // namespace IpSnmpTest

@@ -1,8 +1,8 @@
 #pragma once
-// What the caches of all VRFs must hold, worked out from plain copies of the records, for tests.
+// What the caches of all VRFs must hold, computed from plain copies of the records, for tests.
 //
-// History counts in three places: a VRF is made only by an event that looks at it, it is unmade when its local status
-// goes, and then its interface rows are away until the interface or the VRF comes anew.
+// History counts in three places: a VRF is made only by an event that examines it; it is unmade when its local status
+// is deleted; its interface rows are then absent until the interface or the VRF's row changes.
 
 #include <map>
 #include <optional>
@@ -20,15 +20,9 @@ struct ModelVrf {
   std::optional<unsigned> id;
 };
 
-struct ModelIntf {
-  std::optional<unsigned> ifIndex;  // empty: no status record
-  std::optional<std::string> vrf4, vrf6;
-};
-
 class VrfModel {
  public:
   std::map<std::string, ModelVrf> vrfs;
-  std::map<std::string, ModelIntf> intfs;
   std::set<std::tuple<unsigned, IpSnmp::InetAddress, std::string>> entries;  // id, address, interface
   bool isReady = false;
   AddressModel addresses;
@@ -37,8 +31,9 @@ class VrfModel {
 
   bool isMade(const std::string& vrf) const { return made_.contains(vrf); }
 
-  // Events. Each is told after the records above were changed.
+  // Events, to be called after the records above were changed.
   void agentIsReady() {
+    isReady = true;
     for (const auto& [name, vrf] : vrfs) examine(name);
   }
   // Something that may complete the VRF.
@@ -58,14 +53,21 @@ class VrfModel {
       if (claim.second == name) settle(claim.first);
     }
   }
-  void intfChanged(const std::string& name) {
-    const auto before = claims_.contains(name) ? std::optional(claims_[name]) : std::nullopt;
-    const auto now = claimOf(name);
-    if (now == before) return;
-    claims_.erase(name);
-    if (now) claims_[name] = *now;
-    if (before) settle(before->first);
-    if (now) settle(now->first);
+  // To be called after each change.
+  void settle() {
+    std::set<std::string> intfs;
+    for (const auto& [id, record] : addresses.records) intfs.insert(id.second);
+    for (const auto& [intf, claim] : claims_) intfs.insert(intf);
+    for (const auto& intf : intfs) {
+      const auto before = claims_.contains(intf) ? std::optional(claims_[intf]) : std::nullopt;
+      const auto now = claimOf(intf);
+      if (now == before) continue;
+      claims_.erase(intf);
+      if (now) claims_[intf] = *now;
+      if (before) settle(before->first);
+      if (now) settle(now->first);
+    }
+    addresses.settle();
   }
 
   // As the helpers of TestVrfWorld.h print the tables.
@@ -74,9 +76,9 @@ class VrfModel {
     const auto id = idOf(vrf);
     std::map<std::pair<unsigned, IpSnmp::InetAddress>, std::string> rows;
     for (const auto& [entryId, addr, intf] : entries) {
-      const auto at = intfs.find(intf);
-      if (!id || entryId != *id || at == intfs.end() || at->second.ifIndex.value_or(0) == 0) continue;
-      auto& owner = rows[{*at->second.ifIndex, addr}];
+      const auto ifIndex = ifIndexOf(intf);
+      if (!id || entryId != *id || ifIndex == 0) continue;
+      auto& owner = rows[{ifIndex, addr}];
       if (owner.empty() || intf < owner) owner = intf;
     }
     std::string text;
@@ -126,11 +128,16 @@ class VrfModel {
     }
     return id;
   }
-  std::optional<Claim> claimOf(const std::string& name) const {
-    const auto& intf = intfs.at(name);
-    if (intf.ifIndex.value_or(0) == 0) return std::nullopt;
-    for (const auto& vrf : {intf.vrf4, intf.vrf6}) {
-      if (vrf && *vrf != "default") return Claim(*intf.ifIndex, *vrf);
+  unsigned ifIndexOf(const std::string& intf) const {
+    const auto at = addresses.ifIndex.find(intf);
+    return at == addresses.ifIndex.end() ? 0 : at->second;
+  }
+  std::optional<Claim> claimOf(const std::string& intf) const {
+    if (ifIndexOf(intf) == 0) return std::nullopt;
+    for (const auto kind : {config4, config6}) {
+      const auto at = addresses.records.find({kind, intf});
+      if (at == addresses.records.end() || !at->second.vrf || *at->second.vrf == "default") continue;
+      return Claim(ifIndexOf(intf), *at->second.vrf);
     }
     return std::nullopt;
   }

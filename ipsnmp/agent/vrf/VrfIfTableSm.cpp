@@ -11,39 +11,81 @@ Kel::TraceHandle vrfIfTableSmTrace("VrfIfTableSm");
 
 }  // namespace
 
-// A record may have been deleted and made again before its change is heard, so a reactor is always made anew.
-struct VrfIfTableSm::KelConfig : Ip::Config::Notifiee {
-  explicit KelConfig(VrfIfTableSm* owner) : owner_(owner) {}
+namespace VrfIfReactors {
+
+template <class Record>
+void IntfReactor<Record>::kelStart() {
+  this->notifierIs(record_);
+  l3Watch_->notifierIs(record_->l3Config());
+  intfStatusIs(owner_->intfStatusDir()->intfStatus(record_->intfId()));
+}
+
+template <class Record>
+void IntfReactor<Record>::kelStop() {
+  this->notifierIs(nullptr);
+  l3Watch_->notifierIs(nullptr);
+  intfStatusWatch_->notifierIs(nullptr);
+}
+
+template <class Record>
+void IntfReactor<Record>::intfStatusIs(const Kel::Ptr<const Interface::IntfStatus>& status) {
+  if (!this->notifier()) return;  // stopped
+  intfStatusWatch_->notifierIs(status);
+  changed();
+}
+
+template <class Record>
+L3::VrfName IntfReactor<Record>::vrf() const {
+  const auto l3 = l3Watch_->notifier();
+  return l3 ? l3->vrf() : L3::VrfName();
+}
+
+template <class Record>
+void IntfReactor<Record>::handleL3Config() {
+  l3Watch_->notifierIs(record_->l3Config());
+  changed();
+}
+
+template <class Record>
+void IntfReactor<Record>::changed() {
+  owner_->handleIntf(record_->intfId());
+}
+
+template class IntfReactor<Ip::IpIntfConfig>;
+template class IntfReactor<Ip6::IntfConfig>;
+
+}  // namespace VrfIfReactors
+
+// A record may have been deleted and made again before its change is notified, so its reactor is always made anew.
+struct VrfIfTableSm::KelConfig : OwnedReactor<VrfIfTableSm, Ip::Config> {
+  using OwnedReactor::OwnedReactor;
   void handleIpIntfConfig(const Vantu::IntfId& givenId) override {
     const Vantu::IntfId intfId = givenId;
     owner_->ipIntfConfigDel(intfId);
     if (const auto record = notifier()->ipIntfConfig(intfId)) owner_->ipIntfConfigIs(owner_, record);
     owner_->handleIntf(intfId);
   }
-  VrfIfTableSm* const owner_;
 };
 
-struct VrfIfTableSm::KelConfig6 : Ip6::Config::Notifiee {
-  explicit KelConfig6(VrfIfTableSm* owner) : owner_(owner) {}
+struct VrfIfTableSm::KelConfig6 : OwnedReactor<VrfIfTableSm, Ip6::Config> {
+  using OwnedReactor::OwnedReactor;
   void handleIntf(const Vantu::IntfId& givenId) override {
     const Vantu::IntfId intfId = givenId;
     owner_->ip6IntfConfigDel(intfId);
     if (const auto record = notifier()->intf(intfId)) owner_->ip6IntfConfigIs(owner_, record);
     owner_->handleIntf(intfId);
   }
-  VrfIfTableSm* const owner_;
 };
 
-struct VrfIfTableSm::KelIpVrfMib : IpVrfMib::Notifiee {
-  explicit KelIpVrfMib(VrfIfTableSm* owner) : owner_(owner) {}
+struct VrfIfTableSm::KelIpVrfMib : OwnedReactor<VrfIfTableSm, IpVrfMib> {
+  using OwnedReactor::OwnedReactor;
   void handleVrfTable(const Snmp::String& vrfName) override {
     if (notifier()->vrfTableHas(vrfName)) owner_->handleVrf(L3::VrfName(vrfName.raw()));
   }
-  VrfIfTableSm* const owner_;
 };
 
 VrfIfTableSm::~VrfIfTableSm() {
-  stop();
+  VrfIfTableSm::kelStop();
 }
 
 void VrfIfTableSm::kelStart() {
@@ -62,10 +104,6 @@ void VrfIfTableSm::kelStart() {
 }
 
 void VrfIfTableSm::kelStop() {
-  stop();
-}
-
-void VrfIfTableSm::stop() {
   if (reactors_.empty()) return;
   reactors_.clear();
   ipIntfConfigDelAll();
@@ -114,7 +152,6 @@ void VrfIfTableSm::handleIntf(const Vantu::IntfId& givenId) {
   if (now) settle(now->ifIndex);
 }
 
-// Gives the row to the interface that it belongs to.
 void VrfIfTableSm::settle(std::uint32_t ifIndex) {
   const auto first = claimsByIfIndex_.lower_bound({ifIndex, Vantu::IntfId()});
   if (first == claimsByIfIndex_.end() || first->first != ifIndex) return delFromVrfIfTable(ifIndex);

@@ -1,14 +1,14 @@
 #pragma once
 // Keeps vrfIfTable: one row for each interface of a VRF other than "default", by ifIndex, with the VRF's name.
 //
-// An interface has a row while it has a status record with an ifIndex and its IPv4 or its IPv6 configuration claims
-// it for such a VRF, the IPv4 one deciding when they differ. The row moves with the ifIndex. Should two interfaces
-// have the same ifIndex, the row is that of the lower interface id.
+// An interface has a row while it has a status record with an ifIndex and its IPv4 or its IPv6 configuration puts it
+// into such a VRF. If the two differ, the IPv4 one decides. The row moves with the ifIndex. If two interfaces have the
+// same ifIndex, the row is that of the lower interface id.
 //
-// Whoever removes a VRF removes its rows (VrfRootSm). Those of interfaces that still name the VRF come back when it
-// does, which is when it has a row in vrfTable again.
+// VrfRootSm removes the rows of a VRF that it removes. The rows of interfaces that still name the VRF are added again
+// when the VRF has a row in vrfTable again.
 //
-// Stopping or destroying the machine removes its rows.
+// Lifetime: stopping or destroying the machine removes its rows.
 
 #include <absl/container/btree_set.h>
 
@@ -17,21 +17,70 @@
 #include <vector>
 
 #include "ipsnmp/IpMib.h"
-#include "ipsnmp/agent/vrf/VrfIfReactors.h"
+#include "ipsnmp/agent/address/Reactors.h"
+#include "varnix/Ip.h"
+#include "varnix/L3.h"
 
 namespace IpSnmp {
+
+class VrfIfTableSm;
+
+namespace VrfIfReactors {
+
+// Watches one configuration record of an interface, the layer-3 record that it refers to, and the interface's status
+// record. It belongs to a collection of the state machine, and must not outlive it.
+template <class Record>
+class IntfReactor : public Record::Notifiee {
+ public:
+  IntfReactor(VrfIfTableSm* owner, Kel::Ptr<const Record> record) : owner_(owner), record_(std::move(record)) {}
+  static const Vantu::IntfId& kelKeyOf(const VrfIfTableSm*, const Kel::Ptr<const Record>& record) {
+    return record->intfId();
+  }
+
+  // Null when the interface has none.
+  Kel::Ptr<const Interface::IntfStatus> intfStatus() const { return intfStatusWatch_->notifier(); }
+  void intfStatusIs(const Kel::Ptr<const Interface::IntfStatus>& status);
+  // Where the configuration puts the interface: without a layer-3 record, in the default VRF.
+  L3::VrfName vrf() const;
+
+  // The collection calls these when the reactor enters and leaves it.
+  void kelStart();
+  void kelStop();
+
+  void handleL3Config() override;
+  void handleDel() override { kelStop(); }
+
+ private:
+  struct KelL3Config : OwnedReactor<IntfReactor, L3::Intf::Config> {
+    using OwnedReactor<IntfReactor, L3::Intf::Config>::OwnedReactor;
+    void handleVrf() override { this->owner_->changed(); }
+  };
+
+  void changed();
+
+  VrfIfTableSm* const owner_;
+  const Kel::Ptr<const Record> record_;
+  const Kel::Ptr<KelL3Config> l3Watch_ = Kel::makePtr<KelL3Config>(this);
+  const Kel::Ptr<IfIndexWatch> intfStatusWatch_ = Kel::makePtr<IfIndexWatch>([this] { changed(); });
+};
+
+}  // namespace VrfIfReactors
 
 class VrfIfTableSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfIfTableSm", VrfIfTableSm, Kel::Entity)
  public:
-  using KelIpIntfConfig = VrfIfReactors::KelIpIntfConfig;
-  using KelIp6IntfConfig = VrfIfReactors::KelIp6IntfConfig;
+  using KelIpIntfConfig = VrfIfReactors::IntfReactor<Ip::IpIntfConfig>;
+  using KelIp6IntfConfig = VrfIfReactors::IntfReactor<Ip6::IntfConfig>;
 
   // None may be null.
+  // clang-format off
   KEL_CONSTRUCTOR(VrfIfTableSm,
-                  ((Kel::Ptr<IpVrfMib>, ipVrfMib))((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))(
-                      (Kel::Ptr<const Ip::Config>, config))((Kel::Ptr<const Ip6::Config>, config6)))
-  // One reactor an interface configuration, made and removed as those come and go.
+    ((Kel::Ptr<IpVrfMib>, ipVrfMib))
+    ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))
+    ((Kel::Ptr<const Ip::Config>, config))
+    ((Kel::Ptr<const Ip6::Config>, config6)))
+  // clang-format on
+  // One reactor for each interface configuration that exists.
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIpIntfConfig, ipIntfConfig, IpIntfConfig)
   KEL_MEMBERS(Hashed, Vantu::IntfId, KelIp6IntfConfig, ip6IntfConfig, Ip6IntfConfig)
   KEL_TYPE_END_DECLARE
@@ -45,12 +94,13 @@ class VrfIfTableSm : public Kel::Entity {
   void addToVrfIfTable(const Kel::Name& vrfName, const Kel::Ptr<const Interface::IntfStatus>& intfStatus);
   // Removes the row of an interface.
   void delFromVrfIfTable(std::uint32_t ifIndex);
-  // The interface's status record came or went: its reactors get it.
+  // The interface's status record was created or deleted: passes it to the interface's reactors.
   void handleIntfStatus(const Vantu::IntfId& intfId);
-  // What the reactors of the interface say may have changed.
+  // The interface's configuration, VRF or ifIndex may have changed.
   void handleIntf(const Vantu::IntfId& intfId);
 
  private:
+  // The row that an interface should have.
   struct Claim {
     std::uint32_t ifIndex = 0;
     L3::VrfName vrf;
@@ -59,15 +109,14 @@ class VrfIfTableSm : public Kel::Entity {
   };
 
   std::optional<Claim> claimOf(const Vantu::IntfId& intfId) const;
+  // Makes the row of the ifIndex what it should be.
   void settle(std::uint32_t ifIndex);
   void handleVrf(const L3::VrfName& vrfName);
-  void stop();
 
   struct KelConfig;
   struct KelConfig6;
   struct KelIpVrfMib;
-  // Those of the collections; none: stopped.
-  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // of the collections; none: stopped
   std::map<Vantu::IntfId, Claim> claims_;
   absl::btree_set<std::pair<std::uint32_t, Vantu::IntfId>> claimsByIfIndex_;
 };

@@ -1,20 +1,18 @@
 #include "ipsnmp/agent/vrf/VrfRoot.h"
 
+#include <fmt/format.h>
+
 KEL_TYPE_DEFINE(IpSnmp::VrfRoot)
 KEL_TYPE_DEFINE(IpSnmp::VrfRootDir)
 
 namespace IpSnmp {
 
 VrfRoot::~VrfRoot() {
-  stop();
+  VrfRoot::kelStop();
 }
 
+// Users before what they use.
 void VrfRoot::kelStop() {
-  stop();
-}
-
-// The other way round than they depend on each other.
-void VrfRoot::stop() {
   perVrfFecSmDel();
   ipRouteTableSmDel();
   fib6StatsSmDel();
@@ -28,6 +26,17 @@ VrfRootDir::~VrfRootDir() {
 
 void VrfRootDir::kelStop() {
   vrfRootDelAll();
+}
+
+VrfTables VrfTables::mounted(const KelQuillo::Mount& mount, const L3::VrfName& vrfName, bool withFecs) {
+  const auto path = [&](const char* pattern) { return fmt::format(fmt::runtime(pattern), vrfName.stringValue()); };
+  VrfTables tables;
+  tables.routeStatus = mount.mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
+  tables.route6Status = mount.mounted<Quillo::Fib6::RouteStatus>(path(KelQuillo::route6StatusPath));
+  if (withFecs) {
+    tables.forwardingStatus = mount.mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
+  }
+  return tables;
 }
 
 }  // namespace IpSnmp

@@ -1,16 +1,19 @@
 #pragma once
-// The owners of the state machines of the VRFs other than the default one. The cache handles refer to the children
-// of the VRF's member of VrfMibsDir.
+// The owners of the state machines of the VRFs other than the default one, and the shared tables that a VRF reads.
 
 #include "fibstats/agent/FibStatsSm.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/neighbour/ArpTableSm.h"
 #include "ipsnmp/agent/route/PerVrfFecSm.h"
 #include "vantu/VrfId.h"
+#include "varnix/QuilloMount.h"
+#include "varnix/Values.h"
 
 namespace IpSnmp {
 
-// One VRF, named for it. Deleting or destroying the root deletes the machines.
+// The machines of one VRF; its name is the VRF's. The cache handles refer to the children of the VRF's member of
+// VrfMibsDir.
+// Lifetime: deleting or destroying the root deletes the machines.
 class VrfRoot : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfRoot", VrfRoot, Kel::Entity)
  public:
@@ -28,9 +31,6 @@ class VrfRoot : public Kel::Entity {
 
   ~VrfRoot() override;
   void kelStop() override;
-
- private:
-  void stop();
 };
 
 class VrfRootDir : public Kel::Entity {
@@ -43,5 +43,31 @@ class VrfRootDir : public Kel::Entity {
   ~VrfRootDir() override;
   void kelStop() override;
 };
+
+// The shared tables of routes and FECs of one VRF.
+struct VrfTables {
+  // Null: there is no such table, or it is of another type.
+  Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus;
+  Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status;
+  Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus;
+
+  // The tables of the id under which the VRF is published now; without `withFecs` no forwarding table is mounted.
+  static VrfTables mounted(const KelQuillo::Mount& mount, const L3::VrfName& vrfName, bool withFecs);
+};
+
+// Has the machines of `owner`, a Root or a VrfRoot, read `tables` instead of their present tables. No-op while the owner
+// has no route table machine. A forwarding table that all VRFs share stays.
+template <class Owner>
+void remountTables(Owner& owner, const VrfTables& tables) {
+  const auto routeSm = owner.ipRouteTableSm();
+  if (!routeSm) return;
+  if (const auto sm = owner.fibStatsSm()) sm->routeStatusIs(tables.routeStatus);
+  if (const auto sm = owner.fib6StatsSm()) sm->routeStatusIs(tables.route6Status);
+  owner.perVrfFecSmDel();
+  routeSm->routeStatusIs(tables.routeStatus);
+  const auto& shared = routeSm->unifiedForwardingStatus();
+  if (!shared) routeSm->vrfForwardingStatusIs(tables.forwardingStatus);
+  owner.perVrfFecSmIs(routeSm, tables.routeStatus, shared ? shared : tables.forwardingStatus);
+}
 
 }  // namespace IpSnmp

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "ipsnmp/agent/vrf/VrfRootReactors.h"
 #include "kel/Trace.h"
 
 KEL_TYPE_DEFINE(IpSnmp::VrfRootSm)
@@ -14,12 +13,87 @@ Kel::TraceHandle vrfRootSmTrace("VrfRootSm");
 
 constexpr int taskPriority = 2;
 
-// Directories take any name; one that no VRF can have names none.
-bool isVrfName(const Kel::Name& name) {
-  return !name.empty() && name.size() <= L3::VrfName::maxLength;
-}
-
 }  // namespace
+
+// ---- reactors ----
+
+struct VrfRootSm::KelArpQuillo : OwnedReactor<VrfRootSm, Arp::Table::Status> {
+  using OwnedReactor::OwnedReactor;
+  void handleInitialized() override {
+    const Kel::Ptr<VrfRootSm> keep(owner_);
+    for (const auto& sm : owner_->arpTableSms()) sm->handleInitialized();
+    owner_->retryVrfs();
+  }
+  void handleTable() override {
+    const Kel::Ptr<VrfRootSm> keep(owner_);
+    for (const auto& sm : owner_->arpTableSms()) sm->handleTable();
+    owner_->retryVrfs();
+  }
+  void onArpEntry(const Arp::Table::ArpKey& key) override { owner_->handleArpEntry(key); }
+  void onNeighborEntry(const Arp::Table::ArpKey& key) override { owner_->handleNeighborEntry(key); }
+};
+
+struct VrfRootSm::KelNameToIdMap : OwnedReactor<VrfRootSm, Vrf::VrfIdMap::NameToIdMap> {
+  using OwnedReactor::OwnedReactor;
+  void handleVrfId(const L3::VrfName& vrfName) override { owner_->handleNameToIdMap(vrfName); }
+};
+
+struct VrfRootSm::KelRoutingVrfConfigDir : OwnedReactor<VrfRootSm, Routing::VrfConfigDir> {
+  using OwnedReactor::OwnedReactor;
+  void handleVrfConfig(const Kel::Name& vrfName) override { owner_->onVrfConfig(vrfName); }
+};
+
+struct VrfRootSm::KelRouting6VrfConfigDir : OwnedReactor<VrfRootSm, Routing6::VrfConfigDir> {
+  using OwnedReactor::OwnedReactor;
+  void handleVrfConfig(const Kel::Name& vrfName) override { owner_->onVrf6Config(vrfName); }
+};
+
+struct VrfRootSm::KelRoutingVrfInfoDir : OwnedReactor<VrfRootSm, Kel::Dir> {
+  using OwnedReactor::OwnedReactor;
+  void handleEntityPtr(const Kel::Name& vrfName) override { owner_->onEntityPtr(vrfName); }
+};
+
+struct VrfRootSm::KelRouting6VrfInfoDir : OwnedReactor<VrfRootSm, Kel::Dir> {
+  using OwnedReactor::OwnedReactor;
+  void handleEntityPtr(const Kel::Name& vrfName) override {
+    if (notifier()->entityPtrHas(vrfName)) owner_->handleVrfCreation(vrfName);
+  }
+};
+
+struct VrfRootSm::KelVrfNameStatus : OwnedReactor<VrfRootSm, Vrf::VrfIdMap::NameToIdMapWrapper> {
+  using OwnedReactor::OwnedReactor;
+  void handleVrfId(const L3::VrfName& vrfName) override { owner_->handleVrfNameToIdChange(vrfName); }
+};
+
+struct VrfRootSm::KelAllVrfStatusLocal : OwnedReactor<VrfRootSm, Ip::AllVrfStatusLocal> {
+  using OwnedReactor::OwnedReactor;
+  // A record may have been deleted and made again before its change is notified, so its reactor is always made anew.
+  void handleVrf(const L3::VrfName& vrfName) override {
+    const Kel::Ptr<VrfRootSm> keep(owner_);
+    owner_->vrfStatusLocalDel(vrfName);
+    if (const auto record = notifier()->vrf(vrfName)) owner_->vrfStatusLocalIs(owner_, record);
+  }
+};
+
+struct VrfRootSm::KelAllVrfStatusGlobal : OwnedReactor<VrfRootSm, Ip::AllVrfStatusGlobal> {
+  using OwnedReactor::OwnedReactor;
+  void handleVrf(const L3::VrfName& vrfName) override { owner_->addToVrfTable(vrfName.stringValue()); }
+};
+
+struct VrfRootSm::KelAllVrfConfig : OwnedReactor<VrfRootSm, Ip::AllVrfConfig> {
+  using OwnedReactor::OwnedReactor;
+  void handleVrfConfig(const L3::VrfName& vrfName) override { owner_->addToVrfTable(vrfName.stringValue()); }
+};
+
+struct VrfRootSm::KelSnmpStatus : OwnedReactor<VrfRootSm, Snmp::Status> {
+  using OwnedReactor::OwnedReactor;
+  void handleAgentStatus() override { owner_->handleSnmpStatus(); }
+};
+
+struct VrfRootSm::KelSnmpAgentStatus : OwnedReactor<VrfRootSm, Snmp::AgentStatus> {
+  using OwnedReactor::OwnedReactor;
+  void handleAgentReady() override { owner_->handleInitialized(notifier()->agentReady()); }
+};
 
 void KelVrfStatusLocal::kelStart() {
   notifierIs(record_);
@@ -47,22 +121,24 @@ void KelVrfStatusLocal::handleDel() {
   owner_->handleVrfStatusDel(record_->vrfName());
 }
 
+// ---- start and stop ----
+
 VrfRootSm::~VrfRootSm() {
-  stop();
+  VrfRootSm::kelStop();
 }
 
 void VrfRootSm::kelStart() {
-  watch<KelIntfStatusDir>(intfStatusDir());
-  watch<KelArpQuillo>(arpQuillo());
-  watch<KelRoutingVrfConfigDir>(routingVrfConfigDir());
-  watch<KelRouting6VrfConfigDir>(routing6VrfConfigDir());
-  watch<KelRoutingVrfInfoDir>(routingVrfInfoDir());
-  watch<KelRouting6VrfInfoDir>(routing6VrfInfoDir());
-  watch<KelVrfNameStatus>(vrfNameStatus());
-  watch<KelAllVrfStatusLocal>(allVrfStatusLocal());
-  watch<KelAllVrfStatusGlobal>(allVrfStatusGlobal());
-  watch<KelAllVrfConfig>(allVrfConfig());
-  watch<KelSnmpStatus>(snmpStatus());
+  watch<KelIntfStatusDir>(intfStatusDir(), [this](const Vantu::IntfId& intfId) { handleIntfStatus(intfId); });
+  watch<KelArpQuillo>(arpQuillo(), this);
+  watch<KelRoutingVrfConfigDir>(routingVrfConfigDir(), this);
+  watch<KelRouting6VrfConfigDir>(routing6VrfConfigDir(), this);
+  watch<KelRoutingVrfInfoDir>(routingVrfInfoDir(), this);
+  watch<KelRouting6VrfInfoDir>(routing6VrfInfoDir(), this);
+  watch<KelVrfNameStatus>(vrfNameStatus(), this);
+  watch<KelAllVrfStatusLocal>(allVrfStatusLocal(), this);
+  watch<KelAllVrfStatusGlobal>(allVrfStatusGlobal(), this);
+  watch<KelAllVrfConfig>(allVrfConfig(), this);
+  watch<KelSnmpStatus>(snmpStatus(), this);
   for (const auto& vrfName : allVrfStatusLocal()->vrf().keys()) {
     if (const auto record = allVrfStatusLocal()->vrf(vrfName)) vrfStatusLocalIs(this, record);
   }
@@ -70,15 +146,11 @@ void VrfRootSm::kelStart() {
 }
 
 void VrfRootSm::kelStop() {
-  stop();
-}
-
-void VrfRootSm::stop() {
   if (reactors_.empty()) return;
   reactors_.clear();
   kelSnmpAgentStatus_ = nullptr;
   snmpAgentStatusIs(nullptr);
-  task_ = nullptr;
+  taskDel();
   failedVrfs_.clear();
   vrfStatusLocalDelAll();
   for (const auto& vrfName : vrfRoot().keys()) removeVrf(L3::VrfName(vrfName));
@@ -102,14 +174,19 @@ void VrfRootSm::handleInitialized(bool isReady) {
   const Kel::Ptr<VrfRootSm> self(this);
   nameToIdMapIs("nameToIdMap");
   if (defaultVrfIpRouteTableSm()) unifiedForwardingStatusIs(defaultVrfIpRouteTableSm()->unifiedForwardingStatus());
-  task_ = Kel::makePtr<Brev::Task>(scheduler(), "vrf creation/deletion", taskPriority, KelTask{this});
+  taskIs(Kel::makePtr<KelTask>(this, scheduler(), "vrf creation/deletion", taskPriority));
   initializedIs(true);
   handleVrfCreation();
   handleNameToIdMap();
+  watch<KelNameToIdMap>(nameToIdMap(), this);
   handleIntfStatus();
 }
 
-// ---- VRFs come ----
+// ---- making VRFs ----
+
+bool VrfRootSm::isVrfName(const Kel::Name& name) {
+  return !name.empty() && name.size() <= L3::VrfName::maxLength;
+}
 
 void VrfRootSm::handleVrfCreation() {
   QTRACE_ENTRY(vrfRootSmTrace, this);
@@ -118,7 +195,7 @@ void VrfRootSm::handleVrfCreation() {
     addToVrfTable(vrfName.stringValue());
     if (!vrfName.isDefault()) vrfBacklogIs(vrfName, true);
   }
-  // One that is complete is made whether its local status record is there yet or not, as it is later on.
+  // A complete VRF is made with or without a local status record, as it is by later events.
   for (const auto& name : routingVrfConfigDir()->vrfConfig().keys()) {
     if (isVrfName(name) && !L3::VrfName(name).isDefault()) vrfBacklogIs(L3::VrfName(name), true);
   }
@@ -132,20 +209,20 @@ void VrfRootSm::retryVrfs() {
 }
 
 void VrfRootSm::scheduleVrfBacklog() {
-  if (!task_ || vrfBacklog().empty()) return;
-  if (!task_->scheduled()) vrfBookmarkIs(vrfBacklog().begin()->first);
-  task_->taskWorkPendingIs(vrfBacklog().size());
-  task_->scheduleTask();
+  if (!task() || vrfBacklog().empty()) return;
+  if (!task()->scheduled()) vrfBookmarkIs(vrfBacklog().begin()->first);
+  task()->taskWorkPendingIs(vrfBacklog().size());
+  task()->scheduleTask();
 }
 
 void VrfRootSm::doProcessVrfBacklog() {
   QTRACE_ENTRY(vrfRootSmTrace, this);
   QTRACE(vrfRootSmTrace, 2) << "Starting VRF Backlog processing";
   const Kel::Ptr<VrfRootSm> self(this);
-  const auto task = task_;
+  const auto task = this->task();
   if (!task) return;
   if (vrfBacklogQuantum() > 0) task->quantumIs(vrfBacklogQuantum());
-  // The next one at or after `next`, round the end.
+  // The first one at or after `next`; behind the last one, the first of all.
   const auto at = [this](const L3::VrfName& next) {
     const auto found = vrfBacklog().lowerBound(next);
     return found == vrfBacklog().end() ? vrfBacklog().begin()->first : found->first;
@@ -154,7 +231,7 @@ void VrfRootSm::doProcessVrfBacklog() {
     const L3::VrfName vrfName = at(vrfBookmark());
     vrfBacklogDel(vrfName);
     handleVrfCreation(vrfName.stringValue());
-    if (!task_) return;  // stopped
+    if (!this->task()) return;  // stopped
     task->taskWorkCountInc();
     task->taskWorkPendingIs(vrfBacklog().size());
     if (vrfBacklog().empty()) break;
@@ -189,12 +266,12 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
       // One line at level 0, however many VRFs wait for the same table.
       QTRACE(vrfRootSmTrace, failedVrfs_.empty() ? 0 : 2)
           << "vrf " << vrfName << " is not complete: " << error.what();
-      unmakeVrf(vrfName);  // half a VRF would never be completed
+      unmakeVrf(vrfName);  // no event would complete half a VRF
       failedVrfs_.insert(vrfName);
     }
     return;
   }
-  failedVrfs_.erase(vrfName);  // it is made, or lacks something whose arrival examines it again
+  failedVrfs_.erase(vrfName);  // it is made, or the event that adds what is missing examines it again
   QTRACE(vrfRootSmTrace, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
                             << " vrfRoot(vrfName)=" << vrfRootHas(name)
                             << " routingVrfInfoDir()->entityPtr(vrfName)="
@@ -204,39 +281,28 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
                             << " vrfNameStatus()->vrfIdExists( vrfName )=" << vrfNameStatus()->vrfIdExists(vrfName);
 }
 
-// A reactor may unmake the VRF at each step; then the rest is left alone.
 void VrfRootSm::createVrf(const L3::VrfName& vrfName) {
-  const Kel::Ptr<VrfRootSm> self(this);
   const Kel::Name name = vrfName.stringValue();
   const auto tables = mountTables(vrfName);
   const auto root = vrfRootDir()->vrfRootIs(name);
   vrfRoot_.map.kelInsert(name, root);
   KEL_NOTIFY_KEY(VrfRoot, name);
-  const auto isUnmade = [&] { return vrfRoot(name) != root; };
-  if (isUnmade()) return;
   root->vrfIdIs(vrfNameStatus()->vrfIdOf(vrfName));
 
   const auto mibs = vrfMibsDir()->mibsIs(name);
-  if (isUnmade()) return;
   const auto ipMib = mibs->ipmib();
   root->ipMibIs(ipMib);
   root->ipForwardMibIs(mibs->ipforwardmib());
   makeRouteSms(*root, tables);
-  if (isUnmade()) return;
   root->fibStatsMibIs(mibs->fibstatsmib());
   makeFibStatsSms(*root, tables);
-  if (isUnmade()) return;
-
   root->arpTableSmIs(intfStatusDir(), ipMib, arpQuillo(), arpQuilloVrfIdOf(vrfName));
-  if (isUnmade()) return;
 
   ipAddressTableSm()->vrfIpMibIs(ipMib);
   ipMib->ipSwFwdStatsIs(Ip::ipVersion4, name);
   ipMib->ipSwFwdStatsIs(Ip::ipVersion6, name);
   refreshSwFwdStats(vrfName);
-  if (isUnmade()) return;
   ipAddressTableSm()->handleIntfInVrf(name);
-  if (isUnmade()) return;
   servedVrfIs(vrfName, true);
 }
 
@@ -247,7 +313,7 @@ void VrfRootSm::refreshSwFwdStats(const L3::VrfName& vrfName) {
   for (const auto& [ipVersion, stats] : root->ipMib()->ipSwFwdStats()) stats->hasNamespaceIs(local->hasNamespace());
 }
 
-// ---- VRFs go ----
+// ---- unmaking VRFs ----
 
 void VrfRootSm::handleVrfStatusDel(const L3::VrfName& givenName) {
   QTRACE_ENTRY(vrfRootSmTrace, this);
@@ -258,7 +324,7 @@ void VrfRootSm::handleVrfStatusDel(const L3::VrfName& givenName) {
   removeVrf(vrfName);
 }
 
-// These are also called from the destructor, where no handle to this may be made.
+// The destructor calls these two, so they make no handle to this object.
 void VrfRootSm::removeVrf(const L3::VrfName& vrfName) {
   const Kel::Name name = vrfName.stringValue();
   servedVrfDel(vrfName);
@@ -307,50 +373,6 @@ void VrfRootSm::onEntityPtr(const Kel::Name& vrfName) {
   const Kel::Ptr<VrfRootSm> self(this);
   if (routingVrfInfoDir()->entityPtrHas(vrfName)) return handleVrfCreation(vrfName);
   removeUnlessComplete(L3::VrfName(vrfName));
-}
-
-// ---- the VRF table ----
-
-void VrfRootSm::addToVrfTable(const Kel::Name& givenName) {
-  QTRACE_ENTRY(vrfRootSmTrace, this);
-  if (!isVrfName(givenName)) return;
-  const L3::VrfName vrfName(givenName);
-  const auto& name = vrfName.stringValue();
-  const auto local = allVrfStatusLocal()->vrf(vrfName);
-  if (!local || reactors_.empty()) return;
-  const Kel::Ptr<VrfRootSm> self(this);
-  const Snmp::String index(name);
-  const auto config = allVrfConfig()->vrfConfig(vrfName);
-  const auto global = allVrfStatusGlobal()->vrf(vrfName);
-  auto row = ipVrfMib()->vrfTable(index);
-  if (row && (row->vrfConfig() != config || row->vrfStatusGlobal() != global || row->vrfStatusLocal() != local)) {
-    ipVrfMib()->vrfTableDel(index);
-  }
-  row = ipVrfMib()->vrfTableIs(index, config, global, local);
-  const bool isDefault = vrfName.isDefault() && entityManager();
-  const Kel::Ptr<const Routing::Config> routing =
-      isDefault ? Kel::Ptr<const Routing::Config>(entityManager()->tree().routingConfig)
-                : routingVrfConfigDir()->vrfConfig(name);
-  const Kel::Ptr<const Routing6::Config> routing6 =
-      isDefault ? Kel::Ptr<const Routing6::Config>(entityManager()->tree().routing6Config)
-                : routing6VrfConfigDir()->vrfConfig(name);
-  const auto status = row->vrfRoutingStatus();
-  if (status && (status->vrfConfig() != routing || status->vrf6Config() != routing6)) row->vrfRoutingStatusDel();
-  row->vrfRoutingStatusIs(name, routing, routing6);
-}
-
-void VrfRootSm::delFromVrfTable(const Kel::Name& vrfName) {
-  QTRACE_ENTRY(vrfRootSmTrace, this);
-  QTRACE(vrfRootSmTrace, 6) << " for vrf " << vrfName;
-  ipVrfMib()->vrfTableDel(Snmp::String(vrfName));
-}
-
-void VrfRootSm::delVrfIfRows(const Kel::Name& vrfName) {
-  std::vector<std::uint32_t> rows;
-  for (const auto& [ifIndex, row] : ipVrfMib()->vrfIfTable()) {
-    if (row->vrfName() == vrfName) rows.push_back(ifIndex);
-  }
-  for (const auto ifIndex : rows) ipVrfMib()->vrfIfTableDel(ifIndex);
 }
 
 }  // namespace IpSnmp

@@ -1,9 +1,9 @@
-// The part of the VRF root state machine that brings the shared neighbour table's changes to the VRFs, and knows
-// under which ids the table has them.
+// The VRF root state machine: the ids of the VRFs in the shared neighbour table, and the dispatch of the table's changes
+// to the VRFs.
 
 #include <set>
 
-#include "ipsnmp/agent/vrf/VrfRootReactors.h"
+#include "ipsnmp/agent/vrf/VrfRootSm.h"
 #include "kel/Trace.h"
 
 namespace IpSnmp {
@@ -16,6 +16,25 @@ constexpr Vrf::VrfIdMap::VrfId usualDefaultVrfId{0};
 }  // namespace
 
 // ---- ids ----
+
+std::vector<VrfRootSm::VrfId> VrfRootSm::IdClaims::claimIs(const L3::VrfName& vrfName, VrfId id) {
+  auto& present = idByName_[vrfName];
+  const auto before = std::exchange(present, id);
+  if (before == id) return {};
+  claims_.erase({before, !vrfName.isDefault(), vrfName});
+  if (!id.isKnown()) {
+    idByName_.erase(vrfName);
+    return {before};
+  }
+  claims_.emplace(id, !vrfName.isDefault(), vrfName);
+  return before.isKnown() ? std::vector{before, id} : std::vector{id};
+}
+
+std::optional<L3::VrfName> VrfRootSm::IdClaims::holder(VrfId id) const {
+  const auto at = claims_.lower_bound({id, false, L3::VrfName()});
+  if (at == claims_.end() || std::get<0>(*at) != id) return std::nullopt;
+  return std::get<2>(*at);
+}
 
 VrfRootSm::VrfId VrfRootSm::publishedId(const L3::VrfName& vrfName) const {
   const auto map = nameToIdMap();
@@ -51,7 +70,6 @@ void VrfRootSm::handleNameToIdMap() {
   const auto map = nameToIdMap();
   if (!map) return;
   for (const auto& [vrfName, id] : vrfNameStatus()->vrfId()) map->vrfIdIs(vrfName, id);
-  watch<KelNameToIdMap>(map);
   handleNameToIdMap(L3::VrfName());
   for (const auto& vrfName : map->vrfId().keys()) handleNameToIdMap(vrfName);
 }
@@ -64,14 +82,14 @@ void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
   if (vrfName.isDefault()) {
     defaultVrfIdIs(published);
   } else if (const auto root = vrfRoot(vrfName.stringValue())) {
-    // Without an id there are no tables either: another VRF may get the id.
+    // Without an id the VRF has no tables either: another VRF may get the id.
     const bool isAnother = root->vrfId() != published;
     root->vrfIdIs(published);
     if (isAnother) remountTables(*root, mountTables(vrfName));
   }
   std::set<L3::VrfName> changed;
-  for (const auto id : arpIdClaims_.claimIs(vrfName, published)) {
-    const auto holder = arpIdClaims_.holder(id);
+  for (const auto id : idClaims_.claimIs(vrfName, published)) {
+    const auto holder = idClaims_.holder(id);
     if (const auto* found = arpQuilloVrfIdReverseMapper(id)) {
       const L3::VrfName before = *found;
       if (before == holder) continue;
@@ -122,7 +140,7 @@ void VrfRootSm::handleArpQuilloVrfName(const L3::VrfName& vrfName) {
 // ---- neighbours ----
 
 Kel::Ptr<ArpTableSm> VrfRootSm::arpTableSmOf(VrfId id, L3::VrfName& vrfName) {
-  // The default VRF's machine stands before the ids are known by name.
+  // The default VRF's machine has its id before the ids are known by name.
   vrfName = L3::VrfName();
   const auto& defaultSm = defaultVrfArpTableSm();
   if (defaultSm && defaultSm->arpQuilloVrfId() == id) return defaultSm;
@@ -134,8 +152,7 @@ Kel::Ptr<ArpTableSm> VrfRootSm::arpTableSmOf(VrfId id, L3::VrfName& vrfName) {
   return sm && sm->arpQuilloVrfId() == id ? sm : nullptr;
 }
 
-template <class Read>
-void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey, Read read) {
+void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey) {
   const Arp::Table::ArpKey key = givenKey;
   if (!key.vrfId.isKnown()) return;
   L3::VrfName vrfName;
@@ -143,9 +160,9 @@ void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey, Read read) {
   if (!sm) return;
   Arp::Table::ArpEntry entry;
   try {
-    entry = read(key);
+    entry = key.addr.af() == Vantu::ipv4_ ? arpQuillo()->arpEntry(key) : arpQuillo()->neighborEntry(key);
   } catch (const Pesk::CorruptionDetectedException& error) {
-    // Whether the neighbour is there cannot be known; its row stays as it is.
+    // The neighbour may exist or not, so its row stays as it is.
     arpQuillo()->corruptionDetected(error);
     return;
   }
@@ -160,12 +177,12 @@ void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey, Read read) {
 
 void VrfRootSm::handleArpEntry(const Arp::Table::ArpKey& key) {
   QTRACE_ENTRY(vrfNeighboursTrace, this);
-  handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->arpEntry(wanted); });
+  handleNeighbour(key);
 }
 
 void VrfRootSm::handleNeighborEntry(const Arp::Table::ArpKey& key) {
   QTRACE_ENTRY(vrfNeighboursTrace, this);
-  handleNeighbour(key, [this](const Arp::Table::ArpKey& wanted) { return arpQuillo()->neighborEntry(wanted); });
+  handleNeighbour(key);
 }
 
 void VrfRootSm::handleIntfStatus(const Vantu::IntfId& givenId) {
@@ -175,7 +192,7 @@ void VrfRootSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   for (const auto& sm : arpTableSms()) sm->handleIntfStatus(intfId);
 }
 
-// Interfaces that came while nobody watched them: after the neighbour machine of the default VRF, and before this one.
+// For interfaces that were added after the default VRF's neighbour machine was made, and before this one was.
 void VrfRootSm::handleIntfStatus() {
   QTRACE_ENTRY(vrfNeighboursTrace, this);
   const Kel::Ptr<VrfRootSm> self(this);

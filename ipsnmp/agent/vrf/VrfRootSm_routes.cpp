@@ -1,22 +1,8 @@
-// The part of the VRF root state machine that mounts a VRF's tables of routes and FECs, and makes the machines that
-// read them.
-
-#include <fmt/format.h>
+// The VRF root state machine: mounts a VRF's tables of routes and FECs, and makes the machines that read them.
 
 #include "ipsnmp/agent/vrf/VrfRootSm.h"
 
 namespace IpSnmp {
-
-VrfTables VrfTables::mounted(const KelQuillo::Mount& mount, const L3::VrfName& vrfName, bool withFecs) {
-  const auto path = [&](const char* pattern) { return fmt::format(fmt::runtime(pattern), vrfName.stringValue()); };
-  VrfTables tables;
-  tables.routeStatus = mount.mounted<Quillo::Fib::RouteStatus>(path(KelQuillo::routeStatusPath));
-  tables.route6Status = mount.mounted<Quillo::Fib6::RouteStatus>(path(KelQuillo::route6StatusPath));
-  if (withFecs) {
-    tables.forwardingStatus = mount.mounted<Quillo::Fib::ForwardingStatus>(path(KelQuillo::forwardingStatusPath));
-  }
-  return tables;
-}
 
 VrfTables VrfRootSm::mountTables(const L3::VrfName& vrfName) const {
   const auto mount = entityManager() ? entityManager()->quilloMount() : nullptr;
@@ -31,8 +17,31 @@ void VrfRootSm::makeRouteSms(VrfRoot& root, const VrfTables& tables) {
   const auto routeSm =
       root.ipRouteTableSmIs(scheduler(), root.name(), root.ipForwardMib(), tables.routeStatus,
                             tables.forwardingStatus, unified, isUnified ? allForwardingFecs() : nullptr, ifMib());
-  if (!root.ipRouteTableSm()) return;  // a reactor unmade the VRF
   root.perVrfFecSmIs(routeSm, tables.routeStatus, isUnified ? unified : tables.forwardingStatus);
+}
+
+void VrfRootSm::makeFibStatsSms(VrfRoot& root, const VrfTables& tables) {
+  if (!routeTablesEnabled()) return;
+  const auto mib = root.fibStatsMib();
+  const auto id = arpQuilloVrfIdOf(L3::VrfName(root.name()));
+  const auto routing = routingVrfConfigDir()->vrfConfig(root.name());
+  const auto routing6 = routing6VrfConfigDir()->vrfConfig(root.name());
+  root.fibStatsSmIs(tables.routeStatus, arpQuillo(), id, routing, mib)->taskSchedulerIs(scheduler());
+  root.fib6StatsSmIs(tables.route6Status, arpQuillo(), id, routing6, mib)->taskSchedulerIs(scheduler());
+}
+
+void VrfRootSm::refreshFibStats(const Kel::Name& vrfName) {
+  const auto root = vrfRoot(vrfName);
+  if (!root) return;
+  const auto id = arpQuilloVrfIdOf(L3::VrfName(vrfName));
+  if (const auto sm = root->fibStatsSm()) {
+    sm->routingConfigIs(routingVrfConfigDir()->vrfConfig(vrfName));
+    sm->vrfIdIs(id);
+  }
+  if (const auto sm = root->fib6StatsSm()) {
+    sm->routingConfigIs(routing6VrfConfigDir()->vrfConfig(vrfName));
+    sm->vrfIdIs(id);
+  }
 }
 
 }  // namespace IpSnmp

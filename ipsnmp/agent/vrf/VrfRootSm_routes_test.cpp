@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include "ipsnmp/agent/testing/TestVrfWorld.h"
-#include "ipsnmp/testing/TestRoutes.h"
 
 namespace IpSnmpTest {
 namespace {
@@ -21,8 +20,8 @@ struct TestMount : KelQuillo::Mount {
   mutable std::vector<std::string> asked;
 };
 
-std::vector<std::string> rowTextsOf(const Ptr<IpSnmp::IpForwardMib>& mib) {
-  std::vector<std::string> texts;
+Lines rowTextsOf(const Ptr<IpSnmp::IpForwardMib>& mib) {
+  Lines texts;
   for (RouteIterator at(mib); at; ++at) texts.push_back(rowText(*at));
   return texts;
 }
@@ -33,51 +32,39 @@ struct VrfRoutesTest : testing::Test, VrfWorld {
         Kel::makePtr<Kel::Dir>(""), Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{"/nonexistent/store"}));
     manager->quilloMountIs(mount);
     ifMib->ifIndexByIntfIdIs(intfOf("eth0"), 3);
+    tablesAre(red);
   }
-  // A VRF's tables: one route, through one FEC.
-  void tablesAre(RouteTables& tables, const std::string& vrf) {
+  // The tables of VRF red: one IPv4 route, through one FEC.
+  void tablesAre(RouteTables& tables) {
     tables.routeIs("10.0.0.0/8", 1);
     tables.fecIs(1, {{"192.0.2.1", "eth0"}});
-    mount->tables["routing/vrf/status/" + vrf] = tables.routes;
-    mount->tables["forwarding/vrf/status/" + vrf] = tables.fecs;
+    mount->tables["routing/vrf/status/red"] = tables.routes;
+    mount->tables["forwarding/vrf/status/red"] = tables.fecs;
+    mount->tables["routing6/vrf/status/red"] = routes6 = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>>();
   }
-  Ptr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>> routes6Are(const std::string& vrf) {
-    auto routes = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>>();
-    mount->tables["routing6/vrf/status/" + vrf] = routes;
-    return routes;
-  }
-  void startReady() {
-    start();
-    agentIsReady();
+  void redIs() {
+    startReady();
+    vrfIs("red", 1);
     runTasks();
   }
-  Ptr<IpSnmp::IpForwardMib> mibOf(const std::string& vrf) const { return vrfMibsDir->mibs(vrf)->ipforwardmib(); }
+  Ptr<IpSnmp::IpForwardMib> redMib() const { return vrfMibsDir->mibs("red")->ipforwardmib(); }
+  Ptr<IpSnmp::IpRouteTableSm> redSm() const { return vrfRootSm->vrfRoot("red")->ipRouteTableSm(); }
+  unsigned count(Ip::IpVersion version, FibStatsSnmp::RouteType type) const {
+    const auto mib = vrfMibsDir->mibs("red")->fibstatsmib();
+    const auto found = mib->routeTypeTable(FibStatsSnmp::RouteTypeKey(version, type));
+    return found ? found->totalRoutes() : 0U;
+  }
 
   const std::string row = "10.0.0.0/8 192.0.2.1 if3 type4 proto7 metric10 pref1";
   Ptr<TestMount> mount = Kel::makePtr<TestMount>();
   RouteTables red;
+  Ptr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>> routes6;
   const Quillo::Fib6::Route route6{
       Vantu::Ip6Prefix::fromString("2001:db8::/32"), Routing::Fib::RouteType(4), {}, {}, {}};
 };
 
-// What is there when the VRF's context is entered.
-struct OnServed : IpSnmp::VrfRootSm::Notifiee {
-  IpSnmp::VrfMibsDir* dir = nullptr;
-  std::vector<std::string> seen;
-  void handleServedVrf(const L3::VrfName& vrf) override {
-    const auto mibs = dir->mibs(vrf.stringValue());
-    const bool isComplete = mibs && mibs->ipforwardmib()->routeStatus() && mibs->ipforwardmib()->fecsAndPrefixes();
-    seen.push_back((notifier()->servedVrfHas(vrf) ? "enter " : "leave ") +
-                   std::string(isComplete ? "whole" : "part"));
-  }
-};
-
 TEST_F(VrfRoutesTest, routesComeAndGoWithTheirVrf) {
-  tablesAre(red, "red");
   startReady();
-  const auto onServed = Kel::makePtr<OnServed>();
-  onServed->dir = vrfMibsDir.get();
-  onServed->notifierIs(vrfRootSm);
   const auto routesBefore = red.routes->use_count();
   const auto fecsBefore = red.fecs->use_count();
   for (int i = 0; i < 3; ++i) {
@@ -86,134 +73,99 @@ TEST_F(VrfRoutesTest, routesComeAndGoWithTheirVrf) {
     EXPECT_THAT(mount->asked,
                 ElementsAre("routing/vrf/status/red", "routing6/vrf/status/red", "forwarding/vrf/status/red"));
     runTasks();
-    const auto mib = mibOf("red");
+    const auto mib = redMib();
     EXPECT_THAT(rowTextsOf(mib), ElementsAre(row));
-    const auto root = vrfRootSm->vrfRoot("red");
-    EXPECT_EQ(root->ipForwardMib(), mib);
-    EXPECT_EQ(root->ipRouteTableSm()->vrfName(), "red");
+    EXPECT_EQ(redSm()->vrfName(), "red");
     // A FEC that changes has its routes looked at again.
-    red.fecIs(1, {{"192.0.2.2", "eth0"}});
-    EXPECT_TRUE(root->ipRouteTableSm()->routeBacklogHas(prefixOf("10.0.0.0/8")));
     red.fecIs(1, {{"192.0.2.1", "eth0"}});
+    EXPECT_TRUE(redSm()->routeBacklogHas(prefixOf("10.0.0.0/8")));
     localDel("red");
     EXPECT_THAT(rowTextsOf(mib), IsEmpty());  // although a request may hold it still
   }
-  runTasks();
   EXPECT_EQ(routesBefore, red.routes->use_count());
   EXPECT_EQ(fecsBefore, red.fecs->use_count());
-  EXPECT_THAT(onServed->seen, ElementsAre("enter whole", "leave whole", "enter whole", "leave whole", "enter whole",
-                                          "leave whole"));
 }
 
 TEST_F(VrfRoutesTest, routesAndNeighboursAreCounted) {
-  tablesAre(red, "red");
-  const auto routes6 = routes6Are("red");
-  startReady();
+  using namespace FibStatsSnmp;
   arp->entryIs(neighbour(1, "10.0.0.1", "eth0"));
   arp->entryIs(neighbour(2, "10.0.0.1", "eth0"));
   arp->entryIs(neighbour(2, "10.0.0.2", "eth0"));
-  vrfIs("red", 1);
-  const auto mib = vrfMibsDir->mibs("red")->fibstatsmib();
-  const auto count = [&](Ip::IpVersion version, FibStatsSnmp::RouteType type) {
-    const auto found = mib->routeTypeTable(FibStatsSnmp::RouteTypeKey(version, type));
-    return found ? found->totalRoutes() : 0U;
-  };
-  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic), 1U);
-  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 1U);
+  redIs();
+  EXPECT_EQ(count(Ip::ipVersion4, routeTypeStatic), 1U);
+  EXPECT_EQ(count(Ip::ipVersion4, routeTypeAttached), 1U);
   idIs("red", 2);
   runTasks();
-  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeAttached), 2U);
+  EXPECT_EQ(count(Ip::ipVersion4, routeTypeAttached), 2U);
   // A configuration that comes late is asked for the routes that come later still.
   tree.routing6VrfConfigDir->vrfConfigIs("red")->staticRouteIs(Routing6::StaticRouteKey(route6.prefix, {}),
                                                                Routing::StaticRouteFacts(true, true));
   routes6->routeIs(route6);
-  EXPECT_EQ(count(Ip::ipVersion6, FibStatsSnmp::routeTypeStaticNexthopGroup), 1U);
-  localDel("red");
-  red.routes->routeDel(prefixOf("10.0.0.0/8"));
-  EXPECT_EQ(count(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic), 1U) << "the counts went with the VRF";
-  EXPECT_FALSE(vrfMibsDir->mibs("red"));
+  EXPECT_EQ(count(Ip::ipVersion6, routeTypeStaticNexthopGroup), 1U);
 }
 
 TEST_F(VrfRoutesTest, mountsOfAnotherTypeAreAbsent) {
-  tablesAre(red, "red");
   mount->tables["routing/vrf/status/red"] = red.fecs;
-  startReady();
-  vrfIs("red", 1);
-  runTasks();
+  redIs();
   EXPECT_TRUE(isServed("red"));
-  EXPECT_FALSE(mibOf("red")->routeStatus());
-  EXPECT_THAT(rowTextsOf(mibOf("red")), IsEmpty());
+  EXPECT_FALSE(redMib()->routeStatus());
 }
 
 TEST_F(VrfRoutesTest, tablesThatCannotBeReadAtFirstAreReadWhenTheyCan) {
-  tablesAre(red, "red");
   red.routes->isUnreadable = red.fecs->isUnreadable = true;
-  startReady();
-  vrfIs("red", 1);
+  redIs();
   EXPECT_TRUE(isServed("red"));
   red.routes->isUnreadable = red.fecs->isUnreadable = false;
   red.routes->tableIs(red.routes->map);
   red.fecs->tableIs(red.fecs->map);
   runTasks();
-  EXPECT_THAT(rowTextsOf(mibOf("red")), ElementsAre(row));
+  EXPECT_THAT(rowTextsOf(redMib()), ElementsAre(row));
 }
 
 TEST_F(VrfRoutesTest, oneForwardingTableServesAllInUnifiedMode) {
   RouteTables all;
-  tablesAre(all, "default");
-  tablesAre(red, "red");
+  all.fecIs(1, {{"192.0.2.1", "eth0"}});
   red.fecs->fecDel(FecId(1));
-  const auto defaultMib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
-  routeTableSm = Kel::makePtr<IpSnmp::IpRouteTableSm>(scheduler, "default", defaultMib, all.routes, all.fecs,
-                                                      all.fecs, nullptr, ifMib);
+  routeTableSm = Kel::makePtr<IpSnmp::IpRouteTableSm>(scheduler, "default", all.mib, all.routes, all.fecs, all.fecs,
+                                                      nullptr, ifMib);
   fecMode = Quillo::Fib::fecModeUnified;
-  startReady();
+  redIs();
   EXPECT_EQ(vrfRootSm->unifiedForwardingStatus(), all.fecs);
-  vrfIs("red", 1);
   EXPECT_THAT(mount->asked, ElementsAre("routing/vrf/status/red", "routing6/vrf/status/red"));
-  runTasks();
-  EXPECT_THAT(rowTextsOf(mibOf("red")), ElementsAre(row));
-  EXPECT_THAT(rowTextsOf(defaultMib), ElementsAre(row));
-  EXPECT_EQ(mibOf("red")->fecsAndPrefixes()->forwardFecs(), routeTableSm->localForwardingFecs());
-  EXPECT_FALSE(vrfRootSm->vrfRoot("red")->ipRouteTableSm()->fecTask());
+  EXPECT_THAT(rowTextsOf(redMib()), ElementsAre(row));
+  EXPECT_FALSE(redSm()->fecTask() || redSm()->localForwardingFecs());
+  EXPECT_EQ(redMib()->numRoutes(), 1);
+  redSm()->handleFec(FecId(1));
+  redSm()->handleFec();
+  EXPECT_THAT(redSm()->fecBacklog(), IsEmpty());
   all.fecIs(1, {{"192.0.2.9", "eth0"}});
-  EXPECT_TRUE(vrfRootSm->vrfRoot("red")->ipRouteTableSm()->routeBacklogHas(prefixOf("10.0.0.0/8")));
-  runTasks();
-  EXPECT_EQ(1U, rowTextsOf(mibOf("red")).size());
+  EXPECT_TRUE(redSm()->routeBacklogHas(prefixOf("10.0.0.0/8")));
 }
 
 TEST_F(VrfRoutesTest, disabledRouteTablesAreNotRead) {
-  tablesAre(red, "red");
   routeTablesEnabled = false;
-  startReady();
-  vrfIs("red", 1);
-  runTasks();
+  redIs();
   EXPECT_TRUE(isServed("red"));
   EXPECT_THAT(mount->asked, IsEmpty());
-  EXPECT_FALSE(vrfRootSm->vrfRoot("red")->ipRouteTableSm());
+  EXPECT_FALSE(redSm());
 }
 
 TEST_F(VrfRoutesTest, anotherIdIsAnotherTable) {
-  tablesAre(red, "red");
-  startReady();
-  vrfIs("red", 1);
-  runTasks();
+  redIs();
   RouteTables other;
-  tablesAre(other, "red");
+  tablesAre(other);
   other.routeIs("10.1.0.0/16", 1);
-  const auto other6 = routes6Are("red");
   const auto before = red.routes->use_count();
   idIs("red", 2);
-  other6->routeIs(route6);
+  routes6->routeIs(route6);
   runTasks();
-  EXPECT_EQ(2U, rowTextsOf(mibOf("red")).size());
+  EXPECT_EQ(2U, rowTextsOf(redMib()).size());
   EXPECT_LT(red.routes->use_count(), before - 2);
   const auto counts = vrfMibsDir->mibs("red")->fibstatsmib();
   EXPECT_EQ(counts->summaryTable(Ip::ipVersion4)->totalRoutes(), 2U);
-  ASSERT_TRUE(counts->summaryTable(Ip::ipVersion6));
   EXPECT_EQ(counts->summaryTable(Ip::ipVersion6)->totalRoutes(), 1U);
   other.fecIs(1, {{"192.0.2.2", "eth0"}});
-  EXPECT_EQ(vrfRootSm->vrfRoot("red")->ipRouteTableSm()->routeBacklog().size(), 2U) << "the FEC's routes";
+  EXPECT_EQ(redSm()->routeBacklog().size(), 2U) << "the FEC's routes";
 }
 
 }  // namespace

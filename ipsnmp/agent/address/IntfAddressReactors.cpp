@@ -1,6 +1,5 @@
-#include "ipsnmp/agent/address/IntfAddressReactor.h"
+#include "ipsnmp/agent/address/IntfAddressReactors.h"
 
-#include "ipsnmp/IfIndex.h"
 #include "ipsnmp/agent/address/IpAddressTableSm.h"
 
 namespace IpSnmp::AddressReactors {
@@ -37,7 +36,7 @@ void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::kelStop() {
   this->notifierIs(nullptr);
   l3Watch_->notifierIs(nullptr);
   intfStatusWatch_->notifierIs(nullptr);
-  takeBackAll();
+  withdrawAll();
   reportedAs_ = {};
 }
 
@@ -72,28 +71,22 @@ template <class Record, class L3Record, class AddrWithMask, class Info>
 void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::refresh() {
   auto now = reportedAsNow();
   if (now != reportedAs_) {
-    takeBackAll();
+    withdrawAll();
     reportedAs_ = std::move(now);
   }
-  reportAll();
+  for (const auto& addr : addresses()) {
+    if (const auto info = addrInfo(addr)) report(addr, *info);
+  }
 }
 
-// A details provider may know another ifIndex than before, and tells nobody.
+// A details provider may give another ifIndex than before, of which there is no notification.
 template <class Record, class L3Record, class AddrWithMask, class Info>
 void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::addressChanged(const AddrWithMask& addr) {
   if (reportedAsNow() != reportedAs_) return refresh();
   if (const auto info = addrInfo(addr)) {
     report(addr, *info);
   } else {
-    takeBack(addr);
-  }
-}
-
-template <class Record, class L3Record, class AddrWithMask, class Info>
-void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::reportAll() {
-  if (!reportedAs_.ifIndex) return;
-  for (const auto& addr : addresses()) {
-    if (const auto info = addrInfo(addr)) report(addr, *info);
+    withdraw(addr);
   }
 }
 
@@ -105,7 +98,7 @@ void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::report(const Addr
 }
 
 template <class Record, class L3Record, class AddrWithMask, class Info>
-void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::takeBack(const AddrWithMask& addr) {
+void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::withdraw(const AddrWithMask& addr) {
   if (oldAddr_.erase(addr) == 0) return;
   del(*owner_, intfId(), reportedAs_, addr);
   std::vector<AddrWithMask> others;
@@ -117,7 +110,7 @@ void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::takeBack(const Ad
 }
 
 template <class Record, class L3Record, class AddrWithMask, class Info>
-void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::takeBackAll() {
+void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::withdrawAll() {
   const auto gone = std::exchange(oldAddr_, {});
   for (const auto& [addr, info] : gone) del(*owner_, intfId(), reportedAs_, addr);
 }

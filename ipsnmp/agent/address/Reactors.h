@@ -1,8 +1,7 @@
 #pragma once
-// What state machines that keep rows by ifIndex watch of the interfaces: the directory of status records, and the
-// record of an interface that they have rows for.
+// The reactors that the state machines have in common.
 //
-// They call back into their owner and must not outlive it.
+// Lifetime: each calls back into the machine that owns it, and must not outlive that machine.
 
 #include <functional>
 #include <utility>
@@ -11,13 +10,23 @@
 
 namespace IpSnmp {
 
+// The base of a reactor that one machine owns.
+template <class Owner, class Watched>
+class OwnedReactor : public Watched::Notifiee {
+ public:
+  explicit OwnedReactor(Owner* owner) : owner_(owner) {}
+
+ protected:
+  Owner* const owner_;
+};
+
 // The interface's ifIndex (1 to 2147483647); 0 when it has none, or no record.
 inline std::uint32_t assignedIfIndex(const Kel::Ptr<const Interface::IntfStatus>& status) {
   const auto index = ifIndex(status);
   return static_cast<std::int32_t>(index) < 1 ? 0 : index;
 }
 
-// Something that the ifIndex of an interface depends on has changed, or its record is gone.
+// Calls `changed` when the ifIndex of an interface may have changed, or its status record is deleted.
 class IfIndexWatch : public Interface::IntfStatus::Notifiee {
  public:
   explicit IfIndexWatch(std::function<void()> changed) : changed_(std::move(changed)) {}
@@ -29,7 +38,7 @@ class IfIndexWatch : public Interface::IntfStatus::Notifiee {
   const std::function<void()> changed_;
 };
 
-// The status record of an interface came or went.
+// Calls `changed` when the status record of an interface is created or deleted.
 class KelIntfStatusDir : public Interface::AllIntfStatusDir::Notifiee {
  public:
   explicit KelIntfStatusDir(std::function<void(const Vantu::IntfId&)> changed) : changed_(std::move(changed)) {}
