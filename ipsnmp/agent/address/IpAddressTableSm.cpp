@@ -66,11 +66,7 @@ void decidePrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const IpAddress
 void delPair(IpMib& ipMib, PrefixCandidates& candidates, IpAddressEntry& entry, const IntfData& pair) {
   const bool isFirst = entry.intf().begin()->first == pair.key();
   entry.intfDel(pair.key());
-  if (isFirst) {
-    passPrefixRow(ipMib, candidates, pair.prefixEntry(), entry.prefixEntry());
-  } else {
-    candidates.erase(pair.prefixEntry());
-  }
+  if (isFirst) passPrefixRow(ipMib, candidates, pair.prefixEntry(), entry.prefixEntry());
   if (!entry.intf().empty()) return;
   if (entry.addrVersion() == Ip::ipVersion4) ipMib.ipAddrTableDel(entry.ipAdEntAddr());
   ipMib.ipAddressTableDel(entry.index());

@@ -15,8 +15,8 @@
 namespace IpSnmpTest {
 
 struct ModelVrf {
-  bool info = false, config = false, global = false, local = false;
-  std::optional<bool> routing, routing6;  // whether it routes; empty: no record
+  bool info = false, config = false, global = false, local = false, routing = false, routing6 = false;  // records
+  bool routes = false;  // as the routing record says; that of IPv6 always does
   std::optional<unsigned> id;
 };
 
@@ -97,7 +97,7 @@ class VrfModel {
     std::set<std::string> rows;
     for (const auto& [name, vrf] : vrfs) {
       if (!vrf.local) continue;
-      rows.insert(fmt::format("{} {:d}{:d}{}{};", name, vrf.routing.value_or(false), vrf.routing6.value_or(false),
+      rows.insert(fmt::format("{} {:d}{:d}{}{};", name, vrf.routing && vrf.routes, vrf.routing6,
                               vrf.config ? " config" : "", vrf.global ? " global" : ""));
     }
     return rows;

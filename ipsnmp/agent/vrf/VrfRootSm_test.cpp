@@ -16,21 +16,19 @@ struct VrfRootSmTest : testing::Test, VrfWorld {};
 
 TEST_F(VrfRootSmTest, everyNameMayBeAVrfs) {
   startReady();
-  for (const std::string& vrf : {std::string("a/b.c"), std::string(".."), std::string("default.ipmib"),
-                                 std::string("\xff\x80 \xc3\xa4"), std::string(100, 'n')}) {
+  for (const auto& vrf : Lines{"..", "default.ipmib", "\xff\x80 \xc3\xa4", std::string(100, 'n')}) {
+    tree.allVrfStatusLocal->vrfIs(L3::VrfName(vrf))->hasNamespaceIs(false);
     vrfIs(vrf, 7);
     ASSERT_TRUE(isServed(vrf)) << vrf;
-    const auto cache = vrfMibsDir->mibs(vrf)->ipmib();
-    EXPECT_EQ(cache->ipSwFwdStats(Ip::ipVersion4)->name(), vrf);
-    EXPECT_EQ(cache->ipSwFwdStats().size(), 2u);
-    const auto local = tree.allVrfStatusLocal->vrf(L3::VrfName(vrf));
-    for (const bool hasNamespace : {false, true, false}) {
-      local->hasNamespaceIs(hasNamespace);
-      for (const auto& [version, stats] : cache->ipSwFwdStats()) EXPECT_EQ(stats->hasNamespace(), hasNamespace);
+    const auto& stats = vrfMibsDir->mibs(vrf)->ipmib()->ipSwFwdStats();
+    EXPECT_EQ(stats.size(), 2u);
+    for (const bool hasNamespace : {false, true}) {
+      tree.allVrfStatusLocal->vrf(L3::VrfName(vrf))->hasNamespaceIs(hasNamespace);
+      for (const auto& [version, of] : stats) {
+        EXPECT_EQ(of->hasNamespace(), hasNamespace);
+        EXPECT_EQ(of->name(), vrf);
+      }
     }
-    localDel(vrf);
-    localIs(vrf);
-    EXPECT_TRUE(isServed(vrf));
     localDel(vrf);
   }
   infoIs(std::string(101, 'x'));
@@ -262,6 +260,10 @@ TEST_F(VrfRootSmTest, interfaceRowsAreMadeByHandAndKept) {
   machine->addToVrfIfTable("red", status);
   machine->addToVrfIfTable("red", nullptr);
   EXPECT_EQ(vrfIfs(*ipVrfMib), "");
+  machine->addToVrfIfTable("red", intfIs("eth0", 4));
+  EXPECT_EQ(vrfIfs(*ipVrfMib), "4 red eth0;");
+  root->vrfIfTableSmDel();
+  EXPECT_EQ(vrfIfs(*ipVrfMib), "") << "its rows go with the machine";
 }
 
 TEST_F(VrfRootSmTest, ifMibHasPositiveIfIndexesWhileItsMachineRuns) {
