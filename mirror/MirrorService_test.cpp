@@ -1,10 +1,6 @@
-// The way from a real kernel to a real store, in network namespaces of the tests' own.
+// From a real kernel to a real store, in network namespaces of the tests' own.
 
-#include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
+#include <random>
 
 #include "mirror/testing/MirrorServiceTest.h"
 
@@ -13,6 +9,7 @@ namespace {
 
 using namespace Test;
 using testing::HasSubstr;
+using testing::IsEmpty;
 
 TEST_F(MirrorServiceTest, linksAndAddressesAsTheyComeAndGo) {
   ip("addr add 10.0.0.1/24 dev eth0 label eth0:1");
@@ -25,61 +22,71 @@ TEST_F(MirrorServiceTest, linksAndAddressesAsTheyComeAndGo) {
   EXPECT_EQ(service_->tree().intfStatusDir->intfStatus(eth0)->ethAddr().stringValue(), "02:00:00:00:00:01");
   EXPECT_EQ(primaries(service_->tree())["eth0"], "10.0.0.1/24");
   EXPECT_TRUE(isInStore("ip/status.ipIntfStatus/eth0", "192.0.2.1/32")) << "the local address of the two";
-
-  for (const char* change :
-       {"addr del 10.0.0.1/24 dev eth0", "link set eth0 down", "addr add 10.0.0.3/24 dev eth0",
-        "link set eth0 name lan", "link set lan up", "addr add 2001:db8::2/64 dev lan", "link set eth0-p down",
-        "link set eth0-p up", "link add eth0 type veth peer name other", "addr add 10.0.0.1/24 dev eth0",
-        "addr flush dev lan", "link del lan", "link set eth0 address 02:00:00:00:00:02", "link set lo down"}) {
-    SCOPED_TRACE(change);
-    ip(change);
-    expectAgreement();
-  }
+  doAndExpect({"addr del 10.0.0.1/24 dev eth0", "link set eth0 down", "addr add 10.0.0.3/24 dev eth0",
+               "link set eth0 name lan", "link set lan up", "addr add 2001:db8::2/64 dev lan",
+               "link set eth0-p down", "link set eth0-p up", "link add eth0 type veth peer name other",
+               "addr flush dev lan", "link del lan", "link set eth0 address 02:00:00:00:00:02",
+               "link set lo down"});
   EXPECT_FALSE(isInStore("ip/status.ipIntfStatus/lan"));
   EXPECT_EQ(service_->mirror().completeDumps(), 1U) << "notifications alone did it";
 }
 
-TEST_F(MirrorServiceTest, overrunIsMadeGoodAndJournalsOnlyWhatDiffers) {
-  ip("link add quiet type veth peer name quiet-p");
-  ip("addr add 10.1.0.1/24 dev quiet");
-  start(1);
-  expectAgreement();
-  std::vector<std::string> lines;
-  for (int number = 0; number < 500; ++number) {
-    lines.push_back("addr add 10.2." + std::to_string(number / 250) + "." + std::to_string(number % 250 + 1) +
-                    "/32 dev eth0");
+class RoutesOfKernelTest : public MirrorServiceTest {
+ protected:
+  void SetUp() override {
+    MirrorServiceTest::SetUp();
+    if (IsSkipped()) return;
+    ipBatch({"link add eth1 type veth peer name eth1-p", "link set up dev eth1", "link set up dev eth1-p",
+             "addr add 10.0.0.1/24 dev eth0", "addr add 10.1.0.1/24 dev eth1",
+             "addr add 2001:db8::1/64 dev eth0 nodad", "addr add 2001:db8:1::1/64 dev eth1 nodad"});
   }
-  const auto before = journalHead();
-  ipBatch(lines);
-  expectAgreement();
-  EXPECT_GT(service_->mirror().overruns(), 0U) << "or this test tests nothing";
-  EXPECT_GE(journalHead(), before + 2) << "two records of eth0 ...";
-  EXPECT_LE(journalHead(), before + 2 * service_->mirror().completeDumps()) << "... and of nothing else";
+};
+
+TEST_F(RoutesOfKernelTest, asTheyComeAndGo) {
+  ip("route add 20.0.0.0/8 via 10.0.0.2 proto bgp");
+  start();
+  EXPECT_TRUE(isInStore("l3/config", "fecModePerVrf"));
+  doAndExpect({"route add 21.0.0.0/8 nexthop via 10.0.0.2 nexthop via 10.1.0.2", "route add blackhole 22.0.0.0/8",
+               "route add 23.0.0.0/8 dev eth1 scope link", "route add 24.0.0.0/8 via inet6 2001:db8::9",
+               "route replace 20.0.0.0/8 via 10.1.0.9 proto static", "route append 20.0.0.0/8 via 10.1.0.8",
+               "route prepend 20.0.0.0/8 via 10.1.0.7", "route add 20.0.0.0/8 via 10.0.0.9 metric 50",
+               "route del 20.0.0.0/8 via 10.1.0.7", "route flush 20.0.0.0/8", "route add default via 10.0.0.3",
+               "-6 route add 2001:1::/32 via 2001:db8::2", "-6 route append 2001:1::/32 via 2001:db8:1::2",
+               "-6 route append 2001:1::/32 nexthop via 2001:db8::4 nexthop via 2001:db8:1::5",
+               "-6 route del 2001:1::/32 via 2001:db8::2", "-6 route add unreachable 2001:2::/32",
+               "-6 route replace 2001:1::/32 nexthop via 2001:db8::7 nexthop via 2001:db8:1::7",
+               "-6 route add 2001:1::/32 dev eth0 metric 5", "-6 route del 2001:1::/32 metric 1024"});
+  doAndExpect({"route add 25.0.0.0/8 via 10.0.0.9", "route replace 25.0.0.0/8 via 10.0.0.9 proto static",
+               "nexthop add id 7 via 10.0.0.9 dev eth0", "route replace 25.0.0.0/8 nhid 7 proto static"});
+  EXPECT_EQ(service_->mirror().routes().listings(), 1U) << "notifications alone did it";
 }
 
-TEST_F(MirrorServiceTest, aMirrorThatStartsAgainJournalsOnlyWhatDiffers) {
-  ip("addr add 10.0.0.1/24 dev eth0");
-  ip("addr add 10.0.0.2/24 dev eth0");
+TEST_F(RoutesOfKernelTest, takenAwayWithoutAWord) {
   start();
-  expectAgreement();
-  const auto before = journalHead();
-  service_.reset();
-  start();
-  expectAgreement();
-  EXPECT_EQ(journalHead(), before + counterRecords());
-  service_.reset();
-  ip("addr add 10.0.0.3/24 dev eth0");
-  ip("link del eth0-p");
-  ip("link add eth1 type veth peer name eth1-p");
-  start();
-  expectAgreement();
-  EXPECT_FALSE(isInStore("interface/status.intfStatus/eth0"));
-  EXPECT_TRUE(isInStore("interface/status.intfStatus/eth1"));
+  for (const char* mode : {"1", "0"}) {
+    std::ofstream("/proc/sys/net/ipv4/nexthop_compat_mode") << mode;
+    ipBatch({"nexthop add id 1 via 10.0.0.8 dev eth0", "nexthop add id 2 via 10.1.0.8 dev eth1",
+             "nexthop add id 10 group 1/2", "route add 31.0.0.0/8 nhid 10", "route add 32.0.0.0/8 nhid 2",
+             "route replace 33.0.0.0/8 nexthop via 10.0.0.2 nexthop via 10.1.0.2",
+             "route replace 34.0.0.0/8 via 10.0.0.2 src 10.1.0.1"});
+    ip("-6 route replace 2001:3::/32 nexthop via 2001:db8::7 nexthop via 2001:db8:1::7");
+    doAndExpect({"nexthop replace id 2 via 10.1.0.9 dev eth1", "nexthop del id 2", "addr del 10.1.0.1/24 dev eth1",
+                 "addr add 10.1.0.1/24 dev eth1",
+                 "route replace 33.0.0.0/8 nexthop via 10.0.0.2 nexthop via 10.1.0.2", "link set eth1-p down",
+                 "link set eth1-p up", "link set eth1 down", "link set eth1 up", "link set eth0 down",
+                 "link set eth0 up", "addr add 2001:db8::1/64 dev eth0 nodad",
+                 "addr add 2001:db8:1::1/64 dev eth1 nodad"});
+  }
+  ip("route add 35.0.0.0/8 via 10.1.0.3");
+  doAndExpect({"link set eth1 name lan", "link del lan"});
 }
+
+// ---- the store
 
 TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=1m"), 0);
   isMounted_ = true;
+  std::filesystem::create_directories(netnsDirectory_);
   start();
   const std::string filler = directory_ + "/filler";
   {
@@ -89,26 +96,23 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
     }
     close(fd);
   }
-  std::vector<std::string> lines;
-  for (int number = 1; number < 250; ++number) {
-    for (const char* net : {"10.0.0.", "10.0.1.", "10.0.2.", "10.0.3."}) {
-      lines.push_back("addr add " + (net + std::to_string(number)) + "/32 dev eth0");
-    }
+  std::vector<std::string> lines{"neigh add 10.0.0.99 lladdr 02:00:00:00:00:09 dev eth0"};
+  for (int number = 0; number < 1000; ++number) {
+    lines.push_back(fmt::format("addr add 10.0.{}.{}/32 dev eth0", number / 250, number % 250));
   }
-  lines.push_back("neigh add 10.0.0.99 lladdr 02:00:00:00:00:09 dev eth0");
   ipBatch(lines);
-  expectAgreement();
+  waitFor([&] { return linesOf(service_->picture()).contains("eth0 status 10.0.3.249/32"); }, "the last address");
   service_->poll();
   EXPECT_FALSE(service_->publisher().isUpToDate()) << "or the store was not full";
   EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0", "10.0."));
+  EXPECT_THAT(complaints_, testing::ElementsAre(HasSubstr("; trying again every second")));
   ip("addr del 10.0.3.249/32 dev eth0");
-  expectAgreement();
   std::filesystem::remove(filler);
   service_->poll();
   EXPECT_TRUE(service_->publisher().isUpToDate());
+  EXPECT_THAT(complaints_.back(), HasSubstr("is written again"));
+  expectAgreement();
   EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
-  EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.249/32"));
-  EXPECT_THAT(neighbourLines(store_), testing::Contains("eth0 neighbour 0 10.0.0.99 02:00:00:00:00:09 static"));
 }
 
 TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {
@@ -117,38 +121,194 @@ TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {
   for (const bool isChanged : {false, true}) {
     std::filesystem::remove_all(store_);
     if (isChanged) ip("addr add 10.0.0.2/24 dev eth0");
-    expectAgreement();
+    while (service_->receive()) {
+    }
     service_->poll();
-    const auto reader = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
-    reader->refresh();
+    const auto reader = mountOf(store_);
     ASSERT_EQ(reader->state(), Quillo::Mount::State::ready) << reader->stateText();
     EXPECT_TRUE(reader->snapshot().get(Quillo::TableId::varnix, "ip/status.ipIntfStatus/eth0"));
     EXPECT_TRUE(reader->snapshot().firstPassComplete());
+    expectAgreement();
   }
 }
 
-TEST_F(MirrorServiceTest, namesOfAnyBytes) {
+// ---- VRFs
+
+// A reader never sees a part of a VRF.
+TEST_F(MirrorServiceTest, aVrfComesAndGoesInOneCommit) {
   start();
-  ip("link add 'a.b#c' type veth peer name $(printf '\\303\\244\\377')");
-  ip("addr add 10.0.0.1/24 dev 'a.b#c'");
-  ip("addr add 10.0.0.2/24 dev eth0");
-  waitFor([&] { return isInStore("ip/config.ipIntfConfig/eth0", "10.0.0.2/24"); },
-          "the change after the odd names");
-  EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("\303\244\377")));
-  EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/a.b#c", "10.0.0.1/24"));
+  const char* const parts[] = {"ip/vrf/local.vrf/red",     "ip/vrf/config.vrfConfig/red",
+                               "routing/vrf/info/red",     "interface/status.intfStatus/red/lo",
+                               "ip6/config.intf/red/eth0", "l3/intf/config.intfConfig/red/eth0-p"};
+  // Two names of one namespace, so that what red is to show is there when red comes.
+  vrfAddWithContents("white");
+  waitForVrf("white");
+  expectAgreement();
+  makeFile(fileOf("red"));
+  ASSERT_EQ(mount(fileOf("white").c_str(), fileOf("red").c_str(), "none", MS_BIND, nullptr), 0);
+  for (const bool isComing : {true, false}) {
+    std::set<std::size_t> counts;
+    const auto count = [&] {
+      std::size_t present = neighbourLines(mountOf(store_)->snapshot()).size() - 1;  // without white's
+      for (const char* part : parts) present += isInStore(part) ? 1U : 0U;
+      counts.insert(present);
+      return present;
+    };
+    if (!isComing) vrfDel("red");
+    const std::size_t wanted = isComing ? std::size(parts) + 1 : 0;
+    for (int waited = 0; waited < 3000 && count() != wanted; ++waited) {
+      pollfd entry{service_->fd(), POLLIN, 0};
+      poll(&entry, 1, 1);
+      service_->receive();
+    }
+    EXPECT_EQ(counts, (std::set<std::size_t>{0, std::size(parts) + 1}));
+  }
 }
 
-TEST_F(MirrorServiceTest, twoNamespacesAreApart) {
+TEST_F(MirrorServiceTest, idsSurviveTheMirrorAndAFreshStartJournalsNothing) {
+  for (const char* vrf : {"a", "b", "c"}) vrfAddWithContents(vrf);
   start();
-  const std::string other = name_ + "-b";
-  outputOf("ip netns add " + other);
-  ip("link set eth0-p netns " + other);
-  outputOf("ip -n " + other + " addr add 10.7.7.7/24 dev eth0-p");
+  for (const char* vrf : {"a", "b"}) vrfDel(vrf);
   expectAgreement();
-  EXPECT_FALSE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0-p")));
-  outputOf("ip netns del " + other);
-  expectAgreement();
+  const auto before = journalHead();
+  start();
+  EXPECT_EQ(journalHead(), before + counterRecords());
+  EXPECT_EQ(idOf("c"), 3U);
+  vrfAdd("d");
+  waitForVrf("d");
+  EXPECT_EQ(idOf("d"), 4U) << "the lowest that nobody had";
+  vrfAdd("b");
+  start();
+  EXPECT_EQ(idOf("b"), 2U);
+  EXPECT_EQ(idOf("d"), 4U);
+  const auto old = service_->tree().intfStatusDir->intfStatus(Vantu::IntfId("b/lo"));
+  vrfDel("b");
+  vrfAdd("b");
+  waitFor([&] { return service_->tree().intfStatusDir->intfStatus(Vantu::IntfId("b/lo")) != old; }, "the new b");
+  waitForVrf("b");
+  EXPECT_EQ(idOf("b"), 2U);
+  EXPECT_THAT(complaints_, IsEmpty());
 }
+
+TEST_F(MirrorServiceTest, settingsAndForwardingOfVrfs) {
+  settingsFile_ = directory_ + "/mirror.yaml";
+  const auto write = [&](const char* rd) {
+    std::ofstream(settingsFile_) << "vrfs:\n  red:\n    routeDistinguisher: " << rd
+                                 << "\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: 1}]\n";
+  };
+  write("65000:1");
+  vrfAdd("red");
+  outputOf(entering("red") + "sh -c 'echo 1 >/proc/sys/net/ipv6/conf/all/forwarding'");
+  start();
+  EXPECT_TRUE(isInStore("ip/vrf/config.vrfConfig/red", "65000:1"));
+  EXPECT_TRUE(isInStore("routing/vrf/config.vrfConfig/red", "10.0.0.0/8 1"));
+  EXPECT_TRUE(isInStore("routing6/vrf/config.vrfConfig/red", "true")) << "read at the start";
+  outputOf(entering("red") + "sh -c 'echo 1 >/proc/sys/net/ipv4/ip_forward'");
+  waitFor([&] { return isInStore("routing/vrf/config.vrfConfig/red", "true"); }, "the flag");
+  EXPECT_TRUE(isInStore("routing/config", "false") && isInStore("routing6/config", "false"));
+  write("65000:2");
+  waitFor([&] { return isInStore("ip/vrf/config.vrfConfig/red", "65000:2"); }, "the new route distinguisher");
+}
+
+TEST_F(MirrorServiceTest, namespacesThatAreNoVrfsYetOrNeverWillBe) {
+  const std::string longest(100, 'x');
+  for (const std::string& name : {std::string(), std::string("default"), longest + "x", longest}) vrfAdd(name);
+  vrfAdd("a.b c\303\244\377");
+  makeFile(netnsDirectory_ + "/other");
+  makeNamespace(netnsDirectory_ + "/other");
+  makeFile(fileOf("own"));
+  ASSERT_EQ(mount("/proc/thread-self/ns/net", fileOf("own").c_str(), "none", MS_BIND, nullptr), 0);
+  ASSERT_EQ(mkfifo(fileOf("fifo").c_str(), 0600), 0);
+  start();
+  waitForVrf(longest);
+  EXPECT_EQ(service_->vrfs(), 2U);
+  EXPECT_TRUE(service_->tree().allVrfStatusLocal->vrfHas(L3::VrfName("a.b c\303\244\377")));
+  const auto refusals = complaints_;
+  EXPECT_THAT(refusals, testing::UnorderedElementsAre(HasSubstr("ns- is"), HasSubstr("ns-default is"),
+                                                      HasSubstr("101 bytes"), HasSubstr("ns-own is")));
+  service_->poll();
+  makeFile(fileOf("red"));
+  for (int turn = 0; turn < 20; ++turn) {
+    service_->receive();
+    usleep(1000);
+  }
+  EXPECT_FALSE(isServed("red"));
+  makeNamespace(fileOf("red"));
+  waitForVrf("red");  // without a poll
+  EXPECT_EQ(complaints_, refusals) << "once";
+}
+
+TEST_F(MirrorServiceTest, theDirectoryOfNamespacesComesLaterAndIsReplaced) {
+  std::filesystem::remove(netnsDirectory_);
+  start();
+  for (int round = 0; round < 2; ++round) {
+    std::filesystem::create_directories(netnsDirectory_);
+    vrfAdd("red");
+    waitForVrf("red");
+    vrfDel("red");
+    std::filesystem::remove(netnsDirectory_);
+    waitForVrf("red", false);
+    service_->poll();
+  }
+  std::filesystem::create_directories(netnsDirectory_);
+  EXPECT_THAT(complaints_, IsEmpty());
+}
+
+// ---- random histories
+
+class RandomVrfs : public MirrorServiceTest, public testing::WithParamInterface<unsigned> {
+ protected:
+  unsigned below(std::size_t limit) { return static_cast<unsigned>(random_() % limit); }
+  std::string anyVrf() { return std::string(1, static_cast<char>('a' + below(4))); }
+
+  void change() {
+    const std::string vrf = anyVrf(), other = anyVrf();
+    if (!std::filesystem::exists(fileOf(vrf))) return below(2) == 0 ? vrfAdd(vrf) : vrfAddWithContents(vrf);
+    static const char* const changes[] = {"link set lo up",
+                                          "link set lo down",
+                                          "link add eth0 type veth peer name eth0-p",
+                                          "link del eth0",
+                                          "link set eth0 up",
+                                          "link set eth0-p up",
+                                          "link set eth0 name lan",
+                                          "addr add 10.0.0.1/24 dev eth0",
+                                          "addr add 10.0.0.2/24 dev eth0",
+                                          "addr del 10.0.0.1/24 dev eth0",
+                                          "addr add 10.0.0.1/24 dev lan",
+                                          "neigh replace 10.0.0.9 lladdr 02:00:00:00:00:09 dev eth0",
+                                          "neigh replace 10.0.0.9 lladdr 02:00:00:00:00:0a nud stale dev eth0",
+                                          "neigh replace fe80::9 lladdr 02:00:00:00:00:09 dev lan",
+                                          "neigh del 10.0.0.9 dev eth0",
+                                          "neigh add proxy 10.0.0.77 dev eth0",
+                                          "route add 10.1.0.0/16 via 10.0.0.9",
+                                          "route replace 10.1.0.0/16 dev lo",
+                                          "route del 10.1.0.0/16",
+                                          "route add blackhole 10.2.0.0/16"};
+    if (below(5) == 0) return vrfDel(vrf);
+    const bool isMove = below(6) == 0 && std::filesystem::exists(fileOf(other));
+    const std::string what =
+        isMove ? "link set eth0-p netns '" + fileOf(other) + "'" : changes[below(std::size(changes))];
+    // What does not go is no matter: there is no such interface, say.
+    if (std::system((entering(vrf) + "ip " + what + " >/dev/null 2>&1").c_str()) == -1) FAIL();
+  }
+
+  std::mt19937 random_{GetParam()};
+};
+
+TEST_P(RandomVrfs, endInWhatTheKernelHas) {
+  start(GetParam() % 2 == 0 ? 1 : RtSocket::defaultReceiveBytes);
+  for (int round = 0; round < 15; ++round) {
+    for (unsigned count = below(12); count > 0; --count) {
+      change();
+      if (below(3) == 0) service_->receive();
+      if (below(10) == 0) service_->poll();
+    }
+    expectAgreement();
+    ASSERT_FALSE(HasFailure()) << "seed " << GetParam() << ", round " << round;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomVrfs, testing::Range(1U, 4U));
 
 }  // namespace
 }  // namespace Mirror

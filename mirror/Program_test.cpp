@@ -22,7 +22,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::MatchesRegex;
 
 // ---- options
 
@@ -42,41 +41,33 @@ Parsed parse(std::vector<const char*> arguments) {
 }
 
 TEST(MirrorOptionsTest, whatIsTaken) {
-  EXPECT_FALSE(parse({}).options().isForeground);
+  EXPECT_FALSE(parse({}).options().isForeground || parse({}).options().mustSettingsExist);
   EXPECT_EQ(parse({}).options().store, "/run/quorin");
-  const auto all = parse({"-f", "--store", "/x/../y", "--trace", "Mirror*/0-6", "--recreate-store"}).options();
-  EXPECT_TRUE(all.isForeground && all.recreateStore);
+  const auto all = parse({"-f", "--store", "/x/../y", "--trace", "Mirror*/0-6", "--recreate-store", "--config",
+                          "/etc/quorin/mirror.yaml", "--netns-dir=here"})
+                       .options();
+  EXPECT_TRUE(all.isForeground && all.recreateStore && all.mustSettingsExist);
   EXPECT_EQ(all.store, "/y");
   EXPECT_EQ(all.trace, "Mirror*/0-6");
-  EXPECT_EQ(all.settingsFile, "/etc/quorin/mirror.yaml");
-  EXPECT_FALSE(all.mustSettingsExist) << "unless it is asked for";
-  EXPECT_TRUE(parse({"--config", "/etc/quorin/mirror.yaml"}).options().mustSettingsExist);
-  EXPECT_EQ(all.netnsDirectory, "/run/netns");
-  EXPECT_EQ(parse({"--store=here"}).options().store, std::filesystem::current_path() / "here");
+  EXPECT_EQ(all.netnsDirectory, std::filesystem::current_path() / "here");
 }
 
-TEST(MirrorOptionsTest, helpAndVersionGoToStandardOutput) {
-  for (const char* option : {"-h", "--help", "-V", "--version"}) {
-    const Parsed parsed = parse({option});
-    EXPECT_EQ(std::get<int>(parsed.result), 0) << option;
-    EXPECT_THAT(parsed.out, HasSubstr(option[option[1] == '-' ? 2 : 1] == 'h' ? "--store" : "quorin-mirrord "));
-    EXPECT_THAT(parsed.err, IsEmpty());
-  }
-}
-
-TEST(MirrorOptionsTest, whatIsWrongIsOneLine) {
-  for (const std::vector<const char*>& arguments : {std::vector<const char*>{"--no-such"},
-                                                    {"--store"},
-                                                    {"--store", ""},
-                                                    {"--config", ""},
-                                                    {"--netns-dir", ""},
-                                                    {"stray"}}) {
+TEST(MirrorOptionsTest, whatIsSaidInstead) {
+  const std::tuple<std::vector<const char*>, int, const char*> cases[] = {
+      {{"--help"}, 0, "--store DIR"},
+      {{"-V"}, 0, "quorin-mirrord "},
+      {{"--no-such"}, 1, "--no-such"},
+      {{"--store"}, 1, "--store"},
+      {{"--store", ""}, 1, "--store is"},
+      {{"--config", ""}, 1, "--config is"},
+      {{"--netns-dir", ""}, 1, "--netns-dir is"},
+      {{"stray"}, 1, "stray"}};
+  for (const auto& [arguments, status, part] : cases) {
     const Parsed parsed = parse(arguments);
-    EXPECT_EQ(std::get<int>(parsed.result), 1);
-    EXPECT_THAT(parsed.out, IsEmpty());
-    EXPECT_EQ(std::count(parsed.err.begin(), parsed.err.end(), '\n'), 1) << parsed.err;
-    EXPECT_THAT(parsed.err, MatchesRegex("quorin-mirrord: .*")) << parsed.err;
-    EXPECT_THAT(parsed.err, HasSubstr(arguments[0]));
+    EXPECT_EQ(std::get<int>(parsed.result), status) << part;
+    EXPECT_THAT(status == 0 ? parsed.out : parsed.err, HasSubstr(part));
+    EXPECT_THAT(status == 0 ? parsed.err : parsed.out, IsEmpty());
+    EXPECT_EQ(std::count(parsed.err.begin(), parsed.err.end(), '\n'), status) << "one line, or none";
   }
 }
 
@@ -164,7 +155,6 @@ TEST_F(ProgramTest, refusals) {
   EXPECT_FALSE(std::filesystem::exists(store_));
   std::ofstream(directory_ + "/file") << "in the way";
   expectRefusal("-f --store " + directory_ + "/file/store", directory_ + "/file/store");
-  expectRefusal("--store " + directory_ + "/file/store", directory_ + "/file/store");
 
   std::filesystem::create_directories(store_);
   std::ofstream(store_ + "/data.mdb") << "not a store";

@@ -60,71 +60,33 @@ class CounterMirrorTest : public MirrorServiceTest {
   Kel::Ptr<const Ip::IntfStats> statsOf(const char* interface) const {
     return service_->tree().ip6IntfStats->intfStats(Vantu::IntfId(interface));
   }
-  static Ip::IntfCounters kernelSays(const std::string& interface) {
-    std::ifstream file("/proc/net/dev_snmp6/" + interface);
-    return countersOf(readCounters(file), {});
-  }
-  void pollTwice() {
-    service_->poll();
-    service_->poll();
+  void readAgain() {
+    for (int i = 0; i < 2; ++i) service_->poll();
+    while (service_->receive()) {
+    }
   }
   void waitForAgreement(const char* interface) {
-    pollTwice();
-    waitFor(
-        [&] {
-          if (statsOf(interface) && statsOf(interface)->counters() == kernelSays(interface)) return true;
-          pollTwice();
-          return false;
-        },
-        interface);
-  }
-  static void send(const char* address) {
-    outputOf(std::string("bash -c 'echo hello >/dev/udp/") + address + "/9' 2>&1");
+    const auto isSame = [&] {
+      readAgain();
+      std::ifstream file(std::string("/proc/net/dev_snmp6/") + interface);
+      return statsOf(interface) && statsOf(interface)->counters() == countersOf(readCounters(file), {});
+    };
+    waitFor(isSame, interface);
   }
 };
 
-TEST_F(CounterMirrorTest, areInTheFirstPassOfAMirrorThatIsStartedAgain) {
-  ip("link add eth1 type veth peer name eth1-p");
-  ip("link set eth1 up");
-  start();
-  ASSERT_TRUE(statsOf("lo") && statsOf("eth0") && statsOf("eth1"));
-  const auto begin = statsOf("lo")->discontinuityTime();
-  service_.reset();
-  ip("link del eth1");
-  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
-  const auto isStored = [&](const char* interface) {
-    mount->refresh();
-    return mount->snapshot()
-        .get(Quillo::TableId::varnix, std::string("ip6/intf/stats.intfStats/") + interface)
-        .has_value();
-  };
-  ASSERT_TRUE(isStored("lo") && isStored("eth1"));
-  service_ = std::make_unique<MirrorService>(config());
-  service_->start();
-  waitFor(
-      [&] {
-        EXPECT_TRUE(isStored("lo") && isStored("eth0"));
-        return service_->isServing();
-      },
-      "the first complete pass");
-  EXPECT_GT(statsOf("lo")->discontinuityTime(), begin);
-  EXPECT_FALSE(isStored("eth1"));
-}
-
 TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
+  ip("link add eth1 type veth peer name eth1-p");
   ip("addr add 2001:db8::1/64 dev eth0 nodad");
   start();
-  waitForAgreement("lo");
-  waitForAgreement("eth0");
+  ASSERT_TRUE(statsOf("lo") && statsOf("eth1")) << "in the first pass";
   const auto begin = statsOf("lo")->discontinuityTime();
   const auto before = statsOf("lo")->counters();
-  send("::1");
-  waitForAgreement("lo");
+  outputOf("bash -c 'echo hello >/dev/udp/::1/9' 2>&1");
+  for (const char* interface : {"lo", "eth0"}) waitForAgreement(interface);
   EXPECT_GE(statsOf("lo")->counters().inUcastPkts(), before.inUcastPkts() + 2);
-  EXPECT_GT(statsOf("lo")->counters().outOctets(), before.outOctets() + 90);
   EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);
   EXPECT_TRUE(isInStore("ip6/intf/stats.intfStats/lo", "\"inUcastPkts\""));
-  EXPECT_TRUE(service_->tree().ipIntfStats->intfStats().empty()) << "nobody counts IPv4";
 
   const auto first = statsOf("eth0")->discontinuityTime();
   ip("link del eth0");
@@ -134,23 +96,29 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   waitForAgreement("eth0");
   EXPECT_GT(statsOf("eth0")->discontinuityTime(), first);
 
-  pollfd entry{service_->fd(), POLLIN, 0};
-  while (poll(&entry, 1, 500) > 0) {
-    while (service_->receive()) {
-    }
-  }
-  pollTwice();
-  EXPECT_EQ(poll(&entry, 1, 60'000), 1) << "a reading goes on where nothing else happens";
-
   std::ofstream("/proc/sys/net/ipv6/conf/eth0/disable_ipv6") << "1";
   ip("link set eth0 mtu 1000");  // takes IPv6 away altogether
-  waitFor(
-      [&] {
-        pollTwice();
-        return !statsOf("eth0");
-      },
-      "no record without IPv6");
+  const auto isGone = [&] {
+    readAgain();
+    return !statsOf("eth0");
+  };
+  waitFor(isGone, "no record without IPv6");
   EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
+
+  ip("link del eth1");
+  service_.reset();
+  const auto isStored = [&](const char* interface) {
+    const auto path = std::string("ip6/intf/stats.intfStats/") + interface;
+    return mountOf(store_)->snapshot().get(Quillo::TableId::varnix, path).has_value();
+  };
+  service_ = std::make_unique<MirrorService>(config());
+  service_->start();
+  const auto isServing = [&] {
+    EXPECT_TRUE(isStored("lo")) << "at any time";
+    return service_->isServing();
+  };
+  waitFor(isServing, "the first complete pass");
+  EXPECT_FALSE(isStored("eth1"));
 }
 
 // As many files may be open as there are, and the one that the present namespace is remembered by.
@@ -158,10 +126,6 @@ TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
   start();
   waitForAgreement("lo");
   const auto begin = statsOf("lo")->discontinuityTime();
-  std::vector<std::string> complaints;
-  Kel::TraceConfig::sinkIs([&](const Kel::TraceHandle&, unsigned level, const std::string& text) {
-    if (level == 0 && text.find("counters are") != std::string::npos) complaints.push_back(text);
-  });
   rlimit usual{};
   getrlimit(RLIMIT_NOFILE, &usual);
   // The sanitizer opens files to look at an object of a type that is new to it, and these will be met.
@@ -175,13 +139,9 @@ TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
     const std::error_code error(EMFILE, *category);
     QTRACE(known, 0) << error.message() << (error == std::errc::no_such_file_or_directory);
   }
-  const auto readAgain = [&] {
-    pollTwice();
-    while (service_->receive()) {
-    }
-  };
+  complaints_.clear();
   for (const bool isListed : {false, true}) {
-    if (isListed) pollTwice();
+    for (int i = 0; isListed && i < 2; ++i) service_->poll();
     const int next = open("/dev/null", O_RDONLY);
     close(next);
     const rlimit tight{static_cast<rlim_t>(next) + 1, usual.rlim_max};
@@ -191,10 +151,11 @@ TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
     ASSERT_TRUE(statsOf("lo") && statsOf("eth0")) << isListed;
     readAgain();
   }
-  Kel::TraceConfig::sinkIs({});
+  std::erase_if(complaints_,
+                [](const std::string& text) { return text.find("counters are") == std::string::npos; });
   EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);
-  EXPECT_THAT(complaints, testing::ElementsAre(testing::HasSubstr("dev_snmp6: Too many open files"),
-                                               testing::HasSubstr("dev_snmp6/")));
+  EXPECT_THAT(complaints_, testing::ElementsAre(testing::HasSubstr("dev_snmp6: Too many open files"),
+                                                testing::HasSubstr("dev_snmp6/")));
 }
 
 }  // namespace

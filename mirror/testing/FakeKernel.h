@@ -1,16 +1,17 @@
 #pragma once
-// A kernel for tests: links, addresses, neighbours and routes that tests change, an rtnetlink queue of limited size, and
-// dumps that are produced piece by piece while they are read, as the real one does it.
+// A kernel for tests: objects that tests change, an rtnetlink queue of limited size, and dumps that are produced piece
+// by piece while they are read, as the real one does it. Of routes it keeps quiet where the real one does.
 
 #include <deque>
 #include <functional>
 #include <map>
+#include <ranges>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "kel/Errors.h"
 #include "mirror/rtnetlink/RtChannel.h"
-#include "mirror/testing/FakeRoutes.h"
 #include "mirror/testing/TestMessages.h"
 
 namespace Mirror::Test {
@@ -19,11 +20,12 @@ class FakeKernel : public RtChannel {
  public:
   static constexpr std::uint32_t port = 4711;
 
-  // ---- what there is
+  // ---- what there is; change it here before a dump, and by the operations below afterwards
   std::map<int, TestLink> links;
   std::vector<TestAddress> addresses;  // in the order of the kernel's lists
   std::vector<TestNeighbour> neighbours;
-  FakeRoutes routes{[this](const Message& message) { notify(message); }};
+  std::vector<TestRoute> routes;  // of one place in the kernel's order
+  std::map<std::uint32_t, TestNexthop> nexthops;
 
   // ---- how it behaves
   std::size_t queueLimit = SIZE_MAX;            // datagrams; what comes beyond is lost
@@ -41,57 +43,109 @@ class FakeKernel : public RtChannel {
   unsigned dumps = 0;
   unsigned reopened = 0;
 
+  bool isUp(int ifIndex) const { return links.contains(ifIndex) && (links.at(ifIndex).flags & IFF_UP); }
   void linkIs(const TestLink& link) {
-    const bool goesDown = links.contains(link.ifIndex) && (links[link.ifIndex].flags & ~link.flags & IFF_UP);
+    const bool wasThere = links.contains(link.ifIndex), wasUp = isUp(link.ifIndex);
     links[link.ifIndex] = link;
     notify(describe(Message(RTM_NEWLINK), link));
-    if (!goesDown) return;
-    for (TestAddress address : std::vector<TestAddress>(addresses)) {
-      if (address.ifIndex != link.ifIndex || address.local.af() != Vantu::ipv6_) continue;
+    if (wasThere && !wasUp && isUp(link.ifIndex)) routesAreDead(link.ifIndex, false);
+    if (!wasUp || isUp(link.ifIndex)) return;
+    for (const TestAddress& address : std::vector<TestAddress>(addresses)) {
+      if (address.ifIndex != link.ifIndex || !address.isIpv6()) continue;
       if (!keepsAddresses) {
         addressDel(address);
       } else if (!(address.flags & IFA_F_NODAD)) {
-        find(address)->flags |= IFA_F_TENTATIVE;
+        find(addresses, address)->flags |= IFA_F_TENTATIVE;
       }
     }
+    routesAreDead(link.ifIndex, true);
   }
   void linkDel(int ifIndex) {
-    const auto gone = links.extract(ifIndex);
-    const auto isOfLink = [&](const TestAddress& address) { return address.ifIndex == ifIndex; };
-    for (const auto& address : addresses) {
-      if (isOfLink(address)) notify(describe(Message(RTM_DELADDR), address));
+    for (const auto& address : std::vector<TestAddress>(addresses)) {
+      if (address.ifIndex == ifIndex) addressDel(address);
     }
-    std::erase_if(addresses, isOfLink);
-    const auto isOnLink = [&](const TestNeighbour& neighbour) { return neighbour.ifIndex == ifIndex; };
-    for (const auto& neighbour : neighbours) {
-      if (isOnLink(neighbour)) notify(describe(Message(RTM_DELNEIGH), neighbour));
+    for (const auto& neighbour : std::vector<TestNeighbour>(neighbours)) {
+      if (neighbour.ifIndex == ifIndex) neighbourDel(neighbour);
     }
-    std::erase_if(neighbours, isOnLink);
-    notify(describe(Message(RTM_DELLINK), gone.mapped()));
+    routesAreDead(ifIndex, true);
+    notify(describe(Message(RTM_DELLINK), links.extract(ifIndex).mapped()));
   }
   void addressIs(const TestAddress& address) {
-    if (TestAddress* present = find(address)) {
-      *present = address;
-    } else {
-      addresses.push_back(address);
-    }
+    const auto present = find(addresses, address);
+    *(present == addresses.end() ? addresses.insert(present, address) : present) = address;
     notify(describe(Message(RTM_NEWADDR), address));
   }
+  // Without a word the routes go that prefer it as their source.
   void addressDel(const TestAddress& address) {
-    const TestAddress gone = *find(address);
-    std::erase_if(addresses, [&](const TestAddress& other) { return isSame(other, gone); });
+    const TestAddress gone = *find(addresses, address);
+    addresses.erase(find(addresses, address));
     notify(describe(Message(RTM_DELADDR), gone));
+    for (const auto& other : addresses) {
+      if (other.local == gone.local) return;
+    }
+    std::erase_if(routes, [&](const TestRoute& route) { return route.source == gone.local; });
   }
   void neighbourIs(const TestNeighbour& neighbour) {
-    std::erase_if(neighbours, [&](const TestNeighbour& other) { return isSame(other, neighbour); });
+    std::erase_if(neighbours, [&](const TestNeighbour& other) { return other.isSame(neighbour); });
     neighbours.insert(neighbours.begin(), neighbour);
     notify(describe(Message(RTM_NEWNEIGH), neighbour));
   }
   void neighbourDel(const TestNeighbour& neighbour) {
     const TestNeighbour gone = neighbour;
-    std::erase_if(neighbours, [&](const TestNeighbour& other) { return isSame(other, gone); });
+    neighbours.erase(find(neighbours, gone));
     notify(describe(Message(RTM_DELNEIGH), gone));
   }
+
+  // `flags` is what a request has beside NLM_F_CREATE: NLM_F_EXCL (add), NLM_F_APPEND, NLM_F_REPLACE or nothing (prepend).
+  void routeIs(const TestRoute& route, std::uint16_t flags = NLM_F_EXCL) {
+    const auto isThere = [&](const TestRoute& other) { return other.place() == route.place(); };
+    auto at = std::find_if(routes.begin(), routes.end(), isThere);
+    const bool isAlone = at == routes.end();
+    if ((!isAlone && (flags & NLM_F_EXCL)) || find(routes, route) != routes.end()) return;
+    const std::uint16_t told = isAlone ? NLM_F_EXCL : flags;
+    const auto sibling = std::find_if(at, routes.end(), [&](const auto& other) {
+      return isThere(other) && other.isMultipath() == route.isMultipath();
+    });
+    const bool hasSibling = route.isIpv6() && sibling != routes.end();
+    if (!isAlone && (flags & NLM_F_REPLACE)) {
+      *(hasSibling ? sibling : at) = route;
+      return notify(describe(Message(RTM_NEWROUTE, NLM_F_REPLACE), route));
+    }
+    if (hasSibling && route.isMultipath()) {
+      for (const auto& hop : route.hops) {
+        auto& known = sibling->hops;
+        const auto isSame = [&](const TestHop& other) { return other.isSame(hop); };
+        if (std::none_of(known.begin(), known.end(), isSame)) known.push_back(hop);
+      }
+      return notify(describe(Message(RTM_NEWROUTE, NLM_F_CREATE | told), *sibling));
+    }
+    if (route.isIpv6() || (flags & NLM_F_APPEND)) {
+      while (at != routes.end() && isThere(*at)) ++at;
+    }
+    routes.insert(at, route);
+    notify(describe(Message(RTM_NEWROUTE, NLM_F_CREATE | told), route));
+  }
+  void routeDel(std::size_t index) {
+    const TestRoute gone = routes[index];
+    routes.erase(routes.begin() + static_cast<std::ptrdiff_t>(index));
+    notify(describe(Message(RTM_DELROUTE), gone));
+  }
+  // One of the hops of an IPv6 multipath route.
+  void hopDel(std::size_t index) {
+    TestRoute gone = routes[index];
+    routes[index].hops.pop_back();
+    gone.hops.erase(gone.hops.begin(), std::prev(gone.hops.end()));
+    notify(describe(Message(RTM_DELROUTE), gone));
+  }
+  void nexthopIs(const TestNexthop& nexthop) {
+    nexthops[nexthop.id] = nexthop;
+    notify(describe(Message(RTM_NEWNEXTHOP, NLM_F_CREATE | NLM_F_REPLACE), nexthop));
+  }
+  void nexthopDel(std::uint32_t id) {
+    notify(describe(Message(RTM_DELNEXTHOP), nexthops.at(id)));
+    nexthopGoes(id, true);
+  }
+
   void notify(const Message& message) { put(message.bytes()); }
   void put(const Bytes& datagram) {
     if (isCongested_ || queue_.size() >= queueLimit) {
@@ -101,25 +155,22 @@ class FakeKernel : public RtChannel {
     }
     releaseLatePiece();
   }
-
-  static bool isSame(const TestAddress& a, const TestAddress& b) {
-    if (a.ifIndex != b.ifIndex || a.local != b.local) return false;
-    return a.local.af() == Vantu::ipv6_ || (a.prefixLength == b.prefixLength && a.peer == b.peer);
-  }
-
-  static bool isSame(const TestNeighbour& a, const TestNeighbour& b) {
-    return a.ifIndex == b.ifIndex && a.addr == b.addr;
+  // The change is lost, and the reader learns of that.
+  template <class Change>
+  void losing(const Change& change) {
+    queueLimit = 0;
+    change();
+    queueLimit = SIZE_MAX;
   }
 
   // ---- the channel
   void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) override {
-    dumpedTable_ = table;
     ++dumps;
     if (isSendRefused()) throw Kel::Exception("no buffer space");
     if (dumpStatus != 0) {
       queue_.push_back(Message(NLMSG_ERROR, 0, sequence, port).fixed(nlmsgerr{-dumpStatus, {}}).bytes());
     } else if (!isDumpSilent) {
-      dumped_ = {what, sequence, 0, true};
+      dumped_ = {what, sequence, table, 0, true};
       dumpedState_.reset();
       producePiece();
     }
@@ -150,42 +201,80 @@ class FakeKernel : public RtChannel {
   struct Dump {
     RtDump what = RtDump::links;
     std::uint32_t sequence = 0;
+    std::uint32_t table = 0;
     std::size_t next = 0;
     bool isRunning = false;
   };
 
   static bool never() { return false; }
 
-  TestAddress* find(const TestAddress& address) {
-    for (auto& other : addresses) {
-      if (isSame(other, address)) return &other;
-    }
-    return nullptr;
+  template <class Object>
+  static typename std::vector<Object>::iterator find(std::vector<Object>& all, const Object& wanted) {
+    return std::find_if(all.begin(), all.end(), [&](const Object& other) { return other.isSame(wanted); });
   }
 
-  Message reply(std::uint16_t type) const { return Message(type, NLM_F_MULTI, dumped_.sequence, port); }
+  // Without a word: of a link that goes down the next-hop objects go, and the routes without another hop.
+  void routesAreDead(int ifIndex, bool isDown) {
+    std::vector<std::uint32_t> gone;
+    for (const auto& [id, nexthop] : nexthops) {
+      if (isDown && nexthop.members.empty() && nexthop.hop.ifIndex == ifIndex) gone.push_back(id);
+    }
+    for (const auto id : gone) nexthopGoes(id, false);
+    std::erase_if(routes, [&](TestRoute& route) {
+      for (auto& hop : route.hops) {
+        if (hop.ifIndex == ifIndex) hop.isDead = isDown;
+      }
+      return !route.hops.empty() &&
+             std::all_of(route.hops.begin(), route.hops.end(), [](const TestHop& hop) { return hop.isDead; });
+    });
+  }
+  // With the routes that refer to it, of which the kernel says nothing, and groups that are left without a member.
+  void nexthopGoes(std::uint32_t id, bool isTold) {
+    nexthops.erase(id);
+    std::erase_if(routes, [&](const TestRoute& route) { return route.nexthopId == id; });
+    std::set<std::uint32_t> empty;
+    for (auto& [other, group] : nexthops) {
+      if (std::erase(group.members, id) == 0) continue;
+      if (group.members.empty()) empty.insert(other);
+      if (!group.members.empty() && isTold) notify(describe(Message(RTM_NEWNEXTHOP), group));
+    }
+    for (const auto other : empty) {
+      if (isTold) notify(describe(Message(RTM_DELNEXTHOP), TestNexthop{other, {"10.0.0.1"}}));
+      nexthopGoes(other, isTold);
+    }
+  }
 
   std::vector<Bytes> objects() const {
     std::vector<Bytes> all;
-    if (dumped_.what == RtDump::links) {
-      for (const auto& [ifIndex, link] : links) all.push_back(describe(reply(RTM_NEWLINK), link).bytes());
+    const auto what = dumped_.what;
+    const bool isIpv6 =
+        what == RtDump::ipv6Addresses || what == RtDump::ipv6Neighbours || what == RtDump::ipv6Routes;
+    const auto addAll = [&](std::uint16_t type, const auto& list, const auto& isWanted) {
+      for (const auto& object : list) {
+        if (!isWanted(object)) continue;
+        all.push_back(describe(Message(type, NLM_F_MULTI, dumped_.sequence, port), object).bytes());
+      }
+    };
+    const auto any = [](const auto&) { return true; };
+    const auto isOfFamily = [&](const auto& object) { return object.isIpv6() == isIpv6; };
+    if (what == RtDump::links) {
+      addAll(RTM_NEWLINK, std::views::values(links), any);
+    } else if (what == RtDump::nexthops) {
+      addAll(RTM_NEWNEXTHOP, std::views::values(nexthops), any);
     } else if (isOfNeighbours()) {
-      const auto af = dumped_.what == RtDump::ipv4Neighbours ? Vantu::ipv4_ : Vantu::ipv6_;
-      for (const auto& neighbour : neighbours) {
-        if (neighbour.addr.af() == af) all.push_back(describe(reply(RTM_NEWNEIGH), neighbour).bytes());
-      }
-    } else if (dumped_.what == RtDump::ipv4Addresses || dumped_.what == RtDump::ipv6Addresses) {
-      const auto af = dumped_.what == RtDump::ipv4Addresses ? Vantu::ipv4_ : Vantu::ipv6_;
-      for (const auto& address : addresses) {
-        if (address.local.af() == af) all.push_back(describe(reply(RTM_NEWADDR), address).bytes());
-      }
-    }
-    if (isOfRoutes()) {
-      all = routes.objects(dumped_.what, dumpedTable_, [this](std::uint16_t type) { return reply(type); });
+      addAll(RTM_NEWNEIGH, neighbours, isOfFamily);
+    } else if (isOfRoutes()) {
+      addAll(RTM_NEWROUTE, routes,
+             [&](const TestRoute& route) { return isOfFamily(route) && route.table == dumped_.table; });
+    } else {
+      addAll(RTM_NEWADDR, addresses, isOfFamily);
     }
     return all;
   }
-  bool isOfRoutes() const { return dumped_.what >= RtDump::nexthops; }
+  bool isOfRoutes() const { return dumped_.what == RtDump::ipv4Routes || dumped_.what == RtDump::ipv6Routes; }
+  bool isOfNeighbours() const {
+    return dumped_.what == RtDump::ipv4Neighbours || dumped_.what == RtDump::ipv6Neighbours;
+  }
 
   // The next few objects by their place in the list, so that one is passed over when another before it has gone.
   void producePiece() {
@@ -194,17 +283,14 @@ class FakeKernel : public RtChannel {
     // The kernel goes on with the next prefix there, whatever has become of others.
     const std::size_t limit = dumped_.what == RtDump::ipv4Routes ? SIZE_MAX : objectsPerPiece;
     for (std::size_t count = 0; count < limit && dumped_.next < all.size(); ++count, ++dumped_.next) {
-      const Bytes& object = all[dumped_.next];
-      piece.insert(piece.end(), object.begin(), object.end());
-      piece.resize((piece.size() + 3) / 4 * 4);
+      append(piece, all[dumped_.next]);
     }
-    if (!dumpedState_) dumpedState_ = stateText();
+    if (!dumpedState_) dumpedState_ = all;
     if (dumped_.next >= all.size()) {
-      const bool hasChanged = std::exchange(dumpedState_, std::nullopt) != stateText() && !isOfNeighbours() &&
-                              (!isOfRoutes() || dumped_.what == RtDump::nexthops);
+      // The kernel has a counter of changes, but for neighbours and routes.
+      const bool hasChanged = *dumpedState_ != all && !isOfNeighbours() && !isOfRoutes();
       const std::uint16_t flags = hasChanged || isInterrupted() ? NLM_F_DUMP_INTR : 0;
-      const Bytes done = Message(NLMSG_DONE, NLM_F_MULTI | flags, dumped_.sequence, port).fixed(0).bytes();
-      piece.insert(piece.end(), done.begin(), done.end());
+      append(piece, Message(NLMSG_DONE, NLM_F_MULTI | flags, dumped_.sequence, port).fixed(0).bytes());
       dumped_.isRunning = false;
     }
     latePiece_ = std::move(piece);
@@ -215,23 +301,11 @@ class FakeKernel : public RtChannel {
     if (!latePiece_.empty()) queue_.push_back(std::exchange(latePiece_, {}));
   }
 
-  bool isOfNeighbours() const {
-    return dumped_.what == RtDump::ipv4Neighbours || dumped_.what == RtDump::ipv6Neighbours;
-  }
-
-  // What the kernel has a counter of changes for; it has none for neighbours.
-  Bytes stateText() const {
-    Bytes all;
-    for (const auto& object : objects()) all.insert(all.end(), object.begin(), object.end());
-    return all;
-  }
-
   std::deque<Bytes> queue_;
   Bytes latest_;
   Bytes latePiece_;
   Dump dumped_;
-  std::optional<Bytes> dumpedState_;
-  std::uint32_t dumpedTable_ = 0;
+  std::optional<std::vector<Bytes>> dumpedState_;
   bool isCongested_ = false;
   bool isOverrunUntold_ = false;
 };

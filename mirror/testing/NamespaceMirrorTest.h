@@ -1,22 +1,27 @@
 #pragma once
-// What the tests of NamespaceMirror share: a mirror of a kernel that is not one.
+// What tests with a kernel of their own share: a mirror of the default namespace and of a VRF's, and the store that
+// both are published in.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 #include "kel/Trace.h"
 #include "mirror/NamespaceMirror.h"
-#include "mirror/testing/TreeExpectation.h"
+#include "mirror/publish/TreePublisher.h"
+#include "mirror/testing/Expectation.h"
 
 namespace Mirror::Test {
 
-inline TestAddress at(int ifIndex, const char* text, std::uint32_t flags = IFA_F_PERMANENT) {
-  const std::string whole = text;
-  const auto slash = whole.find('/');
-  return {ifIndex, Vantu::IpGenAddr::fromString(whole.substr(0, slash)),
-          static_cast<unsigned>(std::stoul(whole.substr(slash + 1))), Vantu::IpGenAddr(), flags};
+inline TestAddress at(int ifIndex, const std::string& text, std::uint32_t flags = IFA_F_PERMANENT) {
+  const auto slash = text.find('/');
+  return {ifIndex, Vantu::IpGenAddr::fromString(text.substr(0, slash)),
+          static_cast<unsigned>(std::stoul(text.substr(slash + 1))), Vantu::IpGenAddr(), flags};
 }
 
-inline TestNeighbour neighbour(int ifIndex, const char* addr, std::uint16_t state = NUD_REACHABLE, int mac = 1) {
+inline TestNeighbour neighbour(int ifIndex, const std::string& addr, std::uint16_t state = NUD_REACHABLE,
+                               int mac = 1) {
   return {ifIndex, Vantu::IpGenAddr::fromString(addr),
           Vantu::EthAddr::fromString("02:00:00:00:00:0" + std::to_string(mac)), state};
 }
@@ -28,57 +33,137 @@ class NamespaceMirrorTest : public testing::Test {
     Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
       if (level == 0) complaints_.push_back(text);
     });
-    kernel_.links[1] = {1, "lo", IFF_UP | IFF_RUNNING, IF_OPER_UNKNOWN};
-    kernel_.links[2] = {2, "eth0"};
+    std::filesystem::create_directories(procSys_ + "/net/ipv4");
+    for (FakeKernel* kernel : {&kernel_, &otherKernel_}) {
+      kernel->links[1] = {1, "lo", IFF_UP | IFF_RUNNING, IF_OPER_UNKNOWN};
+      kernel->links[2] = {2, "eth0"};
+    }
+    open();
   }
   ~NamespaceMirrorTest() override {
+    close();
     Kel::System::clockIs({});
     Kel::TraceConfig::sinkIs({});
+    std::filesystem::remove_all(directory_);
   }
 
-  static void settle(NamespaceMirror& mirror) {
-    while (mirror.receive()) {
+  // As a program that is started, and ends.
+  void open() {
+    picture_ = std::make_unique<Picture>();
+    publisher_ = std::make_unique<TreePublisher>(
+        *picture_, Quillo::PublisherConfig{.directory = store_, .name = "mirror_test"});
+    if (const auto ids = publisher_->store().get(Quillo::TableId::varnix, "vrf/id/status")) {
+      picture_->vrfs.ids().load(*ids);
+    }
+    kernel_.reopen();
+    mirror_ = std::make_unique<NamespaceMirror>(kernel_, *picture_, NamespaceScope(), ForwardingFlags(procSys_));
+  }
+  void close() {
+    other_.reset();
+    mirror_.reset();
+    publisher_.reset();
+    picture_.reset();
+  }
+  // A namespace that is VRF `name` comes, and goes.
+  void otherIs(const std::string& name) {
+    const auto id = picture_->vrfs.namespaceIs(L3::VrfName(name));
+    otherKernel_.reopen();
+    other_ = std::make_unique<NamespaceMirror>(otherKernel_, *picture_, NamespaceScope(L3::VrfName(name), *id),
+                                               ForwardingFlags("/nowhere"));
+    other_->start();
+    mirror_->settle();
+  }
+  void otherDel() {
+    other_->withdraw();
+    other_.reset();
+    mirror_->settle();
+  }
+
+  // As the service does it, with commits in between.
+  bool turn() {
+    bool mayMoreWait = mirror_->receive();
+    if (other_) mayMoreWait |= other_->receive();
+    if (mirror_->isComplete()) {
+      mayMoreWait |= !publisher_->publish();
+    } else {
+      publisher_->publishRoutes();
+    }
+    return mayMoreWait || publisher_->isMorePending();
+  }
+  void run() {
+    while (turn()) {
     }
   }
-  void settle() { settle(mirror_); }
-  void startAndSettle() {
-    mirror_.start();
-    settle();
+  void startAndRun() {
+    mirror_->start();
+    run();
   }
-  // The ids of VRF devices are the mirror's choice; that they are proper ones is tested elsewhere.
+  void poll(Kel::Seconds seconds = 1) {
+    now_ += seconds;
+    mirror_->poll();
+    if (other_) other_->poll();
+    publisher_->poll();
+    run();
+  }
+
+  // The ids of VRFs are the mirror's choice; that they are proper ones is tested elsewhere.
   Lines expectation() const {
     std::map<std::string, unsigned> ids;
-    for (const auto& [name, id] : picture_.tree.vrfNameStatus->vrfId()) {
-      if (!name.isDefault()) ids[name.stringValue()] = id.value();
+    for (const auto& [name, id] : tree().vrfNameStatus->vrfId()) ids[name.stringValue()] = id.value();
+    ids.erase("default");
+    const TestScope other = otherScope();
+    Lines lines;
+    if (other_) {
+      lines = expectedLines(otherKernel_, other);
+      lines.merge(expectedRouteLines(otherKernel_, {{254, other.id}}, other));
+      lines.insert("VRF " + other.vrf + " 254 namespace");
+      ids.erase(other.vrf);
     }
-    Lines lines = expectedLines(kernel_, {}, ids);
+    VrfsByTable vrfs{{254, 0}};
     for (const auto& [ifIndex, link] : kernel_.links) {
-      if (link.vrfTable) lines.insert("VRF " + link.name + " " + std::to_string(*link.vrfTable));
+      if (!link.vrfTable || (other_ && link.name == other.vrf)) continue;
+      lines.insert(fmt::format("VRF {} {}", link.name, *link.vrfTable));
+      vrfs.emplace(*link.vrfTable, ids[link.name]);
     }
+    lines.merge(expectedLines(kernel_, {}, ids));
+    lines.merge(expectedRouteLines(kernel_, vrfs));
     return lines;
   }
-  // What the picture shows, with the VRFs.
   Lines shown() const {
-    Lines lines = linesOf(picture_);
-    for (const auto& [name, local] : tree_.allVrfStatusLocal->vrf()) {
-      const auto info = Kel::dynamicPtr<Routing::VrfInfo>(tree_.routingVrfInfoDir->entityPtr(name.stringValue()));
-      lines.insert("VRF " + name.stringValue() + " " + std::to_string(info->kernelTable()));
+    Lines lines = linesOf(*picture_);
+    const auto snapshot = mountOf(store_)->snapshot();
+    lines.merge(neighbourLines(snapshot));
+    lines.merge(routeLines(snapshot));
+    for (const auto& [name, local] : tree().allVrfStatusLocal->vrf()) {
+      const auto info = Kel::dynamicPtr<Routing::VrfInfo>(tree().routingVrfInfoDir->entityPtr(name.stringValue()));
+      lines.insert(fmt::format("VRF {} {}{}", name.stringValue(), info->kernelTable(),
+                               local->hasNamespace() ? " namespace" : ""));
     }
     return lines;
   }
-  void expectAgreement() { EXPECT_EQ(shown(), expectation()); }
-  void settleAndCompare() {
-    settle();
-    expectAgreement();
+  Lines difference() const { return differences(shown(), expectation()); }
+  void runAndCompare() {
+    run();
+    EXPECT_THAT(difference(), testing::IsEmpty());
   }
-  std::string primary(const char* id) { return primaries(tree_)[id]; }
+  const Varnix::Tree& tree() const { return picture_->tree; }
+  std::string primary(const char* id) const { return primaries(tree())[id]; }
+  std::uint64_t journalHead() const { return publisher_->store().seq(); }
 
   Kel::Seconds now_ = 1000;
   std::vector<std::string> complaints_;
-  FakeKernel kernel_;
-  Picture picture_;
-  Varnix::Tree& tree_ = picture_.tree;
-  NamespaceMirror mirror_{kernel_, picture_, NamespaceScope(), ForwardingFlags("/nowhere")};
+  const std::string directory_ = "/dev/shm/qm-test-" + std::to_string(getpid());
+  const std::string store_ = directory_ + "/store";
+  const std::string procSys_ = directory_ + "/sys";
+  FakeKernel kernel_, otherKernel_;
+  std::unique_ptr<Picture> picture_;
+  std::unique_ptr<TreePublisher> publisher_;
+  std::unique_ptr<NamespaceMirror> mirror_, other_;
+
+ private:
+  TestScope otherScope() const {
+    return other_ ? TestScope{other_->scope().vrf().stringValue(), other_->scope().vrfId().value()} : TestScope();
+  }
 };
 
 }  // namespace Mirror::Test
