@@ -5,16 +5,34 @@
 // the event loop. (rtnetlink has them too, but by numbers, whose meanings differ between kernels.) An
 // interface has a record from the first reading on; who removes an interface removes its record.
 
+#include <cstdint>
 #include <functional>
+#include <istream>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "mirror/kernel/IntfCounters.h"
+#include "kel/System.h"
 #include "vantu/NetNs.h"
+#include "varnix/Interface.h"
 
 namespace Mirror {
+
+// What the kernel says of one interface, by its own names, as "Ip6InReceives"; "ifIndex" among them.
+using KernelCounters = std::map<std::string, std::uint64_t, std::less<>>;
+
+// Reads a file of /proc/net/dev_snmp6; what follows a line that is none is left out.
+KernelCounters readCounters(std::istream& file);
+
+// What the kernel does not name counts as 0. Unicast is what is not multicast; as the kernel reads its numbers one
+// after the other while packets pass, that may seem to fall by a few, and then stays as it was in `before`.
+Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& before);
+
+// Enters what the kernel said. The counters of an interface that has no record begin `now`, and those that have
+// fallen begin again.
+void countersAre(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& told, Kel::Seconds now);
 
 class CounterMirror {
  public:

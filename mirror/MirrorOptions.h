@@ -5,8 +5,8 @@
 #include <string>
 #include <variant>
 
-#include "mirror/vrf/SettingsFile.h"
 #include "mirror/vrf/VrfNamespaces.h"
+#include "mirror/vrf/VrfSettings.h"
 #include "quillo/Publisher.h"
 
 namespace Mirror {

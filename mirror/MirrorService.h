@@ -9,19 +9,46 @@
 //
 // Guarantees: a VRF is published as a whole, in one commit, after its namespace was dumped; and removed in one commit.
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
 #include "mirror/CounterMirror.h"
-#include "mirror/EventSet.h"
 #include "mirror/NamespaceMirror.h"
 #include "mirror/publish/TreePublisher.h"
 #include "mirror/rtnetlink/RtSocket.h"
-#include "mirror/vrf/SettingsFile.h"
 #include "mirror/vrf/VrfNamespaces.h"
+#include "mirror/vrf/VrfSettings.h"
 
 namespace Mirror {
+
+// Which of many descriptors are readable (epoll), by tags that their users choose. It is a descriptor itself.
+class EventSet {
+ public:
+  using Tag = std::uint64_t;
+
+  // Throws Kel::Exception when the system has no descriptors to give.
+  EventSet();
+  ~EventSet();
+  EventSet(const EventSet&) = delete;
+  EventSet& operator=(const EventSet&) = delete;
+
+  int fd() const { return epoll_; }  // readable when one of them is
+  // A descriptor leaves the set when it is closed.
+  void add(int fd, Tag tag);
+  // Those that are readable now, a fair choice of them when there are very many. Never blocks.
+  std::vector<Tag> ready();
+
+  // ready() gives `tag` in `seconds`, or never when that is infinity; a later call takes the place of an earlier one.
+  void timerIs(double seconds, Tag tag);
+
+ private:
+  int epoll_;
+  int timer_;
+  bool isTimerAdded_ = false;
+};
 
 struct MirrorConfig {
   Quillo::PublisherConfig store;

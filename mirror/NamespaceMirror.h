@@ -28,7 +28,7 @@
 #include "mirror/kernel/KernelState.h"
 #include "mirror/publish/NamespaceWriter.h"
 #include "mirror/routes/NamespaceRoutes.h"
-#include "mirror/rtnetlink/RtChannel.h"
+#include "mirror/rtnetlink/RtSocket.h"
 
 namespace Mirror {
 

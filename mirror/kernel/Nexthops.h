@@ -7,7 +7,7 @@
 #include <set>
 #include <vector>
 
-#include "mirror/rtnetlink/RouteMessage.h"
+#include "mirror/rtnetlink/RtMessage.h"
 
 namespace Mirror {
 

@@ -1,6 +1,74 @@
 #include "mirror/publish/NamespaceWriter.h"
 
+#include <algorithm>
+
+#include "kel/Trace.h"
+#include "varnix/ByteText.h"
+
 namespace Mirror {
+
+namespace {
+
+Kel::TraceHandle treeWriterTrace("MirrorTree");
+
+using Ipv4Addresses = std::map<Vantu::IpAddrWithMask, std::uint64_t>;  // with their order
+using Ipv6Addresses = std::map<Vantu::Ip6AddrWithMask, Ip6::AddressInfo>;
+
+// One address may be there with several peers.
+Ipv4Addresses ipv4AddressesOf(const KernelInterface& interface) {
+  Ipv4Addresses result;
+  for (const auto& [key, address] : interface.addresses) {
+    if (key.local.af() != Vantu::ipv4_ || key.local.isZero()) continue;
+    const auto [at, isNew] = result.try_emplace({key.local.v4(), address.prefixLength}, address.order);
+    if (!isNew) at->second = std::min(at->second, address.order);
+  }
+  return result;
+}
+
+Ipv6Addresses ipv6AddressesOf(const KernelInterface& interface) {
+  Ipv6Addresses result;
+  for (const auto& [key, address] : interface.addresses) {
+    if (key.local.af() != Vantu::ipv6_ || key.local.isZero()) continue;
+    result.emplace(Vantu::Ip6AddrWithMask(key.local.v6(), address.prefixLength), Ip6::AddressInfo(address.state()));
+  }
+  return result;
+}
+
+Ipv6Addresses inForce(Ipv6Addresses addresses) {
+  std::erase_if(addresses, [](const auto& entry) {
+    const Ip6::AddressState state = entry.second.state();
+    return state == Ip6::addressStateTentative || state == Ip6::addressStateDuplicate;
+  });
+  return addresses;
+}
+
+// 0.0.0.0 when there is none.
+Vantu::IpAddrWithMask firstOf(const Ipv4Addresses& addresses, const Vantu::IpAddrWithMask& present) {
+  if (addresses.empty()) return {};
+  if (addresses.contains(present)) return present;
+  const auto isEarlier = [](const auto& a, const auto& b) { return a.second < b.second; };
+  return std::min_element(addresses.begin(), addresses.end(), isEarlier)->first;
+}
+
+template <class Record>
+void secondariesAre(Record& record, const Ipv4Addresses& addresses, const Vantu::IpAddrWithMask& first) {
+  for (const auto& present : record.secondaryAddrWithMask().keys()) {
+    if (present == first || !addresses.contains(present)) record.secondaryAddrWithMaskDel(present);
+  }
+  for (const auto& [address, order] : addresses) {
+    if (address != first) record.secondaryAddrWithMaskIs(address, true);
+  }
+}
+
+template <class Record>
+void ipv6AddressesAre(Record& record, const Ipv6Addresses& addresses) {
+  for (const auto& present : record.addr().keys()) {
+    if (!addresses.contains(present)) record.addrDel(present);
+  }
+  for (const auto& [address, info] : addresses) record.addrIs(address, info);
+}
+
+}  // namespace
 
 NamespaceWriter::NamespaceWriter(Picture& picture, NamespaceScope scope)
     : picture_(picture),
@@ -98,6 +166,120 @@ void NamespaceWriter::neighbourIs(const KernelState& state, std::uint32_t ifInde
   } else {
     picture_.neighbours.neighbourDel(at->second, addr);
   }
+}
+
+TreeWriter::TreeWriter(const Varnix::Tree& tree, NamespaceScope scope, VrfOf vrfOf)
+    : tree_(tree), scope_(std::move(scope)), vrfOf_(std::move(vrfOf)) {
+}
+
+std::set<std::uint32_t> TreeWriter::written() const {
+  std::set<std::uint32_t> ifIndexes;
+  for (const auto& [ifIndex, id] : written_) ifIndexes.insert(ifIndexes.end(), ifIndex);
+  return ifIndexes;
+}
+
+Vantu::IntfId TreeWriter::id(std::uint32_t ifIndex) const {
+  const auto at = written_.find(ifIndex);
+  return at == written_.end() ? Vantu::IntfId() : at->second;
+}
+
+// Empty when the interface is not to be published.
+Vantu::IntfId TreeWriter::idOf(const KernelInterface* interface, std::uint32_t ifIndex) {
+  if (!interface || !interface->link || interface->link->name.empty()) {
+    refused_.erase(ifIndex);
+    return {};
+  }
+  if (scope_.ifIndex(ifIndex)) return scope_.intfId(interface->link->name);
+  if (refused_.insert(ifIndex).second) {
+    QTRACE(treeWriterTrace, 0) << Varnix::escapeBytes(scope_.intfId(interface->link->name).text())
+                               << ": not published, the kernel's index " << ifIndex << " is not below "
+                               << (1U << NamespaceScope::ifIndexBits) << "; make the namespace anew";
+  }
+  return {};
+}
+
+// All that goes goes first, since names may have been passed on.
+void TreeWriter::sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
+  for (const std::uint32_t ifIndex : ifIndexes) {
+    const auto at = written_.find(ifIndex);
+    if (at == written_.end() || at->second == idOf(state.interface(ifIndex), ifIndex)) continue;
+    remove(at->second);
+    written_.erase(at);
+  }
+  for (const std::uint32_t ifIndex : ifIndexes) {
+    const auto* interface = state.interface(ifIndex);
+    const Vantu::IntfId id = idOf(interface, ifIndex);
+    if (!id.isValid()) continue;
+    write(id, ifIndex, *interface);
+    written_[ifIndex] = id;
+  }
+}
+
+void TreeWriter::remove(const Vantu::IntfId& id) {
+  QTRACE(treeWriterTrace, 6) << id << " removed";
+  removeFromVrf(id);
+  tree_.ip6IntfStats->intfStatsDel(id);
+  tree_.intfStatusDir->intfStatusDel(id);
+}
+
+void TreeWriter::removeFromVrf(const Vantu::IntfId& id) {
+  tree_.ipConfig->ipIntfConfigDel(id);
+  tree_.ipStatus->ipIntfStatusDel(id);
+  tree_.ip6Config->intfDel(id);
+  tree_.ip6Status->intfDel(id);
+  tree_.l3ConfigDir->intfConfigDel(id);
+  tree_.l3StatusDir->intfStatusDel(id);
+}
+
+void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface) {
+  QTRACE(treeWriterTrace, 6) << id << " (ifIndex " << ifIndex << ") has " << interface.addresses.size()
+                             << " addresses" << (interface.link->isRunning() ? "" : ", not in force");
+  const auto status = tree_.intfStatusDir->intfStatusIs(id);
+  status->kindIs(Interface::LinuxIntfDetails::kind);
+  status->ifIndexIs(*scope_.ifIndex(ifIndex));
+  status->operStatusIs(interface.link->operStatus);
+  status->ethAddrIs(interface.link->ethAddr);
+  const auto vrf = vrfOf_(ifIndex, *interface.link);
+  if (!vrf) return removeFromVrf(id);
+  tree_.l3ConfigDir->intfConfigIs(id)->vrfIs(*vrf);
+  tree_.l3StatusDir->intfStatusIs(id)->vrfIs(*vrf);
+  writeIpv4(id, interface);
+  writeIpv6(id, interface);
+}
+
+void TreeWriter::writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface) {
+  const Ipv4Addresses addresses = ipv4AddressesOf(interface);
+  const auto config = tree_.ipConfig->ipIntfConfigIs(id);
+  const auto first = firstOf(addresses, config->addrWithMask());
+  config->l3ConfigIs(tree_.l3ConfigDir->intfConfig(id));
+  config->addrWithMaskIs(first);
+  secondariesAre(*config, addresses, first);
+  if (addresses.empty()) {
+    tree_.ipStatus->ipIntfStatusDel(id);
+    return;
+  }
+
+  const bool isRunning = interface.link->isRunning();
+  const auto status = tree_.ipStatus->ipIntfStatusIs(id);
+  status->l3StatusIs(tree_.l3StatusDir->intfStatus(id));
+  status->activeAddrWithMaskIs(isRunning ? first : Vantu::IpAddrWithMask());
+  secondariesAre(*status, isRunning ? addresses : Ipv4Addresses(), first);
+}
+
+void TreeWriter::writeIpv6(const Vantu::IntfId& id, const KernelInterface& interface) {
+  const Ipv6Addresses addresses = ipv6AddressesOf(interface);
+  if (addresses.empty()) {
+    tree_.ip6Config->intfDel(id);
+    tree_.ip6Status->intfDel(id);
+    return;
+  }
+  const auto config = tree_.ip6Config->intfIs(id);
+  config->l3ConfigIs(tree_.l3ConfigDir->intfConfig(id));
+  ipv6AddressesAre(*config, addresses);
+
+  const auto status = tree_.ip6Status->intfIs(id);
+  status->l3StatusIs(tree_.l3StatusDir->intfStatus(id));
+  ipv6AddressesAre(*status, interface.link->isRunning() ? inForce(addresses) : Ipv6Addresses());
 }
 
 }  // namespace Mirror

@@ -1,18 +1,30 @@
 #pragma once
-// Writes the picture to the store, and keeps at it when the store cannot be written.
-//
-// While the store is full, what changes stays pending and is tried again with each poll. A store that was removed
-// under the publisher is made anew. Nothing but a failure at the start, damage, and another publisher in the place
-// of a removed store are worth ending the program for: those are thrown.
+// All that is published, and the way from there to the store.
 
 #include <memory>
 
-#include "mirror/publish/Picture.h"
+#include "mirror/kernel/NeighbourTable.h"
+#include "mirror/routes/PublishedRoutes.h"
+#include "mirror/vrf/Vrfs.h"
 #include "quillo/Publisher.h"
 #include "varnix/DocumentPublisher.h"
+#include "varnix/Tree.h"
 
 namespace Mirror {
 
+// What the mirrors of the namespaces keep, and what is written to the store.
+struct Picture {
+  Varnix::Tree tree{Kel::makePtr<Kel::Dir>("")};
+  NeighbourTable neighbours;
+  PublishedRoutes routes;
+  Vrfs vrfs{tree};
+};
+
+// Writes the picture to the store.
+//
+// While the store is full, changes stay pending, and each poll tries to write them again. A store that was removed
+// under the publisher is made anew. Three faults are thrown, since the program cannot go on with them: a failure at the
+// start, damage, and another publisher in the place of a removed store.
 class TreePublisher {
  public:
   // Opens or makes the store. Throws Quillo::StoreException.

@@ -24,7 +24,7 @@
 #include "kel/System.h"
 #include "mirror/kernel/Nexthops.h"
 #include "mirror/routes/VrfRoutes.h"
-#include "mirror/rtnetlink/RtChannel.h"
+#include "mirror/rtnetlink/RtSocket.h"
 
 namespace Mirror {
 

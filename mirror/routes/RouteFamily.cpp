@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "mirror/routes/RouteRecordOf.h"
+#include "mirror/routes/RouteContents.h"
 #include "quillo/tables/RouteRecord.h"
 
 namespace Mirror {

@@ -14,7 +14,7 @@
 #include <set>
 #include <string>
 
-#include "mirror/publish/Picture.h"
+#include "mirror/publish/TreePublisher.h"
 #include "mirror/testing/FakeKernel.h"
 #include "quillo/Mount.h"
 #include "quillo/tables/ArpRecord.h"

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "kel/Errors.h"
-#include "mirror/rtnetlink/RtChannel.h"
+#include "mirror/rtnetlink/RtSocket.h"
 #include "mirror/testing/TestMessages.h"
 
 namespace Mirror::Test {

@@ -1,4 +1,17 @@
 #pragma once
+// Which VRFs there are, and which interfaces belong to them.
+
+#include <map>
+#include <optional>
+#include <set>
+
+#include "mirror/kernel/KernelState.h"
+#include "mirror/vrf/VrfIds.h"
+#include "mirror/vrf/VrfSettings.h"
+#include "vantu/IpAddr.h"
+
+namespace Mirror {
+
 // The VRFs that there are, and their records in the state database.
 //
 // | entity                                    | holds                                             |
@@ -12,17 +25,6 @@
 // A VRF is a network namespace or a VRF device of the default namespace. Where both have the same name, the
 // namespace is the VRF, and the device is none. The default VRF is always there and has no records but its routing
 // configuration and its id.
-
-#include <map>
-#include <optional>
-#include <set>
-
-#include "mirror/vrf/VrfIds.h"
-#include "mirror/vrf/VrfSettings.h"
-#include "vantu/IpAddr.h"
-
-namespace Mirror {
-
 class Vrfs {
  public:
   // The routing table that the kernel calls "main" (RT_TABLE_MAIN).
@@ -33,8 +35,8 @@ class Vrfs {
 
   VrfIds& ids() { return ids_; }
 
-  // A namespace is the VRF `name` from now on, which a device of that name is no more. No records yet. None, and a
-  // line in the trace, when no id is left.
+  // A namespace becomes the VRF `name`, in place of a device of that name. Writes no records yet. None, and a line in
+  // the trace, when no id is left.
   std::optional<Vrf::VrfIdMap::VrfId> namespaceIs(const L3::VrfName& name);
   void namespaceDel(const L3::VrfName& name);
 
@@ -42,7 +44,7 @@ class Vrfs {
   std::optional<Vrf::VrfIdMap::VrfId> deviceIs(const L3::VrfName& name, std::uint32_t table);
   void deviceDel(const L3::VrfName& name);
 
-  // Another one when a device that could not be a VRF may be one now, or the other way round.
+  // Changes whenever a device may have become servable as a VRF, or stopped being so.
   std::uint64_t version() const { return version_; }
 
   // The records of a VRF that was named by namespaceIs().
@@ -67,6 +69,44 @@ class Vrfs {
   std::map<L3::VrfName, Kind> kinds_;
   std::set<L3::VrfName> refused_;  // of whom that was told
   std::uint64_t version_ = 0;
+};
+
+// The VRF devices of the default namespace (kernel type "vrf"), and which interfaces belong to them: the device
+// itself, and those that have it as their master.
+//
+// A device may be no VRF that is served (Vrfs::deviceIs): its interfaces then are in no VRF, the default one included,
+// since the kernel does not use the default VRF's routes for them either.
+class VrfDevices {
+ public:
+  explicit VrfDevices(Vrfs& vrfs) : vrfs_(vrfs) {}
+
+  // Reads the devices among the changed interfaces. Call it before these are written. True when the VRF of other
+  // interfaces may have changed too.
+  bool sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
+
+  struct Membership {
+    L3::VrfName vrf;
+    Vrf::VrfIdMap::VrfId vrfId{0};
+    friend bool operator==(const Membership&, const Membership&) = default;
+  };
+  // The default VRF's for an interface that belongs to no device; none for one that is in no VRF.
+  std::optional<Membership> membership(std::uint32_t ifIndex, const KernelLink& link) const;
+
+  // None for what is no device, or one that is not served as a VRF.
+  std::optional<Vrf::VrfIdMap::VrfId> vrfId(std::uint32_t device) const;
+
+ private:
+  struct Device {
+    std::string name;
+    std::uint32_t table = 0;
+    std::optional<Vrf::VrfIdMap::VrfId> vrfId = std::nullopt;  // none: cannot be a VRF
+    bool isSame(const Device& other) const { return name == other.name && table == other.table; }
+  };
+  static std::optional<Device> deviceOf(const KernelState& state, std::uint32_t ifIndex);
+
+  Vrfs& vrfs_;
+  std::uint64_t version_ = 0;
+  std::map<std::uint32_t, Device> devices_;  // by ifIndex
 };
 
 }  // namespace Mirror

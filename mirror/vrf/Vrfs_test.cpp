@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "mirror/publish/Picture.h"
+#include "mirror/publish/TreePublisher.h"
 #include "varnix/Document.h"
 
 namespace Mirror {

@@ -1,6 +1,6 @@
 // Counters of interfaces: numbers that the tests make up, and those of a real kernel.
 
-#include "mirror/kernel/IntfCounters.h"
+#include "mirror/CounterMirror.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>

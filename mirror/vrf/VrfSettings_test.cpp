@@ -1,4 +1,4 @@
-#include "mirror/vrf/SettingsFile.h"
+#include "mirror/vrf/VrfSettings.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
