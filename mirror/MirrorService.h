@@ -67,7 +67,7 @@ class MirrorService {
 
   int fd() const { return events_.fd(); }
   void start();
-  // Takes in what has come and publishes it; true when more may wait, of which fd() need not tell.
+  // Processes and publishes waiting messages; true when more may wait, even if fd() is not readable.
   bool receive();
   void poll();
   // Reads everything again from the kernel; what differs is published as it comes in.

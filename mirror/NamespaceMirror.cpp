@@ -30,7 +30,7 @@ constexpr Kel::Seconds stuckAfter = 5;
 constexpr unsigned repetitionsAtOnce = 3;
 constexpr Kel::Seconds longestListingInterval = 64;
 
-// How often the forwarding flags are read, of which the kernel tells by itself since 3.8: those of the default namespace
+// How often the forwarding flags are read (since 3.8 the kernel notifies of them too): those of the default namespace
 // with every poll, those of VRFs, of which there may be thousands, less often and not all at once.
 constexpr unsigned flagsIntervalOfVrfs = 10;
 

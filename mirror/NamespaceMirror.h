@@ -2,20 +2,20 @@
 // Keeps the picture in step with the links, addresses, neighbours, routes and forwarding flags of one network
 // namespace.
 //
-// The channel is subscribed first; then everything is dumped, and notifications that come meanwhile are merged in;
-// from then on notifications keep the state. A dump that the kernel calls interrupted is begun again. When messages
-// were lost (an overrun of the receive buffer), what waits is read to its end, since it is from before the gap, and
-// everything is dumped again: only what really differs changes in the picture. When messages come faster than they are
-// read, so that no end is reached, poll() begins anew on a socket of its own.
+// The channel is subscribed first. Then the kernel dumps everything, and notifications during the dump are merged in.
+// From then on notifications keep the state. An interrupted dump (NLM_F_DUMP_INTR) is repeated. After an overrun of the
+// receive buffer the mirror drains the queue, which is from before the gap, and dumps everything again: only what
+// differs is changed in the picture. When messages arrive faster than the mirror reads them, so that the queue never
+// drains, poll() reopens the socket.
 //
-// A list of neighbours that changes while the kernel walks it may lack some, without the kernel's saying so. It is
-// listed again then, at once a few times, and later at growing intervals.
+// A dump of neighbours may miss entries when the table changes meanwhile, and the kernel does not report that. The
+// mirror then repeats the dump, at once a few times, and later at growing intervals.
 //
-// Routes are listed after all that, and by themselves when the kernel may have changed them without a word
-// (NamespaceRoutes.h). A list of them is as long as it is: it is taken in as fast as it can be written, bit by bit.
+// Routes are dumped last, and again by themselves when the kernel may have changed them without a notification
+// (NamespaceRoutes.h). Back-pressure: a dump of routes is read only as fast as the store takes the routes.
 //
-// Until the first dump is complete the picture is left alone; then the whole namespace is in it at once. Routes go
-// ahead: nobody looks for them before their VRF is there.
+// The picture does not change until the first dump is complete; then it shows the whole namespace at once. Routes are
+// published before that: no reader looks for them before their VRF exists.
 
 #include <linux/netlink.h>
 
@@ -40,20 +40,20 @@ class NamespaceMirror {
 
   // Asks for the first dump.
   void start();
-  // Works off what has come, up to a limit; true when more may wait. Never blocks. Throws Kel::Exception when the
-  // kernel refuses the first dump; later refusals are traced and tried again. The same holds for all operations here.
+  // Processes waiting messages, up to a limit; true when more may wait. Never blocks. Throws Kel::Exception when the
+  // kernel refuses the first dump; later refusals are traced and retried. The same holds for all operations here.
   bool receive();
-  // To be called once a second: what no notification tells, and what has to be tried again.
+  // Call it once a second: reads what no notification reports, and retries what failed.
   void poll();
   // Dumps everything again, for an operator who does not trust what is there.
   void reread();
 
-  // Takes in what another namespace's coming or going means for this one.
+  // Applies what the arrival or removal of another namespace means for this one.
   void settle();
-  // The namespace is gone: nothing of it is left in the picture. The end of this object.
+  // The namespace was deleted: removes all of it from the picture. Make no further call of this object.
   void withdraw();
 
-  // When receive() has to be called though nothing may have come; none: not before something has.
+  // When to call receive() even though no message has arrived; none: not before a message arrives.
   std::optional<Kel::Seconds> due() const;
 
   // The id that an interface is published under; not valid when it is not.

@@ -336,6 +336,8 @@ TEST_F(NamespaceMirrorTest, veryManyNeighboursAreWrittenInSeveralCommits) {
   for (const auto& neighbours : {all, KernelNeighbours()}) {
     picture_->neighbours.neighboursAre(place, neighbours);
     ASSERT_TRUE(publisher_->publish());
+    picture_->neighbours.neighboursAre(place, neighbours);
+    EXPECT_FALSE(picture_->neighbours.pending()) << "nothing new";
     EXPECT_EQ(neighbourLines(mountOf(store_)->snapshot()).size(), neighbours.size());
   }
   EXPECT_EQ(journalHead(), head + 2 * count);
@@ -456,9 +458,9 @@ class RandomHistory : public NamespaceMirrorTest, public testing::WithParamInter
     static const std::uint8_t types[] = {RTN_BLACKHOLE, RTN_UNREACHABLE, RTN_PROHIBIT};
     static const std::uint8_t protocols[] = {RTPROT_KERNEL, RTPROT_BOOT, RTPROT_STATIC, 42};
     const bool isIpv6 = oneIn(2);
-    TestRoute route{fmt::format("{}{}{}", isIpv6 ? "2001:db" : "10.", below(9), isIpv6 ? "::/32" : ".0.0/16")};
+    TestRoute route{fmt::format("{}{}{}", isIpv6 ? "2001:db" : "10.", below(4), isIpv6 ? "::/32" : ".0.0/16")};
     if (oneIn(9)) route.prefix = isIpv6 ? "::/0" : "0.0.0.0/0";
-    route.metric = static_cast<std::uint32_t>(below(3));
+    route.metric = static_cast<std::uint32_t>(below(2));
     route.tos = !isIpv6 && oneIn(6) ? 16 : 0;
     route.table = oneIn(4) ? 1000 + static_cast<unsigned>(below(3)) : 254;
     route.protocol = oneIn(2) ? any(protocols) : static_cast<std::uint8_t>(185 + below(15));

@@ -1,9 +1,9 @@
 #pragma once
 // The links, addresses and neighbours of one network namespace, as far as the kernel has told.
 //
-// Two kinds of word come from the kernel: notifications, which tell of one change each and come in order, and the
-// replies of a dump, each of which was true at some moment of the dump. Where both speak of the same object while a
-// dump is under way, the notification stands: the reply may be older, and whatever comes after it is notified too.
+// The kernel sends notifications, one for each change and in order, and replies of a dump, each of which was true at
+// some moment of the dump. A notification received during a dump overrides the dump's reply for the same object: the
+// reply may be older, and every later change is notified too.
 //
 //   KernelState fresh(KernelState::Purpose::dump);     // before the dump is asked for
 //   ... fresh.dumped(reply) and fresh.notified(change), as they come ...

@@ -1,8 +1,8 @@
 #pragma once
-// What should be in the shared tables of neighbours, and what of it is not yet in the store.
+// The neighbours that the shared tables must have, and the changes that are not yet written to the store.
 //
-// Changes are added to a batch in two parts, so that a reader that takes them in order knows an interface as long as
-// it has neighbours: what goes, before the documents of the interfaces, and what comes, after them.
+// A batch gets the changes in two parts: deletions before the documents of the interfaces, additions after them. So a
+// reader that applies changes in order knows an interface as long as it has neighbours.
 
 #include <cstddef>
 #include <map>

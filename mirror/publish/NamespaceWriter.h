@@ -45,7 +45,7 @@ class TreeWriter {
   // The entities of `tree` that the table names belong to this writer, as far as their ids are of this scope.
   TreeWriter(const Varnix::Tree& tree, NamespaceScope scope, VrfOf vrfOf);
 
-  // The named interfaces become what `state` says of them.
+  // Writes the named interfaces as they are in `state`.
   void sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
   // The kernel's indexes of all that is written.
   std::set<std::uint32_t> written() const;
@@ -71,15 +71,15 @@ class TreeWriter {
 // neighbours. A neighbour is published while its interface is in a VRF, and under that VRF.
 class NamespaceWriter {
  public:
-  // For another scope than the default one, Vrfs has the VRF as a namespace already.
+  // Requires: Vrfs::namespaceIs() was called for the VRF, unless the scope is the default one.
   NamespaceWriter(Picture& picture, NamespaceScope scope);
 
-  // The whole of it; what `state` does not have goes. Begins to show the VRF.
+  // Writes all of `state` and removes what it does not contain. From the first call on the VRF is published.
   void syncAll(const KernelState& state);
-  // What changed.
+  // Writes the named changes only.
   void sync(const KernelState& state, const KernelState::Changes& changes);
   void forwardingIs(Vantu::Af af, bool forwarding);
-  // The namespace is gone, or is the VRF no more: nothing of it is left in the picture. The end of this object.
+  // The namespace was deleted, or is no longer a VRF: removes all of it. Make no further call of this object.
   void withdraw();
 
   // The kernel's routing tables that are VRFs', and which; none: that comes with the next sync.

@@ -1,8 +1,8 @@
 #pragma once
-// Which routes have to be written to the store yet, of all VRFs, and how they are: in batches of limited size.
+// The pending changes of routes of all VRFs, written to the store in batches of limited size.
 //
-// In a batch FECs come before the routes that name them, and go behind the last route that did. So a reader never
-// meets a route whose FEC is missing.
+// Guarantees: within a batch a FEC is added before the first route that names it, and deleted after the last one. So a
+// reader never finds a route whose FEC is missing.
 
 #include <cstddef>
 #include <list>
@@ -21,8 +21,8 @@ class PublishedRoutes {
  public:
   // Prefixes in one batch: some tens of milliseconds.
   static constexpr std::size_t changesPerCommit = 10'000;
-  // Who reads a list of routes waits while more than this is pending, so that no list is held up in memory. What is
-  // pending when a list ends then fits into one commit.
+  // Back-pressure: dumps of routes pause above this many pending changes, which limits the memory for them. What is
+  // pending when a dump ends then fits into one commit.
   static constexpr std::size_t changesAhead = changesPerCommit / 2;
 
   // `routes` must outlive its membership.

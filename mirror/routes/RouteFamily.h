@@ -2,12 +2,12 @@
 // The routes of one table and IP version as the kernel has told of them, and which prefixes of them the store does
 // not yet show so.
 //
-// Notifications are taken as the kernel means them (fib_table_insert() in net/ipv4/fib_trie.c, fib6_add_rt2node() in
-// net/ipv6/ip6_fib.c). What does not fit what is known (a route is deleted that nobody has told of) makes the table
-// doubtful: the kernel has changed it without a word, and it has to be listed.
+// Notifications are interpreted as the kernel means them (fib_table_insert() in net/ipv4/fib_trie.c, fib6_add_rt2node()
+// in net/ipv6/ip6_fib.c). A notification that does not fit the known routes (an unknown route is deleted) makes the
+// table doubtful: the kernel has changed it without a notification, and the table has to be dumped again.
 //
-// A listing marks and sweeps: listingIs(), then dumped() for what the kernel lists, in its order, then sweep(). What
-// is notified meanwhile stands against what is listed, which may be older.
+// A dump marks and sweeps: listingIs(), then dumped() for each route in the kernel's order, then sweep(). Notifications
+// received during a dump override the dump, which may be older.
 
 #include <absl/container/btree_map.h>
 #include <absl/container/btree_set.h>

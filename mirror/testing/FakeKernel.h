@@ -96,7 +96,7 @@ class FakeKernel : public RtChannel {
     notify(describe(Message(RTM_DELNEIGH), gone));
   }
 
-  // `flags` is what a request has beside NLM_F_CREATE: NLM_F_EXCL (add), NLM_F_APPEND, NLM_F_REPLACE or nothing (prepend).
+  // `flags` of the request beside NLM_F_CREATE: NLM_F_EXCL (add), NLM_F_APPEND, NLM_F_REPLACE or none (prepend).
   void routeIs(const TestRoute& route, std::uint16_t flags = NLM_F_EXCL) {
     const auto isThere = [&](const TestRoute& other) { return other.place() == route.place(); };
     auto at = std::find_if(routes.begin(), routes.end(), isThere);

@@ -14,8 +14,8 @@
 
 namespace Mirror {
 
-// What the interfaces of one network namespace are called outside of it: in the default VRF's as the kernel calls
-// them, in another VRF's "<VRF>/<name>", with an index of their own. Every index is a positive 31-bit number.
+// Names and indexes of the interfaces of one network namespace, unique in the store. In the default VRF they are the
+// kernel's; in another VRF the name is "<VRF>/<name>", and the index contains the VRF id. An index has 31 bits.
 class NamespaceScope {
  public:
   // Kernel indexes below 2^20 are told apart by VRF; in practice the kernel counts from 1 in each namespace.
@@ -46,8 +46,8 @@ class NamespaceScope {
   Vrf::VrfIdMap::VrfId vrfId_;
 };
 
-// Gives VRFs their numbers. A VRF keeps its number for as long as the store lives, so that its interfaces keep their
-// ifIndex when it goes and comes back, and when the publisher is started again.
+// Allocates VRF ids. A VRF keeps its id for as long as the store exists, so that its interfaces keep their ifIndex when
+// the VRF is deleted and created again, and when the publisher restarts.
 class VrfIds {
  public:
   // The numbers are recorded in `tree.vrfIdStatus`, and those of the VRFs that exist in `tree.vrfNameStatus`, which
@@ -58,11 +58,11 @@ class VrfIds {
   // VRF is there. What is wrong with it is traced and left out.
   void load(std::string_view document);
 
-  // The number of a VRF that is there from now on: the one that it had; the lowest that nobody ever had; when all
-  // are taken, that of the VRF that went longest ago (of those that went before this program started, the lowest).
-  // None when every number belongs to a VRF that is there.
+  // Allocates the id of a VRF that exists from now on: its earlier id; else the lowest unused one; else the id of the
+  // VRF that was deleted longest ago (of those deleted before this program started, the lowest id).
+  // None when every id belongs to a VRF that exists.
   std::optional<Vrf::VrfIdMap::VrfId> idIs(const L3::VrfName& name);
-  // The VRF is gone. Its number stays its own until no other one is free.
+  // The VRF was deleted. Its id stays reserved for it until no unused id is left.
   void idDel(const L3::VrfName& name);
 
   bool has(const L3::VrfName& name) const { return ids_.contains(name); }

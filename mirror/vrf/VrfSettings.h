@@ -23,8 +23,8 @@ using AllVrfSettings = std::map<L3::VrfName, VrfSettings>;
 // "FILE:LINE: KEY: what is wrong; what to do".
 AllVrfSettings vrfSettingsFromText(const std::string& text, const std::string& file);
 
-// The configuration file, and what is in effect of it. The file is watched: what is written over it, or put in its
-// place, is taken up at once. While it is missing or wrong, what was in effect stays, and one line is traced.
+// Reads and watches the configuration file. A new version of the file takes effect as soon as it is written or renamed
+// into place. While the file is missing or wrong, the last good settings stay in effect, and one line is traced.
 class SettingsFile {
  public:
   static constexpr const char* defaultFile = "/etc/quorin/mirror.yaml";

@@ -1,4 +1,4 @@
-// The ids of VRFs, and what the settings say of VRFs that come and go. What a kernel makes VRFs is tested with the mirror.
+// The ids of VRFs, and their settings. Namespaces and devices as VRFs are tested with the whole mirror.
 
 #include "mirror/vrf/Vrfs.h"
 
