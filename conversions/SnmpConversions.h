@@ -6,7 +6,7 @@
 // integer, an OBJECT IDENTIFIER 32-bit words. Names of values are those of the MIB that defines the object.
 
 #include "ipsnmp/IpAddressEntry.h"
-#include "ipsnmp/VrfTableEntry.h"
+#include "ipsnmp/IpVrfMib.h"
 #include "quillo/tables/ArpTable.h"
 #include "vantu/RouteDistinguisher.h"
 #include "varnix/Routing.h"

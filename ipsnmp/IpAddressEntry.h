@@ -1,12 +1,27 @@
 #pragma once
 // The rows of the address tables: ipAddressPrefixTable, ipAddressTable and ipAddrTable.
 
-#include "ipsnmp/AddressEnums.h"
-#include "ipsnmp/InetAddress.h"
+#include "ipsnmp/IpMibKeys.h"
 #include "kel/Attribute.h"
 #include "vantu/IpAddr.h"
 
 namespace IpSnmp {
+
+// Where an address comes from, in order of precedence: the lowest source that holds an address decides its row.
+enum AddressSource : int {
+  addressSourceStatus = 0,   // in the interface's operational IP status
+  addressSourceConfig = 1,   // only configured
+  addressSourceBorrowed = 2  // borrowed from another interface (unnumbered)
+};
+BOOST_DESCRIBE_ENUM(AddressSource, addressSourceStatus, addressSourceConfig, addressSourceBorrowed)
+
+// As IpAddressStatusTC (RFC 4293), served unchanged.
+enum AddressStatus : int { addressStatusPreferred = 1, addressStatusInaccessible = 4 };
+BOOST_DESCRIBE_ENUM(AddressStatus, addressStatusPreferred, addressStatusInaccessible)
+
+// As ipAddressType (RFC 4293), served unchanged.
+enum AddressType : int { addressTypeUnicast = 1, addressTypeAnycast = 2, addressTypeBroadcast = 3 };
+BOOST_DESCRIBE_ENUM(AddressType, addressTypeUnicast, addressTypeAnycast, addressTypeBroadcast)
 
 // One row of ipAddressPrefixTable; every column is derived from the key.
 class IpAddressPrefixEntry : public Kel::Notifier {

@@ -13,10 +13,10 @@ Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorCon
 // Prefixes without a row, one after another, before the walk asks where the next one is.
 constexpr unsigned fruitlessPrefixes = 64;
 
-// The first prefix behind this one that may have a row. The list that the machines keep passes over routes without a usable
-// next hop, but only while it contradicts neither table: a change of which the machines are not notified yet may give a
-// row to any prefix. The table of routes passes over routes that went; when many go at once, their prefixes stay in the
-// order until a task has come to them.
+// The first prefix behind this one that may have a row. The list that the machines keep passes over routes without a
+// usable next hop, but only while it contradicts neither table: a change of which the machines are not notified yet
+// may give a row to any prefix. The table of routes passes over routes that went; when many go at once, their
+// prefixes stay in the order until a task has come to them.
 auto nextWithRow(const IpForwardMib& mib, const FecsAndPrefixes& order, const Vantu::IpAddrWithMask& prefix) {
   const auto& prefixes = order.orderedPrefix();
   const auto& routes = mib.routeStatus();

@@ -18,32 +18,6 @@ struct Walk : testing::Test, SettledRoutes {
 
 using Texts = std::vector<std::string>;
 
-TEST_F(Walk, positionsFromAnyIndex) {
-  fecIs(1, {{"10.1.1.1", "eth0"}, {"10.9.9.10", "eth0"}});
-  routeIs("9.0.0.0/8", 1);
-  routeIs("10.0.1.0/24", 1);
-  settle();
-  const auto first = "10.0.1.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1";
-  const auto second = "10.0.1.0/24 10.9.9.10 if3 type4 proto7 metric10 pref1";
-  // On a row: the next hop after it, then the next prefix.
-  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1"), true), second);
-  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1"), false), first);
-  EXPECT_EQ(fetched(indexOf("9.0.0.0", "255.0.0.0", "10.9.9.10"), true), first);
-  // Between two routes.
-  EXPECT_EQ(fetched(indexOf("10.0.0.0", "255.255.255.0", "0.0.0.0"), true), first);
-  EXPECT_EQ(fetched(indexOf("10.0.0.0", "255.255.255.0", "10.9.9.9"), true), second);
-  // The requested next hop counts for the first prefix only, row or no row.
-  EXPECT_EQ(fetched(indexOf("9.0.0.0", "255.0.0.0", "10.9.9.11"), true), first);
-  EXPECT_EQ(fetched(indexOf("10.0.0.0", "255.255.255.0", "10.9.9.11"), true), "end");
-  // A mask with holes, and a tos.
-  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.1", "10.1.1.2"), false), second);
-  EXPECT_EQ(fetched(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1", 4), true), first);
-  // The exact row or none.
-  EXPECT_TRUE(mib->ipCidrRouteTable(indexOf("10.0.1.0", "255.255.255.0", "10.9.9.10")));
-  EXPECT_FALSE(mib->ipCidrRouteTable(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.2")));
-  EXPECT_FALSE(mib->ipCidrRouteTable(indexOf("10.0.1.0", "255.255.255.0", "10.1.1.1", 4)));
-}
-
 TEST_F(Walk, tracesEachStepAndWhyARowIsMissing) {
   fecIs(1, {{"10.1.1.1", "eth9"}, {"10.1.1.2", "eth0"}});
   fecIs(3, {{"10.1.1.1", "eth0"}});
@@ -89,7 +63,6 @@ TEST_F(Walk, damageIsReportedAndSkipped) {
 }
 
 TEST_F(Walk, prefixesWhoseRoutesWentAreNotLookedUpOneByOne) {
-  intfIs("eth0", 3);
   fecIs(1, {{"10.1.1.1", "eth0"}});
   for (unsigned i = 0; i < 10'000; ++i) routeIs(fmt::format("10.{}.{}.0/24", i / 250, i % 250), 1);
   settle();
@@ -122,17 +95,14 @@ TEST_F(Walk, cacheWithoutTablesHasNoRows) {
   routeIs("10.0.0.0/24", 1);
   settle();
   RouteIterator at(mib);
-  EXPECT_EQ(rows().size(), 2u);
   mib->ifMibIs(nullptr);
   EXPECT_EQ(rows().size(), 1u) << "an interface has no ifIndex";
-  prefixes->forwardFecsIs(nullptr);
-  EXPECT_EQ(rows().size(), 0u);
-  mib->vrfForwardingStatusIs(nullptr);
-  EXPECT_EQ(rows().size(), 0u);
-  mib->routeStatusIs(nullptr);
-  EXPECT_EQ(rows().size(), 0u);
-  mib->fecsAndPrefixesIs(nullptr);
-  EXPECT_EQ(rows().size(), 0u);
+  for (const auto& removeTable : std::vector<std::function<void()>>{
+           [this] { prefixes->forwardFecsIs(nullptr); }, [this] { mib->vrfForwardingStatusIs(nullptr); },
+           [this] { mib->routeStatusIs(nullptr); }, [this] { mib->fecsAndPrefixesIs(nullptr); }}) {
+    removeTable();
+    EXPECT_EQ(rows().size(), 0u);
+  }
   EXPECT_EQ(rowText(*at), "10.0.0.0/24 10.1.1.1 if0 type1 proto7 metric10 pref1");
   EXPECT_TRUE((++at).isAtEnd());
   EXPECT_TRUE(RouteIterator(nullptr).isAtEnd());

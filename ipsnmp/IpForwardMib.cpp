@@ -3,6 +3,9 @@
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "vantu/IntfId.h"
 
+KEL_TYPE_DEFINE(IpSnmp::IpForwardFec)
+KEL_TYPE_DEFINE(IpSnmp::IpForwardFecs)
+KEL_TYPE_DEFINE(IpSnmp::FecsAndPrefixes)
 KEL_TYPE_DEFINE(IpSnmp::IpForwardMib)
 
 namespace IpSnmp {

@@ -6,12 +6,39 @@
 #include "fibstats/FibStatsMib.h"
 #include "ipsnmp/IpAddressEntry.h"
 #include "ipsnmp/IpForwardMib.h"
-#include "ipsnmp/IpIfStatsEntry.h"
+#include "ipsnmp/IpVrfMib.h"
 #include "ipsnmp/NeighbourEntries.h"
-#include "ipsnmp/VrfTableEntry.h"
 #include "swfwdstats/SwFwdStats.h"
 
 namespace IpSnmp {
+
+// One row of the IP statistics of interfaces: what an interface has received and sent in one IP version since
+// discontinuityTime. Packets and octets, in all and the unicast and multicast parts, as the publisher of the state
+// database counted them; they wrap at 2^64.
+class IpIfStatsEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpIfStatsEntry", IpIfStatsEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpIfStatsEntry, ((IpSnmp::IpVersionIfIndex, index)))
+  Ip::IpVersion ipVersion() const { return index().ipVersion(); }
+  std::uint32_t ifIndex() const { return index().ifIndex(); }
+  KEL_COMPUTED(ipVersion)
+  KEL_COMPUTED(ifIndex)
+
+  KEL_STORED(std::uint64_t, ipIfStatsInPkts, IpIfStatsInPkts, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsInOctets, IpIfStatsInOctets, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsOutPkts, IpIfStatsOutPkts, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsOutOctets, IpIfStatsOutOctets, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsInUcastPkts, IpIfStatsInUcastPkts, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsInUcastOctets, IpIfStatsInUcastOctets, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsOutUcastPkts, IpIfStatsOutUcastPkts, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsOutUcastOctets, IpIfStatsOutUcastOctets, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsInMcastPkts, IpIfStatsInMcastPkts, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsInMcastOctets, IpIfStatsInMcastOctets, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsOutMcastPkts, IpIfStatsOutMcastPkts, 0)
+  KEL_STORED(std::uint64_t, ipIfStatsOutMcastOctets, IpIfStatsOutMcastOctets, 0)
+  KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)  // seconds, framework clock
+  KEL_TYPE_END_DECLARE
+};
 
 // The IP-MIB cache of one VRF. The default VRF's is named "ipmib", every other one for its VRF.
 class IpMib : public Kel::Entity {
@@ -44,16 +71,6 @@ class IpMib : public Kel::Entity {
     ipAddressPrefixTable_.map.kelInsert(entry->index(), entry);
     KEL_NOTIFY_KEY(IpAddressPrefixTable, entry->index());
   }
-  KEL_TYPE_END_DECLARE
-};
-
-// The VRF tables, once for the switch.
-class IpVrfMib : public Kel::Entity {
-  KEL_TYPE_BEGIN("IpSnmp::IpVrfMib", IpVrfMib, Kel::Entity)
- public:
-  KEL_NAMED(IpVrfMib, Kel::Entity)
-  KEL_MEMBERS(Ordered, Snmp::String, VrfTableEntry, vrfTable, VrfTable)
-  KEL_MEMBERS(Ordered, std::uint32_t, VrfIfTableEntry, vrfIfTable, VrfIfTable)
   KEL_TYPE_END_DECLARE
 };
 

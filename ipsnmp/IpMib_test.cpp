@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ipsnmp/IfIndex.h"
+#include "ipsnmp/ProtocolMap.h"
 #include "kel/Dir.h"
 #include "quillo/testing/TestArpTable.h"
 
@@ -44,9 +44,6 @@ TEST(IpAddressEntry, firstSourceSpeaksForTheAddress) {
   entry->intfDelAll();
   entry->intfIs(held(addressSourceBorrowed, "B", 8));
   EXPECT_EQ(entry->addressStatus(), addressStatusPreferred);
-  entry->intfIs(IntfData(IntfDataKey(addressSourceStatus, Vantu::IntfId("A")), nullptr));
-  EXPECT_EQ(entry->ifIndex(), 0u);
-  EXPECT_EQ(Kel::readAttribute(*entry, "addressType").print(), "addressTypeUnicast");
   EXPECT_EQ(
       Kel::print(*entry->intf(IntfDataKey(addressSourceBorrowed, Vantu::IntfId("B")))),
       "Value('IpSnmp::IntfData', ** {'key': Value('IpSnmp::IntfDataKey', ** {'source': addressSourceBorrowed, "
@@ -58,20 +55,7 @@ TEST(IpAddressEntry, v4AccessToOtherVersionsAborts) {
   EXPECT_DEATH(v6->ipAdEntAddr(), "assertion failed: addrVersion\\(\\) == Ip::ipVersion4\\(\\)");
   auto broken = makePtr<IpAddressEntry>(InetAddress(Ip::ipVersion4, Snmp::String("abc")));
   EXPECT_DEATH(broken->ipAdEntAddr(), "assertion failed: addrBytes\\(\\)\\.bytes\\(\\) == 4");
-}
-
-TEST(IpMib, anotherMasterForARowIsRefused) {
-  auto mib = makePtr<IpMib>("ipmib");
-  auto row = mib->ipAddrTableIs(mib->ipAddressTableIs(v4("10.0.0.1")));
-  EXPECT_EQ(mib->ipAddrTable(Vantu::IpAddr::fromString("10.0.0.1")), row);
-  try {
-    mib->ipAddrTableIs(makePtr<IpAddressEntry>(v4("10.0.0.1")));
-    FAIL() << "a second master entry was accepted";
-  } catch (const Kel::ReinstantiationException& error) {
-    EXPECT_STREQ(error.what(),
-                 "Reinstantiating the pointer interface where constructor parameter attribute _masterEntry has a "
-                 "different value of Object(IpSnmp::IpAddressEntry)");
-  }
+  EXPECT_DEATH(InetAddress::fromIpGenAddr(Vantu::IpGenAddr()), "assertion failed: false");
 }
 
 TEST(IpMib, arpTableIsListedAndOffersNoKeyedLookup) {
@@ -170,6 +154,19 @@ TEST(NeighbourEntries, readTheSharedTableAtThatMoment) {
   auto unset =
       makePtr<IpNetToPhysicalTableEntry>(IpNetToPhysicalTableIndex(), intf, Vantu::IpGenAddr(), table, vrf);
   EXPECT_DEATH(unset->arpEntry(), "assertion failed: false");
+}
+
+TEST(ProtocolMap, saysOtherOfWhatItDoesNotKnow) {
+  ProtocolMap map;
+  const Routing::Fib::RouteType type(11);
+  EXPECT_EQ(map.protocol(type), ipRouteProtocolOther);
+  fillProtocolMap(map);
+  EXPECT_EQ(map.protocol(type), ipRouteProtocolLocal);
+  const auto once = map;
+  fillProtocolMap(map);
+  EXPECT_EQ(map, once);
+  map.protocolIs(type, IpRouteProtocol{});
+  EXPECT_EQ(map.protocol(type), ipRouteProtocolOther);
 }
 
 TEST(IfIndex, comesFromTheProviderOfTheRecordsKind) {

@@ -4,7 +4,7 @@
 // gives an entry that does not exist (all zero); damage throws Pesk::CorruptionDetectedException, which the reader
 // passes to arpQuillo()->corruptionDetected(). `arpQuillo` is never null.
 
-#include "ipsnmp/InetAddress.h"
+#include "ipsnmp/IpMibKeys.h"
 #include "kel/Attribute.h"
 #include "kel/System.h"
 #include "quillo/tables/ArpTable.h"

@@ -1,7 +1,7 @@
-#include "modules/IpForward.h"
-
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "modules/MibModules.h"
+#include "modules/frame/IteratorTable.h"
 #include "modules/frame/Scalar.h"
 #include "snmp/SnmpUtil.h"
 
@@ -143,8 +143,4 @@ void init_IpForward(Kel::String context) {
   ipForward.entered(context);
 }
 
-void unregister_IpForward(Kel::String context) {
-  ipForward.leave(context);
-}
-
-MIB_MODULE(IpForward)
+MIB_MODULE(IpForward, ipForward)

@@ -1,8 +1,6 @@
-#include "modules/IpSwForwarding.h"
-
 #include "ipsnmp/IpMib.h"
-#include "modules/frame/Enterprise.h"
-#include "modules/frame/InetIndex.h"
+#include "modules/MibModules.h"
+#include "modules/frame/IteratorTable.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {
@@ -102,8 +100,4 @@ void init_IpSwForwarding(Kel::String context) {
   ipSwForwarding.entered(context);
 }
 
-void unregister_IpSwForwarding(Kel::String context) {
-  ipSwForwarding.leave(context);
-}
-
-MIB_MODULE(IpSwForwarding)
+MIB_MODULE(IpSwForwarding, ipSwForwarding)

@@ -1,8 +1,7 @@
-#include "modules/VrfBase.h"
-
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/IpMib.h"
-#include "modules/frame/Enterprise.h"
+#include "modules/MibModules.h"
+#include "modules/frame/IteratorTable.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {
@@ -89,8 +88,4 @@ void init_VrfBase(Kel::String context) {
   vrfBase.entered(context);
 }
 
-void unregister_VrfBase(Kel::String context) {
-  vrfBase.leave(context);
-}
-
-MIB_MODULE(VrfBase)
+MIB_MODULE(VrfBase, vrfBase)

@@ -1,8 +1,6 @@
-#include "modules/quorinFIBStatsMIB.h"
-
 #include "fibstats/FibStatsMib.h"
-#include "modules/frame/Enterprise.h"
-#include "modules/frame/InetIndex.h"
+#include "modules/MibModules.h"
+#include "modules/frame/IteratorTable.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {
@@ -118,8 +116,4 @@ void init_quorinFIBStatsMIB(Kel::String context) {
   fibStats.entered(context);
 }
 
-void unregister_quorinFIBStatsMIB(Kel::String context) {
-  fibStats.leave(context);
-}
-
-MIB_MODULE(quorinFIBStatsMIB)
+MIB_MODULE(quorinFIBStatsMIB, fibStats)

@@ -1,8 +1,6 @@
-#include "modules/quorinIpMIB.h"
-
 #include "ipsnmp/IpMib.h"
-#include "modules/frame/Enterprise.h"
-#include "modules/frame/InetIndex.h"
+#include "modules/MibModules.h"
+#include "modules/frame/IteratorTable.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {
@@ -74,8 +72,4 @@ void init_quorinIpMIB(Kel::String context) {
   quorinIpMIB.entered(context);
 }
 
-void unregister_quorinIpMIB(Kel::String context) {
-  quorinIpMIB.leave(context);
-}
-
-MIB_MODULE(quorinIpMIB)
+MIB_MODULE(quorinIpMIB, quorinIpMIB)

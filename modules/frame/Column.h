@@ -1,5 +1,5 @@
 #pragma once
-// The columns of a table: what each is called, and how a row's value becomes the bytes of an SNMP value.
+// The columns of a table: the name of each, and how a row's value is encoded as an SNMP value.
 //
 //   column<Row>(2, "ipAdEntIfIndex", ASN_INTEGER, s32ToAsnInteger, "ipAdEntIfIndex",
 //               [](const Row& row) { return static_cast<int>(row.ipAdEntIfIndex()); })
@@ -12,7 +12,7 @@
 
 namespace Modules {
 
-// A conversion with the name that traces give it. `Value` is what it takes, as a parameter type.
+// A conversion with its name in traces. `Value` is its parameter type.
 template <class Value>
 struct Conversion {
   const char* name;
@@ -37,7 +37,7 @@ inline constexpr Conversion<std::uint64_t> u64ToCounter64{"U64ToCounter64", U64T
 inline constexpr Conversion<const Snmp::ObjectIdentifier&> snmpObjectIdentifierToAsnOid{
     "SnmpObjectIdentifierToAsnOid", SnmpObjectIdentifierToAsnOidF};
 
-// What the request loop needs of a column, whatever its table's rows are.
+// The part of a column that does not depend on the type of the rows.
 struct ColumnBase {
   static constexpr int bufferLength = 1024;      // bytes that a value may take unless the column says otherwise
   static constexpr int maxBufferLength = 65535;  // the longest OCTET STRING (RFC 2578, 7.1.2)
@@ -50,9 +50,9 @@ struct ColumnBase {
   // Bytes written, or a negative number on failure, as the conversions do. `row` is a row of the column's table.
   std::function<int(const void* row, unsigned char* buffer, int length)> encode;
 
-  bool isRefusable = false;  // a SET is refused by a trace of its own, at level 2
+  bool isRefusable = false;  // a SET is traced with the column's name, at level 2
   int limit = bufferLength;
-  // The entity that a result above `limit` is blamed on; null when results are not checked.
+  // The entity named in the trace of a result above `limit`; null: such a result counts as a failed conversion.
   const char* limitedEntity = nullptr;
 };
 
@@ -62,7 +62,7 @@ struct Column : ColumnBase {
     isRefusable = true;
     return std::move(*this);
   }
-  // Values may take up to `bytes` (1 to maxBufferLength; aborts on any other) rather than the usual buffer.
+  // Lets values take up to `bytes`. Requires (aborts): 1 to maxBufferLength.
   Column limitedTo(int bytes, const char* entityPath) && {
     KEL_ASSERT(bytes > 0 && bytes <= maxBufferLength);
     limit = bytes;
@@ -71,7 +71,7 @@ struct Column : ColumnBase {
   }
 };
 
-// `read` takes a row and gives what the conversion takes.
+// `read` maps a row to the value that the conversion takes.
 template <class Row, class Value, class Read>
 Column<Row> column(unsigned number, const char* object, unsigned char asnType, const Conversion<Value>& conversion,
                    const char* attribute, Read read) {
@@ -81,7 +81,7 @@ Column<Row> column(unsigned number, const char* object, unsigned char asnType, c
   return {{number, object, asnType, conversion.name, attribute, std::move(encode)}};
 }
 
-// A column that says the same of every row.
+// A column with the same value in every row.
 template <class Row>
 Column<Row> constantColumn(unsigned number, const char* object, int value, const char* attribute = "") {
   return column<Row>(number, object, ASN_INTEGER, s32ToAsnInteger, attribute,

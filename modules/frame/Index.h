@@ -1,6 +1,6 @@
 #pragma once
-// The index of a table: the components that a row's OID ends with, how they are read from a request's OID (the
-// hint) and how they are written from a row's key.
+// The index of a table: the components at the end of a row's OID, how they are read from the OID of a request (the
+// hint), and how they are written from a row's key.
 //
 //   const Index index{"IpSnmp::ArpTableIndex",
 //                     [](const unsigned& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
@@ -13,6 +13,7 @@
 #include <tuple>
 #include <utility>
 
+#include "conversions/SnmpConversions.h"
 #include "kel/Errors.h"
 #include "kel/Trace.h"
 #include "modules/frame/NetSnmp.h"
@@ -21,7 +22,7 @@
 
 namespace Modules {
 
-// How a part of a key is read: a copy that costs memory is not made for every row.
+// How a part of a key is read: by reference where a copy would allocate memory for every row.
 template <class Part>
 using PartOfKey = std::conditional_t<std::is_trivially_copyable_v<Part>, Part, const Part&>;
 
@@ -30,8 +31,8 @@ template <class Key, class Part>
 struct IndexComponent {
   const char* object;                             // of the MIB; for hints
   const char* attribute;                          // for traces of rows
-  unsigned char asnType;                          // as registered, and as a hint must have it
-  unsigned char writtenType;                      // under which it is written into the index of a row
+  unsigned char asnType;                          // as registered, and required of a hint
+  unsigned char writtenType;                      // in the index of a row
   Part (*fromAsn)(netsnmp_variable_list* value);  // throws Kel::RangeException
   PartOfKey<Part> (*fromKey)(const Key& key);
   int (*toAsn)(const Part& part, unsigned char* buffer, int length);
@@ -51,9 +52,9 @@ IndexComponent<Key, int> integerIndex(const char* object, const char* attribute,
           }};
 }
 
-// An INTEGER whose part is unsigned, as interface indexes are. It is written as an unsigned number: net-snmp would
-// extend the sign of an INTEGER from 2^31 on, and sort and compare the row as if its sub-identifier had 64 bits,
-// while the answer carries 32 of them; a manager that walks on from there would be given the same row for ever.
+// An INTEGER whose part is unsigned, as interface indexes are. It is written as an unsigned number: from 2^31 on
+// net-snmp would extend the sign of an INTEGER and sort the row by 64 bits, while the answer carries 32 of them. A
+// manager that walks on from there would get the same row for ever.
 template <class Key>
 IndexComponent<Key, unsigned> unsignedIntegerIndex(const char* object, const char* attribute,
                                                    unsigned (*fromKey)(const Key&)) {
@@ -82,8 +83,8 @@ IndexComponent<Key, unsigned> unsignedIndex(const char* object, const char* attr
           }};
 }
 
-// Written as an implied octet string, which is four sub-identifiers too: net-snmp 5.9 takes an IpAddress in an
-// index to be in host order, and would turn the address around.
+// Written as an implied octet string, which is four sub-identifiers too: net-snmp 5.9 takes an IpAddress in an index
+// for host order, and would reverse the address.
 template <class Key>
 IndexComponent<Key, Vantu::IpAddr> ipAddressIndex(const char* object, const char* attribute,
                                                   Vantu::IpAddr (*fromKey)(const Key&)) {
@@ -110,6 +111,21 @@ IndexComponent<Key, Snmp::String> octetStringIndex(const char* object, const cha
           SnmpStringToAsnOctetStringF};
 }
 
+// An InetAddressType (RFC 4001). A hint may contain a number that is no version; no row does.
+template <class Key>
+IndexComponent<Key, Ip::IpVersion> ipVersionIndex(const char* object, const char* attribute,
+                                                  Ip::IpVersion (*fromKey)(const Key&)) {
+  return {object,
+          attribute,
+          ASN_INTEGER,
+          ASN_INTEGER,
+          [](netsnmp_variable_list* value) { return AsnIntegerToIpVersion(value); },
+          fromKey,
+          [](const Ip::IpVersion& part, unsigned char* buffer, int length) {
+            return part < 0 ? -1 : S32ToAsnIntegerF(part, buffer, length);
+          }};
+}
+
 template <class KeyType, class... Parts>
 class Index {
  public:
@@ -128,8 +144,8 @@ class Index {
     std::apply([&](const auto&... component) { (visit(component), ...); }, components_);
   }
 
-  // The parts of a chain of index values, read one after the other by `read(component, value, part, position)`
-  // until that gives false; empty then. `value` is null past the end of the chain.
+  // Reads the parts from a chain of index values with `read(component, value, part, position)`; `value` is null past
+  // the end of the chain. Nothing when `read` returns false.
   template <class Read>
   std::optional<PartsTuple> parts(netsnmp_variable_list* chain, Read&& read) const {
     PartsTuple parts;
@@ -148,8 +164,8 @@ class Index {
 
   Key key(const PartsTuple& parts) const { return std::apply(makeKey_, parts); }
 
-  // False when a value is not taken, or takes more than `room` sub-identifiers with those before it: the key cannot
-  // stand in an OID. Components for which the chain has no variable are left out.
+  // Writes the key into the chain. False when a value cannot be encoded, or when the index would take more than `room`
+  // sub-identifiers. Components for which the chain has no variable are left out.
   bool write(const Key& key, netsnmp_variable_list* chain, std::size_t room) const {
     bool isWritten = true;
     forEach([&](const auto& component) {
@@ -165,7 +181,7 @@ class Index {
   }
 
  private:
-  // That a value of so many bytes takes in an OID (RFC 2578, 7.7).
+  // How many sub-identifiers a value of so many bytes takes in an OID (RFC 2578, 7.7).
   static std::size_t subIdentifiers(unsigned char asnType, int length) {
     const auto bytes = static_cast<std::size_t>(std::max(length, 0));
     switch (asnType) {

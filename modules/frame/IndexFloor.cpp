@@ -34,7 +34,7 @@ netsnmp_variable_list* IndexFloor::highestInstead() {
   return &value_;
 }
 
-// The next sub-identifier, as far as it is asked for and not above `most`.
+// The next sub-identifier; 0 when there is none, `most` from the first one above `most` on.
 oid IndexFloor::taken(oid most) {
   if (reading_ == Reading::asAsked && rest_.empty()) reading_ = Reading::lowest;
   if (reading_ == Reading::asAsked && rest_.front() > most) reading_ = Reading::highest;

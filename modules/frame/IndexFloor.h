@@ -1,10 +1,10 @@
 #pragma once
-// Where in a sorted table an index lies that need not be a whole one, nor one that a row could have.
+// The place in a sorted table of any sub-identifiers, which need not be a complete index, nor one that a row can have.
 //
-// A manager may ask for the row after any sub-identifiers: half an index, one that is too long, an address byte of
-// 300. Read as components one after the other, they give the complete index that lies nearest: none that a row has
-// lies between the two. What is missing counts as the lowest of its kind; from a number on that is more than its
-// kind takes, everything counts as the highest.
+// A manager may ask for the row after half an index, after an index that is too long, or after an address byte of 300.
+// Read as components one after the other, the sub-identifiers give the nearest complete index: no row has an index
+// between the two. A missing component counts as the lowest of its kind. After a number above the range of its kind,
+// that component and all later ones count as the highest.
 //
 //   IndexFloor floor(asked);
 //   auto* first = floor.next(ASN_INTEGER);
@@ -19,18 +19,18 @@ namespace Modules {
 
 class IndexFloor {
  public:
-  // The sub-identifiers behind the column. They must outlive this.
+  // `asked`: the sub-identifiers after the column, which must outlive this.
   explicit IndexFloor(std::span<const oid> asked) : rest_(asked) {}
 
-  // The next component, of a type as tables are registered with: ASN_IPADDRESS, ASN_OCTET_STR, or a number. Good
-  // until the next call.
+  // Returns the next component. Requires: a type that tables are registered with, ASN_IPADDRESS, ASN_OCTET_STR or
+  // that of a number. Lifetime: until the next call.
   netsnmp_variable_list* next(u_char asnType);
-  // In the place of a number that was just given and is more than its component takes.
+  // Replaces the number just returned, when it is above the range of its component.
   netsnmp_variable_list* highestInstead();
 
-  // What was read is, to the last sub-identifier, what was asked.
+  // The components are exactly the sub-identifiers that were asked.
   bool isExact() const { return reading_ == Reading::asAsked && rest_.empty(); }
-  // What was read lies below what was asked, as no row can have that.
+  // The components are below what was asked, which no row can have.
   bool isCapped() const { return reading_ == Reading::highest; }
 
  private:

@@ -1,5 +1,5 @@
 #pragma once
-// A table, as one declaration, and the functions that net-snmp's table-iterator helper calls for it.
+// A table as one declaration, and the functions that net-snmp's table-iterator helper calls for it.
 //
 //   const auto exampleTable = Modules::makeIteratorTable<Modules::OrderedWalker<ExampleRows>>(
 //       {.module = module, .name = "exampleTable", .identifier = {...}, .modes = HANDLER_CAN_RONLY, .source = ...},
@@ -7,23 +7,21 @@
 //       {Modules::column<Example::Row>(...), ...});
 //   ITERATOR_TABLE(exampleTable, exampleTable)
 //
-// The helper asks for the first row of a walk and for each next one, and keeps a row, in a data context, when it is
-// the one that a request asks for; the handler then reads the column from the data context. For a sorted table the
-// helper passes the request itself as a hint to where the walk may start: a hint only saves steps, and whatever is
-// wrong with it, a walk from the first row gives the same answer. What of such a walk can be saved, modules/SeekGate.h
-// saves.
+// The helper asks for the first row of a walk and for each next one. It keeps the row that a request asks for in a data
+// context, and the handler reads the column from there. For a sorted table the helper passes the request itself as a
+// hint to where the walk may start. A hint only saves steps: a walk from the first row gives the same answer.
+// SeekGate.h saves further steps.
 //
-// A loop context and a data context are each a walker on the heap, owned by the helper until it gives them back. A
-// data context is made in make_data_context alone: one made earlier would be freed once for every request that it
-// does not match. The `chain` (net-snmp's put_index_data) is the helper's: variables for the index of a row.
+// Lifetime: a loop context and a data context are each a walker on the heap, owned by the helper until it gives them
+// back. Only make_data_context makes a data context: the helper would free one made earlier once for every request that
+// the row does not match. The `chain` (net-snmp's put_index_data), variables for the index of a row, is the helper's.
 
 #include <memory>
 
-#include "modules/frame/HeldEntity.h"
 #include "modules/frame/Index.h"
 #include "modules/frame/IndexFloor.h"
+#include "modules/frame/MibTable.h"
 #include "modules/frame/SeekGate.h"
-#include "modules/frame/TableDescription.h"
 #include "modules/frame/Walker.h"
 #include "snmp/CBoundary.h"
 
@@ -40,7 +38,7 @@ void printTraced(std::ostream& out, const Value& value) {
 }
 
 template <class W, class TableIndex>
-class IteratorTable final : public Table {
+class IteratorTable final : public MibTable {
   static_assert(Walker<W> && std::convertible_to<typename TableIndex::Key, typename W::Key>);
   static constexpr bool isSeeking = SeekingWalker<W>;
 
@@ -51,13 +49,13 @@ class IteratorTable final : public Table {
   using Parts = typename TableIndex::PartsTuple;
 
   IteratorTable(TableDescription description, TableIndex index, const std::vector<Column<Row>>& columns)
-      : Table(std::move(description), indexObjects(index), {columns.begin(), columns.end()}, isSeeking),
+      : MibTable(std::move(description), indexObjects(index), {columns.begin(), columns.end()}, isSeeking),
         index_(std::move(index)) {}
 
   netsnmp_variable_list* getFirstDataPoint(void** loopContext, netsnmp_variable_list* chain,
                                            const netsnmp_iterator_info* iterator) const noexcept {
     const auto* hint = static_cast<const netsnmp_table_request_info*>(*loopContext);
-    // What is left here goes to free_loop_context_at_end; the hint must not.
+    // The helper frees what is here as a loop context, so the hint must not stay.
     *loopContext = nullptr;
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       const Kel::Ptr<const Cache> cache(cacheOf(iterator));
@@ -96,7 +94,7 @@ class IteratorTable final : public Table {
     });
   }
 
-  // Writes the index of the row that the loop context stands on into the chain. Null at the end.
+  // Writes the index of the loop context's row into the chain. Null at the end.
   netsnmp_variable_list* iterationHelper(const void* loopContext, netsnmp_variable_list* chain) const noexcept {
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       const auto* walker = static_cast<const W*>(loopContext);
@@ -149,8 +147,8 @@ class IteratorTable final : public Table {
     return static_cast<const Cache*>(static_cast<Kel::Entity*>(iterator->myvoid));
   }
 
-  // The row that the walker stands on or, as null would end the table for every row behind it, the first one from
-  // there on whose index can be written. Null at the end.
+  // Advances the walker to the first row from here on whose index can be written: null would end the table for every
+  // row after it. Null at the end.
   netsnmp_variable_list* rowFrom(W& walker, netsnmp_variable_list* chain) const {
     auto* row = iterationHelper(&walker, chain);
     while (row == nullptr && !walker.isAtEnd()) {
@@ -186,9 +184,9 @@ class IteratorTable final : public Table {
   // Where a walk starts.
   struct Start {
     W walker;
-    bool isHinted = false;     // rather than on the first row of all
-    bool hintMatched = false;  // on the hinted row
-    bool isAnswerable = true;  // from there on there may be a row that answers the request
+    bool isHinted = false;     // at the hint; otherwise on the first row of the table
+    bool hintMatched = false;  // on the hinted row itself
+    bool isAnswerable = true;  // this row or a later one may answer the request
   };
 
   Start startOf(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
@@ -202,8 +200,7 @@ class IteratorTable final : public Table {
     return start;
   }
 
-  // On the row behind a whole index, if such a row is asked for. Nothing when it takes more to find it, and when what is
-  // found of the hint is to be traced.
+  // The row after a complete index, for a GETNEXT. Nothing when hintedStart must search or trace instead.
   std::optional<Start> startBehind(const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
     if (!asked.isForNext || trace().enabled(2)) return std::nullopt;
     try {
@@ -214,12 +211,11 @@ class IteratorTable final : public Table {
       if (walker.isAtEnd() && !gaveUp(walker)) return std::nullopt;
       return Start{std::move(walker), true};
     } catch (const Kel::RangeException&) {
-      return std::nullopt;  // there is something to be said of the hint
+      return std::nullopt;  // hintedStart traces what is wrong with the hint
     }
   }
 
-  // On the first row that the hint does not lie above; on the first row of all when there is none, or the hint says
-  // nothing.
+  // lower_bound(hint); the first row of the table when there is none, or the hint is no key.
   Start hintedStart(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
     if (const auto parts = hintParts(hint)) {
       try {
@@ -238,9 +234,9 @@ class IteratorTable final : public Table {
     return {W(cache)};
   }
 
-  // As modules/SeekGate.h says.
+  // Moves the start to the first row that can answer, or finds that none can: see SeekGate.h.
   void narrow(Start& start, const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
-    if (asked.index.empty()) return;  // of the first row, and there it is
+    if (asked.index.empty()) return;  // the first row answers
     try {
       IndexFloor floor(asked.index);
       const Key key = floorKey(floor);
@@ -251,12 +247,12 @@ class IteratorTable final : public Table {
         start.isAnswerable = !walker.isAtEnd();
         if (start.isAnswerable || gaveUp(walker)) start.walker = std::move(walker);
       } else if (start.hintMatched && floor.isExact()) {
-        // The row that was asked from is none to look at, and each one costs the helper a copy of its index.
+        // A GETNEXT passes the row of its own index, and each row costs the helper a copy of its index.
         start.walker.advance();
         start.isAnswerable = !start.walker.isAtEnd();
       }
     } catch (const Kel::RangeException&) {
-      // A key that cannot be made, or be searched for: the walk shows what there is.
+      // No key, or none to search for: the walk itself finds the answer.
     }
   }
 
@@ -280,7 +276,7 @@ class IteratorTable final : public Table {
     }
   }
 
-  // The components of a hint; nothing when it is not a whole index, or not one of this table.
+  // The components of a hint; nothing unless it is a complete index of this table.
   std::optional<Parts> hintParts(const netsnmp_table_request_info* hint) const {
     const unsigned count = hint != nullptr ? hint->number_indexes : 0;
     QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << static_cast<const void*>(hint)
@@ -352,26 +348,10 @@ IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, Tab
 
 }  // namespace Modules
 
-// Declares the functions of a table; for those who call them beside net-snmp.
-#define ITERATOR_TABLE_FUNCTIONS(T)                                                                               \
-  extern "C" {                                                                                                    \
-  netsnmp_variable_list* T##_get_first_data_point(void** loopContext, void** dataContext,                         \
-                                                  netsnmp_variable_list* chain, netsnmp_iterator_info* iterator); \
-  netsnmp_variable_list* T##_get_next_data_point(void** loopContext, void** dataContext,                          \
-                                                 netsnmp_variable_list* chain, netsnmp_iterator_info* iterator);  \
-  void* T##_make_data_context(void* loopContext, netsnmp_iterator_info* iterator);                                \
-  void T##_free_data_context(void* dataContext, netsnmp_iterator_info* iterator);                                 \
-  void T##_free_loop_context_at_end(void* loopContext, netsnmp_iterator_info* iterator);                          \
-  int T##_handler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,                       \
-                  netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests);                       \
-  }                                                                                                               \
-  netsnmp_variable_list* T##IterationHelper(void* loopContext, netsnmp_variable_list* chain);                     \
-  void initialize_table_##T(::Snmp::Config::PtrConst config, ::Kel::String context);
-
-// Defines them for the IteratorTable `table`. They have names of their own, and C linkage where net-snmp calls
-// them, so a macro makes them.
+// Defines the functions of the IteratorTable `table`, and initialize_table_<T>, which registers it in a context. The
+// functions have names of their own, and C linkage where net-snmp calls them, so a macro makes them.
 #define ITERATOR_TABLE(T, table)                                                                                \
-  ITERATOR_TABLE_FUNCTIONS(T)                                                                                   \
+  extern "C" {                                                                                                  \
   netsnmp_variable_list* T##_get_first_data_point(void** loopContext, void**, netsnmp_variable_list* chain,     \
                                                   netsnmp_iterator_info* iterator) {                            \
     QTRACE_ENTRY((table).trace(), iterator);                                                                    \
@@ -395,6 +375,7 @@ IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, Tab
                   netsnmp_request_info* requests) {                                                             \
     QTRACE_ENTRY((table).trace(), requests);                                                                    \
     return (table).handle(requestInfo, requests);                                                               \
+  }                                                                                                             \
   }                                                                                                             \
   netsnmp_variable_list* T##IterationHelper(void* loopContext, netsnmp_variable_list* chain) {                  \
     return (table).iterationHelper(loopContext, chain);                                                         \

@@ -80,15 +80,15 @@ netsnmp_handler_registration* Module::registration(const char* object, Netsnmp_N
   return nullptr;
 }
 
-void Module::registrationAdd(const Kel::String& context, netsnmp_handler_registration* registration) {
+void Module::addRegistration(const Kel::String& context, netsnmp_handler_registration* registration) {
   registrationsByContext_[context].push_back(registration);
 }
 
-void Module::columnInfoAdd(const Kel::String& context, netsnmp_column_info* columns) {
+void Module::addColumnInfo(const Kel::String& context, netsnmp_column_info* columns) {
   columnInfoByContext_[context].push_back(columns);
 }
 
-void Module::registrationForget(const Kel::String& context, netsnmp_handler_registration* registration) {
+void Module::forgetRegistration(const Kel::String& context, netsnmp_handler_registration* registration) {
   std::erase(registrationsByContext_[context], registration);
 }
 

@@ -1,20 +1,18 @@
 #pragma once
-// What every MIB module does alike: it announces itself at load, enters SNMP contexts and leaves them, and keeps
-// account of what it registered in each.
+// What every MIB module does alike: it announces itself at load, enters and leaves SNMP contexts, and keeps account of
+// what it registered in each. Thread: the agent's.
 //
-// A module is one source unit:
-//
-//   Kel::TraceHandle traceHandle("Example");
-//   Modules::Module module("Example", traceHandle);
-//   ... its scalars (modules/Scalar.h) and tables (modules/IteratorTable.h) ...
+//   Kel::TraceHandle exampleTrace("Example");
+//   Modules::Module example("Example", exampleTrace);
+//   ... its scalars (Scalar.h) and tables (IteratorTable.h) ...
 //   void init_Example(Kel::String context) {
-//     module.entering(context, "init_Example");
+//     example.entering(context, __func__);
 //     ... registers them ...
-//     module.entered(context);
+//     example.entered(context);
 //   }
-//   void unregister_Example(Kel::String context) { module.leave(context); }
-//   MIB_MODULE(Example)
+//   MIB_MODULE(Example, example)
 
+#include <initializer_list>
 #include <map>
 #include <vector>
 
@@ -24,6 +22,13 @@
 #include "snmp/HandlerRegistration.h"
 
 namespace Modules {
+
+// enterprises.E followed by the given sub-identifiers, E being the build option QUORIN_ENTERPRISE.
+inline std::vector<oid> enterpriseObject(std::initializer_list<oid> below) {
+  std::vector<oid> object{1, 3, 6, 1, 4, 1, QUORIN_ENTERPRISE};
+  object.insert(object.end(), below);
+  return object;
+}
 
 class Module {
  public:
@@ -39,23 +44,23 @@ class Module {
   // `line` is the caller's (clang 14 has no std::source_location with this standard library).
   void entering(const Kel::String& context, const char* function, int line = __builtin_LINE()) const;
   void entered(const Kel::String& context) const;
-  // Unregisters everything that the module registered in the context, and frees its column records. A context that
-  // was never entered is left without a word.
+  // Unregisters everything that the module registered in the context, and frees its column records. For a context that
+  // was never entered this does nothing.
   void leave(const Kel::String& context);
 
-  // Announces an object that is about to be registered.
+  // Traces that an object is about to be registered.
   void traceInitializing(const char* function, const std::vector<oid>& object, const Kel::String& context) const;
 
-  // A registration for the context, not yet registered with the agent; null when there is no memory for it.
+  // Makes a registration for the context, not yet registered with the agent. Null when there is no memory for it.
   netsnmp_handler_registration* registration(const char* object, Netsnmp_Node_Handler* handler,
                                              const std::vector<oid>& identifier, int modes,
                                              const Kel::String& context) const;
 
-  // What `leave` is to take back. Both are given up to the module.
-  void registrationAdd(const Kel::String& context, netsnmp_handler_registration* registration);
-  void columnInfoAdd(const Kel::String& context, netsnmp_column_info* columns);
-  // For a registration that net-snmp refused, and freed.
-  void registrationForget(const Kel::String& context, netsnmp_handler_registration* registration);
+  // Enter what `leave` has to undo, which the module then owns.
+  void addRegistration(const Kel::String& context, netsnmp_handler_registration* registration);
+  void addColumnInfo(const Kel::String& context, netsnmp_column_info* columns);
+  // Drops a registration that net-snmp refused, and freed.
+  void forgetRegistration(const Kel::String& context, netsnmp_handler_registration* registration);
 
  private:
   const char* name_;
@@ -66,11 +71,15 @@ class Module {
 
 }  // namespace Modules
 
-// Seen from outside a plugin, whatever the visibility of the rest.
+// Visible from outside a plugin, whatever the visibility of the rest.
 #define MIB_EXPORT __attribute__((visibility("default")))
 
-// The module's registration object, and the one that announces it to the agent framework at load.
-#define MIB_MODULE(ModuleName)                                                                      \
+// Defines how the Module `module` leaves a context, its registration object, and the object that announces it to the
+// agent framework at load.
+#define MIB_MODULE(ModuleName, module)                                                              \
+  void unregister_##ModuleName(Kel::String context) {                                               \
+    (module).leave(context);                                                                        \
+  }                                                                                                 \
   class ModuleName##_HandlerRegistration : public ::Snmp::HandlerRegistration {                     \
    public:                                                                                          \
     void initHandler(Kel::String context) override { init_##ModuleName(std::move(context)); }       \

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "kel/Errors.h"
-#include "modules/frame/HeldEntity.h"
+#include "modules/frame/ServedEntity.h"
 #include "snmp/CBoundary.h"
 #include "snmp/SnmpUtil.h"
 #include "snmp/Varbind.h"
@@ -86,11 +86,11 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
                                 .wrongTypeEnding = fmt::format(" for scalar {}.", scalar.name),
                                 .missingAssertion = fmt::format("e_{}", scalar.name),
                                 .wrongTypeAssertion = fmt::format("ptr_{}", scalar.name)});
-  heldEntityIs(registration, entity);
-  module.registrationAdd(context, registration);
+  holdEntity(registration, entity);
+  module.addRegistration(context, registration);
   // net-snmp frees what it refuses.
   if (netsnmp_register_scalar(registration) != MIB_REGISTERED_OK) {
-    module.registrationForget(context, registration);
+    module.forgetRegistration(context, registration);
     QTRACE(module.trace(), 0) << function << " in context \"" << context << "\": the agent refuses the scalar "
                               << scalar.name << ", which is then not served; is it registered already?";
   }

@@ -1,5 +1,5 @@
 #pragma once
-// A scalar: one attribute of an entity, read anew at each request. It never accepts a SET.
+// A scalar: one attribute of an entity, read at each request. It refuses every SET.
 //
 //   const Modules::Scalar routes{.module = module, .name = "ipCidrRouteNumber", ...};
 //   MIB_SCALAR_HANDLER(ipCidrRouteNumber, routes)
@@ -7,8 +7,8 @@
 
 #include <vector>
 
-#include "modules/frame/EntitySource.h"
 #include "modules/frame/Module.h"
+#include "modules/frame/ServedEntity.h"
 #include "snmp/Config.h"
 
 namespace Modules {
@@ -32,10 +32,10 @@ struct Scalar {
   const char* group = nullptr;
 };
 
-// Registers the scalar in the context, or says at level 2 that it is not served there, or on standard output that it
-// is switched off. Aborts when its entity is missing or of another type. `function` is the caller, for traces.
-// An exception on the way ends the process, as those faults do: a scalar that is listed as the module's, but not
-// registered, would take another's registration along when the context is left.
+// Registers the scalar in the context. Where it is not served there, traces that at level 2; where its group is
+// disabled, prints that on standard output. `function` is the caller, for traces. Aborts when its entity is missing
+// or of another type, and on any exception: leaving the context would unregister somebody else's object in place of
+// one that is listed, but not registered.
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,
                       const Snmp::Config::PtrConst& config, const Kel::String& context) noexcept;
 

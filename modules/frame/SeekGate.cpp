@@ -8,11 +8,11 @@ namespace Modules {
 
 namespace {
 
-bool gateIsOn = true;
-// The request that the helper is at work on, and its mode; null between requests.
+bool isGateEnabled = true;
+// The request that is served, and its mode; null between requests.
 const netsnmp_table_request_info* gateHint = nullptr;
 int gateMode = 0;
-bool isGateAnswerless = false;  // the gate asked the table in vain, and the helper is asking
+bool isGateAnswerless = false;  // the gate found no answer, and the helper asks the table again
 bool hasWalkGivenUp = false;
 
 extern "C" {
@@ -24,7 +24,7 @@ void* quorinCloneIndex(void* index) {
 }
 }
 
-// The index variables that the gate has rows written into. Null when there is no memory for them.
+// The variables into which rows write their index. Null when there is no memory for them.
 netsnmp_variable_list* indexOf(netsnmp_mib_handler* gate, const netsnmp_iterator_info* table) {
   if (gate->myvoid == nullptr) gate->myvoid = snmp_clone_varbind(table->table_reginfo->indexes);
   return static_cast<netsnmp_variable_list*>(gate->myvoid);
@@ -35,9 +35,9 @@ struct Name {
   std::size_t length = 0;
 };
 
-// False when it is too long.
-bool nameIs(Name& name, const netsnmp_handler_registration* registration, unsigned column,
-            netsnmp_variable_list* index) {
+// Writes the name of a column's object. False when it is too long.
+bool buildName(Name& name, const netsnmp_handler_registration* registration, unsigned column,
+               netsnmp_variable_list* index) {
   oid entry[MAX_OID_LEN];
   const std::size_t length = registration->rootoid_len + 2;
   if (length > MAX_OID_LEN) return false;
@@ -47,7 +47,7 @@ bool nameIs(Name& name, const netsnmp_handler_registration* registration, unsign
   return build_oid_noalloc(name.oids, MAX_OID_LEN, &name.length, entry, length, index) == SNMPERR_SUCCESS;
 }
 
-// The data context of the first row, when it answers the request; `name` is the object's then. Null otherwise.
+// Returns the data context of the first row, and its object's name, when that row answers the request. Null otherwise.
 void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration* registration,
                    netsnmp_request_info* request, netsnmp_table_request_info* asked, Name& name) {
   auto* const table = static_cast<netsnmp_iterator_info*>(gate->next->myvoid);
@@ -56,7 +56,7 @@ void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration
   void* loop = asked;
   void* data = nullptr;
   const auto* const row = table->get_first_data_point(&loop, &data, index, table);
-  if (row != nullptr && nameIs(name, registration, asked->colnum, index) &&
+  if (row != nullptr && buildName(name, registration, asked->colnum, index) &&
       snmp_oid_compare(name.oids, name.length, request->requestvb->name, request->requestvb->name_length) > 0) {
     data = table->make_data_context(loop, table);
   }
@@ -64,8 +64,8 @@ void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration
   return data;
 }
 
-// Does for a GETNEXT what the helper would do, by the table's own functions. Nothing when the first row does not answer
-// it: the helper is to be asked then, and asks the table anew.
+// Answers a GETNEXT as the helper would, with the table's own functions. Nothing when the first row is no answer: the
+// caller passes the request on to the helper, which asks the table again.
 std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registration* registration,
                               netsnmp_agent_request_info* info, netsnmp_request_info* request,
                               netsnmp_table_request_info* asked) {
@@ -94,7 +94,7 @@ extern "C" int quorinSeekGate(netsnmp_mib_handler* handler, netsnmp_handler_regi
                               netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
   const bool isSearch = info->mode == MODE_GET || info->mode == MODE_GETNEXT || info->mode == MODE_SET_RESERVE1;
   const bool isAlone = requests->next == nullptr;
-  auto* const hint = gateIsOn && isSearch && isAlone ? netsnmp_extract_table_info(requests) : nullptr;
+  auto* const hint = isGateEnabled && isSearch && isAlone ? netsnmp_extract_table_info(requests) : nullptr;
   const auto* outerHint = std::exchange(gateHint, hint);
   const int outerMode = std::exchange(gateMode, info->mode);
   const bool isOuterAnswerless = std::exchange(isGateAnswerless, false);
@@ -138,8 +138,8 @@ bool SeekGate::inject(netsnmp_handler_registration* registration) {
   return false;
 }
 
-void SeekGate::isOnIs(bool on) {
-  gateIsOn = on;
+void SeekGate::setEnabled(bool enabled) {
+  isGateEnabled = enabled;
 }
 
 }  // namespace Modules

@@ -1,4 +1,4 @@
-// That the seek gate changes no answer, and that it saves what it is there to save.
+// What the seek gate saves. That it changes no answer, Tables_test.cpp shows.
 
 #include "modules/frame/SeekGate.h"
 
@@ -8,8 +8,9 @@
 #include <algorithm>
 
 #include "ipsnmp/testing/TestRoutes.h"
-#include "modules/frame/Enterprise.h"
-#include "modules/testing/TestReference.h"
+#include "modules/testing/TestAgent.h"
+#include "modules/testing/TestIpTree.h"
+#include "quillo/testing/TestArpTable.h"
 #include "snmp/Contexts.h"
 
 namespace {
@@ -17,18 +18,11 @@ namespace {
 using namespace Modules;
 
 const std::string ipGroup = "1.3.6.1.2.1.4";
-const std::string vrfGroup = textOf(enterpriseObject({3, 18, 1}));
 
 class SeekGateTest : public ::testing::Test {
  protected:
-  SeekGateTest() {
-    contexts.enter("");
-    contexts.enter("red");
-  }
-  ~SeekGateTest() override {
-    SeekGate::isOnIs(true);
-    agent.versionIs(SNMP_VERSION_2c);
-  }
+  SeekGateTest() { contexts.enter(""); }
+  ~SeekGateTest() override { SeekGate::setEnabled(true); }
 
   // The requests of a walk that go on to a further row.
   std::size_t stepsOf(const std::string& facility, int command, const std::string& name) {
@@ -42,10 +36,7 @@ class SeekGateTest : public ::testing::Test {
 
   TestAgent& agent = TestAgent::instance();
   TestIpTree tree;
-  TestIpRows rows{tree.ipMib};
-  TestIpRows redRows{tree.redIpMib};
   IpSnmpTest::SettledRoutes routes{tree.ipForwardMib};
-  IpSnmpTest::SettledRoutes redRoutes{tree.vrfMibs->mibsIs("red")->ipforwardmib()};
   Snmp::Contexts contexts;
 };
 
@@ -69,120 +60,14 @@ TEST_F(SeekGateTest, aWalkThatGivesUpIsAnErrorRatherThanTheEnd) {
   EXPECT_EQ(agent.getNext(ipGroup + ".24.4.1.16" + last).name.rfind(ipGroup + ".24.4.", 0), std::string::npos);
 }
 
-// Tables of every kind of index, at random, and requests near their rows.
-class SeekGateAtRandom : public SeekGateTest {
- protected:
-  unsigned below(unsigned count) { return static_cast<unsigned>(random.engine() % count); }
-  template <class T>
-  T any(std::initializer_list<T> values) {
-    return *(values.begin() + below(static_cast<unsigned>(values.size())));
-  }
-  std::string address() {
-    if (below(2) == 0) return fmt::format("{}.0.{}.{}", any({0, 10, 44, 255}), below(3), any({0, 1, 44, 255}));
-    return fmt::format("{}::{:x}", any({"fe80", "2001:db8", "ff02"}), below(4));
-  }
-  void fill(TestIpRows& into) {
-    for (unsigned count = below(30); count > 0; --count) {
-      const auto text = address();
-      const unsigned ifIndex = any({0U, 1U, 300U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU});
-      if (!into.mib->ipAddressTableHas(TestIpRows::inetAddress(text))) into.addressIs(text, below(33), ifIndex);
-      into.neighbourIs(ifIndex, address(), "0a01");
-    }
-  }
-  void fill(IpSnmpTest::SettledRoutes& into) {
-    random.intfs(into);
-    for (unsigned count = below(80); count > 0; --count) random.change(into);
-    into.settle();
-  }
-  void fillVrfs() {
-    for (unsigned count = below(10); count > 0; --count) {
-      const std::string name(below(4), any({'\0', 'a', ',', '\xff'}));
-      if (tree.ipVrfMib->vrfTableHas(Snmp::String(name))) continue;
-      tree.ipVrfMib->vrfTableIs(Snmp::String(name), nullptr, nullptr, nullptr)
-          ->vrfRoutingStatusIs(name, nullptr, nullptr);
-      tree.ipVrfMib->vrfIfTableIs(any({0U, 1U, 300U, 0x80000000U, 0xFFFFFFFFU}))->vrfNameIs(name);
-    }
-  }
-
-  // An object's name or an identifier near it.
-  std::string near(const std::vector<Answer>& objects) {
-    Oid name = objects.empty() ? oidOf(ipGroup + ".24.4.1.1")
-                               : oidOf(objects[below(static_cast<unsigned>(objects.size()))].name);
-    for (unsigned changes = below(4); changes > 0; --changes) {
-      // Behind the group, so often enough behind the column.
-      const std::size_t fixed = 7;
-      const std::size_t at = fixed + below(static_cast<unsigned>(name.size() - fixed + 1));
-      switch (below(5)) {
-        case 0:
-          name.resize(at);
-          break;
-        case 1:
-          for (unsigned left = below(3) + 1; left > 0; --left) name.push_back(any<oid>({0, 1, 255, 4294967295}));
-          break;
-        case 2:
-          if (at < name.size())
-            name[at] = any<oid>({0, 1, 2, 4, 16, 44, 127, 128, 129, 255, 256, 300, 2147483648, 4294967295});
-          break;
-        default:
-          if (at < name.size()) name[at] = (name[at] + below(2) * 2 - 1) & 0xFFFFFFFF;
-      }
-    }
-    return textOf(name);
-  }
-
-  // What is wrong when the answers differ with the gates and without.
-  void expectSame(int command, const std::vector<std::string>& names, const std::string& community) {
-    const long nonRepeaters = below(3);
-    const long repetitions = below(6);
-    const auto answered = [&](bool isOn) {
-      SeekGate::isOnIs(isOn);
-      return agent.send(command, names, community, nonRepeaters, repetitions);
-    };
-    const auto with = answered(true);
-    const auto without = answered(false);
-    const auto what = fmt::format("command {} of {} in {}", command, fmt::join(names, " "), community);
-    ASSERT_EQ(with.errorStatus, without.errorStatus) << what;
-    ASSERT_EQ(with.errorIndex, without.errorIndex) << what;
-    ASSERT_EQ(with.answers, without.answers) << what;
-  }
-
-  IpSnmpTest::RandomRoutes random{29};
-};
-
-TEST_F(SeekGateAtRandom, changesNoAnswer) {
-  for (int round = 0; round < 20 && !HasFailure(); ++round) {
-    for (auto* each : {&rows, &redRows}) {
-      each->mib->ipAddrTableDelAll();
-      each->mib->ipAddressTableDelAll();
-      each->mib->ipAddressPrefixTableDelAll();
-      each->mib->ipNetToPhysicalTableDelAll();
-      fill(*each);
-    }
-    fill(routes);
-    fill(redRoutes);
-    fillVrfs();
-    for (const auto* community : {"public", "red"}) {
-      SeekGate::isOnIs(false);
-      auto objects = agent.walk(ipGroup, community);
-      for (const auto& object : agent.walk(vrfGroup, community)) objects.insert(objects.end(), 10, object);
-      for (int i = 0; i < 120 && !HasFailure(); ++i) {
-        std::vector<std::string> names;
-        for (unsigned count = 1 + below(2) * below(4); count > 0; --count) names.push_back(near(objects));
-        const bool isFirstVersion = below(3) == 0;
-        agent.versionIs(isFirstVersion ? SNMP_VERSION_1 : SNMP_VERSION_2c);
-        expectSame(SNMP_MSG_GET, names, community);
-        expectSame(SNMP_MSG_GETNEXT, names, community);
-        if (!isFirstVersion) expectSame(SNMP_MSG_GETBULK, names, community);
-      }
-      agent.versionIs(SNMP_VERSION_2c);
-    }
-  }
-}
-
 TEST_F(SeekGateTest, noRequestWalksTheTable) {
+  const auto neighbours = Kel::makePtr<Arp::Table::TestStatus>();
   for (int i = 0; i < 200; ++i) {
-    rows.addressIs(fmt::format("10.{}.0.{}", i / 100, i % 100), 24, 3);
-    rows.neighbourIs(3, fmt::format("10.{}.0.{}", i / 100, i % 100), "0001");
+    const auto text = fmt::format("10.{}.0.{}", i / 100, i % 100);
+    addressIs(*tree.ipMib, text, 24, 3);
+    tree.ipMib->ipNetToPhysicalTableIs(IpSnmp::IpNetToPhysicalTableIndex(3, inetAddress(text)),
+                                       Vantu::IntfId("eth3"), Vantu::IpGenAddr::fromString(text), neighbours,
+                                       Vrf::VrfIdMap::VrfId(7));
     routes.routeIs(fmt::format("10.{}.{}.0/24", i / 100, i % 100), 1);
   }
   routes.fecIs(1, {{"10.1.1.1", ""}, {"10.1.1.2", ""}, {"10.1.1.3", ""}});
@@ -221,7 +106,7 @@ TEST_F(SeekGateTest, noRequestWalksTheTable) {
           << column << " " << index;
     }
   }
-  SeekGate::isOnIs(false);
+  SeekGate::setEnabled(false);
   EXPECT_GT(stepsOf("IpBase", SNMP_MSG_GET, ipGroup + ".20.1.2.10.0.0.200"), 50U);
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 // How a table is walked: a position among its rows, in the order of their index.
 //
-// A walker is copied where a position must be kept, and holds a counted reference to everything that it reads: the
-// row it stands on stays readable when it is taken from the table meanwhile, and the cache when its VRF is. Rows
-// may come and go between two steps. Tables whose rows are one ordered collection of the cache use OrderedWalker;
+// A walker can be copied, and holds a counted reference to the cache and to its row: both stay readable when they are
+// removed. Rows may come and go between two steps. Tables whose rows are one ordered collection use OrderedWalker;
 // those that compute their rows bring a walker of their own.
 
 #include <concepts>
@@ -26,19 +25,15 @@ concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const t
   walker.advance();
 };
 
-// A walker that visits rows in ascending order of their keys, which is the SNMP order of the index, and can start
-// anywhere: made with a key, it stands on the first row whose key is not below that one, or at the end when there is
-// none. That may throw Kel::RangeException. A table whose walker cannot be made so is searched from its first row to
-// its last at each request.
+// A walker that visits rows in the SNMP order of the index, and can start anywhere: W(cache, key) stands on
+// lower_bound(key), or at the end. It may throw Kel::RangeException. A table without such a walker is searched from its
+// first row to its last at each request. Optional operations:
 //
-// A walker that may pass over rows above the key on its way, because its table is to be so, can also be made by
-// `passingOverNone(cache, key)`: on a row that is not above the first one whose key is not below.
-//
-// A walker that may give up, rather than look for its next row for too long, says so: `gaveUp()`, when it is at an end that
-// need not be the table's. A GETNEXT that meets this is answered with genErr.
-//
-// A walker whose rows are costly to make can be made by `behind(cache, key)` as well: as by the key, but on a row that has
-// just this key, on the next one.
+// - passingOverNone(cache, key), for a walker that may pass over rows above the key: stands at or before
+//   lower_bound(key).
+// - gaveUp(), for a walker that stops looking for its next row after a while: true at an end that need not be the
+//   table's. A GETNEXT that meets it is answered with genErr.
+// - behind(cache, key), for a walker whose rows are costly to make: stands on upper_bound(key).
 template <class W>
 concept SeekingWalker = Walker<W> && requires(Kel::Ptr<const typename W::Cache> cache, const typename W::Key& key) {
   W(cache, key);
@@ -72,8 +67,7 @@ class OrderedWalker {
   const Row& row() const { return *row_; }
   decltype(auto) key() const { return Rows::key(*row_); }
 
-  // While the collection stands as it was, the next row is one step away; after a change the old place in it is
-  // gone, and the next row is the first one above the row that this stands on.
+  // To the next row; after a change of the collection, to upper_bound of the present row's key.
   void advance() {
     if (isAtEnd()) return;
     if (collection().version() == version_) {
@@ -97,13 +91,13 @@ class OrderedWalker {
 
   Kel::Ptr<const Cache> cache_;
   Kel::Ptr<const Row> row_;  // null: at the end
-  Place at_{};               // good while the collection has `version_`
+  Place at_{};               // valid while the collection has `version_`
   std::uint64_t version_ = 0;
 };
 
-// Walks a hashed collection of counted rows, in no order that means anything: for small tables, of which net-snmp's
-// helper looks through every row. `Rows` is as for OrderedWalker. The keys are taken once, when the walk begins, so
-// that it meets no row twice, whatever becomes of the collection; those that have gone meanwhile are passed over.
+// Walks a hashed collection of counted rows, in no particular order: for small tables, since net-snmp's helper looks at
+// every row. `Rows` is as for OrderedWalker. Guarantees: no row is met twice, since the keys are copied when the walk
+// begins; rows that are removed meanwhile are passed over.
 template <class Rows>
 class HashedWalker {
  public:
@@ -128,7 +122,7 @@ class HashedWalker {
   }
 
  private:
-  // Stands on the first key from here on that has a row.
+  // Advances to the first key from here on that has a row.
   void settle() {
     for (row_ = nullptr; at_ < keys_->size(); ++at_) {
       if (const auto* found = Rows::collection(*cache_).find((*keys_)[at_])) {

@@ -79,21 +79,23 @@ int replyArrived(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* a
   return 1;
 }
 
-// The agent's own sessions and the manager's, until one of them had something to read.
-void serveOnce(void* manager) {
-  fd_set readable;
-  FD_ZERO(&readable);
-  int count = 0;
-  int waitsForever = 1;
-  timeval wait{.tv_sec = answerSeconds, .tv_usec = 0};
-  snmp_select_info(&count, &readable, &wait, &waitsForever);
-  wait = {.tv_sec = answerSeconds, .tv_usec = 0};
-  waitsForever = 0;
-  snmp_sess_select_info(manager, &count, &readable, &wait, &waitsForever);
-  wait = {.tv_sec = answerSeconds, .tv_usec = 0};
-  if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("the agent is silent");
-  snmp_read(&readable);
-  snmp_sess_read(manager, &readable);
+// Serves the agent's sessions until the descriptor can be read.
+void serveUntilReadable(int descriptor) {
+  while (true) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(descriptor, &readable);
+    int count = descriptor + 1;
+    int waitsForever = 1;
+    timeval wait{};
+    snmp_select_info(&count, &readable, &wait, &waitsForever);
+    wait = {.tv_sec = answerSeconds, .tv_usec = 0};
+    if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("the agent is silent");
+    const bool isReadable = FD_ISSET(descriptor, &readable);
+    FD_CLR(descriptor, &readable);
+    snmp_read(&readable);
+    if (isReadable) return;
+  }
 }
 
 }  // namespace
@@ -197,24 +199,11 @@ std::string TestAgent::outputOf(std::string command) {
   if (!pipe) throw std::runtime_error("cannot run " + command);
   std::string output;
   while (true) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    const int descriptor = fileno(pipe.get());
-    FD_SET(descriptor, &readable);
-    int count = descriptor + 1;
-    int waitsForever = 1;
-    timeval wait{};
-    snmp_select_info(&count, &readable, &wait, &waitsForever);
-    wait = {.tv_sec = answerSeconds, .tv_usec = 0};
-    if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("no end of " + command);
-    if (FD_ISSET(descriptor, &readable)) {
-      char bytes[4096];
-      const auto length = read(descriptor, bytes, sizeof(bytes));
-      if (length <= 0) return output;
-      output.append(bytes, static_cast<std::size_t>(length));
-      FD_CLR(descriptor, &readable);
-    }
-    snmp_read(&readable);
+    serveUntilReadable(fileno(pipe.get()));
+    char bytes[4096];
+    const auto length = read(fileno(pipe.get()), bytes, sizeof(bytes));
+    if (length <= 0) return output;
+    output.append(bytes, static_cast<std::size_t>(length));
   }
 }
 
@@ -234,7 +223,14 @@ Reply TestAgent::exchange(netsnmp_pdu* pdu, const std::string& community) {
     snmp_free_pdu(pdu);
     throw std::runtime_error("cannot send a request");
   }
-  while (!exchange.isOver) serveOnce(manager.get());
+  const int descriptor = snmp_sess_transport(manager.get())->sock;
+  while (!exchange.isOver) {
+    serveUntilReadable(descriptor);
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(descriptor, &readable);
+    snmp_sess_read(manager.get(), &readable);
+  }
   return exchange.reply;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-// For tests: net-snmp's agent library as master agent on a loopback UDP port, and a manager that asks it, both in
-// this process and thread. The community names the context: "public" is the default one, any other is its own.
+// For tests: net-snmp's agent library as master agent on a loopback UDP port, and a manager that asks it, both in this
+// process and thread. The community names the context: "public" is the default one, any other its own.
 
 #include <string>
 #include <vector>
@@ -14,8 +14,7 @@ using Oid = std::vector<oid>;
 Oid oidOf(const std::string& text);
 std::string textOf(const Oid& name);
 
-// Types as in net-snmp's headers; the value as text: numbers and addresses as usual, octets in hexadecimal,
-// exceptions by name ("noSuchInstance").
+// Types as in net-snmp's headers; the value as text: octets in hexadecimal, exceptions by name ("noSuchInstance").
 struct Answer {
   std::string name;
   int type = 0;
@@ -36,7 +35,7 @@ class TestAgent {
   static TestAgent& instance();
 
   // The version of the manager's requests from here on: SNMP_VERSION_1 or SNMP_VERSION_2c (the default).
-  void versionIs(long version) { version_ = version; }
+  void setVersion(long version) { version_ = version; }
 
   Answer get(const std::string& name, const std::string& community = "public");
   Answer getNext(const std::string& name, const std::string& community = "public");

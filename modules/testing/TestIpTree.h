@@ -1,6 +1,5 @@
 #pragma once
-// For tests: the entities that the modules are pointed at, in the default context and in the VRF "red", and
-// what is traced meanwhile.
+// For tests: the entities that the modules serve, in the default context and in the VRF "red"; and what is traced.
 
 #include <string>
 #include <vector>
@@ -43,19 +42,21 @@ struct TestIpTree {
   Kel::Ptr<IpSnmp::IpMib> redIpMib = vrfMibs->mibsIs("red")->ipmib();
 };
 
-// An IPv4 address with the rows that it has in all address tables.
-inline void addressIs(IpSnmp::IpMib& mib, const std::string& text, unsigned prefixLength, std::uint32_t ifIndex) {
-  const auto addr = Vantu::IpAddr::fromString(text);
-  const auto entry = mib.ipAddressTableIs(IpSnmp::InetAddress::fromIpAddr(addr));
-  const auto prefixBytes = IpSnmp::InetAddress::fromIpAddr(addr.mask(prefixLength)).bytes();
-  const auto prefix = Kel::makePtr<IpSnmp::IpAddressPrefixEntry>(
-      IpSnmp::IpAddressPrefixKey(ifIndex, Ip::ipVersion4, prefixBytes, prefixLength));
-  entry->intfIs({IpSnmp::IntfDataKey(IpSnmp::addressSourceStatus, Vantu::IntfId::fromString("eth0")), prefix});
-  mib.ipAddrTableIs(entry);
+inline IpSnmp::InetAddress inetAddress(const std::string& text) {
+  return IpSnmp::InetAddress::fromIpGenAddr(Vantu::IpGenAddr::fromString(text));
 }
 
-inline void addressDel(IpSnmp::IpMib& mib, const std::string& text) {
-  mib.ipAddrTableDel(Vantu::IpAddr::fromString(text));
+// An address with the rows that it has in all address tables.
+inline void addressIs(IpSnmp::IpMib& mib, const std::string& text, unsigned prefixLength, std::uint32_t ifIndex,
+                      IpSnmp::AddressSource source = IpSnmp::addressSourceStatus) {
+  const auto addr = Vantu::IpGenAddr::fromString(text);
+  const bool isV4 = addr.af() == Vantu::ipv4_;
+  const auto network = isV4 ? IpSnmp::InetAddress::fromIpAddr(addr.v4().mask(prefixLength))
+                            : IpSnmp::InetAddress::fromIp6Addr(addr.v6().mask(prefixLength));
+  const auto entry = mib.ipAddressTableIs(inetAddress(text));
+  const IpSnmp::IpAddressPrefixKey prefix(ifIndex, network.version(), network.bytes(), prefixLength);
+  entry->intfIs({IpSnmp::IntfDataKey(source, Vantu::IntfId("eth0")), mib.ipAddressPrefixTableIs(prefix)});
+  if (isV4) mib.ipAddrTableIs(entry);
 }
 
 // Collects the lines of one facility, "<level> <text>", while it exists, all levels enabled.
@@ -81,5 +82,15 @@ class TraceLines {
   std::vector<std::string> lines_;
   Kel::TraceConfig::Sink previous_;
 };
+
+// The lines without their pointers, which begin with "0x" after a blank.
+inline std::vector<std::string> withoutPointers(std::vector<std::string> lines) {
+  for (auto& line : lines) {
+    for (auto at = line.find(" 0x"); at != std::string::npos; at = line.find(" 0x", at + 1)) {
+      line.erase(at + 1, line.find_first_not_of("0123456789abcdefx", at + 1) - at - 1);
+    }
+  }
+  return lines;
+}
 
 }  // namespace Modules

@@ -1,33 +1,152 @@
 #pragma once
-// For tests: what a manager must be answered, worked out from the rows alone, with nothing of the tables' own code.
+// For tests: what a manager must be answered, worked out from the rows of the caches, with nothing of the tables' own
+// code.
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
 #include <map>
-#include <span>
-#include <vector>
 
+#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
+#include "modules/frame/Module.h"
 #include "modules/testing/TestAgent.h"
 #include "modules/testing/TestIpTree.h"
-#include "quillo/testing/TestArpTable.h"
 
 namespace Modules {
+
+inline const std::string ipObjects = "1.3.6.1.2.1.4";
+inline const std::string ourObjects = textOf(enterpriseObject({3}));
+
+// The counters of quorinSwFwdIpStatsTable in the order of their columns, from 3 on; those with HC have 64 bits.
+inline constexpr const char* swFwdCounters[] = {
+    "InReceives",        "HCInReceives",       "InOctets",        "HCInOctets",       "InHdrErrors",
+    "InNoRoutes",        "InAddrErrors",       "InUnknownProtos", "InTruncatedPkts",  "InForwDatagrams",
+    "HCInForwDatagrams", "ReasmReqds",         "ReasmOKs",        "ReasmFails",       "InDiscards",
+    "InDelivers",        "HCInDelivers",       "OutRequests",     "HCOutRequests",    "OutNoRoutes",
+    "OutForwDatagrams",  "HCOutForwDatagrams", "OutDiscards",     "OutFragReqds",     "OutFragOKs",
+    "OutFragFails",      "OutFragCreates",     "OutTransmits",    "HCOutTransmits",   "OutOctets",
+    "HCOutOctets",       "InMcastPkts",        "HCInMcastPkts",   "InMcastOctets",    "HCInMcastOctets",
+    "OutMcastPkts",      "HCOutMcastPkts",     "OutMcastOctets",  "HCOutMcastOctets", "InBcastPkts",
+    "HCInBcastPkts",     "OutBcastPkts",       "HCOutBcastPkts"};
+// Those of quorinIpIfStatsTable, likewise.
+inline constexpr const char* ifStatsCounters[] = {"InPkts",      "InOctets",      "OutPkts",      "OutOctets",
+                                                  "InUcastPkts", "InUcastOctets", "OutUcastPkts", "OutUcastOctets",
+                                                  "InMcastPkts", "InMcastOctets", "OutMcastPkts", "OutMcastOctets"};
 
 class Reference {
  public:
   void add(const std::string& name, int type, const std::string& value) {
-    objects_[oidOf(name)] = {name, type, value};
+    if (const Oid oid = oidOf(name); oid.size() <= MAX_OID_LEN) objects_[oid] = {name, type, value};
   }
-  void clear() { objects_.clear(); }
+  void add(const IpSnmp::IpMib& mib) {
+    for (const auto& [addr, entry] : mib.ipAddressTable()) {
+      const auto prefix = entry->prefixEntry();
+      const auto pointer = prefix ? fmt::format("{}.32.1.5.{}", ipObjects, index(prefix->index())) : "0.0";
+      row(ipObjects + ".34", index(addr), 3,
+          {number(entry->ifIndex()),
+           one,
+           {ASN_OBJECT_ID, pointer},
+           one,
+           number(entry->addressStatus()),
+           noTime,
+           noTime,
+           one,
+           one});
+    }
+    const Value forever{ASN_GAUGE, "4294967295"};
+    for (const auto& [key, entry] : mib.ipAddressPrefixTable()) {
+      row(ipObjects + ".32", index(key), 5, {one, one, number(2), forever, forever});
+    }
+    for (const auto& [addr, entry] : mib.ipAddrTable()) {
+      row(ipObjects + ".20", addr.stringValue(), 1,
+          {address(addr), number(entry->ipAdEntIfIndex()), address(entry->ipAdEntNetMask()), number(0),
+           number(65535)});
+    }
+    for (const auto& [key, entry] : mib.ipNetToPhysicalTable()) addNeighbour(*entry);
+    for (const auto& [key, entry] : mib.ipIfStatsTable()) {
+      std::vector<Value> values;
+      for (const std::string counter : ifStatsCounters) {
+        values.push_back({ASN_COUNTER64, Kel::readAttribute(*entry, "ipIfStats" + counter).print()});
+      }
+      values.insert(values.end(), {noTime, {ASN_GAUGE, "2000"}});
+      row(ourObjects + ".27.1.1", fmt::format("{}.{}", int{key.ipVersion()}, key.ifIndex()), 3, values);
+    }
+    for (const auto& [version, entry] : mib.ipSwFwdStats()) {
+      std::vector<Value> values;
+      for (const std::string counter : swFwdCounters) {
+        const bool isWide = counter.starts_with("HC");
+        const auto value = swFwdCounter(*entry, isWide ? counter.substr(2) : counter);
+        const int type = isWide ? int{ASN_COUNTER64} : int{ASN_COUNTER};
+        values.push_back({type, std::to_string(isWide ? value : value & 0xFFFFFFFF)});
+      }
+      values.insert(values.end(), {noTime, {ASN_GAUGE, "500"}});
+      row(ourObjects + ".1.1.1", std::to_string(version), 3, values);
+    }
+  }
+  void add(const std::vector<IpSnmp::IpCidrRouteTableEntry>& routes) {
+    const std::map<unsigned, int> protocols{{7, 3},   {10, 8},  {11, 2},  {15, 13}, {16, 13}, {17, 13},
+                                            {18, 13}, {19, 13}, {20, 13}, {21, 14}, {22, 14}, {23, 14}};
+    const Value none = number(-1);
+    for (const auto& route : routes) {
+      const auto& key = route.index();
+      const auto protocol = protocols.find(route.protocol().value());
+      row(ipObjects + ".24.4",
+          fmt::format("{}.{}.0.{}", key.dest().stringValue(), key.mask().stringValue(),
+                      key.nextHop().stringValue()),
+          1,
+          {address(key.dest()),
+           address(key.mask()),
+           number(0),
+           address(key.nextHop()),
+           number(route.ifIndex()),
+           number(route.type()),
+           number(protocol == protocols.end() ? 1 : protocol->second),
+           none,
+           {ASN_OBJECT_ID, "0.0"},
+           number(0),
+           number(route.metric().value()),
+           number(route.preference().value()),
+           none,
+           none,
+           none,
+           one});
+    }
+  }
+  void add(const IpSnmp::IpVrfMib& mib) {
+    for (const auto& [name, entry] : mib.vrfTable()) {
+      const auto routing = entry->vrfRoutingStatus();
+      const int bits = routing ? (routing->ipv4() ? 0x80 : 0) + (routing->ipv6() ? 0x40 : 0) : 0;
+      row(ourObjects + ".18.1.1", index(name), 2,
+          {{ASN_OCTET_STR, fmt::format("{:02x}", bits)},
+           octets(entry->routeDistinguisher().stringValue()),
+           number(entry->vrfState() == Ip::vrfStateActive ? 1 : 2)});
+    }
+    for (const auto& [ifIndex, entry] : mib.vrfIfTable()) {
+      row(ourObjects + ".18.1.2", std::to_string(ifIndex), 1, {octets(entry->vrfName())});
+    }
+  }
+  void add(const FibStatsSnmp::FibStatsMib& mib) {
+    const auto count = [&](unsigned table, const std::string& key, const FibStatsSnmp::RouteCount& counted) {
+      row(fmt::format("{}.23.1.{}", ourObjects, table), key, 2,
+          {{ASN_GAUGE, std::to_string(counted.totalRoutes())}});
+    };
+    for (const auto& [version, entry] : mib.summaryTable()) count(1, std::to_string(version), *entry);
+    for (const auto& [key, entry] : mib.routeTypeTable()) {
+      count(2, fmt::format("{}.{}", int{key.addressFamily()}, int{key.routeType()}), *entry);
+    }
+    for (const auto& [key, entry] : mib.prefixLenTable()) {
+      count(3, fmt::format("{}.{}", int{key.addressFamily()}, key.prefixLen().value()), *entry);
+    }
+  }
+
   Answer next(const std::string& name) const {
     const auto at = objects_.upper_bound(oidOf(name));
     return at == objects_.end() ? Answer{name, SNMP_ENDOFMIBVIEW, "endOfMibView"} : at->second;
   }
-  Answer get(const std::string& name) const {
+  // Null when there is no such object.
+  const Answer* get(const std::string& name) const {
     const auto at = objects_.find(oidOf(name));
-    return at == objects_.end() ? Answer{name, 0, "none"} : at->second;
+    return at == objects_.end() ? nullptr : &at->second;
   }
   std::vector<Answer> below(const std::string& root) const {
     std::vector<Answer> answers;
@@ -38,116 +157,73 @@ class Reference {
   }
 
  private:
-  std::map<Oid, Answer> objects_;
-};
-
-inline std::vector<unsigned> bytesOf(const std::string& text) {
-  unsigned char bytes[16];
-  const bool isV6 = text.find(':') != std::string::npos;
-  inet_pton(isV6 ? AF_INET6 : AF_INET, text.c_str(), bytes);
-  return {bytes, bytes + (isV6 ? 16 : 4)};
-}
-// The address as InetAddressType and InetAddress stand in an index: "1.4.10.0.0.1".
-inline std::string inetIndex(const std::string& text) {
-  const auto bytes = bytesOf(text);
-  return fmt::format("{}.{}.{}", bytes.size() == 4 ? 1 : 2, bytes.size(), fmt::join(bytes, "."));
-}
-
-// Addresses and neighbours, entered into a cache and into the reference alike.
-class TestIpRows {
- public:
-  explicit TestIpRows(Kel::Ptr<IpSnmp::IpMib> cache) : mib(std::move(cache)) {}
-
-  void addressIs(const std::string& text, unsigned prefixLength, std::uint32_t ifIndex,
-                 IpSnmp::AddressSource source = IpSnmp::addressSourceStatus) {
-    const auto version = bytesOf(text).size() == 4 ? Ip::ipVersion4 : Ip::ipVersion6;
-    const auto entry = mib->ipAddressTableIs(inetAddress(text));
-    auto masked = bytesOf(text);
-    for (unsigned bit = prefixLength; bit < masked.size() * 8; ++bit) masked[bit / 8] &= ~(0x80U >> bit % 8);
-    std::string prefixBytes(masked.begin(), masked.end());
-    const auto prefix = mib->ipAddressPrefixTableIs(
-        IpSnmp::IpAddressPrefixKey(ifIndex, version, Snmp::String(prefixBytes), prefixLength));
-    entry->intfIs({IpSnmp::IntfDataKey(source, Vantu::IntfId("eth0")), prefix});
-    const auto prefixIndex =
-        fmt::format("{}.{}.{}.{}.{}", ifIndex, int{version}, masked.size(), fmt::join(masked, "."), prefixLength);
-    const std::string index = inetIndex(text);
-    const auto interface = std::to_string(static_cast<int>(ifIndex));
-    const bool isConfigured = source == IpSnmp::addressSourceConfig;
-    row("34", index, 3,
-        {{ASN_INTEGER, interface},
-         {ASN_INTEGER, "1"},
-         {ASN_OBJECT_ID, "1.3.6.1.2.1.4.32.1.5." + prefixIndex},
-         {ASN_INTEGER, "1"},
-         {ASN_INTEGER, isConfigured ? "4" : "1"},
-         {ASN_TIMETICKS, "0"},
-         {ASN_TIMETICKS, "0"},
-         {ASN_INTEGER, "1"},
-         {ASN_INTEGER, "1"}});
-    row("32", prefixIndex, 5,
-        {{ASN_INTEGER, "1"},
-         {ASN_INTEGER, "1"},
-         {ASN_INTEGER, "2"},
-         {ASN_GAUGE, "4294967295"},
-         {ASN_GAUGE, "4294967295"}});
-    if (version != Ip::ipVersion4) return;
-    mib->ipAddrTableIs(entry);
-    std::vector<unsigned> mask(4);
-    for (unsigned bit = 0; bit < prefixLength; ++bit) mask[bit / 8] |= 0x80U >> bit % 8;
-    row("20", text, 1,
-        {{ASN_IPADDRESS, text},
-         {ASN_INTEGER, interface},
-         {ASN_IPADDRESS, fmt::format("{}", fmt::join(mask, "."))},
-         {ASN_INTEGER, "0"},
-         {ASN_INTEGER, "65535"}});
-  }
-
-  // A neighbour with its row. `mac` are the last two bytes of its hardware address, in hexadecimal.
-  void neighbourIs(std::uint32_t ifIndex, const std::string& text, const std::string& mac, bool isStatic = false) {
-    const bool isV4 = bytesOf(text).size() == 4;
-    const auto addr = Vantu::IpGenAddr::fromString(text);
-    const Vantu::IntfId intf("eth" + std::to_string(ifIndex));
-    arp->entryIs({{vrfId, addr, intf},
-                  Vantu::EthAddr::fromString("02:00:00:00:" + mac.substr(0, 2) + ":" + mac.substr(2)),
-                  {isStatic}});
-    mib->ipNetToPhysicalTableIs(IpSnmp::IpNetToPhysicalTableIndex(ifIndex, inetAddress(text)), intf, addr, arp,
-                                vrfId)
-        ->lastUpdatedIs(0);
-    const bool isLinkLocal = text.starts_with("fe80:") || text.starts_with("169.254.");
-    const std::string type = isStatic ? "4" : "3";
-    row("35", fmt::format("{}.{}", ifIndex, inetIndex(text)), 4,
-        {{ASN_OCTET_STR, "02000000" + mac},
-         {ASN_TIMETICKS, "0"},
-         {ASN_INTEGER, isLinkLocal ? "5" : type},
-         {ASN_INTEGER, isV4 ? "6" : "1"},
-         {ASN_INTEGER, "1"}});
-    if (!isV4) return;
-    row("22", fmt::format("{}.{}", ifIndex, text), 1,
-        {{ASN_INTEGER, std::to_string(static_cast<int>(ifIndex))},
-         {ASN_OCTET_STR, "02000000" + mac},
-         {ASN_IPADDRESS, text},
-         {ASN_INTEGER, type}});
-  }
-
-  static IpSnmp::InetAddress inetAddress(const std::string& text) {
-    return IpSnmp::InetAddress::fromIpGenAddr(Vantu::IpGenAddr::fromString(text));
-  }
-
-  Kel::Ptr<IpSnmp::IpMib> mib;
-  Kel::Ptr<Arp::Table::TestStatus> arp = Kel::makePtr<Arp::Table::TestStatus>();
-  Vrf::VrfIdMap::VrfId vrfId{7};
-  Reference reference;
-
- private:
   struct Value {
     int type;
     std::string text;
   };
-  // `table` is a number below ip (1.3.6.1.2.1.4); the values are those of its columns from `column` on.
-  void row(const char* table, const std::string& index, unsigned column, const std::vector<Value>& values) {
-    for (const auto& [type, text] : values) {
-      reference.add(fmt::format("1.3.6.1.2.1.4.{}.1.{}.{}", table, column++, index), type, text);
-    }
+  template <class T>
+  static Value number(T value) {
+    return {ASN_INTEGER, std::to_string(static_cast<int>(value))};
   }
+  static Value address(const Vantu::IpAddr& addr) { return {ASN_IPADDRESS, addr.stringValue()}; }
+  static Value octets(const std::string& bytes) {
+    return {ASN_OCTET_STR,
+            fmt::format("{:02x}", fmt::join(std::vector<unsigned char>(bytes.begin(), bytes.end()), ""))};
+  }
+  inline static const Value one = number(1), noTime{ASN_TIMETICKS, "0"};
+
+  // As it stands in an index, the length first.
+  static std::string index(const Snmp::String& bytes) {
+    std::string text = std::to_string(bytes.bytes());
+    for (const auto byte : bytes.octets()) text += fmt::format(".{}", byte);
+    return text;
+  }
+  static std::string index(const IpSnmp::InetAddress& addr) {
+    return fmt::format("{}.{}", int{addr.version()}, index(addr.bytes()));
+  }
+  static std::string index(const IpSnmp::IpAddressPrefixKey& key) {
+    return fmt::format("{}.{}.{}.{}", key.ifIndex(), int{key.version()}, index(key.bytes()), key.length());
+  }
+
+  // The values are those of the columns from `column` on.
+  void row(const std::string& table, const std::string& key, unsigned column, const std::vector<Value>& values) {
+    for (const auto& [type, text] : values) add(fmt::format("{}.1.{}.{}", table, column++, key), type, text);
+  }
+
+  void addNeighbour(const IpSnmp::IpNetToPhysicalTableEntry& entry) {
+    Arp::Table::ArpEntry known;
+    try {
+      known = entry.arpEntry();
+    } catch (const Pesk::CorruptionDetectedException&) {
+    }
+    const bool isV4 = entry.ipGenAddr().af() == Vantu::ipv4_;
+    const auto& mac = known.ethAddr.bytes();
+    const auto physical = octets(known.exists() ? std::string(mac.begin(), mac.end()) : "");
+    const Value type = number(known.status.isStatic ? 4 : 3);
+    row(ipObjects + ".35", fmt::format("{}.{}", entry.ifIndex(), index(entry.inetAddress())), 4,
+        {physical, noTime, entry.ipGenAddr().isLinkLocal() ? number(5) : type, number(isV4 ? 6 : 1), one});
+    if (!isV4) return;
+    const auto addr = entry.ipGenAddr().v4();
+    row(ipObjects + ".22", fmt::format("{}.{}", entry.ifIndex(), addr.stringValue()), 1,
+        {number(entry.ifIndex()), physical, address(addr), type});
+  }
+
+  static std::uint64_t swFwdCounter(const Ip::SwFwdStats& entry, std::string counter) {
+    entry.doFreshen();
+    std::map<std::string, std::uint64_t> values{{"inForwDatagrams", entry.inForwDatagrams()},
+                                                {"fragReqds", entry.fragReqds()},
+                                                {"outTransmits", entry.outTransmits()}};
+    entry.data().kelForEachField([&](const char* name, const auto& value) { values[name] = value; });
+    // OutFragOKs shows fragOKs.
+    const auto named = [](std::string name) {
+      name[0] = static_cast<char>(std::tolower(name[0]));
+      return name;
+    };
+    const auto at = values.find(named(counter));
+    return at != values.end() ? at->second : values.at(named(counter.substr(3)));
+  }
+
+  std::map<Oid, Answer> objects_;
 };
 
 }  // namespace Modules

@@ -1,5 +1,6 @@
 #include "ipsnmp/agent/address/IntfAddressReactors.h"
 
+#include "ipsnmp/IpMibKeys.h"
 #include "ipsnmp/agent/address/IpAddressTableSm.h"
 
 namespace IpSnmp::AddressReactors {

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "ipsnmp/AddressEnums.h"
+#include "ipsnmp/IpAddressEntry.h"
 #include "ipsnmp/agent/address/Reactors.h"
 #include "kel/Collection.h"
 #include "varnix/Ip.h"

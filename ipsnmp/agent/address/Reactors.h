@@ -6,7 +6,7 @@
 #include <functional>
 #include <utility>
 
-#include "ipsnmp/IfIndex.h"
+#include "ipsnmp/IpMibKeys.h"
 
 namespace IpSnmp {
 

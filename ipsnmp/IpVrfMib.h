@@ -1,5 +1,5 @@
 #pragma once
-// The rows of the VRF tables.
+// The VRF cache, which exists once for all VRFs, and the rows of its two tables.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -49,6 +49,16 @@ class VrfIfTableEntry : public Kel::Notifier {
   KEL_CONSTRUCTOR(VrfIfTableEntry, ((std::uint32_t, ifIndex)))
   KEL_STORED(Kel::String, vrfName, VrfName)
   KEL_REFERENCE(const Interface::IntfStatus, intfStatus, IntfStatus)
+  KEL_TYPE_END_DECLARE
+};
+
+// Served by the module VrfBase.
+class IpVrfMib : public Kel::Entity {
+  KEL_TYPE_BEGIN("IpSnmp::IpVrfMib", IpVrfMib, Kel::Entity)
+ public:
+  KEL_NAMED(IpVrfMib, Kel::Entity)
+  KEL_MEMBERS(Ordered, Snmp::String, VrfTableEntry, vrfTable, VrfTable)
+  KEL_MEMBERS(Ordered, std::uint32_t, VrfIfTableEntry, vrfIfTable, VrfIfTable)
   KEL_TYPE_END_DECLARE
 };
 

@@ -1,6 +1,11 @@
-#include "ipsnmp/InetAddress.h"
+#include "ipsnmp/IpMibKeys.h"
 
 namespace IpSnmp {
+
+std::uint32_t ifIndex(const Kel::Ptr<const Interface::IntfStatus>& status) {
+  const auto* provider = status ? Interface::IntfDetailsProvider::find(*status) : nullptr;
+  return provider ? provider->ifIndex(*status) : noIfIndex;
+}
 
 InetAddress InetAddress::fromIpAddr(const Vantu::IpAddr& addr) {
   return InetAddress(Ip::ipVersion4, Snmp::String(addr.bytes()));

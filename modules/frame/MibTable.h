@@ -1,13 +1,13 @@
 #pragma once
-// The part of a table that does not depend on the type of its rows: registration in a context, and the request
-// loop. What a table is made of: modules/IteratorTable.h.
+// The part of a table that does not depend on the type of its rows: registration in a context, and the request loop.
+// IteratorTable.h makes tables of it. Thread: the agent's.
 
 #include <iosfwd>
 #include <vector>
 
 #include "modules/frame/Column.h"
-#include "modules/frame/EntitySource.h"
 #include "modules/frame/Module.h"
+#include "modules/frame/ServedEntity.h"
 #include "snmp/Config.h"
 
 namespace Modules {
@@ -18,16 +18,15 @@ struct TableDescription {
   std::vector<oid> identifier;  // of the table; its rows are below identifier.1
   int modes;                    // as netsnmp_create_handler_registration takes them
   EntitySource source;          // of the cache
-  // Whether a hint with too few or too many components is traced ("needed ... components"). A request without a
-  // full index is nothing unusual: every walk begins with one.
+  // Whether a hint with too few or too many components is traced ("needed ... components"). Every walk begins with one.
   bool miscountedHintIsTraced = false;
-  // Whether a hinted key that no row has is traced ("key ... not found in table") also where a row lies behind it.
-  // What lies above every row always is.
+  // Whether a hinted key without a row is traced ("key ... not found in table") even if a row with a higher key exists.
+  // A key above every row is always traced.
   bool absentKeyIsTraced = false;
   // The group of objects by which the configuration can switch the table off; null: it cannot.
   const char* group = nullptr;
-  // Whether a value that cannot be encoded is blamed on the first request of the batch, whichever asked for it. The
-  // statistics tables have always done so.
+  // Whether the first request of a batch takes the error when a value cannot be encoded, whichever request asked for
+  // it. The statistics tables have always done so.
   bool firstRequestTakesGenErr = false;
 };
 
@@ -46,35 +45,35 @@ struct IndexObject {
   unsigned char asnType;
 };
 
-class Table {
+class MibTable {
  public:
   static constexpr std::size_t maxColumns = 127;  // net-snmp counts them in a char
 
-  Table(const Table&) = delete;
-  Table& operator=(const Table&) = delete;
+  MibTable(const MibTable&) = delete;
+  MibTable& operator=(const MibTable&) = delete;
 
   const char* name() const { return description_.name; }
   const Kel::TraceHandle& trace() const { return description_.module.trace(); }
 
-  // Registers the table in the context, or says at level 2 that it is not served there, or on standard output that it
-  // is switched off. Aborts when the cache is missing or of another type, or when net-snmp refuses the table.
-  // An exception on the way ends the process, as those faults do: a table that is listed as the module's, but not
-  // registered, would take another's registration along when the context is left.
+  // Registers the table in the context. Where the table is not served there, traces that at level 2; where its group is
+  // disabled, prints that on standard output. Aborts when the cache is missing or of another type, when net-snmp
+  // refuses the table, and on any exception: leaving the context would unregister somebody else's object in place of
+  // one that is listed, but not registered.
   void initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
                   const Kel::String& context) const noexcept;
 
-  // The request loop. The iterator helper has chosen the rows and turned GETNEXT into GET. The result is an SNMP
+  // The request loop. Requires: the iterator helper has chosen the rows and turned GETNEXT into GET. Returns an SNMP
   // error status.
   int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
 
  protected:
-  // `columns`: 1 to maxColumns, their numbers ascending; aborts on any others.
+  // Requires (aborts): 1 to maxColumns columns, their numbers ascending.
   // `isSorted`: rows are walked in the order of their index, and a walk can start at a hint.
-  Table(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
-        bool isSorted);
-  ~Table() = default;
+  MibTable(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
+           bool isSorted);
+  ~MibTable() = default;
 
-  // The row of a data context; null when it stands on none.
+  // The row of a data context; null at the end of the table.
   virtual const void* row(const void* dataContext) const = 0;
   virtual void printKey(std::ostream& out, const void* dataContext) const = 0;
 
@@ -92,7 +91,7 @@ class Table {
   void coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const;
 
   int get(netsnmp_request_info* requests) const;
-  bool valueIs(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
+  bool encodeValue(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
   int refuseSet(netsnmp_request_info* requests) const;
   bool isProcessed(const netsnmp_request_info* request) const;
   const ColumnBase* column(unsigned number) const;

@@ -8,10 +8,8 @@
 #include <cstring>
 
 #include "kel/Errors.h"
-#include "modules/frame/ColumnCover.h"
-#include "modules/frame/HeldEntity.h"
+#include "modules/frame/MibTable.h"
 #include "modules/frame/SeekGate.h"
-#include "modules/frame/TableDescription.h"
 #include "snmp/HandlerRegistration.h"
 #include "snmp/SnmpUtil.h"
 
@@ -27,9 +25,8 @@ Record* allocated(std::size_t extraBytes = 0) {
   return record;
 }
 
-// The registration, and the copies of it that net-snmp has made where its tree is divided inside the table, because
-// somebody has, or had, an object there. Copies that it makes from here on have the handlers of what they are
-// copied from.
+// The registration and its copies: net-snmp copies it where somebody has, or had, an object inside the table. A later
+// copy has the handlers of what it is copied from.
 std::vector<netsnmp_handler_registration*> registeredPieces(netsnmp_handler_registration* registration,
                                                             const Kel::String& context) {
   std::vector<netsnmp_handler_registration*> pieces{registration};
@@ -43,10 +40,30 @@ std::vector<netsnmp_handler_registration*> registeredPieces(netsnmp_handler_regi
   return pieces;
 }
 
+extern "C" int quorinColumnCover(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
+                                 netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return netsnmp_call_handlers(static_cast<netsnmp_handler_registration*>(handler->myvoid), info, requests);
+}
+
+// Registers one column of a registered table on its own, as a cover that passes every request on to the table. Null
+// when the agent refuses it. Requires: the cover is unregistered before the table.
+netsnmp_handler_registration* coverColumn(netsnmp_handler_registration* table, unsigned column) {
+  std::vector<oid> identifier(table->rootoid, table->rootoid + table->rootoid_len);
+  identifier.insert(identifier.end(), {1, column});  // the entry, and the column in it
+  const auto name = fmt::format("{}/{}", table->handlerName, column);
+  auto* const cover = netsnmp_create_handler_registration(name.c_str(), quorinColumnCover, identifier.data(),
+                                                          identifier.size(), table->modes);
+  if (cover == nullptr) return nullptr;
+  cover->priority = table->priority;
+  cover->handler->myvoid = table;
+  // net-snmp frees what it refuses.
+  return netsnmp_register_handler(cover) == MIB_REGISTERED_OK ? cover : nullptr;
+}
+
 }  // namespace
 
-Table::Table(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
-             bool isSorted)
+MibTable::MibTable(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
+                   bool isSorted)
     : description_(std::move(description)),
       index_(std::move(index)),
       columns_(std::move(columns)),
@@ -58,8 +75,8 @@ Table::Table(TableDescription description, std::vector<IndexObject> index, std::
   KEL_ASSERT(columnsAscend);
 }
 
-void Table::initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
-                       const Kel::String& context) const noexcept {
+void MibTable::initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
+                          const Kel::String& context) const noexcept {
   auto& module = description_.module;
   const Kel::String function = fmt::format("initialize_table_{}", name());
   if (description_.group != nullptr && SnmpUtil::objectsDisabled(config, description_.group)) {
@@ -77,17 +94,17 @@ void Table::initialize(const TableFunctions& functions, const Snmp::Config::PtrC
     QTRACE(trace(), 2) << function << " in context \"" << context << "\" varnixPathWithContext not specified ";
     return;
   }
-  module.registrationAdd(context, registration);
+  module.addRegistration(context, registration);
   const auto cache = entityAt(description_.source, context,
                               {.object = fmt::format("table {}", name()),
                                .wrongTypeEnding = ".",
                                .missingAssertion = "e",
                                .wrongTypeAssertion = "ptr"});
-  heldEntityIs(registration, cache);
+  holdEntity(registration, cache);
 
   auto* const table = tableRegistration(context);
   auto* const iterator = iteratorRecord(functions, cache, table);
-  module.columnInfoAdd(context, table->valid_columns);
+  module.addColumnInfo(context, table->valid_columns);
   const int result = netsnmp_register_table_iterator(registration, iterator);
   KEL_ASSERT(result == 0);
   injectHandlers(registration, context);
@@ -96,7 +113,7 @@ void Table::initialize(const TableFunctions& functions, const Snmp::Config::PtrC
   QTRACE(trace(), 8) << "Initialized table " << name() << " in context \"" << context << "\"";
 }
 
-netsnmp_table_registration_info* Table::tableRegistration(const Kel::String& context) const {
+netsnmp_table_registration_info* MibTable::tableRegistration(const Kel::String& context) const {
   auto* const table = allocated<netsnmp_table_registration_info>();
   for (const auto& component : index_) {
     if (snmp_varlist_add_variable(&table->indexes, nullptr, 0, component.asnType, nullptr, 0) != nullptr) continue;
@@ -109,8 +126,9 @@ netsnmp_table_registration_info* Table::tableRegistration(const Kel::String& con
   return table;
 }
 
-// A list, not a range. It lies behind its record, in one piece of memory, as only the record is freed.
-netsnmp_column_info* Table::columnInfo() const {
+// The valid columns as a list. It follows its record in the same piece of memory, since net-snmp frees the record
+// alone.
+netsnmp_column_info* MibTable::columnInfo() const {
   auto* const info = allocated<netsnmp_column_info>(columns_.size() * sizeof(unsigned));
   auto* const list = reinterpret_cast<unsigned*>(info + 1);
   for (std::size_t i = 0; i < columns_.size(); ++i) list[i] = columns_[i].number;
@@ -120,8 +138,8 @@ netsnmp_column_info* Table::columnInfo() const {
   return info;
 }
 
-netsnmp_iterator_info* Table::iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
-                                             netsnmp_table_registration_info* table) const {
+netsnmp_iterator_info* MibTable::iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
+                                                netsnmp_table_registration_info* table) const {
   auto* const iterator = allocated<netsnmp_iterator_info>();
   iterator->get_first_data_point = functions.getFirstDataPoint;
   iterator->get_next_data_point = functions.getNextDataPoint;
@@ -134,10 +152,9 @@ netsnmp_iterator_info* Table::iteratorRecord(const TableFunctions& functions, co
   return iterator;
 }
 
-// Puts a handler in front of those that net-snmp gave the registered table (bulk_to_next, table, table_iterator): one
-// request at a time, so that the hint is of the request that is served. A table that can start at one has a seek gate
-// too.
-void Table::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
+// Injects the serialize handler in front of net-snmp's own (bulk_to_next, table, table_iterator): requests come one
+// at a time, so that the hint belongs to the request that is served. A sorted table gets a seek gate too.
+void MibTable::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
   for (auto* piece : registeredPieces(registration, context)) {
     const int injected = netsnmp_inject_handler(piece, netsnmp_get_serialize_handler());
     KEL_ASSERT_TEXT(injected == 0, "injected == (0)");
@@ -146,18 +163,20 @@ void Table::injectHandlers(netsnmp_handler_registration* registration, const Kel
   }
 }
 
-void Table::coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const {
+// Some modules register their tables column by column, and net-snmp prefers the longer identifier, whatever the
+// priorities. A table that is to take precedence over such a module is registered as deeply.
+void MibTable::coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const {
   auto& module = description_.module;
-  module.registrationForget(context, registration);
+  module.forgetRegistration(context, registration);
   for (const auto& column : columns_) {
     if (auto* const cover = coverColumn(registration, column.number)) {
-      module.registrationAdd(context, cover);
+      module.addRegistration(context, cover);
     } else {
       QTRACE(trace(), 0) << "initialize_table_" << name() << ": the agent refuses column " << column.number
                          << " for us; does another module take precedence too?";
     }
   }
-  module.registrationAdd(context, registration);  // behind its covers
+  module.addRegistration(context, registration);  // unregistered after its covers
 }
 
 }  // namespace Modules

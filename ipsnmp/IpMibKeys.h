@@ -1,14 +1,23 @@
 #pragma once
-// The keys of the IP-MIB cache. Each compares in the order in which a manager meets it as a table index (RFC 4293):
-// numbers by value, octet strings by length, then by bytes.
+// The keys of the IP-MIB cache, and the interface index that most of them contain.
+//
+// Guarantees: keys compare as the table indexes of RFC 4293 do: numbers by value, octet strings by length, then by
+// bytes.
 
 #include "kel/ValueType.h"
 #include "snmp/String.h"
 #include "vantu/IntfId.h"
 #include "vantu/IpAddr.h"
+#include "varnix/Interface.h"
 #include "varnix/Values.h"
 
 namespace IpSnmp {
+
+inline constexpr std::uint32_t noIfIndex = 0xFFFFFFFF;
+
+// Returns the ifIndex that the details provider of the record's kind gives: 0 while the provider does not know it yet,
+// noIfIndex without a provider or without a record. Every ifIndex of the caches comes from here.
+std::uint32_t ifIndex(const Kel::Ptr<const Interface::IntfStatus>& status);
 
 // InetAddressType with InetAddress (RFC 4001). `bytes` is the address in network byte order, 4 or 16 bytes.
 class InetAddress {

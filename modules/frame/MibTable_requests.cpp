@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <ostream>
 
-#include "modules/frame/TableDescription.h"
+#include "modules/frame/MibTable.h"
 #include "snmp/CBoundary.h"
 #include "snmp/Varbind.h"
 
@@ -19,7 +19,7 @@ unsigned columnNumber(netsnmp_request_info* request) {
 
 }  // namespace
 
-int Table::handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept {
+int MibTable::handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept {
   return Snmp::atCBoundary(trace(), name(), SNMP_ERR_GENERR, [&] {
     QTRACE(trace(), 2) << name() << "_handler";
     QTRACE(trace(), 2) << name() << "_handler: request mode " << requestInfo->mode;
@@ -27,19 +27,19 @@ int Table::handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request
   });
 }
 
-bool Table::isProcessed(const netsnmp_request_info* request) const {
+bool MibTable::isProcessed(const netsnmp_request_info* request) const {
   if (request->processed == 0) return false;
   QTRACE(trace(), 2) << name() << "_handler: request " << static_cast<const void*>(request) << " already processed";
   return true;
 }
 
-const ColumnBase* Table::column(unsigned number) const {
+const ColumnBase* MibTable::column(unsigned number) const {
   const auto at = std::find_if(columns_.begin(), columns_.end(),
                                [number](const ColumnBase& column) { return column.number == number; });
   return at == columns_.end() ? nullptr : &*at;
 }
 
-int Table::get(netsnmp_request_info* requests) const {
+int MibTable::get(netsnmp_request_info* requests) const {
   for (auto* request = requests; request != nullptr; request = request->next) {
     if (isProcessed(request)) continue;
     const void* dataContext = netsnmp_extract_iterator_context(request);
@@ -54,7 +54,7 @@ int Table::get(netsnmp_request_info* requests) const {
       netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
       return SNMP_ERR_NOERROR;
     }
-    if (valueIs(*requested, dataContext, request)) continue;
+    if (encodeValue(*requested, dataContext, request)) continue;
     netsnmp_request_set_error(description_.firstRequestTakesGenErr ? requests : request, SNMP_ERR_GENERR);
     return SNMP_ERR_GENERR;
   }
@@ -62,7 +62,8 @@ int Table::get(netsnmp_request_info* requests) const {
 }
 
 // False when the value cannot be encoded.
-bool Table::valueIs(const ColumnBase& requested, const void* dataContext, netsnmp_request_info* request) const {
+bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
+                           netsnmp_request_info* request) const {
   if (trace().enabled(2)) {
     Kel::TraceLine line(trace(), 2);
     line.stream() << name() << "_handler: request GET for column " << requested.object << ", key ";
@@ -86,7 +87,7 @@ bool Table::valueIs(const ColumnBase& requested, const void* dataContext, netsnm
   return false;
 }
 
-int Table::refuseSet(netsnmp_request_info* requests) const {
+int MibTable::refuseSet(netsnmp_request_info* requests) const {
   for (auto* request = requests; request != nullptr; request = request->next) {
     if (isProcessed(request)) continue;
     const unsigned number = columnNumber(request);

@@ -1,4 +1,4 @@
-#include "modules/frame/EntitySource.h"
+#include "modules/frame/ServedEntity.h"
 
 #include <cstdio>
 
@@ -6,6 +6,23 @@
 #include "snmp/SnmpUtil.h"
 
 namespace Modules {
+
+namespace {
+
+Kel::Entity* asEntity(void* held) {
+  return static_cast<Kel::Entity*>(held);
+}
+
+extern "C" void* quorinHoldEntity(void* held) {
+  intrusive_ptr_add_ref(static_cast<Kel::PtrInterface*>(asEntity(held)));
+  return held;
+}
+
+extern "C" void quorinReleaseEntity(void* held) {
+  intrusive_ptr_release(static_cast<Kel::PtrInterface*>(asEntity(held)));
+}
+
+}  // namespace
 
 Kel::String EntitySource::path(const Kel::String& context) const {
   if (context.empty()) return defaultPath;
@@ -30,6 +47,19 @@ Kel::Ptr<Kel::Entity> entityAt(const EntitySource& source, const Kel::String& co
     KEL_ASSERT_TEXT(false, texts.wrongTypeAssertion.c_str());
   }
   return entity;
+}
+
+void holdEntity(netsnmp_handler_registration* registration, const Kel::Ptr<Kel::Entity>& entity) {
+  registration->my_reg_void = entity.get();
+  netsnmp_mib_handler* handler = registration->handler;
+  handler->myvoid = quorinHoldEntity(entity.get());
+  handler->data_clone = quorinHoldEntity;
+  handler->data_free = quorinReleaseEntity;
+}
+
+Kel::Entity* heldEntity(const netsnmp_mib_handler* handler, const netsnmp_handler_registration* registration) {
+  if (registration->my_reg_void != nullptr) return asEntity(registration->my_reg_void);
+  return handler != nullptr ? asEntity(handler->myvoid) : nullptr;
 }
 
 }  // namespace Modules

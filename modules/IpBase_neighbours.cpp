@@ -8,8 +8,7 @@
 
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/ArpTableIteratorConst.h"
-#include "modules/IpBaseTables.h"
-#include "modules/frame/InetIndex.h"
+#include "modules/IpBase.h"
 
 namespace {
 

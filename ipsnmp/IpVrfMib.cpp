@@ -1,8 +1,9 @@
-#include "ipsnmp/VrfTableEntry.h"
+#include "ipsnmp/IpVrfMib.h"
 
 KEL_TYPE_DEFINE(IpSnmp::VrfRoutingStatus)
 KEL_TYPE_DEFINE(IpSnmp::VrfTableEntry)
 KEL_TYPE_DEFINE(IpSnmp::VrfIfTableEntry)
+KEL_TYPE_DEFINE(IpSnmp::IpVrfMib)
 
 namespace IpSnmp {
 

@@ -1,8 +1,7 @@
 // The address tables of IP-MIB.
 
 #include "conversions/SnmpConversions.h"
-#include "modules/IpBaseTables.h"
-#include "modules/frame/InetIndex.h"
+#include "modules/IpBase.h"
 
 namespace {
 

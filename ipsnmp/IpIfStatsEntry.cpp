@@ -1,3 +1,0 @@
-#include "ipsnmp/IpIfStatsEntry.h"
-
-KEL_TYPE_DEFINE(IpSnmp::IpIfStatsEntry)

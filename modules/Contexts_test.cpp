@@ -1,0 +1,275 @@
+// Entering and leaving SNMP contexts: what is registered, traced and held there, and what must end the process.
+
+#include "snmp/Contexts.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "modules/MibModules.h"
+#include "modules/testing/TestAgent.h"
+#include "modules/testing/TestIpTree.h"
+#include "snmp/Config.h"
+
+namespace {
+
+using namespace Modules;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+const std::string ipForwarding = "1.3.6.1.2.1.4.1.0";
+const std::string addresses = "1.3.6.1.2.1.4.20.1.1";
+
+struct Object {
+  std::string name;
+  Oid identifier;
+  bool isTable = true;
+  bool isWritable = false;
+  bool isDefaultOnly = false;
+};
+struct ModuleEntry {
+  const char* name;
+  const char* facility;
+  void (*init)(Kel::String context);
+  void (*unregister)(Kel::String context);
+  std::vector<Object> objects;
+};
+
+const std::vector<ModuleEntry>& mibModules() {
+  static const std::vector<ModuleEntry> all{
+      {"IpBase",
+       "IpBase",
+       init_IpBase,
+       unregister_IpBase,
+       {{"ipForwarding", oidOf("1.3.6.1.2.1.4.1"), false, true},
+        {"ipv6IpForwarding", oidOf("1.3.6.1.2.1.4.25"), false, true, true},
+        {"ipAddrTable", oidOf("1.3.6.1.2.1.4.20")},
+        {"ipNetToMediaTable", oidOf("1.3.6.1.2.1.4.22"), true, true},
+        {"ipAddressPrefixTable", oidOf("1.3.6.1.2.1.4.32")},
+        {"ipAddressTable", oidOf("1.3.6.1.2.1.4.34"), true, true},
+        {"ipNetToPhysicalTable", oidOf("1.3.6.1.2.1.4.35"), true, true}}},
+      {"IpForward",
+       "IpForward",
+       init_IpForward,
+       unregister_IpForward,
+       {{"ipCidrRouteNumber", oidOf("1.3.6.1.2.1.4.24.3"), false},
+        {"ipCidrRouteTable", oidOf("1.3.6.1.2.1.4.24.4"), true, true}}},
+      {"IpSwForwarding",
+       "Snmp",
+       init_IpSwForwarding,
+       unregister_IpSwForwarding,
+       {{"quorinSwFwdIpStatsTable", enterpriseObject({3, 1, 1, 1})}}},
+      {"VrfBase",
+       "VrfBase",
+       init_VrfBase,
+       unregister_VrfBase,
+       {{"quorinVrfTable", enterpriseObject({3, 18, 1, 1}), true, false, true},
+        {"quorinVrfIfTable", enterpriseObject({3, 18, 1, 2}), true, false, true}}},
+      {"quorinFIBStatsMIB",
+       "Snmp",
+       init_quorinFIBStatsMIB,
+       unregister_quorinFIBStatsMIB,
+       {{"quorinFIBStatsSummaryTable", enterpriseObject({3, 23, 1, 1})},
+        {"quorinFIBStatsByRouteTypeTable", enterpriseObject({3, 23, 1, 2})},
+        {"quorinFIBStatsByPrefixLenTable", enterpriseObject({3, 23, 1, 3})}}},
+      {"quorinIpMIB",
+       "Snmp",
+       init_quorinIpMIB,
+       unregister_quorinIpMIB,
+       {{"quorinIpIfStatsTable", enterpriseObject({3, 27, 1, 1}), true, false, true}}}};
+  return all;
+}
+
+class EnteringContexts : public ::testing::Test {
+ protected:
+  TestAgent& agent = TestAgent::instance();
+  TestIpTree tree;
+  Snmp::Contexts contexts;
+};
+
+TEST_F(EnteringContexts, eachModuleRegistersAndTracesItsObjects) {
+  for (const std::string context : {"", "red"}) {
+    for (const auto& module : mibModules()) {
+      TraceLines lines(module.facility);
+      module.init(context);
+      std::vector<std::string> scalars, skipped, tables;
+      const auto ending = " in context \"" + context + "\"";
+      for (const auto& [name, identifier, isTable, isWritable, isDefaultOnly] : module.objects) {
+        const auto function = isTable ? "initialize_table_" + name : fmt::format("init_{}", module.name);
+        auto& traced = isTable ? tables : scalars;
+        traced.push_back(fmt::format("1 {} initializing oid .{}{}", function, textOf(identifier), ending));
+        const bool isServed = context.empty() || !isDefaultOnly;
+        if (!isServed) {
+          const char* text = isTable ? "{} varnixPathWithContext not specified "
+                                     : "{}: varnixPathWithContext not specified for {}; skipping registration";
+          (isTable ? tables : skipped).push_back("2 " + function + fmt::format(fmt::runtime(text), ending, name));
+        } else if (isTable) {
+          tables.push_back("8 Initialized table " + name + ending);
+        }
+        const auto* const found =
+            netsnmp_subtree_find(identifier.data(), identifier.size(), nullptr, context.c_str());
+        const auto* const registration = found != nullptr ? found->reginfo : nullptr;
+        const std::string handler = registration != nullptr ? registration->handlerName : "none";
+        EXPECT_EQ(handler == name + "_" + context, isServed) << name << ending << " has " << handler;
+        if (!isServed || registration == nullptr) continue;
+        EXPECT_EQ(registration->priority, isTable ? 127 : 64) << name;
+        EXPECT_EQ((registration->modes & HANDLER_CAN_SET) != 0, isWritable) << name;
+      }
+      scalars.insert(scalars.end(), skipped.begin(), skipped.end());
+      scalars.insert(scalars.end(), tables.begin(), tables.end());
+      EXPECT_THAT(lines.take(), ElementsAreArray(scalars));
+      EXPECT_THAT(Snmp::mibContextModules(context), ElementsAre(module.name));
+      module.unregister(context);
+      EXPECT_THAT(lines.take(), ElementsAre(fmt::format("2 Unregistering {}{}", module.name, ending)));
+      EXPECT_THAT(Snmp::mibContextModules(context), IsEmpty());
+      EXPECT_THAT(agent.walk("1.3.6.1", context.empty() ? "public" : context), IsEmpty());
+    }
+  }
+  Snmp::registerMibContext("ghost", "IpBase");
+  unregister_IpBase("ghost");  // which it never entered
+  EXPECT_THAT(Snmp::mibContexts(), Not(Contains("ghost")));
+}
+
+TEST_F(EnteringContexts, netSnmpDebuggingTellsWhichContextIsEntered) {
+  static std::string logged;
+  const auto collect = [](int, int, void* message, void*) {
+    logged += static_cast<const snmp_log_message*>(message)->msg;
+    return 0;
+  };
+  snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, collect, nullptr);
+  auto* const handler = netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
+  char tokens[] = "trace,IpBase,IpForward,IpSwForwarding";
+  debug_register_tokens(tokens);
+  snmp_set_do_debugging(1);
+  contexts.enter("");
+  snmp_set_do_debugging(0);
+  netsnmp_remove_loghandler(handler);
+  snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, collect, nullptr, 0);
+  for (const std::string module : {"IpBase", "IpForward", "IpSwForwarding"}) {
+    EXPECT_THAT(logged,
+                ::testing::ContainsRegex("trace: init_" + module + "\\(\\): " + module + ".cpp, [0-9]+:\n"));
+    EXPECT_THAT(logged, HasSubstr(module + ": Initializing in context \"\"\n"));
+  }
+}
+
+TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCacheAndTheNextEntryServesTheNewOne) {
+  contexts.enter("");
+  const auto unheld = tree.redIpMib->use_count();
+  for (int i = 0; i < 2; ++i) {
+    contexts.enter("red");
+    EXPECT_EQ(tree.redIpMib->use_count(), unheld + 6) << "one for each table";
+    contexts.leave("red");
+    EXPECT_EQ(tree.redIpMib->use_count(), unheld);
+  }
+  contexts.enter("red");
+  addressIs(*tree.redIpMib, "10.0.0.2", 24, 8);
+  tree.redConfig->routingIs(true);
+  tree.vrfMibs->mibsDel("red");
+  tree.vrfConfigs->vrfConfigDel("red");
+  EXPECT_EQ(agent.getNext(addresses, "red").value, "10.0.0.2");
+  EXPECT_EQ(agent.get(ipForwarding, "red").value, "1");
+  contexts.leave("red");
+  EXPECT_EQ(tree.redIpMib->use_count(), 1U) << "the registrations have let go";
+  EXPECT_EQ(tree.redConfig->use_count(), 1U);
+  tree.vrfConfigs->vrfConfigIs("red");
+  addressIs(*tree.vrfMibs->mibsIs("red")->ipmib(), "10.0.0.3", 24, 8);
+  contexts.enter("red");
+  EXPECT_EQ(agent.getNext(addresses, "red").value, "10.0.0.3");
+  EXPECT_EQ(agent.get(ipForwarding, "red").value, "2");
+}
+
+// Somebody else's object inside a registration makes net-snmp copy it. The tree stays divided at that object for the
+// life of the process, so these are objects that no other test asks for.
+TEST_F(EnteringContexts, anObjectOfAnotherInsideOursLeavesOursAnswering) {
+  addressIs(*tree.ipMib, "10.0.0.1", 24, 7);
+  addressIs(*tree.ipMib, "11.0.0.1", 24, 7);
+  const auto expectAnswers = [&] {
+    EXPECT_EQ(agent.get(ipForwarding).value, "2");
+    EXPECT_EQ(agent.get(addresses + ".10.0.0.1").value, "10.0.0.1");
+    const auto twice = agent.send(SNMP_MSG_GETNEXT, {addresses + ".10.0.0.1", addresses}).answers;
+    EXPECT_EQ(twice.at(0).value, "11.0.0.1");
+    EXPECT_EQ(twice.at(1).value, "10.0.0.1");
+  };
+  contexts.enter("");
+  for (const auto& intruder : {addresses + ".10.77.77.77", ipForwarding + ".5"}) {
+    const Oid name = oidOf(intruder);
+    auto* registration = netsnmp_create_handler_registration(
+        "intruder", [](auto...) { return SNMP_ERR_NOERROR; }, name.data(), name.size(), HANDLER_CAN_RONLY);
+    ASSERT_EQ(netsnmp_register_handler(registration), MIB_REGISTERED_OK);
+    expectAnswers();
+    ASSERT_EQ(netsnmp_unregister_handler(registration), SNMPERR_SUCCESS);
+  }
+  contexts.leave("");
+  EXPECT_THAT(agent.walk("1.3.6.1"), IsEmpty());
+  EXPECT_EQ(tree.ipMib->use_count(), 2U) << "the tree's and the test's";
+  contexts.enter("");
+  expectAnswers();
+}
+
+TEST_F(EnteringContexts, disabledRouteTablesAreNotRegistered) {
+  Snmp::registerConfigTokens();
+  char line[] = "quorinDisableObjects route-tables";
+  netsnmp_config(line);
+  ::testing::internal::CaptureStdout();
+  contexts.enter("");
+  contexts.enter("red");
+  std::string once = "init_IpForward skipping scalar ipCidrRouteNumber because route-tables are disabled.\n";
+  for (const char* table : {"ipCidrRouteTable", "quorinFIBStatsSummaryTable", "quorinFIBStatsByRouteTypeTable",
+                            "quorinFIBStatsByPrefixLenTable"}) {
+    once += fmt::format("initialize_table_{} is a noop because route-tables are disabled.\n", table);
+  }
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), once + once);
+  Snmp::registerConfigTokens();  // the defaults again
+  Snmp::unregisterConfigTokens();
+  tree.fibStatsMib->routeInc(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic, 24);
+  EXPECT_THAT(agent.walk("1.3.6.1", "red"), ElementsAre(Answer{ipForwarding, ASN_INTEGER, "2"}));
+  EXPECT_EQ(agent.walk("1.3.6.1").size(), 2U) << "the forwarding scalars";
+}
+
+TEST_F(EnteringContexts, aMissingOrMisplacedEntityEndsTheProcess) {
+  struct Place {
+    void (*init)(Kel::String context);
+    const char* object;
+    const char* dir;
+    const char* name;
+    const char* type;
+    std::string assertion;  // behind "e" and "ptr"
+  };
+  for (const auto& [init, object, dir, name, type, assertion] :
+       {Place{init_quorinFIBStatsMIB, "table quorinFIBStatsSummaryTable", "snmp/ip", "fibstatsmib",
+              "FibStatsSnmp::FibStatsMib", ""},
+        {init_VrfBase, "table quorinVrfTable", "snmp/ip", "ipvrfmib", "IpSnmp::IpVrfMib", ""},
+        {init_IpForward, "scalar ipCidrRouteNumber", "snmp/ip", "ipforwardmib", "IpSnmp::IpForwardMib",
+         "_ipCidrRouteNumber"},
+        {init_IpBase, "table ipAddrTable", "snmp/ip", "ipmib", "IpSnmp::IpMib", ""},
+        {init_IpBase, "scalar ipv6IpForwarding", "Varnix/routing6", "config", "Routing6::Config",
+         "_ipv6IpForwarding"},
+        {init_IpBase, "scalar ipForwarding", "Varnix/routing", "config", "Routing::Config", "_ipForwarding"}}) {
+    const auto path = fmt::format("{}/{}", dir, name);
+    const auto place = Kel::dynamicPtr<Kel::Dir>(SnmpUtil::getEntityRelative(dir));
+    place->entityDel(name);
+    EXPECT_DEATH(init(""), fmt::format("^Can not getEntityRelative\\( {} \\) for {}. Is this path correct\\?\n"
+                                       "[^\n]*: assertion failed: e{}\n",
+                                       path, object, assertion));
+    place->entityIs(Kel::makePtr<Kel::Dir>(name));
+    EXPECT_DEATH(init(""),
+                 fmt::format("^{} does not appear to be of type {}{}.\n[^\n]*: assertion failed: ptr{}\n", path,
+                             type, assertion.empty() ? "" : fmt::format(" for {}", object), assertion));
+  }
+  EXPECT_DEATH(init_IpForward("blue"),
+               "^Can not getEntityRelative\\( snmp/ip/vrf.mibs/blue.ipforwardmib \\) for scalar ipCidrRouteNumber");
+  EXPECT_DEATH(
+      init_IpBase("blue"),
+      "^Can not getEntityRelative\\( Varnix/routing/vrf/config.vrfConfig/blue \\) for scalar ipForwarding");
+}
+
+TEST_F(EnteringContexts, enteringAContextTwiceIsRefusedByTheAgent) {
+  contexts.enter("");
+  EXPECT_DEATH(init_VrfBase(""), "assertion failed: result == 0");
+}
+
+}  // namespace

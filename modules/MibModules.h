@@ -1,0 +1,43 @@
+#pragma once
+// The MIB modules: what each serves, and how it enters and leaves an SNMP context.
+//
+// | module            | objects                                                    | contexts | source                |
+// |-------------------|------------------------------------------------------------|----------|-----------------------|
+// | IpBase            | IP-MIB (RFC 4293), 1.3.6.1.2.1.4:                          |          |                       |
+// |                   | ipForwarding .1                                            | all      | Routing::Config       |
+// |                   | ipv6IpForwarding .25                                       | default  | Routing6::Config      |
+// |                   | ipAddrTable .20, ipAddressPrefixTable .32,                 | all      | IpSnmp::IpMib         |
+// |                   | ipAddressTable .34                                         |          |                       |
+// |                   | ipNetToMediaTable .22, ipNetToPhysicalTable .35            | all      | IpSnmp::IpMib (keys), |
+// |                   |                                                            |          | Arp::Table::Status    |
+// | IpForward         | IP-FORWARD-MIB (RFC 2096), 1.3.6.1.2.1.4.24:               | all      | IpSnmp::IpForwardMib  |
+// |                   | ipCidrRouteNumber .3, ipCidrRouteTable .4                  |          |                       |
+// | IpSwForwarding    | QUORIN-SW-FWD-IP-MIB: quorinSwFwdIpStatsTable E.3.1.1.1    | all      | Ip::SwFwdStats        |
+// | VrfBase           | QUORIN-VRF-MIB: quorinVrfTable E.3.18.1.1,                 | default  | IpSnmp::IpVrfMib      |
+// |                   | quorinVrfIfTable E.3.18.1.2                                |          |                       |
+// | quorinFIBStatsMIB | QUORIN-FIB-STATS-MIB: quorinFIBStatsSummaryTable E.3.23.1.1, | all    | FibStatsMib           |
+// |                   | quorinFIBStatsByRouteTypeTable E.3.23.1.2,                 |          |                       |
+// |                   | quorinFIBStatsByPrefixLenTable E.3.23.1.3                  |          |                       |
+// | quorinIpMIB       | QUORIN-IP-MIB: quorinIpIfStatsTable E.3.27.1.1             | default  | IpSnmp::IpMib         |
+//
+// E is enterprises.E with the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/. IpForward
+// and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables". Requests read memory
+// alone, save those of IpSwForwarding: Ip::SwFwdStats reads the kernel's files when its counters are older than half a
+// second.
+//
+// init_<module> enters an SNMP context: "" is the default one, any other is named for its VRF. It aborts when an entity
+// to serve is missing or of another type, after a line on standard error that names the path. unregister_<module>
+// leaves the context; for a context that was never entered it does nothing.
+
+#include "modules/frame/Module.h"
+
+#define MIB_MODULE_FUNCTIONS(Name)                  \
+  MIB_EXPORT void init_##Name(Kel::String context); \
+  MIB_EXPORT void unregister_##Name(Kel::String context);
+
+MIB_MODULE_FUNCTIONS(IpBase)
+MIB_MODULE_FUNCTIONS(IpForward)
+MIB_MODULE_FUNCTIONS(IpSwForwarding)
+MIB_MODULE_FUNCTIONS(VrfBase)
+MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
+MIB_MODULE_FUNCTIONS(quorinIpMIB)
