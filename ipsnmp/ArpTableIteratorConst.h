@@ -1,11 +1,10 @@
 #pragma once
-// Walks IpMib::arpTable, which stores nothing: its rows are made, one at a time, from the IPv4 rows of
-// ipNetToPhysicalTable.
+// Walks IpMib::arpTable, which stores nothing: each row is made from an IPv4 row of ipNetToPhysicalTable.
 //
 //   for (IpMib::ArpTableIteratorConst at(ipMib); at.curEntry(); at.fetch(at.curEntry()->index(), true)) ...
 //
-// Each step is one ordered search, whatever lies between two rows, so rows may come and go between steps. The
-// iterator holds the cache and its current row: both stay readable when they are taken away meanwhile.
+// Guarantees: each step is one ordered search, so rows may come and go between steps. Lifetime: the iterator holds the
+// cache and its current row, and both stay readable when they are removed.
 
 #include "ipsnmp/IpMib.h"
 
@@ -18,8 +17,7 @@ class IpMib::ArpTableIteratorConst {
   // On the row of the index; at the end when there is none.
   ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib, const ArpTableIndex& index);
 
-  // Goes to the row of the index or, with getNext, to the first row after it, which need not exist itself. At the
-  // end when there is none.
+  // Goes to the row of the index or, with getNext, to the first row after the index; to the end when there is none.
   void fetch(const ArpTableIndex& index, bool getNext);
 
   // Null at the end.

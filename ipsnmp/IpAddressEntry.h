@@ -31,12 +31,12 @@ class IpAddressPrefixEntry : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 };
 
-// Which interface holds an address, and by what right. The order puts the pair that speaks for the address first.
+// The source and interface of an address. The lowest key of an address decides its row.
 class IntfDataKey {
   KEL_VALUE_TYPE("IpSnmp::IntfDataKey", IntfDataKey, ((IpSnmp::AddressSource, source))((Vantu::IntfId, intfId)))
 };
 
-// One interface that holds an address, with the prefix row that it contributes. The key alone is compared.
+// An interface that holds an address, with the prefix row that it contributes. Compares by key alone.
 class IntfData {
  public:
   static constexpr const char* kelTypeName = "IpSnmp::IntfData";
@@ -77,7 +77,7 @@ class IpAddressEntry : public Kel::Notifier {
   KEL_COMPUTED(addrVersion)
   KEL_COMPUTED(addrBytes)
 
-  // A pair keeps its prefix entry for as long as it is a member: adding it again is a no-op.
+  // A member keeps its prefix entry: adding its key again is a no-op.
   KEL_VALUES(Ordered, IntfDataKey, IntfData, intf, Intf)
   void intfIs(const IntfData& data) { intfIs(data.key(), data); }
 

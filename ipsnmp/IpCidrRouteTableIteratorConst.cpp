@@ -10,7 +10,7 @@ namespace {
 
 Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorConst");
 
-// Prefixes without a row, one after another, before the walk asks where the next one is.
+// How many prefixes without a row the walk looks up in sequence before it searches for the next one with a row.
 constexpr unsigned fruitlessPrefixes = 64;
 
 // The first prefix behind this one that may have a row. The list that the machines keep passes over routes without a
@@ -66,7 +66,7 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
   QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << "Index: " << index << " getNext " << getNext;
   isAtEnd_ = true;
   gaveUp_ = false;
-  // Its own handle: what a report of damage brings about may put other prefixes in the place of these.
+  // A handle of its own: a report of damage may replace the prefixes of the cache.
   const auto fecsAndPrefixes = mib_ ? mib_->fecsAndPrefixes() : nullptr;
   if (!fecsAndPrefixes) return;
   const auto& prefixes = fecsAndPrefixes->orderedPrefix();
@@ -93,7 +93,7 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
 // The first row of this prefix whose next hop is not below the given one, and whose index is not `above`.
 bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& firstNextHop,
                          const IpCidrRouteTableIndex* above) {
-  // Into the one that holds this prefix already, or else into the one that was not used last.
+  // The scratch entry that has this prefix; otherwise the one not used last.
   auto& used = mib_->iteratorScratchUsed_;
   if (mib_->iteratorScratch_[used].prefix != prefix) used = 1 - used;
   auto& found = mib_->iteratorScratch_[used];

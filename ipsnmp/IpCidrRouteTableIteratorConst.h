@@ -1,16 +1,15 @@
 #pragma once
-// Walks the rows of ipCidrRouteTable in index order, one row a usable next hop of a valid route.
+// Walks the rows of ipCidrRouteTable in index order: one row for each usable next hop of a valid route.
 //
-// Nothing but the present row is kept: each step searches for the next one from its index, so that prefixes, next
-// hops and whole tables may come and go between two steps. A step costs a search among the ordered prefixes, a
-// lookup of the route, one of its FEC and a search among the next hops.
+// Guarantees: prefixes, next hops and whole tables may change between two steps, since a step searches from the index
+// of the present row. A step costs a search among the ordered prefixes, a lookup of the route, a lookup of its FEC
+// and a search among the next hops.
 //
-// Prefixes without a row (IPv6 next hops, interfaces without an ifIndex) may be many in a row: behind the first few it
-// passes over them. While the machines have changes of many routes or FECs still before them, there may be some that it
-// cannot pass over; it gives up after `maxFruitless` of them, so that no request holds up the agent.
+// Long runs of prefixes without a row (IPv6 next hops, interfaces without an ifIndex) are passed over after the first
+// few. While the state machines have a backlog of changes, some of them must be looked at one by one. After
+// `maxFruitless` of these the walk gives up, so that no request blocks the agent.
 //
-// The tos of an index has no part in where it lies: rows have tos 0, and an index with another is positioned by
-// prefix and next hop alone.
+// The tos of an index does not affect its position: rows have tos 0, and prefix and next hop alone are compared.
 
 #include "ipsnmp/IpForwardMib.h"
 
@@ -23,13 +22,13 @@ class IpForwardMib::IpCidrRouteTableIteratorConst {
   // As after fetch(index, getNext).
   IpCidrRouteTableIteratorConst(Kel::Ptr<const IpForwardMib> mib, const IpCidrRouteTableIndex& index, bool getNext);
 
-  // Goes to the first row at or after the index, or strictly after it; or to the end. A mask that is not contiguous
-  // stands for its leading ones. The next hop of the index applies to the first prefix that is visited, even if that
-  // is not the prefix of the index. Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed") when
-  // the ordered prefixes hold one with host bits; the iterator is at the end then.
+  // Goes to the first row at or after the index or, with getNext, after it; to the end when there is none. A mask with
+  // holes counts as its leading ones. The next hop of the index applies to the first prefix visited, even if that is
+  // not the prefix of the index. Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed") on an
+  // ordered prefix with host bits; the iterator is at the end then.
   void fetch(const IpCidrRouteTableIndex& index, bool getNext);
 
-  // Prefixes without a row that a fetch looks at.
+  // How many prefixes without a row a fetch looks up.
   static constexpr unsigned maxFruitless = 1000;
 
   bool isAtEnd() const { return isAtEnd_; }

@@ -1,6 +1,6 @@
 #pragma once
-// The IP-FORWARD-MIB cache of one VRF. It copies no route: it refers to the shared tables, and to the order of the
-// prefixes and next hops that is derived from them. A row of ipCidrRouteTable is computed when it is asked for.
+// The IP-FORWARD-MIB cache of one VRF. It copies no route: it refers to the shared tables of routes and FECs, and to
+// the ordered prefixes and next hops derived from them. A row of ipCidrRouteTable is computed at each request.
 
 #include <array>
 #include <optional>
@@ -41,8 +41,8 @@ class IpForwardFec : public Kel::Entity {
   using KelNextHop = Kel::Ordered<Vantu::IpAddr, Quillo::Fib::ViaIndex>;
   KEL_TYPE_END_DECLARE
 
-  // The shared FEC as it was last read, and the generation that its table had then; 0: not to be used again. A thousand
-  // routes and more have one FEC, and each of their rows needs it. For IpForwardMib alone.
+  // The shared FEC as last read, and its table's generation then; 0: read it again. Thousands of routes may share a
+  // FEC, and each of their rows needs it. For IpForwardMib alone.
   struct AsRead {
     Quillo::Fib::Fec fec;
     std::uint64_t generation = 0;
@@ -71,7 +71,7 @@ class FecsAndPrefixes : public Kel::Entity {
   KEL_REFERENCE(const IpForwardFecs, forwardFecs, ForwardFecs)
   KEL_TYPE_END_DECLARE
 
-  // Finds the next prefix that has a row, for walks over many prefixes without one. Null: a walk examines each prefix.
+  // Finds the next prefix that may have a row, for walks over many without one. Null: a walk looks up each prefix.
   const Kel::Ptr<const Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
   void fecRouteListIs(Kel::Ptr<const Quillo::Fib::FecRouteList> list) { fecRouteList_ = std::move(list); }
 
@@ -83,8 +83,8 @@ class IpForwardMib : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpForwardMib", IpForwardMib, Kel::Entity)
  public:
   KEL_NAMED(IpForwardMib, Kel::Entity)
-  // All null at first; there are no rows while one of the first three is. Without `ifMib` no interface is valid but
-  // the empty id.
+  // All null at first; there are no rows while one of the first three is null. Without `ifMib` only the empty interface
+  // id is valid.
   KEL_REFERENCE(const Quillo::Fib::RouteStatus, routeStatus, RouteStatus)
   // What the routes' FECs are resolved in: the VRF's own table, or the one of all VRFs.
   KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, vrfForwardingStatus, VrfForwardingStatus)
@@ -100,7 +100,7 @@ class IpForwardMib : public Kel::Entity {
   KEL_VIRTUAL_MEMBERS(IpCidrRouteTableEntry, ipCidrRouteTable)
   KEL_TYPE_END_DECLARE
 
-  // Whether a route can have rows: not one that does not exist, nor one of type 0, 1, 3 or 5.
+  // Whether a route can have rows: it exists, and its type is none of 0, 1, 3 and 5.
   bool validRoute(const Quillo::Fib::Route& route) const;
   // Whether a next hop on this interface has a row. A via without an interface has one; a dynamic tunnel, and an
   // interface without an ifIndex, have none.
@@ -108,33 +108,32 @@ class IpForwardMib : public Kel::Entity {
   // 0 when the interface has none.
   std::uint32_t ifIndex(const Vantu::IntfId& intfId) const;
 
-  // What a prefix's rows are made of. The route that was read is used again for the same prefix while its table says
-  // that nothing changed, as the FEC is for all its routes.
+  // What a prefix's rows are made of. The route is read once per generation of its table while the prefix stays the
+  // same, and the FEC once per generation for all its routes.
   struct Resolved {
     Vantu::Prefix prefix;
     Quillo::Fib::Route route;
     Kel::Ptr<const IpForwardFec> forwardFec;
 
-    // The interface of a next hop's via. Null when the FEC has no such via any more: it changed, and its next hops
-    // are about to.
+    // The interface of a next hop's via. Null when the FEC has changed, its next hops not yet, and the via is gone.
     const Vantu::IntfId* intfId(const Quillo::Fib::ViaIndex& via) const;
 
-    // That the table of routes had when the route was read; 0: not to be used again.
+    // The generation of the route table when the route was read; 0: read it again.
     std::uint64_t routeGeneration = 0;
   };
-  // Looks up the route, its FEC and the FEC's next hops. Null when all are there; otherwise what is missing, in the
-  // words of traces (" has no fec"). Damage that is met is reported to its table and counts as missing.
-  // `into` should be used again and again: its memory is.
+  // Looks up the route, its FEC and the FEC's next hops. Returns null when all exist; otherwise what is missing, as
+  // traces have it (" has no fec"). Damage is reported to its table and counts as missing. Reuse `into`, and with it
+  // its memory.
   const char* resolve(const Vantu::Prefix& prefix, Resolved& into) const;
 
  private:
   void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
   void readFec(const Quillo::Fib::FecId& fecId, IpForwardFec::AsRead& into) const;
 
-  // So that a step of an iterator allocates nothing. It looks at the prefix that it leaves and at the one that it
-  // comes to, and the next request begins where this one ended: two of them spare half of the lookups and more.
+  // Scratch memory of the iterators, so that a step allocates nothing. A step looks at the prefix that it leaves and at
+  // the next one, and the next request begins there: two entries save more than half of the lookups.
   mutable std::array<Resolved, 2> iteratorScratch_;
-  mutable std::size_t iteratorScratchUsed_ = 0;  // the one that was used last
+  mutable std::size_t iteratorScratchUsed_ = 0;  // the one used last
 };
 
 }  // namespace IpSnmp

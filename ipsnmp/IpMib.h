@@ -1,7 +1,7 @@
 #pragma once
 // The MIB caches that the SNMP handlers read, one set per VRF. The state machines of ipsnmp/agent and fibstats/agent
-// write them. Ordered collections iterate in the SNMP index order of the table they serve, so that a GETNEXT can
-// resume from any key. A row that is removed stays readable to whoever holds it.
+// write them. Guarantees: ordered collections iterate in the SNMP index order of their table, so a GETNEXT can resume
+// from any key. Lifetime: a removed row stays readable to its holders.
 
 #include "fibstats/FibStatsMib.h"
 #include "ipsnmp/IpAddressEntry.h"
@@ -62,8 +62,8 @@ class IpMib : public Kel::Entity {
   KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)
   KEL_MEMBERS(Hashed, Ip::IpVersion, Ip::SwFwdStats, ipSwFwdStats, IpSwFwdStats)
 
-  // Enters a prefix row that exists already as an object: the row belongs to one pair of an address and passes from
-  // pair to pair. A row under the same key is replaced.
+  // Adds an existing prefix row, and replaces a row of the same key. A row belongs to one member of an address at a
+  // time, and passes from member to member.
   void ipAddressPrefixTableInsert(const Kel::Ptr<IpAddressPrefixEntry>& entry) {
     if (ipAddressPrefixTable(entry->index()) == entry) return;
     const auto hold = Kel::kept(*this);

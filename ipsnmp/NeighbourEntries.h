@@ -1,8 +1,8 @@
 #pragma once
-// The rows of the neighbour tables. They hold the key of a neighbour in the shared table, not its data: every read
-// of arpEntry() and physAddress() goes to the shared table as it is at that moment. A neighbour that is gone from it
-// gives an entry that does not exist (all zero); damage throws Pesk::CorruptionDetectedException, which the reader
-// passes to arpQuillo()->corruptionDetected(). `arpQuillo` is never null.
+// The rows of the neighbour tables. A row holds the key of a neighbour in the shared table, not its data: arpEntry()
+// and physAddress() read the shared table each time. For a neighbour that is gone from there they return an entry
+// that does not exist (all zero). Throws: Pesk::CorruptionDetectedException on damage, which the reader passes to
+// arpQuillo()->corruptionDetected(). `arpQuillo` is never null.
 
 #include "ipsnmp/IpMibKeys.h"
 #include "kel/Attribute.h"

@@ -1,5 +1,5 @@
 #pragma once
-// Which routing protocol ipCidrRouteProto (RFC 2096) names for a type of route.
+// The routing protocol of each route type, as ipCidrRouteProto (RFC 2096) names it.
 
 #include <boost/describe.hpp>
 
@@ -54,7 +54,7 @@ class ProtocolMap {
 
 // The one map of the process, empty at first. The state machines of the route tables fill it.
 ProtocolMap& protocolMap();
-// Enters what this system knows of types of routes. Doing it again changes nothing.
+// Enters the protocols of this system's route types. Idempotent.
 void fillProtocolMap(ProtocolMap& map);
 
 }  // namespace IpSnmp
