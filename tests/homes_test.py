@@ -1,50 +1,141 @@
-"""The library in a stock snmpd, as its AgentX subagent and as its plugin."""
+"""The library in its three homes: an agent of its own, a subagent of a stock snmpd, a plugin in it; and the contexts there."""
 
 import os
-import re
 import pwd
+import re
 import shutil
 import signal
 import time
 
-from harness import eventually, kernel_rows, main
-from harness.snmp import IP_ADDR_ENTRY, IP_FORWARDING
-from harness.snmpd import IP_GROUP, PLUGIN, PORT, SNMPD, SnmpdCase, plugin_environment
+from harness import SnmpError, background, eventually, main
+from harness.snmp import IP_FORWARDING, SYS_UP_TIME, SYSTEM, ticks
+from harness.snmpd import PLUGIN, SnmpdCase, plugin_environment
+from harness.tables import ADDR, IP, IP_TABLES, numbers
+from harness.tools import read_file
+
+BOB = "createUser bob SHA authentic-pass AES private-pass\nrouser bob priv -V all red\n"  # who may ask in red alone
+ENGINE = "1.3.6.1.6.3.10.2.1"
+COUNTERS = ("1.3.6.1.2.1.11", "1.3.6.1.6.3.11.2.1", "1.3.6.1.6.3.15.1.1")
 
 
 class Home:
+    """What holds in every home. `start_home` sets `home`, the program that answers."""
+
+    communities = ("red", "blue", "a b")
+    shared = (SYSTEM, ENGINE, *COUNTERS)  # groups that the contexts have from the default one
+
+    def setUp(self):
+        super().setUp()
+        self.access += BOB
+
+    def add_vrf(self, name, *addresses):
+        """The same interface name in each, so that only the context can tell them apart."""
+        namespace = self.vrfs.add(name)
+        namespace.add_interface("a0", *addresses)
+        return namespace
+
+    def expect_rows(self, name, client=None):
+        self.expect_context(name, client, IP_TABLES)
+
+    def test_every_vrf_shows_its_own_rows_and_no_other(self):
+        red = self.add_vrf("red", "10.1.1.1/24", "10.1.1.2/24")
+        self.start_home()
+        self.add_vrf("blue", "10.1.1.1/16")
+        self.add_vrf("a b", "10.7.7.7/32")
+        for name in self.communities:
+            for client in (self.client_of(name), self.user(name)):
+                self.wait_for_context(client)
+                self.expect_rows(name, client)
+        self.expect_rows(None)
+        self.expect_rows(None, self.user(""))
+        self.expect_rows("red", self.user("red", "bob"))
+        for client in (self.user("blue", "bob"), self.user("none"), self.community("none", timeout=1)):
+            with self.assertRaises(SnmpError):
+                client.walk(SYSTEM)
+        red.ip("addr add 10.1.1.3/24 dev a0")
+        self.expect_rows("red")
+        self.expect_rows("blue")
+
+    def test_a_context_is_whole(self):
+        self.add_vrf("red", "10.1.1.1/24")
+        began = time.monotonic()
+        self.start_home()
+        client = self.client_of("red")
+        self.wait_for_context(client)
+        self.expect_rows("red")
+        for root in self.shared:
+            expected = [bind.oid for bind in self.client.bulk_walk(root)]
+            served = [bind.oid for bind in client.bulk_walk(root) if bind.exists]
+            if root == SYSTEM:  # rows of sysORTable may differ in number: a subagent lists its own
+                expected, served = ([oid for oid in oids if ".1.9." not in oid] for oids in (expected, served))
+            self.assertEqual(served, expected)
+            self.assertTrue(served)
+        scalars = [f"{SYSTEM}.{number}.0" for number in (1, 2, 4, 5)]
+        self.assertEqual(client.get(*scalars), self.client.get(*scalars))
+
+        def up_time():
+            return ticks(client.get(SYS_UP_TIME)[0])
+
+        up = up_time()
+        self.assertLess(up, 100 * (time.monotonic() - began))
+        eventually(lambda: up_time() > up, "sysUpTime stands still")
+        for walk in (client.walk, client.bulk_walk):
+            oids = [numbers(bind.oid) for bind in walk(".1") if bind.exists]
+            self.assertEqual(oids, sorted(set(oids)))
+            self.assertEqual(oids[0], (1, 3, 6, 1, 2, 1, 1, 1, 0))
+        self.assertEqual(self.community("w-red").set_error(f"{SYSTEM}.4.0", "s", "me"), "notWritable")
+
+    def test_contexts_come_and_go_under_a_walker(self):
+        self.start_home()
+        self.add_vrf("blue", "10.2.0.1/24")
+        walker = self.client_of("red")
+        self.wait_for_context(self.client_of("blue"))
+
+        def walk():
+            try:
+                self.assertEqual([bind for bind in walker.bulk_walk(".1") if bind.value.startswith("10.2.")], [])
+            except SnmpError as error:
+                self.assertNotIn("increasing", error.reason)
+
+        with background(walk):
+            for number in range(4):
+                self.add_vrf("red", f"10.1.{number}.1/24")
+                self.wait_for_context(walker)
+                self.expect_rows("red")
+                self.vrfs.remove("red")
+                eventually(lambda: not walker.impatient().has(SYS_UP_TIME), "red answers after its removal")
+        self.expect_rows("blue")
+
+
+class StockHome(Home):
     """What holds wherever the library serves through a stock snmpd."""
 
     def test_takes_the_place_of_built_in_modules_and_no_other(self):
+        self.configure_snmpd()
+        plain = self.start_snmpd()
+        eventually(self.client.impatient().answers, "snmpd does not answer")
         stock = self.stock_names()
+        self.assertEqual(plain.stop(), 0)
         self.namespace.sysctl("net.ipv4.ip_forward", 1)
         self.start_home()
         self.wait_until_served_by_us()
-        self.assertEqual(self.system_and_ip_names(), stock)
-        self.assertEqual(self.client.ip_addr_rows(self.client.walk), kernel_rows(self.namespace))
-        self.assertEqual(self.client.ip_addr_rows(), kernel_rows(self.namespace))
+        self.assertEqual(self.stock_names(), stock)
+        self.expect_rows(None)
         self.assertEqual(self.client.get(IP_FORWARDING)[0].value, "1")
-        binds = self.client.walk(IP_GROUP)
-        oids = [tuple(map(int, bind.oid.split("."))) for bind in binds]
-        self.assertEqual(oids, sorted(set(oids)))
-        for bind in binds:
-            if bind.oid.startswith(IP_ADDR_ENTRY):
+        for bind in self.expect_one_answer(self.client, IP):
+            if bind.oid.startswith(ADDR):
                 self.assertEqual(self.client.get(bind.oid), [bind])
-        for triple in ((IP_FORWARDING, "i", "2"), (f"{IP_ADDR_ENTRY}.2.10.0.0.1", "i", "7")):
-            self.assertEqual(self.client.set_error(triple), "notWritable")
-
-    def test_gives_back_what_it_took(self):
-        self.start_home()
-        self.wait_until_served_by_us()
-        self.leave_home()
-        eventually(lambda: not self.is_served_by_us(), "ipAddrTable is still ours")
-        self.assertTrue(self.client.get(f"{IP_ADDR_ENTRY}.2.10.0.0.1")[0].exists, "snmpd's own table must be back")
-        self.assertTrue(self.client.get(IP_FORWARDING)[0].exists)
+        for oid in (IP_FORWARDING, f"{ADDR}.2.10.0.0.1"):
+            self.assertEqual(self.client.set_error(oid, "i", "2"), "notWritable")
+        with self.subTest("and gives it back"):
+            self.leave_home()
+            eventually(lambda: not self.is_served_by_us(), "ipAddrTable is still ours")
+            self.assertTrue(self.client.get(f"{ADDR}.2.10.0.0.1")[0].exists, "snmpd's own table must be back")
+            self.assertTrue(self.client.get(IP_FORWARDING)[0].exists)
 
     def assert_idle(self, program):
         def switches():
-            with open(f"/proc/{program.pid}/status", encoding="ascii") as status:
-                return int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", status.read(), re.MULTILINE)[1])
+            return int(re.search(r"\nvoluntary_ctxt_switches:\s+(\d+)", read_file(f"/proc/{program.pid}/status"))[1])
 
         def is_quiet():  # for a second, in which a program that is busy without work is never
             before = switches()
@@ -54,49 +145,69 @@ class Home:
         eventually(is_quiet, f"{program.name} is busy without work")
 
 
-class SubagentTest(Home, SnmpdCase):
-    def start_master(self):
-        self.configure_snmpd("master agentx", f"agentXSocket {self.socket}")
-        self.master = self.start_snmpd()
+class AgentTest(Home, SnmpdCase):
+    def start_home(self):
+        self.start_mirror()
+        self.configure()
+        self.home = self.start_agent()
+
+    def test_a_reload_keeps_the_contexts(self):
+        self.add_vrf("red", "10.1.1.1/24")
+        self.start_home()
+        self.wait_for_context(self.client_of("red"))
+        for lines in ((), ("quorinDisableObjects route-tables",), ()):
+            self.reconfigure(*lines)
+            self.wait_for_context(self.client_of("red"))
+            self.expect_rows("red")
+
+
+class SubagentTest(StockHome, SnmpdCase):
+    shared = (SYSTEM, ENGINE)
 
     def start_home(self):
         self.start_mirror()
         self.start_master()
+        self.write_file("quorind.conf", "sysName router\nsysContact nobody\n")
         self.home = self.start_subagent()
+        self.wait_until_served_by_us()  # the master learns of changes from now on while it runs
 
     def leave_home(self):
         self.assertEqual(self.home.stop(), 0)
 
+    def tearDown(self):
+        for program in self.programs:
+            for words in ("registering pdu failed", "duplicate"):
+                self.assertNotIn(words, program.output())
+
     def test_waits_for_its_master_and_finds_it_again(self):
         self.start_mirror()
-        eventually(lambda: self.namespace.run("ls", self.store, check=False).stdout, "the mirror makes no store")
-        self.write_configuration("quorinKernelIpHeader any\n")
+        eventually(lambda: os.path.exists(self.store), "the mirror makes no store")
+        self.write_file("quorind.conf", "quorinKernelIpHeader any\n")
         agent = self.start_subagent("-Dagentx/subagent")
         eventually(lambda: agent.output().count("agentx/subagent: opening session") >= 3, "the agent does not try again")
         said = agent.output().split(f"no AgentX master answers at {self.socket} yet")
         self.assertEqual(len(said), 2, agent.output())
         said = [line for line in said[1].splitlines()[1:] if not line.startswith("agentx/subagent: ")]
         self.assertEqual(len(said), 1, "more than that it serves")
-        for stop in (signal.SIGTERM, signal.SIGKILL, signal.SIGKILL):
+        for name, stop in (("red", signal.SIGTERM), ("blue", signal.SIGKILL), ("a b", signal.SIGKILL)):
+            self.add_vrf(name, "10.1.1.1/24")
             self.start_master()
             self.wait_until_served_by_us()
-            self.assertEqual(self.client.ip_addr_rows(), kernel_rows(self.namespace))
-            self.master.is_expected_to_run = False
-            self.master.signal(stop)
-            self.master.process.wait(10)
+            self.expect_rows(None)
+            for served in self.vrfs.namespaces:  # made while there was no master
+                self.wait_for_context(self.client_of(served))
+                self.expect_rows(served)
+            self.master.process.send_signal(stop)
+            self.master.wait()
         self.assertEqual(agent.output().count("subagent connected"), 3)
-        self.assertNotIn("registering pdu failed", agent.output())
 
     def test_reload_keeps_one_session(self):
         self.start_home()
-        self.wait_until_served_by_us()
-        for count in (1, 2):
-            self.home.signal(signal.SIGHUP)
-            eventually(lambda: self.home.output().count("read again") == count, "no reload")
+        for _ in range(2):
+            self.home.reload()
         self.assert_idle(self.home)
         self.assertTrue(self.is_served_by_us())
         self.assertNotIn("re-opened", self.home.output())
-        self.assertNotIn("duplicate", self.master.output())
 
     def test_options_that_make_no_sense_are_refused(self):
         for options, text in ((("udp:127.0.0.1:1161",), "a subagent (-X) does not listen"), (("-x", ""), "-x is empty")):
@@ -105,23 +216,26 @@ class SubagentTest(Home, SnmpdCase):
             self.assertIn(text, agent.output())
 
 
-class PluginTest(Home, SnmpdCase):
-    def configure(self, *lines):
-        self.configure_snmpd(*lines, f"dlmod quorin {PLUGIN}", f"quorinStore {self.store}")
+class PluginTest(StockHome, SnmpdCase):
+    def configure_plugin(self):
+        self.configure_snmpd(f"dlmod quorin {PLUGIN}", f"quorinStore {self.store}")
 
     def start_home(self, *options):
         self.start_mirror()
-        self.configure()
+        self.configure_plugin()
         self.home = self.start_snmpd(*options, environment=plugin_environment())
+
+    def reload_home(self):
+        self.home.process.send_signal(signal.SIGHUP)
 
     def leave_home(self):
         self.configure_snmpd()
-        self.home.signal(signal.SIGHUP)
+        self.reload_home()
 
     def test_reload_does_not_interrupt_and_takes_settings_anew(self):
         self.start_home()
         self.wait_until_served_by_us()
-        self.home.signal(signal.SIGHUP)
+        self.reload_home()
         end = time.monotonic() + 1
         while time.monotonic() < end:
             self.assertTrue(self.is_served_by_us())
@@ -130,34 +244,27 @@ class PluginTest(Home, SnmpdCase):
 
         other = os.path.join(self.directory, "other")
         self.configure_snmpd(f"dlmod quorin {PLUGIN}", f"quorinStore {other}", "quorinDisableObjects nonsense")
-        self.home.signal(signal.SIGHUP)
-        self.home.wait_for_output(re.compile(f"{other}.*"))
-        self.home.wait_for_output(re.compile("there is no object group 'nonsense'"))
+        self.reload_home()
+        self.home.wait_for_output(other)
+        self.home.wait_for_output("there is no object group 'nonsense'")
         eventually(lambda: not self.is_served_by_us(), "the rows of the store that was left stay")
-        self.configure()
-        self.home.signal(signal.SIGHUP)
+        self.configure_plugin()
+        self.reload_home()
         self.wait_until_served_by_us()
 
         self.leave_home()
-        eventually(lambda: "quorin: unloaded" in self.home.output(), "not unloaded")
-        self.configure()
-        self.home.signal(signal.SIGHUP)
+        self.home.wait_for_output("quorin: unloaded")
+        self.configure_plugin()
+        self.reload_home()
         self.wait_until_served_by_us()
 
     def test_in_the_background(self):
-        self.start_mirror()
-        self.configure()
-        pid_file = os.path.join(self.directory, "pid")
-        log = os.path.join(self.directory, "log")
-        starter = self.start(SNMPD, "-C", "-c", self.snmpd_configuration, "-Lf", log, "-p", pid_file, "-I", "-smux",
-                             f"udp:127.0.0.1:{PORT}", environment=plugin_environment())
-        self.assertEqual(starter.wait(), 0)
+        log, pid_file = (os.path.join(self.directory, name) for name in ("log", "pid"))
+        self.start_home("-Lf", log, "-p", pid_file)
+        self.assertEqual(self.home.wait(), 0)
 
         def daemon():  # which writes the file after its parent has ended
-            if not os.path.exists(pid_file):
-                return 0
-            with open(pid_file, encoding="ascii") as file:
-                return int(file.read().strip() or 0)
+            return os.path.exists(pid_file) and int(read_file(pid_file) or 0)
 
         pid = eventually(daemon, "snmpd writes no pid file")
         try:
@@ -171,8 +278,8 @@ class PluginTest(Home, SnmpdCase):
         state = os.path.join(self.directory, "state-snmpd")
         os.mkdir(state)
         shutil.chown(state, "nobody", "nogroup")
-        self.start_home("-u", "nobody", "-g", "nogroup")
-        self.home.wait_for_output(re.compile("lock.mdb"))
+        self.start_home("-f", "-Le", "-u", "nobody", "-g", "nogroup")
+        self.home.wait_for_output("lock.mdb")
         eventually(self.client.answers, "snmpd does not answer")
         self.assertFalse(self.is_served_by_us())
         os.chown(os.path.join(self.store, "lock.mdb"), -1, pwd.getpwnam("nobody").pw_gid)

@@ -1,221 +1,204 @@
-"""Every table, in the context of every VRF, is row for row what the kernel has in that VRF's namespace."""
+"""VRFs with every kind of name, VRFs that come and go under walkers, hundreds at a start, and what is left in memory."""
 
+import concurrent.futures
+import contextlib
+import functools
 import os
+import random
+import re
+import subprocess
+import time
+import unittest
 
-from harness import eventually, main
-from harness.snmp import SYS_UP_TIME
-from harness.tables import (ADDR, ADDRESS, DYNAMIC, ENTERPRISE, IP, IP_TABLES, LOCAL, MEDIA, PHYSICAL, PREFIX, STATIC,
-                            VRF, VRF_IF, VRF_TABLES, inet, kernel_tables, read_tables, vrf_index)
-from harness.vrfcase import VrfCase
+from harness import PATIENCE, SnmpError, SystemCase, background, eventually, main
+from harness.kernel import vrf_index
+from harness.programs import BIN_DIR
+from harness.tables import ADDR, IF_INDEX_BITS, IP_TABLES, MEDIA, PHYSICAL, VRF, VRF_IF, VRF_TABLES, walk_table, walk_tables
+from harness.tools import read_file
 
-# What two VRFs and the default one share: interface names, addresses and neighbours.
-ADDRESSES = ("10.0.0.1/24", "10.0.0.2/24", "172.16.0.1/12", "2001:db8::1/64", "2001:db8::2/64", "fe80::1/64")
-NEIGHBOURS = (("10.0.0.7", "permanent"), ("10.0.0.8", "stale"), ("10.0.0.9", "reachable"), ("10.0.0.10", "failed"),
-              ("10.0.0.11", "noarp"), ("169.254.0.7", "permanent"), ("169.254.0.8", "stale"),
-              ("2001:db8::7", "permanent"), ("2001:db8::8", "stale"), ("2001:db8::a", "failed"),
-              ("fe80::7", "permanent"), ("fe80::8", "stale"))
-SERVED_NEIGHBOURS = [(address, state) for address, state in NEIGHBOURS if state not in ("failed", "noarp")]
+LONGEST_CONTEXT = 32  # net-snmp's access control ends there
+NAMES = ("r", "b.lue", "...", " ", "two words", "tab\there", "line\nbreak", 'quote"d', "back\\slash", "-n", "Zürich",
+         "緑", b"\xff\x80\xfe".decode("utf-8", "surrogateescape"), "vrf%s", "x" * 31, "ö" * 16, "x" * 33, "z" * 99,
+         "ü" * 50, "a.b c" * 20)
+WALKED = [f"w{number}" for number in range(3)]
+SCALE = [f"v{number:03}" for number in range(200)]
+POOL = [f"pool{number}" for number in range(10)]
+CHURN = int(os.environ.get("QUORIN_VRF_CHURN", "1000"))  # creations and removals of the memory test
+# How much a program may have grown after them. A VRF of the test takes 97 KB of the agent and 29 KB of the mirror
+# while it is there. What is seen is 220 to 310 KB for all 1,000, and 60 more for 4,000: pages that the allocator keeps.
+# The names recur, since net-snmp keeps 1 KB or so for each context name that it ever saw.
+MEMORY_BOUND_KB = 512
 
 
-class VrfsTest(VrfCase):
-    communities = ("red", "blue", "green")
+def contents(mark, neighbours=2):
+    """Everything in VRF number `mark` bears that number, under names and prefixes that all of them have."""
+    return ["link add a0 type veth peer name a0-p", "link set a0-p up", "link set a0 up",
+            f"addr add 10.{mark}.0.1/8 dev a0", f"addr add 2001:db8::{mark:x}/64 dev a0 nodad",
+            *(f"neigh add 10.{mark}.1.{n} lladdr 02:00:00:00:{mark:02x}:{n:02x} dev a0" for n in range(neighbours))]
 
-    def populate(self, namespace, mark, interface="a0"):
-        """The same in each VRF, but for the hardware addresses of the neighbours: these tell the VRFs apart."""
-        namespace.add_interface(interface, *ADDRESSES)
-        namespace.ip_batch([
-            f"neigh replace {address} {'' if state == 'failed' else f'lladdr 02:00:00:00:{mark:02x}:{n:02x}'} "
-            f"dev {interface} nud {state}" for n, (address, state) in enumerate(NEIGHBOURS)])
 
-    def add_vrf(self, name, mark):
-        namespace = self.vrfs.add(name)
-        self.populate(namespace, mark)
-        return namespace
+class WalkedVrf:
+    """One VRF that `change` makes, changes and removes at random, and `walk` walks meanwhile."""
 
-    def walk(self, client):
-        return read_tables(client.bulk_walk(IP), IP_TABLES)
+    def __init__(self, case, name, mark):
+        self.case, self.name, self.mark = case, name, mark
+        self.choice, self.creations, self.whole_walks = random.Random(mark), 0, 0
 
-    def expect_everything(self):
-        self.expect_context(self.default, self.namespace)
-        for name, namespace in self.vrfs.namespaces.items():
-            self.expect_context(self.community(f"c-{name}"), namespace, name)
+    def change(self):
+        namespace = self.case.vrfs.add(self.name, *contents(self.mark))
+        self.creations += 1
+        for host in self.choice.sample(range(250), self.choice.randrange(4)):
+            namespace.ip(f"addr add 10.{self.mark}.2.{host}/32 dev a0",
+                         f"neigh replace 10.{self.mark}.3.{host} lladdr 02:00:00:00:{self.mark:02x}:99 dev a0")
+            time.sleep(self.choice.random() / 5)
+        self.case.vrfs.remove(self.name)
+        time.sleep(self.choice.random() / 10)
+
+    def walk(self, tool):
+        try:
+            # The tools themselves stop with "OID not increasing" on a row out of order or repeated.
+            client = self.case.community(f"c-{self.name}", timeout=1)
+            tables = walk_tables(client, *IP_TABLES, may_be_torn=True, tool=tool)
+        except SnmpError as error:
+            if error.reason != "timeout":  # of a context that has not been there yet
+                raise
+            return
+        foreign = [index for index in tables[ADDR] if index != (127, 0, 0, 1) and index[:2] != (10, self.mark)]
+        # A row may outlive its neighbour by a moment; it has no hardware address then.
+        foreign += [row for entry, column in ((MEDIA, 2), (PHYSICAL, 4)) for row in tables[entry].values()
+                    if row.get(column, "")[:10] not in (f"02000000{self.mark:02x}", "")]
+        if foreign:
+            raise AssertionError(f"in {self.name}, but of another VRF: {foreign}")
+        self.whole_walks += len(tables[MEDIA]) >= 2
+
+
+class VrfsTest(SystemCase):
+    communities = (*WALKED, *POOL, *SCALE)
+
+    def expect_listed(self, names):
+        # The length comes first in such an index, so a shorter name comes before a longer one.
+        expected = sorted(map(vrf_index, names))
+        self.expect(lambda: list(walk_table(self.client, VRF, may_be_torn=True)), lambda: expected, "VRFs")
+
+    def test_names_of_any_bytes(self):
+        for name in NAMES[::2]:
+            self.vrfs.add(name)
+        self.start_system()
+        for name in NAMES[1::2]:
+            self.vrfs.add(name)
+        self.expect_listed(NAMES)
+        self.expect_vrf_tables()
+        for number, name in enumerate(NAMES):
+            data = os.fsencode(name)
+            self.vrfs.namespaces[name].ip(f"addr add 10.0.{number}.1/32 dev lo")
+            with self.subTest(name=name):
+                client = self.user(name)
+                if len(data) <= LONGEST_CONTEXT:
+                    self.wait_for_context(client)
+                    self.expect_context(name, client, IP_TABLES)
+                else:
+                    self.agent.wait_for_output(re.escape(data.decode("ascii", "ignore")[:20]) + f".* {len(data)} bytes")
+                    self.assertFalse(client.answers())
+        for name in NAMES[::3]:
+            self.vrfs.remove(name)
+        self.expect_listed(set(NAMES) - set(NAMES[::3]))
+        self.expect_vrf_tables()
+        self.assertEqual(self.mirror.lines(), [])
+
+    def test_names_that_are_none(self):
+        for name in ("red", "w" * 101, "default"):
+            self.vrfs.add(name)
+        self.start_system()
+        self.vrfs.add("blue")
+        with open(self.vrfs.file("nothing"), "w", encoding="ascii"):
+            os.symlink(f"/run/netns/{self.namespace.name}", self.vrfs.file("myself"))
+        for name, reason in {"w" * 101: ".* has 101 bytes", "nothing": "it is no network namespace",
+                             "myself": "it is the default VRF's namespace"}.items():
+            self.mirror.wait_for_output(f"ns-{name} is not served: {reason}")
+        self.expect_vrf_tables(["red", "blue"])
+
+    def test_walkers_while_vrfs_come_and_go(self):
+        self.start_system()
+        self.vrfs.add("stays", *contents(99))
+        self.expect_context("stays", self.user("stays"))
+        vrfs = [WalkedVrf(self, name, mark) for mark, name in enumerate(WALKED, 1)]
+        steps = [step for vrf in vrfs for step in
+                 (vrf.change, functools.partial(vrf.walk, "walk"), functools.partial(vrf.walk, "bulk_walk"))]
+        with background(*steps) as failures:
+            def is_enough():
+                self.check_vrf_tables()
+                return failures or all(vrf.creations >= 12 and vrf.whole_walks >= 5 for vrf in vrfs)
+
+            eventually(is_enough, lambda: f"{[(vrf.creations, vrf.whole_walks) for vrf in vrfs]}", timeout=3 * PATIENCE)
+        self.expect_vrf_tables()
+        self.expect_context("stays", self.user("stays"))
+        for vrf in vrfs:
+            self.vrfs.add(vrf.name, *contents(vrf.mark))
+            self.expect_context(vrf.name)
         self.expect_vrf_tables()
 
-    def test_overlapping_vrfs_in_every_context(self):
-        self.populate(self.namespace, 0x10)
-        red = self.add_vrf("red", 0x11)
+    def check_vrf_tables(self):
+        """The VRF that stays is always there, and no interface is without a name or has another one."""
+        tables = walk_tables(self.client, *VRF_TABLES, may_be_torn=True)
+        self.assertIn(vrf_index("stays"), tables[VRF])
+        self.assertLessEqual(set(tables[VRF]), {vrf_index(name) for name in ("stays", *WALKED)})
+        names = {(index >> IF_INDEX_BITS, row[1]) for (index,), row in tables[VRF_IF].items()}
+        self.assertEqual(len(names), len({number for number, _ in names}))
+
+    def test_memory_does_not_grow_with_what_has_been(self):
+        if "libasan" in subprocess.run(["ldd", os.path.join(BIN_DIR, "quorind")], capture_output=True, text=True,
+                                       check=True).stdout:
+            raise unittest.SkipTest("the address sanitizer keeps what was freed")
         self.start_system()
-        self.add_vrf("blue", 0x12)
-        self.vrfs.add("green")
-        for name, namespace in self.vrfs.namespaces.items():
-            self.wait_for_context(self.community(f"c-{name}"))
-            self.expect_context(self.user(name), namespace, name)
-        self.expect_everything()
-        self.expect_context(self.user(""), self.namespace)
+        self.rounds(1)
+        before, open_before = self.resident(), self.descriptors()
+        self.rounds(CHURN // len(POOL) - 1)
+        eventually(lambda: self.descriptors() == open_before, lambda: f"{self.descriptors()} open, not {open_before}")
+        grown = {name: kb - before[name] for name, kb in self.resident().items()}
+        print(f"{CHURN} VRFs made and removed; grown by, in KB: {grown}, at first {before}", flush=True)
+        self.assertLess(max(grown.values()), MEMORY_BOUND_KB)
 
-        with self.subTest("the rows themselves, as far as they do not come from the kernel's words"):
-            tables = self.walk(self.community("c-red"))
-            if_index = self.vrf_ids()["red"] << 20 | red.if_index("a0")
-            self.assertEqual(tables[ADDR][(172, 16, 0, 1)][3], "255.240.0.0")
-            self.assertEqual(tables[ADDRESS][(1, 4, 172, 16, 0, 1)][5],
-                             f"{PREFIX}.5.{if_index}.1.4.172.16.0.0.12")
-            self.assertIn((if_index, 1, 4, 172, 16, 0, 0, 12), tables[PREFIX])
-            self.assertNotIn((2, 16, *[0] * 15, 1), tables[ADDR])
-            kinds = {"permanent": STATIC, "stale": DYNAMIC, "reachable": DYNAMIC}
-            for number, (address, state) in enumerate(NEIGHBOURS):
-                row = tables[PHYSICAL].get((if_index, *inet(address)))
-                self.assertEqual(row is not None, (address, state) in SERVED_NEIGHBOURS, address)
-                if row:
-                    is_local = address.startswith(("169.254", "fe80"))
-                    self.assertEqual((row[4], row[6]), (f"0200000011{number:02x}", LOCAL if is_local else kinds[state]))
-            self.assertEqual({tuple(index[1:]): row[4] for index, row in tables[MEDIA].items()},
-                             {tuple(map(int, address.split("."))): kinds[state]
-                              for address, state in SERVED_NEIGHBOURS if ":" not in address})
-        with self.subTest("no neighbour of one VRF in another's context"):
-            for name, mark in (("red", "11"), ("blue", "12"), ("green", "")):
-                hardware = {row[4][8:10] for row in self.walk(self.community(f"c-{name}"))[PHYSICAL].values()}
-                self.assertEqual(hardware, {mark} - {""})
-        with self.subTest("times of neighbours are within the life of the agent"):
-            up = self.ticks(self.default.get(SYS_UP_TIME)[0])
-            for bind in self.community("c-blue").walk(f"{PHYSICAL}.5"):
-                self.assertTrue(0 <= self.ticks(bind) <= up + 100, bind)
-        with self.subTest("the VRF tables are in the default context alone"):
-            for client in (self.community("c-red"), self.user("green")):
-                self.assertEqual(read_tables(client.bulk_walk(ENTERPRISE), VRF_TABLES), {VRF: {}, VRF_IF: {}})
-        with self.subTest("GET, GETNEXT and GETBULK say the same"):
-            client = self.community("c-blue")
-            walked = [bind for bind in client.walk(IP) if bind.exists]
-            self.assertEqual([bind for bind in client.bulk_walk(IP) if bind.exists], walked)
-            self.assertEqual(client.get(*(bind.oid for bind in walked[:60])), walked[:60])
+    def rounds(self, count):
+        """Ten VRFs are made, served whole, and removed, over and over, under the same names."""
+        last = self.client_of(POOL[-1]).impatient()
+        for _ in range(count):
+            for mark, name in enumerate(POOL, 1):
+                self.vrfs.add(name, *contents(mark, neighbours=20))
+            self.expect_listed(POOL)
+            self.expect(lambda: len(walk_table(last, MEDIA, may_be_torn=True)), lambda: 20, "neighbours of the last VRF")
+            for name in POOL:
+                self.vrfs.remove(name)
+            self.expect_listed([])
 
-    @staticmethod
-    def ticks(bind):
-        return int(bind.value.split(")")[0].strip("("))
+    def descriptors(self):
+        return {program.name: len(os.listdir(f"/proc/{program.pid}/fd")) for program in (self.agent, self.mirror)}
 
-    def test_changes_while_it_runs(self):
-        red, blue = self.add_vrf("red", 0x11), self.add_vrf("blue", 0x12)
-        self.start_system()
-        self.wait_for_context(self.community("c-blue"))
-        self.expect_everything()
-        steps = (
-            ("address added", red, ["addr add 10.0.9.1/30 dev a0", "addr add 2001:db8:9::1/48 dev a0"]),
-            ("address deleted", red, ["addr del 172.16.0.1/12 dev a0", "addr del 2001:db8:9::1/48 dev a0"]),
-            ("the first of two addresses with one prefix deleted", red, ["addr del 2001:db8::1/64 dev a0"]),
-            ("prefix length changed", blue, ["addr del 2001:db8::2/64 dev a0", "addr add 2001:db8::2/56 dev a0"]),
-            ("one address on two interfaces", blue, ["link add a1 type veth peer name a1-p", "link set a1-p up",
-                                                     "link set a1 up", "addr add 10.0.0.1/28 dev a1"]),
-            ("and the first of them down", blue, ["link set a0 down"]),
-            ("and up again", blue, ["link set a0 up", "neigh replace 10.0.0.7 lladdr 02:00:00:00:12:77 dev a0"]),
-            ("neighbour added", red, ["neigh add 10.0.0.77 lladdr 02:00:00:00:11:77 dev a0",
-                                      "neigh add 2001:db8::77 lladdr 02:00:00:00:11:78 dev a0 nud stale"]),
-            ("hardware address changed", red, ["neigh replace 10.0.0.77 lladdr 02:00:00:00:11:79 dev a0",
-                                               "neigh replace fe80::8 lladdr 02:00:00:00:11:7a dev a0 nud stale"]),
-            ("dynamic becomes static, and back", red, ["neigh replace 10.0.0.8 dev a0 nud permanent",
-                                                       "neigh replace 10.0.0.7 dev a0 nud stale"]),
-            ("neighbour deleted", red, ["neigh del 10.0.0.77 dev a0", "neigh del fe80::7 dev a0"]),
-            ("neighbour not resolved any more", red, ["neigh replace 2001:db8::77 dev a0 nud failed"]),
-            ("all neighbours flushed", red, ["neigh flush all nud all"]),
-            ("interface renamed", red, ["link set a0 down", "link set a0 name b0", "link set b0 up"]),
-            ("interface deleted", red, ["link del b0"]),
-            ("interface made again", red, ["link add a0 type veth peer name a0-p", "link set a0-p up",
-                                           "link set a0 up", "addr add 10.0.0.1/24 dev a0"]),
-        )
-        for what, namespace, lines in steps:
-            with self.subTest(what):
-                before = kernel_tables(namespace)
-                namespace.ip_batch(lines)
-                self.assertNotEqual(kernel_tables(namespace), before, "the step changes nothing")
-                self.expect_everything()
+    def resident(self):
+        """KB that a program has in memory for itself, without the store, which it shares."""
+        return {program.name: int(re.search(r"RssAnon:\s+(\d+)", read_file(f"/proc/{program.pid}/status"))[1])
+                for program in (self.agent, self.mirror)}
 
-    def test_neighbours_that_the_kernel_resolves_itself(self):
-        peer = self.vrfs.add("blue", "link add b0 type veth peer name a0", "link set b0 up",
-                             "addr add 10.0.0.2/24 dev b0", "addr add 2001:db8::2/64 dev b0 nodad")
-        red = self.vrfs.add("red")
-        self.start_system()
-        peer.ip("link", "set", "a0", "netns", red.file)
-        red.ip_batch(["link set a0 up", "addr add 10.0.0.1/24 dev a0", "addr add 2001:db8::1/64 dev a0 nodad"])
-        for target in ("10.0.0.2", "2001:db8::2"):
-            red.run("python3", "-c", "import socket,sys; a = sys.argv[1]; socket.socket(socket.AF_INET6 if ':' in a else "
-                    "socket.AF_INET, socket.SOCK_DGRAM).sendto(b'', (a, 9))", target)
+    def test_two_hundred_at_start(self):
+        for number, name in enumerate(SCALE):
+            self.vrfs.add(name, f"addr add 10.0.{number}.1/32 dev lo", f"addr add 2001:db8::{number:x}/128 dev lo")
+        self.start_mirror()
+        for _ in range(2):
+            self.start_agent()
+            self.wait_until_complete()
+            eventually(self.all_answer, "not all contexts answer")
+            self.expect_listed(SCALE)
+            self.assertEqual(self.vrf_ids().keys(), set(SCALE))
+            self.assertEqual(self.agent.stop(), 0)
 
-        def resolved():
-            return {entry["dst"] for entry in red.ip_json("neigh") if "lladdr" in entry} >= {"10.0.0.2", "2001:db8::2"}
+    def all_answer(self):
+        """Whether each context answers, with its own address and no other."""
+        def shows_its_own(number):
+            with contextlib.suppress(SnmpError):
+                shown = self.addresses(self.community(f"c-{SCALE[number]}", timeout=1))
+                return set(shown) == {(10, 0, number, 1), (127, 0, 0, 1)}
 
-        eventually(resolved, "the kernel does not find the peer")
-        self.expect_everything()
-        rows = self.walk(self.community("c-red"))[MEDIA]
-        self.assertEqual([(index[1:], row[4]) for index, row in rows.items()], [((10, 0, 0, 2), DYNAMIC)])
-
-    def test_interface_moves_from_vrf_to_vrf(self):
-        red, blue = self.vrfs.add("red"), self.vrfs.add("blue")
-        self.start_system()
-        red.ip_batch(["link add m0 type veth peer name m0-p"])
-        places = [red, blue, self.namespace, red, self.namespace, blue]
-        for at, place in enumerate(places):
-            if at > 0:
-                target = place.file if place is not self.namespace else place.name
-                places[at - 1].ip("link", "set", "m0", "netns", target)
-            place.ip_batch(["link set m0 up", "addr add 10.3.0.1/24 dev m0",
-                            "neigh add 10.3.0.9 lladdr 02:00:00:00:00:09 dev m0"])
-            with self.subTest(at=at):
-                self.expect_everything()
-                clients = {red: self.community("c-red"), blue: self.community("c-blue"), self.namespace: self.default}
-                shown = [name for name, client in clients.items() if (10, 3, 0, 1) in self.walk(client)[ADDR]]
-                self.assertEqual(shown, [place])
-
-    def test_nothing_can_be_set(self):
-        red = self.add_vrf("red", 0x11)
-        self.populate(self.namespace, 0x10)
-        self.start_system()
-        self.wait_for_context(self.community("c-red"))
-        self.expect_everything()
-        letters = {"INTEGER": "i", "Gauge32": "u", "Timeticks": "t", "IpAddress": "a", "OID": "o", "Hex-STRING": "x",
-                   "STRING": "s", "BITS": "x"}
-        for client, entries in ((self.community("w-red"), IP_TABLES), (self.user("red"), IP_TABLES),
-                                (self.default, (*IP_TABLES, VRF, VRF_IF))):
-            columns = {}
-            for entry in entries:
-                for bind in client.bulk_walk(entry):
-                    columns.setdefault((entry, bind.oid[len(entry) + 1:].split(".")[0]), bind)
-            self.assertEqual({entry for entry, _ in columns}, set(entries))
-            for (entry, column), bind in columns.items():
-                value = str(self.ticks(bind)) if bind.type == "Timeticks" else bind.value or "x"
-                with self.subTest(entry=entry, column=column):
-                    self.assertEqual(client.set_error((bind.oid, letters[bind.type], value)), "notWritable")
-        for entry, row in ((PHYSICAL, f"{red.if_index('a0')}.1.4.10.0.0.99"), (ADDRESS, "1.4.10.0.0.99")):
-            status = 8 if entry == PHYSICAL else 10
-            self.assertEqual(self.community("w-red").set_error((f"{entry}.{status}.{row}", "i", "4")), "notWritable")
-        self.expect_everything()
-
-    def test_what_only_the_configuration_knows(self):
-        file = os.path.join(self.directory, "mirror.yaml")
-
-        def configure(text):
-            with open(file, "w", encoding="utf-8") as config:
-                config.write(text)
-
-        red = self.vrfs.add("red")
-        self.vrfs.add("blue")
-        configure('vrfs:\n  red:\n    routeDistinguisher: "65000:1"\n  none:\n    routeDistinguisher: "1:1"\n')
-        self.mirror = self.start_mirror("--config", file)
-        self.agent = self.start_agent()
-        self.wait_until_complete()
-
-        def row(name):
-            return read_tables(self.default.bulk_walk(VRF), [VRF], may_be_torn=True)[VRF].get(vrf_index(name))
-
-        eventually(lambda: row("red") == {2: "00", 3: b"65000:1".hex(), 4: "1"}, lambda: row("red"))
-        eventually(lambda: row("blue") == {2: "00", 3: "", 4: "1"}, lambda: row("blue"))
-        red.sysctl("net.ipv4.ip_forward", 1)
-        eventually(lambda: row("red")[2] == "80", lambda: row("red"))
-        red.sysctl("net.ipv6.conf.all.forwarding", 1)
-        eventually(lambda: row("red")[2] == "c0", lambda: row("red"))
-        red.sysctl("net.ipv4.ip_forward", 0)
-        eventually(lambda: row("red")[2] == "40", lambda: row("red"))
-        self.assertEqual(row("blue")[2], "00")
-        configure('vrfs:\n  blue:\n    routeDistinguisher: "192.0.2.1:7"\n')
-        eventually(lambda: (row("red")[3], row("blue")[3]) == ("", b"192.0.2.1:7".hex()), "the file is not taken up")
-        self.assertIsNone(row("none"))
+        with concurrent.futures.ThreadPoolExecutor(4) as pool:
+            return all(pool.map(shows_its_own, range(len(SCALE))))
 
 
 if __name__ == "__main__":

@@ -1,78 +1,75 @@
-"""The frame of a black-box test: one namespace, one store, one configuration."""
+"""The frame of a black-box test: a namespace, a directory of VRFs, a store, a configuration, and who may ask."""
 
-import contextlib
 import os
 import shutil
 import signal
 import sys
 import tempfile
-import threading
-import time
 import unittest
 
-from harness.namespace import PATIENCE, Namespace
+from harness.kernel import kernel_tables, vrf_tables
+from harness.namespace import Namespace, VrfDirectory
 from harness.programs import BIN_DIR, Program
-from harness.snmp import IP_FORWARDING, Client
-from harness.tables import kernel_rows
+from harness.snmp import IP_FORWARDING, SYS_UP_TIME, Client, SnmpError
+from harness.tables import (ADDR, CONTEXT_TABLES, IF_INDEX_BITS, VRF_IF, VRF_TABLES, TornWalk, difference, walk_table,
+                            walk_tables)
+from harness.tools import eventually
 
 LISTEN = "udp:127.0.0.1:1161"
-CONFIGURATION = "rwcommunity private 127.0.0.1\n"
+# Every community may read one context and write none, or both; the user may read all of them.
+ACCESS = """
+sysName router
+sysContact nobody
+view all included .1
+com2sec all default public
+com2sec writer default private
+group readers v2c all
+group writers v2c writer
+access readers "" v2c noauth prefix all none none
+access writers "" v2c noauth prefix all all none
+createUser alice SHA authentic-pass AES private-pass
+group operators usm alice
+access operators "" usm priv prefix all all none
+"""
 SKIPPED = 77  # what ctest knows as "skipped"
 
 
-def eventually(condition, what, timeout=PATIENCE, interval=0.01):
-    """Asks again until the condition holds; `what` says what did not come true. Returns what the condition gave."""
-    end = time.monotonic() + timeout
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > end:
-            raise AssertionError(f"not within {timeout} s: {what() if callable(what) else what}")
-        time.sleep(interval)
-
-
-@contextlib.contextmanager
-def background(step):
-    """Calls `step` over and over in a thread of its own until the block ends. What goes wrong there fails the block."""
-    ended, failures = threading.Event(), []
-
-    def work():
-        try:
-            while not ended.is_set():
-                step()
-        except Exception as error:  # pylint: disable=broad-except; raised in the caller's thread
-            failures.append(error)
-
-    thread = threading.Thread(target=work)
-    thread.start()
-    try:
-        yield
-    finally:
-        ended.set()
-        thread.join()
-    if failures:
-        raise failures[0]
-
-
 class SystemCase(unittest.TestCase):
-    """Gives each test a namespace, a private directory for store and configuration, and a client."""
+    """Gives each test what it needs, and removes it again."""
+
+    communities = ()  # names of VRFs; the community of red is "c-red", and "w-red" may write
+    agent_address = LISTEN
 
     def setUp(self):
         self.programs = []
+        self.numbers = {}
         self.directory = tempfile.mkdtemp(prefix="qt-", dir="/dev/shm" if os.path.isdir("/dev/shm") else None)
         self.addCleanup(shutil.rmtree, self.directory, ignore_errors=True)
         self.namespace = Namespace()
         self.addCleanup(self.namespace.close)
         self.addCleanup(self.stop_programs)
+        self.vrfs = VrfDirectory(os.path.join(self.directory, "netns"))
+        self.addCleanup(self.vrfs.close)
         self.store = os.path.join(self.directory, "store")
-        self.configuration = os.path.join(self.directory, "quorind.conf")
-        self.write_configuration(CONFIGURATION)
-        self.client = Client(self.namespace)
+        self.access = ACCESS + "".join(
+            f'com2sec -Cn "{name}" {who} default "{letter}-{name}"\n'
+            for name in self.communities for letter, who in (("c", "all"), ("w", "writer")))
+        self.configuration = self.write_file("quorind.conf", self.access)
+        self.client = self.community("private")
 
-    def write_configuration(self, text):
-        with open(self.configuration, "w", encoding="utf-8") as file:
+    def write_file(self, name, text):
+        path = os.path.join(self.directory, name)
+        with open(path, "w", encoding="utf-8") as file:
             file.write(text)
+        return path
+
+    def configure(self, *lines):
+        """The agent's configuration is who may ask, and these lines. An agent that runs reads it at a reload."""
+        self.write_file("quorind.conf", self.access + "".join(line + "\n" for line in lines))
+
+    def reconfigure(self, *lines):
+        self.configure(*lines)
+        self.agent.reload()
 
     def stop_programs(self):
         """Whatever a test left running must still stop cleanly."""
@@ -92,17 +89,19 @@ class SystemCase(unittest.TestCase):
         self.programs.append(program)
         return program
 
-    def start_mirror(self):
-        return self.start("quorin-mirrord", "-f", "--store", self.store)
+    def start_mirror(self, *options):
+        self.mirror = self.start("quorin-mirrord", "-f", "--store", self.store, "--netns-dir", self.vrfs.path, *options)
+        return self.mirror
 
-    def start_agent(self, *arguments, listen=LISTEN, environment=None):
-        options = ("-f", "-C", "-c", self.configuration, "--store", self.store)
-        return self.start("quorind", *options, *arguments, listen, environment=environment)
+    def start_agent(self, *options, listen=None, environment=None):
+        self.agent = self.start("quorind", "-f", "-C", "-c", self.configuration, "--store", self.store, *options,
+                                listen or self.agent_address, environment=environment)
+        return self.agent
 
-    def start_system(self):
+    def start_system(self, *mirror_options):
         """Mirror and agent, running and complete."""
-        self.mirror = self.start_mirror()
-        self.agent = self.start_agent()
+        self.start_mirror(*mirror_options)
+        self.start_agent()
         self.wait_until_complete()
 
     def wait_until_complete(self):
@@ -110,18 +109,80 @@ class SystemCase(unittest.TestCase):
 
         def complete():
             for program in self.programs:
-                self.assertTrue(program.running or not program.is_expected_to_run, f"{program.name} ended; it said:\n{program.output()}")
+                if program.is_expected_to_run and not program.running:
+                    self.fail(f"{program.name} ended; it said:\n{program.output()}")
             return waiting.has(IP_FORWARDING)
 
         eventually(complete, "the agent does not answer ipForwarding.0")
 
-    def expect_rows(self, expected=None):
-        """The agent's ipAddrTable becomes the expected one, by default the kernel's, and nothing else."""
-        def wanted():
-            return kernel_rows(self.namespace) if expected is None else expected
+    def community(self, name, timeout=5):
+        return Client(self.namespace, self.agent_address, ("-v2c", "-c", name), timeout)
 
-        eventually(lambda: self.client.ip_addr_rows() == wanted(),
-                   lambda: f"agent {self.client.ip_addr_rows()}\nexpected {wanted()}")
+    def user(self, context, name="alice"):
+        access = ("-v3", "-u", name, "-l", "authPriv", "-a", "SHA", "-A", "authentic-pass", "-x", "AES", "-X",
+                  "private-pass", "-n", context)
+        return Client(self.namespace, self.agent_address, access)
+
+    def client_of(self, name):
+        """Asks in the context of that VRF; None is the default one."""
+        return self.community(f"c-{name}") if name else self.client
+
+    def wait_for_context(self, client):
+        waiting = client.impatient()
+        eventually(lambda: waiting.has(SYS_UP_TIME), "the context does not answer")
+
+    def addresses(self, client=None):
+        """ipAddrTable, as far as a walk saw it."""
+        return walk_table(client or self.client, ADDR, may_be_torn=True)
+
+    def vrf_ids(self):
+        """name -> number, from the interfaces of the VRFs. No number may stand for two names."""
+        ids = {}
+        for (index,), row in walk_table(self.client, VRF_IF).items():
+            name, number = bytes.fromhex(row[1]).decode("utf-8", "surrogateescape"), index >> IF_INDEX_BITS
+            if number:  # interfaces of VRF devices have none
+                self.assertEqual(ids.setdefault(number, name), name)
+        return {name: number for number, name in ids.items()}
+
+    def vrf_id(self, name):
+        """A VRF keeps its number, so it is asked for once. The default VRF is None."""
+        if name and name not in self.numbers:
+            self.numbers = self.vrf_ids()
+        return self.numbers[name] if name else 0
+
+    def expect(self, served, expected, what):
+        """`served` becomes what `expected` gives. Both are asked again and again, since both may change."""
+        last = {}
+
+        def same():
+            try:
+                last["served"], last["expected"] = served(), expected()
+            except (TornWalk, SnmpError, KeyError) as error:
+                last["served"] = error
+                return False
+            return last["served"] == last["expected"]
+
+        eventually(same, lambda: f"{what}: {difference(last['served'], last.get('expected'))}", interval=0.02)
+
+    def expect_context(self, name=None, client=None, entries=CONTEXT_TABLES):
+        """The tables of a VRF's context are the kernel's, row for row."""
+        namespace = self.vrfs.namespaces[name] if name else self.namespace
+        self.expect(lambda: walk_tables(client or self.client_of(name), *entries),
+                    lambda: kernel_tables(namespace, self.vrf_id(name), entries), f"context {name}")
+
+    def expect_vrf_tables(self, names=None, distinguishers=()):
+        """The VRF tables list these VRFs, by default every one that was made."""
+        namespaces = {name: self.vrfs.namespaces[name] for name in names or self.vrfs.namespaces}
+        self.expect(lambda: walk_tables(self.client, *VRF_TABLES),
+                    lambda: vrf_tables(namespaces, self.vrf_id, dict(distinguishers)), "VRFs")
+
+    def expect_one_answer(self, client, root):
+        """GET, GETNEXT and GETBULK give the same values; returns them."""
+        walked = [bind for bind in client.walk(root) if bind.exists]
+        self.assertEqual([bind for bind in client.bulk_walk(root) if bind.exists], walked)
+        for some in (walked[:60], walked[-60:]):
+            self.assertEqual(client.get(*(bind.oid for bind in some)), some)
+        return walked
 
     def report(self):
         """What the programs said last, for a failed test."""
@@ -135,7 +196,7 @@ class Result(unittest.TextTestResult):
     """Shows each failure at once, and what the programs said."""
 
     def show(self, test, err):
-        self.stream.writeln(f"{test}: {str(err[1])[:400]}")
+        self.stream.writeln(f"{test}: {str(err[1])[:4000]}")
         if isinstance(test, SystemCase):
             self.stream.write(test.report())
 

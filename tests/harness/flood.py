@@ -6,7 +6,7 @@ import socket
 import subprocess
 import sys
 
-from harness.namespace import CommandFailed
+from harness.tools import CommandFailed
 
 GET, GET_NEXT = 0xA0, 0xA1
 

@@ -1,36 +1,21 @@
-"""A network namespace of a test's own."""
+"""Network namespaces of a test's own, and a directory of them that no other mirror reads."""
 
 import itertools
 import json
 import os
-import subprocess
 
-# How long a test waits, in seconds, for what must come true. A wait ends when it does, so this is only ever used up by a
-# failure; it is ample, since the machine may be busy with other work.
-PATIENCE = 60
-
-
-class CommandFailed(Exception):
-    pass
-
-
-def run_command(command, input_text=None, check=True):
-    """Runs a command and returns its CompletedProcess; a failure names the command and its own words."""
-    done = subprocess.run(command, input=input_text, capture_output=True, text=True, timeout=2 * PATIENCE)
-    if check and done.returncode != 0:
-        raise CommandFailed(f"{' '.join(command)}: status {done.returncode}: {done.stderr.strip()}")
-    return done
+from harness.tools import run_command
 
 
 class Namespace:
-    """Named <prefix>-<pid>-<number>, so that tests run in parallel; lo is up. `close` removes it and what is in it."""
+    """Named qt-<pid>-<number>, so that tests run in parallel; lo is up. `close` removes it and its contents."""
 
     numbers = itertools.count()
 
-    def __init__(self, prefix="qt"):
-        self.name = f"{prefix}-{os.getpid()}-{next(self.numbers)}"
+    def __init__(self):
+        self.name = f"qt-{os.getpid()}-{next(self.numbers)}"
         run_command(["ip", "netns", "add", self.name])
-        self.ip("link", "set", "lo", "up")
+        self.ip("link set lo up")
 
     def close(self):
         run_command(["ip", "netns", "del", self.name], check=False)
@@ -45,30 +30,75 @@ class Namespace:
     def ip_command(self, *arguments):
         return ["ip", "-n", self.name, *arguments]
 
-    def ip(self, *arguments):
-        run_command(self.ip_command(*arguments))
-
-    def ip_batch(self, lines):
-        """Many `ip` commands in one process; stops at the first that fails."""
+    def ip(self, *lines):
+        """`ip` commands in one process, which stops at the first that fails."""
         run_command(self.ip_command("-batch", "-"), input_text="\n".join(lines) + "\n")
 
     def ip_json(self, *arguments):
         return json.loads(run_command(self.ip_command("-j", *arguments)).stdout or "[]")
 
-    def add_interface(self, name, *addresses, up=True):
+    def add_interface(self, name, *addresses):
         """A veth whose other end, `<name>-p`, stays in the same namespace and is up, so that there is a carrier."""
-        self.ip_batch([f"link add {name} type veth peer name {name}-p", f"link set {name}-p up",
-                       *([f"link set {name} up"] if up else []),
-                       *(f"addr add {address} dev {name}" for address in addresses)])
-
-    def add_address(self, interface, *address):
-        self.ip("addr", "add", *address, "dev", interface)
-
-    def del_address(self, interface, *address):
-        self.ip("addr", "del", *address, "dev", interface)
+        self.ip(f"link add {name} type veth peer name {name}-p", f"link set {name}-p up", f"link set {name} up",
+                *(f"addr add {address} dev {name}" for address in addresses))
 
     def if_index(self, interface):
         return self.ip_json("link", "show", "dev", interface)[0]["ifindex"]
 
     def sysctl(self, name, value):
         self.run("sysctl", "-q", "-w", f"{name}={value}")
+
+    def send(self, target, count=1):
+        """Sends as many UDP datagrams of 100 bytes to the discard port."""
+        self.run("python3", "-c", "import socket,sys; a = sys.argv[1]; s = socket.socket(socket.AF_INET6 if ':' in a else "
+                 "socket.AF_INET, socket.SOCK_DGRAM); [s.sendto(bytes(100), (a, 9)) for n in range(int(sys.argv[2]))]",
+                 target, str(count))
+
+
+class VrfNamespace(Namespace):
+    """A namespace that a mount on a file holds; lo is down."""
+
+    def __init__(self, file):  # pylint: disable=super-init-not-called
+        self.name = self.file = file
+        with open(file, "x", encoding="ascii"):
+            pass
+        run_command(["unshare", f"--net={file}", "true"])
+
+    def close(self):
+        run_command(["umount", "--lazy", "--no-canonicalize", self.file])
+        os.unlink(self.file)
+
+    def wrap(self, command):
+        return ["nsenter", f"--net={self.file}", *command]
+
+    def ip_command(self, *arguments):
+        return self.wrap(["ip", *arguments])
+
+
+class VrfDirectory:
+    """What a mirror gets as --netns-dir: `add("red")` is `ip netns add ns-red` there. `close` removes all of it."""
+
+    def __init__(self, path):
+        self.path = path
+        self.namespaces = {}
+        os.mkdir(path)
+        # A program that was started in a namespace sees only mounts below a shared one.
+        run_command(["mount", "--bind", path, path])
+        run_command(["mount", "--make-shared", path])
+
+    def file(self, name):
+        return os.path.join(self.path, f"ns-{name}")
+
+    def add(self, name, *lines):
+        """A VRF with lo up and whatever else the `ip` commands make."""
+        namespace = self.namespaces[name] = VrfNamespace(self.file(name))
+        namespace.ip("link set lo up", *lines)
+        return namespace
+
+    def remove(self, name):
+        self.namespaces.pop(name).close()
+
+    def close(self):
+        for name in list(self.namespaces):
+            self.remove(name)
+        run_command(["umount", "--lazy", self.path])

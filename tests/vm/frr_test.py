@@ -61,7 +61,7 @@ class FrrTest(DeviceCase):
         return started
 
     def routes(self, vrf):
-        self.reading.again()
+        self.ask.cache_clear()
         return {route["dst"]: route for family in ("-4", "-6")
                 for route in self.devices[vrf].ip_json(family, "route", "show", "table", "main")}
 
@@ -73,15 +73,14 @@ class FrrTest(DeviceCase):
 
     def setUp(self):
         super().setUp()
-        with open(f"{self.directory}/vtysh.conf", "w", encoding="utf-8") as file:
-            file.write("username root nopassword\n")
+        self.write_file("vtysh.conf", "username root nopassword\n")
         for number, vrf in enumerate(VRFS):
             self.add_device(vrf, 1001 + number, f"a-{vrf}")
-            self.namespace.ip_batch([f"addr add 10.0.0.1/24 dev a-{vrf}", f"addr add 2001:db8::1/64 dev a-{vrf} nodad"])
+            self.namespace.ip(f"addr add 10.0.0.1/24 dev a-{vrf}", f"addr add 2001:db8::1/64 dev a-{vrf} nodad")
         for ends in (("c-red", "c-blue"), ("u-blue", "u-green")):
-            self.namespace.ip_batch([f"link add {ends[0]} type veth peer name {ends[1]}",
-                                     *(f"link set {end} master {end[2:]} up" for end in ends)])
-        self.namespace.ip_batch(["addr add 10.100.0.1/24 dev c-red", "addr add 10.100.0.2/24 dev c-blue"])
+            self.namespace.ip(f"link add {ends[0]} type veth peer name {ends[1]}",
+                              *(f"link set {end} master {end[2:]} up" for end in ends))
+        self.namespace.ip("addr add 10.100.0.1/24 dev c-red", "addr add 10.100.0.2/24 dev c-blue")
         self.namespace.add_interface("d0", "10.0.1.1/24")
 
     def test_routes_of_zebra_staticd_and_bgpd(self):
@@ -97,16 +96,16 @@ class FrrTest(DeviceCase):
             self.expect_route("red", "172.20.9.0/24", lambda route: route and route["protocol"] == "196")
             self.expect_route("blue", "172.20.9.0/24", lambda route: route)
         with self.subTest("a link is down, and up again"):
-            self.namespace.ip("link", "set", "c-red", "down")
+            self.namespace.ip("link set c-red down")
             self.expect_route("red", "172.21.0.0/16", lambda route: not route)
-            self.namespace.ip("link", "set", "c-red", "up")
+            self.namespace.ip("link set c-red up")
             self.expect_route("red", "172.21.0.0/16", lambda route: route)
         with self.subTest("FRR is killed, which leaves its routes behind, and started again"):
             for program in frr.values():
                 program.kill()
-            self.namespace.ip("link", "set", "a-red", "down")  # takes routes away that zebra knows nothing of now
+            self.namespace.ip("link set a-red down")  # takes routes away that zebra knows nothing of now
             self.expect_everything()
-            self.namespace.ip("link", "set", "a-red", "up")
+            self.namespace.ip("link set a-red up")
             frr = self.start_frr()
             self.expect_route("green", "172.21.0.0/16", lambda route: "inet6" in str(route))
         with self.subTest("bgpd ends"):

@@ -2,9 +2,9 @@
 
 from device_case import DeviceCase
 from harness import eventually, main
-from harness.routes import ROUTE, kernel_route_table
-from harness.tables import ADDR, IP
-from harness.vrf import DeviceVrf
+from harness.kernel import kernel_tables
+from harness.snmp import Client
+from harness.tables import ADDR, IP, ROUTE
 
 MANY = [f"many{number}" for number in range(20)]
 # The same in each VRF: addresses, prefixes, neighbours and routes that overlap. Lines for `ip -batch`.
@@ -19,10 +19,10 @@ CONTENTS = ("addr add 10.0.0.1/24 dev {0}", "addr add 10.0.0.2/24 dev {0}", "add
 
 
 class VrfDevicesTest(DeviceCase):
-    communities = ("red", "blue", "green", "ns", *MANY)
+    communities = ("red", "blue", "green", "ns", "manager-red", "manager-blue", *MANY)
 
     def fill(self, interface, mark, table="main"):
-        self.namespace.ip_batch([line.format(interface, mark, table) for line in CONTENTS])
+        self.namespace.ip(*(line.format(interface, mark, table) for line in CONTENTS))
 
     def start_with_two(self):
         """One made before the programs, one after, with the same in both and in the default VRF; and a namespace."""
@@ -57,12 +57,12 @@ class VrfDevicesTest(DeviceCase):
         )
         for what, lines in steps:
             with self.subTest(what):
-                self.namespace.ip_batch(lines)
+                self.namespace.ip(*lines)
                 self.expect_everything()
         with self.subTest("device renamed"):
-            self.namespace.ip_batch(["link set blue down", "link set blue name green", "link set green up"])
+            self.namespace.ip("link set blue down", "link set blue name green", "link set green up")
             del self.devices["blue"]
-            self.devices["green"] = DeviceVrf(self.reading, "green")
+            self.devices["green"] = self.device_vrf("green")
             self.expect_everything()
             self.expect_no_rows("blue")
         with self.subTest("deleted, and made again with another table"):
@@ -70,7 +70,7 @@ class VrfDevicesTest(DeviceCase):
             self.expect_everything()
             self.expect_no_rows("green")
             self.add_device("green", 1005)
-            self.namespace.ip_batch(["link set b0 master green", "route add 10.8.0.0/16 via 10.0.0.9 table 1005"])
+            self.namespace.ip("link set b0 master green", "route add 10.8.0.0/16 via 10.0.0.9 table 1005")
             self.expect_everything()
         with self.subTest("the programs started again"):
             for program in (self.agent, self.mirror):
@@ -80,15 +80,15 @@ class VrfDevicesTest(DeviceCase):
 
     def test_routes_leak_between_vrfs(self):
         self.start_with_two()
-        self.namespace.ip_batch([
+        self.namespace.ip(
             "route add 10.20.0.0/16 dev b0 table 1001", "route add 10.21.0.0/16 via 10.0.0.9 dev b0 onlink table 1001",
             "route add 10.22.0.0/16 dev d0 table 1002", "route add 10.23.0.0/16 dev red",
             "route add 10.24.0.0/16 dev blue table 1001", "route add 2001:db8:20::/48 dev b0 table 1001",
             "nexthop add id 1 via 10.0.0.9 dev r0", "nexthop add id 2 via 10.0.0.10 dev b0",
             "nexthop add id 3 group 1/2", "route add 10.25.0.0/16 nhid 3 table 1001", "route add 10.25.0.0/16 nhid 1",
-            "route add 10.26.0.0/16 table 1002 nexthop via 10.0.0.9 dev b0 nexthop dev red"])
+            "route add 10.26.0.0/16 table 1002 nexthop via 10.0.0.9 dev b0 nexthop dev red")
         self.expect_everything()
-        self.namespace.ip("link", "set", "b0", "nomaster")
+        self.namespace.ip("link set b0 nomaster")
         self.expect_everything()
         self.remove_device("red")
         self.expect_everything()
@@ -98,13 +98,13 @@ class VrfDevicesTest(DeviceCase):
         self.start_system()
         for again in range(2):
             with self.subTest(again=again):
-                self.namespace.ip_batch([line for n, name in enumerate(MANY) for line in (
+                self.namespace.ip(*(line for n, name in enumerate(MANY) for line in (
                     f"link add {name} type vrf table {2000 + n}", f"link set {name} up", f"link add i{n} type dummy",
                     f"link set i{n} master {name}", f"link set i{n} up",
-                    *(text.format(f"i{n}", n, 2000 + n) for text in CONTENTS))])
-                self.devices = {name: DeviceVrf(self.reading, name) for name in MANY}
+                    *(text.format(f"i{n}", n, 2000 + n) for text in CONTENTS))))
+                self.devices = {name: self.device_vrf(name) for name in MANY}
                 self.expect_everything()
-                self.namespace.ip_batch([f"link del {name}" for name in (*MANY, *(f"i{n}" for n in range(len(MANY))))])
+                self.namespace.ip(*(f"link del {name}" for name in (*MANY, *(f"i{n}" for n in range(len(MANY))))))
                 self.devices = {}
                 self.expect_everything()
                 self.expect_no_rows(MANY[-1])
@@ -124,16 +124,34 @@ class VrfDevicesTest(DeviceCase):
         """The table's routes are those of both, and stay with one when the other goes."""
         self.start_with_two()
         self.add_device("green", 1001, "g0")
-        self.namespace.ip_batch(["addr add 10.7.0.1/24 dev g0", "route add 10.8.0.0/16 via 10.7.0.9 table 1001"])
+        self.namespace.ip("addr add 10.7.0.1/24 dev g0", "route add 10.8.0.0/16 via 10.7.0.9 table 1001")
         self.expect_everything()
         self.remove_device("red")
         self.expect_everything()
 
     def test_number_of_routes(self):
         red, _ = self.start_with_two()
-        for client, vrf in ((self.default, self.default_vrf), (self.community("c-red"), red)):
-            rows = str(len(kernel_route_table(vrf)[ROUTE]))
+        for client, vrf in ((self.client, self.default_vrf), (self.client_of("red"), red)):
+            rows = str(len(kernel_tables(vrf)[ROUTE]))
             eventually(lambda: client.get(f"{IP}.24.3.0")[0].value == rows, f"ipCidrRouteNumber is not {rows}")
+
+    def test_agent_listens_inside_a_vrf(self):
+        """red and blue have the same address; each has a manager behind it, in a namespace of its own."""
+        managers = {}
+        for number, name in enumerate(("red", "blue")):
+            self.add_device(name, 1001 + number)
+            managers[name] = self.vrfs.add(f"manager-{name}", f"link add m-{name} type veth peer name m0",
+                                           "link set m0 up", "addr add 10.0.0.9/24 dev m0")
+            managers[name].ip(f"link set m-{name} netns {self.namespace.name}")
+            self.namespace.ip(f"link set m-{name} master {name} up", f"addr add 10.0.0.1/24 dev m-{name}")
+        self.start_mirror()
+        self.start_agent(listen="udp:10.0.0.1@red:1161,udp:127.0.0.1:1161")
+        self.wait_until_complete()
+        clients = {name: Client(manager, "udp:10.0.0.1:1161", self.client.access)
+                   for name, manager in managers.items()}
+        eventually(clients["red"].answers, "red's manager gets no answer")
+        self.assertFalse(clients["blue"].answers())
+        self.expect_everything()
 
 
 if __name__ == "__main__":

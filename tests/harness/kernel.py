@@ -1,0 +1,228 @@
+"""What the tables must be: made from `ip -j` and the kernel's files, in the form that tables.py describes."""
+
+import collections
+import ipaddress
+
+from harness.tables import (ADDR, ADDRESS, BY_LENGTH, BY_TYPE, CONTEXT_TABLES, FIB_TABLES, IF_INDEX_BITS, IP_TABLES, MEDIA,
+                            PHYSICAL, PREFIX, ROUTE, SUMMARY, TIME_TICKS, VRF, VRF_IF)
+
+STATIC, DYNAMIC, LOCAL = "4", "3", "5"  # types of neighbours
+PREFERRED, INACCESSIBLE = "1", "4"
+RESOLVED = {"PERMANENT", "REACHABLE", "STALE", "DELAY", "PROBE"}
+
+UNUSABLE = {"dead", "linkdown"}
+TO_NOWHERE = {"blackhole", "unreachable", "prohibit"}  # the kernel gives some of them the loopback interface
+LOCAL_ROUTE, REMOTE_ROUTE, OTHER_ROUTE = "3", "4", "1"
+# The kernel's name of a protocol -> ipCidrRouteProto; all others are 1, other.
+PROTOCOLS = {"kernel": "2", "static": "3", "196": "3", "boot": "3", "rip": "8", "190": "8", "ripng": "8",
+             "ospf": "13", "bgp": "14"}
+# What no route of ours has: tos, age, info, next hop AS, three metrics; and every row is active.
+CONSTANTS = {3: "0", 8: "-1", 9: "0.0", 10: "0", 13: "-1", 14: "-1", 15: "-1", 16: "1"}
+
+# Route types of the FIB statistics; FRR's package gives the protocols with a number their names.
+OTHER, CONNECTED, STATIC_ROUTE, RIP, ISIS, OSPF, BGP, NOT_PERSISTENT, GROUP, ATTACHED = 1, 2, 3, 8, 9, 13, 14, 201, 202, 203
+TYPES = {"kernel": CONNECTED, "boot": NOT_PERSISTENT, "static": STATIC_ROUTE, "rip": RIP, "isis": ISIS, "ospf": OSPF,
+         "bgp": BGP, "190": RIP, "ripng": RIP, "196": STATIC_ROUTE}
+
+# Where the columns of quorinSwFwdIpStatsTable come from, by the kernel's names without "Ip6"; "+" and "-" derive.
+COLUMNS = {
+    3: "InReceives", 5: "InOctets", 7: "InHdrErrors", 8: "InNoRoutes", 9: "InAddrErrors", 10: "InUnknownProtos",
+    11: "InTruncatedPkts", 12: "OutForwDatagrams +InNoRoutes", 14: "ReasmReqds", 15: "ReasmOKs", 16: "ReasmFails",
+    17: "InDiscards", 18: "InDelivers", 20: "OutRequests", 22: "OutNoRoutes", 23: "OutForwDatagrams", 25: "OutDiscards",
+    26: "FragOKs +FragFails", 27: "FragOKs", 28: "FragFails", 29: "FragCreates",
+    30: "OutForwDatagrams +OutRequests -FragFails -OutNoRoutes -OutDiscards -FragOKs +FragCreates", 32: "OutOctets",
+    34: "InMcastPkts", 36: "InMcastOctets", 38: "OutMcastPkts", 40: "OutMcastOctets", 42: "InBcastPkts", 44: "OutBcastPkts"}
+WIDE = {4: 3, 6: 5, 13: 12, 19: 18, 21: 20, 24: 23, 31: 30, **{column + 1: column for column in range(32, 46, 2)}}
+
+
+def octets(address):
+    packed = ipaddress.ip_address(address).packed
+    return (len(packed), *packed)
+
+
+def inet(address):
+    """Type and address, as they stand in an index."""
+    return (1 if ":" not in address else 2, *octets(address))
+
+
+def owners_of(links, offset):
+    """address -> (is configured only, interface, ifIndex, prefix length) of the interface that owns it: the lowest."""
+    owners = {}
+    for link in links:
+        is_running = "UP" in link["flags"] and link["operstate"] in ("UP", "UNKNOWN")
+        for info in link.get("addr_info", []):
+            if "local" in info:
+                is_usable = is_running and not info.get("tentative") and not info.get("dadfailed")
+                holder = (not is_usable, link["ifname"], offset + link["ifindex"], info["prefixlen"])
+                owner = owners.setdefault(info["local"], holder)
+                if holder[:2] < owner[:2]:
+                    owners[info["local"]] = holder
+    return owners
+
+
+def address_tables(links, offset):
+    tables = {ADDR: {}, ADDRESS: {}, PREFIX: {}}
+    for address, (is_configured_only, _, if_index, length) in owners_of(links, offset).items():
+        network = ipaddress.ip_network(f"{address}/{length}", strict=False)
+        prefix = (if_index, *inet(str(network.network_address)), length)
+        if network.version == 4:
+            tables[ADDR][octets(address)[1:]] = {1: address, 2: str(if_index), 3: str(network.netmask), 4: "0", 5: "65535"}
+        tables[ADDRESS][inet(address)] = {
+            3: str(if_index), 4: "1", 5: f"{PREFIX}.5." + ".".join(map(str, prefix)), 6: "1",
+            7: INACCESSIBLE if is_configured_only else PREFERRED, 8: TIME_TICKS, 9: TIME_TICKS, 10: "1", 11: "1"}
+        tables[PREFIX][prefix] = {5: "1", 6: "1", 7: "2", 8: "4294967295", 9: "4294967295"}
+    return tables
+
+
+def neighbours_of(namespace):
+    """The neighbours with a hardware address."""
+    return [entry for entry in namespace.ip_json("neigh", "show", "nud", "all")
+            if len(entry.get("lladdr", "")) == 17 and RESOLVED & set(entry["state"])]
+
+
+def ip_tables(namespace, vrf_id):
+    offset = vrf_id << IF_INDEX_BITS
+    links = namespace.ip_json("addr")
+    if_indexes = {link["ifname"]: link["ifindex"] for link in links}
+    tables = {**address_tables(links, offset), MEDIA: {}, PHYSICAL: {}}
+    for entry in neighbours_of(namespace):
+        address, if_index = entry["dst"], offset + if_indexes[entry["dev"]]
+        hardware, kind = entry["lladdr"].replace(":", ""), STATIC if "PERMANENT" in entry["state"] else DYNAMIC
+        is_ipv6 = ":" in address
+        if not is_ipv6:
+            tables[MEDIA][(if_index, *octets(address)[1:])] = {1: str(if_index), 2: hardware, 3: address, 4: kind}
+        tables[PHYSICAL][(if_index, *inet(address))] = {
+            4: hardware, 5: TIME_TICKS, 6: LOCAL if ipaddress.ip_address(address).is_link_local else kind,
+            7: "1" if is_ipv6 else "6", 8: "1"}
+    return tables
+
+
+def best_routes(namespace, version):
+    """prefix -> the route of the main table that the kernel uses: the one with the lowest metric."""
+    best = {}
+    for route in namespace.ip_json(f"-{version}", "route", "show", "table", "main"):
+        if route.get("type", "unicast") not in {"unicast", *TO_NOWHERE} or UNUSABLE & set(route.get("flags", [])):
+            continue
+        default = "0.0.0.0/0" if version == 4 else "::/0"
+        network = ipaddress.ip_network(default if route["dst"] == "default" else route["dst"])
+        if network not in best or route.get("metric", 0) < best[network].get("metric", 0):
+            best[network] = route
+    return best
+
+
+def next_hops_of(route):
+    """{address: interface or None} of the next hops that packets go to; of equal addresses the last counts."""
+    if route.get("type") in TO_NOWHERE:
+        return {"0.0.0.0": None}
+    return {hop.get("gateway", "0.0.0.0"): hop.get("dev") for hop in route.get("nexthops", [route])
+            if not UNUSABLE & set(hop.get("flags", [])) and "via" not in hop}  # the table has no IPv6 next hops
+
+
+def route_table(namespace, vrf_id):
+    links = {link["ifname"]: link["ifindex"] for link in namespace.ip_json("link")}
+    rows = {}
+    for network, route in best_routes(namespace, 4).items():
+        for address, interface in next_hops_of(route).items():
+            destination, mask, metric = str(network.network_address), str(network.netmask), route.get("metric", 0)
+            remote = REMOTE_ROUTE if interface else OTHER_ROUTE
+            if_index = (vrf_id << IF_INDEX_BITS) + links[interface] if interface else 0
+            row = {1: destination, 2: mask, 4: address, 5: str(if_index),
+                   6: LOCAL_ROUTE if address == "0.0.0.0" else remote, 7: PROTOCOLS.get(route.get("protocol", "boot"), "1"),
+                   11: str(metric - (metric >> 31 << 32)), **CONSTANTS}  # the metric as an INTEGER of 32 bits has it
+            index = tuple(int(part) for text in (destination, mask, "0", address) for part in text.split("."))
+            rows[index] = dict(sorted(row.items()))
+    return {ROUTE: rows}
+
+
+def fib_tables(namespace, _vrf_id=0, configured=()):
+    """Counts of prefixes; `configured` are those whose type the mirror's configuration gives, as (prefix, type)."""
+    prefixes = {}
+    for network, route in (best_routes(namespace, 4) | best_routes(namespace, 6)).items():
+        protocol = route.get("protocol", "boot")
+        is_group = "nhid" in route and protocol in ("static", "boot")
+        prefixes[network] = GROUP if is_group else TYPES.get(protocol, OTHER)
+    for entry in neighbours_of(namespace):
+        address = ipaddress.ip_address(entry["dst"])
+        if address.version == 4 or not address.is_link_local:
+            prefixes.setdefault(ipaddress.ip_network(address), ATTACHED)
+    tables = {entry: collections.Counter() for entry in FIB_TABLES}
+    for network, kind in (prefixes | dict(configured)).items():
+        family = 1 if network.version == 4 else 2
+        tables[SUMMARY][family,] += 1
+        tables[BY_TYPE][family, kind] += 1
+        tables[BY_LENGTH][family, network.prefixlen] += 1
+    return {entry: {index: {2: str(count)} for index, count in rows.items()} for entry, rows in tables.items()}
+
+
+def kernel_tables(namespace, vrf_id=0, entries=CONTEXT_TABLES):
+    """What these tables of a VRF's context must be. Number 0 is the default VRF."""
+    tables = {}
+    for made, make in ((IP_TABLES, ip_tables), ((ROUTE,), route_table), (FIB_TABLES, fib_tables)):
+        if set(made) & set(entries):
+            tables |= make(namespace, vrf_id)
+    return {entry: tables[entry] for entry in entries}
+
+
+def vrf_index(name):
+    data = name.encode("utf-8", "surrogateescape")
+    return (len(data), *data)
+
+
+def vrf_tables(namespaces, vrf_id, distinguishers):
+    """quorinVrfTable and quorinVrfIfTable with these VRFs (name -> namespace). `vrf_id` gives their numbers."""
+    tables = {VRF: {}, VRF_IF: {}}
+    for name, namespace in namespaces.items():
+        forwarding = [namespace.run("cat", f"/proc/sys/net/{file}").stdout.strip() != "0"
+                      for file in ("ipv4/ip_forward", "ipv6/conf/all/forwarding")]
+        flags, distinguisher = forwarding[0] << 7 | forwarding[1] << 6, distinguishers.get(name, "").encode().hex()
+        tables[VRF][vrf_index(name)] = {2: f"{flags:02x}", 3: distinguisher, 4: "1"}
+        for link in namespace.ip_json("addr"):
+            if_index = vrf_id(name) << IF_INDEX_BITS | link["ifindex"]
+            tables[VRF_IF][(if_index,)] = {1: bytes(vrf_index(name)[1:]).hex()}
+    return tables
+
+
+def named_values(namespace, file, block):
+    """Names and values of a block of /proc/net/snmp or netstat, which has a line of each."""
+    names, values = [line.split()[1:] for line in namespace.run("cat", f"/proc/net/{file}").stdout.splitlines()
+                     if line.startswith(f"{block}: ")]
+    return dict(zip(names, map(int, values)))
+
+
+def counters6(namespace, file):
+    pairs = (line.split() for line in namespace.run("cat", f"/proc/net/{file}").stdout.splitlines())
+    return {name.removeprefix("Ip6"): int(value) for name, value in pairs if name.startswith("Ip6")}
+
+
+def sw_fwd_row(namespace, version):
+    """The row of quorinSwFwdIpStatsTable of an IP version (1 or 2, as in the index)."""
+    if version == 2:
+        counters = counters6(namespace, "snmp6")
+    else:
+        counters = named_values(namespace, "snmp", "Ip")
+        counters["OutForwDatagrams"] = counters["ForwDatagrams"]
+        not_read = ("InOctets", "OutOctets", "InMcastOctets", "OutMcastOctets")
+        counters |= {**named_values(namespace, "netstat", "IpExt"), **dict.fromkeys(not_read, 0)}
+
+    def value(sources):
+        terms = ((-1 if name.startswith("-") else 1) * counters.get(name.lstrip("+-"), 0) for name in sources.split())
+        return sum(terms) % 2**64
+
+    row = {column: str(value(sources) % 2**32) for column, sources in COLUMNS.items()}
+    row |= {column: str(value(COLUMNS[source])) for column, source in WIDE.items()}
+    return {**row, 46: TIME_TICKS, 47: "500"}
+
+
+def interface_rows(namespace, vrf_id):
+    """The rows of quorinIpIfStatsTable of a VRF's interfaces."""
+    rows = {}
+    for link in namespace.ip_json("link"):
+        counters = counters6(namespace, f"dev_snmp6/{link['ifname']}")
+        out = counters.get("OutTransmits", counters["OutRequests"] + counters["OutForwDatagrams"])
+        all_of = {"In": (counters["InReceives"], counters["InOctets"]), "Out": (out, counters["OutOctets"])}
+        mcast = {way: (counters[f"{way}McastPkts"], counters[f"{way}McastOctets"]) for way in all_of}
+        ucast = {way: tuple(max(a - m, 0) for a, m in zip(all_of[way], mcast[way])) for way in all_of}
+        values = [str(value) for kind in (all_of, ucast, mcast) for way in ("In", "Out") for value in kind[way]]
+        rows[(2, vrf_id << IF_INDEX_BITS | link["ifindex"])] = {
+            **dict(enumerate(values, 3)), 15: TIME_TICKS, 16: "2000"}
+    return rows
