@@ -1,22 +1,42 @@
 #include "RouteRequests.h"
 
 #include <algorithm>
+#include <boost/unordered/unordered_flat_set.hpp>
 #include <functional>
 #include <stdexcept>
 #include <thread>
 
-#include "Random.h"
+#include "Measure.h"
 #include "RouteLoader.h"
-#include "RouteWalk.h"
-#include "Timing.h"
 
 namespace Bench {
 namespace {
 
+constexpr std::uint64_t protocolOther = 1;  // what zebra makes of the kernel's routes
+constexpr auto pollInterval = std::chrono::milliseconds(5);
+constexpr double secondsWithoutProgress = 5;
+constexpr std::size_t sampledRoutes = 64;
 constexpr std::size_t requestsPerRound = 50;
 constexpr auto visiblePollInterval = std::chrono::microseconds(500);
 constexpr std::size_t subidsOfAddress = 4;
 constexpr std::uint32_t noGateway = 0x0AFFFFFF;
+
+void append(Oid& oid, std::uint32_t address) {
+  for (unsigned shift = 32; shift > 0; shift -= 8) oid.push_back((address >> (shift - 8)) & 0xFFU);
+}
+
+// Rows of routes from all over the set, that of the last one first: it is the last to come into the kernel.
+std::vector<Oid> sampleOf(const RouteTable& table, const RouteSet& set) {
+  std::vector<Oid> sample;
+  Random random(3);
+  const auto& routes = set.routes();
+  for (std::size_t i = 0; i < sampledRoutes; ++i) {
+    const auto& route = i == 0 ? routes.back() : routes[random.below(routes.size())];
+    // The first next hop: not every agent serves the others.
+    sample.push_back(table.rowOid(route, set.nextHops(route).front().gateway));
+  }
+  return sample;
+}
 
 struct Request {
   bool isGet = false;
@@ -76,6 +96,111 @@ void ask(SnmpClient& client, const Request& request, RequestKind& kind) {
 }
 
 }  // namespace
+
+RouteTable::RouteTable(const std::string& name)
+    : isByMask_(name == "ipCidrRouteTable"), oid_{1, 3, 6, 1, 2, 1, 4, 24, isByMask_ ? 4U : 2U} {
+  if (!isByMask_ && name != "ipForwardTable") throw std::runtime_error("no table of routes is called " + name);
+}
+
+Oid RouteTable::columnOid(unsigned column) const {
+  Oid name = oid_;
+  name.insert(name.end(), {1, column});
+  return name;
+}
+
+Oid RouteTable::rowOid(const Route& route, std::uint32_t nextHop) const {
+  Oid name = columnOid(measuredColumn);
+  append(name, route.prefix);
+  if (isByMask_) {
+    append(name, mask(route.length));
+    name.push_back(0);  // the type of service
+  } else {
+    name.push_back(protocolOther);
+    name.push_back(0);  // the policy
+  }
+  append(name, nextHop);
+  return name;
+}
+
+bool RouteTable::isIn(unsigned column, const Oid& name) const {
+  const auto prefix = columnOid(column);
+  return name.size() > prefix.size() && std::equal(prefix.begin(), prefix.end(), name.begin());
+}
+
+std::uint64_t RouteTable::rows(const RouteSet& set, bool hasEveryNextHop) const {
+  const auto connected = RouteSet::interfaces().size();
+  if (isByMask_) return (hasEveryNextHop ? set.hops() : set.routes().size()) + connected;
+  boost::unordered_flat_set<std::uint64_t> seen;
+  for (const auto& route : set.routes()) {
+    seen.insert(std::uint64_t{route.prefix} << 32U | set.nextHops(route).front().gateway);
+  }
+  return seen.size() + connected;
+}
+
+bool hasRow(SnmpClient& client, const Oid& name) {
+  try {
+    return !client.get(name).at(0).isEndOfView;
+  } catch (const std::runtime_error&) {
+    return false;
+  }
+}
+
+Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds) {
+  Walk result;
+  const auto start = Clock::now();
+  const double firstTimeout = static_cast<double>(toolPatience.timeoutMicroseconds) / 1e6;
+  Oid from = root;
+  while (!result.isComplete && secondsSince(start) < limitSeconds) {
+    const auto asked = Clock::now();
+    std::vector<Binding> answer;
+    try {
+      answer = maxRepetitions > 0 ? client.getBulk(from, maxRepetitions) : client.getNext(from);
+    } catch (const std::runtime_error& error) {
+      result.failure = error.what();
+    }
+    const double took = secondsSince(asked);
+    result.longestSeconds = std::max(result.longestSeconds, took);
+    if (took > firstTimeout) ++result.late;
+    if (!result.failure.empty()) break;
+    for (const auto& binding : answer) {
+      const auto& name = binding.name;
+      const bool isBelow = name.size() > root.size() && std::equal(root.begin(), root.end(), name.begin());
+      result.isComplete = binding.isEndOfView || !isBelow;
+      if (result.isComplete) break;
+      ++result.rows;
+    }
+    if (!result.isComplete && !(from < answer.back().name)) throw std::runtime_error("the walk does not advance");
+    if (!answer.empty()) from = answer.back().name;
+  }
+  result.seconds = secondsSince(start);
+  return result;
+}
+
+Readiness waitUntilComplete(SnmpClient& client, const RouteTable& table, const RouteSet& set, std::uint64_t rows,
+                            double limitSeconds) {
+  Readiness result;
+  const auto start = Clock::now();
+  const auto left = [&] { return limitSeconds - secondsSince(start); };
+  const auto sample = sampleOf(table, set);
+  for (std::size_t seen = 0; !result.isSampled && left() > 0;) {
+    result.sampledAt = monotonicNow();
+    if (hasRow(client, sample[seen])) {
+      result.isSampled = ++seen == sample.size();
+    } else {
+      std::this_thread::sleep_for(pollInterval);
+    }
+  }
+  double progressAt = result.sampledAt;
+  while (result.isSampled && !result.isComplete && left() > 0) {
+    const auto rowsBefore = result.lastWalk.rows;
+    result.completeAt = monotonicNow();
+    result.lastWalk = walk(client, table.columnOid(RouteTable::measuredColumn), toolRepetitions, left());
+    result.isComplete = result.lastWalk.isComplete && result.lastWalk.rows >= rows;
+    if (result.lastWalk.rows > rowsBefore) progressAt = monotonicNow();
+    if (monotonicNow() - progressAt > secondsWithoutProgress) break;
+  }
+  return result;
+}
 
 std::vector<RequestKind> askAtRandom(SnmpClient& client, const RouteTable& table, const RouteSet& set,
                                      std::size_t count, double limitSeconds) {

@@ -6,7 +6,7 @@
 #include <array>
 #include <boost/unordered/unordered_flat_set.hpp>
 
-#include "Random.h"
+#include "Measure.h"
 
 namespace Bench {
 namespace {

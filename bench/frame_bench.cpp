@@ -15,9 +15,9 @@
 #include <stdexcept>
 #include <vector>
 
+#include "Measure.h"
 #include "ServedAgent.h"
 #include "SnmpClient.h"
-#include "Timing.h"
 
 namespace {
 

@@ -4,17 +4,12 @@
 //
 //   route_cache_bench [routes] [FECs]       default: 1000000 1000
 
-#include <fmt/format.h>
-#include <malloc.h>
-
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <cstdlib>
 #include <random>
 
-#include "CpuClock.h"
+#include "RouteCache.h"
 #include "fibstats/agent/FibStatsSm.h"
-#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "ipsnmp/agent/route/PerVrfFecSm.h"
 
 namespace {
 
@@ -66,20 +61,16 @@ class Fecs final : public Quillo::Fib::ForwardingStatus {
   std::vector<Fec> all;  // by id, from 1
 };
 
-struct World {
+struct World : Bench::RouteCache {
   Ptr<Routes> routes = Kel::makePtr<Routes>();
   Ptr<Fecs> fecs = Kel::makePtr<Fecs>();
-  Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifMib");
-  Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("mib");
-  Ptr<Brev::TaskScheduler> scheduler = Kel::makePtr<Brev::TaskScheduler>();
   std::mt19937 random{1};
 
   World(unsigned routeCount, unsigned fecCount) {
-    for (int i = 0; i < 32; ++i) ifMib->ifIndexByIntfIdIs(Vantu::IntfId(fmt::format("Ethernet{}", i)), i + 1);
     for (unsigned i = 0; i < fecCount; ++i) {
       Fec fec;
       fec.fecId = FecId(i + 1);
-      fec.via.push_back({Vantu::IpAddr(0x0A000001 + i), Vantu::IntfId(fmt::format("Ethernet{}", i % 32))});
+      fec.via.push_back({Vantu::IpAddr(0x0A000001 + i), intfId(i)});
       fecs->all.push_back(std::move(fec));
     }
     routes->map.reserve(routeCount);
@@ -94,27 +85,13 @@ struct World {
     }
     std::sort(routes->order.begin(), routes->order.end());
   }
-
-  // Returns the longest turn in seconds.
-  double run() const {
-    double longest = 0;
-    for (bool isMore = true; isMore;) {
-      const auto start = Clock::now();
-      isMore = scheduler->runReady();
-      longest = std::max(longest, secondsSince(start));
-    }
-    return longest;
-  }
 };
-
-std::size_t used() {
-  return mallinfo2().uordblks + mallinfo2().hblkhd;
-}
 
 void sayLoad(const char* what, const World& world, Clock::time_point start, std::size_t before, double longest) {
   const double count = static_cast<double>(world.routes->map.size());
   fmt::print("{}: {:.0f} ns and {:.1f} bytes a route, longest turn {:.1f} ms\n", what,
-             secondsSince(start) * 1e9 / count, static_cast<double>(used() - before) / count, longest * 1e3);
+             secondsSince(start) * 1e9 / count, static_cast<double>(Bench::usedBytes() - before) / count,
+             longest * 1e3);
 }
 
 void load(World& world, bool isNotified) {
@@ -122,7 +99,7 @@ void load(World& world, bool isNotified) {
   auto notified = world.routes->order;
   std::shuffle(notified.begin(), notified.end(), world.random);
   const auto order = isNotified ? std::exchange(world.routes->order, {}) : world.routes->order;
-  const auto before = used();
+  const auto before = Bench::usedBytes();
   auto start = Clock::now();
   const auto sm = Kel::makePtr<IpSnmp::IpRouteTableSm>(world.scheduler, "red", world.mib, world.routes, world.fecs,
                                                        nullptr, nullptr, world.ifMib);
@@ -138,7 +115,7 @@ void load(World& world, bool isNotified) {
   longest = std::max(longest, world.run());
   sayLoad(isNotified ? "prefixes, notified" : "prefixes, scanned", world, start, before, longest);
 
-  const auto middle = used();
+  const auto middle = Bench::usedBytes();
   start = Clock::now();
   const auto fecSm = Kel::makePtr<IpSnmp::PerVrfFecSm>(sm, world.routes, world.fecs);
   longest = secondsSince(start);
@@ -148,7 +125,7 @@ void load(World& world, bool isNotified) {
   longest = std::max(longest, world.run());
   sayLoad("prefixes by FEC", world, start, middle, longest);
 
-  const auto beforeStats = used();
+  const auto beforeStats = Bench::usedBytes();
   start = Clock::now();
   const auto statsSm = FibStatsSnmp::fibStatsSmFactory(world.routes, nullptr, Vrf::VrfIdMap::VrfId(0), nullptr,
                                                        FibStatsSnmp::fibStatsMibFactory("red"));
@@ -165,22 +142,16 @@ void load(World& world, bool isNotified) {
   sayLoad("FIB statistics", world, start, beforeStats, longest);
 
   fmt::print("together {:.1f} bytes a route\n",
-             static_cast<double>(used() - before) / static_cast<double>(world.routes->map.size()));
+             static_cast<double>(Bench::usedBytes() - before) / static_cast<double>(world.routes->map.size()));
   world.routes->order = order;
 
   start = Clock::now();
-  std::size_t rows = 0;
-  for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(world.mib); at; ++at) ++rows;
+  const auto rows = world.walk();
   fmt::print("walk: {:.0f} ns a row, {} rows\n", secondsSince(start) * 1e9 / static_cast<double>(rows), rows);
 
-  constexpr int steps = 300000;
-  IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(world.mib);
   start = Clock::now();
-  for (int i = 0; i < steps; ++i) {
-    const auto& prefix = notified[static_cast<std::size_t>(i) * 7919 % notified.size()];
-    at.fetch(IpSnmp::IpCidrRouteTableIndex(prefix.address(), prefix.netmask(), 0, Vantu::IpAddr(0xFFFFFFFF)), true);
-  }
-  fmt::print("random getnext: {:.0f} ns\n", secondsSince(start) * 1e9 / steps);
+  world.getNextAtRandom(notified, [] {});
+  fmt::print("random getnext: {:.0f} ns\n", secondsSince(start) * 1e9 / static_cast<double>(World::randomSteps));
 
   world.routes->changed(notified.front());
   world.run();

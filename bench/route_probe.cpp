@@ -12,12 +12,10 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "Measure.h"
 #include "RouteLoader.h"
 #include "RouteRequests.h"
 #include "RouteSet.h"
-#include "RouteTable.h"
-#include "RouteWalk.h"
-#include "Timing.h"
 
 namespace {
 

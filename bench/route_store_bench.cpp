@@ -6,16 +6,11 @@
 //
 // The directory must not exist; it is removed again.
 
-#include <fmt/format.h>
-#include <malloc.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <random>
 
-#include "CpuClock.h"
-#include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "ipsnmp/agent/route/PerVrfFecSm.h"
+#include "RouteCache.h"
 #include "quillo/tables/FecRecord.h"
 #include "quillo/tables/FibMount.h"
 #include "quillo/tables/RouteRecord.h"
@@ -34,10 +29,6 @@ constexpr std::size_t batchSize = 10'000;
 void say(const char* what, Clock::time_point start, std::size_t count) {
   fmt::print("{}: {:.2f} s, {:.0f} ns each\n", what, secondsSince(start),
              secondsSince(start) * 1e9 / static_cast<double>(count));
-}
-
-std::size_t used() {
-  return mallinfo2().uordblks + mallinfo2().hblkhd;
 }
 
 std::vector<Prefix> makePrefixes(std::size_t count) {
@@ -61,7 +52,7 @@ void publish(const std::string& directory, const std::vector<Prefix>& prefixes, 
   publisher.beginFullPass({Quillo::TableId::route, Quillo::TableId::fec});
   auto batch = publisher.begin();
   for (unsigned i = 1; i <= fecs; ++i) {
-    const Quillo::Fib::Via via{Vantu::IpAddr(0x0A000000 + i), Vantu::IntfId(fmt::format("Ethernet{}", i % 32))};
+    const Quillo::Fib::Via via{Vantu::IpAddr(0x0A000000 + i), Bench::RouteCache::intfId(i)};
     Quillo::fecIs(batch, vrfId, {FecId(i), {via}});
   }
   for (std::size_t i = 0; i < prefixes.size(); ++i) {
@@ -77,35 +68,21 @@ void publish(const std::string& directory, const std::vector<Prefix>& prefixes, 
   say("published, a route", start, prefixes.size());
 }
 
-struct Agent {
+struct Agent : Bench::RouteCache {
   explicit Agent(const std::string& directory)
       : mount(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory})),
         follower(Kel::makePtr<Quillo::TableFollower>(mount)),
         fib(Kel::makePtr<Quillo::FibMount>(follower)) {
     mount->turnBeginsIs([this] { turnEnd->scheduleTask(); });
-    for (int i = 0; i < 32; ++i) ifMib->ifIndexByIntfIdIs(Vantu::IntfId(fmt::format("Ethernet{}", i)), i + 1);
     mount->refresh();
     follower->step(1);
   }
-  // The longest turn in seconds.
-  double run() const {
-    double longest = 0;
-    for (bool isMore = true; isMore;) {
-      const auto start = Clock::now();
-      isMore = scheduler->runReady();
-      longest = std::max(longest, secondsSince(start));
-    }
-    return longest;
-  }
 
-  Ptr<Brev::TaskScheduler> scheduler = Kel::makePtr<Brev::TaskScheduler>();
   Ptr<Quillo::Mount> mount;
   Ptr<Quillo::TableFollower> follower;
   Ptr<Quillo::FibMount> fib;
   Ptr<Brev::Task> turnEnd =
       Kel::makePtr<Brev::Task>(scheduler, "turn end", 0, [this](Brev::Task&) { mount->turnEnds(); });
-  Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifMib");
-  Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("mib");
 };
 
 void lookUp(const Agent& agent, const std::vector<Prefix>& prefixes, unsigned fecs) {
@@ -135,7 +112,7 @@ void lookUp(const Agent& agent, const std::vector<Prefix>& prefixes, unsigned fe
 void load(const Agent& agent, const std::vector<Prefix>& prefixes) {
   const auto routes = agent.fib->routeStatus(vrfId);
   const auto forwarding = agent.fib->forwardingStatus(vrfId);
-  const auto before = used();
+  const auto before = Bench::usedBytes();
   auto start = Clock::now();
   const auto sm = Kel::makePtr<IpSnmp::IpRouteTableSm>(agent.scheduler, "red", agent.mib, routes, forwarding,
                                                        nullptr, nullptr, agent.ifMib);
@@ -144,21 +121,14 @@ void load(const Agent& agent, const std::vector<Prefix>& prefixes) {
   longest = std::max(longest, agent.run());
   say("taken into the cache, a route", start, prefixes.size());
   fmt::print("longest turn {:.1f} ms, {:.1f} bytes a route\n", longest * 1e3,
-             static_cast<double>(used() - before) / static_cast<double>(prefixes.size()));
+             static_cast<double>(Bench::usedBytes() - before) / static_cast<double>(prefixes.size()));
 
-  std::size_t rows = 0;
   start = Clock::now();
-  for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(agent.mib); at; ++at) ++rows;
+  const auto rows = agent.walk();
   say("walk, a row", start, rows);
-  constexpr std::size_t steps = 300'000;
-  IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(agent.mib);
   start = Clock::now();
-  for (std::size_t i = 0; i < steps; ++i) {
-    const auto& prefix = prefixes[i * 7919 % prefixes.size()];
-    at.fetch(IpSnmp::IpCidrRouteTableIndex(prefix.address(), prefix.netmask(), 0, Vantu::IpAddr(0xFFFFFFFF)), true);
-    agent.run();  // the turn ends
-  }
-  say("random getnext, a turn each", start, steps);
+  agent.getNextAtRandom(prefixes, [&] { agent.run(); });
+  say("random getnext, a turn each", start, Agent::randomSteps);
   fecSm->kelStop();
   sm->kelStop();
 }

@@ -63,7 +63,7 @@ class Agent:
 
     def stop(self):
         for program in reversed(self.programs):
-            program.signal(15)
+            program.process.terminate()
             try:
                 program.wait(STOP_SECONDS)
             except AssertionError:

@@ -1,6 +1,7 @@
-"""The table of a run, one per number of routes, agents side by side."""
+"""What a run prints: a table for each number of routes, agents side by side, and the goals that it reached."""
 
 NOTHING = "-"
+SMALL, MIDDLE, LARGE = 1_000, 100_000, 1_000_000
 
 
 def seconds(value):
@@ -105,4 +106,78 @@ def table(routes, results):
     lines = ["  ".join([row[0].ljust(widths[0]), *(text.rjust(width) for text, width in zip(row[1:], widths[1:]))])
              for row in rows]
     lines += [f"{result['agent']}: {result['stopped']}" for result in results if "stopped" in result]
+    return lines
+
+
+def median(result, kind="next"):
+    found = result["requests"][kind]
+    if found["unexpected"] > found["count"] / 100:
+        raise KeyError(f"{kind}: wrong answers")
+    return found["p50_us"]
+
+
+def column_rate(result):
+    walk = result["column"]
+    if not walk["complete"] or walk["rows"] < result["rows"]:
+        raise KeyError("the column was not walked to its end")
+    return walk["rows"] / walk["seconds"]
+
+
+def cold_rate(result):
+    return result["rows"] / result["start"]["walked"]
+
+
+def greatest(result, *keys):
+    """Of both loads: routes that come while the agent runs, and an agent that finds them there."""
+    found = [result["under_way"], result["start"]]
+    for key in keys:
+        found = [phase[key] for phase in found]
+    return max(found)
+
+
+# Of each: the value, from the results of ours and of stock snmpd by number of routes; its limit and unit.
+GOALS = (
+    ("random GETNEXT, 1,000,000 routes to 1,000", lambda ours, stock: median(ours[LARGE]) / median(ours[SMALL]),
+     "at most", 1.3, " times"),
+    ("random GETNEXT at 100,000, to snmpd's with a warm cache",
+     lambda ours, stock: median(ours[MIDDLE]) / median(stock[MIDDLE]), "at most", 1.15, " times"),
+    ("full column at 100,000, to snmpd's with a warm cache",
+     lambda ours, stock: column_rate(ours[MIDDLE]) / column_rate(stock[MIDDLE]), "at least", 1, " times"),
+    *((f"{name} at 1,000,000, to a random GETNEXT",
+       lambda ours, stock, kind=kind: median(ours[LARGE], kind) / median(ours[LARGE]), "at most", 2, " times")
+      for name, kind in (("GET of no row", "miss"), ("GETNEXT past the end", "end"), ("half an index", "half"))),
+    ("full column from a cold start at 100,000, to snmpd's with its load",
+     lambda ours, stock: cold_rate(ours[MIDDLE]) / cold_rate(stock[MIDDLE]), "at least", 10, " times"),
+    ("full column at 1,000,000", lambda ours, stock: column_rate(ours[LARGE]), "at least", 150_000, " rows/s"),
+    ("snmpwalk of a column at 1,000,000, requests sent again or given up",
+     lambda ours, stock: ours[LARGE]["column_getnext"]["late"] + bool(ours[LARGE]["column_getnext"]["failure"]),
+     "at most", 0, ""),
+    ("kernel to first complete answer at 1,000,000", lambda ours, stock: greatest(ours[LARGE], "complete"),
+     "at most", 15, " s"),
+    ("the same, time per route to that at 100,000",
+     lambda ours, stock: greatest(ours[LARGE], "complete") / greatest(ours[MIDDLE], "complete") / (LARGE / MIDDLE),
+     "at most", 1.3, " times"),
+    ("longest stall of an unrelated GET at 1,000,000",
+     lambda ours, stock: greatest(ours[LARGE], "stall", "longest") * 1000, "at most", 25, " ms"),
+    ("p99 of an unrelated GET at 1,000,000", lambda ours, stock: greatest(ours[LARGE], "stall", "p99") * 1000,
+     "at most", 12, " ms"),
+    ("route change to visible row at 1,000,000, median", lambda ours, stock: ours[LARGE]["visible"]["p50"] * 1000,
+     "at most", 50, " ms"),
+    ("agent memory per route at 1,000,000, beside the store",
+     lambda ours, stock: ours[LARGE]["memory"]["agent"]["per_route"], "at most", 64, " bytes"),
+)
+
+
+def goals(results):
+    """Each goal, judged by the figures of one run."""
+    ours, stock = ({result["routes"]: result for result in results if result["agent"] == name}
+                   for name in ("quorin", "snmpd"))
+    lines = []
+    for name, value, kind, limit, unit in GOALS:
+        try:
+            found = value(ours, stock)
+            is_reached = found <= limit if kind == "at most" else found >= limit
+            lines.append(f"{'reached' if is_reached else 'not reached':12}  {name}: {found:.4g}{unit}, goal {kind} {limit:g}{unit}")
+        except (KeyError, TypeError):
+            lines.append(f"{'not measured':12}  {name}: the run has not all figures for it")
     return lines
