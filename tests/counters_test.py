@@ -69,7 +69,6 @@ class CountersTest(SystemCase):
         with self.subTest("the option overrides the configuration"):
             self.agent.stop()
             self.start_agent("--netns-dir", self.vrfs.path)
-            self.wait_for_context(self.client_of(BLUE))
             self.expect_rows(BLUE, blue, versions=(2,))
 
 

@@ -44,7 +44,6 @@ class Home:
         self.add_vrf("a b", "10.7.7.7/32")
         for name in self.communities:
             for client in (self.client_of(name), self.user(name)):
-                self.wait_for_context(client)
                 self.expect_rows(name, client)
         self.expect_rows(None)
         self.expect_rows(None, self.user(""))
@@ -61,7 +60,6 @@ class Home:
         began = time.monotonic()
         self.start_home()
         client = self.client_of("red")
-        self.wait_for_context(client)
         self.expect_rows("red")
         for root in self.shared:
             expected = [bind.oid for bind in self.client.bulk_walk(root)]
@@ -89,7 +87,7 @@ class Home:
         self.start_home()
         self.add_vrf("blue", "10.2.0.1/24")
         walker = self.client_of("red")
-        self.wait_for_context(self.client_of("blue"))
+        self.expect_rows("blue")
 
         def walk():
             try:
@@ -100,7 +98,6 @@ class Home:
         with background(walk):
             for number in range(4):
                 self.add_vrf("red", f"10.1.{number}.1/24")
-                self.wait_for_context(walker)
                 self.expect_rows("red")
                 self.vrfs.remove("red")
                 eventually(lambda: not walker.impatient().has(SYS_UP_TIME), "red answers after its removal")
@@ -157,7 +154,6 @@ class AgentTest(Home, SnmpdCase):
         self.wait_for_context(self.client_of("red"))
         for lines in ((), ("quorinDisableObjects route-tables",), ()):
             self.reconfigure(*lines)
-            self.wait_for_context(self.client_of("red"))
             self.expect_rows("red")
 
 
@@ -195,7 +191,6 @@ class SubagentTest(StockHome, SnmpdCase):
             self.wait_until_served_by_us()
             self.expect_rows(None)
             for served in self.vrfs.namespaces:  # made while there was no master
-                self.wait_for_context(self.client_of(served))
                 self.expect_rows(served)
             self.master.process.send_signal(stop)
             self.master.wait()

@@ -70,7 +70,7 @@ class PublisherTest(SystemCase):
         self.namespace.add_interface("a0", "10.0.0.1/24")
         mirror = self.start_mirror()
         changes = [f"route {verb} 20.{n >> 8}.{n & 255}.0/24 via 10.0.0.2\n" for verb in ("add", "del") for n in range(20000)]
-        flood = subprocess.Popen(self.namespace.ip_command("-batch", "-"), stdin=subprocess.PIPE, text=True)
+        flood = subprocess.Popen(self.namespace.wrap(["ip", "-batch", "-"]), stdin=subprocess.PIPE, text=True)
 
         def journal_head():
             try:

@@ -172,20 +172,20 @@ class StoreTest(SystemCase):
         ask()
         self.assertEqual(self.addresses(), addresses)
         self.agent.wait_for_output(re.escape(self.store))
-        with self.subTest("the mirror refuses it"):
+        with self.subTest("the mirror refuses it, and a new beginning heals it"):
             self.assertIn("--recreate", self.expect_mirror_refuses())
-        with self.subTest("all of it is damaged"):
-            self.overwrite(2 * PAGE, os.urandom(os.path.getsize(self.data) - 2 * PAGE))
-            ask()
-        with self.subTest("a new beginning heals it"):
             self.start_mirror("--recreate")
             self.expect_context()
-        with self.subTest("and so does a new directory"):
-            self.assertEqual(self.mirror.stop(), 0)
-            shutil.rmtree(self.store)
-            self.namespace.ip("addr add 10.0.0.2/24 dev a0")
-            self.start_mirror()
-            self.expect_context()
+        for is_damaged in (False, True):
+            with self.subTest("a new directory", is_damaged=is_damaged):
+                self.mirror.kill()
+                if is_damaged:
+                    self.overwrite(2 * PAGE, os.urandom(os.path.getsize(self.data) - 2 * PAGE))
+                    ask()
+                shutil.rmtree(self.store)
+                self.namespace.ip(f"addr add 10.0.0.{2 + is_damaged}/24 dev a0")
+                self.start_mirror()
+                self.expect_context()
 
 
 if __name__ == "__main__":

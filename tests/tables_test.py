@@ -122,7 +122,6 @@ class TablesTest(SystemCase):
         self.add_vrf("blue", 0x12)
         self.vrfs.add("green")
         for name in self.vrfs.namespaces:
-            self.wait_for_context(self.client_of(name))
             self.expect_context(name, self.user(name))
         self.expect_everything()
         self.expect_context(client=self.user(""))
@@ -166,7 +165,6 @@ class TablesTest(SystemCase):
         self.start_system()
         blue = self.add_vrf("blue", 0x12)
         client = self.client_of("blue")
-        self.wait_for_context(client)
         for name, promotes in (("red", 0), ("blue", 1)):
             self.vrfs.namespaces[name].sysctl("net.ipv4.conf.all.promote_secondaries", promotes)
             self.vrfs.namespaces[name].sysctl("net.ipv4.conf.a0.promote_secondaries", promotes)
@@ -262,7 +260,6 @@ class TablesTest(SystemCase):
     def test_forwarding_follows_the_kernel(self):
         red = self.vrfs.add("red")
         self.start_system()
-        self.wait_for_context(self.client_of("red"))
         ipv4, ipv6 = "net.ipv4.ip_forward", "net.ipv6.conf.all.forwarding"
         for namespace, context, name, oid in ((self.namespace, None, ipv4, IP_FORWARDING), (red, "red", ipv4, IP_FORWARDING),
                                               (self.namespace, None, ipv6, IPV6_IP_FORWARDING), (red, None, ipv6, None)):

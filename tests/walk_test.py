@@ -14,10 +14,6 @@ def lines(verb, numbers):
         yield f"route {verb} 20.0.{number}.0/24 via 10.0.0.{number % 9 + 2}"
 
 
-def dotted(index):
-    return ".".join(map(str, index))
-
-
 class WalkTest(SystemCase):
     def test_walks_during_changes_are_in_order_and_keep_every_row_that_stays(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")
@@ -46,7 +42,8 @@ class WalkTest(SystemCase):
             self.expect_context()
             for entry, gone in ((ADDR, (10, 1, 0, 6)), (ROUTE, (20, 0, 6, 0))):
                 following = min(index for index in walk_table(self.client, entry) if index > gone)
-                self.assertEqual(self.client.get_next(f"{entry}.2.{dotted(gone)}")[0].oid, f"{entry}.2.{dotted(following)}")
+                asked, found = (f"{entry}.2." + ".".join(map(str, index)) for index in (gone, following))
+                self.assertEqual(self.client.get_next(asked)[0].oid, found)
 
 
 if __name__ == "__main__":

@@ -105,15 +105,19 @@ class SystemCase(unittest.TestCase):
         self.wait_until_complete()
 
     def wait_until_complete(self):
-        waiting = self.client.impatient()
+        self.wait_for_context(self.client, IP_FORWARDING)
 
-        def complete():
+    def wait_for_context(self, client, oid=SYS_UP_TIME):
+        """Until the object is there. A program that ended meanwhile is a failure."""
+        waiting = client.impatient()
+
+        def answers():
             for program in self.programs:
                 if program.is_expected_to_run and not program.running:
                     self.fail(f"{program.name} ended; it said:\n{program.output()}")
-            return waiting.has(IP_FORWARDING)
+            return waiting.has(oid)
 
-        eventually(complete, "the agent does not answer ipForwarding.0")
+        eventually(answers, f"no answer for {oid}")
 
     def community(self, name, timeout=5):
         return Client(self.namespace, self.agent_address, ("-v2c", "-c", name), timeout)
@@ -126,10 +130,6 @@ class SystemCase(unittest.TestCase):
     def client_of(self, name):
         """Asks in the context of that VRF; None is the default one."""
         return self.community(f"c-{name}") if name else self.client
-
-    def wait_for_context(self, client):
-        waiting = client.impatient()
-        eventually(lambda: waiting.has(SYS_UP_TIME), "the context does not answer")
 
     def addresses(self, client=None):
         """ipAddrTable, as far as a walk saw it."""
@@ -184,21 +184,14 @@ class SystemCase(unittest.TestCase):
             self.assertEqual(client.get(*(bind.oid for bind in some)), some)
         return walked
 
-    def report(self):
-        """What the programs said last, for a failed test."""
-        lines = []
-        for program in self.programs:
-            lines += [f"--- {program.name} ({program.pid}):", *program.lines()[-40:]]
-        return "\n".join([*lines, ""])
-
 
 class Result(unittest.TextTestResult):
     """Shows each failure at once, and what the programs said."""
 
     def show(self, test, err):
         self.stream.writeln(f"{test}: {str(err[1])[:4000]}")
-        if isinstance(test, SystemCase):
-            self.stream.write(test.report())
+        for program in getattr(test, "programs", ()):
+            self.stream.writeln("\n".join([f"--- {program.name} ({program.pid}):", *program.lines()[-40:]]))
 
     def addFailure(self, test, err):
         super().addFailure(test, err)

@@ -27,15 +27,12 @@ class Namespace:
     def run(self, *command, check=True):
         return run_command(self.wrap(command), check=check)
 
-    def ip_command(self, *arguments):
-        return ["ip", "-n", self.name, *arguments]
-
     def ip(self, *lines):
         """`ip` commands in one process, which stops at the first that fails."""
-        run_command(self.ip_command("-batch", "-"), input_text="\n".join(lines) + "\n")
+        run_command(self.wrap(["ip", "-batch", "-"]), input_text="\n".join(lines) + "\n")
 
     def ip_json(self, *arguments):
-        return json.loads(run_command(self.ip_command("-j", *arguments)).stdout or "[]")
+        return json.loads(self.run("ip", "-j", *arguments).stdout or "[]")
 
     def add_interface(self, name, *addresses):
         """A veth whose other end, `<name>-p`, stays in the same namespace and is up, so that there is a carrier."""
@@ -70,9 +67,6 @@ class VrfNamespace(Namespace):
 
     def wrap(self, command):
         return ["nsenter", f"--net={self.file}", *command]
-
-    def ip_command(self, *arguments):
-        return self.wrap(["ip", *arguments])
 
 
 class VrfDirectory:

@@ -19,7 +19,8 @@ SKIPPED = 77  # what ctest knows as "skipped"
 SUITE_PATHS = [HERE, os.path.dirname(HERE)]
 PYTHON = ["/usr/bin/python3", "-BS"]
 PROGRAMS = [PYTHON[0], *(f"/usr/lib/frr/{name}" for name in ("zebra", "staticd", "bgpd")), "vtysh",
-            "ip", "nsenter", "setpriv", "sysctl", "snmpget", "snmpgetnext", "snmpwalk", "snmpbulkwalk"]
+            "ip", "mount", "nsenter", "setpriv", "sysctl", "umount", "unshare",
+            "snmpget", "snmpgetnext", "snmpwalk", "snmpbulkwalk"]
 OURS = ["quorind", "quorin-mirrord"]
 OTHERS = ["/bin/busybox", "/etc/passwd", "/etc/group"]
 QEMU = ["qemu-system-x86_64", "-accel", "tcg", "-icount", "shift=3,sleep=off", "-cpu", "max", "-smp", "1", "-m", "1024",
