@@ -1,4 +1,4 @@
-"""What the pair of programs answers without a configuration, and what it says. See also host/quorind_test.cpp."""
+"""What the pair of programs answers without a configuration, and what it says. See also host/agent/quorind_test.py."""
 
 import os
 import shutil
