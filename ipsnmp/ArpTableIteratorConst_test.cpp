@@ -36,6 +36,11 @@ class ArpTableIterator : public ::testing::Test {
 
 TEST_F(ArpTableIterator, survivesTheRemovalOfRowsAndOfTheVrf) {
   for (const char* addr : {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"}) rowIs(2, addr);
+  const auto atIndex = [this](const char* addr) {
+    return text(IpMib::ArpTableIteratorConst(ipMib, ArpTableIndex(2, Vantu::IpAddr::fromString(addr))));
+  };
+  EXPECT_EQ(atIndex("10.0.0.3"), "2/10.0.0.3");
+  EXPECT_EQ(atIndex("10.0.0.0"), "end") << "an exact search does not go on to the next row";
   IpMib::ArpTableIteratorConst at(ipMib);
   const auto copy = at;
   rowDel(2, "10.0.0.1");
