@@ -64,8 +64,8 @@ int serve(const std::string& directory, const std::string& endpoint, std::uint32
   hooks.started = [&](Host::AgentLoop&, const Host::AgentOptions&) {
     const auto root = Kel::makePtr<Kel::Dir>("");
     const auto store = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory + "/no-store"});
-    tree = std::make_unique<Host::AgentTree>(root, Kel::makePtr<Brev::TaskScheduler>(),
-                                             Kel::makePtr<Quillo::ArpTableMount>(store),
+    const auto neighbours = Kel::makePtr<Quillo::ArpTableMount>(Kel::makePtr<Quillo::TableFollower>(store));
+    tree = std::make_unique<Host::AgentTree>(root, Kel::makePtr<Brev::TaskScheduler>(), neighbours,
                                              Kel::makePtr<Varnix::EntityManager>(root->dirIs("Varnix"), store));
     contexts = std::make_unique<Snmp::Contexts>();
     fill(root, rows);
