@@ -8,6 +8,7 @@
 //   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair. The row is the object that
 //                         this pair holds. Addresses with the same prefix on the same interface share a row.
 // An address whose interface has no ifIndex, or whose VRF has no cache, gets its rows as soon as both exist.
+// Requires: no reactor on a cache's address tables changes an address, or removes a VRF's cache, from its handler.
 // Lifetime: stopping or destroying the machine removes its rows from every cache.
 
 #include <map>

@@ -177,8 +177,12 @@ void VrfRootSm::handleInitialized(bool isReady) {
   taskIs(Kel::makePtr<KelTask>(this, scheduler(), "vrf creation/deletion", taskPriority));
   initializedIs(true);
   handleVrfCreation();
+  // Watched before the ids are processed, which may throw while the store cannot be read.
+  if (const auto map = nameToIdMap()) {
+    for (const auto& [vrfName, id] : vrfNameStatus()->vrfId()) map->vrfIdIs(vrfName, id);
+    watch<KelNameToIdMap>(map, this);
+  }
   handleNameToIdMap();
-  watch<KelNameToIdMap>(nameToIdMap(), this);
   handleIntfStatus();
 }
 

@@ -69,7 +69,6 @@ void VrfRootSm::handleNameToIdMap() {
   const Kel::Ptr<VrfRootSm> self(this);
   const auto map = nameToIdMap();
   if (!map) return;
-  for (const auto& [vrfName, id] : vrfNameStatus()->vrfId()) map->vrfIdIs(vrfName, id);
   handleNameToIdMap(L3::VrfName());
   for (const auto& vrfName : map->vrfId().keys()) handleNameToIdMap(vrfName);
 }
