@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ipsnmp/IpForwardMib.h"
 #include "ipsnmp/ProtocolMap.h"
 #include "kel/Dir.h"
 #include "quillo/testing/TestArpTable.h"
@@ -48,6 +49,31 @@ TEST(IpAddressEntry, firstSourceSpeaksForTheAddress) {
       Kel::print(*entry->intf(IntfDataKey(addressSourceBorrowed, Vantu::IntfId("B")))),
       "Value('IpSnmp::IntfData', ** {'key': Value('IpSnmp::IntfDataKey', ** {'source': addressSourceBorrowed, "
       "'intfId': 'B'}), 'prefixEntry': Object(IpSnmp::IpAddressPrefixEntry)})");
+}
+
+TEST(IpForwardMib, aRowPrintsItsIndexAndItsFacts) {
+  const IpCidrRouteTableIndex index(Vantu::IpAddr::fromString("10.0.0.0"),
+                                    Vantu::IpAddr::fromString("255.255.255.0"), 0,
+                                    Vantu::IpAddr::fromString("10.1.1.1"));
+  EXPECT_EQ(Kel::print(IpCidrRouteTableEntry(index, 3, Routing::RouteMetric(10), Routing::RoutePreference(1),
+                                             Routing::Fib::RouteType(7), 4)),
+            "Value('IpSnmp::IpCidrRouteTableEntry', ** {'index': " + Kel::print(index) +
+                ", 'ifIndex': 3, 'metric': Value('Routing::RouteMetric', ** {'value': 10}), 'preference': "
+                "Value('Routing::RoutePreference', ** {'value': 1}), 'protocol': "
+                "Value('Routing::Fib::RouteType', ** {'value': 7}), 'type': 4})");
+}
+
+TEST(IpMib, anotherMasterForARowIsRefused) {
+  const auto mib = makePtr<IpMib>("ipmib");
+  mib->ipAddrTableIs(mib->ipAddressTableIs(v4("10.0.0.1")));
+  try {
+    mib->ipAddrTableIs(makePtr<IpAddressEntry>(v4("10.0.0.1")));
+    FAIL() << "a second master entry was accepted";
+  } catch (const Kel::ReinstantiationException& error) {
+    EXPECT_STREQ(error.what(),
+                 "Reinstantiating the pointer interface where constructor parameter attribute _masterEntry has a "
+                 "different value of Object(IpSnmp::IpAddressEntry)");
+  }
 }
 
 TEST(IpAddressEntry, v4AccessToOtherVersionsAborts) {

@@ -42,6 +42,18 @@ class RoutesOfKernelTest : public MirrorServiceTest {
   }
 };
 
+TEST_F(RoutesOfKernelTest, messagesLostByTheSocketAreMadeGood) {
+  std::vector<std::string> lines;
+  for (int number = 0; number < 3000; ++number) {
+    lines.push_back("route add 50." + std::to_string(number / 256) + "." + std::to_string(number % 256) +
+                    ".0/24 via 10.0.0.2");
+  }
+  start(1);
+  ipBatch(lines);
+  expectAgreement();
+  EXPECT_GT(service_->mirror().overruns(), 0U) << "or this test tests nothing";
+}
+
 TEST_F(RoutesOfKernelTest, asTheyComeAndGo) {
   ip("route add 20.0.0.0/8 via 10.0.0.2 proto bgp");
   start();

@@ -43,6 +43,8 @@ Parsed parse(std::vector<const char*> arguments) {
 TEST(MirrorOptionsTest, whatIsTaken) {
   EXPECT_FALSE(parse({}).options().isForeground || parse({}).options().mustSettingsExist);
   EXPECT_EQ(parse({}).options().store, "/run/quorin");
+  EXPECT_EQ(parse({}).options().netnsDirectory, "/run/netns");
+  EXPECT_EQ(parse({}).options().settingsFile, "/etc/quorin/mirror.yaml");
   const auto all = parse({"-f", "--store", "/x/../y", "--trace", "Mirror*/0-6", "--recreate-store", "--config",
                           "/etc/quorin/mirror.yaml", "--netns-dir=here"})
                        .options();

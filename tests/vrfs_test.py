@@ -143,6 +143,7 @@ class VrfsTest(SystemCase):
         self.assertLessEqual(set(tables[VRF]), {vrf_index(name) for name in ("stays", *WALKED)})
         names = {(index >> IF_INDEX_BITS, row[1]) for (index,), row in tables[VRF_IF].items()}
         self.assertEqual(len(names), len({number for number, _ in names}))
+        self.assertLessEqual({name for _, name in names}, {name.encode().hex() for name in ("default", "stays", *WALKED)})
 
     def test_memory_does_not_grow_with_what_has_been(self):
         if "libasan" in subprocess.run(["ldd", os.path.join(BIN_DIR, "quorind")], capture_output=True, text=True,

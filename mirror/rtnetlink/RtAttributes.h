@@ -74,7 +74,7 @@ inline Vantu::IpGenAddr addressOf(Vantu::Af af, Payload value) {
   return Vantu::Ip6Addr::fromBytes(value);
 }
 
-// Routes and next-hop objects (RtRoute.cpp).
+// Routes and next-hop objects (RtMessage_routes.cpp).
 RtMessage decodeRoute(const nlmsghdr& message);
 RtMessage decodeNexthop(const nlmsghdr& message);
 
