@@ -152,8 +152,12 @@ class TableWatch::OnFollower : public TableFollower::Notifiee {
  public:
   OnFollower(std::function<void()> initialized, std::function<void()> tables)
       : initialized_(std::move(initialized)), tables_(std::move(tables)) {}
-  void handleInitialized() override { initialized_(); }
-  void handleTables() override { tables_(); }
+  void handleInitialized() override {
+    if (initialized_) initialized_();
+  }
+  void handleTables() override {
+    if (tables_) tables_();
+  }
 
  private:
   const std::function<void()> initialized_, tables_;

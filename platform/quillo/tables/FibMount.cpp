@@ -57,7 +57,7 @@ class FibMount::Table : public Record::Status {
   using typename Record::Status::Visit;
 
   Table(FibMount* mount, const VrfId& vrfId) : mount_(mount), vrfId_(vrfId) {}
-  ~Table() override;
+  ~Table() override { removeFromMount(); }
 
   bool initialized() const override { return reader().follower()->initialized(); }
   void corruptionDetected(const std::string& message) const override {
@@ -100,6 +100,7 @@ class FibMount::Table : public Record::Status {
 
  private:
   const VrfTableReader& reader() const;
+  void removeFromMount();
 
   const Kel::Ptr<FibMount> mount_;
   const VrfId vrfId_;
@@ -193,7 +194,7 @@ struct FibMount::Tables {
 };
 
 template <class Record>
-FibMount::Table<Record>::~Table() {
+void FibMount::Table<Record>::removeFromMount() {
   mount_->tables_->template kind<Record>().byVrf.erase(vrfId_.value());
 }
 
