@@ -20,14 +20,14 @@
 // |                   | quorinFIBStatsByPrefixLenTable E.3.23.1.3                  |          |                       |
 // | quorinIpMIB       | QUORIN-IP-MIB: quorinIpIfStatsTable E.3.27.1.1             | default  | IpSnmp::IpMib         |
 //
-// E is enterprises.E with the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/. IpForward
-// and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables". Requests read memory
-// alone, save those of IpSwForwarding: Ip::SwFwdStats reads the kernel's files when its counters are older than half a
-// second.
+// E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
+// IpForward and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables". Requests
+// read only memory, except those of IpSwForwarding: Ip::SwFwdStats reads /proc/net when its counters are older than
+// half a second.
 //
-// init_<module> enters an SNMP context: "" is the default one, any other is named for its VRF. It aborts when an entity
-// to serve is missing or of another type, after a line on standard error that names the path. unregister_<module>
-// leaves the context; for a context that was never entered it does nothing.
+// init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other bears
+// its VRF's name. When an entity to serve is missing or of another type, it writes a line that names the path to
+// standard error and aborts. unregister_<module>(context) removes them; a no-op for a context that was never entered.
 
 #include "modules/frame/Module.h"
 
@@ -41,3 +41,5 @@ MIB_MODULE_FUNCTIONS(IpSwForwarding)
 MIB_MODULE_FUNCTIONS(VrfBase)
 MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)
+
+#undef MIB_MODULE_FUNCTIONS

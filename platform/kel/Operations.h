@@ -18,13 +18,14 @@ void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const ch
 void kelOrphanIfEntity(PtrInterface& object);
 [[noreturn]] void kelReinstantiated(const PtrInterface& existing, const char* attrName, const String& value);
 
-// Holds the owner of an attribute until the operation on it ends, since a handler may release the last handle. Null
-// for an owner in its constructor or destructor, which no handle may be made to.
+// Returns a handle that keeps `owner` alive until an operation on its attribute ends: a handler may release the last
+// other handle. Returns null while the owner is being constructed or destroyed, when no handle may be taken.
 inline Ptr<const PtrInterface> kept(const PtrInterface& owner) {
   return owner.use_count() == 0 ? nullptr : Ptr<const PtrInterface>(&owner);
 }
 
-// An owned object must not point at an owner that is gone.
+// The storage of KEL_MEMBERS and of KEL_CHILD and KEL_OWNED. Their destructors clear the parent of each owned entity,
+// which others may still hold.
 template <class Map>
 struct OwnedMembers {
   Map map;
@@ -61,6 +62,7 @@ void checkConstructor(const T& existing, const Args&... args) {
   }
 }
 
+// The key of a member from its constructor parameters: what `T::kelKeyOf` returns, or the first parameter.
 template <class T, class Key, class First, class... Rest>
 Key memberKey(const First& first, const Rest&... rest) {
   if constexpr (requires { T::kelKeyOf(first, rest...); }) {
@@ -70,7 +72,8 @@ Key memberKey(const First& first, const Rest&... rest) {
   }
 }
 
-// Members may also be reactors, which the owner keeps by key: their kelStart and kelStop are called too.
+// kelStarted and kelRemoved run the life cycle of an owned object: kelStart after creation, deletion handlers and
+// kelStop after removal. A member may also be a reactor that is no Notifier; it needs only kelStart and kelStop.
 template <class T>
 void kelStarted(const Ptr<T>& object) {
   if constexpr (requires { object->kelStart(); }) object->kelStart();
@@ -86,6 +89,8 @@ void kelRemoved(const Ptr<T>& object) {
   if constexpr (std::is_base_of_v<Entity, T>) kelOrphanIfEntity(*object);
 }
 
+// Create-or-get of a collection's member. Throws ReinstantiationException as checkConstructor does. A new member is in
+// the map before it starts, and starts before `notify(key)`.
 template <class T, class Map, class Notify, class... Args>
 Ptr<T> memberIs(const PtrInterface& owner, Map& map, const char* attrName, Notify notify, Args&&... args) {
   const typename Map::Key key = memberKey<T, typename Map::Key>(args...);
@@ -103,10 +108,11 @@ Ptr<T> memberIs(const PtrInterface& owner, Map& map, const char* attrName, Notif
   return created;
 }
 
+// Deletes a member; false when there is none. The member's own reactors are notified before `notify(key)`.
 template <class Map, class Notify>
 bool memberDel(const PtrInterface& owner, Map& map, const typename Map::Key& givenKey, Notify notify) {
   const auto hold = kept(owner);
-  const typename Map::Key key = givenKey;  // the given one may live in the member
+  const typename Map::Key key = givenKey;  // a copy: `givenKey` may be part of the member
   const auto gone = map.kelTake(key);
   if (!gone) return false;
   kelRemoved(gone);
@@ -114,6 +120,7 @@ bool memberDel(const PtrInterface& owner, Map& map, const typename Map::Key& giv
   return true;
 }
 
+// The same for a single child.
 template <class T, class Notify, class... Args>
 Ptr<T> childIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrName, Notify notify, Args&&... args) {
   if (slot.object) {
@@ -140,6 +147,7 @@ bool childDel(const PtrInterface& owner, ChildSlot<T>& slot, Notify notify) {
   return true;
 }
 
+// Replaces an owned object with `object`, which may be null. The previous object is deleted first.
 template <class T, class Notify>
 void ownedIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrName, Ptr<T> object, Notify notify) {
   if (slot.object == object) return;
@@ -150,7 +158,8 @@ void ownedIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrName
   notify();
 }
 
-// True when the map changed. The version counts members, so a new value under a known key leaves it.
+// Sets the value of a key; true when that changed the map. A new value under an existing key does not change the map's
+// version, which only counts insertions and removals.
 template <class Map, class Key, class T>
 bool valueIs(Map& map, const Key& key, T value) {
   if (auto* present = map.kelFind(key)) {

@@ -1,15 +1,15 @@
 #pragma once
 // Names network namespaces, and switches the calling thread between them.
 //
-// A namespace is known by its name: "default" is the one that the process started in, any other name N is the one
-// whose file is N in the directory of namespaces (/run/netns/N, as `ip netns add N` makes it). The namespace of VRF
-// red is named "ns-red":
+// The name "default" means the namespace in which the process started. Any other name N means the namespace whose file
+// is N in the directory of namespaces (/run/netns/N, as `ip netns add N` makes it). The namespace of VRF red is named
+// "ns-red":
 //
 //   const Vantu::NetNsGuard guard(Vantu::nsNameOfVrf(vrfName));
-//   // to the end of the scope, what is opened of /proc/net, and each new socket, is the VRF's
+//   // until the end of the scope, files opened below /proc/net and new sockets belong to the VRF
 //
-// Descriptors that were open before keep their namespace. Requires CAP_SYS_ADMIN, except to enter the present
-// namespace.
+// Descriptors that are already open keep their namespace.
+// Requires: CAP_SYS_ADMIN, except to enter the namespace in which the thread already is.
 
 #include <sys/types.h>
 
@@ -20,37 +20,38 @@
 
 namespace Vantu {
 
-// "default" for VRF "default" (and for empty text), "ns-" followed by the name for any other VRF.
+// Returns the name of a VRF's namespace: "default" for VRF "default" and for empty text, else "ns-" and the VRF's name.
 std::string nsNameOfVrf(std::string_view vrfName);
-// The reverse of the latter: what follows "ns-", which may be no VRF's name; none for a name that begins otherwise.
+// Returns the text behind "ns-", or nullopt for a name that does not begin so. The text is not checked: it may be empty
+// or too long for a VRF's name.
 std::optional<std::string> vrfOfNsName(std::string_view nsName);
 
-// The directory that setNsByName() and NetNsGuard look in. One for the whole process; to be changed by the thread
-// that enters namespaces.
+// The directory in which setNsByName() and NetNsGuard look names up; one for the whole process. Requires: only the
+// thread that enters namespaces sets it.
 inline constexpr const char* defaultNetNsDirectory = "/run/netns";
 void netNsDirectoryIs(std::string directory);
 
-// Enters the namespace `nsName`. Throws Kel::Exception that names the namespace, its file and the reason; the
-// thread then is where it was.
+// Enters the namespace `nsName`. Throws Kel::Exception that names the namespace, its file and the reason; then the
+// thread stays in its namespace.
 void setNsByName(const char* nsName);
 
-// A namespace that is held open, also after the file that named it was removed.
+// An open handle to a namespace. Lifetime: the namespace exists while the handle does, even when its file is removed.
 class NetNs {
  public:
-  // No two namespaces that exist at the same time have the same, and what is held open exists.
+  // Unique among the namespaces that exist at one time, so among those that are held open (stat(2) of nsfs).
   struct Id {
     dev_t device = 0;
     ino_t inode = 0;
     friend auto operator<=>(const Id&, const Id&) = default;
   };
 
-  // True for the file of a namespace, as `ip netns add` makes it. The file is not opened, since it might be anything.
+  // True for the file of a namespace, as `ip netns add` makes it. Does not open the file: opening a FIFO would block.
   static bool isNamespace(const std::string& file);
 
   // The namespace that the calling thread is in.
   NetNs();
-  // The one that `file` names, which is entered for a moment; the file may be unmounted and removed afterwards.
-  // Throws Kel::Exception that names the file and the reason.
+  // The namespace of `file`. Enters it for a moment, so that the handle does not keep the file's mount busy: the
+  // file may be unmounted and removed afterwards. Throws Kel::Exception that names the file and the reason.
   explicit NetNs(const std::string& file);
   ~NetNs();
   NetNs(const NetNs&) = delete;
@@ -69,18 +70,18 @@ class NetNs {
   Id id_;
 };
 
-// Enters a namespace for a scope and comes back to the namespace of before, which need not be the default one.
-// Aborts the process if it cannot come back: nothing may go on in a namespace where it does not belong.
+// Enters a namespace; the destructor returns to the previous one, which need not be the default. Aborts the process
+// when it cannot return: later work would run in the wrong namespace.
 class NetNsGuard {
  public:
   explicit NetNsGuard(const std::string& nsName);  // throws as setNsByName()
-  explicit NetNsGuard(const NetNs& ns);            // the same
+  explicit NetNsGuard(const NetNs& ns);            // throws likewise
   ~NetNsGuard();
   NetNsGuard(const NetNsGuard&) = delete;
   NetNsGuard& operator=(const NetNsGuard&) = delete;
 
  private:
-  int previous_;  // descriptor of the namespace to come back to
+  int previous_;  // descriptor of the namespace to return to
 };
 
 }  // namespace Vantu
