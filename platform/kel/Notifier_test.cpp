@@ -35,15 +35,6 @@ class Watcher : public Lamp::Notifiee {
   }
 };
 
-class HouseWatcher : public House::Notifiee {
- public:
-  Calls* calls = nullptr;
-  void handleLamp(const Kel::Name& name) override {
-    calls->push_back((notifier()->lampHas(name) ? "added " : "removed ") + name);
-  }
-  void handlePorch() override { calls->push_back(notifier()->porch() ? "porch" : "no porch"); }
-};
-
 struct NotifierTest : testing::Test {
   Ptr<Lamp> lamp = makePtr<Lamp>("hall");
 
@@ -118,6 +109,13 @@ TEST_F(NotifierTest, aHandlerMayDestroyItselfAndItsNotifier) {
 }
 
 TEST_F(NotifierTest, deletionReachesTheMembersReactorsBeforeTheOwners) {
+  struct HouseWatcher : House::Notifiee {
+    Calls* calls = nullptr;
+    void handleLamp(const Kel::Name& name) override {
+      calls->push_back((notifier()->lampHas(name) ? "added " : "removed ") + name);
+    }
+    void handlePorch() override { calls->push_back(notifier()->porch() ? "porch" : "no porch"); }
+  };
   Calls order;
   auto house = makePtr<House>("house");
   auto houseWatcher = makePtr<HouseWatcher>();

@@ -1,4 +1,4 @@
-// Levels, the ring of function entries, the limit of repeated lines, and the clock that dates them.
+// Levels, the ring of function entries, and the limit of repeated lines.
 
 #include "kel/Trace.h"
 
@@ -7,7 +7,6 @@
 
 #include "kel/Errors.h"
 #include "kel/LineLimit.h"
-#include "kel/System.h"
 
 namespace {
 
@@ -98,14 +97,6 @@ TEST_F(TraceTest, limitPassesWhatTheConfigurationAsksFor) {
   EXPECT_EQ(passed(named, 0), 10U);
   Kel::TraceLimit::beginPeriod();
   EXPECT_THAT(lines, ElementsAre("TraceTest/0: 7 ... repeated 7 times"));
-}
-
-TEST(System, clockIsInjectableAndOtherwiseSteady) {
-  const auto real = Kel::System::currentTime();
-  Kel::System::clockIs([] { return 12.5; });
-  EXPECT_EQ(Kel::System::currentTime(), 12.5);
-  Kel::System::clockIs({});
-  EXPECT_GE(Kel::System::currentTime(), real);
 }
 
 }  // namespace

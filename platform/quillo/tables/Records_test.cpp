@@ -80,6 +80,10 @@ TEST(RecordBytes, malformedOnesAreNoRecord) {
 }
 
 TEST(RecordBytes, whatHasNoPlaceIsRefused) {
+  EXPECT_EQ(Fib::FecId(~std::uint64_t{0}), Fib::FecId::fromString("18446744073709551615"));
+  for (const char* text : {"", "x", "-1", "1 ", "18446744073709551616"}) {
+    EXPECT_THROW(Fib::FecId::fromString(text), Kel::RangeException) << text;
+  }
   EXPECT_THROW(Arp::Table::encodeKey({VrfId(0), {}, goodVia.intfId}), Kel::RangeException);
   EXPECT_THROW(Arp::Table::encodeKey({VrfId(0), goodVia.hop, {}}), Kel::RangeException);
   for (const auto& unstorable : {VrfId(), VrfId(0x1000000)}) {

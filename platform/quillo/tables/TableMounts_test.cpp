@@ -25,6 +25,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using ::testing::ThrowsMessage;
 using Vrf::VrfIdMap::VrfId;
 
 // The ids around the boundaries of their bytes; what lies between them is in nobody's range.
@@ -43,26 +44,28 @@ Fib::Fec fecOf(std::uint64_t id, const char* intf = "e") {
 }
 
 // The same operations under one name for every type of record.
-void add(Batch& batch, VrfId, const ArpEntry& entry) {
-  entryIs(batch, entry);
+template <class Entry>
+void add(Batch& batch, VrfId vrfId, const Entry& entry) {
+  if constexpr (std::is_same_v<Entry, ArpEntry>) {
+    entryIs(batch, entry);
+  } else if constexpr (std::is_same_v<Entry, Fib::Fec>) {
+    fecIs(batch, vrfId, entry);
+  } else {
+    routeIs(batch, vrfId, entry);
+  }
 }
-void add(Batch& batch, VrfId vrfId, const Fib::Fec& fec) {
-  fecIs(batch, vrfId, fec);
+template <class Key>
+void remove(Batch& batch, VrfId vrfId, const Key& key) {
+  if constexpr (std::is_same_v<Key, ArpKey>) {
+    entryDel(batch, key);
+  } else if constexpr (std::is_same_v<Key, Fib::FecId>) {
+    fecDel(batch, vrfId, key);
+  } else {
+    routeDel(batch, vrfId, key);
+  }
 }
-template <class P>
-void add(Batch& batch, VrfId vrfId, const BasicRoute<P>& route) {
-  routeIs(batch, vrfId, route);
-}
-void remove(Batch& batch, VrfId, const ArpKey& key) {
-  entryDel(batch, key);
-}
-void remove(Batch& batch, VrfId vrfId, const Fib::FecId& fecId) {
-  fecDel(batch, vrfId, fecId);
-}
-template <class P>
-void remove(Batch& batch, VrfId vrfId, const P& prefix) {
-  routeDel(batch, vrfId, prefix);
-}
+
+unsigned keysNotified = 0;
 
 // What a state machine keeps of a table: a copy, and how it came about. `Self` reads it.
 template <class Self, class Status, class Key, class Entry>
@@ -77,7 +80,7 @@ struct Copy : Status::Notifiee {
     static_cast<Self*>(this)->walkAll([this](const Key& key, const Entry& entry) { entries[key] = entry; });
   }
   void keyChanged(const Key& key, const std::function<Entry()>& lookup) {
-    ++keys;
+    ++keys, ++keysNotified;
     entries.erase(key);
     read([&] {
       if (const Entry entry = lookup(); entry != Entry()) entries[key] = entry;
@@ -87,6 +90,7 @@ struct Copy : Status::Notifiee {
     try {
       reading();
     } catch (const CorruptionDetectedException& damage) {
+      // One kind of table takes the exception, the other its text.
       if constexpr (std::is_same_v<Entry, ArpEntry>) {
         this->notifier()->corruptionDetected(damage);
       } else {
@@ -173,7 +177,10 @@ class TableMountsTest : public TestStore {
   void follow(std::size_t limit = 100, unsigned times = 1) {
     for (; times > 0; --times) {
       mount_->refresh();
-      while (follower_->step(limit)) {
+      for (bool more = true; more;) {
+        const auto before = keysNotified;
+        more = follower_->step(limit);
+        EXPECT_LE(keysNotified, before + limit);
       }
     }
   }
@@ -301,12 +308,15 @@ TEST_F(TableMountsTest, randomHistoriesReachTheirReaders) {
         return raise(SIGKILL);
       })));
       model_[VrfId(1)].routes[route(5, 77).prefix] = route(5, 77);
-      settings.recreate = below(3) == 0;
+      const bool isRecreated = settings.recreate = below(3) == 0;
       publisher = std::make_unique<Publisher>(settings);
       settings.recreate = false;
+      // A store that is made anew replaces nothing before its first pass is complete.
+      const auto before = arpCopy_->anew;
       pass(*publisher, [&](Batch& batch) {
         for (const auto& [vrfId, model] : model_) model.addTo(batch, vrfId);
         if (below(2) == 0) follow(3);
+        EXPECT_TRUE(!isRecreated || arpCopy_->anew == before);
       });
     }
     if (below(3) != 0) continue;
@@ -321,9 +331,7 @@ TEST_F(TableMountsTest, randomHistoriesReachTheirReaders) {
   }
   EXPECT_EQ(1U, arpCopy_->initialized);
   EXPECT_GT(arpCopy_->anew, 2U);
-  EXPECT_GT(arpCopy_->keys, 100U);
   EXPECT_GT(copies_[VrfId(1)].routes->keys, 50U);
-  EXPECT_GT(arpCopy_->entries.size(), 100U);
 }
 
 TEST_F(TableMountsTest, keysThatNobodyCanHavePutHaveNoEntry) {
@@ -364,14 +372,10 @@ TEST_F(TableMountsTest, damagedRecordsAreReportedOnceAndTheOthersServed) {
   ASSERT_EQ(7U, arpCopy_->entries.size());
   ASSERT_GE(damage(dataFile(), "DAMAGE"), 9U);
   const auto& copy = copies_[VrfId(1)];
-  std::string walked;
-  const auto visit = [&](const ArpEntry& entry) { walked += entry.addr().stringValue() + " "; };
-  arp_->forEachArpEntry(VrfId(0), visit);
-  EXPECT_THROW(arp_->forEachArpEntry(VrfId(1), visit), CorruptionDetectedException);
-  EXPECT_THROW(arp_->forEachArpEntry(VrfId(255), visit), CorruptionDetectedException);
-  arp_->forEachNeighborEntry(VrfId(255), visit);
-  EXPECT_EQ("0.0.0.9 0.0.0.1 0.0.0.3 0.0.0.5 ", walked);
-  EXPECT_EQ(neighbour(1, 1), arp_->arpEntry(neighbour(1, 1).key));
+  const auto ignore = [](const ArpEntry&) {};
+  arp_->forEachArpEntry(VrfId(0), ignore);
+  arp_->forEachNeighborEntry(VrfId(255), ignore);
+  EXPECT_THROW(arp_->forEachArpEntry(VrfId(255), ignore), CorruptionDetectedException);
   EXPECT_THROW(arp_->arpEntry(neighbour(1, 2).key), CorruptionDetectedException);
   EXPECT_THROW(fib_->routeStatus(VrfId(1))->route(route(2, 1).prefix), CorruptionDetectedException);
   EXPECT_THROW(fib_->forwardingStatus(VrfId(1))->fec(Fib::FecId(2)), CorruptionDetectedException);
@@ -449,14 +453,10 @@ TEST_F(TableMountsTest, fileThatIsCutShort) {
   {
     auto snapshot = mount_->snapshot();
     std::filesystem::resize_file(dataFile(), 8192);
-    try {
-      contents(snapshot);
-      snapshot.scan(TableId::arp);
-      FAIL() << "a scan of pages that are gone";
-    } catch (const CorruptionDetectedException& damage) {
-      EXPECT_THAT(damage.what(), HasSubstr("fault in the mapping of data.mdb"));
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      EXPECT_THAT([&] { snapshot.get(TableId::arp, "any"); },
+                  ThrowsMessage<CorruptionDetectedException>(HasSubstr("fault in the mapping of data.mdb")));
     }
-    EXPECT_THROW(snapshot.get(TableId::arp, "any"), CorruptionDetectedException);
   }
   stopClock();
   // What stays broken is tried again after growing pauses, not with every refresh.

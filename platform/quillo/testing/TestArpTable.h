@@ -1,5 +1,5 @@
 #pragma once
-// For tests: a table of neighbours in memory, which can be told to be damaged.
+// For tests: a table of neighbours in memory, whose reads can be made to fail.
 
 #include <functional>
 #include <map>
@@ -16,36 +16,35 @@ class TestStatus : public Status {
   using VrfId = Vrf::VrfIdMap::VrfId;
 
   bool initialized() const override { return isInitialized; }
-  ArpEntry arpEntry(const ArpKey& key) const override { return entry(arp_, key); }
-  ArpEntry neighborEntry(const ArpKey& key) const override { return entry(neighbor_, key); }
+  ArpEntry arpEntry(const ArpKey& key) const override { return entry(Vantu::ipv4_, key); }
+  ArpEntry neighborEntry(const ArpKey& key) const override { return entry(Vantu::ipv6_, key); }
   void forEachArpEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const override {
-    forEach(arp_, vrfId, from, visit);
+    forEach(Vantu::ipv4_, vrfId, from, visit);
   }
   void forEachNeighborEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from,
                             const VisitWhile& visit) const override {
-    forEach(neighbor_, vrfId, from, visit);
+    forEach(Vantu::ipv6_, vrfId, from, visit);
   }
   void corruptionDetected(const Pesk::CorruptionDetectedException& error) const override {
     reports.emplace_back(error.what());
   }
 
-  // Each tells the reactors.
+  // Each calls the reactors.
   void entryIs(const ArpEntry& entry) {
-    mapOf(entry.key)[entry.key] = entry;
+    map_[entry.key] = entry;
     notify(entry.key);
   }
   void entryDel(const ArpKey& key) {
-    if (mapOf(key).erase(key) > 0) notify(key);
+    if (map_.erase(key) > 0) notify(key);
   }
   void initializedIs() {
     isInitialized = true;
     kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handleInitialized(); });
   }
-  // In the place of everything that is there; told as one change.
+  // Replaces all entries, with one notification.
   void tableIs(const std::vector<ArpEntry>& entries) {
-    arp_.clear();
-    neighbor_.clear();
-    for (const auto& entry : entries) mapOf(entry.key)[entry.key] = entry;
+    map_.clear();
+    for (const auto& entry : entries) map_[entry.key] = entry;
     kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handleTable(); });
   }
 
@@ -56,9 +55,6 @@ class TestStatus : public Status {
   mutable std::vector<std::string> reports;
 
  private:
-  using Map = std::map<ArpKey, ArpEntry>;
-
-  Map& mapOf(const ArpKey& key) { return key.addr.af() == Vantu::ipv4_ ? arp_ : neighbor_; }
   void notify(const ArpKey& key) const {
     kelNotify<Notifiee>([&](Notifiee& reactor) {
       key.addr.af() == Vantu::ipv4_ ? reactor.onArpEntry(key) : reactor.onNeighborEntry(key);
@@ -67,21 +63,20 @@ class TestStatus : public Status {
   void check() const {
     if (damage) throw Pesk::CorruptionDetectedException("test", "arp", "key", *damage);
   }
-  ArpEntry entry(const Map& map, const ArpKey& key) const {
+  ArpEntry entry(Vantu::Af family, const ArpKey& key) const {
     if (!damagedKey || *damagedKey == key) check();
-    const auto at = map.find(key);
-    return at == map.end() ? ArpEntry() : at->second;
+    const auto at = map_.find(key);
+    return at == map_.end() || key.addr.af() != family ? ArpEntry() : at->second;
   }
-  void forEach(const Map& map, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const {
+  void forEach(Vantu::Af family, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const {
     walkBegins(vrfId);
-    for (auto at = map.lower_bound({vrfId, from, {}}); at != map.end() && at->first.vrfId == vrfId; ++at) {
-      if (!visit(at->second)) return;
+    for (auto at = map_.lower_bound({vrfId, from, {}}); at != map_.end() && at->first.vrfId == vrfId; ++at) {
+      if (at->first.addr.af() == family && !visit(at->second)) return;
     }
     check();
   }
 
-  Map arp_;
-  Map neighbor_;
+  std::map<ArpKey, ArpEntry> map_;
 };
 
 }  // namespace Arp::Table

@@ -1,5 +1,5 @@
 #pragma once
-// For tests: tables of routes and FECs in memory, which can be told to be damaged.
+// For tests: tables of routes and FECs in memory, whose reads can be made to fail.
 
 #include <map>
 #include <optional>
@@ -10,8 +10,8 @@
 
 namespace Quillo {
 
-// What both tables do alike. `Base` is the table's interface, `Key` its key, `Entry` what is found under it.
-template <class Base, class Key, class Entry>
+// What both tables have in common: `Base` is the table's interface, `key` an entry's key, `handler` what a change calls.
+template <class Base, class Key, class Entry, Key Entry::*key, void (Base::Notifiee::*handler)(const Key&)>
 class TestTable : public Base {
  public:
   using typename Base::Notifiee;
@@ -25,7 +25,7 @@ class TestTable : public Base {
     isInitialized = true;
     this->template kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handleInitialized(); });
   }
-  // In the place of everything that is there; told as one change.
+  // Replaces all entries, with one notification.
   void tableIs(std::map<Key, Entry> entries) {
     map = std::move(entries);
     changed();
@@ -39,25 +39,27 @@ class TestTable : public Base {
   std::map<Key, std::string> damagedEntries;  // what reads of these keys throw
   std::map<Key, Entry> map;
   mutable std::vector<std::string> reports;
-  std::uint64_t currentGeneration = 0;  // when it is not 0, the operations of this class count it on
+  std::uint64_t currentGeneration = 0;  // unless it is 0, each change increments it
   mutable unsigned lookups = 0;
 
  protected:
-  void changed() {
-    if (currentGeneration != 0) ++currentGeneration;
+  void entryIs(const Entry& entry) {
+    map[entry.*key] = entry;
+    notify(entry.*key);
   }
-  Entry find(const Key& key) const {
+  void entryDel(const Key& erased) {
+    if (map.erase(erased) > 0) notify(erased);
+  }
+  Entry find(const Key& sought) const {
     ++lookups;
-    if (isUnreadable) throw StoreException(StoreException::Kind::gone, "the table cannot be read");
-    if (damage) throwDamage(*damage);
-    if (const auto at = damagedEntries.find(key); at != damagedEntries.end()) throwDamage(at->second);
-    const auto at = map.find(key);
+    check();
+    if (const auto at = damagedEntries.find(sought); at != damagedEntries.end()) throwDamage(at->second);
+    const auto at = map.find(sought);
     return at == map.end() ? Entry() : at->second;
   }
   template <class Visit>
   void forEach(const Key& from, const Visit& visit) const {
-    if (isUnreadable) throw StoreException(StoreException::Kind::gone, "the table cannot be read");
-    if (damage) throwDamage(*damage);
+    check();
     for (auto at = map.lower_bound(from); at != map.end(); ++at) {
       if (!damagedEntries.contains(at->first) && !visit(at->second)) return;
     }
@@ -65,57 +67,44 @@ class TestTable : public Base {
   }
 
  private:
+  void changed() {
+    if (currentGeneration != 0) ++currentGeneration;
+  }
+  void notify(const Key& changedKey) {
+    changed();
+    this->template kelNotify<Notifiee>([&](Notifiee& reactor) { (reactor.*handler)(changedKey); });
+  }
+  void check() const {
+    if (isUnreadable) throw StoreException(StoreException::Kind::gone, "the table cannot be read");
+    if (damage) throwDamage(*damage);
+  }
   [[noreturn]] static void throwDamage(const std::string& what) {
     throw Pesk::CorruptionDetectedException("test", "table", "key", what);
   }
 };
 
-template <class PrefixType>
-class TestRouteStatus final : public TestTable<BasicRouteStatus<PrefixType>, PrefixType, BasicRoute<PrefixType>> {
-  using Base = TestTable<BasicRouteStatus<PrefixType>, PrefixType, BasicRoute<PrefixType>>;
-
+template <class P>
+class TestRouteStatus final : public TestTable<BasicRouteStatus<P>, P, BasicRoute<P>, &BasicRoute<P>::prefix,
+                                               &BasicRouteStatus<P>::Notifiee::onRoute> {
  public:
-  using typename Base::Notifiee;
-  using typename Base::Route;
-  using typename Base::Visit;
+  using Route = BasicRoute<P>;
+  using Visit = typename BasicRouteStatus<P>::Visit;
 
-  Route route(const PrefixType& prefix) const override { return this->find(prefix); }
-  void forEachRoute(const PrefixType& from, const Visit& visit) const override { this->forEach(from, visit); }
+  Route route(const P& prefix) const override { return this->find(prefix); }
+  void forEachRoute(const P& from, const Visit& visit) const override { this->forEach(from, visit); }
 
-  // Each tells the reactors.
-  void routeIs(const Route& route) {
-    this->map[route.prefix] = route;
-    notify(route.prefix);
-  }
-  void routeDel(const PrefixType& prefix) {
-    if (this->map.erase(prefix) > 0) notify(prefix);
-  }
-
- private:
-  void notify(const PrefixType& prefix) {
-    this->changed();
-    this->template kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.onRoute(prefix); });
-  }
+  void routeIs(const Route& route) { this->entryIs(route); }
+  void routeDel(const P& prefix) { this->entryDel(prefix); }
 };
 
-class TestForwardingStatus final : public TestTable<Fib::ForwardingStatus, Fib::FecId, Fib::Fec> {
+class TestForwardingStatus final : public TestTable<Fib::ForwardingStatus, Fib::FecId, Fib::Fec, &Fib::Fec::fecId,
+                                                    &Fib::ForwardingStatus::Notifiee::onFec> {
  public:
   Fib::Fec fec(const Fib::FecId& fecId) const override { return find(fecId); }
   void forEachFec(const Fib::FecId& from, const Visit& visit) const override { forEach(from, visit); }
 
-  void fecIs(const Fib::Fec& fec) {
-    map[fec.fecId] = fec;
-    notify(fec.fecId);
-  }
-  void fecDel(const Fib::FecId& fecId) {
-    if (map.erase(fecId) > 0) notify(fecId);
-  }
-
- private:
-  void notify(const Fib::FecId& fecId) {
-    changed();
-    kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.onFec(fecId); });
-  }
+  void fecIs(const Fib::Fec& fec) { entryIs(fec); }
+  void fecDel(const Fib::FecId& fecId) { entryDel(fecId); }
 };
 
 }  // namespace Quillo

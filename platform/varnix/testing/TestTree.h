@@ -116,11 +116,13 @@ class Mutator {
   std::mt19937 random_;
 };
 
-// A publisher with a tree of its own.
+// A publisher with a tree.
 struct Writer {
   explicit Writer(const std::string& directory, bool recreate = false)
-      : store({.directory = directory, .name = "test-publisher", .recreate = recreate}) {}
-  Varnix::Tree tree{Kel::makePtr<Kel::Dir>("")};
+      : Writer({.directory = directory, .name = "test-publisher", .recreate = recreate},
+               Varnix::Tree(Kel::makePtr<Kel::Dir>(""))) {}
+  Writer(const Quillo::PublisherConfig& config, const Varnix::Tree& published) : tree(published), store(config) {}
+  Varnix::Tree tree;
   Quillo::Publisher store;
   Varnix::DocumentPublisher documents{tree, store};
 };
