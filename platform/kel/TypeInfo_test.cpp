@@ -7,7 +7,6 @@
 namespace KelTest {
 namespace {
 
-using Kel::Datum;
 using Kel::makePtr;
 
 TEST(TypeInfo, listsAndPrintsAttributesBaseFirstInOrderOfDeclaration) {
@@ -24,30 +23,6 @@ TEST(TypeInfo, listsAndPrintsAttributesBaseFirstInOrderOfDeclaration) {
   EXPECT_EQ(Kel::print(lamp), "Entity('hall')");
   EXPECT_EQ(errorOf([&] { Kel::readAttribute(*lamp, "height"); }),
             "KelTest::Lamp has no readable attribute 'height'");
-}
-
-TEST(TypeInfo, dataGoOutAndComeBackAndBadDataChangeNothing) {
-  auto lamp = makePtr<Lamp>("hall");
-  lamp->colourIs(green);
-  lamp->positionIs(Position(-4, "c"));
-  for (const auto* socket : {"a", "b"}) lamp->socketsIs(socket, 1);
-  auto copy = makePtr<Lamp>("copy");
-  copy->socketsIs("gone", 9);
-  for (const auto& attribute : lamp->kelTypeInfo().attributes()) {
-    if (attribute.fromDatum) attribute.fromDatum(*copy, attribute.toDatum(*lamp));
-  }
-  const auto set = [&](const char* name, Datum datum) {
-    return errorOf([&] { copy->kelTypeInfo().find(name)->fromDatum(*copy, datum); });
-  };
-  EXPECT_EQ(set("lit", Datum("yes")), "expected a boolean, found a text");
-  EXPECT_EQ(set("colour", Datum("blue")), "'blue' is not a value of KelTest::Colour; expected one of red, green");
-  EXPECT_EQ(set("position", Datum(Datum::Object{{"row", Datum(std::int64_t{1})}})), "field 'column' is missing");
-  EXPECT_EQ(
-      set("sockets", Datum(Datum::Object{{"c", Datum(std::int64_t{1})}, {"d", Datum(std::uint64_t{1} << 40)}})),
-      "integer out of range -2147483648 to 2147483647");
-  EXPECT_EQ(copy->colour(), green);
-  EXPECT_EQ(copy->position(), Position(-4, "c"));
-  EXPECT_EQ(copy->sockets().keys(), (std::vector<Kel::Name>{"a", "b"}));
 }
 
 TEST(TypeInfo, operationsByNameCreateGetAndDelete) {

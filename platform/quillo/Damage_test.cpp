@@ -205,33 +205,26 @@ TEST_F(DamageTest, ScrubberReportsWhatStaysDamagedOnce) {
 volatile int* volatile elsewhere = reinterpret_cast<volatile int*>(8);
 
 // Each runs in a process of its own, which removes its directory before it dies. The handler that was there before
-// sees its own faults, with everything the kernel told.
+// sees its own faults, with everything the kernel reported.
 TEST_F(DamageTest, FaultElsewhereReachesThePreviousHandler) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        struct sigaction mine {};
-        mine.sa_flags = SA_SIGINFO;
-        mine.sa_sigaction = [](int, siginfo_t* info, void* context) {
-          _exit(info->si_addr == const_cast<int*>(elsewhere) && context != nullptr ? 42 : 43);
-        };
-        sigaction(SIGSEGV, &mine, nullptr);
-        build();
-        auto reader = mount();
-        if (contents(reader->snapshot()) != model_) _exit(1);
-        std::filesystem::remove_all(parent_);
-        *elsewhere = 1;
-      },
-      ::testing::ExitedWithCode(42), "");
-  const auto withoutHandler = [this](int number, const auto& fault) {
-    signal(number, SIG_DFL);
+  const auto fault = [this](int number, const struct sigaction& previous, const auto& raiseIt) {
+    sigaction(number, &previous, nullptr);
     build();
+    const bool isRead = contents(mount()->snapshot()) == model_;
     std::filesystem::remove_all(parent_);
-    fault();
-    _exit(0);
+    if (isRead) raiseIt();
+    _exit(1);
   };
-  EXPECT_EXIT(withoutHandler(SIGSEGV, [] { *elsewhere = 1; }), ::testing::KilledBySignal(SIGSEGV), "");
-  EXPECT_EXIT(withoutHandler(SIGBUS, [] { raise(SIGBUS); }), ::testing::KilledBySignal(SIGBUS), "");
+  struct sigaction mine {
+  }, none{};
+  mine.sa_flags = SA_SIGINFO;
+  mine.sa_sigaction = [](int, siginfo_t* info, void* context) {
+    _exit(info->si_addr == const_cast<int*>(elsewhere) && context != nullptr ? 42 : 43);
+  };
+  EXPECT_EXIT(fault(SIGSEGV, mine, [] { *elsewhere = 1; }), ::testing::ExitedWithCode(42), "");
+  EXPECT_EXIT(fault(SIGSEGV, none, [] { *elsewhere = 1; }), ::testing::KilledBySignal(SIGSEGV), "");
+  EXPECT_EXIT(fault(SIGBUS, none, [] { raise(SIGBUS); }), ::testing::KilledBySignal(SIGBUS), "");
 }
 
 }  // namespace Quillo::Test

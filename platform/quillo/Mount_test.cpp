@@ -83,6 +83,7 @@ TEST_F(MountTest, SnapshotKeepsOneVersionAndRefreshReportsNewsOnce) {
     EXPECT_EQ("1", reader->snapshot().get(TableId::varnix, "a")) << "snapshots that live together share one view";
   }
   EXPECT_EQ("2", reader->snapshot().get(TableId::varnix, "a"));
+  EXPECT_EQ(std::nullopt, reader->snapshot().get(TableId::varnix, std::string(maxKeyBytes + 500, 'a')));
   EXPECT_TRUE(reader->refresh());
   EXPECT_FALSE(reader->refresh());
   publisher.beginFullPass({TableId::varnix});

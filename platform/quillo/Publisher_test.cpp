@@ -112,20 +112,6 @@ TEST_F(PublisherTest, RandomHistoriesReachTheReader) {
   }
 }
 
-TEST_F(PublisherTest, LongKeysAreRefusedWholeAndTheRestOfTheBatchStays) {
-  Publisher publisher(config());
-  Batch batch = publisher.begin();
-  const std::string longest(maxKeyBytes, 'k');
-  batch.put(TableId::varnix, longest, "2");
-  EXPECT_THROW(batch.put(TableId::varnix, longest + "k", "3"), Kel::RangeException);
-  EXPECT_THROW(batch.del(TableId::varnix, ""), Kel::RangeException);
-  EXPECT_EQ(1U, batch.commit().changes);
-  auto reader = mount();
-  EXPECT_EQ("2", reader->snapshot().get(TableId::varnix, longest));
-  EXPECT_EQ(std::nullopt, reader->snapshot().get(TableId::varnix, longest + "k"));
-  EXPECT_FALSE(reader->snapshot().scan(TableId::varnix, longest + std::string(500, 'k')).valid());
-}
-
 // Whatever the umask is. What was removed is made again as soon as it can be.
 TEST_F(PublisherTest, ReadersUnderOtherUsersCanReadEveryFile) {
   namespace fs = std::filesystem;
@@ -164,6 +150,7 @@ TEST_F(PublisherTest, StoresThatAreRefused) {
     std::string text;
   };
   const Case cases[] = {
+      {[&] { writeFile(dataFile(), std::string(10'000, 'x')); }, Kind::foreign, " is not a store"},
       {[&] { tamperPut("theirs", "x", "x"); }, Kind::foreign, "is a database of another program"},
       {[&] { tamperPut("quorin.records", std::string("\0store", 6), "QUORINST\7" + std::string(31, '\0')); },
        Kind::version, "has format version 7, this program knows version 1"},

@@ -41,40 +41,32 @@ class FrameworkTest : public ::testing::Test {
   Snmp::AutoRegistree ipRegistree{&ip};
 };
 
-TEST_F(FrameworkTest, modulesEnterByNameAndLeaveInReverse) {
-  auto contexts = std::make_unique<Snmp::Contexts>();
-  EXPECT_THROW(contexts->enter("red"), Kel::RangeException) << "the default context comes first";
-  contexts->enter("");
-  EXPECT_THROW(contexts->enter(Kel::String("r\0d", 3)), Kel::RangeException);
-  for (const auto* context : {"red", "red", "blue"}) contexts->enter(context);
-  EXPECT_THAT(log,
-              ElementsAre("+IpBase@", "+VrfBase@", "+IpBase@red", "+VrfBase@red", "+IpBase@blue", "+VrfBase@blue"));
-  EXPECT_THAT(Snmp::mibContexts(), ElementsAre("", "blue", "red"));
-  EXPECT_THAT(Snmp::mibContextModules("red"), ElementsAre("IpBase", "VrfBase"));
-  log.clear();
-  for (int i = 0; i < 2; ++i) contexts->leave("red");
-  EXPECT_THAT(log, ElementsAre("-VrfBase@red", "-IpBase@red"));
-  EXPECT_THAT(contexts->names(), ElementsAre("", "blue"));
-  EXPECT_THAT(Snmp::mibContextModules("red"), IsEmpty());
-  log.clear();
-  contexts.reset();
-  EXPECT_THAT(log, ElementsAre("-VrfBase@blue", "-IpBase@blue", "-VrfBase@", "-IpBase@"));
-}
-
-TEST_F(FrameworkTest, aModuleThatCameLaterIsNotLeftWhereItWasNotEntered) {
+TEST_F(FrameworkTest, modulesEnterByNameAndLeaveInReverseWhatTheyEntered) {
   Snmp::Contexts contexts;
+  EXPECT_THROW(contexts.enter("red"), Kel::RangeException) << "the default context comes first";
   contexts.enter("");
+  EXPECT_THROW(contexts.enter(Kel::String("r\0d", 3)), Kel::RangeException);
   RecordingModule late("Late", log);
   auto lateRegistree = std::make_unique<Snmp::AutoRegistree>(&late);
+  for (const auto* context : {"red", "red", "blue"}) contexts.enter(context);
+  EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@", "+IpBase@red", "+Late@red", "+VrfBase@red", "+IpBase@blue",
+                               "+Late@blue", "+VrfBase@blue"));
+  EXPECT_THAT(Snmp::mibContexts(), ElementsAre("", "blue", "red"));
+  EXPECT_THAT(Snmp::mibContextModules("red"), ElementsAre("IpBase", "Late", "VrfBase"));
   log.clear();
-  contexts.enter("red");
+  for (int i = 0; i < 2; ++i) contexts.leave("red");
+  EXPECT_THAT(contexts.names(), ElementsAre("", "blue"));
+  EXPECT_THAT(Snmp::mibContextModules("red"), IsEmpty());
   contexts.leave("");
-  EXPECT_THAT(log, ElementsAre("+IpBase@red", "+Late@red", "+VrfBase@red", "-VrfBase@red", "-Late@red",
-                               "-IpBase@red", "-VrfBase@", "-IpBase@"));
+  EXPECT_THAT(log, ElementsAre("-VrfBase@red", "-Late@red", "-IpBase@red", "-VrfBase@blue", "-Late@blue",
+                               "-IpBase@blue", "-VrfBase@", "-IpBase@"));
   lateRegistree.reset();
   log.clear();
-  contexts.enter("");
-  EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@"));
+  {
+    Snmp::Contexts others;
+    others.enter("");
+  }
+  EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@", "-VrfBase@", "-IpBase@"));
 }
 
 TEST(CBoundary, exceptionsStayOnTheirSide) {

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "kel/Errors.h"
@@ -20,78 +19,65 @@
 namespace Vantu {
 namespace {
 
+using namespace std::string_literals;
+
 struct Samples {
-  std::vector<const char*> ascending;
-  std::vector<std::string_view> malformed;
+  std::vector<std::string> ascending, malformed;
 };
 
 template <class T>
-Samples samples();
+const Samples samples{};
 
 template <>
-Samples samples<IpAddr>() {
-  using namespace std::string_view_literals;
-  return {{"0.0.0.0", "0.0.0.1", "9.255.255.255", "10.0.0.0", "127.255.255.255", "128.0.0.0", "255.255.255.255"},
-          {"", "10", "10.0.0", "10.0.0.0.1", "10.0.0.256", "10.0.0.-1", " 10.0.0.1", "10.0.0.1 ", "0x0a.0.0.1",
-           "010.0.0.1", "::1", "10.0.0.1\0"sv, "10.0.0.1/8"}};
-}
+const Samples samples<IpAddr>{
+    {"0.0.0.0", "0.0.0.1", "9.255.255.255", "10.0.0.0", "127.255.255.255", "128.0.0.0", "255.255.255.255"},
+    {"", "10", "10.0.0", "10.0.0.0.1", "10.0.0.256", "10.0.0.-1", " 10.0.0.1", "10.0.0.1 ", "0x0a.0.0.1",
+     "010.0.0.1", "::1", "10.0.0.1\0"s, "10.0.0.1/8"}};
 
 template <>
-Samples samples<Ip6Addr>() {
-  using namespace std::string_view_literals;
-  return {{"::", "::1", "::ffff:10.0.0.1", "1::", "7fff::", "8000::", "fe80::1", "ff02::1"},
-          {"", "1", ":::", "1::2::3", "12345::", "g::", "fe80::1%eth0", "10.0.0.1", "::1\0"sv, "::1/64"}};
-}
+const Samples samples<Ip6Addr>{
+    {"::", "::1", "::ffff:10.0.0.1", "1::", "7fff::", "8000::", "fe80::1", "ff02::1"},
+    {"", "1", ":::", "1::2::3", "12345::", "g::", "fe80::1%eth0", "10.0.0.1", "::1\0"s, "::1/64"}};
 
 template <>
-Samples samples<IpGenAddr>() {
-  return {{"", "0.0.0.0", "10.0.0.1", "255.255.255.255", "::", "::1", "fe80::1"}, {"red", "10.0.0.1:5", "10.0"}};
-}
+const Samples samples<IpGenAddr>{{"", "0.0.0.0", "10.0.0.1", "255.255.255.255", "::", "::1", "fe80::1"},
+                                 {"red", "10.0.0.1:5", "10.0"}};
 
 template <>
-Samples samples<IpAddrWithMask>() {
-  return {{"0.0.0.0/0", "0.0.0.0/1", "10.0.0.0/8", "10.0.0.0/24", "10.0.0.1/8", "200.0.0.1/0"},
-          {"", "10.0.0.1", "10.0.0.1/", "/8", "10.0.0.1/33", "10.0.0.1/-1", "10.0.0.1/+8", "10.0.0.1/8 ",
-           "10.0.0.1/99999999999", "10.0.0.1/8/8", "10.0.0/8", "::/0"}};
-}
+const Samples samples<IpAddrWithMask>{
+    {"0.0.0.0/0", "0.0.0.0/1", "10.0.0.0/8", "10.0.0.0/24", "10.0.0.1/8", "200.0.0.1/0"},
+    {"", "10.0.0.1", "10.0.0.1/", "/8", "10.0.0.1/33", "10.0.0.1/-1", "10.0.0.1/+8", "10.0.0.1/8 ",
+     "10.0.0.1/99999999999", "10.0.0.1/8/8", "10.0.0/8", "::/0"}};
 
 template <>
-Samples samples<Ip6AddrWithMask>() {
-  return {{"::/0", "::/128", "2001:db8::/32", "2001:db8::/64", "2001:db8::1/32", "fe80::1/10"},
-          {"::", "::/129", "::/x", "10.0.0.1/8"}};
-}
+const Samples samples<Ip6AddrWithMask>{
+    {"::/0", "::/128", "2001:db8::/32", "2001:db8::/64", "2001:db8::1/32", "fe80::1/10"},
+    {"::", "::/129", "::/x", "10.0.0.1/8"}};
 
 template <>
-Samples samples<Prefix>() {
-  return {{"0.0.0.0/0", "10.0.0.0/8", "10.0.0.0/24", "10.0.1.0/24", "192.0.2.1/32"}, {"", "10.0.0.0/33", "x/8"}};
-}
+const Samples samples<Prefix>{{"0.0.0.0/0", "10.0.0.0/8", "10.0.0.0/24", "10.0.1.0/24", "192.0.2.1/32"},
+                              {"", "10.0.0.0/33", "x/8"}};
 
 template <>
-Samples samples<Ip6Prefix>() {
-  return {{"::/0", "2001:db8::/32", "2001:db8::/48", "2001:db8:1::/48", "ff02::1/128"}, {"", "::/129", "::"}};
-}
+const Samples samples<Ip6Prefix>{{"::/0", "2001:db8::/32", "2001:db8::/48", "2001:db8:1::/48", "ff02::1/128"},
+                                 {"", "::/129", "::"}};
 
 template <>
-Samples samples<IntfId>() {
-  static const std::string longest(IntfId::maxLength, 'x');
-  static const std::string tooLong(IntfId::maxLength + 1, 'x');
-  return {{"", "Ethernet1", "Ethernet10", "Ethernet2", "red/eth0", longest.c_str(), "\x80", "\xff"}, {tooLong}};
-}
+const Samples samples<IntfId>{
+    {"", "Ethernet1", "Ethernet10", "Ethernet2", "red/eth0", std::string(IntfId::maxLength, 'x'), "\x80", "\xff"},
+    {std::string(IntfId::maxLength + 1, 'x')}};
 
 template <>
-Samples samples<EthAddr>() {
-  return {{"00:00:00:00:00:00", "00:00:00:00:00:ff", "02:00:5e:10:00:01", "80:00:00:00:00:00"},
-          {"", "02:00:5e:10:00", "02:00:5e:10:00:01:02", "2:0:5e:10:0:1", "02-00-5e-10-00-01", "02:00:5e:10:00:0g",
-           "02:00:5e:10:00:-1", "+2:00:5e:10:00:01"}};
-}
+const Samples samples<EthAddr>{{"00:00:00:00:00:00", "00:00:00:00:00:ff", "02:00:5e:10:00:01", "80:00:00:00:00:00"},
+                               {"", "02:00:5e:10:00", "02:00:5e:10:00:01:02", "2:0:5e:10:0:1", "02-00-5e-10-00-01",
+                                "02:00:5e:10:00:0g", "02:00:5e:10:00:-1", "+2:00:5e:10:00:01"}};
 
 template <>
-Samples samples<RouteDistinguisher>() {
-  return {{"", "0:0", "1:4294967295", "65000:1", "65535:4294967295", "10.0.0.1:5", "10.0.0.1:65535", "0.100:7",
-           "65536:0", "4200000000:7"},
-          {":", "1", "1:", ":1", "1:4294967296", "65536:65536", "4294967296:1", "10.0.0.1:65536", "10.0.0:1",
-           "10.0.0.256:1", "-1:1", "1:1:1", "1.65536:1", "1.:1", "a:b"}};
-}
+const Samples samples<RouteDistinguisher>{
+    {"", "0:0", "1:4294967295", "65000:1", "65535:4294967295", "10.0.0.1:5", "10.0.0.1:65535", "0.100:7", "65536:0",
+     "4200000000:7"},
+    {":", "1", "1:", ":1", "1:4294967296", "65536:65536", "4294967296:1", "10.0.0.1:65536", "10.0.0:1",
+     "10.0.0.256:1", "-1:1", "1:1:1", "1.65536:1", "1.:1", "a:b"}};
 
 template <class T>
 class ValueTypeTest : public testing::Test {};
@@ -101,13 +87,12 @@ using AllTypes = testing::Types<IpAddr, Ip6Addr, IpGenAddr, IpAddrWithMask, Ip6A
 TYPED_TEST_SUITE(ValueTypeTest, AllTypes);
 
 TYPED_TEST(ValueTypeTest, samplesAreOrderedKeysWithExactTexts) {
-  const auto texts = samples<TypeParam>().ascending;
-  std::unordered_map<TypeParam, std::size_t> standard;
-  boost::unordered_flat_map<TypeParam, std::size_t> flat;
+  const auto& texts = samples<TypeParam>.ascending;
+  boost::unordered_flat_map<TypeParam, std::size_t> places;
   for (std::size_t i = 0; i < texts.size(); ++i) {
     const auto a = TypeParam::fromString(texts[i]);
     EXPECT_EQ(testing::PrintToString(a), texts[i]);
-    standard[a] = flat[a] = i;
+    places[a] = i;
     for (std::size_t j = 0; j < texts.size(); ++j) {
       const auto b = TypeParam::fromString(texts[j]);
       EXPECT_EQ(a <=> b, i <=> j) << texts[i] << " and " << texts[j];
@@ -115,35 +100,32 @@ TYPED_TEST(ValueTypeTest, samplesAreOrderedKeysWithExactTexts) {
     }
   }
   EXPECT_EQ(TypeParam(), TypeParam::fromString(texts.front()));
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    EXPECT_EQ(standard.at(TypeParam::fromString(texts[i])), i);
-    EXPECT_EQ(flat.at(TypeParam::fromString(texts[i])), i);
-  }
+  for (std::size_t i = 0; i < texts.size(); ++i) EXPECT_EQ(places.at(TypeParam::fromString(texts[i])), i);
 }
 
 TYPED_TEST(ValueTypeTest, malformedTextIsRefusedAndNamed) {
-  for (const auto text : samples<TypeParam>().malformed) {
+  for (const auto& text : samples<TypeParam>.malformed) {
     try {
       const auto value = TypeParam::fromString(text);
       ADD_FAILURE() << "'" << text << "' was taken for " << value;
     } catch (const Kel::RangeException& error) {
-      const std::string_view report = error.what();
       const auto printable = text.substr(0, std::min<std::size_t>(32, text.find('\0')));
-      EXPECT_NE(report.find(fmt::format("\"{}", printable)), std::string_view::npos) << report;
-      EXPECT_NE(report.find("expected"), std::string_view::npos) << report;
+      EXPECT_THAT(error.what(),
+                  testing::AllOf(testing::HasSubstr("\"" + printable), testing::HasSubstr("expected")));
     }
   }
 }
 
-// Checks netmask and mask of each length against a count of bits.
+// Bit by bit.
 template <class Address>
-void expectMasksBitByBit(const Address& sample) {
+void expectMasks(const Address& sample) {
+  const auto isSet = [](const Address& address, unsigned bit) {
+    return (address.bytes()[bit / 8] >> (7 - bit % 8) & 1) != 0;
+  };
   for (unsigned length = 0; length <= Address::bits; ++length) {
-    const auto netmask = Address::netmask(length).bytes(), masked = sample.mask(length).bytes();
     for (unsigned bit = 0; bit < Address::bits; ++bit) {
-      const auto isSet = [bit](const auto& bytes) { return (bytes[bit / 8] >> (7 - bit % 8) & 1) != 0; };
-      ASSERT_EQ(isSet(netmask), bit < length) << "length " << length << " bit " << bit;
-      ASSERT_EQ(isSet(masked), bit < length && isSet(sample.bytes())) << "length " << length << " bit " << bit;
+      ASSERT_EQ(isSet(Address::netmask(length), bit), bit < length) << length;
+      ASSERT_EQ(isSet(sample.mask(length), bit), bit < length && isSet(sample, bit)) << length;
     }
   }
   EXPECT_THROW(Address::netmask(Address::bits + 1), Kel::RangeException);
@@ -151,8 +133,8 @@ void expectMasksBitByBit(const Address& sample) {
 }
 
 TEST(Addresses, masksKeepTheMostSignificantBits) {
-  expectMasksBitByBit(IpAddr(0xA5C3960F));
-  expectMasksBitByBit(Ip6Addr::fromString("a5c3:960f:1234:8765:dead:beef:7fff:8001"));
+  expectMasks(IpAddr(0xA5C3960F));
+  expectMasks(Ip6Addr::fromString("a5c3:960f:1234:8765:dead:beef:7fff:8001"));
 }
 
 template <class T>
