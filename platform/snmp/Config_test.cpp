@@ -29,20 +29,17 @@ class ConfigTest : public ::testing::Test {
     snmp_enable_calllog();
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, catchLog, nullptr);
   }
-  void SetUp() override { logged().clear(); }
+  void SetUp() override { logged_.clear(); }
   void TearDown() override {
     free_config();
     std::filesystem::remove(path());
   }
 
-  static std::vector<std::string>& logged() {
-    static std::vector<std::string> lines;
-    return lines;
-  }
   static int catchLog(int, int, void* message, void*) {
-    logged().emplace_back(static_cast<const snmp_log_message*>(message)->msg);
+    logged_.emplace_back(static_cast<const snmp_log_message*>(message)->msg);
     return 0;
   }
+  static inline std::vector<std::string> logged_;
   static std::string path() { return ::testing::TempDir() + "quorin-config-" + std::to_string(getpid()) + ".conf"; }
 
   // As a reload does it: everything back to its default, then the file.
@@ -74,7 +71,7 @@ TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
   EXPECT_THAT(now->managementInterfaces(), IsEmpty());
   EXPECT_EQ(now->routeCountInterval(), 60U);
   EXPECT_EQ(now->storeDirectory() + now->netnsDirectory(), "");
-  EXPECT_THAT(logged(), IsEmpty());
+  EXPECT_THAT(logged_, IsEmpty());
 }
 
 TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
@@ -91,11 +88,11 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
   std::string file;
   for (const auto& [line, fault] : faults) file += line + "\n";
   read(file + "quorinDisableObjects route-tables\n");
-  ASSERT_EQ(logged().size(), faults.size());
+  ASSERT_EQ(logged_.size(), faults.size());
   for (std::size_t i = 0; i < faults.size(); ++i) {
     const auto& [line, fault] = faults[i];
-    EXPECT_THAT(logged()[i], HasSubstr(path() + ": line " + std::to_string(i + 1) +
-                                       ": Error: " + line.substr(0, line.find(' ')) + ": " + fault));
+    EXPECT_THAT(logged_[i], HasSubstr(path() + ": line " + std::to_string(i + 1) +
+                                      ": Error: " + line.substr(0, line.find(' ')) + ": " + fault));
   }
   EXPECT_TRUE(SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables"));
 }
