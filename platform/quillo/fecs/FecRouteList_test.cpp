@@ -55,40 +55,28 @@ struct Random {
 struct Followed : testing::Test {
   using Routes = TestRouteStatus<Prefix>;
   Kel::Ptr<Routes> routes = Kel::makePtr<Routes>();
+  Kel::Ptr<TestForwardingStatus> fecs = Kel::makePtr<TestForwardingStatus>();
   Kel::Ptr<FecRouteList> list = Kel::makePtr<FecRouteList>();
   Kel::Ptr<FibUtils::FecRouteListSm> sm;
   Random random;
-
-  Kel::Ptr<TestForwardingStatus> fecs = Kel::makePtr<TestForwardingStatus>();
 
   void scanAll() {
     while (sm->isScanning()) sm->scanPiece();
   }
   void smIs() { sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, fecs, list); }
-  void fecIs(unsigned fecId, std::initializer_list<std::pair<const char*, const char*>> vias) {
-    Fec fec;
-    fec.fecId = FecId(fecId);
-    for (const auto& [hop, intf] : vias)
-      fec.via.push_back({Vantu::IpGenAddr::fromString(hop), Vantu::IntfId(intf)});
-    fecs->fecIs(fec);
-  }
+  void fecIs(unsigned fecId, const std::vector<Via>& vias) { fecs->fecIs({FecId(fecId), vias}); }
   // The prefixes that are found on an interface.
   std::vector<Prefix> through(std::string_view intf) const {
     std::vector<Prefix> all;
     const auto isIt = [&](const Vantu::IntfId& id) { return id == Vantu::IntfId(intf); };
     Prefix at;
-    for (unsigned i = 0; list->nextThrough(i == 0 ? Prefix() : numbered(i), isIt, at);
-         i = (at.address().value() >> 8) + 1) {
+    for (unsigned i = 0; list->nextThrough(numbered(i), isIt, at); i = (at.address().value() >> 8) + 1) {
       all.push_back(at);
     }
     return all;
   }
   static Route route(const Prefix& prefix, FecId fecId) {
-    Route made;
-    made.prefix = prefix;
-    made.routeType = Routing::Fib::RouteType(7);
-    made.fecId = fecId;
-    return made;
+    return {prefix, Routing::Fib::RouteType(7), {}, {}, fecId};
   }
   static Prefix numbered(unsigned i) { return {Vantu::IpAddr(i << 8), 24}; }
   Model model() const {
@@ -198,29 +186,28 @@ TEST_F(Followed, changesOfTheTable) {
 }
 
 TEST_F(Followed, prefixesAreFoundOnTheInterfacesOfTheirIpv4NextHops) {
-  fecIs(1, {{"10.0.0.1", "eth0"}});
-  fecIs(2,
-        {{"10.0.0.1", "eth0"}, {"fe80::1", "eth1"}, {"10.0.0.1", "eth2"}});  // of equal next hops the last counts
-  fecIs(3, {{"fe80::1", "eth0"}});
-  auto large = fecs->fec(FecId(1));
-  large.fecId = FecId(4);
-  large.via.resize(Fec::maxVias + 1, large.via.front());
-  fecs->fecIs(large);
+  const Vantu::IpAddr hop(0x0A000001);
+  const auto ipv6 = Vantu::Ip6Addr::fromString("fe80::1");
+  const Vantu::IntfId eth0("eth0"), eth1("eth1"), eth2("eth2");
+  fecIs(1, {{hop, eth0}});
+  fecIs(2, {{hop, eth0}, {ipv6, eth1}, {hop, eth2}});  // of equal next hops the last counts
+  fecIs(3, {{ipv6, eth0}});
+  fecIs(4, std::vector<Via>(Fec::maxVias + 1, {hop, eth0}));
   for (unsigned i = 1; i <= 5; ++i) routes->routeIs(route(numbered(i), FecId(i)));
   smIs();
   EXPECT_EQ(through("eth0"), std::vector{numbered(1)});
   EXPECT_EQ(through("eth1"), std::vector<Prefix>{});
   EXPECT_EQ(through("eth2"), std::vector{numbered(2)});
-  fecIs(5, {{"0.0.0.0", "eth0"}});
+  fecIs(5, {{Vantu::IpAddr(), eth0}});
   fecIs(1, {});
   EXPECT_EQ(through("eth0"), std::vector{numbered(5)});
-  // A table that says nothing of the single changes.
+  // A table that does not notify the single changes.
   fecs->damagedEntries[FecId(5)] = "checksum";
-  fecs->map[FecId(3)].via = {{Vantu::IpAddr(1), Vantu::IntfId("eth0")}};
+  fecs->map[FecId(3)].via = {{hop, eth0}};
   fecs->tableIs(fecs->map);
   EXPECT_EQ(through("eth0"), std::vector{numbered(3)});
   EXPECT_EQ(fecs->reports.size(), 1u);
-  // What is not complete passes over nothing.
+  // An incomplete list skips nothing.
   sm->kelStop();
   for (int i = 0; i < 2; ++i) {
     Prefix next;
