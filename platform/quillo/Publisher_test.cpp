@@ -42,76 +42,6 @@ class PublisherTest : public TestStore {
   }
 };
 
-// A reader that follows in pieces of random size, with random pauses, always converges to what the publisher holds, and
-// reads each key once. Only real differences are counted.
-TEST_F(PublisherTest, RandomHistoriesReachTheReader) {
-  for (unsigned seed = 1; seed <= 8; ++seed) {
-    std::mt19937 random(seed);
-    auto below = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
-    PublisherConfig settings = recreating();
-    settings.tombstoneLimit = below(12);
-    auto publisher = std::make_unique<Publisher>(settings);
-    const auto generation = publisher->generation();
-    settings.recreate = false;
-    auto reader = mount();
-    Contents model, mirror;
-    Bookmark mark;
-    unsigned rebuilds = 0;
-    for (int round = 0; round < 300; ++round) {
-      Batch batch = publisher->begin(), abandoned = publisher->begin();
-      abandoned.put(TableId::varnix, "key1", "abandoned");
-      std::uint64_t differences = 0;
-      for (unsigned i = below(6); i > 0; --i) {
-        std::string key("key\0", below(2) + 3);
-        key += static_cast<char>(below(13) * 21);
-        const auto before = model.find(key);
-        if (below(3) == 0) {
-          batch.del(TableId::varnix, key);
-          differences += model.erase(key);
-        } else {
-          const std::string value(below(3), 'v');
-          batch.put(TableId::varnix, key, value);
-          differences += before == model.end() || before->second != value ? 1U : 0U;
-          model[key] = value;
-        }
-      }
-      ASSERT_EQ(differences, batch.commit().changes);
-      if (below(40) == 0) {
-        publisher.reset();
-        publisher = std::make_unique<Publisher>(settings);
-        ASSERT_EQ(generation, publisher->generation());
-      }
-      if (below(4) != 0) continue;
-      std::map<std::string, unsigned> told;
-      for (bool more = true; more;) {
-        Snapshot snapshot = reader->snapshot();
-        const auto limit = 1 + below(5);
-        Changes changes = snapshot.changesSince(mark, limit);
-        ASSERT_LE(changes.changes.size(), limit);
-        if (changes.tooOld) {
-          mirror = contents(snapshot);
-          ++rebuilds;
-        }
-        for (const Change& change : changes.changes) {
-          ASSERT_EQ(1U, ++told[change.key]);
-          if (change.kind == Change::Kind::deletion) {
-            mirror.erase(change.key);
-          } else {
-            mirror[change.key] = snapshot.get(change.table, change.key).value();
-          }
-        }
-        mark = changes.next;
-        more = changes.more;
-      }
-      ASSERT_EQ(model, mirror) << "seed " << seed << " round " << round;
-      const auto from = std::string("key") + static_cast<char>(below(256));
-      ASSERT_EQ(Contents(model.lower_bound(from), model.end()), contents(reader->snapshot(), from));
-      ASSERT_EQ(model.size(), reader->snapshot().tableState(TableId::varnix).count);
-    }
-    EXPECT_GE(rebuilds, 1U);
-  }
-}
-
 // Whatever the umask is. What was removed is made again as soon as it can be.
 TEST_F(PublisherTest, ReadersUnderOtherUsersCanReadEveryFile) {
   namespace fs = std::filesystem;
@@ -185,7 +115,7 @@ TEST_F(PublisherTest, StoresThatAreRefused) {
   }
 }
 
-// One line that names the table, rather than one for each of its records.
+// One line names the table, rather than one for each of its records.
 TEST_F(PublisherTest, RecordsInAnotherLayout) {
   put(*std::make_unique<Publisher>(config()), {{"a", "1"}});
   const auto layoutIs = [this](std::uint16_t layout) {

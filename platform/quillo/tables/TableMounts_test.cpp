@@ -215,16 +215,17 @@ class TableMountsTest : public TestStore {
         return recordOf(vrfId, fec);
     }
   }
-  // One random change, in the batch and in the model.
-  void change(Batch& batch) {
+  // One random change, in the batch and in the model. True when it makes a difference.
+  bool change(Batch& batch) {
     const auto record = randomRecord();
-    if (const auto known = model_.lower_bound(record.first); below(3) == 0 && known != model_.end()) {
-      batch.del(TableId(known->first[0]), known->first.substr(1));
-      model_.erase(known);
-    } else {
-      add(batch, record);
-      model_[record.first] = record.second;
+    if (below(3) == 0) {
+      const auto known = model_.lower_bound(record.first);
+      const auto key = known == model_.end() || below(9) == 0 ? record.first : known->first;
+      batch.del(TableId(key[0]), key.substr(1));
+      return model_.erase(key) > 0;
     }
+    add(batch, record);
+    return std::exchange(model_[record.first], record.second) != record.second;
   }
   // What was followed, and what walks from anywhere find.
   void expectModel() {
@@ -277,15 +278,17 @@ TEST_F(TableMountsTest, randomHistoriesReachTheirReaders) {
   auto publisher = std::make_unique<Publisher>(settings);
   pass(*publisher, [](Batch&) {});
   for (int round = 0; round < 400; ++round) {
-    commit(*publisher, [&](Batch& batch) {
-      for (unsigned i = below(16); i > 0; --i) change(batch);
-      for (std::uint32_t i = 0; round == 200 && i < 20'000; ++i) add(batch, VrfId(9), route(i, 1));
-    });
+    auto batch = publisher->begin();
+    std::size_t differences = 0;
+    for (unsigned i = below(16); i > 0; --i) differences += change(batch);
+    EXPECT_EQ(differences, batch.commit().changes);
+    for (std::uint32_t i = 0; round == 200 && i < 20'000; ++i) add(batch, VrfId(9), route(i, 1));
+    batch.commit();
     if (below(40) == 0) {
       publisher.reset();
       ASSERT_EQ(-SIGKILL, finish(spawn([&] {
         Publisher child(settings);
-        commit(child, [](Batch& batch) { add(batch, VrfId(1), route(5, 77)); });
+        commit(child, [](Batch& whole) { add(whole, VrfId(1), route(5, 77)); });
         auto lost = child.begin();
         add(lost, VrfId(1), route(5, 78));
         return raise(SIGKILL);
@@ -297,8 +300,8 @@ TEST_F(TableMountsTest, randomHistoriesReachTheirReaders) {
       settings.recreate = false;
       // A store that is made anew replaces nothing before its first pass is complete.
       const auto before = arpCopy_->anew;
-      pass(*publisher, [&](Batch& batch) {
-        for (const auto& record : model_) add(batch, record);
+      pass(*publisher, [&](Batch& all) {
+        for (const auto& record : model_) add(all, record);
         if (below(2) == 0) follow(3);
         EXPECT_TRUE(!isRecreated || arpCopy_->anew == before);
       });
@@ -349,9 +352,9 @@ TEST_F(TableMountsTest, damagedRecordsAreReportedOnceAndTheOthersServed) {
     add(batch, VrfId(255), neighbour(255, 1, markedMac));
     add(batch, VrfId(0), route(1, markedFec));
     // Records that no publisher of ours writes are damage as well: their checksums are right.
-    batch.put(TableId::arp, encodeVrf(VrfId(1)) + "x", "");
+    batch.put(TableId::arp, encodeVrf(VrfId(1)) + "x", encodeValue(neighbour(1, 6)));
     batch.put(TableId::arp, encodeKey(neighbour(1, 6).key), "short");
-    batch.put(TableId::route, encodeVrf(VrfId(1)) + "x", "");
+    batch.put(TableId::route, encodeVrf(VrfId(1)) + "x", encodeRoute(route(6, 7)));
     batch.put(TableId::fec, encodeFecKey(VrfId(1), Fib::FecId(9)), "x");
   };
   stopClock();
@@ -392,6 +395,9 @@ TEST_F(TableMountsTest, damagedRecordsAreReportedOnceAndTheOthersServed) {
   follow(100, 4);
   EXPECT_THAT(traces_.take(), SizeIs(4));
   EXPECT_EQ(7U, arpCopy_->entries.size());
+  commit(*publisher, [](Batch& batch) { batch.put(TableId::neighbor, "x", ""); });
+  follow();
+  EXPECT_THAT(traces_.take(), ElementsAre(AllOf(HasSubstr("table neighbor"), HasSubstr("key too short"))));
 }
 
 // What lies behind them is read when the store has changed: it may have been mended.
