@@ -3,8 +3,11 @@
 import collections
 import ipaddress
 
-from harness.tables import (ADDR, ADDRESS, BY_LENGTH, BY_TYPE, CONTEXT_TABLES, FIB_TABLES, IF_INDEX_BITS, IP_TABLES, MEDIA,
-                            PHYSICAL, PREFIX, ROUTE, SUMMARY, TIME_TICKS, VRF, VRF_IF)
+from harness.tables import (ADDR, ADDRESS, BY_LENGTH, BY_TYPE, CONTEXT_TABLES, FIB_TABLES, FORWARDING, IF_INDEX_BITS,
+                            IP_TABLES, IPV4_FORWARDING, IPV6_FORWARDING, MEDIA, PHYSICAL, PREFIX, ROUTE, SUMMARY,
+                            TIME_TICKS, VRF, VRF_IF)
+
+SWITCHES = {IPV4_FORWARDING: "ipv4/ip_forward", IPV6_FORWARDING: "ipv6/conf/all/forwarding"}
 
 STATIC, DYNAMIC, LOCAL = "4", "3", "5"  # types of neighbours
 PREFERRED, INACCESSIBLE = "1", "4"
@@ -154,10 +157,20 @@ def fib_tables(namespace, _vrf_id=0, configured=()):
     return {entry: {index: {2: str(count)} for index, count in rows.items()} for entry, rows in tables.items()}
 
 
+def switches_of(namespace):
+    return {entry: namespace.run("cat", f"/proc/sys/net/{file}").stdout != "0\n" for entry, file in SWITCHES.items()}
+
+
+def forwarding_scalars(namespace, _vrf_id):
+    scalars = {entry: {(): {0: "1" if is_on else "2"}} for entry, is_on in switches_of(namespace).items()}
+    return scalars if namespace.is_default else {**scalars, IPV6_FORWARDING: {}}
+
+
 def kernel_tables(namespace, vrf_id=0, entries=CONTEXT_TABLES):
     """What these tables of a VRF's context must be. Number 0 is the default VRF."""
     tables = {}
-    for made, make in ((IP_TABLES, ip_tables), ((ROUTE,), route_table), (FIB_TABLES, fib_tables)):
+    for made, make in ((FORWARDING, forwarding_scalars), (IP_TABLES, ip_tables), ((ROUTE,), route_table),
+                       (FIB_TABLES, fib_tables)):
         if set(made) & set(entries):
             tables |= make(namespace, vrf_id)
     return {entry: tables[entry] for entry in entries}
@@ -172,9 +185,8 @@ def vrf_tables(namespaces, vrf_id, distinguishers):
     """quorinVrfTable and quorinVrfIfTable with these VRFs (name -> namespace). `vrf_id` gives their numbers."""
     tables = {VRF: {}, VRF_IF: {}}
     for name, namespace in namespaces.items():
-        forwarding = [namespace.run("cat", f"/proc/sys/net/{file}").stdout.strip() != "0"
-                      for file in ("ipv4/ip_forward", "ipv6/conf/all/forwarding")]
-        flags, distinguisher = forwarding[0] << 7 | forwarding[1] << 6, distinguishers.get(name, "").encode().hex()
+        ipv4, ipv6 = switches_of(namespace).values()
+        flags, distinguisher = ipv4 << 7 | ipv6 << 6, distinguishers.get(name, "").encode().hex()
         tables[VRF][vrf_index(name)] = {2: f"{flags:02x}", 3: distinguisher, 4: "1"}
         for link in namespace.ip_json("addr"):
             if_index = vrf_id(name) << IF_INDEX_BITS | link["ifindex"]

@@ -11,6 +11,7 @@ class Namespace:
     """Named qt-<pid>-<number>, so that tests run in parallel; lo is up. `close` removes it and its contents."""
 
     numbers = itertools.count()
+    is_default = True  # the default VRF of a test
 
     def __init__(self):
         self.name = f"qt-{os.getpid()}-{next(self.numbers)}"
@@ -27,9 +28,10 @@ class Namespace:
     def run(self, *command, check=True):
         return run_command(self.wrap(command), check=check)
 
-    def ip(self, *lines):
-        """`ip` commands in one process, which stops at the first that fails."""
-        run_command(self.wrap(["ip", "-batch", "-"]), input_text="\n".join(lines) + "\n")
+    def ip(self, *lines, may_fail=False):
+        """`ip` commands in one process, which stops at the first that fails unless they may."""
+        options = ["-force"] if may_fail else []
+        run_command(self.wrap(["ip", *options, "-batch", "-"]), input_text="\n".join(lines) + "\n", check=not may_fail)
 
     def ip_json(self, *arguments):
         return json.loads(self.run("ip", "-j", *arguments).stdout or "[]")
@@ -39,21 +41,22 @@ class Namespace:
         self.ip(f"link add {name} type veth peer name {name}-p", f"link set {name}-p up", f"link set {name} up",
                 *(f"addr add {address} dev {name}" for address in addresses))
 
-    def if_index(self, interface):
-        return self.ip_json("link", "show", "dev", interface)[0]["ifindex"]
-
     def sysctl(self, name, value):
         self.run("sysctl", "-q", "-w", f"{name}={value}")
 
-    def send(self, target, count=1):
-        """Sends as many UDP datagrams of 100 bytes to the discard port."""
-        self.run("python3", "-c", "import socket,sys; a = sys.argv[1]; s = socket.socket(socket.AF_INET6 if ':' in a else "
-                 "socket.AF_INET, socket.SOCK_DGRAM); [s.sendto(bytes(100), (a, 9)) for n in range(int(sys.argv[2]))]",
-                 target, str(count))
+    def send(self, target, datagrams, port=9):
+        """Sends these UDP datagrams, by default to the discard port."""
+        family = "AF_INET6" if ":" in target else "AF_INET"
+        run_command(self.wrap(["python3", "-c", "import socket, sys\n"
+                               f"with socket.socket(socket.{family}, socket.SOCK_DGRAM) as sender:\n"
+                               f"  for line in sys.stdin: sender.sendto(bytes.fromhex(line), ({target!r}, {port}))"]),
+                    input_text="\n".join(datagram.hex() for datagram in datagrams))
 
 
 class VrfNamespace(Namespace):
     """A namespace that a mount on a file holds; lo is down."""
+
+    is_default = False
 
     def __init__(self, file):  # pylint: disable=super-init-not-called
         self.name = self.file = file

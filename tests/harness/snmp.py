@@ -6,7 +6,6 @@ from dataclasses import dataclass
 from harness.tools import run_command
 
 IP_FORWARDING = "1.3.6.1.2.1.4.1.0"
-IPV6_IP_FORWARDING = "1.3.6.1.2.1.4.25.0"
 SYSTEM = "1.3.6.1.2.1.1"
 SYS_UP_TIME = SYSTEM + ".3.0"
 
@@ -16,11 +15,7 @@ REASON = re.compile(r"^Reason: \(?(\w+)", re.MULTILINE)
 
 
 class SnmpError(Exception):
-    """The agent refused or kept silent. `reason` is the error-status by name, "timeout", or the tool's words."""
-
-    def __init__(self, reason):
-        super().__init__(reason)
-        self.reason = reason
+    """The agent refused or kept silent. Its text is the error-status by name, "timeout", or the tool's words."""
 
 
 @dataclass(frozen=True)
@@ -54,21 +49,15 @@ class Client:
     def get(self, *oids):
         return self.ask("snmpget", *oids)
 
-    def get_next(self, *oids):
-        return self.ask("snmpgetnext", *oids)
-
-    def walk(self, oid):
-        return self.ask("snmpwalk", oid)
-
-    def bulk_walk(self, oid):
-        return self.ask("snmpbulkwalk", oid)
+    def walk(self, oid, tool="snmpbulkwalk"):
+        return [bind for bind in self.ask(tool, oid) if bind.exists]
 
     def set_error(self, oid, letter, value):
         """The name of the error that refuses the SET; "" when it was carried out. The letter is snmpset's."""
         try:
             self.ask("snmpset", oid, letter, value)
         except SnmpError as error:
-            return error.reason
+            return str(error)
         return ""
 
     def has(self, oid):
@@ -84,10 +73,9 @@ class Client:
     def ask(self, tool, *arguments):
         done = run_command(self.namespace.wrap([tool, *self.options, self.agent, *arguments]), check=False)
         if done.returncode != 0:
-            reason = REASON.search(done.stderr) or REASON.search(done.stdout)
-            if reason:
-                raise SnmpError(reason.group(1))
-            raise SnmpError("timeout" if "Timeout" in done.stderr else done.stderr.strip() or done.stdout.strip())
+            said = done.stderr + done.stdout
+            reason = REASON.search(said)
+            raise SnmpError(reason[1] if reason else "timeout" if "Timeout" in said else said)
         return [self.parse(line) for line in done.stdout.splitlines() if line.startswith(".")]
 
     @staticmethod

@@ -73,4 +73,4 @@ class SnmpdCase(SystemCase):
 
     def stock_names(self):
         """What snmpd serves in the groups system and ip, beside what the library takes over."""
-        return [bind.oid for root in (SYSTEM, IP) for bind in self.client.bulk_walk(root) if not bind.oid.startswith(OURS)]
+        return [bind.oid for root in (SYSTEM, IP) for bind in self.client.walk(root) if not bind.oid.startswith(OURS)]

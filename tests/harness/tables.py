@@ -1,6 +1,6 @@
 """The tables as the agent serves them.
 
-A table is {index: {column: value}}, with indexes as tuples of numbers and values as `read_tables` gives them: octets as
+A table is {index: {column: value}}, with indexes as tuples of numbers and values as `text_value` gives them: octets as
 hexadecimal digits, OIDs without the leading dot, all else as the tool's text. See kernel.py for what they must be."""
 
 import os
@@ -9,7 +9,8 @@ IP, ENTERPRISE = "1.3.6.1.2.1.4", "1.3.6.1.4.1.32473"
 ADDR, MEDIA, PREFIX, ADDRESS, PHYSICAL = IP_TABLES = tuple(f"{IP}.{number}.1" for number in (20, 22, 32, 34, 35))
 ROUTE = f"{IP}.24.4.1"
 SUMMARY, BY_TYPE, BY_LENGTH = FIB_TABLES = tuple(f"{ENTERPRISE}.3.23.1.{number}.1" for number in (1, 2, 3))
-CONTEXT_TABLES = (*IP_TABLES, ROUTE, *FIB_TABLES)  # what every context has, counters aside
+FORWARDING = IPV4_FORWARDING, IPV6_FORWARDING = f"{IP}.1", f"{IP}.25"  # scalars, as tables with column 0 alone
+CONTEXT_TABLES = (*FORWARDING, *IP_TABLES, ROUTE, *FIB_TABLES)  # what every context has, counters aside
 VRF, VRF_IF = VRF_TABLES = tuple(f"{ENTERPRISE}.3.18.1.{number}.1" for number in (1, 2))
 SW_FWD, IF_STATS = f"{ENTERPRISE}.3.1.1.1.1", f"{ENTERPRISE}.3.27.1.1.1"
 
@@ -34,38 +35,26 @@ def text_value(bind):
     return bind.value.lstrip(".") if bind.type == "OID" else bind.value
 
 
-def read_tables(binds, entries, may_be_torn=False):
-    """The walked rows of the tables with these entry OIDs. Order and uniqueness are checked on the way.
-
-    Where rows may come and go during the walk, some may have a part of their columns only."""
+def walk_tables(client, *entries, may_be_torn=False, tool="snmpbulkwalk"):
+    """The tables with these entry OIDs, as a walk of all that has them shows them. A torn row lacks some columns."""
     tables = {entry: {} for entry in entries}
     last = ()
-    for bind in binds:
-        if not bind.exists:
-            continue
-        oid = numbers(bind.oid)
-        if oid <= last:
-            raise AssertionError(f"{bind.oid} came after {'.'.join(map(str, last))}")
-        last = oid
-        for entry in entries:
-            if bind.oid.startswith(entry + "."):
-                column, *index = oid[len(numbers(entry)):]
-                if (entry, column) != PREFERENCE:
-                    tables[entry].setdefault(tuple(index), {})[column] = text_value(bind)
+    for group in (IP, ENTERPRISE):
+        inside = [numbers(entry) for entry in entries if entry.startswith(group)]
+        for bind in client.walk(".".join(map(str, os.path.commonprefix(inside))), tool) if inside else ():
+            oid = numbers(bind.oid)
+            if oid <= last:
+                raise AssertionError(f"{bind.oid} came after {last}")
+            last = oid
+            for entry in entries:
+                if bind.oid.startswith(entry + "."):
+                    column, *index = oid[len(numbers(entry)):]
+                    if (entry, column) != PREFERENCE:
+                        tables[entry].setdefault(tuple(index), {})[column] = text_value(bind)
     for entry, rows in tables.items():
         if not may_be_torn and len({tuple(row) for row in rows.values()}) > 1:
             raise TornWalk(entry)
     return tables
-
-
-def walk_tables(client, *entries, may_be_torn=False, tool="bulk_walk"):
-    """The tables as a walk of all that has them shows them."""
-    binds = []
-    for group in (IP, ENTERPRISE):
-        inside = [numbers(entry) for entry in entries if entry.startswith(group)]
-        if inside:
-            binds += getattr(client, tool)(".".join(map(str, os.path.commonprefix(inside))))
-    return read_tables(binds, entries, may_be_torn)
 
 
 def walk_table(client, entry, **options):

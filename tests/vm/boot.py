@@ -20,7 +20,7 @@ SUITE_PATHS = [HERE, os.path.dirname(HERE)]
 PYTHON = ["/usr/bin/python3", "-BS"]
 PROGRAMS = [PYTHON[0], *(f"/usr/lib/frr/{name}" for name in ("zebra", "staticd", "bgpd")), "vtysh",
             "ip", "mount", "nsenter", "setpriv", "sysctl", "umount", "unshare",
-            "snmpget", "snmpgetnext", "snmpwalk", "snmpbulkwalk"]
+            "snmpget", "snmpwalk", "snmpbulkwalk"]
 OURS = ["quorind", "quorin-mirrord"]
 OTHERS = ["/bin/busybox", "/etc/passwd", "/etc/group"]
 QEMU = ["qemu-system-x86_64", "-accel", "tcg", "-icount", "shift=3,sleep=off", "-cpu", "max", "-smp", "1", "-m", "1024",

@@ -4,12 +4,9 @@ import functools
 
 from harness import SystemCase, eventually
 from harness.kernel import COLUMNS, WIDE, interface_rows, kernel_tables, sw_fwd_row, vrf_tables
-from harness.snmp import IP_FORWARDING, IPV6_IP_FORWARDING
-from harness.tables import CONTEXT_TABLES, ENTERPRISE, IF_STATS, IP, SW_FWD, TIME_TICKS, VRF_TABLES, read_tables
+from harness.tables import CONTEXT_TABLES, IF_STATS, IP, SW_FWD, TIME_TICKS, VRF_TABLES, walk_tables
 
 SYSTEM_TABLES = (*VRF_TABLES, IF_STATS)  # of the default context alone
-# The scalars and their switches; that of IPv6 is in the default context alone.
-SWITCHES = {IP_FORWARDING: "ipv4/ip_forward", IPV6_IP_FORWARDING: "ipv6/conf/all/forwarding"}
 NO_COUNTERS = {**dict.fromkeys({*COLUMNS, *WIDE}, "0"), 46: TIME_TICKS, 47: "500"}  # a device has none
 
 
@@ -19,6 +16,7 @@ class DeviceVrf:
 
     def __init__(self, namespace, ask, device=None):
         self.namespace, self.ask, self.device = namespace, ask, device
+        self.is_default = device is None
 
     def run(self, *command):
         return self.ask(self.namespace.run, *command)
@@ -81,17 +79,14 @@ class DeviceCase(SystemCase):
         return self.vrf_id(name) if name in self.vrfs.namespaces else 0
 
     def served(self, client, entries):
-        binds = client.bulk_walk(IP) + client.bulk_walk(ENTERPRISE)
-        tables = read_tables(binds, entries)
+        tables = walk_tables(client, *entries)
         del tables[SW_FWD][1,]  # IPv4 counts the requests themselves
-        return {**tables, "scalars": {bind.oid: bind.value for bind in binds if bind.oid in SWITCHES}}
+        return tables
 
     def expected(self, vrf, name=None):
         """The tables that every context has."""
-        scalars = {oid: "2" if vrf.run("cat", f"/proc/sys/net/{file}").stdout == "0\n" else "1"
-                   for oid, file in SWITCHES.items() if oid == IP_FORWARDING or not name}
         counters = NO_COUNTERS if vrf is self.devices.get(name) else sw_fwd_row(vrf, 2)
-        return {**kernel_tables(vrf, self.number(name)), "scalars": scalars, SW_FWD: {(2,): counters}}
+        return {**kernel_tables(vrf, self.number(name)), SW_FWD: {(2,): counters}}
 
     def expected_of_system(self):
         stats = interface_rows(self.default_vrf, 0)
@@ -114,4 +109,4 @@ class DeviceCase(SystemCase):
 
     def expect_no_rows(self, name):
         client = self.client_of(name)
-        eventually(lambda: not any(bind.exists for bind in client.bulk_walk(IP)), f"{name} still answers")
+        eventually(lambda: not client.walk(IP), f"{name} still answers")
