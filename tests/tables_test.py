@@ -50,7 +50,7 @@ STAYING = [line for n in STAY
            for line in (f"addr add 10.200.0.{n}/32 dev s0", f"route add 20.0.{n}.0/24 dev s0 proto 99")]
 GATEWAYS = ("via 10.0.0.9", "via 10.0.1.9", "dev b0", "nexthop via 10.0.1.9 nexthop via 10.0.0.9 weight 7",
              "nexthop via 10.0.0.9 nexthop dev b0", "via 192.0.2.1 dev a0 onlink")
-OBJECTS = ("nhid 1", "nhid 3", "nhid 4")
+OBJECTS = ("via 10.0.0.20 dev a0", "via 10.0.1.20 dev b0", "group 1/2", "blackhole")  # with the ids from 1 on
 PROTOCOLS = (4, 3, 186, 188, 187, 189, 11, 42, 190, 196)
 
 
@@ -61,7 +61,8 @@ def random_lines(choice, is_quiet):
     add, replace = choice.choice(("add", "add", "del")), choice.choice(("replace", "replace", "del"))
     proto, state = f"proto {PROTOCOLS[n % 10]}", choice.choice(("permanent", "stale", "reachable", "failed"))
     hardware = f"02:00:00:00:{choice.randrange(256):02x}:{n:02x}"
-    gateway = choice.choice(GATEWAYS if n % 10 > 2 else OBJECTS)
+    nhid = choice.randrange(1, len(OBJECTS) + 1)
+    gateway = choice.choice(GATEWAYS) if n % 10 > 2 else f"nhid {nhid}"
     route = f"{gateway} metric {choice.choice((5, 9, 4294967295))}" if replace != "del" else ""
     quiet = (
         [f"neigh {replace} {choice.choice(('10.0.0.', 'fe80::', '2001:db8::'))}{100 + n} lladdr {hardware} "
@@ -69,9 +70,7 @@ def random_lines(choice, is_quiet):
         *[[f"route {replace} 10.{100 + n}.0.0/{16 + n % 9} {route} {proto}"]] * 4,
         [f"route {replace} 2001:db8:{256 + n:x}::/{48 + n % 2 * 8} via 2001:db8::9 {proto}"],
         [f"route {add} blackhole 10.99.{n}.0/24 {proto}"],
-        [f"nexthop {add} id 1 via 10.0.0.20 dev a0"],
-        [f"nexthop {add} id 2 via 10.0.1.20 dev b0", "nexthop add id 3 group 1/2"],
-        [f"nexthop {add} id 4 blackhole"])
+        [f"nexthop add id {nhid} {OBJECTS[nhid - 1]}" if add == "add" else f"nexthop del id {nhid}"])
     loud = (
         [f"addr {add} 10.4{n % 3}.{n % 4}.{n}/24 dev {'abc'[n % 3]}0"],  # secondary where there is another one
         [f"addr {add} 10.50.{n}.1/{24 + ord(interface[0]) - ord('a')} dev {interface}"],
@@ -155,7 +154,7 @@ class TablesTest(SystemCase):
         with self.subTest(seed=seed):
             self.expect_everything()
             with background(walk) as failures:
-                for count, is_quiet in [(300, True), (1, False), (3, False), (30, False), (300, False)] * 6:
+                for count, is_quiet in itertools.product((3, 10, 30, 300) * 4, (True, False)):
                     for namespace in (red, blue):
                         lines = (line for _ in range(count) for line in random_lines(choice, is_quiet))
                         namespace.ip(*lines, may_fail=True)
