@@ -46,12 +46,11 @@ class AgentTest(SystemCase):
         header = self.write_file("snmp", "Ip: Unknown\nIp: 1\n")
         mirror = self.start_mirror()
         agent = self.start_agent(environment={"PROC_NET_SNMP": header})
-        reader = self.client
-        eventually(lambda: reader.impatient().has(f"{ROUTE}.16.10.0.0.0.255.255.255.0.0.0.0.0.0"), "no route")
+        eventually(lambda: self.client.impatient().has(f"{ROUTE}.16.10.0.0.0.255.255.255.0.0.0.0.0.0"), "no route")
 
         def send_broken(_):
             self.namespace.send("127.0.0.1", BROKEN, port=1161)
-            self.assertTrue(reader.answers())
+            self.assertTrue(self.client.answers())
 
         def expect_little(what, send):
             before = os.path.getsize(agent.log_path)
@@ -60,15 +59,15 @@ class AgentTest(SystemCase):
             with self.subTest(what):
                 self.assertLess(os.path.getsize(agent.log_path) - before, MOST_LOGGED)
 
-        expect_little("an index out of range", lambda part: reader.ask(
+        expect_little("an index out of range", lambda part: self.client.ask(
             "snmpgetnext", *(f"{IF_STATS}.3.{2**31 + 100 * part + n}.1" for n in range(100))))
-        expect_little("counters that cannot be read", lambda _: reader.get(
+        expect_little("counters that cannot be read", lambda _: self.client.get(
             *(f"{SW_FWD}.{3 + n % 43}.1" for n in range(100))))
         expect_little("messages that net-snmp drops", send_broken)
         self.assertEqual(mirror.stop(), 0)
         shutil.rmtree(self.store)
         agent.wait_for_output("start a publisher")
-        expect_little("the store is away", lambda _: reader.ask("snmpgetnext", *[ROUTE] * 100))
+        expect_little("the store is away", lambda _: self.client.ask("snmpgetnext", *[ROUTE] * 100))
         self.assertEqual(agent.stop(), 0)
         with self.subTest("what is not written is counted"):
             self.assertRegex(agent.output(), r"is out of range! .* \.\.\. repeated 997 times\n")

@@ -125,8 +125,7 @@ class TablesTest(SystemCase):
             self.expect_one_answer(self.client_of("blue"), IP)
         with self.subTest("a VRF that is gone takes its rows along"):
             self.vrfs.remove("red")
-            gone = self.client_of("red")
-            eventually(lambda: not gone.walk(IP), "red still answers")
+            eventually(lambda: not self.client_of("red").walk(IP), "red still answers")
             self.expect_everything()
 
     def test_random_changes_under_walkers(self):

@@ -56,7 +56,6 @@ class SnmpdCase(SystemCase):
     def start_master(self):
         self.configure_snmpd("master agentx", f"agentXSocket {self.socket}")
         self.master = self.start_snmpd()
-        return self.master
 
     def start_subagent(self, *options):
         self.agent = self.start("quorind", "-f", "-X", "-x", self.socket, "-C", "-c", self.configuration,

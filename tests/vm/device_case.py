@@ -108,5 +108,4 @@ class DeviceCase(SystemCase):
             self.expect(lambda: self.served(self.client_of(name), entries), expected, f"context {name}")
 
     def expect_no_rows(self, name):
-        client = self.client_of(name)
-        eventually(lambda: not client.walk(IP), f"{name} still answers")
+        eventually(lambda: not self.client_of(name).walk(IP), f"{name} still answers")
