@@ -16,8 +16,8 @@
 // | KEL_NAMED(Type, Base)                         | Type(Kel::Name)                                         |
 // | KEL_NAMED_CONSTRUCTOR(Type, Base, ((T1, a)))  | Type(Kel::Name, T1), accessor a()                       |
 // | KEL_STORED(T, attr, Attr, initial...)         | attr(), attrIs(value), handleAttr()                     |
-// | KEL_REFERENCE(T, attr, Attr)                  | handle to a T that lives elsewhere: attr(), attrIs(p),  |
-// |                                               | handleAttr()                                            |
+// | KEL_REFERENCE(T, attr, Attr)                  | handle to a T that another object owns: attr(),         |
+// |                                               | attrIs(p), handleAttr()                                 |
 // | KEL_CHILD(T, attr, Attr)                      | attr(), attrIs(ctor parameters...), attrDel(),          |
 // |                                               | handleAttr()                                            |
 // | KEL_OWNED(T, attr, Attr)                      | attr(), attrIs(handle), attrDel(), handleAttr()         |
@@ -32,15 +32,15 @@
 // | KEL_COMPUTED(attr)                            | reflection of the member function attr()                |
 // | KEL_COMPUTED_WHEN(attr, condition)            | the same, readable only while the condition holds       |
 //
-// A create-or-get operation takes the member's constructor parameters. The key is the first of them, or what the
-// member type's static `kelKeyOf(parameters...)` returns. When the member exists it is returned as it is; a
-// constructor parameter that differs is a ReinstantiationException. Deleting tells the member's own reactors
-// (`handleDel`) before its owner's.
+// A create-or-get operation takes the constructor parameters of the member or child. The key of a member is the first
+// parameter, or the result of the member type's static `kelKeyOf(parameters...)`. If the member exists, it is returned
+// unchanged; a different constructor parameter throws ReinstantiationException. A deletion notifies the member's own
+// reactors (`handleDel`) before those of its owner.
 //
-// How it works: __COUNTER__ numbers the lines, from the type's first one, so that a type has the same bases in every
-// source file. A line specializes the chain `KelInfos` under its number, which adds one entry to the reflection. A
-// line with a handler also specializes `KelHandlers`, which adds one class between `Notifiee` and that of the base. A
-// number without a line falls through to the one before it.
+// How it works: __COUNTER__ numbers the lines of a type, relative to its KEL_TYPE_BEGIN, so the numbers are the same in
+// every source file. Two class templates are specialized by line number. KelInfos<N> adds the attribute of line N to
+// the reflection. KelHandlers<N> adds a class with the handler of line N between the type's `Notifiee` and that of
+// its base. The primary templates skip to N - 1 where line N specializes nothing.
 
 #include <boost/preprocessor/seq/size.hpp>
 #include <tuple>
@@ -73,9 +73,8 @@
     return typeText;                                                             \
   }
 
-// Ends the declaration. The reflection is compiled wherever the header is included, which is slow: types in public
-// headers end with KEL_TYPE_END_DECLARE instead, and one source file of theirs says
-// KEL_TYPE_DEFINE(Namespace::Type).
+// Ends the declaration. Every source that includes the header compiles the reflection, which is slow. A type in a
+// public header therefore ends with KEL_TYPE_END_DECLARE, and one source has KEL_TYPE_DEFINE(Namespace::Type).
 #define KEL_TYPE_END                                                                                 \
   KEL_TYPE_END_(__COUNTER__)                                                                         \
   static void kelDescribeType(::Kel::TypeInfo& type) KEL_DESCRIBE_BODY static const ::Kel::TypeInfo& \
@@ -119,7 +118,7 @@
     return info;                                                        \
   }
 
-// An entry of the reflection: `...` adds an AttributeInfo to `type`.
+// Adds an entry to the reflection: the statement `...` adds an AttributeInfo to `type`.
 #define KEL_INFO(N, ...)                                                     \
  public:                                                                     \
   template <class D>                                                         \
@@ -130,7 +129,7 @@
     }                                                                        \
   };
 
-// The same with the declaration of a virtual handler.
+// As KEL_INFO, and declares a virtual handler.
 #define KEL_LINK(N, handler, ...)                                    \
  public:                                                             \
   template <class D>                                                 \
@@ -145,7 +144,7 @@
 #define KEL_COMPUTED_(N, attr) \
   KEL_INFO(N, type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) { return self.attr(); })))
 
-// `condition` is a member expression of the object. Reading by name while it does not hold is an AttributeException.
+// `...` is a member expression of the object. While it is false, reading by name throws AttributeException.
 #define KEL_COMPUTED_WHEN(attr, ...) KEL_COMPUTED_WHEN_(__COUNTER__, attr, __VA_ARGS__)
 #define KEL_COMPUTED_WHEN_(N, attr, ...)                                                \
   KEL_INFO(N, type.add(::Kel::computedInfo<KelSelf>(#attr, [](const KelSelf& self) {    \
@@ -273,7 +272,7 @@
                [](KelSelf& self, auto&&... args) { return self.attr##Is(std::move(args)...); }, \
                [](KelSelf& self) { return self.attr##Del(); })))
 
-// A child that its owner is given ready made. Giving another one deletes the one that stood.
+// A child that the caller creates. Setting another one deletes the previous one.
 #define KEL_OWNED(T, attr, Attr) KEL_OWNED_(__COUNTER__, T, attr, Attr)
 #define KEL_OWNED_(N, T, attr, Attr)                                                        \
  public:                                                                                    \
@@ -297,7 +296,7 @@
                #attr, [](const KelSelf& self) { return self.attr##_.object; },              \
                [](KelSelf& self) { return self.attr##Del(); })))
 
-// The reading half of KEL_MEMBERS, for an owner that brings its own operations.
+// KEL_MEMBERS without operations, for an owner that defines its own.
 #define KEL_MEMBERS_READ(Kind, KeyT, T, attr, Attr) KEL_MEMBERS_READ_(__COUNTER__, Kind, KeyT, T, attr, Attr)
 #define KEL_MEMBERS_READ_(N, Kind, KeyT, T, attr, Attr)   \
   KEL_MEMBERS_ACCESS(Kind, KeyT, T, attr)                 \

@@ -14,7 +14,7 @@
 
 namespace Kel {
 
-// The enclosing classes declare nested types with these; the objects handed in are always of type `Self`.
+// Casts the object of a generic call. Requires: it is a `Self`, the type that declares the attribute.
 template <class Self>
 const Self& selfOf(const PtrInterface& object) {
   return static_cast<const Self&>(object);
@@ -31,8 +31,8 @@ TypeInfo kelMakeTypeInfo() {
   return info;
 }
 
-// `Get`, `Set`, `Create`, `Remove` and `Map` are types of lambdas without captures. An operation makes its own, so that
-// it is a plain function.
+// `Get`, `Set`, `Create`, `Remove` and `Map` are types of lambdas without captures. Each operation default-constructs
+// the lambda that it calls, so an AttributeInfo holds plain function pointers.
 
 template <class Self, class Get>
 AttributeInfo computedInfo(const char* name, Get) {
@@ -124,7 +124,8 @@ AttributeInfo childInfo(const char* name, Get get, Create, Remove remove) {
   return info;
 }
 
-// The key under its text form. Keys that are not read from text are looked for one by one.
+// Finds a key by its text form. A key of several fields cannot be read from text, so the members are compared one by
+// one.
 template <class Map>
 auto keyByText(const Map& map, std::string_view name) -> std::optional<typename Map::Key> {
   using Key = typename Map::Key;
@@ -202,7 +203,8 @@ AttributeInfo membersInfo(const char* name, Map map, Create, Remove, RemoveAll) 
   return info;
 }
 
-// As data: an object of the values by the keys' text forms. Setting makes the collection equal to it.
+// The Datum of the collection is an object of the values by the keys' text forms. Setting it replaces the whole
+// contents.
 template <class Self, class Key, class T, class Map, class Set, class Remove, class RemoveAll>
 AttributeInfo valuesInfo(const char* name, Map, Set, Remove, RemoveAll) {
   AttributeInfo info{name, AttributeKind::values, boost::core::type_name<T>()};
@@ -218,7 +220,7 @@ AttributeInfo valuesInfo(const char* name, Map, Set, Remove, RemoveAll) {
     info.fromDatum = [](PtrInterface& object, const Datum& datum) {
       const auto* members = datum.getIf<Datum::Object>();
       if (!members) wrongKind(datum, "an object");
-      // Everything is read before anything is changed, so that bad data change nothing.
+      // Reads everything before changing anything, so that bad data change nothing.
       std::map<Key, T> wanted;
       for (const auto& [text, value] : *members) {
         wanted.insert_or_assign(keyOrRefusal<Key>(text), fromDatum<T>(value));

@@ -2,8 +2,8 @@
 // Keyed collections.
 //
 // Ordered collections are B-trees and iterate in ascending key order; hashed ones have no defined order. The version
-// of a collection changes when a member is added or removed. Any such change invalidates iterators: a walk compares
-// versions, and who changes members while walking walks `keys()`.
+// of a collection changes when a member is added or removed, which invalidates iterators. A walk that may be
+// interrupted compares versions; a caller that changes members during a walk walks over `keys()`.
 
 #include <absl/container/btree_map.h>
 
@@ -22,8 +22,7 @@ using OrderedMap = absl::btree_map<Key, Value>;
 template <class Key, class Value>
 using HashedMap = boost::unordered_flat_map<Key, Value>;
 
-// `Map` is OrderedMap or HashedMap. Read by users through the owner's accessor; changed only by the owner, whose
-// operations notify.
+// `Map` is OrderedMap or HashedMap. Only the owner changes it, by operations that notify.
 template <template <class, class> class Map, class KeyType, class ValueType>
 class Collection {
  public:
@@ -64,7 +63,7 @@ class Collection {
     const auto at = map_.find(key);
     return at == map_.end() ? nullptr : &at->second;
   }
-  // The member, taken out; an empty value when there is none.
+  // Removes the member and returns it; an empty value when there is none.
   Value kelTake(const Key& key) {
     const auto at = map_.find(key);
     if (at == map_.end()) return Value{};

@@ -1,7 +1,6 @@
 #pragma once
-// A value without its type: the neutral form in which attribute values leave and enter a process (as JSON in the
-// state database, for instance). Null, boolean, integer, floating point, text, list, or an object of named data in
-// the order in which they were entered.
+// An attribute value in neutral form, for exchange between processes (the state database stores it as JSON): null,
+// boolean, integer, floating point, text, list, or an object of named data in the order of their insertion.
 
 #include <cstdint>
 #include <string>
@@ -37,10 +36,10 @@ class Datum {
   }
   bool isNull() const { return std::holds_alternative<std::monostate>(value_); }
 
-  // The member of an object under a name; null when this is no object or has no such member.
+  // The member of an object; null when this is no object or has no such member.
   const Datum* member(std::string_view name) const;
 
-  // "a boolean", "a text", ...: for messages about data of the wrong kind.
+  // For messages: "a boolean", "a text".
   const char* kindName() const;
 
   bool operator==(const Datum&) const = default;

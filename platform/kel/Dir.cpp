@@ -33,7 +33,7 @@ Ptr<Dir> Dir::dirIs(const Name& name) {
 
 bool Dir::entityDel(const Name& givenName) {
   const auto hold = kept(*this);
-  const Name name = givenName;  // the given one may live in the entity
+  const Name name = givenName;  // a copy: `givenName` may be part of the entity
   const auto gone = entityPtr_.map.kelTake(name);
   if (!gone) return false;
   gone->kelDeleted();
@@ -50,7 +50,7 @@ namespace {
 
 Ptr<Entity> resolveRest(const Ptr<Entity>& from, std::string_view rest);
 
-// Calls `next(name, rest)` for each way to cut a name off the front of `path`, the shortest name first.
+// Calls `next(name, rest)` for each possible first name of `path`, the shortest first, until a call finds an entity.
 template <class Next>
 Ptr<Entity> cutName(std::string_view path, Next next) {
   for (std::size_t at = path.find_first_of("./", 1);; at = path.find_first_of("./", at + 1)) {

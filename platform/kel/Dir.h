@@ -11,23 +11,24 @@ class Dir : public Entity {
  public:
   KEL_NAMED(Dir, Entity)
 
-  // Reactors: handleEntityPtr(name) when an entry comes or goes.
+  // Reactors: handleEntityPtr(name) when an entry is added or deleted.
   KEL_MEMBERS_READ(Ordered, Name, Entity, entityPtr, EntityPtr)
   KEL_TYPE_END_DECLARE
 
-  // Enters `entity` under its own name, which must not be taken by another entity (ReinstantiationException).
-  // Returns it.
+  // Adds `entity` under its own name and returns it. Throws ReinstantiationException when another entity has the name.
   Ptr<Entity> entityIs(Ptr<Entity> entity);
-  // The directory of that name, made when absent. AttributeException when an entity of another type has the name.
+  // Creates or gets the directory. Throws AttributeException when an entity of another type has the name.
   Ptr<Dir> dirIs(const Name& name);
   bool entityDel(const Name& name);
   ~Dir() override;
 };
 
-// The entity at a path relative to `root`, or null: "snmp/ip/vrf.mibs/red.ipmib". Directory entries and collection
-// members are separated by '/', attributes by '.'. Names may contain both characters, so a path is resolved against
-// the names that exist, the shortest first, trying the next when the rest of the path leads nowhere. An empty path
-// is `root`.
+// Returns the entity at a path relative to `root`, such as "snmp/ip/vrf.mibs/red.ipmib", or null. An empty path is
+// `root`.
+//
+// A '/' precedes the name of a directory entry or member, a '.' the name of an attribute. Names may contain both
+// characters, so several names can match at one place in the path. They are tried from the shortest to the longest
+// until one leads to an entity.
 Ptr<Entity> resolve(const Ptr<Entity>& root, std::string_view path);
 
 }  // namespace Kel

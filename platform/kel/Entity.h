@@ -1,10 +1,9 @@
 #pragma once
-// Entities: watched objects with a name and a place.
+// An entity: a named object of the state tree, whose changes reactors can watch.
 //
-// An entity lives in a directory, in a collection attribute of another entity, or as the single child of one. Its
-// full name is the way to it from the top: "snmp/ip" in directories, "snmp/ip/vrf.mibs/red" for the member "red" of
-// the attribute `mibs`, "snmp/ip/vrf.mibs/red.ipmib" for a child attribute. A name may hold any bytes, '.' and '/'
-// too.
+// Its parent is a directory, or another entity that holds it as a member of a collection or as a single child. The full
+// name is the path from the root: "snmp/ip" in directories, "snmp/ip/vrf.mibs/red" for the member "red" of the
+// attribute `mibs`, "snmp/ip/vrf.mibs/red.ipmib" for a child. A name may hold any bytes, including '.' and '/'.
 
 #include "kel/Attribute.h"
 
@@ -18,9 +17,9 @@ class Entity : public Notifier {
   explicit Entity(Name name) : name_(std::move(name)) {}
 
   const Name& name() const { return name_; }
-  // Null for an entity that lives nowhere (any more), and while its parent is being constructed or destroyed.
+  // Null without a parent, and while the parent is being constructed or destroyed.
   Ptr<const Entity> parent() const { return parent_ && parent_->use_count() != 0 ? parent_ : nullptr; }
-  // The attribute of the parent that holds this entity; empty inside a directory.
+  // The attribute of the parent that holds this entity; empty in a directory.
   String parentAttrName() const { return parentAttrName_; }
   String fullName() const;
   Ptr<const Entity> entity() const { return Ptr<const Entity>(this); }
@@ -32,7 +31,8 @@ class Entity : public Notifier {
   KEL_COMPUTED(entity)
   KEL_TYPE_END_DECLARE
 
-  // For the owner: places the entity, and gives it `name` if it has none of its own.
+  // For the owner only. kelPlace records the parent, and sets the name of an entity that has none; kelOrphan clears the
+  // parent.
   enum class Place { directory, child, member };
   void kelPlace(const Entity* parent, const char* attrName, Place place, const Name& name);
   void kelOrphan() { parent_ = nullptr; }

@@ -29,16 +29,15 @@ class ReinstantiationException : public Exception {
   using Exception::Exception;
 };
 
-// The generic attribute interface was asked for an attribute or operation that the type does not have, or was
-// given arguments of the wrong number or type.
+// A call of the generic attribute interface named an attribute or operation that the type lacks, or had arguments of
+// the wrong number or type.
 class AttributeException : public Exception {
  public:
   using Exception::Exception;
 };
 
 // Aborts the process after writing "<where>: assertion failed: <condition>" and the latest function entries
-// (kel/Trace.h) to standard error. Stays on in every build type: the conditions it guards are programming and
-// configuration faults.
+// (kel/Trace.h) to standard error. Active in every build type, since it reports programming and configuration faults.
 [[noreturn]] void assertionFailed(const char* condition, const char* where);
 
 }  // namespace Kel
@@ -46,11 +45,11 @@ class AttributeException : public Exception {
 #define KEL_STRINGIFY_1(x) #x
 #define KEL_STRINGIFY(x) KEL_STRINGIFY_1(x)
 #define KEL_WHERE __FILE__ ":" KEL_STRINGIFY(__LINE__)
-// `text` is the assertion's own text, as it appears in the report.
+// Reports `text` instead of the condition.
 #define KEL_ASSERT_TEXT(condition, text)                       \
   do {                                                         \
     if (!(condition)) ::Kel::assertionFailed(text, KEL_WHERE); \
   } while (false)
 #define KEL_ASSERT(condition) KEL_ASSERT_TEXT(condition, #condition)
-// For a place that must not be reached: the report reads "assertion failed: false".
+// Reports "assertion failed: false" for code that must not be reached.
 #define KEL_UNREACHABLE() ::Kel::assertionFailed("false", KEL_WHERE)

@@ -8,20 +8,20 @@
 namespace Kel {
 namespace {
 
-constexpr std::size_t longestKind = 200;     // characters; what follows does not tell lines apart
+constexpr std::size_t longestKind = 200;     // characters; lines that differ only behind them are of one kind
 constexpr std::size_t longestReport = 1000;  // characters of a line that is kept
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// Of addresses, numbers, OIDs and names. Quotes and brackets around them are not.
+// Whether `c` is part of an address, number, OID or name. Quotes and brackets separate words.
 bool isOfWord(char c) {
   return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' || c == ':' || c == '-' ||
          c == '_' || c == '/';
 }
 
-// The text with "#" for each word that has a digit.
+// Replaces each word that has a digit by "#".
 std::string kindOf(std::string_view text) {
   std::string kind;
   while (!text.empty() && kind.size() < longestKind) {

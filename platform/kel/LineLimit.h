@@ -1,15 +1,14 @@
 #pragma once
-// Rate-limits a log whose lines are caused by requests: of lines that repeat, the first few are written, the others
-// are counted.
+// Rate-limits a log whose lines are caused by requests: writes the first few of similar lines and counts the others.
 //
-// Lines are of one kind when they have the same source and the same words, where words with a digit count as equal:
-// addresses, numbers and the like. A limit has periods, whose ends its user declares, usually every minute.
+// Lines are of one kind when they have the same source and the same words. All words with a digit (addresses, numbers)
+// count as equal. The user of a limit begins a new period, usually every minute.
 //
 // Guarantees:
 // - The first line of a kind in a period is admitted, and so are `linesPerKind` in all.
-// - What was not admitted is reported at the end of the period: the latest line of the kind and how many they were.
-// - A source has at most `kindsPerSource` kinds in a period; all further lines of it count as one kind.
-// - Until a first period is begun, every line is admitted.
+// - Lines that were not admitted are reported at the end of the period: the latest line of the kind, and their number.
+// - A source has at most `kindsPerSource` kinds in a period; its lines of any further kind count as one kind.
+// - Every line is admitted before the first period.
 // Thread: one at a time.
 
 #include <functional>
@@ -23,17 +22,17 @@ namespace Kel {
 
 class LineLimit {
  public:
-  static constexpr unsigned secondsPerPeriod = 60;  // what users of a limit keep to
+  static constexpr unsigned secondsPerPeriod = 60;  // for the user of a limit
   static constexpr unsigned linesPerKind = 3;
   static constexpr std::size_t kindsPerSource = 32;
 
-  // Writes "<latest line> ... repeated <count> times", or for the kind that stands for many "<latest line> ... and
-  // <count> other lines".
+  // Receives "<latest line> ... repeated <count> times", or "<latest line> ... and <count> other lines" for the further
+  // kinds of a source.
   using Write = std::function<void(const std::string& source, const std::string& text)>;
 
-  // Whether a line is to be written now. If not, it is counted. `text` has no line end.
+  // Returns whether to write the line; counts it otherwise. `text` has no line end.
   bool admits(std::string_view source, std::string_view text);
-  // Reports what was not admitted since the last call, and begins the next period.
+  // Reports the lines that were not admitted since the last call, and begins the next period.
   void beginPeriod(const Write& write);
 
  private:
@@ -49,12 +48,12 @@ class LineLimit {
 };
 
 // The limit of the process's trace lines; a line's source is its facility. It admits every line at a level above 0,
-// and every line of a facility that the trace configuration names. The default sink applies the limit. Another sink is
-// given every line and may call `admits` itself.
+// and every line of a facility that the trace configuration names. The default sink applies the limit. Any other sink
+// receives every line and may call `admits` itself.
 class TraceLimit {
  public:
   static bool admits(const TraceHandle& handle, unsigned level, const std::string& text);
-  // As LineLimit::beginPeriod(). The reports go to the sink, as lines of their facilities at level 0.
+  // As LineLimit::beginPeriod(). The sink receives the reports as lines of their facilities at level 0.
   static void beginPeriod();
 };
 

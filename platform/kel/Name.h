@@ -1,5 +1,5 @@
 #pragma once
-// The framework's strings. `Name` is the name of an entity: any bytes, never interpreted.
+// The framework's strings. A `Name` names an entity and may hold any bytes.
 
 #include <string>
 

@@ -39,13 +39,13 @@ class Notifier::Round {
 };
 
 void Notifier::forEachReactor(void (*visit)(NotifieeBase& reactor, void* context), void* context) const {
-  // A watched object is held by its reactors. One that nobody watches may be in its destructor, and must not be held
-  // there.
+  // An object without reactors may be in its destructor, where no handle may be taken. One with reactors is held by
+  // them.
   if (!reactors_ || reactors_->list.empty()) return;
   const Ptr<const Notifier> self(this);
   const Round round(*reactors_);
   for (std::size_t i = 0; i < round.size(); ++i) {
-    // A count of zero: the reactor is being constructed or destroyed, and must not be kept.
+    // A reactor with a count of zero is being constructed or destroyed, so no handle may be taken.
     if (!reactors_->list[i] || reactors_->list[i]->use_count() == 0) continue;
     const Ptr<NotifieeBase> reactor(reactors_->list[i]);
     if (reactor->hasNotificationActive()) visit(*reactor, context);

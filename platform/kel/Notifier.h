@@ -2,7 +2,7 @@
 // Change notification.
 //
 // A reactor derives from the `Notifiee` of the type that it watches, attaches with `notifierIs`, and overrides one
-// handler per attribute that it cares for:
+// handler for each attribute that it watches:
 //
 //   class KelConfig : public Routing::Config::Notifiee {
 //     void handleRouting() override { ... notifier()->routing() ... }
@@ -10,11 +10,14 @@
 //   auto reactor = Kel::makePtr<KelConfig>();
 //   reactor->notifierIs(config);
 //
-// Rules. Handlers run at once, inside the call that changed the value, in order of attachment, and never for a
-// value that did not change. Attaching does not notify of the present value. A handler may attach, detach, set,
-// delete and destroy anything, itself, its notifier and the other reactors included: a reactor that detaches or
-// dies before its turn is not called; one that attaches meanwhile is called from the next change on. Reactors are
-// counted objects (makePtr). A reactor holds its notifier; the notifier does not hold its reactors.
+// Guarantees:
+// - Handlers run inside the call that changed the value, in order of attachment, and only if the value changed.
+// - Attaching a reactor calls no handler.
+// - A handler may attach, detach, set, delete and destroy anything, including its own reactor, the notifier and other
+//   reactors. A reactor that was detached or destroyed before its turn is not called. One that was attached by a
+//   handler is called from the next change on.
+// Lifetime: reactors are counted objects (makePtr). A reactor holds its notifier; the notifier does not hold its
+// reactors.
 
 #include <cstddef>
 #include <memory>
@@ -30,12 +33,12 @@ class NotifieeBase : public PtrInterface {
  public:
   ~NotifieeBase() override;
 
-  // While false, no handler is called. Changes during that time are not reported later.
+  // While false, no handler is called, and changes are not reported later.
   bool hasNotificationActive() const { return active_; }
   void hasNotificationActiveIs(bool active) { active_ = active; }
 
-  // Some attribute of the watched object changed, or the object was deleted. Called only on a reactor that is no
-  // `Notifiee` of the object's type: it watches objects of any type, and attaches with kelAttach.
+  // For a reactor to objects of any type, which derives from NotifieeBase and attaches with kelAttach: an attribute
+  // of the watched object changed, or the object was deleted.
   virtual void handleAnyChange() {}
 
  protected:
@@ -60,14 +63,14 @@ class Notifier : public PtrInterface {
   static void kelDescribeType(TypeInfo&) {}
   ~Notifier() override;
 
-  // Called once, after construction, when the object is held by a handle and knows its name and parent: the place
-  // to attach reactors. Not for users.
+  // The framework calls it once after construction, when the object is held by a handle and has its name and parent.
+  // Override it to attach reactors.
   virtual void kelStart() {}
-  // Called when the object is deleted from the attribute or collection that owns it, while others may still hold
-  // it: it must cease to react.
+  // The framework calls it when the object is deleted from the attribute or collection that owns it, even if others
+  // still hold it. Override it to detach reactors.
   virtual void kelStop() {}
 
-  // Calls `call` for each active reactor that is an `N`, and handleAnyChange for each other one, under the rules above.
+  // Calls `call` for each active reactor that is an `N`, and handleAnyChange for each other one, as guaranteed above.
   template <class N, class Call>
   void kelNotify(Call call) const {
     forEachReactor(
@@ -88,7 +91,7 @@ class Notifier : public PtrInterface {
   friend class NotifieeBase;
   struct Reactors {
     std::vector<NotifieeBase*> list;  // null: detached during a round
-    unsigned rounds = 0;              // nested notification rounds under way
+    unsigned rounds = 0;              // nested notification rounds in progress
     bool hasGaps = false;
   };
   class Round;

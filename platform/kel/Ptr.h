@@ -21,7 +21,7 @@ using Ptr = boost::intrusive_ptr<T>;
 
 class TypeInfo;
 
-// The root of every counted object. The reflection of a type is found through `kelTypeInfo()`.
+// The base of every counted object.
 class PtrInterface : public boost::intrusive_ref_counter<PtrInterface, boost::thread_unsafe_counter> {
  public:
   PtrInterface() = default;
@@ -32,10 +32,11 @@ class PtrInterface : public boost::intrusive_ref_counter<PtrInterface, boost::th
   // The types of the constructor parameters; a type with parameters declares its own.
   using KelCtorTypes = std::tuple<>;
 
-  // The attributes of the object's most derived declared type. An object that declares none has an empty list.
+  // The reflection of the object's most derived declared type. A type that declares no attributes has an empty list.
   virtual const TypeInfo& kelTypeInfo() const;
 };
 
+// Constructs a counted object, then calls its kelStart(), if it has one.
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
   Ptr<T> object(new T(std::forward<Args>(args)...));

@@ -28,7 +28,7 @@ struct Rule {
   }
 };
 
-// Handles are static objects of many units, so the registry must exist before any of them and outlive them all.
+// Created on first use and never destroyed, since static objects of any source register handles.
 struct Registry {
   std::vector<TraceHandle*> handles;
   std::vector<Rule> rules;
@@ -37,7 +37,7 @@ struct Registry {
   LineLimit limit;
   bool isReporting = false;
 
-  // To spdlog, however many lines there are.
+  // Writes to spdlog, without a limit.
   void log(std::string_view facility, unsigned level, const std::string& text) {
     if (!logger) TraceConfig::outputIs(TraceConfig::Output::standardError, "");
     logger->log(level == 0 ? spdlog::level::warn : spdlog::level::debug, "{}/{}: {}", facility, level, text);
@@ -172,7 +172,7 @@ void TraceConfig::outputIs(Output output, const std::string& target) {
 }
 
 TraceLine::~TraceLine() {
-  // A trace must never take the process down, whatever the sink does.
+  // An exception of the sink must not end the process.
   try {
     auto& known = registry();
     const std::string text = std::move(stream_).str();
@@ -197,7 +197,7 @@ void TraceLimit::beginPeriod() {
   auto& known = registry();
   const std::unique_ptr<bool, void (*)(bool*)> ended(&known.isReporting,
                                                      [](bool* isReporting) { *isReporting = false; });
-  known.isReporting = true;  // a sink that asks is to write the reports, and not count them in the new period
+  known.isReporting = true;  // a sink that calls admits() writes the reports; they do not count in the new period
   known.limit.beginPeriod([&known](const std::string& facility, const std::string& text) {
     if (!known.sink) return known.log(facility, 0, text);
     const auto handle = std::find_if(known.handles.begin(), known.handles.end(),

@@ -11,7 +11,7 @@
 // one load and one branch and evaluates none of its fragments. Enabled lines go to the sink as
 // "<facility>/<level>: <text>"; the sink is spdlog's (standard error unless configured otherwise).
 //
-// Function entries are kept apart, in a ring in memory that costs no formatting: QTRACE_ENTRY(handle, argument).
+// QTRACE_ENTRY(handle, argument) records the entry of a function in a ring in memory, without formatting.
 
 #include <array>
 #include <cstdint>
@@ -27,7 +27,7 @@ class TraceHandle {
  public:
   static constexpr unsigned maxLevel = 9;
 
-  // Registers the facility for the life of the process. Levels configured before the handle existed apply to it.
+  // Registers the facility. Levels that were configured earlier apply to it.
   explicit TraceHandle(std::string_view facility);
   ~TraceHandle();
   TraceHandle(const TraceHandle&) = delete;
@@ -46,27 +46,25 @@ class TraceHandle {
 // Levels and sink for the whole process.
 class TraceConfig {
  public:
-  // Sets levels from a text such as "IpBase/0-2,8;Vrf*/0,7": facilities (a trailing '*' matches any rest) with
-  // their enabled levels, several separated by ';'. The levels named are the ones enabled: one that leaves out
-  // level 0 turns it off, "<facility>/" turns all off. Of several that match a facility the last holds. The setting
-  // also applies to handles made later. Throws RangeException with the offending piece when the text is malformed;
-  // then nothing is changed.
+  // Sets levels from a text such as "IpBase/0-2,8;Vrf*/0,7": facilities (a trailing '*' matches any rest) with their
+  // enabled levels, separated by ';'. All other levels of the facility are disabled, level 0 too; "<facility>/"
+  // disables all. If several settings match a facility, the last one applies. Settings also apply to handles that are
+  // made later. Throws RangeException that quotes the malformed part, and then changes nothing.
   static void levelsAre(std::string_view text);
-  // Back to level 0 for every facility.
+  // Removes all settings: every facility has level 0 alone.
   static void reset();
 
   using Sink = std::function<void(const TraceHandle&, unsigned level, const std::string& text)>;
-  // Replaces the sink and returns the previous one; an empty sink stands for the default (spdlog). Tests catch
-  // lines so.
+  // Replaces the sink and returns the previous one. An empty sink means the default (spdlog).
   static Sink sinkIs(Sink sink);
 
   enum class Output { standardError, file, syslog };
-  // Where the default sink writes. `target` is the file's path, or the identity in syslog. Throws Exception when
+  // Sets where the default sink writes. `target` is the file's path, or the identity in syslog. Throws Exception when
   // the file cannot be opened.
   static void outputIs(Output output, const std::string& target);
 };
 
-// One line under construction; handed to the sink when it goes out of scope.
+// One line under construction. The destructor passes it to the sink.
 class TraceLine {
  public:
   TraceLine(const TraceHandle& handle, unsigned level) : handle_(handle), level_(level) {}
@@ -86,17 +84,17 @@ class TraceRing {
  public:
   struct Entry {
     double time = 0;                      // seconds, framework clock, as of the latest tick
-    const TraceHandle* handle = nullptr;  // null: slot never written
+    const TraceHandle* handle = nullptr;  // null: empty slot
     const char* function = nullptr;       // static text
-    std::uintptr_t argument = 0;          // whatever identifies the call: a pointer or a number
+    std::uintptr_t argument = 0;          // identifies the call: a pointer or a number
   };
   static constexpr std::size_t capacity = 4096;
 
   static void entered(const TraceHandle& handle, const char* function, std::uintptr_t argument);
   // Oldest first.
   static std::vector<Entry> entries();
-  // One line an entry, oldest first, for support dumps: "<time> <facility> <function> <argument in hex>".
-  // At most the latest `most` entries.
+  // Writes the latest `most` entries for support dumps, oldest first, one in a line:
+  // "<time> <facility> <function> <argument in hex>".
   static void write(std::ostream& out, std::size_t most = capacity);
 };
 

@@ -1,5 +1,5 @@
 #pragma once
-// Reflection: what a type's attributes are, and how to reach them without knowing the type.
+// Reflection: describes the attributes of a type, and reads and changes them without knowing the type.
 
 #include <string_view>
 #include <vector>
@@ -15,13 +15,13 @@ enum class AttributeKind {
   constructorParameter,  // fixed for the object's life
   stored,                // writable value
   computed,              // derived on every read
-  reference,             // handle to an object that lives elsewhere
+  reference,             // handle to an object that another object owns
   child,                 // single owned object
   members,               // collection of owned objects
   values                 // collection of values
 };
 
-// One attribute. An operation that its kind does not offer is empty.
+// One attribute. An operation that its kind lacks is null.
 struct AttributeInfo {
   String name;
   AttributeKind kind;
@@ -30,16 +30,16 @@ struct AttributeInfo {
   Value (*read)(const PtrInterface&) = nullptr;
   Datum (*toDatum)(const PtrInterface&) = nullptr;           // stored, values
   void (*fromDatum)(PtrInterface&, const Datum&) = nullptr;  // stored, values: sets, with notification
-  // reference: sets it; AttributeException when the object is of another type. Null clears.
+  // reference: sets it, null clears it. Throws AttributeException when the object is of another type.
   void (*referenceIs)(PtrInterface&, const Ptr<PtrInterface>&) = nullptr;
 
   // child (name ignored) and members: the owned object, or null.
   Ptr<PtrInterface> (*member)(const PtrInterface&, std::string_view name) = nullptr;
-  // Ordered or hashed as the collection is; names are the keys' text forms.
+  // members, values: the text forms of the keys, in the order of the collection.
   std::vector<String> (*memberNames)(const PtrInterface&) = nullptr;
-  // Create-or-get with typed constructor parameters.
+  // child, members: create-or-get with all constructor parameters.
   Ptr<PtrInterface> (*create)(PtrInterface&, const std::vector<Value>&) = nullptr;
-  // Create-or-get from the key's text form alone; empty when the member needs more than its key.
+  // members: create-or-get from the key's text form; null when the member has further constructor parameters.
   Ptr<PtrInterface> (*createNamed)(PtrInterface&, std::string_view name) = nullptr;
   // False when there was no such member.
   bool (*remove)(PtrInterface&, std::string_view name) = nullptr;
@@ -51,7 +51,7 @@ class TypeInfo {
   explicit TypeInfo(String name = "Kel::PtrInterface") : name_(std::move(name)) {}
 
   const String& name() const { return name_; }
-  // The base type's first, then in order of declaration.
+  // Those of the base type first, then in order of declaration.
   const std::vector<AttributeInfo>& attributes() const { return attributes_; }
   const AttributeInfo* find(std::string_view name) const;
 
@@ -64,13 +64,12 @@ class TypeInfo {
   std::vector<AttributeInfo> attributes_;
 };
 
-// The value of an attribute by name. Throws AttributeException when the type has no such attribute or it is a
-// collection.
+// Reads an attribute by name. Throws AttributeException when the type has no such attribute or it is a collection.
 Value readAttribute(const PtrInterface& object, std::string_view name);
 
-// Calls "<attr>Is" (create-or-get, or set for a stored attribute), "<attr>Del" (members: by the key's text form) or
-// "<attr>DelAll" by name. Returns the created or existing object, null for the others. Throws AttributeException
-// when there is no such operation or an argument is of the wrong number or type.
+// Calls an operation by name: "<attr>Is" (create-or-get; set for a stored attribute), "<attr>Del" (takes a member's
+// key in text form) or "<attr>DelAll". Create-or-get returns the object, the others null. Throws AttributeException
+// when there is no such operation, or the arguments are of the wrong number or type.
 Ptr<PtrInterface> callOperation(PtrInterface& object, std::string_view operation,
                                 const std::vector<Value>& arguments);
 

@@ -1,6 +1,6 @@
 #pragma once
-// What the framework can do with a value of any attribute type: print it, turn it into a `Datum` and back, and hold
-// it type-erased for the generic attribute interface.
+// Operations on values of any attribute type: printing, conversion to a `Datum` and back, and type-erased values for
+// the generic attribute interface.
 //
 // Attribute types are: bool, integers, double, String; enumerations described with BOOST_DESCRIBE_ENUM; value types
 // declared with KEL_VALUE_TYPE; types with `stringValue()` and a static `fromString(std::string_view)` that throws
@@ -48,7 +48,7 @@ String handlePath(const PtrInterface* object);
 [[noreturn]] void wrongKind(const Datum& datum, const char* expected);
 [[noreturn]] void noSuchEnumerator(const Datum& datum, const String& enumName, const String& known);
 
-// The name of a described enumeration's value, or its number when it has none.
+// The name of an enumeration's value, or its number when it has no name.
 template <DescribedEnum E>
 String enumName(E value) {
   String name;
@@ -58,7 +58,7 @@ String enumName(E value) {
   return name.empty() ? std::to_string(static_cast<std::underlying_type_t<E>>(value)) : name;
 }
 
-// The value under a name or a number. Throws RangeException naming the known ones.
+// The value with this name or number. Throws RangeException that lists the known names.
 template <DescribedEnum E>
 E enumValue(const Datum& datum) {
   String known;
@@ -158,7 +158,8 @@ T integerFromDatum(const Datum& datum) {
   return result;
 }
 
-// Throws RangeException when the datum is of the wrong kind or out of range. Handles cannot be made from data.
+// Throws RangeException when the datum is of the wrong kind or out of range, and for handles, which data cannot
+// express.
 template <class T>
 T fromDatum(const Datum& datum) {
   if constexpr (std::same_as<T, bool>) {
@@ -193,7 +194,7 @@ T fromDatum(const Datum& datum) {
 
 // ---- type-erased values ----
 
-// An argument or result of the generic attribute interface. A handle remembers whether it is read-only.
+// An argument or result of the generic attribute interface: a handle, writable or read-only, or any other value.
 class Value {
  public:
   Value() = default;
@@ -217,8 +218,8 @@ class Value {
   const String& typeName() const { return typeName_; }
   String print() const { return isHandle_ ? printHandle(handle_.get()) : text_; }
 
-  // The value as a `T`. Throws AttributeException when it is something else, or when a read-only handle is asked
-  // for as a writable one. A null handle converts to any handle type.
+  // The value as a `T`. Throws AttributeException when it is of another type, or `T` is a writable handle and the
+  // value a read-only one. A null handle converts to any handle type.
   template <class T>
   T as() const {
     if constexpr (IsPtr<T>::value) {
@@ -251,7 +252,7 @@ class Value {
 
 // ---- keys ----
 //
-// The text form of collection keys: what a member is called in paths and documents.
+// The text form of a key names the member in paths and documents.
 
 template <class Key>
 String keyText(const Key& key) {
@@ -264,7 +265,7 @@ String keyText(const Key& key) {
   }
 }
 
-// Empty when the text is no key of this type, and always for keys of several fields, which are not read from text.
+// nullopt when the text is no key of this type. Keys of several fields cannot be read from text.
 template <class Key>
 std::optional<Key> keyFromText(std::string_view text) {
   try {

@@ -5,9 +5,8 @@
 //     KEL_VALUE_TYPE("IpSnmp::ArpTableIndex", ArpTableIndex, ((std::uint32_t, ifIndex))((Vantu::IpAddr, ipAddr)))
 //   };
 //
-// gives a default constructor, a constructor with every field, one accessor per field, field-by-field comparison
-// (the first differing field decides), `hash_value`, printing and the framework's data forms. A field type with a
-// comma in it needs an alias first.
+// defines a default constructor, a constructor with every field, one accessor per field, lexicographic comparison,
+// `hash_value`, printing and conversion to and from `Datum`. A field type with a comma in it needs an alias.
 
 #include <boost/container_hash/hash.hpp>
 #include <boost/preprocessor/punctuation/comma_if.hpp>
