@@ -17,7 +17,7 @@
 namespace Brev {
 namespace {
 
-// Keeps any delay within what the kernel's timer can hold.
+// Any longer delay might exceed the range of the kernel's timer.
 constexpr Kel::Seconds longestDelay = 86400;
 
 void check(bool ok, const char* what) {
@@ -68,7 +68,7 @@ void PollDescriptor::readableIs(bool readable) {
 }
 
 void PollDescriptor::timerIs(Kel::Seconds delay) {
-  // Rounded up, so that it does not expire before the time that it stands for; zero would mean "no timer".
+  // Rounded up, so that the timer does not expire early; zero would disarm it.
   const auto nanoseconds = std::max<std::int64_t>(
       1, static_cast<std::int64_t>(std::ceil(std::min(std::max(delay, 0.0), longestDelay) * 1e9)));
   itimerspec spec{};

@@ -1,6 +1,6 @@
 #pragma once
-// One descriptor that any event loop can wait on: an epoll of an eventfd ("readable now") and a timerfd ("readable
-// then"). It carries no data: when it is readable, its owner has work.
+// One descriptor that becomes readable at once or at a set time, for any event loop to wait on. It is an epoll
+// descriptor of an eventfd and a timerfd, and carries no data.
 
 #include "kel/System.h"
 
@@ -17,13 +17,13 @@ class PollDescriptor {
   // Owned by this object; for polling only.
   int fd() const { return epoll_; }
 
-  // Readable from now on, until set to false.
+  // Makes the descriptor readable until it is set to false.
   void readableIs(bool readable);
-  // Readable `delay` seconds from now, or after a day if that is earlier, until the timer is set again or deleted.
-  // Replaces an earlier delay. A delay of 0 or less is one nanosecond.
+  // Makes the descriptor readable `delay` seconds from now, at most a day, until the timer is set again or deleted. A
+  // delay of 0 or less is one nanosecond.
   void timerIs(Kel::Seconds delay);
   void timerDel();
-  // True when the timer has expired since it was set. Ends its readability.
+  // Returns whether the timer has expired since it was set, and ends the readability that this caused.
   bool timerTake();
 
  private:

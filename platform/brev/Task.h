@@ -1,5 +1,5 @@
 #pragma once
-// A piece of work of the scheduler: see TaskScheduler.h for how tasks run.
+// A unit of work that the scheduler runs (TaskScheduler.h).
 
 #include <cstdint>
 #include <functional>
@@ -12,10 +12,10 @@ namespace Brev {
 
 class Task : public Kel::PtrInterface {
  public:
-  // Gets the task that runs. It must not hold a handle to its own task: the task would never die.
+  // Receives the running task. It must not capture a handle to its own task, which would be a reference cycle.
   using Function = std::function<void(Task&)>;
 
-  // `name` appears in traces and statistics. A lower `priority` runs first. Nothing runs before it is scheduled.
+  // `name` appears in traces and statistics. A lower `priority` runs first. A new task is not scheduled.
   // Throws Kel::RangeException when `scheduler` is null or `function` empty.
   Task(Kel::Ptr<TaskScheduler> scheduler, Kel::Name name, int priority, Function function);
   ~Task() override;
@@ -24,22 +24,22 @@ class Task : public Kel::PtrInterface {
   int priority() const { return priority_; }
   const Kel::Ptr<TaskScheduler>& scheduler() const { return scheduler_; }
 
-  // Queues the task to run once; nothing changes when it is queued already. Inside its own run: to run again.
+  // Queues the task for one run; a no-op while it is queued. The task's own function may call it to run once more.
   virtual void scheduleTask();
-  // Takes the task out of the queue. A run that is on goes on.
+  // Removes the task from the queue. Does not interrupt a run.
   virtual void cancelTask();
   bool scheduled() const { return isQueued_; }
 
   bool taskCurrentlyRunning() const { return scheduler_->runningTask() == this; }
-  // True when the run has used up the task's quantum, or a request waits and the run has had
-  // TaskScheduler::requestCheckInterval. False outside a run: nobody waits for it.
+  // True when the run has used up the task's quantum, or a request waits and the run has lasted
+  // TaskScheduler::requestCheckInterval. False outside a run.
   bool taskShouldYield() const { return taskCurrentlyRunning() && scheduler_->shouldYield(*this); }
-  // Seconds that a run may take before it should yield.
+  // Seconds after which a run should yield.
   Kel::Seconds quantum() const { return quantum_; }
   // Throws Kel::RangeException when `quantum` is not a number above 0.
   void quantumIs(Kel::Seconds quantum);
 
-  // What the task reports of its work, in units of its own (prefixes, entries).
+  // For statistics: the task reports its work in its own units (prefixes, entries).
   void taskWorkCountInc(std::uint64_t count = 1) { workCount_ += count; }
   void taskWorkPendingIs(std::uint64_t pending) { workPending_ = pending; }
 

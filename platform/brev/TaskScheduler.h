@@ -1,21 +1,20 @@
 #pragma once
 // The cooperative scheduler of a single-threaded process.
 //
-// There is one run queue per priority, a lower number running first, first in first out inside one. A task runs
-// until it returns; long work asks `taskShouldYield()`, keeps a bookmark, schedules itself again and returns.
+// Tasks run in order of priority, the lowest number first, and first in, first out within a priority. A task runs
+// until it returns. Long work checks `taskShouldYield()`, saves a bookmark, schedules itself again and returns.
 //
-// The host's loop waits on pollFd() beside its own descriptors and calls runReady() whenever it is readable. One call
-// runs one batch and returns, even while work remains, so that the loop can serve its other descriptors in between.
+// The host's event loop waits on pollFd() and its own descriptors, and calls runReady() whenever pollFd() is
+// readable. Each call runs one batch, so that the loop serves its other descriptors between batches.
 //
 //   auto scheduler = Kel::makePtr<Brev::TaskScheduler>();
 //   auto task = Kel::makePtr<Brev::Task>(scheduler, "route backlog", 2, [this](Brev::Task& t) { backlog(t); });
 //   task->scheduleTask();
 //
-// Time is Kel::System::currentTime(). With an injected clock the descriptor does not follow it: call runReady(),
-// and what is due by that clock runs.
+// Time is Kel::System::currentTime(). The descriptor does not follow an injected clock; runReady() does.
 //
-// Lifetime: tasks hold their scheduler; the scheduler holds no task, so releasing a task stops it. Inside a run any
-// handle may be released: that of the running task, of other tasks, and of the scheduler.
+// Lifetime: tasks hold their scheduler; the scheduler holds no task, so releasing a task stops it. A task may release
+// any handle in its run: to itself, to other tasks, and to the scheduler.
 
 #include <cstdint>
 #include <functional>
@@ -34,32 +33,31 @@ class TimerTask;
 
 class TaskScheduler : public Kel::PtrInterface {
  public:
-  // What a batch may take, and a task unless it is given a quantum of its own.
+  // Time limit of a batch, and of a run of a task that has no quantum of its own.
   static constexpr Kel::Seconds defaultQuantum = 0.010;
-  // How often the host's predicate is asked while a task runs. So long a run goes on whatever waits, or requests
-  // without end would leave nothing but empty runs.
+  // Interval at which the host's predicate is called during a run. No run has to yield to requests earlier, so tasks
+  // make progress under a constant load of requests.
   static constexpr Kel::Seconds requestCheckInterval = 0.0005;
 
   // Throws Kel::Exception when the kernel refuses the descriptors.
   TaskScheduler() = default;
 
-  // Readable while a task is queued or a timer is due. Belongs to the scheduler: poll it, nothing else.
+  // Readable while a task is queued or a timer is due. For polling only.
   int pollFd() const { return descriptor_.fd(); }
-  // Runs one batch: the queued tasks in order, until the quantum is used up, a request waits, nothing is left, or
-  // the next task has run in this batch already. At least one task runs if one is queued. Returns true when work
-  // remains. An exception out of a task is traced with the task's name and goes no further. Does nothing inside a
-  // task.
+  // Runs one batch: the queued tasks in order, until the quantum is used up, a request waits, the queue is empty, or
+  // the next task has already run in this batch. Runs at least one task if one is queued. Returns true when work
+  // remains. An exception of a task is caught and traced with the task's name. A no-op when a task calls it.
   bool runReady();
-  // True when no task is queued. A timer that is not due yet does not count.
+  // True when no task is queued. Timers that are not due do not count.
   bool idle() const { return queue_.empty(); }
 
-  // `waits` tells whether a request waits to be answered; tasks then yield at once. Empty: none ever does. It must
-  // not throw, and must not call back into the scheduler.
+  // Sets the predicate that returns whether a request waits to be answered. Without one, tasks yield by their quantum
+  // alone. Requires: it does not throw and does not call the scheduler.
   void requestWaitsIs(std::function<bool()> waits) { requestWaits_ = std::move(waits); }
 
   // Null outside a run.
   const Task* runningTask() const { return running_; }
-  // Every task that exists, in order of creation, for statistics.
+  // For statistics: all tasks that exist, in order of creation.
   std::vector<Kel::Ptr<const Task>> tasks() const;
 
  private:
@@ -77,7 +75,8 @@ class TaskScheduler : public Kel::PtrInterface {
   void run(Task* task);
   bool shouldYield(const Task& task);
   void queueDueTimers();
-  // Brings the descriptor in line with queue and timers; left to the end of the batch while one is on.
+  // Updates the descriptor from the queue and the timers. Within a batch it does nothing; the end of the batch calls
+  // it.
   void settle();
 
   PollDescriptor descriptor_;

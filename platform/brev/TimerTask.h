@@ -1,5 +1,5 @@
 #pragma once
-// A task that waits before it runs: once after a delay, or again and again.
+// A task that runs once after a delay, or periodically.
 
 #include <utility>
 
@@ -12,19 +12,19 @@ class TimerTask : public Task {
   using Task::Task;
   ~TimerTask() override;
 
-  // Runs once, `seconds` from now; 0 is as soon as its turn comes. Replaces whatever was scheduled before, a queued
-  // run and a period included. Throws Kel::RangeException when `seconds` is negative or not finite.
+  // Runs once, `seconds` from now. Replaces everything that was scheduled before: a queued run, a delay or a period.
+  // Throws Kel::RangeException when `seconds` is negative or not finite.
   void scheduleTaskDelay(Kel::Seconds seconds);
-  // Runs every `seconds`, the first time `seconds` from now, without drift. Missed runs are skipped. Replaces whatever
-  // was scheduled before. Throws Kel::RangeException when `seconds` is not finite and above 0.
+  // Runs every `seconds`, first `seconds` from now, without drift. Missed runs are skipped. Replaces everything that
+  // was scheduled before. Throws Kel::RangeException unless `seconds` is finite and above 0.
   void scheduleTaskPeriodic(Kel::Seconds seconds);
-  // Runs without waiting any longer; a period goes on from that run.
+  // Queues a run now instead of after the delay. A period restarts now.
   void scheduleTask() override;
-  // Ends delay and period too.
+  // Also ends a delay or period.
   void cancelTask() override;
 
   bool waiting() const { return isWaiting_; }
-  // When it runs next or was last due, by Kel::System::currentTime().
+  // The due time of the next run, or of the last one when none is scheduled.
   Kel::Seconds due() const { return due_; }
 
  private:
@@ -38,8 +38,7 @@ class TimerTask : public Task {
   TaskScheduler::Sequence timerSequence_ = 0;
 };
 
-// A task that belongs to a state machine: it calls one of the machine's handlers, and only while the machine lives.
-// `Base` is Task or TimerTask.
+// A task of a state machine: each run calls one handler of the machine. `Base` is Task or TimerTask.
 template <class Base, class Owner, void (Owner::*handler)()>
 class OwnedTask : public Base {
  public:

@@ -1,6 +1,6 @@
 #pragma once
-// The identifier of an interface: "Ethernet1", or "red/eth0" for an interface of VRF red. Any text of 1 to 255
-// bytes is valid; the empty id (the default) stands for "no interface" and is not valid. Ordered by unsigned bytes.
+// The identifier of an interface: "Ethernet1", or "red/eth0" for an interface of VRF red. Any text of 1 to 255 bytes is
+// valid; the default is the empty id, which means "no interface". Ordered by unsigned bytes.
 
 #include <set>
 
@@ -32,19 +32,19 @@ class IntfId {
   Kel::String text_;
 };
 
-// Which interfaces are management interfaces: those whose own name (IntfId::localName) begins with "Management",
-// and those named in the configuration.
+// Identifies management interfaces: those whose own name (IntfId::localName) begins with "Management", and those
+// named in the configuration.
 class MgmtIntfId {
  public:
   static bool isMgmtIntfId(const IntfId& intfId);
 
-  // The configured ids, for the whole process; empty at start. A member names an interface by its whole id
-  // ("red/eth0": that one) or by its own name ("eth0": in every VRF).
+  // The configured ids of the process; initially empty. A whole id ("red/eth0") names one interface, an interface's own
+  // name ("eth0") the interfaces of that name in all VRFs.
   static const std::set<IntfId>& configured();
   static void configuredIs(std::set<IntfId> intfIds);
 };
 
-// Which interfaces are dynamic tunnels: those whose own name (IntfId::localName) begins with "DynamicTunnel".
+// Identifies dynamic tunnels: interfaces whose own name (IntfId::localName) begins with "DynamicTunnel".
 class DynamicTunnelIntfId {
  public:
   static bool isDynamicTunnelIntfId(const IntfId& intfId);

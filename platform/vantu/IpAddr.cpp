@@ -12,7 +12,7 @@ namespace Vantu {
 
 IpAddr IpAddr::fromString(std::string_view text) {
   in_addr parsed{};
-  // inet_pton stops at a NUL, so a text that has one inside must not get there.
+  // inet_pton would stop at a NUL inside the text.
   if (text.find('\0') != std::string_view::npos || inet_pton(AF_INET, std::string(text).c_str(), &parsed) != 1) {
     throw Kel::RangeException(
         fmt::format("IpAddr: {:?} is not an IPv4 address; expected four decimal numbers, such as 192.0.2.1", text));
@@ -45,7 +45,7 @@ Kel::String IpAddr::stringValue() const {
 
 Ip6Addr Ip6Addr::fromString(std::string_view text) {
   Bytes parsed{};
-  // inet_pton stops at a NUL, so a text that has one inside must not get there.
+  // inet_pton would stop at a NUL inside the text.
   if (text.find('\0') != std::string_view::npos ||
       inet_pton(AF_INET6, std::string(text).c_str(), parsed.data()) != 1) {
     throw Kel::RangeException(fmt::format(

@@ -113,7 +113,7 @@ class IpGenAddr {
   static constexpr bool isVantuValue = true;
 
   constexpr IpGenAddr() = default;
-  // Implicit: an address of either family is a general address.
+  // Implicit conversions.
   constexpr IpGenAddr(IpAddr address) : af_(ipv4_), v4_(address) {}
   constexpr IpGenAddr(const Ip6Addr& address) : af_(ipv6_), v6_(address) {}
 
@@ -122,7 +122,7 @@ class IpGenAddr {
 
   constexpr Af af() const { return af_; }
   constexpr bool isSet() const { return af_ != unknown_; }
-  // The address, when it is of that family; throws Kel::RangeException otherwise: ask af() first.
+  // Throw Kel::RangeException when the address is of another family or unset.
   IpAddr v4() const;
   const Ip6Addr& v6() const;
   // The family's link-local range: 169.254.0.0/16 or fe80::/10. False when unset.
@@ -140,7 +140,7 @@ class IpGenAddr {
  private:
   [[noreturn]] void wrongFamily(Af wanted) const;
 
-  // The member of the other family stays zero, so that comparing all three is comparing family and address.
+  // The member of the other family stays zero, so that the default comparison compares family and address.
   Af af_ = unknown_;
   IpAddr v4_;
   Ip6Addr v6_;

@@ -23,7 +23,7 @@ constexpr const char* presentNsFile = "/proc/thread-self/ns/net";
 constexpr std::string_view defaultName = "default";
 constexpr std::string_view vrfPrefix = "ns-";
 
-// Never destroyed: namespaces are entered until the process ends.
+// Never destroyed, since static destructors may still enter namespaces.
 std::string& directory() {
   static auto* const instance = new std::string(defaultNetNsDirectory);
   return *instance;
@@ -33,7 +33,7 @@ int openNs(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_CLOEXEC);
 }
 
-// Taken when the program is loaded, before anything can have moved a thread; held for the life of the process.
+// Opened at load, before any thread can have changed its namespace; held for the life of the process.
 const int startNs = openNs(presentNsFile);
 
 [[noreturn]] void cannotEnter(std::string_view nsName, std::string_view file, int error) {
@@ -52,15 +52,14 @@ bool isPresentNs(int ns) {
          present.st_ino == wanted.st_ino;
 }
 
-// Kernels before 4.11 do not tell.
+// Kernels before 4.11 lack NS_GET_NSTYPE, so any nsfs file is accepted there.
 bool isNet(int ns) {
   const int type = ioctl(ns, NS_GET_NSTYPE);
   return type == CLONE_NEWNET ||
          (type < 0 && errno == ENOTTY && NetNs::isNamespace(fmt::format("/proc/self/fd/{}", ns)));
 }
 
-// Zero, or the error number. Does nothing in the namespace that the thread is in, so that an unprivileged process
-// can "enter" its own.
+// Returns zero or the error number. A no-op for the namespace that the thread is in, so that this needs no privilege.
 int enter(int ns) {
   if (isPresentNs(ns) || setns(ns, CLONE_NEWNET) == 0) return 0;
   return errno;
@@ -73,7 +72,7 @@ void enterByName(std::string_view name) {
     return;
   }
   const std::string path = fmt::format("{}/{}", directory(), name);
-  // A name is one file of that directory; a VRF name with a '/' cannot have a namespace.
+  // A name must be that of one file in the directory, so a VRF with a '/' in its name has no namespace.
   const bool isFileName = !name.empty() && name != "." && name != ".." &&
                           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
   if (!isFileName) cannotEnter(name, path, ENOENT);
@@ -124,8 +123,8 @@ NetNs::NetNs(const std::string& file) : name_(file), fd_(openNs(file)) {
   cannotEnter(file, file, error);
 }
 
-// A descriptor that was opened by the file's name keeps the file from being unmounted; one from inside does not.
-// Zero, or the error number.
+// Replaces fd_, which keeps the file's mount busy, by a descriptor that was opened inside the namespace. Returns zero
+// or the error number.
 int NetNs::detach() {
   const int previous = openNs(presentNsFile);
   if (previous < 0) return errno;

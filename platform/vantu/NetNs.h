@@ -22,12 +22,12 @@ namespace Vantu {
 
 // Returns the name of a VRF's namespace: "default" for VRF "default" and for empty text, else "ns-" and the VRF's name.
 std::string nsNameOfVrf(std::string_view vrfName);
-// Returns the text behind "ns-", or nullopt for a name that does not begin so. The text is not checked: it may be empty
-// or too long for a VRF's name.
+// Returns the text after "ns-", or nullopt without that prefix. The text is unchecked: it may be empty or too long
+// for a VRF's name.
 std::optional<std::string> vrfOfNsName(std::string_view nsName);
 
-// The directory in which setNsByName() and NetNsGuard look names up; one for the whole process. Requires: only the
-// thread that enters namespaces sets it.
+// Sets the process-wide directory in which setNsByName() and NetNsGuard look names up. Requires: only the thread that
+// enters namespaces sets it.
 inline constexpr const char* defaultNetNsDirectory = "/run/netns";
 void netNsDirectoryIs(std::string directory);
 
@@ -38,7 +38,7 @@ void setNsByName(const char* nsName);
 // An open handle to a namespace. Lifetime: the namespace exists while the handle does, even when its file is removed.
 class NetNs {
  public:
-  // Unique among the namespaces that exist at one time, so among those that are held open (stat(2) of nsfs).
+  // Unique among the namespaces that exist at one time, hence among those held open (stat(2) of nsfs).
   struct Id {
     dev_t device = 0;
     ino_t inode = 0;

@@ -1,13 +1,13 @@
 #pragma once
-// Addresses with the length of a network prefix: IpAddrWithMask and Ip6AddrWithMask keep the host bits, Prefix (IPv4)
-// and Ip6Prefix clear them.
+// Addresses with a prefix length: IpAddrWithMask and Ip6AddrWithMask keep the host bits, Prefix (IPv4) and Ip6Prefix
+// clear them.
 
 #include "vantu/IpAddr.h"
 
 namespace Vantu {
 
-// An address with the length of its network prefix, host bits kept: 10.1.2.3/24. Used as IpAddrWithMask and
-// Ip6AddrWithMask. Ordered by address, then by length. The default value is the zero address with length 0.
+// An address with a prefix length, host bits kept: 10.1.2.3/24. Ordered by address, then by length. The default value
+// is the zero address with length 0.
 template <class Address>
 class AddrWithMask {
  public:
@@ -42,8 +42,8 @@ extern template class AddrWithMask<Ip6Addr>;
 using IpAddrWithMask = AddrWithMask<IpAddr>;
 using Ip6AddrWithMask = AddrWithMask<Ip6Addr>;
 
-// A network prefix: an address without host bits, and its length. Used as Prefix (IPv4) and Ip6Prefix. Ordered by
-// address, then by length. The default value is the zero address with length 0, the default route's prefix.
+// A network prefix: an address without host bits, and its length. Ordered by address, then by length. The default
+// value is the prefix of the default route.
 template <class Address>
 class BasicPrefix {
  public:
@@ -52,8 +52,7 @@ class BasicPrefix {
   constexpr BasicPrefix() = default;
   // Host bits of `address` are cleared. Throws Kel::RangeException when `length` is out of range.
   BasicPrefix(const Address& address, unsigned length) : value_(address.mask(length), length) {}
-  // Unlike the constructor above this one refuses host bits: it throws Kel::RangeException with
-  // "Prefix::validAsPrefix != true not allowed" (for IPv6 too).
+  // Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed", also for IPv6) when a host bit is set.
   explicit BasicPrefix(const AddrWithMask<Address>& value);
 
   // "ADDRESS/LENGTH"; host bits are cleared. Throws Kel::RangeException.

@@ -37,7 +37,7 @@ RouteDistinguisher make(Type type, std::uint32_t high, std::uint16_t low) {
       why));
 }
 
-// `part` is a piece of `text`, whole and decimal, up to `max`.
+// Reads `part`, a part of `text`, as a decimal number of at most `max`.
 std::uint32_t number(std::string_view text, std::string_view part, std::uint32_t max) {
   std::uint32_t value = 0;
   const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), value);

@@ -1,11 +1,11 @@
 #pragma once
-// A route distinguisher (RFC 4364, section 4.2), or none (the default). Eight bytes: a type of two, then by type
+// A route distinguisher (RFC 4364, section 4.2), or none (the default): eight bytes, which are a type of two bytes
+// and then
 //   0: AS number of 2 bytes, number of 4 bytes    "65000:1"
 //   1: IPv4 address, number of 2 bytes            "10.0.0.1:5"
 //   2: AS number of 4 bytes, number of 2 bytes    "4200000000:7"
-// In text, an AS number above 65535 means type 2; a type 2 whose AS number is smaller is written in the asdot+
-// notation of RFC 5396 ("0.65000:1"), so that the text is never that of another value. Ordered by bytes, none
-// first.
+// In text, an AS number above 65535 means type 2. A type 2 with a smaller AS number is written in the asdot+ notation
+// of RFC 5396 ("0.65000:1"), so that the text is unique. Ordered by bytes, none first.
 
 #include <array>
 #include <cstdint>

@@ -1,7 +1,6 @@
 #pragma once
-// The plain values of routes. Route types are numbers of the routing platform; those that this system gives a
-// meaning to are named where that meaning is (protocol map, statistics). How the Linux mirror chooses them is in
-// docs/mirror.md.
+// Value types of routes: metric, preference and type. The numbers of route types are defined by the publisher
+// (docs/mirror.md lists the mirror's); the protocol map and the statistics name those that they interpret.
 
 #include "kel/ValueType.h"
 
@@ -11,14 +10,14 @@ class RouteMetric {
   KEL_VALUE_TYPE("Routing::RouteMetric", RouteMetric, ((std::uint32_t, value)))
 };
 
-// The administrative distance: of several routes to one prefix, the lowest wins.
+// The administrative distance: the lowest of several routes to one prefix wins.
 class RoutePreference {
   KEL_VALUE_TYPE("Routing::RoutePreference", RoutePreference, ((std::uint8_t, value)))
 };
 
 namespace Fib {
 
-// Where a route comes from.
+// The origin of a route.
 class RouteType {
   KEL_VALUE_TYPE("Routing::Fib::RouteType", RouteType, ((std::uint8_t, value)))
 };

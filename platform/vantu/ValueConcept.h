@@ -1,12 +1,12 @@
 #pragma once
-// What every value type of this folder offers, and what follows from it.
+// The concept of the network value types, which provides `operator<<`, `std::hash` and `hash_value` (for Boost's
+// containers).
 //
 // A value type is default constructible (the zero, unset or empty value), copied by value, totally ordered, and has
 //   Kel::String stringValue() const;            the text form
-//   static T fromString(std::string_view);      its inverse; throws Kel::RangeException that names the text, what
-//                                               is wrong with it and what was expected
+//   static T fromString(std::string_view);      its inverse; throws Kel::RangeException that names the text, the
+//                                               fault and the expected form
 //   std::size_t hash() const;
-// From these come `operator<<`, `std::hash` and `hash_value` (the hook of Boost's containers).
 
 #include <compare>
 #include <concepts>

@@ -1,5 +1,6 @@
 #pragma once
-// The number under which the shared tables know a VRF. Stable while the store lives; 0 is the default VRF.
+// The id of a VRF in the keys of the shared tables. It stays the same as long as the store exists; 0 is the default
+// VRF.
 
 #include <charconv>
 #include <compare>
@@ -14,14 +15,14 @@ namespace Vrf::VrfIdMap {
 
 class VrfId {
  public:
-  static constexpr std::uint32_t unknownValue = 0xffffff;  // the id is not known yet
+  static constexpr std::uint32_t unknownValue = 0xffffff;
 
   constexpr VrfId() = default;
   constexpr explicit VrfId(std::uint32_t value) : value_(value) {}
   constexpr std::uint32_t value() const { return value_; }
   constexpr bool isKnown() const { return value_ != unknownValue; }
 
-  // Decimal. Throws Kel::RangeException for anything that is no number of at most 24 bits.
+  // Decimal. Throws Kel::RangeException unless the text is a number of at most 24 bits.
   std::string stringValue() const { return std::to_string(value_); }
   static VrfId fromString(std::string_view text) {
     std::uint32_t value = 0;
