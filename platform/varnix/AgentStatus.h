@@ -1,5 +1,5 @@
 #pragma once
-// What the SNMP agent says of itself: whether it is ready, and how the switch keeps its FECs.
+// Status entities of the SNMP agent: whether it is ready, and the mode in which the switch keeps its FECs.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -7,12 +7,11 @@
 
 namespace Snmp {
 
-// The agent process.
 class AgentStatus : public Kel::Entity {
   KEL_TYPE_BEGIN("Snmp::AgentStatus", AgentStatus, Kel::Entity)
  public:
   KEL_NAMED(AgentStatus, Kel::Entity)
-  // Set by the hosting process when the first complete pass of a publisher is in the store.
+  // True once the store holds the first complete pass of a publisher.
   KEL_STORED(bool, agentReady, AgentReady, false)
   KEL_TYPE_END_DECLARE
 };
@@ -21,7 +20,7 @@ class Status : public Kel::Entity {
   KEL_TYPE_BEGIN("Snmp::Status", Status, Kel::Entity)
  public:
   KEL_NAMED(Status, Kel::Entity)
-  // Null until the hosting process has its agent.
+  // Null until the process has created its agent.
   KEL_CHILD(AgentStatus, agentStatus, AgentStatus)
   KEL_TYPE_END_DECLARE
 };
@@ -30,7 +29,7 @@ class Status : public Kel::Entity {
 
 namespace Quillo::Fib {
 
-// How the switch keeps its forwarding equivalence classes now. The agent has one, which follows L3::Config.
+// The current FEC mode. The agent has one, a copy of the mode in L3::Config.
 class FecModeStatus : public Kel::Entity {
   KEL_TYPE_BEGIN("Quillo::Fib::FecModeStatus", FecModeStatus, Kel::Entity)
  public:

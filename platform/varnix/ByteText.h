@@ -1,8 +1,9 @@
 #pragma once
-// Escapes byte strings for JSON and log lines, which hold UTF-8, while a name may hold any bytes.
+// Escapes byte strings, such as names, for JSON and log lines, which hold UTF-8.
 //
 // Control characters (0x00 to 0x1f, 0x7f), the backslash, and bytes outside well-formed UTF-8 become "\xNN" with two
-// lower-case hexadecimal digits; all other characters stay. The VRF name "a\b" becomes "a\x5cb", the byte 0xff "\xff".
+// lower-case hexadecimal digits; all other characters stay unchanged. The VRF name "a\b" becomes "a\x5cb", the byte
+// 0xff "\xff".
 
 #include <string>
 #include <string_view>

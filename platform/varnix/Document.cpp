@@ -11,7 +11,7 @@ namespace {
 using Json = nlohmann::json;
 using Kel::Datum;
 
-// Deeper than any attribute type; keeps a hostile text from exhausting the stack.
+// No attribute type nests deeper. The limit keeps a hostile text from exhausting the stack.
 constexpr unsigned deepestNesting = 16;
 
 Json toJson(const Datum& datum);

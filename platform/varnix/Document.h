@@ -13,9 +13,8 @@
 // | value of many fields | an object                                                |
 // | address, name        | its text form                                            |
 //
-// All texts are escaped (ByteText.h), so any bytes survive. The store's key is the entity's path. Each member of a
-// collection has a document of its own.
-// Guarantees: equal contents give equal text.
+// All texts are escaped (ByteText.h), so they may hold any bytes. The key in the store is the entity's path. Each
+// member of a collection has a document of its own. Guarantees: equal contents give equal text.
 
 #include <optional>
 #include <string>
@@ -36,13 +35,14 @@ struct Document {
   Kel::Datum::Object attributes;
 };
 
-// The text is not a document. The message names what was found and what was expected.
+// The text is not a document. The message states what was found and what was expected.
 class DocumentException : public Kel::Exception {
  public:
   using Exception::Exception;
 };
 
-// The present document of `entity`, which must be below `root`. A reference to an entity outside `root` is null.
+// Makes the document of `entity`. Requires: the entity is below `root`. A reference to an entity outside `root` is
+// null.
 Document documentOf(const Kel::Entity& entity, const Kel::Entity& root);
 
 std::string documentText(const Document& document);
@@ -52,9 +52,8 @@ Document documentFromText(std::string_view text);
 // The path from `root` to `entity`; nullopt when `entity` is not in that tree.
 std::optional<std::string> pathBelow(const Kel::Entity& root, const Kel::Entity& entity);
 
-// Whether a document holds the attribute.
+// Whether documents hold the attribute, and whether the type has any such attribute.
 bool isDocumentAttribute(const Kel::AttributeInfo& attribute);
-// Whether the type has such an attribute.
 bool hasDocumentAttributes(const Kel::TypeInfo& type);
 
 }  // namespace Varnix

@@ -18,9 +18,9 @@ DocumentFeed::Turn DocumentFeed::turn(std::size_t limit, bool holdsBack) {
     read(snapshot, limit, holdsBack, turn);
   } catch (const CorruptionDetectedException& damage) {
     turn = {};
-    loading_ = false;  // the mount begins another epoch: everything is read anew
+    loading_ = false;  // the mount begins a new epoch, after which all documents are read anew
     mount_->corruptionDetected(damage);
-  } catch (const Quillo::StoreException& error) {  // no view was to be had: nothing has been read
+  } catch (const Quillo::StoreException& error) {  // from snapshot(), so nothing has been read
     turn = {};
     turn.obstacle = error.what();
   }

@@ -27,20 +27,21 @@ class DocumentFeed {
     bool ends = false;      // these items end it
     bool more = false;      // call again
     bool passIsIn = false;  // the turns so far include the first complete pass of a publisher
-    std::string obstacle;   // for the operator: why a ready store could not be read in this turn
+    std::string obstacle;   // for the operator: why this turn could not read a store that is ready
     std::vector<Item> items;
   };
 
   explicit DocumentFeed(Kel::Ptr<Quillo::Mount> mount) : mount_(std::move(mount)) {}
 
-  // Reads at most `limit` (at least 1) documents; none while the mount is not ready. With `holdsBack`, another store
+  // Reads at most `limit` (at least 1) documents; none unless the mount is ready. With `holdsBack`, a store other
   // than the one read so far is read only once it holds a complete pass.
   Turn turn(std::size_t limit, bool holdsBack);
 
-  // Position in the journal up to which changes were read; the oldest one during a reading of all documents.
+  // The journal position up to which changes were read; the default (oldest) bookmark during a reading of all
+  // documents.
   Quillo::Bookmark bookmark() const { return loading_ ? Quillo::Bookmark() : mark_; }
 
-  // Whether the last turn read nothing for lack of a complete pass.
+  // Whether the last turn read nothing because the store lacks a complete pass.
   bool heldBack() const { return heldBack_; }
 
  private:

@@ -47,7 +47,8 @@ void DocumentPublisher::addTo(Quillo::Batch& batch) {
     if (const auto at = referrers_.find(path); at != referrers_.end())
       paths.insert(at->second.begin(), at->second.end());
   }
-  // Writing forgets who referred to what is gone: should the commit fail, they are still to be written.
+  // write() deletes the referrers of deleted entities from referrers_, so they must be pending in case the commit
+  // fails.
   changed_ = std::move(paths);
   for (const auto& path : changed_) write(batch, path);
 }

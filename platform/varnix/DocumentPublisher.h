@@ -9,8 +9,8 @@
 //   ... change the tree: set attributes, create and delete members ...
 //   documents.publish();                     // writes the changes since the last call, in one transaction
 //
-// The publisher watches the tree, so callers report no changes. A value that is set and set back, or an entity that is
-// deleted and created again, costs a serialisation but no write: the store drops a record that it already holds.
+// The publisher watches the tree, so callers need not report changes. A value that is set and set back, or an entity
+// that is deleted and created again, causes no write: the store drops a record that it already holds.
 //
 // Every entity with attributes has a document (Document.h); directories of members have none.
 
@@ -29,7 +29,7 @@ class TreeWatch;
 
 class DocumentPublisher {
  public:
-  // The present contents of `tree` count as changed. Lifetime: `store` must outlive this object.
+  // The contents of `tree` at this time count as changed. Lifetime: `store` must outlive this object.
   DocumentPublisher(const Tree& tree, Quillo::Publisher& store);
   ~DocumentPublisher();
   DocumentPublisher(const DocumentPublisher&) = delete;
@@ -49,9 +49,9 @@ class DocumentPublisher {
   void addTo(Quillo::Batch& batch);
   void published();
 
-  // Writes the documents of the whole tree and deletes all others, as a full pass over the table of documents: at
-  // start, and whenever the store may hold documents that the tree lacks. Readers learn from it that the store is
-  // complete. Throws like publish(); retry.
+  // Writes the documents of the whole tree and deletes all others, as a full pass over the table of documents, which
+  // marks the store as complete for readers. Use it at start, and whenever the store may hold documents that the tree
+  // lacks. Throws like publish(); retry.
   Quillo::CommitResult publishAll();
 
   // Writes every document within a full pass that the caller begins and ends. Throws like publish(); retry.

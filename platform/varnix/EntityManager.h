@@ -10,9 +10,8 @@
 // Guarantees:
 // - The entities of Tree.h exist from the start, at their defaults. Members and entries of open directories are created
 //   and deleted with their documents; a fixed entity without a document returns to its defaults.
-// - However a change is cut into steps, no address is seen without its VRF: an entity takes its attributes once the
-//   targets of its references exist, and a target is deleted once nothing refers to it. A reference is null only when
-//   the store has no such target.
+// - No step shows an address without its VRF: an entity takes its attributes after the targets of its references exist,
+//   and a target is deleted after the last reference to it. A reference is null only when the store has no such target.
 // - An equal value is not set again, not even after a rebuild: no row flaps when the publisher restarts.
 // - Malformed documents, unknown types and attributes, bad values, documents without a place and damaged records are
 //   traced at level 0 and left out; the rest is served.
@@ -41,8 +40,8 @@ class EntityManager : public Kel::Entity {
 
   // True once the tree holds the first complete pass of a publisher. Stays true.
   KEL_STORED(bool, ready, Ready, false)
-  // One line for the operator: what the manager waits for, what is wrong, what to do. Empty while the tree equals a
-  // complete store.
+  // One line for the operator: what the manager waits for or what is wrong, and what to do. Empty while the tree
+  // equals a complete store.
   KEL_STORED(Kel::String, status, Status)
   KEL_TYPE_END_DECLARE
 
@@ -54,12 +53,12 @@ class EntityManager : public Kel::Entity {
   // snapshot being held. Requires that no reactor calls step() or the mount's refresh().
   bool step(std::size_t limit);
 
-  // Gives the shared tables of the VRFs; null: there are none.
+  // The mount of the VRFs' shared tables; null without tables.
   const Kel::Ptr<const KelQuillo::Mount>& quilloMount() const { return quilloMount_; }
   void quilloMountIs(Kel::Ptr<const KelQuillo::Mount> quilloMount) { quilloMount_ = std::move(quilloMount); }
 
-  // The journal position of the tree, once step() has returned false. Other followers of the same mount use it to stay
-  // behind the tree.
+  // The journal position of the tree, valid after step() has returned false. Other followers of the same mount use it
+  // so that they do not get ahead of the tree.
   Quillo::Bookmark bookmark() const;
 
  private:

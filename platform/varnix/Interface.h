@@ -40,16 +40,16 @@ class AllIntfStatusDir : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// Knows the details of interfaces of one kind.
+// Provides the details of interfaces of one kind.
 class IntfDetailsProvider {
  public:
   virtual ~IntfDetailsProvider() = default;
-  // 0 when the interface has none (yet).
+  // 0 when the interface has none.
   virtual std::uint32_t ifIndex(const IntfStatus& status) const = 0;
 
   // The registered provider of the record's kind, or null.
   static const IntfDetailsProvider* find(const IntfStatus& status);
-  // Registers a provider; null withdraws it. Lifetime: a provider must outlive its registration.
+  // Registers a provider; null removes it. Lifetime: a provider must outlive its registration.
   static void providerIs(const Kel::String& kind, const IntfDetailsProvider* provider);
 };
 
@@ -64,7 +64,7 @@ class LinuxIntfDetails : public IntfDetailsProvider {
 
 namespace Ip {
 
-// Packets and octets since some moment. In: received, those with errors included; out: handed to the layer below.
+// Counts of packets and octets. In: received, including those with errors; out: passed to the layer below.
 class IntfCounters {
   KEL_VALUE_TYPE("Ip::IntfCounters", IntfCounters,
                  ((std::uint64_t, inPkts))((std::uint64_t, inOctets))((std::uint64_t, outPkts))(
@@ -73,13 +73,13 @@ class IntfCounters {
                      std::uint64_t, inMcastOctets))((std::uint64_t, outMcastPkts))((std::uint64_t, outMcastOctets)))
 };
 
-// The counters of one interface and IP version. A record exists while somebody counts at the interface.
+// The counters of one interface and IP version. A record exists while the publisher has counters of the interface.
 class IntfStats : public Kel::Entity {
   KEL_TYPE_BEGIN("Ip::IntfStats", IntfStats, Kel::Entity)
  public:
   KEL_CONSTRUCTOR(IntfStats, ((Vantu::IntfId, intfId)))
   KEL_STORED(IntfCounters, counters, Counters)
-  // Start of the gapless record, in seconds of the publisher's clock. Do not compute deltas across this time.
+  // The counters have no gap since this time, in seconds of the publisher's clock. Do not compute deltas across it.
   KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)
   // Kel::System::utcOffset() of the publisher, which turns discontinuityTime into UTC. 0 in stores of older publishers.
   KEL_STORED(double, utcOffset, UtcOffset, 0.0)

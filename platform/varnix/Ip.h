@@ -1,9 +1,8 @@
 #pragma once
-// IPv4 and IPv6 addresses of interfaces: what is configured, and what is in force.
+// IPv4 and IPv6 addresses of interfaces: the configured ones (config) and those in effect (status).
 //
-// An interface has one primary IPv4 address and any number of secondary ones, as in Linux: the first address of a
-// subnet is primary, and so on for each subnet. Which of several primary ones is in the single attribute is the
-// publisher's choice; readers treat all addresses alike.
+// In these records an interface has one primary IPv4 address and any number of secondary ones. Linux has a primary
+// address for each subnet, of which the publisher chooses one; readers treat all addresses alike.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -14,7 +13,6 @@
 
 namespace Ip {
 
-// What is configured.
 class IpIntfConfig : public Kel::Entity {
   KEL_TYPE_BEGIN("Ip::IpIntfConfig", IpIntfConfig, Kel::Entity)
  public:
@@ -33,14 +31,13 @@ class Config : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// What is in force.
 class IpIntfStatus : public Kel::Entity {
   KEL_TYPE_BEGIN("Ip::IpIntfStatus", IpIntfStatus, Kel::Entity)
  public:
   KEL_CONSTRUCTOR(IpIntfStatus, ((Vantu::IntfId, intfId)))
   KEL_STORED(Vantu::IpAddrWithMask, activeAddrWithMask, ActiveAddrWithMask)                       // 0.0.0.0: none
   KEL_VALUES(Ordered, Vantu::IpAddrWithMask, bool, secondaryAddrWithMask, SecondaryAddrWithMask)  // always true
-  // An unnumbered interface: the interface whose address it borrows. Empty otherwise.
+  // The interface whose address an unnumbered interface borrows; empty for all others.
   KEL_STORED(Vantu::IntfId, unnumberedIntfId, UnnumberedIntfId)
   KEL_REFERENCE(const L3::Intf::Status, l3Status, L3Status)
   KEL_TYPE_END_DECLARE

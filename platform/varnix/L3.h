@@ -1,5 +1,5 @@
 #pragma once
-// Layer-3 records: of the switch, and of interfaces. An interface's record names its VRF.
+// Layer-3 records of the switch (its FEC mode) and of interfaces (their VRF).
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"

@@ -5,7 +5,7 @@
 namespace KelQuillo {
 namespace {
 
-// What stands for the VRF's name in a path that begins like `pattern`.
+// The VRF's name in a path of this pattern, "...{}"; nullopt for another path.
 std::optional<std::string_view> nameIn(std::string_view path, std::string_view pattern) {
   pattern.remove_suffix(2);  // {}
   if (!path.starts_with(pattern)) return std::nullopt;
@@ -18,7 +18,7 @@ Vrf::VrfIdMap::VrfId StoreMount::vrfId(std::string_view vrfName) const {
   if (vrfName.empty() || vrfName.size() > L3::VrfName::maxLength) return {};
   const L3::VrfName name{Kel::String(vrfName)};
   if (const auto* id = vrfNameStatus_->vrfId(name)) return *id;
-  // The default VRF is served before anybody has published its id.
+  // The default VRF is served even before its id is published.
   return name.isDefault() ? Vrf::VrfIdMap::VrfId(0) : Vrf::VrfIdMap::VrfId();
 }
 

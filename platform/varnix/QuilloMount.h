@@ -23,8 +23,8 @@ inline constexpr const char* forwardingStatusPath = "forwarding/vrf/status/{}";
 
 class Mount : public Kel::PtrInterface {
  public:
-  // The table at `path`, of the VRF that has the name at the time of the call. Null when the path is none of the above
-  // or the VRF has no id.
+  // The table at `path`, of the VRF that has the name at the time of the call. Null for any other path, and for a VRF
+  // without an id.
   virtual Kel::Ptr<const Quillo::FibTable> table(std::string_view path) const = 0;
 
   // The same; null also when the table is of another type.

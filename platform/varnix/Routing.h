@@ -1,5 +1,5 @@
 #pragma once
-// Routing configuration of the switch: whether it forwards, per IP version and VRF, and the value types of routes.
+// Routing configuration for each IP version and VRF: whether the VRF forwards, its static routes and its kernel table.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -27,7 +27,7 @@ class VrfConfigDir : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// Exists while the VRF has routing tables: an entry of its IP version's directory, under the VRF's name.
+// An entry of the IP version's directory, by the VRF's name. It exists while the VRF has routing tables.
 class VrfInfo : public Kel::Entity {
   KEL_TYPE_BEGIN("Routing::VrfInfo", VrfInfo, Kel::Entity)
  public:

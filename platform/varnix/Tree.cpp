@@ -3,7 +3,7 @@
 namespace Varnix {
 namespace {
 
-// Enters a new entity, named for the last component, under the directories of `path`.
+// Creates the directories of `path`, and in the last one an entity that has the name of the last component.
 template <class T>
 Kel::Ptr<T> make(Kel::Ptr<Kel::Dir> dir, std::string_view path) {
   for (auto slash = path.find('/'); slash != std::string_view::npos; slash = path.find('/')) {

@@ -45,8 +45,8 @@ struct OpenDir {
   Kel::Ptr<Kel::Entity> (*make)(const Kel::Name& name);
 };
 
-// Typed handles into one such tree. A publisher fills its tree and writes it to the store; EntityManager fills an
-// agent's tree from the store.
+// Typed handles to the entities of one tree. A publisher fills its tree and writes it to the store; EntityManager
+// fills the agent's tree from the store.
 struct Tree {
   Kel::Ptr<Kel::Dir> root;
   Kel::Ptr<Routing::Config> routingConfig;

@@ -83,7 +83,8 @@ void TreeLoader::remove(const std::string& path) {
   entries_.erase(at);
 }
 
-// What the changes of this call bring about elsewhere.
+// Resolves the references to new entities, loads the documents that waited for them, and deletes condemned entities
+// that lost their last reference.
 void TreeLoader::workOff() {
   while (!came_.empty() || !freed_.empty()) {
     for (const auto& target : std::exchange(came_, {})) {
@@ -142,7 +143,7 @@ void TreeLoader::displace(const std::string& path, Entry& entry) {
   }
   const auto place = std::exchange(entry.place, {});
   clearTargets(path, entry);
-  resolveReferrers(path);  // to nothing: nobody refers to what is no longer there
+  resolveReferrers(path);  // to null, since the entry has no entity now
   TreePlaces::remove(path, place);
 }
 
@@ -160,7 +161,7 @@ void TreeLoader::setAttributesWhenComplete(const std::string& path, Entry& entry
   }
 }
 
-// Values are set while the reference that they are read with is there: after it comes, before it goes.
+// Reactors read values together with references. So references are set before the values, and cleared after them.
 void TreeLoader::setAttributes(const std::string& path, Entry& entry, const Document& document) {
   const auto& type = entry.place.entity->kelTypeInfo();
   const Kel::Datum attributes(document.attributes);
@@ -221,7 +222,7 @@ void TreeLoader::badAttributes(const std::string& path, const Kel::TypeInfo& typ
       continue;
     }
     if (attribute && isDocumentAttribute(*attribute)) continue;
-    // A newer publisher has it in every document: saying so once is enough.
+    // A newer publisher writes it into every document, so it is traced once for a type.
     constexpr std::size_t mostRemembered = 1000;
     const auto fault =
         fmt::format("{} has no attribute '{}' that a document can set; left out", type.name(), escapeBytes(name));
@@ -232,7 +233,7 @@ void TreeLoader::badAttributes(const std::string& path, const Kel::TypeInfo& typ
 
 // ---- references
 
-// The path that the document gives each reference; empty for none.
+// The target path of each reference attribute in the document; empty for null.
 TreeLoader::Targets TreeLoader::targetsOf(const Entry& entry, const Document& document) {
   Targets targets;
   for (const auto& attribute : entry.place.entity->kelTypeInfo().attributes()) {

@@ -1,15 +1,15 @@
 #pragma once
 // Makes a tree of entities equal to a set of documents. Internal to EntityManager.
 //
-// A document sets the attributes of a fixed entity; without a document these are at their defaults. Members of
-// collections and entries of open directories are created and deleted with their documents.
+// A fixed entity always exists; without a document its attributes have their defaults. Members of collections and
+// entries of open directories are created and deleted with their documents.
 //
 // Guarantees:
 // - After settle() the tree depends only on the present documents, whatever the order of their arrival.
 // - A value that stays the same is not set again.
-// - Reactors never see half a change. A document that refers to a missing entity waits for that entity; until then its
-//   own entity keeps its attributes (a new one its defaults). An entity is deleted once nothing refers to it.
-//   settle() ends the waiting: a reference whose target is still missing is null.
+// - Reactors never see half a change. A document that refers to a missing entity waits for that entity. Until then
+//   its own entity keeps its attributes (a new one its defaults). An entity is deleted after the last reference to
+//   it. settle() ends the waiting: it sets a reference to null if the target is still missing.
 // - A bad document is traced at level 0, once, and left out: malformed, of an unknown type, without a place, or with
 //   an unknown attribute. An attribute with a bad value is at its default.
 
@@ -34,12 +34,12 @@ class TreeLoader {
   void loadDocument(const std::string& path, std::string_view text);
   void deleteDocument(const std::string& path);
 
-  // Begins a new set of documents: the sweep deletes those that were not given again since.
+  // Begins a new set of documents: sweep() deletes the documents that were not loaded again since.
   void beginPass();
   // Looks at most at `limit` documents. Returns true while there is more to sweep.
   bool sweep(std::size_t limit);
 
-  // Ends the waiting for references, once all documents were given. Looks at most at `limit` documents; returns true
+  // Ends the waiting for references, after all documents were loaded. Looks at most at `limit` documents; returns true
   // while more of them wait.
   bool settle(std::size_t limit);
   // Traces the documents that have no place in the tree, each once.
@@ -51,7 +51,7 @@ class TreeLoader {
   struct Entry {
     TreePlace place;
     std::uint64_t pass = 0;
-    std::string obstacle;  // why the document has no place
+    std::string obstacle;  // the reason why the document has no place
     Targets targets;
   };
   using Entries = std::map<std::string, Entry>;
@@ -89,11 +89,11 @@ class TreeLoader {
   std::vector<std::string> unreported_;
   std::map<std::string, std::set<std::string>> referrers_;  // by target
   WaitingDocuments waiting_;
-  std::set<std::string> condemned_;  // paths without a document, whose entity something still refers to
-  std::vector<std::string> came_;    // within one call: the paths of new entities, and
-  std::vector<std::string> freed_;   // the condemned paths that lost a reference
+  std::set<std::string> condemned_;  // paths without a document, whose entities still have references to them
+  std::vector<std::string> came_;    // within one call: paths of new entities
+  std::vector<std::string> freed_;   // within one call: condemned paths that lost a reference
   std::map<const Kel::TypeInfo*, Defaults> defaults_;
-  std::set<std::string> unknown_;  // faults of unknown attributes that were traced
+  std::set<std::string> unknown_;  // messages about unknown attributes that were traced
 };
 
 }  // namespace Varnix

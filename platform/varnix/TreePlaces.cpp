@@ -57,7 +57,7 @@ TreePlace TreePlaces::make(const std::string& path, const std::string& type, std
   return place;
 }
 
-// True when the path leads into an open directory: all that follows is the entry's name, whatever bytes it has.
+// True when the path leads into an open directory. The rest of the path is the entry's name, which may hold any bytes.
 bool TreePlaces::makeEntry(const std::string& path, const std::string& type, TreePlace& place,
                            std::string& obstacle) const {
   auto at = open_.upper_bound(path);
@@ -82,7 +82,7 @@ bool TreePlaces::makeEntry(const std::string& path, const std::string& type, Tre
   return true;
 }
 
-// No directory or fixed entity has a dot in its name, so the first one ends the owner's path; names of members may.
+// The first dot ends the owner's path, since directories and fixed entities have none in their names.
 void TreePlaces::makeMember(const std::string& path, const std::string& type, TreePlace& place,
                             std::string& obstacle) const {
   const auto dot = path.find('.');
@@ -110,7 +110,7 @@ void TreePlaces::makeMember(const std::string& path, const std::string& type, Tr
     if (!failure.empty()) obstacle = escapeBytes(failure);
     return;
   }
-  if (!failure.empty()) reactorFailed(path, failure);  // the member exists all the same
+  if (!failure.empty()) reactorFailed(path, failure);  // the member exists nevertheless
   place = {member, owner, attribute, name};
 }
 

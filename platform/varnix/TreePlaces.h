@@ -1,5 +1,5 @@
 #pragma once
-// Finds the place of a document in a tree: creates the entity at a path, and deletes it. Internal to TreeLoader.
+// Creates and deletes the entity at a document's path. Internal to TreeLoader.
 //
 // Three kinds of entities have a path: fixed ones, in directories; entries of open directories; members of a fixed
 // entity's collection, `<owner>.<attribute>/<name>`. Only fixed ones exist without a document.
@@ -13,16 +13,16 @@
 namespace Varnix {
 
 struct TreePlace {
-  Kel::Ptr<Kel::Entity> entity;                   // null: there is no such place
+  Kel::Ptr<Kel::Entity> entity;                   // null: the tree has no such place
   Kel::Ptr<Kel::Entity> owner;                    // of a member, or the open directory; null for a fixed entity
   const Kel::AttributeInfo* attribute = nullptr;  // the member's collection; null for an entry of an open directory
   std::string name;
 };
 
-// Traces at level 0 what a reactor has thrown.
+// Traces an exception of a reactor at level 0.
 void reactorFailed(const std::string& path, std::string_view what);
 
-// Makes a change of the tree, within which reactors run, and traces what they throw: the change itself is made.
+// Calls `change`, which changes the tree, and traces an exception of a reactor. The change remains in effect.
 template <typename Change>
 void react(const std::string& path, const Change& change) {
   try {

@@ -11,7 +11,7 @@ namespace {
 
 Kel::TraceHandle treeWatchTrace("VarnixWatch");
 
-// Watches all attributes of one entity, whatever its type.
+// Watches all attributes of one entity of any type.
 class EntityWatch : public Kel::NotifieeBase {
  public:
   explicit EntityWatch(std::function<void()> changed) : changed_(std::move(changed)) {}

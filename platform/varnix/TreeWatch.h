@@ -1,8 +1,8 @@
 #pragma once
 // Reports which entities of a publisher's tree change. Internal to DocumentPublisher.
 //
-// Requires: nobody changes the tree within the callback.
-// Guarantees: every attribute that a document can hold is watched, of every entity that is in the tree.
+// Requires: the callback does not change the tree.
+// Guarantees: every document attribute of every entity in the tree is watched.
 
 #include <functional>
 #include <map>
@@ -15,14 +15,14 @@ namespace Varnix {
 
 class TreeWatch {
  public:
-  // Calls `changed` with the path of an entity with attributes when the entity is created or deleted, or when an
-  // attribute changes; during construction, once for each that exists.
+  // Calls `changed` with the path of an entity with document attributes when the entity is created or deleted or one
+  // of its attributes changes. The constructor calls it once for each existing entity.
   TreeWatch(const Tree& tree, std::function<void(const std::string& path)> changed);
 
-  // Null when the tree has no entity with attributes at that path.
+  // Null when the tree has no entity with document attributes at that path.
   Kel::Ptr<const Kel::Entity> entity(const std::string& path) const;
 
-  // For the reactors of directories: an entry or member was created; the one at `path` was deleted.
+  // For the reactors of collections: an entry or member was created; the one at `path` was deleted.
   void watch(const Kel::Ptr<const Kel::Entity>& entity);
   void forget(const std::string& path);
   std::string path(const Kel::Entity& entity) const;

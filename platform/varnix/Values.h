@@ -1,5 +1,5 @@
 #pragma once
-// Value types that the entities share: IP versions, names of VRFs, and what an operator states of static routes.
+// Value types that the entities share: IP versions, names of VRFs, and the operator's settings of static routes.
 
 #include <charconv>
 #include <compare>
@@ -26,7 +26,7 @@ inline std::ostream& operator<<(std::ostream& out, IpVersion version) {
   return out << stringValue(version);
 }
 
-// Throw Kel::RangeException for a number or name that is no IP version.
+// Throw Kel::RangeException unless the number or name is that of an IP version.
 inline IpVersion IpVersionInstance(unsigned number) {
   return Kel::enumValue<IpVersion>(Kel::Datum(static_cast<std::uint64_t>(number)));
 }
@@ -66,8 +66,7 @@ class VrfName {
 
 namespace Routing {
 
-// Which route: the one to a prefix that has this preference. In text "10.0.0.0/8 1". Ordered by prefix, then by
-// preference.
+// Identifies a static route by prefix and preference. Text form: "10.0.0.0/8 1". Ordered by prefix, then by preference.
 template <class PrefixType>
 class BasicStaticRouteKey {
  public:

@@ -1,5 +1,5 @@
 #pragma once
-// VRFs: what is configured, their state, and the ids under which the shared tables key their entries.
+// VRFs: their configuration, their state, and their ids in the keys of the shared tables.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -28,7 +28,7 @@ class AllVrfConfig : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// The VRF as the whole switch sees it.
+// The state of the VRF on the whole switch.
 class VrfStatusGlobal : public Kel::Entity {
   KEL_TYPE_BEGIN("Ip::VrfStatusGlobal", VrfStatusGlobal, Kel::Entity)
  public:
@@ -45,7 +45,7 @@ class AllVrfStatusGlobal : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// The VRF as this machine sees it.
+// The state of the VRF on this machine.
 class VrfStatusLocal : public Kel::Entity {
   KEL_TYPE_BEGIN("Ip::VrfStatusLocal", VrfStatusLocal, Kel::Entity)
  public:
@@ -68,7 +68,7 @@ class AllVrfStatusLocal : public Kel::Entity {
 
 namespace Vrf::VrfIdMap {
 
-// Every id that was assigned since the store was made, by id: a VRF that is created again gets its former id, so its
+// Every id that was assigned since the store was created, by id. A VRF that is created again gets its former id, so its
 // interfaces keep their ifIndex. 0 is "default".
 class Status : public Kel::Entity {
   KEL_TYPE_BEGIN("Vrf::VrfIdMap::Status", Status, Kel::Entity)
@@ -87,7 +87,7 @@ class NameToIdMap : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// The published ids of the present VRFs, including "default".
+// The published ids of the existing VRFs, including "default".
 class NameToIdMapWrapper : public Kel::Entity {
   KEL_TYPE_BEGIN("Vrf::VrfIdMap::NameToIdMapWrapper", NameToIdMapWrapper, Kel::Entity)
  public:
