@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <sstream>
+#include <utility>
 
 #include "kel/Errors.h"
 #include "snmp/Config.h"
@@ -36,34 +37,20 @@ void parse(const char* token, const std::function<void()>& parser) noexcept {
   }
 }
 
-void disableObjects(const char* token, char* line) {
+using Setter = void (Config::*)(const Kel::String&);
+
+// Parsers of a line with one value, and with any number of words.
+template <Setter setter>
+void value(const char* token, char* line) {
+  parse(token, [&] { (*state().config.*setter)(line); });
+}
+
+template <Setter setter>
+void words(const char* token, char* line) {
   parse(token, [&] {
-    std::istringstream groups(line);
-    for (Kel::String group; groups >> group;) state().config->disabledObjectsIs(group);
+    std::istringstream stream(line);
+    for (Kel::String word; stream >> word;) (*state().config.*setter)(word);
   });
-}
-
-void store(const char* token, char* line) {
-  parse(token, [&] { state().config->storeDirectoryIs(line); });
-}
-
-void netnsDirectory(const char* token, char* line) {
-  parse(token, [&] { state().config->netnsDirectoryIs(line); });
-}
-
-void kernelIpHeader(const char* token, char* line) {
-  parse(token, [&] { state().config->kernelIpHeaderIs(line); });
-}
-
-void managementInterfaces(const char* token, char* line) {
-  parse(token, [&] {
-    std::istringstream names(line);
-    for (Kel::String name; names >> name;) state().config->managementInterfaceIs(name);
-  });
-}
-
-void routeCountInterval(const char* token, char* line) {
-  parse(token, [&] { state().config->routeCountIntervalIs(line); });
 }
 
 void trace(const char* token, char* line) {
@@ -95,26 +82,36 @@ void reset() {
   });
 }
 
+struct Token {
+  const char* name;
+  void (*parser)(const char* token, char* line);
+  const char* help;
+};
+
+constexpr Token tokens[] = {
+    {"quorinDisableObjects", words<&Config::disabledObjectsIs>, "GROUP...   (groups: route-tables)"},
+    {"quorinStore", value<&Config::storeDirectoryIs>, "DIR"},
+    {"quorinNetnsDir", value<&Config::netnsDirectoryIs>, "DIR"},
+    {"quorinKernelIpHeader", value<&Config::kernelIpHeaderIs>, "strict | any"},
+    {"quorinManagementInterfaces", words<&Config::managementInterfaceIs>, "INTERFACE..."},
+    {"quorinRouteCountInterval", value<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
+    {"quorinTrace", trace, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)"},
+    {"quorinTraceOutput", traceOutput, "stderr | syslog | FILE"},
+};
+
 }  // namespace
 
 void registerConfigTokens() {
   reset();
-  register_app_config_handler("quorinDisableObjects", disableObjects, reset, "GROUP...   (groups: route-tables)");
-  register_app_config_handler("quorinStore", store, nullptr, "DIR");
-  register_app_config_handler("quorinNetnsDir", netnsDirectory, nullptr, "DIR");
-  register_app_config_handler("quorinKernelIpHeader", kernelIpHeader, nullptr, "strict | any");
-  register_app_config_handler("quorinManagementInterfaces", managementInterfaces, nullptr, "INTERFACE...");
-  register_app_config_handler("quorinRouteCountInterval", routeCountInterval, nullptr, "SECONDS   (1 to 86400)");
-  register_app_config_handler("quorinTrace", trace, nullptr, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)");
-  register_app_config_handler("quorinTraceOutput", traceOutput, nullptr, "stderr | syslog | FILE");
+  // net-snmp calls `reset` before each reading of the configuration; one token is enough for that.
+  void (*atReading)() = reset;
+  for (const auto& token : tokens) {
+    register_app_config_handler(token.name, token.parser, std::exchange(atReading, nullptr), token.help);
+  }
 }
 
 void unregisterConfigTokens() {
-  for (const char* token :
-       {"quorinDisableObjects", "quorinStore", "quorinNetnsDir", "quorinKernelIpHeader",
-        "quorinManagementInterfaces", "quorinRouteCountInterval", "quorinTrace", "quorinTraceOutput"}) {
-    unregister_app_config_handler(token);
-  }
+  for (const auto& token : tokens) unregister_app_config_handler(token.name);
 }
 
 void defaultTraceOutputIs(Output output, const Kel::String& target) {

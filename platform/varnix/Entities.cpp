@@ -1,4 +1,6 @@
-// The reflection of the entity types.
+// The reflection of the entity types, and the registry of the providers of interface details.
+
+#include <map>
 
 #include "varnix/AgentStatus.h"
 #include "varnix/Interface.h"
@@ -41,3 +43,28 @@ KEL_TYPE_DEFINE(Routing::VrfConfigDir)
 KEL_TYPE_DEFINE(Routing::VrfInfo)
 KEL_TYPE_DEFINE(Routing6::Config)
 KEL_TYPE_DEFINE(Routing6::VrfConfigDir)
+
+namespace Interface {
+namespace {
+
+std::map<Kel::String, const IntfDetailsProvider*>& providers() {
+  static std::map<Kel::String, const IntfDetailsProvider*> all;
+  return all;
+}
+
+}  // namespace
+
+const IntfDetailsProvider* IntfDetailsProvider::find(const IntfStatus& status) {
+  const auto at = providers().find(status.kind());
+  return at == providers().end() ? nullptr : at->second;
+}
+
+void IntfDetailsProvider::providerIs(const Kel::String& kind, const IntfDetailsProvider* provider) {
+  if (provider) {
+    providers()[kind] = provider;
+  } else {
+    providers().erase(kind);
+  }
+}
+
+}  // namespace Interface
