@@ -102,18 +102,14 @@ bool Mount::refresh() {
     open();
   }
   Sight sight;
-  if (state_ == State::ready) {
-    look(sight);
-  }
+  if (state_ == State::ready) look(sight);
   sight.state = state_;
   sight.epoch = epoch_;
   return std::exchange(seen_, sight) != sight;
 }
 
 std::shared_ptr<View> Mount::view() {
-  if (state_ != State::ready) {
-    throw StoreException(StoreException::Kind::notReady, stateText_);
-  }
+  if (state_ != State::ready) throw StoreException(StoreException::Kind::notReady, stateText_);
   std::shared_ptr<View> view = view_.lock();
   if (!view) {
     view = std::make_shared<View>(store_, epoch_);

@@ -62,16 +62,12 @@ std::uint64_t recordChecksum(Bytes record) {
 }
 
 const char* recordDecode(RecordView& out, Place place, Bytes key, Bytes record) {
-  if (record.size() < recordHeaderBytes) {
-    return "record shorter than its header";
-  }
+  if (record.size() < recordHeaderBytes) return "record shorter than its header";
   if (load<std::uint32_t>(record, lengthAt) != record.size() - recordHeaderBytes) {
     return "wrong length in the record's header";
   }
   out.checksum = load<std::uint64_t>(record, checksumAt);
-  if (out.checksum != checksumOf(place, key, record)) {
-    return "checksum mismatch";
-  }
+  if (out.checksum != checksumOf(place, key, record)) return "checksum mismatch";
   out.seq = load<std::uint64_t>(record, seqAt);
   out.layout = load<std::uint16_t>(record, layoutAt);
   out.value = record.substr(recordHeaderBytes);

@@ -23,22 +23,16 @@ std::string placeName(Place place, Bytes key) {
     case Place::records:
       break;
   }
-  if (key.empty() || key[0] == '\0') {
-    return "of the store itself";
-  }
+  if (key.empty() || key[0] == '\0') return "of the store itself";
   auto number = static_cast<unsigned char>(key[0]);
   for (const TableInfo& info : knownTables) {
-    if (static_cast<unsigned char>(info.id) == number) {
-      return std::string(info.name);
-    }
+    if (static_cast<unsigned char>(info.id) == number) return std::string(info.name);
   }
   return fmt::format("number {}", number);
 }
 
 std::string keyName(Place place, Bytes key) {
-  if (place == Place::journal || place == Place::graveOrder) {
-    return fmt::format("{}", seqOfKey(key));
-  }
+  if (place == Place::journal || place == Place::graveOrder) return fmt::format("{}", seqOfKey(key));
   return printableKey(key.empty() ? key : key.substr(1));
 }
 
@@ -55,18 +49,14 @@ void damageDetected(Environment& env, Place place, Bytes key, const std::string&
 }
 
 void damageDetected(Environment& env, Place place, Bytes key, int status) {
-  if (status == mappingFault) {
-    env.faultedIs();
-  }
+  if (status == mappingFault) env.faultedIs();
   // Of the key that was asked for, not of a record that was found.
   throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key),
                                           statusText(status));
 }
 
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer) {
-  if (env.faulted()) {
-    damageDetected(env, place, key, mappingFault);
-  }
+  if (env.faulted()) damageDetected(env, place, key, mappingFault);
   MDB_dbi index = env.index(place);
   std::size_t size = 0;
   auto fetch = [&] {
@@ -76,32 +66,22 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
       MDB_val keyVal{key.size(), const_cast<char*>(key.data())};
       MDB_val value{};
       int got = mdb_get(txn, index, &keyVal, &value);
-      if (got == 0 && value.mv_data == nullptr) {
-        return MDB_CORRUPTED;
-      }
+      if (got == 0 && value.mv_data == nullptr) return MDB_CORRUPTED;
       if (got == 0) {
         size = value.mv_size;
-        if (size <= capacity) {
-          std::memcpy(to, value.mv_data, size);
-        }
+        if (size <= capacity) std::memcpy(to, value.mv_data, size);
       }
       return got;
     });
   };
   int status = fetch();
   if (status == 0 && size > buffer.size()) {
-    if (size > maxRecordBytes) {
-      damageDetected(env, place, key, fmt::format("record of {} bytes", size));
-    }
+    if (size > maxRecordBytes) damageDetected(env, place, key, fmt::format("record of {} bytes", size));
     growTo(buffer, size);
     status = fetch();
   }
-  if (status == MDB_NOTFOUND) {
-    return std::nullopt;
-  }
-  if (status != 0) {
-    damageDetected(env, place, key, status);
-  }
+  if (status == MDB_NOTFOUND) return std::nullopt;
+  if (status != 0) damageDetected(env, place, key, status);
   RecordView view;
   if (const char* what = recordDecode(view, place, key, Bytes(buffer.data(), size))) {
     damageDetected(env, place, key, std::string(what));
@@ -145,9 +125,7 @@ View::View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch)
         StoreException::Kind::full,
         fmt::format("store {} has as many readers as it takes; stop one of them", env->directory()));
   }
-  if (status != 0) {
-    damageDetected(*env, Place::records, {}, status);
-  }
+  if (status != 0) damageDetected(*env, Place::records, {}, status);
   try {
     auto& known = env->knownHead();
     const auto version = mdb_txn_id(txn);
@@ -165,9 +143,7 @@ View::~View() {
 
 RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes prefix)
     : env_(env), place_(place), prefix_(prefix) {
-  if (env.faulted()) {
-    damageDetected(env, place, {}, mappingFault);
-  }
+  if (env.faulted()) damageDetected(env, place, {}, mappingFault);
   MDB_dbi index = env.index(place);
   // The first look at an index reads its root, and a fault there is to be met before there is a cursor to be lost.
   int status = guarded([&] {
@@ -175,9 +151,7 @@ RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes pr
     int looked = mdb_stat(txn, index, &stat);
     return looked != 0 ? looked : mdb_cursor_open(txn, index, &cursor_);
   });
-  if (status != 0) {
-    damageDetected(env, place, {}, status);
-  }
+  if (status != 0) damageDetected(env, place, {}, status);
 }
 
 RecordCursor::~RecordCursor() {
@@ -202,9 +176,7 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
     MDB_val keyVal{lowerBound.size(), const_cast<char*>(lowerBound.data())};
     MDB_val value{};
     int got = mdb_cursor_get(cursor_, &keyVal, &value, static_cast<MDB_cursor_op>(operation));
-    if (got != 0) {
-      return got;
-    }
+    if (got != 0) return got;
     // Damaged nodes can leave either unset.
     if (keyVal.mv_size > engineKeyBytes || keyVal.mv_data == nullptr || value.mv_data == nullptr) {
       return MDB_CORRUPTED;
@@ -212,9 +184,7 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
     keySize_ = keyVal.mv_size;
     std::memcpy(key_, keyVal.mv_data, keySize_);
     size_ = value.mv_size;
-    if (size_ <= capacity) {
-      std::memcpy(to, value.mv_data, size_);
-    }
+    if (size_ <= capacity) std::memcpy(to, value.mv_data, size_);
     return 0;
   });
 }
@@ -224,49 +194,31 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
 void RecordCursor::checkEnd() {
   previous_.assign(key_, keySize_);
   int status = fetch(MDB_NEXT, {});
-  if (status == mappingFault) {
-    damageDetected(env_, place_, previous_, status);
-  }
-  if (status == 0 && key() <= previous_) {
-    damageDetected(env_, place_, key(), std::string("key out of order"));
-  }
+  if (status == mappingFault) damageDetected(env_, place_, previous_, status);
+  if (status == 0 && key() <= previous_) damageDetected(env_, place_, key(), std::string("key out of order"));
 }
 
 bool RecordCursor::move(int operation, Bytes lowerBound) {
   Bytes asked = operation == MDB_NEXT ? Bytes(previous_) : lowerBound;
-  if (env_.faulted()) {
-    damageDetected(env_, place_, asked, mappingFault);
-  }
+  if (env_.faulted()) damageDetected(env_, place_, asked, mappingFault);
   int status = fetch(operation, lowerBound);
-  if (status == MDB_NOTFOUND) {
-    return false;
-  }
-  if (status != 0) {
-    damageDetected(env_, place_, asked, status);
-  }
+  if (status == MDB_NOTFOUND) return false;
+  if (status != 0) damageDetected(env_, place_, asked, status);
   // A damaged tree can lead a walk back to where it was, for ever.
   bool ascends = operation == MDB_NEXT ? key() > asked : key() >= asked;
-  if (!ascends) {
-    damageDetected(env_, place_, key(), std::string("key out of order"));
-  }
+  if (!ascends) damageDetected(env_, place_, key(), std::string("key out of order"));
   if (!key().starts_with(prefix_)) {
     checkEnd();
     return false;
   }
   if (size_ > buffer_.size()) {
-    if (size_ > maxRecordBytes) {
-      damageDetected(env_, place_, key(), fmt::format("record of {} bytes", size_));
-    }
+    if (size_ > maxRecordBytes) damageDetected(env_, place_, key(), fmt::format("record of {} bytes", size_));
     growTo(buffer_, size_);
     status = fetch(MDB_GET_CURRENT, {});
-    if (status != 0) {
-      damageDetected(env_, place_, asked, status);
-    }
+    if (status != 0) damageDetected(env_, place_, asked, status);
   }
   // The store's identity keeps one form through all versions and has its own check: it is not a record.
-  if (place_ == Place::records && key() == identityKey()) {
-    return next();
-  }
+  if (place_ == Place::records && key() == identityKey()) return next();
   if (const char* what = recordDecode(record_, place_, key(), Bytes(buffer_.data(), size_))) {
     damageDetected(env_, place_, key(), std::string(what));
   }

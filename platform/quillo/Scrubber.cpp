@@ -68,9 +68,7 @@ Scrubber::Outcome Scrubber::walk(std::size_t budget) {
 Scrubber::Outcome Scrubber::nextTable() {
   begun_ = false;
   restarts_ = 0;
-  if (++table_ < knownTables.size()) {
-    return Outcome::more;
-  }
+  if (++table_ < knownTables.size()) return Outcome::more;
   bool complete = !gaveUp_;
   beginRound();
   return complete ? Outcome::clean : Outcome::inconclusive;

@@ -30,9 +30,7 @@ Scan::~Scan() = default;
 
 void Scan::settle(bool found) {
   valid_ = found;
-  if (valid_) {
-    checkLayout(*view_->env, table_, cursor_->key(), cursor_->record());
-  }
+  if (valid_) checkLayout(*view_->env, table_, cursor_->key(), cursor_->record());
 }
 
 void Scan::next() {
@@ -82,9 +80,7 @@ std::optional<Bytes> Snapshot::get(TableId table, Bytes key) {
   Bytes whole(name, key.size() + 1);
   Environment& env = *view_->env;
   std::optional<RecordView> record = readRecord(env, view_->txn, Place::records, whole, buffer_);
-  if (!record) {
-    return std::nullopt;
-  }
+  if (!record) return std::nullopt;
   checkLayout(env, table, whole, *record);
   return record->value;
 }
@@ -119,9 +115,7 @@ Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) cons
     result.tooOld = true;
     return result;
   }
-  if (bookmark.seq == result.next.seq) {
-    return result;
-  }
+  if (bookmark.seq == result.next.seq) return result;
   Environment& env = *view_->env;
   RecordCursor cursor(env, view_->txn, Place::journal);
   for (bool found = cursor.seek(seqKey(bookmark.seq + 1)); found; found = cursor.next()) {
@@ -131,9 +125,7 @@ Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) cons
       break;
     }
     Bytes entry = cursor.record().value;
-    if (entry.size() < 2) {
-      damageDetected(env, Place::journal, cursor.key(), std::string("entry too short"));
-    }
+    if (entry.size() < 2) damageDetected(env, Place::journal, cursor.key(), std::string("entry too short"));
     result.changes.push_back({seqOfKey(cursor.key()), static_cast<TableId>(entry[1]),
                               static_cast<Change::Kind>(entry[0]), std::string(entry.substr(2))});
   }

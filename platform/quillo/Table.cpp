@@ -8,9 +8,7 @@ namespace Quillo {
 
 const TableInfo& tableInfo(TableId id) {
   for (const TableInfo& info : knownTables) {
-    if (info.id == id) {
-      return info;
-    }
+    if (info.id == id) return info;
   }
   KEL_ASSERT_TEXT(false, "a table of the store that has no entry in knownTables");
   return knownTables.front();

@@ -16,9 +16,7 @@ constexpr std::uint16_t journalLayout = 1;
 Writer::Writer(Environment& env, const Head& head, const TableStates& states, std::uint64_t tombstoneLimit)
     : env_(env), head_(head), states_(states), tombstoneLimit_(tombstoneLimit) {
   int status = guarded([this] { return mdb_txn_begin(env_.handle(), nullptr, 0, &txn_); });
-  if (status != 0) {
-    throw WriteFailure{status};
-  }
+  if (status != 0) throw WriteFailure{status};
 }
 
 Writer::~Writer() {
@@ -39,12 +37,8 @@ void Writer::store(Place place, const std::string& key, std::uint64_t seq, std::
     MDB_val bytes{record_.size(), record_.data()};
     return mdb_put(txn_, index, &keyVal, &bytes, flags);
   });
-  if (status == MDB_KEYEXIST) {
-    damageDetected(env_, place, key, std::string("a later entry is there already"));
-  }
-  if (status != 0) {
-    throw WriteFailure{status};
-  }
+  if (status == MDB_KEYEXIST) damageDetected(env_, place, key, std::string("a later entry is there already"));
+  if (status != 0) throw WriteFailure{status};
 }
 
 void Writer::erase(Place place, const std::string& key) {
@@ -53,19 +47,13 @@ void Writer::erase(Place place, const std::string& key) {
     MDB_val keyVal{key.size(), const_cast<char*>(key.data())};
     return mdb_del(txn_, index, &keyVal, nullptr);
   });
-  if (status == MDB_NOTFOUND) {
-    damageDetected(env_, place, key, std::string("entry is missing"));
-  }
-  if (status != 0) {
-    throw WriteFailure{status};
-  }
+  if (status == MDB_NOTFOUND) damageDetected(env_, place, key, std::string("entry is missing"));
+  if (status != 0) throw WriteFailure{status};
 }
 
 TableState& Writer::stateOf(TableId table) {
   auto it = states_.find(table);
-  if (it == states_.end()) {
-    it = states_.emplace(table, readTableState(env_, txn_, table)).first;
-  }
+  if (it == states_.end()) it = states_.emplace(table, readTableState(env_, txn_, table)).first;
   return it->second;
 }
 
@@ -78,9 +66,7 @@ void Writer::journalIs(std::uint64_t seq, Change::Kind kind, const std::string& 
 void Writer::tombstoneDel(const std::string& key) {
   std::string buffer;
   std::optional<RecordView> grave = readRecord(env_, txn_, Place::graves, key, buffer);
-  if (!grave) {
-    return;
-  }
+  if (!grave) return;
   std::string seq = seqKey(grave->seq);
   erase(Place::graves, key);
   erase(Place::graveOrder, seq);
@@ -92,17 +78,13 @@ bool Writer::put(TableId table, Bytes key, Bytes value) {
   std::string name = recordKey(table, key);
   std::uint16_t layout = tableInfo(table).layout;
   std::optional<RecordView> old = readRecord(env_, txn_, Place::records, name, old_);
-  if (old && old->layout == layout && old->value == value) {
-    return false;
-  }
+  if (old && old->layout == layout && old->value == value) return false;
   TableState& state = stateOf(table);
   if (old) {
     erase(Place::journal, seqKey(old->seq));
     state.digest -= old->checksum;
   } else {
-    if (head_.tombstones > 0) {
-      tombstoneDel(name);
-    }
+    if (head_.tombstones > 0) tombstoneDel(name);
     ++state.count;
   }
   std::uint64_t seq = ++head_.seq;
@@ -116,9 +98,7 @@ bool Writer::put(TableId table, Bytes key, Bytes value) {
 bool Writer::del(TableId table, Bytes key) {
   std::string name = recordKey(table, key);
   std::optional<RecordView> old = readRecord(env_, txn_, Place::records, name, old_);
-  if (!old) {
-    return false;
-  }
+  if (!old) return false;
   TableState& state = stateOf(table);
   erase(Place::journal, seqKey(old->seq));
   erase(Place::records, name);
@@ -139,9 +119,7 @@ void Writer::passIs(CompletePass pass) {
 }
 
 void Writer::dropTombstones() {
-  if (head_.tombstones <= tombstoneLimit_) {
-    return;
-  }
+  if (head_.tombstones <= tombstoneLimit_) return;
   std::vector<std::uint64_t> oldest;
   {
     RecordCursor cursor(env_, txn_, Place::graveOrder);
@@ -173,12 +151,8 @@ void Writer::commit() {
   store(Place::records, headKey(), head_.seq, metaLayout, encodeHead(head_), 0);
   int status = guarded([this] { return mdb_txn_commit(txn_); });
   // The storage engine has ended the transaction, whatever came out; only a fault leaves it behind.
-  if (status != mappingFault) {
-    txn_ = nullptr;
-  }
-  if (status != 0) {
-    throw WriteFailure{status};
-  }
+  if (status != mappingFault) txn_ = nullptr;
+  if (status != 0) throw WriteFailure{status};
 }
 
 }  // namespace Quillo
