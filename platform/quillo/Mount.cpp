@@ -16,7 +16,7 @@ namespace {
 Kel::TraceHandle mountTrace("QuilloMount");
 
 constexpr Kel::Seconds longestPause = 30;
-// Damage that comes again within this time makes the pause longer.
+// Damage that recurs within this time makes the pause longer.
 constexpr Kel::Seconds recurrenceSeconds = 60;
 
 }  // namespace
@@ -29,7 +29,7 @@ Mount::Mount(const MountConfig& config)
 
 void Mount::stateIs(State state, const std::string& text) {
   if (text != stateText_ && !text.empty() && state == State::refused) {
-    QTRACE(mountTrace, 1) << text;  // the user of the mount tells its operator
+    QTRACE(mountTrace, 1) << text;  // level 1, since the user of the mount reports it to the operator
   }
   state_ = state;
   stateText_ = text;
@@ -95,7 +95,7 @@ bool Mount::refresh() {
   if (state_ == State::damaged) {
     close();
     if (Kel::System::currentTime() - corruptionTime_ >= pause_) {
-      state_ = State::waiting;  // damage that is met again from here on is another case of it
+      state_ = State::waiting;  // damage from here on is a new case
       open();
     }
   } else if (!store_) {
@@ -123,8 +123,8 @@ void Mount::corruptionDetected(const std::string& message) {
   ++corruptionCount_;
   QTRACE(mountTrace, 0) << message << " (" << corruptionCount_ << " so far)";
   if (state_ != State::damaged) {
-    // The first time, at once: a fault of the moment is over then. What stays broken is not tried in a tight
-    // circle.
+    // The first attempt follows at once, in case the fault was temporary. Pauses prevent a busy loop while damage
+    // lasts.
     Kel::Seconds now = Kel::System::currentTime();
     bool recurs = corruptionCount_ > 1 && now - corruptionTime_ < recurrenceSeconds;
     pause_ = recurs ? std::clamp(pause_ * 2, 1.0, longestPause) : 0;

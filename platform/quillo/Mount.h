@@ -1,19 +1,18 @@
 #pragma once
-// The reading side of the store: read-only, in any number of processes, under any user that may write the lock file.
+// A reader's handle of the store: read-only, in any number of processes.
 //
-// A mount needs no store when it is made; it waits for one, and follows when the store is recreated. Nothing here
-// blocks. In an event loop:
+// The store need not exist: a mount waits for it, and opens a recreated store. Nothing here blocks. In an event loop:
 //
 //   mount = Kel::makePtr<Mount>(MountConfig{directory});
 //   on doorbellFd() readable:  mount->drainDoorbell(); then as below
-//   once a second (wake-ups can be lost, the poll cannot), and once at start:
+//   once at start, and once a second since wake-ups can be lost:
 //     while (mount->refresh()) { Snapshot s = mount->snapshot(); ... s.changesSince(bookmark, limit) ... }
 //
-// refresh() reads the journal's head again after each round, so no commit that was made meanwhile is missed.
+// Each refresh() reads the journal's head anew, so the loop misses no commit that is made meanwhile.
 //
-// Requires that readers can write the lock file "lock.mdb": there they register which version of the data they read, and
-// the publisher does not reuse its pages. A mount whose user may not write it is `refused` and tries again with each
-// refresh.
+// Requires: the user can write the lock file "lock.mdb". Readers register there which version of the data they read, so
+// that the publisher does not reuse its pages. Without that permission the mount is `refused`; each refresh tries
+// again.
 
 #include <cstdint>
 #include <functional>
@@ -37,10 +36,10 @@ struct View;
 class Mount : public Kel::PtrInterface {
  public:
   enum class State {
-    waiting,  // no store there yet (or it was removed)
+    waiting,  // there is no store
     ready,
-    refused,  // a store is there that cannot be read: foreign, of another version, not permitted
-    damaged,  // damage was met; the store is opened again after a pause that grows from 0 to 30 s while damage
+    refused,  // the store cannot be read: foreign, of another version, not permitted
+    damaged,  // damage was found; the mount reopens the store after a pause, which grows from 0 to 30 s if damage
               // recurs
   };
 
@@ -48,44 +47,44 @@ class Mount : public Kel::PtrInterface {
   ~Mount() override;
 
   State state() const { return state_; }
-  // One line: what it waits for or what is wrong, and what to do. Empty when ready.
+  // One line for the operator: what the mount waits for or what is wrong, and what to do. Empty when ready.
   const std::string& stateText() const { return stateText_; }
   const std::string& directory() const { return directory_; }
 
-  // Opens the store if there is one now, notices that it was replaced or removed, carries out a wanted reopen, and
-  // reads the head. True when there is something to do since the last call: another state, another store, another
-  // journal head, a complete pass. Call it between turns: asserts that no snapshot lives.
+  // Opens the store when it appeared or was replaced, closes it when it was removed, reopens it after damage, and
+  // reads the journal's head. Returns whether state, store, journal head or complete pass differ from the last call.
+  // Requires: no snapshot exists (asserted), so call it between turns.
   bool refresh();
 
-  // StoreException `notReady` unless state() is ready, `full` when as many readers read as the store takes (512);
-  // Pesk::CorruptionDetectedException. Snapshots that live at the same time share one view.
+  // Throws StoreException: `notReady` unless state() is ready, `full` when 512 readers use the store. Throws
+  // Pesk::CorruptionDetectedException. Snapshots that exist at the same time share one read transaction.
   Snapshot snapshot();
 
-  // The same snapshot for all who look something up in one turn of the event loop, so that a lookup costs no read
-  // transaction of its own. It ends with turnEnds(), with refresh(), and when damage is reported. Use it at once and
-  // keep nothing of it. Throws as snapshot() does.
+  // A snapshot that all lookups of one turn of the event loop share, so that each needs no read transaction of its own.
+  // turnEnds(), refresh() and a report of damage release it. Requires: the caller keeps it no longer than its lookup.
+  // Throws as snapshot().
   std::shared_ptr<Snapshot> turnSnapshot();
-  // `begins` is called whenever such a snapshot is taken, and sees to it that turnEnds() is called before the process
-  // waits again. Until it is set, turnSnapshot() gives each caller one of its own. It must not throw.
+  // Sets a function that is called whenever a shared snapshot is taken. Without one, snapshots are not shared.
+  // Requires: it ensures that turnEnds() is called before the event loop waits again, and does not throw.
   void turnBeginsIs(std::function<void()> begins) { turnBegins_ = std::move(begins); }
   void turnEnds() { turn_ = nullptr; }
 
-  // Readable when the publisher committed, or when the store came, went or was replaced. -1 when the system has no
-  // watch left to give: then only the poll remains. The number never changes during the life of the mount.
+  // Readable after a commit, and when the store was created, removed or replaced. -1 when inotify is exhausted: then
+  // only the poll works. Constant for the life of the mount.
   int doorbellFd() const { return watch_.fd(); }
-  // Makes the descriptor quiet again. True when it had rung.
+  // Ends the readability of the descriptor. Returns whether it was readable.
   bool drainDoorbell() { return watch_.drain(); }
 
   PublisherInfo publisher() const;
 
-  // Whoever met damage reports it here: it is counted and traced at level 0, and the next refresh opens the store
-  // again under a new epoch, in which every older bookmark is `tooOld`, so that all readers of this mount rebuild.
+  // Reports damage: counts it, traces it at level 0 and begins a new epoch, in which older bookmarks are `tooOld`. A
+  // later refresh reopens the store, and then all readers of this mount rebuild.
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage);
   void corruptionDetected(const std::string& message);
   std::uint64_t corruptionCount() const { return corruptionCount_; }
 
  private:
-  // What a refresh compares with the one before.
+  // What refresh() compares with the previous refresh.
   struct Sight {
     State state = State::waiting;
     std::uint64_t epoch = 0;

@@ -1,6 +1,6 @@
 #pragma once
-// One record as it lies in the store (a fixed header, then the value), and the values of the records that the store
-// keeps about itself. Layout in docs/store-format.md. Internal to the store.
+// Encodes and decodes one record of the store (a fixed header, then the value), and the values of the store's own
+// records. Layout in docs/store-format.md. Internal to the store.
 
 #include <cstdint>
 #include <optional>
@@ -10,8 +10,8 @@
 
 namespace Quillo {
 
-// Which of the store's indexes a record lies in; part of the checksum, so that a page that turns up in the wrong
-// index is noticed. The numbers are part of the format.
+// The store's indexes. The index is part of a record's checksum, so that a page in a wrong index is detected. The
+// numbers are part of the format.
 enum class Place : std::uint8_t { records = 0, journal = 1, graves = 2, graveOrder = 3 };
 
 inline constexpr std::size_t recordHeaderBytes = 24;
@@ -23,20 +23,20 @@ struct RecordView {
   Bytes value;  // points into the bytes that were decoded
 };
 
-// Replaces `out` by the record of that key.
+// Encodes a record into `out`, replacing its contents.
 void recordEncode(std::string& out, Place place, Bytes key, std::uint64_t seq, std::uint16_t layout, Bytes value);
-// The checksum of the record that recordEncode made.
+// The checksum of a record that recordEncode made.
 std::uint64_t recordChecksum(Bytes record);
-// Null when the record is sound, else what is wrong with it.
+// Returns null, or what is wrong with the record.
 const char* recordDecode(RecordView& out, Place place, Bytes key, Bytes record);
 
-// Fixed-size numbers in keys (big-endian, so that memcmp orders them) and in values (little-endian).
+// Numbers of 8 bytes: big-endian in keys, so that memcmp orders them, and little-endian in values.
 std::string seqKey(std::uint64_t seq);
 std::uint64_t seqOfKey(Bytes key);
 void appendU64(std::string& out, std::uint64_t value);
 std::uint64_t readU64(Bytes bytes, std::size_t offset);
 
-// The key in the index of records: the table's number, then the table's own key.
+// The key in the index of records: the table's number, then the key in the table.
 std::string recordKey(TableId table, Bytes key);
 
 // Layout of the records of table 0.
@@ -50,7 +50,7 @@ std::string encodeHead(const Head& head);
 std::string encodePass(const CompletePass& pass);
 std::string encodeTableState(const TableState& state);
 
-// None when the value is too short.
+// nullopt when the value is too short.
 std::optional<Head> decodeHead(Bytes value);
 std::optional<CompletePass> decodePass(Bytes value);
 std::optional<TableState> decodeTableState(Bytes value);

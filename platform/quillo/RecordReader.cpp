@@ -50,7 +50,7 @@ void damageDetected(Environment& env, Place place, Bytes key, const std::string&
 
 void damageDetected(Environment& env, Place place, Bytes key, int status) {
   if (status == mappingFault) env.faultedIs();
-  // Of the key that was asked for, not of a record that was found.
+  // Without a found key: `key` is the one that was searched.
   throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key),
                                           statusText(status));
 }
@@ -91,7 +91,7 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
 
 namespace {
 
-// What `decode` makes of a record that the store keeps about itself.
+// Reads and decodes one of the store's own records.
 template <class Decode>
 auto readMeta(Environment& env, MDB_txn* txn, const std::string& key, const Decode& decode) {
   std::string buffer;
@@ -145,7 +145,7 @@ RecordCursor::RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes pr
     : env_(env), place_(place), prefix_(prefix) {
   if (env.faulted()) damageDetected(env, place, {}, mappingFault);
   MDB_dbi index = env.index(place);
-  // The first look at an index reads its root, and a fault there is to be met before there is a cursor to be lost.
+  // mdb_stat reads the root of the index, so that a fault there occurs before the cursor exists and could leak.
   int status = guarded([&] {
     MDB_stat stat;
     int looked = mdb_stat(txn, index, &stat);
@@ -177,7 +177,7 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
     MDB_val value{};
     int got = mdb_cursor_get(cursor_, &keyVal, &value, static_cast<MDB_cursor_op>(operation));
     if (got != 0) return got;
-    // Damaged nodes can leave either unset.
+    // A damaged node can leave either unset.
     if (keyVal.mv_size > engineKeyBytes || keyVal.mv_data == nullptr || value.mv_data == nullptr) {
       return MDB_CORRUPTED;
     }
@@ -189,8 +189,8 @@ int RecordCursor::fetch(int operation, Bytes lowerBound) {
   });
 }
 
-// The record behind the walk is not checked itself: damage to it is no damage to the walk. But a record of the walk with
-// a damaged key may look like one behind it, and then what follows is out of order.
+// Called at the first record after the prefix, whose contents are not checked. It may also be a record of the walk
+// whose key is damaged; then the keys after it are out of order.
 void RecordCursor::checkEnd() {
   previous_.assign(key_, keySize_);
   int status = fetch(MDB_NEXT, {});
@@ -204,7 +204,7 @@ bool RecordCursor::move(int operation, Bytes lowerBound) {
   int status = fetch(operation, lowerBound);
   if (status == MDB_NOTFOUND) return false;
   if (status != 0) damageDetected(env_, place_, asked, status);
-  // A damaged tree can lead a walk back to where it was, for ever.
+  // A damaged tree can lead a walk in circles.
   bool ascends = operation == MDB_NEXT ? key() > asked : key() >= asked;
   if (!ascends) damageDetected(env_, place_, key(), std::string("key out of order"));
   if (!key().starts_with(prefix_)) {
@@ -217,7 +217,7 @@ bool RecordCursor::move(int operation, Bytes lowerBound) {
     status = fetch(MDB_GET_CURRENT, {});
     if (status != 0) damageDetected(env_, place_, asked, status);
   }
-  // The store's identity keeps one form through all versions and has its own check: it is not a record.
+  // The store's identity is not a record: it has the same form in all versions, and its own check.
   if (place_ == Place::records && key() == identityKey()) return next();
   if (const char* what = recordDecode(record_, place_, key(), Bytes(buffer_.data(), size_))) {
     damageDetected(env_, place_, key(), std::string(what));

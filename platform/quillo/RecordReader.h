@@ -1,9 +1,9 @@
 #pragma once
 // Read transactions, and checked reading of records in a transaction. Internal to the store.
 //
-// Guarantees: a record is copied out of the mapping before it is checked, so what the caller gets cannot change or
-// vanish. Throws Pesk::CorruptionDetectedException for everything but "found" and "not there"; after a fault of the
-// mapping every further call throws it.
+// Guarantees: a record is copied out of the mapping before it is checked, so the result cannot change or vanish.
+// Throws Pesk::CorruptionDetectedException for every failure other than a missing record; after a fault of the mapping
+// every further call throws it.
 
 #include <memory>
 #include <optional>
@@ -17,23 +17,23 @@ struct MDB_cursor;
 
 namespace Quillo {
 
-// Throws Pesk::CorruptionDetectedException, which names the table (or the store's own index) and the key in it.
+// Throw Pesk::CorruptionDetectedException, which names the table (or the store's own index) and the key in it.
 [[noreturn]] void damageDetected(Environment& env, Place place, Bytes key, const std::string& what);
 [[noreturn]] void damageDetected(Environment& env, Place place, Bytes key, int status);
 
-// None when there is no such record. The result points into `buffer`, which grows as needed: reuse it.
+// nullopt when there is no such record. The result points into `buffer`, which grows as needed and should be reused.
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer);
 
-// Of a new store they are zeroes, or none.
+// Zeroes, or nullopt, in a new store.
 Head readHead(Environment& env, MDB_txn* txn);
 std::optional<CompletePass> readPass(Environment& env, MDB_txn* txn);
 TableState readTableState(Environment& env, MDB_txn* txn, TableId table);
 
-// One version of the data, in a read transaction. Snapshots and scans share it; the last of them ends the transaction.
-// It keeps the store open, so a mount may drop a store that faulted while views of it are still in use.
+// A read transaction: one version of the data. Snapshots and scans share it, and the last of them ends it. A view
+// keeps its store open, so a mount may release a store that faulted while views of it are in use.
 //
-// Each view takes a slot in the lock file and gives it back: one that is kept could be lost in between, when the lock
-// file is begun anew.
+// Each view takes a reader slot of the lock file and frees it at its end. A slot kept for the next view could be lost,
+// since the lock file may be recreated in between.
 struct View {
   // Throws Pesk::CorruptionDetectedException; StoreException when all slots are taken.
   View(std::shared_ptr<Environment> opened, std::uint64_t mountEpoch);
@@ -43,7 +43,7 @@ struct View {
 
   std::shared_ptr<Environment> env;
   MDB_txn* txn = nullptr;
-  std::uint64_t epoch;  // of the mount; 0 of a publisher's own view
+  std::uint64_t epoch;  // of the mount; 0 in a publisher's own view
   Head head;
 };
 
@@ -56,11 +56,11 @@ class RecordCursor {
   RecordCursor(const RecordCursor&) = delete;
   RecordCursor& operator=(const RecordCursor&) = delete;
 
-  // To lower_bound(lowerBound); false when there is none.
+  // Moves to lower_bound(lowerBound); false when there is none.
   bool seek(Bytes lowerBound);
   bool next();
 
-  // Of the record under the cursor; valid until it moves.
+  // The record at the cursor; valid until the cursor moves.
   Bytes key() const { return {key_, keySize_}; }
   const RecordView& record() const { return record_; }
 

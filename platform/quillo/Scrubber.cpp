@@ -19,7 +19,7 @@ Scrubber::Outcome Scrubber::step(std::size_t budget) {
     const Damage met{generation_, damage.what()};
     if (met != std::exchange(known_, met)) mount_->corruptionDetected(damage);
     return Outcome::damaged;
-  } catch (const StoreException&) {  // no view is to be had now; the next step goes on where this one would have
+  } catch (const StoreException&) {  // no snapshot now; the next step continues at the same place
     return Outcome::notReady;
   }
 }

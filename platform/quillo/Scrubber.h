@@ -1,16 +1,16 @@
 #pragma once
 // Finds damage that no single lookup can see.
 //
-// A record's checksum shows that the record is what was written, not that a search found every record. So the scrubber
-// walks each table in bounded steps and compares count and digest with what the publisher keeps beside the table.
+// A checksum proves that a record is intact, but not that a search finds every record. So the scrubber walks each
+// table in bounded steps, and compares count and digest with those that the publisher keeps for the table.
 //
 //   Scrubber scrubber(mount);
-//   when idle: scrubber.step(1000) until it returns `clean`; again a minute later.
+//   when idle: scrubber.step(1000) until it does not return `more`; again a minute later.
 //
-// A table that changes between two steps is begun again. After `maxRestarts` it is skipped for this round; its records
-// were checked one by one all the same.
+// The walk of a table starts again when the table changes between two steps. After `maxRestarts` the comparison of the
+// table is skipped for this round; its records were checked nevertheless.
 //
-// Damage that the last round met is not reported again, since a report makes all readers of the mount rebuild.
+// Damage that the last round found is not reported again, since a report makes all readers of the mount rebuild.
 
 #include <cstddef>
 #include <cstdint>
@@ -26,11 +26,10 @@ class Scrubber {
  public:
   enum class Outcome {
     more,          // call again
-    clean,         // a round over all tables is complete; the next call begins another
+    clean,         // a round over all tables is complete; the next call begins a new round
     inconclusive,  // the round is complete, but a table changed too fast to be compared
-    damaged,   // damage was found, and reported to Mount::corruptionDetected when it is new; the next call begins
-               // another round
-    notReady,  // the store cannot be read at present
+    damaged,       // damage was found, and reported if it is new; the next call begins a new round
+    notReady,      // the store cannot be read at present
   };
   static constexpr unsigned maxRestarts = 16;
 
@@ -40,7 +39,7 @@ class Scrubber {
   Outcome step(std::size_t budget);
 
  private:
-  using Damage = std::pair<std::uint64_t, std::string>;  // generation of the store, and what was found
+  using Damage = std::pair<std::uint64_t, std::string>;  // generation of the store, message
 
   Outcome walk(std::size_t budget);
   Outcome nextTable();

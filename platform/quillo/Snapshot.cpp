@@ -45,10 +45,6 @@ Bytes Scan::value() const {
   return cursor_->record().value;
 }
 
-std::uint64_t Scan::seq() const {
-  return cursor_->record().seq;
-}
-
 std::uint64_t Scan::checksum() const {
   return cursor_->record().checksum;
 }
@@ -72,7 +68,7 @@ Bookmark Snapshot::bookmark() const {
 
 std::optional<Bytes> Snapshot::get(TableId table, Bytes key) {
   if (key.size() > maxKeyBytes) {
-    return std::nullopt;  // no publisher can have put it
+    return std::nullopt;  // no publisher can have written it
   }
   char name[maxKeyBytes + 1];
   name[0] = static_cast<char>(table);
@@ -98,7 +94,7 @@ void Snapshot::checkLayouts() const {
                       "run publisher and readers of the same version",
                       env.directory(), info.name, first.record().layout, info.layout));
     } catch (const Pesk::CorruptionDetectedException&) {
-      continue;  // for the one who reads the table
+      continue;  // later reads of the table report it
     }
   }
 }

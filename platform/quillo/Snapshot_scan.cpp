@@ -14,9 +14,9 @@ bool scanMeets(const Snapshot& snapshot, TableId table, const std::string& bound
   return false;
 }
 
-// The key of the damaged record that a scan from `from` met: the greatest bound from which a scan still meets it. Most
-// often the key that was found there; where that is what is damaged, it is sought byte by byte. None when the scan did
-// not fail for one record.
+// Finds the key of the damaged record at which a scan from `from` failed: the greatest lower bound whose scan fails
+// there. Usually that is the key that was read. If the key itself is damaged, a binary search finds it byte by byte.
+// nullopt when the scan failed for another reason than one record.
 std::optional<std::string> damagedKey(const Snapshot& snapshot, TableId table, const std::string& from,
                                       const CorruptionDetectedException& damage) {
   const auto& found = damage.foundKey();
@@ -63,7 +63,7 @@ bool isReadable(const Snapshot& snapshot) {
 bool scanAround(const Snapshot& snapshot, TableId table, std::string from, const VisitRecord& visit,
                 const VisitDamage& damaged) {
   std::optional<Scan> scan;
-  std::string last;  // visited since `from`
+  std::string last;  // the latest key visited since `from`
   for (;;) {
     try {
       if (scan) {
@@ -78,7 +78,7 @@ bool scanAround(const Snapshot& snapshot, TableId table, std::string from, const
       if (!key) throw;
       if (!damaged(*key, damage)) return false;
       from = keyAfter(*key);
-      if (from.empty()) return true;  // it was the last key that there can be
+      if (from.empty()) return true;  // no greater key is possible
       continue;
     }
     if (!scan->valid()) return true;

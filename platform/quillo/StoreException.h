@@ -1,5 +1,5 @@
 #pragma once
-// What goes wrong with a store. The text of each exception is one line for the operator: what, where, what to do.
+// The exceptions of the store. Each text is one line for the operator: what is wrong, where, and what to do.
 
 #include <string>
 #include <string_view>
@@ -13,11 +13,11 @@ namespace Quillo {
 class StoreException : public Kel::Exception {
  public:
   enum class Kind {
-    directory,   // the directory or a file in it cannot be made, opened or written
-    permission,  // the files are there, but this user may not use them
+    directory,   // the directory or a file in it cannot be created, opened or written
+    permission,  // the files exist, but this user may not use them
     full,        // no space on the file system, or a limit of the store is reached
     damaged,     // our store, but its contents do not pass the checks
-    foreign,     // a file under our name that is not our store
+    foreign,     // a file of the store's name that is not a store of ours
     version,     // our store, written in another format version
     owned,       // another publisher holds the store
     gone,        // the store was removed or replaced while it was in use
@@ -35,9 +35,9 @@ class StoreException : public Kel::Exception {
 
 namespace Pesk {
 
-// Damage met while the store was read: a record whose check failed, an error of the storage engine, or a fault of the
-// mapping. Pass it on to `corruptionDetected` of the table or mount that was read; until it is mended, treat the key as
-// "not found".
+// Damage found by a read: a record whose check failed, an error of the storage engine, or a fault of the mapping.
+// Pass it to `corruptionDetected` of the table or mount that was read, and treat the key as not found until the store
+// is repaired.
 class CorruptionDetectedException : public Kel::Exception {
  public:
   CorruptionDetectedException(const std::string& store, std::string_view table, std::string_view key,
@@ -53,8 +53,7 @@ class CorruptionDetectedException : public Kel::Exception {
                       .append("; begin a new one with quorin-mirrord --recreate")),
         foundKey_(std::move(foundKey)) {}
 
-  // The key of the damaged record as it was found, which may itself be damaged. Empty where the damage is not one
-  // record's.
+  // The key of the damaged record as it was read, which may itself be damaged. Empty unless one record is damaged.
   const std::string& foundKey() const { return foundKey_; }
 
  private:

@@ -1,10 +1,10 @@
 #pragma once
-// The tables of the store, and the limits of what fits in.
+// The tables of the store, and the limits of keys and values.
 //
-// Every table maps byte strings to byte strings. Keys are ordered as memcmp orders them, a shorter key before the
-// longer one that it begins. What the bytes mean is the table's own business; the store never looks inside.
+// Every table maps byte strings to byte strings, in lexicographic order of the keys (as memcmp, a prefix first). The
+// store does not interpret keys or values.
 //
-// A new table needs one line in `TableId` and one in `knownTables`: the format of the store does not change for it.
+// A new table needs one line in `TableId` and one in `knownTables`; the format of the store stays the same.
 
 #include <array>
 #include <cstddef>
@@ -18,7 +18,7 @@ namespace Quillo {
 
 using Bytes = std::string_view;
 
-// 0 is the store's own; numbers are part of the format, so they are never reused.
+// The numbers are part of the format and never reused. 0 is reserved for the store's own records.
 enum class TableId : std::uint8_t {
   varnix = 1,    // documents of the state database: key is the entity's path, value its attributes as JSON
   arp = 2,       // IPv4 neighbours of all VRFs (ArpRecord.h)
@@ -31,8 +31,7 @@ enum class TableId : std::uint8_t {
 struct TableInfo {
   TableId id;
   std::string_view name;
-  // Version of the layout of the table's values. A reader that knows another one reports the record as damaged
-  // instead of misreading it.
+  // Version of the layout of the table's values. A reader that knows another version reports the record as damaged.
   std::uint16_t layout;
 };
 
@@ -45,7 +44,7 @@ inline constexpr std::array<TableInfo, 6> knownTables{{
     {TableId::fec, "fec", 1},
 }};
 
-// What the publisher keeps beside each table, in the same transaction as the data.
+// Totals of one table, which the publisher updates in the same transaction as the data.
 struct TableState {
   std::uint64_t count = 0;    // records
   std::uint64_t digest = 0;   // sum of the checksums of the records, modulo 2^64
@@ -53,30 +52,29 @@ struct TableState {
   bool operator==(const TableState&) const = default;
 };
 
-// The journal as a whole.
+// Totals of the journal.
 struct Head {
   std::uint64_t seq = 0;         // of the latest change
   std::uint64_t floor = 0;       // the highest sequence number of a dropped tombstone
   std::uint64_t tombstones = 0;  // deletions that the journal holds
 };
 
-// A publisher has completed a pass over everything it publishes.
+// The end of a publisher's pass over everything that it publishes.
 struct CompletePass {
   std::uint64_t seq = 0;  // head of the journal at its end
   Kel::Seconds time = 0;  // framework clock of the publisher
   std::string publisher;  // its program name
 };
 
-// The entry of a known table; asserts for any other number.
+// The entry of a known table; any other number is an assertion failure.
 const TableInfo& tableInfo(TableId id);
 
-// The storage engine takes keys of at most 511 bytes. The longest name of a VRF (100 bytes) and the longest
-// interface id (255 bytes) fit together in one path with room for the fixed words. A longer key is refused with a
-// RangeException before anything is written; it is never cut.
+// The storage engine accepts keys of at most 511 bytes. A path with the longest VRF name (100 bytes) and the longest
+// interface id (255 bytes) fits. A longer key throws RangeException before anything is written.
 inline constexpr std::size_t maxKeyBytes = 500;
 inline constexpr std::size_t maxValueBytes = std::size_t{16} << 20;
 
-// A key for messages: printable bytes as they stand, others as \xNN, at most 120 bytes of it.
+// A key for messages: its first 120 bytes, where unprintable ones and the backslash become \xNN.
 std::string printableKey(Bytes key);
 
 }  // namespace Quillo

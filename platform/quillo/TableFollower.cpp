@@ -81,7 +81,7 @@ void TableFollower::notifyAnew() {
 
 void TableFollower::notifyKeys(const std::vector<Change>& changes) {
   for (const auto& change : changes) {
-    // A reactor has met damage: `tables` will be notified, and until then nothing can be read.
+    // A reactor found damage: nothing can be read until `tables` is notified.
     if (mount_->state() != Mount::State::ready) return;
     const auto at = keys_.find(change.table);
     if (at == keys_.end()) continue;
@@ -128,7 +128,7 @@ void TableFollower::corruptionDetected(const std::string& message) {
   if (known_.insert(message).second) unreported_.push_back(message);
 }
 
-// Also true when no view can be had at all: that is no damage.
+// Also true when no snapshot can be taken, which is not damage.
 bool TableFollower::viewIsReadable() const {
   if (mount_->state() != Mount::State::ready) return true;
   try {

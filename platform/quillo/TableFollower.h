@@ -1,24 +1,24 @@
 #pragma once
-// Follows tables of the store: notifies which keys changed, or that any may have.
+// Follows the tables of a store: notifies which keys changed, or that any key may have changed.
 //
 //   auto follower = Kel::makePtr<Quillo::TableFollower>(mount);
 //   const TableWatch watch(follower, {.tables = [&] { ... }, .keys = {{TableId::arp, [&](const auto& key) { ... }}}});
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
-// It holds no data: reactors read what they need from a snapshot of that moment, which may already hold later changes.
-// Readers converge: the latest change of a key is notified last.
+// It holds no data: reactors read records from a current snapshot, which may already hold later changes. Readers
+// converge: the latest change of a key is notified last.
 //
-// All who watch a store share one follower, since one journal serves all tables: what it reads for one table it has read
-// for every other. Where one table serves many (the routes of all VRFs), one reactor passes a key on to the reader that
-// its first bytes name.
+// All readers of a store share one follower, since one journal holds the changes of all tables. Where one table
+// serves many readers (the routes of all VRFs), one reactor passes a key to the reader that the first bytes of the
+// key name.
 //
 // Guarantees:
-// - No notification before the store holds a complete pass of a publisher. Then `initialized`, once.
-// - From then on each key that changes, in the order of the changes.
-// - `tables`, for all tables together, when it cannot know what changed: it fell behind the journal's tombstones, the
-//   mount opened the store again after damage, or the store was made anew. A new store is left alone until it holds a
-//   complete pass, so that nobody takes a half-filled one for all there is.
-// - A store that vanished, or cannot be read, changes nothing.
+// - `initialized` is notified once, when the store holds a complete pass of a publisher; nothing is notified before.
+// - From then on each changed key is notified, in the order of the changes.
+// - `tables` is notified, for all tables together, when the changes are unknown: the follower fell behind the journal's
+//   tombstones, the mount reopened the store after damage, or the store was recreated. A new store is not read until it
+//   holds a complete pass, so that readers do not take a half-filled store for a complete one.
+// - Nothing is notified while the store is missing or cannot be read.
 
 #include <functional>
 #include <map>
@@ -33,7 +33,7 @@
 
 namespace Quillo {
 
-// The keys of one table.
+// Notifies the changed keys of one table.
 class TableKeys : public Kel::Notifier {
  public:
   class Notifiee : public Kel::Notifier::Notifiee {
@@ -53,39 +53,39 @@ class TableFollower : public Kel::Notifier {
     virtual void handleTables() {}
   };
 
-  // The mount may be shared; its user calls refresh().
+  // The mount may be shared. Requires: its user calls refresh().
   explicit TableFollower(Kel::Ptr<Mount> mount) : mount_(std::move(mount)) {}
 
   const Kel::Ptr<Mount>& mount() const { return mount_; }
   bool initialized() const { return initialized_; }
-  // Always the same for a table.
+  // Always the same object for a table.
   Kel::Ptr<const TableKeys> keys(TableId table);
 
-  // Reads at most `limit` (at least 1) changes of the journal, whatever their tables, and calls the reactors, which look
-  // things up in the same snapshot. True while more remain. Never throws: damage is reported to the mount, after which
-  // `tables` is notified; what reactors throw is traced at level 0. Neither step nor the mount's refresh may be called
-  // from a reactor.
+  // Reads at most `limit` (at least 1) changes of the journal, of any table, and calls the reactors, whose lookups
+  // use the same snapshot. Returns true while more changes remain. Never throws: damage is reported to the mount,
+  // after which `tables` is notified, and exceptions of reactors are traced at level 0.
+  // Requires: reactors call neither step() nor the mount's refresh().
   bool step(std::size_t limit) { return step(limit, nullptr); }
-  // The same up to the bookmark of another reader of this mount: a reactor to a record then finds what that reader has
-  // made of the documents committed before it, or together with it. Reads nothing while the bookmark is of another store.
+  // The same, but only up to the bookmark of another reader of this mount. A reactor to a record then finds the
+  // entities that this reader made from documents of the same commit or earlier ones. Reads nothing while the
+  // bookmark is of another store or epoch.
   bool step(std::size_t limit, const Bookmark& other) { return step(limit, &other); }
 
-  // Every change of this table that is in snapshot() has been notified. False when that cannot be known.
+  // Whether every change of this table in snapshot() has been notified. False when that is unknown.
   bool isNotified(TableId table) const;
 
-  // Reports damage that a reader of the tables met. Damage to a record is reported to the mount once, at the end of the
-  // next step and together with all other met by then, so that the store is opened again once for all. A record that is
-  // still damaged in the store opened again is not reported again. Damage to the whole view is reported at once, each
-  // time.
+  // Reports damage that a reader of the tables found. Damage to a record is reported to the mount once, at the end of
+  // the next step, so that one reopening of the store serves all reports until then. If the record is still damaged
+  // after that, it is not reported again. Damage to the whole version of the data is reported at once, each time.
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage) { corruptionDetected(damage.what()); }
   void corruptionDetected(const std::string& message);
 
-  // A reader gave up a walk for all the damage in it. It does not know the keys behind that, so `tables` is notified when
-  // the store has changed, though not within half a minute.
+  // Reports that a reader ended a walk because of too much damage, so it misses the rest of the table. `tables` is
+  // notified when the store has changed, but at the earliest after half a minute.
   void walkWasEnded();
 
-  // A snapshot to look something up in (Mount::turnSnapshot). Throws StoreException when the store cannot be read; then
-  // `tables` is notified once it can be read again, so no caller has to remember what it failed to read.
+  // The snapshot for a lookup (Mount::turnSnapshot). Throws StoreException when the store cannot be read. Then
+  // `tables` is notified as soon as it can be read, so callers need not remember what they failed to read.
   std::shared_ptr<Snapshot> snapshot();
 
  private:
@@ -104,16 +104,16 @@ class TableFollower : public Kel::Notifier {
 
   Kel::Ptr<Mount> mount_;
   Bookmark mark_;
-  std::optional<Bookmark> endedAt_;  // how far the store was followed when a walk was given up
+  std::optional<Bookmark> endedAt_;  // the follower's position when a reader ended a walk
   Kel::Seconds endedTime_ = 0;
   bool initialized_ = false;
-  std::string obstacle_;  // the latest that was traced
+  std::string obstacle_;  // the latest traced message
   std::map<TableId, Kel::Ptr<TableKeys>> keys_;
   std::set<std::string> known_;  // damage of records of this store
   std::vector<std::string> unreported_;
 };
 
-// Has functions called for a follower and some of its tables, for as long as it lives.
+// Calls functions for the notifications of a follower and some of its tables, during the life of this object.
 class TableWatch {
  public:
   struct Handlers {
@@ -133,8 +133,8 @@ class TableWatch {
   std::vector<Kel::Ptr<OnKeys>> onKeys_;
 };
 
-// Calls `call` for each reactor of `notifier` that is an `N`. What one throws is traced at level 0 and does not keep the
-// next one from being called.
+// Calls `call` for each reactor of `notifier` that is an `N`. An exception of a reactor is traced at level 0, and the
+// next reactor is called.
 template <class N, class Call>
 void notifyEach(const Kel::Notifier& notifier, Kel::TraceHandle& traceHandle, const Call& call) {
   notifier.kelNotify<N>([&](N& reactor) {

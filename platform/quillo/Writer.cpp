@@ -8,7 +8,7 @@ namespace Quillo {
 
 namespace {
 
-// Layout of the journal's and the tombstones' own records.
+// Layout of the records of the journal and of tombstones.
 constexpr std::uint16_t journalLayout = 1;
 
 }  // namespace
@@ -150,7 +150,7 @@ void Writer::commit() {
   }
   store(Place::records, headKey(), head_.seq, metaLayout, encodeHead(head_), 0);
   int status = guarded([this] { return mdb_txn_commit(txn_); });
-  // The storage engine has ended the transaction, whatever came out; only a fault leaves it behind.
+  // The storage engine ends the transaction even if the commit fails; only a fault of the mapping leaves it open.
   if (status != mappingFault) txn_ = nullptr;
   if (status != 0) throw WriteFailure{status};
 }

@@ -1,5 +1,5 @@
 #pragma once
-// One write transaction: records, journal, tombstones and table states move together. Internal to the store.
+// One write transaction, which changes records, journal, tombstones and table states together. Internal to the store.
 
 #include <map>
 #include <string>
@@ -19,16 +19,16 @@ using TableStates = std::map<TableId, TableState>;
 class Writer {
  public:
   // Begins the transaction. All operations throw WriteFailure or Pesk::CorruptionDetectedException. Nothing is written
-  // until commit returns.
+  // before commit(); the destructor aborts a transaction that was not committed.
   Writer(Environment& env, const Head& head, const TableStates& states, std::uint64_t tombstoneLimit);
   ~Writer();
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
 
-  // True when it was a change.
+  // Return whether they changed the table.
   bool put(TableId table, Bytes key, Bytes value);
   bool del(TableId table, Bytes key);
-  // Records a complete pass at the head as it will be committed; `pass.seq` is filled in.
+  // Records a complete pass at the current head; sets `pass.seq`.
   void passIs(CompletePass pass);
 
   void commit();
