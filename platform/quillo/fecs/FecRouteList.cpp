@@ -205,7 +205,7 @@ bool FecRouteList::nextThrough(const Vantu::Prefix& from, const std::function<bo
     if (areGood[fecs_[slot].intfSet]) consider(byFec_, slot);
   }
   if (next > last) return false;
-  // Where the list ends being complete, the number need not be one of a prefix: the length may be too great.
+  // completeTo_ need not be the number of a prefix, since its length may be 33. The number before it is one.
   if (next == completeTo_) --next;
   result = prefixOf(next);
   return true;

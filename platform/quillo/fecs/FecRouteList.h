@@ -2,13 +2,14 @@
 // An index of the prefixes of one VRF by the FEC that each resolves through, and the search for the next prefix that
 // resolves through some interface.
 //
-// Made for a million routes: a prefix costs two numbers of eight bytes in B-trees, one to find its FEC and one to find it
-// from the FEC, which is 17 to 25 bytes with the trees' own. A FEC costs some 80 bytes.
+// Designed for a million routes. Each prefix has an entry of eight bytes in two B-trees, one by prefix and one by
+// FEC, which is 17 to 25 bytes with the overhead of the trees. A FEC costs some 80 bytes.
 //
-// The search for an interface (nextThrough) must not look at prefixes that do not resolve through it, and a change of a
-// FEC must not cost a step for each of its prefixes: of both there may be a million. So each FEC with more than `largeFec`
-// prefixes is searched by itself: there cannot be many. The prefixes of all others have a third number, which finds them
-// from the set of interfaces of their FEC and is renewed when that set changes: 8 to 12 bytes for each.
+// The search by interface (nextThrough) must not visit the prefixes that resolve through other interfaces, and a
+// change of a FEC must not visit all prefixes of the FEC: there may be a million of either. Therefore:
+// - FECs with more than `largeFec` prefixes, of which there are few, are searched one by one.
+// - The prefixes of all other FECs have an entry of 8 to 12 bytes in a third tree, by the FEC's set of interfaces. A
+//   change of that set renews these entries.
 
 #include <absl/container/btree_set.h>
 
@@ -26,58 +27,61 @@ namespace Quillo::Fib {
 
 class FecRouteList : public Kel::PtrInterface {
  public:
-  // FECs that can have prefixes at one time.
+  // Maximal number of FECs with prefixes.
   static constexpr std::size_t maxFecs = std::size_t{1} << 26;
-  // A FEC with more prefixes is large until it has less than half of them.
+  // A FEC is large from more than this number of prefixes until it has less than half of it.
   static constexpr std::uint32_t largeFec = 256;
 
   std::size_t prefixCount() const { return byPrefix_.size(); }
 
   // FecId() when the prefix is not in the list.
   FecId fecId(const Vantu::Prefix& prefix) const;
-  // Sets the one FEC that the prefix resolves through; FecId() removes the prefix from the list. nextThrough() passes over
-  // a prefix that is not sought. Throws Kel::RangeException when there are too many FECs.
+  // Sets the FEC through which the prefix resolves; FecId() removes the prefix from the list. nextThrough() skips
+  // prefixes that are not sought. Throws Kel::RangeException when there are too many FECs.
   void fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool isSought = true);
-  // The same for the FEC of a route, where the rule that soughtIs() sets decides whether it is sought (without a rule, all
-  // are).
+  // The same for a route's FEC. The predicate that soughtIs() sets decides whether the prefix is sought; without one,
+  // every prefix is.
   void routeIs(const Vantu::Prefix& prefix, const Route& route);
   void soughtIs(std::function<bool(const Route&)> isSought) { isSought_ = std::move(isSought); }
 
   using Visit = std::function<bool(const Vantu::Prefix&)>;
-  // The prefixes of a FEC, in order, from the first one above `*after` (null: from the first of all) until `visit`
-  // returns false. `visit` must not change the list.
+  // Visits the prefixes of a FEC, in order, from upper_bound(*after) on (null: from the first) until `visit` returns
+  // false.
+  // Requires: `visit` does not change the list.
   void forEachPrefix(const FecId& fecId, const Vantu::Prefix* after, const Visit& visit) const;
-  // The same for the prefixes of every FEC.
+  // Visits the prefixes of all FECs likewise.
   void forEachPrefix(const Vantu::Prefix* after, const Visit& visit) const;
 
-  // The interfaces of the FEC's next hops, sorted. A FEC without sought prefixes is left out, and one whose last sought
-  // prefix goes is forgotten. Costs no more than the renumbering of `largeFec` prefixes.
+  // Sets the interfaces of the FEC's next hops. Only FECs with sought prefixes have interfaces: this is a no-op for
+  // others, and removing the last sought prefix of a FEC removes its interfaces. Costs at most the renewal of
+  // `largeFec` entries.
+  // Requires: `intfs` is sorted and without duplicates.
   using Intfs = std::vector<Vantu::IntfId>;
   void fecIntfsIs(const FecId& fecId, const Intfs& intfs);
   bool hasSought(const FecId& fecId) const { return slotOf_.contains(fecId); }
-  // The FEC has sought prefixes, and its interfaces were set neither since it has them nor since fecIntfsExpire().
+  // Whether the FEC has sought prefixes, but its interfaces are not set, or expired.
   bool needsIntfs(const FecId& fecId) const;
-  // Every FEC may have other interfaces now.
+  // Marks the interfaces of all FECs as expired: they may have changed.
   void fecIntfsExpire() { ++intfsVersion_; }
 
-  // Up to this prefix the list agrees with the tables (null: nowhere, as at first).
+  // Sets the prefix up to which the list agrees with the tables (null, the initial value: nowhere).
   void completeToIs(const Vantu::Prefix* last);
-  // Finds the first sought prefix, from `from` on, whose FEC has a good interface. Where the list is not complete the
-  // result may be a prefix before it, but none after it. False when there is none.
+  // Finds the first sought prefix from lower_bound(from) on whose FEC has a good interface. Where the list is
+  // incomplete, `result` may be less than that prefix, but never greater. False when there is none.
   bool nextThrough(const Vantu::Prefix& from, const std::function<bool(const Vantu::IntfId&)>& isGood,
                    Vantu::Prefix& result) const;
 
  private:
-  // Small numbers stand for the FECs that have prefixes; those of FECs that lost their last one are used again. A FEC has
-  // another one for the prefixes that are not sought.
+  // A small number for a FEC with prefixes; it is reused when the FEC has lost its last prefix. A FEC has a second
+  // slot for its prefixes that are not sought.
   using Slot = std::uint32_t;
-  // The same for sets of interfaces; 0 is the empty one.
+  // A small number for a set of interfaces; 0 is the empty set.
   using IntfSet = std::uint32_t;
   struct Fec {
     FecId id;
     std::uint32_t prefixCount = 0;
     IntfSet intfSet = 0;
-    std::uint64_t intfsVersion = 0;  // when the set was set; 0: never
+    std::uint64_t intfsVersion = 0;  // the list's intfsVersion_ when intfSet was set; 0: never
     bool isSought = false;
     bool isLarge = false;
   };
@@ -93,17 +97,17 @@ class FecRouteList : public Kel::PtrInterface {
   void prefixDel(const Vantu::Prefix& prefix, Slot slot);
   Numbers::const_iterator firstOf(const SlotOf& slots, const FecId& fecId, const Vantu::Prefix* after,
                                   Numbers::const_iterator& end) const;
-  // Enters the FEC's prefixes under its set of interfaces, or takes them out.
+  // Inserts the FEC's prefixes into byIntfSet_, or erases them.
   void renumber(Slot slot, bool isEntered);
   void intfSetIs(Slot slot, IntfSet intfSet);
   IntfSet intfSetOf(const Intfs& intfs);
 
-  // Each entry is address, length and slot in one number: 32, 6 and 26 bits in the order that the tree needs.
+  // Each entry packs address (32 bits), length (6) and slot or set (26) into one number, in the order of the tree.
   Numbers byPrefix_;   // address, length, slot
   Numbers byFec_;      // slot, address, length
   Numbers byIntfSet_;  // set of interfaces, address, length; sought prefixes of FECs that are not large
   SlotOf slotOf_, unsoughtSlotOf_;
-  std::deque<Fec> fecs_;  // by slot; it grows without moving what is there
+  std::deque<Fec> fecs_;  // by slot; growth does not move elements
   std::vector<Slot> freeSlots_;
   absl::btree_set<Slot> largeFecs_;
   std::map<Intfs, IntfSet> intfSetOf_;

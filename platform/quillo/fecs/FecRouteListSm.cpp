@@ -52,7 +52,7 @@ FecRouteList::Intfs intfsOf(const Quillo::Fib::Fec& fec) {
   try {
     for (const auto& [hop, via] : ipv4NextHops(fec)) intfs.push_back(fec.via[via.value()].intfId);
   } catch (const Kel::RangeException&) {
-    return {};  // it is not served, which the machine that keeps its next hops says
+    return {};  // the FEC is not served; the machine that keeps its next hops reports that
   }
   std::sort(intfs.begin(), intfs.end());
   intfs.erase(std::unique(intfs.begin(), intfs.end()), intfs.end());
@@ -109,7 +109,7 @@ void FecRouteListSm::handleFec(const Quillo::Fib::FecId& fecId) {
     fecScratch_.clear();
     forwardingStatus_->corruptionDetected(damage.what());
   } catch (const Quillo::StoreException&) {
-    return;  // the table tells when it can be read again
+    return;  // the table notifies when it can be read again
   }
   fecRouteList_->fecIntfsIs(fecId, intfsOf(fecScratch_));
 }
@@ -124,7 +124,7 @@ void FecRouteListSm::handleRoute() {
   try {
     scanPiece();
   } catch (const Quillo::StoreException&) {
-    // The table tells when it can be read again, and the scan begins anew.
+    // The table notifies when it can be read again, and the scan restarts.
   }
   if (isScanning() && scanBegins_) scanBegins_();
 }

@@ -1,10 +1,11 @@
 #pragma once
-// Keeps a FecRouteList in step with a route table, and the interfaces of its FECs with a table of FECs.
+// Keeps a FecRouteList equal to a route table, and the interfaces of its FECs equal to a table of FECs.
 //
-// A route that changes is looked up at once. The whole table is read at the start, and whenever it notifies that anything
-// may have changed. That goes in pieces: the first at once, which is all of a small table, the others when the owner calls
-// scanPiece() in a task of its own. A FEC is looked up when it changes and when it gets its first prefix; after a change of
-// the whole table of FECs, when a new scan of the routes meets its prefixes.
+// Routes: a changed route is looked up at once. The whole table is scanned in pieces at the start, and whenever any
+// route may have changed. The scan at the start reads its first piece itself, which is all of a small table; the
+// owner's task reads the others with scanPiece(). FECs: a FEC is looked up when it changes, and when it gets its
+// first prefix. After a change of the whole table of FECs, it is looked up when a new scan of the routes reaches one
+// of its prefixes.
 
 #include <functional>
 
@@ -14,8 +15,8 @@
 
 namespace FibUtils {
 
-// The IPv4 next hops of a FEC (0.0.0.0 when on-link), each with the place of its via; of equal ones the last via counts.
-// Throws Kel::RangeException when the FEC has more vias than a FEC may have.
+// The IPv4 next hops of a FEC (0.0.0.0 when on-link), each with the index of its via; of equal next hops the last one.
+// Throws Kel::RangeException when the FEC has more than Fec::maxVias vias.
 Kel::OrderedMap<Vantu::IpAddr, Quillo::Fib::ViaIndex> ipv4NextHops(const Quillo::Fib::Fec& fec);
 
 class FecRouteListSm : public Kel::PtrInterface {
@@ -24,36 +25,36 @@ class FecRouteListSm : public Kel::PtrInterface {
       std::tuple<Kel::Ptr<const Quillo::Fib::RouteStatus>, Kel::Ptr<const Quillo::Fib::ForwardingStatus>,
                  Kel::Ptr<Quillo::Fib::FecRouteList>>;
   static constexpr const char* kelCtorNames[] = {"routeStatus", "forwardingStatus", "fecRouteList"};
-  // `forwardingStatus` is the table of the routes' FECs. Either table may be null: the list then stays empty, or its FECs
-  // without interfaces, and is never complete.
+  // `forwardingStatus` is the table of the routes' FECs. Without a route table (null) the list stays empty, without a
+  // table of FECs its FECs have no interfaces; in both cases the list is never complete.
   FecRouteListSm(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                  Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus,
                  Kel::Ptr<Quillo::Fib::FecRouteList> fecRouteList);
   auto kelCtorTie() const { return std::tie(routeStatus_, forwardingStatus_, fecRouteList_); }
   ~FecRouteListSm() override;
   void kelStart();
-  // Leaves the list as it is.
+  // Leaves the prefixes in the list.
   void kelStop();
 
   const Kel::Ptr<const Quillo::Fib::RouteStatus>& routeStatus() const { return routeStatus_; }
   const Kel::Ptr<const Quillo::Fib::ForwardingStatus>& forwardingStatus() const { return forwardingStatus_; }
   const Kel::Ptr<Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
 
-  // There are pieces of the table left to read.
+  // Whether pieces of the table remain to be read.
   bool isScanning() const { return scan_.isOn(); }
   void scanPiece();
-  // Called whenever a scan begins that one piece does not end.
+  // Sets a function that is called whenever a scan begins that needs scanPiece().
   void scanBeginsIs(std::function<void()> scanBegins) { scanBegins_ = std::move(scanBegins); }
 
-  // The route of this prefix was added, deleted or changed.
+  // Looks up the route of this prefix, which was added, deleted or changed.
   void handleRoute(const Vantu::Prefix& prefix);
-  // This FEC was.
+  // Looks up this FEC, which was added, deleted or changed.
   void handleFec(const Quillo::Fib::FecId& fecId);
-  // Any route may have changed.
+  // Begins a scan, since any route may have changed, and reads the first piece.
   void handleRoute();
-  // The same, but where scanBeginsIs() was called nothing is read before the first scanPiece().
+  // The same, but leaves the first piece to scanPiece() if scanBeginsIs() was called.
   void rescan();
-  // Any FEC may have changed.
+  // Begins a scan that looks up all FECs, since any FEC may have changed.
   void rescanFecs();
 
  private:

@@ -1,8 +1,8 @@
 #pragma once
-// The shared table of IPv4 ARP and IPv6 neighbour entries of all VRFs, as its readers see it.
+// The readers' interface to the shared table of the neighbours of all VRFs.
 //
-// It is two maps: the ARP map holds the IPv4 entries, the neighbour map the IPv6 ones. Both are ordered by VRF, then
-// address, then interface, so the entries of a VRF are one range.
+// The table has two maps: the ARP map of IPv4 entries and the neighbour map of IPv6 entries. Both are ordered by VRF,
+// address and interface, so the entries of a VRF are one range.
 
 #include <functional>
 #include <ostream>
@@ -16,7 +16,7 @@
 
 namespace Arp {
 
-// What is known of an entry beside its addresses.
+// The state of an entry.
 struct ArpEntryStatus {
   bool isStatic = false;
   friend bool operator==(const ArpEntryStatus&, const ArpEntryStatus&) = default;
@@ -36,7 +36,7 @@ inline std::ostream& operator<<(std::ostream& out, const ArpKey& key) {
   return out << key.vrfId << "/" << key.addr << "/" << key.intfId;
 }
 
-// A default-constructed entry (VRF id unknown) stands for "no such entry".
+// A default-constructed entry (VRF id unknown) means "no such entry".
 struct ArpEntry {
   ArpKey key;
   Vantu::EthAddr ethAddr;
@@ -49,7 +49,7 @@ struct ArpEntry {
   friend bool operator==(const ArpEntry&, const ArpEntry&) = default;
 };
 
-// Reads see the table as it is at that moment. A lookup or a walk throws Pesk::CorruptionDetectedException for damage,
+// Each read returns the current contents. A lookup or a walk throws Pesk::CorruptionDetectedException for damage,
 // which the caller passes to `corruptionDetected`.
 class Status : public Kel::Notifier {
  public:
@@ -58,13 +58,13 @@ class Status : public Kel::Notifier {
     void notifierIs(const Kel::Ptr<const Status>& notifier) { kelAttach(notifier); }
     Kel::Ptr<const Status> notifier() const { return boost::static_pointer_cast<const Status>(kelNotifier()); }
 
-    // The first complete state of the table can be read.
+    // The first complete contents of the table can be read.
     virtual void handleInitialized() {}
     // An entry was added, deleted or changed.
     virtual void onArpEntry(const ArpKey&) {}
     virtual void onNeighborEntry(const ArpKey&) {}
-    // Anything may have changed (the store was made anew, or the reader fell too far behind): compare the table with
-    // your copy. No handler is called for the single entries.
+    // Any entry may have changed (the store was recreated, or the reader fell too far behind): compare the table with
+    // your copy. No handler is called for single entries.
     virtual void handleTable() {}
   };
 
@@ -72,17 +72,16 @@ class Status : public Kel::Notifier {
   virtual ArpEntry arpEntry(const ArpKey& key) const = 0;       // IPv4 map
   virtual ArpEntry neighborEntry(const ArpKey& key) const = 0;  // IPv6 map
 
-  // The VRF's entries from the address `from` on, in order of the key, until `visit` returns false, as of the moment
-  // of the call. `from` is of the map's family, or unset for every entry. `visit` must not walk or change the table.
-  // Damage that is met is thrown after what could be read was visited. Entries of one address are adjacent, so those
-  // of a single address cost one search.
+  // Visits the VRF's entries of one snapshot from the address `from` on, in order of the key, until `visit` returns
+  // false. Entries of one address are adjacent. Throws for damage after it has visited all readable entries.
+  // Requires: `from` is of the map's family, or unset for all entries. `visit` neither walks nor changes the table.
   using VisitWhile = std::function<bool(const ArpEntry&)>;
   virtual void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
                                const VisitWhile& visit) const = 0;
   virtual void forEachNeighborEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Vantu::IpGenAddr& from,
                                     const VisitWhile& visit) const = 0;
 
-  // Every entry of the VRF.
+  // Visit all entries of the VRF.
   using Visit = std::function<void(const ArpEntry&)>;
   void forEachArpEntry(const Vrf::VrfIdMap::VrfId& vrfId, const Visit& visit) const {
     forEachArpEntry(vrfId, {}, [&visit](const ArpEntry& entry) { return visit(entry), true; });

@@ -1,16 +1,16 @@
 #pragma once
-// The neighbour tables, read from the store.
+// Reads the neighbour tables from the store.
 //
 //   auto follower = Kel::makePtr<Quillo::TableFollower>(mount);
 //   auto table = Kel::makePtr<Quillo::ArpTableMount>(follower);
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
-// It holds no entries: each lookup and each walk reads the store as it is at that moment. While there is no store that
-// can be read there are no entries. When a store takes no further reader at present, a lookup throws StoreException, and
-// `handleTable` is notified once it can be read again.
+// It holds no entries: each lookup and each walk reads the current contents of the store. Without a readable store
+// there are no entries. When all reader slots of the store are taken, a lookup throws StoreException, and
+// `handleTable` is notified once the store can be read.
 //
-// From the moment at which a publisher begins a new store until the end of its first pass, reads see what has been
-// written so far, and no handler is called. The end of the pass is notified as one change (`handleTable`).
+// While a publisher makes its first pass over a new store, reads return what it has written so far, and no handler is
+// called. The end of the pass is notified as one change (`handleTable`).
 
 #include <string>
 
@@ -27,9 +27,9 @@ class ArpTableMount final : public Arp::Table::Status {
   using ArpEntry = Arp::Table::ArpEntry;
   using VrfId = Vrf::VrfIdMap::VrfId;
 
-  // A complete pass of a publisher was in the store. Stays true.
+  // Whether the store has held a complete pass of a publisher. Stays true.
   bool initialized() const override { return follower_->initialized(); }
-  // A key of the other map's family, or one that no publisher can have put, has no entry.
+  // A key of the other map's family, or one that the store cannot hold, has no entry.
   ArpEntry arpEntry(const ArpKey& key) const override { return entry(TableId::arp, key); }
   ArpEntry neighborEntry(const ArpKey& key) const override { return entry(TableId::neighbor, key); }
   using Status::forEachArpEntry;
@@ -42,7 +42,7 @@ class ArpTableMount final : public Arp::Table::Status {
     walk(TableId::neighbor, vrfId, from, visit);
   }
 
-  // Reports to the mount by way of the follower, which says when. Then the store is opened again and `handleTable`
+  // Reports damage to the follower, which passes it to the mount. The store is then reopened, and `handleTable`
   // notified.
   void corruptionDetected(const Pesk::CorruptionDetectedException& error) const override {
     follower_->corruptionDetected(error);

@@ -20,12 +20,12 @@ namespace Quillo::Fib {
 // How the switch keeps its FECs.
 enum FecMode : int {
   fecModeUnknown = 0,
-  fecModePerVrf = 1,   // a forwarding-status table for each VRF
-  fecModeUnified = 2,  // one for all of them
+  fecModePerVrf = 1,   // one table of FECs for each VRF
+  fecModeUnified = 2,  // one table for all VRFs
 };
 BOOST_DESCRIBE_ENUM(FecMode, fecModeUnknown, fecModePerVrf, fecModeUnified)
 
-// Unique in one forwarding table. 0 stands for none.
+// Unique in one table of FECs. 0 means none.
 class FecId {
  public:
   constexpr FecId() = default;
@@ -50,14 +50,14 @@ class FecId {
   std::uint64_t value_ = 0;
 };
 
-// The place of a via in its FEC.
+// The position of a via in its FEC.
 class ViaIndex {
  public:
   static constexpr unsigned min = 0;
   static constexpr unsigned max = 511;
 
   constexpr ViaIndex() = default;
-  // Throws Kel::RangeException beyond max.
+  // Throws Kel::RangeException above max.
   explicit ViaIndex(unsigned value) : value_(static_cast<std::uint16_t>(value)) {
     if (value > max) {
       throw Kel::RangeException("ViaIndex::value < ViaIndex::min or > ViaIndex::max not allowed");
@@ -74,12 +74,12 @@ class ViaIndex {
 };
 
 struct Via {
-  Vantu::IpGenAddr hop;  // the next hop; 0.0.0.0 (::) of an on-link route
-  Vantu::IntfId intfId;  // empty when the route names no interface (a blackhole, say)
+  Vantu::IpGenAddr hop;  // the next hop; 0.0.0.0 (::) for an on-link route
+  Vantu::IntfId intfId;  // empty for a route without an interface, such as a blackhole
   friend bool operator==(const Via&, const Via&) = default;
 };
 
-// A default-constructed one (id 0) stands for "no such FEC".
+// A default-constructed FEC (id 0) means "no such FEC".
 struct Fec {
   static constexpr std::size_t maxVias = ViaIndex::max + 1;
 
@@ -87,7 +87,7 @@ struct Fec {
   std::vector<Via> via;  // at most maxVias
 
   bool exists() const { return fecId != FecId(); }
-  // Becomes "no such FEC" and keeps its memory.
+  // Sets this to "no such FEC" and keeps the memory.
   void clear() {
     fecId = FecId();
     via.clear();

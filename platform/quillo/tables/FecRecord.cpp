@@ -30,7 +30,7 @@ void append(std::string& out, const Fib::Via& via) {
   out.append(via.intfId.text());
 }
 
-// Takes a via off the front of `bytes`.
+// Decodes the via at the front of `bytes` and removes it from there.
 const char* take(Bytes& bytes, Fib::Via& via) {
   if (bytes.empty()) return "value too short";
   const char family = bytes.front();

@@ -17,8 +17,8 @@ std::uint64_t lastGeneration = 0;
 
 }  // namespace
 
-// A description of each type of record, from which its tables follow: what is found under a key, how both lie in the
-// store, and whom a change concerns.
+// Traits of each type of record, from which its tables are made: its key and value, their encodings, and the handler
+// of a change.
 template <class PrefixType>
 struct RouteRecord {
   static constexpr TableId table = routeTable<PrefixType>;
@@ -64,7 +64,7 @@ class FibMount::Table : public Record::Status {
     reader().follower()->corruptionDetected(message);
   }
   bool isNotified() const override { return reader().follower()->isNotified(Record::table); }
-  // Of the whole store, since one journal counts all changes.
+  // Changes with any change of the store, since one journal counts the changes of all tables.
   std::uint64_t generation() const override {
     try {
       const auto mark = reader().follower()->snapshot()->bookmark();
@@ -79,12 +79,12 @@ class FibMount::Table : public Record::Status {
   }
 
  protected:
-  // False, with any contents of `found` but its key, when there is no such entry.
+  // Reads everything but the key into `found`. False when there is no such entry; `found` is then undefined.
   bool find(const typename Record::Key& key, typename Record::Entry& found) const {
     if (!isStorable(vrfId_)) return false;
     return reader().get(Record::encodeKey(vrfId_, key), [&](Bytes value) { return Record::decode(value, found); });
   }
-  // From the first entry that is at or above `from` (null: of all).
+  // Visits the entries from lower_bound(*from) on (null: all).
   void walk(const typename Record::Key* from, const Visit& visit) const {
     if (!isStorable(vrfId_)) return;
     const auto vrf = encodeVrf(vrfId_);
@@ -147,12 +147,12 @@ class FibMount::Fecs final : public FibMount::Table<FecRecord> {
   }
 };
 
-// The tables of all VRFs. Each kind is read by one reader.
+// The tables of all VRFs. All tables of a kind share one reader.
 struct FibMount::Tables {
   template <class Record, class T>
   struct Kind {
     VrfTableReader reader;
-    std::unordered_map<std::uint32_t, T*> byVrf;  // while they exist
+    std::unordered_map<std::uint32_t, T*> byVrf;  // the existing tables, by VRF id
 
     explicit Kind(const Kel::Ptr<TableFollower>& follower) : reader(follower, Record::table) {}
 
@@ -226,7 +226,8 @@ Kel::Ptr<const Fib::ForwardingStatus> FibMount::forwardingStatus(const VrfId& vr
   return tables_->fecs.table(this, vrfId);
 }
 
-// FECs before routes, so that a reactor to a route finds its next hops. Reactors may let go of tables meanwhile.
+// FECs before routes, so that a reactor to a route finds its next hops. The handles in `held` keep tables that reactors
+// release meanwhile.
 template <class Call>
 void FibMount::forEachTable(const Call& call) {
   const Kel::Ptr<FibMount> self(this);

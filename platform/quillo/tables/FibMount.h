@@ -1,18 +1,18 @@
 #pragma once
-// The tables of routes and FECs of each VRF, read from the store.
+// Reads the tables of routes and FECs of each VRF from the store.
 //
 //   auto follower = Kel::makePtr<Quillo::TableFollower>(mount);
 //   auto fib = Kel::makePtr<Quillo::FibMount>(follower);
 //   auto routes = fib->routeStatus(vrfId);
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
-// A table holds nothing: each lookup and each walk reads the store as it is at that moment. While the store cannot be
-// read (there is none, it is damaged, it takes no further reader) they throw StoreException, so that no caller mistakes
-// that for a table without entries; `onTable` is notified once it can be read again. The tables are initialized when the
-// follower is.
+// A table holds no entries: each lookup and each walk reads the current contents of the store. Both throw
+// StoreException while the store cannot be read (it is missing or damaged, or all its reader slots are taken), so
+// that callers do not take the table for empty. `onTable` is notified once the store can be read. The tables are
+// initialized when the follower is.
 //
-// A lookup among a million entries takes about a microsecond where Mount::turnBeginsIs is in use, and without it the
-// time of a read transaction more.
+// A lookup among a million entries takes about a microsecond when lookups of a turn share a snapshot
+// (Mount::turnBeginsIs); otherwise each also costs a read transaction.
 
 #include "quillo/TableFollower.h"
 #include "quillo/tables/FibTables.h"
@@ -27,8 +27,9 @@ class FibMount : public Kel::PtrInterface {
   explicit FibMount(Kel::Ptr<TableFollower> follower);
   ~FibMount() override;
 
-  // The same table as long as anybody holds it. A VRF id that no publisher can write gives a table without entries. The
-  // tables keep this alive.
+  // Return the same object for a VRF while a handle to it exists. A VRF id that the store cannot hold has an empty
+  // table.
+  // Lifetime: the tables hold this object.
   Kel::Ptr<const Fib::RouteStatus> routeStatus(const VrfId& vrfId);
   Kel::Ptr<const Fib6::RouteStatus> route6Status(const VrfId& vrfId);
   Kel::Ptr<const Fib::ForwardingStatus> forwardingStatus(const VrfId& vrfId);

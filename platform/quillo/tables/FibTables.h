@@ -1,10 +1,10 @@
 #pragma once
-// The shared tables of routes and FECs of one VRF, as their readers see them.
+// The readers' interfaces to the shared tables of routes and FECs of one VRF.
 //
-// Reads see a table as it is at that moment. A lookup or a walk throws Pesk::CorruptionDetectedException for damage, which
-// the caller passes to `corruptionDetected`. While a table cannot be read at all it throws StoreException: the caller then
-// keeps what it has, and `onTable` is notified once the table can be read again. Notifications carry the key alone: a
-// reactor looks the entry up.
+// Each read returns the current contents. A notification carries the key alone: a reactor looks the entry up.
+// A lookup or a walk throws Pesk::CorruptionDetectedException for damage, which the caller passes to
+// `corruptionDetected`. It throws StoreException while the table cannot be read at all: the caller then keeps its
+// data, and `onTable` is notified once the table can be read again.
 
 #include <cstdint>
 #include <functional>
@@ -17,7 +17,7 @@
 
 namespace Quillo {
 
-// A default-constructed route stands for "no such route": the routes of a table have a type.
+// A default-constructed route (type 0) means "no such route".
 template <class PrefixType>
 struct BasicRoute {
   PrefixType prefix;
@@ -25,25 +25,25 @@ struct BasicRoute {
   Routing::RouteMetric metric;
   Routing::RoutePreference routePreference;
   Fib::FecId fecId;
-  // Of static routes only, as far as the publisher knows.
+  // For static routes, as far as the publisher knows.
   bool isPersistent = true;     // part of the saved configuration
-  bool isNexthopGroup = false;  // made with a group of next hops
+  bool isNexthopGroup = false;  // configured with a group of next hops
 
   const Routing::RoutePreference& preference() const { return routePreference; }
   friend bool operator==(const BasicRoute&, const BasicRoute&) = default;
 };
 
-// What every shared table of a VRF has.
+// The common part of the shared tables of a VRF.
 class FibTable : public Kel::Notifier {
  public:
-  // The first complete state of the table can be read.
+  // Whether the first complete contents of the table can be read.
   virtual bool initialized() const = 0;
   virtual void corruptionDetected(const std::string& message) const = 0;
-  // Changes whenever the contents may have changed; unique within the process. While it stays the same, readers may reuse
-  // what they read. 0: the table keeps no such number, look things up each time.
+  // Changes whenever the contents may have changed; unique within the process. While it stays the same, readers may
+  // reuse what they read. 0 means unknown: look entries up each time.
   virtual std::uint64_t generation() const { return 0; }
-  // Every change that a lookup sees now has been notified. While this is false, what was derived from notifications may
-  // contradict the table.
+  // Whether every change that a lookup sees now has been notified. While it is false, data derived from notifications
+  // may contradict the table.
   virtual bool isNotified() const { return true; }
 };
 
@@ -63,14 +63,14 @@ class BasicRouteStatus : public FibTable {
     virtual void handleInitialized() {}
     // A route was added, deleted or changed.
     virtual void onRoute(const PrefixType&) {}
-    // Anything may have changed: compare the table with your copy. No handler is called for the single routes.
+    // Any route may have changed: compare the table with your copy. No handler is called for single routes.
     virtual void onTable() {}
   };
 
   virtual Route route(const PrefixType& prefix) const = 0;
 
-  // Visits the routes from lower_bound(from) on, in order, until `visit` returns false. `visit` must not use the table.
-  // Damage is thrown after everything that could be read was visited.
+  // Visits the routes from lower_bound(from) on, in order, until `visit` returns false. Throws for damage after it has
+  // visited all readable routes. Requires: `visit` does not use the table.
   using Visit = std::function<bool(const Route&)>;
   virtual void forEachRoute(const PrefixType& from, const Visit& visit) const = 0;
 };
@@ -80,7 +80,7 @@ namespace Fib {
 using Route = BasicRoute<Vantu::Prefix>;
 using RouteStatus = BasicRouteStatus<Vantu::Prefix>;
 
-// The FECs that one VRF's routes resolve in, or every VRF's where there is one table for all of them.
+// The FECs to which the routes of one VRF refer, or those of all VRFs in unified mode.
 class ForwardingStatus : public FibTable {
  public:
   class Notifiee : public Kel::Notifier::Notifiee {
@@ -95,8 +95,8 @@ class ForwardingStatus : public FibTable {
   };
 
   virtual Fec fec(const FecId& fecId) const = 0;
-  // The same into an object of the caller's, which becomes "no such FEC" when there is none. A table may reuse the
-  // object's memory: a walk over a million routes looks up as many FECs.
+  // Reads the FEC into `into`, or sets that to "no such FEC". Reuses the memory of `into`, since a walk over a million
+  // routes looks up as many FECs.
   virtual void readFec(const FecId& fecId, Fec& into) const { into = fec(fecId); }
 
   using Visit = std::function<bool(const Fec&)>;

@@ -20,7 +20,6 @@ constexpr std::size_t routeBytes = 15;
 constexpr std::uint8_t notPersistentFlag = 1;
 constexpr std::uint8_t nexthopGroupFlag = 2;
 
-// Every address type knows how many bits it has.
 template <class PrefixType>
 using AddressOf = std::remove_cvref_t<decltype(std::declval<PrefixType>().address())>;
 

@@ -1,9 +1,10 @@
 #pragma once
-// A walk over a whole route table on behalf of a follower of it, cut into pieces that fit between two requests.
+// A walk over a whole route table for a follower of the table, in pieces that are short enough to run between two
+// requests.
 //
-// It names every prefix of the table, and every prefix that the follower knows and the table may have lost; the follower
-// looks each one up. So a follower that knows nothing learns everything, and one that missed changes is corrected without
-// losing what is still valid. Requires that the follower is notified of changes between two pieces.
+// It returns every prefix of the table, and every prefix that the follower knows, since the table may have lost some of
+// these. The follower looks each one up, so afterwards its data equal the table.
+// Requires: the follower is notified of changes between two pieces.
 //
 //   scan.begin();
 //   while (scan.isOn()) {                        // perhaps once a turn
@@ -21,23 +22,23 @@ namespace Quillo {
 template <class PrefixType>
 class RouteScan {
  public:
-  // The most prefixes that a piece takes from each side: some tens of microseconds of work.
+  // Most prefixes of a piece from the table, and from the follower: some tens of microseconds of work.
   static constexpr std::size_t pieceSize = 1024;
 
-  // Begins at the first prefix, also when a scan is on.
+  // Begins at the first prefix; restarts a scan that is in progress.
   void begin() {
     isOn_ = true;
     after_.reset();
   }
   void end() { isOn_ = false; }
   bool isOn() const { return isOn_; }
-  // While it is on: the last prefix of the pieces so far; null before the first one.
+  // During a scan: the last prefix of the pieces so far; null before the first piece.
   const PrefixType* last() const { return after_ ? &*after_ : nullptr; }
 
-  // The next prefixes, each once; ends the scan when there are none behind them. `known(after, visit)` calls `visit` with
-  // the prefixes that the follower knows, in order, from upper_bound(*after) on (null: from the first) until `visit`
-  // returns false. A null table has no routes. Damage is reported to the table; what could be read counts as all there
-  // is.
+  // Returns the next prefixes, each once, and ends the scan after the last ones. `known(after, visit)` calls `visit`
+  // with the prefixes that the follower knows, in order, from upper_bound(*after) on (null: from the first) until
+  // `visit` returns false. A null table has no routes. Damage is reported to the table; routes that cannot be
+  // read count as missing.
   template <class Known>
   std::vector<PrefixType> piece(const BasicRouteStatus<PrefixType>* table, Known&& known) {
     std::vector<PrefixType> found = tablePiece(table);
@@ -48,7 +49,7 @@ class RouteScan {
       if (last && *last < prefix) return false;
       found.push_back(prefix);
       if (++fromKnown < pieceSize) return true;
-      last = prefix;  // the stretch ends here; what lies behind belongs to the next piece
+      last = prefix;  // later prefixes belong to the next piece
       return false;
     });
     if (last) std::erase_if(found, [&](const PrefixType& prefix) { return *last < prefix; });
@@ -77,7 +78,7 @@ class RouteScan {
   }
 
   bool isOn_ = false;
-  std::optional<PrefixType> after_;  // every prefix up to this one was named
+  std::optional<PrefixType> after_;  // the scan has returned every prefix up to this one
 };
 
 }  // namespace Quillo

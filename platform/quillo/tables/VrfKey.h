@@ -1,6 +1,5 @@
 #pragma once
-// What the tables that hold all VRFs have in common: their keys begin with the id of the VRF, so the entries of a VRF are
-// one range.
+// The first part of the keys of tables that hold all VRFs: the VRF's id, so the entries of a VRF are one range.
 
 #include <fmt/format.h>
 
@@ -14,15 +13,15 @@
 
 namespace Quillo {
 
-// 3 bytes, big-endian.
+// Big-endian.
 inline constexpr std::size_t vrfKeyBytes = 3;
 
-// Whether a publisher can have written it: known, and of 24 bits.
+// Whether a key can hold the id: it is known and has at most 24 bits.
 inline bool isStorable(const Vrf::VrfIdMap::VrfId& vrfId) {
   return vrfId.value() < Vrf::VrfIdMap::VrfId::unknownValue;
 }
 
-// What every key of the VRF begins with, and no other. Throws Kel::RangeException when the id is not storable.
+// The common prefix of exactly the VRF's keys. Throws Kel::RangeException when the id is not storable.
 inline std::string encodeVrf(const Vrf::VrfIdMap::VrfId& vrfId) {
   if (!isStorable(vrfId)) {
     throw Kel::RangeException(fmt::format("VRF id {} not allowed in a key of the store; 0 to {} are", vrfId.value(),
@@ -32,18 +31,16 @@ inline std::string encodeVrf(const Vrf::VrfIdMap::VrfId& vrfId) {
   return {byte(16), byte(8), byte(0)};
 }
 
-// The bytes as numbers.
 inline std::span<const std::uint8_t> asNumbers(Bytes bytes) {
   return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
 }
 
-// Of a key of at least vrfKeyBytes.
+// Requires: the key has at least vrfKeyBytes.
 inline Vrf::VrfIdMap::VrfId decodeVrf(Bytes key) {
   const auto vrf = asNumbers(key.substr(0, vrfKeyBytes));
   return Vrf::VrfIdMap::VrfId(std::uint32_t{vrf[0]} << 16 | std::uint32_t{vrf[1]} << 8 | vrf[2]);
 }
 
-// Appends the bytes of an address.
 inline void appendBytes(std::string& out, const auto& address) {
   const auto bytes = address.bytes();
   out.append(bytes.begin(), bytes.end());

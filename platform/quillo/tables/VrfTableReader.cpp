@@ -9,7 +9,7 @@ namespace Quillo {
 using Pesk::CorruptionDetectedException;
 
 namespace {
-// A walk with more of it is ended: looking on would hold up the agent for little.
+// This many damaged records end a walk, so that a badly damaged table does not block the agent.
 constexpr std::size_t mostDamaged = 1'000;
 }  // namespace
 

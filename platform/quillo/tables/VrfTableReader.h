@@ -1,5 +1,5 @@
 #pragma once
-// Lookups and walks in a table that holds all VRFs, which name what is wrong with a record. Internal to the store.
+// Lookups and walks in a table that holds all VRFs, with messages for damaged records. Internal to the store.
 
 #include <functional>
 #include <string>
@@ -15,8 +15,8 @@ class VrfTableReader {
   const Kel::Ptr<TableFollower>& follower() const { return follower_; }
   TableId table() const { return table_; }
 
-  // Passes the value of `key` to `take`, which returns what is wrong with it, or null. False when there is no such
-  // record. Throws StoreException when the store cannot be read now, CorruptionDetectedException for damage.
+  // Passes the value of `key` to `take`, which returns null or what is wrong with the value. False when there is no
+  // such record. Throws StoreException while the store cannot be read, and CorruptionDetectedException for damage.
   template <class Take>
   bool get(const std::string& key, Take&& take) const {
     const auto snapshot = follower_->snapshot();
@@ -26,9 +26,10 @@ class VrfTableReader {
     return true;
   }
 
-  // Passes the records whose keys begin with `vrf` to `take`, in order, from lower_bound(from) on, until it sets `goesOn`
-  // to false. Throws as `get`. Damage to records is thrown after the walk: the first; all others are reported. A walk is
-  // given up at the thousandth damaged record (TableFollower::walkWasEnded).
+  // Passes the records whose keys begin with `vrf` to `take`, in order, from lower_bound(from) on, until it sets
+  // `goesOn` to false. Throws as `get`, but for damaged records only after the walk: it throws the first such
+  // exception and reports the others to the follower. The thousandth damaged record ends the walk
+  // (TableFollower::walkWasEnded).
   using Take = std::function<const char*(const Scan& scan, bool& goesOn)>;
   void walk(const std::string& vrf, const std::string& from, const Take& take) const;
 
