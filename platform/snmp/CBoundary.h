@@ -1,10 +1,9 @@
 #pragma once
-// The wall between C++ and net-snmp's C code, through which no exception may pass: every function whose address
-// net-snmp holds runs its body in here.
+// Keeps exceptions out of net-snmp's C code: every function that net-snmp calls runs its body in atCBoundary.
 //
 //   int myHandler(...) { return Snmp::atCBoundary(traceHandle, __func__, SNMP_ERR_GENERR, [&] { ... }); }
 //
-// An exception is traced at level 0 with the function's name, and `onException` is the result instead.
+// An exception is traced at level 0 with the function's name, and `onException` is returned.
 
 #include <exception>
 #include <type_traits>

@@ -1,21 +1,20 @@
 #pragma once
-// Our settings, as tokens of the agent's configuration file:
+// The agent's settings, which are tokens of its configuration file:
 //
 //   quorinDisableObjects GROUP...              object groups not to serve (Snmp::Config::objectGroups); takes
 //                                              effect when a context is entered
 //   quorinStore DIR                            the directory of the store, an absolute path
 //   quorinNetnsDir DIR                         the directory of the network namespaces of VRFs, an absolute path
-//   quorinKernelIpHeader strict | any          whether a longer header of the kernel's IPv4 statistics is taken
+//   quorinKernelIpHeader strict | any          whether to accept a longer header of the kernel's IPv4 statistics
 //   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
 //                                              "red/eth0", or "eth0" for those of all VRFs
 //   quorinRouteCountInterval SECONDS           time between two counts of a VRF's routes (ipCidrRouteNumber)
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
-// A token may stand more than once; the lines of quorinDisableObjects, quorinManagementInterfaces and quorinTrace
-// add up, of the others the last one counts. A wrong value gives one line in the agent's log that names file, line and
-// fault, and is left out; the rest is in effect. When the configuration is read again, all settings go back to their
-// defaults first.
+// A token may occur several times: the lines of quorinDisableObjects, quorinManagementInterfaces and quorinTrace add
+// up, and the last line of any other token applies. A wrong value is ignored and logged in one line that names file,
+// line and fault. Each reading of the configuration first resets all settings to their defaults.
 
 #include <set>
 #include <vector>
@@ -27,39 +26,39 @@
 
 namespace Snmp {
 
-// The agent's configuration, as far as MIB modules ask for it. A Config does not change after the configuration was
-// read. The next reading makes a new one; holders of the old one keep consistent answers.
+// The settings that MIB modules use. A Config does not change after the configuration was read. The next reading
+// makes a new one, so holders of the old one see consistent settings.
 class Config : public Kel::PtrInterface {
  public:
   using Ptr = Kel::Ptr<Config>;
   using PtrConst = Kel::Ptr<const Config>;
 
-  // The groups of objects that can be switched off:
+  // The groups of objects that can be disabled:
   //   route-tables   ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
   static const std::vector<Kel::String>& objectGroups();
 
   const std::set<Kel::String>& disabledObjects() const { return disabledObjects_; }
-  // Throws Kel::RangeException, naming the known groups, for a group that does not exist.
+  // Throws Kel::RangeException that names the known groups when there is no such group.
   void disabledObjectsIs(const Kel::String& group);
 
-  // The directory of the store that the configuration names, an absolute path; empty when it names none.
+  // The configured directory of the store, an absolute path; empty when none is configured.
   const Kel::String& storeDirectory() const { return storeDirectory_; }
   // Throws Kel::RangeException for a path that is not absolute.
   void storeDirectoryIs(const Kel::String& directory);
 
-  // The directory of the network namespaces that the configuration names (Vantu::setNsByName), an absolute path; empty
-  // when it names none.
+  // The configured directory of network namespaces (Vantu::setNsByName), an absolute path; empty when none is
+  // configured.
   const Kel::String& netnsDirectory() const { return netnsDirectory_; }
   // Throws Kel::RangeException for a path that is not absolute.
   void netnsDirectoryIs(const Kel::String& directory);
 
-  // Whether a header line of the kernel's IPv4 statistics that is longer than expected is taken, if it begins with the
-  // expected names (Ip::SwFwdStats).
+  // Whether to accept a header line of the kernel's IPv4 statistics that has further names after the expected ones
+  // (Ip::SwFwdStats).
   bool takesAnyKernelIpHeader() const { return takesAnyKernelIpHeader_; }
   // "any" or "strict". Throws Kel::RangeException for another word.
   void kernelIpHeaderIs(const Kel::String& word);
 
-  // Interfaces that are management interfaces whatever they are called (Vantu::MgmtIntfId).
+  // The configured management interfaces (Vantu::MgmtIntfId).
   const std::set<Vantu::IntfId>& managementInterfaces() const { return managementInterfaces_; }
   // Throws Kel::RangeException for a text that is no interface id.
   void managementInterfaceIs(const Kel::String& name);
@@ -78,21 +77,20 @@ class Config : public Kel::PtrInterface {
   unsigned routeCountInterval_ = 60;
 };
 
-// Makes the tokens known to net-snmp for the application type that it was initialized with; to be called after
-// init_agent and before the configuration is read, or at least its lines with our tokens. All settings are at their
-// defaults then.
+// Resets all settings to their defaults, and registers the tokens for the application type that net-snmp was
+// initialized with. Requires: init_agent was called, and no line with one of the tokens has been read yet.
 void registerConfigTokens();
-// Unregisters the tokens. The settings stay as they are.
+// Unregisters the tokens and keeps the settings.
 void unregisterConfigTokens();
 
-// Where trace lines go when no quorinTraceOutput says otherwise: standard error unless set. In effect from the next
-// reading of the configuration on. `target` is the identity in syslog or the path of the file.
+// Sets where trace lines go without a quorinTraceOutput; initially standard error. Takes effect with the next reading
+// of the configuration. `target` is the identity in syslog or the path of the file.
 void defaultTraceOutputIs(Kel::TraceConfig::Output output, const Kel::String& target);
 
-// The same for an agent whose log is reached through a function.
+// The same for an agent that logs through a function.
 void defaultTraceSinkIs(Kel::TraceConfig::Sink sink);
 
-// The configuration as it was read last; never null. Before the first reading: the defaults.
+// The latest configuration; never null. Before the first reading it has the defaults.
 Config::PtrConst currentConfig();
 
 }  // namespace Snmp

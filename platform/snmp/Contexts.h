@@ -1,8 +1,9 @@
 #pragma once
-// The SNMP contexts that the agent serves: the default one ("") first, then one per VRF, named as the VRF is.
+// The SNMP contexts that the agent serves: the default one ("") first, then one for each VRF, which has the VRF's name.
 //
-// Entering a context enters every announced module in order of name; leaving it leaves them in reverse. Requires: the
-// agent enters a context after its caches are complete, and leaves it before they are deleted.
+// Entering a context calls initHandler of every announced module in order of name; leaving it calls exitHandler in
+// reverse order. Requires: the agent enters a context after its caches are complete, and leaves it before they are
+// deleted.
 
 #include <vector>
 
@@ -19,12 +20,11 @@ class Contexts {
   Contexts(const Contexts&) = delete;
   Contexts& operator=(const Contexts&) = delete;
 
-  // Nothing happens when the context is entered already. The first one must be the default context. A context name
-  // ends at its first null byte for net-snmp, so one with a null byte in it is refused. Both faults throw
-  // Kel::RangeException, and nothing is entered.
+  // A no-op when the context is entered. Throws Kel::RangeException, and enters nothing, when another context is
+  // entered before the default one, or the name has a null byte, at which a name ends for net-snmp.
   void enter(const Kel::String& context);
-  // Leaves the modules that `enter` entered there; nothing happens when the context is not entered. Leaving the
-  // default context leaves all others first.
+  // Leaves the modules that `enter` entered; a no-op unless the context is entered. Leaving the default context
+  // leaves all others first.
   void leave(const Kel::String& context);
 
   bool isEntered(const Kel::String& context) const;
@@ -42,17 +42,15 @@ class Contexts {
   std::vector<Entered> entered_;
 };
 
-// Which modules serve which SNMP context, as the modules report it. For diagnosis only: the registrations in net-snmp
-// decide which requests are answered.
-//
-// Records that a module serves a context. Recording twice is recording once.
+// Records that a module serves a context, for diagnosis only: the registrations in net-snmp decide which requests are
+// answered. A no-op when it is recorded.
 void registerMibContext(const Kel::String& context, const Kel::String& moduleName);
-// Takes the record back; nothing happens when there is none.
+// Removes the record, if it exists.
 void unregisterMibContext(const Kel::String& context, const Kel::String& moduleName);
 
-// The contexts that some module serves, the default one ("") first.
+// The contexts with a record, the default one ("") first.
 std::vector<Kel::String> mibContexts();
-// The modules that serve the context, in order of name; empty for an unknown one.
+// The modules recorded for the context, in order of name.
 std::vector<Kel::String> mibContextModules(const Kel::String& context);
 
 }  // namespace Snmp

@@ -1,4 +1,4 @@
-// Times; apart from the other conversions, since net-snmp's agent headers claim common names for themselves.
+// The conversions of times. They have their own source, since net-snmp's agent headers claim common names.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -14,10 +14,10 @@ namespace {
 
 constexpr double ticksPerSecond = 100;
 
-// When the agent started, on the framework's clock. net-snmp tells its up-time in whole ticks, so a reading bounds the
-// start to one tick. What was found is kept as long as readings agree with it: derived from each reading anew, one
-// time would be now this tick and now the next, and a manager would take that for a change. It is never before the
-// start, so that no time of the past becomes one after sysUpTime.
+// When the agent started, on the framework's clock. net-snmp returns its up-time in whole ticks, so each reading
+// determines the start to within one tick. The first result is kept while readings agree with it: otherwise the ticks
+// of one time could differ by one between requests, which a manager would take for a change. The result is not before
+// the actual start, so that no past time is after sysUpTime.
 Kel::Seconds agentStart() {
   constexpr Kel::Seconds readingBounds = 1 / ticksPerSecond + 1e-6;  // net-snmp's clock counts microseconds
   static Kel::Seconds start = std::numeric_limits<Kel::Seconds>::infinity();
@@ -31,7 +31,7 @@ Kel::Seconds agentStart() {
 }  // namespace
 
 int SecondsToTimeTicksF(Kel::Seconds duration, unsigned char* buffer, int length) {
-  constexpr double tickCount = 4294967296.0;  // after which TimeTicks begin again
+  constexpr double tickCount = 4294967296.0;  // after which TimeTicks wrap
   const double ticks = std::floor(duration * ticksPerSecond);
   return U32ToAsnUnsignedF(ticks > 0 ? static_cast<unsigned int>(std::fmod(ticks, tickCount)) : 0, buffer, length);
 }

@@ -12,8 +12,7 @@ namespace Snmp {
 
 namespace {
 
-// Modules announce themselves during static initialization and withdraw during static destruction, so the list must
-// exist before and after every other static object.
+// Created on first use and never destroyed, since static objects of any source announce modules and withdraw them.
 std::vector<HandlerRegistration*>& announced() {
   static auto* const list = new std::vector<HandlerRegistration*>;
   return *list;

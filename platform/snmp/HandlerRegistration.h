@@ -1,8 +1,8 @@
 #pragma once
-// One MIB module, as the agent framework sees it.
+// The interface between a MIB module and the agent framework.
 //
-// A module is a source unit with one static registration object and, after it, one static `AutoRegistree` that
-// announces it when the unit is loaded:
+// A module has one static registration object and, after it, one static `AutoRegistree` that announces the module at
+// load:
 //
 //   class Example_HandlerRegistration : public Snmp::HandlerRegistration {
 //    public:
@@ -13,7 +13,7 @@
 //   static Example_HandlerRegistration exampleRegistration;
 //   static Snmp::AutoRegistree exampleRegistree(&exampleRegistration);
 //
-// The framework enters the module once per SNMP context and leaves it once per context (snmp/Contexts.h).
+// The framework calls initHandler and exitHandler once for each SNMP context (snmp/Contexts.h).
 
 #include <vector>
 
@@ -28,12 +28,11 @@ class HandlerRegistration {
   HandlerRegistration& operator=(const HandlerRegistration&) = delete;
   virtual ~HandlerRegistration() = default;
 
-  // Registers everything the module serves in the context; "" is the default one. What the module needs there (its
-  // caches) exists already.
+  // Registers everything that the module serves in the context; "" is the default one. The context's caches exist.
   virtual void initHandler(Kel::String context) = 0;
-  // Unregisters all of it. The caches still exist.
+  // Unregisters everything in the context. The context's caches still exist.
   virtual void exitHandler(Kel::String context) = 0;
-  // Under which the module calls registerMibContext, and by which modules are ordered. Must not change.
+  // The name for registerMibContext and for the order of modules. Must not change.
   virtual const char* name() const = 0;
 };
 
@@ -41,7 +40,7 @@ class HandlerRegistration {
 // entered at unload, since net-snmp would still call the module's handlers.
 class AutoRegistree {
  public:
-  // `registration` is not owned and must outlive this object.
+  // Lifetime: `registration` must outlive this object.
   explicit AutoRegistree(HandlerRegistration* registration);
   ~AutoRegistree();
   AutoRegistree(const AutoRegistree&) = delete;
@@ -54,17 +53,15 @@ class AutoRegistree {
   HandlerRegistration* registration_;
 };
 
-// Whose object answers, when the agent has another module for the same one. So it is with a stock snmpd, which has
-// built-in modules: as plugin or subagent, ours replace them.
+// Whether our modules replace other modules for the same objects. A plugin or subagent needs this, since a stock
+// snmpd has built-in modules. Requires: set before any context is entered.
 //
-// net-snmp lets the registration with the longer identifier answer, and of equally long ones that with the lower
-// priority number; two of the same number it refuses.
-//
-// Set at start, before any context is entered.
+// net-snmp uses the registration with the longest identifier, and among those the one with the lowest priority
+// number. It refuses a second registration with the same number.
 bool takesPrecedence();
 void takesPrecedenceIs(bool takes);
 
-// The priority of our registrations: net-snmp's default of 127, or one that goes before it.
+// The priority of our registrations: net-snmp's default of 127, or with precedence a lower number.
 int registrationPriority();
 
 }  // namespace Snmp

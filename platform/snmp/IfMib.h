@@ -1,5 +1,5 @@
 #pragma once
-// The interface MIB's cache, as far as others need it.
+// The cache of the interface MIB: the ifIndex of each interface.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"

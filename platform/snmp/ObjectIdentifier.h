@@ -1,9 +1,8 @@
 #pragma once
-// An SNMP OBJECT IDENTIFIER: up to 128 sub-identifiers of 32 bits (RFC 2578, 3.5). The order is SNMP's:
-// sub-identifier by sub-identifier, a prefix before what it is a prefix of.
+// An SNMP OBJECT IDENTIFIER: up to 128 sub-identifiers of 32 bits (RFC 2578, 3.5). The order is SNMP's: lexicographic
+// by sub-identifiers, a prefix first.
 //
-// Text form: decimal numbers joined by '.', without a leading dot: "1.3.6.1.2.1.4.20". `fromString` takes one
-// leading dot too.
+// Text form: decimal numbers joined by '.', such as "1.3.6.1.2.1.4.20". `fromString` also accepts one leading dot.
 
 #include <compare>
 #include <cstddef>
@@ -24,11 +23,11 @@ class ObjectIdentifier {
   static constexpr std::size_t maxLength = 128;  // sub-identifiers
 
   ObjectIdentifier() = default;
-  // These throw Kel::RangeException beyond maxLength, and so does `append`.
+  // Both, and `append`, throw Kel::RangeException above maxLength.
   ObjectIdentifier(std::initializer_list<SubIdentifier> subIdentifiers);
   explicit ObjectIdentifier(std::span<const SubIdentifier> subIdentifiers);
 
-  // Throws Kel::RangeException, naming the text, when it is not a list of numbers below 2^32. Empty text gives the
+  // Throws Kel::RangeException that quotes the text unless it is a list of numbers below 2^32. Empty text gives the
   // empty identifier.
   static ObjectIdentifier fromString(std::string_view text);
   Kel::String stringValue() const;

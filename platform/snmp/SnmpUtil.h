@@ -1,5 +1,5 @@
 #pragma once
-// What MIB modules ask the agent for.
+// What the agent provides to MIB modules: its configuration, and entities by path.
 
 #include "kel/Dir.h"
 #include "kel/Entity.h"
@@ -12,15 +12,15 @@ namespace SnmpUtil {
 // The agent's configuration; never null.
 Snmp::Config::PtrConst getSnmpConfig();
 
-// Whether the group of objects is switched off ("route-tables").
+// Whether the group of objects ("route-tables") is disabled.
 bool objectsDisabled(const Snmp::Config::PtrConst& config, const Kel::String& group);
 
-// The entity at a path relative to the agent's root, such as "snmp/ip/vrf.mibs/red.ipmib" (Kel::resolve says how a
-// path is read). Null when there is none, or no root.
+// The entity at a path relative to the agent's root, such as "snmp/ip/vrf.mibs/red.ipmib" (Kel::resolve). Null when
+// there is no such entity, or no root.
 Kel::Ptr<Kel::Entity> getEntityRelative(const char* path);
 
-// The root of those paths, set by whoever composes the agent. Null takes it away, which lets go of everything
-// below.
+// Sets the root of those paths. The composition of the agent sets it at start, and to null at the end, which releases
+// it.
 void rootIs(Kel::Ptr<Kel::Dir> root);
 
 }  // namespace SnmpUtil

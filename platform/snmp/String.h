@@ -1,13 +1,12 @@
 #pragma once
 // An SNMP OCTET STRING.
 //
-// The order is the one in which a manager meets the values as table indexes: an index of this type that is not
-// IMPLIED carries its length first (RFC 2578, 7.7), so a shorter string sorts before a longer one whatever its
-// bytes are, and strings of equal length sort by their bytes, taken as unsigned.
+// The order is that of the values as table indexes. An index of this type that is not IMPLIED has its length first (RFC
+// 2578, 7.7), so shorter strings sort first, and strings of equal length by their unsigned bytes.
 //
 // Text form: the bytes themselves when all are printable ASCII, else "0x" and two hexadecimal digits a byte. A
-// printable string that begins with "0x" is written in hexadecimal too, so `fromString(stringValue())` always gives
-// the value back.
+// printable string that begins with "0x" is also written in hexadecimal, so `fromString(stringValue())` is always the
+// value.
 
 #include <compare>
 #include <cstddef>
@@ -25,13 +24,13 @@ class String {
   static constexpr std::size_t maxLength = 65535;  // bytes, RFC 2578, 7.1.2
 
   String() = default;
-  // The bytes as they are; nothing is interpreted. Throws Kel::RangeException beyond maxLength.
+  // Take the bytes without interpretation. Throw Kel::RangeException above maxLength.
   String(Kel::String bytes);
   String(std::string_view bytes) : String(Kel::String(bytes)) {}
   String(const char* text) : String(Kel::String(text)) {}
   explicit String(std::span<const std::uint8_t> bytes);
 
-  // Reads the text form. Throws Kel::RangeException for "0x" with anything but pairs of hexadecimal digits.
+  // Reads the text form. Throws Kel::RangeException unless "0x" is followed by pairs of hexadecimal digits.
   static String fromString(std::string_view text);
   Kel::String stringValue() const;
 

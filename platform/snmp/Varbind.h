@@ -1,9 +1,9 @@
 #pragma once
-// Handing converted values to net-snmp.
+// Sets converted values in net-snmp's variables.
 //
-// net-snmp 5.9 keeps a sub-identifier in an `oid`, which is an unsigned long: eight bytes on a 64-bit host, where
-// our conversions write 32-bit words. Its value setter copies an OBJECT IDENTIFIER as it is and takes the length
-// for a number of `oid`s, so the words must be widened first. This is the only place that does it.
+// net-snmp 5.9 stores a sub-identifier as an `oid`, an unsigned long: eight bytes on a 64-bit host, whereas our
+// conversions write 32-bit words. Its value setter copies the bytes of an OBJECT IDENTIFIER, so the words are widened
+// here.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -12,10 +12,9 @@
 
 namespace Snmp {
 
-// Sets the variable's value from the bytes that a conversion wrote (snmp/Conversions.h): `length` bytes at `bytes`,
-// for an OBJECT IDENTIFIER 32-bit words, for every other type what snmp_set_var_typed_value takes. The bytes are
-// copied. False when net-snmp does not take the value (out of memory, or a length that the type does not have); the
-// variable is not to be sent then.
+// Sets the variable's value to a copy of the bytes that a conversion wrote (snmp/Conversions.h): 32-bit words for an
+// OBJECT IDENTIFIER, and for every other type what snmp_set_var_typed_value accepts. False when net-snmp refuses the
+// value (out of memory, or a length that is wrong for the type); the variable must not be sent then.
 [[nodiscard]] bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType,
                                   const unsigned char* bytes, int length);
 
