@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
+#include <algorithm>
 
 #include "ipsnmp/ProtocolMap.h"
 #include "kel/Errors.h"
@@ -18,7 +18,6 @@ constexpr int neighbourDynamic = 3, neighbourStatic = 4, neighbourLocal = 5;  //
 constexpr int neighbourReachable = 1, neighbourUnknown = 6;                   // ipNetToPhysicalState
 constexpr int vrfActive = 1, vrfInactive = 2;                                 // quorinVrfState
 constexpr unsigned char bitIpv4 = 0x80, bitIpv6 = 0x40;                       // quorinVrfRoutingStatus
-constexpr std::uint32_t ipAddressPrefixOrigin[] = {1, 3, 6, 1, 2, 1, 4, 32, 1, 5};
 
 int neighbourType(const Arp::ArpEntryStatus& status) {
   return status.isStatic ? neighbourStatic : neighbourDynamic;
@@ -82,22 +81,17 @@ int PhysicalStateToAsnInteger(const Ip::IpVersion& version, unsigned char* buffe
 
 int IpAddressPrefixEntryToAsnOid(Kel::Ptr<IpSnmp::IpAddressPrefixEntry const> entry, unsigned char* buffer,
                                  int length) {
-  std::vector<std::uint32_t> words;
+  Snmp::ObjectIdentifier oid{0, 0};
   if (entry) {
     const auto& index = entry->index();
-    words.assign(std::begin(ipAddressPrefixOrigin), std::end(ipAddressPrefixOrigin));
-    words.push_back(index.ifIndex());
-    words.push_back(static_cast<std::uint32_t>(index.version()));
-    words.push_back(static_cast<std::uint32_t>(index.bytes().bytes()));
-    for (const std::uint8_t byte : index.bytes().octets()) words.push_back(byte);
-    words.push_back(index.length());
-  } else {
-    words.assign(2, 0);
+    oid = {1, 3, 6, 1, 2, 1, 4, 32, 1, 5};  // ipAddressPrefixOrigin
+    oid.append(index.ifIndex());
+    oid.append(static_cast<std::uint32_t>(index.version()));
+    oid.append(static_cast<std::uint32_t>(index.bytes().bytes()));
+    for (const std::uint8_t byte : index.bytes().octets()) oid.append(byte);
+    oid.append(index.length());
   }
-  const std::size_t bytes = words.size() * sizeof(words[0]);
-  if (length < 0 || bytes > static_cast<std::size_t>(length)) return 0;
-  std::memcpy(buffer, words.data(), bytes);
-  return static_cast<int>(bytes);
+  return std::max(0, SnmpObjectIdentifierToAsnOidF(oid, buffer, length));
 }
 
 Ip::IpVersion AsnIntegerToIpVersion(void* value) {

@@ -7,12 +7,12 @@
 #include <spdlog/spdlog.h>
 
 #include <algorithm>
-#include <charconv>
 #include <memory>
 #include <utility>
 
 #include "kel/Errors.h"
 #include "kel/LineLimit.h"
+#include "kel/Name.h"
 #include "kel/System.h"
 
 namespace Kel {
@@ -60,13 +60,12 @@ std::shared_ptr<spdlog::logger> makeLogger(spdlog::sink_ptr sink, const char* pa
 constexpr const char* linePattern = "%Y-%m-%dT%H:%M:%S.%f %v";
 
 unsigned parseLevel(std::string_view text, std::string_view rule) {
-  unsigned level = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), level);
-  if (error != std::errc{} || end != text.data() + text.size() || level > TraceHandle::maxLevel) {
+  const auto level = numberFromText<unsigned>(text);
+  if (!level || *level > TraceHandle::maxLevel) {
     throw RangeException(
         fmt::format("trace setting '{}': '{}' is not a level from 0 to {}", rule, text, TraceHandle::maxLevel));
   }
-  return level;
+  return *level;
 }
 
 std::vector<std::string_view> split(std::string_view text, char separator) {

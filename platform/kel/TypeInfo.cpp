@@ -23,12 +23,12 @@ Ptr<PtrInterface> createOrSet(PtrInterface& object, const AttributeInfo& attribu
     return nullptr;
   }
   if (attribute.fromDatum && arguments.size() == 1) {
-    const auto* datum = arguments.front().isHandle() ? nullptr : &arguments.front();
-    if (datum && datum->typeName() == boost::core::type_name<Datum>()) {
-      attribute.fromDatum(object, datum->as<Datum>());
-      return nullptr;
+    const auto& datum = arguments.front();
+    if (datum.typeName() != boost::core::type_name<Datum>()) {
+      throw AttributeException(fmt::format("{} takes one Datum", operation));
     }
-    throw AttributeException(fmt::format("{} takes one Datum", operation));
+    attribute.fromDatum(object, datum.as<Datum>());
+    return nullptr;
   }
   noSuchOperation(object.kelTypeInfo(), operation);
 }

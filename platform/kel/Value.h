@@ -16,7 +16,6 @@
 #include <boost/core/type_name.hpp>
 #include <boost/describe.hpp>
 #include <boost/mp11.hpp>
-#include <charconv>
 #include <concepts>
 #include <limits>
 #include <optional>
@@ -274,9 +273,7 @@ std::optional<Key> keyFromText(std::string_view text) {
     } else if constexpr (TextValue<Key> || DescribedEnum<Key>) {
       return fromDatum<Key>(Datum(text));
     } else if constexpr (std::integral<Key>) {
-      Key key{};
-      const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), key);
-      if (error == std::errc{} && end == text.data() + text.size()) return key;
+      return numberFromText<Key>(text);
     }
   } catch (const RangeException&) {
     return std::nullopt;

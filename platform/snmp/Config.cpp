@@ -4,7 +4,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "kel/Errors.h"
 
@@ -52,13 +51,11 @@ void Config::managementInterfaceIs(const Kel::String& name) {
 
 void Config::routeCountIntervalIs(const Kel::String& seconds) {
   constexpr unsigned longest = 86400;
-  unsigned value = 0;
-  const auto* const end = seconds.data() + seconds.size();
-  const auto [rest, error] = std::from_chars(seconds.data(), end, value);
-  if (error != std::errc() || rest != end || value < 1 || value > longest) {
+  const auto value = Kel::numberFromText<unsigned>(seconds);
+  if (!value || *value < 1 || *value > longest) {
     throw Kel::RangeException(fmt::format("'{}' is no number of seconds from 1 to {}", seconds, longest));
   }
-  routeCountInterval_ = value;
+  routeCountInterval_ = *value;
 }
 
 }  // namespace Snmp

@@ -14,11 +14,6 @@ static Kel::TraceHandle contextsTrace("SnmpContexts");
 
 namespace {
 
-void leaveModules(const Kel::String& context, const std::vector<HandlerRegistration*>& modules) {
-  QTRACE(contextsTrace, 1) << "leaving context \"" << context << "\"";
-  for (auto module = modules.rbegin(); module != modules.rend(); ++module) (*module)->exitHandler(context);
-}
-
 std::map<Kel::String, std::set<Kel::String>>& modulesByContext() {
   static auto* const map = new std::map<Kel::String, std::set<Kel::String>>;
   return *map;
@@ -27,7 +22,7 @@ std::map<Kel::String, std::set<Kel::String>>& modulesByContext() {
 }  // namespace
 
 Contexts::~Contexts() {
-  while (!entered_.empty()) leaveLast();
+  while (!entered_.empty()) leave(entered_.end() - 1);
 }
 
 void Contexts::enter(const Kel::String& context) {
@@ -48,14 +43,17 @@ void Contexts::enter(const Kel::String& context) {
 void Contexts::leave(const Kel::String& context) {
   QTRACE_ENTRY(contextsTrace, entered_.size());
   if (context.empty()) {
-    while (!entered_.empty()) leaveLast();
-    return;
+    while (!entered_.empty()) leave(entered_.end() - 1);
+  } else if (const auto found = find(context); found != entered_.end()) {
+    leave(found);
   }
-  const auto found = find(context);
-  if (found == entered_.end()) return;
-  const Entered leaving = *found;
-  entered_.erase(found);
-  leaveModules(leaving.name, leaving.modules);
+}
+
+void Contexts::leave(std::vector<Entered>::const_iterator context) {
+  const auto [name, modules] = *context;  // a copy, since `context` is erased
+  entered_.erase(context);
+  QTRACE(contextsTrace, 1) << "leaving context \"" << name << "\"";
+  for (auto module = modules.rbegin(); module != modules.rend(); ++module) (*module)->exitHandler(name);
 }
 
 bool Contexts::isEntered(const Kel::String& context) const {
@@ -71,12 +69,6 @@ std::vector<Kel::String> Contexts::names() const {
 std::vector<Contexts::Entered>::const_iterator Contexts::find(const Kel::String& context) const {
   return std::find_if(entered_.begin(), entered_.end(),
                       [&](const Entered& entered) { return entered.name == context; });
-}
-
-void Contexts::leaveLast() {
-  const Entered leaving = std::move(entered_.back());
-  entered_.pop_back();
-  leaveModules(leaving.name, leaving.modules);
 }
 
 void registerMibContext(const Kel::String& context, const Kel::String& moduleName) {

@@ -37,7 +37,7 @@ class Contexts {
     std::vector<HandlerRegistration*> modules;
   };
   std::vector<Entered>::const_iterator find(const Kel::String& context) const;
-  void leaveLast();
+  void leave(std::vector<Entered>::const_iterator context);
 
   std::vector<Entered> entered_;
 };

@@ -10,10 +10,18 @@
 
 namespace Vantu {
 
+namespace {
+
+bool parse(int family, std::string_view text, void* address) {
+  // inet_pton would stop at a NUL inside the text.
+  return text.find('\0') == std::string_view::npos && inet_pton(family, std::string(text).c_str(), address) == 1;
+}
+
+}  // namespace
+
 IpAddr IpAddr::fromString(std::string_view text) {
   in_addr parsed{};
-  // inet_pton would stop at a NUL inside the text.
-  if (text.find('\0') != std::string_view::npos || inet_pton(AF_INET, std::string(text).c_str(), &parsed) != 1) {
+  if (!parse(AF_INET, text, &parsed)) {
     throw Kel::RangeException(
         fmt::format("IpAddr: {:?} is not an IPv4 address; expected four decimal numbers, such as 192.0.2.1", text));
   }
@@ -45,9 +53,7 @@ Kel::String IpAddr::stringValue() const {
 
 Ip6Addr Ip6Addr::fromString(std::string_view text) {
   Bytes parsed{};
-  // inet_pton would stop at a NUL inside the text.
-  if (text.find('\0') != std::string_view::npos ||
-      inet_pton(AF_INET6, std::string(text).c_str(), parsed.data()) != 1) {
+  if (!parse(AF_INET6, text, parsed.data())) {
     throw Kel::RangeException(fmt::format(
         "Ip6Addr: {:?} is not an IPv6 address; expected a form such as 2001:db8::1, without a zone", text));
   }
@@ -117,15 +123,8 @@ void IpGenAddr::wrongFamily(Af wanted) const {
 }
 
 Kel::String IpGenAddr::stringValue() const {
-  switch (af_) {
-    case ipv4_:
-      return v4_.stringValue();
-    case ipv6_:
-      return v6_.stringValue();
-    case unknown_:
-      break;
-  }
-  return {};
+  if (!isSet()) return {};
+  return af_ == ipv4_ ? v4_.stringValue() : v6_.stringValue();
 }
 
 std::size_t IpGenAddr::hash() const {

@@ -15,15 +15,7 @@ namespace Vantu {
 enum Af : std::uint8_t { unknown_ = 0, ipv4_ = 1, ipv6_ = 2 };
 
 constexpr const char* afName(Af af) {
-  switch (af) {
-    case ipv4_:
-      return "ipv4";
-    case ipv6_:
-      return "ipv6";
-    case unknown_:
-      break;
-  }
-  return "unknown";
+  return af == ipv4_ ? "ipv4" : af == ipv6_ ? "ipv6" : "unknown";
 }
 
 inline std::ostream& operator<<(std::ostream& out, Af af) {

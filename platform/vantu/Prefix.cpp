@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <boost/container_hash/hash.hpp>
-#include <charconv>
 
 #include "kel/Errors.h"
 
@@ -22,14 +21,13 @@ template <class Address>
 AddrWithMask<Address> AddrWithMask<Address>::fromString(std::string_view text) {
   const auto slash = text.find('/');
   const auto digits = slash == std::string_view::npos ? std::string_view{} : text.substr(slash + 1);
-  unsigned length = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-  if (error != std::errc{} || end != digits.data() + digits.size()) {
+  const auto length = Kel::numberFromText<unsigned>(digits);
+  if (!length) {
     throw Kel::RangeException(
         fmt::format("{}WithMask: {:?} has no prefix length; expected ADDRESS/LENGTH", Address::typeName, text));
   }
   try {
-    return {Address::fromString(text.substr(0, slash)), length};
+    return {Address::fromString(text.substr(0, slash)), *length};
   } catch (const Kel::RangeException& refusal) {
     throw Kel::RangeException(fmt::format("in {:?}: {}", text, refusal.what()));
   }

@@ -4,10 +4,11 @@
 
 #include <algorithm>
 #include <boost/container_hash/hash.hpp>
-#include <charconv>
 #include <limits>
 
 #include "kel/Errors.h"
+#include "kel/Name.h"
+#include "vantu/IpAddr.h"
 
 namespace Vantu {
 namespace {
@@ -39,12 +40,9 @@ RouteDistinguisher make(Type type, std::uint32_t high, std::uint16_t low) {
 
 // Reads `part`, a part of `text`, as a decimal number of at most `max`.
 std::uint32_t number(std::string_view text, std::string_view part, std::uint32_t max) {
-  std::uint32_t value = 0;
-  const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), value);
-  if (part.empty() || error != std::errc{} || end != part.data() + part.size() || value > max) {
-    malformed(text, fmt::format("{:?} is not a number from 0 to {}", part, max));
-  }
-  return value;
+  const auto value = Kel::numberFromText<std::uint32_t>(part);
+  if (!value || *value > max) malformed(text, fmt::format("{:?} is not a number from 0 to {}", part, max));
+  return *value;
 }
 
 }  // namespace
@@ -64,10 +62,6 @@ RouteDistinguisher RouteDistinguisher::fromBytes(std::span<const std::uint8_t> b
   }
   std::copy(bytes.begin(), bytes.end(), copied.begin());
   return RouteDistinguisher(copied);
-}
-
-RouteDistinguisher RouteDistinguisher::fromIpAddr(IpAddr address, std::uint16_t number) {
-  return make(ipv4Address_, address.value(), number);
 }
 
 RouteDistinguisher RouteDistinguisher::fromString(std::string_view text) {
@@ -91,7 +85,7 @@ RouteDistinguisher RouteDistinguisher::fromString(std::string_view text) {
     return make(as4_, as, low);
   }
   try {
-    return fromIpAddr(IpAddr::fromString(admin), low);
+    return make(ipv4Address_, IpAddr::fromString(admin).value(), low);
   } catch (const Kel::RangeException& error) {
     malformed(text, error.what());
   }

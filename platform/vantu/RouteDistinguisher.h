@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <span>
 
-#include "vantu/IpAddr.h"
 #include "vantu/ValueConcept.h"
 
 namespace Vantu {
@@ -29,7 +28,6 @@ class RouteDistinguisher {
   static RouteDistinguisher fromString(std::string_view text);
   // Eight bytes. Throws Kel::RangeException for any other number, and as the constructor.
   static RouteDistinguisher fromBytes(std::span<const std::uint8_t> bytes);
-  static RouteDistinguisher fromIpAddr(IpAddr address, std::uint16_t number);
 
   constexpr bool isSet() const { return isSet_; }
   // All zero when not set.

@@ -2,7 +2,6 @@
 // The id of a VRF in the keys of the shared tables. It stays the same as long as the store exists; 0 is the default
 // VRF.
 
-#include <charconv>
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -10,6 +9,7 @@
 #include <string_view>
 
 #include "kel/Errors.h"
+#include "kel/Name.h"
 
 namespace Vrf::VrfIdMap {
 
@@ -25,12 +25,11 @@ class VrfId {
   // Decimal. Throws Kel::RangeException unless the text is a number of at most 24 bits.
   std::string stringValue() const { return std::to_string(value_); }
   static VrfId fromString(std::string_view text) {
-    std::uint32_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value > unknownValue) {
+    const auto value = Kel::numberFromText<std::uint32_t>(text);
+    if (!value || *value > unknownValue) {
       throw Kel::RangeException("'" + std::string(text) + "' is no VRF id: a number from 0 to 16777215 is");
     }
-    return VrfId(value);
+    return VrfId(*value);
   }
 
   friend constexpr auto operator<=>(const VrfId&, const VrfId&) = default;

@@ -1,7 +1,6 @@
 #pragma once
 // Value types that the entities share: IP versions, names of VRFs, and the operator's settings of static routes.
 
-#include <charconv>
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -76,13 +75,12 @@ class BasicStaticRouteKey {
   // Throws Kel::RangeException.
   static BasicStaticRouteKey fromString(std::string_view text) {
     const auto blank = text.find(' ');
-    std::uint8_t preference = 0;
     const auto number = blank == std::string_view::npos ? std::string_view() : text.substr(blank + 1);
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), preference);
-    if (number.empty() || error != std::errc() || end != number.data() + number.size()) {
+    const auto preference = Kel::numberFromText<std::uint8_t>(number);
+    if (!preference) {
       throw Kel::RangeException("'" + std::string(text) + "' is no static route: PREFIX PREFERENCE is expected");
     }
-    return {PrefixType::fromString(text.substr(0, blank)), RoutePreference(preference)};
+    return {PrefixType::fromString(text.substr(0, blank)), RoutePreference(*preference)};
   }
 
   const PrefixType& prefix() const { return prefix_; }

@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 
 #include <boost/describe.hpp>
-#include <charconv>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -12,6 +11,7 @@
 #include <vector>
 
 #include "kel/Errors.h"
+#include "kel/Name.h"
 #include "vantu/IntfId.h"
 #include "vantu/IpAddr.h"
 
@@ -35,12 +35,9 @@ class FecId {
   std::string stringValue() const { return std::to_string(value_); }
   // Decimal digits. Throws Kel::RangeException.
   static FecId fromString(std::string_view text) {
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc{} || end != text.data() + text.size()) {
-      throw Kel::RangeException(fmt::format("FecId: {:?} is no FEC id; expected decimal digits", text));
-    }
-    return FecId(value);
+    const auto value = Kel::numberFromText<std::uint64_t>(text);
+    if (!value) throw Kel::RangeException(fmt::format("FecId: {:?} is no FEC id; expected decimal digits", text));
+    return FecId(*value);
   }
   friend constexpr auto operator<=>(const FecId&, const FecId&) = default;
   friend std::size_t hash_value(const FecId& id) { return id.value_; }
@@ -64,10 +61,7 @@ class ViaIndex {
     }
   }
   constexpr unsigned value() const { return value_; }
-
-  std::string stringValue() const { return std::to_string(value_); }
   friend constexpr auto operator<=>(const ViaIndex&, const ViaIndex&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const ViaIndex& index) { return out << index.value_; }
 
  private:
   std::uint16_t value_ = 0;

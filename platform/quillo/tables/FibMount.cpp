@@ -27,11 +27,9 @@ struct RouteRecord {
   using Entry = BasicRoute<PrefixType>;
 
   static Key& keyOf(Entry& entry) { return entry.prefix; }
-  static std::string encodeKey(const FibMount::VrfId& vrfId, const Key& key) { return encodeRouteKey(vrfId, key); }
-  static const char* decodeKey(Bytes bytes, FibMount::VrfId& vrfId, Key& key) {
-    return decodeRouteKey(bytes, vrfId, key);
-  }
-  static const char* decode(Bytes bytes, Entry& entry) { return decodeRoute(bytes, entry); }
+  static constexpr auto encodeKey = encodeRouteKey<PrefixType>;
+  static constexpr auto decodeKey = decodeRouteKey<PrefixType>;
+  static constexpr auto decode = decodeRoute<PrefixType>;
   static void notify(typename Status::Notifiee& reactor, const Key& key) { reactor.onRoute(key); }
 };
 
@@ -42,11 +40,9 @@ struct FecRecord {
   using Entry = Fib::Fec;
 
   static Key& keyOf(Entry& entry) { return entry.fecId; }
-  static std::string encodeKey(const FibMount::VrfId& vrfId, const Key& key) { return encodeFecKey(vrfId, key); }
-  static const char* decodeKey(Bytes bytes, FibMount::VrfId& vrfId, Key& key) {
-    return decodeFecKey(bytes, vrfId, key);
-  }
-  static const char* decode(Bytes bytes, Entry& entry) { return decodeFec(bytes, entry); }
+  static constexpr auto encodeKey = encodeFecKey;
+  static constexpr auto decodeKey = decodeFecKey;
+  static constexpr auto decode = decodeFec;
   static void notify(Status::Notifiee& reactor, const Key& key) { reactor.onFec(key); }
 };
 
