@@ -162,30 +162,20 @@
   }                                                         \
   static constexpr const char* kelCtorNames[] = {"name"};
 
-// A named entity with further constructor parameters: Type(Kel::Name, T1, T2).
-#define KEL_NAMED_CONSTRUCTOR(Type, Base, fields) KEL_NAMED_CONSTRUCTOR_(__COUNTER__, Type, Base, fields)
-#define KEL_NAMED_CONSTRUCTOR_(N, Type, Base, fields)                                                            \
- public:                                                                                                         \
-  using KelCtorTypes = std::tuple<::Kel::Name, BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TYPE_COMMA, _, fields)>;           \
-  explicit Type(::Kel::Name name, BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_PARAMETER, _, fields))                          \
-      : Base(std::move(name)), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_INIT, _, fields) {                                 \
-  }                                                                                                              \
-  BOOST_PP_SEQ_FOR_EACH(KEL_PP_ACCESSOR, _, fields)                                                              \
-  auto kelCtorTie() const {                                                                                      \
-    return std::tie(this->name(), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));                      \
-  }                                                                                                              \
-  static constexpr const char* kelCtorNames[] = {"name", BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TEXT_COMMA, _, fields)}; \
-                                                                                                                 \
- private:                                                                                                        \
-  BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)                                                               \
-  KEL_INFO(N, BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
-
 #define KEL_PP_TYPE_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TYPE(field)
 #define KEL_PP_TEXT_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_TEXT(field)
 #define KEL_PP_MEMBER_COMMA(r, data, i, field) BOOST_PP_COMMA_IF(i) KEL_PP_MEMBER(field)
 #define KEL_PP_INFO(r, data, field)                            \
   type.add(::Kel::constructorInfo<KelSelf>(KEL_PP_TEXT(field), \
                                            [](const KelSelf& self) { return self.KEL_PP_NAME(field)(); }));
+
+// The accessors, members and reflection of constructor parameters.
+#define KEL_PARAMETERS(N, fields)                   \
+ public:                                            \
+  BOOST_PP_SEQ_FOR_EACH(KEL_PP_ACCESSOR, _, fields) \
+ private:                                           \
+  BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)  \
+  KEL_INFO(N, BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
 
 #define KEL_CONSTRUCTOR(Type, fields) KEL_CONSTRUCTOR_(__COUNTER__, Type, fields)
 #define KEL_CONSTRUCTOR_(N, Type, fields)                                                                \
@@ -194,15 +184,25 @@
   explicit Type(BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_PARAMETER, _, fields))                                    \
       : BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_INIT, _, fields) {                                                \
   }                                                                                                      \
-  BOOST_PP_SEQ_FOR_EACH(KEL_PP_ACCESSOR, _, fields)                                                      \
   auto kelCtorTie() const {                                                                              \
     return std::tie(BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));                            \
   }                                                                                                      \
   static constexpr const char* kelCtorNames[] = {BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TEXT_COMMA, _, fields)}; \
-                                                                                                         \
- private:                                                                                                \
-  BOOST_PP_SEQ_FOR_EACH(KEL_PP_DECLARE, _, fields)                                                       \
-  KEL_INFO(N, BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, fields))
+  KEL_PARAMETERS(N, fields)
+
+// A named entity with further constructor parameters: Type(Kel::Name, T1, T2).
+#define KEL_NAMED_CONSTRUCTOR(Type, Base, fields) KEL_NAMED_CONSTRUCTOR_(__COUNTER__, Type, Base, fields)
+#define KEL_NAMED_CONSTRUCTOR_(N, Type, Base, fields)                                                            \
+ public:                                                                                                         \
+  using KelCtorTypes = std::tuple<::Kel::Name, BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TYPE_COMMA, _, fields)>;           \
+  explicit Type(::Kel::Name name, BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_PARAMETER, _, fields))                          \
+      : Base(std::move(name)), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_INIT, _, fields) {                                 \
+  }                                                                                                              \
+  auto kelCtorTie() const {                                                                                      \
+    return std::tie(this->name(), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));                      \
+  }                                                                                                              \
+  static constexpr const char* kelCtorNames[] = {"name", BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TEXT_COMMA, _, fields)}; \
+  KEL_PARAMETERS(N, fields)
 
 #define KEL_NOTIFY(Attr) this->template kelNotify<Notifiee>([](Notifiee& reactor) { reactor.handle##Attr(); })
 #define KEL_NOTIFY_KEY(Attr, key) \
@@ -227,45 +227,33 @@
                #attr, [](const KelSelf& self) -> const T& { return self.attr(); }, \
                [](KelSelf& self, T value) { self.attr##Is(std::move(value)); })))
 
-#define KEL_REFERENCE(T, attr, Attr) KEL_REFERENCE_(__COUNTER__, T, attr, Attr)
-#define KEL_REFERENCE_(N, T, attr, Attr)                               \
- public:                                                               \
-  const ::Kel::Ptr<T>& attr() const {                                  \
-    return attr##_;                                                    \
-  }                                                                    \
-  void attr##Is(::Kel::Ptr<T> value) {                                 \
-    if (attr##_ == value) return;                                      \
-    attr##_ = std::move(value);                                        \
-    KEL_NOTIFY(Attr);                                                  \
-  }                                                                    \
-                                                                       \
- private:                                                              \
-  ::Kel::Ptr<T> attr##_;                                               \
-  KEL_LINK(N, virtual void handle##Attr(){},                           \
-           type.add(::Kel::referenceInfo<KelSelf, T>(                  \
-               #attr, [](const KelSelf& self) { return self.attr(); }, \
-               [](KelSelf& self, ::Kel::Ptr<T> value) { self.attr##Is(std::move(value)); })))
+#define KEL_REFERENCE(T, attr, Attr) KEL_STORED_(__COUNTER__, ::Kel::Ptr<T>, attr, Attr, )
+
+// The part of KEL_CHILD and KEL_OWNED that does not create the child.
+#define KEL_CHILD_ACCESS(T, attr, Attr)                                   \
+ public:                                                                  \
+  ::Kel::Ptr<T> attr() {                                                  \
+    return attr##_.object;                                                \
+  }                                                                       \
+  ::Kel::Ptr<const T> attr() const {                                      \
+    return attr##_.object;                                                \
+  }                                                                       \
+  bool attr##Del() {                                                      \
+    return ::Kel::childDel(*this, attr##_, [this] { KEL_NOTIFY(Attr); }); \
+  }                                                                       \
+                                                                          \
+ private:                                                                 \
+  ::Kel::ChildSlot<T> attr##_;
 
 #define KEL_CHILD(T, attr, Attr) KEL_CHILD_(__COUNTER__, T, attr, Attr)
 #define KEL_CHILD_(N, T, attr, Attr)                                                            \
+  KEL_CHILD_ACCESS(T, attr, Attr)                                                               \
  public:                                                                                        \
-  ::Kel::Ptr<T> attr() {                                                                        \
-    return attr##_.object;                                                                      \
-  }                                                                                             \
-  ::Kel::Ptr<const T> attr() const {                                                            \
-    return attr##_.object;                                                                      \
-  }                                                                                             \
   template <class... Args>                                                                      \
   ::Kel::Ptr<T> attr##Is(Args&&... args) {                                                      \
     return ::Kel::childIs(                                                                      \
         *this, attr##_, #attr, [this] { KEL_NOTIFY(Attr); }, std::forward<Args>(args)...);      \
   }                                                                                             \
-  bool attr##Del() {                                                                            \
-    return ::Kel::childDel(*this, attr##_, [this] { KEL_NOTIFY(Attr); });                       \
-  }                                                                                             \
-                                                                                                \
- private:                                                                                       \
-  ::Kel::ChildSlot<T> attr##_;                                                                  \
   KEL_LINK(N, virtual void handle##Attr(){},                                                    \
            type.add(::Kel::childInfo<KelSelf, T>(                                               \
                #attr, [](const KelSelf& self) { return self.attr##_.object; },                  \
@@ -275,22 +263,11 @@
 // A child that the caller creates. Setting another one deletes the previous one.
 #define KEL_OWNED(T, attr, Attr) KEL_OWNED_(__COUNTER__, T, attr, Attr)
 #define KEL_OWNED_(N, T, attr, Attr)                                                        \
+  KEL_CHILD_ACCESS(T, attr, Attr)                                                           \
  public:                                                                                    \
-  ::Kel::Ptr<T> attr() {                                                                    \
-    return attr##_.object;                                                                  \
-  }                                                                                         \
-  ::Kel::Ptr<const T> attr() const {                                                        \
-    return attr##_.object;                                                                  \
-  }                                                                                         \
   void attr##Is(::Kel::Ptr<T> object) {                                                     \
     ::Kel::ownedIs(*this, attr##_, #attr, std::move(object), [this] { KEL_NOTIFY(Attr); }); \
   }                                                                                         \
-  bool attr##Del() {                                                                        \
-    return ::Kel::childDel(*this, attr##_, [this] { KEL_NOTIFY(Attr); });                   \
-  }                                                                                         \
-                                                                                            \
- private:                                                                                   \
-  ::Kel::ChildSlot<T> attr##_;                                                              \
   KEL_LINK(N, virtual void handle##Attr(){},                                                \
            type.add(::Kel::ownedInfo<KelSelf, T>(                                           \
                #attr, [](const KelSelf& self) { return self.attr##_.object; },              \

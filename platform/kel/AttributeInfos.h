@@ -49,26 +49,23 @@ AttributeInfo constructorInfo(const char* name, Get get) {
   return info;
 }
 
+// A handle (`T` is a Ptr) is a reference: data cannot express it, so it has its own operation.
 template <class Self, class T, class Get, class Set>
 AttributeInfo storedInfo(const char* name, Get get, Set) {
   auto info = computedInfo<Self>(name, get);
-  info.kind = AttributeKind::stored;
   info.toDatum = [](const PtrInterface& object) { return toDatum(Get()(selfOf<Self>(object))); };
-  info.fromDatum = [](PtrInterface& object, const Datum& datum) {
-    Set()(selfOf<Self>(object), fromDatum<T>(datum));
-  };
-  return info;
-}
-
-template <class Self, class T, class Get, class Set>
-AttributeInfo referenceInfo(const char* name, Get get, Set) {
-  auto info = computedInfo<Self>(name, get);
-  info.kind = AttributeKind::reference;
-  info.typeName = boost::core::type_name<T>();
-  info.toDatum = [](const PtrInterface& object) { return toDatum(Get()(selfOf<Self>(object))); };
-  info.referenceIs = [](PtrInterface& object, const Ptr<PtrInterface>& target) {
-    Set()(selfOf<Self>(object), Value(target).template as<Ptr<T>>());
-  };
+  if constexpr (IsPtr<T>::value) {
+    info.kind = AttributeKind::reference;
+    info.typeName = boost::core::type_name<typename T::element_type>();
+    info.referenceIs = [](PtrInterface& object, const Ptr<PtrInterface>& target) {
+      Set()(selfOf<Self>(object), Value(target).template as<T>());
+    };
+  } else {
+    info.kind = AttributeKind::stored;
+    info.fromDatum = [](PtrInterface& object, const Datum& datum) {
+      Set()(selfOf<Self>(object), fromDatum<T>(datum));
+    };
+  }
   return info;
 }
 

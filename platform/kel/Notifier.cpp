@@ -38,7 +38,7 @@ class Notifier::Round {
   const std::size_t size_;
 };
 
-void Notifier::forEachReactor(void (*visit)(NotifieeBase& reactor, void* context), void* context) const {
+void Notifier::forEachReactor(const std::function<void(NotifieeBase&)>& visit) const {
   // An object without reactors may be in its destructor, where no handle may be taken. One with reactors is held by
   // them.
   if (!reactors_ || reactors_->list.empty()) return;
@@ -48,7 +48,7 @@ void Notifier::forEachReactor(void (*visit)(NotifieeBase& reactor, void* context
     // A reactor with a count of zero is being constructed or destroyed, so no handle may be taken.
     if (!reactors_->list[i] || reactors_->list[i]->use_count() == 0) continue;
     const Ptr<NotifieeBase> reactor(reactors_->list[i]);
-    if (reactor->hasNotificationActive()) visit(*reactor, context);
+    if (reactor->hasNotificationActive()) visit(*reactor);
   }
 }
 

@@ -20,6 +20,7 @@
 // reactors.
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -73,15 +74,13 @@ class Notifier : public PtrInterface {
   // Calls `call` for each active reactor that is an `N`, and handleAnyChange for each other one, as guaranteed above.
   template <class N, class Call>
   void kelNotify(Call call) const {
-    forEachReactor(
-        [](NotifieeBase& reactor, void* visit) {
-          if (auto* typed = dynamic_cast<N*>(&reactor)) {
-            (*static_cast<Call*>(visit))(*typed);
-          } else {
-            reactor.handleAnyChange();
-          }
-        },
-        &call);
+    forEachReactor([&call](NotifieeBase& reactor) {
+      if (auto* typed = dynamic_cast<N*>(&reactor)) {
+        call(*typed);
+      } else {
+        reactor.handleAnyChange();
+      }
+    });
   }
 
   // Notifies the reactors of the deletion, then stops the object.
@@ -96,7 +95,7 @@ class Notifier : public PtrInterface {
   };
   class Round;
 
-  void forEachReactor(void (*visit)(NotifieeBase& reactor, void* context), void* context) const;
+  void forEachReactor(const std::function<void(NotifieeBase&)>& visit) const;
   void attach(NotifieeBase* reactor) const;
   void detach(NotifieeBase* reactor) const;
 
