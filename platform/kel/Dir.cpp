@@ -50,28 +50,22 @@ namespace {
 
 Ptr<Entity> resolveRest(const Ptr<Entity>& from, std::string_view rest);
 
-// Calls `next(name, rest)` for each possible first name of `path`, the shortest first, until a call finds an entity.
-template <class Next>
-Ptr<Entity> cutName(std::string_view path, Next next) {
+// Resolves a path that begins with a name, which `find(name)` looks up. Tries each possible end of the name, the
+// shortest name first, until the rest of the path leads to an entity.
+template <class Find>
+Ptr<Entity> resolveName(std::string_view path, Find find) {
   for (std::size_t at = path.find_first_of("./", 1);; at = path.find_first_of("./", at + 1)) {
-    const auto name = path.substr(0, at);
+    const Ptr<Entity> named = find(path.substr(0, at));
     const auto rest = at == std::string_view::npos ? std::string_view() : path.substr(at);
-    if (auto found = next(name, rest)) return found;
+    if (auto found = named ? resolveRest(named, rest) : nullptr) return found;
     if (at == std::string_view::npos) return nullptr;
   }
 }
 
 Ptr<Entity> resolveEntry(const Dir& dir, std::string_view path) {
-  return cutName(path, [&](std::string_view name, std::string_view rest) -> Ptr<Entity> {
+  return resolveName(path, [&](std::string_view name) {
     const auto* entry = dir.entityPtr().find(Name(name));
-    return entry ? resolveRest(*entry, rest) : nullptr;
-  });
-}
-
-Ptr<Entity> resolveMember(const Ptr<Entity>& owner, const AttributeInfo& attribute, std::string_view path) {
-  return cutName(path, [&](std::string_view name, std::string_view rest) -> Ptr<Entity> {
-    const auto member = dynamicPtr<Entity>(attribute.member(*owner, name));
-    return member ? resolveRest(member, rest) : nullptr;
+    return entry ? *entry : nullptr;
   });
 }
 
@@ -81,7 +75,9 @@ Ptr<Entity> resolveAttribute(const Ptr<Entity>& owner, std::string_view path) {
   if (!attribute || !attribute->member) return nullptr;
   const auto rest = end == std::string_view::npos ? std::string_view() : path.substr(end);
   if (attribute->kind == AttributeKind::members) {
-    return rest.size() > 1 && rest.front() == '/' ? resolveMember(owner, *attribute, rest.substr(1)) : nullptr;
+    if (rest.size() < 2 || rest.front() != '/') return nullptr;
+    return resolveName(rest.substr(1),
+                       [&](std::string_view name) { return dynamicPtr<Entity>(attribute->member(*owner, name)); });
   }
   const auto child = dynamicPtr<Entity>(attribute->member(*owner, {}));
   return child ? resolveRest(child, rest) : nullptr;

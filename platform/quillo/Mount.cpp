@@ -10,7 +10,6 @@
 #include "quillo/RecordReader.h"
 
 namespace Quillo {
-
 namespace {
 
 Kel::TraceHandle mountTrace("QuilloMount");

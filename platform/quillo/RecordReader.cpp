@@ -6,7 +6,6 @@
 #include <cstring>
 
 namespace Quillo {
-
 namespace {
 
 constexpr std::size_t maxRecordBytes = maxValueBytes + recordHeaderBytes;
@@ -84,7 +83,7 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
   if (status != 0) damageDetected(env, place, key, status);
   RecordView view;
   if (const char* what = recordDecode(view, place, key, Bytes(buffer.data(), size))) {
-    damageDetected(env, place, key, std::string(what));
+    damageDetected(env, place, key, what);
   }
   return view;
 }
@@ -99,7 +98,7 @@ auto readMeta(Environment& env, MDB_txn* txn, const std::string& key, const Deco
   using Decoded = decltype(decode(Bytes()));
   if (!record) return Decoded();
   auto decoded = record->layout == metaLayout ? decode(record->value) : std::nullopt;
-  if (!decoded) damageDetected(env, Place::records, key, std::string("unknown layout"));
+  if (!decoded) damageDetected(env, Place::records, key, "unknown layout");
   return decoded;
 }
 
@@ -195,7 +194,7 @@ void RecordCursor::checkEnd() {
   previous_.assign(key_, keySize_);
   int status = fetch(MDB_NEXT, {});
   if (status == mappingFault) damageDetected(env_, place_, previous_, status);
-  if (status == 0 && key() <= previous_) damageDetected(env_, place_, key(), std::string("key out of order"));
+  if (status == 0 && key() <= previous_) damageDetected(env_, place_, key(), "key out of order");
 }
 
 bool RecordCursor::move(int operation, Bytes lowerBound) {
@@ -206,7 +205,7 @@ bool RecordCursor::move(int operation, Bytes lowerBound) {
   if (status != 0) damageDetected(env_, place_, asked, status);
   // A damaged tree can lead a walk in circles.
   bool ascends = operation == MDB_NEXT ? key() > asked : key() >= asked;
-  if (!ascends) damageDetected(env_, place_, key(), std::string("key out of order"));
+  if (!ascends) damageDetected(env_, place_, key(), "key out of order");
   if (!key().starts_with(prefix_)) {
     checkEnd();
     return false;
@@ -220,7 +219,7 @@ bool RecordCursor::move(int operation, Bytes lowerBound) {
   // The store's identity is not a record: it has the same form in all versions, and its own check.
   if (place_ == Place::records && key() == identityKey()) return next();
   if (const char* what = recordDecode(record_, place_, key(), Bytes(buffer_.data(), size_))) {
-    damageDetected(env_, place_, key(), std::string(what));
+    damageDetected(env_, place_, key(), what);
   }
   return true;
 }

@@ -5,7 +5,6 @@
 #include "quillo/RecordReader.h"
 
 namespace Quillo {
-
 namespace {
 
 void checkLayout(Environment& env, TableId table, Bytes key, const RecordView& record) {
@@ -121,7 +120,7 @@ Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) cons
       break;
     }
     Bytes entry = cursor.record().value;
-    if (entry.size() < 2) damageDetected(env, Place::journal, cursor.key(), std::string("entry too short"));
+    if (entry.size() < 2) damageDetected(env, Place::journal, cursor.key(), "entry too short");
     result.changes.push_back({seqOfKey(cursor.key()), static_cast<TableId>(entry[1]),
                               static_cast<Change::Kind>(entry[0]), std::string(entry.substr(2))});
   }

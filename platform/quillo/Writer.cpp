@@ -5,7 +5,6 @@
 #include <vector>
 
 namespace Quillo {
-
 namespace {
 
 // Layout of the records of the journal and of tombstones.
@@ -37,7 +36,7 @@ void Writer::store(Place place, const std::string& key, std::uint64_t seq, std::
     MDB_val bytes{record_.size(), record_.data()};
     return mdb_put(txn_, index, &keyVal, &bytes, flags);
   });
-  if (status == MDB_KEYEXIST) damageDetected(env_, place, key, std::string("a later entry is there already"));
+  if (status == MDB_KEYEXIST) damageDetected(env_, place, key, "a later entry is there already");
   if (status != 0) throw WriteFailure{status};
 }
 
@@ -47,7 +46,7 @@ void Writer::erase(Place place, const std::string& key) {
     MDB_val keyVal{key.size(), const_cast<char*>(key.data())};
     return mdb_del(txn_, index, &keyVal, nullptr);
   });
-  if (status == MDB_NOTFOUND) damageDetected(env_, place, key, std::string("entry is missing"));
+  if (status == MDB_NOTFOUND) damageDetected(env_, place, key, "entry is missing");
   if (status != 0) throw WriteFailure{status};
 }
 
@@ -133,7 +132,7 @@ void Writer::dropTombstones() {
     std::string place = seqKey(seq);
     std::optional<RecordView> entry = readRecord(env_, txn_, Place::journal, place, buffer);
     if (!entry || entry->value.size() < 2) {
-      damageDetected(env_, Place::journal, place, std::string("entry of a deletion is missing"));
+      damageDetected(env_, Place::journal, place, "entry of a deletion is missing");
     }
     erase(Place::graves, std::string(entry->value.substr(1)));
     erase(Place::graveOrder, place);

@@ -8,7 +8,6 @@
 #include "kel/Errors.h"
 
 namespace Snmp {
-
 namespace {
 
 const Kel::String& absolute(const Kel::String& path) {

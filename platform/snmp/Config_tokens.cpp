@@ -10,7 +10,6 @@
 #include "snmp/Config.h"
 
 namespace Snmp {
-
 namespace {
 
 using Output = Kel::TraceConfig::Output;

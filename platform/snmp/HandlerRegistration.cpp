@@ -9,7 +9,6 @@
 #include <string_view>
 
 namespace Snmp {
-
 namespace {
 
 // Created on first use and never destroyed, since static objects of any source announce modules and withdraw them.

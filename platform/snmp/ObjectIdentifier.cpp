@@ -10,7 +10,6 @@
 #include "kel/Errors.h"
 
 namespace Snmp {
-
 namespace {
 
 void checkLength(std::size_t length) {

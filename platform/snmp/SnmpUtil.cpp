@@ -3,7 +3,6 @@
 #include "snmp/Config.h"
 
 namespace SnmpUtil {
-
 namespace {
 
 Kel::Ptr<Kel::Dir>& root() {

@@ -9,7 +9,6 @@
 #include "kel/Errors.h"
 
 namespace Snmp {
-
 namespace {
 
 constexpr std::string_view hexPrefix = "0x";

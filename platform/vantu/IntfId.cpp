@@ -7,6 +7,11 @@
 #include "kel/Errors.h"
 
 namespace Vantu {
+namespace {
+
+std::set<IntfId> configuredIds;
+
+}  // namespace
 
 IntfId::IntfId(std::string_view text) : text_(text) {
   if (text.size() > maxLength) {
@@ -21,29 +26,19 @@ std::string_view IntfId::localName() const {
   return slash == std::string_view::npos ? text : text.substr(slash + 1);
 }
 
-namespace {
-
-std::set<IntfId>& configuredIds() {
-  static std::set<IntfId> ids;
-  return ids;
-}
-
-}  // namespace
-
 bool MgmtIntfId::isMgmtIntfId(const IntfId& intfId) {
   const auto localName = intfId.localName();
   if (localName.starts_with("Management")) return true;
-  const auto& ids = configuredIds();
-  return !ids.empty() && (ids.contains(intfId) || ids.contains(IntfId(localName)));
+  return !configuredIds.empty() && (configuredIds.contains(intfId) || configuredIds.contains(IntfId(localName)));
 }
 
 const std::set<IntfId>& MgmtIntfId::configured() {
-  return configuredIds();
+  return configuredIds;
 }
 
 void MgmtIntfId::configuredIs(std::set<IntfId> intfIds) {
   intfIds.erase(IntfId());
-  configuredIds() = std::move(intfIds);
+  configuredIds = std::move(intfIds);
 }
 
 bool DynamicTunnelIntfId::isDynamicTunnelIntfId(const IntfId& intfId) {

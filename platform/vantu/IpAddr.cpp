@@ -9,7 +9,6 @@
 #include "kel/Errors.h"
 
 namespace Vantu {
-
 namespace {
 
 bool parse(int family, std::string_view text, void* address) {

@@ -1,31 +1,8 @@
 #pragma once
 // The fixed part of the state database: the entities that exist even before a publisher has written them.
-//
-// | path                | type                                      |
-// |---------------------|-------------------------------------------|
-// | routing/config      | Routing::Config                           |
-// | routing6/config     | Routing6::Config                          |
-// | routing/vrf/config  | Routing::VrfConfigDir                     |
-// | routing6/vrf/config | Routing6::VrfConfigDir                    |
-// | routing/vrf/info    | Kel::Dir of Routing::VrfInfo, by VRF name |
-// | routing6/vrf/info   | Kel::Dir of Routing::VrfInfo, by VRF name |
-// | interface/status    | Interface::AllIntfStatusDir               |
-// | l3/config           | L3::Config                                |
-// | l3/intf/config      | L3::Intf::ConfigDir                       |
-// | l3/intf/status      | L3::Intf::StatusDir                       |
-// | ip/config           | Ip::Config                                |
-// | ip/status           | Ip::Status                                |
-// | ip6/config          | Ip6::Config                               |
-// | ip6/status          | Ip6::Status                               |
-// | ip/intf/stats       | Ip::AllIntfStats, IPv4                    |
-// | ip6/intf/stats      | Ip::AllIntfStats, IPv6                    |
-// | ip/vrf/config       | Ip::AllVrfConfig                          |
-// | ip/vrf/global       | Ip::AllVrfStatusGlobal                    |
-// | ip/vrf/local        | Ip::AllVrfStatusLocal                     |
-// | vrf/id/status       | Vrf::VrfIdMap::Status                     |
-// | vrf/name/status     | Vrf::VrfIdMap::NameToIdMapWrapper         |
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kel/Dir.h"
@@ -49,32 +26,38 @@ struct OpenDir {
 // fills the agent's tree from the store.
 struct Tree {
   Kel::Ptr<Kel::Dir> root;
-  Kel::Ptr<Routing::Config> routingConfig;
-  Kel::Ptr<Routing6::Config> routing6Config;
-  Kel::Ptr<Routing::VrfConfigDir> routingVrfConfigDir;
-  Kel::Ptr<Routing6::VrfConfigDir> routing6VrfConfigDir;
-  Kel::Ptr<Kel::Dir> routingVrfInfoDir;
-  Kel::Ptr<Kel::Dir> routing6VrfInfoDir;
-  Kel::Ptr<Interface::AllIntfStatusDir> intfStatusDir;
-  Kel::Ptr<L3::Config> l3Config;
-  Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir;
-  Kel::Ptr<L3::Intf::StatusDir> l3StatusDir;
-  Kel::Ptr<Ip::Config> ipConfig;
-  Kel::Ptr<Ip::Status> ipStatus;
-  Kel::Ptr<Ip6::Config> ip6Config;
-  Kel::Ptr<Ip6::Status> ip6Status;
-  Kel::Ptr<Ip::AllIntfStats> ipIntfStats;
-  Kel::Ptr<Ip::AllIntfStats> ip6IntfStats;
-  Kel::Ptr<Ip::AllVrfConfig> allVrfConfig;
-  Kel::Ptr<Ip::AllVrfStatusGlobal> allVrfStatusGlobal;
-  Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal;
-  Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus;
-  Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> vrfNameStatus;
+  Kel::Ptr<Routing::Config> routingConfig = make<Routing::Config>("routing/config");
+  Kel::Ptr<Routing6::Config> routing6Config = make<Routing6::Config>("routing6/config");
+  Kel::Ptr<Routing::VrfConfigDir> routingVrfConfigDir = make<Routing::VrfConfigDir>("routing/vrf/config");
+  Kel::Ptr<Routing6::VrfConfigDir> routing6VrfConfigDir = make<Routing6::VrfConfigDir>("routing6/vrf/config");
+  Kel::Ptr<Kel::Dir> routingVrfInfoDir = make<Kel::Dir>("routing/vrf/info");    // of Routing::VrfInfo, by VRF name
+  Kel::Ptr<Kel::Dir> routing6VrfInfoDir = make<Kel::Dir>("routing6/vrf/info");  // of Routing::VrfInfo, by VRF name
+  Kel::Ptr<Interface::AllIntfStatusDir> intfStatusDir = make<Interface::AllIntfStatusDir>("interface/status");
+  Kel::Ptr<L3::Config> l3Config = make<L3::Config>("l3/config");
+  Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir = make<L3::Intf::ConfigDir>("l3/intf/config");
+  Kel::Ptr<L3::Intf::StatusDir> l3StatusDir = make<L3::Intf::StatusDir>("l3/intf/status");
+  Kel::Ptr<Ip::Config> ipConfig = make<Ip::Config>("ip/config");
+  Kel::Ptr<Ip::Status> ipStatus = make<Ip::Status>("ip/status");
+  Kel::Ptr<Ip6::Config> ip6Config = make<Ip6::Config>("ip6/config");
+  Kel::Ptr<Ip6::Status> ip6Status = make<Ip6::Status>("ip6/status");
+  Kel::Ptr<Ip::AllIntfStats> ipIntfStats = make<Ip::AllIntfStats>("ip/intf/stats");
+  Kel::Ptr<Ip::AllIntfStats> ip6IntfStats = make<Ip::AllIntfStats>("ip6/intf/stats");
+  Kel::Ptr<Ip::AllVrfConfig> allVrfConfig = make<Ip::AllVrfConfig>("ip/vrf/config");
+  Kel::Ptr<Ip::AllVrfStatusGlobal> allVrfStatusGlobal = make<Ip::AllVrfStatusGlobal>("ip/vrf/global");
+  Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal = make<Ip::AllVrfStatusLocal>("ip/vrf/local");
+  Kel::Ptr<Vrf::VrfIdMap::Status> vrfIdStatus = make<Vrf::VrfIdMap::Status>("vrf/id/status");
+  Kel::Ptr<Vrf::VrfIdMap::NameToIdMapWrapper> vrfNameStatus =
+      make<Vrf::VrfIdMap::NameToIdMapWrapper>("vrf/name/status");
 
-  // Makes the entities in `root` (the directory "Varnix" of an agent, or a publisher's nameless one).
+  // Creates the entities in `root` (the directory "Varnix" of an agent, or a publisher's nameless one).
   explicit Tree(Kel::Ptr<Kel::Dir> root);
 
   std::vector<OpenDir> openDirs() const;
+
+ private:
+  // Creates the directories of `path`, and in the last one an entity that has the name of the last component.
+  template <class T>
+  Kel::Ptr<T> make(std::string_view path) const;
 };
 
 }  // namespace Varnix

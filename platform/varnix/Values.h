@@ -18,11 +18,8 @@ namespace Ip {
 enum IpVersion : int { ipVersionUnknown = 0, ipVersion4 = 1, ipVersion6 = 2 };
 BOOST_DESCRIBE_ENUM(IpVersion, ipVersionUnknown, ipVersion4, ipVersion6)
 
-inline Kel::String stringValue(IpVersion version) {
-  return Kel::enumName(version);
-}
 inline std::ostream& operator<<(std::ostream& out, IpVersion version) {
-  return out << stringValue(version);
+  return out << Kel::enumName(version);
 }
 
 // Throw Kel::RangeException unless the number or name is that of an IP version.

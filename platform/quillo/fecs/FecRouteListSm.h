@@ -36,10 +36,6 @@ class FecRouteListSm : public Kel::PtrInterface {
   // Leaves the prefixes in the list.
   void kelStop();
 
-  const Kel::Ptr<const Quillo::Fib::RouteStatus>& routeStatus() const { return routeStatus_; }
-  const Kel::Ptr<const Quillo::Fib::ForwardingStatus>& forwardingStatus() const { return forwardingStatus_; }
-  const Kel::Ptr<Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
-
   // Whether pieces of the table remain to be read.
   bool isScanning() const { return scan_.isOn(); }
   void scanPiece();
