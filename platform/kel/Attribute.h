@@ -1,6 +1,6 @@
 #pragma once
-// Declares the attributes of a watched type, one line each. From the line come the accessor, the setter or the
-// collection operations, the virtual handler of the type's `Notifiee`, and the reflection.
+// Declares the attributes of a watched type, one line each. A line generates the accessor, the setter or the collection
+// operations, the virtual handler of the type's `Notifiee`, and the reflection.
 //
 //   class VrfMibsDir : public Kel::Entity {
 //     KEL_TYPE_BEGIN("IpSnmp::VrfMibsDir", VrfMibsDir, Kel::Entity)

@@ -1,5 +1,5 @@
 #pragma once
-// The framework's exceptions. Each text says what was wrong and where; none is thrown across a C boundary.
+// The framework's exceptions. Each text states the fault and its place.
 
 #include <stdexcept>
 #include <string>

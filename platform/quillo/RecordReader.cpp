@@ -49,7 +49,7 @@ void damageDetected(Environment& env, Place place, Bytes key, const std::string&
 
 void damageDetected(Environment& env, Place place, Bytes key, int status) {
   if (status == mappingFault) env.faultedIs();
-  // Without a found key: `key` is the one that was searched.
+  // Leaves the found key empty, since `key` is the searched one.
   throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key),
                                           statusText(status));
 }

@@ -29,7 +29,7 @@ class Scrubber {
     clean,         // a round over all tables is complete; the next call begins a new round
     inconclusive,  // the round is complete, but a table changed too fast to be compared
     damaged,       // damage was found, and reported if it is new; the next call begins a new round
-    notReady,      // the store cannot be read at present
+    notReady,      // the store cannot be read now
   };
   static constexpr unsigned maxRestarts = 16;
 

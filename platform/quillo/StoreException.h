@@ -9,7 +9,7 @@
 
 namespace Quillo {
 
-// Why a store cannot be opened, read or written at present.
+// A store cannot be opened, read or written.
 class StoreException : public Kel::Exception {
  public:
   enum class Kind {

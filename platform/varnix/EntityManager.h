@@ -15,7 +15,7 @@
 // - An equal value is not set again, not even after a rebuild: no row flaps when the publisher restarts.
 // - Malformed documents, unknown types and attributes, bad values, documents without a place and damaged records are
 //   traced at level 0 and left out; the rest is served.
-// - An exception that leaves a reactor is traced at level 0; the change that caused it stands.
+// - An exception of a reactor is traced at level 0; the change that caused it remains in effect.
 // - While the store is missing or unreadable the tree keeps its contents. A new store replaces them in one go, once a
 //   publisher has completed a pass over it.
 
@@ -33,7 +33,7 @@ class TreeLoader;
 class EntityManager : public Kel::Entity {
   KEL_TYPE_BEGIN("Varnix::EntityManager", EntityManager, Kel::Entity)
  public:
-  // Makes the tree in `directory`. Requires that nobody else changes the tree. `mount` may be shared; the caller
+  // Creates the tree in `directory`. Requires: only this object changes the tree. `mount` may be shared; the caller
   // refreshes it.
   EntityManager(const Kel::Ptr<Kel::Dir>& directory, Kel::Ptr<Quillo::Mount> mount);
   ~EntityManager() override;

@@ -5,7 +5,7 @@ namespace {
 
 Kel::Ptr<Kel::Entity> makeVrfInfo(const Kel::Name& name) {
   if (name.empty()) throw Kel::RangeException("a VRF has a name of 1 to 100 bytes");
-  static_cast<void>(L3::VrfName(name));  // refuses one that is too long
+  static_cast<void>(L3::VrfName(name));  // throws if the name is too long
   return Kel::makePtr<Routing::VrfInfo>(name);
 }
 

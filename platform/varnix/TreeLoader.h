@@ -5,13 +5,13 @@
 // entries of open directories are created and deleted with their documents.
 //
 // Guarantees:
-// - After settle() the tree depends only on the present documents, whatever the order of their arrival.
+// - After settle() the tree depends only on the current documents, in any order of their arrival.
 // - A value that stays the same is not set again.
 // - Reactors never see half a change. A document that refers to a missing entity waits for that entity. Until then
 //   its own entity keeps its attributes (a new one its defaults). An entity is deleted after the last reference to
 //   it. settle() ends the waiting: it sets a reference to null if the target is still missing.
-// - A document that is malformed, of a wrong type or without a place is traced at level 0 and left out. So is an unknown
-//   attribute, once for each type of entity. An attribute with a bad value gets its default.
+// - A document that is malformed, of a wrong type or without a place is traced at level 0 and left out. So is an
+//   unknown attribute, once for each type of entity. An attribute with a bad value gets its default.
 
 #include <map>
 #include <optional>
@@ -68,8 +68,8 @@ class WaitingDocuments {
 
 class TreeLoader {
  public:
-  // `root` holds the fixed entities, at their defaults, and the open directories. Requires that nobody else changes
-  // the tree.
+  // `root` holds the fixed entities, at their defaults, and the open directories. Requires: only this
+  // object changes the tree.
   TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs);
 
   void loadDocument(const std::string& path, std::string_view text);

@@ -2,7 +2,7 @@
 // Creates and deletes the entity at a document's path. Internal to TreeLoader.
 //
 // Three kinds of entities have a path: fixed ones, in directories; entries of open directories; members of a fixed
-// entity's collection, `<owner>.<attribute>/<name>`. Only fixed ones exist without a document.
+// entity's collection, `<owner>.<attribute>/<name>`. Only fixed entities exist without a document.
 
 #include <map>
 #include <string>
