@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <boost/container_hash/hash.hpp>
 #include <charconv>
-#include <ostream>
 
 #include "kel/Errors.h"
 
@@ -57,14 +55,6 @@ Kel::String ObjectIdentifier::stringValue() const {
 void ObjectIdentifier::append(SubIdentifier subIdentifier) {
   checkLength(words_.size() + 1);
   words_.push_back(subIdentifier);
-}
-
-std::size_t hash_value(const ObjectIdentifier& value) {
-  return boost::hash_range(value.words_.begin(), value.words_.end());
-}
-
-std::ostream& operator<<(std::ostream& out, const ObjectIdentifier& value) {
-  return out << value.stringValue();
 }
 
 }  // namespace Snmp

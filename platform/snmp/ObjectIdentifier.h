@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
-#include <iosfwd>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -42,12 +41,9 @@ class ObjectIdentifier {
 
   friend auto operator<=>(const ObjectIdentifier& a, const ObjectIdentifier& b) = default;
   friend bool operator==(const ObjectIdentifier& a, const ObjectIdentifier& b) = default;
-  friend std::size_t hash_value(const ObjectIdentifier& value);
 
  private:
   std::vector<SubIdentifier> words_;
 };
-
-std::ostream& operator<<(std::ostream& out, const ObjectIdentifier& value);
 
 }  // namespace Snmp

@@ -2,11 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <boost/container_hash/hash.hpp>
 #include <charconv>
-
-#include "kel/Errors.h"
 
 namespace Vantu {
 namespace {
@@ -35,13 +32,7 @@ EthAddr EthAddr::fromString(std::string_view text) {
 }
 
 EthAddr EthAddr::fromBytes(std::span<const std::uint8_t> bytes) {
-  Bytes copied{};
-  if (bytes.size() != copied.size()) {
-    throw Kel::RangeException(
-        fmt::format("EthAddr: {} bytes are not an Ethernet address; expected {}", bytes.size(), copied.size()));
-  }
-  std::copy(bytes.begin(), bytes.end(), copied.begin());
-  return EthAddr(copied);
+  return EthAddr(exactBytes<6>(bytes, "EthAddr", "an Ethernet address"));
 }
 
 Kel::String EthAddr::stringValue() const {

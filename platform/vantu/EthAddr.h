@@ -1,10 +1,6 @@
 #pragma once
 // An Ethernet (MAC) address. The default value is all zero. Ordered by bytes.
 
-#include <array>
-#include <cstdint>
-#include <span>
-
 #include "vantu/ValueConcept.h"
 
 namespace Vantu {

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <boost/container_hash/hash.hpp>
 
-#include "kel/Errors.h"
-
 namespace Vantu {
 namespace {
 
@@ -28,11 +26,8 @@ IpAddr IpAddr::fromString(std::string_view text) {
 }
 
 IpAddr IpAddr::fromBytes(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() != 4) {
-    throw Kel::RangeException(fmt::format("IpAddr: {} bytes are not an IPv4 address; expected 4", bytes.size()));
-  }
   std::uint32_t value = 0;
-  for (const auto byte : bytes) value = value << 8 | byte;
+  for (const auto byte : exactBytes<4>(bytes, "IpAddr", "an IPv4 address")) value = value << 8 | byte;
   return IpAddr(value);
 }
 
@@ -60,12 +55,7 @@ Ip6Addr Ip6Addr::fromString(std::string_view text) {
 }
 
 Ip6Addr Ip6Addr::fromBytes(std::span<const std::uint8_t> bytes) {
-  Bytes copied{};
-  if (bytes.size() != copied.size()) {
-    throw Kel::RangeException(fmt::format("Ip6Addr: {} bytes are not an IPv6 address; expected 16", bytes.size()));
-  }
-  std::copy(bytes.begin(), bytes.end(), copied.begin());
-  return Ip6Addr(copied);
+  return Ip6Addr(exactBytes<16>(bytes, "Ip6Addr", "an IPv6 address"));
 }
 
 Ip6Addr Ip6Addr::netmask(unsigned length) {

@@ -1,11 +1,7 @@
 #pragma once
 // The IP addresses: IpAddr (IPv4), Ip6Addr (IPv6), and IpGenAddr, which is either.
 
-#include <array>
-#include <cstdint>
 #include <cstring>
-#include <ostream>
-#include <span>
 
 #include "vantu/ValueConcept.h"
 

@@ -6,8 +6,6 @@
 #include <boost/container_hash/hash.hpp>
 #include <limits>
 
-#include "kel/Errors.h"
-#include "kel/Name.h"
 #include "vantu/IpAddr.h"
 
 namespace Vantu {
@@ -55,13 +53,7 @@ RouteDistinguisher::RouteDistinguisher(const Bytes& bytes) : isSet_(true), bytes
 }
 
 RouteDistinguisher RouteDistinguisher::fromBytes(std::span<const std::uint8_t> bytes) {
-  Bytes copied{};
-  if (bytes.size() != copied.size()) {
-    throw Kel::RangeException(fmt::format("RouteDistinguisher: {} bytes are not a route distinguisher; expected {}",
-                                          bytes.size(), copied.size()));
-  }
-  std::copy(bytes.begin(), bytes.end(), copied.begin());
-  return RouteDistinguisher(copied);
+  return RouteDistinguisher(exactBytes<8>(bytes, "RouteDistinguisher", "a route distinguisher"));
 }
 
 RouteDistinguisher RouteDistinguisher::fromString(std::string_view text) {

@@ -7,10 +7,6 @@
 // In text, an AS number above 65535 means type 2. A type 2 with a smaller AS number is written in the asdot+ notation
 // of RFC 5396 ("0.65000:1"), so that the text is unique. Ordered by bytes, none first.
 
-#include <array>
-#include <cstdint>
-#include <span>
-
 #include "vantu/ValueConcept.h"
 
 namespace Vantu {

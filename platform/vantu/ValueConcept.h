@@ -8,13 +8,20 @@
 //                                               fault and the expected form
 //   std::size_t hash() const;
 
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
 #include <compare>
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <ostream>
+#include <span>
 #include <string_view>
 
+#include "kel/Errors.h"
 #include "kel/Name.h"
 
 namespace Vantu {
@@ -25,6 +32,17 @@ concept ValueType = T::isVantuValue && requires(const T& value, std::string_view
   { T::fromString(text) } -> std::same_as<T>;
   { value.hash() } -> std::same_as<std::size_t>;
 };
+
+// Copies exactly `size` bytes. Throws Kel::RangeException for any other number; the text names the type and `what`.
+template <std::size_t size>
+std::array<std::uint8_t, size> exactBytes(std::span<const std::uint8_t> bytes, const char* type, const char* what) {
+  if (bytes.size() != size) {
+    throw Kel::RangeException(fmt::format("{}: {} bytes are not {}; expected {}", type, bytes.size(), what, size));
+  }
+  std::array<std::uint8_t, size> copied;
+  std::copy(bytes.begin(), bytes.end(), copied.begin());
+  return copied;
+}
 
 template <ValueType T>
 std::ostream& operator<<(std::ostream& out, const T& value) {

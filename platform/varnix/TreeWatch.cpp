@@ -1,6 +1,7 @@
 #include "varnix/TreeWatch.h"
 
 #include <algorithm>
+#include <type_traits>
 
 #include "kel/Trace.h"
 #include "varnix/ByteText.h"
@@ -36,30 +37,6 @@ struct MembersWatch : Owner::Notifiee {
   }
 };
 
-#define MEMBERS_WATCH(Watch, Owner, Key, attr, Attr)                                                 \
-  struct Watch : MembersWatch<Owner> {                                                               \
-    void handle##Attr(const Key& key) override { memberChanged(#attr, key, notifier()->attr(key)); } \
-    void begin() {                                                                                   \
-      for (const auto& [key, member] : notifier()->attr()) watch->watch(member);                     \
-    }                                                                                                \
-  };
-
-MEMBERS_WATCH(OnAllIntfStatus, Interface::AllIntfStatusDir, Vantu::IntfId, intfStatus, IntfStatus)
-MEMBERS_WATCH(OnAllIntfStats, Ip::AllIntfStats, Vantu::IntfId, intfStats, IntfStats)
-MEMBERS_WATCH(OnL3ConfigDir, L3::Intf::ConfigDir, Vantu::IntfId, intfConfig, IntfConfig)
-MEMBERS_WATCH(OnL3StatusDir, L3::Intf::StatusDir, Vantu::IntfId, intfStatus, IntfStatus)
-MEMBERS_WATCH(OnIpConfig, Ip::Config, Vantu::IntfId, ipIntfConfig, IpIntfConfig)
-MEMBERS_WATCH(OnIpStatus, Ip::Status, Vantu::IntfId, ipIntfStatus, IpIntfStatus)
-MEMBERS_WATCH(OnIp6Config, Ip6::Config, Vantu::IntfId, intf, Intf)
-MEMBERS_WATCH(OnIp6Status, Ip6::Status, Vantu::IntfId, intf, Intf)
-MEMBERS_WATCH(OnAllVrfConfig, Ip::AllVrfConfig, L3::VrfName, vrfConfig, VrfConfig)
-MEMBERS_WATCH(OnAllVrfGlobal, Ip::AllVrfStatusGlobal, L3::VrfName, vrf, Vrf)
-MEMBERS_WATCH(OnAllVrfLocal, Ip::AllVrfStatusLocal, L3::VrfName, vrf, Vrf)
-MEMBERS_WATCH(OnRoutingVrfs, Routing::VrfConfigDir, Kel::Name, vrfConfig, VrfConfig)
-MEMBERS_WATCH(OnRouting6Vrfs, Routing6::VrfConfigDir, Kel::Name, vrfConfig, VrfConfig)
-
-#undef MEMBERS_WATCH
-
 struct OnVrfInfos : Kel::Dir::Notifiee {
   TreeWatch* watch = nullptr;
 
@@ -82,26 +59,42 @@ struct OnVrfInfos : Kel::Dir::Notifiee {
 
 }  // namespace
 
+// Watches the members of the collection `attr` of `owner`.
+#define MEMBERS_WATCH(owner, attr, Attr)                                                               \
+  {                                                                                                    \
+    using Owner = std::remove_reference_t<decltype(*(owner))>;                                         \
+    using Key = std::remove_cvref_t<decltype((owner)->attr())>::Key;                                   \
+    struct Watch : MembersWatch<Owner> {                                                               \
+      void handle##Attr(const Key& key) override { memberChanged(#attr, key, notifier()->attr(key)); } \
+      void begin() {                                                                                   \
+        for (const auto& [key, member] : notifier()->attr()) watch->watch(member);                     \
+      }                                                                                                \
+    };                                                                                                 \
+    watchMembers<Watch>(owner);                                                                        \
+  }
+
 TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> changed)
     : root_(tree.root), changed_(std::move(changed)) {
   watchFixed(*root_, tree.openDirs());
-  watchMembers<OnRoutingVrfs>(tree.routingVrfConfigDir);
-  watchMembers<OnRouting6Vrfs>(tree.routing6VrfConfigDir);
+  MEMBERS_WATCH(tree.routingVrfConfigDir, vrfConfig, VrfConfig)
+  MEMBERS_WATCH(tree.routing6VrfConfigDir, vrfConfig, VrfConfig)
   watchMembers<OnVrfInfos>(tree.routingVrfInfoDir);
   watchMembers<OnVrfInfos>(tree.routing6VrfInfoDir);
-  watchMembers<OnAllIntfStatus>(tree.intfStatusDir);
-  watchMembers<OnL3ConfigDir>(tree.l3ConfigDir);
-  watchMembers<OnL3StatusDir>(tree.l3StatusDir);
-  watchMembers<OnIpConfig>(tree.ipConfig);
-  watchMembers<OnIpStatus>(tree.ipStatus);
-  watchMembers<OnIp6Config>(tree.ip6Config);
-  watchMembers<OnIp6Status>(tree.ip6Status);
-  watchMembers<OnAllIntfStats>(tree.ipIntfStats);
-  watchMembers<OnAllIntfStats>(tree.ip6IntfStats);
-  watchMembers<OnAllVrfConfig>(tree.allVrfConfig);
-  watchMembers<OnAllVrfGlobal>(tree.allVrfStatusGlobal);
-  watchMembers<OnAllVrfLocal>(tree.allVrfStatusLocal);
+  MEMBERS_WATCH(tree.intfStatusDir, intfStatus, IntfStatus)
+  MEMBERS_WATCH(tree.l3ConfigDir, intfConfig, IntfConfig)
+  MEMBERS_WATCH(tree.l3StatusDir, intfStatus, IntfStatus)
+  MEMBERS_WATCH(tree.ipConfig, ipIntfConfig, IpIntfConfig)
+  MEMBERS_WATCH(tree.ipStatus, ipIntfStatus, IpIntfStatus)
+  MEMBERS_WATCH(tree.ip6Config, intf, Intf)
+  MEMBERS_WATCH(tree.ip6Status, intf, Intf)
+  MEMBERS_WATCH(tree.ipIntfStats, intfStats, IntfStats)
+  MEMBERS_WATCH(tree.ip6IntfStats, intfStats, IntfStats)
+  MEMBERS_WATCH(tree.allVrfConfig, vrfConfig, VrfConfig)
+  MEMBERS_WATCH(tree.allVrfStatusGlobal, vrf, Vrf)
+  MEMBERS_WATCH(tree.allVrfStatusLocal, vrf, Vrf)
 }
+
+#undef MEMBERS_WATCH
 
 void TreeWatch::watchFixed(const Kel::Dir& dir, const std::vector<OpenDir>& openDirs) {
   if (std::ranges::any_of(openDirs, [&dir](const OpenDir& open) { return open.dir.get() == &dir; })) return;
