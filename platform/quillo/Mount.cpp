@@ -56,16 +56,10 @@ void Mount::open() {
     Snapshot(view()).checkLayouts();
   } catch (const StoreException& e) {
     store_.reset();
-    switch (e.kind()) {
-      case StoreException::Kind::notReady:
-        stateIs(State::waiting, e.what());
-        break;
-      case StoreException::Kind::damaged:
-        corruptionDetected(e.what());
-        break;
-      default:
-        stateIs(State::refused, e.what());
-        break;
+    if (e.kind() == StoreException::Kind::damaged) {
+      corruptionDetected(e.what());
+    } else {
+      stateIs(e.kind() == StoreException::Kind::notReady ? State::waiting : State::refused, e.what());
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
     corruptionDetected(damage.what());
@@ -151,10 +145,6 @@ std::shared_ptr<Snapshot> Mount::turnSnapshot() {
 
 PublisherInfo Mount::publisher() const {
   return PublisherLock::holder(directory_);
-}
-
-void Mount::corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
-  corruptionDetected(std::string(damage.what()));
 }
 
 }  // namespace Quillo

@@ -79,7 +79,9 @@ class Mount : public Kel::PtrInterface {
 
   // Reports damage: counts it, traces it at level 0 and begins a new epoch, in which older bookmarks are `tooOld`. A
   // later refresh reopens the store, and then all readers of this mount rebuild.
-  void corruptionDetected(const Pesk::CorruptionDetectedException& damage);
+  void corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
+    corruptionDetected(std::string(damage.what()));
+  }
   void corruptionDetected(const std::string& message);
   std::uint64_t corruptionCount() const { return corruptionCount_; }
 

@@ -10,8 +10,7 @@ const TableInfo& tableInfo(TableId id) {
   for (const TableInfo& info : knownTables) {
     if (info.id == id) return info;
   }
-  KEL_ASSERT_TEXT(false, "a table of the store that has no entry in knownTables");
-  return knownTables.front();
+  Kel::assertionFailed("a table of the store that has no entry in knownTables", KEL_WHERE);
 }
 
 std::string printableKey(Bytes key) {

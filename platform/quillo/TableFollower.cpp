@@ -16,7 +16,7 @@ Kel::Ptr<const TableKeys> TableFollower::keys(TableId table) {
   return keys;
 }
 
-bool TableFollower::step(std::size_t limit, const Bookmark* other) {
+bool TableFollower::step(std::size_t limit, const std::optional<Bookmark>& other) {
   QTRACE_ENTRY(tableFollowerTrace, this);
   Turn turn;
   if (mount_->state() == Mount::State::ready) {
@@ -38,7 +38,7 @@ bool TableFollower::step(std::size_t limit, const Bookmark* other) {
   return turn.more && mount_->state() == Mount::State::ready;
 }
 
-TableFollower::Turn TableFollower::read(std::size_t limit, const Bookmark* other) {
+TableFollower::Turn TableFollower::read(std::size_t limit, const std::optional<Bookmark>& other) {
   auto snapshot = mount_->turnSnapshot();
   const auto head = snapshot->bookmark();
   const auto sameStore = [&head](const Bookmark& mark) {

@@ -65,11 +65,11 @@ class TableFollower : public Kel::Notifier {
   // use the same snapshot. Returns true while more changes remain. Never throws: damage is reported to the mount,
   // after which `tables` is notified, and exceptions of reactors are traced at level 0.
   // Requires: reactors call neither step() nor the mount's refresh().
-  bool step(std::size_t limit) { return step(limit, nullptr); }
-  // The same, but only up to the bookmark of another reader of this mount. A reactor to a record then finds the
-  // entities that this reader made from documents of the same commit or earlier ones. Reads nothing while the
-  // bookmark is of another store or epoch.
-  bool step(std::size_t limit, const Bookmark& other) { return step(limit, &other); }
+  //
+  // With `other`, the bookmark of another reader of this mount, it reads only up to that bookmark. A reactor to a
+  // record then finds the entities that this reader made from documents of the same commit or earlier ones. Reads
+  // nothing while the bookmark is of another store or epoch.
+  bool step(std::size_t limit, const std::optional<Bookmark>& other = std::nullopt);
 
   // Whether every change of this table in snapshot() has been notified. False when that is unknown.
   bool isNotified(TableId table) const;
@@ -95,8 +95,7 @@ class TableFollower : public Kel::Notifier {
     bool more = false;
     std::vector<Change> changes;
   };
-  bool step(std::size_t limit, const Bookmark* other);
-  Turn read(std::size_t limit, const Bookmark* other);
+  Turn read(std::size_t limit, const std::optional<Bookmark>& other);
   void notifyAnew();
   void notifyKeys(const std::vector<Change>& changes);
   bool viewIsReadable() const;

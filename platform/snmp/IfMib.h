@@ -1,7 +1,6 @@
 #pragma once
 // The cache of the interface MIB: the ifIndex of each interface.
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/IntfId.h"
 

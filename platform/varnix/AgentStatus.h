@@ -1,7 +1,6 @@
 #pragma once
 // Status entities of the SNMP agent: whether it is ready, and the mode in which the switch keeps its FECs.
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "quillo/tables/Fec.h"
 

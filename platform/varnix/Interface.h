@@ -1,7 +1,6 @@
 #pragma once
 // Interfaces: their status records, the providers of details that a record lacks, and their IP counters.
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"

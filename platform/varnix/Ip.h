@@ -4,7 +4,6 @@
 // In these records an interface has one primary IPv4 address and any number of secondary ones. Linux has a primary
 // address for each subnet, of which the publisher chooses one; readers treat all addresses alike.
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/IntfId.h"
 #include "vantu/Prefix.h"

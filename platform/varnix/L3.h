@@ -1,7 +1,6 @@
 #pragma once
 // Layer-3 records of the switch (its FEC mode) and of interfaces (their VRF).
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "quillo/tables/Fec.h"
 #include "vantu/IntfId.h"

@@ -1,7 +1,6 @@
 #pragma once
 // Routing configuration for each IP version and VRF: whether the VRF forwards, its static routes and its kernel table.
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/RouteTypes.h"
 #include "varnix/Values.h"

@@ -1,7 +1,6 @@
 #pragma once
 // VRFs: their configuration, their state, and their ids in the keys of the shared tables.
 
-#include "kel/Attribute.h"
 #include "kel/Entity.h"
 #include "vantu/RouteDistinguisher.h"
 #include "vantu/VrfId.h"
