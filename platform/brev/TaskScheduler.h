@@ -48,7 +48,7 @@ class TaskScheduler : public Kel::PtrInterface {
   // the next task has already run in this batch. Runs at least one task if one is queued. Returns true when work
   // remains. An exception of a task is caught and traced with the task's name. A no-op when a task calls it.
   bool runReady();
-  // True when no task is queued. Timers that are not due do not count.
+  // True when no task is queued. A waiting timer does not count.
   bool idle() const { return queue_.empty(); }
 
   // Sets the predicate that returns whether a request waits to be answered. Without one, tasks yield by their quantum

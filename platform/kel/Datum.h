@@ -36,7 +36,7 @@ class Datum {
   }
   bool isNull() const { return std::holds_alternative<std::monostate>(value_); }
 
-  // The member of an object; null when this is no object or has no such member.
+  // The member of an object; null for a datum of another kind, and for an unknown name.
   const Datum* member(std::string_view name) const;
 
   // For messages: "a boolean", "a text".

@@ -17,7 +17,7 @@ class RangeException : public Exception {
   using Exception::Exception;
 };
 
-// An operation that a type declares but does not offer (a keyed lookup in a virtual collection).
+// A call of an operation that a type declares but lacks (a keyed lookup in a virtual collection).
 class NoImplementationException : public Exception {
  public:
   using Exception::Exception;

@@ -64,7 +64,8 @@ class Mount : public Kel::PtrInterface {
   // turnEnds(), refresh() and a report of damage release it. Requires: the caller keeps it no longer than its lookup.
   // Throws as snapshot().
   std::shared_ptr<Snapshot> turnSnapshot();
-  // Sets a function that is called whenever a shared snapshot is taken. Without one, snapshots are not shared.
+  // Sets a function that is called whenever a shared snapshot is taken. Until it is set, each call of
+  // turnSnapshot() takes a snapshot of its own.
   // Requires: it ensures that turnEnds() is called before the event loop waits again, and does not throw.
   void turnBeginsIs(std::function<void()> begins) { turnBegins_ = std::move(begins); }
   void turnEnds() { turn_ = nullptr; }

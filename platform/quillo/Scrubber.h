@@ -1,7 +1,7 @@
 #pragma once
 // Finds damage that no single lookup can see.
 //
-// A checksum proves that a record is intact, but not that a search finds every record. So the scrubber walks each
+// A checksum proves only that a record is intact. To prove that a search finds every record, the scrubber walks each
 // table in bounded steps, and compares count and digest with those that the publisher keeps for the table.
 //
 //   Scrubber scrubber(mount);

@@ -16,9 +16,9 @@
 // - `initialized` is notified once, when the store holds a complete pass of a publisher; nothing is notified before.
 // - From then on each changed key is notified, in the order of the changes.
 // - `tables` is notified, for all tables together, when the changes are unknown: the follower fell behind the journal's
-//   tombstones, the mount reopened the store after damage, or the store was recreated. A new store is not read until it
-//   holds a complete pass, so that readers do not take a half-filled store for a complete one.
-// - Nothing is notified while the store is missing or cannot be read.
+//   tombstones, the mount reopened the store after damage, or the store was recreated. A new store is read only
+//   after its first complete pass, so that readers do not take a half-filled store for a complete one.
+// - While the store is missing or unreadable, nothing is notified.
 
 #include <functional>
 #include <map>

@@ -23,7 +23,7 @@ class Contexts {
   // A no-op when the context is entered. Throws Kel::RangeException, and enters nothing, when another context is
   // entered before the default one, or the name has a null byte, at which a name ends for net-snmp.
   void enter(const Kel::String& context);
-  // Leaves the modules that `enter` entered; a no-op unless the context is entered. Leaving the default context
+  // Leaves the modules that `enter` entered; a no-op for any other context. Leaving the default context
   // leaves all others first.
   void leave(const Kel::String& context);
 

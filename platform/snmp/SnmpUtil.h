@@ -16,7 +16,7 @@ Snmp::Config::PtrConst getSnmpConfig();
 bool objectsDisabled(const Snmp::Config::PtrConst& config, const Kel::String& group);
 
 // The entity at a path relative to the agent's root, such as "snmp/ip/vrf.mibs/red.ipmib" (Kel::resolve). Null when
-// there is no such entity, or no root.
+// there is no such entity or the root is unset.
 Kel::Ptr<Kel::Entity> getEntityRelative(const char* path);
 
 // Sets the root of those paths. The composition of the agent sets it at start, and to null at the end, which releases

@@ -12,7 +12,7 @@
 //   and deleted with their documents; a fixed entity without a document returns to its defaults.
 // - No step shows an address without its VRF: an entity takes its attributes after the targets of its references exist,
 //   and a target is deleted after the last reference to it. A reference is null only when the store has no such target.
-// - An equal value is not set again, not even after a rebuild: no row flaps when the publisher restarts.
+// - An equal value is not set again, even after a rebuild: no row flaps when the publisher restarts.
 // - Malformed documents, unknown types and attributes, bad values, documents without a place and damaged records are
 //   traced at level 0 and left out; the rest is served.
 // - An exception of a reactor is traced at level 0; the change that caused it remains in effect.

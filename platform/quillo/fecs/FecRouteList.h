@@ -5,8 +5,8 @@
 // Designed for a million routes. Each prefix has an entry of eight bytes in two B-trees, one by prefix and one by
 // FEC, which is 17 to 25 bytes with the overhead of the trees. A FEC costs some 80 bytes.
 //
-// The search by interface (nextThrough) must not visit the prefixes that resolve through other interfaces, and a
-// change of a FEC must not visit all prefixes of the FEC: there may be a million of either. Therefore:
+// The search by interface (nextThrough) must skip the prefixes that resolve through other interfaces at no cost, and
+// a change of a FEC must cost less than a visit of all its prefixes: there may be a million of either. Therefore:
 // - FECs with more than `largeFec` prefixes, of which there are few, are searched one by one.
 // - The prefixes of all other FECs have an entry of 8 to 12 bytes in a third tree, by the FEC's set of interfaces. A
 //   change of that set renews these entries.
@@ -59,7 +59,7 @@ class FecRouteList : public Kel::PtrInterface {
   using Intfs = std::vector<Vantu::IntfId>;
   void fecIntfsIs(const FecId& fecId, const Intfs& intfs);
   bool hasSought(const FecId& fecId) const { return slotOf_.contains(fecId); }
-  // Whether the FEC has sought prefixes, but its interfaces are not set, or expired.
+  // Whether the FEC has sought prefixes and its interfaces are unset or expired.
   bool needsIntfs(const FecId& fecId) const;
   // Marks the interfaces of all FECs as expired: they may have changed.
   void fecIntfsExpire() { ++intfsVersion_; }
@@ -67,7 +67,7 @@ class FecRouteList : public Kel::PtrInterface {
   // Sets the prefix up to which the list agrees with the tables (null, the initial value: nowhere).
   void completeToIs(const Vantu::Prefix* last);
   // Finds the first sought prefix from lower_bound(from) on whose FEC has a good interface. Where the list is
-  // incomplete, `result` may be less than that prefix, but never greater. False when there is none.
+  // incomplete, `result` is that prefix or a lesser one. False when there is none.
   bool nextThrough(const Vantu::Prefix& from, const std::function<bool(const Vantu::IntfId&)>& isGood,
                    Vantu::Prefix& result) const;
 

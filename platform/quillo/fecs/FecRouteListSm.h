@@ -25,8 +25,8 @@ class FecRouteListSm : public Kel::PtrInterface {
       std::tuple<Kel::Ptr<const Quillo::Fib::RouteStatus>, Kel::Ptr<const Quillo::Fib::ForwardingStatus>,
                  Kel::Ptr<Quillo::Fib::FecRouteList>>;
   static constexpr const char* kelCtorNames[] = {"routeStatus", "forwardingStatus", "fecRouteList"};
-  // `forwardingStatus` is the table of the routes' FECs. Without a route table (null) the list stays empty, without a
-  // table of FECs its FECs have no interfaces; in both cases the list is never complete.
+  // `forwardingStatus` is the table of the routes' FECs. If the route table is null, the list stays empty; if the table
+  // of FECs is null, its FECs have no interfaces. In both cases the list is never complete.
   FecRouteListSm(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                  Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus,
                  Kel::Ptr<Quillo::Fib::FecRouteList> fecRouteList);

@@ -29,7 +29,7 @@ class ArpTableMount final : public Arp::Table::Status {
 
   // Whether the store has held a complete pass of a publisher. Stays true.
   bool initialized() const override { return follower_->initialized(); }
-  // A key of the other map's family, or one that the store cannot hold, has no entry.
+  // There is no entry for a key of the other map's family or an unstorable one.
   ArpEntry arpEntry(const ArpKey& key) const override { return entry(TableId::arp, key); }
   ArpEntry neighborEntry(const ArpKey& key) const override { return entry(TableId::neighbor, key); }
   using Status::forEachArpEntry;

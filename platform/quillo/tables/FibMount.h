@@ -7,8 +7,8 @@
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
 // A table holds no entries: each lookup and each walk reads the current contents of the store. Both throw
-// StoreException while the store cannot be read (it is missing or damaged, or all its reader slots are taken), so
-// that callers do not take the table for empty. `onTable` is notified once the store can be read. The tables are
+// StoreException while the store is unreadable: missing, damaged, or without a free reader slot. So callers do not take
+// the table for empty. `onTable` is notified once the store can be read. The tables are
 // initialized when the follower is.
 //
 // A lookup among a million entries takes about a microsecond when lookups of a turn share a snapshot
