@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <ranges>
 #include <utility>
 
 #include "kel/Errors.h"
@@ -69,6 +68,16 @@ unsigned parseLevel(std::string_view text, std::string_view rule) {
   return *level;
 }
 
+std::vector<std::string_view> split(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  while (true) {
+    const auto at = text.find(separator);
+    parts.push_back(text.substr(0, at));
+    if (at == std::string_view::npos) return parts;
+    text.remove_prefix(at + 1);
+  }
+}
+
 Rule parseRule(std::string_view text) {
   const auto slash = text.rfind('/');
   if (slash == std::string_view::npos || slash == 0) {
@@ -82,8 +91,7 @@ Rule parseRule(std::string_view text) {
   }
   const auto levels = text.substr(slash + 1);
   if (levels.empty()) return rule;
-  for (const auto part : std::views::split(levels, ',')) {
-    const std::string_view piece(part.begin(), part.end());
+  for (const auto piece : split(levels, ',')) {
     const auto dash = piece.find('-');
     const unsigned first = parseLevel(piece.substr(0, dash), text);
     const unsigned last = dash == std::string_view::npos ? first : parseLevel(piece.substr(dash + 1), text);
@@ -122,8 +130,8 @@ TraceHandle::~TraceHandle() {
 
 void TraceConfig::levelsAre(std::string_view text) {
   std::vector<Rule> rules;
-  for (const auto part : std::views::split(text, ';')) {
-    if (!part.empty()) rules.push_back(parseRule({part.begin(), part.end()}));
+  for (const auto piece : split(text, ';')) {
+    if (!piece.empty()) rules.push_back(parseRule(piece));
   }
   auto& known = registry();
   for (const auto& rule : rules) {
