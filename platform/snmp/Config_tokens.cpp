@@ -40,12 +40,12 @@ using Setter = void (Config::*)(const Kel::String&);
 
 // Parsers of a line with one value, and with any number of words.
 template <Setter setter>
-void value(const char* token, char* line) {
+void parseValue(const char* token, char* line) {
   parse(token, [&] { (*state().config.*setter)(line); });
 }
 
 template <Setter setter>
-void words(const char* token, char* line) {
+void parseWords(const char* token, char* line) {
   parse(token, [&] {
     std::istringstream stream(line);
     for (Kel::String word; stream >> word;) (*state().config.*setter)(word);
@@ -88,12 +88,12 @@ struct Token {
 };
 
 constexpr Token tokens[] = {
-    {"quorinDisableObjects", words<&Config::disabledObjectsIs>, "GROUP...   (groups: route-tables)"},
-    {"quorinStore", value<&Config::storeDirectoryIs>, "DIR"},
-    {"quorinNetnsDir", value<&Config::netnsDirectoryIs>, "DIR"},
-    {"quorinKernelIpHeader", value<&Config::kernelIpHeaderIs>, "strict | any"},
-    {"quorinManagementInterfaces", words<&Config::managementInterfaceIs>, "INTERFACE..."},
-    {"quorinRouteCountInterval", value<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
+    {"quorinDisableObjects", parseWords<&Config::disabledObjectsIs>, "GROUP...   (groups: route-tables)"},
+    {"quorinStore", parseValue<&Config::storeDirectoryIs>, "DIR"},
+    {"quorinNetnsDir", parseValue<&Config::netnsDirectoryIs>, "DIR"},
+    {"quorinKernelIpHeader", parseValue<&Config::kernelIpHeaderIs>, "strict | any"},
+    {"quorinManagementInterfaces", parseWords<&Config::managementInterfaceIs>, "INTERFACE..."},
+    {"quorinRouteCountInterval", parseValue<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
     {"quorinTrace", trace, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)"},
     {"quorinTraceOutput", traceOutput, "stderr | syslog | FILE"},
 };

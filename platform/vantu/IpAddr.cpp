@@ -9,7 +9,7 @@
 namespace Vantu {
 namespace {
 
-bool parse(int family, std::string_view text, void* address) {
+bool parseAddress(int family, std::string_view text, void* address) {
   // inet_pton would stop at a NUL inside the text.
   return text.find('\0') == std::string_view::npos && inet_pton(family, std::string(text).c_str(), address) == 1;
 }
@@ -18,7 +18,7 @@ bool parse(int family, std::string_view text, void* address) {
 
 IpAddr IpAddr::fromString(std::string_view text) {
   in_addr parsed{};
-  if (!parse(AF_INET, text, &parsed)) {
+  if (!parseAddress(AF_INET, text, &parsed)) {
     throw Kel::RangeException(
         fmt::format("IpAddr: {:?} is not an IPv4 address; expected four decimal numbers, such as 192.0.2.1", text));
   }
@@ -47,7 +47,7 @@ Kel::String IpAddr::stringValue() const {
 
 Ip6Addr Ip6Addr::fromString(std::string_view text) {
   Bytes parsed{};
-  if (!parse(AF_INET6, text, parsed.data())) {
+  if (!parseAddress(AF_INET6, text, parsed.data())) {
     throw Kel::RangeException(fmt::format(
         "Ip6Addr: {:?} is not an IPv6 address; expected a form such as 2001:db8::1, without a zone", text));
   }
