@@ -18,39 +18,31 @@ using Host::AgentLoop;
 using ::testing::ElementsAre;
 
 // Readable until it is taken.
-class Event {
- public:
-  Event() : fd_(eventfd(1, EFD_NONBLOCK)) {}
-  ~Event() { close(fd_); }
-  Event(const Event&) = delete;
-  Event& operator=(const Event&) = delete;
-  int fd() const { return fd_; }
+struct Event {
+  const int fd = eventfd(1, EFD_NONBLOCK);
+  ~Event() { close(fd); }
   void take() const {
     eventfd_t value = 0;
-    EXPECT_EQ(eventfd_read(fd_, &value), 0);
+    EXPECT_EQ(eventfd_read(fd, &value), 0);
   }
-
- private:
-  int fd_;
 };
 
 TEST(AgentLoop, callbacksRunWhileReadableUntilRemovedOrReplacedAndBeforeTheEndOfTheTurn) {
   AgentLoop loop;
   const Event event, other;
   std::vector<int> calls;
-  loop.addFd(event.fd(), [&] { calls.push_back(1); });
+  loop.addFd(event.fd, [&] { calls.push_back(1); });
   EXPECT_TRUE(loop.onTurnEnd([&] { calls.push_back(9); }));
   loop.turn();
   loop.turn();
   loop.onTurnEnd({});
-  loop.addFd(event.fd(), [&] {
+  loop.addFd(event.fd, [&] {
     calls.push_back(2);
-    loop.removeFd(event.fd());
-  });
-  loop.turn();
-  loop.addFd(other.fd(), [&] {
-    calls.push_back(3);
-    loop.stop();
+    loop.removeFd(event.fd);
+    loop.addFd(other.fd, [&] {
+      calls.push_back(3);
+      loop.stop();
+    });
   });
   loop.run();
   EXPECT_THAT(calls, ElementsAre(1, 9, 1, 9, 2, 3));
@@ -60,17 +52,17 @@ TEST(AgentLoop, aCallbackMayRemoveOrReplaceAnotherReadyOneAndThrow) {
   AgentLoop loop;
   const Event first, second, third, fourth;
   std::vector<int> calls;
-  loop.addFd(first.fd(), [&] {
+  loop.addFd(first.fd, [&] {
     calls.push_back(1);
     first.take();
-    loop.removeFd(second.fd());
-    loop.removeFd(third.fd());
-    loop.addFd(third.fd(), [&] { calls.push_back(5); });
+    loop.removeFd(second.fd);
+    loop.removeFd(third.fd);
+    loop.addFd(third.fd, [&] { calls.push_back(5); });
     throw std::runtime_error("a broken record");
   });
-  loop.addFd(second.fd(), [&] { calls.push_back(2); });
-  loop.addFd(third.fd(), [&] { calls.push_back(3); });
-  loop.addFd(fourth.fd(), [&] { calls.push_back(4); });
+  loop.addFd(second.fd, [&] { calls.push_back(2); });
+  loop.addFd(third.fd, [&] { calls.push_back(3); });
+  loop.addFd(fourth.fd, [&] { calls.push_back(4); });
   loop.turn();
   EXPECT_THAT(calls, ElementsAre(1, 4)) << "what was removed must not run in this turn, nor a newcomer";
   loop.turn();
@@ -85,7 +77,7 @@ TEST(AgentLoop, descriptorsBeyondTheReachOfSelectWork) {
   if (limit.rlim_cur <= 2000) GTEST_SKIP() << "this process may not have more than " << limit.rlim_cur << " files";
   AgentLoop loop;
   const Event event;
-  ASSERT_EQ(dup2(event.fd(), 2000), 2000);
+  ASSERT_EQ(dup2(event.fd, 2000), 2000);
   int calls = 0;
   loop.addFd(2000, [&] { ++calls; });
   loop.turn();
@@ -120,7 +112,7 @@ TEST(AgentLoop, aRequestWaitsFromTheDatagramToTheNextTurn) {
     }
     return false;
   };
-  loop.addFd(event.fd(), [&] {
+  loop.addFd(event.fd, [&] {
     event.take();
     EXPECT_FALSE(waitsWithin(2 * AgentLoop::requestCheckInterval));
     EXPECT_EQ(sendto(sender, "x", 1, 0, to, length), 1);

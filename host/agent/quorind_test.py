@@ -119,15 +119,14 @@ class QuorindTest(unittest.TestCase):
         self.write("rocommunity public 127.0.0.1\nquorinNoSuchThing 1\nquorinDisableObjects everything\n"
                    "sysLocation here\n")
         self.start()
-        for text in (f"{self.configuration}: line 2: Warning: Unknown token: quorinNoSuchThing.",
-                     "1 configuration line was passed over, see above: correct or remove it; "
-                     "quorind -H lists the directives that it knows",
-                     f"{self.configuration}: line 3: Error: quorinDisableObjects: there is no object group "
-                     "'everything'; known are: route-tables"):
-            self.assertIn(text, read(self.log))
+        for text in ("line 2: Warning: Unknown token: quorinNoSuchThing.",
+                     "line 3: Error: quorinDisableObjects: there is no object group 'everything'; known are: route-tables"):
+            self.assertIn(f"{self.configuration}: {text}", read(self.log))
+        self.assertIn("1 configuration line was passed over, see above: correct or remove it; "
+                      "quorind -H lists the directives that it knows", read(self.log))
         self.assertIn('"here"', self.ask("snmpget", PUBLIC, LOCATION))
 
-    def test_what_it_cannot_start_with_is_one_line_and_a_failure(self):
+    def test_tells_about_itself_and_in_one_line_what_it_cannot_start_with(self):
         self.start()
         base = ("-f", "-C", "-c", self.configuration)
         free, foreign = "udp:127.0.0.1:0", "udp:192.0.2.1:9999"
@@ -143,14 +142,16 @@ class QuorindTest(unittest.TestCase):
                 (("-z",), "unknown option -z; "),
                 (("--no-such-option",), "unknown option --no-such-option; "),
                 (("--store",), "option --store needs an argument; "),
-                (("--store", ""), "--store is empty; name a directory"),
-                (("--netns-dir", ""), "--netns-dir is empty; name a directory"),
-                (("-p", ""), "-p is empty; name a file"),
+                *(((option, ""), f"{option} is empty; name a ") for option in ("--store", "--netns-dir", "-p")),
                 (("-Lq",), "option -Lq chooses no log")):
             done = self.run_tool(QUORIND, *arguments)
-            self.assertEqual(done.returncode, 1, arguments)
+            self.assertEqual((done.returncode, (done.stderr + done.stdout).count("\n")), (1, 1), done)
             self.assertTrue(done.stderr.startswith(f"quorind: {text}"), done.stderr)
-            self.assertEqual((done.stderr + done.stdout).count("\n"), 1, done)
+        for option, text in (("--help", "usage: quorind"), ("-h", "--store DIR"), ("-v", f"quorind {VERSION}"),
+                             ("-H", "rocommunity"), ("-H", "quorinDisableObjects")):
+            done = self.run_tool(QUORIND, option)
+            self.assertEqual(done.returncode, 0)
+            self.assertIn(text, done.stdout + done.stderr)
 
     def test_goes_to_the_background_with_a_pid_file_and_a_log(self):
         pid_file = f"{self.directory}/pid"
@@ -165,13 +166,6 @@ class QuorindTest(unittest.TestCase):
             os.kill(pid, signal.SIGTERM)
         eventually(lambda: not os.path.exists(pid_file), lambda: "the file goes when the agent does")
         self.assertEqual(read(f"{self.directory}/out"), "")
-
-    def test_tells_about_itself(self):
-        for option, text in (("--help", "usage: quorind"), ("-h", "--store DIR"), ("-v", f"quorind {VERSION}"),
-                             ("-H", "rocommunity"), ("-H", "quorinDisableObjects")):
-            done = self.run_tool(QUORIND, option)
-            self.assertEqual(done.returncode, 0)
-            self.assertIn(text, done.stdout + done.stderr)
 
 
 if __name__ == "__main__":

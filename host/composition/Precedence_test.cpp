@@ -13,15 +13,12 @@ namespace {
 // An object of another module, which answers for itself and for everything below it.
 class Theirs {
  public:
-  static inline long value = 4711;
-
   explicit Theirs(const std::string& name) : name_(Modules::oidOf(name)) {
+    static long value = 4711;
     EXPECT_EQ(netsnmp_register_read_only_long_instance(name.c_str(), name_.data(), name_.size(), &value, nullptr),
               MIB_REGISTERED_OK);
   }
   ~Theirs() { unregister_mib(name_.data(), name_.size()); }
-  Theirs(const Theirs&) = delete;
-  Theirs& operator=(const Theirs&) = delete;
 
  private:
   Modules::Oid name_;
@@ -47,15 +44,13 @@ TEST(Precedence, oursAnswerInPlaceOfTheirs) {
   contexts.enter("");
   EXPECT_EQ(agent.walk(ip), expected);
   for (const auto& answer : expected) EXPECT_EQ(agent.get(answer.name), answer);
-  const auto bulk = agent.send(SNMP_MSG_GETBULK, {table}, "public", 0, 10).answers;
-  EXPECT_EQ(bulk.at(0), agent.getNext(table));
-  EXPECT_EQ(bulk.at(9).name, entry + "5.10.0.0.2");
+  EXPECT_EQ(agent.send(SNMP_MSG_GETBULK, {table}, "public", 0, 10).answers.at(9).name, entry + "5.10.0.0.2");
   EXPECT_EQ(agent.get(entry + "1.0").type, SNMP_NOSUCHINSTANCE);
   {
     const Theirs column(entry + "2"), whole(table);
     EXPECT_EQ(agent.walk(ip), expected);
     contexts.leave("");
-    EXPECT_EQ(agent.get(entry + "2").value, std::to_string(Theirs::value));
+    EXPECT_EQ(agent.get(entry + "2").value, "4711");
   }
   EXPECT_EQ(agent.walk(ip), theirs) << "ours give back what they took";
   Snmp::takesPrecedenceIs(false);

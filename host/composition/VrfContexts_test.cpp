@@ -44,21 +44,18 @@ class VrfContextsTest : public ::testing::Test {
 };
 
 TEST_F(VrfContextsTest, contextsComeAndGoWithTheirVrfsWhateverTheirNames) {
-  const std::string longest(100, 'n'), broken("a\0b", 3);
-  for (const std::string& name : {std::string("a.b/c d"), std::string("\xc3\xa9"), std::string("red.ipmib")}) {
+  const std::string longest(100, 'n'), broken("a\0b", 3), odd = "red.ipmib/\xc3\xa9";
+  for (const std::string& name : {odd, longest}) {
+    EXPECT_THAT(log, ElementsAre());
     vrfIs(name);
     EXPECT_TRUE(answers(name)) << name;
   }
-  EXPECT_THAT(log, ElementsAre());
-  vrfIs(longest);
-  EXPECT_TRUE(answers(longest));
   vrfIs(broken);
   EXPECT_THAT(log, ElementsAre(HasSubstr("refuses contexts of more than 32"),
                                HasSubstr("VRF \"a\\x00b\" has a null byte in its name")));
   vrfContexts.reenter();
-  for (const std::string& name : {longest, broken, std::string("a.b/c d")}) vrfContexts.setServed(name, false);
-  EXPECT_FALSE(answers("a.b/c d"));
-  EXPECT_THAT(contexts.names(), UnorderedElementsAre("", "\xc3\xa9", "red.ipmib"));
+  for (const std::string& name : {longest, broken}) vrfContexts.setServed(name, false);
+  EXPECT_THAT(contexts.names(), UnorderedElementsAre("", odd));
 }
 
 TEST_F(VrfContextsTest, aMissingConfigurationIsWaitedFor) {
