@@ -7,6 +7,7 @@
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "quillo/tables/FecRecord.h"
 #include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/RouteScan.h"
 #include "quillo/testing/TestStore.h"
 #include "varnix/DocumentPublisher.h"
 
@@ -91,13 +92,13 @@ TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   follow();
   EXPECT_THAT(rows(""), ElementsAre("10.0.0.0 0.0.0.1"));
   EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.2"));
-  const auto defaultVrfIdIs = [this](unsigned id) {
+  const auto setDefaultVrfId = [this](unsigned id) {
     tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(id));
     documents_->publish();
     routeIs(id, 0x0a000000 + (id << 16), id + 1);
     follow();
   };
-  defaultVrfIdIs(5);
+  setDefaultVrfId(5);
   EXPECT_THAT(rows(""), ElementsAre("10.5.0.0 0.0.0.6"));
   routeIs(5, 0x0a060000, 7);
   follow();
@@ -112,9 +113,27 @@ TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   follow();
   EXPECT_EQ(1, changed);
   EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.7"));  // through the default VRF's FEC
-  defaultVrfIdIs(8);
+  setDefaultVrfId(8);
   EXPECT_THAT(rows(""), ElementsAre("10.8.0.0 0.0.0.9"));
   EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.9"));
+}
+
+// What a follower knows is looked up in pieces too when there is no table to read.
+TEST(RouteScan, withoutATableNamesWhatIsKnownAPieceAtATime) {
+  constexpr std::size_t size = Quillo::RouteScan<Vantu::Prefix>::pieceSize;
+  std::set<Vantu::Prefix> known;
+  for (std::uint32_t n = 0; n <= size; ++n) known.emplace(Vantu::IpAddr(n), 32);
+  Quillo::RouteScan<Vantu::Prefix> scan;
+  std::vector<std::size_t> sizes;
+  for (scan.begin(); scan.isOn();) {
+    sizes.push_back(scan.piece(nullptr,
+                               [&](const Vantu::Prefix* after, const auto& visit) {
+                                 auto at = after ? known.upper_bound(*after) : known.begin();
+                                 while (at != known.end() && visit(*at)) ++at;
+                               })
+                        .size());
+  }
+  EXPECT_THAT(sizes, ElementsAre(size, 1U));
 }
 
 }  // namespace
