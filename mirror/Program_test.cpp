@@ -23,58 +23,6 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// ---- options
-
-struct Parsed {
-  std::variant<MirrorOptions, int> result;
-  std::string out;
-  std::string err;
-  const MirrorOptions& options() const { return std::get<MirrorOptions>(result); }
-};
-
-Parsed parse(std::vector<const char*> arguments) {
-  arguments.insert(arguments.begin(), "quorin-mirrord");
-  std::ostringstream out;
-  std::ostringstream err;
-  auto result = parseOptions(static_cast<int>(arguments.size()), arguments.data(), out, err);
-  return {std::move(result), out.str(), err.str()};
-}
-
-TEST(MirrorOptionsTest, whatIsTaken) {
-  EXPECT_FALSE(parse({}).options().isForeground || parse({}).options().mustSettingsExist);
-  EXPECT_EQ(parse({}).options().store, "/run/quorin");
-  EXPECT_EQ(parse({}).options().netnsDirectory, "/run/netns");
-  EXPECT_EQ(parse({}).options().settingsFile, "/etc/quorin/mirror.yaml");
-  const auto all = parse({"-f", "--store", "/x/../y", "--trace", "Mirror*/0-6", "--recreate-store", "--config",
-                          "/etc/quorin/mirror.yaml", "--netns-dir=here"})
-                       .options();
-  EXPECT_TRUE(all.isForeground && all.recreateStore && all.mustSettingsExist);
-  EXPECT_EQ(all.store, "/y");
-  EXPECT_EQ(all.trace, "Mirror*/0-6");
-  EXPECT_EQ(all.netnsDirectory, std::filesystem::current_path() / "here");
-}
-
-TEST(MirrorOptionsTest, whatIsSaidInstead) {
-  const std::tuple<std::vector<const char*>, int, const char*> cases[] = {
-      {{"--help"}, 0, "--store DIR"},
-      {{"-V"}, 0, "quorin-mirrord "},
-      {{"--no-such"}, 1, "--no-such"},
-      {{"--store"}, 1, "--store"},
-      {{"--store", ""}, 1, "--store is"},
-      {{"--config", ""}, 1, "--config is"},
-      {{"--netns-dir", ""}, 1, "--netns-dir is"},
-      {{"stray"}, 1, "stray"}};
-  for (const auto& [arguments, status, part] : cases) {
-    const Parsed parsed = parse(arguments);
-    EXPECT_EQ(std::get<int>(parsed.result), status) << part;
-    EXPECT_THAT(status == 0 ? parsed.out : parsed.err, HasSubstr(part));
-    EXPECT_THAT(status == 0 ? parsed.err : parsed.out, IsEmpty());
-    EXPECT_EQ(std::count(parsed.err.begin(), parsed.err.end(), '\n'), status) << "one line, or none";
-  }
-}
-
-// ---- the program
-
 class ProgramTest : public testing::Test {
  protected:
   ProgramTest() {
@@ -126,6 +74,29 @@ class ProgramTest : public testing::Test {
   bool isMounted_ = false;
 };
 
+TEST_F(ProgramTest, options) {
+  const char* const said[] = {"--store DIR=/run/quorin ", "--netns-dir DIR=/run/netns ",
+                              "--config FILE=/etc/quorin/mirror.yaml\n"};
+  EXPECT_EQ(run("--help"), 0);
+  for (const char* part : said) EXPECT_THAT(output(), HasSubstr(part));
+  EXPECT_EQ(run("-V"), 0);
+  EXPECT_THAT(output(), testing::StartsWith("quorin-mirrord "));
+  for (const char* wrong : {"--no-such", "--store", "stray"}) expectRefusal(wrong, wrong);
+  for (const std::string empty : {"--store", "--config", "--netns-dir"})
+    expectRefusal(empty + " ''", empty + " is");
+
+  // Relative to where it is started, and normal;
+  const std::vector<const char*> arguments{
+      "quorin-mirrord",   "-f",       "--store", "/x/../y",         "--trace", "Mirror*/0-6",
+      "--recreate-store", "--config", "c",       "--netns-dir=here"};
+  std::ostringstream none;
+  const auto parsed = parseOptions(static_cast<int>(arguments.size()), arguments.data(), none, none);
+  const auto& all = std::get<MirrorOptions>(parsed);
+  EXPECT_TRUE(all.isForeground && all.recreateStore && all.mustSettingsExist);
+  EXPECT_EQ(all.store + all.trace, "/yMirror*/0-6");
+  EXPECT_EQ(all.netnsDirectory, std::filesystem::current_path() / "here");
+}
+
 TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
   ASSERT_EQ(run(atStore_), 0) << output();
   EXPECT_THAT(output(), IsEmpty());
@@ -156,7 +127,9 @@ TEST_F(ProgramTest, refusals) {
   expectRefusal("--config " + directory_ + "/bad.yaml" + atStore_, directory_ + "/bad.yaml:2: vrfs.red: 'rd'");
   EXPECT_FALSE(std::filesystem::exists(store_));
   std::ofstream(directory_ + "/file") << "in the way";
-  expectRefusal("-f --store " + directory_ + "/file/store", directory_ + "/file/store");
+  expectRefusal("-f --store " + directory_ + "/file/store",
+                "cannot make the store directory " + directory_ + "/file/store: Not a directory; ");
+  expectRefusal("-f --store /proc/1", "cannot write /proc/1/");
 
   std::filesystem::create_directories(store_);
   std::ofstream(store_ + "/data.mdb") << "not a store";

@@ -35,15 +35,13 @@ TEST(RtMessageTest, links) {
   const OperStatus expected[] = {operStatusUnknown, operStatusNotPresent, operStatusDown, operStatusLowerLayerDown,
                                  operStatusTesting, operStatusDormant,    operStatusUp,   operStatusUnknown};
   for (int state = 0; state < 8; ++state) {
-    const Message message = describe(Message(RTM_NEWLINK), TestLink{1, "lo", IFF_UP, state});
-    EXPECT_EQ(std::get<LinkMessage>(decodeBytes(message.bytes())).operStatus, expected[state]) << state;
+    const Bytes bytes = describe(Message(RTM_NEWLINK), TestLink{1, "lo", IFF_UP, state}).bytes();
+    EXPECT_EQ(std::get<LinkMessage>(decodeBytes(bytes)).operStatus, expected[state]) << state;
   }
-  const auto odd = std::get<LinkMessage>(decodeBytes(Message(RTM_NEWLINK)
-                                                         .fixed(linkHeader)
-                                                         .attribute(0x3FFF, Bytes{1, 2, 3, 4, 5})
-                                                         .attribute(IFLA_ADDRESS, Bytes{10, 0, 0, 1})
-                                                         .attribute(IFLA_OPERSTATE | NLA_F_NET_BYTEORDER, Bytes{6})
-                                                         .bytes()));
+  Message message = Message(RTM_NEWLINK).fixed(linkHeader);
+  message.attribute(0x3FFF, Bytes{1, 2, 3, 4, 5}).attribute(IFLA_ADDRESS, Bytes{10, 0, 0, 1});
+  message.attribute(IFLA_OPERSTATE | NLA_F_NET_BYTEORDER, Bytes{6});
+  const auto odd = std::get<LinkMessage>(decodeBytes(message.bytes()));
   EXPECT_EQ(odd.operStatus, operStatusUp) << "whatever flags the type has";
   EXPECT_EQ(odd.ethAddr, Vantu::EthAddr()) << "no address of six bytes";
 }
@@ -71,34 +69,23 @@ TEST(RtMessageTest, messagesForOthersArePassedOver) {
   for (const auto& message : cases) EXPECT_EQ(decodeBytes(message.bytes()).index(), 0U) << &message - cases;
 }
 
+// What random damage, below, is unlikely to make.
 TEST(RtMessageTest, wrongContentsAreRefused) {
   const auto link = [] { return Message(RTM_NEWLINK).fixed(linkHeader); };
-  const auto newAddress = [](unsigned char length, unsigned index) {
-    return Message(RTM_NEWADDR).fixed(ifaddrmsg{AF_INET, length, 0, 0, index});
-  };
-  const Bytes ten{10, 0, 0, 1};
-  rtmsg tooLong{};
-  tooLong.rtm_family = AF_INET;
-  tooLong.rtm_type = RTN_UNICAST;
-  tooLong.rtm_dst_len = 33;
+  const auto newAddress = [] { return Message(RTM_NEWADDR).fixed(ifaddrmsg{AF_INET, 24, 0, 0, 2}); };
   ndmsg neighbour{};
   neighbour.ndm_family = AF_INET;
   neighbour.ndm_ifindex = 3;
   const std::pair<const char*, Message> cases[] = {
-      {"index 0", Message(RTM_NEWLINK).fixed(ifinfomsg{})},
       {"state of no byte", link().attribute(IFLA_OPERSTATE, Bytes())},
-      {"empty name", link().attribute(IFLA_IFNAME, std::string())},
       {"name of 16 bytes", link().attribute(IFLA_IFNAME, std::string(16, 'x'))},
       {"a VRF without a table",
        link().attribute(IFLA_LINKINFO, attributeBytes(IFLA_INFO_KIND, std::string("vrf")))},
-      {"no address", newAddress(24, 2)},
-      {"address of 3 bytes", newAddress(24, 2).attribute(IFA_LOCAL, Bytes{10, 0, 0})},
-      {"address of 16 bytes", newAddress(24, 2).attribute(IFA_LOCAL, Bytes(16, 1))},
-      {"prefix length 33", newAddress(33, 2).attribute(IFA_LOCAL, ten)},
-      {"address of no interface", newAddress(24, 0).attribute(IFA_LOCAL, ten)},
-      {"flags of 2 bytes", newAddress(24, 2).attribute(IFA_LOCAL, ten).attribute(IFA_FLAGS, Bytes{1, 0})},
+      {"no address", newAddress()},
+      {"address of 3 bytes", newAddress().attribute(IFA_LOCAL, Bytes{10, 0, 0})},
+      {"address of 16 bytes", newAddress().attribute(IFA_LOCAL, Bytes(16, 1))},
+      {"flags of 2 bytes", newAddress().attribute(IFA_LOCAL, Bytes{10, 0, 0, 1}).attribute(IFA_FLAGS, Bytes{1, 0})},
       {"neighbour without an address", Message(RTM_NEWNEIGH).fixed(neighbour)},
-      {"route of prefix length 33", Message(RTM_NEWROUTE).fixed(tooLong)},
       {"next-hop object without a number", Message(RTM_NEWNEXTHOP).fixed(nhmsg{})}};
   for (const auto& [what, message] : cases) {
     EXPECT_THROW(decodeBytes(message.bytes()), MalformedMessageException) << what;
@@ -112,23 +99,18 @@ const Bytes wholes[] = {describe(Message(RTM_NEWLINK), eth0).bytes(),
                         describe(Message(RTM_NEWNEXTHOP), TestNexthop{1, {"10.0.0.1"}}).bytes(),
                         describeForwarding(Message(RTM_NEWNETCONF), Vantu::ipv4_, NETCONFA_IFINDEX_ALL, 1).bytes()};
 
-// Every kind of message cut at every length, its header telling the cut length and the true one of its attributes.
-TEST(RtMessageTest, messagesCutShort) {
+Bytes cutTo(std::size_t size, Bytes bytes) {
+  bytes.resize(size);
+  const auto length = static_cast<std::uint32_t>(size);
+  std::memcpy(bytes.data(), &length, sizeof(length));
+  return bytes;
+}
+
+TEST(RtMessageTest, messagesWithoutTheirHeaderOrTheirLastByteAreRefused) {
   for (const Bytes& bytes : wholes) {
-    bool isRefused = false;
-    for (std::size_t size = sizeof(nlmsghdr); size < bytes.size(); ++size) {
-      Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size));
-      const auto length = static_cast<std::uint32_t>(size);
-      std::memcpy(cut.data(), &length, sizeof(length));
-      try {
-        isRefused = false;
-        decodeBytes(cut);
-      } catch (const MalformedMessageException&) {
-        isRefused = true;
-      }
-      EXPECT_TRUE(isRefused || size > sizeof(nlmsghdr)) << "no fixed header";
+    for (const std::size_t size : {sizeof(nlmsghdr), bytes.size() - 1}) {
+      EXPECT_THROW(decodeBytes(cutTo(size, bytes)), MalformedMessageException) << size;
     }
-    EXPECT_TRUE(isRefused) << "the last attribute lacks a byte";
   }
 }
 
@@ -137,7 +119,9 @@ TEST(RtMessageTest, randomDamageIsRefusedOrDecodedWithinTheLimits) {
   unsigned decoded = 0;
   const auto limit = [](const IpGenAddr& addr) { return addr.af() == Vantu::ipv4_ ? 32U : 128U; };
   for (int round = 0; round < 20000; ++round) {
-    Bytes bytes = wholes[random() % std::size(wholes)];
+    const Bytes& whole = wholes[random() % std::size(wholes)];
+    const auto size = random() % 4 == 0 ? sizeof(nlmsghdr) + random() % whole.size() / 2 : whole.size();
+    Bytes bytes = cutTo(std::min(size, whole.size()), whole);
     for (auto count = 1 + random() % 3; count > 0; --count) {
       bytes[4 + random() % (bytes.size() - 4)] = static_cast<std::uint8_t>(random());
     }
@@ -147,7 +131,7 @@ TEST(RtMessageTest, randomDamageIsRefusedOrDecodedWithinTheLimits) {
       if (const auto* found = std::get_if<AddressMessage>(&message)) {
         ASSERT_TRUE(found->local.isSet() && found->ifIndex > 0 && found->prefixLength <= limit(found->local));
       } else if (const auto* changed = std::get_if<LinkMessage>(&message)) {
-        ASSERT_TRUE(changed->name.size() < IFNAMSIZ && changed->ifIndex > 0);
+        ASSERT_TRUE(changed->ifIndex > 0 && (!changed->name.empty() || !changed->isWhole));
       } else if (const auto* path = std::get_if<RouteMessage>(&message)) {
         ASSERT_LE(path->length, limit(path->address));
       }
@@ -157,14 +141,9 @@ TEST(RtMessageTest, randomDamageIsRefusedOrDecodedWithinTheLimits) {
   EXPECT_GT(decoded, 1000U);
 }
 
-TEST(RtMessageTest, statusOfControlMessages) {
-  const auto status = [](const Message& message) {
-    const Bytes bytes = message.bytes();
-    return statusOf(*reinterpret_cast<const nlmsghdr*>(bytes.data()));
-  };
-  EXPECT_EQ(status(Message(NLMSG_DONE).fixed(0)), 0);
-  EXPECT_EQ(status(Message(NLMSG_ERROR).fixed(nlmsgerr{-EBUSY, {}})), EBUSY);
-  EXPECT_EQ(status(Message(NLMSG_DONE)), EBADMSG);
+TEST(RtMessageTest, anEndWithoutAStatusIsAnError) {
+  const Bytes bytes = Message(NLMSG_DONE).bytes();
+  EXPECT_EQ(statusOf(*reinterpret_cast<const nlmsghdr*>(bytes.data())), EBADMSG);
 }
 
 }  // namespace

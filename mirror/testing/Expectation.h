@@ -297,4 +297,12 @@ inline Lines routeLines(const Quillo::Snapshot& snapshot) {
   return lines;
 }
 
+inline Lines publishedLines(const Picture& picture, const std::string& store) {
+  Lines lines = linesOf(picture);
+  const auto snapshot = mountOf(store)->snapshot();
+  lines.merge(neighbourLines(snapshot));
+  lines.merge(routeLines(snapshot));
+  return lines;
+}
+
 }  // namespace Mirror::Test

@@ -114,8 +114,7 @@ class FakeKernel : public RtChannel {
     if (hasSibling && route.isMultipath()) {
       for (const auto& hop : route.hops) {
         auto& known = sibling->hops;
-        const auto isSame = [&](const TestHop& other) { return other.isSame(hop); };
-        if (std::none_of(known.begin(), known.end(), isSame)) known.push_back(hop);
+        if (std::find(known.begin(), known.end(), hop) == known.end()) known.push_back(hop);
       }
       return notify(describe(Message(RTM_NEWROUTE, NLM_F_CREATE | told), *sibling));
     }
@@ -246,34 +245,26 @@ class FakeKernel : public RtChannel {
 
   std::vector<Bytes> objects() const {
     std::vector<Bytes> all;
-    const auto what = dumped_.what;
-    const bool isIpv6 =
-        what == RtDump::ipv6Addresses || what == RtDump::ipv6Neighbours || what == RtDump::ipv6Routes;
-    const auto addAll = [&](std::uint16_t type, const auto& list, const auto& isWanted) {
+    const auto addAll = [&](std::uint16_t type, auto&& list) {
       for (const auto& object : list) {
-        if (!isWanted(object)) continue;
         all.push_back(describe(Message(type, NLM_F_MULTI, dumped_.sequence, port), object).bytes());
       }
     };
-    const auto any = [](const auto&) { return true; };
-    const auto isOfFamily = [&](const auto& object) { return object.isIpv6() == isIpv6; };
-    if (what == RtDump::links) {
-      addAll(RTM_NEWLINK, std::views::values(links), any);
-    } else if (what == RtDump::nexthops) {
-      addAll(RTM_NEWNEXTHOP, std::views::values(nexthops), any);
-    } else if (isOfNeighbours()) {
-      addAll(RTM_NEWNEIGH, neighbours, isOfFamily);
-    } else if (isOfRoutes()) {
-      addAll(RTM_NEWROUTE, routes,
-             [&](const TestRoute& route) { return isOfFamily(route) && route.table == dumped_.table; });
-    } else {
-      addAll(RTM_NEWADDR, addresses, isOfFamily);
+    const auto what = dumped_.what;
+    if (what == RtDump::links) addAll(RTM_NEWLINK, std::views::values(links));
+    if (what == RtDump::nexthops) addAll(RTM_NEWNEXTHOP, std::views::values(nexthops));
+    for (const bool isIpv6 : {false, true}) {
+      const auto ofFamily = std::views::filter([isIpv6](const auto& object) { return object.isIpv6() == isIpv6; });
+      if (what == (isIpv6 ? RtDump::ipv6Addresses : RtDump::ipv4Addresses))
+        addAll(RTM_NEWADDR, addresses | ofFamily);
+      if (what == (isIpv6 ? RtDump::ipv6Neighbours : RtDump::ipv4Neighbours)) {
+        addAll(RTM_NEWNEIGH, neighbours | ofFamily);
+      } else if (what == (isIpv6 ? RtDump::ipv6Routes : RtDump::ipv4Routes)) {
+        const auto isOfTable = [&](const TestRoute& route) { return route.table == dumped_.table; };
+        addAll(RTM_NEWROUTE, routes | ofFamily | std::views::filter(isOfTable));
+      }
     }
     return all;
-  }
-  bool isOfRoutes() const { return dumped_.what == RtDump::ipv4Routes || dumped_.what == RtDump::ipv6Routes; }
-  bool isOfNeighbours() const {
-    return dumped_.what == RtDump::ipv4Neighbours || dumped_.what == RtDump::ipv6Neighbours;
   }
 
   // The next few objects by their place in the list, so that one is passed over when another before it has gone.
@@ -288,7 +279,8 @@ class FakeKernel : public RtChannel {
     if (!dumpedState_) dumpedState_ = all;
     if (dumped_.next >= all.size()) {
       // The kernel has a counter of changes, but for neighbours and routes.
-      const bool hasChanged = *dumpedState_ != all && !isOfNeighbours() && !isOfRoutes();
+      const bool isCounted = dumped_.what <= RtDump::ipv6Addresses || dumped_.what == RtDump::nexthops;
+      const bool hasChanged = *dumpedState_ != all && isCounted;
       const std::uint16_t flags = hasChanged || isInterrupted() ? NLM_F_DUMP_INTR : 0;
       append(piece, Message(NLMSG_DONE, NLM_F_MULTI | flags, dumped_.sequence, port).fixed(0).bytes());
       dumped_.isRunning = false;

@@ -130,10 +130,7 @@ class NamespaceMirrorTest : public testing::Test {
     return lines;
   }
   Lines shown() const {
-    Lines lines = linesOf(*picture_);
-    const auto snapshot = mountOf(store_)->snapshot();
-    lines.merge(neighbourLines(snapshot));
-    lines.merge(routeLines(snapshot));
+    Lines lines = publishedLines(*picture_, store_);
     for (const auto& [name, local] : tree().allVrfStatusLocal->vrf()) {
       const auto info = Kel::dynamicPtr<Routing::VrfInfo>(tree().routingVrfInfoDir->entityPtr(name.stringValue()));
       lines.insert(fmt::format("VRF {} {}{}", name.stringValue(), info->kernelTable(),

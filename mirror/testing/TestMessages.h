@@ -157,8 +157,9 @@ struct TestHop {
   std::string gateway;  // empty: on-link
   int ifIndex = 2;
   bool isDead = false;
-  bool isSame(const TestHop& other) const { return gateway == other.gateway && ifIndex == other.ifIndex; }
-  friend auto operator<=>(const TestHop&, const TestHop&) = default;
+  auto place() const { return std::tie(gateway, ifIndex); }
+  bool operator==(const TestHop& other) const { return place() == other.place(); }
+  bool operator<(const TestHop& other) const { return place() < other.place(); }
 };
 
 struct TestRoute {
@@ -178,9 +179,7 @@ struct TestRoute {
   auto place() const { return std::tie(table, prefix, tos, metric); }
   bool isSame(const TestRoute& other) const {
     return place() == other.place() && protocol == other.protocol && type == other.type &&
-           nexthopId == other.nexthopId && source == other.source &&
-           std::equal(hops.begin(), hops.end(), other.hops.begin(), other.hops.end(),
-                      [](const TestHop& a, const TestHop& b) { return a.isSame(b); });
+           nexthopId == other.nexthopId && source == other.source && hops == other.hops;
   }
 };
 

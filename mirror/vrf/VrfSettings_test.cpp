@@ -18,64 +18,50 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-TEST(VrfSettingsText, everyKey) {
+TEST(VrfSettingsText, vrfsAndTheirStaticRoutes) {
   const auto all = vrfSettingsFromText(R"(# what the kernel cannot tell
 vrfs:
   red:
-    routeDistinguisher: "65000:1"
     staticRoutes:
-      - prefix: 10.0.0.0/8
-        preference: 255
-        nexthopGroup: true
+      - {prefix: 10.0.0.0/8, preference: 255, nexthopGroup: true}
       - {prefix: "2001:db8::/32", persistent: false}
-  default:
-    staticRoutes:
-      - {prefix: 0.0.0.0/0}
   "a.b/c \xE9":
 )",
                                        "file");
-  VrfSettings red, defaults;
-  red.routeDistinguisher = Vantu::RouteDistinguisher::fromString("65000:1");
+  VrfSettings red;
   red.staticRoutes[Routing::StaticRouteKey::fromString("10.0.0.0/8 255")] = Routing::StaticRouteFacts(true, true);
   red.staticRoutes6[Routing6::StaticRouteKey::fromString("2001:db8::/32 1")] =
       Routing::StaticRouteFacts(false, false);
-  defaults.staticRoutes[Routing::StaticRouteKey::fromString("0.0.0.0/0 1")] =
-      Routing::StaticRouteFacts(false, true);
-  const AllVrfSettings expected{
-      {L3::VrfName("red"), red}, {L3::VrfName(), defaults}, {L3::VrfName("a.b/c \303\251"), {}}};
-  EXPECT_EQ(all, expected);
+  EXPECT_EQ(all, (AllVrfSettings{{L3::VrfName("red"), red}, {L3::VrfName("a.b/c \303\251"), {}}}));
   for (const char* empty : {"", "# nothing\n", "vrfs:\n", "vrfs: {}\n"}) {
     EXPECT_TRUE(vrfSettingsFromText(empty, "file").empty()) << empty;
   }
 }
 
 TEST(VrfSettingsText, whatIsWrongIsOneLineThatNamesThePlace) {
-  const std::string longName(101, 'x');
+  const std::string red = "vrfs:\n  red:\n    ", routes = red + "staticRoutes:";
   const std::pair<std::string, const char*> cases[] = {
       {"vrfs: [", "file:1: YAML: "},
       {"- red", "file:1: the file: "},
       {"\nvrf: {}", "file:2: the file: 'vrf' is no key"},
       {"vrfs: 7", "file:1: vrfs: "},
-      {"vrfs:\n  " + longName + ":", "file:2: vrfs: "},
+      {"vrfs:\n  " + std::string(101, 'x') + ":", "file:2: vrfs: "},
       {"vrfs:\n  '':", "file:2: vrfs: "},
       {"vrfs:\n  red: {}\n  red: {}", "file:3: vrfs.red: "},
       {"vrfs:\n  red: {rd: x}", "file:2: vrfs.red: 'rd' is no key"},
-      {"vrfs:\n  red:\n    routeDistinguisher: nonsense", "file:3: vrfs.red.routeDistinguisher: "},
-      {"vrfs:\n  red:\n    routeDistinguisher: ''", "file:3: vrfs.red.routeDistinguisher: "},
-      {"vrfs:\n  red:\n    routeDistinguisher: [1]", "file:3: vrfs.red.routeDistinguisher: "},
       {"vrfs:\n  default:\n    routeDistinguisher: '1:1'", "file:3: vrfs.default.routeDistinguisher: "},
-      {"vrfs:\n  red:\n    staticRoutes: 10.0.0.0/8", "file:3: vrfs.red.staticRoutes: "},
-      {"vrfs:\n  red:\n    staticRoutes:\n      - 10.0.0.0/8", "file:4: vrfs.red.staticRoutes: "},
-      {"vrfs:\n  red:\n    staticRoutes: [{preference: 1}]",
-       "file:3: vrfs.red.staticRoutes: a route without prefix"},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.1/8, preference: 1}]",
-       ".prefix: \"10.0.0.1/8\" has bits"},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 'x::y/3', preference: 1}]", "vrfs.red.staticRoutes.prefix: "},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: -1}]", ".preference: "},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: 256}]", ".preference: "},
-      {"vrfs:\n  red:\n    staticRoutes: [{prefix: 10.0.0.0/8, preference: 1, persistent: 3}]", ".persistent: "},
-      {"vrfs:\n  red:\n    staticRoutes:\n      - {prefix: 10.0.0.0/8, preference: 1}\n"
-       "      - {prefix: 10.0.0.0/8}",
+      {red + "routeDistinguisher: nonsense", "file:3: vrfs.red.routeDistinguisher: "},
+      {red + "routeDistinguisher: ''", "file:3: vrfs.red.routeDistinguisher: "},
+      {red + "routeDistinguisher: [1]", "file:3: vrfs.red.routeDistinguisher: "},
+      {routes + " 10.0.0.0/8", "file:3: vrfs.red.staticRoutes: "},
+      {routes + "\n      - 10.0.0.0/8", "file:4: vrfs.red.staticRoutes: "},
+      {routes + " [{preference: 1}]", "file:3: vrfs.red.staticRoutes: a route without prefix"},
+      {routes + " [{prefix: 10.0.0.1/8}]", "vrfs.red.staticRoutes.prefix: \"10.0.0.1/8\" has bits"},
+      {routes + " [{prefix: 'x::y/3'}]", "vrfs.red.staticRoutes.prefix: "},
+      {routes + " [{prefix: 10.0.0.0/8, preference: -1}]", ".preference: "},
+      {routes + " [{prefix: 10.0.0.0/8, preference: 256}]", ".preference: "},
+      {routes + " [{prefix: 10.0.0.0/8, persistent: 3}]", ".persistent: "},
+      {routes + "\n      - {prefix: 10.0.0.0/8, preference: 1}\n      - {prefix: 10.0.0.0/8}",
        "file:5: vrfs.red.staticRoutes: the route is there twice"}};
   for (const auto& [text, expected] : cases) {
     try {
@@ -102,9 +88,7 @@ class SettingsFileTest : public testing::Test {
     Kel::TraceConfig::sinkIs({});
     std::filesystem::remove_all(directory_);
   }
-  void write(const std::string& text, const char* name = "mirror.yaml") const {
-    std::ofstream(directory_ + "/" + name) << text;
-  }
+  void write(const std::string& text) const { std::ofstream(file_) << text; }
   static std::string vrf(const char* name) { return std::string("vrfs:\n  ") + name + ":\n"; }
   static std::string namesOf(const SettingsFile& file) {
     std::string names;
@@ -124,7 +108,7 @@ TEST_F(SettingsFileTest, whatIsWrittenOrPutInItsPlaceIsTakenUpUnlessItIsWrong) {
   write(vrf("bb"));
   EXPECT_TRUE(file.update());
   EXPECT_EQ(namesOf(file), "bb");
-  write(vrf("c"), "other");
+  std::ofstream(directory_ + "/other") << vrf("c");
   EXPECT_FALSE(file.update());
   std::filesystem::rename(directory_ + "/other", file_);
   EXPECT_TRUE(file.update());
@@ -148,20 +132,15 @@ TEST_F(SettingsFileTest, changesThatAreNotToldOf) {
   SettingsFile file(below, false);
   EXPECT_FALSE(file.poll());
   std::filesystem::create_directories(directory_ + "/later");
-  write(vrf("a"));
+  write("nonsense");
   std::filesystem::create_symlink(file_, below);
+  for (const auto& wrong : {below, directory_}) EXPECT_THROW(SettingsFile(wrong, false), Kel::Exception);
   for (const char* name : {"a", "bb"}) {
     write(vrf(name));  // behind the link
     EXPECT_FALSE(file.poll()) << "it may be half written";
     EXPECT_TRUE(file.poll());
     EXPECT_EQ(namesOf(file), name);
   }
-}
-
-TEST_F(SettingsFileTest, whatIsNoFileIsRefusedAtTheStart) {
-  EXPECT_THROW(SettingsFile(directory_, false), Kel::Exception);
-  write("nonsense");
-  EXPECT_THROW(SettingsFile(file_, false), Kel::Exception);
   SettingsFile none("", false);
   EXPECT_FALSE(none.update() || none.poll());
 }

@@ -63,6 +63,7 @@ TEST(VrfSettings, applyToVrfsThatAreThereAndThatCome) {
     EXPECT_EQ(picture.tree.routingConfig->staticRoute().size(), isThere);
     for (const auto& name : {red, blue}) {
       EXPECT_EQ(picture.tree.allVrfConfig->vrfConfig(name)->routeDistinguisher().isSet(), isThere);
+      EXPECT_EQ(picture.tree.routingVrfConfigDir->vrfConfig(name.stringValue())->staticRoute().size(), isThere);
       EXPECT_EQ(picture.tree.routing6VrfConfigDir->vrfConfig(name.stringValue())->staticRoute().size(), isThere);
     }
   };
