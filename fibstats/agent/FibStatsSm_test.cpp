@@ -192,43 +192,35 @@ struct FibStatsSmTest : Brev::SchedulerTest {
     review();
   }
   void tableStep() {
-    switch (pick(5)) {
-      case 0:
-        return restart();
-      case 1:
-        if (const auto id = std::array{VrfId(7), VrfId(8), VrfId()}[pick(3)]; id != vrfId) {
-          sm->vrfIdIs(vrfId = id);
-          review();
-        }
-        return;
-      case 2:
-        routes = Kel::makePtr<Quillo::TestRouteStatus<Prefix>>();
-        routes->map = randomRoutes();
-        sm->routeStatusIs(routes);
-        counted.clear();
-        return review();
-      case 3:
-        routes->map = randomRoutes();
-        neighboursAre(randomNeighbours());
-        review();
-        return routes->tableIs(routes->map);
-      default:
-        routes->tableIs(randomRoutes());
-        review();
-        neighboursAre(randomNeighbours());
-        return review();
+    const unsigned what = pick(5);
+    if (what == 0) return restart();
+    if (what == 1) {
+      const auto id = std::array{VrfId(7), VrfId(8), VrfId()}[pick(3)];
+      if (id == vrfId) return;
+      sm->vrfIdIs(vrfId = id);
+    } else if (what == 2) {
+      routes = Kel::makePtr<Quillo::TestRouteStatus<Prefix>>();
+      routes->map = randomRoutes();
+      sm->routeStatusIs(routes);
+      counted.clear();
+    } else if (what == 3) {
+      routes->map = randomRoutes();
+      neighboursAre(randomNeighbours());
+      review();
+      return routes->tableIs(routes->map);
+    } else {
+      routes->tableIs(randomRoutes());
+      review();
+      neighboursAre(randomNeighbours());
     }
+    review();
   }
   void keyStep() {
     if (pick(2) == 0) {
       const auto route = randomRoute();
-      if (pick(2) == 0) {
-        routes->routeIs(route);
-      } else if (routes->map.contains(route.prefix)) {
-        routes->routeDel(route.prefix);
-      } else {
-        return;
-      }
+      const bool isComing = pick(2) == 0;
+      if (!isComing && !routes->map.contains(route.prefix)) return;
+      isComing ? routes->routeIs(route) : routes->routeDel(route.prefix);
       return routeChanged(route.prefix);
     }
     auto entry = randomNeighbour();
