@@ -6,8 +6,9 @@ import signal
 import socket
 import subprocess
 import tempfile
-import time
 import unittest
+
+from harness.tools import eventually, read_file
 
 QUORIND, VERSION = os.environ["QUORIND"], os.environ["QUORIN_VERSION"]
 PUBLIC = ("-v2c", "-c", "public")
@@ -15,19 +16,6 @@ CAROL = ("-v3", "-u", "carol", "-l", "authPriv", "-a", "SHA", "-A", "authpass99"
 SYSTEM = ".1.3.6.1.2.1.1"
 LOCATION = f"{SYSTEM}.6.0"
 ENGINE_BOOTS = ".1.3.6.1.6.3.10.2.1.2.0"
-
-
-def read(path):
-    with open(path, encoding="utf-8") as file:
-        return file.read()
-
-
-def eventually(condition, what):
-    end = time.monotonic() + 60
-    while not condition():
-        if time.monotonic() > end:
-            raise AssertionError(f"not within a minute: {what()}")
-        time.sleep(0.005)
 
 
 class QuorindTest(unittest.TestCase):
@@ -64,7 +52,7 @@ class QuorindTest(unittest.TestCase):
         return agent
 
     def wait_for(self, text):
-        eventually(lambda: text in read(self.log), lambda: f"{text}\n{read(self.log)}")
+        eventually(lambda: text in read_file(self.log), lambda: f"{text}\n{read_file(self.log)}")
 
     def stop(self, agent, number=signal.SIGTERM):
         agent.send_signal(number)
@@ -121,9 +109,9 @@ class QuorindTest(unittest.TestCase):
         self.start()
         for text in ("line 2: Warning: Unknown token: quorinNoSuchThing.",
                      "line 3: Error: quorinDisableObjects: there is no object group 'everything'; known are: route-tables"):
-            self.assertIn(f"{self.configuration}: {text}", read(self.log))
+            self.assertIn(f"{self.configuration}: {text}", read_file(self.log))
         self.assertIn("1 configuration line was passed over, see above: correct or remove it; "
-                      "quorind -H lists the directives that it knows", read(self.log))
+                      "quorind -H lists the directives that it knows", read_file(self.log))
         self.assertIn('"here"', self.ask("snmpget", PUBLIC, LOCATION))
 
     def test_tells_about_itself_and_in_one_line_what_it_cannot_start_with(self):
@@ -158,14 +146,14 @@ class QuorindTest(unittest.TestCase):
         with open(f"{self.directory}/out", "w", encoding="utf-8") as out:
             subprocess.run([QUORIND, *self.usual[1:], "-p", pid_file, f"-Lf{self.log}"], env=self.environment,
                            stdout=out, stderr=out, timeout=60, check=True)
-        eventually(lambda: os.path.exists(self.log) and "serves" in read(self.log), lambda: "the agent serves")
-        pid = int(read(pid_file))
+        eventually(lambda: os.path.exists(self.log) and "serves" in read_file(self.log), "the agent serves")
+        pid = int(read_file(pid_file))
         try:
             self.assertIn('"first place"', self.ask("snmpget", PUBLIC, LOCATION))
         finally:
             os.kill(pid, signal.SIGTERM)
-        eventually(lambda: not os.path.exists(pid_file), lambda: "the file goes when the agent does")
-        self.assertEqual(read(f"{self.directory}/out"), "")
+        eventually(lambda: not os.path.exists(pid_file), "the file goes when the agent does")
+        self.assertEqual(read_file(f"{self.directory}/out"), "")
 
 
 if __name__ == "__main__":
