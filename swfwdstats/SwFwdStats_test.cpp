@@ -53,7 +53,7 @@ class SwFwdStatsTest : public ::testing::Test {
   static inline const std::string folder = ::testing::TempDir() + "quorin-swfwd-" + std::to_string(getpid());
   static std::string path(const std::string& name) { return folder + "/" + name; }
   static void write(const char* name, const std::string& text) { std::ofstream(path(name)) << text; }
-  static void snmpIs(const std::string& header, const std::string& values = values17) {
+  static void writeSnmp(const std::string& header, const std::string& values = values17) {
     write("snmp", header + "\n" + values + "\nIcmp: InMsgs\n");
   }
   std::vector<std::string> traced() { return std::exchange(lines_, {}); }
@@ -68,7 +68,7 @@ class SwFwdStatsTest : public ::testing::Test {
 };
 
 TEST_F(SwFwdStatsTest, everyIpv4CounterHasItsPlaceInTheFiles) {
-  snmpIs(names19);
+  writeSnmp(names19);
   write("netstat", netstat);
   EXPECT_EQ(stats4->inReceives(), 101u);
   EXPECT_EQ(
@@ -137,7 +137,7 @@ TEST_F(SwFwdStatsTest, aHeaderOfAnotherLengthIsRefusedUnlessALongerOneOfTheKnown
        {Case{names19.substr(0, 222), "223"}, Case{names19 + "s", "225"},
         Case{names19 + std::string(2000, 'x'), "1024"}, Case{"Ip: Other" + names19.substr(3), "230"},
         Case{names19 + " OutTransmits", "237", true}}) {
-    snmpIs(header, values17 + " 118");
+    writeSnmp(header, values17 + " 118");
     for (int attempt = 0; attempt < 2; ++attempt) {
       EXPECT_EQ(stats4->inReceives(), 0u);
       EXPECT_THAT(traced(), ElementsAre("0 Header is " + std::string(length)));
@@ -149,27 +149,27 @@ TEST_F(SwFwdStatsTest, aHeaderOfAnotherLengthIsRefusedUnlessALongerOneOfTheKnown
     traced();
   }
   EXPECT_EQ(stats4->lastUpdate(), 0.0);
-  snmpIs(names19);
+  writeSnmp(names19);
   EXPECT_EQ(stats4->inReceives(), 101u);
   EXPECT_EQ(kernelIpHeaderAdvice(), "");
 }
 
 TEST_F(SwFwdStatsTest, whatIsMissingLosesNothingThatWasRead) {
   EXPECT_EQ(stats4->inReceives() + stats6->inReceives(), 0u);
-  snmpIs(names19);
+  writeSnmp(names19);
   EXPECT_EQ(stats4->inReceives(), 0u) << "without netstat nothing counts";
   EXPECT_THAT(traced(), ElementsAre("0 Failed to open " + path("snmp"), "0 Failed to open " + path("snmp6"),
                                     "0 Failed to open " + path("netstat")));
   write("netstat", netstat);
   EXPECT_EQ(stats4->inNoRoutes(), 201u);
   now += 1;
-  snmpIs(names19, "Ip: 1 64 18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17");
+  writeSnmp(names19, "Ip: 1 64 18446744073709551615 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17");
   write("netstat", ipExt + "TcpExt: 1\n");
   EXPECT_EQ(stats4->inReceives(), ~0ULL);
   EXPECT_EQ(stats4->inNoRoutes(), 201u) << "no values of IpExt: the old ones stay";
   EXPECT_EQ(stats4->outBcastPkts(), 206u);
   now += 1;
-  snmpIs(names19, "Ip: 1 64 1 2 3");
+  writeSnmp(names19, "Ip: 1 64 1 2 3");
   EXPECT_EQ(stats4->inReceives(), ~0ULL);
   EXPECT_EQ(stats4->lastUpdate(), 1001.0);
   EXPECT_THAT(traced(), Contains("0 Failed to read the values in " + path("snmp")));
