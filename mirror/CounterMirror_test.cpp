@@ -17,7 +17,7 @@ namespace {
 using namespace Test;
 
 // In 100 packets of 9000 octets, of these multicast 40 of 4000.
-KernelCounters toldIs(const std::string& more = "") {
+KernelCounters toldWith(const std::string& more = "") {
   std::istringstream file(
       "ifIndex \t3\nIp6InReceives \t100\nIp6OutForwDatagrams 20\nIp6OutRequests 30\nIp6InMcastPkts 40\n"
       "Ip6OutMcastPkts 10\nIp6InOctets 9000\nIp6OutOctets 5000\nIp6InMcastOctets 4000\nIp6OutMcastOctets 800\n" +
@@ -28,8 +28,8 @@ KernelCounters toldIs(const std::string& more = "") {
 TEST(IntfCounters, areTheKernelsNumbersOfOldAndOfNew) {
   const Ip::IntfCounters newer(100, 9000, 60, 5000, 60, 5000, 50, 4200, 40, 4000, 10, 800);
   const Ip::IntfCounters older(100, 9000, 50, 5000, 60, 5000, 40, 4200, 40, 4000, 10, 800);
-  EXPECT_EQ(countersOf(toldIs("Ip6OutTransmits 60\n"), {}), newer);
-  EXPECT_EQ(countersOf(toldIs("Ip6InReceives none\nIp6OutTransmits 60\n"), {}), older)
+  EXPECT_EQ(countersOf(toldWith("Ip6OutTransmits 60\n"), {}), newer);
+  EXPECT_EQ(countersOf(toldWith("Ip6InReceives none\nIp6OutTransmits 60\n"), {}), older)
       << "as far as it can be read";
   EXPECT_EQ(countersOf({{"Ip6InReceives", 5}}, {}), Ip::IntfCounters(5, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0));
 }
@@ -37,7 +37,7 @@ TEST(IntfCounters, areTheKernelsNumbersOfOldAndOfNew) {
 TEST(IntfCounters, neverFallUnlessTheyBeginAgain) {
   const auto all = Kel::makePtr<Ip::AllIntfStats>("stats");
   const Vantu::IntfId eth0("eth0");
-  auto told = toldIs();
+  auto told = toldWith();
   countersAre(*all, eth0, told, 1000);
   const auto record = all->intfStats(eth0);
   EXPECT_EQ(record->discontinuityTime(), 1000.0);
@@ -80,7 +80,7 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   ASSERT_TRUE(statsOf("lo") && statsOf("eth1")) << "in the first pass";
   const auto begin = statsOf("lo")->discontinuityTime(), first = statsOf("eth0")->discontinuityTime();
   const auto before = statsOf("lo")->counters().inUcastPkts();
-  outputOf("bash -c 'echo hello >/dev/udp/::1/9' 2>&1");
+  execute("bash -c 'echo hello >/dev/udp/::1/9' 2>&1");
   readAgain();
   EXPECT_GE(statsOf("lo")->counters().inUcastPkts(), before + 2);
   EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);

@@ -108,54 +108,32 @@ class RandomHistory : public NamespaceMirrorTest, public testing::WithParamInter
   void change() {
     static const std::uint16_t flags[] = {NLM_F_EXCL, NLM_F_EXCL, NLM_F_APPEND, NLM_F_REPLACE, 0};
     FakeKernel& kernel = oneIn(4) ? otherKernel_ : kernel_;
-    switch (below(20)) {
-      case 0:
-        if (kernel.links.size() < 8) kernel.linkIs({oneIn(4) ? 50 + below(5) : nextIndex_++, freeName(kernel)});
-        break;
-      case 1:
-        if (kernel.links.size() > 2) kernel.linkDel(any(kernel.links).first);
-        break;
-      case 2:
-        changeLink(kernel);
-        break;
-      case 3:
-      case 4:
-        if (!kernel.addresses.empty()) kernel.addressDel(any(kernel.addresses));
-        break;
-      case 5:
-      case 6:
-      case 7:
-        kernel.addressIs(anyAddress(kernel));
-        break;
-      case 8:
-      case 9:
-        kernel.neighbourIs(anyNeighbour(kernel));
-        break;
-      case 10:
-        if (!kernel.neighbours.empty()) kernel.neighbourDel(any(kernel.neighbours));
-        break;
-      case 11:
-        changeNexthop(kernel);
-        break;
-      case 12:
-      case 13:
-        if (!kernel.routes.empty()) {
-          const auto index = static_cast<std::size_t>(below(kernel.routes.size()));
-          const bool isMultipath = kernel.routes[index].isIpv6() && kernel.routes[index].hops.size() > 1;
-          isMultipath&& oneIn(2) ? kernel.hopDel(index) : kernel.routeDel(index);
-        }
-        break;
-      default:
-        if (const auto route = anyRoute(kernel)) kernel.routeIs(*route, any(flags));
+    const int what = below(20);
+    if (what == 0 && kernel.links.size() < 8) {
+      kernel.linkIs({oneIn(4) ? 50 + below(5) : nextIndex_++, freeName(kernel)});
+    } else if (what == 1 && kernel.links.size() > 2) {
+      kernel.linkDel(any(kernel.links).first);
+    } else if (what == 2) {
+      changeLink(kernel);
+    } else if (what < 5 && !kernel.addresses.empty()) {
+      kernel.addressDel(any(kernel.addresses));
+    } else if (what < 8) {
+      kernel.addressIs(anyAddress(kernel));
+    } else if (what < 10) {
+      kernel.neighbourIs(anyNeighbour(kernel));
+    } else if (what == 10 && !kernel.neighbours.empty()) {
+      kernel.neighbourDel(any(kernel.neighbours));
+    } else if (what == 11) {
+      changeNexthop(kernel);
+    } else if (what < 14 && !kernel.routes.empty()) {
+      const auto index = static_cast<std::size_t>(below(kernel.routes.size()));
+      const bool isMultipath = kernel.routes[index].isIpv6() && kernel.routes[index].hops.size() > 1;
+      isMultipath&& oneIn(2) ? kernel.hopDel(index) : kernel.routeDel(index);
+    } else if (const auto route = anyRoute(kernel)) {
+      kernel.routeIs(*route, any(flags));
     }
   }
 
-  void heal() {
-    kernel_.dumpStatus = 0;
-    kernel_.isDumpSilent = kernel_.isReopenRefused = isRestless_ = false;
-    kernel_.isSendRefused = [] { return false; };
-    kernel_.queueLimit = otherKernel_.queueLimit = SIZE_MAX;
-  }
   void trouble() {
     isRestless_ = true;
     if (oneIn(3)) kernel_.queueLimit = otherKernel_.queueLimit = static_cast<std::size_t>(below(20));
@@ -164,6 +142,12 @@ class RandomHistory : public NamespaceMirrorTest, public testing::WithParamInter
     kernel_.isReopenRefused = oneIn(9);
     if (oneIn(9)) kernel_.dumpStatus = oneIn(2) ? EBUSY : ENOMEM;
     if (oneIn(9)) kernel_.isSendRefused = [this] { return oneIn(4); };
+  }
+  void heal() {
+    kernel_.dumpStatus = 0;
+    kernel_.isDumpSilent = kernel_.isReopenRefused = isRestless_ = false;
+    kernel_.isSendRefused = [] { return false; };
+    kernel_.queueLimit = otherKernel_.queueLimit = SIZE_MAX;
   }
 
   // A number once published is the same VRF's for ever, since there are more numbers than names.
@@ -193,7 +177,7 @@ TEST_P(RandomHistory, endsInWhatTheKernelHas) {
   for (int i = 0; i < 40; ++i) change();
   mirror_->start();
   for (int round = 0; round < 150; ++round) {
-    if (oneIn(15)) other_ ? otherDel() : otherIs("\xff/.0\n");
+    if (oneIn(15)) other_ ? withdrawOther() : startOther("\xff/.0\n");
     if (oneIn(30)) mirror_->reread();
     if (oneIn(30)) {
       heal();

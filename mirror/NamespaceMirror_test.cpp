@@ -37,7 +37,7 @@ TEST_F(NamespaceMirrorTest, aNamespaceComesAndGoesAsAWhole) {
     publisher_->publish();
     counts.insert(records());
   };
-  otherIs("red");
+  startOther("red");
   EXPECT_EQ(shown(), ofDefault);
   runAndCompare();
   EXPECT_EQ(counts, (std::set<unsigned>{0, 7}));
@@ -45,7 +45,7 @@ TEST_F(NamespaceMirrorTest, aNamespaceComesAndGoesAsAWhole) {
   run();
   EXPECT_TRUE(tree().routingVrfConfigDir->vrfConfig("red")->routing());
   EXPECT_FALSE(tree().routing6VrfConfigDir->vrfConfig("red")->routing() || tree().routingConfig->routing());
-  otherDel();
+  withdrawOther();
   run();
   EXPECT_EQ(records(), 0U);
   EXPECT_EQ(shown(), ofDefault);
@@ -245,7 +245,7 @@ TEST_F(NamespaceMirrorTest, whatIsNotServedIsToldOnce) {
   kernel_.links[1 << 20] = otherKernel_.links[1 << 20] = {1 << 20, "big"};
   otherKernel_.links[(1 << 20) - 1] = {(1 << 20) - 1, "last"};
   startAndRun();
-  otherIs("red");
+  startOther("red");
   run();
   for (FakeKernel* kernel : {&kernel_, &otherKernel_}) {
     for (const auto& [ifIndex, link] : std::map<int, TestLink>(kernel->links)) kernel->linkIs(link);
@@ -253,13 +253,9 @@ TEST_F(NamespaceMirrorTest, whatIsNotServedIsToldOnce) {
   run();
   EXPECT_THAT(complaints_, testing::UnorderedElementsAre(HasSubstr("VRF default"), HasSubstr("VRF red"),
                                                          HasSubstr("red/big: not published")));
-  otherKernel_.links.erase(1 << 20);
-  kernel_.links[6].vrfTable.reset();
-  kernel_.links.erase(7);
   const Lines lines = linesOf(*picture_);
-  EXPECT_THAT(lines, Contains("big link 1048576 running"));
-  EXPECT_THAT(lines, Contains("red/last link 2097151 running"));
-  EXPECT_THAT(lines, Contains("eth1 link 7 running"));
+  EXPECT_THAT(lines, testing::IsSupersetOf(
+                         {"big link 1048576 running", "red/last link 2097151 running", "eth1 link 7 running"}));
   EXPECT_THAT(lines, testing::Not(Contains(HasSubstr("eth1 l3")))) << "in no VRF, nor the default one";
 }
 

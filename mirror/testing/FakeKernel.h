@@ -48,7 +48,7 @@ class FakeKernel : public RtChannel {
     const bool wasThere = links.contains(link.ifIndex), wasUp = isUp(link.ifIndex);
     links[link.ifIndex] = link;
     notify(describe(Message(RTM_NEWLINK), link));
-    if (wasThere && !wasUp && isUp(link.ifIndex)) routesAreDead(link.ifIndex, false);
+    if (wasThere && !wasUp && isUp(link.ifIndex)) markRoutes(link.ifIndex, false);
     if (!wasUp || isUp(link.ifIndex)) return;
     for (const TestAddress& address : std::vector<TestAddress>(addresses)) {
       if (address.ifIndex != link.ifIndex || !address.isIpv6()) continue;
@@ -58,7 +58,7 @@ class FakeKernel : public RtChannel {
         find(addresses, address)->flags |= IFA_F_TENTATIVE;
       }
     }
-    routesAreDead(link.ifIndex, true);
+    markRoutes(link.ifIndex, true);
   }
   void linkDel(int ifIndex) {
     for (const auto& address : std::vector<TestAddress>(addresses)) {
@@ -67,7 +67,7 @@ class FakeKernel : public RtChannel {
     for (const auto& neighbour : std::vector<TestNeighbour>(neighbours)) {
       if (neighbour.ifIndex == ifIndex) neighbourDel(neighbour);
     }
-    routesAreDead(ifIndex, true);
+    markRoutes(ifIndex, true);
     notify(describe(Message(RTM_DELLINK), links.extract(ifIndex).mapped()));
   }
   void addressIs(const TestAddress& address) {
@@ -142,7 +142,7 @@ class FakeKernel : public RtChannel {
   }
   void nexthopDel(std::uint32_t id) {
     notify(describe(Message(RTM_DELNEXTHOP), nexthops.at(id)));
-    nexthopGoes(id, true);
+    dropNexthop(id, true);
   }
 
   void notify(const Message& message) { put(message.bytes()); }
@@ -213,12 +213,12 @@ class FakeKernel : public RtChannel {
   }
 
   // Without a word: of a link that goes down the next-hop objects go, and the routes without another hop.
-  void routesAreDead(int ifIndex, bool isDown) {
+  void markRoutes(int ifIndex, bool isDown) {
     std::vector<std::uint32_t> gone;
     for (const auto& [id, nexthop] : nexthops) {
       if (isDown && nexthop.members.empty() && nexthop.hop.ifIndex == ifIndex) gone.push_back(id);
     }
-    for (const auto id : gone) nexthopGoes(id, false);
+    for (const auto id : gone) dropNexthop(id, false);
     std::erase_if(routes, [&](TestRoute& route) {
       for (auto& hop : route.hops) {
         if (hop.ifIndex == ifIndex) hop.isDead = isDown;
@@ -228,7 +228,7 @@ class FakeKernel : public RtChannel {
     });
   }
   // With the routes that refer to it, of which the kernel says nothing, and groups that are left without a member.
-  void nexthopGoes(std::uint32_t id, bool isTold) {
+  void dropNexthop(std::uint32_t id, bool isTold) {
     nexthops.erase(id);
     std::erase_if(routes, [&](const TestRoute& route) { return route.nexthopId == id; });
     std::set<std::uint32_t> empty;
@@ -239,7 +239,7 @@ class FakeKernel : public RtChannel {
     }
     for (const auto other : empty) {
       if (isTold) notify(describe(Message(RTM_DELNEXTHOP), TestNexthop{other, {"10.0.0.1"}}));
-      nexthopGoes(other, isTold);
+      dropNexthop(other, isTold);
     }
   }
 

@@ -47,7 +47,7 @@ class NamespaceMirrorTest : public testing::Test {
     std::filesystem::remove_all(directory_);
   }
 
-  // As a program that is started, and ends.
+  // What a program does that starts, and one that ends.
   void open() {
     picture_ = std::make_unique<Picture>();
     publisher_ = std::make_unique<TreePublisher>(
@@ -64,8 +64,8 @@ class NamespaceMirrorTest : public testing::Test {
     publisher_.reset();
     picture_.reset();
   }
-  // A namespace that is VRF `name` comes, and goes.
-  void otherIs(const std::string& name) {
+  // Mirrors the other namespace as VRF `name`, until withdrawOther().
+  void startOther(const std::string& name) {
     const auto id = picture_->vrfs.namespaceIs(L3::VrfName(name));
     otherKernel_.reopen();
     other_ = std::make_unique<NamespaceMirror>(otherKernel_, *picture_, NamespaceScope(L3::VrfName(name), *id),
@@ -73,7 +73,7 @@ class NamespaceMirrorTest : public testing::Test {
     other_->start();
     mirror_->settle();
   }
-  void otherDel() {
+  void withdrawOther() {
     other_->withdraw();
     other_.reset();
     mirror_->settle();
