@@ -32,6 +32,10 @@ TEST_F(NamespaceMirrorTest, aNamespaceComesAndGoesAsAWhole) {
     }
     return count;
   };
+  otherKernel_.objectsPerPiece = 1;  // so that the dump takes several turns
+  for (int n = 0; n < 300; ++n) {
+    otherKernel_.addresses.push_back(at(1, fmt::format("10.2.{}.{}/32", n / 200, n % 200)));
+  }
   std::set<unsigned> counts;
   otherKernel_.beforeReceive = [&] {
     publisher_->publish();

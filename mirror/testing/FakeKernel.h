@@ -255,9 +255,9 @@ class FakeKernel : public RtChannel {
     if (what == RtDump::nexthops) addAll(RTM_NEWNEXTHOP, std::views::values(nexthops));
     for (const bool isIpv6 : {false, true}) {
       const auto ofFamily = std::views::filter([isIpv6](const auto& object) { return object.isIpv6() == isIpv6; });
-      if (what == (isIpv6 ? RtDump::ipv6Addresses : RtDump::ipv4Addresses))
+      if (what == (isIpv6 ? RtDump::ipv6Addresses : RtDump::ipv4Addresses)) {
         addAll(RTM_NEWADDR, addresses | ofFamily);
-      if (what == (isIpv6 ? RtDump::ipv6Neighbours : RtDump::ipv4Neighbours)) {
+      } else if (what == (isIpv6 ? RtDump::ipv6Neighbours : RtDump::ipv4Neighbours)) {
         addAll(RTM_NEWNEIGH, neighbours | ofFamily);
       } else if (what == (isIpv6 ? RtDump::ipv6Routes : RtDump::ipv4Routes)) {
         const auto isOfTable = [&](const TestRoute& route) { return route.table == dumped_.table; };
