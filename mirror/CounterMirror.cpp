@@ -16,7 +16,7 @@ namespace {
 
 Kel::TraceHandle counterMirrorTrace("MirrorCounters");
 
-// Of the namespace that the thread is in. There is none in a kernel without IPv6.
+// The directory for the thread's namespace. A kernel without IPv6 has none.
 const std::filesystem::path counterFiles = "/proc/thread-self/net/dev_snmp6";
 
 bool hasFallen(const Ip::IntfCounters& from, const Ip::IntfCounters& to) {
@@ -86,7 +86,7 @@ bool CounterMirror::receive() {
   } else {
     isFailureTold_ = false;
   }
-  // An interface may still be there, without IPv6.
+  // An interface without a file may still exist, without IPv6.
   for (const auto& id : present_) {
     if (!seen_.contains(id)) all_->intfStatsDel(id);
   }
@@ -104,7 +104,7 @@ void CounterMirror::read(const std::string& interface) {
     return;
   }
   const auto ifIndex = told.find("ifIndex");
-  if (ifIndex == told.end()) return;  // gone meanwhile
+  if (ifIndex == told.end()) return;  // deleted meanwhile
   const auto id = idOf_(static_cast<std::uint32_t>(ifIndex->second));
   if (!id.isValid()) return;
   countersAre(*all_, id, told, Kel::System::currentTime());
@@ -126,8 +126,7 @@ Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& 
   const auto unicast = [](std::uint64_t all, std::uint64_t multicast, std::uint64_t last) {
     return std::max(all > multicast ? all - multicast : 0, last);
   };
-  // Since Linux 6.6 every packet that is handed down is counted. Before, there are those from here and those that are
-  // forwarded.
+  // Since Linux 6.6, Ip6OutTransmits counts all packets sent. Earlier kernels count own and forwarded packets apart.
   const auto outPkts =
       told.contains("Ip6OutTransmits") ? at("Ip6OutTransmits") : at("Ip6OutRequests") + at("Ip6OutForwDatagrams");
   const auto inPkts = at("Ip6InReceives"), inOctets = at("Ip6InOctets"), outOctets = at("Ip6OutOctets");

@@ -1,9 +1,9 @@
 #pragma once
 // Publishes the IPv6 counters of the interfaces of one network namespace, every two seconds.
 //
-// They are read from the files of /proc/net/dev_snmp6, one for each interface that IPv6 is on, some in each turn of
-// the event loop. (rtnetlink has them too, but by numbers, whose meanings differ between kernels.) An
-// interface has a record from the first reading on; who removes an interface removes its record.
+// It reads the files of /proc/net/dev_snmp6, one for each interface with IPv6, a limited number in each turn of the
+// event loop. (rtnetlink has the counters too, but by numbers whose meanings differ between kernels.) An interface has
+// a record from its first reading on; TreeWriter deletes the record with the interface.
 
 #include <cstdint>
 #include <functional>
@@ -20,18 +20,18 @@
 
 namespace Mirror {
 
-// What the kernel says of one interface, by its own names, as "Ip6InReceives"; "ifIndex" among them.
+// The counters of one interface by the kernel's names, such as "Ip6InReceives". The kernel includes "ifIndex".
 using KernelCounters = std::map<std::string, std::uint64_t, std::less<>>;
 
-// Reads a file of /proc/net/dev_snmp6; what follows a line that is none is left out.
+// Reads a file of /proc/net/dev_snmp6, up to the first malformed line.
 KernelCounters readCounters(std::istream& file);
 
-// What the kernel does not name counts as 0. Unicast is what is not multicast; as the kernel reads its numbers one
-// after the other while packets pass, that may seem to fall by a few, and then stays as it was in `before`.
+// Converts the kernel's counters; a missing one counts as 0. Unicast is the total without multicast. The kernel reads
+// the two at different moments, so the difference may fall a little; the value of `before` then stays.
 Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& before);
 
-// Enters what the kernel said. The counters of an interface that has no record begin `now`, and those that have
-// fallen begin again.
+// Writes the record of interface `id`. Without a record before, or if a counter has fallen, the discontinuity time
+// becomes `now`.
 void countersAre(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& told, Kel::Seconds now);
 
 class CounterMirror {
@@ -39,21 +39,21 @@ class CounterMirror {
   static constexpr unsigned pollsPerReading = 2;
   static constexpr unsigned interfacesPerTurn = 100;  // some 2 ms
 
-  // The id under which an interface is published; not valid when it is not.
+  // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
 
   // `phase` spreads the readings of several namespaces over the polls.
   CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf, unsigned phase);
 
-  // Begins a reading, unless one is under way; true when it did. What goes wrong in any of this is traced once, and
-  // tried again with the next reading; no record goes meanwhile, but those of a mirror before this one.
+  // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried with the
+  // next reading. An incomplete reading deletes no record.
   bool begin();
-  // To be called once a second; true when a reading begins. The first one does with begin(), when the interfaces are
+  // Call it once a second. Returns whether a reading began. The first reading needs begin(), when the interfaces are
   // known.
   bool poll();
-  // Takes in a part of a reading; true when there is more of it.
+  // Does the next part of the reading; returns whether more is left.
   bool receive();
-  // The first reading is over, or could not be made.
+  // Whether the first reading has ended or failed to begin.
   bool hasRead() const { return hasBegun_ && !isReading_; }
 
  private:
@@ -68,10 +68,10 @@ class CounterMirror {
   bool hasBegun_ = false;
   bool isReading_ = false;
   bool isIncomplete_ = false;         // this reading
-  bool isFailureTold_ = false;        // since the last complete one
-  std::vector<std::string> waiting_;  // names of interfaces
+  bool isFailureTold_ = false;        // since the last complete reading
+  std::vector<std::string> waiting_;  // names of interfaces to read
   std::set<Vantu::IntfId> seen_;      // in this reading
-  std::set<Vantu::IntfId> present_;   // in the last one
+  std::set<Vantu::IntfId> present_;   // in the last reading
 };
 
 }  // namespace Mirror

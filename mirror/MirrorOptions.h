@@ -18,11 +18,11 @@ struct MirrorOptions {
   bool recreateStore = false;
   std::string netnsDirectory = Vantu::defaultNetNsDirectory;  // absolute
   std::string settingsFile = SettingsFile::defaultFile;       // absolute
-  bool mustSettingsExist = false;                             // they were asked for
+  bool mustSettingsExist = false;  // the command line names the file, so a missing one is an error
 };
 
-// The options, or the program's exit status when there is nothing more to do: help and version are written to
-// `out`, what is wrong with the command line to `err` (one line).
+// Returns the options, or the exit status of a program that is to end at once. Writes help and version to `out`, and
+// one line about a faulty command line to `err`.
 std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv, std::ostream& out,
                                               std::ostream& err);
 

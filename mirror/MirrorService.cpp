@@ -20,8 +20,8 @@ namespace {
 
 Kel::TraceHandle mirrorServiceTrace("MirrorService");
 
-// The first pass over the store removes what it does not have. So it waits for VRFs that were there from the start,
-// as long as they are listed one after the other, or a long list is coming in.
+// The end of the first pass sweeps the store. So the pass waits this long for VRFs that existed at the start, and
+// again after each that is dumped, and while a long dump is received.
 constexpr Kel::Seconds patience = 5;
 
 constexpr const char* vrfIdsPath = "vrf/id/status";
@@ -64,7 +64,7 @@ void MirrorService::start() {
   run(defaultTag, [](NamespaceMirror& mirror) { mirror.start(); });
   take(namespaces_.lookOver());
   for (const auto& [vrf, tag] : tags_) awaited_.insert(vrf);
-  patienceUntil_ = Kel::System::currentTime() + patience;
+  awaitedUntil_ = Kel::System::currentTime() + patience;
   armTimer();
 }
 
@@ -106,7 +106,7 @@ void MirrorService::reread() {
   runAll([](NamespaceMirror& mirror) { mirror.reread(); });
 }
 
-// Those that are gone first: their names and ids may be needed again. Then those that have an id.
+// Deletions first, since their names and ids may be needed again. Then VRFs with an id.
 void MirrorService::take(const std::vector<VrfNamespaces::Change>& changes) {
   if (changes.empty()) return;
   for (const auto& change : changes) {
@@ -119,7 +119,7 @@ void MirrorService::take(const std::vector<VrfNamespaces::Change>& changes) {
       }
     }
   }
-  // VRF devices of the same names.
+  // The default VRF may have devices of the same names.
   run(defaultTag, [](NamespaceMirror& mirror) { mirror.settle(); });
 }
 
@@ -154,7 +154,7 @@ void MirrorService::failed(const L3::VrfName& vrf, const std::string& why) {
   namespaces_.refuse(vrf, why);
 }
 
-// What fails for the default VRF is for the caller.
+// Runs `operation` on a member. Throws what fails for the default VRF; any other VRF is removed and tried again.
 template <class Operation>
 void MirrorService::run(Tag tag, const Operation& operation) {
   const auto at = members_.find(tag);
@@ -196,20 +196,20 @@ void MirrorService::armTimer() {
   Kel::Seconds next = namespaces_.nextLook();
   for (const auto& [tag, when] : due_) next = std::min(next, when);
   if (!busy_.empty()) next = Kel::System::currentTime();
-  events_.timerIs(next - Kel::System::currentTime(), namespacesTag);
+  events_.timerIs(next - Kel::System::currentTime());
 }
 
-// An incomplete picture would sweep what is still there from the store.
+// Whether the picture is complete enough to sweep the store.
 bool MirrorService::isWhole() {
   if (!members_.at(defaultTag)->isWhole()) return false;
-  const auto listed = std::erase_if(awaited_, [this](const L3::VrfName& vrf) {
+  const auto dumped = std::erase_if(awaited_, [this](const L3::VrfName& vrf) {
     const auto at = tags_.find(vrf);
     return at == tags_.end() || members_.at(at->second)->isWhole();
   });
   if (awaited_.empty()) return true;
   const Kel::Seconds now = Kel::System::currentTime();
-  if (listed > 0 || !busy_.empty()) patienceUntil_ = now + patience;
-  if (now < patienceUntil_) return false;
+  if (dumped > 0 || !busy_.empty()) awaitedUntil_ = now + patience;
+  if (now < awaitedUntil_) return false;
   QTRACE(mirrorServiceTrace, 0) << awaited_.size() << " VRFs are still not listed; going on without them";
   awaited_.clear();
   return true;
@@ -223,10 +223,11 @@ void MirrorService::publish() {
   }
 }
 
-EventSet::EventSet()
+EventSet::EventSet(Tag timerTag)
     : epoll_(epoll_create1(EPOLL_CLOEXEC)), timer_(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {
   if (epoll_ < 0) failToPoll("epoll");
   if (timer_ < 0) failToPoll("timerfd");
+  add(timer_, timerTag);
 }
 
 EventSet::~EventSet() {
@@ -250,12 +251,10 @@ std::vector<EventSet::Tag> EventSet::ready() {
   return tags;
 }
 
-void EventSet::timerIs(double seconds, Tag tag) {
-  if (!isTimerAdded_) add(timer_, tag);
-  isTimerAdded_ = true;
+void EventSet::timerIs(double seconds) {
   itimerspec when{};
   if (std::isfinite(seconds)) {
-    // Zero would disarm it.
+    // Zero would stop the timer.
     const double wait = std::max(seconds, 1e-6);
     when.it_value.tv_sec = static_cast<time_t>(wait);
     when.it_value.tv_nsec = static_cast<long>((wait - std::floor(wait)) * 1e9);

@@ -1,13 +1,14 @@
 #pragma once
-// Publishes the kernel's state of all VRFs in the store, from an event loop. The default VRF is the network namespace
-// of the calling thread.
+// Publishes the kernel's state of all VRFs in the store, driven by the caller's event loop. The default VRF is the
+// network namespace of the calling thread.
 //
 //   MirrorService service({.store = {.directory = "/run/quorin", .name = "quorin-mirrord"}});
 //   service.start();
 //   on fd() readable: while (service.receive()) ...
 //   once a second:    service.poll();
 //
-// Guarantees: a VRF is published as a whole, in one commit, after its namespace was dumped; and removed in one commit.
+// Guarantees: one commit publishes a VRF, after the first dump of its namespace; one commit removes it.
+// Thread: the one that constructed the service.
 
 #include <cstdint>
 #include <map>
@@ -24,71 +25,70 @@
 
 namespace Mirror {
 
-// Which of many descriptors are readable (epoll), by tags that their users choose. It is a descriptor itself.
+// A set of descriptors to wait for (epoll), each with a tag that its owner chooses, and one timer.
 class EventSet {
  public:
   using Tag = std::uint64_t;
 
-  // Throws Kel::Exception when the system has no descriptors to give.
-  EventSet();
+  // Throws Kel::Exception when no descriptor is left.
+  explicit EventSet(Tag timerTag);
   ~EventSet();
   EventSet(const EventSet&) = delete;
   EventSet& operator=(const EventSet&) = delete;
 
-  int fd() const { return epoll_; }  // readable when one of them is
-  // A descriptor leaves the set when it is closed.
+  int fd() const { return epoll_; }  // readable while a member is
+  // Closing a descriptor removes it from the set.
   void add(int fd, Tag tag);
-  // Those that are readable now, a fair choice of them when there are very many. Never blocks.
+  // Returns the tags of readable descriptors, at most 256. The others follow in later calls. Never blocks.
   std::vector<Tag> ready();
 
-  // ready() gives `tag` in `seconds`, or never when that is infinity; a later call takes the place of an earlier one.
-  void timerIs(double seconds, Tag tag);
+  // Sets the timer: ready() returns its tag after `seconds`. Infinity stops the timer.
+  void timerIs(double seconds);
 
  private:
   int epoll_;
   int timer_;
-  bool isTimerAdded_ = false;
 };
 
 struct MirrorConfig {
   Quillo::PublisherConfig store;
   std::string netnsDirectory = Vantu::defaultNetNsDirectory;
-  std::string settingsFile = {};  // empty: none
+  std::string settingsFile = {};  // empty: no file
   bool mustSettingsExist = false;
   int receiveBytes = RtSocket::defaultReceiveBytes;
 };
 
 class MirrorService {
  public:
-  // Opens sockets and store. All operations throw Kel::Exception (Quillo::StoreException,
-  // Pesk::CorruptionDetectedException) for what the program cannot go on with; the text is for the operator. A VRF
-  // that cannot be served is none of that: it is traced, and tried again once a second.
+  // Opens the sockets and the store.
+  // Throws, like all operations: Kel::Exception (Quillo::StoreException, Pesk::CorruptionDetectedException) when the
+  // program must end; the text is for the operator. A VRF that cannot be served is traced and retried once a second.
   explicit MirrorService(const MirrorConfig& config);
 
   int fd() const { return events_.fd(); }
   void start();
-  // Processes and publishes waiting messages; true when more may wait, even if fd() is not readable.
+  // Processes and publishes waiting messages. Returns whether more may wait, even if fd() is not readable.
   bool receive();
-  void poll();
-  // Reads everything again from the kernel; what differs is published as it comes in.
+  void poll();  // call it once a second
+  // Dumps everything again, and publishes the differences.
   void reread();
 
-  // The first complete pass is in the store.
+  // Whether the first pass is complete in the store.
   bool isServing() const { return isServing_; }
 
   const Varnix::Tree& tree() const { return picture_.tree; }
   const Picture& picture() const { return picture_; }
   const NamespaceMirror& mirror() const { return members_.at(defaultTag)->mirror; }
-  // Null when there is no such VRF.
+  // Null without such a VRF.
   const NamespaceMirror* mirror(const L3::VrfName& vrf) const;
   std::size_t vrfs() const { return tags_.size(); }  // besides the default one
   const TreePublisher& publisher() const { return publisher_; }
 
  private:
   using Tag = EventSet::Tag;
-  enum : Tag { namespacesTag, settingsTag, defaultTag };  // those of VRFs follow
+  enum : Tag { namespacesTag, settingsTag, defaultTag };  // then one for each other VRF
 
-  // One namespace that is mirrored.
+  // The mirror of one namespace.
   struct Member {
     Member(Picture& picture, NamespaceScope scope, const std::shared_ptr<const Vantu::NetNs>& ns, int receiveBytes);
     RtSocket socket;
@@ -113,7 +113,7 @@ class MirrorService {
   void publish();
 
   Picture picture_;
-  EventSet events_;
+  EventSet events_{namespacesTag};
   std::shared_ptr<const Vantu::NetNs> own_;
   VrfNamespaces namespaces_;
   SettingsFile settings_;
@@ -122,10 +122,10 @@ class MirrorService {
   std::map<Tag, std::unique_ptr<Member>> members_;
   std::map<L3::VrfName, Tag> tags_;
   Tag lastTag_ = defaultTag;
-  std::set<Tag> busy_;  // more may wait
-  std::map<Tag, Kel::Seconds> due_;
-  std::set<L3::VrfName> awaited_;   // there from the start, and not listed and read yet
-  Kel::Seconds patienceUntil_ = 0;  // for those
+  std::set<Tag> busy_;               // members that may have more to receive
+  std::map<Tag, Kel::Seconds> due_;  // NamespaceMirror::due()
+  std::set<L3::VrfName> awaited_;    // VRFs that existed at the start and are not dumped yet
+  Kel::Seconds awaitedUntil_ = 0;    // then the first pass ends without them
   bool isServing_ = false;
 };
 

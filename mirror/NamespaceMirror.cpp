@@ -17,28 +17,29 @@ namespace {
 
 Kel::TraceHandle namespaceMirrorTrace("Mirror");
 
-// What one turn takes in at most: under a steady stream, what has come is still published every few milliseconds.
+// The limit for one turn, so that changes are published every few milliseconds under a steady stream.
 constexpr unsigned datagramsPerTurn = 256;
-// A piece of a list of routes has some five hundred of them.
+// A datagram of a dump of routes has about five hundred of them.
 constexpr unsigned routeDatagramsPerTurn = 16;
-// Interrupted dumps are begun again at once this often, then with the next poll.
+// Interrupted dumps restart at once this often, then with the next poll.
 constexpr unsigned interruptionsAtOnce = 10;
-// A dump is answered piece by piece as it is read, so a pause means that it is stuck. What waits after an overrun is
-// read within milliseconds, unless more keeps coming.
+// The kernel sends the next datagram of a dump when the last one is read, so a pause means that the dump is stuck.
+// After an overrun the queue is drained within milliseconds, unless more keeps arriving.
 constexpr Kel::Seconds stuckAfter = 5;
-// Neighbours that moved while they were listed are listed again this often, and then after a second, two, four ...
+// A dump of neighbours that changed meanwhile is repeated this often at once, then after one, two, four ... seconds.
 constexpr unsigned repetitionsAtOnce = 3;
 constexpr Kel::Seconds longestListingInterval = 64;
 
-// How often the forwarding flags are read (since 3.8 the kernel notifies of them too): those of the default namespace
-// with every poll, those of VRFs, of which there may be thousands, less often and not all at once.
+// The forwarding flags are read in addition to the notifications, which kernels send since 3.8: those of the default
+// namespace with every poll, those of the other VRFs (there may be thousands) with every tenth, a tenth at a time.
 constexpr unsigned flagsIntervalOfVrfs = 10;
 
 bool isOfNeighbours(RtDump step) {
   return step == RtDump::ipv4Neighbours || step == RtDump::ipv6Neighbours;
 }
 
-// The kernel makes a routing table when its first route comes. Older ones have no next-hop objects, and some no IPv6.
+// Whether the error means an empty dump. The kernel creates a routing table with its first route; old kernels have no
+// next-hop objects, and some have no IPv6.
 bool isListOfNone(RtDump step, int status) {
   return status == ENOENT || status == EOPNOTSUPP ||
          (step == RtDump::ipv6Routes && (status == EINVAL || status == EAFNOSUPPORT));
@@ -89,8 +90,7 @@ bool NamespaceMirror::receive() {
           beginDump();
         } else if (areRoutesDue()) {
           mayMoreWait = true;
-          extent_ = Extent::routes;
-          beginRoutes();
+          beginRoutes(Extent::routes);
         }
         break;
     }
@@ -124,8 +124,7 @@ void NamespaceMirror::poll() {
   } else if (isListingDue()) {
     beginDump(Extent::allButRoutes);
   } else if (areRoutesDue()) {
-    extent_ = Extent::routes;
-    beginRoutes();
+    beginRoutes(Extent::routes);
   }
 }
 
@@ -153,7 +152,8 @@ bool NamespaceMirror::isStuck() const {
   return false;
 }
 
-// Anew on another socket, since a dump may be under way on this one. The first dump is as fresh as another would be.
+// Uses a new socket, since a dump may be under way on this one. No-op before the first dump is complete, which is as
+// recent as a new one would be.
 void NamespaceMirror::reread() {
   if (isComplete()) reopen();
 }
@@ -212,7 +212,7 @@ void NamespaceMirror::handleDatagram(std::span<const std::uint8_t> datagram) {
   auto left = static_cast<int>(datagram.size());
   while (mnl_nlmsg_ok(message, left)) {
     if (message->nlmsg_pid == channel_.portId()) {
-      // Replies with another number belong to a dump that was given up.
+      // Replies with another sequence number belong to an abandoned dump.
       if (isBusy() && message->nlmsg_seq == sequence_) {
         if (message->nlmsg_type != NLMSG_DONE && !std::exchange(isCounted, true)) ++pieces_;
         handleReply(*message);
@@ -294,7 +294,7 @@ void NamespaceMirror::handleStepEnd() {
   }
 }
 
-// A list that comes in one piece is of one moment.
+// A dump that fits into one datagram shows a single moment.
 bool NamespaceMirror::mayLackNeighbours() {
   if (!isOfNeighbours(step_) || pieces_ < 2 || !areNeighboursMoving_) return false;
   if (repetitions_ < repetitionsAtOnce) return true;
@@ -302,7 +302,7 @@ bool NamespaceMirror::mayLackNeighbours() {
   return false;
 }
 
-// Objects came or went while the kernel walked its lists, so it may have passed over others.
+// Objects were added or deleted while the kernel walked its lists, so it may have skipped others.
 void NamespaceMirror::handleInterruption() {
   ++interruptions_;
   QTRACE(namespaceMirrorTrace, 2) << "dump interrupted, " << interruptions_ << " in a row";
@@ -318,7 +318,7 @@ void NamespaceMirror::handleDumpFailure(int status) {
   const std::string text =
       fmt::format("rtnetlink: the kernel does not list its {}: {}", contentsOf(step_), std::strerror(status));
   if (isListingRoutes_ && isListOfNone(step_, status)) return handleRoutesEnd(false);
-  // Busy: an earlier dump on this socket got stuck.
+  // EBUSY: an earlier dump on this socket is stuck.
   if (!isComplete() && status != EBUSY) throw Kel::Exception(text);
   QTRACE(namespaceMirrorTrace, 0) << text << "; trying again";
   giveUp();
@@ -339,7 +339,7 @@ void NamespaceMirror::completeDump() {
   listingInterval_ = mayBeIncomplete_ ? std::clamp(listingInterval_ * 2, 1.0, longestListingInterval) : 0;
   nextListing_ = mayBeIncomplete_ ? Kel::System::currentTime() + listingInterval_ : 0;
   if (isComplete()) show();
-  if (extent_ == Extent::all) beginRoutes();
+  if (extent_ == Extent::all) beginRoutes(Extent::all);
 }
 
 void NamespaceMirror::show() {
@@ -359,7 +359,7 @@ void NamespaceMirror::readForwarding() {
     try {
       writer_.forwardingIs(af, flags_.read(af));
     } catch (const UnreadableFlagException& error) {
-      // Once a second: the first time is enough.
+      // It is retried every second; one line is enough.
       QTRACE(namespaceMirrorTrace, wasUnread ? 6 : 0)
           << error.what() << "; keeping what is known, trying again every second";
       isForwardingUnread_ = true;

@@ -2,20 +2,20 @@
 // Keeps the picture in step with the links, addresses, neighbours, routes and forwarding flags of one network
 // namespace.
 //
-// The channel is subscribed first. Then the kernel dumps everything, and notifications during the dump are merged in.
-// From then on notifications keep the state. An interrupted dump (NLM_F_DUMP_INTR) is repeated. After an overrun of the
-// receive buffer the mirror drains the queue, which is from before the gap, and dumps everything again: only what
-// differs is changed in the picture. When messages arrive faster than the mirror reads them, so that the queue never
-// drains, poll() reopens the socket.
+// The channel subscribes first, then the kernel dumps everything. Notifications during the dump are merged in; later
+// ones keep the state up to date. An interrupted dump (NLM_F_DUMP_INTR) is repeated. After an overrun of the receive
+// buffer the mirror drains the queue, which is older than the gap, and dumps everything again. Only differences change
+// the picture. If messages arrive faster than the mirror reads them, the queue never drains; poll() then reopens the
+// socket.
 //
-// A dump of neighbours may miss entries when the table changes meanwhile, and the kernel does not report that. The
-// mirror then repeats the dump, at once a few times, and later at growing intervals.
+// A dump of neighbours may miss entries while the table changes, and the kernel does not report that. The mirror then
+// repeats the dump: a few times at once, later at growing intervals.
 //
-// Routes are dumped last, and again by themselves when the kernel may have changed them without a notification
-// (NamespaceRoutes.h). Back-pressure: a dump of routes is read only as fast as the store takes the routes.
+// Routes are dumped last, and again when the kernel may have changed them without a notification (NamespaceRoutes.h).
+// Back-pressure: a dump of routes is read only as fast as the store takes the routes.
 //
-// The picture does not change until the first dump is complete; then it shows the whole namespace at once. Routes are
-// published before that: no reader looks for them before their VRF exists.
+// The first complete dump adds the whole namespace to the picture at once. Its routes are published earlier: readers
+// look for them only when their VRF exists.
 
 #include <linux/netlink.h>
 
@@ -38,25 +38,26 @@ class NamespaceMirror {
   NamespaceMirror(RtChannel& channel, Picture& picture, NamespaceScope scope = NamespaceScope(),
                   ForwardingFlags flags = ForwardingFlags());
 
-  // Asks for the first dump.
+  // Requests the first dump.
   void start();
-  // Processes waiting messages, up to a limit; true when more may wait. Never blocks. Throws Kel::Exception when the
-  // kernel refuses the first dump; later refusals are traced and retried. The same holds for all operations here.
+  // Processes waiting messages, up to a limit. Returns whether more may wait. Never blocks.
+  // Throws, like all operations: Kel::Exception when the kernel refuses the first dump. Later refusals are traced and
+  // retried.
   bool receive();
-  // Call it once a second: reads what no notification reports, and retries what failed.
+  // Call it once a second. Reads what the kernel does not notify of, and retries what failed.
   void poll();
-  // Dumps everything again, for an operator who does not trust what is there.
+  // Dumps everything again, at an operator's request.
   void reread();
 
-  // Applies what the arrival or removal of another namespace means for this one.
+  // Applies pending changes. Call it after another namespace was added or removed, which may change the VRFs.
   void settle();
-  // The namespace was deleted: removes all of it from the picture. Make no further call of this object.
+  // Removes the namespace from the picture, since it was deleted. Only the destructor may follow.
   void withdraw();
 
-  // When to call receive() even though no message has arrived; none: not before a message arrives.
+  // When to call receive() even without a message; none: only for messages.
   std::optional<Kel::Seconds> due() const;
 
-  // The id that an interface is published under; not valid when it is not.
+  // The id under which an interface is published; invalid if it is not published.
   Vantu::IntfId interfaceId(std::uint32_t ifIndex) const { return writer_.interfaceId(ifIndex); }
   const NamespaceScope& scope() const { return writer_.scope(); }
   const NamespaceRoutes& routes() const { return routes_; }
@@ -70,7 +71,7 @@ class NamespaceMirror {
   void reopen();
   enum class Extent { all, allButRoutes, routes };
   void beginDump(Extent extent = Extent::all);
-  void beginRoutes();
+  void beginRoutes(Extent extent);
   void tablesAre();
   void nextOfRoutes();
   void workOnRoutes();
@@ -107,23 +108,23 @@ class NamespaceMirror {
   // The dump under way.
   std::optional<KernelState> fresh_;
   Extent extent_ = Extent::all;
-  bool isListingRoutes_ = false;  // that is the last part
-  bool isRoutesStepOver_ = false;
+  bool isListingRoutes_ = false;   // the dump's last part: routes and next-hop objects
+  bool isRoutesStepOver_ = false;  // NamespaceRoutes::work() has not finished the step
   RtDump step_ = RtDump::links;
   std::uint32_t table_ = 0;
   std::uint32_t sequence_ = 0;
   bool isInterrupted_ = false;
   Kel::Seconds lastReply_ = 0;
-  unsigned pieces_ = 0;               // of this step, so far
-  bool areNeighboursMoving_ = false;  // some were notified during this step
+  unsigned pieces_ = 0;               // datagrams of this step, so far
+  bool areNeighboursMoving_ = false;  // a neighbour was notified during this step
   unsigned repetitions_ = 0;          // of this step
-  bool mayBeIncomplete_ = false;      // some step was not repeated any more
-  Kel::Seconds nextListing_ = 0;      // when that is to be made good; 0: nothing is
+  bool mayBeIncomplete_ = false;      // a step was accepted although neighbours were notified
+  Kel::Seconds nextListing_ = 0;      // when to dump again for that reason; 0: never
   Kel::Seconds listingInterval_ = 0;
 
-  std::optional<Kel::Seconds> dumpWantedSince_;  // as soon as nothing waits any more
-  bool isReopenWanted_ = false;                  // with the next poll
-  bool isRetryWanted_ = false;                   // a dump, with the next poll
+  std::optional<Kel::Seconds> dumpWantedSince_;  // an overrun; the dump begins when the queue is empty
+  bool isReopenWanted_ = false;                  // by the next poll
+  bool isRetryWanted_ = false;                   // of an interrupted dump, by the next poll
   bool isForwardingUnread_ = false;
   unsigned polls_ = 0;
   std::uint64_t vrfsVersion_ = 0;

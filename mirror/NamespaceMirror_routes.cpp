@@ -1,4 +1,4 @@
-// The part of NamespaceMirror that lists routes.
+// The part of NamespaceMirror that dumps routes.
 
 #include <linux/if.h>
 
@@ -20,9 +20,9 @@ bool NamespaceMirror::areRoutesDue() const {
   return when && Kel::System::currentTime() >= *when;
 }
 
-void NamespaceMirror::beginRoutes() {
+void NamespaceMirror::beginRoutes(Extent extent) {
   tablesAre();
-  if (isComplete() && extent_ == Extent::routes && !routes_.isListingNeeded()) return;
+  if (extent == Extent::routes && !routes_.isListingNeeded()) return;
   isListingRoutes_ = true;
   isRoutesStepOver_ = false;
   routes_.listingIs();
@@ -39,7 +39,7 @@ void NamespaceMirror::nextOfRoutes() {
   if (!isComplete()) show();
 }
 
-// While what has come is not written yet, more of the list does not help.
+// Back-pressure, and work between two steps. The wait does not count as a stuck dump.
 bool NamespaceMirror::mustWait() {
   if (isRoutesStepOver_) {
     workOnRoutes();
@@ -62,7 +62,7 @@ void NamespaceMirror::handleRoutesEnd(bool mayLack) {
   workOnRoutes();
 }
 
-// What the kernel does to routes when the link moves.
+// Notes links whose change lets the kernel delete routes.
 void NamespaceMirror::handleLink(const LinkMessage& link) {
   constexpr std::uint32_t movingFlags = IFF_UP | IFF_RUNNING | IFF_LOWER_UP;
   const KernelInterface* known = state_.interface(link.ifIndex);

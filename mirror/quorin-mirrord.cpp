@@ -40,7 +40,7 @@ void noteSignal(int signal) {
   }
 }
 
-// From here on SIGTERM, SIGINT and SIGHUP arrive only where the loop waits. Returns the mask for waiting.
+// Blocks SIGTERM, SIGINT and SIGHUP except while the loop waits. Returns the mask to wait with.
 sigset_t takeSignals() {
   struct sigaction action {};
   action.sa_handler = noteSignal;
@@ -57,14 +57,14 @@ sigset_t takeSignals() {
   return previous;
 }
 
-// ppoll takes signals in only when it has to wait: under changes without end it never does.
+// Delivers pending signals. ppoll does so only when it waits, which it never does under a steady stream of changes.
 void takeSignalsIn(const sigset_t& mask) {
   sigset_t held;
   sigprocmask(SIG_SETMASK, &mask, &held);
   sigprocmask(SIG_SETMASK, &held, nullptr);
 }
 
-// True when the descriptor is readable, or in a state that only reading tells.
+// Returns whether the descriptor is readable, or in an error state that a read will report.
 bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
   pollfd entry{fd, POLLIN, 0};
   const double wait = std::max(seconds, 0.0);
@@ -77,7 +77,7 @@ bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
   return ready > 0;
 }
 
-// Every VRF takes two descriptors.
+// Every VRF needs two descriptors.
 void raiseFileLimit() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -87,23 +87,23 @@ void raiseFileLimit() {
 
 // ---- the background
 
-// Sends the program to the background, and reports a failed start: the process that was started waits until the daemon
-// serves, and then ends with status 0. When the daemon ends before, the status is 1.
+// Sends the program to the background and reports a failed start: the starter waits until the daemon serves, and then
+// exits with status 0. If the daemon ends earlier, the status is 1.
 class Background {
  public:
-  // Returns in the daemon, a process and session of its own, with the standard streams still those of the starter.
-  // Call it before anything is opened. Throws Kel::Exception when the system has no process to give.
+  // Returns in the daemon, a new process and session that still has the starter's standard streams.
+  // Requires: nothing is open yet. Throws Kel::Exception when the system cannot create the process.
   Background();
   ~Background();
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
 
-  // Lets the starter go. The standard streams are /dev/null from now on, the working directory is "/".
+  // Releases the starter. From now on the standard streams are /dev/null and the working directory is "/".
   void serving();
   bool isServing() const { return starter_ < 0; }
 
  private:
-  int starter_ = -1;  // pipe to the process that waits; -1 when it was let go
+  int starter_ = -1;  // pipe to the waiting starter; -1 once it is released
 };
 
 [[noreturn]] void failToDetach(const char* what) {
@@ -144,7 +144,7 @@ void Background::serving() {
   if (null < 0) failToDetach("/dev/null");
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(null, stream);
   if (null > STDERR_FILENO) close(null);
-  // The starter may have been killed meanwhile; that is no concern of the daemon.
+  // Ignores a failed write: the starter may have been killed, which does not matter to the daemon.
   [[maybe_unused]] const ssize_t size = write(starter_, "1", 1);
   close(starter_);
   starter_ = -1;
@@ -196,8 +196,8 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
 
 }  // namespace
 
-// Returns the program's exit status: 0 after SIGTERM or SIGINT, 1 after a failure, of which one line is on standard
-// error (of a daemon that served already: in syslog).
+// Returns the exit status: 0 after SIGTERM or SIGINT, 1 after a failure, with one line on standard error (of a daemon
+// that serves already: in syslog).
 static int mirrorMain(int argc, const char* const* argv) {
   const auto parsed = parseOptions(argc, argv, std::cout, std::cerr);
   if (const int* status = std::get_if<int>(&parsed)) return *status;

@@ -1,5 +1,5 @@
 #pragma once
-// Whether a network namespace forwards: the sysctls net.ipv4.ip_forward and net.ipv6.conf.all.forwarding.
+// Reads whether a network namespace forwards: the sysctls net.ipv4.ip_forward and net.ipv6.conf.all.forwarding.
 
 #include <memory>
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace Mirror {
 
-// The flag is there, but cannot be read now (no descriptor is left, say). The text names the file and the cause.
+// The flag exists but cannot be read now, for want of a descriptor for example. The text names the file and the cause.
 class UnreadableFlagException : public Kel::Exception {
  public:
   using Kel::Exception::Exception;
@@ -20,15 +20,14 @@ class ForwardingFlags {
  public:
   static constexpr const char* procSys = "/proc/sys";
 
-  // Of network namespace `ns`; `directory` is that of the sysctls.
+  // `directory` is the root of the sysctls in network namespace `ns`.
   explicit ForwardingFlags(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
                            std::string directory = procSys)
       : ns_(std::move(ns)), directory_(std::move(directory)) {}
   explicit ForwardingFlags(std::string directory)
       : ForwardingFlags(std::make_shared<Vantu::NetNs>(), std::move(directory)) {}
 
-  // False for a family that the kernel does not have. Throws
-  // UnreadableFlagException.
+  // False if the kernel lacks the family. Throws UnreadableFlagException.
   bool read(Vantu::Af af) const;
 
  private:

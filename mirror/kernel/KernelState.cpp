@@ -12,13 +12,13 @@ AddressKey::AddressKey(const AddressMessage& message) : local(message.local) {
 }
 
 bool KernelLink::isRunning() const {
-  // "unknown" is what drivers without such a state report, that of the loopback interface among them.
+  // Drivers without an operational state report "unknown", the loopback interface among them.
   return (flags & IFF_UP) && (operStatus == Interface::operStatusUp || operStatus == Interface::operStatusUnknown);
 }
 
 Ip6::AddressState KernelAddress::state() const {
   if (flags & IFA_F_DADFAILED) return Ip6::addressStateDuplicate;
-  // An optimistic address is used while duplicate address detection runs (RFC 4429).
+  // An optimistic address is usable while duplicate address detection runs (RFC 4429).
   if ((flags & IFA_F_TENTATIVE) && !(flags & IFA_F_OPTIMISTIC)) return Ip6::addressStateTentative;
   return flags & IFA_F_DEPRECATED ? Ip6::addressStateDeprecated : Ip6::addressStatePreferred;
 }
@@ -96,7 +96,7 @@ void KernelState::apply(const LinkMessage& message) {
   if (message.ethAddr) link.ethAddr = *message.ethAddr;
 }
 
-// Names are unique: whoever had this one has lost it, whether or not that has been told.
+// Names are unique: the previous owner has lost this one, whether or not that was notified yet.
 void KernelState::takeName(const std::string& name, std::uint32_t newOwner) {
   const auto [at, isFree] = owners_.emplace(name, newOwner);
   if (isFree) return;
@@ -121,7 +121,7 @@ void KernelState::apply(const AddressMessage& message) {
   if (isNew) at->second.order = ++lastOrder_;
 }
 
-// Most messages tell of a state that only the kernel cares for.
+// Most notifications change a state that is not published.
 void KernelState::apply(const NeighbourMessage& message) {
   const bool isThere = !message.isDeleted && message.isResolved();
   auto at = interfaces_.find(message.ifIndex);

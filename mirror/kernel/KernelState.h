@@ -1,16 +1,16 @@
 #pragma once
-// The links, addresses and neighbours of one network namespace, as far as the kernel has told.
+// The links, addresses and neighbours of one network namespace, from notifications and dumps.
 //
-// The kernel sends notifications, one for each change and in order, and replies of a dump, each of which was true at
-// some moment of the dump. A notification received during a dump overrides the dump's reply for the same object: the
-// reply may be older, and every later change is notified too.
+// Notifications arrive in the order of the changes. A dump's reply shows an object as it was at some moment of the
+// dump. So a notification received during a dump overrides the dump's reply for the same object: the reply may be
+// older, and later changes are notified too.
 //
-//   KernelState fresh(KernelState::Purpose::dump);     // before the dump is asked for
-//   ... fresh.dumped(reply) and fresh.notified(change), as they come ...
-//   state = fresh.complete();                          // what was not dumped is not there
+//   KernelState fresh(KernelState::Purpose::dump);     // before the request for the dump
+//   ... fresh.dumped(reply) and fresh.notified(change), in the order of receipt ...
+//   state = std::move(fresh).complete();               // objects without a reply do not exist
 //
-// Addresses and neighbours may come before their link, and are kept for it. A link takes them along when it goes.
-// Of neighbours only those are kept that can be sent to (NeighbourMessage::isResolved).
+// Addresses and neighbours may be received before their link, and are kept for it. Deleting a link deletes them too.
+// Only neighbours with a usable address are kept (NeighbourMessage::isResolved).
 
 #include <absl/container/btree_map.h>
 
@@ -26,8 +26,7 @@
 
 namespace Mirror {
 
-// What tells the addresses of an interface apart: for IPv4 the address, the prefix length and the peer, for IPv6
-// the address alone.
+// Identifies an address of an interface: for IPv4 by address, prefix length and peer, for IPv6 by the address alone.
 struct AddressKey {
   Vantu::IpGenAddr local;
   unsigned prefixLength = 0;  // IPv6: 0
@@ -37,20 +36,20 @@ struct AddressKey {
 };
 
 struct KernelLink {
-  std::string name;  // empty while another link has it: a rename that is only half told
+  std::string name;  // empty if another link has taken it and this link's new name is not notified yet
   std::uint32_t flags = 0;
   Interface::OperStatus operStatus = Interface::operStatusUnknown;
   Vantu::EthAddr ethAddr;
   std::uint32_t master = 0;               // ifIndex; 0: none
-  std::optional<std::uint32_t> vrfTable;  // of a VRF device
-  // Whether packets can pass, so that the addresses are in force.
+  std::optional<std::uint32_t> vrfTable;  // routing table of a VRF device
+  // Whether the interface can pass packets, so that its addresses are usable.
   bool isRunning() const;
 };
 
 struct KernelAddress {
   unsigned prefixLength = 0;
   std::uint32_t flags = 0;
-  std::uint64_t order = 0;  // of the addresses of an interface, the one that was there first has the lowest
+  std::uint64_t order = 0;  // rises with each new address of the namespace
   Ip6::AddressState state() const;
 };
 
@@ -66,8 +65,8 @@ struct KernelInterface {
   std::map<AddressKey, KernelAddress> addresses;  // IPv4 first
   KernelNeighbours neighbours;                    // IPv4 first
   bool isEmpty() const { return !link && addresses.empty() && neighbours.empty(); }
-  // The link is administratively down from now on. The IPv6 addresses that the kernel keeps then (keep_addr_on_down)
-  // are tentative without another word; what becomes of them when the link is up again is told.
+  // Call it when the link is set down. The kernel then makes the IPv6 addresses that it keeps (keep_addr_on_down)
+  // tentative without a notification. It notifies of each again when the link is set up.
   void addressesAreUnproven();
 };
 
@@ -85,16 +84,16 @@ class KernelState {
   void dumped(const AddressMessage& message);
   void dumped(const NeighbourMessage& message);
 
-  // The state after a complete dump, from now on kept by notifications.
+  // Ends the dump: returns the state, which later notifications keep up to date.
   KernelState complete() &&;
 
   const Interfaces& interfaces() const { return interfaces_; }
   const KernelInterface* interface(std::uint32_t ifIndex) const;
-  // What was told since the last call: of the link itself or its addresses, and of single neighbours. Of an interface
-  // that is among the former, any neighbour may have changed too.
+  // The changes since the last call: links with their addresses, and single neighbours. The neighbours of a changed
+  // interface may all have changed too.
   struct Changes {
     std::set<std::uint32_t> interfaces;
-    std::set<std::uint32_t> names;  // of interfaces that came or went, or have another name
+    std::set<std::uint32_t> names;  // of interfaces that were added, deleted or renamed
     std::set<std::pair<std::uint32_t, Vantu::IpGenAddr>> neighbours;
   };
   Changes takeChanges() { return std::exchange(changes_, {}); }
@@ -110,7 +109,7 @@ class KernelState {
   std::map<std::string, std::uint32_t> owners_;  // ifIndex by link name
   Changes changes_;
   std::uint64_t lastOrder_ = 0;
-  // During a dump: what was notified.
+  // The objects that were notified during a dump.
   std::set<std::uint32_t> notifiedLinks_;
   std::set<std::pair<std::uint32_t, AddressKey>> notifiedAddresses_;
   std::set<std::pair<std::uint32_t, Vantu::IpGenAddr>> notifiedNeighbours_;

@@ -1,8 +1,8 @@
 #pragma once
-// The neighbours that the shared tables must have, and the changes that are not yet written to the store.
+// The neighbours to publish, and those of their changes that are not yet in the store.
 //
-// A batch gets the changes in two parts: deletions before the documents of the interfaces, additions after them. So a
-// reader that applies changes in order knows an interface as long as it has neighbours.
+// A batch takes deletions before the documents of the interfaces, and additions after them. So a reader that applies
+// changes in order knows the interface of every neighbour.
 
 #include <cstddef>
 #include <map>
@@ -24,10 +24,10 @@ class NeighbourTable {
     friend auto operator<=>(const Place&, const Place&) = default;
   };
 
-  // What more is pending than this is written by further commits: one transaction must not grow without limit.
+  // The limit for one transaction; further commits write the rest.
   static constexpr std::size_t changesPerCommit = 20'000;
 
-  // Only what really differs becomes pending.
+  // Only real differences become pending.
   void neighboursAre(const Place& place, const KernelNeighbours& neighbours);
   void neighbourIs(const Place& place, const Vantu::IpGenAddr& addr, const KernelNeighbour& neighbour);
   void neighbourDel(const Place& place, const Vantu::IpGenAddr& addr);
@@ -35,11 +35,11 @@ class NeighbourTable {
 
   std::size_t size() const { return size_; }
   bool pending() const { return !gone_.empty() || !come_.empty(); }
-  // Everything counts as changed: for a full pass.
+  // Makes all neighbours pending, for a full pass.
   void allPending();
 
-  // Adds no more than changesPerCommit to the batch. They stay pending until written() tells that the commit
-  // succeeded; nothing may be changed in between.
+  // Add at most changesPerCommit changes to the batch. Call written() once the commit succeeded.
+  // Requires: no change between the first add and written().
   void addGone(Quillo::Batch& batch);
   void addCome(Quillo::Batch& batch);
   void written();

@@ -4,7 +4,7 @@
 
 namespace Mirror {
 
-bool Nexthops::apply(const NexthopMessage& message) {
+bool Nexthops::notified(const NexthopMessage& message) {
   if (message.isDeleted) return nexthops_.erase(message.id) > 0;
   Nexthop& nexthop = nexthops_[message.id];
   const bool isSame = nexthop.isBlackhole == message.isBlackhole && nexthop.hop == message.hop &&
@@ -19,7 +19,7 @@ void Nexthops::listingIs() {
 }
 
 void Nexthops::dumped(const NexthopMessage& message) {
-  hasListingChanged_ |= apply(message);
+  hasListingChanged_ |= notified(message);
 }
 
 bool Nexthops::listingEnds() {
@@ -35,7 +35,6 @@ std::optional<Nexthops::Forwarding> Nexthops::forwarding(std::uint32_t id) const
     if (!found.isBlackhole) found.hops.push_back(at->second.hop);
     return found;
   }
-  // The members of a group are no groups.
   for (const std::uint32_t member : at->second.members) {
     const auto single = nexthops_.find(member);
     if (single == nexthops_.end()) continue;
@@ -45,7 +44,7 @@ std::optional<Nexthops::Forwarding> Nexthops::forwarding(std::uint32_t id) const
   return found;
 }
 
-// The members of a group are no groups, so what is added adds no more.
+// Groups contain no groups, so one pass finds all.
 std::set<std::uint32_t> Nexthops::withGroups(std::set<std::uint32_t> ids) const {
   if (ids.empty()) return ids;
   for (const auto& [id, nexthop] : nexthops_) {

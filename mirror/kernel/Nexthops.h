@@ -1,6 +1,6 @@
 #pragma once
-// The next-hop objects of one network namespace (ip-nexthop(8)): single hops and groups of them, which routes refer to
-// by number.
+// The next-hop objects of one network namespace (ip-nexthop(8)): single hops, and groups of single hops. Routes refer
+// to them by id.
 
 #include <map>
 #include <optional>
@@ -13,11 +13,11 @@ namespace Mirror {
 
 class Nexthops {
  public:
-  // True when anything differs from what was known.
-  bool notified(const NexthopMessage& message) { return apply(message); }
+  // Returns whether anything changed.
+  bool notified(const NexthopMessage& message);
 
-  // A listing: begin, then dumped() for each one, then what was not listed is gone. True when anything differs from
-  // what was known.
+  // A dump: listingIs(), then dumped() for each object. listingEnds() deletes the other objects, and returns whether
+  // the dump changed anything.
   void listingIs();
   void dumped(const NexthopMessage& message);
   bool listingEnds();
@@ -26,14 +26,13 @@ class Nexthops {
     bool isBlackhole = false;
     std::vector<RouteHop> hops;
   };
-  // None when there is no such object: then the kernel has taken its routes away too.
+  // None without such an object; the kernel has then deleted its routes too.
   std::optional<Forwarding> forwarding(std::uint32_t id) const;
 
-  // The objects themselves, and the groups that have one of them.
+  // `ids` and the groups that contain one of them.
   std::set<std::uint32_t> withGroups(std::set<std::uint32_t> ids) const;
-  // Those that forward on one of the interfaces, groups among them.
+  // The objects that forward on one of the interfaces, and their groups.
   std::set<std::uint32_t> on(const std::set<std::uint32_t>& ifIndexes) const;
-  bool empty() const { return nexthops_.empty(); }
 
  private:
   struct Nexthop {
@@ -42,7 +41,6 @@ class Nexthops {
     std::vector<std::uint32_t> members;
     bool isListed = true;
   };
-  bool apply(const NexthopMessage& message);
 
   std::map<std::uint32_t, Nexthop> nexthops_;
   bool hasListingChanged_ = false;

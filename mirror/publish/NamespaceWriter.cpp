@@ -11,10 +11,10 @@ namespace {
 
 Kel::TraceHandle treeWriterTrace("MirrorTree");
 
-using Ipv4Addresses = std::map<Vantu::IpAddrWithMask, std::uint64_t>;  // with their order
+using Ipv4Addresses = std::map<Vantu::IpAddrWithMask, std::uint64_t>;  // with KernelAddress::order
 using Ipv6Addresses = std::map<Vantu::Ip6AddrWithMask, Ip6::AddressInfo>;
 
-// One address may be there with several peers.
+// An address may occur several times, with different peers.
 Ipv4Addresses ipv4AddressesOf(const KernelInterface& interface) {
   Ipv4Addresses result;
   for (const auto& [key, address] : interface.addresses) {
@@ -34,7 +34,7 @@ Ipv6Addresses ipv6AddressesOf(const KernelInterface& interface) {
   return result;
 }
 
-Ipv6Addresses inForce(Ipv6Addresses addresses) {
+Ipv6Addresses usable(Ipv6Addresses addresses) {
   std::erase_if(addresses, [](const auto& entry) {
     const Ip6::AddressState state = entry.second.state();
     return state == Ip6::addressStateTentative || state == Ip6::addressStateDuplicate;
@@ -42,7 +42,7 @@ Ipv6Addresses inForce(Ipv6Addresses addresses) {
   return addresses;
 }
 
-// 0.0.0.0 when there is none.
+// Returns `present` if it still exists, else the oldest; 0.0.0.0 without addresses.
 Vantu::IpAddrWithMask firstOf(const Ipv4Addresses& addresses, const Vantu::IpAddrWithMask& present) {
   if (addresses.empty()) return {};
   if (addresses.contains(present)) return present;
@@ -132,7 +132,7 @@ std::optional<VrfDevices::Membership> NamespaceWriter::membershipOf(std::uint32_
   return VrfDevices::Membership{scope_.vrf(), scope_.vrfId()};
 }
 
-// Without a valid id for an interface whose neighbours are not shown.
+// Has an invalid id if the interface's neighbours are not published.
 NeighbourTable::Place NamespaceWriter::placeOf(const KernelState& state, std::uint32_t ifIndex) const {
   const KernelInterface* interface = state.interface(ifIndex);
   if (!interface || !interface->link) return {};
@@ -140,7 +140,7 @@ NeighbourTable::Place NamespaceWriter::placeOf(const KernelState& state, std::ui
   return membership ? Place{membership->vrfId, interfaces_.id(ifIndex)} : Place();
 }
 
-// All that goes goes first, since names may have been passed on.
+// Removals first, since names may have been reassigned.
 void NamespaceWriter::neighboursAre(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
   for (const std::uint32_t ifIndex : ifIndexes) {
     const auto at = places_.find(ifIndex);
@@ -183,7 +183,7 @@ Vantu::IntfId TreeWriter::id(std::uint32_t ifIndex) const {
   return at == written_.end() ? Vantu::IntfId() : at->second;
 }
 
-// Empty when the interface is not to be published.
+// Invalid if the interface must not be published.
 Vantu::IntfId TreeWriter::idOf(const KernelInterface* interface, std::uint32_t ifIndex) {
   if (!interface || !interface->link || interface->link->name.empty()) {
     refused_.erase(ifIndex);
@@ -198,7 +198,7 @@ Vantu::IntfId TreeWriter::idOf(const KernelInterface* interface, std::uint32_t i
   return {};
 }
 
-// All that goes goes first, since names may have been passed on.
+// Removals first, since names may have been reassigned.
 void TreeWriter::sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
   for (const std::uint32_t ifIndex : ifIndexes) {
     const auto at = written_.find(ifIndex);
@@ -279,7 +279,7 @@ void TreeWriter::writeIpv6(const Vantu::IntfId& id, const KernelInterface& inter
 
   const auto status = tree_.ip6Status->intfIs(id);
   status->l3StatusIs(tree_.l3StatusDir->intfStatus(id));
-  ipv6AddressesAre(*status, interface.link->isRunning() ? inForce(addresses) : Ipv6Addresses());
+  ipv6AddressesAre(*status, interface.link->isRunning() ? usable(addresses) : Ipv6Addresses());
 }
 
 }  // namespace Mirror

@@ -1,5 +1,5 @@
 #pragma once
-// From what the kernel says of one network namespace to the picture.
+// Writes the kernel's state of one network namespace into the picture.
 
 #include <cstdint>
 #include <functional>
@@ -15,41 +15,41 @@
 
 namespace Mirror {
 
-// Brings the entities of interfaces in the state database to what the kernel says of those of one network namespace.
+// Keeps the interface entities of one network namespace as the kernel has them.
 //
 // | entity                              | exists while                               | holds                   |
 // |-------------------------------------|--------------------------------------------|-------------------------|
 // | Interface::IntfStatus, kind "linux" | there is a link                            | ifIndex, state, MAC     |
 // | L3::Intf::Config, L3::Intf::Status  | the link is in a VRF                       | the VRF                 |
 // | Ip::IpIntfConfig                    | the link is in a VRF                       | all IPv4 addresses      |
-// | Ip::IpIntfStatus                    | ... and has an IPv4 address                | those that are in force |
-// | Ip6::IntfConfig, Ip6::IntfStatus    | the link is in a VRF, has an IPv6 address  | the same of IPv6        |
+// | Ip::IpIntfStatus                    | ... and has an IPv4 address                | usable IPv4 addresses   |
+// | Ip6::IntfConfig, Ip6::IntfStatus    | the link is in a VRF, has an IPv6 address  | all; usable ones        |
 //
-// Ip::IpIntfConfig is what makes an interface a member of its VRF for readers, so it does not depend on addresses,
-// which come and go with the state of the link.
+// To readers, Ip::IpIntfConfig makes an interface a member of its VRF. So it does not depend on addresses, which
+// change with the link state.
 //
-// NamespaceScope gives an interface its id and its ifIndex, and the caller of each operation the VRF. Its addresses
-// are in force while it is administratively up and running; an IPv6 address is not while duplicate address detection
-// runs, or after it failed. Of a point-to-point address the local one counts. Labels ("eth0:1") are no names here.
-// Linux knows no unnumbered interfaces, so `unnumberedIntfId` stays empty.
+// NamespaceScope determines id and ifIndex, and `vrfOf` the VRF. Addresses are usable while the interface is
+// administratively up and running; IPv6 addresses also need duplicate address detection to have succeeded. Of a
+// point-to-point address only the local one is published. Labels ("eth0:1") are ignored. Linux has no unnumbered
+// interfaces, so `unnumberedIntfId` stays empty.
 //
-// The first address of an interface stays first until it goes; then the one that has been there longest among the
-// others follows, which is also the order of a dump, so that a mirror that starts again chooses the same.
+// The first address of an interface stays first until it is removed; its successor is the oldest of the others. Dumps
+// use the same order, so a restarted mirror chooses the same address.
 //
-// An interface that was renamed, or made again under another index, is deleted and created, never changed in place.
+// An interface that was renamed, or created again under another index, is deleted and created, not modified.
 class TreeWriter {
  public:
   // None: the interface is in no VRF.
   using VrfOf = std::function<std::optional<L3::VrfName>(std::uint32_t ifIndex, const KernelLink& link)>;
 
-  // The entities of `tree` that the table names belong to this writer, as far as their ids are of this scope.
+  // The writer owns the entities that the table names, for the ids of this scope.
   TreeWriter(const Varnix::Tree& tree, NamespaceScope scope, VrfOf vrfOf);
 
   // Writes the named interfaces as they are in `state`.
   void sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
-  // The kernel's indexes of all that is written.
+  // The kernel's indexes of the published interfaces.
   std::set<std::uint32_t> written() const;
-  // Not valid for an interface that is not written.
+  // Invalid for an interface that is not published.
   Vantu::IntfId id(std::uint32_t ifIndex) const;
 
  private:
@@ -64,29 +64,29 @@ class TreeWriter {
   NamespaceScope scope_;
   VrfOf vrfOf_;
   std::map<std::uint32_t, Vantu::IntfId> written_;  // by the kernel's index
-  std::set<std::uint32_t> refused_;                 // indexes that are too large
+  std::set<std::uint32_t> refused_;                 // indexes that are too large, each traced once
 };
 
-// Brings the part of the picture that shows one network namespace to what the kernel says: its VRF, interfaces and
-// neighbours. A neighbour is published while its interface is in a VRF, and under that VRF.
+// Keeps a namespace's part of the picture as the kernel has it: VRF, interfaces and neighbours. A neighbour is
+// published under the VRF of its interface, while the interface is in a VRF.
 class NamespaceWriter {
  public:
   // Requires: Vrfs::namespaceIs() was called for the VRF, unless the scope is the default one.
   NamespaceWriter(Picture& picture, NamespaceScope scope);
 
-  // Writes all of `state` and removes what it does not contain. From the first call on the VRF is published.
+  // Writes all of `state` and removes everything else. The first call publishes the VRF.
   void syncAll(const KernelState& state);
-  // Writes the named changes only.
+  // Writes only the named changes.
   void sync(const KernelState& state, const KernelState::Changes& changes);
   void forwardingIs(Vantu::Af af, bool forwarding);
-  // The namespace was deleted, or is no longer a VRF: removes all of it. Make no further call of this object.
+  // Removes the namespace from the picture. Only the destructor may follow.
   void withdraw();
 
-  // The kernel's routing tables that are VRFs', and which; none: that comes with the next sync.
+  // The kernel's routing tables that belong to VRFs; without a VRF id where the next sync will determine it.
   NamespaceRoutes::Tables tables(const KernelState& state) const;
 
   const NamespaceScope& scope() const { return scope_; }
-  // Not valid for an interface that is not written.
+  // Invalid for an interface that is not published.
   Vantu::IntfId interfaceId(std::uint32_t ifIndex) const { return interfaces_.id(ifIndex); }
 
  private:
@@ -101,7 +101,7 @@ class NamespaceWriter {
   NamespaceScope scope_;
   VrfDevices devices_;  // of the default namespace only
   TreeWriter interfaces_;
-  std::map<std::uint32_t, Place> places_;  // of the interfaces that are written, by the kernel's index
+  std::map<std::uint32_t, Place> places_;  // of the published interfaces, by the kernel's index
 };
 
 }  // namespace Mirror

@@ -12,7 +12,7 @@ Kel::TraceHandle treePublisherTrace("MirrorPublisher");
 
 using Kind = Quillo::StoreException::Kind;
 
-// What may pass without anybody starting the program again.
+// Whether the fault may pass without a restart of the program.
 bool mayPass(Kind kind) {
   return kind == Kind::full || kind == Kind::directory || kind == Kind::permission;
 }
@@ -88,7 +88,7 @@ void TreePublisher::write(What what) {
   }
 }
 
-// Once for each store that is opened.
+// Runs once for each opened store.
 void TreePublisher::beginPass() {
   using Quillo::TableId;
   if (std::exchange(isPassBegun_, true)) return;
@@ -136,11 +136,11 @@ void TreePublisher::commit() {
   QTRACE(treePublisherTrace, 6) << result.changes << " changes, journal at " << result.seq;
 }
 
-// Also after an attempt to make it anew that failed.
+// Whether the store was removed or replaced, or could not be created again.
 bool TreePublisher::isGone() {
   if (!documents_) return true;
   try {
-    store_->begin().commit();  // of nothing
+    store_->begin().commit();  // an empty batch
     return false;
   } catch (const Quillo::StoreException& error) {
     if (error.kind() == Kind::gone) return true;

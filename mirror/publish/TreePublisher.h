@@ -1,5 +1,5 @@
 #pragma once
-// All that is published, and the way from there to the store.
+// The picture of everything that the mirror publishes, and its publisher.
 
 #include <memory>
 
@@ -12,7 +12,7 @@
 
 namespace Mirror {
 
-// What the mirrors of the namespaces keep, and what is written to the store.
+// The mirrors of all namespaces update it; TreePublisher writes it to the store.
 struct Picture {
   Varnix::Tree tree{Kel::makePtr<Kel::Dir>("")};
   NeighbourTable neighbours;
@@ -22,28 +22,28 @@ struct Picture {
 
 // Writes the picture to the store.
 //
-// While the store is full, changes stay pending, and each poll tries to write them again. A store that was removed
-// under the publisher is made anew. Three faults are thrown, since the program cannot go on with them: a failure at the
-// start, damage, and another publisher in the place of a removed store.
+// While the store is full, changes stay pending and each poll retries them. If the store was removed, the publisher
+// creates it again. Exceptions end the program: a failure at the start, damage, or another publisher in the place of a
+// removed store.
 class TreePublisher {
  public:
-  // Opens or makes the store. Throws Quillo::StoreException.
+  // Opens or creates the store. Throws Quillo::StoreException.
   TreePublisher(Picture& picture, Quillo::PublisherConfig config);
 
-  // Writes what changed, in one commit (very many changes of neighbours take several); the first time everything, as
-  // a complete pass. Of routes it writes a limited number at a time: call again while isMorePending(). False when that
-  // has to wait for a poll, or the complete pass is not complete yet.
+  // Writes the changes in one commit; very many changes of neighbours take several. The first calls write everything,
+  // as a full pass. Each call writes a limited number of routes: call again while isMorePending().
+  // Returns whether the full pass is complete and the store could be written.
   // Throws Quillo::StoreException and Pesk::CorruptionDetectedException.
   bool publish();
-  // Of what has to go ahead of the first complete pass: some of the routes that are pending. The same holds.
+  // Writes pending routes ahead of the first full pass, a limited number. Throws the same.
   void publishRoutes();
   bool isMorePending() const { return !hasFailed_ && picture_.routes.pending() > 0; }
-  // To be called once a second: tries again what could not be written, and notices that the store was removed.
+  // Call it once a second: retries what could not be written, and notices that the store was removed.
   void poll();
 
-  // Everything is in the store.
+  // Whether everything is in the store.
   bool isUpToDate() const;
-  // Not while a store that was removed cannot be made anew.
+  // Requires: a store is open. (None is while a removed store cannot be created again.)
   const Quillo::Publisher& store() const { return *store_; }
 
  private:
@@ -64,9 +64,9 @@ class TreePublisher {
   std::unique_ptr<Quillo::Publisher> store_;
   std::unique_ptr<Varnix::DocumentPublisher> documents_;
   bool isStarted_ = false;        // something was published
-  bool isPassBegun_ = false;      // over the store that is open
+  bool isPassBegun_ = false;      // in the open store
   bool areDocumentsIn_ = false;   // in this pass
-  bool hasPublishedAll_ = false;  // to the store that is open
+  bool hasPublishedAll_ = false;  // to the open store
   bool hasFailed_ = false;
 };
 

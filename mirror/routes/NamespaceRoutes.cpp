@@ -10,16 +10,16 @@ namespace {
 
 Kel::TraceHandle namespaceRoutesTrace("MirrorRoutes");
 
-// The kernel tells of a link before it acts on its routes, which takes it some milliseconds for very many.
+// The kernel notifies of a link before it changes the routes, which takes milliseconds for very many.
 constexpr Kel::Seconds shortly = 0.02;
 constexpr Kel::Seconds muchLater = 1;
-// Between two listings: as a share of the time that the last one took, and when that is too long. Of a million routes
-// one takes seconds; then a third of the time is left for other work.
+// The pause after a dump, as a multiple of its duration: pauseFactor, but at most longPause or leastPauseFactor,
+// whichever is longer. A dump of a million routes takes seconds; a third of the time then remains for other work.
 constexpr double pauseFactor = 2;
 constexpr Kel::Seconds longPause = 2;
 constexpr double leastPauseFactor = 0.5;
 constexpr Kel::Seconds longestInterval = 64;
-// Routes that are looked at in one go.
+// Routes that one piece of a sweep visits.
 constexpr std::size_t sweepPiece = 50'000;
 
 Kel::Seconds pauseAfter(Kel::Seconds listing) {
@@ -37,7 +37,7 @@ NamespaceRoutes::NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf)
 }
 
 void NamespaceRoutes::tablesAre(const Tables& tables) {
-  // All that goes goes first, since VRF ids may have been passed on.
+  // Removals first, since VRF ids may have been reassigned.
   for (auto at = tables_.begin(); at != tables_.end();) {
     const auto wanted = tables.find(at->first);
     if (wanted != tables.end() && wanted->second != at->second->vrfId()) at->second->vrfIdIs({});
@@ -59,7 +59,7 @@ void NamespaceRoutes::notified(const RouteMessage& message) {
   for (auto at = firstUse(message.table); at != tables_.end() && at->first.table == message.table; ++at) {
     if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
     at->second->notified(message);
-    // During a listing it is asked for at the end.
+    // During a dump, listingEnds() asks.
     if (steps_.empty() && at->second->takeDoubt()) wantListing();
   }
 }
@@ -77,32 +77,33 @@ RouteContents::Condition NamespaceRoutes::forwardsOn(const std::set<std::uint32_
   };
 }
 
+RouteContents::Condition NamespaceRoutes::prefersOneOf(const std::set<Vantu::IpGenAddr>& addresses) {
+  return [&addresses](const RouteContent& content) {
+    return content.source.isSet() && addresses.contains(content.source);
+  };
+}
+
 void NamespaceRoutes::settle() {
   const auto events = std::exchange(events_, {});
   if (!events.goneNexthops.empty() && any(nexthops_.withGroups(events.goneNexthops))) wantListing();
-  // Next-hop objects go with their link, and the kernel does not say so.
+  // The kernel deletes next-hop objects with their link, without a notification.
   const auto& links = events.links;
   if (!links.empty() && (!nexthops_.on(links).empty() || any(forwardsOn(links)))) wantListing();
   if (!events.addresses.empty()) addressesGone(events.addresses);
   if (!events.nexthops.empty()) reassess(nexthops_.withGroups(events.nexthops));
 }
 
-// The connected route of an address, which prefers it too, is about to go with a word.
+// Most addresses are preferred only by their connected route, whose deletion the kernel notifies shortly; then
+// isListingNeeded() cancels the dump.
 void NamespaceRoutes::addressesGone(const std::set<Vantu::IpGenAddr>& addresses) {
-  const RouteContents::Condition prefers = [&](const RouteContent& content) {
-    return content.source.isSet() && addresses.contains(content.source);
-  };
-  if (!any(prefers)) return;
+  if (!any(prefersOneOf(addresses))) return;
   if (!due()) isOnlyForAddresses_ = true;
   goneAddresses_.insert(addresses.begin(), addresses.end());
   if (!soon_) soon_ = Kel::System::currentTime() + shortly;
 }
 
 bool NamespaceRoutes::isListingNeeded() {
-  const RouteContents::Condition prefers = [&](const RouteContent& content) {
-    return content.source.isSet() && goneAddresses_.contains(content.source);
-  };
-  const bool isForAddresses = !goneAddresses_.empty() && any(prefers);
+  const bool isForAddresses = !goneAddresses_.empty() && any(prefersOneOf(goneAddresses_));
   const bool isNeeded = !isOnlyForAddresses_ || isForAddresses;
   if (isForAddresses) wantListing();
   if (!isNeeded) soon_.reset();
@@ -130,7 +131,7 @@ void NamespaceRoutes::reassess(const Which& which) {
   for (const auto& [use, table] : tables_) table->reassess(which);
 }
 
-// An on-link hop is the zero address; a route that refuses packets has one without an interface.
+// An on-link hop has the zero address; a route that refuses packets has such a hop without an interface.
 std::vector<Quillo::Fib::Via> NamespaceRoutes::resolve(const RouteContent& content) {
   const std::vector<Quillo::Fib::Via> refusal{{onLink(content.af), Vantu::IntfId()}};
   if (!content.isUnicast()) return refusal;
@@ -189,7 +190,7 @@ void NamespaceRoutes::listingIs() {
   }
 }
 
-// Kernels that do not choose by table list all of them at each step.
+// Old kernels ignore the requested table and send all of them in each step.
 void NamespaceRoutes::dumped(const RouteMessage& message) {
   if (next_ >= steps_.size()) return;
   const Step& step = steps_[next_];
@@ -198,7 +199,8 @@ void NamespaceRoutes::dumped(const RouteMessage& message) {
   if (at != tables_.end()) at->second->dumped(message);
 }
 
-// IPv6: when the tree has changed the kernel begins again at its root, and skips as many routes as it has told of.
+// When the IPv6 tree changes between two datagrams, the kernel restarts at its root and skips as many routes as it has
+// sent, which may be others.
 void NamespaceRoutes::stepEnded(bool mayLack, unsigned pieces) {
   const Step& step = steps_[next_];
   mayLack |= step.what == RtDump::ipv6Routes && areIpv6RoutesMoving_ && pieces > 1;
@@ -235,7 +237,7 @@ void NamespaceRoutes::listingEnds() {
   steps_.clear();
   next_ = 0;
   ++listings_;
-  // The first one was held up by what it had to write.
+  // Back-pressure made the first dump longer.
   notBefore_ = listings_ == 1 ? now : now + pauseAfter(now - begun_);
   interval_ = mayLack_ ? std::clamp(interval_ * 2, muchLater, longestInterval) : muchLater;
   if (mayLack_ || hasFound) {

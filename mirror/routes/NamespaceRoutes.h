@@ -1,19 +1,18 @@
 #pragma once
-// The routes of one network namespace: the tables that are some VRF's, the next-hop objects, and when the kernel has
-// to be asked again.
+// The routes of one network namespace: the routing tables of its VRFs, the next-hop objects, and when to dump again.
 //
-// The kernel takes routes away without telling of each: when a link goes down or is deleted, loses its carrier, or
-// moves to another namespace, when an address goes that routes prefer as their source, and when a next-hop object goes
-// (net/ipv4/fib_semantics.c fib_sync_down_dev(), fib_sync_down_addr(); net/ipv4/nexthop.c). It tells of the event
-// itself, and partly before it acts on it. So each of them, if a route has to do with it, makes a listing due: shortly
-// after, and again a second later. Listings that find something are followed by another one. Between two of them there
-// is a pause of twice the time that the last one took, but not so long that what is gone would be served for long.
+// The kernel deletes some routes without a notification: when a link goes down, is deleted, loses its carrier or moves
+// to another namespace; when the preferred source address of routes is deleted; and when a next-hop object is deleted
+// (net/ipv4/fib_semantics.c fib_sync_down_dev(), fib_sync_down_addr(); net/ipv4/nexthop.c). It notifies of the event
+// itself, sometimes before it deletes the routes. So each event that concerns a route makes a dump due: shortly after,
+// and again a second later. A dump that found differences is followed by another one. The pause after a dump is twice
+// its duration, with a limit, so that deleted routes are not published for long.
 //
-// What events mean for the routes is worked out in settle(), for all of a turn at once: to find the routes concerned
-// may mean to look through all routes, and there may be thousands of events.
+// settle() evaluates the events of a whole turn at once: there may be thousands, and each could mean a search through
+// all routes.
 //
-// A listing is a list of steps for the caller, who asks the kernel for what step() says, passes on what comes with
-// dumped(), tells the end of each list with stepEnded(), and then calls work() until that is true.
+// A dump is a list of steps. For each one the caller asks the kernel for step(), passes the replies to dumped(), calls
+// stepEnded() at the end, and then work() until it returns true.
 
 #include <map>
 #include <memory>
@@ -30,69 +29,70 @@ namespace Mirror {
 
 class NamespaceRoutes {
  public:
-  using IntfIdOf =
-      std::function<Vantu::IntfId(std::uint32_t ifIndex)>;  // not valid when there is no such interface
+  // The id of an interface; invalid without such an interface.
+  using IntfIdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
   using VrfId = Vrf::VrfIdMap::VrfId;
-  // A routing table of the kernel, for one of those who use it: VRF devices may share a table.
+  // A kernel routing table in one of its uses; VRF devices may share a table.
   struct TableUse {
     std::uint32_t table = 0;
-    std::uint32_t device = 0;  // ifIndex of the VRF device; 0: the namespace itself
+    std::uint32_t device = 0;  // ifIndex of the VRF device; 0: the namespace's main table
     friend auto operator<=>(const TableUse&, const TableUse&) = default;
   };
   using Tables = std::map<TableUse, std::optional<VrfId>>;
 
   NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf);
 
-  // The kernel's tables that are followed, and the VRFs in whose names they are published; none: not yet. A use that
-  // is new makes a listing due. The routes of a shared table are kept once for each use.
+  // The kernel's tables to follow, each with the VRF to publish it under (none: not published yet). A new use makes a
+  // dump due. The routes of a shared table are kept once for each use.
   void tablesAre(const Tables& tables);
 
   void notified(const RouteMessage& message);
   void notified(const NexthopMessage& message);  // takes effect with settle(), like the next two
-  // The interface went up or down, or is gone.
+  // The interface went up or down, changed its carrier, or was deleted.
   void linkMoved(std::uint32_t ifIndex) { events_.links.insert(ifIndex); }
   void addressGone(const Vantu::IpGenAddr& address) { events_.addresses.insert(address); }
-  // To be called before what has changed is published.
+  // Applies the events since the last call. Call it before each publication.
   void settle();
-  // The interfaces may have other ids than before.
+  // The interfaces may have new ids.
   void renamed(const std::set<std::uint32_t>& ifIndexes);
   void allRenamed();
 
-  // ---- listing
+  // ---- dump
   struct Step {
     RtDump what = RtDump::nexthops;
     std::uint32_t table = 0;
     std::uint32_t device = 0;
   };
-  // When the next one is to begin; none: there is no need.
+  // When to begin the next dump; none: no dump is due.
   std::optional<Kel::Seconds> due() const;
-  // When it is due: false, and it is no more, when the routes that it would be for have gone by themselves.
+  // Call it when a dump is due. False cancels the dump: its routes were deleted by notifications meanwhile.
   bool isListingNeeded();
   void listingIs();
   const Step* step() const { return next_ < steps_.size() ? &steps_[next_] : nullptr; }
   void dumped(const RouteMessage& message);
   void dumped(const NexthopMessage& message) { nexthops_.dumped(message); }
-  // `mayLack`: the kernel may have passed over something. `pieces` is the number of pieces that the list came in.
+  // `mayLack`: the kernel may have skipped objects. `pieces` is the number of datagrams of the dump.
   void stepEnded(bool mayLack, unsigned pieces);
-  // What there is to do after a step, bit by bit; true when it is done and step() is the next one, or null.
+  // Does the next part of the work after a step. True when it is done; step() is then the next step, or null.
   bool work();
   void listingEnds();
   std::uint64_t listings() const { return listings_; }
 
   std::size_t routes() const;
-  // Of the first one who uses it; null when nobody does.
+  // The first use of the table; null without one.
   const VrfRoutes* table(std::uint32_t table) const;
 
  private:
   std::vector<Quillo::Fib::Via> resolve(const RouteContent& content);
-  // Since the last settle().
+  // The events since the last settle().
   struct Events {
-    std::set<std::uint32_t> nexthops;      // came, changed or went
-    std::set<std::uint32_t> goneNexthops;  // some may be there again
+    std::set<std::uint32_t> nexthops;      // added, changed or deleted
+    std::set<std::uint32_t> goneNexthops;  // deleted, perhaps added again
     std::set<std::uint32_t> links;
     std::set<Vantu::IpGenAddr> addresses;
   };
   RouteContents::Condition forwardsOn(const std::set<std::uint32_t>& ifIndexes) const;
+  static RouteContents::Condition prefersOneOf(const std::set<Vantu::IpGenAddr>& addresses);
   template <class Which>
   bool any(const Which& which) const;
   template <class Which>
@@ -109,21 +109,21 @@ class NamespaceRoutes {
   KnownTables tables_;
 
   Events events_;
-  std::vector<Step> steps_;  // of the listing under way
+  std::vector<Step> steps_;  // of the dump under way
   std::size_t next_ = 0;
   std::uint8_t stamp_ = 0;
   bool isSweeping_ = false;
-  bool areIpv6RoutesMoving_ = false;  // some were notified during this step
-  bool mayLack_ = false;              // this listing
+  bool areIpv6RoutesMoving_ = false;  // an IPv6 route was notified during this step
+  bool mayLack_ = false;              // a step of this dump may lack routes
   std::uint64_t listings_ = 0;
 
-  std::optional<Kel::Seconds> soon_;
-  std::optional<Kel::Seconds> later_;
-  std::set<Vantu::IpGenAddr> goneAddresses_;  // when nothing else makes the listing due
-  bool isOnlyForAddresses_ = false;
+  std::optional<Kel::Seconds> soon_;   // when to dump shortly after an event
+  std::optional<Kel::Seconds> later_;  // when to dump again
+  std::set<Vantu::IpGenAddr> goneAddresses_;
+  bool isOnlyForAddresses_ = false;  // soon_ has no other cause than goneAddresses_
   Kel::Seconds notBefore_ = 0;
   Kel::Seconds begun_ = 0;
-  Kel::Seconds interval_ = 0;  // of listings that may lack something
+  Kel::Seconds interval_ = 0;  // between dumps that may lack routes
   bool isCutTold_ = false;
 };
 

@@ -10,7 +10,7 @@ namespace Mirror {
 
 namespace {
 
-// The last of `keys` go first, since they are taken away at the end.
+// Deletes from the end of `keys`, which cutSome() then shortens.
 template <class Key, class Delete>
 std::size_t addSome(const std::vector<Key>& keys, std::size_t limit, const Delete& del) {
   const std::size_t count = std::min(keys.size(), limit);
@@ -55,7 +55,7 @@ std::size_t PublishedRoutes::addLeftovers(Quillo::Batch& batch, std::size_t limi
   return whole - limit;
 }
 
-// The id's earlier VRF comes first.
+// Whether records of an earlier VRF with the same id must be deleted first.
 bool PublishedRoutes::isHeldUp(const VrfRoutes& member) const {
   return std::any_of(leftovers_.begin(), leftovers_.end(), [&](const Leftovers& left) {
     return left.vrfId == member.vrfId() && left.inBatch < left.size();
@@ -67,7 +67,7 @@ void PublishedRoutes::addTo(Quillo::Batch& batch) {
   added_.clear();
   std::copy_if(members_.begin(), members_.end(), std::back_inserter(added_),
                [](const VrfRoutes* member) { return member->pending() > 0; });
-  // A few changes do not wait for the many of another VRF.
+  // The fewest first, so that a few changes do not wait for the many of another VRF.
   std::sort(added_.begin(), added_.end(),
             [](const VrfRoutes* a, const VrfRoutes* b) { return a->pending() < b->pending(); });
   for (auto* member : added_) {

@@ -1,8 +1,8 @@
 #pragma once
-// The pending changes of routes of all VRFs, written to the store in batches of limited size.
+// The pending route changes of all VRFs, written to the store in batches of limited size.
 //
-// Guarantees: within a batch a FEC is added before the first route that names it, and deleted after the last one. So a
-// reader never finds a route whose FEC is missing.
+// Guarantees: a batch adds a FEC before the first route that names it, and deletes it after the last one. So readers
+// find the FEC of every route.
 
 #include <cstddef>
 #include <list>
@@ -19,38 +19,37 @@ class VrfRoutes;
 
 class PublishedRoutes {
  public:
-  // Prefixes in one batch: some tens of milliseconds.
+  // Prefixes in one batch; writing them takes some tens of milliseconds.
   static constexpr std::size_t changesPerCommit = 10'000;
-  // Back-pressure: dumps of routes pause above this many pending changes, which limits the memory for them. What is
-  // pending when a dump ends then fits into one commit.
+  // Back-pressure: dumps of routes pause above this many pending changes, which limits memory. One commit then writes
+  // everything that is pending at the end of a dump.
   static constexpr std::size_t changesAhead = changesPerCommit / 2;
 
-  // `routes` must outlive its membership.
+  // Lifetime: `routes` must live until it is removed.
   void add(VrfRoutes& routes) { members_.push_back(&routes); }
   void remove(VrfRoutes& routes) { std::erase(members_, &routes); }
 
-  // What the store has of a VRF that is gone.
+  // The records that the store has of a deleted VRF.
   struct Leftovers {
     Vrf::VrfIdMap::VrfId vrfId;
     std::vector<Vantu::Prefix> routes = {};
     std::vector<Vantu::Ip6Prefix> routes6 = {};
     std::vector<Quillo::Fib::FecId> fecs = {};
-    std::size_t inBatch = 0;  // how many of them, routes first, are in the batch under way
+    std::size_t inBatch = 0;  // how many of them, routes first, the open batch deletes
     std::size_t size() const { return routes.size() + routes6.size() + fecs.size(); }
   };
   void leave(Leftovers leftovers);
 
   std::size_t pending() const;
-  // Whether those who read lists have to wait.
+  // Whether dumps must pause. They do not while the store cannot be written: waiting would not help.
   bool isFull() const { return !isStoreFailing_ && pending() > changesAhead; }
-  // While nothing can be written, waiting is of no use.
   void storeFailingIs(bool isFailing) { isStoreFailing_ = isFailing; }
 
-  // The store has nothing yet, or it is not known what it has.
+  // Makes everything pending, since the store is empty or its contents are unknown.
   void allPending();
 
-  // Adds what fits into one batch. It stays pending until written() tells that the commit succeeded; nothing may be
-  // changed in between.
+  // Adds as many changes as one batch takes. Call written() once the commit succeeded.
+  // Requires: no change between addTo() and written().
   void addTo(Quillo::Batch& batch);
   void written();
 
@@ -59,7 +58,7 @@ class PublishedRoutes {
   bool isHeldUp(const VrfRoutes& member) const;
 
   std::vector<VrfRoutes*> members_;
-  std::vector<VrfRoutes*> added_;  // to the batch under way
+  std::vector<VrfRoutes*> added_;  // to the open batch
   std::list<Leftovers> leftovers_;
   bool isStoreFailing_ = false;
 };

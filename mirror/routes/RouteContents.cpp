@@ -16,8 +16,8 @@ Quillo::Fib::FecId idOf(const std::vector<Quillo::Fib::Via>& vias) {
   return Quillo::Fib::FecId(XXH3_64bits(bytes.data(), bytes.size()));
 }
 
-// Numbers of routing daemons. The kernel only passes them on, so not all of them are in its headers; those from 190 on
-// are of FRR (zebra/rt_netlink.h).
+// Protocol numbers of routing daemons. The kernel does not interpret them, so its headers lack some; those from 190 on
+// are FRR's (zebra/rt_netlink.h).
 constexpr std::uint8_t protocolBgp = 186;
 constexpr std::uint8_t protocolIsis = 187;
 constexpr std::uint8_t protocolOspf = 188;
@@ -105,9 +105,9 @@ void RouteContents::release(Slot slot) {
 RouteContents::Fec* RouteContents::fecOf(const RouteContent& content) {
   const auto vias = resolve_(content);
   if (vias.empty()) return nullptr;
-  // Should two sets of vias have the same hash, the later one takes the next number.
+  // If two sets of vias have the same hash, the later one takes the next number.
   for (auto id = idOf(vias);; id = Quillo::Fib::FecId(id.value() + 1)) {
-    if (id.value() == 0) continue;  // stands for none
+    if (id.value() == 0) continue;  // reserved for "none"
     const auto [at, isNew] = fecs_.try_emplace(id.value());
     Fec& found = at->second;
     if (isNew) {

@@ -16,7 +16,7 @@ bool isSameHop(const RouteHop& a, const RouteHop& b) {
   return a.gateway == b.gateway && a.ifIndex == b.ifIndex;
 }
 
-// The same route, whichever of its hops are dead.
+// Whether the two differ at most in which hops are dead.
 bool isSameRoute(const RouteContent& a, const RouteContent& b) {
   return a.type == b.type && a.protocol == b.protocol && a.nexthopId == b.nexthopId && a.source == b.source &&
          std::equal(a.hops.begin(), a.hops.end(), b.hops.begin(), b.hops.end(), isSameHop);
@@ -32,7 +32,7 @@ bool hasAllHops(const RouteContent& whole, const RouteContent& part) {
          std::all_of(part.hops.begin(), part.hops.end(), [&](const RouteHop& hop) { return hasHop(whole, hop); });
 }
 
-// IPv6 routes to one prefix that the kernel makes one multipath route of.
+// Whether the kernel may merge this IPv6 route with others of its prefix into one multipath route.
 bool mayBeMultipath(const RouteContent& content) {
   return content.hops.size() > 1 || (content.hops.size() == 1 && content.hops.front().gateway.isSet());
 }
@@ -59,7 +59,7 @@ typename RouteFamily<PrefixType>::Best RouteFamily<PrefixType>::best(const Prefi
   return found;
 }
 
-// Before the prefix changes: what is not pending is in the store as it is here.
+// Call it before the prefix changes: the store has the current state of a prefix that is not pending.
 template <class PrefixType>
 void RouteFamily<PrefixType>::touch(const PrefixType& prefix) {
   if (isShown_ && !pending_.contains(prefix)) pending_.emplace(prefix, best(prefix).fec);
@@ -99,22 +99,22 @@ void RouteFamily<PrefixType>::notified(const RouteMessage& message) {
   if (isListing_) touched_.insert(place);
   const Group before = aliases_.group(place);
   Group after = before;
-  // Not listed yet: there may be others of this place, which are now passed over.
+  // The dump has not reached this place; it may have other routes, which dumped() will now ignore.
   if (isListing_ && before.empty() && message.action != RouteMessage::Action::alone) isDoubtful_ = true;
   if (message.action == RouteMessage::Action::gone) {
-    go(message.content, after);
+    remove(message.content, after);
   } else {
-    come(message, after);
+    add(message, after);
   }
   for (Alias& alias : after) alias.stamp = stamp_;
   change(place, before, std::move(after));
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::come(const RouteMessage& message, Group& group) {
+void RouteFamily<PrefixType>::add(const RouteMessage& message, Group& group) {
   using Action = RouteMessage::Action;
   if (message.action == Action::alone) {
-    // Others that are known of here went without a word.
+    // Other known routes of this place were deleted without a notification.
     const auto present = find(group, message.content);
     const std::size_t kept = present == group.end() ? 0 : 1;
     if (kept > 0) std::iter_swap(group.begin(), present);
@@ -131,7 +131,7 @@ void RouteFamily<PrefixType>::come(const RouteMessage& message, Group& group) {
     return;
   }
   if (message.action == Action::replaced) isDoubtful_ = true;
-  // The kernel appends each IPv6 route of a place that it cannot join with another one.
+  // The kernel appends an IPv6 route that it cannot merge with another one.
   const bool isFirst = message.action == Action::first && !isIpv6<PrefixType>;
   group.insert(isFirst ? group.begin() : group.end(), aliasOf(message.content));
 }
@@ -154,9 +154,9 @@ typename RouteFamily<PrefixType>::Group::iterator RouteFamily<PrefixType>::exten
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::go(const RouteContent& content, Group& group) {
+void RouteFamily<PrefixType>::remove(const RouteContent& content, Group& group) {
   if (const auto present = find(group, content); present != group.end()) return drop(group, present);
-  // A part of the hops of a multipath route.
+  // Some hops of a multipath route.
   for (Alias& alias : group) {
     RouteContent rest = contents_.content(alias.content);
     if (!isIpv6<PrefixType> || !hasAllHops(rest, content)) continue;
@@ -182,7 +182,7 @@ void RouteFamily<PrefixType>::listingEnds() {
   touched_.clear();
 }
 
-// What is listed already comes first in its group, in the order in which it was listed.
+// Routes that this dump has had are at the front of their group, in the order of the dump.
 template <class PrefixType>
 void RouteFamily<PrefixType>::dumped(const RouteMessage& message) {
   const Place place = placeOf(message);

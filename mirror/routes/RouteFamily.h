@@ -1,13 +1,12 @@
 #pragma once
-// The routes of one table and IP version as the kernel has told of them, and which prefixes of them the store does
-// not yet show so.
+// The routes of one table and IP version as the kernel has them, and the prefixes that the store does not yet show so.
 //
-// Notifications are interpreted as the kernel means them (fib_table_insert() in net/ipv4/fib_trie.c, fib6_add_rt2node()
-// in net/ipv6/ip6_fib.c). A notification that does not fit the known routes (an unknown route is deleted) makes the
-// table doubtful: the kernel has changed it without a notification, and the table has to be dumped again.
+// Notifications are interpreted as the kernel means them (fib_table_insert() in net/ipv4/fib_trie.c,
+// fib6_add_rt2node() in net/ipv6/ip6_fib.c). A notification that contradicts the known routes, such as the deletion of
+// an unknown route, makes the table doubtful: the kernel changed it without a notification, and it must be dumped.
 //
-// A dump marks and sweeps: listingIs(), then dumped() for each route in the kernel's order, then sweep(). Notifications
-// received during a dump override the dump, which may be older.
+// A dump marks and sweeps: listingIs(), dumped() for each route in the kernel's order, sweep(), listingEnds().
+// Notifications received during a dump override the dump, which may be older.
 
 #include <absl/container/btree_map.h>
 #include <absl/container/btree_set.h>
@@ -25,14 +24,14 @@
 
 namespace Mirror {
 
-// All routes of one table and IP version, in the kernel's order: by prefix, then by type of service, metric and rank.
-// The first one of a prefix that can forward is the one in force.
+// The routes of one table and IP version in the kernel's order: by prefix, type of service, metric and rank. The first
+// route of a prefix that can forward is the one in use.
 //
-// Made for a million routes: a route costs 24 bytes (IPv4) or 36 (IPv6) in a B-tree, and its share of RouteContents.
+// Holds a million routes: each costs 24 bytes (IPv4) or 36 (IPv6) in a B-tree, and its share of RouteContents.
 template <class PrefixType>
 class RouteAliases {
  public:
-  // What several routes can have in common, which the kernel then keeps in an order of their own.
+  // Several routes can have the same place; the kernel keeps them in an order of their own.
   struct Place {
     PrefixType prefix;
     std::uint32_t metric = 0;
@@ -44,9 +43,9 @@ class RouteAliases {
   };
   struct Alias {
     std::uint32_t content = 0;  // RouteContents::Slot
-    std::uint8_t stamp = 0;     // of the listing that had it last
+    std::uint8_t stamp = 0;     // of the last dump that had it
   };
-  using Group = std::vector<Alias>;  // the routes of a place, in order
+  using Group = std::vector<Alias>;  // the routes of a place, in the kernel's order
 
   std::size_t size() const { return map_.size(); }
 
@@ -72,7 +71,7 @@ class RouteAliases {
     while (at != map_.end() && isOf(at->first, place)) at = map_.erase(at);
   }
 
-  // The routes of a prefix, in order, as visit(metric, alias) until that returns false.
+  // Calls visit(metric, alias) for the routes of a prefix, in order, until it returns false.
   template <class Visit>
   void forEachOf(const PrefixType& prefix, const Visit& visit) const {
     for (auto at = map_.lower_bound(Key{prefix, 0, 0, 0}); at != map_.end() && at->first.prefix == prefix; ++at) {
@@ -80,7 +79,7 @@ class RouteAliases {
     }
   }
 
-  // All routes from `from` on, as visit(place, alias) until that returns false.
+  // Calls visit(place, alias) for all routes from `from` on, until it returns false.
   template <class Visit>
   void forEach(const Place& from, const Visit& visit) const {
     for (auto at = map_.lower_bound(keyOf(from, 0)); at != map_.end(); ++at) {
@@ -90,7 +89,7 @@ class RouteAliases {
   void clear() { map_.clear(); }
 
  private:
-  // As small as it can be; the order is that of Place, then by rank, which counts from 0 without gaps.
+  // Laid out for size; ordered by Place, then by rank, which counts from 0 without gaps.
   struct Key {
     PrefixType prefix;
     std::uint32_t metric;
@@ -116,27 +115,27 @@ class RouteFamily {
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
   void listingIs(std::uint8_t stamp);
-  // Takes away what was not listed, `limit` routes at most at a time; true when it is through.
+  // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(std::size_t limit);
   void listingEnds();
 
-  // Whether a notification did not fit; forgets it.
+  // Returns whether a notification contradicted the known routes, and resets that.
   bool takeDoubt() { return std::exchange(isDoubtful_, false); }
-  // Whether a listing found what the kernel had not told of; forgets it.
+  // Returns whether a dump found a change that was not notified, and resets that.
   bool takeFound() { return std::exchange(hasFound_, false); }
   std::size_t size() const { return aliases_.size(); }
 
-  // The contents are about to resolve to other FECs.
+  // Call it before the contents resolve to other FECs.
   void contentsMove(const std::unordered_set<RouteContents::Slot>& slots);
 
-  // ---- towards the store. Nothing is pending of a table that is not shown.
-  void shownIs();  // everything is pending; the store has nothing of it
+  // ---- publication. A table that is not published has nothing pending.
+  void shownIs();  // publishes the table: makes everything pending, as for an empty store
   std::size_t pending() const { return pending_.size(); }
-  // Every prefix that the store may have, for who takes them out.
+  // Ends publication. Returns every prefix that the store may have, for the caller to delete.
   std::vector<PrefixType> hide();
 
-  // The next batch: plan() chooses `limit` prefixes at most and counts what that means for their FECs, which it adds
-  // to `fecs`; addTo() adds them; then either written() or unplan().
+  // The next batch: plan() chooses at most `limit` prefixes, counts the change for their FECs, and appends these to
+  // `fecs`. addTo() adds the prefixes to the batch. Then follows written() or unplan().
   void plan(std::size_t limit, std::vector<RouteContents::Fec*>& fecs);
   void addTo(Quillo::Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId) const;
   void written();
@@ -151,7 +150,7 @@ class RouteFamily {
   struct Best {
     std::uint32_t metric = 0;
     const RouteContent* content = nullptr;
-    Fec* fec = nullptr;  // null: there is none
+    Fec* fec = nullptr;  // null: no route can forward
   };
 
   static Place placeOf(const RouteMessage& message);
@@ -159,10 +158,10 @@ class RouteFamily {
   void touch(const PrefixType& prefix);
   void change(const Place& place, const Group& before, Group after);
   typename Group::iterator find(Group& group, const RouteContent& content) const;
-  void come(const RouteMessage& message, Group& group);
+  void add(const RouteMessage& message, Group& group);
   typename Group::iterator replacedBy(const RouteContent& content, Group& group) const;
   typename Group::iterator extendedBy(const RouteContent& content, Group& group) const;
-  void go(const RouteContent& content, Group& group);
+  void remove(const RouteContent& content, Group& group);
   Alias aliasOf(const RouteContent& content) { return {contents_.refer(content), stamp_}; }
   void drop(Group& group, typename Group::iterator alias);
   void replace(Alias& alias, const RouteContent& content);
@@ -172,13 +171,13 @@ class RouteFamily {
   std::uint8_t stamp_ = 0;
   bool isDoubtful_ = false;
   bool hasFound_ = false;
-  absl::btree_set<Place> touched_;  // notified since the listing began
+  absl::btree_set<Place> touched_;  // notified since the dump began
   bool isListing_ = false;
-  std::vector<RouteContents::Slot> released_;  // references that the change under way gives back
+  std::vector<RouteContents::Slot> released_;  // references to release at the end of change()
   std::optional<Place> sweptTo_;
 
   bool isShown_ = false;
-  absl::btree_map<PrefixType, Fec*> pending_;  // with the FEC that the store has for the prefix; null: it has none
+  absl::btree_map<PrefixType, Fec*> pending_;  // with the FEC that the store has for the prefix; null: none
   struct Planned {
     PrefixType prefix;
     Fec* before;

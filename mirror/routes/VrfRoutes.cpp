@@ -20,20 +20,17 @@ void VrfRoutes::vrfIdIs(std::optional<Vrf::VrfIdMap::VrfId> vrfId) {
   allPending();
 }
 
+template <class Use>
+auto VrfRoutes::withFamily(Vantu::Af af, const Use& use) {
+  return af == Vantu::ipv4_ ? use(ipv4_) : use(ipv6_);
+}
+
 void VrfRoutes::notified(const RouteMessage& message) {
-  if (message.address.af() == Vantu::ipv4_) {
-    ipv4_.notified(message);
-  } else {
-    ipv6_.notified(message);
-  }
+  withFamily(message.address.af(), [&](auto& family) { family.notified(message); });
 }
 
 void VrfRoutes::dumped(const RouteMessage& message) {
-  if (message.address.af() == Vantu::ipv4_) {
-    ipv4_.dumped(message);
-  } else {
-    ipv6_.dumped(message);
-  }
+  withFamily(message.address.af(), [&](auto& family) { family.dumped(message); });
 }
 
 void VrfRoutes::listingIs(std::uint8_t stamp) {
@@ -42,7 +39,7 @@ void VrfRoutes::listingIs(std::uint8_t stamp) {
 }
 
 bool VrfRoutes::sweep(Vantu::Af af, std::size_t limit) {
-  return af == Vantu::ipv4_ ? ipv4_.sweep(limit) : ipv6_.sweep(limit);
+  return withFamily(af, [&](auto& family) { return family.sweep(limit); });
 }
 
 void VrfRoutes::listingEnds() {

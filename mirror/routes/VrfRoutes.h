@@ -1,6 +1,5 @@
 #pragma once
-// The routes of one of the kernel's routing tables, both IP versions, and the FECs that they make: those of a VRF, as
-// soon as it is known which.
+// The routes of one kernel routing table, both IP versions, and their FECs. They are published once their VRF is known.
 
 #include <optional>
 
@@ -11,14 +10,14 @@ namespace Mirror {
 
 class VrfRoutes {
  public:
-  // `published` must outlive this object.
+  // Lifetime: `published` must outlive this object.
   VrfRoutes(PublishedRoutes& published, RouteContents::Resolve resolve)
       : published_(published), contents_(std::move(resolve)) {}
   ~VrfRoutes() { vrfIdIs({}); }
   VrfRoutes(const VrfRoutes&) = delete;
   VrfRoutes& operator=(const VrfRoutes&) = delete;
 
-  // The VRF in whose name the routes are published; none: they are not. They go from the store with the name.
+  // Sets the VRF to publish the routes under; none: not published. The store loses those of the previous VRF.
   void vrfIdIs(std::optional<Vrf::VrfIdMap::VrfId> vrfId);
   const std::optional<Vrf::VrfIdMap::VrfId>& vrfId() const { return vrfId_; }
 
@@ -30,21 +29,23 @@ class VrfRoutes {
   bool takeDoubt();
   bool takeFound();
 
-  // Those contents of which the condition holds may resolve to other vias than before.
+  // Resolves the contents that satisfy the condition again, and makes the prefixes of those with new vias pending.
   void reassess(const RouteContents::Condition& condition) { move(contents_.outdated(condition)); }
-  // Those with one of the next-hop objects.
+  // The same for the contents with one of the next-hop objects.
   void reassess(const RouteContents::NexthopIds& ids) { move(contents_.outdated(ids)); }
   const RouteContents& contents() const { return contents_; }
   std::size_t size() const { return ipv4_.size() + ipv6_.size(); }
 
-  // For PublishedRoutes.
+  // ---- for PublishedRoutes
   std::size_t pending() const { return ipv4_.pending() + ipv6_.pending(); }
   void allPending();
-  // Returns how many prefixes that were.
+  // Adds at most `limit` prefixes; returns how many.
   std::size_t addTo(Quillo::Batch& batch, std::size_t limit);
   void written();
 
  private:
+  template <class Use>
+  auto withFamily(Vantu::Af af, const Use& use);
   void move(const std::unordered_set<RouteContents::Slot>& outdated);
   void unplan();
 
@@ -53,7 +54,7 @@ class VrfRoutes {
   RouteFamily<Vantu::Prefix> ipv4_{contents_};
   RouteFamily<Vantu::Ip6Prefix> ipv6_{contents_};
   std::optional<Vrf::VrfIdMap::VrfId> vrfId_;
-  std::vector<RouteContents::Fec*> planned_;  // FECs of the batch under way, each once
+  std::vector<RouteContents::Fec*> planned_;  // FECs of the open batch, each once
 };
 
 }  // namespace Mirror

@@ -1,6 +1,6 @@
 #pragma once
-// How the fields and attributes of rtnetlink messages are read: lengths are checked before anything is. Internal to
-// the decoding (RtMessage.h).
+// Reads the fields and attributes of rtnetlink messages, with every length checked before the read. Internal to the
+// decoder (RtMessage.h).
 
 #include <fmt/format.h>
 #include <libmnl/libmnl.h>
@@ -30,7 +30,7 @@ T readAs(Payload payload, const char* what) {
   return value;
 }
 
-// The payload behind the first `size` bytes and their padding.
+// The payload after the first `size` bytes and their padding.
 inline Payload after(Payload payload, std::size_t size) {
   constexpr std::size_t alignment = NLMSG_ALIGNTO;
   return payload.subspan(std::min(payload.size(), (size + alignment - 1) / alignment * alignment));
@@ -54,7 +54,7 @@ void forEachAttribute(Payload payload, const Use& use) {
   }
 }
 
-// The same for those that follow the fixed header of `headerSize` bytes.
+// The same for the attributes after a fixed header of `headerSize` bytes.
 template <class Use>
 void forEachAttribute(Payload payload, std::size_t headerSize, const Use& use) {
   forEachAttribute(after(payload, headerSize), use);

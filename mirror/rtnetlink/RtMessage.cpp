@@ -71,7 +71,7 @@ std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
 RtMessage decodeLink(const nlmsghdr& message) {
   const Payload payload = payloadOf(message);
   const auto header = readAs<ifinfomsg>(payload, "link header");
-  // Other families tell of a link's role, as the port of a bridge for instance, and not of the link.
+  // Messages of other families describe a role of the link, such as that of a bridge port.
   if (header.ifi_family != AF_UNSPEC) return {};
   LinkMessage link;
   link.isDeleted = message.nlmsg_type == RTM_DELLINK;
@@ -119,7 +119,7 @@ RtMessage decodeAddress(const nlmsghdr& message) {
       address.flags = readAs<std::uint32_t>(value, "IFA_FLAGS");
     }
   });
-  // IFA_ADDRESS is the peer of a point-to-point address, and otherwise the address itself, once more or alone.
+  // IFA_ADDRESS is the peer of a point-to-point address. Otherwise it is the address itself, with or without IFA_LOCAL.
   if (!address.local.isSet()) address.local = address.peer;
   if (address.peer == address.local) address.peer = {};
   if (!address.local.isSet()) throw MalformedMessageException("rtnetlink: address message without an address");
@@ -130,7 +130,7 @@ RtMessage decodeNeighbour(const nlmsghdr& message) {
   const Payload payload = payloadOf(message);
   const auto header = readAs<ndmsg>(payload, "neighbour header");
   const Vantu::Af af = afOf(header.ndm_family);
-  // A proxy entry is what this machine answers for, and no neighbour of it.
+  // A proxy entry is an address that this machine answers for, not a neighbour.
   if (af == Vantu::unknown_ || (header.ndm_flags & NTF_PROXY)) return {};
   NeighbourMessage neighbour;
   neighbour.isDeleted = message.nlmsg_type == RTM_DELNEIGH;
@@ -164,7 +164,7 @@ RtMessage decodeForwarding(const nlmsghdr& message) {
 }  // namespace
 
 bool NeighbourMessage::isResolved() const {
-  // NUD_NOARP: an address that is never resolved, as a multicast one.
+  // Without NUD_NOARP: such addresses, multicast ones for example, are not resolved.
   constexpr int resolved = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
   return ethAddr && (state & resolved);
 }

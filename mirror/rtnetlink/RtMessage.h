@@ -1,9 +1,9 @@
 #pragma once
-// What the mirror understands of rtnetlink (rtnetlink(7), linux/rtnetlink.h, linux/if_link.h, linux/if_addr.h,
-// linux/neighbour.h, linux/netconf.h, linux/nexthop.h).
+// The rtnetlink messages that the mirror uses, and their decoder (rtnetlink(7), linux/rtnetlink.h, linux/if_link.h,
+// linux/if_addr.h, linux/neighbour.h, linux/netconf.h, linux/nexthop.h).
 //
-// Decoding trusts nothing: lengths are checked before anything is read, attributes that are not known are passed
-// over, and the flag bits of an attribute's type are ignored.
+// The decoder checks every length before it reads, skips unknown attributes, and ignores the flag bits of an
+// attribute's type.
 
 #include <linux/netlink.h>
 
@@ -21,43 +21,43 @@
 
 namespace Mirror {
 
-// An interface came, changed or went. Some messages tell of a single property: then the others are absent.
+// RTM_NEWLINK or RTM_DELLINK. Some messages have a single property and lack the others.
 struct LinkMessage {
   bool isDeleted = false;
   std::uint32_t ifIndex = 0;  // never 0
   std::string name;           // empty when absent
   std::uint32_t flags = 0;    // IFF_...
   std::optional<Interface::OperStatus> operStatus;
-  std::optional<Vantu::EthAddr> ethAddr;  // zero for an address that is not of six bytes
-  std::uint32_t master = 0;               // ifIndex of the bridge, bond or VRF device that it belongs to; 0: none
-  bool isWhole = true;                    // false: a single property; then there is no word of master and vrfTable
-  std::optional<std::uint32_t> vrfTable;  // a VRF device: the number of its routing table
+  std::optional<Vantu::EthAddr> ethAddr;  // zero for an address whose length is not six bytes
+  std::uint32_t master = 0;               // ifIndex of its bridge, bond or VRF device; 0: none
+  bool isWhole = true;                    // false: a single property; ignore master and vrfTable
+  std::optional<std::uint32_t> vrfTable;  // routing table of a VRF device; none for other devices
 };
 
-// An address came, changed or went.
+// RTM_NEWADDR or RTM_DELADDR.
 struct AddressMessage {
   bool isDeleted = false;
   std::uint32_t ifIndex = 0;  // never 0
   Vantu::IpGenAddr local;     // never unset
-  unsigned prefixLength = 0;  // as the kernel has it: of a point-to-point address, the length for its peer
+  unsigned prefixLength = 0;  // of a point-to-point address: the peer's
   Vantu::IpGenAddr peer;      // unset when there is none
   std::uint32_t flags = 0;    // IFA_F_...
 };
 
-// A neighbour came, changed or went.
+// RTM_NEWNEIGH or RTM_DELNEIGH.
 struct NeighbourMessage {
   bool isDeleted = false;
   std::uint32_t ifIndex = 0;              // never 0
   Vantu::IpGenAddr addr;                  // never unset
-  std::optional<Vantu::EthAddr> ethAddr;  // absent when there is none, or none of six bytes
+  std::optional<Vantu::EthAddr> ethAddr;  // none unless the address has six bytes
   std::uint16_t state = 0;                // NUD_...
 
-  // Whether packets can be sent to the neighbour at its address of the link layer.
+  // Whether the neighbour's link-layer address is known and usable.
   bool isResolved() const;
   bool isStatic() const;
 };
 
-// Forwarding of a whole network namespace was switched.
+// RTM_NEWNETCONF: the forwarding flag of a whole network namespace.
 struct ForwardingMessage {
   Vantu::Af af = Vantu::unknown_;
   bool forwarding = false;
@@ -65,58 +65,57 @@ struct ForwardingMessage {
 
 // ---- routes and next-hop objects
 
-// Where packets go next. A gateway may be of the other family than the route: IPv4 through an IPv6 neighbour.
+// A next hop. The gateway may be of the other family: an IPv4 route can go through an IPv6 neighbour.
 struct RouteHop {
-  Vantu::IpGenAddr gateway;   // unset: the destination itself is a neighbour
-  std::uint32_t ifIndex = 0;  // 0: none is named
-  bool isDead = false;        // the kernel does not forward on it: its interface is down, or has no carrier
+  Vantu::IpGenAddr gateway;   // unset: on-link
+  std::uint32_t ifIndex = 0;  // 0: not named
+  bool isDead = false;        // not used for forwarding: its interface is down or has no carrier
   friend auto operator<=>(const RouteHop&, const RouteHop&) = default;
 };
 
-// What a route says beside the prefix, table, type of service and metric that it is found under. Very many routes say
-// the same.
+// The attributes of a route other than its prefix, table, type of service and metric. Many routes share one content.
 struct RouteContent {
   Vantu::Af af = Vantu::unknown_;
   std::uint8_t type = 0;        // RTN_UNICAST, RTN_BLACKHOLE, RTN_UNREACHABLE or RTN_PROHIBIT
-  std::uint8_t protocol = 0;    // RTPROT_...: who made the route
-  std::uint32_t nexthopId = 0;  // the next-hop object that has the hops; 0: the route has its own
-  Vantu::IpGenAddr source;      // IPv4: the preferred source address, with which the route goes
-  std::vector<RouteHop> hops;   // none of a route that refuses packets, or has a next-hop object
+  std::uint8_t protocol = 0;    // RTPROT_...: the route's origin
+  std::uint32_t nexthopId = 0;  // the next-hop object with the hops; 0: the route has its own
+  Vantu::IpGenAddr source;      // IPv4: the preferred source address; the kernel deletes the route with it
+  std::vector<RouteHop> hops;   // empty for a route that refuses packets or uses a next-hop object
   bool isUnicast() const;
   friend auto operator<=>(const RouteContent&, const RouteContent&) = default;
 };
 
-// A route came, changed or went. The kernel keeps several routes to one prefix, and even several of the same type of
-// service and metric, in an order of which the first counts.
+// RTM_NEWROUTE or RTM_DELROUTE. The kernel keeps several routes to one prefix, even with the same type of service and
+// metric. Among those the first in the kernel's order is used.
 struct RouteMessage {
   enum class Action {
-    gone,
-    alone,     // it has come, and is the only one of its type of service and metric
-    replaced,  // it has taken the place of the first one of those
-    first,     // it has come before those
-    last,      // it has come behind those
+    gone,      // deleted
+    alone,     // added; no other route has its type of service and metric
+    replaced,  // replaced the first of those
+    first,     // added before those
+    last,      // added after those
   };
   Action action = Action::first;
   std::uint32_t table = 0;
   Vantu::IpGenAddr address;  // never unset
   unsigned length = 0;
   std::uint8_t tos = 0;      // 0: any
-  std::uint32_t metric = 0;  // the lowest wins
+  std::uint32_t metric = 0;  // the lowest is preferred
   RouteContent content;
 };
 
-// A next-hop object came, changed or went.
+// RTM_NEWNEXTHOP or RTM_DELNEXTHOP.
 struct NexthopMessage {
   bool isDeleted = false;
   std::uint32_t id = 0;  // never 0
   bool isBlackhole = false;
-  RouteHop hop;                        // unless it is a group
+  RouteHop hop;                        // of a single next hop
   std::vector<std::uint32_t> members;  // of a group: ids
 };
 
 // ---- decoding
 
-// monostate: a well-formed message that is not for the mirror.
+// monostate: a well-formed message that the mirror ignores.
 using RtMessage = std::variant<std::monostate, LinkMessage, AddressMessage, NeighbourMessage, ForwardingMessage,
                                RouteMessage, NexthopMessage>;
 
@@ -126,10 +125,10 @@ class MalformedMessageException : public Kel::Exception {
   using Exception::Exception;
 };
 
-// `message` is followed by as many bytes as its length says. Throws MalformedMessageException.
+// Requires: the memory at `message` holds as many bytes as its length says. Throws MalformedMessageException.
 RtMessage decode(const nlmsghdr& message);
 
-// The status (an errno, 0 for none) in a message of type NLMSG_ERROR or NLMSG_DONE; EBADMSG when it is cut short.
+// The status in a message of type NLMSG_ERROR or NLMSG_DONE: an errno, or 0. EBADMSG if the message is too short.
 int statusOf(const nlmsghdr& message);
 
 }  // namespace Mirror

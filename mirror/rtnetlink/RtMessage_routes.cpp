@@ -1,4 +1,4 @@
-// The decoding of routes and next-hop objects.
+// Decodes routes and next-hop objects.
 
 #include <linux/nexthop.h>
 
@@ -8,12 +8,12 @@ namespace Mirror {
 
 namespace {
 
-// Packets that are sent to a link without carrier get nowhere, whether or not the kernel takes another hop.
+// A link without carrier loses packets, even if the kernel still uses the hop.
 constexpr unsigned deadFlags = RTNH_F_DEAD | RTNH_F_LINKDOWN;
 
 bool isWanted(const rtmsg& header) {
-  if (header.rtm_flags & RTM_F_CLONED) return false;  // of the cache
-  if (header.rtm_src_len != 0) return false;          // for packets of certain senders only
+  if (header.rtm_flags & RTM_F_CLONED) return false;  // from the route cache
+  if (header.rtm_src_len != 0) return false;          // for certain senders only
   switch (header.rtm_type) {
     case RTN_UNICAST:
     case RTN_BLACKHOLE:
@@ -33,7 +33,7 @@ RouteMessage::Action actionOf(const nlmsghdr& message) {
   return message.nlmsg_flags & NLM_F_APPEND ? Action::last : Action::first;
 }
 
-// RTA_VIA: a gateway with its family before it. Those of other families (MPLS) are no addresses.
+// RTA_VIA: a family, then a gateway. Unset for a family without IP addresses (MPLS).
 Vantu::IpGenAddr viaOf(Payload value) {
   const Vantu::Af af = afOf(readAs<std::uint16_t>(value, "RTA_VIA"));
   return af == Vantu::unknown_ ? Vantu::IpGenAddr() : addressOf(af, value.subspan(sizeof(std::uint16_t)));
@@ -115,7 +115,7 @@ RtMessage decodeRoute(const nlmsghdr& message) {
     }
   });
   if (content.nexthopId != 0 || !content.isUnicast()) {
-    content.hops.clear();  // what the kernel says of them is for older programs, and comes and goes with a setting
+    content.hops.clear();  // sent for older programs, depending on a sysctl
   } else if (content.hops.empty()) {
     content.hops.push_back(hop);
   }

@@ -22,11 +22,11 @@ namespace {
 
 Kel::TraceHandle rtSocketTrace("MirrorSocket");
 
-// The kernel sends dumps in pieces of at most 32 KiB; a single message may be larger, and then enlarges the buffer.
+// The kernel sends dumps in datagrams of at most 32 KiB. A larger single message enlarges the buffer.
 constexpr std::size_t bufferBytes = 64 << 10;
 constexpr std::size_t maxBufferBytes = 16 << 20;
 
-// One for all sockets: what is in it is worked off before another one is read.
+// One buffer for all sockets: each datagram is processed before the next receive.
 std::vector<std::uint8_t>& buffer() {
   static std::vector<std::uint8_t> bytes(bufferBytes);
   return bytes;
@@ -54,7 +54,7 @@ void subscribe(const mnl_socket* socket) {
       failOnSocket("cannot subscribe to changes");
     }
   }
-  // Old kernels do without: the forwarding flags are read once a second all the same, and there are no next-hop
+  // Optional: old kernels lack these groups. The forwarding flags are also polled, and such kernels have no next-hop
   // objects.
   for (int group : {RTNLGRP_IPV4_NETCONF, RTNLGRP_IPV6_NETCONF, RTNLGRP_NEXTHOP}) {
     if (mnl_socket_setsockopt(socket, NETLINK_ADD_MEMBERSHIP, &group, sizeof(group)) == 0) continue;
@@ -146,9 +146,9 @@ RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
       if (errno == ENOBUFS || errno == ENOMEM) return Outcome::overrun;
       failOnSocket("cannot receive");
     }
-    if (sender.nl_pid != 0) continue;  // only the kernel's word counts
+    if (sender.nl_pid != 0) continue;  // not from the kernel
     if (header.msg_flags & MSG_TRUNC) {
-      // What did not fit is lost.
+      // The rest of the datagram is lost.
       if (buffer().size() < maxBufferBytes) buffer().resize(buffer().size() * 2);
       return Outcome::overrun;
     }

@@ -1,5 +1,5 @@
 #pragma once
-// The way to the kernel's rtnetlink: requests out, datagrams in.
+// The connection to the kernel's rtnetlink: sends dump requests, receives datagrams.
 // RtChannel is the interface, RtSocket the implementation with a netlink socket (libmnl).
 
 #include <cstdint>
@@ -12,7 +12,7 @@ struct mnl_socket;
 
 namespace Mirror {
 
-// In the order in which they are asked for: what refers to others comes after them.
+// In the order of the requests: objects follow those that they refer to.
 enum class RtDump {
   links,
   ipv4Addresses,
@@ -28,42 +28,42 @@ class RtChannel {
  public:
   enum class Outcome {
     datagram,
-    empty,    // nothing waits
-    overrun,  // messages were lost; what waits still is from before and after the gap
+    empty,    // no datagram waits
+    overrun,  // messages were lost; waiting datagrams may be older or newer than the loss
   };
 
   virtual ~RtChannel() = default;
 
-  // Asks for all objects of a kind; of routes, for those of the table `table` (old kernels list all tables). The
-  // replies carry portId() and `sequence`. One dump at a time.
+  // Requests all objects of a kind; of routes, those of `table` (old kernels send all tables). The replies carry
+  // portId() and `sequence`. Requires: no other dump is under way.
   virtual void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) = 0;
-  // Never blocks. A datagram holds one or more messages, and is valid until the next call, for this
-  // channel or another.
+  // Never blocks. A datagram holds one or more messages. It is valid until the next call for any channel.
   virtual Outcome receive(std::span<const std::uint8_t>& datagram) = 0;
   virtual std::uint32_t portId() const = 0;
-  // Begins anew: what waited is gone, a dump under way is forgotten, the subscription holds.
+  // Starts over: discards waiting datagrams and the dump under way, keeps the subscription.
   virtual void reopen() = 0;
 };
 
-// Subscribed to links, addresses, neighbours, routes, next-hop objects and forwarding flags of a network namespace.
+// A netlink socket subscribed to links, addresses, neighbours, routes, next-hop objects and forwarding flags of a
+// network namespace. The namespace exists as long as the socket is open.
+//
+// Throws, in all operations: Kel::Exception when the system refuses; the text says what failed and why.
 class RtSocket : public RtChannel {
  public:
   // Room for some ten thousand notifications; memory is used only while they wait.
   static constexpr int defaultReceiveBytes = 16 << 20;
 
-  // In network namespace `ns`. All operations throw Kel::Exception when the system refuses: the text says what was
-  // tried and why it failed. As long as the socket is open, the namespace and what is in it exist.
-  // A receive buffer beyond net.core.rmem_max needs CAP_NET_ADMIN; without, it is as large as is allowed.
+  // A receive buffer above net.core.rmem_max needs CAP_NET_ADMIN; otherwise the kernel limits it.
   explicit RtSocket(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
                     int receiveBytes = defaultReceiveBytes);
 
-  int fd() const;            // readable when datagrams wait; another one after reopen()
-  int receiveBytes() const;  // as granted by the kernel, which counts its own overhead too
+  int fd() const;            // readable while datagrams wait; changes with reopen()
+  int receiveBytes() const;  // as granted by the kernel, with its overhead
 
   void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) override;
   Outcome receive(std::span<const std::uint8_t>& datagram) override;
   std::uint32_t portId() const override;
-  // When it throws, the old socket is still there.
+  // If it throws, the old socket stays open.
   void reopen() override;
 
  private:

@@ -82,8 +82,8 @@ std::optional<Vrf::VrfIdMap::VrfId> VrfIds::unused() const {
 
 std::optional<Vrf::VrfIdMap::VrfId> VrfIds::longestGone() const {
   for (const auto& [id, name] : tree_.vrfIdStatus->vrfName()) {
-    const bool isOfBefore = !present_.contains(id) && std::find(gone_.begin(), gone_.end(), id) == gone_.end();
-    if (isOfBefore) return id;
+    const bool isOfEarlierRun = !present_.contains(id) && std::find(gone_.begin(), gone_.end(), id) == gone_.end();
+    if (isOfEarlierRun) return id;
   }
   if (gone_.empty()) return std::nullopt;
   return gone_.front();

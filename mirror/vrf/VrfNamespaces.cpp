@@ -22,7 +22,7 @@ namespace {
 
 Kel::TraceHandle vrfNamespacesTrace("MirrorNamespaces");
 
-// `ip netns add` needs a millisecond or so; a file that is no namespace after this long is told of.
+// `ip netns add` needs about a millisecond. A file that is not a namespace after longestInterval is traced.
 constexpr Kel::Seconds firstInterval = 0.001;
 constexpr Kel::Seconds longestInterval = 1;
 
@@ -32,7 +32,7 @@ std::optional<Vantu::NetNs::Id> idOf(const std::string& file) {
   return Vantu::NetNs::Id{status.st_dev, status.st_ino};
 }
 
-// Of a file that look() takes in.
+// Requires: look() accepts the file name.
 std::string vrfOf(const std::string& name) {
   return Vantu::vrfOfNsName(name).value();
 }
@@ -52,7 +52,7 @@ VrfNamespaces::~VrfNamespaces() {
   close(inotify_);
 }
 
-// The directory, or what will hold it. Without a watch there is the look over everything once a second.
+// Watches the directory, or its parent while it is missing. Without a watch, lookOver() finds changes once a second.
 void VrfNamespaces::watch() {
   const auto parent = std::filesystem::path(directory_).parent_path().string();
   const auto id = idOf(directory_);
@@ -67,7 +67,7 @@ void VrfNamespaces::watch() {
   QTRACE(vrfNamespacesTrace, 2) << "watching " << (id ? directory_ : parent) << (watch_ < 0 ? ": no watch" : "");
 }
 
-// The names that something was told of. False when everything has to be looked at.
+// Adds the names that inotify reported. Returns false if all files must be examined.
 bool VrfNamespaces::drain(std::set<std::string>& names) {
   alignas(inotify_event) char buffer[16 << 10];
   bool isAll = !isDirectoryThere_;
@@ -164,7 +164,7 @@ void VrfNamespaces::waitFor(const std::string& name) {
   wait.next = Kel::System::currentTime() + wait.interval;
 }
 
-// Why it is no VRF and never will be; empty when it may be one.
+// Why the file can never be a VRF; empty if it may be one.
 std::string VrfNamespaces::refusal(const std::string& name, const Vantu::NetNs* ns) const {
   const std::string vrf = vrfOf(name);
   if (vrf.empty()) return "the name of its VRF is empty; rename it";

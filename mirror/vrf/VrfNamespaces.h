@@ -1,10 +1,10 @@
 #pragma once
-// Finds the network namespaces that are VRFs: the files of a directory whose names are those of VRFs' namespaces
-// (Vantu::nsNameOfVrf), as `ip netns add ns-<VRF>` makes them. `ip` makes an empty file first and a namespace of it
-// afterwards, without a notification; so a file that is not a namespace yet is examined again, soon and then every second.
+// Finds the network namespaces that are VRFs: the files of a directory that are named for a VRF (Vantu::nsNameOfVrf),
+// as `ip netns add ns-<VRF>` makes them. `ip` first makes an empty file, and mounts the namespace on it later without
+// a notification. So a file that is not a namespace yet is examined again, first soon and then every second.
 //
-// A namespace that was deleted and made again under its name is another one, also when nobody looked in between.
-// The directory may come later, and may be replaced.
+// A namespace that was deleted and created again under its name is reported as a new one, even if nobody looked in
+// between. The directory may be created later, and may be replaced.
 
 #include <map>
 #include <memory>
@@ -22,33 +22,33 @@ class VrfNamespaces {
  public:
   struct Change {
     L3::VrfName vrf;
-    std::shared_ptr<const Vantu::NetNs> ns;  // null: the namespace is gone
+    std::shared_ptr<const Vantu::NetNs> ns;  // null: the namespace was deleted
   };
 
-  // `own` is the default VRF's namespace, which is no other VRF's whatever file names it too.
+  // `own` is the default VRF's namespace; files that name it are refused.
   VrfNamespaces(std::string directory, const Vantu::NetNs::Id& own);
   ~VrfNamespaces();
   VrfNamespaces(const VrfNamespaces&) = delete;
   VrfNamespaces& operator=(const VrfNamespaces&) = delete;
 
-  // Readable when something in the directory changed.
+  // Readable after a change of the directory.
   int fd() const { return inotify_; }
-  // What changed since the last call, as far as was told of or is due to be looked at again. What is gone comes
-  // before what is there, name by name.
+  // The changes since the last call, from notifications and due examinations. For each name, a deletion comes before
+  // an addition.
   std::vector<Change> changes();
-  // The same after a look at everything: at the start, and once a second.
+  // The same after examining every file. Call it at the start and once a second.
   std::vector<Change> lookOver();
-  // When changes() is to be called although nothing is told; infinity for never.
+  // When to call changes() even without a notification; infinity: never.
   Kel::Seconds nextLook() const;
 
-  // The namespace cannot be served now: it counts as gone, and is given out again by lookOver(). `why` is traced
-  // unless it is what was traced last.
+  // Marks the namespace as not served; the next lookOver() reports it again. Traces `why` unless it is the same as last
+  // time.
   void refuse(const L3::VrfName& vrf, const std::string& why);
-  // It is served.
+  // Marks the namespace as served.
   void accept(const L3::VrfName& vrf);
 
  private:
-  // A file that is no namespace yet.
+  // A file that is not a namespace yet.
   struct Wait {
     Kel::Seconds next = 0;
     Kel::Seconds interval = 0;
@@ -66,12 +66,12 @@ class VrfNamespaces {
   std::string directory_;
   Vantu::NetNs::Id own_;
   int inotify_;
-  int watch_ = -1;  // of the directory, or of what it will be made in
+  int watch_ = -1;  // of the directory; while it is missing, of its parent
   bool isDirectoryThere_ = false;
-  Vantu::NetNs::Id directoryId_;                     // device and inode of what is watched
+  Vantu::NetNs::Id directoryId_;                     // device and inode of the watched directory
   std::map<std::string, Vantu::NetNs::Id> present_;  // by file name
   std::map<std::string, Wait> waiting_;
-  std::map<std::string, std::string> complaints_;  // the last ones
+  std::map<std::string, std::string> complaints_;  // the last one of each file
 };
 
 }  // namespace Mirror

@@ -23,7 +23,7 @@ namespace Mirror {
 
 namespace {
 
-// Refuses bits beyond the length.
+// Throws for bits beyond the length.
 template <class Prefix>
 Prefix prefixFromText(std::string_view text) {
   const auto prefix = Prefix::fromString(text);
@@ -168,7 +168,7 @@ class Reader {
 
 Kel::TraceHandle settingsFileTrace("MirrorSettings");
 
-// A configuration is a few lines a VRF; what is larger is no configuration.
+// A configuration has a few lines for each VRF; a larger file is a mistake.
 constexpr off_t maxBytes = 16 << 20;
 
 }  // namespace
@@ -198,7 +198,7 @@ SettingsFile::~SettingsFile() {
   if (inotify_ >= 0) close(inotify_);
 }
 
-// Of the directory, since the file may be put in the place of another one. Without a watch there is poll().
+// Watches the directory, since the file may be replaced. Without a watch, poll() finds changes.
 void SettingsFile::watch() {
   const std::string directory = std::filesystem::path(file_).parent_path().string();
   watch_ = inotify_add_watch(inotify_, directory.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_ONLYDIR);
@@ -243,7 +243,7 @@ bool SettingsFile::poll() {
   watch();
   const Signature now = signature();
   if (now == read_) return false;
-  // Not before it has been the same for a second.
+  // A version must stay the same for a second.
   if (std::exchange(pending_, now) != now) return false;
   return reread();
 }

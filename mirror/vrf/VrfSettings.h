@@ -1,5 +1,5 @@
 #pragma once
-// What an operator states of VRFs that the kernel cannot tell, and the configuration file that states it.
+// The operator's settings of VRFs, which the kernel does not know, and the configuration file that has them.
 
 #include <map>
 #include <optional>
@@ -19,7 +19,7 @@ struct VrfSettings {
 
 using AllVrfSettings = std::map<L3::VrfName, VrfSettings>;
 
-// From the text of a configuration file (YAML); docs/mirror.md describes it. Throws Kel::Exception of one line:
+// Parses a configuration file (YAML; docs/mirror.md describes it). Throws Kel::Exception with one line:
 // "FILE:LINE: KEY: what is wrong; what to do".
 AllVrfSettings vrfSettingsFromText(const std::string& text, const std::string& file);
 
@@ -29,24 +29,23 @@ class SettingsFile {
  public:
   static constexpr const char* defaultFile = "/etc/quorin/mirror.yaml";
 
-  // An empty name: there is no file, ever. Throws Kel::Exception when the file is wrong, or missing though it must
-  // exist.
+  // An empty name means no file. Throws Kel::Exception if the file is wrong, or missing although it must exist.
   SettingsFile(std::string file, bool mustExist);
   ~SettingsFile();
   SettingsFile(const SettingsFile&) = delete;
   SettingsFile& operator=(const SettingsFile&) = delete;
 
-  // Readable when there may be something new; -1 without a file.
+  // Readable when the file may have changed; -1 without a file.
   int fd() const { return inotify_; }
-  // Reads what is new. True when other settings are in effect than before.
+  // Reads the file if it changed. Returns whether other settings are now in effect.
   bool update();
-  // The same, for changes that are not told of (the file is a link, the directory came later). Once a second.
+  // The same for changes without a notification (behind a symbolic link, in a later directory). Call it once a second.
   bool poll();
 
   const AllVrfSettings& settings() const { return settings_; }
 
  private:
-  // What tells one state of the file from another; none: there is no file.
+  // Differs between states of the file; none: no file.
   using Signature = std::optional<std::string>;
 
   void watch();
@@ -57,8 +56,8 @@ class SettingsFile {
   std::string file_;
   int inotify_ = -1;
   int watch_ = -1;
-  Signature read_;     // of what was read last
-  Signature pending_;  // of what is not read yet, since it may be half written
+  Signature read_;     // of the version read last
+  Signature pending_;  // of a version seen once, which may be half written
   AllVrfSettings settings_;
 };
 

@@ -151,7 +151,7 @@ void Vrfs::settingsAre(AllVrfSettings settings) {
   for (const auto& [name, kind] : kinds_) applySettings(name);
 }
 
-// To what records there are.
+// Writes the settings into the records that exist.
 void Vrfs::applySettings(const L3::VrfName& name) {
   static const VrfSettings none;
   const auto at = settings_.find(name);
@@ -171,7 +171,7 @@ std::optional<VrfDevices::Device> VrfDevices::deviceOf(const KernelState& state,
 
 bool VrfDevices::sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
   bool hasChanged = false;
-  // All that goes goes first, since names may have been passed on.
+  // Removals first, since names may have been reassigned.
   for (const std::uint32_t ifIndex : ifIndexes) {
     const auto at = devices_.find(ifIndex);
     const auto now = deviceOf(state, ifIndex);

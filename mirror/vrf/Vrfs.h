@@ -1,5 +1,5 @@
 #pragma once
-// Which VRFs there are, and which interfaces belong to them.
+// The VRFs that exist, and the interfaces that belong to them.
 
 #include <map>
 #include <optional>
@@ -12,44 +12,44 @@
 
 namespace Mirror {
 
-// The VRFs that there are, and their records in the state database.
+// The VRFs, and their records in the state database.
 //
 // | entity                                    | holds                                             |
 // |-------------------------------------------|---------------------------------------------------|
 // | Ip::VrfConfig                             | the route distinguisher                           |
-// | Ip::VrfStatusGlobal, Ip::VrfStatusLocal   | active; the latter whether it is a namespace      |
+// | Ip::VrfStatusGlobal, Ip::VrfStatusLocal   | active; the latter: whether it is a namespace     |
 // | Routing::Config, Routing6::Config         | the forwarding flag, facts of static routes       |
 // | Routing::VrfInfo, for each IP version     | the kernel's routing table                        |
 // | Vrf::VrfIdMap::NameToIdMapWrapper         | the VRF's id (VrfIds)                             |
 //
-// A VRF is a network namespace or a VRF device of the default namespace. Where both have the same name, the
-// namespace is the VRF, and the device is none. The default VRF is always there and has no records but its routing
-// configuration and its id.
+// A VRF is a network namespace or a VRF device of the default namespace. If both have the same name, the namespace is
+// the VRF. The default VRF always exists; its only records are its routing configuration and its id.
 class Vrfs {
  public:
   // The routing table that the kernel calls "main" (RT_TABLE_MAIN).
   static constexpr std::uint32_t mainTable = 254;
 
-  // The entities of `tree` that the table names belong to this object alone.
+  // Owns the entities of `tree` that the table names.
   explicit Vrfs(const Varnix::Tree& tree);
 
   VrfIds& ids() { return ids_; }
 
-  // A namespace becomes the VRF `name`, in place of a device of that name. Writes no records yet. None, and a line in
-  // the trace, when no id is left.
+  // Makes a namespace the VRF `name`, in place of a device of that name. Writes no records yet. Without a free id it
+  // traces a line and returns none.
   std::optional<Vrf::VrfIdMap::VrfId> namespaceIs(const L3::VrfName& name);
   void namespaceDel(const L3::VrfName& name);
 
-  // A VRF device of the default namespace. None, and a line in the trace the first time, when it cannot be a VRF.
+  // Makes a VRF device of the default namespace the VRF `name`. If it cannot be one, returns none, and traces a line
+  // the first time.
   std::optional<Vrf::VrfIdMap::VrfId> deviceIs(const L3::VrfName& name, std::uint32_t table);
   void deviceDel(const L3::VrfName& name);
 
   // Changes whenever a device may have become servable as a VRF, or stopped being so.
   std::uint64_t version() const { return version_; }
 
-  // The records of a VRF that was named by namespaceIs().
+  // Writes the records of a VRF that namespaceIs() or deviceIs() added.
   void recordsAre(const L3::VrfName& name, std::uint32_t table);
-  // Those of VRF devices follow the default VRF's. Nothing when the VRF has no records.
+  // VRF devices follow the default VRF. No-op for a VRF without records.
   void forwardingIs(const L3::VrfName& name, Vantu::Af af, bool forwarding);
 
   void settingsAre(AllVrfSettings settings);
@@ -67,20 +67,20 @@ class Vrfs {
   VrfIds ids_;
   AllVrfSettings settings_;
   std::map<L3::VrfName, Kind> kinds_;
-  std::set<L3::VrfName> refused_;  // of whom that was told
+  std::set<L3::VrfName> refused_;  // and traced
   std::uint64_t version_ = 0;
 };
 
-// The VRF devices of the default namespace (kernel type "vrf"), and which interfaces belong to them: the device
-// itself, and those that have it as their master.
+// The VRF devices of the default namespace (kernel type "vrf") and their member interfaces: the device itself, and
+// those that have it as their master.
 //
-// A device may be no VRF that is served (Vrfs::deviceIs): its interfaces then are in no VRF, the default one included,
-// since the kernel does not use the default VRF's routes for them either.
+// If a device is not served as a VRF (Vrfs::deviceIs), its interfaces are in no VRF. The default VRF does not get
+// them, since the kernel does not use its routes for them.
 class VrfDevices {
  public:
   explicit VrfDevices(Vrfs& vrfs) : vrfs_(vrfs) {}
 
-  // Reads the devices among the changed interfaces. Call it before these are written. True when the VRF of other
+  // Reads the devices among the changed interfaces. Call it before these are written. Returns whether the VRF of other
   // interfaces may have changed too.
   bool sync(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
 
@@ -89,17 +89,17 @@ class VrfDevices {
     Vrf::VrfIdMap::VrfId vrfId{0};
     friend bool operator==(const Membership&, const Membership&) = default;
   };
-  // The default VRF's for an interface that belongs to no device; none for one that is in no VRF.
+  // The default VRF for an interface without a device; none for one that is in no VRF.
   std::optional<Membership> membership(std::uint32_t ifIndex, const KernelLink& link) const;
 
-  // None for what is no device, or one that is not served as a VRF.
+  // None without such a device, or if it is not served as a VRF.
   std::optional<Vrf::VrfIdMap::VrfId> vrfId(std::uint32_t device) const;
 
  private:
   struct Device {
     std::string name;
     std::uint32_t table = 0;
-    std::optional<Vrf::VrfIdMap::VrfId> vrfId = std::nullopt;  // none: cannot be a VRF
+    std::optional<Vrf::VrfIdMap::VrfId> vrfId = std::nullopt;  // none: not served as a VRF
     bool isSame(const Device& other) const { return name == other.name && table == other.table; }
   };
   static std::optional<Device> deviceOf(const KernelState& state, std::uint32_t ifIndex);
