@@ -31,8 +31,8 @@ void IpMib::ArpTableIteratorConst::fetch(const ArpTableIndex& index, bool getNex
   curEntryIs(it);
 }
 
-// The first IPv4 row from there on. Behind the IPv4 rows of an interface stand all its IPv6 ones; they are passed in
-// one search, or one by one when each is to be traced.
+// Returns the first IPv4 row at or after `it`. One search skips the IPv6 rows of an interface, which follow its IPv4
+// rows; with the trace enabled they are skipped and traced one by one.
 IpMib::ArpTableIteratorConst::Place IpMib::ArpTableIteratorConst::ipv4From(Place it) const {
   while (it != table().end() && it->first.addr().version() != Ip::ipVersion4) {
     const auto& index = it->first;

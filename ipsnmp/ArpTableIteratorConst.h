@@ -1,10 +1,10 @@
 #pragma once
-// Walks IpMib::arpTable, which stores nothing: each row is made from an IPv4 row of ipNetToPhysicalTable.
+// Walks IpMib::arpTable, which stores nothing: each row is computed from an IPv4 row of ipNetToPhysicalTable.
 //
 //   for (IpMib::ArpTableIteratorConst at(ipMib); at.curEntry(); at.fetch(at.curEntry()->index(), true)) ...
 //
-// Guarantees: each step is one ordered search, so rows may come and go between steps. Lifetime: the iterator holds the
-// cache and its current row, and both stay readable when they are removed.
+// Guarantees: each step is one ordered search, so rows may be added and removed between steps.
+// Lifetime: the iterator holds the cache and its current row; both stay readable after their removal.
 
 #include "ipsnmp/IpMib.h"
 
@@ -12,12 +12,12 @@ namespace IpSnmp {
 
 class IpMib::ArpTableIteratorConst {
  public:
-  // On the first row. Without a cache (null) there are no rows.
+  // Starts at the first row. A null cache has no rows.
   explicit ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib);
-  // On the row of the index; at the end when there is none.
+  // Starts at the row of the index; at the end without such a row.
   ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib, const ArpTableIndex& index);
 
-  // Goes to the row of the index or, with getNext, to the first row after the index; to the end when there is none.
+  // Moves to the row of the index or, with getNext, to its upper_bound; to the end without such a row.
   void fetch(const ArpTableIndex& index, bool getNext);
 
   // Null at the end.

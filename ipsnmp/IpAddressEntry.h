@@ -51,7 +51,7 @@ class IntfData {
   friend bool operator==(const IntfData& a, const IntfData& b) { return a.key_ == b.key_; }
   friend auto operator<=>(const IntfData& a, const IntfData& b) { return a.key_ <=> b.key_; }
 
-  // Reflection, as KEL_VALUE_TYPE gives it; here it cannot, since that compares every field.
+  // Reflection by hand: KEL_VALUE_TYPE would compare every field.
   void kelForEachField(auto&& visit) const {
     visit("key", key_);
     visit("prefixEntry", prefixEntry_);
@@ -81,13 +81,13 @@ class IpAddressEntry : public Kel::Notifier {
   KEL_VALUES(Ordered, IntfDataKey, IntfData, intf, Intf)
   void intfIs(const IntfData& data) { intfIs(data.key(), data); }
 
-  // Of the first member; null when it has none.
+  // That of the first member; null without members.
   Kel::Ptr<IpAddressPrefixEntry> prefixEntry() const;
   // 0 when the first member has no prefix entry.
   std::uint32_t ifIndex() const;
   AddressType addressType() const { return addressTypeUnicast; }
-  // By the source of the first member alone: preferred when the address is in force or borrowed, inaccessible when
-  // it is configured. As members sort by source, an address both configured and borrowed reads inaccessible.
+  // Determined by the source of the first member alone: status and borrowed read preferred, configured reads
+  // inaccessible. Members sort by source, so an address both configured and borrowed reads inaccessible.
   AddressStatus addressStatus() const;
   // The IPv4 address. Aborts for an entry of another version.
   Vantu::IpAddr ipAdEntAddr() const;
@@ -100,7 +100,7 @@ class IpAddressEntry : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 };
 
-// One row of the IPv4-only ipAddrTable. It has no data of its own.
+// One row of the IPv4-only ipAddrTable, a view of its master entry.
 class IpAddrEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpAddrEntry", IpAddrEntry, Kel::Notifier)
  public:

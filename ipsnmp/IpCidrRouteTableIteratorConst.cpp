@@ -10,13 +10,12 @@ namespace {
 
 Kel::TraceHandle ipCidrRouteTableIteratorConstTrace("IpCidrRouteTableIteratorConst");
 
-// How many prefixes without a row the walk looks up in sequence before it searches for the next one with a row.
+// The walk searches for the next prefix with a row after this many lookups without one.
 constexpr unsigned fruitlessPrefixes = 64;
 
-// The first prefix behind this one that may have a row. The list that the machines keep passes over routes without a
-// usable next hop, but only while it contradicts neither table: a change of which the machines are not notified yet
-// may give a row to any prefix. The table of routes passes over routes that went; when many go at once, their
-// prefixes stay in the order until a task has come to them.
+// Returns the first prefix after this one that may have a row. `fecRouteList` skips routes without a usable next hop.
+// It may be used only while the machines are notified of every change of both tables: any other change may give a row
+// to a prefix. The route table skips deleted routes, whose prefixes stay ordered until a task removes them.
 auto nextWithRow(const IpForwardMib& mib, const FecsAndPrefixes& order, const Vantu::IpAddrWithMask& prefix) {
   const auto& prefixes = order.orderedPrefix();
   const auto& routes = mib.routeStatus();
@@ -66,7 +65,7 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
   QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << "Index: " << index << " getNext " << getNext;
   isAtEnd_ = true;
   gaveUp_ = false;
-  // A handle of its own: a report of damage may replace the prefixes of the cache.
+  // Holds the prefixes: a report of damage may replace those of the cache.
   const auto fecsAndPrefixes = mib_ ? mib_->fecsAndPrefixes() : nullptr;
   if (!fecsAndPrefixes) return;
   const auto& prefixes = fecsAndPrefixes->orderedPrefix();
@@ -90,7 +89,7 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
   }
 }
 
-// The first row of this prefix whose next hop is not below the given one, and whose index is not `above`.
+// Moves to the first row of this prefix at or after the next hop whose index is not `above`. False without one.
 bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& firstNextHop,
                          const IpCidrRouteTableIndex* above) {
   // The scratch entry that has this prefix; otherwise the one not used last.

@@ -1,15 +1,15 @@
 #pragma once
 // Walks the rows of ipCidrRouteTable in index order: one row for each usable next hop of a valid route.
 //
-// Guarantees: prefixes, next hops and whole tables may change between two steps, since a step searches from the index
-// of the present row. A step costs a search among the ordered prefixes, a lookup of the route, a lookup of its FEC
-// and a search among the next hops.
+// Guarantees: a step searches from the index of the current row, so prefixes, next hops and whole tables may change
+// between steps. A step costs a search in the ordered prefixes, lookups of the route and its FEC, and a search in the
+// next hops.
 //
-// Long runs of prefixes without a row (IPv6 next hops, interfaces without an ifIndex) are passed over after the first
-// few. While the state machines have a backlog of changes, some of them must be looked at one by one. After
-// `maxFruitless` of these the walk gives up, so that no request blocks the agent.
+// The walk skips long runs of prefixes without a row (IPv6 next hops, interfaces without an ifIndex) after the first
+// few. While the state machines have a backlog, it must look some of these prefixes up. It gives up after
+// `maxFruitless` such lookups, so that no request blocks the agent.
 //
-// The tos of an index does not affect its position: rows have tos 0, and prefix and next hop alone are compared.
+// Rows have tos 0. The tos of a requested index is ignored; only prefix and next hop determine the position.
 
 #include "ipsnmp/IpForwardMib.h"
 
@@ -17,29 +17,29 @@ namespace IpSnmp {
 
 class IpForwardMib::IpCidrRouteTableIteratorConst {
  public:
-  // On the first row.
+  // Starts at the first row.
   explicit IpCidrRouteTableIteratorConst(Kel::Ptr<const IpForwardMib> mib);
-  // As after fetch(index, getNext).
+  // Starts where fetch(index, getNext) moves to.
   IpCidrRouteTableIteratorConst(Kel::Ptr<const IpForwardMib> mib, const IpCidrRouteTableIndex& index, bool getNext);
 
-  // Goes to the first row at or after the index or, with getNext, after it; to the end when there is none. A mask with
-  // holes counts as its leading ones. The next hop of the index applies to the first prefix visited, even if that is
-  // not the prefix of the index. Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed") on an
-  // ordered prefix with host bits; the iterator is at the end then.
+  // Moves to lower_bound(index) or, with getNext, to upper_bound(index). A mask with holes counts as its leading ones.
+  // The next hop of the index applies to the first prefix visited, even if that is not the prefix of the index.
+  // Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed") on an ordered prefix with host bits, and
+  // is then at the end.
   void fetch(const IpCidrRouteTableIndex& index, bool getNext);
 
   // How many prefixes without a row a fetch looks up.
   static constexpr unsigned maxFruitless = 1000;
 
   bool isAtEnd() const { return isAtEnd_; }
-  // At the end because it gave up: there may be further rows.
+  // Whether the walk gave up: it is at the end, but further rows may exist.
   bool gaveUp() const { return gaveUp_; }
   explicit operator bool() const { return !isAtEnd_; }
-  // Not at the end:
+  // Requires: not at the end.
   const IpCidrRouteTableIndex& index() const { return entry_.index(); }
   const IpCidrRouteTableEntry& operator*() const { return entry_; }
   const IpCidrRouteTableEntry* operator->() const { return &entry_; }
-  // To the next row. At the end it stays there.
+  // Moves to the next row; no-op at the end.
   IpCidrRouteTableIteratorConst& operator++();
 
  private:

@@ -36,13 +36,13 @@ class IpForwardFec : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpForwardFec", IpForwardFec, Kel::Entity)
  public:
   KEL_CONSTRUCTOR(IpForwardFec, ((Quillo::Fib::FecId, fecId)))
-  // IPv4 next hops (0.0.0.0 when on-link), each with the place of its via in the shared FEC.
+  // IPv4 next hops (0.0.0.0: on-link), each with the position of its via in the shared FEC.
   KEL_VALUES(Ordered, Vantu::IpAddr, Quillo::Fib::ViaIndex, nextHop, NextHop)
   using KelNextHop = Kel::Ordered<Vantu::IpAddr, Quillo::Fib::ViaIndex>;
   KEL_TYPE_END_DECLARE
 
-  // The shared FEC as last read, and its table's generation then; 0: read it again. Thousands of routes may share a
-  // FEC, and each of their rows needs it. For IpForwardMib alone.
+  // The shared FEC as last read, with its table's generation at that time; 0: read it again. A cache for IpForwardMib:
+  // thousands of rows may need the same FEC.
   struct AsRead {
     Quillo::Fib::Fec fec;
     std::uint64_t generation = 0;
@@ -67,11 +67,11 @@ class FecsAndPrefixes : public Kel::Entity {
   // Every IPv4 prefix of the route table, in the order of the rows. The value is always true.
   KEL_VALUES(Ordered, Vantu::IpAddrWithMask, bool, orderedPrefix, OrderedPrefix)
   using KelOrderedPrefix = Kel::Ordered<Vantu::IpAddrWithMask, bool>;
-  // Resolves the FEC of a route to its next hops.
+  // The FECs that the routes refer to.
   KEL_REFERENCE(const IpForwardFecs, forwardFecs, ForwardFecs)
   KEL_TYPE_END_DECLARE
 
-  // Finds the next prefix that may have a row, for walks over many without one. Null: a walk looks up each prefix.
+  // Lets walks skip prefixes without a row. Null: a walk looks up each prefix.
   const Kel::Ptr<const Quillo::Fib::FecRouteList>& fecRouteList() const { return fecRouteList_; }
   void fecRouteListIs(Kel::Ptr<const Quillo::Fib::FecRouteList> list) { fecRouteList_ = std::move(list); }
 
@@ -83,10 +83,10 @@ class IpForwardMib : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpForwardMib", IpForwardMib, Kel::Entity)
  public:
   KEL_NAMED(IpForwardMib, Kel::Entity)
-  // All null at first; there are no rows while one of the first three is null. Without `ifMib` only the empty interface
-  // id is valid.
+  // All null at first. There are no rows while one of the first three is null. Without `ifMib` only vias without an
+  // interface have rows.
   KEL_REFERENCE(const Quillo::Fib::RouteStatus, routeStatus, RouteStatus)
-  // What the routes' FECs are resolved in: the VRF's own table, or the one of all VRFs.
+  // The table that resolves the FECs of the routes: the VRF's own, or the one of all VRFs.
   KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, vrfForwardingStatus, VrfForwardingStatus)
   KEL_REFERENCE(const IpSnmp::FecsAndPrefixes, fecsAndPrefixes, FecsAndPrefixes)
   KEL_REFERENCE(const IntfSnmp::IfMib, ifMib, IfMib)
@@ -100,29 +100,30 @@ class IpForwardMib : public Kel::Entity {
   KEL_VIRTUAL_MEMBERS(IpCidrRouteTableEntry, ipCidrRouteTable)
   KEL_TYPE_END_DECLARE
 
-  // Whether a route can have rows: it exists, and its type is none of 0, 1, 3 and 5.
+  // Whether a route can have rows: it exists, and its type is not 0, 1, 3 or 5.
   bool validRoute(const Quillo::Fib::Route& route) const;
-  // Whether a next hop on this interface has a row. A via without an interface has one; a dynamic tunnel, and an
-  // interface without an ifIndex, have none.
+  // Whether a next hop on this interface has a row: true without an interface; false for a dynamic tunnel and for an
+  // interface without an ifIndex.
   bool validIntf(const Vantu::IntfId& intfId) const;
-  // 0 when the interface has none.
+  // 0 without one.
   std::uint32_t ifIndex(const Vantu::IntfId& intfId) const;
 
-  // What a prefix's rows are made of. The route is read once per generation of its table while the prefix stays the
-  // same, and the FEC once per generation for all its routes.
+  // The sources of a prefix's rows. The route is read once per generation of its table while the prefix stays the
+  // same, the FEC once per generation for all its routes.
   struct Resolved {
     Vantu::Prefix prefix;
     Quillo::Fib::Route route;
     Kel::Ptr<const IpForwardFec> forwardFec;
 
-    // The interface of a next hop's via. Null when the FEC has changed, its next hops not yet, and the via is gone.
+    // The interface of a next hop's via. Null if the FEC has changed and the via is gone, but its next hops are not
+    // updated yet.
     const Vantu::IntfId* intfId(const Quillo::Fib::ViaIndex& via) const;
 
     // The generation of the route table when the route was read; 0: read it again.
     std::uint64_t routeGeneration = 0;
   };
-  // Looks up the route, its FEC and the FEC's next hops. Returns null when all exist; otherwise what is missing, as
-  // traces have it (" has no fec"). Damage is reported to its table and counts as missing. Reuse `into`, and with it
+  // Looks up the route, its FEC and the FEC's next hops. Returns null if all exist; otherwise a trace text that names
+  // the missing one (" has no fec"). Reports damage to the table and counts it as missing. Reuse `into`, which keeps
   // its memory.
   const char* resolve(const Vantu::Prefix& prefix, Resolved& into) const;
 
@@ -130,8 +131,8 @@ class IpForwardMib : public Kel::Entity {
   void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
   void readFec(const Quillo::Fib::FecId& fecId, IpForwardFec::AsRead& into) const;
 
-  // Scratch memory of the iterators, so that a step allocates nothing. A step looks at the prefix that it leaves and at
-  // the next one, and the next request begins there: two entries save more than half of the lookups.
+  // Scratch memory of the iterators, so that a step allocates nothing. A step visits the current prefix and the next
+  // one, where the next request begins. So two entries save more than half of the lookups.
   mutable std::array<Resolved, 2> iteratorScratch_;
   mutable std::size_t iteratorScratchUsed_ = 0;  // the one used last
 };

@@ -12,9 +12,9 @@
 
 namespace IpSnmp {
 
-// One row of the IP statistics of interfaces: what an interface has received and sent in one IP version since
-// discontinuityTime. Packets and octets, in all and the unicast and multicast parts, as the publisher of the state
-// database counted them; they wrap at 2^64.
+// One row of the interfaces' IP statistics: the packets and octets of an interface in one IP version since
+// discontinuityTime, in total and by unicast and multicast. The publisher of the state database counts them; they wrap
+// at 2^64.
 class IpIfStatsEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpIfStatsEntry", IpIfStatsEntry, Kel::Notifier)
  public:
@@ -49,8 +49,8 @@ class IpMib : public Kel::Entity {
   KEL_MEMBERS(Ordered, IpAddressPrefixKey, IpAddressPrefixEntry, ipAddressPrefixTable, IpAddressPrefixTable)
   KEL_MEMBERS(Ordered, Vantu::IpAddr, IpAddrEntry, ipAddrTable, IpAddrTable)
 
-  // A virtual collection, the IPv4 rows of ipNetToPhysicalTable, read only by walking it
-  // (ipsnmp/ArpTableIteratorConst.h). This always throws Kel::NoImplementationException.
+  // A virtual collection: the IPv4 rows of ipNetToPhysicalTable, read only by walking it
+  // (ipsnmp/ArpTableIteratorConst.h). A lookup always throws Kel::NoImplementationException.
   class ArpTableIteratorConst;
   [[noreturn]] Kel::Ptr<const ArpTableEntry> arpTable(const ArpTableIndex&) const {
     throw Kel::NoImplementationException("IpMib::arpTable");
@@ -62,8 +62,8 @@ class IpMib : public Kel::Entity {
   KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)
   KEL_MEMBERS(Hashed, Ip::IpVersion, Ip::SwFwdStats, ipSwFwdStats, IpSwFwdStats)
 
-  // Adds an existing prefix row, and replaces a row of the same key. A row belongs to one member of an address at a
-  // time, and passes from member to member.
+  // Inserts an existing prefix row in place of another with the same key. A row belongs to one member of an address at
+  // a time; it can move to another member.
   void ipAddressPrefixTableInsert(const Kel::Ptr<IpAddressPrefixEntry>& entry) {
     if (ipAddressPrefixTable(entry->index()) == entry) return;
     const auto hold = Kel::kept(*this);
@@ -74,7 +74,7 @@ class IpMib : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// The three caches of one VRF other than the default one. They are made with it and bear the VRF's name.
+// The three caches of one VRF other than the default one. They are created with it, under the VRF's name.
 class VrfMibs : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfMibs", VrfMibs, Kel::Entity)
  public:

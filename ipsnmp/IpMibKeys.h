@@ -1,8 +1,7 @@
 #pragma once
 // The keys of the IP-MIB cache, and the interface index that most of them contain.
 //
-// Guarantees: keys compare as the table indexes of RFC 4293 do: numbers by value, octet strings by length, then by
-// bytes.
+// Guarantees: keys sort like the table indexes of RFC 4293: numbers by value, octet strings by length, then by bytes.
 
 #include "kel/ValueType.h"
 #include "snmp/String.h"
@@ -15,8 +14,8 @@ namespace IpSnmp {
 
 inline constexpr std::uint32_t noIfIndex = 0xFFFFFFFF;
 
-// Returns the ifIndex that the details provider of the record's kind gives: 0 while the provider does not know it yet,
-// noIfIndex without a provider or without a record. Every ifIndex of the caches comes from here.
+// Returns the ifIndex from the details provider of the record's kind: 0 while the provider does not know it, noIfIndex
+// without a provider or a record. All caches get their ifIndexes here.
 std::uint32_t ifIndex(const Kel::Ptr<const Interface::IntfStatus>& status);
 
 // InetAddressType with InetAddress (RFC 4001). `bytes` is the address in network byte order, 4 or 16 bytes.
@@ -25,7 +24,7 @@ class InetAddress {
 
   static InetAddress fromIpAddr(const Vantu::IpAddr& addr);
   static InetAddress fromIp6Addr(const Vantu::Ip6Addr& addr);
-  // Aborts on an address of no family.
+  // Requires (aborts): an address with a family.
   static InetAddress fromIpGenAddr(const Vantu::IpGenAddr& addr);
 };
 

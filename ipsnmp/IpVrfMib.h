@@ -10,7 +10,7 @@
 
 namespace IpSnmp {
 
-// Whether a VRF routes, from its routing configurations; either may be absent (null). Named by the VRF.
+// Whether a VRF routes, by its routing configurations; either may be absent (null). Named by the VRF.
 class VrfRoutingStatus : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfRoutingStatus", VrfRoutingStatus, Kel::Entity)
  public:
@@ -35,7 +35,7 @@ class VrfTableEntry : public Kel::Notifier {
   KEL_CHILD(VrfRoutingStatus, vrfRoutingStatus, VrfRoutingStatus)
   // Unset when the VRF has no configuration record.
   Vantu::RouteDistinguisher routeDistinguisher() const;
-  // The local state unless that is active; then the global one, 0 without a global record.
+  // The local state; if that is active, the global one. 0 without a record.
   Ip::VrfState vrfState() const;
   KEL_COMPUTED(routeDistinguisher)
   KEL_COMPUTED(vrfState)

@@ -1,8 +1,8 @@
 #pragma once
-// The rows of the neighbour tables. A row holds the key of a neighbour in the shared table, not its data: arpEntry()
-// and physAddress() read the shared table each time. For a neighbour that is gone from there they return an entry
-// that does not exist (all zero). Throws: Pesk::CorruptionDetectedException on damage, which the reader passes to
-// arpQuillo()->corruptionDetected(). `arpQuillo` is never null.
+// The rows of the neighbour tables. A row holds the key of a neighbour in the shared table. arpEntry() and
+// physAddress() read the shared table at each call; for a deleted neighbour they return an all-zero entry.
+// Requires: `arpQuillo` is not null.
+// Throws: Pesk::CorruptionDetectedException on damage; callers report it with arpQuillo()->corruptionDetected().
 
 #include "ipsnmp/IpMibKeys.h"
 #include "kel/Attribute.h"
@@ -19,7 +19,7 @@ class ArpTableEntry : public Kel::Notifier {
                   ((IpSnmp::ArpTableIndex, index))((Vantu::IntfId, intfId))(
                       (Kel::Ptr<const Arp::Table::Status>, arpQuillo))((Vrf::VrfIdMap::VrfId, arpQuilloVrfId)))
 
-  // From the ARP map.
+  // Reads the ARP map.
   Arp::Table::ArpEntry arpEntry() const;
   std::uint32_t ifIndex() const { return index().ifIndex(); }
   Vantu::EthAddr physAddress() const { return arpEntry().ethAddr; }
@@ -41,7 +41,7 @@ class IpNetToPhysicalTableEntry : public Kel::Notifier {
                       (Vantu::IpGenAddr, ipGenAddr))((Kel::Ptr<const Arp::Table::Status>,
                                                       arpQuillo))((Vrf::VrfIdMap::VrfId, arpQuilloVrfId)))
 
-  // From the ARP map for an IPv4 address, from the neighbour map for an IPv6 one; aborts on any other family.
+  // Reads the ARP map for an IPv4 address, the neighbour map for an IPv6 one; aborts on any other family.
   Arp::Table::ArpEntry arpEntry() const;
   std::uint32_t ifIndex() const { return index().ifIndex(); }
   Ip::IpVersion inetAddressType() const { return index().addr().version(); }
@@ -54,7 +54,7 @@ class IpNetToPhysicalTableEntry : public Kel::Notifier {
   KEL_COMPUTED(inetAddress)
   KEL_COMPUTED(physAddress)
 
-  // Seconds of the framework's clock at which the row was created; adding a known neighbour again returns the row.
+  // When the row was created, in seconds of the framework's clock. Adding a known neighbour again keeps the row.
   KEL_STORED(double, lastUpdated, LastUpdated, Kel::System::currentTime())
   KEL_TYPE_END_DECLARE
 };

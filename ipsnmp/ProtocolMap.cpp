@@ -4,7 +4,7 @@ namespace IpSnmp {
 
 IpRouteProtocol ProtocolMap::protocol(const Routing::Fib::RouteType& routeType) const {
   const auto at = protocol_.find(routeType);
-  // 0 is no value of the enumeration, and must not be served.
+  // 0 is not a value of the enumeration, and must not be served.
   return at == protocol_.end() || at->second == IpRouteProtocol{} ? ipRouteProtocolOther : at->second;
 }
 

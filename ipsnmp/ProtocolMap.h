@@ -8,7 +8,7 @@
 
 namespace IpSnmp {
 
-// The values go on the wire as they are.
+// The values are those on the wire.
 enum IpRouteProtocol : int {
   ipRouteProtocolOther = 1,
   ipRouteProtocolLocal = 2,
@@ -39,7 +39,7 @@ class ProtocolMap {
   using KelProtocol = Kel::HashedMap<Routing::Fib::RouteType, IpRouteProtocol>;
 
   const KelProtocol& protocol() const { return protocol_; }
-  // ipRouteProtocolOther for a type of route that is not in the map.
+  // Returns ipRouteProtocolOther for an unknown route type.
   IpRouteProtocol protocol(const Routing::Fib::RouteType& routeType) const;
 
   void protocolIs(const Routing::Fib::RouteType& routeType, IpRouteProtocol protocol);
@@ -52,9 +52,9 @@ class ProtocolMap {
   KelProtocol protocol_;
 };
 
-// The one map of the process, empty at first. The state machines of the route tables fill it.
+// The map of the process, initially empty. The state machines of the route tables fill it.
 ProtocolMap& protocolMap();
-// Enters the protocols of this system's route types. Idempotent.
+// Adds the protocols of this system's route types. Idempotent.
 void fillProtocolMap(ProtocolMap& map);
 
 }  // namespace IpSnmp

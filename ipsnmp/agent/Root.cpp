@@ -8,7 +8,7 @@ Root::~Root() {
   Root::kelStop();
 }
 
-// Users before what they use: the VRFs' machines stand on the default VRF's.
+// Each machine before those that it uses; the VRFs' machines use the default VRF's.
 void Root::kelStop() {
   vrfRootSmDel();
   vrfRootDirDel();

@@ -1,8 +1,9 @@
 #pragma once
 // The owner of the default VRF's state machines, and of the other VRFs' roots.
 //
-// The hosting process creates it and wires it: it sets the handles and calls the create-or-get operations, directly
-// or by name (Kel::callOperation). Nothing inside the library calls them. Destroying the root deletes the machines.
+// The hosting process creates the root, sets its handles, and calls its create-or-get operations, directly or by name
+// (Kel::callOperation). The library itself never calls them.
+// Lifetime: destroying the root deletes the machines.
 
 #include "ipsnmp/agent/address/IpAddressTableSm.h"
 #include "ipsnmp/agent/route/FecModeSm.h"

@@ -80,7 +80,7 @@ void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::refresh() {
   }
 }
 
-// A details provider may give another ifIndex than before, of which there is no notification.
+// A details provider may change an ifIndex without a notification.
 template <class Record, class L3Record, class AddrWithMask, class Info>
 void IntfAddressReactor<Record, L3Record, AddrWithMask, Info>::addressChanged(const AddrWithMask& addr) {
   if (reportedAsNow() != reportedAs_) return refresh();

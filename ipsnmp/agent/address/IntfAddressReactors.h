@@ -1,15 +1,13 @@
 #pragma once
-// The per-interface reactors of the address state machine: the IPv4 and IPv6 addresses of an interface, configured
-// and in force.
+// The per-interface reactors of the address state machine, for configured and operational IPv4 and IPv6 addresses.
 //
-// A reactor watches one record of an interface's addresses, the layer-3 record that names the interface's VRF, and
-// the interface's status record, which has the ifIndex. It reports every address of its record to the state machine
-// under one source, one VRF and one ifIndex. When one of the three changes, it withdraws each address as it was
-// reported, and reports all anew. Without a status record it reports nothing. A record that refers to no layer-3
-// record is in the default VRF.
+// A reactor watches an interface's address record, its layer-3 record, which names the VRF, and its status record,
+// which has the ifIndex. It reports every address of its record to the state machine, with one source, VRF and
+// ifIndex. When one of these changes, it withdraws each address as it was reported, and reports all again. Without a
+// status record it reports nothing. Without a layer-3 record the interface is in the default VRF.
 //
-// Of several prefix lengths of one address the state machine keeps the first reported one. So when one of them is
-// removed, the reactor reports the remaining ones again, the shortest first.
+// The state machine keeps the first prefix length reported for an address. So when one of several lengths is removed,
+// the reactor reports the others again, the shortest first.
 //
 // Lifetime: a reactor belongs to a collection of the state machine, and must not outlive it.
 
@@ -39,7 +37,7 @@ struct ReportedAs {
   friend bool operator==(const ReportedAs&, const ReportedAs&) = default;
 };
 
-// `Record` holds the addresses, `L3Record` the VRF; `Info` is what the record says of one address.
+// `Record` holds the addresses, `L3Record` the VRF; `Info` is the record's value for an address.
 template <class Record, class L3Record, class AddrWithMask, class Info>
 class IntfAddressReactor : public Record::Notifiee {
  public:
@@ -50,16 +48,16 @@ class IntfAddressReactor : public Record::Notifiee {
   }
 
   const Vantu::IntfId& intfId() const { return record_->intfId(); }
-  // The interface's status record as the state machine last gave it; null when there is none.
+  // The interface's status record as last passed by the state machine; null without one.
   Kel::Ptr<const Interface::IntfStatus> intfStatus() const { return intfStatusWatch_->notifier(); }
   void intfStatusIs(const Kel::Ptr<const Interface::IntfStatus>& status);
-  // The VRF has another cache: reports everything that belongs there.
+  // The VRF has another cache: reports the addresses of that VRF again.
   void handleVrf(const Kel::Name& vrfName);
 
   // The addresses last reported.
   const Kel::OrderedMap<AddrWithMask, Info>& oldAddr() const { return oldAddr_; }
 
-  // The collection calls these when the reactor enters and leaves it. Stopping withdraws every address.
+  // The collection calls these when it adds and removes the reactor. Stopping withdraws every address.
   virtual void kelStart();
   void kelStop();
 
@@ -76,16 +74,16 @@ class IntfAddressReactor : public Record::Notifiee {
 
   virtual AddressSource source() const = 0;
   virtual Kel::Ptr<const L3Record> l3Record() const = 0;
-  // Empty when the record does not hold the address.
+  // None for an address that the record does not hold.
   virtual std::optional<Info> addrInfo(const AddrWithMask& addr) const = 0;
   // Every address of the record, in ascending order.
   virtual std::vector<AddrWithMask> addresses() const = 0;
 
-  // The record refers to another layer-3 record.
+  // Call it when the record refers to another layer-3 record.
   void l3RecordChanged();
-  // Reports all anew, after withdrawing it if source, VRF or ifIndex changed.
+  // Reports all addresses again; withdraws them first if source, VRF or ifIndex changed.
   void refresh();
-  // One address of the record was added, changed or removed.
+  // Call it when an address of the record was added, changed or removed.
   void addressChanged(const AddrWithMask& addr);
 
  private:
@@ -108,7 +106,7 @@ class IntfAddressReactor : public Record::Notifiee {
   Kel::OrderedMap<AddrWithMask, Info> oldAddr_;
 };
 
-// An IPv4 record holds one primary address, 0.0.0.0 for none, and secondary ones. All are reported alike.
+// An IPv4 record holds a primary address (0.0.0.0: none) and secondary ones. All are reported alike.
 template <class Record, class L3Record>
 class Ip4Reactor : public IntfAddressReactor<Record, L3Record, Vantu::IpAddrWithMask, bool> {
   using Base = IntfAddressReactor<Record, L3Record, Vantu::IpAddrWithMask, bool>;

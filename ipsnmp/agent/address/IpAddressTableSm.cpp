@@ -26,12 +26,12 @@ Kel::Ptr<IpAddressPrefixEntry> makePrefixEntry(std::int32_t ifIndex, const AddrW
 using PrefixEntry = Kel::Ptr<IpAddressPrefixEntry>;
 using PrefixCandidates = IpAddressTableSm::PrefixCandidates;
 
-// The first pair of an address changes from the one with `former` to the one with `next`; null: there is none. The
-// row follows. If another address has the prefix of `former` on the same interface, it inherits the row of `former`.
+// Call it when the first pair of an address changes from the one with `former` to the one with `next` (null: none).
+// Moves the row along. Another address with `former`'s prefix on the same interface inherits the row of `former`.
 void passPrefixRow(IpMib& ipMib, PrefixCandidates& candidates, const PrefixEntry& former, const PrefixEntry& next) {
   if (former) candidates.erase(former);
   if (next) candidates.insert(next);
-  // Under the same key `next` just replaces the row.
+  // With the same key, `next` just replaces the row.
   const bool isKeyLeft = former && (!next || next->index() != former->index());
   if (isKeyLeft && ipMib.ipAddressPrefixTable(former->index()) == former) {
     const auto other = candidates.lower_bound(former->index());
@@ -88,8 +88,8 @@ void giveIntfStatus(const Kel::Ptr<Reactor>& reactor, const Kel::Ptr<const Inter
 
 }  // namespace
 
-// Each makes and removes the per-interface reactors of one kind. A record may have been deleted and made again before
-// its change is notified, so its reactor is always made anew.
+// Each creates and deletes the per-interface reactors of one kind. A record may be deleted and created again before
+// the change is notified, so its reactor is always created again.
 struct IpAddressTableSm::KelConfig : OwnedReactor<IpAddressTableSm, Ip::Config> {
   using OwnedReactor::OwnedReactor;
   void handleIpIntfConfig(const Vantu::IntfId& intfId) override {
@@ -151,7 +151,7 @@ void IpAddressTableSm::kelStop() {
   ipIntfStatusDelAll();
   ip6IntfConfigDelAll();
   ip6IntfStatusDelAll();
-  vrfIpMibDelAll();  // the collection's destructor would cut its members off from the VRFs that they belong to
+  vrfIpMibDelAll();  // the collection's destructor would detach the caches from their VRFs
 }
 
 void IpAddressTableSm::vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib) {
@@ -165,7 +165,7 @@ void IpAddressTableSm::vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib) {
 
 bool IpAddressTableSm::vrfIpMibDel(const Kel::Name& givenName) {
   QTRACE_ENTRY(ipAddressTableSmTrace, this);
-  const Kel::Name vrfName = givenName;  // the given one may live in the cache
+  const Kel::Name vrfName = givenName;  // the caller's may live in the cache
   const auto ipMib = vrfIpMib_.map.kelTake(vrfName);
   if (!ipMib) return false;
   prefixCandidates_.erase(ipMib.get());
@@ -228,9 +228,9 @@ void IpAddressTableSm::addAddr(const Vantu::IntfId& intfId, AddressSource source
                                        << " with prefix length " << heldPrefix.length() << "; ignoring it";
       return;
     }
-    // Reported again. The pair keeps its prefix entry, which may be the row of the prefix table.
+    // Reported again: the pair keeps its prefix entry, which may be a row of the prefix table.
     if (heldPrefix == pair.prefixEntry()->index()) return;
-    // The interface has another ifIndex now.
+    // The ifIndex has changed.
     delPair(*ipMib, candidates, *entry, held);
     entry = ipMib->ipAddressTableIs(inetAddress(addr.address()));
   }

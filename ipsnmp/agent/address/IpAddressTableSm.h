@@ -1,13 +1,13 @@
 #pragma once
 // Keeps the address tables of the IP-MIB caches equal to the interfaces' IPv4 and IPv6 addresses.
 //
-// One instance serves all VRFs: it writes to the default VRF's cache, and to those in `vrfIpMib`, which VrfRootSm fills.
-// It has no thread and no timer, and runs only when a watched record changes. The tables (RFC 4293):
+// One instance serves all VRFs: it writes to the default VRF's cache and to those in `vrfIpMib`, which VrfRootSm fills.
+// It runs only when a watched record changes. The tables (RFC 4293):
 //   ipAddressTable        every address, with one (source, interface) pair for each interface that holds it
 //   ipAddrTable           the IPv4 addresses
-//   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair. The row is the object that
-//                         this pair holds. Addresses with the same prefix on the same interface share a row.
-// An address whose interface has no ifIndex, or whose VRF has no cache, gets its rows as soon as both exist.
+//   ipAddressPrefixTable  the prefix of each address, on the interface of its first pair; the row is this pair's
+//                         prefix entry. Addresses with the same prefix on the same interface share a row.
+// An address gets its rows once its interface has an ifIndex and its VRF has a cache.
 // Requires: no reactor on a cache's address tables changes an address, or removes a VRF's cache, from its handler.
 // Lifetime: stopping or destroying the machine removes its rows from every cache.
 
@@ -25,7 +25,7 @@ class IfIndexMap {
  public:
   static constexpr const char* kelTypeName = "IpSnmp::IfIndexMap";
 
-  // Empty when the interface has none.
+  // None without an ifIndex.
   std::optional<std::int32_t> ifIndex(const Vantu::IntfId& intfId) const {
     const auto at = ifIndex_.find(intfId);
     return at == ifIndex_.end() ? std::nullopt : std::optional(at->second);
@@ -34,13 +34,13 @@ class IfIndexMap {
   const std::map<Vantu::IntfId, std::int32_t>& ifIndex() const { return ifIndex_; }
 
   void ifIndexIs(const Vantu::IntfId& intfId, std::int32_t ifIndex) { ifIndex_.insert_or_assign(intfId, ifIndex); }
-  // False when the interface had none.
+  // Returns whether the interface had one.
   bool ifIndexDel(const Vantu::IntfId& intfId) { return ifIndex_.erase(intfId) > 0; }
   void ifIndexDelAll() { ifIndex_.clear(); }
 
   friend bool operator==(const IfIndexMap&, const IfIndexMap&) = default;
 
-  // In print and as data: an object with one field an interface.
+  // Reflection: an object with one field for each interface.
   template <class Visitor>
   void kelForEachField(Visitor&& visit) const {
     for (const auto& [intfId, ifIndex] : ifIndex_) visit(intfId.text().c_str(), ifIndex);
@@ -58,7 +58,7 @@ class IpAddressTableSm : public Kel::Entity {
   using KelIp6IntfConfig = AddressReactors::KelIp6IntfConfig;
   using KelIp6IntfStatus = AddressReactors::KelIp6IntfStatus;
 
-  // None may be null.
+  // Requires: no handle is null.
   // clang-format off
   KEL_CONSTRUCTOR(IpAddressTableSm,
     ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))
@@ -83,10 +83,9 @@ class IpAddressTableSm : public Kel::Entity {
   void kelStart() override;
   void kelStop() override;
 
-  // Enters the cache of a VRF under its own name, and replaces another of that name. Call handleIntfInVrf to have it
-  // filled.
+  // Adds the cache of a VRF under its own name, in place of another of that name. Call handleIntfInVrf to fill it.
   void vrfIpMibIs(const Kel::Ptr<IpMib>& ipMib);
-  // Empties the address tables of the VRF's cache, and forgets it. False when there was none.
+  // Empties the address tables of the VRF's cache, and removes it. Returns whether there was one.
   bool vrfIpMibDel(const Kel::Name& vrfName);
   void vrfIpMibDelAll();
   // The VRF has another cache: every interface in the VRF reports its addresses again.
@@ -106,8 +105,8 @@ class IpAddressTableSm : public Kel::Entity {
   void doDelAddr6(const Vantu::IntfId& intfId, AddressSource source, const L3::VrfName& vrfName,
                   const Vantu::Ip6AddrWithMask& addr);
 
-  // The prefix entries of the first pairs of all addresses in one cache, by prefix. Any of those with the key of a
-  // prefix may be its row: a reader sees no difference.
+  // The prefix entries of the first pairs of all addresses in one cache, by prefix. Any entry with a prefix's key can
+  // serve as its row.
   struct ByPrefix {
     using is_transparent = void;
     using Entry = Kel::Ptr<IpAddressPrefixEntry>;
@@ -134,7 +133,7 @@ class IpAddressTableSm : public Kel::Entity {
                const AddrWithMask& addr);
 
   std::map<const IpMib*, PrefixCandidates> prefixCandidates_;
-  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // of the collections; none: stopped
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // empty: stopped
 };
 
 }  // namespace IpSnmp

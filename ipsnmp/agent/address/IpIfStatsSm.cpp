@@ -46,7 +46,7 @@ void IpIfStatsSm::kelStop() {
 
 void IpIfStatsSm::handleIntf(const Vantu::IntfId& givenId) {
   if (!kelIntfStatusDir_) return;
-  const Vantu::IntfId intfId = givenId;  // the given one may live in the record
+  const Vantu::IntfId intfId = givenId;  // the caller's may live in the record
   const auto stats = allIntfStats()->intfStats(intfId);
   const auto at = watches_.find(intfId);
   if (!stats) {

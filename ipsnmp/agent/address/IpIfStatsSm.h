@@ -15,7 +15,7 @@ namespace IpSnmp {
 class IpIfStatsSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpIfStatsSm", IpIfStatsSm, Kel::Entity)
  public:
-  // None may be null.
+  // Requires: no handle is null.
   // clang-format off
   KEL_CONSTRUCTOR(IpIfStatsSm,
     ((Ip::IpVersion, ipVersion))
@@ -43,7 +43,7 @@ class IpIfStatsSm : public Kel::Entity {
   struct Watch {
     Kel::Ptr<KelIntfStats> stats;
     Kel::Ptr<IfIndexWatch> status;
-    std::uint32_t ifIndex = 0;  // of its row; 0: it has none
+    std::uint32_t ifIndex = 0;  // of its row; 0: no row
   };
 
   void handleIntf(const Vantu::IntfId& intfId);

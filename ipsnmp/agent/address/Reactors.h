@@ -1,7 +1,7 @@
 #pragma once
-// The reactors that the state machines have in common.
+// The reactors that several state machines use.
 //
-// Lifetime: each calls back into the machine that owns it, and must not outlive that machine.
+// Lifetime: a reactor calls the machine that owns it, and must not outlive it.
 
 #include <functional>
 #include <utility>
@@ -20,7 +20,7 @@ class OwnedReactor : public Watched::Notifiee {
   Owner* const owner_;
 };
 
-// The interface's ifIndex (1 to 2147483647); 0 when it has none, or no record.
+// The interface's ifIndex (1 to 2147483647); 0 without one, or without a record.
 inline std::uint32_t assignedIfIndex(const Kel::Ptr<const Interface::IntfStatus>& status) {
   const auto index = ifIndex(status);
   return static_cast<std::int32_t>(index) < 1 ? 0 : index;

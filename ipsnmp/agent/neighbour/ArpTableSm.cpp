@@ -40,7 +40,7 @@ ArpTableSm::~ArpTableSm() {
 void ArpTableSm::kelStart() {
   isStarted_ = true;
   initializedIs(arpQuillo()->initialized());
-  cleanup();  // an earlier machine leaves its rows
+  cleanup();  // removes the rows of an earlier machine
   populate();
 }
 
@@ -59,7 +59,7 @@ std::uint32_t ArpTableSm::currentIfIndex(const Vantu::IntfId& intfId) const {
 }
 
 void ArpTableSm::handleIntfStatus(const Vantu::IntfId& givenId) {
-  const Vantu::IntfId intfId = givenId;  // the given one may live in the record
+  const Vantu::IntfId intfId = givenId;  // the caller's may live in the record
   const auto at = intfs_.find(intfId);
   if (at == intfs_.end()) return;
   const auto& intf = at->second;
@@ -189,7 +189,7 @@ void ArpTableSm::removeGone(const Walked& walked) {
   }
 }
 
-// An entry that the walk did not meet may exist behind the damage.
+// Whether the entry is gone; an entry that the walk did not meet may exist behind the damage.
 bool ArpTableSm::isGone(const Arp::Table::ArpKey& key) const {
   try {
     const bool isIpv4 = key.addr.af() == Vantu::ipv4_;

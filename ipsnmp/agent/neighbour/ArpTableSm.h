@@ -1,15 +1,14 @@
 #pragma once
 // Mirrors the neighbours of one VRF from the shared table into ipNetToPhysicalTable of the VRF's IP-MIB cache.
 //
-// It watches neither the shared table nor the directory of interfaces: VrfRootSm does, once for all VRFs, and passes
-// each change on. It watches the status records of the interfaces that its neighbours are on. A neighbour whose
-// interface has no ifIndex is kept without a row; the rows of an interface move with its ifIndex.
+// VrfRootSm watches the shared table and the directory of interfaces once for all VRFs, and passes each change here.
+// This machine watches the status records of its neighbours' interfaces. A neighbour whose interface has no ifIndex is
+// kept without a row; the rows of an interface move with its ifIndex.
 //
-// A row is known by ifIndex and address. If two interfaces have the same ifIndex, the row is that of the lower
-// interface id among those that have the neighbour. A row stays the same object, with the time of its creation, as
-// long as its neighbour exists.
+// Rows are keyed by ifIndex and address. If two interfaces have the same ifIndex, the lower interface id that has the
+// neighbour gets the row. A row stays the same object, with its creation time, as long as its neighbour exists.
 //
-// Damage that a read meets is reported to the table; the rows of what was not read stay.
+// Damage found by a read is reported to the table; rows of unread neighbours stay.
 //
 // Requires: reactors of the rows do not change or stop the machine.
 
@@ -26,7 +25,7 @@ namespace IpSnmp {
 class ArpTableSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::ArpTableSm", ArpTableSm, Kel::Entity)
  public:
-  // No handle may be null. `arpQuilloVrfId` is the id to start with.
+  // Requires: no handle is null. `arpQuilloVrfId` is the initial id.
   using KelCtorTypes = std::tuple<Kel::Ptr<const Interface::AllIntfStatusDir>, Kel::Ptr<IpMib>,
                                   Kel::Ptr<const Arp::Table::Status>, Vrf::VrfIdMap::VrfId>;
   static constexpr const char* kelCtorNames[] = {"intfStatusDir", "ipMib", "arpQuillo", "arpQuilloVrfId"};
@@ -37,9 +36,9 @@ class ArpTableSm : public Kel::Entity {
   const Kel::Ptr<const Interface::AllIntfStatusDir>& intfStatusDir() const { return intfStatusDir_; }
   const Kel::Ptr<IpMib>& ipMib() const { return ipMib_; }  // the VRF's cache
   const Kel::Ptr<const Arp::Table::Status>& arpQuillo() const { return arpQuillo_; }
-  // The id under which the shared table keys this VRF's entries. While it is not known there are no rows.
+  // The VRF's id in the keys of the shared table. While it is unknown there are no rows.
   const Vrf::VrfIdMap::VrfId& arpQuilloVrfId() const { return arpQuilloVrfId_; }
-  // Another id: removes every row, and adds those of that id.
+  // Changes the id: replaces all rows by those of the new id.
   void arpQuilloVrfIdIs(Vrf::VrfIdMap::VrfId vrfId);
 
   KEL_LINK(__COUNTER__, , BOOST_PP_SEQ_FOR_EACH(KEL_PP_INFO, _, ((, intfStatusDir))((, ipMib))((, arpQuillo))))
@@ -58,25 +57,25 @@ class ArpTableSm : public Kel::Entity {
   // Leaves the rows in the cache, which VrfRootSm deletes.
   void kelStop() override;
 
-  // Adds or refreshes the row of one neighbour, which must be of this VRF's id.
+  // Adds or refreshes the row of one neighbour. Requires: the neighbour has this VRF's id.
   void addArpEntry(const Arp::Table::ArpEntry& entry);
   // Removes the row of one neighbour.
   void delArpEntry(const Arp::Table::ArpKey& key);
-  // The status record of the interface was created or deleted.
+  // Call it when the interface's status record was created or deleted.
   void handleIntfStatus(const Vantu::IntfId& intfId);
   // Adds a row for every entry of this VRF in the shared table.
   void populate();
   // Removes every row.
   void cleanup();
-  // The shared table can be read now.
+  // Call it when the shared table becomes readable.
   void handleInitialized();
-  // Anything in the shared table may have changed: removes the rows whose entry is gone and adds missing ones.
+  // Call it when any entry of the shared table may have changed: removes rows without an entry, and adds missing ones.
   void handleTable();
 
  private:
   // The neighbours of one interface, with a row or without.
   struct Intf;
-  // The result of a walk of the shared table; not complete when the walk met damage.
+  // The result of a walk of the shared table; incomplete after damage.
   struct Walked {
     std::vector<Arp::Table::ArpEntry> entries;
     bool isComplete = true;
@@ -86,9 +85,9 @@ class ArpTableSm : public Kel::Entity {
   std::uint32_t currentIfIndex(const Vantu::IntfId& intfId) const;
   // Removes a neighbour, and its row.
   void forget(const Arp::Table::ArpKey& key);
-  // Makes the row of ifIndex and address what it should be.
+  // Adds, replaces or removes the row of ifIndex and address as its owner requires.
   void settle(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr);
-  // Null: no interface with the ifIndex has the neighbour.
+  // Null if no interface with the ifIndex has the neighbour.
   const Vantu::IntfId* ownerOf(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) const;
   Walked walk() const;
   void add(const Walked& walked);
@@ -100,9 +99,9 @@ class ArpTableSm : public Kel::Entity {
   const Kel::Ptr<const Arp::Table::Status> arpQuillo_;
   const Vrf::VrfIdMap::VrfId firstArpQuilloVrfId_;
   Vrf::VrfIdMap::VrfId arpQuilloVrfId_;
-  bool isStarted_ = false;  // and not stopped
+  bool isStarted_ = false;
   std::map<Vantu::IntfId, Kel::Ptr<Intf>> intfs_;
-  absl::btree_set<std::pair<std::uint32_t, Vantu::IntfId>> intfsByIfIndex_;  // those that have one
+  absl::btree_set<std::pair<std::uint32_t, Vantu::IntfId>> intfsByIfIndex_;  // interfaces with an ifIndex
 };
 
 }  // namespace IpSnmp

@@ -1,5 +1,5 @@
 #pragma once
-// The two machines of the mode in which the switch keeps its forwarding equivalence classes (FECs).
+// The two machines of the FEC mode: how the switch keeps its forwarding equivalence classes.
 //
 //   L3::Config -> FecModeSm -> FecModeStatus -> FecModeRestartSm -> owner of the route machines
 
@@ -9,11 +9,11 @@
 
 namespace IpSnmp {
 
-// Keeps the status equal to the configuration. While this names no mode, each VRF has its own FECs.
+// Keeps the status equal to the configuration. Without a configured mode, each VRF has its own FECs.
 class FecModeSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::FecModeSm", FecModeSm, Kel::Entity)
  public:
-  // Neither may be null.
+  // Requires: no handle is null.
   // clang-format off
   KEL_CONSTRUCTOR(FecModeSm,
     ((Kel::Ptr<const L3::Config>, l3Config))
@@ -36,12 +36,12 @@ class FecModeSm : public Kel::Entity {
   Kel::Ptr<KelL3Config> kelL3Config_;
 };
 
-// Says for which mode the machines of the routes, each of which is made for one mode, have to be made: `fecMode`. A
-// reactor on it makes them anew when it changes.
+// Publishes in `fecMode` the mode that the route machines must be created for. Each of them supports one mode, so a
+// reactor on `fecMode` creates them again when it changes.
 class FecModeRestartSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::FecModeRestartSm", FecModeRestartSm, Kel::Entity)
  public:
-  // May not be null.
+  // Requires: the handle is not null.
   KEL_CONSTRUCTOR(FecModeRestartSm, ((Kel::Ptr<const Quillo::Fib::FecModeStatus>, fecModeStatus)))
   KEL_STORED(Quillo::Fib::FecMode, fecMode, FecMode, Quillo::Fib::fecModeUnknown)
   KEL_TYPE_END_DECLARE

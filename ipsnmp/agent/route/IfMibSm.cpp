@@ -24,7 +24,7 @@ void IfMibSm::kelStop() {
 
 void IfMibSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   if (!kelIntfStatusDir_) return;
-  const Vantu::IntfId intfId = givenId;  // the given one may live in the record
+  const Vantu::IntfId intfId = givenId;  // the caller's may live in the record
   const auto status = intfStatusDir()->intfStatus(intfId);
   if (!status) {
     watches_.erase(intfId);

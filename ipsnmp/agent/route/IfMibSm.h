@@ -13,7 +13,7 @@ namespace IpSnmp {
 class IfMibSm : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IfMibSm", IfMibSm, Kel::Entity)
  public:
-  // Neither may be null.
+  // Requires: no handle is null.
   // clang-format off
   KEL_CONSTRUCTOR(IfMibSm,
     ((Kel::Ptr<const Interface::AllIntfStatusDir>, intfStatusDir))

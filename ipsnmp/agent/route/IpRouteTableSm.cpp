@@ -15,8 +15,8 @@ Kel::TraceHandle ipRouteTableSmTrace("IpRouteTableSm");
 
 constexpr int backlogPriority = 2, countPriority = 3;
 
-// A table that cannot be read now must not fail the making of its machine. It notifies when it can be read, and the
-// scan begins anew. The task traces the reason when it fails in the same way.
+// Scans a table whose unreadability must not fail the creation of its machine. The table notifies when it becomes
+// readable, and the scan begins again. If the task fails for the same reason, it traces that.
 template <class Scan>
 void scanIfReadable(Scan scan) {
   try {
@@ -96,7 +96,7 @@ void IpRouteTableSm::kelStop() {
   routeCountTaskDel();
   routeTaskDel();
   fecTaskDel();
-  // Unless the cache refers to another machine's already.
+  // The cache may already refer to another machine's.
   if (fecsAndPrefixes() && ipForwardMib()->fecsAndPrefixes() == fecsAndPrefixes()) {
     ipForwardMib()->routeStatusIs(nullptr);
     ipForwardMib()->vrfForwardingStatusIs(nullptr);
@@ -134,7 +134,7 @@ void IpRouteTableSm::vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::Forwardin
 void IpRouteTableSm::watchRoutes() {
   if (!kelRouteStatus_) kelRouteStatus_ = Kel::makePtr<KelRouteStatus>(this);
   kelRouteStatus_->notifierIs(routeStatus());
-  // A table that is not initialized notifies when it is.
+  // An uninitialized table notifies when it is initialized.
   if (!routeStatus() || routeStatus()->initialized()) handleRoute();
 }
 
@@ -236,7 +236,7 @@ void IpRouteTableSm::doCountRoutes() {
     try {
       routeCountTempValueInc(rowCount(Vantu::Prefix(prefix)));
     } catch (const Kel::Exception&) {
-      // An invalid prefix, or tables that cannot be read now: the next pass begins anew.
+      // An invalid prefix or an unreadable table: the next pass begins again.
       routeCountBookmarkIs(Vantu::IpAddrWithMask());
       throw;
     }

@@ -12,10 +12,10 @@ namespace {
 
 Kel::TraceHandle routeBacklogTrace("IpRouteTableSm");
 
-// FECs that are entered in the backlog at once.
+// FECs that are added to the backlog at once.
 constexpr std::size_t fecPieceSize = 1024;
 
-// The parts of the trace lines in which the two passes differ.
+// The words that differ between the trace lines of the two passes.
 struct BacklogWords {
   const char* starting;
   const char* processed;
@@ -25,12 +25,11 @@ constexpr BacklogWords routeWords{" IP route backlog processing", " prefixes",
                                   " IPv4 route processing rescheduled"};
 constexpr BacklogWords fecWords{" IP fec backlog processing", " fecs", " IPv4 fec processing rescheduled"};
 
-// One run of a task over its backlog. `scanNext` enters the next piece of the table, and returns false when there is
-// none; `process` looks a key up and takes it out of the backlog. Returns the bookmark to keep: the key at which the
-// run yielded, or none.
+// Runs a task over its backlog. `scanNext` adds the next piece of the table, and returns false without one. `process`
+// looks a key up and removes it from the backlog. Returns the bookmark: the key at which the run yielded, or none.
 //
-// `process` may change the backlog, so the position is searched for anew after each key. If the store cannot be read,
-// the run ends and the task is not rescheduled: the table notifies when it can be read.
+// `process` may change the backlog, so each step searches for its position. If the store is unreadable, the run ends
+// without a rescheduled task; the table notifies when it becomes readable.
 template <class Backlog>
 typename Backlog::Key processBacklog(const BacklogWords& words, Brev::Task& task, const Kel::Name& vrfName,
                                      const Backlog& backlog, const typename Backlog::Key& bookmark, auto scanNext,

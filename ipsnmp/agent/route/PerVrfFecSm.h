@@ -1,11 +1,11 @@
 #pragma once
-// Brings changes of FECs to the routes that use them: when a FEC changes, every prefix of the VRF whose route resolves
-// through it is notified to the route table's state machine, as if the route itself had changed.
+// Passes changes of FECs to the routes that use them: when a FEC changes, it notifies the route table's machine of
+// every prefix of the VRF whose route resolves through the FEC, as if the route itself had changed.
 //
-// The cache refers to this machine's list of prefixes, so that walks pass over the prefixes without a row.
+// The cache refers to this machine's list of prefixes, which lets walks skip prefixes without a row.
 //
-// Large work is cut into pieces. Of a FEC that many routes use, the first piece is notified at once and the others in a
-// task. The task also reads the table of routes, which says which prefixes a FEC has.
+// For a FEC with many routes, the first piece of prefixes is notified at once, and the others in a task. The task also
+// scans the table of routes to build the list.
 
 #include <map>
 
@@ -24,8 +24,8 @@ class PerVrfFecSm : public Kel::Entity {
     ((Kel::Ptr<const Quillo::Fib::RouteStatus>, routeStatus))
     ((Kel::Ptr<const Quillo::Fib::ForwardingStatus>, vrfForwardingStatus)))
   // clang-format on
-  // For each FEC the prefixes of this VRF whose route uses it, and the machine that updates this list. Deleting that
-  // machine leaves the list as it is.
+  // The prefixes of this VRF by the FEC that their route uses, and the machine that keeps this list. Deleting that
+  // machine leaves the list unchanged.
   KEL_CHILD(Quillo::Fib::FecRouteList, fecRouteList, FecRouteList)
   KEL_CHILD(FibUtils::FecRouteListSm, fecRouteListSm, FecRouteListSm)
   KEL_TYPE_END_DECLARE
@@ -40,33 +40,33 @@ class PerVrfFecSm : public Kel::Entity {
 
   // Replaces the present table.
   void vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::ForwardingStatus> vrfForwardingStatus);
-  // Changes of FECs are no longer followed. False when they were not.
+  // Stops following changes of FECs. Returns whether they were followed.
   bool vrfForwardingStatusDel();
 
   // Builds the list of prefixes.
   void handleInitialized();
-  // This FEC was added, removed or changed.
+  // Call it when this FEC was added, removed or changed.
   void handleFec(const Quillo::Fib::FecId& fecId);
-  // One run of the task: the rest of the table of routes, and of the FECs that were begun.
+  // Runs the task: scans routes, and notifies the remaining prefixes of FECs, until it must yield.
   void doProcessBacklog();
 
  private:
   struct KelVrfForwardingStatus : OwnedReactor<PerVrfFecSm, Quillo::Fib::ForwardingStatus> {
     using OwnedReactor::OwnedReactor;
     void onFec(const Quillo::Fib::FecId& fecId) override { owner_->handleFec(fecId); }
-    // Any FEC, so any route.
+    // Any FEC may have changed, so any route may have.
     void handleInitialized() override { owner_->ipRouteTableSm()->handleRoute(); }
     void onTable() override { owner_->ipRouteTableSm()->rescanRoutes(); }
   };
   using KelTask = Brev::OwnedTask<Brev::Task, PerVrfFecSm, &PerVrfFecSm::doProcessBacklog>;
 
   void followRoutes();
-  // Notifies the next piece of a FEC's prefixes, from the first one above `*after` on; null: from the first of all.
+  // Notifies the next piece of a FEC's prefixes, from upper_bound(*after) on; null: from the first prefix.
   void notifyPrefixes(const Quillo::Fib::FecId& fecId, const Vantu::Prefix* after);
 
   Kel::Ptr<KelVrfForwardingStatus> kelVrfForwardingStatus_;
   Kel::Ptr<KelTask> task_;
-  std::map<Quillo::Fib::FecId, Vantu::Prefix> begun_;  // FECs whose prefixes are notified up to this one
+  std::map<Quillo::Fib::FecId, Vantu::Prefix> begun_;  // FECs that are notified up to this prefix
 };
 
 }  // namespace IpSnmp

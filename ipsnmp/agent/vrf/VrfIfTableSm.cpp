@@ -56,7 +56,7 @@ template class IntfReactor<Ip6::IntfConfig>;
 
 }  // namespace VrfIfReactors
 
-// A record may have been deleted and made again before its change is notified, so its reactor is always made anew.
+// A record may be deleted and created again before the change is notified, so its reactor is always created again.
 struct VrfIfTableSm::KelConfig : OwnedReactor<VrfIfTableSm, Ip::Config> {
   using OwnedReactor::OwnedReactor;
   void handleIpIntfConfig(const Vantu::IntfId& givenId) override {
@@ -115,7 +115,7 @@ void VrfIfTableSm::kelStop() {
 
 void VrfIfTableSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   QTRACE_ENTRY(vrfIfTableSmTrace, this);
-  const Vantu::IntfId intfId = givenId;  // the given one may live in the record
+  const Vantu::IntfId intfId = givenId;  // the caller's may live in the record
   const Kel::Ptr<VrfIfTableSm> self(this);
   const auto status = intfStatusDir()->intfStatus(intfId);
   if (const auto reactor = ipIntfConfig(intfId)) reactor->intfStatusIs(status);

@@ -1,12 +1,12 @@
 #pragma once
 // Keeps vrfIfTable: one row for each interface of a VRF other than "default", by ifIndex, with the VRF's name.
 //
-// An interface has a row while it has a status record with an ifIndex and its IPv4 or its IPv6 configuration puts it
-// into such a VRF. If the two differ, the IPv4 one decides. The row moves with the ifIndex. If two interfaces have the
-// same ifIndex, the row is that of the lower interface id.
+// An interface has a row while it has a status record with an ifIndex, and its configuration puts it into such a VRF.
+// If the IPv4 and the IPv6 configuration name different VRFs, IPv4 decides. The row moves with the ifIndex. If two
+// interfaces have the same ifIndex, the lower interface id gets the row.
 //
-// VrfRootSm removes the rows of a VRF that it removes. The rows of interfaces that still name the VRF are added again
-// when the VRF has a row in vrfTable again.
+// VrfRootSm removes a VRF's rows with the VRF. When the VRF has a row in vrfTable again, this machine adds the rows of
+// the interfaces that still name it.
 //
 // Lifetime: stopping or destroying the machine removes its rows.
 
@@ -37,13 +37,13 @@ class IntfReactor : public Record::Notifiee {
     return record->intfId();
   }
 
-  // Null when the interface has none.
+  // Null without a status record.
   Kel::Ptr<const Interface::IntfStatus> intfStatus() const { return intfStatusWatch_->notifier(); }
   void intfStatusIs(const Kel::Ptr<const Interface::IntfStatus>& status);
-  // Where the configuration puts the interface: without a layer-3 record, in the default VRF.
+  // The VRF by this configuration; without a layer-3 record, the default VRF.
   L3::VrfName vrf() const;
 
-  // The collection calls these when the reactor enters and leaves it.
+  // The collection calls these when it adds and removes the reactor.
   void kelStart();
   void kelStop();
 
@@ -72,7 +72,7 @@ class VrfIfTableSm : public Kel::Entity {
   using KelIpIntfConfig = VrfIfReactors::IntfReactor<Ip::IpIntfConfig>;
   using KelIp6IntfConfig = VrfIfReactors::IntfReactor<Ip6::IntfConfig>;
 
-  // None may be null.
+  // Requires: no handle is null.
   // clang-format off
   KEL_CONSTRUCTOR(VrfIfTableSm,
     ((Kel::Ptr<IpVrfMib>, ipVrfMib))
@@ -90,17 +90,17 @@ class VrfIfTableSm : public Kel::Entity {
   void kelStart() override;
   void kelStop() override;
 
-  // Makes or refreshes the interface's row; "default" removes it.
+  // Adds or refreshes the interface's row; "default" removes it.
   void addToVrfIfTable(const Kel::Name& vrfName, const Kel::Ptr<const Interface::IntfStatus>& intfStatus);
   // Removes the row of an interface.
   void delFromVrfIfTable(std::uint32_t ifIndex);
   // The interface's status record was created or deleted: passes it to the interface's reactors.
   void handleIntfStatus(const Vantu::IntfId& intfId);
-  // The interface's configuration, VRF or ifIndex may have changed.
+  // Call it when the interface's configuration, VRF or ifIndex may have changed.
   void handleIntf(const Vantu::IntfId& intfId);
 
  private:
-  // The row that an interface should have.
+  // The row that an interface claims.
   struct Claim {
     std::uint32_t ifIndex = 0;
     L3::VrfName vrf;
@@ -109,14 +109,14 @@ class VrfIfTableSm : public Kel::Entity {
   };
 
   std::optional<Claim> claimOf(const Vantu::IntfId& intfId) const;
-  // Makes the row of the ifIndex what it should be.
+  // Writes or removes the row of the ifIndex by the claims.
   void settle(std::uint32_t ifIndex);
   void handleVrf(const L3::VrfName& vrfName);
 
   struct KelConfig;
   struct KelConfig6;
   struct KelIpVrfMib;
-  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // of the collections; none: stopped
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // empty: stopped
   std::map<Vantu::IntfId, Claim> claims_;
   absl::btree_set<std::pair<std::uint32_t, Vantu::IntfId>> claimsByIfIndex_;
 };

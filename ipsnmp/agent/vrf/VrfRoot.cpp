@@ -11,7 +11,7 @@ VrfRoot::~VrfRoot() {
   VrfRoot::kelStop();
 }
 
-// Users before what they use.
+// Each machine before those that it uses.
 void VrfRoot::kelStop() {
   perVrfFecSmDel();
   ipRouteTableSmDel();

@@ -1,5 +1,5 @@
 #pragma once
-// The owners of the state machines of the VRFs other than the default one, and the shared tables that a VRF reads.
+// The owners of the state machines of all VRFs except the default one, and the shared tables that a VRF reads.
 
 #include "fibstats/agent/FibStatsSm.h"
 #include "ipsnmp/IpMib.h"
@@ -11,8 +11,7 @@
 
 namespace IpSnmp {
 
-// The machines of one VRF; its name is the VRF's. The cache handles refer to the children of the VRF's member of
-// VrfMibsDir.
+// The machines of one VRF, under the VRF's name. Its cache handles refer to the VRF's member of VrfMibsDir.
 // Lifetime: deleting or destroying the root deletes the machines.
 class VrfRoot : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfRoot", VrfRoot, Kel::Entity)
@@ -46,17 +45,17 @@ class VrfRootDir : public Kel::Entity {
 
 // The shared tables of routes and FECs of one VRF.
 struct VrfTables {
-  // Null: there is no such table, or it is of another type.
+  // Null without such a table, or if it has another type.
   Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus;
   Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status;
   Kel::Ptr<const Quillo::Fib::ForwardingStatus> forwardingStatus;
 
-  // The tables of the id under which the VRF is published now; without `withFecs` no forwarding table is mounted.
+  // Mounts the tables of the VRF's current id; without `withFecs`, no forwarding table.
   static VrfTables mounted(const KelQuillo::Mount& mount, const L3::VrfName& vrfName, bool withFecs);
 };
 
-// Has the machines of `owner`, a Root or a VrfRoot, read `tables` instead of their present tables. No-op while the owner
-// has no route table machine. A forwarding table that all VRFs share stays.
+// Makes the machines of `owner` (a Root or a VrfRoot) read `tables`. No-op if `owner` has no route table machine. A
+// forwarding table that all VRFs share stays.
 template <class Owner>
 void remountTables(Owner& owner, const VrfTables& tables) {
   const auto routeSm = owner.ipRouteTableSm();

@@ -67,7 +67,7 @@ struct VrfRootSm::KelVrfNameStatus : OwnedReactor<VrfRootSm, Vrf::VrfIdMap::Name
 
 struct VrfRootSm::KelAllVrfStatusLocal : OwnedReactor<VrfRootSm, Ip::AllVrfStatusLocal> {
   using OwnedReactor::OwnedReactor;
-  // A record may have been deleted and made again before its change is notified, so its reactor is always made anew.
+  // A record may be deleted and created again before the change is notified, so its reactor is always created again.
   void handleVrf(const L3::VrfName& vrfName) override {
     const Kel::Ptr<VrfRootSm> keep(owner_);
     owner_->vrfStatusLocalDel(vrfName);
@@ -177,7 +177,7 @@ void VrfRootSm::handleInitialized(bool isReady) {
   taskIs(Kel::makePtr<KelTask>(this, scheduler(), "vrf creation/deletion", taskPriority));
   initializedIs(true);
   handleVrfCreation();
-  // Watched before the ids are processed, which may throw while the store cannot be read.
+  // Watch before processing the ids, which may throw while the store cannot be read.
   if (const auto map = nameToIdMap()) {
     for (const auto& [vrfName, id] : vrfNameStatus()->vrfId()) map->vrfIdIs(vrfName, id);
     watch<KelNameToIdMap>(map, this);
@@ -199,7 +199,7 @@ void VrfRootSm::handleVrfCreation() {
     addToVrfTable(vrfName.stringValue());
     if (!vrfName.isDefault()) vrfBacklogIs(vrfName, true);
   }
-  // A complete VRF is made with or without a local status record, as it is by later events.
+  // A complete VRF needs no local status record, as with later events.
   for (const auto& name : routingVrfConfigDir()->vrfConfig().keys()) {
     if (isVrfName(name) && !L3::VrfName(name).isDefault()) vrfBacklogIs(L3::VrfName(name), true);
   }
@@ -226,7 +226,7 @@ void VrfRootSm::doProcessVrfBacklog() {
   const auto task = this->task();
   if (!task) return;
   if (vrfBacklogQuantum() > 0) task->quantumIs(vrfBacklogQuantum());
-  // The first one at or after `next`; behind the last one, the first of all.
+  // lower_bound(next); after the last one, the first.
   const auto at = [this](const L3::VrfName& next) {
     const auto found = vrfBacklog().lowerBound(next);
     return found == vrfBacklog().end() ? vrfBacklog().begin()->first : found->first;
@@ -270,12 +270,12 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
       // One line at level 0, however many VRFs wait for the same table.
       QTRACE(vrfRootSmTrace, failedVrfs_.empty() ? 0 : 2)
           << "vrf " << vrfName << " is not complete: " << error.what();
-      unmakeVrf(vrfName);  // no event would complete half a VRF
+      unmakeVrf(vrfName);  // no later event would complete it
       failedVrfs_.insert(vrfName);
     }
     return;
   }
-  failedVrfs_.erase(vrfName);  // it is made, or the event that adds what is missing examines it again
+  failedVrfs_.erase(vrfName);  // it exists, or the event that completes it examines it again
   QTRACE(vrfRootSmTrace, 2) << " Nothing to do for vrf " << name << " because - initialized=" << initialized()
                             << " vrfRoot(vrfName)=" << vrfRootHas(name)
                             << " routingVrfInfoDir()->entityPtr(vrfName)="
@@ -328,7 +328,7 @@ void VrfRootSm::handleVrfStatusDel(const L3::VrfName& givenName) {
   removeVrf(vrfName);
 }
 
-// The destructor calls these two, so they make no handle to this object.
+// The destructor calls these two, so they must not make a handle to this object.
 void VrfRootSm::removeVrf(const L3::VrfName& vrfName) {
   const Kel::Name name = vrfName.stringValue();
   servedVrfDel(vrfName);

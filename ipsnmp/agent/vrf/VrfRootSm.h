@@ -1,23 +1,24 @@
 #pragma once
 // Discovers the VRFs and gives each one other than the default its caches and state machines.
 //
-// A VRF is made when the agent is ready and the VRF has a routing information entity (IPv4), a routing configuration and
-// an id. It is unmade when its local status record is deleted. The VRFs that are known when the agent becomes ready are
-// made by a task that yields; later, each event that may complete a VRF examines that VRF at once. The order of arrival
-// does not matter (docs/decisions/0018): the routing configuration may be the last. A VRF without a local status record
-// is unmade when one of the other conditions no longer holds.
+// A VRF is created once the agent is ready and the VRF has a routing information entity (IPv4), a routing
+// configuration and an id. The order of their arrival does not matter (docs/decisions/0018). A task that yields creates
+// the VRFs that exist when the agent becomes ready; later, each event that may complete a VRF creates it at once.
 //
-// A VRF that cannot be made because a table cannot be read is unmade again, and the task examines it again when the
-// neighbour table becomes readable or is replaced.
+// A VRF is removed when its local status record is deleted. Without such a record it is removed when one of the other
+// conditions no longer holds.
 //
-// The machine also keeps the VRF table: a row for each VRF with a local status record, whether the agent is ready or
-// not. It watches the shared neighbour table and the directory of interfaces once for all VRFs: a changed neighbour
-// goes to the neighbour machine of the VRF whose id the entry has, a changed interface to all of them.
+// A VRF whose tables cannot be read is removed again. The task retries it when the neighbour table becomes readable or
+// is replaced.
 //
-// The default VRF belongs to Root and is never made here. Its neighbours' id is the one published for "default", or 0.
+// The machine also keeps the VRF table, whether the agent is ready or not: a row for each VRF with a local status
+// record. It watches the shared neighbour table and the directory of interfaces once for all VRFs. It passes a changed
+// neighbour to the neighbour machine of the VRF with the entry's id, and a changed interface to all neighbour machines.
 //
-// Requires: no reactor unmakes a VRF while it is being made.
-// Lifetime: stopping or destroying the machine unmakes every VRF.
+// The default VRF belongs to Root. Its neighbours' id is the one published for "default", or 0.
+//
+// Requires: no reactor removes a VRF while it is being created.
+// Lifetime: stopping or destroying the machine removes every VRF.
 
 #include <absl/container/btree_map.h>
 #include <absl/container/btree_set.h>
@@ -50,7 +51,7 @@ class KelVrfStatusLocal : public Ip::VrfStatusLocal::Notifiee {
     return record->vrfName();
   }
 
-  // The collection calls these when the reactor enters and leaves it.
+  // The collection calls these when it adds and removes the reactor.
   void kelStart();
   void kelStop();
 
@@ -70,9 +71,10 @@ class VrfRootSm : public Kel::Entity {
   using KelVrfStatusLocal = IpSnmp::KelVrfStatusLocal;
   using VrfId = Vrf::VrfIdMap::VrfId;
 
-  // Requires: handles are not null, with these exceptions. The entity manager is needed for the default VRF's routing
-  // status and to mount the tables of routes; the default VRF's route table machine and its FECs when fecMode is 2
-  // (unified). Without `routeTablesEnabled` no tables are mounted, and no machines made that read them.
+  // Requires: handles are not null, with these exceptions. The entity manager is needed only for the default VRF's
+  // routing status and to mount route tables. The default VRF's route table machine and its FECs are needed only if
+  // fecMode is 2 (unified). Without `routeTablesEnabled` no tables are mounted, and no machines that read them are
+  // created.
   // clang-format off
   KEL_CONSTRUCTOR(VrfRootSm,
     ((Quillo::Fib::FecMode, fecMode))
@@ -101,29 +103,29 @@ class VrfRootSm : public Kel::Entity {
     ((bool, routeTablesEnabled)))
   // clang-format on
 
-  // The VRFs that are made. They belong to `vrfRootDir`.
+  // The VRFs that were created. They belong to `vrfRootDir`.
   KEL_MEMBERS_READ(Hashed, Kel::Name, VrfRoot, vrfRoot, VrfRoot)
   KEL_STORED(Vrf::VrfIdMap::VrfId, defaultVrfId, DefaultVrfId)
-  // The published ids by name, from when the agent is ready.
+  // The published ids by name; null until the agent is ready.
   KEL_CHILD(Vrf::VrfIdMap::NameToIdMap, nameToIdMap, NameToIdMap)
-  // The forwarding status that all VRFs share when fecMode is 2 (unified), from when the agent is ready; else null.
+  // The forwarding status that all VRFs share if fecMode is 2 (unified); else, and until the agent is ready, null.
   KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, unifiedForwardingStatus, UnifiedForwardingStatus)
-  // Under which id the shared neighbour table keys a VRF's entries, and back. An id is one VRF's (IdClaims).
+  // The id that keys a VRF's entries in the shared neighbour table, and its inverse. Each id has one VRF (IdClaims).
   KEL_VALUES(Ordered, L3::VrfName, Vrf::VrfIdMap::VrfId, arpQuilloVrfNameToIdMap, ArpQuilloVrfNameToIdMap)
   KEL_VALUES(Hashed, Vrf::VrfIdMap::VrfId, L3::VrfName, arpQuilloVrfIdReverseMapper, ArpQuilloVrfIdReverseMapper)
   void doProcessVrfBacklog();
   using KelTask = Brev::OwnedTask<Brev::Task, VrfRootSm, &VrfRootSm::doProcessVrfBacklog>;
-  // Works off the backlog; null until the agent is ready.
+  // Processes the backlog; null until the agent is ready.
   KEL_OWNED(KelTask, task, Task)
-  // VRFs that wait to be examined (always true), and the next one.
+  // VRFs to examine (always true), and the next one.
   KEL_VALUES(Ordered, L3::VrfName, bool, vrfBacklog, VrfBacklog)
   KEL_STORED(L3::VrfName, vrfBookmark, VrfBookmark)
-  KEL_STORED(double, vrfBacklogQuantum, VrfBacklogQuantum, 0.01)  // seconds that a run may take; above 0
+  KEL_STORED(double, vrfBacklogQuantum, VrfBacklogQuantum, 0.01)  // seconds of one run; above 0
   KEL_MEMBERS(Hashed, L3::VrfName, KelVrfStatusLocal, vrfStatusLocal, VrfStatusLocal)
   KEL_STORED(bool, initialized, Initialized, false)
   KEL_REFERENCE(const Snmp::AgentStatus, snmpAgentStatus, SnmpAgentStatus)  // as the SNMP status has it
-  // The VRFs whose SNMP contexts can be served (always true): set as the last step of making a VRF, deleted before
-  // anything of it is unmade.
+  // The VRFs whose SNMP contexts can be served (always true): added as the last step of a VRF's creation, deleted as
+  // the first step of its removal.
   KEL_VALUES(Hashed, L3::VrfName, bool, servedVrf, ServedVrf)
   KEL_TYPE_END_DECLARE
 
@@ -132,30 +134,30 @@ class VrfRootSm : public Kel::Entity {
   void kelStart() override;
   void kelStop() override;
 
-  // Starts when the agent is ready for the first time. Otherwise a no-op.
+  // Starts when the agent is ready for the first time; otherwise a no-op.
   void handleInitialized(bool isReady);
-  // Enters every VRF with a local status record or a routing configuration in the backlog.
+  // Adds every VRF with a local status record or a routing configuration to the backlog.
   void handleVrfCreation();
-  // Makes the VRF if its conditions hold and it is not made yet.
+  // Creates the VRF if its conditions hold and it does not exist yet.
   void handleVrfCreation(const Kel::Name& vrfName);
   // Sets whether the VRF has a network namespace of its own in its software-forwarding statistics.
   void refreshSwFwdStats(const L3::VrfName& vrfName);
-  // The local status record of the VRF was deleted.
+  // Call it when the VRF's local status record was deleted.
   void handleVrfStatusDel(const L3::VrfName& vrfName);
 
-  // Makes the VRF's row equal to its records. No-op without a local status record.
+  // Updates the VRF's row from its records. No-op without a local status record.
   void addToVrfTable(const Kel::Name& vrfName);
   void delFromVrfTable(const Kel::Name& vrfName);
 
   void handleArpEntry(const Arp::Table::ArpKey& key);
   void handleNeighborEntry(const Arp::Table::ArpKey& key);
-  // The published id of this VRF may have changed; without a name: any may have.
+  // Call it when the published id of this VRF may have changed; without a name: when any may have.
   void handleNameToIdMap();
   void handleNameToIdMap(const L3::VrfName& vrfName);
   void handleVrfNameToIdChange(const L3::VrfName& vrfName);
-  // Gives the VRF's neighbour machine the id that its entries have now.
+  // Passes the VRF's current id to its neighbour machine.
   void handleArpQuilloVrfName(const L3::VrfName& vrfName);
-  // The interface's status record was created or deleted; without an id: any may have been.
+  // Call it when the interface's status record was created or deleted; without an id: when any may have been.
   void handleIntfStatus(const Vantu::IntfId& intfId);
   void handleIntfStatus();
 
@@ -173,12 +175,11 @@ class VrfRootSm : public Kel::Entity {
   struct KelSnmpStatus;
   struct KelSnmpAgentStatus;
 
-  // The VRF to which the neighbour table's entries of an id belong. Each VRF is published under at most one id. A
-  // publisher may have two VRFs under one id for a moment; the id is then the default VRF's if that claims it, else that
-  // of the lowest name.
+  // Decides which VRF owns the neighbour table's entries of an id. Each VRF is published under at most one id. A
+  // publisher may briefly publish two VRFs under one id; the default VRF then gets it, else the lowest name.
   class IdClaims {
    public:
-    // Not known: the VRF has no id. Returns the ids whose holder may have changed.
+    // An unknown id means that the VRF has none. Returns the ids whose owner may have changed.
     std::vector<VrfId> claimIs(const L3::VrfName& vrfName, VrfId id);
     std::optional<L3::VrfName> holder(VrfId id) const;
 
@@ -187,7 +188,7 @@ class VrfRootSm : public Kel::Entity {
     absl::btree_set<std::tuple<VrfId, bool, L3::VrfName>> claims_;
   };
 
-  // Makes a reactor of `argument` that watches `watched` until the machine stops.
+  // Creates a reactor from `argument` that watches `watched` until the machine stops.
   template <class Reactor, class Watched, class Argument>
   void watch(const Kel::Ptr<Watched>& watched, Argument argument) {
     const auto reactor = Kel::makePtr<Reactor>(std::move(argument));
@@ -195,7 +196,7 @@ class VrfRootSm : public Kel::Entity {
     reactors_.push_back(reactor);
   }
 
-  // Directories take any name, also one that no VRF can have.
+  // Whether a VRF can have the name; directories accept any.
   static bool isVrfName(const Kel::Name& name);
   void handleSnmpStatus();
   void onVrfConfig(const Kel::Name& vrfName);
@@ -203,11 +204,11 @@ class VrfRootSm : public Kel::Entity {
   void onEntityPtr(const Kel::Name& vrfName);
   bool hasConditions(const L3::VrfName& vrfName) const;
   void createVrf(const L3::VrfName& vrfName);
-  // Enters the VRFs that could not be made in the backlog again.
+  // Adds the VRFs that could not be created to the backlog again.
   void retryVrfs();
   // Schedules the task if there is work.
   void scheduleVrfBacklog();
-  // Unmakes the VRF and removes its rows from the VRF tables.
+  // Removes the VRF and its rows in the VRF tables.
   void removeVrf(const L3::VrfName& vrfName);
   // Removes the VRF's caches and machines.
   void unmakeVrf(const L3::VrfName& vrfName);
@@ -216,21 +217,21 @@ class VrfRootSm : public Kel::Entity {
   VrfTables mountTables(const L3::VrfName& vrfName) const;
   void makeRouteSms(VrfRoot& root, const VrfTables& tables);
   void makeFibStatsSms(VrfRoot& root, const VrfTables& tables);
-  // Gives the FIB statistics machines the VRF's present configuration and id.
+  // Passes the VRF's configuration and id to its FIB statistics machines.
   void refreshFibStats(const Kel::Name& vrfName);
   void delVrfIfRows(const Kel::Name& vrfName);
   VrfId publishedId(const L3::VrfName& vrfName) const;
   VrfId arpQuilloVrfIdOf(const L3::VrfName& vrfName) const;
   Kel::Ptr<ArpTableSm> arpTableSmOf(const L3::VrfName& vrfName);
-  // Null when no VRF has the id; `vrfName` is set otherwise.
+  // Null without a VRF of that id; otherwise sets `vrfName`.
   Kel::Ptr<ArpTableSm> arpTableSmOf(VrfId id, L3::VrfName& vrfName);
   void handleNeighbour(const Arp::Table::ArpKey& key);
-  // Those of every VRF, the default one first.
+  // The neighbour machines of every VRF, the default one first.
   std::vector<Kel::Ptr<ArpTableSm>> arpTableSms();
 
-  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // none: stopped
+  std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // empty: stopped
   Kel::Ptr<Kel::NotifieeBase> kelSnmpAgentStatus_;
-  std::set<L3::VrfName> failedVrfs_;  // the conditions held, but the VRF could not be made
+  std::set<L3::VrfName> failedVrfs_;  // could not be created although their conditions held
   IdClaims idClaims_;
 };
 

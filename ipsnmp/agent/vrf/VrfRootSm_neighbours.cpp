@@ -1,5 +1,4 @@
-// The VRF root state machine: the ids of the VRFs in the shared neighbour table, and the dispatch of the table's changes
-// to the VRFs.
+// The VRF root state machine: the VRFs' ids in the shared neighbour table, and the dispatch of its changes.
 
 #include <set>
 
@@ -81,7 +80,7 @@ void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
   if (vrfName.isDefault()) {
     defaultVrfIdIs(published);
   } else if (const auto root = vrfRoot(vrfName.stringValue())) {
-    // Without an id the VRF has no tables either: another VRF may get the id.
+    // A VRF without an id has no tables: another VRF may get the id.
     const bool isAnother = root->vrfId() != published;
     root->vrfIdIs(published);
     if (isAnother) remountTables(*root, mountTables(vrfName));
@@ -139,7 +138,7 @@ void VrfRootSm::handleArpQuilloVrfName(const L3::VrfName& vrfName) {
 // ---- neighbours ----
 
 Kel::Ptr<ArpTableSm> VrfRootSm::arpTableSmOf(VrfId id, L3::VrfName& vrfName) {
-  // The default VRF's machine has its id before the ids are known by name.
+  // The default VRF's machine has an id before the ids are published by name.
   vrfName = L3::VrfName();
   const auto& defaultSm = defaultVrfArpTableSm();
   if (defaultSm && defaultSm->arpQuilloVrfId() == id) return defaultSm;
@@ -161,7 +160,7 @@ void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey) {
   try {
     entry = key.addr.af() == Vantu::ipv4_ ? arpQuillo()->arpEntry(key) : arpQuillo()->neighborEntry(key);
   } catch (const Pesk::CorruptionDetectedException& error) {
-    // The neighbour may exist or not, so its row stays as it is.
+    // Whether the neighbour exists is unknown, so its row stays.
     arpQuillo()->corruptionDetected(error);
     return;
   }
@@ -191,7 +190,7 @@ void VrfRootSm::handleIntfStatus(const Vantu::IntfId& givenId) {
   for (const auto& sm : arpTableSms()) sm->handleIntfStatus(intfId);
 }
 
-// For interfaces that were added after the default VRF's neighbour machine was made, and before this one was.
+// Catches up on interfaces added between the creation of the default VRF's neighbour machine and of this one.
 void VrfRootSm::handleIntfStatus() {
   QTRACE_ENTRY(vrfNeighboursTrace, this);
   const Kel::Ptr<VrfRootSm> self(this);

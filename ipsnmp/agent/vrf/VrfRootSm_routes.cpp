@@ -1,4 +1,4 @@
-// The VRF root state machine: mounts a VRF's tables of routes and FECs, and makes the machines that read them.
+// The VRF root state machine: mounts a VRF's tables of routes and FECs, and creates the machines that read them.
 
 #include "ipsnmp/agent/vrf/VrfRootSm.h"
 

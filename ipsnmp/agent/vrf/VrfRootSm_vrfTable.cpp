@@ -1,4 +1,4 @@
-// The VRF root state machine: the rows of the VRF table, and those of vrfIfTable that go with a VRF.
+// The VRF root state machine: the rows of vrfTable, and the removal of a VRF's rows in vrfIfTable.
 
 #include "ipsnmp/agent/vrf/VrfRootSm.h"
 #include "kel/Trace.h"
