@@ -49,7 +49,7 @@ const Modules::Scalar ipv6IpForwarding{
 MIB_SCALAR_HANDLER(ipForwarding, ipForwarding)
 MIB_SCALAR_HANDLER(ipv6IpForwarding, ipv6IpForwarding)
 
-// Of the other sources of this module.
+// Defined in the other sources of this module.
 void initialize_table_ipAddrTable(Snmp::Config::PtrConst config, Kel::String context);
 void initialize_table_ipNetToMediaTable(Snmp::Config::PtrConst config, Kel::String context);
 void initialize_table_ipAddressPrefixTable(Snmp::Config::PtrConst config, Kel::String context);

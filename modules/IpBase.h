@@ -1,5 +1,5 @@
 #pragma once
-// What the sources of the module IpBase share.
+// Declarations that the sources of the module IpBase share.
 
 #include "ipsnmp/IpMib.h"
 #include "modules/MibModules.h"
@@ -9,10 +9,10 @@ namespace IpBase {
 
 extern Modules::Module module;
 
-// RowStatus of SNMPv2-TC. Our tables are read-only: every row that is there is active.
+// active(1) of RowStatus (SNMPv2-TC): every row of a read-only table is active.
 inline constexpr int rowStatusActive = 1;
 
-// The cache that all its tables are served from. A function, since tables are static objects that ask for it.
+// The source of all its tables. A function, because static objects of other sources call it during initialization.
 inline Modules::EntitySource ipMibSource() {
   return Modules::entitySource<IpSnmp::IpMib>("snmp/ip/ipmib", "snmp/ip/vrf.mibs/%s.ipmib");
 }

@@ -52,7 +52,7 @@ struct IpAddressPrefixRows {
 };
 using IpAddressPrefixRow = IpAddressPrefixRows::Row;
 
-// The table says which prefixes are on which interface, by its index; of a prefix nothing more is tracked.
+// The index states which prefix is on which interface; nothing else is known of a prefix.
 constexpr int originOther = 1;  // IpAddressPrefixOriginTC and IpAddressOriginTC
 constexpr int truthTrue = 1, truthFalse = 2;
 constexpr unsigned lifetimeInfinite = 4294967295;  // seconds
@@ -93,7 +93,7 @@ struct IpAddressRows {
 using IpAddressRow = IpAddressRows::Row;
 
 constexpr int storageTypeOther = 1;
-constexpr Kel::Seconds timeUnknown = 0;  // of an address neither creation nor change is noted
+constexpr Kel::Seconds timeUnknown = 0;  // the times of creation and change are not recorded
 
 constexpr Modules::Conversion<Kel::Ptr<const IpSnmp::IpAddressPrefixEntry>> ipAddressPrefixEntryToAsnOid{
     "IpAddressPrefixEntryToAsnOid", IpAddressPrefixEntryToAsnOid};

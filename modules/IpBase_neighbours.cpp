@@ -1,10 +1,9 @@
 // The neighbour tables of IP-MIB.
 //
-// A row holds the key of a neighbour; what is known of the neighbour is read from the shared table at each request.
-// So a row may outlive its neighbour by a moment, and the neighbour's record may turn out to be damaged. Such a row
-// is answered with what its key says, and as far as it goes no further: an empty physical address and the type of
-// a dynamic neighbour. Nothing of another neighbour is shown, and one bad record does not end a walk of the table,
-// as an error would. Damage is reported to the shared table.
+// A row holds the key of a neighbour; each request reads the rest from the shared table. So a row may briefly outlive
+// its neighbour, and the neighbour's record may be damaged. Such a row is answered from its key, with an empty physical
+// address and the type of a dynamic neighbour. One bad record thus does not end a walk of the table, as an error would.
+// Damage is reported to the shared table.
 
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/ArpTableIteratorConst.h"
@@ -18,7 +17,7 @@ using IpSnmp::IpNetToPhysicalTableIndex;
 using Modules::column;
 using Modules::s32ToAsnInteger;
 
-// The neighbour of a row as the shared table has it now; an entry that does not exist when it is gone or damaged.
+// The neighbour of a row in the shared table; an entry that does not exist if it is deleted or damaged.
 template <class Row>
 ArpEntry sharedEntry(const Row& row) {
   try {
@@ -29,7 +28,7 @@ ArpEntry sharedEntry(const Row& row) {
   }
 }
 
-// The same, but of the row's address in any case, which has a say in the type.
+// The same, but always with the row's address, which determines the type.
 ArpEntry addressedEntry(const IpSnmp::IpNetToPhysicalTableEntry& row) {
   auto entry = sharedEntry(row);
   if (!entry.exists()) entry.key.addr = row.ipGenAddr();

@@ -46,7 +46,7 @@ class CidrRouteWalker {
 
   explicit CidrRouteWalker(Kel::Ptr<const Cache> cache) : at_(std::move(cache)) {}
   CidrRouteWalker(Kel::Ptr<const Cache> cache, const Key& key) : at_(std::move(cache), key, false) {}
-  // The next hop of a key counts for the first prefix that is visited, even if that is a later one than the key's.
+  // The next hop of a key applies to the first prefix visited, even if that is not the prefix of the key.
   static CidrRouteWalker passingOverNone(Kel::Ptr<const Cache> cache, const Key& key) {
     return {std::move(cache), Key(key.dest(), key.mask(), tosNone, Vantu::IpAddr())};
   }
@@ -76,7 +76,7 @@ const Snmp::ObjectIdentifier zeroDotZero{0, 0};
 constexpr int ageUnknown = -1;
 constexpr int nextHopAsUnknown = 0;
 constexpr int metricUnused = -1;
-constexpr int routeStatusActive = 1;  // RowStatus: every row that is there is active
+constexpr int routeStatusActive = 1;  // active(1) of RowStatus
 
 const auto ipCidrRouteTable = Modules::makeIteratorTable<CidrRouteWalker>(
     {.module = ipForward,

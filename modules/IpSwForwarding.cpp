@@ -19,7 +19,7 @@ struct SwFwdRows {
 };
 using SwFwdRow = SwFwdRows::Row;
 
-// Both give a statistic: its object, and the accessor, whose name traces give.
+// A column of a counter. `statistic` is the row's accessor, and its name in traces.
 #define COUNTER_32(number, object, statistic)                                                 \
   Modules::column<SwFwdRow>(number, object, ASN_COUNTER, Modules::u64ToCounter32, #statistic, \
                             [](const SwFwdRow& row) { return row.statistic(); })

@@ -1,5 +1,5 @@
 #pragma once
-// The MIB modules: what each serves, and how it enters and leaves an SNMP context.
+// The MIB modules: the objects that each serves, and how it enters and leaves an SNMP context.
 //
 // | module            | objects                                                    | contexts | source                |
 // |-------------------|------------------------------------------------------------|----------|-----------------------|
@@ -25,9 +25,9 @@
 // read only memory, except those of IpSwForwarding: Ip::SwFwdStats reads /proc/net when its counters are older than
 // half a second.
 //
-// init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other bears
-// its VRF's name. When an entity to serve is missing or of another type, it writes a line that names the path to
-// standard error and aborts. unregister_<module>(context) removes them; a no-op for a context that was never entered.
+// init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other has
+// its VRF's name. If an entity to serve is missing or of another type, it writes a line that names the path to standard
+// error and aborts. unregister_<module>(context) removes the objects; no-op for a context that was never entered.
 
 #include "modules/frame/Module.h"
 

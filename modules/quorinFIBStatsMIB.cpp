@@ -12,7 +12,7 @@ using FibStatsSnmp::RouteTypeKey;
 Kel::TraceHandle fibStatsTrace("Snmp");
 Modules::Module fibStats("quorinFIBStatsMIB", fibStatsTrace);
 
-// What the three tables have in common.
+// The common part of the three tables.
 Modules::TableDescription fibStatsTable(const char* name, unsigned number) {
   return {.module = fibStats,
           .name = name,
@@ -36,7 +36,7 @@ auto addressFamilyIndex(Ip::IpVersion (*fromKey)(const Key&)) {
   return Modules::ipVersionIndex<Key>("quorinFIBStatsAF", "addressFamily", fromKey);
 }
 
-// A number that no type has may stand in a hint.
+// A hint may contain a number that is not a route type.
 const Modules::IndexComponent<RouteTypeKey, FibStatsSnmp::RouteType> routeTypeIndex{
     "quorinFIBStatsRouteType",
     "routeType",

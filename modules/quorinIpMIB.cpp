@@ -10,7 +10,7 @@ using IpSnmp::IpVersionIfIndex;
 Kel::TraceHandle quorinIpMIBTrace("Snmp");
 Modules::Module quorinIpMIB("quorinIpMIB", quorinIpMIBTrace);
 
-// How often a publisher tells of counters that have changed, at least.
+// The publisher updates changed counters at least this often.
 constexpr unsigned publishedEveryMilliseconds = 2000;
 
 struct IpIfStatsRows {

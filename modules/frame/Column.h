@@ -47,10 +47,11 @@ struct ColumnBase {
   unsigned char asnType;   // in answers
   const char* conversion;  // for traces
   const char* attribute;   // for traces; empty for a constant
-  // Bytes written, or a negative number on failure, as the conversions do. `row` is a row of the column's table.
+  // Writes the value of `row`, a row of the column's table. Returns the number of bytes, or a negative number on
+  // failure, as the conversions do.
   std::function<int(const void* row, unsigned char* buffer, int length)> encode;
 
-  bool isRefusable = false;  // a SET is traced with the column's name, at level 2
+  bool isRefusable = false;  // traces a SET with the column's name, at level 2
   int limit = bufferLength;
   // The entity named in the trace of a result above `limit`; null: such a result counts as a failed conversion.
   const char* limitedEntity = nullptr;
@@ -62,7 +63,7 @@ struct Column : ColumnBase {
     isRefusable = true;
     return std::move(*this);
   }
-  // Lets values take up to `bytes`. Requires (aborts): 1 to maxBufferLength.
+  // Limits values to `bytes`. Requires (aborts): 1 to maxBufferLength.
   Column limitedTo(int bytes, const char* entityPath) && {
     KEL_ASSERT(bytes > 0 && bytes <= maxBufferLength);
     limit = bytes;

@@ -1,6 +1,6 @@
 #pragma once
-// The index of a table: the components at the end of a row's OID, how they are read from the OID of a request (the
-// hint), and how they are written from a row's key.
+// The index of a table: the components at the end of a row's OID. Reads them from the OID of a request (the hint), and
+// writes them from a row's key.
 //
 //   const Index index{"IpSnmp::ArpTableIndex",
 //                     [](const unsigned& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
@@ -22,11 +22,11 @@
 
 namespace Modules {
 
-// How a part of a key is read: by reference where a copy would allocate memory for every row.
+// The type in which a part of a key is read: a reference where a copy would allocate memory for every row.
 template <class Part>
 using PartOfKey = std::conditional_t<std::is_trivially_copyable_v<Part>, Part, const Part&>;
 
-// One component of keys of type Key; Part is its value in C++.
+// One component of a key of type Key; Part is its C++ type.
 template <class Key, class Part>
 struct IndexComponent {
   const char* object;                             // of the MIB; for hints
@@ -52,9 +52,9 @@ IndexComponent<Key, int> integerIndex(const char* object, const char* attribute,
           }};
 }
 
-// An INTEGER whose part is unsigned, as interface indexes are. It is written as an unsigned number: from 2^31 on
-// net-snmp would extend the sign of an INTEGER and sort the row by 64 bits, while the answer carries 32 of them. A
-// manager that walks on from there would get the same row for ever.
+// An INTEGER whose part is unsigned, such as an interface index. It is written as an unsigned number: net-snmp would
+// extend the sign of an INTEGER from 2^31 on and sort the row by 64 bits, while the answer carries 32 of them. A walk
+// would then get the same row for ever.
 template <class Key>
 IndexComponent<Key, unsigned> unsignedIntegerIndex(const char* object, const char* attribute,
                                                    unsigned (*fromKey)(const Key&)) {
@@ -83,8 +83,8 @@ IndexComponent<Key, unsigned> unsignedIndex(const char* object, const char* attr
           }};
 }
 
-// Written as an implied octet string, which is four sub-identifiers too: net-snmp 5.9 takes an IpAddress in an index
-// for host order, and would reverse the address.
+// Written as an implied octet string, which also takes four sub-identifiers: net-snmp 5.9 assumes host order for an
+// IpAddress in an index, and would reverse the address.
 template <class Key>
 IndexComponent<Key, Vantu::IpAddr> ipAddressIndex(const char* object, const char* attribute,
                                                   Vantu::IpAddr (*fromKey)(const Key&)) {
@@ -111,7 +111,7 @@ IndexComponent<Key, Snmp::String> octetStringIndex(const char* object, const cha
           SnmpStringToAsnOctetStringF};
 }
 
-// An InetAddressType (RFC 4001). A hint may contain a number that is no version; no row does.
+// An InetAddressType (RFC 4001). Hints may contain unknown versions; rows do not.
 template <class Key>
 IndexComponent<Key, Ip::IpVersion> ipVersionIndex(const char* object, const char* attribute,
                                                   Ip::IpVersion (*fromKey)(const Key&)) {
@@ -144,8 +144,8 @@ class Index {
     std::apply([&](const auto&... component) { (visit(component), ...); }, components_);
   }
 
-  // Reads the parts from a chain of index values with `read(component, value, part, position)`; `value` is null past
-  // the end of the chain. Nothing when `read` returns false.
+  // Reads the parts from a chain of index values with `read(component, value, part, position)`, where `value` is null
+  // after the end of the chain. None if `read` returns false.
   template <class Read>
   std::optional<PartsTuple> parts(netsnmp_variable_list* chain, Read&& read) const {
     PartsTuple parts;
@@ -164,8 +164,8 @@ class Index {
 
   Key key(const PartsTuple& parts) const { return std::apply(makeKey_, parts); }
 
-  // Writes the key into the chain. False when a value cannot be encoded, or when the index would take more than `room`
-  // sub-identifiers. Components for which the chain has no variable are left out.
+  // Writes the key into the chain; components without a variable in the chain are left out. Returns false if a value
+  // cannot be encoded, or the index would take more than `room` sub-identifiers.
   bool write(const Key& key, netsnmp_variable_list* chain, std::size_t room) const {
     bool isWritten = true;
     forEach([&](const auto& component) {
@@ -181,7 +181,7 @@ class Index {
   }
 
  private:
-  // How many sub-identifiers a value of so many bytes takes in an OID (RFC 2578, 7.7).
+  // The number of sub-identifiers that a value takes in an OID (RFC 2578, 7.7).
   static std::size_t subIdentifiers(unsigned char asnType, int length) {
     const auto bytes = static_cast<std::size_t>(std::max(length, 0));
     switch (asnType) {

@@ -29,12 +29,12 @@ netsnmp_variable_list* IndexFloor::next(u_char asnType) {
 
 netsnmp_variable_list* IndexFloor::highestInstead() {
   reading_ = Reading::highest;
-  // All 32 bits are too many, so the component has a sign.
+  // 32 bits exceed the component, so it is signed.
   numberIs(std::numeric_limits<std::int32_t>::max());
   return &value_;
 }
 
-// The next sub-identifier; 0 when there is none, `most` from the first one above `most` on.
+// Returns the next sub-identifier: 0 after the last one; `most` from the first one above `most` on.
 oid IndexFloor::taken(oid most) {
   if (reading_ == Reading::asAsked && rest_.empty()) reading_ = Reading::lowest;
   if (reading_ == Reading::asAsked && rest_.front() > most) reading_ = Reading::highest;

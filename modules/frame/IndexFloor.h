@@ -1,10 +1,10 @@
 #pragma once
-// The place in a sorted table of any sub-identifiers, which need not be a complete index, nor one that a row can have.
+// Converts any sub-identifiers to a position in a sorted table. They need not be a complete or a possible index.
 //
 // A manager may ask for the row after half an index, after an index that is too long, or after an address byte of 300.
-// Read as components one after the other, the sub-identifiers give the nearest complete index: no row has an index
-// between the two. A missing component counts as the lowest of its kind. After a number above the range of its kind,
-// that component and all later ones count as the highest.
+// next() returns the components of the nearest complete index, one after the other; no row lies between the two. A
+// missing component is the lowest of its kind. After a number above the range of its kind, that component and all later
+// ones are the highest.
 //
 //   IndexFloor floor(asked);
 //   auto* first = floor.next(ASN_INTEGER);
@@ -19,18 +19,18 @@ namespace Modules {
 
 class IndexFloor {
  public:
-  // `asked`: the sub-identifiers after the column, which must outlive this.
+  // `asked`: the sub-identifiers after the column. Lifetime: they must outlive this object.
   explicit IndexFloor(std::span<const oid> asked) : rest_(asked) {}
 
-  // Returns the next component. Requires: a type that tables are registered with, ASN_IPADDRESS, ASN_OCTET_STR or
-  // that of a number. Lifetime: until the next call.
+  // Returns the next component. Requires: a type that tables are registered with (ASN_IPADDRESS, ASN_OCTET_STR or a
+  // numeric one). Lifetime: until the next call.
   netsnmp_variable_list* next(u_char asnType);
-  // Replaces the number just returned, when it is above the range of its component.
+  // Replaces the number just returned by the highest one. Call it if that number is above its component's range.
   netsnmp_variable_list* highestInstead();
 
-  // The components are exactly the sub-identifiers that were asked.
+  // Whether the components are exactly the requested sub-identifiers.
   bool isExact() const { return reading_ == Reading::asAsked && rest_.empty(); }
-  // The components are below what was asked, which no row can have.
+  // Whether the components were lowered to the highest possible index; no row can have the requested one.
   bool isCapped() const { return reading_ == Reading::highest; }
 
  private:

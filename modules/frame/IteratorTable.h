@@ -7,14 +7,14 @@
 //       {Modules::column<Example::Row>(...), ...});
 //   ITERATOR_TABLE(exampleTable, exampleTable)
 //
-// The helper asks for the first row of a walk and for each next one. It keeps the row that a request asks for in a data
-// context, and the handler reads the column from there. For a sorted table the helper passes the request itself as a
-// hint to where the walk may start. A hint only saves steps: a walk from the first row gives the same answer.
-// SeekGate.h saves further steps.
+// The helper asks for the first row of a walk and for each next one. It keeps the requested row in a data context, from
+// which the handler reads the column. For a sorted table it passes the request itself as a hint to where the walk may
+// start. A hint only saves steps: a walk from the first row gives the same answer. SeekGate.h saves more.
 //
-// Lifetime: a loop context and a data context are each a walker on the heap, owned by the helper until it gives them
-// back. Only make_data_context makes a data context: the helper would free one made earlier once for every request that
-// the row does not match. The `chain` (net-snmp's put_index_data), variables for the index of a row, is the helper's.
+// Lifetime: a loop context and a data context are each a walker on the heap, which the helper owns until it calls the
+// free function. Only make_data_context makes a data context: the helper would free an earlier one once for every
+// request that the row does not match. The helper owns `chain` (net-snmp's put_index_data), the variables for the index
+// of a row.
 
 #include <memory>
 
@@ -27,7 +27,7 @@
 
 namespace Modules {
 
-// Values in traces: enumerations by name or number, everything else as it prints itself.
+// Prints a value in a trace: enumerations by name or number, other values by their own operator.
 template <class Value>
 void printTraced(std::ostream& out, const Value& value) {
   if constexpr (requires { out << value; }) {
@@ -55,7 +55,7 @@ class IteratorTable final : public MibTable {
   netsnmp_variable_list* getFirstDataPoint(void** loopContext, netsnmp_variable_list* chain,
                                            const netsnmp_iterator_info* iterator) const noexcept {
     const auto* hint = static_cast<const netsnmp_table_request_info*>(*loopContext);
-    // The helper frees what is here as a loop context, so the hint must not stay.
+    // The helper would free the hint as a loop context.
     *loopContext = nullptr;
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       const Kel::Ptr<const Cache> cache(cacheOf(iterator));
@@ -94,7 +94,7 @@ class IteratorTable final : public MibTable {
     });
   }
 
-  // Writes the index of the loop context's row into the chain. Null at the end.
+  // Writes the index of the loop context's row into the chain. Returns null at the end.
   netsnmp_variable_list* iterationHelper(const void* loopContext, netsnmp_variable_list* chain) const noexcept {
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
       const auto* walker = static_cast<const W*>(loopContext);
@@ -147,8 +147,8 @@ class IteratorTable final : public MibTable {
     return static_cast<const Cache*>(static_cast<Kel::Entity*>(iterator->myvoid));
   }
 
-  // Advances the walker to the first row from here on whose index can be written: null would end the table for every
-  // row after it. Null at the end.
+  // Advances the walker to the first row from here on whose index can be written; null would end the table before the
+  // later rows. Returns null at the end.
   netsnmp_variable_list* rowFrom(W& walker, netsnmp_variable_list* chain) const {
     auto* row = iterationHelper(&walker, chain);
     while (row == nullptr && !walker.isAtEnd()) {
@@ -181,7 +181,7 @@ class IteratorTable final : public MibTable {
     printTraced(out, static_cast<const W*>(dataContext)->key());
   }
 
-  // Where a walk starts.
+  // The start of a walk.
   struct Start {
     W walker;
     bool isHinted = false;     // at the hint; otherwise on the first row of the table
@@ -200,7 +200,7 @@ class IteratorTable final : public MibTable {
     return start;
   }
 
-  // The row after a complete index, for a GETNEXT. Nothing when hintedStart must search or trace instead.
+  // upper_bound of a complete index, for a GETNEXT. None if hintedStart must search or trace instead.
   std::optional<Start> startBehind(const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
     if (!asked.isForNext || trace().enabled(2)) return std::nullopt;
     try {
@@ -215,7 +215,7 @@ class IteratorTable final : public MibTable {
     }
   }
 
-  // lower_bound(hint); the first row of the table when there is none, or the hint is no key.
+  // lower_bound(hint); the first row of the table if there is none, or the hint is not a key.
   Start hintedStart(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
     if (const auto parts = hintParts(hint)) {
       try {
@@ -234,7 +234,7 @@ class IteratorTable final : public MibTable {
     return {W(cache)};
   }
 
-  // Moves the start to the first row that can answer, or finds that none can: see SeekGate.h.
+  // Moves the start to the first row that can answer, or marks it as not answerable (SeekGate.h).
   void narrow(Start& start, const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
     if (asked.index.empty()) return;  // the first row answers
     try {
@@ -247,12 +247,12 @@ class IteratorTable final : public MibTable {
         start.isAnswerable = !walker.isAtEnd();
         if (start.isAnswerable || gaveUp(walker)) start.walker = std::move(walker);
       } else if (start.hintMatched && floor.isExact()) {
-        // A GETNEXT passes the row of its own index, and each row costs the helper a copy of its index.
+        // The row of the index itself does not answer a GETNEXT; visiting it would cost the helper a copy of its index.
         start.walker.advance();
         start.isAnswerable = !start.walker.isAtEnd();
       }
     } catch (const Kel::RangeException&) {
-      // No key, or none to search for: the walk itself finds the answer.
+      // The sub-identifiers form no key: the walk itself finds the answer.
     }
   }
 
@@ -276,7 +276,7 @@ class IteratorTable final : public MibTable {
     }
   }
 
-  // The components of a hint; nothing unless it is a complete index of this table.
+  // The components of a hint; none unless it is a complete index of this table.
   std::optional<Parts> hintParts(const netsnmp_table_request_info* hint) const {
     const unsigned count = hint != nullptr ? hint->number_indexes : 0;
     QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << static_cast<const void*>(hint)
@@ -307,7 +307,7 @@ class IteratorTable final : public MibTable {
                        << "found only " << found;
   }
 
-  // Reads one component of a hint. False when the value is missing or not of the component's type and range.
+  // Reads one component of a hint. Returns false if the value is missing, or of another type or range.
   template <class Part>
   bool hintPart(const IndexComponent<typename TableIndex::Key, Part>& component, netsnmp_variable_list* value,
                 Part& part) const {
@@ -348,8 +348,8 @@ IteratorTable<W, TableIndex> makeIteratorTable(TableDescription description, Tab
 
 }  // namespace Modules
 
-// Defines the functions of the IteratorTable `table`, and initialize_table_<T>, which registers it in a context. The
-// functions have names of their own, and C linkage where net-snmp calls them, so a macro makes them.
+// Defines the functions of the IteratorTable `table`, and initialize_table_<T>, which registers it in a context. A
+// macro, because each function has its own name, and C linkage where net-snmp calls it.
 #define ITERATOR_TABLE(T, table)                                                                                \
   extern "C" {                                                                                                  \
   netsnmp_variable_list* T##_get_first_data_point(void** loopContext, void**, netsnmp_variable_list* chain,     \

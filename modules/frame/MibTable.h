@@ -1,6 +1,6 @@
 #pragma once
 // The part of a table that does not depend on the type of its rows: registration in a context, and the request loop.
-// IteratorTable.h makes tables of it. Thread: the agent's.
+// IteratorTable derives from it. Thread: the agent's.
 
 #include <iosfwd>
 #include <vector>
@@ -25,12 +25,12 @@ struct TableDescription {
   bool absentKeyIsTraced = false;
   // The group of objects by which the configuration can switch the table off; null: it cannot.
   const char* group = nullptr;
-  // Whether the first request of a batch takes the error when a value cannot be encoded, whichever request asked for
-  // it. The statistics tables have always done so.
+  // Whether genErr is set on the first request of a batch, whichever request's value cannot be encoded. The statistics
+  // tables have always done so.
   bool firstRequestTakesGenErr = false;
 };
 
-// What net-snmp calls.
+// The functions that net-snmp calls.
 struct TableFunctions {
   Netsnmp_Node_Handler* handler;
   Netsnmp_First_Data_Point* getFirstDataPoint;
@@ -55,20 +55,20 @@ class MibTable {
   const char* name() const { return description_.name; }
   const Kel::TraceHandle& trace() const { return description_.module.trace(); }
 
-  // Registers the table in the context. Where the table is not served there, traces that at level 2; where its group is
-  // disabled, prints that on standard output. Aborts when the cache is missing or of another type, when net-snmp
-  // refuses the table, and on any exception: leaving the context would unregister somebody else's object in place of
-  // one that is listed, but not registered.
+  // Registers the table in the context. If the table is not served there, traces that at level 2; if its group is
+  // disabled, prints that on standard output.
+  // Aborts if the cache is missing or of another type, if net-snmp refuses the table, and on any exception. Otherwise
+  // the table would be listed but not registered, and leaving the context would unregister another module's object.
   void initialize(const TableFunctions& functions, const Snmp::Config::PtrConst& config,
                   const Kel::String& context) const noexcept;
 
-  // The request loop. Requires: the iterator helper has chosen the rows and turned GETNEXT into GET. Returns an SNMP
+  // Answers requests. Requires: the iterator helper has chosen the rows and turned GETNEXT into GET. Returns an SNMP
   // error status.
   int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
 
  protected:
   // Requires (aborts): 1 to maxColumns columns, their numbers ascending.
-  // `isSorted`: rows are walked in the order of their index, and a walk can start at a hint.
+  // `isSorted`: walks visit the rows in index order, and can start at a hint.
   MibTable(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
            bool isSorted);
   ~MibTable() = default;
@@ -79,7 +79,7 @@ class MibTable {
 
   bool miscountedHintIsTraced() const { return description_.miscountedHintIsTraced; }
   bool absentKeyIsTraced() const { return description_.absentKeyIsTraced; }
-  // How many sub-identifiers an index may take: what the table, the entry and the column leave of an OID.
+  // The sub-identifiers that an index may take: an OID less the table, the entry and the column.
   std::size_t indexRoom() const { return MAX_OID_LEN - (description_.identifier.size() + 2); }
 
  private:

@@ -17,7 +17,7 @@ namespace Modules {
 
 namespace {
 
-// Zeroed, and of the allocator with which net-snmp frees it.
+// Zeroed memory from the allocator that net-snmp frees it with.
 template <class Record>
 Record* allocated(std::size_t extraBytes = 0) {
   auto* const record = static_cast<Record*>(std::calloc(1, sizeof(Record) + extraBytes));
@@ -25,8 +25,8 @@ Record* allocated(std::size_t extraBytes = 0) {
   return record;
 }
 
-// The registration and its copies: net-snmp copies it where somebody has, or had, an object inside the table. A later
-// copy has the handlers of what it is copied from.
+// The registration and its copies: net-snmp copies it where another object is, or was, inside the table. A later copy
+// has the handlers of its original.
 std::vector<netsnmp_handler_registration*> registeredPieces(netsnmp_handler_registration* registration,
                                                             const Kel::String& context) {
   std::vector<netsnmp_handler_registration*> pieces{registration};
@@ -45,8 +45,8 @@ extern "C" int quorinColumnCover(netsnmp_mib_handler* handler, netsnmp_handler_r
   return netsnmp_call_handlers(static_cast<netsnmp_handler_registration*>(handler->myvoid), info, requests);
 }
 
-// Registers one column of a registered table on its own, as a cover that passes every request on to the table. Null
-// when the agent refuses it. Requires: the cover is unregistered before the table.
+// Registers one column of a registered table separately, as a cover that passes every request to the table. Returns
+// null if the agent refuses it. Requires: the cover is unregistered before the table.
 netsnmp_handler_registration* coverColumn(netsnmp_handler_registration* table, unsigned column) {
   std::vector<oid> identifier(table->rootoid, table->rootoid + table->rootoid_len);
   identifier.insert(identifier.end(), {1, column});  // the entry, and the column in it
@@ -108,7 +108,7 @@ void MibTable::initialize(const TableFunctions& functions, const Snmp::Config::P
   const int result = netsnmp_register_table_iterator(registration, iterator);
   KEL_ASSERT(result == 0);
   injectHandlers(registration, context);
-  // Other modules have their objects in the default context.
+  // Only the default context has objects of other modules.
   if (Snmp::takesPrecedence() && context.empty()) coverColumns(registration, context);
   QTRACE(trace(), 8) << "Initialized table " << name() << " in context \"" << context << "\"";
 }
@@ -126,8 +126,7 @@ netsnmp_table_registration_info* MibTable::tableRegistration(const Kel::String& 
   return table;
 }
 
-// The valid columns as a list. It follows its record in the same piece of memory, since net-snmp frees the record
-// alone.
+// The list of valid columns. It is in the same piece of memory as its record, since net-snmp frees only the record.
 netsnmp_column_info* MibTable::columnInfo() const {
   auto* const info = allocated<netsnmp_column_info>(columns_.size() * sizeof(unsigned));
   auto* const list = reinterpret_cast<unsigned*>(info + 1);
@@ -163,8 +162,8 @@ void MibTable::injectHandlers(netsnmp_handler_registration* registration, const 
   }
 }
 
-// Some modules register their tables column by column, and net-snmp prefers the longer identifier, whatever the
-// priorities. A table that is to take precedence over such a module is registered as deeply.
+// Some modules register their tables column by column, and net-snmp prefers the longer identifier over the priority.
+// So a table that takes precedence registers its columns, too.
 void MibTable::coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const {
   auto& module = description_.module;
   module.forgetRegistration(context, registration);

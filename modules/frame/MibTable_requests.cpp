@@ -11,7 +11,7 @@ namespace Modules {
 
 namespace {
 
-// 0, which is no column, when the table helper has not seen the request.
+// Returns 0, which is not a column, if the table helper has not seen the request.
 unsigned columnNumber(netsnmp_request_info* request) {
   const auto* info = netsnmp_extract_table_info(request);
   return info != nullptr ? info->colnum : 0;
@@ -61,7 +61,7 @@ int MibTable::get(netsnmp_request_info* requests) const {
   return SNMP_ERR_NOERROR;
 }
 
-// False when the value cannot be encoded.
+// Returns whether the value could be encoded.
 bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
                            netsnmp_request_info* request) const {
   if (trace().enabled(2)) {
@@ -69,7 +69,7 @@ bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
     line.stream() << name() << "_handler: request GET for column " << requested.object << ", key ";
     printKey(line.stream(), dataContext);
   }
-  // Long enough for every column, so that nothing is allocated for a value.
+  // Large enough for every column, so that no value needs an allocation.
   unsigned char buffer[ColumnBase::maxBufferLength];
   const int length = Snmp::atCBoundary(trace(), name(), -1,
                                        [&] { return requested.encode(row(dataContext), buffer, requested.limit); });

@@ -10,8 +10,8 @@ namespace Modules {
 
 namespace {
 
-// As netsnmp_unregister_handler, but with copies: net-snmp 5.9 reads the name of the context once more, to drop
-// what it remembers of the tree, when the registration that the name belongs to is freed already.
+// Like netsnmp_unregister_handler, but with copies: net-snmp 5.9 reads the context's name again, to clear its cache of
+// the tree, after it freed the registration that owns the name.
 void unregister(const netsnmp_handler_registration& registration) {
   std::vector<oid> identifier(registration.rootoid, registration.rootoid + registration.rootoid_len);
   const Kel::String context = registration.contextName != nullptr ? registration.contextName : "";
@@ -42,7 +42,7 @@ void Module::leave(const Kel::String& context) {
   for (const auto* registration : registrations) unregister(*registration);
   registrationsByContext_.erase(context);
 
-  // Every request reads the column records of its table, so they go after the last registration.
+  // Every request reads the column records of its table, so they are freed after the last registration.
   const auto columnInfos = columnInfoByContext_[context];
   for (auto* columns : columnInfos) {
     while (columns != nullptr) {

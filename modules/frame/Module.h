@@ -1,6 +1,6 @@
 #pragma once
-// What every MIB module does alike: it announces itself at load, enters and leaves SNMP contexts, and keeps account of
-// what it registered in each. Thread: the agent's.
+// The common part of all MIB modules: announces a module at load, enters and leaves SNMP contexts, and records what the
+// module registered in each. Thread: the agent's.
 //
 //   Kel::TraceHandle exampleTrace("Example");
 //   Modules::Module example("Example", exampleTrace);
@@ -32,7 +32,8 @@ inline std::vector<oid> enterpriseObject(std::initializer_list<oid> below) {
 
 class Module {
  public:
-  // `name` is also net-snmp's debug token and, with ".cpp", the name of the source unit. Both must outlive this.
+  // `name` is also net-snmp's debug token and, with ".cpp", the name of the source. Lifetime: both must outlive this
+  // object.
   Module(const char* name, const Kel::TraceHandle& trace) : name_(name), trace_(trace) {}
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
@@ -40,26 +41,26 @@ class Module {
   const char* name() const { return name_; }
   const Kel::TraceHandle& trace() const { return trace_; }
 
-  // First and last step of entering a context.
+  // The first and the last step of entering a context.
   // `line` is the caller's (clang 14 has no std::source_location with this standard library).
   void entering(const Kel::String& context, const char* function, int line = __builtin_LINE()) const;
   void entered(const Kel::String& context) const;
-  // Unregisters everything that the module registered in the context, and frees its column records. For a context that
-  // was never entered this does nothing.
+  // Unregisters everything that the module registered in the context, and frees its column records. No-op for a context
+  // that was never entered.
   void leave(const Kel::String& context);
 
   // Traces that an object is about to be registered.
   void traceInitializing(const char* function, const std::vector<oid>& object, const Kel::String& context) const;
 
-  // Makes a registration for the context, not yet registered with the agent. Null when there is no memory for it.
+  // Makes a registration for the context, and leaves registering it to the caller. Returns null without memory.
   netsnmp_handler_registration* registration(const char* object, Netsnmp_Node_Handler* handler,
                                              const std::vector<oid>& identifier, int modes,
                                              const Kel::String& context) const;
 
-  // Enter what `leave` has to undo, which the module then owns.
+  // Record what `leave` must undo. The module takes ownership.
   void addRegistration(const Kel::String& context, netsnmp_handler_registration* registration);
   void addColumnInfo(const Kel::String& context, netsnmp_column_info* columns);
-  // Drops a registration that net-snmp refused, and freed.
+  // Drops a registration that net-snmp refused and freed.
   void forgetRegistration(const Kel::String& context, netsnmp_handler_registration* registration);
 
  private:
@@ -71,11 +72,11 @@ class Module {
 
 }  // namespace Modules
 
-// Visible from outside a plugin, whatever the visibility of the rest.
+// Exports a function from a plugin, whatever the default visibility.
 #define MIB_EXPORT __attribute__((visibility("default")))
 
-// Defines how the Module `module` leaves a context, its registration object, and the object that announces it to the
-// agent framework at load.
+// Defines unregister_<ModuleName> for the Module `module`, its registration object, and the object that announces it to
+// the agent framework at load.
 #define MIB_MODULE(ModuleName, module)                                                              \
   void unregister_##ModuleName(Kel::String context) {                                               \
     (module).leave(context);                                                                        \

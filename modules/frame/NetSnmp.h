@@ -1,7 +1,7 @@
 #pragma once
-// net-snmp's agent interface. Its headers need each other in this order.
+// net-snmp's agent headers, in the order that they require.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
-// Behind the two above.
+// Requires the two above.
 #include <net-snmp/agent/net-snmp-agent-includes.h>

@@ -13,7 +13,7 @@
 
 namespace Modules {
 
-// Ahead of the agent's default of 127, so that ours win over any other registration of the same object.
+// Below the agent's default of 127, so that our registration of an object takes precedence.
 inline constexpr int scalarPriority = 64;
 
 struct Scalar {
@@ -25,22 +25,21 @@ struct Scalar {
   EntitySource source;
   const char* attribute;
   unsigned char asnType;
-  const char* conversion;  // what `encode` is called in traces
-  // Writes the attribute's value; as the conversions do (snmp/Conversions.h). The entity is of the source's type.
+  const char* conversion;  // the name of `encode` in traces
+  // Writes the attribute's value, like the conversions (snmp/Conversions.h). `entity` is of the source's type.
   int (*encode)(const Kel::Entity& entity, unsigned char* buffer, int length);
-  // The group of objects by which the configuration can switch it off; null: it cannot.
+  // The object group that disables the scalar in the configuration; null: none.
   const char* group = nullptr;
 };
 
-// Registers the scalar in the context. Where it is not served there, traces that at level 2; where its group is
-// disabled, prints that on standard output. `function` is the caller, for traces. Aborts when its entity is missing
-// or of another type, and on any exception: leaving the context would unregister somebody else's object in place of
-// one that is listed, but not registered.
+// Registers the scalar in the context. If it is not served there, traces that at level 2; if its group is disabled,
+// prints that on standard output. `function` is the caller, for traces.
+// Aborts if its entity is missing or of another type, and on any exception. Otherwise the scalar would be listed but
+// not registered, and leaving the context would unregister another module's object.
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,
                       const Snmp::Config::PtrConst& config, const Kel::String& context) noexcept;
 
-// Answers the first request. The result is an SNMP error status. `function` is the caller, "handle_" and the
-// scalar's name.
+// Answers the first request. Returns an SNMP error status. `function` is the caller: "handle_" and the scalar's name.
 int handleScalar(const Scalar& scalar, const char* function, const netsnmp_mib_handler* handler,
                  const netsnmp_handler_registration* registration, const netsnmp_agent_request_info* requestInfo,
                  netsnmp_request_info* requests) noexcept;

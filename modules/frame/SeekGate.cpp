@@ -9,10 +9,10 @@ namespace Modules {
 namespace {
 
 bool isGateEnabled = true;
-// The request that is served, and its mode; null between requests.
+// The request being served, and its mode; null between requests.
 const netsnmp_table_request_info* gateHint = nullptr;
 int gateMode = 0;
-bool isGateAnswerless = false;  // the gate found no answer, and the helper asks the table again
+bool isGateAnswerless = false;  // the gate found no answer, so the helper calls the table again
 bool hasWalkGivenUp = false;
 
 extern "C" {
@@ -24,7 +24,7 @@ void* quorinCloneIndex(void* index) {
 }
 }
 
-// The variables into which rows write their index. Null when there is no memory for them.
+// The variables that rows write their index into. Null without memory.
 netsnmp_variable_list* indexOf(netsnmp_mib_handler* gate, const netsnmp_iterator_info* table) {
   if (gate->myvoid == nullptr) gate->myvoid = snmp_clone_varbind(table->table_reginfo->indexes);
   return static_cast<netsnmp_variable_list*>(gate->myvoid);
@@ -35,7 +35,7 @@ struct Name {
   std::size_t length = 0;
 };
 
-// Writes the name of a column's object. False when it is too long.
+// Writes the name of a column's object. Returns false if it is too long.
 bool buildName(Name& name, const netsnmp_handler_registration* registration, unsigned column,
                netsnmp_variable_list* index) {
   oid entry[MAX_OID_LEN];
@@ -47,7 +47,7 @@ bool buildName(Name& name, const netsnmp_handler_registration* registration, uns
   return build_oid_noalloc(name.oids, MAX_OID_LEN, &name.length, entry, length, index) == SNMPERR_SUCCESS;
 }
 
-// Returns the data context of the first row, and its object's name, when that row answers the request. Null otherwise.
+// Returns the data context of the first row, and its object's name, if that row answers the request; null otherwise.
 void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration* registration,
                    netsnmp_request_info* request, netsnmp_table_request_info* asked, Name& name) {
   auto* const table = static_cast<netsnmp_iterator_info*>(gate->next->myvoid);
@@ -64,8 +64,8 @@ void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration
   return data;
 }
 
-// Answers a GETNEXT as the helper would, with the table's own functions. Nothing when the first row is no answer: the
-// caller passes the request on to the helper, which asks the table again.
+// Answers a GETNEXT like the helper, with the table's own functions. None if the first row is not the answer: the
+// caller passes the request to the helper, which calls the table again.
 std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registration* registration,
                               netsnmp_agent_request_info* info, netsnmp_request_info* request,
                               netsnmp_table_request_info* asked) {

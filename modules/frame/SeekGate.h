@@ -1,24 +1,24 @@
 #pragma once
 // The seek gate: a handler in front of net-snmp's table-iterator helper, for every sorted table. It makes requests
-// cheaper and changes no answer.
+// cheaper without changing an answer.
 //
-// Why: the helper starts a walk at the hint, or at the first row when the hint is no complete index, and stops at the
+// Why: the helper starts a walk at the hint, or at the first row if the hint is not a complete index. It stops at the
 // row that answers, or at the last one. So half an index, an index past the last row, and a GET of a missing row would
 // each walk the whole table, which takes seconds on a million rows. Only the table can choose the start, but the helper
-// hides the kind of request from it.
+// hides the kind of request.
 //
-// How: while a request is served, `asked` tells the table what kind of request it is. The table's walk then
-// - starts at the first row that can answer, when the hint has no row at or after it;
-// - has no row at all when none can answer: the helper goes on to the next column, or answers noSuchInstance.
-// Both happen inside the call that gives the first row, so nothing can change in between.
+// How: while a request is served, `asked` returns its kind to the table. The table's walk then
+// - starts at the first row that can answer, if the hint has no row at or after it;
+// - has no rows if none can answer: the helper goes on to the next column, or answers noSuchInstance.
+// Both happen inside the call that returns the first row, so nothing can change in between.
 //
-// The gate itself answers a GETNEXT that the first row answers, as nearly all are: it calls the table's functions as
-// the helper would, and the handler behind the helper. The helper copies the index of a row three times, a kilobyte a
-// component, which costs more than finding the row.
+// The gate itself answers a GETNEXT if the first row is the answer, as it nearly always is. It calls the table's
+// functions like the helper, and then the handler after the helper. This saves the helper's three copies of a row's
+// index, a kilobyte for each component, which cost more than the search.
 //
-// Traces: those of the table's frame, once per request; rows that a walk passes over are not traced.
-// Thread: the agent's. Requests come one by one, from the serialize handler. A registration that net-snmp has divided
-// has a gate in each piece.
+// Traces: those of the table's frame, once per request; rows that a walk skips are not traced.
+// Thread: the agent's. The serialize handler passes one request at a time. If net-snmp has divided a registration, each
+// piece has a gate.
 
 #include <optional>
 #include <span>
@@ -31,20 +31,20 @@ class SeekGate {
  public:
   struct Asked {
     std::span<const oid> index;  // the sub-identifiers after the column, any number of them
-    bool isForNext;              // GETNEXT: the row after the index is wanted; otherwise the row of the index
+    bool isForNext;              // GETNEXT: upper_bound of the index is wanted; otherwise the row of the index
   };
 
-  // Returns what the helper asks with this hint. Nothing when no gate saw the request: the hint alone counts then.
+  // Returns the request behind this hint. None if no gate saw the request; only the hint counts then.
   static std::optional<Asked> asked(const netsnmp_table_request_info* hint);
 
-  // Whether the helper asks the table again in a request for which the gate has asked it. Faults of the hint have been
-  // traced then.
+  // Whether the helper repeats a call that the gate has made for the same request. Faults of the hint are then already
+  // traced.
   static bool isAskedAgain();
-  // Records that the walk of the present request gave up: a later row may exist or not. A GETNEXT is then answered with
-  // genErr.
+  // Records that the current request's walk gave up, so it is unknown whether a later row exists. A GETNEXT is then
+  // answered with genErr.
   static void walkGaveUp();
 
-  // Puts a gate in front of the registration's iterator helper. False when net-snmp refuses.
+  // Puts a gate in front of the registration's iterator helper. Returns false if net-snmp refuses.
   static bool inject(netsnmp_handler_registration* registration);
 
   // For comparisons: disabled gates pass every request on. Enabled at first.

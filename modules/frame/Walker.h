@@ -1,9 +1,9 @@
 #pragma once
-// How a table is walked: a position among its rows, in the order of their index.
+// Walkers: positions among the rows of a table, in index order.
 //
-// A walker can be copied, and holds a counted reference to the cache and to its row: both stay readable when they are
-// removed. Rows may come and go between two steps. Tables whose rows are one ordered collection use OrderedWalker;
-// those that compute their rows bring a walker of their own.
+// A walker can be copied. It holds a counted reference to the cache and to its row, so both stay readable after their
+// removal. Rows may be added and removed between steps. Tables whose rows are one ordered collection use OrderedWalker;
+// those that compute their rows define a walker of their own.
 
 #include <concepts>
 #include <memory>
@@ -14,32 +14,31 @@
 
 namespace Modules {
 
-// A new walker stands on the first row. A cache may be null: there are no rows then.
+// A new walker is at the first row. A null cache has no rows.
 template <class W>
 concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const typename W::Cache>> &&
     requires(W walker, const W& position) {
   { position.isAtEnd() } -> std::same_as<bool>;
-  // Not at the end:
+  // Requires: not at the end.
   { position.row() } -> std::convertible_to<const typename W::Row&>;
   { position.key() } -> std::convertible_to<typename W::Key>;
   walker.advance();
 };
 
-// A walker that visits rows in the SNMP order of the index, and can start anywhere: W(cache, key) stands on
-// lower_bound(key), or at the end. It may throw Kel::RangeException. A table without such a walker is searched from its
-// first row to its last at each request. Optional operations:
+// A walker that visits rows in SNMP index order and can start anywhere: W(cache, key) is at lower_bound(key), or at the
+// end. It may throw Kel::RangeException. Without such a walker, each request searches the table from its first row to
+// its last. Optional operations:
 //
-// - passingOverNone(cache, key), for a walker that may pass over rows above the key: stands at or before
-//   lower_bound(key).
-// - gaveUp(), for a walker that stops looking for its next row after a while: true at an end that need not be the
-//   table's. A GETNEXT that meets it is answered with genErr.
-// - behind(cache, key), for a walker whose rows are costly to make: stands on upper_bound(key).
+// - passingOverNone(cache, key), for a walker that may skip rows above the key: is at or before lower_bound(key).
+// - gaveUp(), for a walker that stops searching for its next row after a while: true at an end after which rows may
+//   exist. A GETNEXT that meets it is answered with genErr.
+// - behind(cache, key), for a walker whose rows are costly to compute: is at upper_bound(key).
 template <class W>
 concept SeekingWalker = Walker<W> && requires(Kel::Ptr<const typename W::Cache> cache, const typename W::Key& key) {
   W(cache, key);
 };
 
-// Walks an ordered collection of counted rows. `Rows` says which:
+// Walks an ordered collection of counted rows, defined by `Rows`:
 //
 //   struct IpAddrRows {
 //     using Cache = IpSnmp::IpMib;                                     // an entity
@@ -67,7 +66,7 @@ class OrderedWalker {
   const Row& row() const { return *row_; }
   decltype(auto) key() const { return Rows::key(*row_); }
 
-  // To the next row; after a change of the collection, to upper_bound of the present row's key.
+  // Moves to the next row; after a change of the collection, to upper_bound of the current row's key.
   void advance() {
     if (isAtEnd()) return;
     if (collection().version() == version_) {
@@ -95,9 +94,9 @@ class OrderedWalker {
   std::uint64_t version_ = 0;
 };
 
-// Walks a hashed collection of counted rows, in no particular order: for small tables, since net-snmp's helper looks at
-// every row. `Rows` is as for OrderedWalker. Guarantees: no row is met twice, since the keys are copied when the walk
-// begins; rows that are removed meanwhile are passed over.
+// Walks a hashed collection of counted rows, in no particular order. For small tables: net-snmp's helper visits every
+// row. `Rows` is as for OrderedWalker.
+// Guarantees: visits no row twice, since the walk copies the keys first; skips rows that are removed meanwhile.
 template <class Rows>
 class HashedWalker {
  public:
