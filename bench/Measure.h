@@ -12,7 +12,7 @@ namespace Bench {
 
 using Clock = std::chrono::steady_clock;  // Python's time.monotonic()
 
-// Processor time of this process, which other programs on the machine do not disturb.
+// Processor time of this process, independent of other programs on the machine.
 struct CpuClock {
   using duration = std::chrono::nanoseconds;
   using rep = duration::rep;
@@ -35,7 +35,7 @@ inline double seconds(Clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
 }
 
-// A moment that both sides of a pipe can compare.
+// The time now, comparable between processes.
 inline double monotonicNow() {
   return seconds(Clock::now().time_since_epoch());
 }
@@ -47,7 +47,7 @@ inline double quantile(std::vector<double> values, double q) {
   return *at;
 }
 
-// The same numbers on every machine, unlike the standard's distributions.
+// Random numbers that are the same on every machine, unlike those of the standard's distributions.
 class Random {
  public:
   explicit Random(std::uint32_t seed) : engine_(seed) {}

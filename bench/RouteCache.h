@@ -1,5 +1,5 @@
 #pragma once
-// The route cache of one VRF, as route_cache_bench and route_store_bench fill and measure it, in processor time.
+// The route cache of one VRF, which route_cache_bench and route_store_bench fill and measure in processor time.
 
 #include <fmt/format.h>
 #include <malloc.h>
@@ -36,7 +36,7 @@ struct RouteCache {
   }
 
   static constexpr std::size_t randomSteps = 300'000;
-  // As many searches of the row after that of a prefix, each followed by `endTurn`.
+  // Calls GETNEXT's search from the last row of `randomSteps` prefixes, and `endTurn` after each.
   template <class EndTurn>
   void getNextAtRandom(const std::vector<Vantu::Prefix>& prefixes, EndTurn&& endTurn) const {
     IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(mib);

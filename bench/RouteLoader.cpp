@@ -48,7 +48,7 @@ nlmsghdr* putRoute(char* buffer, bool isThere, const Route& route) {
   message->rtm_family = AF_INET;
   message->rtm_dst_len = route.length;
   message->rtm_table = RT_TABLE_MAIN;
-  // Not a protocol of FRR's: zebra takes routes of those for its own, left from an earlier run.
+  // Not one of FRR's protocols: zebra adopts such routes as its own from an earlier run.
   message->rtm_protocol = RTPROT_STATIC;
   message->rtm_scope = RT_SCOPE_UNIVERSE;
   message->rtm_type = RTN_UNICAST;
@@ -94,7 +94,7 @@ void RouteLoader::change(bool isThere, const std::vector<Route>& routes) {
   }
 }
 
-// The kernel answers each message that it refuses, and the last one of the batch in any case.
+// The kernel answers each refused message, and the last one of the batch.
 void RouteLoader::send(std::vector<char>& batch, std::uint32_t firstSequence, std::uint32_t lastSequence) {
   if (mnl_socket_sendto(socket_, batch.data(), batch.size()) < 0) throw failure("cannot send routes");
   std::array<char, 8192> answer{};

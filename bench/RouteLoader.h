@@ -1,5 +1,5 @@
 #pragma once
-// Puts routes into the kernel of the network namespace that the process is in.
+// Adds routes to the network namespace of the process.
 
 #include <cstdint>
 #include <vector>
@@ -12,13 +12,13 @@ namespace Bench {
 
 class RouteLoader {
  public:
-  // Throws std::runtime_error when there is no rtnetlink, or an interface of the set is missing.
+  // Throws std::runtime_error without rtnetlink, or if an interface of the set is missing.
   explicit RouteLoader(const RouteSet& set);
   ~RouteLoader();
   RouteLoader(const RouteLoader&) = delete;
   RouteLoader& operator=(const RouteLoader&) = delete;
 
-  // Return when the kernel has all of them. Throw std::runtime_error that names a route which the kernel refused.
+  // Return when the kernel has all routes. Throw std::runtime_error that names a refused route.
   void add(const std::vector<Route>& routes);
   void add(const Route& route) { change(true, {route}); }
   void del(const Route& route) { change(false, {route}); }

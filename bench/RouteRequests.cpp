@@ -12,7 +12,7 @@
 namespace Bench {
 namespace {
 
-constexpr std::uint64_t protocolOther = 1;  // what zebra makes of the kernel's routes
+constexpr std::uint64_t protocolOther = 1;  // of the kernel's routes in zebra
 constexpr auto pollInterval = std::chrono::milliseconds(5);
 constexpr double secondsWithoutProgress = 5;
 constexpr std::size_t sampledRoutes = 64;
@@ -25,14 +25,14 @@ void append(Oid& oid, std::uint32_t address) {
   for (unsigned shift = 32; shift > 0; shift -= 8) oid.push_back((address >> (shift - 8)) & 0xFFU);
 }
 
-// Rows of routes from all over the set, that of the last one first: it is the last to come into the kernel.
+// Rows of a random sample of the set. The first is that of the last route, which the kernel gets last.
 std::vector<Oid> sampleOf(const RouteTable& table, const RouteSet& set) {
   std::vector<Oid> sample;
   Random random(3);
   const auto& routes = set.routes();
   for (std::size_t i = 0; i < sampledRoutes; ++i) {
     const auto& route = i == 0 ? routes.back() : routes[random.below(routes.size())];
-    // The first next hop: not every agent serves the others.
+    // Use the first next hop: not every agent serves the others.
     sample.push_back(table.rowOid(route, set.nextHops(route).front().gateway));
   }
   return sample;
@@ -50,7 +50,7 @@ class RequestMaker {
 
   Request next() {
     const auto& route = any();
-    // One time of two an index that has no row: just before that of the route.
+    // Half of the time an index without a row, just before that of the route.
     return getNext(table_.rowOid(route, set_.nextHops(route).front().gateway - random_.below(2)));
   }
   Request miss() {
@@ -89,7 +89,7 @@ void ask(SnmpClient& client, const Request& request, RequestKind& kind) {
   try {
     answer = request.isGet ? client.get(request.name) : client.getNext(request.name);
   } catch (const std::runtime_error&) {
-    // No answer, or an error: unexpected, and as late as it came.
+    // No answer, or an error: counts as unexpected, with its latency.
   }
   kind.microseconds.push_back(secondsSince(start) * 1e6);
   if (answer.size() != 1 || !request.isAnswer(answer[0])) ++kind.unexpected;
@@ -219,7 +219,7 @@ std::vector<RequestKind> askAtRandom(SnmpClient& client, const RouteTable& table
     for (std::size_t kind = 0; kind < makes.size(); ++kind) {
       const auto kindStart = Clock::now();
       for (std::size_t i = 0; i < round; ++i) {
-        // A kind that takes seconds must not keep the others from their share.
+        // A kind that takes seconds must not take the others' share.
         if (i > 0 && secondsSince(kindStart) > limitSeconds / 20) break;
         ask(client, (maker.*makes[kind].second)(), kinds[kind]);
       }

@@ -17,7 +17,7 @@ constexpr unsigned singleSets = 600;
 constexpr unsigned multipathSets = 300;
 constexpr unsigned multipathPercent = 10;
 
-// Percent of the routes that have a length.
+// The percentage of routes with a length.
 struct Share {
   std::uint8_t length;
   unsigned percent;
@@ -38,7 +38,7 @@ std::uint8_t anyLength(Random& random) {
   return 24;
 }
 
-// Unicast, and neither ours (10/8, 198.18/15) nor the loopback's.
+// Whether the address is unicast, and neither ours (10/8, 198.18/15) nor the loopback's.
 bool isUsable(std::uint32_t address) {
   const auto first = address >> 24U;
   return first != 0 && first != 10 && first != 127 && first < 224 && (address & mask(15)) != 0xC6120000;

@@ -1,6 +1,6 @@
 #pragma once
-// The routes that bench/routes puts into the kernel: the same ones for every agent and in every run. The first routes of
-// a large set are those of a small one.
+// The routes that bench/routes adds to the kernel: the same for every agent and in every run. A small set is the
+// beginning of a large one.
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +16,7 @@ struct NextHop {
 
 struct Interface {
   std::string name;
-  std::string address;  // with its prefix length; the gateways lie in it
+  std::string address;  // with prefix length; the gateways are in its network
 };
 
 // The netmask of a prefix length, in host order.
@@ -27,12 +27,12 @@ constexpr std::uint32_t mask(unsigned length) {
 struct Route {
   std::uint32_t prefix = 0;  // host order
   std::uint8_t length = 0;
-  std::uint16_t nextHops = 0;  // number of its set
+  std::uint16_t nextHops = 0;  // number of its set of next hops
 };
 
 class RouteSet {
  public:
-  // Lengths are shared out as in the Internet's table: six of ten are /24, few are shorter than /16 or longer than /24.
+  // Lengths are distributed as in the Internet's table: 60 % are /24, few are shorter than /16 or longer than /24.
   explicit RouteSet(std::uint32_t routes);
 
   const std::vector<Route>& routes() const { return routes_; }

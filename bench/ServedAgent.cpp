@@ -26,7 +26,7 @@ namespace {
 
 constexpr std::uint32_t firstAddress = 0x0A000001;  // 10.0.0.1
 
-// A port that nobody listens on at this moment.
+// Returns a port that nobody listens on now.
 std::uint16_t freePort() {
   const int fd = socket(AF_INET, SOCK_DGRAM, 0);
   sockaddr_in address{};

@@ -1,5 +1,5 @@
 #pragma once
-// A real agent in a process of its own, on a loopback port, serving an ipAddrTable of a given size.
+// A real agent in its own process, on a loopback port, with an ipAddrTable of a given size.
 
 #include <sys/types.h>
 
@@ -8,15 +8,15 @@
 
 namespace Bench {
 
-constexpr std::uint32_t addressStep = 4;  // gaps, so that a random index often lies between two rows
-// The i-th address of the table, and the address after the last one.
+constexpr std::uint32_t addressStep = 4;  // leaves gaps, so that a random index is often between two rows
+// The i-th address of the table; for i == rows, the address after the last one.
 std::uint32_t addressAt(std::uint32_t i);
 
 class ServedAgent {
  public:
   static constexpr const char* community = "bench";
 
-  // Returns when the agent answers. Throws std::runtime_error when it does not within two minutes.
+  // Returns when the agent answers. Throws std::runtime_error if it does not within two minutes.
   explicit ServedAgent(std::uint32_t rows);
   // Stops it.
   ~ServedAgent();

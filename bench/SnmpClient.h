@@ -1,6 +1,6 @@
 #pragma once
-// A net-snmp client session, for measuring: one request at a time, and no retries unless asked for, since they would
-// hide a stall.
+// A net-snmp client session for measurements: one request at a time, by default without retries, which would hide a
+// stall.
 
 #include <cstdint>
 #include <stdexcept>
@@ -11,13 +11,13 @@ namespace Bench {
 
 using Oid = std::vector<std::uint64_t>;
 
-// What one variable of an answer says.
+// One variable of an answer.
 struct Binding {
   Oid name;
-  bool isEndOfView = false;
+  bool isEndOfView = false;  // an exception value: endOfMibView, noSuchObject or noSuchInstance
 };
 
-// How long a request may wait for its answer, and how often it is sent again after that.
+// The time until a request is sent again, and how often it is.
 struct Patience {
   long timeoutMicroseconds = 10'000'000;
   int retries = 0;
@@ -30,7 +30,7 @@ class Unanswered : public std::runtime_error {
 
 class SnmpClient {
  public:
-  // `peer` such as "udp:127.0.0.1:1161". Throws std::runtime_error when the session cannot be opened.
+  // `peer`: "udp:127.0.0.1:1161", for example. Throws std::runtime_error if the session cannot be opened.
   SnmpClient(const std::string& peer, const std::string& community, Patience patience = {});
   ~SnmpClient();
   SnmpClient(const SnmpClient&) = delete;
@@ -40,7 +40,7 @@ class SnmpClient {
   std::vector<Binding> get(const Oid& name);
   std::vector<Binding> getNext(const Oid& name);
   std::vector<Binding> getBulk(const Oid& name, int maxRepetitions);
-  // False on a timeout or an error: for waiting until an agent answers.
+  // Returns false on a timeout or an error. For waiting until an agent answers.
   bool answers(const Oid& name);
 
  private:

@@ -1,8 +1,9 @@
-// What a request for one row costs as the table grows: a full walk of ipAddrTable's first column, GETNEXT from random
-// places, and requests that have no row to start at, at a thousand, a hundred thousand and a million rows. The agents
-// run side by side and are asked in turns, so that what disturbs the machine disturbs all of them; what counts are the
-// ratios: of a random GETNEXT to the smallest table's, and of the other requests to a random GETNEXT. Ends with status
-// 3 when one of the largest table's is above its goal.
+// Measures the cost of a request for one row as the table grows: a full walk of ipAddrTable's first column, GETNEXT from
+// random places, and requests without a row to start at, with a thousand, a hundred thousand and a million rows.
+//
+// The agents run side by side and are asked in turns, so that disturbances affect all of them. The results are ratios:
+// of a random GETNEXT to the smallest table's, and of the other requests to a random GETNEXT. Exits with status 3 if a
+// ratio of the largest table is above its goal.
 
 #include <fmt/format.h>
 #include <sched.h>
@@ -53,7 +54,7 @@ Oid firstOfNextColumn() {
   return oid;
 }
 
-// The request, timed. Throws when the answer has another name, or is a value or none against expectation.
+// Sends a request and records its latency. Throws if the answer has another name, or is unexpectedly a value or none.
 void ask(Subject& subject, Subject::Kind kind, const Oid& from, const Oid& expected) {
   const bool isGet = kind == Subject::noRow;
   const auto start = Bench::Clock::now();
@@ -68,7 +69,7 @@ void askAtRandom(Subject& subject, std::mt19937& random) {
   std::uniform_int_distribution<std::uint32_t> anyRow(0, subject.rows - 2);
   for (int i = 0; i < requestsPerRound; ++i) {
     const std::uint32_t row = anyRow(random);
-    const std::uint32_t address = Bench::addressAt(row) + (random() & 1U);  // of a row, or between two
+    const std::uint32_t address = Bench::addressAt(row) + (random() & 1U);  // of a row, or between two rows
     ask(subject, Subject::next, indexOid(address), indexOid(Bench::addressAt(row + 1)));
   }
   for (int i = 0; i < requestsPerRound; ++i) {
@@ -76,7 +77,7 @@ void askAtRandom(Subject& subject, std::mt19937& random) {
     ask(subject, Subject::noRow, absent, absent);
     ask(subject, Subject::pastEnd, indexOid(Bench::addressAt(subject.rows) + (random() & 0xFFU)),
         firstOfNextColumn());
-    // Its first two bytes of four; the first row with them, gaps being no longer than what is left out.
+    // The first two of four bytes, and the first row with them; gaps are shorter than the missing bytes.
     const std::uint32_t start = Bench::addressAt(anyRow(random)) & 0xFFFF0000U;
     Oid half = indexOid(start);
     half.resize(half.size() - 2);
@@ -103,8 +104,8 @@ void walk(Subject& subject) {
   if (seen != subject.rows) throw std::runtime_error(fmt::format("the walk saw {} of {} rows", seen, subject.rows));
 }
 
-// Client and agents share one processor: waking another one that idles costs several times what a request does, and
-// depends on where the kernel happened to put which agent.
+// Binds client and agents to one processor: to wake an idle one costs several times what a request does, and depends on
+// the kernel's placement of the agents.
 void shareOneProcessor() {
   cpu_set_t one;
   CPU_ZERO(&one);

@@ -1,6 +1,6 @@
-// What the route cache and the FIB statistics of one VRF cost, without SNMP and without a store: bytes a route, the
-// time to take over a table, the longest turn of the scheduler meanwhile, and the time of a step of the iterator. The
-// tables are hash maps in memory, so that what is measured is the cache.
+// Measures the route cache and the FIB statistics of one VRF, without SNMP and without a store: bytes for each route,
+// the time to read a table, the longest turn of the scheduler meanwhile, and the time of an iterator step. The tables
+// are hash maps in memory, so that only the cache is measured.
 //
 //   route_cache_bench [routes] [FECs]       default: 1000000 1000
 
@@ -95,7 +95,7 @@ void sayLoad(const char* what, const World& world, Clock::time_point start, std:
 }
 
 void load(World& world, bool isNotified) {
-  // Entered at once by a scan of the table, or one by one in random order by notifications.
+  // The prefixes come from a scan of the table, or from notifications one by one in random order.
   auto notified = world.routes->order;
   std::shuffle(notified.begin(), notified.end(), world.random);
   const auto order = isNotified ? std::exchange(world.routes->order, {}) : world.routes->order;

@@ -1,5 +1,5 @@
-// The measuring side of bench/routes: each subcommand does one thing in the network namespace that it is started in, and
-// prints its result as one line of JSON. Times are seconds, and moments those of CLOCK_MONOTONIC, unless named otherwise.
+// The measuring side of bench/routes. Each subcommand does one thing in the network namespace that it is started in, and
+// prints its result as one line of JSON. Durations are seconds, times are CLOCK_MONOTONIC, unless named otherwise.
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -44,7 +44,7 @@ struct Options {
   int repetitions = Bench::toolRepetitions;
 };
 
-// Waits until somebody listens: a request that comes too early is lost.
+// Waits until somebody listens: a request before that is lost.
 std::unique_ptr<SnmpClient> answeringClient(const Options& options, Bench::Patience patience) {
   SnmpClient knocking(options.endpoint, options.community, knocks);
   const auto start = Bench::Clock::now();
@@ -80,7 +80,7 @@ json valueOf(const Bench::Walk& walk) {
           {"failure", walk.failure}, {"late", walk.late},       {"longest", walk.longestSeconds}};
 }
 
-// Begins at a line, or the end, of its standard input.
+// Begins when its standard input has a line or is closed.
 json ready(const Options& options) {
   const RouteSet set(options.routes);
   std::string line;
@@ -132,9 +132,8 @@ bool isInputOpen() {
   return ::poll(&input, 1, 0) == 0;
 }
 
-// Asks for sysUpTime.0 at fixed times until its standard input is closed, from the first answer on, of which a line on
-// its standard output tells. A request that is late because the one before
-// was not answered counts from the time at which it should have been sent, as a second manager would see it.
+// Requests sysUpTime.0 at fixed times until its standard input is closed. Prints a line at the first answer. The latency
+// of a request counts from its fixed time, even if an unanswered request delayed it, as for a second manager.
 json stall(const Options& options) {
   const auto client = answeringClient(options, patient);
   fmt::print("answered\n");

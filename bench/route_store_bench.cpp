@@ -1,6 +1,6 @@
-// What routes cost between a real store and the cache of a VRF, without SNMP: writing them, looking them up, scanning
-// them, taking them over into the cache (with the longest turn of the scheduler meanwhile), and walking
-// the rows. Figures are processor time.
+// Measures routes between a real store and the cache of a VRF, without SNMP: writing, looking up and scanning them,
+// reading them into the cache (with the longest turn of the scheduler meanwhile), and walking the rows. Figures are
+// processor time.
 //
 //   route_store_bench [routes] [FECs] [directory]      default: 1000000 1000 /dev/shm/quorin-route-bench
 //

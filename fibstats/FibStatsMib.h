@@ -1,9 +1,9 @@
 #pragma once
-// The FIB statistics cache of one VRF: how many routes its forwarding tables hold, in all, by route type and by
+// The FIB statistics cache of one VRF: the number of routes in its forwarding tables, in total, by route type and by
 // prefix length. The statistics tables of a context read it.
 //
-// The counts change by one route at a time; nothing counts a table anew. A row exists exactly while its count is
-// above 0. The order of a key is the order of the rows of its table.
+// The counts change by one route at a time. A row exists exactly while its count is above 0. Keys sort like the rows of
+// their table.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"
@@ -13,8 +13,7 @@ namespace FibStatsSnmp {
 
 // ---- keys ----
 
-// The kinds of routes that the MIB tells apart, with its numbers: up to 14 they follow IANAipRouteProtocol, from 200
-// on they are this system's own.
+// The route types of the MIB, with its numbers: up to 14 those of IANAipRouteProtocol, from 200 on this system's own.
 enum RouteType : int {
   routeTypeOther = 1,
   routeTypeConnected = 2,
@@ -38,7 +37,7 @@ inline std::ostream& operator<<(std::ostream& out, RouteType type) {
   return out << Kel::enumName(type);
 }
 
-// Throw Kel::RangeException for a number or name that is no route type.
+// Convert a number or name. Throw Kel::RangeException if it is not a route type.
 inline RouteType RouteTypeInstance(unsigned number) {
   return Kel::enumValue<RouteType>(Kel::Datum(static_cast<std::uint64_t>(number)));
 }
@@ -87,7 +86,7 @@ class PrefixLenKey {
 
 // ---- rows ----
 
-// What every row has.
+// The common part of all rows.
 class RouteCount : public Kel::Notifier {
   KEL_TYPE_BEGIN("FibStatsSnmp::RouteCount", RouteCount, Kel::Notifier)
  public:
@@ -95,7 +94,7 @@ class RouteCount : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 
   void totalRoutesInc(std::uint32_t n) { totalRoutesIs(totalRoutes() + n); }
-  // Returns the new number, which is modulo 2^32: nothing stops it at 0.
+  // Returns the new number. It is modulo 2^32: a decrement of 0 wraps.
   std::uint32_t totalRoutesDec(std::uint32_t n) {
     const std::uint32_t left = totalRoutes() - n;
     totalRoutesIs(left);
@@ -138,16 +137,16 @@ class FibStatsMib : public Kel::Entity {
   KEL_MEMBERS(Ordered, RouteTypeKey, RouteTypeEntry, routeTypeTable, RouteTypeTable)
   KEL_MEMBERS(Ordered, PrefixLenKey, PrefixLenEntry, prefixLenTable, PrefixLenTable)
 
-  // The default VRF's cache bears the name of its place, every other one the name of its VRF.
+  // The default VRF's cache has the name of its path, every other one the name of its VRF.
   Kel::Name vrfName() const { return name() == "fibstatsmib" ? Kel::Name("default") : name(); }
   KEL_COMPUTED(vrfName)
   KEL_TYPE_END_DECLARE
 
-  // One more route.
+  // Counts a route.
   void routeInc(Ip::IpVersion af, RouteType type, IpAddressPrefixLength len);
-  // One less; with the values that it was counted with. What has no row is passed over.
+  // Uncounts a route; pass the values that it was counted with. No-op without a row.
   void routeDec(Ip::IpVersion af, RouteType type, IpAddressPrefixLength len);
-  // Every row of the address family goes.
+  // Deletes every row of the address family.
   void routeDelAll(Ip::IpVersion af);
 };
 

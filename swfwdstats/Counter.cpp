@@ -11,7 +11,7 @@ struct Named {
   const Counter* counter;
 };
 
-// Sorted by the compiler; a name is found in five comparisons at most.
+// Sorts at compile time; a lookup takes at most five comparisons.
 constexpr auto sorted(auto names) {
   std::sort(names.begin(), names.end(), [](const Named& a, const Named& b) { return a.name < b.name; });
   return names;

@@ -1,5 +1,5 @@
 #pragma once
-// The counters of the software-forwarding statistics: the snapshot of all, and the lookup of those that have a name in
+// The counters of the software-forwarding statistics: the snapshot of all, and the lookup of a counter by its name in
 // /proc/net/snmp6 (net/ipv6/proc.c of the kernel).
 //
 //   if (const Ip::Counter* counter = Ip::counter("Ip6InReceives", 13)) counter->write(data, 5);
@@ -49,9 +49,9 @@
 
 namespace Ip {
 
-// The kernel's IP counters of one network namespace and IP version, as the software-forwarding statistics hold them.
-// Counters are as the kernel gives them, packets unless the name says octets. What the kernel does not count for an
-// IP version stays 0: octets for IPv4, broadcasts for IPv6.
+// A snapshot of the kernel's IP counters of one network namespace and IP version. Counters are as the kernel has them:
+// packets, unless the name says octets. What the kernel does not count for an IP version stays 0: octets for IPv4,
+// broadcasts for IPv6.
 struct SwFwdStatsData {
   static constexpr const char* kelTypeName = "Ip::SwFwdStatsData";
 
@@ -78,7 +78,7 @@ class Counter {
   virtual ~Counter() = default;
 };
 
-// One class, and one instance of it, for each: InReceivesCounter and inReceivesCounter.
+// Defines a class and an instance for each counter: InReceivesCounter and inReceivesCounter.
 #define SW_FWD_COUNTER(Class, field, snmp6Name)                                                       \
   class Class final : public Counter {                                                                \
    public:                                                                                            \
@@ -90,16 +90,16 @@ class Counter {
 SW_FWD_COUNTERS(SW_FWD_COUNTER)
 #undef SW_FWD_COUNTER
 
-// From the names in snmp6 to the counters. Nothing is allocated.
+// Finds counters by their name in snmp6, without an allocation.
 class CounterHash {
  public:
   static constexpr std::size_t shortestName = 10;
   static constexpr std::size_t longestName = 19;
-  // Null for any other name.
+  // Null for an unknown name.
   static const Counter* find(std::string_view snmp6Name);
 };
 
-// Null when no counter has the name, which is `length` characters long.
+// Null for an unknown name. `length` is the name's length.
 inline const Counter* counter(const char* name, unsigned length) {
   return CounterHash::find({name, length});
 }

@@ -48,7 +48,7 @@ bool opens(std::ifstream& file, const std::string& path) {
   return false;
 }
 
-// Reads the header line, or as much of it as there may be; `length` counts its line end too.
+// Reads the header line, up to longestHeader characters. `length` includes its line end.
 std::string headerLine(std::istream& file, std::streamsize& length) {
   std::string line(longestHeader, '\0');
   std::size_t size = 0;
@@ -80,7 +80,7 @@ bool readSnmp(std::istream& file, SwFwdStatsData& data) {
   return false;
 }
 
-// The values line is the second of the two that begin so.
+// Moves to the values line, the second of two lines with this prefix.
 bool findIpExtValues(std::istream& file) {
   constexpr std::streamsize longestLine = 4096;
   bool isHeaderSeen = false;

@@ -1,6 +1,6 @@
 #pragma once
-// Reads the kernel's IP counters from its text files, in the network namespace that the thread is in. Which files:
-// swfwdstats/SwFwdStats.h.
+// Reads the kernel's IP counters from its text files, in the thread's network namespace. swfwdstats/SwFwdStats.h lists
+// the files.
 
 #include "kel/Name.h"
 #include "swfwdstats/Counter.h"
@@ -9,16 +9,15 @@ namespace Ip {
 
 enum class IpHeader {
   strict,  // the header line has the known length
-  any      // or it begins with the known names
+  any      // it has the known length, or begins with the known names
 };
 
-// Write what they find into `data`; false, after a trace, when the files cannot be used: what `data` holds then is
-// of no use. A name in snmp6 that no counter has is passed over, and a counter that is not in the files keeps its
-// value.
+// Read the counters into `data`. A counter that the files lack keeps its value; unknown names in snmp6 are skipped.
+// Return false, after a trace, if the files cannot be used; `data` is then invalid.
 bool readKernelIp4(SwFwdStatsData& data, IpHeader header);
 bool readKernelIp6(SwFwdStatsData& data);
 
-// What to tell the operator of a kernel whose header takes IpHeader::any; empty for any other.
+// Returns advice for the operator if the kernel's header needs IpHeader::any; else an empty string.
 Kel::String adviceOnIpHeader();
 
 }  // namespace Ip

@@ -17,7 +17,7 @@ bool takesAnyIpHeader() {
   return SnmpUtil::getSnmpConfig()->takesAnyKernelIpHeader();
 }
 
-// Inside the namespace of a VRF while it lives.
+// Keeps the thread in the namespace of a VRF while it lives.
 class InVrf {
  public:
   InVrf(const SwFwdStats& stats, const L3::VrfName& vrf) : stats_(stats), isElsewhere_(!vrf.isDefault()) {
@@ -28,7 +28,7 @@ class InVrf {
     try {
       stats_.setNs(L3::VrfName::defaultName);
     } catch (const Kel::Exception& error) {
-      // Nothing may go on in a namespace where it does not belong.
+      // The agent must not continue in a foreign namespace.
       KEL_ASSERT_TEXT(false, error.what());
     }
   }
@@ -81,7 +81,7 @@ void SwFwdStats::doRead() const {
     refusal_.clear();
     if (!read(fresh)) return;
   } catch (const Kel::Exception& error) {
-    // Every counter that is asked for comes here, and would say it again.
+    // Each requested counter would trace it again.
     if (refusal_ == error.what()) return;
     refusal_ = error.what();
     QTRACE(swFwdStatsTrace, 0) << refusal_;

@@ -2,8 +2,8 @@
 // The software-forwarding statistics of one VRF and IP version: the kernel's IP counters of the VRF's network
 // namespace, read on request.
 //
-// Each counter accessor first makes sure that the snapshot is at most half a second old, so a request for many
-// columns costs one reading. A reading goes to
+// Each counter accessor first refreshes a snapshot that is older than half a second, so a request for many columns
+// reads the files once:
 //
 // | file                 | for  | environment variable that names another file |
 // |----------------------|------|-----------------------------------------------|
@@ -11,16 +11,17 @@
 // | `/proc/net/netstat`  | IPv4 | `PROC_NET_NETSTAT`                            |
 // | `/proc/net/snmp6`    | IPv6 | `PROC_NET_SNMP6`                              |
 //
-// inside the namespace "ns-<VRF>". The thread is back in "default" afterwards, also when the reading fails. A variable
-// is looked up once a process. What cannot be read is traced (facility "IpSwFwdStats"), and leaves the snapshot as it
-// was: the last good values, or zeros. A namespace that cannot be entered is traced once, until it was entered again.
+// The files are read inside the namespace "ns-<VRF>". The thread is back in "default" afterwards, even if the read
+// fails. A variable is looked up once in a process. A failed read is traced (facility "IpSwFwdStats") and leaves the
+// snapshot unchanged: the last good values, or zeros. A namespace that cannot be entered is traced once, until it was
+// entered again.
 //
-// A VRF without a namespace of its own (hasNamespaceIs) is a VRF device: the kernel counts its packets in the default
-// VRF's files, and cannot tell them apart. Nothing is read for it, and all its counters are 0.
+// A VRF without a network namespace (hasNamespaceIs) is a VRF device: the kernel counts its packets with the default
+// VRF's. Nothing is read for it, and all its counters are 0.
 //
-// The IPv4 files have values without names beside them, so the reader insists on a header line of the length that it
-// knows (224 characters with the line end). The setting quorinKernelIpHeader any (Snmp::Config) has it take a longer
-// one that begins with the names that it knows.
+// The IPv4 files have their names in a separate line, so the reader requires a header line of the known length (224
+// characters with the line end). With the setting quorinKernelIpHeader any (Snmp::Config) it accepts a longer one that
+// begins with the known names.
 
 #include "kel/Entity.h"
 #include "kel/System.h"
@@ -32,15 +33,15 @@ namespace Ip {
 class SwFwdStats : public Kel::Notifier {
   KEL_TYPE_BEGIN("Ip::SwFwdStats", SwFwdStats, Kel::Notifier)
  public:
-  // `name` is the VRF's. Throws Kel::RangeException when it is longer than a VRF's name can be.
+  // `name` is the VRF's. Throws Kel::RangeException if it is too long for a VRF.
   KEL_CONSTRUCTOR(SwFwdStats, ((Ip::IpVersion, ipVersion))((Kel::Name, name)))
 
  public:
-  // The snapshot as it stands, and when it was read (0: never).
+  // The current snapshot, and when it was read (0: never).
   const SwFwdStatsData& data() const { return data_; }
   const Kel::Seconds& lastUpdate() const { return lastUpdate_; }
 
-  // Fresh counters.
+  // The counters, refreshed.
 #define SW_FWD_STATS_ACCESSOR(field) \
   std::uint64_t field() const {      \
     doFreshen();                     \
@@ -62,13 +63,13 @@ class SwFwdStats : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 
  public:
-  // Reads when the snapshot is older than this many seconds.
+  // doFreshen() reads if the snapshot is older than this many seconds.
   static constexpr Kel::Seconds freshness = 0.5;
   void doFreshen() const;
   void doRead() const;
   // Enters the network namespace of a VRF. Throws Kel::Exception when it cannot be entered.
   void setNs(const Kel::Name& vrfName) const;
-  // Whether the VRF has a network namespace of its own, as it has unless this says otherwise.
+  // Sets whether the VRF has a network namespace; initially true.
   void hasNamespaceIs(bool hasNamespace);
   bool hasNamespace() const {
     return hasNamespace_;
@@ -81,13 +82,13 @@ class SwFwdStats : public Kel::Notifier {
   bool hasNamespace_ = true;
   mutable SwFwdStatsData data_;
   mutable Kel::Seconds lastUpdate_ = 0;
-  mutable Kel::String refusal_;  // why the namespace could not be entered last time; empty: it could
+  mutable Kel::String refusal_;  // why the namespace could not be entered last time; empty: it was entered
 };
 
 Kel::Ptr<SwFwdStats> swFwdStatsFactory(Ip::IpVersion ipVersion, Kel::Name vrfName);
 
-// For the operator, one line: the running kernel's header line is not of the length that the reader insists on, and
-// quorinKernelIpHeader any would help. Empty when that setting is in effect or makes no difference.
+// Returns one line for the operator if the running kernel's header line is not of the required length and
+// quorinKernelIpHeader any would help. Empty if that setting is in effect or makes no difference.
 Kel::String kernelIpHeaderAdvice();
 
 // A container of software-forwarding statistics by IP version, for users without a MIB cache.
@@ -99,7 +100,7 @@ class FwdStatsBogon : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 
  public:
-  // Tells the observers of a key, as every change of the collection does.
+  // Notifies the reactors of a key, like every change of the collection.
   void bogonNotify(Ip::IpVersion ipVersion) { KEL_NOTIFY_KEY(Bogon, ipVersion); }
 };
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr unsigned static4 = 7, static6 = 4;
 
-// By the number of the platform's route type; what is not named is routeTypeOther.
+// By the platform's route type number; numbers without an entry are routeTypeOther.
 constexpr auto types4 = [] {
   std::array<RouteType, 39> types{};
   types.fill(routeTypeOther);

@@ -21,9 +21,9 @@ struct Ip4Routes {
   static constexpr const char* text = "IPv4";
   static constexpr unsigned hostLength = 32;
 
-  // Routes of this type do not count: they are the platform's own, or counted as neighbours.
+  // Whether routes of this type do not count: the platform's own routes, and those counted as neighbours.
   static bool isSkipped(unsigned routeType);
-  // Nullopt for static routes, whose kind the number alone does not give.
+  // None for static routes, whose kind does not follow from the number.
   static std::optional<RouteType> typeOf(unsigned routeType);
 
   // Throws Kel::RangeException for an address of the other IP version.
@@ -51,7 +51,7 @@ struct Ip6Routes {
   static std::optional<RouteType> typeOf(unsigned routeType);
 
   static Prefix host(const Vantu::IpGenAddr& address) { return {address.v6(), hostLength}; }
-  // fe80::/10 is on every interface, so a link-local host is no route.
+  // fe80::/10 is on every interface, so a link-local host does not count as a route.
   static bool isCountedHost(const Vantu::IpGenAddr& address) { return !address.isLinkLocal(); }
   static Arp::Table::ArpEntry neighbour(const Arp::Table::Status& table, const Arp::Table::ArpKey& key) {
     return table.neighborEntry(key);

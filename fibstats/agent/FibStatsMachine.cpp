@@ -15,7 +15,7 @@ bool isOnManagementInterface(const Vantu::IntfId& intfId) {
   return Vantu::MgmtIntfId::isMgmtIntfId(intfId);
 }
 
-// A null table has no entries, and needs not be waited for.
+// Whether the table can be read; a null table has no entries.
 template <class Table>
 bool isReady(const Kel::Ptr<const Table>& table) {
   return !table || table->initialized();
@@ -30,7 +30,7 @@ FibStatsMachine<Family>::~FibStatsMachine() {
 
 template <class Family>
 void FibStatsMachine<Family>::kelStart() {
-  fibStatsMib()->routeDelAll(Family::version);  // a machine that stood here before has left its counts
+  fibStatsMib()->routeDelAll(Family::version);  // removes the counts of an earlier machine
   kelRouteStatus_ = Kel::makePtr<KelRouteStatus>(this);
   kelRouteStatus_->notifierIs(routeStatus());
   kelArpQuillo_ = Kel::makePtr<KelArpQuillo>(this);
@@ -58,7 +58,7 @@ void FibStatsMachine<Family>::routeStatusIs(Kel::Ptr<const RouteStatus> routeSta
   routeStatus_ = std::move(routeStatus);
   if (isStopped()) return;
   kelRouteStatus_->notifierIs(routeStatus_);
-  // Hosts that were attached in the other table may have a route in this one.
+  // A host that counted as attached may have a route in this table.
   review_ = {};
   prefixRouteTypeDelAll();
   fibStatsMib()->routeDelAll(Family::version);
@@ -90,7 +90,7 @@ RouteType FibStatsMachine<Family>::mibRouteType(const Route& route) const {
   return isPersistent ? routeTypeStatic : routeTypeStaticNonPersistent;
 }
 
-// Nothing when the route cannot be known.
+// None if the route cannot be read.
 template <class Family>
 std::optional<typename FibStatsMachine<Family>::Route> FibStatsMachine<Family>::read(const Prefix& prefix) const {
   try {
@@ -101,7 +101,7 @@ std::optional<typename FibStatsMachine<Family>::Route> FibStatsMachine<Family>::
   }
 }
 
-// Reactors of the counts may stop the machine meanwhile.
+// Reactors to the counts may stop the machine meanwhile.
 template <class Family>
 void FibStatsMachine<Family>::count(const Prefix& prefix, RouteType type) {
   if (isStopped()) return;
@@ -109,7 +109,7 @@ void FibStatsMachine<Family>::count(const Prefix& prefix, RouteType type) {
   fibStatsMib()->routeInc(Family::version, type, prefix.length());
 }
 
-// False when it was not counted.
+// Returns whether it was counted.
 template <class Family>
 bool FibStatsMachine<Family>::uncount(const Prefix& prefix) {
   const auto type = prefixRouteTypeDel(prefix);
@@ -117,7 +117,7 @@ bool FibStatsMachine<Family>::uncount(const Prefix& prefix) {
   return type.has_value();
 }
 
-// A review has met a route, or a neighbour, of this prefix.
+// Call it when a review meets a route or a neighbour of this prefix.
 template <class Family>
 void FibStatsMachine<Family>::markMet(const Prefix& prefix, bool isNeighbour) {
   if (!isReviewing()) return;
@@ -157,7 +157,7 @@ void FibStatsMachine<Family>::handleRoute(const Prefix& prefix, const Route& rou
 
 // ---- neighbours ----
 
-// Nothing when it cannot be known.
+// None if the entry cannot be read.
 template <class Family>
 std::optional<bool> FibStatsMachine<Family>::isPresent(const ArpKey& key, Vantu::IntfId& intfId) const {
   if (!arpQuillo()) return false;
@@ -171,7 +171,7 @@ std::optional<bool> FibStatsMachine<Family>::isPresent(const ArpKey& key, Vantu:
   }
 }
 
-// Whether the VRF has a neighbour of this address that counts, on any interface. Nothing when it cannot be known.
+// Whether the VRF has a neighbour of this address that counts, on any interface. None if that cannot be read.
 template <class Family>
 std::optional<bool> FibStatsMachine<Family>::hasNeighbour(const Prefix& host) const {
   if (!arpQuillo() || !vrfId().isKnown() || host.length() != Family::hostLength) return false;
@@ -191,7 +191,7 @@ std::optional<bool> FibStatsMachine<Family>::hasNeighbour(const Prefix& host) co
   return isFound;
 }
 
-// The host, if a neighbour stands for it and nothing counts.
+// Counts the host if it has a neighbour and is not counted yet.
 template <class Family>
 void FibStatsMachine<Family>::countNeighbour(const Prefix& host) {
   if (!prefixRouteType().find(host) && hasNeighbour(host) == true) count(host, routeTypeAttached);
@@ -223,7 +223,7 @@ void FibStatsMachine<Family>::handleNeighbour(const ArpKey& givenKey) {
       QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: " << key.addr << " not tracked as an attached route";
       return;
     }
-    if (hasNeighbour(host).value_or(true)) return;  // on another interface
+    if (hasNeighbour(host).value_or(true)) return;  // also on another interface
     uncount(host);
     if (isReviewing()) handleRoute(host);
     return;
@@ -239,7 +239,8 @@ void FibStatsMachine<Family>::handleNeighbour(const ArpKey& givenKey) {
     return;
   }
   markMet(host, true);
-  if (isReviewing() && !prefixRouteType().find(host)) handleRoute(host);  // which may not have been met yet
+  if (isReviewing() && !prefixRouteType().find(host))
+    handleRoute(host);  // the review may not have met the route yet
   if (prefixRouteType().find(host)) {
     QTRACE(fibStatsSmTrace, 6) << "FibStatsMib: " << host << " vrf=" << fibStatsMib()->vrfName()
                                << " is a duplicate";
@@ -277,7 +278,7 @@ void FibStatsMachine<Family>::review() {
   }
 }
 
-// It has read and marked nothing, so it finds whatever has changed till now.
+// Whether the review has read and marked nothing yet, so it will find every change up to now.
 template <class Family>
 bool FibStatsMachine<Family>::hasReviewJustBegun() const {
   return review_.phase == Phase::routes && !review_.lastRoute &&
@@ -292,14 +293,14 @@ void FibStatsMachine<Family>::beginReview() {
   prefixRouteType_.unmarkAll();
 }
 
-// Reactors of the counts may do anything meanwhile.
+// Reactors to the counts may do anything meanwhile.
 template <class Family>
 void FibStatsMachine<Family>::reviewAtOnce() {
   const Kel::Ptr<FibStatsMachine> self(this);
   try {
     for (std::size_t done = 0; isReviewing() && done < 2 * pieceSize;) done += reviewPiece();
   } catch (const Quillo::StoreException&) {
-    // The review goes on when the table notifies that it can be read again.
+    // The review continues when the table notifies that it is readable again.
   }
 }
 
@@ -353,7 +354,7 @@ std::size_t FibStatsMachine<Family>::routePiece() {
   }
   const auto table = routeStatus_;
   for (const auto& route : routes) {
-    if (routeStatus_ != table) break;  // a reactor of the counts has set another one
+    if (routeStatus_ != table) break;  // a reactor to the counts has replaced the table
     handleRoute(route.prefix, route);
   }
   return routes.size();
@@ -386,7 +387,7 @@ std::size_t FibStatsMachine<Family>::neighbourPiece() {
   return keys.size();
 }
 
-// Goes round the shards until no prefix is without a mark.
+// Visits the shards until every prefix has a mark.
 template <class Family>
 std::size_t FibStatsMachine<Family>::sweepPiece() {
   if (prefixRouteType().unmarkedCount() == 0) {
@@ -401,8 +402,8 @@ std::size_t FibStatsMachine<Family>::sweepPiece() {
   return prefixes.size();
 }
 
-// Throws StoreException before it changes anything: a table of neighbours that cannot be read looks empty, a table of
-// routes does not.
+// Throws StoreException, before it changes anything: an unreadable neighbour table looks empty, but the lookup of the
+// route throws.
 template <class Family>
 void FibStatsMachine<Family>::sweep(const Prefix& prefix) {
   const auto type = prefixRouteType().find(prefix);

@@ -3,14 +3,14 @@
 // `Family` is Ip4Routes or Ip6Routes.
 //
 // Counting. A prefix counts once, under the type that it had when it was first counted. A host counts as attached while
-// the VRF has a neighbour of its address, on any interface. A notification changes the counts by at most one route. Of
-// a route and a neighbour of one host only the first counts; when that one is deleted, the other still does not count.
-// Deleting a route uncounts its host, even one that counts as attached (docs/decisions/0014).
+// the VRF has a neighbour of its address, on any interface. A notification changes the counts by at most one route. If
+// a host has both a route and a neighbour, the first one counts; when it is deleted, the other does not count in its
+// place. Deleting a route uncounts its host, even one that counts as attached (docs/decisions/0014).
 //
 // Reviews. A review compares the counts with both tables: at the start, and when a table announces that any entry may
 // have changed. It begins once the table of routes is initialized; until then no neighbour counts.
-// - It reads the routes, then the neighbours, so a host with both counts under its route. It marks each counted prefix
-//   that it meets, and finally looks up each unmarked one and uncounts it if the tables lack it.
+// - It reads the routes before the neighbours, so a host that has both counts as a route. It marks each counted prefix
+//   that it meets. Finally it looks up each unmarked prefix, and uncounts it if the tables lack it.
 // - A task does it in pieces of a thousand prefixes. Without a scheduler the first two pieces run at once, and the rest
 //   waits for the scheduler.
 // - Afterwards exactly the routes and neighbours of the tables are counted, including what was notified during the
@@ -41,9 +41,9 @@ class FibStatsMachine : public Kel::Entity {
   static constexpr std::size_t pieceSize = 1024;
   static constexpr int reviewPriority = 3;
 
-  // A null table has no entries. `vrfId` is the VRF's id in the table of neighbours; with an unknown id the VRF has no
-  // neighbours. Without a configuration all static routes are of one kind. The machine replaces the counts of this IP
-  // version in `fibStatsMib`.
+  // A null table has no entries. `vrfId` is the VRF's id in the neighbour table; with an unknown id the VRF has no
+  // neighbours. Without a configuration all static routes count as one kind. The machine replaces the counts of this
+  // IP version in `fibStatsMib`.
   KEL_CONSTRUCTOR(FibStatsMachine,
                   ((Kel::Ptr<const RouteStatus>, routeStatus))((Kel::Ptr<const Arp::Table::Status>, arpQuillo))((
                       VrfId, vrfId))((Kel::Ptr<const Config>, routingConfig))((Kel::Ptr<FibStatsMib>, fibStatsMib)))
@@ -55,7 +55,7 @@ class FibStatsMachine : public Kel::Entity {
   // Leaves the counts as they are.
   void kelStop() override;
 
-  // Each replaces the present one. Another table of routes resets the counts; another VRF id begins a review; another
+  // Each replaces the current one. Another table of routes resets the counts, another VRF id begins a review, another
   // configuration applies to routes that are counted later.
   void routeStatusIs(Kel::Ptr<const RouteStatus> routeStatus);
   void vrfIdIs(VrfId vrfId);
@@ -68,18 +68,18 @@ class FibStatsMachine : public Kel::Entity {
   // The counted prefixes, each with the type under which it counts.
   const PrefixRouteTypes<Prefix>& prefixRouteType() const { return prefixRouteType_; }
   void prefixRouteTypeIs(const Prefix& prefix, RouteType type) { prefixRouteType_.insert(prefix, type); }
-  // Returns the stored type; nullopt when the prefix did not count.
+  // Returns the stored type; none if the prefix did not count.
   std::optional<RouteType> prefixRouteTypeDel(const Prefix& prefix) { return prefixRouteType_.take(prefix); }
   void prefixRouteTypeDelAll() { prefixRouteType_.clear(); }
 
   // Whether the route does not count.
   bool fibRouteFilter(const Route& route) const;
-  // The kind of a static route is as configured; for a route that is not configured, as the route itself says.
+  // A static route has its configured kind; without a configuration of the route, the kind in the route itself.
   RouteType mibRouteType(const Route& route) const;
 
-  // The route of this prefix was created, deleted or changed.
+  // Call it when the route of this prefix was created, deleted or changed.
   void handleRoute(const Prefix& prefix);
-  // Any route may have changed: begins a review.
+  // Call it when any route may have changed: begins a review.
   void handleRoute() { review(); }
 
  protected:

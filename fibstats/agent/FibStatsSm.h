@@ -1,6 +1,6 @@
 #pragma once
-// The state machines that keep the route counts of one VRF: FibStatsSm those of IPv4, Fib6StatsSm those of IPv6.
-// FibStatsMachine.h describes how they count.
+// The state machines that keep the route counts of one VRF: FibStatsSm for IPv4, Fib6StatsSm for IPv6.
+// FibStatsMachine.h describes the counting.
 
 #include "fibstats/agent/FibStatsMachine.h"
 
@@ -12,7 +12,7 @@ class FibStatsSm : public FibStatsMachine<Ip4Routes> {
   using FibStatsMachine::FibStatsMachine;
   KEL_TYPE_END_DECLARE
 
-  // The neighbour's entry was created, deleted or changed; without a key: any entry may have changed.
+  // Call it when the neighbour's entry was created, deleted or changed; without a key: when any entry may have changed.
   void handleArpEntry(const Arp::Table::ArpKey& key) { handleNeighbour(key); }
   void handleArpEntry() { handleNeighbour(); }
 };
@@ -27,7 +27,7 @@ class Fib6StatsSm : public FibStatsMachine<Ip6Routes> {
   void handleNeighborEntry() { handleNeighbour(); }
 };
 
-// For use without an owner. An owner's create-or-get operation takes the same arguments.
+// Create a machine without an owner. An owner's create-or-get operation takes the same arguments.
 Kel::Ptr<FibStatsSm> fibStatsSmFactory(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                                        Kel::Ptr<const Arp::Table::Status> arpQuillo, Vrf::VrfIdMap::VrfId vrfId,
                                        Kel::Ptr<const Routing::Config> routingConfig,

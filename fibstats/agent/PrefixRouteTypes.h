@@ -1,8 +1,8 @@
 #pragma once
-// Maps each counted prefix to the route type under which it counts, with a mark of the present review.
+// Maps each counted prefix to its route type, with a mark for reviews.
 //
-// Made for a million prefixes: an IPv4 prefix takes some 15 bytes, free slots included, and a lookup one or two cache
-// misses. The map is a set of shards, chosen by the hash: growing one map of a million prefixes would stall the caller
+// Holds a million prefixes: an IPv4 prefix takes about 15 bytes, free slots included, and a lookup one or two cache
+// misses. The map consists of shards, chosen by the hash: growing one map of a million prefixes would stall the caller
 // for 20 ms, growing a shard takes 0.1 ms. unmarked() searches one shard at a time.
 //
 //   counted.unmarkAll();    // a review begins; constant time
@@ -31,14 +31,14 @@ class PrefixRouteTypes {
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  // Nullopt when the prefix does not count.
+  // None if the prefix does not count.
   std::optional<RouteType> find(const PrefixType& prefix) const {
     const Key key(prefix);
     const auto& map = shards_[key.shard()];
     const auto at = map.find(key);
     return at == map.end() ? std::nullopt : std::optional(typeOf(at->second));
   }
-  // The prefix is marked.
+  // Adds the prefix or changes its type, and marks it.
   void insert(const PrefixType& prefix, RouteType type) {
     const Key key(prefix);
     const auto value = static_cast<std::uint8_t>(type | marked_);
@@ -47,7 +47,7 @@ class PrefixRouteTypes {
     if (!isMarked(at->second)) --unmarkedCount_;
     at->second = value;
   }
-  // Removes the prefix and returns its type; nullopt when it does not count.
+  // Removes the prefix and returns its type; none if it does not count.
   std::optional<RouteType> take(const PrefixType& prefix) {
     const Key key(prefix);
     auto& map = shards_[key.shard()];
@@ -64,7 +64,7 @@ class PrefixRouteTypes {
     size_ = unmarkedCount_ = 0;
   }
 
-  // Requires that all prefixes are marked.
+  // Requires: all prefixes are marked.
   void unmarkAll() {
     marked_ ^= markBit;
     unmarkedCount_ = size_;
@@ -79,7 +79,7 @@ class PrefixRouteTypes {
     --unmarkedCount_;
   }
   std::size_t unmarkedCount() const { return unmarkedCount_; }
-  // At most `limit` unmarked prefixes of the shard, in no order.
+  // Returns at most `limit` unmarked prefixes of the shard, in no order.
   std::vector<PrefixType> unmarked(std::size_t shard, std::size_t limit) const {
     std::vector<PrefixType> found;
     for (const auto& [key, value] : shards_[shard]) {
@@ -90,7 +90,7 @@ class PrefixRouteTypes {
   }
 
  private:
-  // Without the padding that an address of four bytes brings.
+  // A prefix without padding.
   class Key {
    public:
     Key() = default;
@@ -103,7 +103,7 @@ class PrefixRouteTypes {
       std::memcpy(&address, bytes_.data(), sizeof(Address));
       return {address, bytes_.back()};
     }
-    // By another factor than the maps', which would otherwise fill some of their places only.
+    // Uses another factor than the maps' hash; otherwise each map would fill only some of its slots.
     std::size_t shard() const { return (std::uint64_t{hash_value(*this)} * 0xFF51AFD7ED558CCDU) >> 58U; }
     friend bool operator==(const Key&, const Key&) = default;
     friend std::size_t hash_value(const Key& key) {
@@ -117,8 +117,8 @@ class PrefixRouteTypes {
   };
   static_assert(shardCount == 64);  // six bits of a hash
 
-  // The value of a prefix is its type together with this bit, which means "marked" when it equals `marked_`. So all
-  // marks are removed by changing `marked_`.
+  // A prefix's value is its type and this bit; the prefix is marked if the bit equals `marked_`. So changing `marked_`
+  // removes all marks.
   static constexpr std::uint8_t markBit = 0x20;
   static constexpr bool noTypeHasTheBit() {
     bool isFree = true;

@@ -76,7 +76,7 @@ void AgentLoop::turn() {
     throw Kel::Exception(std::string("the event loop cannot wait for its descriptors: ") + std::strerror(errno));
   }
 
-  // Our own descriptors leave the set before net-snmp sees it.
+  // Remove our own descriptors from the set before net-snmp reads it.
   std::vector<std::pair<int, unsigned>> ready;
   for (const auto& [fd, watch] : watches_) {
     if (!readable.contains(fd)) continue;

@@ -26,21 +26,21 @@ class AgentLoop : public EventLoop {
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
   bool onTurnEnd(Callback callback) override;
-  // Cheap enough to call for every row: it polls the sockets once in `requestCheckInterval`.
+  // Cheap enough to call for every row: polls the sockets at most once in `requestCheckInterval`.
   bool requestWaiting() override;
   static constexpr std::chrono::microseconds requestCheckInterval{200};
 
-  // Takes turns until stop() is called.
+  // Runs turns until stop() is called.
   void run();
   void stop() { isStopping_ = true; }
 
-  // Waits until something is ready, or an alarm is due, and serves it.
+  // Waits until a descriptor is ready or an alarm is due, and serves it.
   void turn();
 
  private:
   struct Watch {
     Callback callback;
-    unsigned generation;  // tells a watch from a later one on the same descriptor number
+    unsigned generation;  // differs between watches of the same descriptor number
   };
   void dispatch(const std::vector<std::pair<int, unsigned>>& ready);
 

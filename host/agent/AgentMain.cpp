@@ -64,7 +64,7 @@ void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile
 
   AgentLoop loop;
   loop.addFd(signals.fd(), [&] { handleSignals(signals, loop, agent, hooks); });
-  // Whatever `started` made leaves before the loop and net-snmp do, also when the loop fails.
+  // Runs before the loop and net-snmp are destroyed, even if the loop fails.
   const absl::Cleanup stop = [&] {
     if (hooks.stopping) guarded("stop", hooks.stopping);
   };
@@ -93,13 +93,13 @@ int run(const AgentOptions& options, const AgentHooks& hooks) {
   }
   signal(SIGPIPE, SIG_IGN);
   SignalFd signals{SIGTERM, SIGINT, SIGHUP};
-  std::optional<PidFile> pidFile;  // goes last: until then the agent may still be saving its state
+  std::optional<PidFile> pidFile;  // removed last: until then the agent may still save its state
   NetSnmpAgent agent(options);
   try {
     serve(options, signals, pidFile, agent, hooks);
     return 0;
   } catch (const std::exception& error) {
-    logError("{}", error.what());  // while there still is a log to write to
+    logError("{}", error.what());  // while the log is still open
     return 1;
   }
 }

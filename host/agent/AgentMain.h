@@ -9,15 +9,16 @@
 
 namespace Host {
 
-// Each may be empty. An exception that leaves `started` is logged and ends the agent with a non-zero exit status; one
-// that leaves another hook is logged.
+// Each hook may be empty. An exception from `started` is logged and ends the agent with a non-zero exit status. One
+// from another hook is only logged.
 struct AgentHooks {
-  // Called once the configuration is read, the addresses are open, and the process is in the background under its final
-  // user, before the first request. Lifetime: the loop lives until `stopping` has returned.
+  // Called before the first request, once the configuration is read, the addresses are open, and the process is in the
+  // background under its final user. Lifetime: the loop lives until `stopping` has returned.
   std::function<void(AgentLoop&, const AgentOptions&)> started;
   // Called after the configuration was read again.
   std::function<void()> reconfigured;
-  // Called after the loop ended or failed, or `started` threw, while net-snmp still works. Must leave all contexts.
+  // Called after the loop ended or failed, or `started` threw, while net-snmp still works. Requires: it leaves all
+  // contexts.
   std::function<void()> stopping;
 };
 

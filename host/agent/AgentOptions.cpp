@@ -13,7 +13,7 @@ namespace Host {
 
 namespace {
 
-// Beyond every character.
+// Above every character.
 constexpr int storeOption = 256;
 constexpr int netnsDirOption = 257;
 
@@ -47,13 +47,13 @@ void setFlag(int which) {
   throw Kel::RangeException(fault + "; quorind -h lists the options");
 }
 
-// The argument of an option that takes one path, to a `kind` of thing.
+// Returns the argument of an option that takes the path of a `kind`.
 std::string absoluteArgument(const char* name, const char* kind) {
   if (*optarg == '\0') refuse(fmt::format("{} is empty; name a {}", name, kind));
   return absolute(optarg);
 }
 
-// What getopt itself objects to.
+// Throws for an option that getopt rejects.
 [[noreturn]] void refuseOption(int fault, char* argv[]) {
   const std::string name =
       optopt > 0 && optopt < storeOption ? fmt::format("-{}", static_cast<char>(optopt)) : argv[optind - 1];

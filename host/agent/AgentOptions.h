@@ -19,18 +19,18 @@ struct AgentOptions {
   bool isForeground = false;                    // -f
   bool readsDefaultConfiguration = true;        // until -C
   std::vector<std::string> configurationFiles;  // -c, absolute paths
-  std::vector<std::string> addresses;           // to listen on; none: what the configuration says
+  std::vector<std::string> addresses;           // to listen on; empty: as configured
   std::string pidFile;                          // -p, an absolute path or empty
   std::string user;                             // -u, a name or number, or empty
   std::string group;                            // -g
-  std::string storeDirectory;                   // --store, an absolute path or empty: what the configuration says
+  std::string storeDirectory;                   // --store, an absolute path; empty: as configured
   std::string netnsDirectory;                   // --netns-dir, likewise
   bool isSubagent = false;                      // -X
-  std::string masterAddress;                    // -x, or empty: what the configuration says
-  bool isLoggingChosen = false;                 // some -L was given
+  std::string masterAddress;                    // -x; empty: as configured
+  bool isLoggingChosen = false;                 // with any -L
 
   // Reads the command line. Logging (-L), packet dumps (-d) and debug tokens (-D) take effect at once, through
-  // net-snmp's own parser. Throws Kel::RangeException, naming the option, when an option is unknown or its argument
+  // net-snmp's own parser. Throws Kel::RangeException that names the option if it is unknown, or its argument is
   // missing or wrong.
   static AgentOptions fromCommandLine(int argc, char* argv[]);
   static std::string help();

@@ -1,11 +1,11 @@
 #pragma once
-// Limits the warnings and errors of net-snmp and our trace lines (kel/LineLimit.h), so that no manager can fill the log
-// with requests. Reports every minute what it suppressed.
+// Limits net-snmp's warnings and errors, and our trace lines (kel/LineLimit.h), so that no manager can fill the log
+// with requests. Reports every minute how many lines it suppressed.
 //
-// Requires: net-snmp's log outputs are chosen; later ones are not limited. At most one object at a time, and none in a
-// foreign snmpd, whose log belongs to its operator.
+// Requires: net-snmp's log outputs are chosen; later ones are not limited. At most one object exists at a time. The
+// plugin has none, since the log belongs to the operator of its snmpd.
 // Guarantees: the agent's own lines (AgentLog.h), and net-snmp's notices, information and debugging output, pass
-// unchanged. The destructor reports what is still suppressed and restores the outputs.
+// unchanged. The destructor reports the lines suppressed since the last report, and restores the outputs.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -27,7 +27,7 @@ class LogLimit {
  private:
   struct Output {
     netsnmp_log_handler* handler;
-    NetsnmpLogHandler* write;  // its own function, which `take` replaces
+    NetsnmpLogHandler* write;  // its own function, replaced by `take`
     Kel::LineLimit limit;
   };
 

@@ -12,11 +12,11 @@
 
 #include "host/composition/AgentLog.h"
 
-// What the agent library exports without a header.
+// Exported by the agent library without a header.
 extern "C" {
-// Opens the session, or begins to try.
+// Opens the session, or starts the attempts.
 int subagent_startup(int, int, void*, void*);
-// The open session; its private pointer points to the handle by which registrations find it. Null without one.
+// The open session, null without one. Its private pointer points to the handle by which registrations find it.
 extern netsnmp_session* main_session;
 }
 
@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* defaultAddress = "unix:/var/agentx/master";
 
-// Every registration, in every context, behind every other one of the same objects.
+// Visits every registration in every context, including those of lower priority.
 template <class Visit>
 void forEachRegistration(const Visit& visit) {
   for (auto* context = get_top_context_cache(); context != nullptr; context = context->next) {
@@ -43,11 +43,11 @@ MasterSession::MasterSession(std::string address) : address_(std::move(address))
     if (layer.reginfo != nullptr) own_.push_back(layer.reginfo);
   });
   std::sort(own_.begin(), own_.end());
-  // Seconds from the loss of the master to the next attempt, and between pings of a master that is silent.
+  // Seconds from the loss of the master to the next attempt, and between pings of a silent master.
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 1);
-  // One line for each attempt would be one a second.
+  // Each attempt, one a second, would log a line.
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS, 1);
-  // Ahead of net-snmp's own, which opens the session.
+  // Before net-snmp's own callback, which opens the session.
   netsnmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, handleConfigurationRead, this,
                             NETSNMP_CALLBACK_HIGHEST_PRIORITY);
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, handleOpened, this);
@@ -61,8 +61,8 @@ MasterSession::~MasterSession() {
 }
 
 void MasterSession::configured() {
-  // From here on net-snmp keeps the session up by itself. Called again after a reload, this would begin a second
-  // series of attempts, that never ends.
+  // From here on net-snmp keeps the session open by itself. A second call after a reload would start a second endless
+  // series of attempts.
   snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, subagent_startup, nullptr, 1);
   if (isOpen_) return;
   const char* address = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET);
@@ -78,7 +78,7 @@ void MasterSession::initHandler(Kel::String context) {
   if (netsnmp_subtree_find_first(context.c_str()) != nullptr) return;
   auto* const handle = main_session != nullptr ? static_cast<netsnmp_session**>(main_session->myvoid) : nullptr;
   if (handle != nullptr) *handle = nullptr;
-  // The first registration makes the roots, and is one of them.
+  // The first registration creates the roots, and is one of them.
   const oid iso = 1;
   netsnmp_register_null_context(snmp_duplicate_objid(&iso, 1), 1, context.c_str());
   if (handle != nullptr) *handle = main_session;
@@ -103,9 +103,9 @@ int MasterSession::handleClosed(int, int, void*, void* self) {
   return SNMPERR_SUCCESS;
 }
 
-// net-snmp is about to register what does not have the mark of being registered with the master. It would do so for
-// every piece of a registration that others divide. And it sets the mark also on what it failed to register because
-// the last session broke off meanwhile, so none of ours is to have it now.
+// net-snmp is about to register everything without the mark SUBTREE_ATTACHED, including every piece of a registration
+// that others divide. Its own marks are unreliable: it sets one even if a registration failed because the last session
+// broke off. So this sets the mark on the stock modules' registrations and on later pieces, and clears all others.
 void MasterSession::keepFromMaster() const {
   forEachRegistration([this](netsnmp_subtree& layer) {
     const bool isOwn = std::binary_search(own_.begin(), own_.end(), layer.reginfo);

@@ -45,7 +45,7 @@ std::optional<unsigned> configuredId(int which) {
   return id > 0 ? std::optional<unsigned>(static_cast<unsigned>(id)) : std::nullopt;
 }
 
-// Objects are named by number alone: no MIB text is looked for, so none is missed.
+// Names objects by number alone, so that the library does not complain about missing MIB texts.
 void useNoMibTexts() {
   setenv("MIBS", "", 1);
   setenv("MIBDIRS", "", 1);
@@ -77,7 +77,7 @@ void chooseLog(const AgentOptions& options) {
                              NetSnmpAgent::applicationType);
 }
 
-// net-snmp itself passes over a file that it may not read, without a word.
+// net-snmp silently skips a file that it may not read.
 void checkReadable(const std::string& file) {
   const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
   const int error = fd < 0 ? errno : std::filesystem::is_directory(file) ? EISDIR : 0;
@@ -87,7 +87,7 @@ void checkReadable(const std::string& file) {
                                    file, std::strerror(error)));
 }
 
-// The library makes these itself, but reports each; that they cannot be made is said later, once.
+// The library would create these itself and log each failure; settle() logs one line for all.
 void makeStateDirectoriesQuietly() {
   std::error_code ignored;
   const std::filesystem::path directory = get_persistent_directory();
@@ -101,12 +101,12 @@ void forgetState() {
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
 }
 
-// Listens to net-snmp's own messages for as long as it lives. Of an unknown directive they tell file, line and name;
-// what to do about it is said here, once for all of them.
+// Counts the messages of net-snmp about unknown directives while it lives. Each names file, line and directive; the
+// destructor logs the remedy once for all of them.
 class UnknownDirectives {
  public:
-  // A log handler of its own, not one of the type CALLBACK: with debugging on, net-snmp's callbacks log themselves,
-  // within the lock of the callback that the line would then wait for.
+  // A log handler of its own type: with debugging on, net-snmp's callbacks log while they hold a lock that a handler of
+  // the type CALLBACK would wait for.
   UnknownDirectives() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_NONE, LOG_DEBUG)) {
     if (handler_ == nullptr) return;
     handler_->magic = this;
@@ -151,7 +151,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_TIMEOUT, -1);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_RETRIES, -1);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_CACHE_TIMEOUT, 5);
-  // One line a datagram, if asked for, but not of its own accord.
+  // Do not log each datagram by default.
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS, 1);
   // The library would open the port of SMUX (RFC 1227), a protocol without a use here.
   char withoutSmux[] = "-smux";
@@ -162,7 +162,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
     masterSession_.emplace(options.masterAddress);
     Snmp::takesPrecedenceIs(true);
   } else {
-    // A GETBULK is answered with what fits. The library's own limit is 2 GB, which no datagram takes.
+    // Limits the answer to a GETBULK. The library's own limit is 2 GB, more than a datagram takes.
     netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MSG_SEND_MAX, largestDatagram);
     initStockMibs();
   }
@@ -172,7 +172,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
 
 NetSnmpAgent::~NetSnmpAgent() {
   logLimit_.reset();
-  // An agent that never served must not touch the state of one that does.
+  // An agent that never served must not change the state of one that does.
   if (!keepsState_) forgetState();
   masterSession_.reset();
   snmp_shutdown(applicationType);
@@ -205,7 +205,7 @@ void NetSnmpAgent::notify(int trap, int specific) const {
 }
 
 void NetSnmpAgent::goToBackground() {
-  // A wrong name is a failure of the starter, as long as there is one.
+  // Report a wrong name while the starter still waits.
   userId(options_.user);
   groupId(options_.group);
   if (netsnmp_daemonize(1, snmp_stderrlog_status()) != 0) {

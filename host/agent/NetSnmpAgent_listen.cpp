@@ -46,8 +46,8 @@ void listenOn(const std::string& endpoint) {
       error != 0 ? std::strerror(error) : "it names no known host or kind of transport", advice(error)));
 }
 
-// The addresses of the command line and of agentAddress directives, which net-snmp collects, or the default one. Empty
-// when one of them is "none", which asks for no address at all.
+// Returns the addresses of the command line and of agentAddress directives, which net-snmp collects; without any, the
+// default one. Empty if one of them is "none", which requests no address at all.
 std::vector<std::string> configuredEndpoints() {
   const char* ports = netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS);
   if (ports == nullptr) return {defaultEndpoint};
@@ -66,7 +66,7 @@ std::vector<std::string> configuredEndpoints() {
 void NetSnmpAgent::listen() {
   if (masterSession_) return;
   for (const auto& endpoint : configuredEndpoints()) listenOn(endpoint);
-  // The rest of the master agent comes up without opening an address a second time.
+  // Start the rest of the master agent without opening the addresses again.
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
   netsnmp_addrcache_initialise();
   if (init_master_agent() != 0) throw Kel::Exception("net-snmp's master agent does not start");

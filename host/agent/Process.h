@@ -1,5 +1,5 @@
 #pragma once
-// What a daemon needs of the system: signals, its process id file, its state directory, the user it runs as.
+// System services for a daemon: signals, its process id file, its state directory, its user and group.
 
 #include <sys/types.h>
 
@@ -12,15 +12,15 @@ namespace Host {
 // Signals as a descriptor for an event loop.
 class SignalFd {
  public:
-  // Blocks the signals for this process and queues them here. Requires that there are no other threads or children yet.
-  // Throws Kel::Exception when the system refuses.
+  // Blocks the signals for this process and queues them here. Requires: no other threads or children exist yet.
+  // Throws Kel::Exception if the system refuses.
   explicit SignalFd(std::initializer_list<int> signals);
   ~SignalFd();
   SignalFd(const SignalFd&) = delete;
   SignalFd& operator=(const SignalFd&) = delete;
 
-  int fd() const { return fd_; }  // readable while a signal waits
-  // Removes the next signal from the queue; nullopt when it is empty.
+  int fd() const { return fd_; }  // readable while a signal is queued
+  // Removes the next signal from the queue and returns it; none if the queue is empty.
   std::optional<int> next();
 
  private:
@@ -30,8 +30,8 @@ class SignalFd {
 // The process id file, which exists as long as this object does.
 class PidFile {
  public:
-  // Writes this process's id to `path`, replacing the file of an earlier run; a no-op with an empty path. Throws
-  // Kel::Exception, naming the path and the reason.
+  // Writes this process's id to `path`, in place of the file of an earlier run. No-op for an empty path. Throws
+  // Kel::Exception that names the path and the reason.
   explicit PidFile(std::string path);
   ~PidFile();
   PidFile(const PidFile&) = delete;
@@ -41,17 +41,17 @@ class PidFile {
   std::string path_;
 };
 
-// The number of a user or group that is given by name or number; nullopt for empty text. Throw Kel::RangeException when
-// it does not exist.
+// Returns the number of a user or group given by name or number; none for empty text. Throws Kel::RangeException if it
+// does not exist.
 std::optional<uid_t> userId(const std::string& user);
 std::optional<gid_t> groupId(const std::string& group);
 
-// Changes the process's user and group, and takes the user's supplementary groups. Throws Kel::Exception when the
+// Changes the process's user and group, and adopts the user's supplementary groups. Throws Kel::Exception if the
 // system refuses.
 void becomeUser(std::optional<uid_t> user, std::optional<gid_t> group);
 
-// Makes the directory and its parents, writable by the owner only, and gives it to the user and group. Throws
-// Kel::Exception, naming path and reason, when the result is not a directory that we can write to.
+// Creates the directory and its parents, writable by the owner only, and gives it to the user and group. Throws
+// Kel::Exception that names path and reason if the result is not a directory that we can write to.
 void makeStateDirectory(const std::string& path, std::optional<uid_t> user, std::optional<gid_t> group);
 
 }  // namespace Host

@@ -9,7 +9,7 @@
 
 #include <vector>
 
-// The module library exports these without a header.
+// Exported by the module library without a header.
 extern "C" {
 void init_snmpEngine(void);
 void init_snmpMPDStats(void);
@@ -34,8 +34,7 @@ void initStockMibs() {
   init_usmUser();
   init_vacm_vars();
   init_vacm_context();
-  // The module has no value of its own for sysServices and leaves the object out without one. A configuration file
-  // that names another value wins: it is read later.
+  // Without a value the module omits sysServices. A value from a configuration file is read later and overrides this.
   char defaultServices[] = "sysservices 76";  // internet, end-to-end and application layers (RFC 3418)
   netsnmp_config(defaultServices);
 }
@@ -50,7 +49,7 @@ void initSubagentMibs() {
       },
       &capabilities);
   for (auto& capability : capabilities) unregister_sysORTable(capability.data(), capability.size());
-  // After that, as net-snmp 5.9's table goes on pointing to capabilities that are taken back.
+  // Register the table last: net-snmp 5.9's table keeps pointers to removed capabilities.
   init_sysORTable();
 }
 

@@ -1,19 +1,19 @@
 #pragma once
-// Registers those MIB modules of net-snmp's own agent that this agent serves: the system group with sysORTable, the
-// snmp group, the SNMP engine, message processing, USM and VACM tables. We serve interfaces and IP ourselves.
+// Registers the MIB modules of net-snmp's own agent that this agent serves: the system group with sysORTable, the snmp
+// group, and the tables of the SNMP engine, message processing, USM and VACM. Interfaces and IP are our own modules'.
 
 namespace Host {
 
-// Requires that init_agent was called and the configuration is not read yet.
+// Requires: init_agent was called; the configuration is not read yet.
 void initStockMibs();
 
-// The modules of a subagent: the system group and the SNMP engine, which it answers in VRF contexts. In the default
-// context the master has its own, so MasterSession keeps ours from it. Removes the modules' rows of sysORTable, which
-// the master has, too.
+// Registers the modules of a subagent: the system group and the SNMP engine, which it answers in VRF contexts. In the
+// default context the master serves its own, and MasterSession does not register ours. Removes the modules' rows of
+// sysORTable, which the master also has.
 void initSubagentMibs();
 
-// Makes the objects that are registered so far refuse every SET with notWritable, whatever the access rules allow: this
-// agent is read-only.
+// Makes all objects registered so far refuse every SET with notWritable, whatever the access rules allow: this agent is
+// read-only.
 void refuseSets();
 
 }  // namespace Host

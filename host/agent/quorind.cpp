@@ -1,4 +1,4 @@
-// The program quorind: a Composition in a process of its own, alone or as subagent of a running snmpd.
+// The program quorind: a Composition in its own process, standalone or as subagent of a running snmpd.
 
 #include <memory>
 
@@ -9,7 +9,7 @@ namespace Host {
 
 namespace {
 
-// The Composition of the process. It follows a store directory that the configuration changes.
+// Owns the Composition of the process, and replaces it when the configuration changes the store directory.
 class Hosted {
  public:
   void start(AgentLoop& loop, const AgentOptions& options) {
@@ -20,7 +20,7 @@ class Hosted {
   }
   void reconfigure() {
     Composition::setNetnsDirectory(options_.netnsDirectory);
-    // There is none when the last attempt failed.
+    // Null if the last attempt failed.
     if (composition_ && composition_->storeDirectory() == storeDirectory()) {
       composition_->reconfigure();
       return;

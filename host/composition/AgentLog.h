@@ -1,5 +1,5 @@
 #pragma once
-// The agent's own lines in net-snmp's log, which goes where the agent's -L options send it.
+// Writes the agent's own lines to net-snmp's log, whose output the agent's -L options choose.
 
 #include <fmt/format.h>
 #include <syslog.h>
@@ -9,9 +9,9 @@
 
 namespace Host {
 
-// One line; `priority` is one of syslog's.
+// Writes one line; `priority` is one of syslog's.
 void agentLog(int priority, const std::string& text);
-// The name at the start of each line, by default "quorind". Lifetime: `name` must outlive the process's last line.
+// Sets the name at the start of each line, by default "quorind". Lifetime: `name` must outlive the last line.
 void setAgentLogName(const char* name);
 // Whether the line that net-snmp is writing is one of the agent's own.
 bool isAgentLogWriting();

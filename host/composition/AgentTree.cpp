@@ -13,14 +13,14 @@ Kel::Ptr<T> enter(const Kel::Ptr<Kel::Dir>& dir, const char* name) {
   return entity;
 }
 
-// The default VRF's id in the table of neighbours, until the state database names it.
+// The default VRF's id in the neighbour table, until the state database has one.
 constexpr Vrf::VrfIdMap::VrfId defaultVrfId{0};
 
 bool areRouteTablesEnabled() {
   return !SnmpUtil::objectsDisabled(SnmpUtil::getSnmpConfig(), "route-tables");
 }
 
-// Takes the configured ones up. False when they are in effect already.
+// Applies the configured management interfaces. Returns whether they changed.
 bool managementInterfacesChange() {
   const auto& configured = SnmpUtil::getSnmpConfig()->managementInterfaces();
   if (configured == Vantu::MgmtIntfId::configured()) return false;
@@ -30,7 +30,7 @@ bool managementInterfacesChange() {
 
 }  // namespace
 
-// Has all routes read anew when the switch keeps its FECs in another way.
+// Restarts the route machines when the switch changes how it keeps its FECs.
 class AgentTree::FecModeWatch : public IpSnmp::FecModeRestartSm::Notifiee {
  public:
   explicit FecModeWatch(AgentTree* owner) : owner_(owner) {}
@@ -40,7 +40,7 @@ class AgentTree::FecModeWatch : public IpSnmp::FecModeRestartSm::Notifiee {
   AgentTree* const owner_;
 };
 
-// Tells the machines of the default VRF's route counts under which id the table of neighbours has the VRF.
+// Passes the default VRF's id in the neighbour table to the machines of its route counts.
 class AgentTree::ArpIdWatch : public IpSnmp::ArpTableSm::Notifiee {
  public:
   explicit ArpIdWatch(IpSnmp::Root* root) : root_(root) {}
@@ -54,7 +54,7 @@ class AgentTree::ArpIdWatch : public IpSnmp::ArpTableSm::Notifiee {
   IpSnmp::Root* const root_;
 };
 
-// Has the default VRF's routes read under the id that is published for it. VrfRootSm does so for the other VRFs.
+// Remounts the default VRF's routes under its published id. VrfRootSm does so for the other VRFs.
 class AgentTree::DefaultVrfIdWatch : public Vrf::VrfIdMap::NameToIdMapWrapper::Notifiee {
  public:
   explicit DefaultVrfIdWatch(AgentTree* owner) : owner_(owner) {}
@@ -107,7 +107,7 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler
   SnmpUtil::rootIs(root_);
 }
 
-// The library makes none of its state machines by itself: the process that hosts it names those it wants.
+// The library creates no state machine by itself: the hosting process names those it wants.
 void AgentTree::wire() {
   using Kel::Ptr;
   const auto& varnix = varnix_;
@@ -172,13 +172,13 @@ void AgentTree::defaultVrfIdChanged() {
   const auto tables = mountDefaultVrf();
   if (!routeSm || routeSm->routeStatus() == tables.routeStatus) return;
   if (isUnified()) {
-    restart();  // the routes of every VRF resolve in its FECs
+    restart();  // its FECs resolve the routes of every VRF
   } else {
     IpSnmp::remountTables(*ipRoot_, tables);
   }
 }
 
-// The other VRFs'.
+// Creates the machine of the other VRFs.
 void AgentTree::wireVrfs() {
   using Kel::Ptr;
   const auto& varnix = varnix_;
@@ -243,7 +243,7 @@ AgentTree::~AgentTree() {
   arpIdWatch_ = nullptr;
   defaultVrfIdWatch_ = nullptr;
   fecModeWatch_ = nullptr;
-  ipRoot_ = nullptr;  // the machines go before what they watch
+  ipRoot_ = nullptr;  // the machines are destroyed before the entities that they watch
   ifMibSm_ = nullptr;
   ipIfStatsSm_ = ip6IfStatsSm_ = nullptr;
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, nullptr);

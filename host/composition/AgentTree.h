@@ -28,8 +28,8 @@ namespace Host {
 
 class AgentTree {
  public:
-  // Makes the directory "snmp" in `root`, beside the directory "Varnix" of the state database that `manager` keeps.
-  // Without a quilloMount of the manager there are no routes.
+  // Creates the directory "snmp" in `root`, beside the directory "Varnix" of the state database that `manager` keeps.
+  // There are no routes if the manager has no quilloMount.
   AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
             Kel::Ptr<const Arp::Table::Status> arpTable, const Kel::Ptr<const Varnix::EntityManager>& manager);
   ~AgentTree();
@@ -37,12 +37,12 @@ class AgentTree {
   AgentTree& operator=(const AgentTree&) = delete;
 
   const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
-  // Its attribute `servedVrf` holds the VRFs that are served.
+  // Its attribute `servedVrf` contains the VRFs that are served.
   Kel::Ptr<const IpSnmp::VrfRootSm> vrfRootSm() const { return ipRoot_->vrfRootSm(); }
-  // Calls `changed` after vrfRootSm() was replaced: when all routes are read anew, because the publisher changed how it
-  // keeps FECs, or the configuration enabled or disabled the route tables.
+  // Calls `changed` after vrfRootSm() was replaced: when the publisher changed how it keeps FECs, or the configuration
+  // enabled or disabled the route tables or changed the management interfaces.
   void onVrfRootSmChanged(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
-  // Puts a configuration that was read again into effect.
+  // Applies a configuration that was read again.
   void reconfigure();
 
  private:
@@ -54,7 +54,7 @@ class AgentTree {
   void wireRoutes();
   void wireFibStats();
   void wireVrfs();
-  // Of the id that the default VRF has now; null while route tables are disabled.
+  // Mounts the tables of the default VRF's current id; null while route tables are disabled.
   IpSnmp::VrfTables mountDefaultVrf() const;
   void defaultVrfIdChanged();
   bool isUnified() const;
@@ -64,7 +64,7 @@ class AgentTree {
   const Varnix::Tree varnix_;
   const Kel::Ptr<Brev::TaskScheduler> scheduler_;
   const Kel::Ptr<const Varnix::EntityManager> manager_;
-  bool routeTablesEnabled_;  // as of the making of the machines
+  bool routeTablesEnabled_;  // when the machines were created
   std::function<void()> vrfRootSmChanged_;
   Kel::Ptr<Kel::Dir> root_;
   Kel::Ptr<Snmp::Status> snmpStatus_;

@@ -11,7 +11,7 @@ namespace Host {
 
 namespace {
 
-// Once a process, however often what it serves is composed anew.
+// Logs the advice once in a process, even if a Composition is created again.
 void tellOfKernelIpHeader() {
   static bool isTold = false;
   if (std::exchange(isTold, true)) return;
@@ -21,7 +21,7 @@ void tellOfKernelIpHeader() {
 
 }  // namespace
 
-// Passes the state database's readiness on to those who wait for the agent's.
+// Makes the agent's status ready when the state database is.
 class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
  public:
   explicit ReadyWatcher(Kel::Ptr<Snmp::AgentStatus> status) : status_(std::move(status)) {}

@@ -1,6 +1,6 @@
 #pragma once
-// Composes what the agent serves beside net-snmp's own objects: the follower of the store, the caches and their state
-// machines, and the SNMP contexts. It is the same in quorind and in the plugin, which give it their event loop.
+// Everything that the agent serves beside net-snmp's own objects: the follower of the store, the caches and their state
+// machines, and the SNMP contexts. quorind and the plugin each provide their event loop.
 
 #include "host/composition/AgentTree.h"
 #include "host/composition/EventLoop.h"
@@ -14,28 +14,27 @@ namespace Host {
 
 class Composition {
  public:
-  // Enters the default context at once, even without a store. The VRFs' contexts answer `sharedGroups`, too.
+  // Enters the default context at once, even without a store. The VRFs' contexts also answer `sharedGroups`.
   // Lifetime: `loop` must outlive this object.
   Composition(EventLoop& loop, const std::string& storeDirectory, std::vector<SharedGroups::Group> sharedGroups);
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
-  // Puts a configuration that was read again into effect. Registers all modules anew if they depend on a change.
+  // Applies a configuration that was read again. Registers all modules again if a change affects them.
   void reconfigure();
 
   const std::string& storeDirectory() const { return storeDirectory_; }
-  // The directory that the present configuration names, or the default.
+  // Returns the configured directory, or the default.
   static std::string configuredStoreDirectory();
-  // Sets the directory of the network namespaces: `chosen`; if that is empty, the one that the present configuration
-  // names, or the default.
+  // Sets the directory of the network namespaces: `chosen`; if that is empty, the configured one, or the default.
   static void setNetnsDirectory(const std::string& chosen);
 
  private:
   class ReadyWatcher;
   class ServedVrfWatcher;
 
-  // The contexts follow the VRFs that the present state machine serves.
+  // Makes the contexts follow the VRFs that the current state machine serves.
   void followServedVrfs();
 
   EventLoop& loop_;

@@ -16,19 +16,19 @@ class EventLoop {
   EventLoop& operator=(const EventLoop&) = delete;
 
   // Calls `callback` once in each turn in which `fd` is readable. A second call for the same descriptor replaces the
-  // callback. May be called from a callback. An exception that leaves a callback is traced at level 0.
+  // callback. Callbacks may call this. An exception from a callback is traced at level 0.
   // Lifetime: the caller owns `fd`, and removes it before closing it.
-  // Throws Kel::Exception when the loop has no room.
+  // Throws Kel::Exception if the loop cannot take another descriptor.
   virtual void addFd(int fd, Callback callback) = 0;
-  // Stops calling the callback, even if the descriptor is ready in the present turn. May be called from a callback, for
-  // its own descriptor, too.
+  // Stops the calls, even if the descriptor is ready in the current turn. Callbacks may call this, even for their own
+  // descriptor.
   virtual void removeFd(int fd) = 0;
 
-  // Calls `callback` at the end of every turn, after all ready descriptors; an empty one stops the calls. Returns false
-  // when the loop does not know the end of a turn: then nothing is called.
+  // Calls `callback` at the end of every turn, after all ready descriptors; an empty one stops the calls. Returns
+  // false, and calls nothing, if the loop does not know the end of a turn.
   virtual bool onTurnEnd(Callback callback) = 0;
 
-  // Whether a manager's request waits to be read. Long work asks between two pieces whether to yield.
+  // Whether a manager's request waits to be read. Long work calls this between two pieces to decide whether to yield.
   virtual bool requestWaiting() = 0;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 // A set of descriptors for net-snmp's functions. Unlike fd_set, it has no limit of 1024.
-// In a file of its own, because it includes net-snmp's headers.
+// A separate file, because it includes net-snmp's headers.
 
 #include <net-snmp/library/large_fd_set.h>
 #include <net-snmp/net-snmp-config.h>

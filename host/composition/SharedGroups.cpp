@@ -18,8 +18,8 @@ int compare(const netsnmp_variable_list& variable, const oid* name, std::size_t 
   return snmp_oid_compare(variable.name, variable.name_length, name, length);
 }
 
-// A request as it goes to the default context: alone, and assigned to one registration there. Gets back what it had
-// when this goes out of scope.
+// Turns a request into one for the default context: alone, and assigned to one registration there. The destructor
+// restores the request.
 class Assigned {
  public:
   Assigned(netsnmp_request_info& request, netsnmp_subtree& subtree)
@@ -51,7 +51,7 @@ class Assigned {
 };
 
 void ask(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_request_info& request) {
-  // What a subagent registered there it answers later, and only for requests of that context.
+  // A subagent answers later, and only requests of the default context.
   if (subtree.reginfo == nullptr || subtree.session != nullptr) return;
   const Assigned assigned(request, subtree);
   const int status = netsnmp_call_handlers(subtree.reginfo, &info, &request);
@@ -77,15 +77,15 @@ bool hasValue(const netsnmp_variable_list& variable) {
   }
 }
 
-// Makes the request ready to be asked again.
+// Clears the request for another call.
 void withoutAnswer(netsnmp_request_info& request) {
   snmp_set_var_typed_value(request.requestvb, ASN_NULL, nullptr, 0);
   request.processed = 0;
   netsnmp_free_request_data_sets(&request);
 }
 
-// Asks one registration for the next value within its range. A handler that comes to a hole names it and wants to be
-// asked again from there.
+// Asks one registration for the next value within its range. A handler that meets a hole names it, and must be called
+// again from there.
 bool hasNext(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_request_info& request) {
   auto& variable = *request.requestvb;
   while (true) {
@@ -99,8 +99,7 @@ bool hasNext(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp
   }
 }
 
-// Asks one registration after another, as the agent itself does. Leaves the variable as it was when none has a next
-// value.
+// Asks one registration after another, like the agent itself. Restores the variable if none has a next value.
 void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, const std::vector<oid>& root) {
   auto& variable = *request.requestvb;
   const std::vector<oid> asked(variable.name, variable.name + variable.name_length);
@@ -162,7 +161,7 @@ void SharedGroups::registerGroup(const Group& group, const Kel::String& context)
   if (registration == nullptr) throw std::bad_alloc();
   registration->contextName = strdup(context.c_str());
   registration->priority = Snmp::registrationPriority();
-  // Only read: every copy of the registration that net-snmp may make can share it.
+  // Read-only, so every copy that net-snmp makes of the registration can share it.
   registration->handler->myvoid = const_cast<Group*>(&group);
   if (netsnmp_register_handler(registration) != MIB_REGISTERED_OK) {
     QTRACE(sharedGroupsTrace, 0) << "the agent refuses the group " << group.name << " in context \"" << context

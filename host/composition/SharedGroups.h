@@ -1,6 +1,6 @@
 #pragma once
-// Answers in every VRF's context the groups of objects about the agent itself, such as the system group, which stock
-// modules register in the default context. The values are those of the default context; the groups are read-only.
+// Answers the groups of objects about the agent itself, such as the system group, in every VRF's context. Stock modules
+// register them only in the default context, whose values are the answers. The groups are read-only.
 //
 // It enters and leaves contexts like a MIB module (snmp/HandlerRegistration.h).
 
@@ -23,9 +23,9 @@ class SharedGroups : public Snmp::HandlerRegistration {
     std::vector<oid> root;  // everything below it belongs to the group
   };
   // The groups of an agent that answers managers itself: system with sysORTable, snmp, and the SNMP engine's identity
-  // and counters. Users, groups and views stay in the default context: access control is for the device's operator.
+  // and counters. Users, groups and views stay in the default context: only the device's operator controls access.
   static std::vector<Group> ofMaster();
-  // The groups whose values a subagent knows.
+  // The groups that a subagent can answer.
   static std::vector<Group> ofSubagent();
 
   explicit SharedGroups(std::vector<Group> groups);

@@ -9,7 +9,7 @@ static Kel::TraceHandle storeFollowerTrace("StoreFollower");
 
 namespace {
 
-// Lower runs first: what managers wait to see goes before housekeeping.
+// Lower runs first: changes that managers wait for precede housekeeping.
 constexpr int turnEndPriority = 0;
 constexpr int followPriority = 1;
 constexpr int scrubPriority = 9;
@@ -64,7 +64,7 @@ void StoreFollower::followTurns(const Kel::Ptr<Brev::TaskScheduler>& scheduler) 
 
 void StoreFollower::follow(Brev::Task& task) {
   QTRACE_ENTRY(storeFollowerTrace, this);
-  // Silenced before the head is read, so that what is committed from here on rings again.
+  // Drain the doorbell before reading the head, so that each later commit rings again.
   mount_->drainDoorbell();
   mount_->refresh();
   while (step()) {

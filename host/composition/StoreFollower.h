@@ -2,13 +2,13 @@
 // Keeps the agent's state database equal to the store, and notifies subscribers of changes in the store's tables.
 //
 // Guarantees:
-// - It works in a task that yields to requests. The tables follow the state database: a reactor to an entry finds the
-//   interfaces and VRFs that the entry names.
+// - It works in a task that yields to requests. The state database is updated before the tables, so a reactor to an
+//   entry finds the interfaces and VRFs that the entry names.
 // - The doorbell wakes it; a poll once a second makes up for a lost wake-up. An idle task scans the whole store once a
 //   minute for damage that no lookup meets.
-// - The log gets one line whenever its status changes: what it waits for, or what is wrong.
-// - All readers of one turn of the loop share one snapshot. It is released at the end of the turn; in a loop that does
-//   not know the end of a turn, by a queued task that runs at once in the next turn.
+// - It logs one line whenever its status changes: what it waits for, or what is wrong.
+// - All readers of one turn of the loop share one snapshot, which is released at the end of the turn. If the loop does
+//   not know the end of a turn, a queued task releases it at the start of the next turn.
 
 #include "brev/TimerTask.h"
 #include "host/composition/EventLoop.h"
@@ -20,7 +20,7 @@ namespace Host {
 
 class StoreFollower {
  public:
-  // Makes the state database in the directory "Varnix" of `root`. Lifetime: `loop` must outlive this object.
+  // Creates the state database in the directory "Varnix" of `root`. Lifetime: `loop` must outlive this object.
   StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, const Kel::Ptr<Kel::Dir>& root,
                 const std::string& storeDirectory);
   ~StoreFollower();
@@ -28,7 +28,7 @@ class StoreFollower {
   StoreFollower& operator=(const StoreFollower&) = delete;
 
   const Varnix::Tree& tree() const { return manager_->tree(); }
-  // Its quilloMount gives the routes and FECs of each VRF.
+  // Its quilloMount mounts the routes and FECs of each VRF.
   const Kel::Ptr<Varnix::EntityManager>& manager() const { return manager_; }
   const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
 
@@ -46,7 +46,7 @@ class StoreFollower {
   Kel::Ptr<Quillo::ArpTableMount> arpTable_;
   Quillo::Scrubber scrubber_;
   Kel::String reported_;
-  Kel::Ptr<Brev::Task> turnEndTask_;  // null when the loop knows the end of a turn
+  Kel::Ptr<Brev::Task> turnEndTask_;  // null if the loop knows the end of a turn
   Kel::Ptr<Brev::Task> followTask_;
   Kel::Ptr<Brev::TimerTask> pollTimer_;
   Kel::Ptr<Brev::Task> scrubTask_;

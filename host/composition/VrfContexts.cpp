@@ -57,7 +57,7 @@ bool VrfContexts::canBeContext(const Kel::Name& name) {
 }
 
 void VrfContexts::enter(const Kel::Name& vrf) {
-  // A configuration may go while the VRF itself is still there, in the course of a removal.
+  // While a VRF is being removed, its configuration may be deleted first.
   const auto config = configDir_->vrfConfig(vrf);
   served_[vrf] = config;
   if (!config) {
@@ -70,7 +70,7 @@ void VrfContexts::enter(const Kel::Name& vrf) {
 void VrfContexts::configured(const Kel::Name& vrf) {
   const auto at = served_.find(vrf);
   const auto config = configDir_->vrfConfig(vrf);
-  // While there is none, what was entered serves on.
+  // Without a new configuration the entered context continues.
   if (at == served_.end() || !config || at->second == config) return;
   contexts_.leave(vrf);
   enter(vrf);

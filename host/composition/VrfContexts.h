@@ -1,6 +1,6 @@
 #pragma once
-// Gives each served VRF an SNMP context of the VRF's name: entered once its caches are complete, left before they are
-// destroyed.
+// Gives each served VRF an SNMP context of the VRF's name. A context is entered once the VRF's caches are complete, and
+// left before they are destroyed.
 
 #include <map>
 
@@ -12,8 +12,9 @@ namespace Host {
 
 class VrfContexts {
  public:
-  // Requires that `contexts` has the default context. Modules read a VRF's routing configuration when its context is
-  // entered: a context waits for a missing configuration, and is entered again for another one.
+  // Requires: `contexts` has the default context.
+  // A module reads a VRF's routing configuration when it enters the context. So a context waits for a missing
+  // configuration, and is entered again for another one.
   // Lifetime: `contexts` must outlive this object.
   VrfContexts(Snmp::Contexts& contexts, const Kel::Ptr<const Routing::VrfConfigDir>& configDir);
   // Leaves no context.
@@ -21,7 +22,7 @@ class VrfContexts {
   VrfContexts(const VrfContexts&) = delete;
   VrfContexts& operator=(const VrfContexts&) = delete;
 
-  // Enters or leaves the context of a VRF. A name that no context can have is one line in the log.
+  // Enters or leaves the context of a VRF. Logs one line for a name that no context can have.
   void setServed(const Kel::Name& vrf, bool isServed);
 
   // Enters the contexts of all served VRFs again, after the caller has left all contexts.
@@ -37,12 +38,12 @@ class VrfContexts {
 
   static bool canBeContext(const Kel::Name& vrf);
   void enter(const Kel::Name& vrf);
-  // The configuration of the VRF changed.
+  // Call it when the configuration of the VRF changed.
   void configured(const Kel::Name& vrf);
 
   Snmp::Contexts& contexts_;
   Kel::Ptr<const Routing::VrfConfigDir> configDir_;
-  // By VRF: the configuration of its context; null: the context waits for one.
+  // The configuration of each VRF's context; null: the context waits for one.
   std::map<Kel::Name, Kel::Ptr<const Routing::Config>> served_;
   Kel::Ptr<Kel::NotifieeBase> configWatch_;
 };

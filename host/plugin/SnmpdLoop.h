@@ -1,6 +1,6 @@
 #pragma once
-// The event loop of the snmpd that loaded the plugin: waits for our descriptors among its own (register_readfd), at
-// most 32 for all its modules together.
+// The event loop of the snmpd that loaded the plugin. snmpd waits for our descriptors with its own (register_readfd);
+// it takes at most 32 from all its modules.
 
 #include <poll.h>
 
@@ -20,14 +20,14 @@ class SnmpdLoop : public EventLoop {
   void removeFd(int fd) override;
   // snmpd does not announce the end of a turn.
   bool onTurnEnd(Callback) override { return false; }
-  // Polls every socket of snmpd: for at most a few thousand calls a second.
+  // Polls every socket of snmpd. Call it at most a few thousand times a second.
   bool requestWaiting() override;
 
  private:
   static void ready(int fd, void* self) noexcept;
 
   std::map<int, Callback> watches_;
-  std::vector<pollfd> requestFds_;  // kept for its memory alone
+  std::vector<pollfd> requestFds_;  // a member only to keep its memory
 };
 
 }  // namespace Host
