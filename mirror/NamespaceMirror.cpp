@@ -240,17 +240,14 @@ void NamespaceMirror::handleReply(const nlmsghdr& message) {
 }
 
 void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
+  const bool isNews = handling == Handling::notified;
   try {
     const RtMessage decoded = decode(message);
     const auto apply = [&](const auto& content) {
-      if (handling == Handling::dumped) {
-        fresh_->dumped(content);
-      } else {
-        state_.notified(content);
-        if (fresh_) fresh_->notified(content);
-      }
+      if (isNews) state_.notified(content);
+      if (fresh_ && isNews) fresh_->notified(content);
+      if (fresh_ && !isNews) fresh_->dumped(content);
     };
-    const bool isNews = handling == Handling::notified;
     if (const auto* link = std::get_if<LinkMessage>(&decoded)) {
       if (isNews) handleLink(*link);
       apply(*link);
@@ -270,7 +267,7 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
     if (const auto* nexthop = std::get_if<NexthopMessage>(&decoded)) applyToRoutes(*nexthop);
     if (const auto* neighbour = std::get_if<NeighbourMessage>(&decoded)) {
       apply(*neighbour);
-      if (handling == Handling::notified) areNeighboursMoving_ = true;
+      if (isNews) areNeighboursMoving_ = true;
     }
     const auto* forwarding = std::get_if<ForwardingMessage>(&decoded);
     if (forwarding && isComplete()) writer_.forwardingIs(forwarding->af, forwarding->forwarding);

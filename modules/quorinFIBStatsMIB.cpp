@@ -38,15 +38,14 @@ auto addressFamilyIndex(Ip::IpVersion (*fromKey)(const Key&)) {
 
 // A hint may contain a number that is not a route type.
 const Modules::IndexComponent<RouteTypeKey, FibStatsSnmp::RouteType> routeTypeIndex{
+    {ASN_INTEGER, ASN_INTEGER,
+     [](void* value) { return static_cast<FibStatsSnmp::RouteType>(AsnIntegerToS32(value)); },
+     [](const FibStatsSnmp::RouteType& type, unsigned char* buffer, int length) {
+       return S32ToAsnIntegerF(type, buffer, length);
+     }},
     "quorinFIBStatsRouteType",
     "routeType",
-    ASN_INTEGER,
-    ASN_INTEGER,
-    [](netsnmp_variable_list* value) { return static_cast<FibStatsSnmp::RouteType>(AsnIntegerToS32(value)); },
-    [](const RouteTypeKey& key) { return FibStatsSnmp::RouteType{key.routeType()}; },
-    [](const FibStatsSnmp::RouteType& type, unsigned char* buffer, int length) {
-      return S32ToAsnIntegerF(type, buffer, length);
-    }};
+    [](const RouteTypeKey& key) { return FibStatsSnmp::RouteType{key.routeType()}; }};
 
 struct SummaryRows {
   using Cache = FibStatsMib;

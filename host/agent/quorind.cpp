@@ -9,36 +9,24 @@ namespace Host {
 
 namespace {
 
-// Owns the Composition of the process, and replaces it when the configuration changes the store directory.
+// Owns the Composition of the process.
 class Hosted {
  public:
   void start(AgentLoop& loop, const AgentOptions& options) {
     loop_ = &loop;
     options_ = options;
-    Composition::setNetnsDirectory(options_.netnsDirectory);
-    make();
+    update();
   }
-  void reconfigure() {
+  void update() {
     Composition::setNetnsDirectory(options_.netnsDirectory);
-    // Null if the last attempt failed.
-    if (composition_ && composition_->storeDirectory() == storeDirectory()) {
-      composition_->reconfigure();
-      return;
-    }
-    composition_.reset();
-    make();
+    const auto directory =
+        options_.storeDirectory.empty() ? Composition::configuredStoreDirectory() : options_.storeDirectory;
+    Composition::update(composition_, *loop_, directory,
+                        options_.isSubagent ? SharedGroups::ofSubagent() : SharedGroups::ofMaster());
   }
   void stop() { composition_.reset(); }
 
  private:
-  std::string storeDirectory() const {
-    return options_.storeDirectory.empty() ? Composition::configuredStoreDirectory() : options_.storeDirectory;
-  }
-  void make() {
-    composition_ = std::make_unique<Composition>(
-        *loop_, storeDirectory(), options_.isSubagent ? SharedGroups::ofSubagent() : SharedGroups::ofMaster());
-  }
-
   AgentLoop* loop_ = nullptr;
   AgentOptions options_;
   std::unique_ptr<Composition> composition_;
@@ -53,6 +41,6 @@ int main(int argc, char* argv[]) {
   return Host::agentMain(
       argc, argv,
       {.started = [&](Host::AgentLoop& loop, const Host::AgentOptions& options) { hosted.start(loop, options); },
-       .reconfigured = [&] { hosted.reconfigure(); },
+       .reconfigured = [&] { hosted.update(); },
        .stopping = [&] { hosted.stop(); }});
 }

@@ -75,6 +75,13 @@ void Composition::followServedVrfs() {
   for (const auto& vrf : machine->servedVrf().keys()) servedVrfWatcher_->handleServedVrf(vrf);
 }
 
+void Composition::update(std::unique_ptr<Composition>& composition, EventLoop& loop,
+                         const std::string& storeDirectory, std::vector<SharedGroups::Group> sharedGroups) {
+  if (composition && composition->storeDirectory_ == storeDirectory) return composition->reconfigure();
+  composition.reset();
+  composition = std::make_unique<Composition>(loop, storeDirectory, std::move(sharedGroups));
+}
+
 void Composition::reconfigure() {
   const auto config = Snmp::currentConfig();
   const bool isSame = config->disabledObjects() == config_->disabledObjects() &&

@@ -2,6 +2,8 @@
 // Everything that the agent serves beside net-snmp's own objects: the follower of the store, the caches and their state
 // machines, and the SNMP contexts. quorind and the plugin each provide their event loop.
 
+#include <memory>
+
 #include "host/composition/AgentTree.h"
 #include "host/composition/EventLoop.h"
 #include "host/composition/SharedGroups.h"
@@ -21,10 +23,11 @@ class Composition {
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
-  // Applies a configuration that was read again. Registers all modules again if a change affects them.
-  void reconfigure();
+  // Applies the current configuration: reconfigures `composition`, or replaces it if it is null or serves another
+  // directory. If the constructor throws, `composition` is null.
+  static void update(std::unique_ptr<Composition>& composition, EventLoop& loop, const std::string& storeDirectory,
+                     std::vector<SharedGroups::Group> sharedGroups);
 
-  const std::string& storeDirectory() const { return storeDirectory_; }
   // Returns the configured directory, or the default.
   static std::string configuredStoreDirectory();
   // Sets the directory of the network namespaces: `chosen`; if that is empty, the configured one, or the default.
@@ -34,6 +37,8 @@ class Composition {
   class ReadyWatcher;
   class ServedVrfWatcher;
 
+  // Registers all modules again if a change affects them.
+  void reconfigure();
   // Makes the contexts follow the VRFs that the current state machine serves.
   void followServedVrfs();
 

@@ -76,17 +76,11 @@ class Plugin {
       return;
     }
     Composition::setNetnsDirectory("");
-    const auto directory = Composition::configuredStoreDirectory();
-    if (composition_ && composition_->storeDirectory() == directory) {
-      composition_->reconfigure();
-      return;
-    }
     if (!composition_) {
       snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, onShutdown, nullptr);
       logInfo("version {} serves", QUORIN_VERSION);
     }
-    end();
-    composition_ = std::make_unique<Composition>(loop_, directory, SharedGroups::ofMaster());
+    Composition::update(composition_, loop_, Composition::configuredStoreDirectory(), SharedGroups::ofMaster());
   }
 
   void end() { composition_.reset(); }
@@ -97,8 +91,8 @@ class Plugin {
   static void onMinute(unsigned, void*) noexcept {
     Snmp::atCBoundary(pluginTrace, __func__, [] { Kel::TraceLimit::beginPeriod(); });
   }
-  // The agent library still stands; when the module is unloaded it does so no longer. A callback must not be given
-  // what the library cannot free.
+  // Runs while the agent library still works, which it no longer does when the module is unloaded. The callback's
+  // argument is null, since the library would free it.
   static int onShutdown(int, int, void*, void*) noexcept {
     Snmp::atCBoundary(pluginTrace, __func__, [] {
       instance().isShuttingDown_ = true;

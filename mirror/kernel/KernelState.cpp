@@ -29,38 +29,9 @@ void KernelInterface::addressesAreUnproven() {
   }
 }
 
-void KernelState::notified(const LinkMessage& message) {
-  if (purpose_ == Purpose::dump) notifiedLinks_.insert(message.ifIndex);
-  apply(message);
-}
-
-void KernelState::notified(const AddressMessage& message) {
-  if (purpose_ == Purpose::dump) notifiedAddresses_.emplace(message.ifIndex, AddressKey(message));
-  apply(message);
-}
-
-void KernelState::notified(const NeighbourMessage& message) {
-  if (purpose_ == Purpose::dump) notifiedNeighbours_.emplace(message.ifIndex, message.addr);
-  apply(message);
-}
-
-void KernelState::dumped(const LinkMessage& message) {
-  if (!notifiedLinks_.contains(message.ifIndex)) apply(message);
-}
-
-void KernelState::dumped(const AddressMessage& message) {
-  if (!notifiedAddresses_.contains({message.ifIndex, AddressKey(message)})) apply(message);
-}
-
-void KernelState::dumped(const NeighbourMessage& message) {
-  if (!notifiedNeighbours_.contains({message.ifIndex, message.addr})) apply(message);
-}
-
 KernelState KernelState::complete() && {
   purpose_ = Purpose::current;
-  notifiedLinks_.clear();
-  notifiedAddresses_.clear();
-  notifiedNeighbours_.clear();
+  notified_.clear();
   return std::move(*this);
 }
 

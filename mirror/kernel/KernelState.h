@@ -20,6 +20,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <variant>
 
 #include "mirror/rtnetlink/RtMessage.h"
 #include "varnix/Ip.h"
@@ -77,12 +78,16 @@ class KernelState {
   enum class Purpose { current, dump };
   explicit KernelState(Purpose purpose = Purpose::current) : purpose_(purpose) {}
 
-  void notified(const LinkMessage& message);
-  void notified(const AddressMessage& message);
-  void notified(const NeighbourMessage& message);
-  void dumped(const LinkMessage& message);
-  void dumped(const AddressMessage& message);
-  void dumped(const NeighbourMessage& message);
+  // `Message` is LinkMessage, AddressMessage or NeighbourMessage.
+  template <class Message>
+  void notified(const Message& message) {
+    if (purpose_ == Purpose::dump) notified_.insert(idOf(message));
+    apply(message);
+  }
+  template <class Message>
+  void dumped(const Message& message) {
+    if (!notified_.contains(idOf(message))) apply(message);
+  }
 
   // Ends the dump: returns the state, which later notifications keep up to date.
   KernelState complete() &&;
@@ -99,6 +104,13 @@ class KernelState {
   Changes takeChanges() { return std::exchange(changes_, {}); }
 
  private:
+  // Identifies a link, an address or a neighbour.
+  using Id =
+      std::variant<std::uint32_t, std::pair<std::uint32_t, AddressKey>, std::pair<std::uint32_t, Vantu::IpGenAddr>>;
+  static Id idOf(const LinkMessage& message) { return message.ifIndex; }
+  static Id idOf(const AddressMessage& message) { return std::pair(message.ifIndex, AddressKey(message)); }
+  static Id idOf(const NeighbourMessage& message) { return std::pair(message.ifIndex, message.addr); }
+
   void apply(const LinkMessage& message);
   void apply(const AddressMessage& message);
   void apply(const NeighbourMessage& message);
@@ -109,10 +121,7 @@ class KernelState {
   std::map<std::string, std::uint32_t> owners_;  // ifIndex by link name
   Changes changes_;
   std::uint64_t lastOrder_ = 0;
-  // The objects that were notified during a dump.
-  std::set<std::uint32_t> notifiedLinks_;
-  std::set<std::pair<std::uint32_t, AddressKey>> notifiedAddresses_;
-  std::set<std::pair<std::uint32_t, Vantu::IpGenAddr>> notifiedNeighbours_;
+  std::set<Id> notified_;  // during a dump
 };
 
 }  // namespace Mirror

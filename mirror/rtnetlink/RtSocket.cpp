@@ -62,6 +62,12 @@ void subscribe(const mnl_socket* socket) {
   }
 }
 
+template <class Header>
+Header& putHeader(nlmsghdr* request, std::uint16_t type) {
+  request->nlmsg_type = type;
+  return *static_cast<Header*>(mnl_nlmsg_put_extra_header(request, sizeof(Header)));
+}
+
 }  // namespace
 
 void RtSocket::Close::operator()(mnl_socket* socket) const {
@@ -106,26 +112,27 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence, std::uint32_t table) {
   nlmsghdr* request = mnl_nlmsg_put_header(bytes.data());
   request->nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
   request->nlmsg_seq = sequence;
-  if (what == RtDump::links) {
-    request->nlmsg_type = RTM_GETLINK;
-    mnl_nlmsg_put_extra_header(request, sizeof(ifinfomsg));
-    mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  } else if (what == RtDump::ipv4Neighbours || what == RtDump::ipv6Neighbours) {
-    request->nlmsg_type = RTM_GETNEIGH;
-    auto* header = static_cast<ndmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ndmsg)));
-    header->ndm_family = what == RtDump::ipv4Neighbours ? AF_INET : AF_INET6;
-  } else if (what == RtDump::nexthops) {
-    request->nlmsg_type = RTM_GETNEXTHOP;
-    mnl_nlmsg_put_extra_header(request, sizeof(nhmsg));
-  } else if (what == RtDump::ipv4Routes || what == RtDump::ipv6Routes) {
-    request->nlmsg_type = RTM_GETROUTE;
-    auto* header = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(rtmsg)));
-    header->rtm_family = what == RtDump::ipv4Routes ? AF_INET : AF_INET6;
-    mnl_attr_put_u32(request, RTA_TABLE, table);
-  } else {
-    request->nlmsg_type = RTM_GETADDR;
-    auto* header = static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(request, sizeof(ifaddrmsg)));
-    header->ifa_family = what == RtDump::ipv4Addresses ? AF_INET : AF_INET6;
+  switch (what) {
+    case RtDump::links:
+      putHeader<ifinfomsg>(request, RTM_GETLINK);
+      mnl_attr_put_u32(request, IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+      break;
+    case RtDump::ipv4Addresses:
+    case RtDump::ipv6Addresses:
+      putHeader<ifaddrmsg>(request, RTM_GETADDR).ifa_family = what == RtDump::ipv4Addresses ? AF_INET : AF_INET6;
+      break;
+    case RtDump::ipv4Neighbours:
+    case RtDump::ipv6Neighbours:
+      putHeader<ndmsg>(request, RTM_GETNEIGH).ndm_family = what == RtDump::ipv4Neighbours ? AF_INET : AF_INET6;
+      break;
+    case RtDump::nexthops:
+      putHeader<nhmsg>(request, RTM_GETNEXTHOP);
+      break;
+    case RtDump::ipv4Routes:
+    case RtDump::ipv6Routes:
+      putHeader<rtmsg>(request, RTM_GETROUTE).rtm_family = what == RtDump::ipv4Routes ? AF_INET : AF_INET6;
+      mnl_attr_put_u32(request, RTA_TABLE, table);
+      break;
   }
   if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) failOnSocket("cannot ask for a dump");
 }

@@ -38,10 +38,7 @@ Vrfs::Vrfs(const Varnix::Tree& tree) : tree_(tree), ids_(tree, NamespaceScope::m
 std::optional<Vrf::VrfIdMap::VrfId> Vrfs::namespaceIs(const L3::VrfName& name) {
   if (const auto at = kinds_.find(name); at != kinds_.end() && at->second == Kind::device) deviceDel(name);
   const auto id = ids_.idIs(name);
-  if (!id) {
-    refuse(name, noIdLeft);
-    return std::nullopt;
-  }
+  if (!id) return refuse(name, noIdLeft);
   refused_.erase(name);
   kinds_[name] = Kind::ns;
   ++version_;
@@ -60,18 +57,11 @@ void Vrfs::namespaceDel(const L3::VrfName& name) {
 std::optional<Vrf::VrfIdMap::VrfId> Vrfs::deviceIs(const L3::VrfName& name, std::uint32_t table) {
   const auto at = kinds_.find(name);
   if (at != kinds_.end() && at->second == Kind::ns) {
-    refuse(name, "the namespace of that name is the VRF, not the VRF device; rename one of them");
-    return std::nullopt;
+    return refuse(name, "the namespace of that name is the VRF, not the VRF device; rename one of them");
   }
-  if (name.isDefault()) {
-    refuse(name, "a VRF device cannot have the default VRF's name; rename it");
-    return std::nullopt;
-  }
+  if (name.isDefault()) return refuse(name, "a VRF device cannot have the default VRF's name; rename it");
   const auto id = ids_.idIs(name);
-  if (!id) {
-    refuse(name, noIdLeft);
-    return std::nullopt;
-  }
+  if (!id) return refuse(name, noIdLeft);
   refused_.erase(name);
   kinds_[name] = Kind::device;
   recordsAre(name, table);
@@ -92,9 +82,11 @@ void Vrfs::deviceDel(const L3::VrfName& name) {
   ++version_;
 }
 
-void Vrfs::refuse(const L3::VrfName& name, const std::string& why) {
-  if (!refused_.insert(name).second) return;
-  QTRACE(vrfsTrace, 0) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is not served: " << why;
+std::nullopt_t Vrfs::refuse(const L3::VrfName& name, const std::string& why) {
+  if (refused_.insert(name).second) {
+    QTRACE(vrfsTrace, 0) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is not served: " << why;
+  }
+  return std::nullopt;
 }
 
 void Vrfs::recordsAre(const L3::VrfName& name, std::uint32_t table) {

@@ -61,7 +61,7 @@ class Vrfs {
   void applySettings(const L3::VrfName& name);
   Kel::Ptr<Routing::Config> routing(const L3::VrfName& name);
   Kel::Ptr<Routing6::Config> routing6(const L3::VrfName& name);
-  void refuse(const L3::VrfName& name, const std::string& why);
+  std::nullopt_t refuse(const L3::VrfName& name, const std::string& why);
 
   Varnix::Tree tree_;
   VrfIds ids_;

@@ -26,105 +26,74 @@ namespace Modules {
 template <class Part>
 using PartOfKey = std::conditional_t<std::is_trivially_copyable_v<Part>, Part, const Part&>;
 
-// One component of a key of type Key; Part is its C++ type.
-template <class Key, class Part>
-struct IndexComponent {
-  const char* object;                             // of the MIB; for hints
-  const char* attribute;                          // for traces of rows
-  unsigned char asnType;                          // as registered, and required of a hint
-  unsigned char writtenType;                      // in the index of a row
-  Part (*fromAsn)(netsnmp_variable_list* value);  // throws Kel::RangeException
-  PartOfKey<Part> (*fromKey)(const Key& key);
+// How a part is read from the OID of a request, and written into that of a row.
+template <class Part>
+struct IndexType {
+  unsigned char asnType;         // as registered, and required of a hint
+  unsigned char writtenType;     // in the index of a row
+  Part (*fromAsn)(void* value);  // of a netsnmp_variable_list; throws Kel::RangeException
   int (*toAsn)(const Part& part, unsigned char* buffer, int length);
 };
 
-// An INTEGER whose part is signed. Rows with a negative one are not served: a sub-identifier has no sign.
-template <class Key>
-IndexComponent<Key, int> integerIndex(const char* object, const char* attribute, int (*fromKey)(const Key&)) {
-  return {object,
-          attribute,
-          ASN_INTEGER,
-          ASN_INTEGER,
-          [](netsnmp_variable_list* value) { return AsnIntegerToS32(value); },
-          fromKey,
-          [](const int& part, unsigned char* buffer, int length) {
-            return part < 0 ? -1 : S32ToAsnIntegerF(part, buffer, length);
-          }};
-}
+// Negative numbers are not served: a sub-identifier has no sign.
+inline constexpr IndexType<int> integerIndexType{ASN_INTEGER, ASN_INTEGER, AsnIntegerToS32,
+                                                 [](const int& part, unsigned char* buffer, int length) {
+                                                   return part < 0 ? -1 : S32ToAsnIntegerF(part, buffer, length);
+                                                 }};
+
+inline constexpr IndexType<unsigned> unsignedIndexType{ASN_UNSIGNED, ASN_UNSIGNED, AsnUnsignedToU32,
+                                                       [](const unsigned& part, unsigned char* buffer, int length) {
+                                                         return U32ToAsnUnsignedF(part, buffer, length);
+                                                       }};
 
 // An INTEGER whose part is unsigned, such as an interface index. It is written as an unsigned number: net-snmp would
 // extend the sign of an INTEGER from 2^31 on and sort the row by 64 bits, while the answer carries 32 of them. A walk
 // would then get the same row for ever.
-template <class Key>
-IndexComponent<Key, unsigned> unsignedIntegerIndex(const char* object, const char* attribute,
-                                                   unsigned (*fromKey)(const Key&)) {
-  return {object,
-          attribute,
-          ASN_INTEGER,
-          ASN_UNSIGNED,
-          [](netsnmp_variable_list* value) { return AsnIntegerToU32(value); },
-          fromKey,
-          [](const unsigned& part, unsigned char* buffer, int length) {
-            return U32ToAsnUnsignedF(part, buffer, length);
-          }};
-}
-
-template <class Key>
-IndexComponent<Key, unsigned> unsignedIndex(const char* object, const char* attribute,
-                                            unsigned (*fromKey)(const Key&)) {
-  return {object,
-          attribute,
-          ASN_UNSIGNED,
-          ASN_UNSIGNED,
-          [](netsnmp_variable_list* value) { return AsnUnsignedToU32(value); },
-          fromKey,
-          [](const unsigned& part, unsigned char* buffer, int length) {
-            return U32ToAsnUnsignedF(part, buffer, length);
-          }};
-}
+inline constexpr IndexType<unsigned> unsignedIntegerIndexType{ASN_INTEGER, ASN_UNSIGNED, AsnIntegerToU32,
+                                                              unsignedIndexType.toAsn};
 
 // Written as an implied octet string, which also takes four sub-identifiers: net-snmp 5.9 assumes host order for an
 // IpAddress in an index, and would reverse the address.
-template <class Key>
-IndexComponent<Key, Vantu::IpAddr> ipAddressIndex(const char* object, const char* attribute,
-                                                  Vantu::IpAddr (*fromKey)(const Key&)) {
-  return {object,
-          attribute,
-          ASN_IPADDRESS,
-          ASN_PRIV_IMPLIED_OCTET_STR,
-          [](netsnmp_variable_list* value) { return AsnIpAddressToVantuIpAddr(value); },
-          fromKey,
-          VantuIpAddrToAsnOctetStringF};
-}
+inline constexpr IndexType<Vantu::IpAddr> ipAddressIndexType{
+    ASN_IPADDRESS, ASN_PRIV_IMPLIED_OCTET_STR, AsnIpAddressToVantuIpAddr, VantuIpAddrToAsnOctetStringF};
 
-template <class Key>
-IndexComponent<Key, Snmp::String> octetStringIndex(const char* object, const char* attribute,
-                                                   const Snmp::String& (*fromKey)(const Key&)) {
-  return {object,
-          attribute,
-          ASN_OCTET_STR,
-          ASN_OCTET_STR,
-          [](netsnmp_variable_list* value) {
-            return AsnOctetStringToSnmpString(value, static_cast<int>(value->val_len));
-          },
-          fromKey,
-          SnmpStringToAsnOctetStringF};
-}
+inline constexpr IndexType<Snmp::String> octetStringIndexType{
+    ASN_OCTET_STR, ASN_OCTET_STR,
+    [](void* value) {
+      return AsnOctetStringToSnmpString(value,
+                                        static_cast<int>(static_cast<netsnmp_variable_list*>(value)->val_len));
+    },
+    SnmpStringToAsnOctetStringF};
 
 // An InetAddressType (RFC 4001). Hints may contain unknown versions; rows do not.
-template <class Key>
-IndexComponent<Key, Ip::IpVersion> ipVersionIndex(const char* object, const char* attribute,
-                                                  Ip::IpVersion (*fromKey)(const Key&)) {
-  return {object,
-          attribute,
-          ASN_INTEGER,
-          ASN_INTEGER,
-          [](netsnmp_variable_list* value) { return AsnIntegerToIpVersion(value); },
-          fromKey,
-          [](const Ip::IpVersion& part, unsigned char* buffer, int length) {
-            return part < 0 ? -1 : S32ToAsnIntegerF(part, buffer, length);
-          }};
-}
+inline constexpr IndexType<Ip::IpVersion> ipVersionIndexType{
+    ASN_INTEGER, ASN_INTEGER, AsnIntegerToIpVersion,
+    [](const Ip::IpVersion& part, unsigned char* buffer, int length) {
+      return integerIndexType.toAsn(part, buffer, length);
+    }};
+
+// One component of a key of type Key; Part is its C++ type.
+template <class Key, class Part>
+struct IndexComponent : IndexType<Part> {
+  const char* object;     // of the MIB; for hints
+  const char* attribute;  // for traces of rows
+  PartOfKey<Part> (*fromKey)(const Key& key);
+};
+
+// Defines the function that makes a component of a key from its object, its attribute and its accessor.
+#define INDEX_COMPONENT(Part, name)                                         \
+  template <class Key>                                                      \
+  IndexComponent<Key, Part> name(const char* object, const char* attribute, \
+                                 PartOfKey<Part> (*fromKey)(const Key&)) {  \
+    return {name##Type, object, attribute, fromKey};                        \
+  }
+INDEX_COMPONENT(int, integerIndex)
+INDEX_COMPONENT(unsigned, unsignedIndex)
+INDEX_COMPONENT(unsigned, unsignedIntegerIndex)
+INDEX_COMPONENT(Vantu::IpAddr, ipAddressIndex)
+INDEX_COMPONENT(Snmp::String, octetStringIndex)
+INDEX_COMPONENT(Ip::IpVersion, ipVersionIndex)
+#undef INDEX_COMPONENT
 
 template <class KeyType, class... Parts>
 class Index {
