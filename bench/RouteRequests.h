@@ -48,7 +48,7 @@ struct Walk {
   double longestSeconds = 0;  // the slowest answer
 };
 
-// Walks everything below `root` with GETBULK of `maxRepetitions`, or with GETNEXT if that is 0. Ends at the latest after
+// Walks everything below `root` with GETBULK of `maxRepetitions`, or with GETNEXT if that is 0. Ends early after
 // `limitSeconds`, or when a request fails.
 Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds);
 
@@ -74,9 +74,11 @@ struct RequestKind {
   std::uint64_t unexpected = 0;  // wrong answers
 };
 
-// Sends up to `count` requests of each of four kinds, in turns, for at most `limitSeconds`, all from random routes:
-// "next", a GETNEXT from a row or from between two; "miss", a GET of a missing row; "end", a GETNEXT after a column's
-// last row; "half", a GETNEXT with the first half of an index.
+// Sends up to `count` requests of each of four kinds, in turns, for at most `limitSeconds`. All begin at random routes.
+//   next  a GETNEXT from a row or from between two
+//   miss  a GET of a missing row
+//   end   a GETNEXT after a column's last row
+//   half  a GETNEXT with the first half of an index
 std::vector<RequestKind> askAtRandom(SnmpClient& client, const RouteTable& table, const RouteSet& set,
                                      std::size_t count, double limitSeconds);
 

@@ -1,5 +1,6 @@
-// Measures the cost of a request for one row as the table grows: a full walk of ipAddrTable's first column, GETNEXT from
-// random places, and requests without a row to start at, with a thousand, a hundred thousand and a million rows.
+// Measures the cost of a request for one row as the table grows: at a thousand, a hundred thousand and a million rows.
+// The requests are a full walk of ipAddrTable's first column, GETNEXT from random places, and requests without a row to
+// start at.
 //
 // The agents run side by side and are asked in turns, so that disturbances affect all of them. The results are ratios:
 // of a random GETNEXT to the smallest table's, and of the other requests to a random GETNEXT. Exits with status 3 if a

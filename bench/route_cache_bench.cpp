@@ -1,6 +1,6 @@
-// Measures the route cache and the FIB statistics of one VRF, without SNMP and without a store: bytes for each route,
-// the time to read a table, the longest turn of the scheduler meanwhile, and the time of an iterator step. The tables
-// are hash maps in memory, so that only the cache is measured.
+// Measures the route cache and the FIB statistics of one VRF, without SNMP and without a store. Results are the bytes
+// for each route, the time to read a table, the longest turn of the scheduler meanwhile, and the time of an iterator
+// step. The tables are hash maps in memory, so that only the cache is measured.
 //
 //   route_cache_bench [routes] [FECs]       default: 1000000 1000
 

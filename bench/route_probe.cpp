@@ -1,5 +1,5 @@
-// The measuring side of bench/routes. Each subcommand does one thing in the network namespace that it is started in, and
-// prints its result as one line of JSON. Durations are seconds, times are CLOCK_MONOTONIC, unless named otherwise.
+// The measuring side of bench/routes. Each subcommand does one thing in the network namespace that it is started in,
+// and prints its result as one line of JSON. Durations are seconds, times are CLOCK_MONOTONIC, unless named otherwise.
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -132,8 +132,8 @@ bool isInputOpen() {
   return ::poll(&input, 1, 0) == 0;
 }
 
-// Requests sysUpTime.0 at fixed times until its standard input is closed. Prints a line at the first answer. The latency
-// of a request counts from its fixed time, even if an unanswered request delayed it, as for a second manager.
+// Requests sysUpTime.0 at fixed times until its standard input is closed. Prints a line at the first answer. The
+// latency of a request counts from its fixed time, even if an unanswered request delayed it, as for a second manager.
 json stall(const Options& options) {
   const auto client = answeringClient(options, patient);
   fmt::print("answered\n");

@@ -1,6 +1,5 @@
-// Measures routes between a real store and the cache of a VRF, without SNMP: writing, looking up and scanning them,
-// reading them into the cache (with the longest turn of the scheduler meanwhile), and walking the rows. Figures are
-// processor time.
+// Measures routes between a real store and the cache of a VRF, without SNMP, in processor time: writing, looking up and
+// scanning them, reading them into the cache, and walking the rows. Also measures the longest turn of the scheduler.
 //
 //   route_store_bench [routes] [FECs] [directory]      default: 1000000 1000 /dev/shm/quorin-route-bench
 //

@@ -30,8 +30,8 @@ constexpr Kel::Seconds stuckAfter = 5;
 constexpr unsigned repetitionsAtOnce = 3;
 constexpr Kel::Seconds longestListingInterval = 64;
 
-// The forwarding flags are read in addition to the notifications, which kernels send since 3.8: those of the default
-// namespace with every poll, those of the other VRFs (there may be thousands) with every tenth, a tenth at a time.
+// The forwarding flags are also read, since kernels before 3.8 do not notify of them. Those of the default namespace
+// are read with every poll, those of the other VRFs (there may be thousands) with every tenth, a tenth at a time.
 constexpr unsigned flagsIntervalOfVrfs = 10;
 
 bool isOfNeighbours(RtDump step) {

@@ -23,7 +23,7 @@ const option longOptions[] = {{"help", no_argument, nullptr, 'h'},
                               {"netns-dir", required_argument, nullptr, netnsDirOption},
                               {nullptr, 0, nullptr, 0}};
 
-// The agent leaves its working directory when it goes to the background.
+// The agent in the background has another working directory.
 std::string absolute(std::string_view path) {
   return std::filesystem::absolute(path).string();
 }

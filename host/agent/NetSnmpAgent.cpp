@@ -39,7 +39,7 @@ void setLibraryString(int which, const std::string& value) {
   netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, which, value.c_str());
 }
 
-// An id that the configuration sets (agentUser, agentGroup); 0 stands for none.
+// Returns an id from the configuration (agentUser, agentGroup); there 0 means none.
 std::optional<unsigned> configuredId(int which) {
   const int id = netsnmp_ds_get_int(NETSNMP_DS_APPLICATION_ID, which);
   return id > 0 ? std::optional<unsigned>(static_cast<unsigned>(id)) : std::nullopt;

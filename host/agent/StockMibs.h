@@ -1,6 +1,7 @@
 #pragma once
-// Registers the MIB modules of net-snmp's own agent that this agent serves: the system group with sysORTable, the snmp
-// group, and the tables of the SNMP engine, message processing, USM and VACM. Interfaces and IP are our own modules'.
+// Registers the MIB modules of net-snmp's own agent that this agent serves. They are the system group with sysORTable,
+// the snmp group, and the tables of the SNMP engine, message processing, USM and VACM. Interfaces and IP are our own
+// modules'.
 
 namespace Host {
 

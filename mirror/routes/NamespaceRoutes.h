@@ -1,8 +1,10 @@
 #pragma once
 // The routes of one network namespace: the routing tables of its VRFs, the next-hop objects, and when to dump again.
 //
-// The kernel deletes some routes without a notification: when a link goes down, is deleted, loses its carrier or moves
-// to another namespace; when the preferred source address of routes is deleted; and when a next-hop object is deleted
+// The kernel deletes some routes without a notification:
+// - when a link is set down, is deleted, loses its carrier or moves to another namespace;
+// - when the preferred source address of the routes is deleted;
+// - when their next-hop object is deleted
 // (net/ipv4/fib_semantics.c fib_sync_down_dev(), fib_sync_down_addr(); net/ipv4/nexthop.c). It notifies of the event
 // itself, sometimes before it deletes the routes. So each event that concerns a route makes a dump due: shortly after,
 // and again a second later. A dump that found differences is followed by another one. The pause after a dump is twice
@@ -32,7 +34,7 @@ class NamespaceRoutes {
   // The id of an interface; invalid without such an interface.
   using IntfIdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
   using VrfId = Vrf::VrfIdMap::VrfId;
-  // A kernel routing table in one of its uses; VRF devices may share a table.
+  // A kernel routing table, for one of the VRFs that use it: VRF devices may share a table.
   struct TableUse {
     std::uint32_t table = 0;
     std::uint32_t device = 0;  // ifIndex of the VRF device; 0: the namespace's main table
@@ -42,8 +44,8 @@ class NamespaceRoutes {
 
   NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf);
 
-  // The kernel's tables to follow, each with the VRF to publish it under (none: not published yet). A new use makes a
-  // dump due. The routes of a shared table are kept once for each use.
+  // The kernel's tables to follow, each with the VRF to publish it under (none: not published yet). A new entry makes a
+  // dump due. The routes of a shared table are kept once for each entry.
   void tablesAre(const Tables& tables);
 
   void notified(const RouteMessage& message);
@@ -65,7 +67,8 @@ class NamespaceRoutes {
   };
   // When to begin the next dump; none: no dump is due.
   std::optional<Kel::Seconds> due() const;
-  // Call it when a dump is due. False cancels the dump: its routes were deleted by notifications meanwhile.
+  // Call it when a dump is due. Returns false, and cancels the dump, if notifications have meanwhile deleted the routes
+  // that it was for.
   bool isListingNeeded();
   void listingIs();
   const Step* step() const { return next_ < steps_.size() ? &steps_[next_] : nullptr; }
@@ -78,8 +81,8 @@ class NamespaceRoutes {
   void listingEnds();
   std::uint64_t listings() const { return listings_; }
 
-  std::size_t routes() const;
-  // The first use of the table; null without one.
+  std::size_t routes() const;  // of all tables
+  // The routes for the first VRF that uses the table; null if none does.
   const VrfRoutes* table(std::uint32_t table) const;
 
  private:
@@ -121,7 +124,7 @@ class NamespaceRoutes {
   std::optional<Kel::Seconds> later_;  // when to dump again
   std::set<Vantu::IpGenAddr> goneAddresses_;
   bool isOnlyForAddresses_ = false;  // soon_ has no other cause than goneAddresses_
-  Kel::Seconds notBefore_ = 0;
+  Kel::Seconds notBefore_ = 0;       // end of the pause after the last dump
   Kel::Seconds begun_ = 0;
   Kel::Seconds interval_ = 0;  // between dumps that may lack routes
   bool isCutTold_ = false;

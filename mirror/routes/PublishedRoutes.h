@@ -41,7 +41,7 @@ class PublishedRoutes {
   void leave(Leftovers leftovers);
 
   std::size_t pending() const;
-  // Whether dumps must pause. They do not while the store cannot be written: waiting would not help.
+  // Whether dumps must pause. While the store cannot be written they continue, since waiting would not help.
   bool isFull() const { return !isStoreFailing_ && pending() > changesAhead; }
   void storeFailingIs(bool isFailing) { isStoreFailing_ = isFailing; }
 

@@ -24,8 +24,8 @@ namespace Mirror {
 // By the route's protocol (docs/mirror.md).
 Routing::Fib::RouteType routeTypeOf(const RouteContent& content);
 // The administrative distance that routers commonly give to the protocol.
-inline constexpr std::uint8_t staticDistance = 1;
 Routing::RoutePreference preferenceOf(const RouteContent& content);
+inline constexpr std::uint8_t staticDistance = 1;  // of static routes
 // Kinds of static routes: added without a protocol (RTPROT_BOOT), and through a next-hop object. False for other
 // routes. FRR's static routes never count as the second kind: FRR makes a next-hop object for nearly every route.
 bool isNotPersistent(const RouteContent& content);

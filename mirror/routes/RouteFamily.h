@@ -2,8 +2,9 @@
 // The routes of one table and IP version as the kernel has them, and the prefixes that the store does not yet show so.
 //
 // Notifications are interpreted as the kernel means them (fib_table_insert() in net/ipv4/fib_trie.c,
-// fib6_add_rt2node() in net/ipv6/ip6_fib.c). A notification that contradicts the known routes, such as the deletion of
-// an unknown route, makes the table doubtful: the kernel changed it without a notification, and it must be dumped.
+// fib6_add_rt2node() in net/ipv6/ip6_fib.c). A notification may contradict the known routes; it may delete an unknown
+// one, for example. The kernel has then changed the table without a notification, so the table counts as doubtful and
+// must be dumped.
 //
 // A dump marks and sweeps: listingIs(), dumped() for each route in the kernel's order, sweep(), listingEnds().
 // Notifications received during a dump override the dump, which may be older.
@@ -86,7 +87,6 @@ class RouteAliases {
       if (!visit(Place{at->first.prefix, at->first.metric, at->first.tos}, at->second)) return;
     }
   }
-  void clear() { map_.clear(); }
 
  private:
   // Laid out for size; ordered by Place, then by rank, which counts from 0 without gaps.
@@ -114,7 +114,7 @@ class RouteFamily {
 
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
-  void listingIs(std::uint8_t stamp);
+  void listingIs(std::uint8_t stamp);  // `stamp` differs from that of the last dump
   // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(std::size_t limit);
   void listingEnds();

@@ -47,7 +47,7 @@ class RtChannel {
 // A netlink socket subscribed to links, addresses, neighbours, routes, next-hop objects and forwarding flags of a
 // network namespace. The namespace exists as long as the socket is open.
 //
-// Throws, in all operations: Kel::Exception when the system refuses; the text says what failed and why.
+// Throws, in all operations: Kel::Exception when the system refuses; the text names the step and the reason.
 class RtSocket : public RtChannel {
  public:
   // Room for some ten thousand notifications; memory is used only while they wait.

@@ -47,8 +47,8 @@ class NamespaceScope {
   Vrf::VrfIdMap::VrfId vrfId_;
 };
 
-// Allocates VRF ids. A VRF keeps its id for as long as the store exists, so that its interfaces keep their ifIndex when
-// the VRF is deleted and created again, and when the publisher restarts.
+// Allocates VRF ids. A VRF keeps its id as long as the store exists, even if the VRF is deleted and created again or
+// the publisher restarts. So its interfaces keep their ifIndex.
 class VrfIds {
  public:
   // Records all assigned ids in `tree.vrfIdStatus`, and those of existing VRFs in `tree.vrfNameStatus`; owns both.
@@ -59,9 +59,9 @@ class VrfIds {
   // it. Requires: no other VRF has an id yet.
   void load(std::string_view document);
 
-  // Returns the id of a VRF that exists from now on: its earlier id; else the lowest unused one; else the id of the
-  // VRF that was deleted longest ago (of those deleted before this program started, the lowest id).
-  // None if every id belongs to an existing VRF.
+  // Returns the id of a VRF that exists from now on: its earlier id, else the lowest unused one. If all are used, takes
+  // the id of the VRF that was deleted longest ago (of those deleted before this program started, the lowest id). None
+  // if every id belongs to an existing VRF.
   std::optional<Vrf::VrfIdMap::VrfId> idIs(const L3::VrfName& name);
   // The VRF was deleted. Its id stays reserved for it until no unused id is left.
   void idDel(const L3::VrfName& name);

@@ -33,8 +33,8 @@ class VrfNamespaces {
 
   // Readable after a change of the directory.
   int fd() const { return inotify_; }
-  // The changes since the last call, from notifications and due examinations. For each name, a deletion comes before
-  // an addition.
+  // The changes since the last call, from notifications and due examinations. The deletion of a name precedes its
+  // addition.
   std::vector<Change> changes();
   // The same after examining every file. Call it at the start and once a second.
   std::vector<Change> lookOver();

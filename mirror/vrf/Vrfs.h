@@ -89,10 +89,10 @@ class VrfDevices {
     Vrf::VrfIdMap::VrfId vrfId{0};
     friend bool operator==(const Membership&, const Membership&) = default;
   };
-  // The default VRF for an interface without a device; none for one that is in no VRF.
+  // An interface outside all devices belongs to the default VRF. None if it belongs to no VRF.
   std::optional<Membership> membership(std::uint32_t ifIndex, const KernelLink& link) const;
 
-  // None without such a device, or if it is not served as a VRF.
+  // None unless the device exists and is served as a VRF.
   std::optional<Vrf::VrfIdMap::VrfId> vrfId(std::uint32_t device) const;
 
  private:

@@ -46,8 +46,8 @@ inline constexpr IndexType<unsigned> unsignedIndexType{ASN_UNSIGNED, ASN_UNSIGNE
                                                          return U32ToAsnUnsignedF(part, buffer, length);
                                                        }};
 
-// An INTEGER whose part is unsigned, such as an interface index. It is written as an unsigned number: net-snmp would
-// extend the sign of an INTEGER from 2^31 on and sort the row by 64 bits, while the answer carries 32 of them. A walk
+// An INTEGER whose part is unsigned, such as an interface index, is written as an unsigned number. From 2^31 on,
+// net-snmp would extend the sign of an INTEGER and sort the row by 64 bits, while the answer carries 32 of them. A walk
 // would then get the same row for ever.
 inline constexpr IndexType<unsigned> unsignedIntegerIndexType{ASN_INTEGER, ASN_UNSIGNED, AsnIntegerToU32,
                                                               unsignedIndexType.toAsn};
@@ -155,7 +155,7 @@ class Index {
     const auto bytes = static_cast<std::size_t>(std::max(length, 0));
     switch (asnType) {
       case ASN_OCTET_STR:
-        return bytes + 1;  // its length goes first
+        return bytes + 1;  // the length is the first
       case ASN_PRIV_IMPLIED_OCTET_STR:
         return bytes;
       default:

@@ -19,7 +19,7 @@ netsnmp_variable_list* IndexFloor::next(u_char asnType) {
       octetsAre(addressOctets);
       break;
     case ASN_OCTET_STR:
-      octetsAre(taken(octets_.size()));  // its length goes first
+      octetsAre(taken(octets_.size()));  // the length is the first
       break;
     default:
       numberIs(taken(std::numeric_limits<std::uint32_t>::max()));

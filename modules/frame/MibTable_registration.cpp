@@ -151,8 +151,8 @@ netsnmp_iterator_info* MibTable::iteratorRecord(const TableFunctions& functions,
   return iterator;
 }
 
-// Injects the serialize handler in front of net-snmp's own (bulk_to_next, table, table_iterator): requests come one
-// at a time, so that the hint belongs to the request that is served. A sorted table gets a seek gate too.
+// Injects the serialize handler in front of net-snmp's own (bulk_to_next, table, table_iterator). It passes one request
+// at a time, so that the hint belongs to the request being served. A sorted table gets a seek gate too.
 void MibTable::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
   for (auto* piece : registeredPieces(registration, context)) {
     const int injected = netsnmp_inject_handler(piece, netsnmp_get_serialize_handler());

@@ -9,7 +9,7 @@
 //
 // How: while a request is served, `asked` returns its kind to the table. The table's walk then
 // - starts at the first row that can answer, if the hint has no row at or after it;
-// - has no rows if none can answer: the helper goes on to the next column, or answers noSuchInstance.
+// - has no rows if none can answer: the helper continues with the next column, or answers noSuchInstance.
 // Both happen inside the call that returns the first row, so nothing can change in between.
 //
 // The gate itself answers a GETNEXT if the first row is the answer, as it nearly always is. It calls the table's
@@ -34,7 +34,7 @@ class SeekGate {
     bool isForNext;              // GETNEXT: upper_bound of the index is wanted; otherwise the row of the index
   };
 
-  // Returns the request behind this hint. None if no gate saw the request; only the hint counts then.
+  // Returns the request that this hint belongs to. None if no gate saw the request; only the hint counts then.
   static std::optional<Asked> asked(const netsnmp_table_request_info* hint);
 
   // Whether the helper repeats a call that the gate has made for the same request. Faults of the hint are then already

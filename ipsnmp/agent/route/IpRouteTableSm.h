@@ -9,9 +9,9 @@
 //   route count timer     requests a count, at most once an interval and only after a change
 // The first count starts without the timer, once both backlogs are empty for the first time.
 //
-// A whole table (at the start, and when any entry may have changed) is added to its backlog in pieces: the first one
-// at once, each further one when the task has emptied the backlog. The keys of the cache are added in the same way, so
-// keys that the table no longer has are removed.
+// A whole table (at the start, and when any entry may have changed) is added to its backlog in pieces. The first piece
+// is added at once, each further one when the task has emptied the backlog. The keys of the cache are added in the same
+// way, so keys that the table no longer has are removed.
 //
 // The backlogs are ordered: bookmarks stay valid while keys are added and removed, tables are read in their own order,
 // and no rehash of a million keys stalls the agent.

@@ -1,6 +1,6 @@
 #pragma once
-// Passes changes of FECs to the routes that use them: when a FEC changes, it notifies the route table's machine of
-// every prefix of the VRF whose route resolves through the FEC, as if the route itself had changed.
+// Passes changes of FECs to the routes that use them. When a FEC changes, the route table's machine is notified of
+// every prefix of the VRF whose route resolves through it, as if the route itself had changed.
 //
 // The cache refers to this machine's list of prefixes, which lets walks skip prefixes without a row.
 //

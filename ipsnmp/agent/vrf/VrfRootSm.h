@@ -73,7 +73,7 @@ class VrfRootSm : public Kel::Entity {
 
   // Requires: handles are not null, with these exceptions. The entity manager is needed only for the default VRF's
   // routing status and to mount route tables. The default VRF's route table machine and its FECs are needed only if
-  // fecMode is 2 (unified). Without `routeTablesEnabled` no tables are mounted, and no machines that read them are
+  // fecMode is 2 (unified). If `routeTablesEnabled` is false, no tables are mounted, and their machines are not
   // created.
   // clang-format off
   KEL_CONSTRUCTOR(VrfRootSm,
