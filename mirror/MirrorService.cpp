@@ -125,7 +125,7 @@ void MirrorService::take(const std::vector<VrfNamespaces::Change>& changes) {
 
 void MirrorService::found(const L3::VrfName& vrf, const std::shared_ptr<const Vantu::NetNs>& ns) {
   const auto id = picture_.vrfs.namespaceIs(vrf);
-  if (!id) return namespaces_.refuse(vrf, "all VRF ids are taken; remove other VRFs");
+  if (!id) return namespaces_.refuse(vrf, Vrfs::noIdLeft);
   const Tag tag = ++lastTag_;
   try {
     members_[tag] = std::make_unique<Member>(picture_, NamespaceScope(vrf, *id), ns, receiveBytes_);

@@ -40,7 +40,7 @@ bool mayBeMultipath(const RouteContent& content) {
 }  // namespace
 
 template <class PrefixType>
-typename RouteFamily<PrefixType>::Place RouteFamily<PrefixType>::placeOf(const RouteMessage& message) {
+auto RouteFamily<PrefixType>::placeOf(const RouteMessage& message) -> Place {
   if constexpr (isIpv6<PrefixType>) {
     return {PrefixType(message.address.v6(), message.length), message.metric, message.tos};
   } else {
@@ -49,7 +49,7 @@ typename RouteFamily<PrefixType>::Place RouteFamily<PrefixType>::placeOf(const R
 }
 
 template <class PrefixType>
-typename RouteFamily<PrefixType>::Best RouteFamily<PrefixType>::best(const PrefixType& prefix) const {
+auto RouteFamily<PrefixType>::best(const PrefixType& prefix) const -> Best {
   Best found;
   aliases_.forEachOf(prefix, [&](std::uint32_t metric, const Alias& alias) {
     Fec* fec = contents_.fec(alias.content);
@@ -75,14 +75,13 @@ void RouteFamily<PrefixType>::change(const Place& place, const Group& before, Gr
 }
 
 template <class PrefixType>
-typename RouteFamily<PrefixType>::Group::iterator RouteFamily<PrefixType>::find(Group& group,
-                                                                                const RouteContent& content) const {
+auto RouteFamily<PrefixType>::find(Group& group, const RouteContent& content) const -> Position {
   return std::find_if(group.begin(), group.end(),
                       [&](const Alias& alias) { return isSameRoute(contents_.content(alias.content), content); });
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::drop(Group& group, typename Group::iterator alias) {
+void RouteFamily<PrefixType>::drop(Group& group, Position alias) {
   released_.push_back(alias->content);
   group.erase(alias);
 }
@@ -137,8 +136,7 @@ void RouteFamily<PrefixType>::add(const RouteMessage& message, Group& group) {
 }
 
 template <class PrefixType>
-typename RouteFamily<PrefixType>::Group::iterator RouteFamily<PrefixType>::replacedBy(const RouteContent& content,
-                                                                                      Group& group) const {
+auto RouteFamily<PrefixType>::replacedBy(const RouteContent& content, Group& group) const -> Position {
   if (!isIpv6<PrefixType>) return group.begin();
   const auto alike = std::find_if(group.begin(), group.end(), [&](const Alias& alias) {
     return mayBeMultipath(contents_.content(alias.content)) == mayBeMultipath(content);
@@ -147,8 +145,7 @@ typename RouteFamily<PrefixType>::Group::iterator RouteFamily<PrefixType>::repla
 }
 
 template <class PrefixType>
-typename RouteFamily<PrefixType>::Group::iterator RouteFamily<PrefixType>::extendedBy(const RouteContent& content,
-                                                                                      Group& group) const {
+auto RouteFamily<PrefixType>::extendedBy(const RouteContent& content, Group& group) const -> Position {
   return std::find_if(group.begin(), group.end(),
                       [&](const Alias& alias) { return hasAllHops(content, contents_.content(alias.content)); });
 }

@@ -146,6 +146,7 @@ class RouteFamily {
   using Place = typename Aliases::Place;
   using Alias = typename Aliases::Alias;
   using Group = typename Aliases::Group;
+  using Position = typename Group::iterator;
   using Fec = RouteContents::Fec;
   struct Best {
     std::uint32_t metric = 0;
@@ -157,13 +158,13 @@ class RouteFamily {
   Best best(const PrefixType& prefix) const;
   void touch(const PrefixType& prefix);
   void change(const Place& place, const Group& before, Group after);
-  typename Group::iterator find(Group& group, const RouteContent& content) const;
+  Position find(Group& group, const RouteContent& content) const;
   void add(const RouteMessage& message, Group& group);
-  typename Group::iterator replacedBy(const RouteContent& content, Group& group) const;
-  typename Group::iterator extendedBy(const RouteContent& content, Group& group) const;
+  Position replacedBy(const RouteContent& content, Group& group) const;
+  Position extendedBy(const RouteContent& content, Group& group) const;
   void remove(const RouteContent& content, Group& group);
   Alias aliasOf(const RouteContent& content) { return {contents_.refer(content), stamp_}; }
-  void drop(Group& group, typename Group::iterator alias);
+  void drop(Group& group, Position alias);
   void replace(Alias& alias, const RouteContent& content);
 
   RouteContents& contents_;

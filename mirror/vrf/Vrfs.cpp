@@ -10,8 +10,6 @@ namespace {
 
 Kel::TraceHandle vrfsTrace("MirrorVrfs");
 
-constexpr const char* noIdLeft = "all VRF ids are taken; remove other VRFs";
-
 void infoIs(Kel::Dir& dir, const Kel::Name& name, std::uint32_t table) {
   const Kel::Ptr<Kel::Entity>* present = dir.entityPtr().find(name);
   auto info = present ? Kel::dynamicPtr<Routing::VrfInfo>(*present) : nullptr;

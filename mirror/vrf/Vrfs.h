@@ -28,6 +28,8 @@ class Vrfs {
  public:
   // The routing table that the kernel calls "main" (RT_TABLE_MAIN).
   static constexpr std::uint32_t mainTable = 254;
+  // Why a VRF is refused without a free id; for the log.
+  static constexpr const char* noIdLeft = "all VRF ids are taken; remove other VRFs";
 
   // Owns the entities of `tree` that the table names.
   explicit Vrfs(const Varnix::Tree& tree);
