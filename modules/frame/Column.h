@@ -39,7 +39,7 @@ inline constexpr Conversion<const Snmp::ObjectIdentifier&> snmpObjectIdentifierT
 
 // The part of a column that does not depend on the type of the rows.
 struct ColumnBase {
-  static constexpr int bufferLength = 1024;      // bytes that a value may take unless the column says otherwise
+  static constexpr int bufferLength = 1024;      // bytes of a value, unless the column has another limit
   static constexpr int maxBufferLength = 65535;  // the longest OCTET STRING (RFC 2578, 7.1.2)
 
   unsigned number;

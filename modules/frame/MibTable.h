@@ -23,7 +23,7 @@ struct TableDescription {
   // Whether a hinted key without a row is traced ("key ... not found in table") even if a row with a higher key exists.
   // A key above every row is always traced.
   bool absentKeyIsTraced = false;
-  // The group of objects by which the configuration can switch the table off; null: it cannot.
+  // The object group that disables the table in the configuration; null: none.
   const char* group = nullptr;
   // Whether genErr is set on the first request of a batch, whichever request's value cannot be encoded. The statistics
   // tables have always done so.
