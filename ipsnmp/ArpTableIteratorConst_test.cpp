@@ -3,24 +3,20 @@
 #include "ipsnmp/ArpTableIteratorConst.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include "kel/Trace.h"
+#include "ipsnmp/testing/TestRoutes.h"
 #include "quillo/testing/TestArpTable.h"
 
-namespace IpSnmp {
+namespace IpSnmpTest {
 namespace {
 
-using ::testing::ElementsAre;
+using namespace IpSnmp;
 
-class ArpTableIterator : public ::testing::Test {
- protected:
+struct ArpTableIterator : testing::Test {
   void rowIs(std::uint32_t ifIndex, const std::string& addr) {
-    const auto genAddr = Vantu::IpGenAddr::fromString(addr);
-    ipMib->ipNetToPhysicalTableIs(physicalIndex(ifIndex, addr), Vantu::IntfId("eth0"), genAddr, arp, vrfId);
-  }
-  void rowDel(std::uint32_t ifIndex, const std::string& addr) {
-    ipMib->ipNetToPhysicalTableDel(physicalIndex(ifIndex, addr));
+    ipMib->ipNetToPhysicalTableIs(physicalIndex(ifIndex, addr), Vantu::IntfId("eth0"),
+                                  Vantu::IpGenAddr::fromString(addr), Kel::makePtr<Arp::Table::TestStatus>(),
+                                  Vrf::VrfIdMap::VrfId(3));
   }
   static IpNetToPhysicalTableIndex physicalIndex(std::uint32_t ifIndex, const std::string& addr) {
     return IpNetToPhysicalTableIndex(ifIndex, InetAddress::fromIpGenAddr(Vantu::IpGenAddr::fromString(addr)));
@@ -29,30 +25,21 @@ class ArpTableIterator : public ::testing::Test {
     const auto& entry = at.curEntry();
     return entry ? std::to_string(entry->ifIndex()) + "/" + entry->netAddress().stringValue() : "end";
   }
-  Kel::Ptr<IpMib> ipMib = Kel::makePtr<IpMib>("ipmib");
-  Kel::Ptr<Arp::Table::TestStatus> arp = Kel::makePtr<Arp::Table::TestStatus>();
-  Vrf::VrfIdMap::VrfId vrfId{3};
+  Ptr<IpMib> ipMib = Kel::makePtr<IpMib>("ipmib");
 };
 
 TEST_F(ArpTableIterator, survivesTheRemovalOfRowsAndOfTheVrf) {
   for (const char* addr : {"10.0.0.1", "10.0.0.2", "10.0.0.3", "10.0.0.4"}) rowIs(2, addr);
-  const auto atIndex = [this](const char* addr) {
-    return text(IpMib::ArpTableIteratorConst(ipMib, ArpTableIndex(2, Vantu::IpAddr::fromString(addr))));
-  };
-  EXPECT_EQ(atIndex("10.0.0.3"), "2/10.0.0.3");
-  EXPECT_EQ(atIndex("10.0.0.0"), "end") << "an exact search does not go on to the next row";
+  EXPECT_EQ(text({ipMib, ArpTableIndex(2, ip("10.0.0.3"))}), "2/10.0.0.3");
+  EXPECT_EQ(text({ipMib, ArpTableIndex(2, ip("10.0.0.0"))}), "end") << "an exact search goes on to no other row";
   IpMib::ArpTableIteratorConst at(ipMib);
-  const auto copy = at;
-  rowDel(2, "10.0.0.1");
-  rowDel(2, "10.0.0.2");
-  EXPECT_EQ(text(at), "2/10.0.0.1") << "what is held stays readable";
-  at.fetch(at.curEntry()->index(), true);
-  EXPECT_EQ(text(at), "2/10.0.0.3");
-  EXPECT_EQ(text(copy), "2/10.0.0.1");
+  ipMib->ipNetToPhysicalTableDel(physicalIndex(2, "10.0.0.1"));
+  ipMib->ipNetToPhysicalTableDel(physicalIndex(2, "10.0.0.2"));
   ipMib = nullptr;
-  at.fetch(at.curEntry()->index(), true);
-  EXPECT_EQ(text(at), "2/10.0.0.4");
-  at.fetch(at.curEntry()->index(), true);
+  for (const char* expected : {"2/10.0.0.1", "2/10.0.0.3", "2/10.0.0.4"}) {
+    EXPECT_EQ(text(at), expected);
+    at.fetch(at.curEntry()->index(), true);
+  }
   EXPECT_EQ(text(at), "end");
 }
 
@@ -60,30 +47,22 @@ TEST_F(ArpTableIterator, tracesEachStepAndEachRowPassedOver) {
   for (const char* addr : {"10.0.0.1", "fe80::1", "fe80::2"}) rowIs(2, addr);
   rowIs(3, "10.0.0.1");
   IpMib::ArpTableIteratorConst at(ipMib);
-  std::vector<std::string> lines;
-  Kel::TraceConfig::levelsAre("ArpTableIteratorConst/7");
-  const auto previous = Kel::TraceConfig::sinkIs(
-      [&](const Kel::TraceHandle&, unsigned, const std::string& line) { lines.push_back(line); });
-  at.fetch(ArpTableIndex(2, Vantu::IpAddr::fromString("10.0.0.1")), true);
-  Kel::TraceConfig::sinkIs(previous);
-  Kel::TraceConfig::reset();
-  EXPECT_EQ(text(at), "3/10.0.0.1") << "as without traces";
-  const auto skipped = [](const char* addr) {
-    return "Skipping ipv6 entry w/ index: " + Kel::print(physicalIndex(2, addr));
-  };
-  EXPECT_THAT(
-      lines, ElementsAre("Index: Value('IpSnmp::ArpTableIndex', ** {'ifIndex': 2, 'ipAddr': '10.0.0.1'}) getNext 1",
-                         skipped("fe80::1"), skipped("fe80::2"),
-                         "Set new curEntry: Value('IpSnmp::ArpTableIndex', ** {'ifIndex': 3, 'ipAddr': "
-                         "'10.0.0.1'})"));
+  TraceLines lines("ArpTableIteratorConst");
+  at.fetch(ArpTableIndex(2, ip("10.0.0.1")), true);
+  EXPECT_THAT(lines.take(), testing::ElementsAre(
+                                "7 Index: Value('IpSnmp::ArpTableIndex', ** {'ifIndex': 2, 'ipAddr': '10.0.0.1'}) "
+                                "getNext 1",
+                                "7 Skipping ipv6 entry w/ index: " + Kel::print(physicalIndex(2, "fe80::1")),
+                                "7 Skipping ipv6 entry w/ index: " + Kel::print(physicalIndex(2, "fe80::2")),
+                                "7 Set new curEntry: " + Kel::print(ArpTableIndex(3, ip("10.0.0.1")))));
 }
 
 TEST_F(ArpTableIterator, anIpv4RowOfAnotherFamilysNeighbourAborts) {
   ipMib->ipNetToPhysicalTableIs(physicalIndex(2, "10.0.0.1"), Vantu::IntfId("eth0"),
-                                Vantu::IpGenAddr::fromString("fe80::1"), arp, vrfId);
+                                Vantu::IpGenAddr::fromString("fe80::1"), nullptr, Vrf::VrfIdMap::VrfId(3));
   EXPECT_DEATH(IpMib::ArpTableIteratorConst{ipMib},
                "assertion failed: it->ipGenAddr\\(\\)\\.af\\(\\) == Vantu::ipv4_");
 }
 
 }  // namespace
-}  // namespace IpSnmp
+}  // namespace IpSnmpTest

@@ -30,10 +30,6 @@ inline Vantu::IpAddr ip(std::string_view text) {
 inline Vantu::Prefix prefixOf(std::string_view text) {
   return Vantu::Prefix::fromString(text);
 }
-inline IpCidrRouteTableIndex indexOf(std::string_view dest, std::string_view mask, std::string_view nextHop,
-                                     std::uint32_t tos = 0) {
-  return IpCidrRouteTableIndex(ip(dest), ip(mask), tos, ip(nextHop));
-}
 // "10.0.0.0/24 10.1.1.1 if3 type4 proto7 metric10 pref1"
 inline std::string rowText(const IpCidrRouteTableEntry& row) {
   unsigned length = 0;
@@ -43,12 +39,17 @@ inline std::string rowText(const IpCidrRouteTableEntry& row) {
                      row.metric().value(), row.preference().value());
 }
 
+inline std::vector<std::string> rowTextsOf(const Ptr<IpSnmp::IpForwardMib>& mib) {
+  std::vector<std::string> texts;
+  for (RouteIterator at(mib); at; ++at) texts.push_back(rowText(*at));
+  return texts;
+}
+
 struct Hop {
   std::string addr;
   std::string intf;
 };
 
-// Tables, and what the tests say of them.
 struct RouteTables {
   Ptr<Quillo::TestRouteStatus<Vantu::Prefix>> routes = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Prefix>>();
   Ptr<Quillo::TestForwardingStatus> fecs = Kel::makePtr<Quillo::TestForwardingStatus>();
@@ -85,11 +86,7 @@ struct RouteTables {
     for (RouteIterator at(mib); at; ++at) all.push_back(*at);
     return all;
   }
-  std::vector<std::string> rowTexts() const {
-    std::vector<std::string> texts;
-    for (const auto& row : rows()) texts.push_back(rowText(row));
-    return texts;
-  }
+  std::vector<std::string> rowTexts() const { return rowTextsOf(mib); }
 };
 
 class RouteModel {
@@ -253,15 +250,14 @@ struct RandomRoutes {
   }
 };
 
-// Lines of one facility while it exists, without their handle's name.
+// Collects the lines of one facility, "<level> <text>", while it exists, all levels enabled.
 class TraceLines {
  public:
   explicit TraceLines(const std::string& facility) {
     Kel::TraceConfig::levelsAre(facility + "/0-9");
-    previous_ = Kel::TraceConfig::sinkIs(
-        [this, facility](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
-          if (handle.facility() == facility) lines_.push_back(fmt::format("{} {}", level, text));
-        });
+    previous_ = Kel::TraceConfig::sinkIs([this, facility](const auto& handle, unsigned level, const auto& text) {
+      if (handle.facility() == facility) lines_.push_back(fmt::format("{} {}", level, text));
+    });
   }
   ~TraceLines() {
     Kel::TraceConfig::sinkIs(previous_);
@@ -270,8 +266,8 @@ class TraceLines {
   TraceLines(const TraceLines&) = delete;
   TraceLines& operator=(const TraceLines&) = delete;
 
-  // "<level> <text>", in order, since the last call.
-  std::vector<std::string> taken() { return std::exchange(lines_, {}); }
+  // The lines since the last call.
+  std::vector<std::string> take() { return std::exchange(lines_, {}); }
 
  private:
   Kel::TraceConfig::Sink previous_;

@@ -51,7 +51,7 @@ TEST(IpAddressTableSm, decisionsAreTraced) {
   };
   for (const auto& row : rows) {
     row.event();
-    EXPECT_THAT(lines.taken(), testing::Contains(row.line));
+    EXPECT_THAT(lines.take(), testing::Contains(row.line));
   }
 }
 
@@ -78,24 +78,24 @@ TEST(IpAddressTableSm, ifIndexIsAskedForWithEachAddress) {
 
 TEST(IpAddressTableSm, aPairThatIsReportedAgainStays) {
   World world;
-  for (const int ifIndex : {3, 4}) {
+  std::set<std::uint64_t> versions;
+  for (const int ifIndex : {3, 4, 4}) {
     world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, ifIndex, defaultVrf, mask4("10.1.1.1/24"));
+    versions.insert(world.ipMib->ipAddressTable().version());
   }
-  const auto version = world.ipMib->ipAddressTable().version();
-  world.sm->doAddAddr(intfOf("eth0"), addressSourceStatus, 4, defaultVrf, mask4("10.1.1.1/24"));
-  EXPECT_EQ(world.ipMib->ipAddressTable().version(), version);
+  EXPECT_EQ(versions.size(), 2U);
   EXPECT_EQ(tables(*world.ipMib), (TableLines{"10.1.1.1 preferred: 0/eth0=4/24", "row 10.1.1.1 4 255.255.255.0",
                                               "prefix 4 10.1.1.0/24"}));
 }
 
 TEST(IpAddressTableSm, stoppedMachineLeavesNothingAndReactsToNothing) {
   World world;
-  auto dir = Kel::makePtr<VrfMibsDir>("vrf");
-  auto red = dir->mibsIs("red")->ipmib();
+  const auto dir = Kel::makePtr<VrfMibsDir>("vrf");
+  const auto red = dir->mibsIs("red")->ipmib();
   world.sm->vrfIpMibIs(red);
   world.intfIs("eth0", 3);
-  auto record = world.statusIs("eth0", "10.1.1.1/24");
-  auto reactor = world.sm->ipIntfStatus(intfOf("eth0"));
+  const auto record = world.statusIs("eth0", "10.1.1.1/24");
+  const auto reactor = world.sm->ipIntfStatus(intfOf("eth0"));
   world.sm->kelStop();
   EXPECT_EQ(tables(*world.ipMib), TableLines());
   record->activeAddrWithMaskIs(mask4("10.1.1.2/24"));
@@ -109,9 +109,9 @@ TEST(IpAddressTableSm, stoppedMachineLeavesNothingAndReactsToNothing) {
 
 TEST(IfIndexMap, keepsTheLatestIfIndexInOrderOfTheInterfaces) {
   IfIndexMap map;
-  map.ifIndexIs(intfOf("eth1"), 7);
-  map.ifIndexIs(intfOf("eth0"), 3);
-  map.ifIndexIs(intfOf("eth1"), 4);
+  for (const auto& [intf, ifIndex] : {std::pair{"eth1", 7}, {"eth0", 3}, {"eth1", 4}}) {
+    map.ifIndexIs(intfOf(intf), ifIndex);
+  }
   EXPECT_EQ(Kel::Value(map).print(), "Value('IpSnmp::IfIndexMap', ** {'eth0': 3, 'eth1': 4})");
   EXPECT_TRUE(map.ifIndexDel(intfOf("eth0")));
   EXPECT_FALSE(map.ifIndexDel(intfOf("eth0")) || map.ifIndex(intfOf("eth0")));

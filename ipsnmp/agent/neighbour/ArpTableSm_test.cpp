@@ -32,31 +32,27 @@ struct ArpTableSmTest : testing::Test, VrfWorld {
 TEST_F(ArpTableSmTest, theVrfIdDecidesWhichEntriesHaveRows) {
   arp->tableIs(
       {neighbour(1, "10.0.0.1", "eth0"), neighbour(1, "2001:db8::1", "eth0"), neighbour(2, "10.0.0.2", "eth0")});
-  TraceLines lines("ArpTableSm");
   const auto entry = neighbour(1, "10.0.0.1", "eth0");
-  machineIs(VrfId(1));
-  EXPECT_THAT(lines.taken(), Contains("6 no ifIndex (yet?)"));
-  machine->delArpEntry(entry.key);
-  EXPECT_THAT(lines.taken(), Contains("6 no ifIndex (yet?)"));
+  // An event, its trace, and what happens to the rows.
+  const auto expect = [&, lines = std::make_shared<TraceLines>("ArpTableSm")](auto event, const char* line,
+                                                                              const std::string& changes) {
+    event();
+    EXPECT_THAT(lines->take(), Contains(line));
+    EXPECT_EQ(rows->take(), changes) << line;
+  };
+  expect([&] { machineIs(VrfId(1)); }, "6 no ifIndex (yet?)", "");
+  expect([&] { machine->delArpEntry(entry.key); }, "6 no ifIndex (yet?)", "");
   intfIs("eth0", 3);
-  machineIs(VrfId());
-  EXPECT_THAT(lines.taken(), Contains("6  arpQuilloVrfId: 16777215"));
-  machine->addArpEntry(entry);
-  EXPECT_THAT(lines.taken(), Contains("6 no arp quillo vrf id (yet?)"));
-  machine->delArpEntry(entry.key);
-  EXPECT_THAT(lines.taken(), Contains("6 no arp quillo vrf id (yet?)"));
-  EXPECT_EQ(rows->take(), "");
-  machine->arpQuilloVrfIdIs(VrfId(1));
-  EXPECT_THAT(lines.taken(), Contains("6  cur: 16777215 new: 1"));
-  EXPECT_EQ(rows->take(), "+3 10.0.0.1;+3 2001:db8::1;");
-  machine->addArpEntry(entry);
-  EXPECT_THAT(
-      lines.taken(),
-      Contains("6 ipnettophysical index: Value('IpSnmp::IpNetToPhysicalTableIndex', ** {'ifIndex': 3, 'addr': "
-               "Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a000001'})})"));
-  EXPECT_EQ(rows->take(), "") << "the row stays";
-  machine->arpQuilloVrfIdIs(VrfId(2));
-  EXPECT_EQ(rows->take(), "-3 10.0.0.1;-3 2001:db8::1;+3 10.0.0.2;");
+  expect([&] { machineIs(VrfId()); }, "6  arpQuilloVrfId: 16777215", "");
+  expect([&] { machine->addArpEntry(entry); }, "6 no arp quillo vrf id (yet?)", "");
+  expect([&] { machine->delArpEntry(entry.key); }, "6 no arp quillo vrf id (yet?)", "");
+  expect([&] { machine->arpQuilloVrfIdIs(VrfId(1)); }, "6  cur: 16777215 new: 1", "+3 10.0.0.1;+3 2001:db8::1;");
+  expect([&] { machine->addArpEntry(entry); },
+         "6 ipnettophysical index: Value('IpSnmp::IpNetToPhysicalTableIndex', ** {'ifIndex': 3, 'addr': "
+         "Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a000001'})})",
+         "");
+  expect([&] { machine->arpQuilloVrfIdIs(VrfId(2)); }, "6  cur: 1 new: 2",
+         "-3 10.0.0.1;-3 2001:db8::1;+3 10.0.0.2;");
   machine->delArpEntry(neighbour(1, "10.0.0.2", "eth0").key);
   EXPECT_EQ(rows->take(), "") << "that of another VRF";
   machine->cleanup();

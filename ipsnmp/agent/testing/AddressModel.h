@@ -81,10 +81,12 @@ class AddressModel {
       }
       lines.insert(entry);
       const auto& [index, length] = pairs.begin()->second;
-      lines.insert(fmt::format("prefix {} {}/{}", index, keyText(masked(addr, length)), length));
-      if (addr.version() != Ip::ipVersion4) continue;
-      const std::uint32_t netMask = length == 0 ? 0 : 0xFFFFFFFFu << (32 - length);
-      lines.insert(fmt::format("row {} {} {}", keyText(addr), index, Vantu::IpAddr(netMask).stringValue()));
+      const bool isV4 = addr.version() == Ip::ipVersion4;
+      const auto text = fmt::format("{}/{}", keyText(addr), length);
+      const auto network = isV4 ? mask4(text).prefix().stringValue() : mask6(text).prefix().stringValue();
+      lines.insert(fmt::format("prefix {} {}/{}", index, network, length));
+      const auto netMask = Vantu::IpAddr::netmask(isV4 ? length : 0).stringValue();
+      if (isV4) lines.insert(fmt::format("row {} {} {}", keyText(addr), index, netMask));
     }
     return lines;
   }
@@ -118,14 +120,6 @@ class AddressModel {
       if (disturbed.contains(addr.addr)) stamp = {now_, order++};
     }
     for (const auto& addr : present) reported.stamps.try_emplace(addr, now_, order++);
-  }
-
-  static IpSnmp::InetAddress masked(const IpSnmp::InetAddress& addr, unsigned length) {
-    auto bytes = addr.bytes().raw();
-    for (unsigned bit = length; bit < bytes.size() * 8; ++bit) {
-      bytes[bit / 8] = static_cast<char>(bytes[bit / 8] & ~(0x80 >> (bit % 8)));
-    }
-    return IpSnmp::InetAddress(addr.version(), Snmp::String(bytes));
   }
 
   std::map<RecordId, Reported> reported_;

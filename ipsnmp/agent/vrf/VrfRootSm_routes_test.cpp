@@ -20,12 +20,6 @@ struct TestMount : KelQuillo::Mount {
   mutable std::vector<std::string> asked;
 };
 
-Lines rowTextsOf(const Ptr<IpSnmp::IpForwardMib>& mib) {
-  Lines texts;
-  for (RouteIterator at(mib); at; ++at) texts.push_back(rowText(*at));
-  return texts;
-}
-
 struct VrfRoutesTest : testing::Test, VrfWorld {
   VrfRoutesTest() {
     manager = Kel::makePtr<Varnix::EntityManager>(
@@ -76,9 +70,8 @@ TEST_F(VrfRoutesTest, routesComeAndGoWithTheirVrf) {
     const auto mib = redMib();
     EXPECT_THAT(rowTextsOf(mib), ElementsAre(row));
     EXPECT_EQ(redSm()->vrfName(), "red");
-    // A FEC that changes has its routes looked at again.
     red.fecIs(1, {{"192.0.2.1", "eth0"}});
-    EXPECT_TRUE(redSm()->routeBacklogHas(prefixOf("10.0.0.0/8")));
+    EXPECT_TRUE(redSm()->routeBacklogHas(prefixOf("10.0.0.0/8"))) << "routes of a FEC that changes are looked up";
     localDel("red");
     EXPECT_THAT(rowTextsOf(mib), IsEmpty());  // although a request may hold it still
   }
@@ -104,17 +97,9 @@ TEST_F(VrfRoutesTest, routesAndNeighboursAreCounted) {
   EXPECT_EQ(count(Ip::ipVersion6, routeTypeStaticNexthopGroup), 1U);
 }
 
-TEST_F(VrfRoutesTest, mountsOfAnotherTypeAreAbsent) {
-  mount->tables["routing/vrf/status/red"] = red.fecs;
-  redIs();
-  EXPECT_TRUE(isServed("red"));
-  EXPECT_FALSE(redMib()->routeStatus());
-}
-
 TEST_F(VrfRoutesTest, tablesThatCannotBeReadAtFirstAreReadWhenTheyCan) {
   red.routes->isUnreadable = red.fecs->isUnreadable = true;
   redIs();
-  EXPECT_TRUE(isServed("red"));
   red.routes->isUnreadable = red.fecs->isUnreadable = false;
   red.routes->tableIs(red.routes->map);
   red.fecs->tableIs(red.fecs->map);
@@ -142,9 +127,16 @@ TEST_F(VrfRoutesTest, oneForwardingTableServesAllInUnifiedMode) {
   EXPECT_TRUE(redSm()->routeBacklogHas(prefixOf("10.0.0.0/8")));
 }
 
-TEST_F(VrfRoutesTest, disabledRouteTablesAreNotRead) {
-  routeTablesEnabled = false;
+TEST_F(VrfRoutesTest, tablesOfAnotherTypeOrDisabledOnesAreAbsent) {
+  mount->tables["routing/vrf/status/red"] = red.fecs;
   redIs();
+  EXPECT_TRUE(isServed("red"));
+  EXPECT_FALSE(redMib()->routeStatus());
+  root->vrfRootSmDel();
+  mount->asked.clear();
+  routeTablesEnabled = false;
+  vrfRootSmIs();
+  runTasks();
   EXPECT_TRUE(isServed("red"));
   EXPECT_THAT(mount->asked, IsEmpty());
   EXPECT_FALSE(redSm());
