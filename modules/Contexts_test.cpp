@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "modules/MibModules.h"
-#include "modules/testing/TestAgent.h"
+#include "modules/testing/MibObjects.h"
 #include "modules/testing/TestIpTree.h"
 #include "snmp/Config.h"
 
@@ -16,73 +16,12 @@ namespace {
 using namespace Modules;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
 const std::string ipForwarding = "1.3.6.1.2.1.4.1.0";
 const std::string addresses = "1.3.6.1.2.1.4.20.1.1";
-
-struct Object {
-  std::string name;
-  Oid identifier;
-  bool isTable = true;
-  bool isWritable = false;
-  bool isDefaultOnly = false;
-};
-struct ModuleEntry {
-  const char* name;
-  const char* facility;
-  void (*init)(Kel::String context);
-  void (*unregister)(Kel::String context);
-  std::vector<Object> objects;
-};
-
-const std::vector<ModuleEntry>& mibModules() {
-  static const std::vector<ModuleEntry> all{
-      {"IpBase",
-       "IpBase",
-       init_IpBase,
-       unregister_IpBase,
-       {{"ipForwarding", oidOf("1.3.6.1.2.1.4.1"), false, true},
-        {"ipv6IpForwarding", oidOf("1.3.6.1.2.1.4.25"), false, true, true},
-        {"ipAddrTable", oidOf("1.3.6.1.2.1.4.20")},
-        {"ipNetToMediaTable", oidOf("1.3.6.1.2.1.4.22"), true, true},
-        {"ipAddressPrefixTable", oidOf("1.3.6.1.2.1.4.32")},
-        {"ipAddressTable", oidOf("1.3.6.1.2.1.4.34"), true, true},
-        {"ipNetToPhysicalTable", oidOf("1.3.6.1.2.1.4.35"), true, true}}},
-      {"IpForward",
-       "IpForward",
-       init_IpForward,
-       unregister_IpForward,
-       {{"ipCidrRouteNumber", oidOf("1.3.6.1.2.1.4.24.3"), false},
-        {"ipCidrRouteTable", oidOf("1.3.6.1.2.1.4.24.4"), true, true}}},
-      {"IpSwForwarding",
-       "Snmp",
-       init_IpSwForwarding,
-       unregister_IpSwForwarding,
-       {{"quorinSwFwdIpStatsTable", enterpriseObject({3, 1, 1, 1})}}},
-      {"VrfBase",
-       "VrfBase",
-       init_VrfBase,
-       unregister_VrfBase,
-       {{"quorinVrfTable", enterpriseObject({3, 18, 1, 1}), true, false, true},
-        {"quorinVrfIfTable", enterpriseObject({3, 18, 1, 2}), true, false, true}}},
-      {"quorinFIBStatsMIB",
-       "Snmp",
-       init_quorinFIBStatsMIB,
-       unregister_quorinFIBStatsMIB,
-       {{"quorinFIBStatsSummaryTable", enterpriseObject({3, 23, 1, 1})},
-        {"quorinFIBStatsByRouteTypeTable", enterpriseObject({3, 23, 1, 2})},
-        {"quorinFIBStatsByPrefixLenTable", enterpriseObject({3, 23, 1, 3})}}},
-      {"quorinIpMIB",
-       "Snmp",
-       init_quorinIpMIB,
-       unregister_quorinIpMIB,
-       {{"quorinIpIfStatsTable", enterpriseObject({3, 27, 1, 1}), true, false, true}}}};
-  return all;
-}
 
 class EnteringContexts : public ::testing::Test {
  protected:
@@ -93,38 +32,42 @@ class EnteringContexts : public ::testing::Test {
 
 TEST_F(EnteringContexts, eachModuleRegistersAndTracesItsObjects) {
   for (const std::string context : {"", "red"}) {
-    for (const auto& module : mibModules()) {
-      TraceLines lines(module.facility);
-      module.init(context);
-      std::vector<std::string> scalars, skipped, tables;
-      const auto ending = " in context \"" + context + "\"";
-      for (const auto& [name, identifier, isTable, isWritable, isDefaultOnly] : module.objects) {
-        const auto function = isTable ? "initialize_table_" + name : fmt::format("init_{}", module.name);
-        auto& traced = isTable ? tables : scalars;
-        traced.push_back(fmt::format("1 {} initializing oid .{}{}", function, textOf(identifier), ending));
-        const bool isServed = context.empty() || !isDefaultOnly;
+    const auto ending = " in context \"" + context + "\"";
+    for (auto* const registration : Snmp::AutoRegistree::registrations()) {
+      const std::string module = registration->name();
+      auto objects = mibObjects();
+      std::erase_if(objects, [&](const MibObject& object) { return object.module != module; });
+      TraceLines lines(objects.at(0).facility);
+      registration->initHandler(context);
+      Words scalars, skipped, tables;
+      for (const auto& object : objects) {
+        const auto function = object.isTable() ? "initialize_table_" + object.name : "init_" + module;
+        auto& traced = object.isTable() ? tables : scalars;
+        traced.push_back(fmt::format("1 {} initializing oid .{}{}", function, object.identifier, ending));
+        const bool isServed = context.empty() || !object.is("default");
+        if (isServed && object.isTable()) tables.push_back("8 Initialized table " + object.name + ending);
         if (!isServed) {
-          const char* text = isTable ? "{} varnixPathWithContext not specified "
-                                     : "{}: varnixPathWithContext not specified for {}; skipping registration";
-          (isTable ? tables : skipped).push_back("2 " + function + fmt::format(fmt::runtime(text), ending, name));
-        } else if (isTable) {
-          tables.push_back("8 Initialized table " + name + ending);
+          const char* text = object.isTable() ? "2 {}{} varnixPathWithContext not specified "
+                                              : "2 {}{}: varnixPathWithContext not specified for {}; skipping "
+                                                "registration";
+          auto& missing = object.isTable() ? tables : skipped;
+          missing.push_back(fmt::format(fmt::runtime(text), function, ending, object.name));
         }
-        const auto* const found =
-            netsnmp_subtree_find(identifier.data(), identifier.size(), nullptr, context.c_str());
-        const auto* const registration = found != nullptr ? found->reginfo : nullptr;
-        const std::string handler = registration != nullptr ? registration->handlerName : "none";
-        EXPECT_EQ(handler == name + "_" + context, isServed) << name << ending << " has " << handler;
-        if (!isServed || registration == nullptr) continue;
-        EXPECT_EQ(registration->priority, isTable ? 127 : 64) << name;
-        EXPECT_EQ((registration->modes & HANDLER_CAN_SET) != 0, isWritable) << name;
+        const auto oids = oidOf(object.identifier);
+        const auto* const found = netsnmp_subtree_find(oids.data(), oids.size(), nullptr, context.c_str());
+        const auto* const present = found != nullptr ? found->reginfo : nullptr;
+        const std::string handler = present != nullptr ? present->handlerName : "none";
+        EXPECT_EQ(handler == object.name + "_" + context, isServed) << object.name << ending << " has " << handler;
+        if (!isServed || present == nullptr) continue;
+        EXPECT_EQ(present->priority, object.isTable() ? 127 : 64) << object.name;
+        EXPECT_EQ((present->modes & HANDLER_CAN_SET) != 0, object.is("writable")) << object.name;
       }
       scalars.insert(scalars.end(), skipped.begin(), skipped.end());
       scalars.insert(scalars.end(), tables.begin(), tables.end());
-      EXPECT_THAT(lines.take(), ElementsAreArray(scalars));
-      EXPECT_THAT(Snmp::mibContextModules(context), ElementsAre(module.name));
-      module.unregister(context);
-      EXPECT_THAT(lines.take(), ElementsAre(fmt::format("2 Unregistering {}{}", module.name, ending)));
+      EXPECT_EQ(lines.take(), scalars);
+      EXPECT_THAT(Snmp::mibContextModules(context), ElementsAre(module));
+      registration->exitHandler(context);
+      EXPECT_THAT(lines.take(), ElementsAre(fmt::format("2 Unregistering {}{}", module, ending)));
       EXPECT_THAT(Snmp::mibContextModules(context), IsEmpty());
       EXPECT_THAT(agent.walk("1.3.6.1", context.empty() ? "public" : context), IsEmpty());
     }
@@ -135,20 +78,15 @@ TEST_F(EnteringContexts, eachModuleRegistersAndTracesItsObjects) {
 }
 
 TEST_F(EnteringContexts, netSnmpDebuggingTellsWhichContextIsEntered) {
-  static std::string logged;
-  const auto collect = [](int, int, void* message, void*) {
-    logged += static_cast<const snmp_log_message*>(message)->msg;
-    return 0;
-  };
-  snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, collect, nullptr);
-  auto* const handler = netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
+  auto* const handler = netsnmp_register_loghandler(NETSNMP_LOGHANDLER_STDERR, LOG_DEBUG);
   char tokens[] = "trace,IpBase,IpForward,IpSwForwarding";
   debug_register_tokens(tokens);
   snmp_set_do_debugging(1);
+  ::testing::internal::CaptureStderr();
   contexts.enter("");
+  const auto logged = ::testing::internal::GetCapturedStderr();
   snmp_set_do_debugging(0);
   netsnmp_remove_loghandler(handler);
-  snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, collect, nullptr, 0);
   for (const std::string module : {"IpBase", "IpForward", "IpSwForwarding"}) {
     EXPECT_THAT(logged,
                 ::testing::ContainsRegex("trace: init_" + module + "\\(\\): " + module + ".cpp, [0-9]+:\n"));
@@ -231,17 +169,11 @@ TEST_F(EnteringContexts, disabledRouteTablesAreNotRegistered) {
 }
 
 TEST_F(EnteringContexts, aMissingOrMisplacedEntityEndsTheProcess) {
-  struct Place {
-    void (*init)(Kel::String context);
-    const char* object;
-    const char* dir;
-    const char* name;
-    const char* type;
-    std::string assertion;  // behind "e" and "ptr"
-  };
+  using Init = void (*)(Kel::String context);
+  // The last one follows "e" and "ptr" in the assertion.
   for (const auto& [init, object, dir, name, type, assertion] :
-       {Place{init_quorinFIBStatsMIB, "table quorinFIBStatsSummaryTable", "snmp/ip", "fibstatsmib",
-              "FibStatsSnmp::FibStatsMib", ""},
+       {std::tuple{Init{init_quorinFIBStatsMIB}, "table quorinFIBStatsSummaryTable", "snmp/ip", "fibstatsmib",
+                   "FibStatsSnmp::FibStatsMib", std::string()},
         {init_VrfBase, "table quorinVrfTable", "snmp/ip", "ipvrfmib", "IpSnmp::IpVrfMib", ""},
         {init_IpForward, "scalar ipCidrRouteNumber", "snmp/ip", "ipforwardmib", "IpSnmp::IpForwardMib",
          "_ipCidrRouteNumber"},

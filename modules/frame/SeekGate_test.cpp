@@ -65,20 +65,14 @@ TEST_F(SeekGateTest, noRequestWalksTheTable) {
   for (int i = 0; i < 200; ++i) {
     const auto text = fmt::format("10.{}.0.{}", i / 100, i % 100);
     addressIs(*tree.ipMib, text, 24, 3);
-    tree.ipMib->ipNetToPhysicalTableIs(IpSnmp::IpNetToPhysicalTableIndex(3, inetAddress(text)),
-                                       Vantu::IntfId("eth3"), Vantu::IpGenAddr::fromString(text), neighbours,
-                                       Vrf::VrfIdMap::VrfId(7));
+    neighbourIs(*tree.ipMib, 3, text, neighbours);
     routes.routeIs(fmt::format("10.{}.{}.0/24", i / 100, i % 100), 1);
   }
   routes.fecIs(1, {{"10.1.1.1", ""}, {"10.1.1.2", ""}, {"10.1.1.3", ""}});
   routes.settle();
-  struct Case {
-    const char* facility;
-    const char* column;
-    std::vector<const char*> absent, above;
-    std::size_t most;  // steps
-  };
-  const Case cases[] = {
+  using Indexes = std::vector<const char*>;
+  // Facility, column, indexes that no row has, others for GETNEXT, and the most steps of these.
+  const std::tuple<const char*, const char*, Indexes, Indexes, std::size_t> cases[] = {
       {"IpBase",
        "20.1.2",
        {"10.0.0.200", "11.0.0.0", "10.0.0"},

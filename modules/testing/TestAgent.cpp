@@ -4,13 +4,12 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <net-snmp/agent/agent_callbacks.h>
+#include <net-snmp/library/fd_event_manager.h>
 #include <net-snmp/library/snmp_transport.h>
-#include <sys/select.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -19,7 +18,7 @@ namespace Modules {
 
 namespace {
 
-constexpr int answerSeconds = 20;  // an agent that takes longer does not answer at all
+constexpr long answerMicroseconds = 20'000'000;  // an agent that takes longer does not answer at all
 
 // Allows every request, in the context that its community names; asked after the access control of the agent.
 int contextFromCommunity(int, int, void* argument, void*) {
@@ -62,14 +61,15 @@ std::string valueText(const netsnmp_variable_list& variable) {
 }
 
 struct Exchange {
-  bool isOver = false;
+  bool isOver = false, isAnswered = false;
   Reply reply;
 };
 
 int replyArrived(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* argument) {
   auto& exchange = *static_cast<Exchange*>(argument);
   exchange.isOver = true;
-  if (operation != NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE) throw std::runtime_error("the agent does not answer");
+  exchange.isAnswered = operation == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE;
+  if (!exchange.isAnswered) return 1;
   exchange.reply.errorStatus = pdu->errstat;
   exchange.reply.errorIndex = pdu->errindex;
   for (const auto* variable = pdu->variables; variable != nullptr; variable = variable->next_variable) {
@@ -79,23 +79,17 @@ int replyArrived(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* a
   return 1;
 }
 
-// Serves the agent's sessions until the descriptor can be read.
-void serveUntilReadable(int descriptor) {
-  while (true) {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(descriptor, &readable);
-    int count = descriptor + 1;
-    int waitsForever = 1;
-    timeval wait{};
-    snmp_select_info(&count, &readable, &wait, &waitsForever);
-    wait = {.tv_sec = answerSeconds, .tv_usec = 0};
-    if (select(count, &readable, nullptr, nullptr, &wait) <= 0) throw std::runtime_error("the agent is silent");
-    const bool isReadable = FD_ISSET(descriptor, &readable);
-    FD_CLR(descriptor, &readable);
-    snmp_read(&readable);
-    if (isReadable) return;
-  }
+struct Output {
+  bool isOver = false;
+  std::string text;
+};
+
+void outputArrived(int descriptor, void* argument) {
+  auto& output = *static_cast<Output*>(argument);
+  char bytes[4096];
+  const auto length = read(descriptor, bytes, sizeof(bytes));
+  output.isOver = length <= 0;
+  if (!output.isOver) output.text.append(bytes, static_cast<std::size_t>(length));
 }
 
 }  // namespace
@@ -197,40 +191,31 @@ std::string TestAgent::outputOf(std::string command) {
   if (const auto at = command.find(place); at != std::string::npos) command.replace(at, place.size(), address_);
   const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
   if (!pipe) throw std::runtime_error("cannot run " + command);
-  std::string output;
-  while (true) {
-    serveUntilReadable(fileno(pipe.get()));
-    char bytes[4096];
-    const auto length = read(fileno(pipe.get()), bytes, sizeof(bytes));
-    if (length <= 0) return output;
-    output.append(bytes, static_cast<std::size_t>(length));
-  }
+  Output output;
+  register_readfd(fileno(pipe.get()), outputArrived, &output);
+  while (!output.isOver) agent_check_and_process(1);
+  unregister_readfd(fileno(pipe.get()));
+  return output.text;
 }
 
 Reply TestAgent::exchange(netsnmp_pdu* pdu, const std::string& community) {
   Exchange exchange;
   netsnmp_session wanted;
   snmp_sess_init(&wanted);
-  std::string peer = address_;
   std::string name = community;
   wanted.version = version_;
-  wanted.peername = peer.data();
+  wanted.peername = address_.data();
   wanted.community = reinterpret_cast<u_char*>(name.data());
   wanted.community_len = name.size();
-  const std::unique_ptr<void, int (*)(void*)> manager(snmp_sess_open(&wanted), snmp_sess_close);
-  if (!manager) throw std::runtime_error("cannot open a session with the agent");
-  if (snmp_sess_async_send(manager.get(), pdu, replyArrived, &exchange) == 0) {
-    snmp_free_pdu(pdu);
-    throw std::runtime_error("cannot send a request");
-  }
-  const int descriptor = snmp_sess_transport(manager.get())->sock;
-  while (!exchange.isOver) {
-    serveUntilReadable(descriptor);
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(descriptor, &readable);
-    snmp_sess_read(manager.get(), &readable);
-  }
+  wanted.timeout = answerMicroseconds;
+  wanted.retries = 0;
+  wanted.callback = replyArrived;
+  wanted.callback_magic = &exchange;
+  auto* const manager = snmp_open(&wanted);
+  if (manager == nullptr || snmp_send(manager, pdu) == 0) throw std::runtime_error("cannot send a request");
+  while (!exchange.isOver) agent_check_and_process(1);
+  snmp_close(manager);
+  if (!exchange.isAnswered) throw std::runtime_error("the agent does not answer");
   return exchange.reply;
 }
 

@@ -1,12 +1,9 @@
 #pragma once
 // For tests: the entities that the modules serve, in the default context and in the VRF "red"; and what is traced.
 
-#include <string>
-#include <vector>
-
 #include "ipsnmp/IpMib.h"
+#include "ipsnmp/testing/TestRoutes.h"
 #include "kel/Dir.h"
-#include "kel/Trace.h"
 #include "snmp/SnmpUtil.h"
 
 namespace Modules {
@@ -59,29 +56,16 @@ inline void addressIs(IpSnmp::IpMib& mib, const std::string& text, unsigned pref
   if (isV4) mib.ipAddrTableIs(entry);
 }
 
-// Collects the lines of one facility, "<level> <text>", while it exists, all levels enabled.
-class TraceLines {
- public:
-  explicit TraceLines(const std::string& facility) {
-    Kel::TraceConfig::levelsAre(facility + "/0-9");
-    previous_ = Kel::TraceConfig::sinkIs([this, facility](const auto& handle, unsigned level, const auto& text) {
-      if (handle.facility() == facility) lines_.push_back(std::to_string(level) + " " + text);
-    });
-  }
-  ~TraceLines() {
-    Kel::TraceConfig::sinkIs(previous_);
-    Kel::TraceConfig::reset();
-  }
-  TraceLines(const TraceLines&) = delete;
-  TraceLines& operator=(const TraceLines&) = delete;
+// A neighbour on the interface "eth<ifIndex>", in the VRF with this id.
+inline const Vrf::VrfIdMap::VrfId neighbourVrfId(7);
+inline auto neighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::string& text,
+                        const Kel::Ptr<const Arp::Table::Status>& table) {
+  return mib.ipNetToPhysicalTableIs(IpSnmp::IpNetToPhysicalTableIndex(ifIndex, inetAddress(text)),
+                                    Vantu::IntfId("eth" + std::to_string(ifIndex)),
+                                    Vantu::IpGenAddr::fromString(text), table, neighbourVrfId);
+}
 
-  // The lines since the last call.
-  std::vector<std::string> take() { return std::exchange(lines_, {}); }
-
- private:
-  std::vector<std::string> lines_;
-  Kel::TraceConfig::Sink previous_;
-};
+using IpSnmpTest::TraceLines;
 
 // The lines without their pointers, which begin with "0x" after a blank.
 inline std::vector<std::string> withoutPointers(std::vector<std::string> lines) {

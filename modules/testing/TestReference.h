@@ -8,8 +8,7 @@
 #include <map>
 
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "modules/frame/Module.h"
-#include "modules/testing/TestAgent.h"
+#include "modules/testing/MibObjects.h"
 #include "modules/testing/TestIpTree.h"
 
 namespace Modules {
@@ -17,21 +16,16 @@ namespace Modules {
 inline const std::string ipObjects = "1.3.6.1.2.1.4";
 inline const std::string ourObjects = textOf(enterpriseObject({3}));
 
-// The counters of quorinSwFwdIpStatsTable in the order of their columns, from 3 on; those with HC have 64 bits.
-inline constexpr const char* swFwdCounters[] = {
-    "InReceives",        "HCInReceives",       "InOctets",        "HCInOctets",       "InHdrErrors",
-    "InNoRoutes",        "InAddrErrors",       "InUnknownProtos", "InTruncatedPkts",  "InForwDatagrams",
-    "HCInForwDatagrams", "ReasmReqds",         "ReasmOKs",        "ReasmFails",       "InDiscards",
-    "InDelivers",        "HCInDelivers",       "OutRequests",     "HCOutRequests",    "OutNoRoutes",
-    "OutForwDatagrams",  "HCOutForwDatagrams", "OutDiscards",     "OutFragReqds",     "OutFragOKs",
-    "OutFragFails",      "OutFragCreates",     "OutTransmits",    "HCOutTransmits",   "OutOctets",
-    "HCOutOctets",       "InMcastPkts",        "HCInMcastPkts",   "InMcastOctets",    "HCInMcastOctets",
-    "OutMcastPkts",      "HCOutMcastPkts",     "OutMcastOctets",  "HCOutMcastOctets", "InBcastPkts",
-    "HCInBcastPkts",     "OutBcastPkts",       "HCOutBcastPkts"};
-// Those of quorinIpIfStatsTable, likewise.
-inline constexpr const char* ifStatsCounters[] = {"InPkts",      "InOctets",      "OutPkts",      "OutOctets",
-                                                  "InUcastPkts", "InUcastOctets", "OutUcastPkts", "OutUcastOctets",
-                                                  "InMcastPkts", "InMcastOctets", "OutMcastPkts", "OutMcastOctets"};
+// The columns of a table of counters, without the table's prefix and without the two behind the counters.
+inline Words countersOf(const std::string& table) {
+  Words counters;
+  for (const auto& object : mibObjects()) {
+    if (object.name != table) continue;
+    for (const auto& column : object.columns) counters.push_back(column.substr(table.size() - 5));
+  }
+  counters.resize(counters.size() - 2);
+  return counters;
+}
 
 class Reference {
  public:
@@ -65,7 +59,7 @@ class Reference {
     for (const auto& [key, entry] : mib.ipNetToPhysicalTable()) addNeighbour(*entry);
     for (const auto& [key, entry] : mib.ipIfStatsTable()) {
       std::vector<Value> values;
-      for (const std::string counter : ifStatsCounters) {
+      for (const auto& counter : countersOf("quorinIpIfStatsTable")) {
         values.push_back({ASN_COUNTER64, Kel::readAttribute(*entry, "ipIfStats" + counter).print()});
       }
       values.insert(values.end(), {noTime, {ASN_GAUGE, "2000"}});
@@ -73,7 +67,7 @@ class Reference {
     }
     for (const auto& [version, entry] : mib.ipSwFwdStats()) {
       std::vector<Value> values;
-      for (const std::string counter : swFwdCounters) {
+      for (const auto& counter : countersOf("quorinSwFwdIpStatsTable")) {
         const bool isWide = counter.starts_with("HC");
         const auto value = swFwdCounter(*entry, isWide ? counter.substr(2) : counter);
         const int type = isWide ? int{ASN_COUNTER64} : int{ASN_COUNTER};
@@ -156,6 +150,13 @@ class Reference {
     return answers;
   }
 
+  // As it stands in an index, the length first.
+  static std::string index(const Snmp::String& bytes) {
+    std::string text = std::to_string(bytes.bytes());
+    for (const auto byte : bytes.octets()) text += fmt::format(".{}", byte);
+    return text;
+  }
+
  private:
   struct Value {
     int type;
@@ -172,12 +173,6 @@ class Reference {
   }
   inline static const Value one = number(1), noTime{ASN_TIMETICKS, "0"};
 
-  // As it stands in an index, the length first.
-  static std::string index(const Snmp::String& bytes) {
-    std::string text = std::to_string(bytes.bytes());
-    for (const auto byte : bytes.octets()) text += fmt::format(".{}", byte);
-    return text;
-  }
   static std::string index(const IpSnmp::InetAddress& addr) {
     return fmt::format("{}.{}", int{addr.version()}, index(addr.bytes()));
   }
@@ -208,19 +203,18 @@ class Reference {
         {number(entry.ifIndex()), physical, address(addr), type});
   }
 
-  static std::uint64_t swFwdCounter(const Ip::SwFwdStats& entry, std::string counter) {
+  static std::uint64_t swFwdCounter(const Ip::SwFwdStats& entry, const std::string& counter) {
     entry.doFreshen();
     std::map<std::string, std::uint64_t> values{{"inForwDatagrams", entry.inForwDatagrams()},
                                                 {"fragReqds", entry.fragReqds()},
                                                 {"outTransmits", entry.outTransmits()}};
     entry.data().kelForEachField([&](const char* name, const auto& value) { values[name] = value; });
     // OutFragOKs shows fragOKs.
-    const auto named = [](std::string name) {
+    for (auto name : {counter, counter.substr(3)}) {
       name[0] = static_cast<char>(std::tolower(name[0]));
-      return name;
-    };
-    const auto at = values.find(named(counter));
-    return at != values.end() ? at->second : values.at(named(counter.substr(3)));
+      if (const auto at = values.find(name); at != values.end()) return at->second;
+    }
+    throw std::out_of_range(counter);
   }
 
   std::map<Oid, Answer> objects_;

@@ -1,0 +1,141 @@
+#pragma once
+// For tests: every object that the modules serve, with the texts that are traced of it.
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+#include "modules/frame/Module.h"
+#include "modules/testing/TestAgent.h"
+
+namespace Modules {
+
+using Words = std::vector<std::string>;
+
+struct MibObject {
+  std::string module, facility, name, identifier;
+  // "writable": registered for SET, too. "default": served in the default context alone. "miscounted": hints of too few
+  // components are traced. "absent": hinted keys without a row are traced, even below a row.
+  Words flags;
+  Words components;     // of a table's index, each "object=attribute=value" for one row
+  std::string key;      // of this row
+  std::string index{};  // of this row
+  unsigned firstColumn = 0;
+  Words columns{};  // their objects; a SET of those with a star is refused by name
+
+  bool is(const char* flag) const { return std::find(flags.begin(), flags.end(), flag) != flags.end(); }
+  bool isTable() const { return !components.empty(); }
+};
+
+// Per object: module, facility, name, identifier ("E": our enterprise) and flags; and of a table the components, the
+// key, and the index with the first column's number and the columns ("~": the table's name without "Table").
+inline constexpr const char* mibObjectTexts = R"(
+IpBase IpBase ipForwarding 1.3.6.1.2.1.4.1 writable ;
+IpBase IpBase ipv6IpForwarding 1.3.6.1.2.1.4.25 writable default ;
+
+IpBase IpBase ipAddrTable 1.3.6.1.2.1.4.20
+| ipAdEntAddr=ipAdEntAddr=10.1.2.3 | 10.1.2.3
+| 10.1.2.3 1 ipAdEntAddr ipAdEntIfIndex ipAdEntNetMask ipAdEntBcastAddr ipAdEntReasmMaxSize ;
+
+IpBase IpBase ipNetToMediaTable 1.3.6.1.2.1.4.22 miscounted writable
+| ~IfIndex=ifIndex=3 ~NetAddress=netAddress=10.0.0.2
+| Value('IpSnmp::ArpTableIndex', ** {'ifIndex': 3, 'ipAddr': '10.0.0.2'})
+| 3.10.0.0.2 1 *~IfIndex *~PhysAddress *~NetAddress *~Type ;
+
+IpBase IpBase ipAddressPrefixTable 1.3.6.1.2.1.4.32
+| ~IfIndex=ifIndex=5 ~Type=version=ipVersion4 ~Prefix=bytes=0x0a010000 ~Length=length=16
+| Value('IpSnmp::IpAddressPrefixKey', ** {'ifIndex': 5, 'version': ipVersion4, 'bytes': '0x0a010000', 'length': 16})
+| 5.1.4.10.1.0.0.16 5 ~Origin ~OnLinkFlag ~AutonomousFlag ~AdvPreferredLifetime ~AdvValidLifetime ;
+
+IpBase IpBase ipAddressTable 1.3.6.1.2.1.4.34 writable
+| ~AddrType=addrVersion=ipVersion4 ~Addr=addrBytes=0x0a010203
+| Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a010203'})
+| 1.4.10.1.2.3 3 *~IfIndex *~Type ~Prefix ~Origin *~Status ~Created ~LastChanged *~RowStatus *~StorageType ;
+
+IpBase IpBase ipNetToPhysicalTable 1.3.6.1.2.1.4.35 miscounted writable
+| ~IfIndex=ifIndex=3 ~NetAddressType=inetAddressType=ipVersion4 ~NetAddress=inetAddress=0x0a000002
+| Value('IpSnmp::IpNetToPhysicalTableIndex', ** {'ifIndex': 3,
+'addr': Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a000002'})})
+| 3.1.4.10.0.0.2 4 *~PhysAddress ~LastUpdated *~Type ~State *~RowStatus ;
+
+IpForward IpForward ipCidrRouteNumber 1.3.6.1.2.1.4.24.3 ;
+
+IpForward IpForward ipCidrRouteTable 1.3.6.1.2.1.4.24.4 miscounted writable
+| ~Dest=dest=10.0.0.0 ~Mask=mask=255.255.255.0 ~Tos=tos=0 ~NextHop=nextHop=10.1.1.1
+| Value('IpSnmp::IpCidrRouteTableIndex', ** {'dest': '10.0.0.0', 'mask': '255.255.255.0', 'tos': 0,
+'nextHop': '10.1.1.1'})
+| 10.0.0.0.255.255.255.0.0.10.1.1.1 1 ~Dest ~Mask ~Tos ~NextHop *~IfIndex *~Type ~Proto ~Age *~Info *~NextHopAS
+*~Metric1 *~Metric2 *~Metric3 *~Metric4 *~Metric5 *~Status ;
+
+IpSwForwarding Snmp quorinSwFwdIpStatsTable E.3.1.1.1
+| ~IPVersion=ipVersion=ipVersion4 | ipVersion4
+| 1 3 ~InReceives ~HCInReceives ~InOctets ~HCInOctets ~InHdrErrors ~InNoRoutes ~InAddrErrors ~InUnknownProtos
+~InTruncatedPkts ~InForwDatagrams ~HCInForwDatagrams ~ReasmReqds ~ReasmOKs ~ReasmFails ~InDiscards ~InDelivers
+~HCInDelivers ~OutRequests ~HCOutRequests ~OutNoRoutes ~OutForwDatagrams ~HCOutForwDatagrams ~OutDiscards
+~OutFragReqds ~OutFragOKs ~OutFragFails ~OutFragCreates ~OutTransmits ~HCOutTransmits ~OutOctets ~HCOutOctets
+~InMcastPkts ~HCInMcastPkts ~InMcastOctets ~HCInMcastOctets ~OutMcastPkts ~HCOutMcastPkts ~OutMcastOctets
+~HCOutMcastOctets ~InBcastPkts ~HCInBcastPkts ~OutBcastPkts ~HCOutBcastPkts ~DiscontinuityTime ~RefreshRate ;
+
+VrfBase VrfBase quorinVrfTable E.3.18.1.1 miscounted default
+| ~Name=vrfName=red | red
+| 3.114.101.100 2 ~RoutingStatus ~RouteDistinguisher ~State ;
+
+VrfBase VrfBase quorinVrfIfTable E.3.18.1.2 miscounted default
+| ifIndex=ifIndex=3 | 3 | 3 1 ~Membership ;
+
+quorinFIBStatsMIB Snmp quorinFIBStatsSummaryTable E.3.23.1.1 miscounted absent
+| quorinFIBStatsAF=addressFamily=ipVersion4 | ipVersion4 | 1 2 quorinFIBStatsTotalRoutes ;
+
+quorinFIBStatsMIB Snmp quorinFIBStatsByRouteTypeTable E.3.23.1.2 miscounted absent
+| quorinFIBStatsAF=addressFamily=ipVersion4 quorinFIBStatsRouteType=routeType=routeTypeStatic
+| Value('FibStatsSnmp::RouteTypeKey', ** {'addressFamily': ipVersion4, 'routeType': routeTypeStatic})
+| 1.3 2 quorinFIBStatsTotalRoutesForRouteType ;
+
+quorinFIBStatsMIB Snmp quorinFIBStatsByPrefixLenTable E.3.23.1.3 miscounted absent
+| quorinFIBStatsAF=addressFamily=ipVersion4 quorinFIBStatsPrefixLen=prefixLen=24
+| Value('FibStatsSnmp::PrefixLenKey', ** {'addressFamily': ipVersion4,
+'prefixLen': Value('FibStatsSnmp::IpAddressPrefixLength', ** {'value': 24})})
+| 1.24 2 quorinFIBStatsTotalRoutesForPrefixLen ;
+
+quorinIpMIB Snmp quorinIpIfStatsTable E.3.27.1.1 miscounted absent default
+| ~IPVersion=ipVersion=ipVersion6 ~IfIndex=ifIndex=3
+| Value('IpSnmp::IpVersionIfIndex', ** {'ipVersion': ipVersion6, 'ifIndex': 3})
+| 2.3 3 ~InPkts ~InOctets ~OutPkts ~OutOctets ~InUcastPkts ~InUcastOctets ~OutUcastPkts ~OutUcastOctets ~InMcastPkts
+~InMcastOctets ~OutMcastPkts ~OutMcastOctets ~DiscontinuityTime ~RefreshRate ;
+)";
+
+inline std::vector<MibObject> mibObjects() {
+  std::vector<MibObject> objects;
+  std::istringstream text(mibObjectTexts);
+  std::array<Words, 4> parts;
+  std::size_t at = 0;
+  for (std::string word; text >> word;) {
+    if (word == "|") {
+      ++at;
+    } else if (word != ";") {
+      const auto place = word.find('~');
+      if (place != std::string::npos) word.replace(place, 1, parts[0][2], 0, parts[0][2].size() - 5);
+      parts.at(at).push_back(word);
+    } else {
+      auto& [head, components, key, columns] = parts;
+      if (head[3].starts_with("E")) head[3].replace(0, 1, textOf(enterpriseObject({})));
+      objects.push_back({.module = head[0],
+                         .facility = head[1],
+                         .name = head[2],
+                         .identifier = head[3],
+                         .flags = {head.begin() + 4, head.end()},
+                         .components = components,
+                         .key = fmt::format("{}", fmt::join(key, " "))});
+      if (!columns.empty()) {
+        objects.back().index = columns[0];
+        objects.back().firstColumn = static_cast<unsigned>(std::stoul(columns[1]));
+        objects.back().columns = {columns.begin() + 2, columns.end()};
+      }
+      parts = {};
+      at = 0;
+    }
+  }
+  return objects;
+}
+
+}  // namespace Modules
