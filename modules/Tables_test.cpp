@@ -354,6 +354,13 @@ TEST_F(Tables, aNameThatDoesNotFitAnOidHidesNoOther) {
   EXPECT_EQ(agent.get(cell(4, std::string(114, 'z'))).value, "noSuchInstance");
 }
 
+TEST_F(Tables, aMembershipOfMoreThanAHundredBytesIsGenErr) {
+  tree.ipVrfMib->vrfIfTableIs(3U)->vrfNameIs(std::string(100, 'r'));
+  expectWalks(vrf);
+  tree.ipVrfMib->vrfIfTableIs(4U)->vrfNameIs(std::string(101, 'r'));
+  EXPECT_EQ(agent.send(SNMP_MSG_GET, {ourObjects + ".18.1.2.1.1.4"}).errorStatus, SNMP_ERR_GENERR);
+}
+
 // As the MIB texts have it, also without the standard modules.
 TEST_F(Tables, netSnmpsToolsShowThemByName) {
   vrfIs("red", "65000:1");
