@@ -72,7 +72,7 @@ struct Agent : Bench::RouteCache {
       : mount(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory})),
         follower(Kel::makePtr<Quillo::TableFollower>(mount)),
         fib(Kel::makePtr<Quillo::FibMount>(follower)) {
-    mount->turnBeginsIs([this] { turnEnd->scheduleTask(); });
+    mount->setTurnHandler([this] { turnEnd->scheduleTask(); });
     mount->refresh();
     follower->step(1);
   }

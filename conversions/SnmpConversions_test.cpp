@@ -44,7 +44,7 @@ int integer(int (*convert)(Value, unsigned char*, int), std::type_identity_t<Val
 // The identifier as a manager would see it.
 Kel::String identifier(const std::vector<unsigned char>& bytes) {
   netsnmp_variable_list variable{};
-  EXPECT_TRUE(Snmp::varbindValueIs(&variable, ASN_OBJECT_ID, bytes.data(), static_cast<int>(bytes.size())));
+  EXPECT_TRUE(Snmp::setVarbindValue(&variable, ASN_OBJECT_ID, bytes.data(), static_cast<int>(bytes.size())));
   const std::span words(variable.val.objid, variable.val_len / sizeof(oid));
   const auto result = fmt::format("{}", fmt::join(words, "."));
   snmp_free_var_internals(&variable);
@@ -80,12 +80,12 @@ TEST(SnmpConversions, protocolComesFromTheProcessesMap) {
   EXPECT_EQ(proto(22), 1);
   IpSnmp::fillProtocolMap(IpSnmp::protocolMap());
   std::vector<std::string> lines;
-  Kel::TraceConfig::levelsAre("SnmpConversions/0-9");
-  const auto previous = Kel::TraceConfig::sinkIs(
+  Kel::TraceConfig::setLevels("SnmpConversions/0-9");
+  const auto previous = Kel::TraceConfig::setSink(
       [&](const Kel::TraceHandle&, unsigned, const std::string& text) { lines.push_back(text); });
   EXPECT_EQ(proto(22), 14);
   EXPECT_EQ(proto(4), 1);
-  Kel::TraceConfig::sinkIs(previous);
+  Kel::TraceConfig::setSink(previous);
   Kel::TraceConfig::reset();
   EXPECT_THAT(lines, testing::IsSupersetOf({"protoMap converted 22 to ipRouteProtocolBgp",
                                             "protoMap converted 4 to ipRouteProtocolOther"}));

@@ -14,7 +14,7 @@ Kel::TraceHandle arpTableIteratorConstTrace("ArpTableIteratorConst");
 }  // namespace
 
 IpMib::ArpTableIteratorConst::ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib) : ipMib_(std::move(ipMib)) {
-  if (ipMib_) curEntryIs(table().begin());
+  if (ipMib_) setCurEntry(table().begin());
 }
 
 IpMib::ArpTableIteratorConst::ArpTableIteratorConst(Kel::Ptr<const IpMib> ipMib, const ArpTableIndex& index)
@@ -28,7 +28,7 @@ void IpMib::ArpTableIteratorConst::fetch(const ArpTableIndex& index, bool getNex
   const IpNetToPhysicalTableIndex row(index.ifIndex(), InetAddress::fromIpAddr(index.ipAddr()));
   auto it = getNext ? table().upperBound(row) : table().lowerBound(row);
   if (!getNext && it != table().end() && it->first != row) it = table().end();
-  curEntryIs(it);
+  setCurEntry(it);
 }
 
 // Returns the first IPv4 row at or after `it`. One search skips the IPv6 rows of an interface, which follow its IPv4
@@ -50,7 +50,7 @@ IpMib::ArpTableIteratorConst::Place IpMib::ArpTableIteratorConst::ipv4From(Place
   return it;
 }
 
-void IpMib::ArpTableIteratorConst::curEntryIs(Place from) {
+void IpMib::ArpTableIteratorConst::setCurEntry(Place from) {
   const auto place = ipv4From(from);
   if (place == table().end()) {
     curEntry_ = nullptr;

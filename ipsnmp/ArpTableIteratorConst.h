@@ -29,7 +29,7 @@ class IpMib::ArpTableIteratorConst {
 
   const Table& table() const { return ipMib_->ipNetToPhysicalTable(); }
   Place ipv4From(Place it) const;
-  void curEntryIs(Place it);
+  void setCurEntry(Place it);
 
   Kel::Ptr<const IpMib> ipMib_;
   Kel::Ptr<const ArpTableEntry> curEntry_;

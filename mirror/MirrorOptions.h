@@ -14,7 +14,7 @@ namespace Mirror {
 struct MirrorOptions {
   bool isForeground = false;
   std::string store = Quillo::defaultStoreDirectory;  // absolute
-  std::string trace;                                  // as Kel::TraceConfig::levelsAre takes it
+  std::string trace;                                  // as Kel::TraceConfig::setLevels takes it
   bool recreateStore = false;
   std::string netnsDirectory = Vantu::defaultNetNsDirectory;  // absolute
   std::string settingsFile = SettingsFile::defaultFile;       // absolute

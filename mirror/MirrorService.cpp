@@ -189,14 +189,14 @@ void MirrorService::runAll(const Operation& operation) {
 }
 
 void MirrorService::applySettings() {
-  picture_.vrfs.settingsAre(settings_.settings());
+  picture_.vrfs.setSettings(settings_.settings());
 }
 
 void MirrorService::armTimer() {
   Kel::Seconds next = namespaces_.nextLook();
   for (const auto& [tag, when] : due_) next = std::min(next, when);
   if (!busy_.empty()) next = Kel::System::currentTime();
-  events_.timerIs(next - Kel::System::currentTime());
+  events_.setTimer(next - Kel::System::currentTime());
 }
 
 // Whether the picture is complete enough to sweep the store.
@@ -251,7 +251,7 @@ std::vector<EventSet::Tag> EventSet::ready() {
   return tags;
 }
 
-void EventSet::timerIs(double seconds) {
+void EventSet::setTimer(double seconds) {
   itimerspec when{};
   if (std::isfinite(seconds)) {
     // Zero would stop the timer.

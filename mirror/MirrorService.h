@@ -43,7 +43,7 @@ class EventSet {
   std::vector<Tag> ready();
 
   // Sets the timer: ready() returns its tag after `seconds`. Infinity stops the timer.
-  void timerIs(double seconds);
+  void setTimer(double seconds);
 
  private:
   int epoll_;

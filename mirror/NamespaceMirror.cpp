@@ -104,12 +104,12 @@ void NamespaceMirror::settle() {
   if (!isComplete()) return;
   const auto changes = state_.takeChanges();
   writer_.sync(state_, changes);
-  if (!changes.interfaces.empty() || vrfsVersion_ != picture_.vrfs.version()) tablesAre();
+  if (!changes.interfaces.empty() || vrfsVersion_ != picture_.vrfs.version()) updateTables();
   if (!changes.names.empty()) routes_.renamed(changes.names);
 }
 
 void NamespaceMirror::withdraw() {
-  routes_.tablesAre({});
+  routes_.updateTables({});
   writer_.withdraw();
 }
 
@@ -253,7 +253,7 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
       apply(*link);
     }
     if (const auto* address = std::get_if<AddressMessage>(&decoded)) {
-      if (isNews && address->isDeleted) routes_.addressGone(address->local);
+      if (isNews && address->isDeleted) routes_.noteAddressDeletion(address->local);
       apply(*address);
     }
     const auto applyToRoutes = [&](const auto& content) {
@@ -270,7 +270,7 @@ void NamespaceMirror::handle(const nlmsghdr& message, Handling handling) {
       if (isNews) areNeighboursMoving_ = true;
     }
     const auto* forwarding = std::get_if<ForwardingMessage>(&decoded);
-    if (forwarding && isComplete()) writer_.forwardingIs(forwarding->af, forwarding->forwarding);
+    if (forwarding && isComplete()) writer_.setForwarding(forwarding->af, forwarding->forwarding);
   } catch (const MalformedMessageException& error) {
     QTRACE(namespaceMirrorTrace, 0) << error.what() << "; message of type " << message.nlmsg_type << " ignored";
   }
@@ -343,8 +343,8 @@ void NamespaceMirror::show() {
   ++completeDumps_;
   writer_.syncAll(state_);
   state_.takeChanges();
-  tablesAre();
-  routes_.allRenamed();
+  updateTables();
+  routes_.resolveAll();
   readForwarding();
   QTRACE(namespaceMirrorTrace, 2) << "dump " << completeDumps_ << " complete, " << state_.interfaces().size()
                                   << " links";
@@ -354,7 +354,7 @@ void NamespaceMirror::readForwarding() {
   const bool wasUnread = std::exchange(isForwardingUnread_, false);
   for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) {
     try {
-      writer_.forwardingIs(af, flags_.read(af));
+      writer_.setForwarding(af, flags_.read(af));
     } catch (const UnreadableFlagException& error) {
       // It is retried every second; one line is enough.
       QTRACE(namespaceMirrorTrace, wasUnread ? 6 : 0)

@@ -72,7 +72,7 @@ class NamespaceMirror {
   enum class Extent { all, allButRoutes, routes };
   void beginDump(Extent extent = Extent::all);
   void beginRoutes(Extent extent);
-  void tablesAre();
+  void updateTables();
   void nextOfRoutes();
   void workOnRoutes();
   bool mustWait();

@@ -6,9 +6,9 @@
 
 namespace Mirror {
 
-void NamespaceMirror::tablesAre() {
+void NamespaceMirror::updateTables() {
   vrfsVersion_ = picture_.vrfs.version();
-  routes_.tablesAre(writer_.tables(state_));
+  routes_.updateTables(writer_.tables(state_));
 }
 
 std::optional<Kel::Seconds> NamespaceMirror::due() const {
@@ -21,8 +21,8 @@ bool NamespaceMirror::areRoutesDue() const {
 }
 
 void NamespaceMirror::beginRoutes(Extent extent) {
-  tablesAre();
-  if (extent == Extent::routes && !routes_.isListingNeeded()) return;
+  updateTables();
+  if (extent == Extent::routes && !routes_.confirmDump()) return;
   isListingRoutes_ = true;
   isRoutesStepOver_ = false;
   routes_.listingIs();
@@ -35,7 +35,7 @@ void NamespaceMirror::nextOfRoutes() {
     return;
   }
   isListingRoutes_ = false;
-  routes_.listingEnds();
+  routes_.endDump();
   if (!isComplete()) show();
 }
 
@@ -58,7 +58,7 @@ void NamespaceMirror::workOnRoutes() {
 
 void NamespaceMirror::handleRoutesEnd(bool mayLack) {
   isRoutesStepOver_ = true;
-  routes_.stepEnded(mayLack, pieces_);
+  routes_.endStep(mayLack, pieces_);
   workOnRoutes();
 }
 
@@ -68,7 +68,7 @@ void NamespaceMirror::handleLink(const LinkMessage& link) {
   const KernelInterface* known = state_.interface(link.ifIndex);
   const bool isKnown = known && known->link;
   if (link.isDeleted || (isKnown && ((known->link->flags ^ link.flags) & movingFlags))) {
-    routes_.linkMoved(link.ifIndex);
+    routes_.noteLinkChange(link.ifIndex);
   }
 }
 

@@ -319,9 +319,9 @@ TEST_F(NamespaceMirrorTest, veryManyNeighboursAreWrittenInSeveralCommits) {
   for (unsigned n = 0; n <= 2 * NeighbourTable::changesPerCommit; ++n) all[Vantu::IpAddr(0x0a000000 + n)] = {};
   const NeighbourTable::Place place{Vrf::VrfIdMap::VrfId(1), Vantu::IntfId("red/eth0")};
   for (const auto& neighbours : {all, KernelNeighbours()}) {
-    picture_->neighbours.neighboursAre(place, neighbours);
+    picture_->neighbours.writeNeighbours(place, neighbours);
     ASSERT_TRUE(publisher_->publish());
-    picture_->neighbours.neighboursAre(place, neighbours);
+    picture_->neighbours.writeNeighbours(place, neighbours);
     EXPECT_FALSE(picture_->neighbours.pending()) << "nothing new";
     EXPECT_EQ(neighbourLines(mountOf(store_)->snapshot()).size(), neighbours.size());
   }
@@ -363,7 +363,7 @@ TEST(NamespaceRoutesTest, workOffATurnsEventsTogether) {
     ++resolved;
     return Vantu::IntfId("eth0");
   });
-  routes.tablesAre({{{254}, std::nullopt}});
+  routes.updateTables({{{254}, std::nullopt}});
   RouteMessage route;
   route.table = 254;
   route.address = Vantu::IpGenAddr::fromString("10.0.0.0");

@@ -185,7 +185,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     if (isAnnounced || !service.isServing()) continue;
     isAnnounced = true;
     if (background) {
-      Kel::TraceConfig::outputIs(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
+      Kel::TraceConfig::setOutput(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
       background->serving();
     }
     QTRACE(mirrorMainTrace, 1) << "publishing in " << options.store;
@@ -204,7 +204,7 @@ static int mirrorMain(int argc, const char* const* argv) {
   const auto& options = std::get<MirrorOptions>(parsed);
   std::optional<Background> background;
   try {
-    Kel::TraceConfig::levelsAre(options.trace);
+    Kel::TraceConfig::setLevels(options.trace);
     if (!options.isForeground) background.emplace();
     serve(options, background);
     return 0;

@@ -37,15 +37,15 @@ class SwFwdStatsTest : public ::testing::Test {
     setenv("PROC_NET_SNMP", path("snmp").c_str(), 1);
     setenv("PROC_NET_NETSTAT", path("netstat").c_str(), 1);
     setenv("PROC_NET_SNMP6", path("snmp6").c_str(), 1);
-    Kel::TraceConfig::levelsAre("IpSwFwdStats/0-9");
-    previous_ = Kel::TraceConfig::sinkIs([this](const auto&, unsigned level, const auto& text) {
+    Kel::TraceConfig::setLevels("IpSwFwdStats/0-9");
+    previous_ = Kel::TraceConfig::setSink([this](const auto&, unsigned level, const auto& text) {
       lines_.push_back(std::to_string(level) + " " + text);
     });
     Kel::System::clockIs([this] { return now; });
   }
   void TearDown() override {
     Kel::System::clockIs({});
-    Kel::TraceConfig::sinkIs(previous_);
+    Kel::TraceConfig::setSink(previous_);
     Kel::TraceConfig::reset();
     std::filesystem::remove_all(folder);
   }

@@ -172,7 +172,7 @@ struct FibStatsSmTest : Brev::SchedulerTest {
     start();
     if (hasScheduler) sm->taskSchedulerIs(scheduler_);
   }
-  void neighboursAre(const std::vector<ArpEntry>& table) {
+  void writeNeighbours(const std::vector<ArpEntry>& table) {
     neighbours.clear();
     for (const auto& entry : table) neighbours.insert(entry.key);
     arp->tableIs(table);
@@ -183,7 +183,7 @@ struct FibStatsSmTest : Brev::SchedulerTest {
     routes->isInitialized = arp->isInitialized = false;
     makeMachine();
     routes->map = randomRoutes();
-    neighboursAre(randomNeighbours());
+    writeNeighbours(randomNeighbours());
     const unsigned order = pick(3);
     if (order == 0) routes->initializedIs();
     if (order == 1) routes->isInitialized = true;
@@ -205,13 +205,13 @@ struct FibStatsSmTest : Brev::SchedulerTest {
       counted.clear();
     } else if (what == 3) {
       routes->map = randomRoutes();
-      neighboursAre(randomNeighbours());
+      writeNeighbours(randomNeighbours());
       review();
       return routes->tableIs(routes->map);
     } else {
       routes->tableIs(randomRoutes());
       review();
-      neighboursAre(randomNeighbours());
+      writeNeighbours(randomNeighbours());
     }
     review();
   }
@@ -254,7 +254,7 @@ TYPED_TEST(FibStatsSmTest, agreesWithACountFromScratch) {
     this->pick(10) == 0 ? this->tableStep() : this->keyStep();
     ASSERT_EQ(this->rows(), this->recount()) << "after step " << n;
   }
-  this->neighboursAre({});
+  this->writeNeighbours({});
   this->routes->tableIs({});
   EXPECT_EQ(this->rows(), "none;;");
 }
@@ -332,8 +332,8 @@ TYPED_TEST(FibStatsSmTest, staticRoutesAreWhatTheConfigurationSaysAndElseWhatThe
 
 TYPED_TEST(FibStatsSmTest, traces) {
   std::vector<std::string> lines;
-  Kel::TraceConfig::levelsAre("FibStatsSm/0-9");
-  const auto previous = Kel::TraceConfig::sinkIs([&lines](const auto&, unsigned level, const std::string& text) {
+  Kel::TraceConfig::setLevels("FibStatsSm/0-9");
+  const auto previous = Kel::TraceConfig::setSink([&lines](const auto&, unsigned level, const std::string& text) {
     if (text.starts_with("FibStatsMib: ")) lines.push_back(fmt::format("{} {}", level, text.substr(13)));
   });
   Vantu::MgmtIntfId::configuredIs({Vantu::IntfId("oob0")});
@@ -371,7 +371,7 @@ TYPED_TEST(FibStatsSmTest, traces) {
   EXPECT_THAT(lines, ElementsAreArray(expected));
   EXPECT_EQ(this->rows(), this->isIp4 ? "2; 8:1 203:1; 32:2" : "1; 8:1; 128:1");
   Vantu::MgmtIntfId::configuredIs({});
-  Kel::TraceConfig::sinkIs(previous);
+  Kel::TraceConfig::setSink(previous);
 }
 
 TYPED_TEST(FibStatsSmTest, reviewsTwoPiecesAtOnceAndTheRestInTasks) {

@@ -73,8 +73,8 @@ void chooseLog(const AgentOptions& options) {
     }
   }
   using Output = Kel::TraceConfig::Output;
-  Snmp::defaultTraceOutputIs(isToStandardError ? Output::standardError : Output::syslog,
-                             NetSnmpAgent::applicationType);
+  Snmp::setDefaultTraceOutput(isToStandardError ? Output::standardError : Output::syslog,
+                              NetSnmpAgent::applicationType);
 }
 
 // net-snmp silently skips a file that it may not read.
@@ -160,7 +160,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
   if (options.isSubagent) {
     initSubagentMibs();
     masterSession_.emplace(options.masterAddress);
-    Snmp::takesPrecedenceIs(true);
+    Snmp::setTakesPrecedence(true);
   } else {
     // Limits the answer to a GETBULK. The library's own limit is 2 GB, more than a datagram takes.
     netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MSG_SEND_MAX, largestDatagram);

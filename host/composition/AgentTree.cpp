@@ -59,7 +59,7 @@ class AgentTree::DefaultVrfIdWatch : public Vrf::VrfIdMap::NameToIdMapWrapper::N
  public:
   explicit DefaultVrfIdWatch(AgentTree* owner) : owner_(owner) {}
   void handleVrfId(const L3::VrfName& vrfName) override {
-    if (vrfName.isDefault()) owner_->defaultVrfIdChanged();
+    if (vrfName.isDefault()) owner_->remountDefaultVrf();
   }
 
  private:
@@ -167,7 +167,7 @@ void AgentTree::wireFibStats() {
   ipRoot_->fib6StatsSm()->taskSchedulerIs(scheduler_);
 }
 
-void AgentTree::defaultVrfIdChanged() {
+void AgentTree::remountDefaultVrf() {
   const auto routeSm = ipRoot_->ipRouteTableSm();
   const auto tables = mountDefaultVrf();
   if (!routeSm || routeSm->routeStatus() == tables.routeStatus) return;

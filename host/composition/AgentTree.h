@@ -56,7 +56,7 @@ class AgentTree {
   void wireVrfs();
   // Mounts the tables of the default VRF's current id; null while route tables are disabled.
   IpSnmp::VrfTables mountDefaultVrf() const;
-  void defaultVrfIdChanged();
+  void remountDefaultVrf();
   bool isUnified() const;
   void restart();
 

@@ -55,7 +55,7 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
       sharedGroups_(std::move(sharedGroups)),
       vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir) {
   readyWatcher_->notifierIs(follower_.manager());
-  scheduler_->requestWaitsIs([&loop] { return loop.requestWaiting(); });
+  scheduler_->setRequestPredicate([&loop] { return loop.requestWaiting(); });
   loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
   tellOfKernelIpHeader();
   contexts_.enter("");
@@ -101,7 +101,7 @@ std::string Composition::configuredStoreDirectory() {
 
 void Composition::setNetnsDirectory(const std::string& chosen) {
   const auto& configured = chosen.empty() ? Snmp::currentConfig()->netnsDirectory() : chosen;
-  Vantu::netNsDirectoryIs(configured.empty() ? Vantu::defaultNetNsDirectory : configured);
+  Vantu::setNetNsDirectory(configured.empty() ? Vantu::defaultNetNsDirectory : configured);
 }
 
 }  // namespace Host

@@ -35,7 +35,7 @@ TEST(Precedence, oursAnswerInPlaceOfTheirs) {
   alone.enter("");
   const auto expected = agent.walk(ip);
   alone.leave("");
-  Snmp::takesPrecedenceIs(true);
+  Snmp::setTakesPrecedence(true);
 
   const Theirs prefixTable(ip + ".32"), scalar(ip + ".1"), first(entry + "1"), third(entry + "3"),
       last(entry + "5");
@@ -53,7 +53,7 @@ TEST(Precedence, oursAnswerInPlaceOfTheirs) {
     EXPECT_EQ(agent.get(entry + "2").value, "4711");
   }
   EXPECT_EQ(agent.walk(ip), theirs) << "ours give back what they took";
-  Snmp::takesPrecedenceIs(false);
+  Snmp::setTakesPrecedence(false);
 }
 
 }  // namespace

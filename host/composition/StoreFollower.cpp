@@ -37,7 +37,7 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
                                           [this](Brev::Task& task) { scrub(task); })),
       scrubTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "store scrub timer", scrubPriority,
                                                 [this](Brev::Task&) { scrubTask_->scheduleTask(); })) {
-  manager_->quilloMountIs(Kel::makePtr<KelQuillo::StoreMount>(tables_, tree().vrfNameStatus));
+  manager_->setQuilloMount(Kel::makePtr<KelQuillo::StoreMount>(tables_, tree().vrfNameStatus));
   followTurns(scheduler);
   if (mount_->doorbellFd() >= 0) loop_.addFd(mount_->doorbellFd(), [this] { followTask_->scheduleTask(); });
   pollTimer_->scheduleTaskPeriodic(pollInterval);
@@ -47,19 +47,19 @@ StoreFollower::StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler
 
 StoreFollower::~StoreFollower() {
   loop_.onTurnEnd({});
-  mount_->turnBeginsIs({});
+  mount_->setTurnHandler({});
   mount_->turnEnds();
   if (mount_->doorbellFd() >= 0) loop_.removeFd(mount_->doorbellFd());
 }
 
 void StoreFollower::followTurns(const Kel::Ptr<Brev::TaskScheduler>& scheduler) {
   if (loop_.onTurnEnd([this] { mount_->turnEnds(); })) {
-    mount_->turnBeginsIs([] {});
+    mount_->setTurnHandler([] {});
     return;
   }
   turnEndTask_ = Kel::makePtr<Brev::Task>(scheduler, "store turn end", turnEndPriority,
                                           [this](Brev::Task&) { mount_->turnEnds(); });
-  mount_->turnBeginsIs([this] { turnEndTask_->scheduleTask(); });
+  mount_->setTurnHandler([this] { turnEndTask_->scheduleTask(); });
 }
 
 void StoreFollower::follow(Brev::Task& task) {

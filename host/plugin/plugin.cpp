@@ -41,8 +41,8 @@ class Plugin {
 
   void load() {
     setAgentLogName("quorin");
-    Snmp::takesPrecedenceIs(true);
-    Snmp::defaultTraceSinkIs([](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
+    Snmp::setTakesPrecedence(true);
+    Snmp::setDefaultTraceSink([](const Kel::TraceHandle& handle, unsigned level, const std::string& text) {
       if (!Kel::TraceLimit::admits(handle, level, text)) return;
       agentLog(level == 0 ? LOG_WARNING : LOG_DEBUG, fmt::format("{}/{}: {}", handle.facility(), level, text));
     });

@@ -254,13 +254,13 @@ struct RandomRoutes {
 class TraceLines {
  public:
   explicit TraceLines(const std::string& facility) {
-    Kel::TraceConfig::levelsAre(facility + "/0-9");
-    previous_ = Kel::TraceConfig::sinkIs([this, facility](const auto& handle, unsigned level, const auto& text) {
+    Kel::TraceConfig::setLevels(facility + "/0-9");
+    previous_ = Kel::TraceConfig::setSink([this, facility](const auto& handle, unsigned level, const auto& text) {
       if (handle.facility() == facility) lines_.push_back(fmt::format("{} {}", level, text));
     });
   }
   ~TraceLines() {
-    Kel::TraceConfig::sinkIs(previous_);
+    Kel::TraceConfig::setSink(previous_);
     Kel::TraceConfig::reset();
   }
   TraceLines(const TraceLines&) = delete;

@@ -23,7 +23,7 @@ Ip6::AddressState KernelAddress::state() const {
   return flags & IFA_F_DEPRECATED ? Ip6::addressStateDeprecated : Ip6::addressStatePreferred;
 }
 
-void KernelInterface::addressesAreUnproven() {
+void KernelInterface::markAddressesTentative() {
   for (auto& [key, address] : addresses) {
     if (key.local.af() == Vantu::ipv6_ && !(address.flags & IFA_F_NODAD)) address.flags |= IFA_F_TENTATIVE;
   }
@@ -57,7 +57,7 @@ void KernelState::apply(const LinkMessage& message) {
     link.name = message.name;
     changes_.names.insert(message.ifIndex);
   }
-  if ((link.flags & IFF_UP) && !(message.flags & IFF_UP)) interface.addressesAreUnproven();
+  if ((link.flags & IFF_UP) && !(message.flags & IFF_UP)) interface.markAddressesTentative();
   link.flags = message.flags;
   if (message.isWhole) {
     link.master = message.master;

@@ -68,7 +68,7 @@ struct KernelInterface {
   bool isEmpty() const { return !link && addresses.empty() && neighbours.empty(); }
   // Call it when the link is set down. The kernel then makes the IPv6 addresses that it keeps (keep_addr_on_down)
   // tentative without a notification. It notifies of each again when the link is set up.
-  void addressesAreUnproven();
+  void markAddressesTentative();
 };
 
 class KernelState {

@@ -12,7 +12,7 @@ Arp::Table::ArpKey arpKey(const NeighbourTable::Place& place, const Vantu::IpGen
 
 }  // namespace
 
-void NeighbourTable::neighboursAre(const Place& place, const KernelNeighbours& neighbours) {
+void NeighbourTable::writeNeighbours(const Place& place, const KernelNeighbours& neighbours) {
   const auto at = places_.find(place);
   if (at != places_.end()) {
     std::vector<Vantu::IpGenAddr> gone;
@@ -49,7 +49,7 @@ void NeighbourTable::allPending() {
   }
 }
 
-void NeighbourTable::addGone(Quillo::Batch& batch) {
+void NeighbourTable::addDeletions(Quillo::Batch& batch) {
   addedGone_ = 0;
   for (const auto& [place, addr] : gone_) {
     if (addedGone_ == changesPerCommit) return;
@@ -58,7 +58,7 @@ void NeighbourTable::addGone(Quillo::Batch& batch) {
   }
 }
 
-void NeighbourTable::addCome(Quillo::Batch& batch) {
+void NeighbourTable::addAdditions(Quillo::Batch& batch) {
   addedCome_ = 0;
   for (const auto& [place, addr] : come_) {
     if (addedCome_ == changesPerCommit) return;

@@ -28,10 +28,10 @@ class NeighbourTable {
   static constexpr std::size_t changesPerCommit = 20'000;
 
   // Only real differences become pending.
-  void neighboursAre(const Place& place, const KernelNeighbours& neighbours);
+  void writeNeighbours(const Place& place, const KernelNeighbours& neighbours);
   void neighbourIs(const Place& place, const Vantu::IpGenAddr& addr, const KernelNeighbour& neighbour);
   void neighbourDel(const Place& place, const Vantu::IpGenAddr& addr);
-  void placeDel(const Place& place) { neighboursAre(place, {}); }
+  void placeDel(const Place& place) { writeNeighbours(place, {}); }
 
   std::size_t size() const { return size_; }
   bool pending() const { return !gone_.empty() || !come_.empty(); }
@@ -40,8 +40,8 @@ class NeighbourTable {
 
   // Add at most changesPerCommit changes to the batch. Call written() once the commit succeeded.
   // Requires: no change between the first add and written().
-  void addGone(Quillo::Batch& batch);
-  void addCome(Quillo::Batch& batch);
+  void addDeletions(Quillo::Batch& batch);
+  void addAdditions(Quillo::Batch& batch);
   void written();
 
   // For tests and comparison.

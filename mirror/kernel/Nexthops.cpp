@@ -22,7 +22,7 @@ void Nexthops::dumped(const NexthopMessage& message) {
   hasListingChanged_ |= notified(message);
 }
 
-bool Nexthops::listingEnds() {
+bool Nexthops::endDump() {
   return std::erase_if(nexthops_, [](const auto& entry) { return !entry.second.isListed; }) > 0 ||
          hasListingChanged_;
 }

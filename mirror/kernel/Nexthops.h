@@ -16,11 +16,11 @@ class Nexthops {
   // Returns whether anything changed.
   bool notified(const NexthopMessage& message);
 
-  // A dump: listingIs(), then dumped() for each object. listingEnds() deletes the other objects, and returns whether
+  // A dump: listingIs(), then dumped() for each object. endDump() deletes the other objects, and returns whether
   // the dump changed anything.
   void listingIs();
   void dumped(const NexthopMessage& message);
-  bool listingEnds();
+  bool endDump();
 
   struct Forwarding {
     bool isBlackhole = false;

@@ -86,10 +86,10 @@ void NamespaceWriter::syncAll(const KernelState& state) {
   if (scope_.isDefault()) {
     devices_.sync(state, ifIndexes);
   } else {
-    picture_.vrfs.recordsAre(scope_.vrf(), Vrfs::mainTable);
+    picture_.vrfs.writeRecords(scope_.vrf(), Vrfs::mainTable);
   }
   interfaces_.sync(state, ifIndexes);
-  neighboursAre(state, ifIndexes);
+  writeNeighbours(state, ifIndexes);
 }
 
 void NamespaceWriter::sync(const KernelState& state, const KernelState::Changes& changes) {
@@ -98,7 +98,7 @@ void NamespaceWriter::sync(const KernelState& state, const KernelState::Changes&
     return;
   }
   interfaces_.sync(state, changes.interfaces);
-  neighboursAre(state, changes.interfaces);
+  writeNeighbours(state, changes.interfaces);
   for (const auto& [ifIndex, addr] : changes.neighbours) {
     if (!changes.interfaces.contains(ifIndex)) neighbourIs(state, ifIndex, addr);
   }
@@ -114,15 +114,15 @@ NamespaceRoutes::Tables NamespaceWriter::tables(const KernelState& state) const 
   return tables;
 }
 
-void NamespaceWriter::forwardingIs(Vantu::Af af, bool forwarding) {
-  picture_.vrfs.forwardingIs(scope_.vrf(), af, forwarding);
+void NamespaceWriter::setForwarding(Vantu::Af af, bool forwarding) {
+  picture_.vrfs.setForwarding(scope_.vrf(), af, forwarding);
 }
 
 void NamespaceWriter::withdraw() {
   const auto all = interfaces_.written();
   const KernelState nothing;
   interfaces_.sync(nothing, all);
-  neighboursAre(nothing, all);
+  writeNeighbours(nothing, all);
   picture_.vrfs.namespaceDel(scope_.vrf());
 }
 
@@ -141,7 +141,7 @@ NeighbourTable::Place NamespaceWriter::placeOf(const KernelState& state, std::ui
 }
 
 // Removals first, since names may have been reassigned.
-void NamespaceWriter::neighboursAre(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
+void NamespaceWriter::writeNeighbours(const KernelState& state, const std::set<std::uint32_t>& ifIndexes) {
   for (const std::uint32_t ifIndex : ifIndexes) {
     const auto at = places_.find(ifIndex);
     if (at == places_.end() || at->second == placeOf(state, ifIndex)) continue;
@@ -152,7 +152,7 @@ void NamespaceWriter::neighboursAre(const KernelState& state, const std::set<std
     const Place place = placeOf(state, ifIndex);
     if (!place.intfId.isValid()) continue;
     places_[ifIndex] = place;
-    picture_.neighbours.neighboursAre(place, state.interface(ifIndex)->neighbours);
+    picture_.neighbours.writeNeighbours(place, state.interface(ifIndex)->neighbours);
   }
 }
 

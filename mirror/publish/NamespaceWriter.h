@@ -78,7 +78,7 @@ class NamespaceWriter {
   void syncAll(const KernelState& state);
   // Writes only the named changes.
   void sync(const KernelState& state, const KernelState::Changes& changes);
-  void forwardingIs(Vantu::Af af, bool forwarding);
+  void setForwarding(Vantu::Af af, bool forwarding);
   // Removes the namespace from the picture. Only the destructor may follow.
   void withdraw();
 
@@ -94,7 +94,7 @@ class NamespaceWriter {
 
   std::optional<VrfDevices::Membership> membershipOf(std::uint32_t ifIndex, const KernelLink& link) const;
   Place placeOf(const KernelState& state, std::uint32_t ifIndex) const;
-  void neighboursAre(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
+  void writeNeighbours(const KernelState& state, const std::set<std::uint32_t>& ifIndexes);
   void neighbourIs(const KernelState& state, std::uint32_t ifIndex, const Vantu::IpGenAddr& addr);
 
   Picture& picture_;

@@ -62,14 +62,14 @@ bool TreePublisher::tryPublish(What what) {
       QTRACE(treePublisherTrace, 0) << error.what() << "; trying again every second";
     }
     hasFailed_ = true;
-    picture_.routes.storeFailingIs(true);
+    picture_.routes.setStoreFailing(true);
     return false;
   }
   if (hasFailed_) {
     QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " is written again";
   }
   hasFailed_ = false;
-  picture_.routes.storeFailingIs(false);
+  picture_.routes.setStoreFailing(false);
   return hasPublishedAll_;
 }
 
@@ -125,9 +125,9 @@ void TreePublisher::commitRoutes() {
 
 void TreePublisher::commit() {
   auto batch = store_->begin();
-  picture_.neighbours.addGone(batch);
+  picture_.neighbours.addDeletions(batch);
   documents_->addTo(batch);
-  picture_.neighbours.addCome(batch);
+  picture_.neighbours.addAdditions(batch);
   picture_.routes.addTo(batch);
   const auto result = batch.commit();
   documents_->published();

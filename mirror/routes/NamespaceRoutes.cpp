@@ -36,7 +36,7 @@ NamespaceRoutes::NamespaceRoutes(PublishedRoutes& published, IntfIdOf intfIdOf)
     : published_(published), intfIdOf_(std::move(intfIdOf)) {
 }
 
-void NamespaceRoutes::tablesAre(const Tables& tables) {
+void NamespaceRoutes::updateTables(const Tables& tables) {
   // Removals first, since VRF ids may have been reassigned.
   for (auto at = tables_.begin(); at != tables_.end();) {
     const auto wanted = tables.find(at->first);
@@ -49,7 +49,7 @@ void NamespaceRoutes::tablesAre(const Tables& tables) {
       table =
           std::make_unique<VrfRoutes>(published_, [this](const RouteContent& content) { return resolve(content); });
       table->listingIs(stamp_);
-      if (listings_ > 0) wantListing();
+      if (listings_ > 0) requestDump();
     }
     table->vrfIdIs(vrfId);
   }
@@ -59,8 +59,8 @@ void NamespaceRoutes::notified(const RouteMessage& message) {
   for (auto at = firstUse(message.table); at != tables_.end() && at->first.table == message.table; ++at) {
     if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
     at->second->notified(message);
-    // During a dump, listingEnds() asks.
-    if (steps_.empty() && at->second->takeDoubt()) wantListing();
+    // During a dump, endDump() asks.
+    if (steps_.empty() && at->second->takeDoubt()) requestDump();
   }
 }
 
@@ -85,16 +85,16 @@ RouteContents::Condition NamespaceRoutes::prefersOneOf(const std::set<Vantu::IpG
 
 void NamespaceRoutes::settle() {
   const auto events = std::exchange(events_, {});
-  if (!events.goneNexthops.empty() && any(nexthops_.withGroups(events.goneNexthops))) wantListing();
+  if (!events.goneNexthops.empty() && any(nexthops_.withGroups(events.goneNexthops))) requestDump();
   // The kernel deletes next-hop objects with their link, without a notification.
   const auto& links = events.links;
-  if (!links.empty() && (!nexthops_.on(links).empty() || any(forwardsOn(links)))) wantListing();
+  if (!links.empty() && (!nexthops_.on(links).empty() || any(forwardsOn(links)))) requestDump();
   if (!events.addresses.empty()) addressesGone(events.addresses);
   if (!events.nexthops.empty()) reassess(nexthops_.withGroups(events.nexthops));
 }
 
 // Most addresses are preferred only by their connected route, whose deletion the kernel notifies shortly; then
-// isListingNeeded() cancels the dump.
+// confirmDump() cancels the dump.
 void NamespaceRoutes::addressesGone(const std::set<Vantu::IpGenAddr>& addresses) {
   if (!any(prefersOneOf(addresses))) return;
   if (!due()) isOnlyForAddresses_ = true;
@@ -102,10 +102,10 @@ void NamespaceRoutes::addressesGone(const std::set<Vantu::IpGenAddr>& addresses)
   if (!soon_) soon_ = Kel::System::currentTime() + shortly;
 }
 
-bool NamespaceRoutes::isListingNeeded() {
+bool NamespaceRoutes::confirmDump() {
   const bool isForAddresses = !goneAddresses_.empty() && any(prefersOneOf(goneAddresses_));
   const bool isNeeded = !isOnlyForAddresses_ || isForAddresses;
-  if (isForAddresses) wantListing();
+  if (isForAddresses) requestDump();
   if (!isNeeded) soon_.reset();
   goneAddresses_.clear();
   isOnlyForAddresses_ = false;
@@ -116,7 +116,7 @@ void NamespaceRoutes::renamed(const std::set<std::uint32_t>& ifIndexes) {
   reassess(forwardsOn(ifIndexes));
 }
 
-void NamespaceRoutes::allRenamed() {
+void NamespaceRoutes::resolveAll() {
   reassess([](const RouteContent&) { return true; });
 }
 
@@ -161,7 +161,7 @@ std::vector<Quillo::Fib::Via> NamespaceRoutes::resolve(const RouteContent& conte
   return vias;
 }
 
-void NamespaceRoutes::wantListing() {
+void NamespaceRoutes::requestDump() {
   const Kel::Seconds now = Kel::System::currentTime();
   if (!soon_) soon_ = now + shortly;
   later_ = now + muchLater;
@@ -201,7 +201,7 @@ void NamespaceRoutes::dumped(const RouteMessage& message) {
 
 // When the IPv6 tree changes between two datagrams, the kernel restarts at its root and skips as many routes as it has
 // sent, which may be others.
-void NamespaceRoutes::stepEnded(bool mayLack, unsigned pieces) {
+void NamespaceRoutes::endStep(bool mayLack, unsigned pieces) {
   const Step& step = steps_[next_];
   mayLack |= step.what == RtDump::ipv6Routes && areIpv6RoutesMoving_ && pieces > 1;
   areIpv6RoutesMoving_ = false;
@@ -215,7 +215,7 @@ bool NamespaceRoutes::work() {
   const Step& step = steps_[next_];
   if (step.what == RtDump::nexthops) {
     isSweeping_ = false;
-    if (nexthops_.listingEnds()) reassess([](const RouteContent& content) { return content.nexthopId != 0; });
+    if (nexthops_.endDump()) reassess([](const RouteContent& content) { return content.nexthopId != 0; });
   } else if (const auto at = tables_.find({step.table, step.device}); at != tables_.end()) {
     isSweeping_ = !at->second->sweep(step.what == RtDump::ipv4Routes ? Vantu::ipv4_ : Vantu::ipv6_, sweepPiece);
   } else {
@@ -226,11 +226,11 @@ bool NamespaceRoutes::work() {
   return true;
 }
 
-void NamespaceRoutes::listingEnds() {
+void NamespaceRoutes::endDump() {
   const Kel::Seconds now = Kel::System::currentTime();
   bool hasFound = false;
   for (const auto& [use, table] : tables_) {
-    table->listingEnds();
+    table->endDump();
     const bool found = table->takeFound();
     hasFound |= table->takeDoubt() || (found && listings_ > 0);
   }

@@ -14,7 +14,7 @@
 // all routes.
 //
 // A dump is a list of steps. For each one the caller asks the kernel for step(), passes the replies to dumped(), calls
-// stepEnded() at the end, and then work() until it returns true.
+// endStep() at the end, and then work() until it returns true.
 
 #include <map>
 #include <memory>
@@ -46,18 +46,18 @@ class NamespaceRoutes {
 
   // The kernel's tables to follow, each with the VRF to publish it under (none: not published yet). A new entry makes a
   // dump due. The routes of a shared table are kept once for each entry.
-  void tablesAre(const Tables& tables);
+  void updateTables(const Tables& tables);
 
   void notified(const RouteMessage& message);
   void notified(const NexthopMessage& message);  // takes effect with settle(), like the next two
   // The interface went up or down, changed its carrier, or was deleted.
-  void linkMoved(std::uint32_t ifIndex) { events_.links.insert(ifIndex); }
-  void addressGone(const Vantu::IpGenAddr& address) { events_.addresses.insert(address); }
+  void noteLinkChange(std::uint32_t ifIndex) { events_.links.insert(ifIndex); }
+  void noteAddressDeletion(const Vantu::IpGenAddr& address) { events_.addresses.insert(address); }
   // Applies the events since the last call. Call it before each publication.
   void settle();
   // The interfaces may have new ids.
   void renamed(const std::set<std::uint32_t>& ifIndexes);
-  void allRenamed();
+  void resolveAll();
 
   // ---- dump
   struct Step {
@@ -69,16 +69,16 @@ class NamespaceRoutes {
   std::optional<Kel::Seconds> due() const;
   // Call it when a dump is due. Returns false, and cancels the dump, if notifications have meanwhile deleted the routes
   // that it was for.
-  bool isListingNeeded();
+  bool confirmDump();
   void listingIs();
   const Step* step() const { return next_ < steps_.size() ? &steps_[next_] : nullptr; }
   void dumped(const RouteMessage& message);
   void dumped(const NexthopMessage& message) { nexthops_.dumped(message); }
   // `mayLack`: the kernel may have skipped objects. `pieces` is the number of datagrams of the dump.
-  void stepEnded(bool mayLack, unsigned pieces);
+  void endStep(bool mayLack, unsigned pieces);
   // Does the next part of the work after a step. True when it is done; step() is then the next step, or null.
   bool work();
-  void listingEnds();
+  void endDump();
   std::uint64_t listings() const { return listings_; }
 
   std::size_t routes() const;  // of all tables
@@ -101,7 +101,7 @@ class NamespaceRoutes {
   template <class Which>
   void reassess(const Which& which);
   void addressesGone(const std::set<Vantu::IpGenAddr>& addresses);
-  void wantListing();
+  void requestDump();
 
   PublishedRoutes& published_;
   IntfIdOf intfIdOf_;

@@ -43,7 +43,7 @@ class PublishedRoutes {
   std::size_t pending() const;
   // Whether dumps must pause. While the store cannot be written they continue, since waiting would not help.
   bool isFull() const { return !isStoreFailing_ && pending() > changesAhead; }
-  void storeFailingIs(bool isFailing) { isStoreFailing_ = isFailing; }
+  void setStoreFailing(bool isFailing) { isStoreFailing_ = isFailing; }
 
   // Makes everything pending, since the store is empty or its contents are unknown.
   void allPending();

@@ -69,7 +69,7 @@ template <class PrefixType>
 void RouteFamily<PrefixType>::change(const Place& place, const Group& before, Group after) {
   const auto isSame = [](const Alias& a, const Alias& b) { return a.content == b.content; };
   if (!std::equal(before.begin(), before.end(), after.begin(), after.end(), isSame)) touch(place.prefix);
-  aliases_.groupIs(place, after);
+  aliases_.setGroup(place, after);
   for (const auto slot : released_) contents_.release(slot);
   released_.clear();
 }
@@ -174,7 +174,7 @@ void RouteFamily<PrefixType>::listingIs(std::uint8_t stamp) {
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::listingEnds() {
+void RouteFamily<PrefixType>::endDump() {
   isListing_ = false;
   touched_.clear();
 }
@@ -239,7 +239,7 @@ bool RouteFamily<PrefixType>::sweep(std::size_t limit) {
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::contentsMove(const std::unordered_set<RouteContents::Slot>& slots) {
+void RouteFamily<PrefixType>::touchContents(const std::unordered_set<RouteContents::Slot>& slots) {
   aliases_.forEach(Place(), [&](const Place& place, const Alias& alias) {
     if (slots.contains(alias.content)) touch(place.prefix);
     return true;

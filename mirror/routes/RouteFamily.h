@@ -6,7 +6,7 @@
 // one, for example. The kernel has then changed the table without a notification, so the table counts as doubtful and
 // must be dumped.
 //
-// A dump marks and sweeps: listingIs(), dumped() for each route in the kernel's order, sweep(), listingEnds().
+// A dump marks and sweeps: listingIs(), dumped() for each route in the kernel's order, sweep(), endDump().
 // Notifications received during a dump override the dump, which may be older.
 
 #include <absl/container/btree_map.h>
@@ -57,7 +57,7 @@ class RouteAliases {
     }
     return found;
   }
-  void groupIs(const Place& place, const Group& group) {
+  void setGroup(const Place& place, const Group& group) {
     std::uint16_t rank = 0;
     auto at = map_.lower_bound(keyOf(place, 0));
     for (const Alias& alias : group) {
@@ -117,7 +117,7 @@ class RouteFamily {
   void listingIs(std::uint8_t stamp);  // `stamp` differs from that of the last dump
   // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(std::size_t limit);
-  void listingEnds();
+  void endDump();
 
   // Returns whether a notification contradicted the known routes, and resets that.
   bool takeDoubt() { return std::exchange(isDoubtful_, false); }
@@ -126,7 +126,7 @@ class RouteFamily {
   std::size_t size() const { return aliases_.size(); }
 
   // Call it before the contents resolve to other FECs.
-  void contentsMove(const std::unordered_set<RouteContents::Slot>& slots);
+  void touchContents(const std::unordered_set<RouteContents::Slot>& slots);
 
   // ---- publication. A table that is not published has nothing pending.
   void shownIs();  // publishes the table: makes everything pending, as for an empty store

@@ -42,9 +42,9 @@ bool VrfRoutes::sweep(Vantu::Af af, std::size_t limit) {
   return withFamily(af, [&](auto& family) { return family.sweep(limit); });
 }
 
-void VrfRoutes::listingEnds() {
-  ipv4_.listingEnds();
-  ipv6_.listingEnds();
+void VrfRoutes::endDump() {
+  ipv4_.endDump();
+  ipv6_.endDump();
 }
 
 bool VrfRoutes::takeDoubt() {
@@ -59,8 +59,8 @@ bool VrfRoutes::takeFound() {
 
 void VrfRoutes::move(const std::unordered_set<RouteContents::Slot>& outdated) {
   if (outdated.empty()) return;
-  ipv4_.contentsMove(outdated);
-  ipv6_.contentsMove(outdated);
+  ipv4_.touchContents(outdated);
+  ipv6_.touchContents(outdated);
   contents_.resolveAgain(outdated);
 }
 

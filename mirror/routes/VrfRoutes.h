@@ -25,7 +25,7 @@ class VrfRoutes {
   void dumped(const RouteMessage& message);
   void listingIs(std::uint8_t stamp);
   bool sweep(Vantu::Af af, std::size_t limit);
-  void listingEnds();
+  void endDump();
   bool takeDoubt();
   bool takeFound();
 

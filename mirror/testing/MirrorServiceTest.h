@@ -49,12 +49,12 @@ class MirrorServiceTest : public testing::Test {
       ip(line);
     }
     std::filesystem::create_directories(netnsDirectory_);
-    Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+    Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
       if (level == 0) complaints_.push_back(text);
     });
   }
   void TearDown() override {
-    Kel::TraceConfig::sinkIs({});
+    Kel::TraceConfig::setSink({});
     service_.reset();
     if (!inside_) return;
     for (const auto& entry : std::filesystem::directory_iterator(netnsDirectory_)) {

@@ -30,7 +30,7 @@ class NamespaceMirrorTest : public testing::Test {
  protected:
   NamespaceMirrorTest() {
     Kel::System::clockIs([this] { return now_; });
-    Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+    Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
       if (level == 0) complaints_.push_back(text);
     });
     std::filesystem::create_directories(procSys_ + "/net/ipv4");
@@ -43,7 +43,7 @@ class NamespaceMirrorTest : public testing::Test {
   ~NamespaceMirrorTest() override {
     close();
     Kel::System::clockIs({});
-    Kel::TraceConfig::sinkIs({});
+    Kel::TraceConfig::setSink({});
     std::filesystem::remove_all(directory_);
   }
 

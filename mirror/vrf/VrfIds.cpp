@@ -18,7 +18,7 @@ VrfIds::VrfIds(const Varnix::Tree& tree, std::uint32_t max) : tree_(tree), max_(
   const L3::VrfName defaultName;
   assign(defaultName, VrfId(0));
   present_.insert(VrfId(0));
-  existsIs(defaultName, true);
+  setExists(defaultName, true);
 }
 
 void VrfIds::load(std::string_view document) {
@@ -58,11 +58,11 @@ std::optional<Vrf::VrfIdMap::VrfId> VrfIds::idIs(const L3::VrfName& name) {
 void VrfIds::idDel(const L3::VrfName& name) {
   const auto at = ids_.find(name);
   if (at == ids_.end() || present_.erase(at->second) == 0) return;
-  existsIs(name, false);
+  setExists(name, false);
   gone_.push_back(at->second);
 }
 
-void VrfIds::existsIs(const L3::VrfName& name, bool exists) {
+void VrfIds::setExists(const L3::VrfName& name, bool exists) {
   if (exists) {
     tree_.vrfNameStatus->vrfIdIs(name, ids_.at(name));
   } else {

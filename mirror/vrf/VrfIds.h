@@ -69,7 +69,7 @@ class VrfIds {
   bool has(const L3::VrfName& name) const { return ids_.contains(name); }
 
   // Publishes or withdraws the existence of the VRF. Requires: has(name).
-  void existsIs(const L3::VrfName& name, bool exists);
+  void setExists(const L3::VrfName& name, bool exists);
 
  private:
   using VrfId = Vrf::VrfIdMap::VrfId;

@@ -80,12 +80,12 @@ class SettingsFileTest : public testing::Test {
  protected:
   SettingsFileTest() {
     std::filesystem::create_directories(directory_);
-    Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+    Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
       if (level == 0) complaints_.push_back(text);
     });
   }
   ~SettingsFileTest() override {
-    Kel::TraceConfig::sinkIs({});
+    Kel::TraceConfig::setSink({});
     std::filesystem::remove_all(directory_);
   }
   void write(const std::string& text) const { std::ofstream(file_) << text; }

@@ -52,7 +52,7 @@ void Vrfs::namespaceDel(const L3::VrfName& name) {
   ++version_;
 }
 
-std::optional<Vrf::VrfIdMap::VrfId> Vrfs::deviceIs(const L3::VrfName& name, std::uint32_t table) {
+std::optional<Vrf::VrfIdMap::VrfId> Vrfs::addDevice(const L3::VrfName& name, std::uint32_t table) {
   const auto at = kinds_.find(name);
   if (at != kinds_.end() && at->second == Kind::ns) {
     return refuse(name, "the namespace of that name is the VRF, not the VRF device; rename one of them");
@@ -62,9 +62,9 @@ std::optional<Vrf::VrfIdMap::VrfId> Vrfs::deviceIs(const L3::VrfName& name, std:
   if (!id) return refuse(name, noIdLeft);
   refused_.erase(name);
   kinds_[name] = Kind::device;
-  recordsAre(name, table);
-  forwardingIs(name, Vantu::ipv4_, tree_.routingConfig->routing());
-  forwardingIs(name, Vantu::ipv6_, tree_.routing6Config->routing());
+  writeRecords(name, table);
+  setForwarding(name, Vantu::ipv4_, tree_.routingConfig->routing());
+  setForwarding(name, Vantu::ipv6_, tree_.routing6Config->routing());
   return id;
 }
 
@@ -87,12 +87,12 @@ std::nullopt_t Vrfs::refuse(const L3::VrfName& name, const std::string& why) {
   return std::nullopt;
 }
 
-void Vrfs::recordsAre(const L3::VrfName& name, std::uint32_t table) {
+void Vrfs::writeRecords(const L3::VrfName& name, std::uint32_t table) {
   if (!tree_.allVrfStatusLocal->vrfHas(name)) {
     QTRACE(vrfsTrace, 1) << "VRF " << Varnix::escapeBytes(name.stringValue()) << " is there";
   }
   const Kel::Name text = name.stringValue();
-  ids_.existsIs(name, true);
+  ids_.setExists(name, true);
   tree_.allVrfConfig->vrfConfigIs(name);
   tree_.routingVrfConfigDir->vrfConfigIs(text);
   tree_.routing6VrfConfigDir->vrfConfigIs(text);
@@ -126,16 +126,16 @@ Kel::Ptr<Routing6::Config> Vrfs::routing6(const L3::VrfName& name) {
   return name.isDefault() ? tree_.routing6Config : tree_.routing6VrfConfigDir->vrfConfig(name.stringValue());
 }
 
-void Vrfs::forwardingIs(const L3::VrfName& name, Vantu::Af af, bool forwarding) {
+void Vrfs::setForwarding(const L3::VrfName& name, Vantu::Af af, bool forwarding) {
   if (const auto config = routing(name); config && af == Vantu::ipv4_) config->routingIs(forwarding);
   if (const auto config = routing6(name); config && af == Vantu::ipv6_) config->routingIs(forwarding);
   if (!name.isDefault()) return;
   for (const auto& [other, kind] : kinds_) {
-    if (kind == Kind::device) forwardingIs(other, af, forwarding);
+    if (kind == Kind::device) setForwarding(other, af, forwarding);
   }
 }
 
-void Vrfs::settingsAre(AllVrfSettings settings) {
+void Vrfs::setSettings(AllVrfSettings settings) {
   settings_ = std::move(settings);
   applySettings(L3::VrfName());
   for (const auto& [name, kind] : kinds_) applySettings(name);
@@ -177,7 +177,7 @@ bool VrfDevices::sync(const KernelState& state, const std::set<std::uint32_t>& i
     }
   }
   if (!hasChanged && version_ == vrfs_.version()) return false;
-  for (auto& [ifIndex, device] : devices_) device.vrfId = vrfs_.deviceIs(L3::VrfName(device.name), device.table);
+  for (auto& [ifIndex, device] : devices_) device.vrfId = vrfs_.addDevice(L3::VrfName(device.name), device.table);
   hasChanged |= !devices_.empty();
   version_ = vrfs_.version();
   return hasChanged;

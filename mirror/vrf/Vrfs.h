@@ -43,18 +43,18 @@ class Vrfs {
 
   // Makes a VRF device of the default namespace the VRF `name`. If it cannot be one, returns none, and traces a line
   // the first time.
-  std::optional<Vrf::VrfIdMap::VrfId> deviceIs(const L3::VrfName& name, std::uint32_t table);
+  std::optional<Vrf::VrfIdMap::VrfId> addDevice(const L3::VrfName& name, std::uint32_t table);
   void deviceDel(const L3::VrfName& name);
 
   // Changes whenever a device may have become servable as a VRF, or stopped being so.
   std::uint64_t version() const { return version_; }
 
-  // Writes the records of a VRF that namespaceIs() or deviceIs() added.
-  void recordsAre(const L3::VrfName& name, std::uint32_t table);
+  // Writes the records of a VRF that namespaceIs() or addDevice() added.
+  void writeRecords(const L3::VrfName& name, std::uint32_t table);
   // VRF devices follow the default VRF. No-op for a VRF without records.
-  void forwardingIs(const L3::VrfName& name, Vantu::Af af, bool forwarding);
+  void setForwarding(const L3::VrfName& name, Vantu::Af af, bool forwarding);
 
-  void settingsAre(AllVrfSettings settings);
+  void setSettings(AllVrfSettings settings);
 
  private:
   enum class Kind { ns, device };
@@ -76,7 +76,7 @@ class Vrfs {
 // The VRF devices of the default namespace (kernel type "vrf") and their member interfaces: the device itself, and
 // those that have it as their master.
 //
-// If a device is not served as a VRF (Vrfs::deviceIs), its interfaces are in no VRF. The default VRF does not get
+// If a device is not served as a VRF (Vrfs::addDevice), its interfaces are in no VRF. The default VRF does not get
 // them, since the kernel does not use its routes for them.
 class VrfDevices {
  public:

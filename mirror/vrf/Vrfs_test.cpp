@@ -68,12 +68,12 @@ TEST(VrfSettings, applyToVrfsThatAreThereAndThatCome) {
     }
   };
   picture.vrfs.namespaceIs(red);
-  picture.vrfs.recordsAre(red, 254);
-  picture.vrfs.settingsAre({{red, settings}, {blue, settings}, {VrfName(), settings}});
+  picture.vrfs.writeRecords(red, 254);
+  picture.vrfs.setSettings({{red, settings}, {blue, settings}, {VrfName(), settings}});
   picture.vrfs.namespaceIs(blue);
-  picture.vrfs.recordsAre(blue, 254);
+  picture.vrfs.writeRecords(blue, 254);
   expectSettings(true);
-  picture.vrfs.settingsAre({});
+  picture.vrfs.setSettings({});
   expectSettings(false);
 }
 

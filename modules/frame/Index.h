@@ -142,7 +142,7 @@ class Index {
       unsigned char buffer[1024];
       const int length = component.toAsn(component.fromKey(key), buffer, sizeof(buffer));
       const std::size_t taken = subIdentifiers(component.writtenType, length);
-      isWritten = taken <= room && Snmp::varbindValueIs(chain, component.writtenType, buffer, length);
+      isWritten = taken <= room && Snmp::setVarbindValue(chain, component.writtenType, buffer, length);
       room -= taken;
       chain = chain->next_variable;
     });

@@ -16,10 +16,10 @@ netsnmp_variable_list* IndexFloor::next(u_char asnType) {
   value_.type = asnType;
   switch (asnType) {
     case ASN_IPADDRESS:
-      octetsAre(addressOctets);
+      setOctets(addressOctets);
       break;
     case ASN_OCTET_STR:
-      octetsAre(taken(octets_.size()));  // the length is the first
+      setOctets(taken(octets_.size()));  // the length is the first
       break;
     default:
       numberIs(taken(std::numeric_limits<std::uint32_t>::max()));
@@ -51,7 +51,7 @@ void IndexFloor::numberIs(oid number) {
   value_.val_len = sizeof(number_);
 }
 
-void IndexFloor::octetsAre(std::size_t count) {
+void IndexFloor::setOctets(std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) octets_[i] = static_cast<u_char>(taken(mostOctet));
   value_.val.string = octets_.data();
   value_.val_len = count;

@@ -38,7 +38,7 @@ class IndexFloor {
 
   oid taken(oid most);
   void numberIs(oid number);
-  void octetsAre(std::size_t count);
+  void setOctets(std::size_t count);
 
   std::span<const oid> rest_;
   Reading reading_ = Reading::asAsked;

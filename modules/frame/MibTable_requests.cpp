@@ -78,7 +78,7 @@ bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
     QTRACE(trace(), 2) << "handle_" << name() << " - entity /<sysname>/" << requested.limitedEntity
                        << " length out of range: " << requested.attribute << " (" << length << ")";
   } else if (length > requested.limit ||
-             !Snmp::varbindValueIs(request->requestvb, requested.asnType, buffer, length)) {
+             !Snmp::setVarbindValue(request->requestvb, requested.asnType, buffer, length)) {
     QTRACE(trace(), 2) << "handle_" << name() << " - " << requested.conversion
                        << " failed for: " << requested.attribute;
   } else {

@@ -33,7 +33,7 @@ int get(const Scalar& scalar, const char* function, const Kel::Entity* entity, n
       Snmp::atCBoundary(trace, function, -1, [&] { return scalar.encode(*entity, buffer, sizeof(buffer)); });
   QTRACE(trace, 2) << function << " - " << scalar.conversion << " returned " << length << "bytes for "
                    << source.defaultPath << "->" << scalar.attribute << "()";
-  if (!Snmp::varbindValueIs(request->requestvb, scalar.asnType, buffer, length)) {
+  if (!Snmp::setVarbindValue(request->requestvb, scalar.asnType, buffer, length)) {
     QTRACE(trace, 2) << function << " - " << scalar.conversion << " failed for: " << scalar.attribute;
     return genErr(request);
   }

@@ -67,7 +67,7 @@ void PollDescriptor::readableIs(bool readable) {
   readable_ = readable;
 }
 
-void PollDescriptor::timerIs(Kel::Seconds delay) {
+void PollDescriptor::setTimer(Kel::Seconds delay) {
   // Rounded up, so that the timer does not expire early; zero would disarm it.
   const auto nanoseconds = std::max<std::int64_t>(
       1, static_cast<std::int64_t>(std::ceil(std::min(std::max(delay, 0.0), longestDelay) * 1e9)));
@@ -77,12 +77,12 @@ void PollDescriptor::timerIs(Kel::Seconds delay) {
   KEL_ASSERT(timerfd_settime(timer_, 0, &spec, nullptr) == 0);
 }
 
-void PollDescriptor::timerDel() {
+void PollDescriptor::clearTimer() {
   const itimerspec none{};
   KEL_ASSERT(timerfd_settime(timer_, 0, &none, nullptr) == 0);
 }
 
-bool PollDescriptor::timerTake() {
+bool PollDescriptor::takeExpiry() {
   std::uint64_t expirations = 0;
   return read(timer_, &expirations, sizeof expirations) == sizeof expirations;
 }

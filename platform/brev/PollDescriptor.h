@@ -21,10 +21,10 @@ class PollDescriptor {
   void readableIs(bool readable);
   // Makes the descriptor readable `delay` seconds from now, at most a day, until the timer is set again or deleted. A
   // delay of 0 or less is one nanosecond.
-  void timerIs(Kel::Seconds delay);
-  void timerDel();
+  void setTimer(Kel::Seconds delay);
+  void clearTimer();
   // Returns whether the timer has expired since it was set, and ends the readability that this caused.
-  bool timerTake();
+  bool takeExpiry();
 
  private:
   void closeAll();

@@ -19,16 +19,16 @@ Task::Task(Kel::Ptr<TaskScheduler> scheduler, Kel::Name name, int priority, Func
 }
 
 Task::~Task() {
-  scheduler_->queueDel(this);
+  scheduler_->dequeue(this);
   scheduler_->taskDel(this);
 }
 
 void Task::scheduleTask() {
-  scheduler_->queueIs(this);
+  scheduler_->enqueue(this);
 }
 
 void Task::cancelTask() {
-  scheduler_->queueDel(this);
+  scheduler_->dequeue(this);
 }
 
 void Task::quantumIs(Kel::Seconds quantum) {

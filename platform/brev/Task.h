@@ -50,7 +50,7 @@ class Task : public Kel::PtrInterface {
  private:
   friend class TaskScheduler;
   // Called when a run begins, before the function.
-  virtual void runBegins() {}
+  virtual void beginRun() {}
 
   const Kel::Ptr<TaskScheduler> scheduler_;
   const Kel::Name name_;

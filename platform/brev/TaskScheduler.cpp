@@ -19,7 +19,7 @@ bool TaskScheduler::runReady() {
   const Kel::Ptr<TaskScheduler> self(this);
   inBatch_ = true;
   ++batch_;
-  if (isTimerSet_ && descriptor_.timerTake()) isTimerSet_ = false;
+  if (isTimerSet_ && descriptor_.takeExpiry()) isTimerSet_ = false;
   queueDueTimers();
   const Kel::Seconds start = Kel::System::currentTime();
   // A queued task that has already run in this batch ends the batch; tasks behind it keep their place in the order.
@@ -35,7 +35,7 @@ bool TaskScheduler::runReady() {
 void TaskScheduler::run(Task* next) {
   // Keeps the function alive while it runs, even if it releases the last handle to the task.
   const Kel::Ptr<Task> task(next);
-  queueDel(next);
+  dequeue(next);
   task->lastBatch_ = batch_;
   running_ = next;
   runStart_ = Kel::System::currentTime();
@@ -43,7 +43,7 @@ void TaskScheduler::run(Task* next) {
   requestCheckTime_ = runStart_;
   requestSeen_ = false;
   try {
-    task->runBegins();
+    task->beginRun();
     task->function_(*task);
   } catch (const std::exception& error) {
     QTRACE(taskSchedulerTrace, 0) << "task \"" << task->name() << "\" ended with an exception: " << error.what();
@@ -68,8 +68,8 @@ void TaskScheduler::queueDueTimers() {
   const Kel::Seconds now = Kel::System::currentTime();
   while (!timers_.empty() && timers_.begin()->first.first <= now) {
     TimerTask* const task = timers_.begin()->second;
-    timerDel(task);
-    queueIs(task);
+    clearTimer(task);
+    enqueue(task);
   }
 }
 
@@ -81,7 +81,7 @@ void TaskScheduler::taskDel(Task* task) {
   std::erase(tasks_, task);
 }
 
-void TaskScheduler::queueIs(Task* task) {
+void TaskScheduler::enqueue(Task* task) {
   if (task->isQueued_) return;
   task->isQueued_ = true;
   task->queueSequence_ = ++sequence_;
@@ -89,22 +89,22 @@ void TaskScheduler::queueIs(Task* task) {
   settle();
 }
 
-void TaskScheduler::queueDel(Task* task) {
+void TaskScheduler::dequeue(Task* task) {
   if (!task->isQueued_) return;
   task->isQueued_ = false;
   queue_.erase({task->priority_, task->queueSequence_});
   settle();
 }
 
-void TaskScheduler::timerIs(TimerTask* task) {
-  timerDel(task);
+void TaskScheduler::setTimer(TimerTask* task) {
+  clearTimer(task);
   task->isWaiting_ = true;
   task->timerSequence_ = ++sequence_;
   timers_.emplace(std::pair(task->due_, task->timerSequence_), task);
   settle();
 }
 
-void TaskScheduler::timerDel(TimerTask* task) {
+void TaskScheduler::clearTimer(TimerTask* task) {
   if (!task->isWaiting_) return;
   task->isWaiting_ = false;
   timers_.erase({task->due_, task->timerSequence_});
@@ -115,13 +115,13 @@ void TaskScheduler::settle() {
   if (inBatch_) return;
   descriptor_.readableIs(!queue_.empty());
   if (timers_.empty()) {
-    if (isTimerSet_) descriptor_.timerDel();
+    if (isTimerSet_) descriptor_.clearTimer();
     isTimerSet_ = false;
     return;
   }
   const Kel::Seconds due = timers_.begin()->first.first;
   if (isTimerSet_ && timerSetFor_ == due) return;
-  descriptor_.timerIs(due - Kel::System::currentTime());
+  descriptor_.setTimer(due - Kel::System::currentTime());
   isTimerSet_ = true;
   timerSetFor_ = due;
 }

@@ -53,7 +53,7 @@ class TaskScheduler : public Kel::PtrInterface {
 
   // Sets the predicate that returns whether a request waits to be answered. Without one, tasks yield by their quantum
   // alone. Requires: it does not throw and does not call the scheduler.
-  void requestWaitsIs(std::function<bool()> waits) { requestWaits_ = std::move(waits); }
+  void setRequestPredicate(std::function<bool()> waits) { requestWaits_ = std::move(waits); }
 
   // Null outside a run.
   const Task* runningTask() const { return running_; }
@@ -67,10 +67,10 @@ class TaskScheduler : public Kel::PtrInterface {
 
   void taskIs(Task* task) { tasks_.push_back(task); }
   void taskDel(Task* task);
-  void queueIs(Task* task);
-  void queueDel(Task* task);
-  void timerIs(TimerTask* task);
-  void timerDel(TimerTask* task);
+  void enqueue(Task* task);
+  void dequeue(Task* task);
+  void setTimer(TimerTask* task);
+  void clearTimer(TimerTask* task);
 
   void run(Task* task);
   bool shouldYield(const Task& task);

@@ -112,7 +112,7 @@ TEST_F(SchedulerTest, batchEndsWithTheQuantumOrWhenARequestWaitsButRunsOneTask) 
   EXPECT_TRUE(isReadable(scheduler_->pollFd()));
   EXPECT_EQ(ranInOneBatch(), Names{"c"});
   EXPECT_FALSE(isReadable(scheduler_->pollFd()));
-  scheduler_->requestWaitsIs([&] { return waits = !waits; });
+  scheduler_->setRequestPredicate([&] { return waits = !waits; });
   for (const auto& t : {c, a}) t->scheduleTask();
   for (const auto* next : {"c", "a"}) EXPECT_EQ(ranInOneBatch(), Names{next});
 }
@@ -152,7 +152,7 @@ TEST_F(SchedulerTest, longPassResumesFromItsBookmarkUntilDone) {
 TEST_F(SchedulerTest, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered) {
   int asked = 0;
   bool waits = false;
-  scheduler_->requestWaitsIs([&] { return ++asked, waits; });
+  scheduler_->setRequestPredicate([&] { return ++asked, waits; });
   const auto pass = task([&](Task& self) {
     const auto yields = [&](bool isWaiting, double intervals) {
       waits = isWaiting;
@@ -240,7 +240,7 @@ TEST_F(SchedulerTest, whatIsDestroyedInsideARunDoesNotRun) {
 
 TEST_F(SchedulerTest, exceptionIsTracedWithTheNameAndTheRestRuns) {
   Names lines;
-  const auto previous = Kel::TraceConfig::sinkIs([&](const Kel::TraceHandle& handle, unsigned level, auto& text) {
+  const auto previous = Kel::TraceConfig::setSink([&](const Kel::TraceHandle& handle, unsigned level, auto& text) {
     lines.push_back(handle.facility() + "/" + std::to_string(level) + ": " + text);
   });
   const auto bad = Kel::makePtr<Task>(scheduler_, "route backlog", 0, [&](Task&) {
@@ -251,7 +251,7 @@ TEST_F(SchedulerTest, exceptionIsTracedWithTheNameAndTheRestRuns) {
   const auto good = noting("good");
   for (const auto& each : {bad, odd, Kel::Ptr<Task>(good)}) each->scheduleTask();
   EXPECT_EQ(ranInOneBatch(), Names{"good"});
-  Kel::TraceConfig::sinkIs(previous);
+  Kel::TraceConfig::setSink(previous);
   EXPECT_EQ(lines, (Names{"TaskScheduler/0: task \"route backlog\" ended with an exception: table is gone",
                           "TaskScheduler/0: task \"task\" ended with an exception of unknown type"}));
   EXPECT_EQ(scheduler_->runningTask(), nullptr);

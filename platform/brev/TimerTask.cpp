@@ -9,7 +9,7 @@
 namespace Brev {
 
 TimerTask::~TimerTask() {
-  scheduler()->timerDel(this);
+  scheduler()->clearTimer(this);
 }
 
 void TimerTask::scheduleTaskDelay(Kel::Seconds seconds) {
@@ -30,23 +30,23 @@ void TimerTask::scheduleTaskPeriodic(Kel::Seconds seconds) {
 
 void TimerTask::scheduleTask() {
   if (scheduled()) return;
-  scheduler()->timerDel(this);
+  scheduler()->clearTimer(this);
   due_ = Kel::System::currentTime();
   Task::scheduleTask();
 }
 
 void TimerTask::cancelTask() {
-  scheduler()->timerDel(this);
+  scheduler()->clearTimer(this);
   period_ = 0;
   Task::cancelTask();
 }
 
 void TimerTask::waitUntil(Kel::Seconds due) {
   due_ = due;
-  scheduler()->timerIs(this);
+  scheduler()->setTimer(this);
 }
 
-void TimerTask::runBegins() {
+void TimerTask::beginRun() {
   if (period_ == 0) return;
   const Kel::Seconds now = Kel::System::currentTime();
   const Kel::Seconds next = due_ + period_;

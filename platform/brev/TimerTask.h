@@ -29,7 +29,7 @@ class TimerTask : public Task {
 
  private:
   friend class TaskScheduler;
-  void runBegins() override;
+  void beginRun() override;
   void waitUntil(Kel::Seconds due);
 
   Kel::Seconds period_ = 0;  // 0: none

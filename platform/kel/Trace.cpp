@@ -39,7 +39,7 @@ struct Registry {
 
   // Writes to spdlog, without a limit.
   void log(std::string_view facility, unsigned level, const std::string& text) {
-    if (!logger) TraceConfig::outputIs(TraceConfig::Output::standardError, "");
+    if (!logger) TraceConfig::setOutput(TraceConfig::Output::standardError, "");
     logger->log(level == 0 ? spdlog::level::warn : spdlog::level::debug, "{}/{}: {}", facility, level, text);
   }
 };
@@ -128,7 +128,7 @@ TraceHandle::~TraceHandle() {
   std::erase(registry().handles, this);
 }
 
-void TraceConfig::levelsAre(std::string_view text) {
+void TraceConfig::setLevels(std::string_view text) {
   std::vector<Rule> rules;
   for (const auto piece : split(text, ';')) {
     if (!piece.empty()) rules.push_back(parseRule(piece));
@@ -147,11 +147,11 @@ void TraceConfig::reset() {
   for (auto* handle : registry().handles) handle->levels_ = 1;
 }
 
-TraceConfig::Sink TraceConfig::sinkIs(Sink sink) {
+TraceConfig::Sink TraceConfig::setSink(Sink sink) {
   return std::exchange(registry().sink, std::move(sink));
 }
 
-void TraceConfig::outputIs(Output output, const std::string& target) {
+void TraceConfig::setOutput(Output output, const std::string& target) {
   try {
     switch (output) {
       case Output::standardError:

@@ -50,18 +50,18 @@ class TraceConfig {
   // enabled levels, separated by ';'. All other levels of the facility are disabled, level 0 too; "<facility>/"
   // disables all. If several settings match a facility, the last one applies. Settings also apply to handles that are
   // made later. Throws RangeException that quotes the malformed part, and then changes nothing.
-  static void levelsAre(std::string_view text);
+  static void setLevels(std::string_view text);
   // Removes all settings: every facility has level 0 alone.
   static void reset();
 
   using Sink = std::function<void(const TraceHandle&, unsigned level, const std::string& text)>;
   // Replaces the sink and returns the previous one. An empty sink means the default (spdlog).
-  static Sink sinkIs(Sink sink);
+  static Sink setSink(Sink sink);
 
   enum class Output { standardError, file, syslog };
   // Sets where the default sink writes. `target` is the file's path, or the identity in syslog. Throws Exception when
   // the file cannot be opened.
-  static void outputIs(Output output, const std::string& target);
+  static void setOutput(Output output, const std::string& target);
 };
 
 // One line under construction. The destructor passes it to the sink.

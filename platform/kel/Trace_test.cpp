@@ -15,11 +15,11 @@ using ::testing::ElementsAre;
 struct TraceTest : ::testing::Test {
   Kel::TraceHandle handle{"TraceTest"};
   std::vector<std::string> lines;
-  Kel::TraceConfig::Sink previous = Kel::TraceConfig::sinkIs([this](auto& from, unsigned level, auto& text) {
+  Kel::TraceConfig::Sink previous = Kel::TraceConfig::setSink([this](auto& from, unsigned level, auto& text) {
     lines.push_back(from.facility() + "/" + std::to_string(level) + ": " + text);
   });
   ~TraceTest() override {
-    Kel::TraceConfig::sinkIs(previous);
+    Kel::TraceConfig::setSink(previous);
     Kel::TraceConfig::reset();
   }
 };
@@ -31,16 +31,16 @@ TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
   EXPECT_THAT(lines, ElementsAre("TraceTest/0: seen 1"));
   for (const auto* malformed :
        {"TraceTest", "/3", "TraceTest/10", "TraceTest/a", "TraceTest/1-", "TraceTest/2-1", "TraceTest/2;x"}) {
-    EXPECT_THROW(Kel::TraceConfig::levelsAre(malformed), Kel::RangeException) << malformed;
+    EXPECT_THROW(Kel::TraceConfig::setLevels(malformed), Kel::RangeException) << malformed;
     EXPECT_FALSE(handle.enabled(2)) << malformed;
   }
-  Kel::TraceConfig::levelsAre("TraceT*/0-2,8;Other/1");
+  Kel::TraceConfig::setLevels("TraceT*/0-2,8;Other/1");
   EXPECT_TRUE(handle.enabled(0) && handle.enabled(1) && handle.enabled(2) && handle.enabled(8));
   EXPECT_FALSE(handle.enabled(3) || handle.enabled(7));
   const Kel::TraceHandle later("Other");
   EXPECT_TRUE(later.enabled(1));
   EXPECT_FALSE(later.enabled(0));
-  Kel::TraceConfig::levelsAre("TraceTest/");
+  Kel::TraceConfig::setLevels("TraceTest/");
   EXPECT_FALSE(handle.enabled(0));
 }
 
@@ -85,7 +85,7 @@ TEST(LineLimit, linesThatDifferInValuesAreOneKindAndOthersPass) {
 
 TEST_F(TraceTest, limitPassesWhatTheConfigurationAsksFor) {
   const Kel::TraceHandle named("LimitTestNamed");
-  Kel::TraceConfig::levelsAre("LimitTestN*/0");
+  Kel::TraceConfig::setLevels("LimitTestN*/0");
   Kel::TraceLimit::beginPeriod();
   unsigned passed[3] = {};
   for (unsigned i = 0; i < 10; ++i) {

@@ -71,7 +71,7 @@ class Environment {
 
   // A fault was met in the mapping: the storage engine's own state in memory may be inconsistent.
   bool faulted() const { return faulted_; }
-  void faultedIs() { faulted_ = true; }
+  void setFaulted() { faulted_ = true; }
 
  private:
   void open(Access access, std::size_t mapBytes);

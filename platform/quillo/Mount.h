@@ -67,7 +67,7 @@ class Mount : public Kel::PtrInterface {
   // Sets a function that is called whenever a shared snapshot is taken. Until it is set, each call of
   // turnSnapshot() takes a snapshot of its own.
   // Requires: it ensures that turnEnds() is called before the event loop waits again, and does not throw.
-  void turnBeginsIs(std::function<void()> begins) { turnBegins_ = std::move(begins); }
+  void setTurnHandler(std::function<void()> begins) { turnBegins_ = std::move(begins); }
   void turnEnds() { turn_ = nullptr; }
 
   // Readable after a commit, and when the store was created, removed or replaced. -1 when inotify is exhausted: then

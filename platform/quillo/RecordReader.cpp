@@ -48,7 +48,7 @@ void damageDetected(Environment& env, Place place, Bytes key, const std::string&
 }
 
 void damageDetected(Environment& env, Place place, Bytes key, int status) {
-  if (status == mappingFault) env.faultedIs();
+  if (status == mappingFault) env.setFaulted();
   // Leaves the found key empty, since `key` is the searched one.
   throw Pesk::CorruptionDetectedException(env.directory(), placeName(place, key), keyName(place, key),
                                           statusText(status));

@@ -113,7 +113,7 @@ std::shared_ptr<Snapshot> TableFollower::snapshot() {
   }
 }
 
-void TableFollower::walkWasEnded() {
+void TableFollower::reportEndedWalk() {
   endedAt_ = mark_;
   endedTime_ = Kel::System::currentTime();
 }

@@ -82,7 +82,7 @@ class TableFollower : public Kel::Notifier {
 
   // Reports that a reader ended a walk because of too much damage, so it misses the rest of the table. `tables` is
   // notified when the store has changed, but at the earliest after half a minute.
-  void walkWasEnded();
+  void reportEndedWalk();
 
   // The snapshot for a lookup (Mount::turnSnapshot). Throws StoreException when the store cannot be read. Then
   // `tables` is notified as soon as it can be read, so callers need not remember what they failed to read.

@@ -56,13 +56,13 @@ TableState& Writer::stateOf(TableId table) {
   return it->second;
 }
 
-void Writer::journalIs(std::uint64_t seq, Change::Kind kind, const std::string& key) {
+void Writer::appendJournal(std::uint64_t seq, Change::Kind kind, const std::string& key) {
   std::string value(1, static_cast<char>(kind));
   value += key;
   store(Place::journal, seqKey(seq), seq, journalLayout, value, MDB_APPEND);
 }
 
-void Writer::tombstoneDel(const std::string& key) {
+void Writer::eraseTombstone(const std::string& key) {
   std::string buffer;
   std::optional<RecordView> grave = readRecord(env_, txn_, Place::graves, key, buffer);
   if (!grave) return;
@@ -83,14 +83,14 @@ bool Writer::put(TableId table, Bytes key, Bytes value) {
     erase(Place::journal, seqKey(old->seq));
     state.digest -= old->checksum;
   } else {
-    if (head_.tombstones > 0) tombstoneDel(name);
+    if (head_.tombstones > 0) eraseTombstone(name);
     ++state.count;
   }
   std::uint64_t seq = ++head_.seq;
   store(Place::records, name, seq, layout, value, 0);
   state.digest += recordChecksum(record_);
   state.version = seq;
-  journalIs(seq, Change::Kind::put, name);
+  appendJournal(seq, Change::Kind::put, name);
   return true;
 }
 
@@ -107,7 +107,7 @@ bool Writer::del(TableId table, Bytes key) {
   state.version = seq;
   store(Place::graves, name, seq, journalLayout, {}, 0);
   store(Place::graveOrder, seqKey(seq), seq, journalLayout, {}, MDB_APPEND);
-  journalIs(seq, Change::Kind::deletion, name);
+  appendJournal(seq, Change::Kind::deletion, name);
   ++head_.tombstones;
   return true;
 }

@@ -40,8 +40,8 @@ class Writer {
   void store(Place place, const std::string& key, std::uint64_t seq, std::uint16_t layout, Bytes value,
              unsigned flags);
   void erase(Place place, const std::string& key);
-  void journalIs(std::uint64_t seq, Change::Kind kind, const std::string& key);
-  void tombstoneDel(const std::string& key);
+  void appendJournal(std::uint64_t seq, Change::Kind kind, const std::string& key);
+  void eraseTombstone(const std::string& key);
   void dropTombstones();
   TableState& stateOf(TableId table);
 

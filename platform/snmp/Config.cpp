@@ -22,7 +22,7 @@ const std::vector<Kel::String>& Config::objectGroups() {
   return groups;
 }
 
-void Config::disabledObjectsIs(const Kel::String& group) {
+void Config::disableObjects(const Kel::String& group) {
   const auto& known = objectGroups();
   if (std::find(known.begin(), known.end(), group) == known.end()) {
     throw Kel::RangeException(
@@ -31,7 +31,7 @@ void Config::disabledObjectsIs(const Kel::String& group) {
   disabledObjects_.insert(group);
 }
 
-void Config::storeDirectoryIs(const Kel::String& directory) {
+void Config::setStoreDirectory(const Kel::String& directory) {
   storeDirectory_ = absolute(directory);
 }
 
@@ -39,12 +39,12 @@ void Config::netnsDirectoryIs(const Kel::String& directory) {
   netnsDirectory_ = absolute(directory);
 }
 
-void Config::kernelIpHeaderIs(const Kel::String& word) {
+void Config::setKernelIpHeader(const Kel::String& word) {
   if (word != "any" && word != "strict") throw Kel::RangeException("'" + word + "' is neither any nor strict");
   takesAnyKernelIpHeader_ = word == "any";
 }
 
-void Config::managementInterfaceIs(const Kel::String& name) {
+void Config::addManagementInterface(const Kel::String& name) {
   managementInterfaces_.insert(Vantu::IntfId(name));
 }
 

@@ -39,12 +39,12 @@ class Config : public Kel::PtrInterface {
 
   const std::set<Kel::String>& disabledObjects() const { return disabledObjects_; }
   // Throws Kel::RangeException that names the known groups when there is no such group.
-  void disabledObjectsIs(const Kel::String& group);
+  void disableObjects(const Kel::String& group);
 
   // The configured directory of the store, an absolute path; empty when none is configured.
   const Kel::String& storeDirectory() const { return storeDirectory_; }
   // Throws Kel::RangeException for a path that is not absolute.
-  void storeDirectoryIs(const Kel::String& directory);
+  void setStoreDirectory(const Kel::String& directory);
 
   // The configured directory of network namespaces (Vantu::setNsByName), an absolute path; empty when none is
   // configured.
@@ -56,12 +56,12 @@ class Config : public Kel::PtrInterface {
   // (Ip::SwFwdStats).
   bool takesAnyKernelIpHeader() const { return takesAnyKernelIpHeader_; }
   // "any" or "strict". Throws Kel::RangeException for another word.
-  void kernelIpHeaderIs(const Kel::String& word);
+  void setKernelIpHeader(const Kel::String& word);
 
   // The configured management interfaces (Vantu::MgmtIntfId).
   const std::set<Vantu::IntfId>& managementInterfaces() const { return managementInterfaces_; }
   // Throws Kel::RangeException for a text that is no interface id.
-  void managementInterfaceIs(const Kel::String& name);
+  void addManagementInterface(const Kel::String& name);
 
   // Seconds between two counts of a VRF's routes (ipCidrRouteNumber), 1 to 86400.
   unsigned routeCountInterval() const { return routeCountInterval_; }
@@ -85,10 +85,10 @@ void unregisterConfigTokens();
 
 // Sets where trace lines go without a quorinTraceOutput; initially standard error. Takes effect with the next reading
 // of the configuration. `target` is the identity in syslog or the path of the file.
-void defaultTraceOutputIs(Kel::TraceConfig::Output output, const Kel::String& target);
+void setDefaultTraceOutput(Kel::TraceConfig::Output output, const Kel::String& target);
 
 // The same for an agent that logs through a function.
-void defaultTraceSinkIs(Kel::TraceConfig::Sink sink);
+void setDefaultTraceSink(Kel::TraceConfig::Sink sink);
 
 // The latest configuration; never null. Before the first reading it has the defaults.
 Config::PtrConst currentConfig();

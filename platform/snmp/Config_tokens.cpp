@@ -53,22 +53,22 @@ void parseWords(const char* token, char* line) {
 }
 
 void trace(const char* token, char* line) {
-  parse(token, [&] { Kel::TraceConfig::levelsAre(line); });
+  parse(token, [&] { Kel::TraceConfig::setLevels(line); });
 }
 
 void traceOutput(const char* token, char* line) {
   parse(token, [&] {
     const Kel::String target = line;
     if (target == "stderr") {
-      Kel::TraceConfig::outputIs(Output::standardError, "");
+      Kel::TraceConfig::setOutput(Output::standardError, "");
     } else if (target == "syslog") {
-      Kel::TraceConfig::outputIs(Output::syslog, syslogIdentity);
+      Kel::TraceConfig::setOutput(Output::syslog, syslogIdentity);
     } else if (target.starts_with('/')) {
-      Kel::TraceConfig::outputIs(Output::file, target);
+      Kel::TraceConfig::setOutput(Output::file, target);
     } else {
       throw Kel::RangeException("'" + target + "' is neither stderr nor syslog nor an absolute path");
     }
-    Kel::TraceConfig::sinkIs({});
+    Kel::TraceConfig::setSink({});
   });
 }
 
@@ -76,8 +76,8 @@ void reset() {
   parse("trace output", [] {
     state().config = Kel::makePtr<Config>();
     Kel::TraceConfig::reset();
-    Kel::TraceConfig::outputIs(state().defaultOutput, state().defaultTarget);
-    if (state().defaultSink) Kel::TraceConfig::sinkIs(state().defaultSink);
+    Kel::TraceConfig::setOutput(state().defaultOutput, state().defaultTarget);
+    if (state().defaultSink) Kel::TraceConfig::setSink(state().defaultSink);
   });
 }
 
@@ -88,11 +88,11 @@ struct Token {
 };
 
 constexpr Token tokens[] = {
-    {"quorinDisableObjects", parseWords<&Config::disabledObjectsIs>, "GROUP...   (groups: route-tables)"},
-    {"quorinStore", parseValue<&Config::storeDirectoryIs>, "DIR"},
+    {"quorinDisableObjects", parseWords<&Config::disableObjects>, "GROUP...   (groups: route-tables)"},
+    {"quorinStore", parseValue<&Config::setStoreDirectory>, "DIR"},
     {"quorinNetnsDir", parseValue<&Config::netnsDirectoryIs>, "DIR"},
-    {"quorinKernelIpHeader", parseValue<&Config::kernelIpHeaderIs>, "strict | any"},
-    {"quorinManagementInterfaces", parseWords<&Config::managementInterfaceIs>, "INTERFACE..."},
+    {"quorinKernelIpHeader", parseValue<&Config::setKernelIpHeader>, "strict | any"},
+    {"quorinManagementInterfaces", parseWords<&Config::addManagementInterface>, "INTERFACE..."},
     {"quorinRouteCountInterval", parseValue<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
     {"quorinTrace", trace, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)"},
     {"quorinTraceOutput", traceOutput, "stderr | syslog | FILE"},
@@ -113,12 +113,12 @@ void unregisterConfigTokens() {
   for (const auto& token : tokens) unregister_app_config_handler(token.name);
 }
 
-void defaultTraceOutputIs(Output output, const Kel::String& target) {
+void setDefaultTraceOutput(Output output, const Kel::String& target) {
   state().defaultOutput = output;
   state().defaultTarget = target;
 }
 
-void defaultTraceSinkIs(Kel::TraceConfig::Sink sink) {
+void setDefaultTraceSink(Kel::TraceConfig::Sink sink) {
   state().defaultSink = std::move(sink);
 }
 

@@ -2,7 +2,7 @@
 // The elementary conversions between values and the bytes of SNMP values.
 //
 // To an ASN value: (value, buffer, size of the buffer in bytes) -> number of bytes written, or -1, with nothing
-// written, when they do not fit. The bytes are what `Snmp::varbindValueIs` takes (snmp/Varbind.h): INTEGER and
+// written, when they do not fit. The bytes are what `Snmp::setVarbindValue` takes (snmp/Varbind.h): INTEGER and
 // the unsigned types as the host's 32-bit integer, Counter64 as net-snmp's `struct counter64`, OBJECT IDENTIFIER as
 // 32-bit words, one a sub-identifier.
 //

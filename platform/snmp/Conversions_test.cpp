@@ -81,7 +81,7 @@ Varbind varbind(unsigned int type, const Value& value, Conversion conversion) {
   EXPECT_EQ(buffer, untouched);
   EXPECT_EQ(conversion(value, buffer.data(), length), length);
   Varbind variable = raw(ASN_NULL, nullptr, 0);
-  EXPECT_TRUE(Snmp::varbindValueIs(variable.get(), static_cast<unsigned char>(type), buffer.data(), length));
+  EXPECT_TRUE(Snmp::setVarbindValue(variable.get(), static_cast<unsigned char>(type), buffer.data(), length));
   return variable;
 }
 
@@ -125,9 +125,9 @@ TEST(Conversions, valuesSurviveTheWayThroughNetSnmp) {
 TEST(Conversions, whatDoesNotFitIsRefused) {
   const std::array<unsigned char, 5> crooked{};
   const Varbind variable = raw(ASN_INTEGER, nullptr, 0);
-  EXPECT_FALSE(Snmp::varbindValueIs(variable.get(), ASN_OBJECT_ID, crooked.data(), 5));
-  EXPECT_FALSE(Snmp::varbindValueIs(variable.get(), ASN_INTEGER, crooked.data(), 5));
-  EXPECT_FALSE(Snmp::varbindValueIs(variable.get(), ASN_OCTET_STR, crooked.data(), -1));
+  EXPECT_FALSE(Snmp::setVarbindValue(variable.get(), ASN_OBJECT_ID, crooked.data(), 5));
+  EXPECT_FALSE(Snmp::setVarbindValue(variable.get(), ASN_INTEGER, crooked.data(), 5));
+  EXPECT_FALSE(Snmp::setVarbindValue(variable.get(), ASN_OCTET_STR, crooked.data(), -1));
   for (const long number : {0x80000000L, -0x80000001L}) {
     EXPECT_THROW(AsnIntegerToS32(raw(ASN_INTEGER, &number, sizeof(number)).get()), Kel::RangeException);
   }

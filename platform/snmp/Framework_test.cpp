@@ -72,12 +72,12 @@ TEST_F(FrameworkTest, modulesEnterByNameAndLeaveInReverseWhatTheyEntered) {
 TEST(CBoundary, exceptionsStayOnTheirSide) {
   static Kel::TraceHandle traceHandle("CBoundaryTest");
   std::vector<Kel::String> lines;
-  const auto previous = Kel::TraceConfig::sinkIs(
+  const auto previous = Kel::TraceConfig::setSink(
       [&](const Kel::TraceHandle&, unsigned, const std::string& text) { lines.push_back(text); });
   EXPECT_EQ(Snmp::atCBoundary(traceHandle, "calm", 5, [] { return 0; }), 0);
   EXPECT_EQ(Snmp::atCBoundary(traceHandle, "raising", 5, []() -> int { throw Kel::RangeException("too far"); }), 5);
   Snmp::atCBoundary(traceHandle, "odd", [] { throw 7; });
-  Kel::TraceConfig::sinkIs(previous);
+  Kel::TraceConfig::setSink(previous);
   EXPECT_THAT(lines, ElementsAre("raising: too far", "odd: unknown exception"));
 }
 

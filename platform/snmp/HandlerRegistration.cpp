@@ -42,7 +42,7 @@ bool takesPrecedence() {
   return isTakingPrecedence;
 }
 
-void takesPrecedenceIs(bool takes) {
+void setTakesPrecedence(bool takes) {
   isTakingPrecedence = takes;
 }
 

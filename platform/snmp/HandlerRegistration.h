@@ -59,7 +59,7 @@ class AutoRegistree {
 // net-snmp uses the registration with the longest identifier, and among those the one with the lowest priority
 // number. It refuses a second registration with the same number.
 bool takesPrecedence();
-void takesPrecedenceIs(bool takes);
+void setTakesPrecedence(bool takes);
 
 // The priority of our registrations: net-snmp's default of 127, or with precedence a lower number.
 int registrationPriority();

@@ -5,8 +5,8 @@
 
 namespace Snmp {
 
-bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType, const unsigned char* bytes,
-                    int length) {
+bool setVarbindValue(netsnmp_variable_list* variable, unsigned char asnType, const unsigned char* bytes,
+                     int length) {
   if (length < 0) return false;
   const auto byteCount = static_cast<std::size_t>(length);
   if (asnType != ASN_OBJECT_ID) return snmp_set_var_typed_value(variable, asnType, bytes, byteCount) == 0;

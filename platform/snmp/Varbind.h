@@ -15,7 +15,7 @@ namespace Snmp {
 // Sets the variable's value to a copy of the bytes that a conversion wrote (snmp/Conversions.h): 32-bit words for an
 // OBJECT IDENTIFIER, and for every other type what snmp_set_var_typed_value accepts. False when net-snmp refuses the
 // value (out of memory, or a length that is wrong for the type); the variable must not be sent then.
-[[nodiscard]] bool varbindValueIs(netsnmp_variable_list* variable, unsigned char asnType,
-                                  const unsigned char* bytes, int length);
+[[nodiscard]] bool setVarbindValue(netsnmp_variable_list* variable, unsigned char asnType,
+                                   const unsigned char* bytes, int length);
 
 }  // namespace Snmp

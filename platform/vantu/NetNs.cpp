@@ -95,7 +95,7 @@ std::optional<std::string> vrfOfNsName(std::string_view nsName) {
   return std::string(nsName.substr(vrfPrefix.size()));
 }
 
-void netNsDirectoryIs(std::string newDirectory) {
+void setNetNsDirectory(std::string newDirectory) {
   directory() = std::move(newDirectory);
 }
 

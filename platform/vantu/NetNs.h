@@ -29,7 +29,7 @@ std::optional<std::string> vrfOfNsName(std::string_view nsName);
 // Sets the process-wide directory in which setNsByName() and NetNsGuard look names up. Requires: only the thread that
 // enters namespaces sets it.
 inline constexpr const char* defaultNetNsDirectory = "/run/netns";
-void netNsDirectoryIs(std::string directory);
+void setNetNsDirectory(std::string directory);
 
 // Enters the namespace `nsName`. Throws Kel::Exception that names the namespace, its file and the reason; then the
 // thread stays in its namespace.

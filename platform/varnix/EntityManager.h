@@ -55,7 +55,7 @@ class EntityManager : public Kel::Entity {
 
   // The mount of the VRFs' shared tables; null without tables.
   const Kel::Ptr<const KelQuillo::Mount>& quilloMount() const { return quilloMount_; }
-  void quilloMountIs(Kel::Ptr<const KelQuillo::Mount> quilloMount) { quilloMount_ = std::move(quilloMount); }
+  void setQuilloMount(Kel::Ptr<const KelQuillo::Mount> quilloMount) { quilloMount_ = std::move(quilloMount); }
 
   // The journal position of the tree, valid after step() has returned false. Other followers of the same mount use it
   // so that they do not get ahead of the tree.

@@ -55,14 +55,15 @@ void PerVrfFecSm::handleInitialized() {
   QTRACE(perVrfFecSmTrace, 2) << "void IpSnmp::PerVrfFecSm::handleInitialized()";
   fecRouteListIs();
   auto& routeSm = *ipRouteTableSm();
-  fecRouteList()->soughtIs([mib = routeSm.ipForwardMib()](const auto& route) { return mib->validRoute(route); });
+  fecRouteList()->setSoughtPredicate(
+      [mib = routeSm.ipForwardMib()](const auto& route) { return mib->validRoute(route); });
   if (routeSm.fecsAndPrefixes()) routeSm.fecsAndPrefixes()->fecRouteListIs(fecRouteList());
   followRoutes();
 }
 
 void PerVrfFecSm::followRoutes() {
   const auto sm = fecRouteListSmIs(routeStatus(), vrfForwardingStatus(), fecRouteList());
-  sm->scanBeginsIs([task = task_.get()] { task->scheduleTask(); });
+  sm->setScanHandler([task = task_.get()] { task->scheduleTask(); });
   if (sm->isScanning()) task_->scheduleTask();
 }
 

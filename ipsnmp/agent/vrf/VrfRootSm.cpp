@@ -270,7 +270,7 @@ void VrfRootSm::handleVrfCreation(const Kel::Name& givenName) {
       // One line at level 0, however many VRFs wait for the same table.
       QTRACE(vrfRootSmTrace, failedVrfs_.empty() ? 0 : 2)
           << "vrf " << vrfName << " is not complete: " << error.what();
-      unmakeVrf(vrfName);  // no later event would complete it
+      destroyVrf(vrfName);  // no later event would complete it
       failedVrfs_.insert(vrfName);
     }
     return;
@@ -334,10 +334,10 @@ void VrfRootSm::removeVrf(const L3::VrfName& vrfName) {
   servedVrfDel(vrfName);
   delFromVrfTable(name);
   delVrfIfRows(name);
-  unmakeVrf(vrfName);
+  destroyVrf(vrfName);
 }
 
-void VrfRootSm::unmakeVrf(const L3::VrfName& vrfName) {
+void VrfRootSm::destroyVrf(const L3::VrfName& vrfName) {
   const Kel::Name name = vrfName.stringValue();
   servedVrfDel(vrfName);
   if (!vrfRootHas(name)) return;
@@ -350,7 +350,7 @@ void VrfRootSm::unmakeVrf(const L3::VrfName& vrfName) {
 
 void VrfRootSm::removeUnlessComplete(const L3::VrfName& vrfName) {
   const bool isKnown = allVrfStatusLocal()->vrfHas(vrfName);
-  if (!isKnown && vrfRootHas(vrfName.stringValue()) && !hasConditions(vrfName)) unmakeVrf(vrfName);
+  if (!isKnown && vrfRootHas(vrfName.stringValue()) && !hasConditions(vrfName)) destroyVrf(vrfName);
 }
 
 void VrfRootSm::onVrfConfig(const Kel::Name& vrfName) {

@@ -180,7 +180,7 @@ class VrfRootSm : public Kel::Entity {
   class IdClaims {
    public:
     // An unknown id means that the VRF has none. Returns the ids whose owner may have changed.
-    std::vector<VrfId> claimIs(const L3::VrfName& vrfName, VrfId id);
+    std::vector<VrfId> setClaim(const L3::VrfName& vrfName, VrfId id);
     std::optional<L3::VrfName> holder(VrfId id) const;
 
    private:
@@ -211,7 +211,7 @@ class VrfRootSm : public Kel::Entity {
   // Removes the VRF and its rows in the VRF tables.
   void removeVrf(const L3::VrfName& vrfName);
   // Removes the VRF's caches and machines.
-  void unmakeVrf(const L3::VrfName& vrfName);
+  void destroyVrf(const L3::VrfName& vrfName);
   void removeUnlessComplete(const L3::VrfName& vrfName);
   // No tables without an entity manager. In unified mode no forwarding table is mounted.
   VrfTables mountTables(const L3::VrfName& vrfName) const;

@@ -16,7 +16,7 @@ constexpr Vrf::VrfIdMap::VrfId usualDefaultVrfId{0};
 
 // ---- ids ----
 
-std::vector<VrfRootSm::VrfId> VrfRootSm::IdClaims::claimIs(const L3::VrfName& vrfName, VrfId id) {
+std::vector<VrfRootSm::VrfId> VrfRootSm::IdClaims::setClaim(const L3::VrfName& vrfName, VrfId id) {
   auto& present = idByName_[vrfName];
   const auto before = std::exchange(present, id);
   if (before == id) return {};
@@ -86,7 +86,7 @@ void VrfRootSm::handleNameToIdMap(const L3::VrfName& givenName) {
     if (isAnother) remountTables(*root, mountTables(vrfName));
   }
   std::set<L3::VrfName> changed;
-  for (const auto id : idClaims_.claimIs(vrfName, published)) {
+  for (const auto id : idClaims_.setClaim(vrfName, published)) {
     const auto holder = idClaims_.holder(id);
     if (const auto* found = arpQuilloVrfIdReverseMapper(id)) {
       const L3::VrfName before = *found;

@@ -24,12 +24,12 @@ struct VrfRoutesTest : testing::Test, VrfWorld {
   VrfRoutesTest() {
     manager = Kel::makePtr<Varnix::EntityManager>(
         Kel::makePtr<Kel::Dir>(""), Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{"/nonexistent/store"}));
-    manager->quilloMountIs(mount);
+    manager->setQuilloMount(mount);
     ifMib->ifIndexByIntfIdIs(intfOf("eth0"), 3);
-    tablesAre(red);
+    updateTables(red);
   }
   // The tables of VRF red: one IPv4 route, through one FEC.
-  void tablesAre(RouteTables& tables) {
+  void updateTables(RouteTables& tables) {
     tables.routeIs("10.0.0.0/8", 1);
     tables.fecIs(1, {{"192.0.2.1", "eth0"}});
     mount->tables["routing/vrf/status/red"] = tables.routes;
@@ -145,7 +145,7 @@ TEST_F(VrfRoutesTest, tablesOfAnotherTypeOrDisabledOnesAreAbsent) {
 TEST_F(VrfRoutesTest, anotherIdIsAnotherTable) {
   redIs();
   RouteTables other;
-  tablesAre(other);
+  updateTables(other);
   other.routeIs("10.1.0.0/16", 1);
   const auto before = red.routes->use_count();
   idIs("red", 2);

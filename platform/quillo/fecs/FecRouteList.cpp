@@ -42,10 +42,10 @@ void FecRouteList::fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool
     const auto old = static_cast<Slot>(*at & slotMask);
     if (fecs_[old].id == fecId && fecs_[old].isSought == isSought) return;
     byPrefix_.erase(at);
-    prefixDel(prefix, old);
+    erasePrefix(prefix, old);
   }
   if (fecId == FecId()) return;
-  const Slot slot = slotIs(fecId, isSought);
+  const Slot slot = slotFor(fecId, isSought);
   auto& fec = fecs_[slot];
   byPrefix_.insert(prefixEntry(prefix, slot));
   byFec_.insert(groupEntry(slot, numberOf(prefix)));
@@ -56,11 +56,11 @@ void FecRouteList::fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool
   largeFecs_.insert(slot);
 }
 
-void FecRouteList::prefixDel(const Vantu::Prefix& prefix, Slot slot) {
+void FecRouteList::erasePrefix(const Vantu::Prefix& prefix, Slot slot) {
   auto& fec = fecs_[slot];
   byFec_.erase(groupEntry(slot, numberOf(prefix)));
   if (!fec.isLarge && fec.intfSet != 0) byIntfSet_.erase(groupEntry(fec.intfSet, numberOf(prefix)));
-  if (--fec.prefixCount == 0) return slotReleased(slot);
+  if (--fec.prefixCount == 0) return releaseSlot(slot);
   if (!fec.isLarge || fec.prefixCount >= largeFec / 2) return;
   fec.isLarge = false;
   largeFecs_.erase(slot);
@@ -102,7 +102,7 @@ void FecRouteList::forEachPrefix(const Vantu::Prefix* after, const Visit& visit)
   }
 }
 
-FecRouteList::Slot FecRouteList::slotIs(const FecId& fecId, bool isSought) {
+FecRouteList::Slot FecRouteList::slotFor(const FecId& fecId, bool isSought) {
   auto& slots = isSought ? slotOf_ : unsoughtSlotOf_;
   if (const auto found = slots.find(fecId); found != slots.end()) return found->second;
   Slot slot = 0;
@@ -122,9 +122,9 @@ FecRouteList::Slot FecRouteList::slotIs(const FecId& fecId, bool isSought) {
   return slot;
 }
 
-void FecRouteList::slotReleased(Slot slot) {
+void FecRouteList::releaseSlot(Slot slot) {
   auto& fec = fecs_[slot];
-  intfSetIs(slot, 0);
+  setIntfSet(slot, 0);
   if (fec.isLarge) largeFecs_.erase(slot);
   (fec.isSought ? slotOf_ : unsoughtSlotOf_).erase(fec.id);
   fec = {};
@@ -136,7 +136,7 @@ bool FecRouteList::needsIntfs(const FecId& fecId) const {
   return found != slotOf_.end() && fecs_[found->second].intfsVersion != intfsVersion_;
 }
 
-void FecRouteList::fecIntfsIs(const FecId& fecId, const Intfs& intfs) {
+void FecRouteList::setFecInterfaces(const FecId& fecId, const Intfs& intfs) {
   const auto found = slotOf_.find(fecId);
   if (found == slotOf_.end()) return;
   auto& fec = fecs_[found->second];
@@ -144,7 +144,7 @@ void FecRouteList::fecIntfsIs(const FecId& fecId, const Intfs& intfs) {
   const auto* const known = intfSets_[fec.intfSet].intfs;
   if (known != nullptr ? *known == intfs : intfs.empty()) return;
   if (!fec.isLarge) renumber(found->second, false);
-  intfSetIs(found->second, intfSetOf(intfs));
+  setIntfSet(found->second, intfSetOf(intfs));
   if (!fec.isLarge) renumber(found->second, true);
 }
 
@@ -157,7 +157,7 @@ void FecRouteList::renumber(Slot slot, bool isEntered) {
   }
 }
 
-void FecRouteList::intfSetIs(Slot slot, IntfSet intfSet) {
+void FecRouteList::setIntfSet(Slot slot, IntfSet intfSet) {
   const IntfSet old = std::exchange(fecs_[slot].intfSet, intfSet);
   if (intfSet != 0) ++intfSets_[intfSet].useCount;
   if (old == 0 || --intfSets_[old].useCount > 0) return;
@@ -180,7 +180,7 @@ FecRouteList::IntfSet FecRouteList::intfSetOf(const Intfs& intfs) {
   return at->second;
 }
 
-void FecRouteList::completeToIs(const Vantu::Prefix* last) {
+void FecRouteList::setCompleteTo(const Vantu::Prefix* last) {
   completeTo_ = last != nullptr ? numberOf(*last) + 1 : 0;
 }
 

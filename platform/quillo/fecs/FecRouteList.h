@@ -39,10 +39,10 @@ class FecRouteList : public Kel::PtrInterface {
   // Sets the FEC through which the prefix resolves; FecId() removes the prefix from the list. nextThrough() skips
   // prefixes that are not sought. Throws Kel::RangeException when there are too many FECs.
   void fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool isSought = true);
-  // The same for a route's FEC. The predicate that soughtIs() sets decides whether the prefix is sought; without one,
+  // The same for a route's FEC. The predicate that setSoughtPredicate() sets decides whether the prefix is sought; without one,
   // every prefix is.
   void routeIs(const Vantu::Prefix& prefix, const Route& route);
-  void soughtIs(std::function<bool(const Route&)> isSought) { isSought_ = std::move(isSought); }
+  void setSoughtPredicate(std::function<bool(const Route&)> isSought) { isSought_ = std::move(isSought); }
 
   using Visit = std::function<bool(const Vantu::Prefix&)>;
   // Visits the prefixes of a FEC, in order, from upper_bound(*after) on (null: from the first) until `visit` returns
@@ -57,15 +57,15 @@ class FecRouteList : public Kel::PtrInterface {
   // `largeFec` entries.
   // Requires: `intfs` is sorted and without duplicates.
   using Intfs = std::vector<Vantu::IntfId>;
-  void fecIntfsIs(const FecId& fecId, const Intfs& intfs);
+  void setFecInterfaces(const FecId& fecId, const Intfs& intfs);
   bool hasSought(const FecId& fecId) const { return slotOf_.contains(fecId); }
   // Whether the FEC has sought prefixes and its interfaces are unset or expired.
   bool needsIntfs(const FecId& fecId) const;
   // Marks the interfaces of all FECs as expired: they may have changed.
-  void fecIntfsExpire() { ++intfsVersion_; }
+  void expireFecInterfaces() { ++intfsVersion_; }
 
   // Sets the prefix up to which the list agrees with the tables (null, the initial value: nowhere).
-  void completeToIs(const Vantu::Prefix* last);
+  void setCompleteTo(const Vantu::Prefix* last);
   // Finds the first sought prefix from lower_bound(from) on whose FEC has a good interface. Where the list is
   // incomplete, `result` is that prefix or a lesser one. False when there is none.
   bool nextThrough(const Vantu::Prefix& from, const std::function<bool(const Vantu::IntfId&)>& isGood,
@@ -92,14 +92,14 @@ class FecRouteList : public Kel::PtrInterface {
   using SlotOf = boost::unordered_flat_map<FecId, Slot>;
   using Numbers = absl::btree_set<std::uint64_t>;
 
-  Slot slotIs(const FecId& fecId, bool isSought);
-  void slotReleased(Slot slot);
-  void prefixDel(const Vantu::Prefix& prefix, Slot slot);
+  Slot slotFor(const FecId& fecId, bool isSought);
+  void releaseSlot(Slot slot);
+  void erasePrefix(const Vantu::Prefix& prefix, Slot slot);
   Numbers::const_iterator firstOf(const SlotOf& slots, const FecId& fecId, const Vantu::Prefix* after,
                                   Numbers::const_iterator& end) const;
   // Inserts the FEC's prefixes into byIntfSet_, or erases them.
   void renumber(Slot slot, bool isEntered);
-  void intfSetIs(Slot slot, IntfSet intfSet);
+  void setIntfSet(Slot slot, IntfSet intfSet);
   IntfSet intfSetOf(const Intfs& intfs);
 
   // Each entry packs address (32 bits), length (6) and slot or set (26) into one number, in the order of the tree.

@@ -78,7 +78,7 @@ void FecRouteListSm::kelStart() {
   kelRouteStatus_->notifierIs(routeStatus_);
   kelForwardingStatus_ = Kel::makePtr<KelForwardingStatus>(this);
   kelForwardingStatus_->notifierIs(forwardingStatus_);
-  fecRouteList_->fecIntfsExpire();
+  fecRouteList_->expireFecInterfaces();
   if (routeStatus_ && routeStatus_->initialized()) handleRoute();
 }
 
@@ -86,7 +86,7 @@ void FecRouteListSm::kelStop() {
   if (const auto reactor = std::exchange(kelRouteStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto reactor = std::exchange(kelForwardingStatus_, nullptr)) reactor->notifierIs(nullptr);
   scan_.end();
-  if (fecRouteList_) fecRouteList_->completeToIs(nullptr);
+  if (fecRouteList_) fecRouteList_->setCompleteTo(nullptr);
 }
 
 void FecRouteListSm::handleRoute(const Vantu::Prefix& prefix) {
@@ -111,12 +111,12 @@ void FecRouteListSm::handleFec(const Quillo::Fib::FecId& fecId) {
   } catch (const Quillo::StoreException&) {
     return;  // the table notifies when it can be read again
   }
-  fecRouteList_->fecIntfsIs(fecId, intfsOf(fecScratch_));
+  fecRouteList_->setFecInterfaces(fecId, intfsOf(fecScratch_));
 }
 
 void FecRouteListSm::beginScan() {
   scan_.begin();
-  fecRouteList_->completeToIs(nullptr);
+  fecRouteList_->setCompleteTo(nullptr);
 }
 
 void FecRouteListSm::handleRoute() {
@@ -136,7 +136,7 @@ void FecRouteListSm::rescan() {
 }
 
 void FecRouteListSm::rescanFecs() {
-  fecRouteList_->fecIntfsExpire();
+  fecRouteList_->expireFecInterfaces();
   if (!routeStatus_ || routeStatus_->initialized()) rescan();
 }
 
@@ -146,7 +146,7 @@ void FecRouteListSm::scanPiece() {
   };
   for (const auto& prefix : scan_.piece(routeStatus_.get(), known)) handleRoute(prefix);
   static const Vantu::Prefix lastOfAll(Vantu::IpAddr(~std::uint32_t{0}), 32);
-  if (forwardingStatus_) fecRouteList_->completeToIs(scan_.isOn() ? scan_.last() : &lastOfAll);
+  if (forwardingStatus_) fecRouteList_->setCompleteTo(scan_.isOn() ? scan_.last() : &lastOfAll);
 }
 
 }  // namespace FibUtils

@@ -40,7 +40,7 @@ class FecRouteListSm : public Kel::PtrInterface {
   bool isScanning() const { return scan_.isOn(); }
   void scanPiece();
   // Sets a function that is called whenever a scan begins that needs scanPiece().
-  void scanBeginsIs(std::function<void()> scanBegins) { scanBegins_ = std::move(scanBegins); }
+  void setScanHandler(std::function<void()> scanBegins) { scanBegins_ = std::move(scanBegins); }
 
   // Looks up the route of this prefix, which was added, deleted or changed.
   void handleRoute(const Vantu::Prefix& prefix);
@@ -48,7 +48,7 @@ class FecRouteListSm : public Kel::PtrInterface {
   void handleFec(const Quillo::Fib::FecId& fecId);
   // Begins a scan, since any route may have changed, and reads the first piece.
   void handleRoute();
-  // The same, but leaves the first piece to scanPiece() if scanBeginsIs() was called.
+  // The same, but leaves the first piece to scanPiece() if setScanHandler() was called.
   void rescan();
   // Begins a scan that looks up all FECs, since any FEC may have changed.
   void rescanFecs();

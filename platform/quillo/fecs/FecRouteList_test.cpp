@@ -115,9 +115,9 @@ TEST(FecRouteList, listsAndFindsWhatLookingAtEachPrefixWould) {
       auto& intfs = intfsOf[fecId] = {};
       std::copy_if(std::begin(names), std::end(names), std::back_inserter(intfs),
                    [&](const auto&) { return random.below(3) == 0; });
-      list->fecIntfsIs(fecId, intfs);
+      list->setFecInterfaces(fecId, intfs);
     }
-    if (list->needsIntfs(fecId)) list->fecIntfsIs(fecId, intfsOf[fecId]);
+    if (list->needsIntfs(fecId)) list->setFecInterfaces(fecId, intfsOf[fecId]);
     const auto& name = names[random.below(4)];
     if (random.below(50) == 0 && good.erase(name) == 0) good.insert(name);
     const auto from = prefix(), completeTo = random.below(4) ? last : prefix();
@@ -126,7 +126,7 @@ TEST(FecRouteList, listsAndFindsWhatLookingAtEachPrefixWould) {
       return fec.second && std::any_of(intfsOf[fec.first].begin(), intfsOf[fec.first].end(), isGood);
     };
     while (expected != model.end() && !isNext(expected->second)) ++expected;
-    list->completeToIs(&completeTo);
+    list->setCompleteTo(&completeTo);
     Prefix found;
     const bool isFound = list->nextThrough(from, isGood, found);
     if (completeTo == last || (expected != model.end() && expected->first <= completeTo)) {
@@ -154,7 +154,7 @@ TEST_F(Followed, changesOfTheTable) {
   smIs();
   EXPECT_EQ(list->prefixCount(), 0u);
   unsigned begun = 0;
-  sm->scanBeginsIs([&] { ++begun; });
+  sm->setScanHandler([&] { ++begun; });
   routes->initializedIs();
   EXPECT_EQ(list->prefixCount(), RouteScan<Prefix>::pieceSize);
   for (unsigned round = 0; round < 4; ++round) {

@@ -12,7 +12,7 @@
 // initialized when the follower is.
 //
 // A lookup among a million entries takes about a microsecond when lookups of a turn share a snapshot
-// (Mount::turnBeginsIs); otherwise each also costs a read transaction.
+// (Mount::setTurnHandler); otherwise each also costs a read transaction.
 
 #include "quillo/TableFollower.h"
 #include "quillo/tables/FibTables.h"

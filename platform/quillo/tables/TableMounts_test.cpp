@@ -503,7 +503,7 @@ TEST_F(TableMountsTest, unreadableStoreIsNoEmptyTable) {
 
 TEST_F(TableMountsTest, lookupsOfOneTurnShareOneSnapshot) {
   unsigned turns = 0;
-  mount_->turnBeginsIs([&] { ++turns; });
+  mount_->setTurnHandler([&] { ++turns; });
   Publisher publisher(config());
   pass(publisher, [](Batch& batch) { add(batch, VrfId(1), route(5, 1)); });
   follow();

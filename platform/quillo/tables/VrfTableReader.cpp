@@ -29,7 +29,7 @@ void VrfTableReader::walk(const std::string& vrf, const std::string& from, const
   });
   if (met.empty()) return;
   if (met.size() == mostDamaged) {
-    follower_->walkWasEnded();
+    follower_->reportEndedWalk();
     met.push_back(damage(vrf, fmt::format("{} damaged records in one walk, which ends here", mostDamaged).c_str()));
   }
   for (auto other = met.begin() + 1; other != met.end(); ++other) follower_->corruptionDetected(*other);

@@ -29,7 +29,7 @@ class VrfTableReader {
   // Passes the records whose keys begin with `vrf` to `take`, in order, from lower_bound(from) on, until it sets
   // `goesOn` to false. Throws as `get`, but for damaged records only after the walk: it throws the first such
   // exception and reports the others to the follower. The thousandth damaged record ends the walk
-  // (TableFollower::walkWasEnded).
+  // (TableFollower::reportEndedWalk).
   using Take = std::function<const char*(const Scan& scan, bool& goesOn)>;
   void walk(const std::string& vrf, const std::string& from, const Take& take) const;
 

@@ -153,11 +153,11 @@ inline unsigned damage(const std::string& path, const std::string& marker) {
 class Traces {
  public:
   Traces() {
-    previous_ = Kel::TraceConfig::sinkIs([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
+    previous_ = Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
       if (level == 0) lines.push_back(text);
     });
   }
-  ~Traces() { Kel::TraceConfig::sinkIs(previous_); }
+  ~Traces() { Kel::TraceConfig::setSink(previous_); }
   Traces(const Traces&) = delete;
   Traces& operator=(const Traces&) = delete;
   std::vector<std::string> lines;
