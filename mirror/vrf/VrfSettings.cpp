@@ -239,8 +239,8 @@ bool SettingsFile::update() {
 }
 
 bool SettingsFile::poll() {
-  if (inotify_ < 0) return false;
-  watch();
+  if (file_.empty()) return false;
+  if (inotify_ >= 0) watch();
   const Signature now = signature();
   if (now == read_) return false;
   // A version must stay the same for a second.
