@@ -1,10 +1,26 @@
 #include "mirror/MirrorOptions.h"
 
+#include <grp.h>
+
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <filesystem>
 #include <ostream>
 
 namespace Mirror {
+
+namespace {
+
+std::optional<gid_t> groupNumber(const std::string& name) {
+  if (const group* found = getgrnam(name.c_str())) return found->gr_gid;
+  gid_t number = 0;
+  const char* end = name.data() + name.size();
+  const auto [stop, error] = std::from_chars(name.data(), end, number);
+  if (error != std::errc() || stop != end || number == static_cast<gid_t>(-1)) return std::nullopt;
+  return number;
+}
+
+}  // namespace
 
 std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv, std::ostream& out,
                                               std::ostream& err) {
@@ -16,6 +32,11 @@ std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv,
   app.add_flag("-f,--foreground", options.isForeground,
                "Stay in the foreground and log to standard error (otherwise: to the background, log to syslog)");
   app.add_option("--store", options.store, "Directory of the store")->type_name("DIR")->capture_default_str();
+  std::string group;
+  const auto* groupOption =
+      app.add_option("--group", group,
+                     "Group that may read the store, by name or number (default: the directory's)")
+          ->type_name("GROUP");
   app.add_option("--trace", options.trace, "Trace levels, such as 'Mirror*/0-6'")->type_name("LEVELS");
   app.add_flag("--recreate-store,--recreate", options.recreateStore,
                "Begin with an empty store, whatever is there; a file that is no store of ours is set aside");
@@ -39,6 +60,13 @@ std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv,
     return app.exit(error, out, err) == 0 ? 0 : 1;
   }
   options.mustSettingsExist = config->count() > 0;
+  if (groupOption->count() > 0) {
+    options.group = groupNumber(group);
+    if (!options.group) {
+      err << "quorin-mirrord: --group: there is no group '" << group << "'; name one of /etc/group, or a number\n";
+      return 1;
+    }
+  }
   const std::pair<const char*, std::string&> paths[] = {
       {"--store is empty; name a directory", options.store},
       {"--config is empty; name a file", options.settingsFile},

@@ -1,7 +1,10 @@
 #pragma once
 // The command line of quorin-mirrord.
 
+#include <sys/types.h>
+
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <variant>
 
@@ -16,6 +19,7 @@ struct MirrorOptions {
   std::string store = Quillo::defaultStoreDirectory;  // absolute
   std::string trace;                                  // as Kel::TraceConfig::setLevels takes it
   bool recreateStore = false;
+  std::optional<gid_t> group;  // that may read the store; none: that of its directory
   std::string netnsDirectory = Vantu::defaultNetNsDirectory;  // absolute
   std::string settingsFile = SettingsFile::defaultFile;       // absolute
   bool mustSettingsExist = false;  // the command line names the file, so a missing one is an error

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -152,14 +153,35 @@ void Background::serving() {
 
 // ---- the loop
 
+// Waits for room where the file system is full; null when a signal ends the program meanwhile.
+std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const sigset_t& mask) {
+  for (bool isSaid = false; !stopSignal; isSaid = true) {
+    try {
+      return std::make_unique<MirrorService>(MirrorConfig{.store = {.directory = options.store,
+                                                                    .name = "quorin-mirrord",
+                                                                    .recreate = options.recreateStore,
+                                                                    .group = options.group},
+                                                          .netnsDirectory = options.netnsDirectory,
+                                                          .settingsFile = options.settingsFile,
+                                                          .mustSettingsExist = options.mustSettingsExist});
+    } catch (const Quillo::StoreException& error) {
+      if (error.kind() != Quillo::StoreException::Kind::full) throw;
+      if (!isSaid) {
+        QTRACE(mirrorMainTrace, 0) << error.what() << "; trying again every second";
+      }
+    }
+    const timespec pause{1, 0};
+    ppoll(nullptr, 0, &pause, &mask);
+  }
+  return nullptr;
+}
+
 void serve(const MirrorOptions& options, std::optional<Background>& background) {
   const sigset_t mask = takeSignals();
   raiseFileLimit();
-  MirrorService service(
-      {.store = {.directory = options.store, .name = "quorin-mirrord", .recreate = options.recreateStore},
-       .netnsDirectory = options.netnsDirectory,
-       .settingsFile = options.settingsFile,
-       .mustSettingsExist = options.mustSettingsExist});
+  const auto opened = openService(options, mask);
+  if (!opened) return;  // stopped before there was room
+  MirrorService& service = *opened;
   service.start();
   bool isAnnounced = false;
   bool mayMoreWait = true;

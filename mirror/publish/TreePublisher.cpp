@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "kel/System.h"
 #include "kel/Trace.h"
 
 namespace Mirror {
@@ -12,6 +13,9 @@ Kel::TraceHandle treePublisherTrace("MirrorPublisher");
 
 using Kind = Quillo::StoreException::Kind;
 
+// Between two new beginnings of a damaged store, so that readers can read in between.
+constexpr Kel::Seconds makeAnewPause = 10;
+
 // Whether the fault may pass without a restart of the program.
 bool mayPass(Kind kind) {
   return kind == Kind::full || kind == Kind::directory || kind == Kind::permission;
@@ -20,16 +24,23 @@ bool mayPass(Kind kind) {
 }  // namespace
 
 TreePublisher::TreePublisher(Picture& picture, Quillo::PublisherConfig config)
-    : picture_(picture), config_(std::move(config)) {
-  open();
-  config_.recreate = false;
+    : picture_(picture),
+      config_(config),
+      store_(std::make_unique<Quillo::Publisher>(config)),
+      documents_(std::make_unique<Varnix::DocumentPublisher>(picture.tree, *store_)) {
 }
 
-void TreePublisher::open() {
-  documents_.reset();
-  store_.reset();
+// From here on there is nothing to write to, until makeAnew().
+void TreePublisher::lose(const std::string& why, Kel::Seconds pause) {
+  QTRACE(treePublisherTrace, 0) << why;
+  mayMakeAnewAt_ = lastMadeAnew_ + pause;
+  documents_ = nullptr;
   hasPublishedAll_ = isPassBegun_ = areDocumentsIn_ = false;
-  store_ = std::make_unique<Quillo::Publisher>(config_);
+}
+
+void TreePublisher::makeAnew() {
+  lastMadeAnew_ = Kel::System::currentTime();
+  store_->makeAnew();
   documents_ = std::make_unique<Varnix::DocumentPublisher>(picture_.tree, *store_);
 }
 
@@ -50,33 +61,48 @@ void TreePublisher::publishRoutes() {
 }
 
 void TreePublisher::poll() {
+  isCheckDue_ = true;
   if (isStarted_) tryPublish();
 }
 
 bool TreePublisher::tryPublish(What what) {
+  const bool wasLost = !documents_;
   try {
     write(what);
-  } catch (const Quillo::StoreException& error) {
-    if (!isStarted_ || !mayPass(error.kind())) throw;
-    if (!hasFailed_) {
-      QTRACE(treePublisherTrace, 0) << error.what() << "; trying again every second";
+    if (hasFailed_) {
+      QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " is written again";
     }
-    hasFailed_ = true;
-    picture_.routes.setStoreFailing(true);
-    return false;
+    setFailing(false);
+    return hasPublishedAll_;
+  } catch (const Quillo::StoreException& error) {
+    if (error.kind() == Kind::gone) {
+      lose(error.what(), 0);
+    } else {
+      if (!isStarted_ || !mayPass(error.kind())) throw;
+      if (!hasFailed_) {
+        QTRACE(treePublisherTrace, 0) << error.what() << "; trying again every second";
+      }
+    }
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    lose(damage.what(), makeAnewPause);
   }
-  if (hasFailed_) {
-    QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " is written again";
-  }
-  hasFailed_ = false;
-  picture_.routes.setStoreFailing(false);
-  return hasPublishedAll_;
+  if (!wasLost && !documents_ && Kel::System::currentTime() >= mayMakeAnewAt_) return tryPublish(what);
+  setFailing(true);
+  return false;
+}
+
+void TreePublisher::setFailing(bool isFailing) {
+  hasFailed_ = isFailing;
+  picture_.routes.setStoreFailing(isFailing);
 }
 
 void TreePublisher::write(What what) {
-  if (isGone()) {
-    QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " was removed or replaced; making it anew";
-    open();
+  if (documents_ && std::exchange(isCheckDue_, false)) store_->check();
+  if (!documents_) {
+    if (Kel::System::currentTime() < mayMakeAnewAt_) {
+      throw Quillo::StoreException(Kind::directory, "store " + config_.directory + " was made anew a moment ago");
+    }
+    makeAnew();
   }
   beginPass();
   if (what == What::routes) {
@@ -134,18 +160,6 @@ void TreePublisher::commit() {
   picture_.neighbours.written();
   picture_.routes.written();
   QTRACE(treePublisherTrace, 6) << result.changes << " changes, journal at " << result.seq;
-}
-
-// Whether the store was removed or replaced, or could not be created again.
-bool TreePublisher::isGone() {
-  if (!documents_) return true;
-  try {
-    store_->begin().commit();  // an empty batch
-    return false;
-  } catch (const Quillo::StoreException& error) {
-    if (error.kind() == Kind::gone) return true;
-    throw;
-  }
 }
 
 }  // namespace Mirror

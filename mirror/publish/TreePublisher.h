@@ -22,9 +22,9 @@ struct Picture {
 
 // Writes the picture to the store.
 //
-// While the store is full, changes stay pending and each poll retries them. If the store was removed, the publisher
-// creates it again. Exceptions end the program: a failure at the start, damage, or another publisher in the place of a
-// removed store.
+// While the store is full, changes stay pending and each poll retries them. If the store was removed or is damaged, the
+// publisher makes it anew and writes the whole picture. Exceptions end the program: a failure at the start, or another
+// publisher of the store.
 class TreePublisher {
  public:
   // Opens or creates the store. Throws Quillo::StoreException.
@@ -33,21 +33,22 @@ class TreePublisher {
   // Writes the changes in one commit; very many changes of neighbours take several. The first calls write everything,
   // as a full pass. Each call writes a limited number of routes: call again while isMorePending().
   // Returns whether the full pass is complete and the store could be written.
-  // Throws Quillo::StoreException and Pesk::CorruptionDetectedException.
+  // Throws Quillo::StoreException.
   bool publish();
   // Writes pending routes ahead of the first full pass, a limited number. Throws the same.
   void publishRoutes();
   bool isMorePending() const { return !hasFailed_ && picture_.routes.pending() > 0; }
-  // Call it once a second: retries what could not be written, and notices that the store was removed.
+  // Call it once a second: retries what could not be written, and notices that the store was removed or damaged.
   void poll();
 
   // Whether everything is in the store.
   bool isUpToDate() const;
-  // Requires: a store is open. (None is while a removed store cannot be created again.)
   const Quillo::Publisher& store() const { return *store_; }
 
  private:
-  void open();
+  void lose(const std::string& why, Kel::Seconds pause);
+  void makeAnew();
+  void setFailing(bool isFailing);
   enum class What { all, routes };
   bool tryPublish(What what = What::all);
   void write(What what);
@@ -57,17 +58,19 @@ class TreePublisher {
   void commit();
   void commitRoutes();
   bool isPending() const;
-  bool isGone();
 
   Picture& picture_;
   Quillo::PublisherConfig config_;
   std::unique_ptr<Quillo::Publisher> store_;
-  std::unique_ptr<Varnix::DocumentPublisher> documents_;
-  bool isStarted_ = false;        // something was published
-  bool isPassBegun_ = false;      // in the open store
-  bool areDocumentsIn_ = false;   // in this pass
-  bool hasPublishedAll_ = false;  // to the open store
+  std::unique_ptr<Varnix::DocumentPublisher> documents_;  // null: the store is lost
+  bool isStarted_ = false;                                // something was published
+  bool isPassBegun_ = false;                              // over the store that is open
+  bool areDocumentsIn_ = false;                           // in this pass
+  bool hasPublishedAll_ = false;                          // to the store that is open
   bool hasFailed_ = false;
+  bool isCheckDue_ = false;
+  Kel::Seconds lastMadeAnew_ = 0;
+  Kel::Seconds mayMakeAnewAt_ = 0;
 };
 
 }  // namespace Mirror

@@ -3,15 +3,16 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "kel/Trace.h"
-#include "quillo/Environment.h"
+#include "quillo/PublisherLock.h"
+#include "quillo/StoreFiles.h"
 
 namespace Quillo {
 
@@ -19,54 +20,75 @@ namespace {
 
 Kel::TraceHandle doorbellTrace("QuilloDoorbell");
 
+constexpr mode_t doorbellMode = 0640;
 constexpr std::uint32_t comings = IN_CREATE | IN_MOVED_TO;
 constexpr std::uint32_t goings = IN_DELETE_SELF | IN_MOVE_SELF;
 
 }  // namespace
 
-Doorbell::Doorbell(const std::string& directory) : file_(doorbellFile(directory)) {
-  std::uint64_t nothing = 0;
-  if (!open() || ::pwrite(fd_, &nothing, sizeof nothing, 0) != sizeof nothing) {
-    int error = errno;
-    if (fd_ >= 0) {
-      ::close(fd_);
-    }
-    throw StoreException(
-        error == ENOSPC ? StoreException::Kind::full : StoreException::Kind::directory,
-        fmt::format(
-            "cannot write {}: {}; make the directory writable and leave room in it, or choose another one with "
-            "--store",
-            file_, std::strerror(error)));
-  }
+Doorbell::Doorbell(const std::string& directory, const std::string& publisherName)
+    : directory_(directory), name_(publisherName) {
+  open();
 }
 
 Doorbell::~Doorbell() {
-  ::close(fd_);
+  if (fd_ >= 0) ::close(fd_);
 }
 
-bool Doorbell::open() {
-  fd_ = ::open(file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd_ < 0) {
-    return false;
+void Doorbell::open() {
+  const std::string file = doorbellFile(directory_);
+  const int fd = openStoreFile(directory_, file, doorbellMode);
+  struct flock lock {};
+  lock.l_type = F_RDLCK;
+  lock.l_whence = SEEK_SET;
+  std::string content(sizeof seq_, '\0');
+  std::memcpy(content.data(), &seq_, sizeof seq_);
+  content += publisherLine(name_);
+  if (::fcntl(fd, F_OFD_SETLK, &lock) != 0 || ::ftruncate(fd, 0) != 0 ||
+      ::pwrite(fd, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
+    const int error = errno;
+    ::close(fd);
+    throw StoreException(
+        error == ENOSPC ? StoreException::Kind::full : StoreException::Kind::directory,
+        fmt::format("cannot write {}: {}; make the directory writable and leave room in it, or choose "
+                    "another one with --store",
+                    file, std::strerror(error)));
   }
-  // Readers under other users watch it, whatever the umask is. A file of another owner has its mode from there.
-  if (::fchmod(fd_, 0644) != 0) {
-    QTRACE(doorbellTrace, 1) << file_ << ": mode not set: " << std::strerror(errno);
-  }
+  fd_ = fd;
+}
+
+bool Doorbell::check() {
+  if (fd_ >= 0 && !isFileReplaced(fd_, doorbellFile(directory_))) return false;
+  if (fd_ >= 0) ::close(std::exchange(fd_, -1));
+  open();
   return true;
 }
 
 void Doorbell::ring(std::uint64_t seq) {
-  struct stat opened {};
-  bool isOpen = ::fstat(fd_, &opened) == 0 && opened.st_nlink != 0;
-  if (!isOpen) {
-    ::close(fd_);
-    isOpen = open();
-  }
-  if (!isOpen || ::pwrite(fd_, &seq, sizeof seq, 0) != sizeof seq) {
-    QTRACE(doorbellTrace, 0) << "cannot write " << file_ << ": " << std::strerror(errno)
+  seq_ = seq;
+  try {
+    check();
+    if (::pwrite(fd_, &seq_, sizeof seq_, 0) == sizeof seq_) return;
+    QTRACE(doorbellTrace, 0) << "cannot write " << doorbellFile(directory_) << ": " << std::strerror(errno)
                              << "; readers notice changes once a second until it can be";
+  } catch (const StoreException& error) {
+    QTRACE(doorbellTrace, 0) << error.what() << "; readers notice changes once a second until it can be";
   }
+}
+
+PublisherInfo doorbellHolder(const std::string& directory) {
+  PublisherInfo info;
+  const int fd = ::open(doorbellFile(directory).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) return info;
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  if (::fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK) {
+    info = readPublisher(fd, sizeof(std::uint64_t));
+    info.alive = true;
+  }
+  ::close(fd);
+  return info;
 }
 
 DoorbellWatch::DoorbellWatch(const std::string& directory)

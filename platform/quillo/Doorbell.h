@@ -1,28 +1,45 @@
 #pragma once
 // A small file that the publisher writes after each commit, and that readers watch. Internal to the store.
 //
-// A ring has no content, so a missed one loses nothing: the next ring, or the poll, leads to the same journal.
+// It holds the journal's head in 8 bytes, and "PID NAME" of the publisher behind it. The publisher holds a read lock on
+// it (fcntl, F_OFD_SETLK) while it lives, which readers can look at and cannot prevent.
+//
+// A ring has no content for readers, so a missed one loses nothing: the next ring, or the poll, leads to the same journal.
 
 #include <cstdint>
 #include <string>
+
+#include "quillo/Publisher.h"
 
 namespace Quillo {
 
 class Doorbell {
  public:
-  // StoreException when the file cannot be made.
-  explicit Doorbell(const std::string& directory);
+  // Throws StoreException when the file cannot be made (openStoreFile), or written.
+  Doorbell(const std::string& directory, const std::string& publisherName);
   ~Doorbell();
   Doorbell(const Doorbell&) = delete;
   Doorbell& operator=(const Doorbell&) = delete;
 
+  // Wakes the readers. Makes the file again when it was removed or replaced. A failure is traced: readers then notice
+  // changes by their poll.
   void ring(std::uint64_t seq);
+  // Makes the file again when it was removed or replaced; returns true when it had to.
+  bool check();
 
  private:
-  bool open();
-  std::string file_;
+  // Opens the file and writes the publisher's line. Throws StoreException.
+  void open();
+
+  std::string directory_;
+  std::string name_;
+  std::uint64_t seq_ = 0;
   int fd_ = -1;
 };
+
+// The publisher that holds the doorbell of `directory` now. `alive` is false when none does, and when the file is missing
+// or cannot be read.
+PublisherInfo doorbellHolder(const std::string& directory);
 
 // Watches the doorbell file for rings, and its directory for the store's creation and removal; while there is no
 // directory, the nearest one above it.

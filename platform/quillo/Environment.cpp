@@ -1,14 +1,18 @@
 #include "quillo/Environment.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <lmdb.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <xxhash.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <random>
+#include <string_view>
 
 #include "kel/System.h"
 
@@ -45,6 +49,51 @@ MDB_val toVal(Bytes bytes) {
   return {bytes.size(), const_cast<char*>(bytes.data())};
 }
 
+// Whether a data file that cannot be opened was a store: the name of an index, or the identity, is in its pages.
+bool holdsOurNames(const std::string& file) {
+  const std::string_view names[] = {indexNames[0], magic};
+  constexpr std::size_t longestName = 32;
+  std::ifstream in(file, std::ios::binary);
+  std::string piece;
+  std::string buffer(std::size_t{1} << 20, '\0');
+  while (in.read(buffer.data(), static_cast<std::streamsize>(buffer.size())) || in.gcount() > 0) {
+    piece.erase(0, piece.size() - std::min(piece.size(), longestName));  // a name may lie across two pieces
+    piece.append(buffer, 0, static_cast<std::size_t>(in.gcount()));
+    for (const std::string_view name : names) {
+      if (piece.find(name) != std::string::npos) return true;
+    }
+  }
+  return false;
+}
+
+// Whether a program keeps the lock file's first byte to itself. The storage engine does so for microseconds while it opens
+// a store, and waits for ever for a program that does not let go.
+bool isLockFileHeld(const std::string& directory) {
+  constexpr int attempts = 50;
+  constexpr useconds_t pauseMicroseconds = 2'000;
+  const int fd = ::open(lockFile(directory).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) return false;
+  bool isHeld = true;
+  for (int i = 0; isHeld && i < attempts; ++i) {
+    if (i > 0) ::usleep(pauseMicroseconds);
+    struct flock lock {};
+    lock.l_type = F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_len = 1;
+    isHeld = ::fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+  }
+  ::close(fd);
+  return isHeld;
+}
+
+// Whether a publisher has opened a store there before: only then is there a doorbell.
+bool isOurDirectory(const std::string& directory) {
+  struct stat data {};
+  struct stat bell {};
+  return ::stat(dataFile(directory).c_str(), &data) == 0 && ::lstat(doorbellFile(directory).c_str(), &bell) == 0 &&
+         S_ISREG(bell.st_mode) && bell.st_uid == data.st_uid && bell.st_size > 8;
+}
+
 }  // namespace
 
 std::string statusText(int status) {
@@ -58,7 +107,6 @@ std::string identityKey() {
 
 Environment::Environment(const std::string& directory, Access access, std::size_t mapBytes)
     : directory_(directory) {
-  faultGuardInstall();
   struct stat before {};
   bool isThere = ::stat(dataFile(directory).c_str(), &before) == 0;
   bool fresh = !isThere || before.st_size == 0;
@@ -102,6 +150,9 @@ void Environment::open(Access access, std::size_t mapBytes) {
   if (status != 0) {
     fail(status, access);
   }
+  if (isLockFileHeld(directory_)) {
+    fail(EAGAIN, access);
+  }
   mdb_env_set_maxdbs(env_, std::size(indexNames));
   mdb_env_set_maxreaders(env_, maxReaders);
   mdb_env_set_assert(env_, faultGuardAssertion);
@@ -109,9 +160,9 @@ void Environment::open(Access access, std::size_t mapBytes) {
     mdb_env_set_mapsize(env_, mapBytes);
   }
   // NOTLS: a reader's slot belongs to its transaction object, which is kept and renewed. NOSYNC: tmpfs does not
-  // outlive the machine, so there is nothing to flush for.
+  // outlive the machine, so there is nothing to flush for. The publisher then opens the files to the group.
   unsigned flags = MDB_NOTLS | (access == Access::read ? MDB_RDONLY : MDB_NOSYNC);
-  status = guarded([&] { return mdb_env_open(env_, directory_.c_str(), flags, 0644); });
+  status = guarded([&] { return mdb_env_open(env_, directory_.c_str(), flags, 0600); });
   if (status != 0) {
     fail(status, access);
   }
@@ -121,8 +172,9 @@ void Environment::open(Access access, std::size_t mapBytes) {
   if (::fstat(fd, &opened) != 0) {
     fail(errno, access);
   }
-  device_ = opened.st_dev;
-  inode_ = opened.st_ino;
+  data_ = {opened.st_dev, opened.st_ino, 0};
+  // The storage engine does not give its descriptor of the lock file away.
+  if (::stat(lockFile(directory_).c_str(), &opened) == 0) lock_ = {opened.st_dev, opened.st_ino, opened.st_size};
   // Between the opening of the two files the store may have been replaced: then the lock file is not this one's.
   if (access == Access::read && replaced()) {
     throw StoreException(Kind::notReady, fmt::format("store {} is being replaced", directory_));
@@ -130,14 +182,35 @@ void Environment::open(Access access, std::size_t mapBytes) {
 }
 
 bool Environment::replaced() const {
-  struct stat named {};
-  return ::stat(dataFile(directory_).c_str(), &named) != 0 || named.st_dev != device_ || named.st_ino != inode_;
+  const auto isReplaced = [](const OpenFile& opened, const std::string& file) {
+    struct stat named {};
+    return ::stat(file.c_str(), &named) != 0 || named.st_dev != opened.device || named.st_ino != opened.inode ||
+           named.st_size < opened.bytes;
+  };
+  return isReplaced(data_, dataFile(directory_)) || isReplaced(lock_, lockFile(directory_));
 }
 
 std::size_t Environment::mapBytes() const {
   MDB_envinfo info{};
   guarded([&] { return mdb_env_info(env_, &info); });
   return info.me_mapsize;
+}
+
+// Of all indexes; what the storage engine keeps about free pages does not matter.
+std::size_t Environment::usedBytes() const {
+  MDB_txn* txn = nullptr;
+  std::size_t pages = 0;
+  MDB_stat stat{};
+  if (beginRead(txn) != 0) return 0;
+  guarded([&] {
+    for (const unsigned index : indexes_) {
+      if (mdb_stat(txn, index, &stat) == 0)
+        pages += stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages;
+    }
+    return 0;
+  });
+  endRead(txn);
+  return pages * stat.ms_psize;
 }
 
 int Environment::beginRead(MDB_txn*& txn) const {
@@ -170,8 +243,7 @@ bool Environment::openIndexes(MDB_txn* txn) {
     if (status != 0) {
       throw StoreException(
           Kind::damaged,
-          fmt::format("store {} is damaged: its index {} cannot be opened ({}); begin a new one with "
-                      "quorin-mirrord --recreate",
+          fmt::format("store {} is damaged: its index {} cannot be opened ({}); its publisher makes it anew",
                       directory_, indexNames[i], statusText(status)));
     }
   }
@@ -204,6 +276,11 @@ void Environment::readIdentity(Access access) {
   }
   if (complete) {
     return;
+  }
+  if (stat.ms_entries != 0 && holdsOurNames(dataFile(directory_))) {
+    throw StoreException(
+        Kind::damaged,
+        fmt::format("store {} is damaged: its indexes cannot be found; its publisher makes it anew", directory_));
   }
   if (stat.ms_entries != 0) {
     throw StoreException(
@@ -238,15 +315,16 @@ void Environment::checkIdentity(MDB_txn* txn) {
   if (ours && version != formatVersion) {
     throw StoreException(
         Kind::version,
-        fmt::format("store {} has format version {}, this program knows version {}; use the matching "
-                    "program, or begin a new store with quorin-mirrord --recreate",
-                    directory_, version, formatVersion));
+        fmt::format(
+            "store {} has format version {}, this program knows version {}; run publisher and readers of one "
+            "release, and the publisher makes it anew",
+            directory_, version, formatVersion));
   }
   if (!ours || size != identityBytes || readU64(identity, 32) != XXH3_64bits(bytes, 32)) {
-    throw StoreException(
-        Kind::damaged, fmt::format("store {} is damaged: its identity record does not pass the check ({}); begin a "
-                                   "new one with quorin-mirrord --recreate",
-                                   directory_, status == 0 ? "wrong bytes" : statusText(status)));
+    throw StoreException(Kind::damaged,
+                         fmt::format("store {} is damaged: its identity record does not pass the check ({}); its "
+                                     "publisher makes it anew",
+                                     directory_, status == 0 ? "wrong bytes" : statusText(status)));
   }
   generation_ = readU64(identity, 16);
 }
@@ -255,21 +333,19 @@ void Environment::create() {
   generation_ = newGeneration();
   std::string key = identityKey();
   std::string identity = makeIdentity(generation_);
-  MDB_txn* txn = nullptr;
-  int status = mdb_txn_begin(env_, nullptr, 0, &txn);
-  for (std::size_t i = 0; status == 0 && i < std::size(indexNames); ++i) {
-    status = mdb_dbi_open(txn, indexNames[i], MDB_CREATE, &indexes_[i]);
-  }
-  if (status == 0) {
+  const int status = guarded([&] {
+    MDB_txn* txn = nullptr;
+    int got = mdb_txn_begin(env_, nullptr, 0, &txn);
+    for (std::size_t i = 0; got == 0 && i < std::size(indexNames); ++i) {
+      got = mdb_dbi_open(txn, indexNames[i], MDB_CREATE, &indexes_[i]);
+    }
     MDB_val keyVal = toVal(key);
     MDB_val value = toVal(identity);
-    status = mdb_put(txn, index(Place::records), &keyVal, &value, 0);
-  }
-  if (status == 0) {
-    status = mdb_txn_commit(txn);
-  } else if (txn != nullptr) {
-    mdb_txn_abort(txn);
-  }
+    if (got == 0) got = mdb_put(txn, index(Place::records), &keyVal, &value, 0);
+    if (got == 0) return mdb_txn_commit(txn);
+    if (txn != nullptr) mdb_txn_abort(txn);
+    return got;
+  });
   if (status != 0) {
     fail(status, Access::publish);
   }
@@ -279,15 +355,22 @@ void Environment::fail(int status, Access access) const {
   std::string file = dataFile(directory_);
   switch (status) {
     case MDB_INVALID:
-      throw StoreException(
-          Kind::foreign, fmt::format("{} is not a store, or its first pages are damaged; choose another directory "
-                                     "with --store, or set the file aside with quorin-mirrord --recreate",
-                                     file));
+      if (isOurDirectory(directory_) || holdsOurNames(file)) {
+        throw StoreException(
+            Kind::damaged,
+            fmt::format("store {} is damaged: its first pages cannot be read; its publisher makes it "
+                        "anew",
+                        directory_));
+      }
+      throw StoreException(Kind::foreign,
+                           fmt::format("{} is not a store; choose another directory "
+                                       "with --store, or set the file aside with quorin-mirrord --recreate",
+                                       file));
     case MDB_VERSION_MISMATCH:
       throw StoreException(
           Kind::version,
-          fmt::format("{} was written by another version of the storage engine (this is {}); use the "
-                      "matching program, or begin a new store with quorin-mirrord --recreate",
+          fmt::format("{} was written by another version of the storage engine (this is {}); run publisher and "
+                      "readers of one release, and the publisher makes it anew",
                       file, mdb_version(nullptr, nullptr, nullptr)));
     case ENOENT:
       throw StoreException(
@@ -310,6 +393,12 @@ void Environment::fail(int status, Access access) const {
           fmt::format("cannot {} {} as user {}: {}; give this user access to the directory, or choose "
                       "another one with --store",
                       access == Access::read ? "read" : "write", file, ::geteuid(), std::strerror(status)));
+    case EAGAIN:
+      throw StoreException(
+          access == Access::read ? Kind::notReady : Kind::damaged,
+          fmt::format("{} is locked by another program; the store's publisher makes it anew when it "
+                      "starts",
+                      lockFile(directory_)));
     case ENOSPC:
     case EDQUOT:
       throw StoreException(Kind::full,
@@ -323,9 +412,8 @@ void Environment::fail(int status, Access access) const {
     case MDB_CORRUPTED:
     case MDB_PAGE_NOTFOUND:
     case MDB_PANIC:
-      throw StoreException(Kind::damaged,
-                           fmt::format("store {} is damaged: {}; begin a new one with quorin-mirrord --recreate",
-                                       directory_, statusText(status)));
+      throw StoreException(Kind::damaged, fmt::format("store {} is damaged: {}; its publisher makes it anew",
+                                                      directory_, statusText(status)));
     default:
       throw StoreException(Kind::directory,
                            fmt::format("cannot open store {}: {}; check the directory, or choose another one with "

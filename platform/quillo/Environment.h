@@ -1,6 +1,5 @@
 #pragma once
-// The files of a store directory, and one of them opened: the data, with the identity that they bear. Internal to the
-// store.
+// A store's data file and lock file, opened, and the identity that the data bear. Internal to the store.
 
 #include <sys/types.h>
 
@@ -11,6 +10,7 @@
 #include "quillo/FaultGuard.h"
 #include "quillo/Record.h"
 #include "quillo/StoreException.h"
+#include "quillo/StoreFiles.h"
 
 struct MDB_env;
 struct MDB_txn;
@@ -19,29 +19,14 @@ namespace Quillo {
 
 inline constexpr std::uint32_t formatVersion = 1;
 
-inline std::string dataFile(const std::string& directory) {
-  return directory + "/data.mdb";
-}
-inline std::string lockFile(const std::string& directory) {
-  return directory + "/lock.mdb";
-}
-inline std::string doorbellFile(const std::string& directory) {
-  return directory + "/doorbell";
-}
-inline std::string publisherLockFile(const std::string& directory) {
-  return directory + "/publisher.lock";
-}
-inline std::string foreignFile(const std::string& directory) {
-  return directory + "/data.mdb.foreign";
-}
-
 class Environment {
  public:
   enum class Access { read, publish };
 
   // Opens the file and its indexes and checks who wrote it. A publisher makes a new store of an absent or empty file. For
   // a reader, a store that is missing or incomplete is a StoreException `notReady`. Any other StoreException stays true
-  // until the file changes. A file that is not our store is left unchanged.
+  // until the file changes. A file that cannot be opened is `damaged` where it holds names of ours or lies beside a
+  // doorbell, and otherwise `foreign`. It is left unchanged.
   Environment(const std::string& directory, Access access, std::size_t mapBytes);
   ~Environment();
   Environment(const Environment&) = delete;
@@ -57,10 +42,12 @@ class Environment {
   int beginRead(MDB_txn*& txn) const;
   static void endRead(MDB_txn* txn);
 
-  // Another file, or none, has the file's name now.
+  // Another file, or none, has the name of the data file or of the lock file now, or the lock file was cut short.
   bool replaced() const;
   // Bytes of address space.
   std::size_t mapBytes() const;
+  // Bytes of the pages that hold data.
+  std::size_t usedBytes() const;
 
   // The head of the journal in the version of the data that was read last.
   struct KnownHead {
@@ -82,14 +69,20 @@ class Environment {
   [[noreturn]] void fail(int status, Access access) const;
   void close();
 
+  FaultHandlers handlers_;
   std::string directory_;
   MDB_env* env_ = nullptr;
   unsigned indexes_[4] = {};
   std::uint64_t generation_ = 0;
   std::optional<KnownHead> knownHead_;
   bool faulted_ = false;
-  dev_t device_ = 0;
-  ino_t inode_ = 0;
+  // One of the two files, as it was opened.
+  struct OpenFile {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t bytes = 0;
+  };
+  OpenFile data_, lock_;
 };
 
 // "<what>" for a status of the storage engine or of the fault guard.

@@ -1,5 +1,6 @@
 #include "quillo/FaultGuard.h"
 
+#include <dlfcn.h>
 #include <pthread.h>
 #include <signal.h>
 
@@ -21,8 +22,14 @@ void guardThreadIs() {
 
 namespace {
 
-struct sigaction previousSegv;
-struct sigaction previousBus;
+// What becomes of one signal.
+struct Handling {
+  int signal;
+  bool isInstalled = false;
+  struct sigaction previous {};
+};
+Handling handlings[] = {{SIGSEGV}, {SIGBUS}};
+int users = 0;
 
 void leaveGuard() {
   Detail::GuardFrame* frame = Detail::activeGuard;
@@ -72,24 +79,51 @@ void faultHandler(int signal, siginfo_t* info, void* context) {
   if (info->si_code > 0 && guardRuns()) {
     leaveGuard();
   }
-  handOver(signal, info, context, signal == SIGBUS ? previousBus : previousSegv);
+  for (Handling& handling : handlings) {
+    if (handling.signal == signal) handOver(signal, info, context, handling.previous);
+  }
+}
+
+void install(Handling& handling) {
+  if (handling.isInstalled) return;
+  struct sigaction action {};
+  action.sa_sigaction = faultHandler;
+  // NODEFER: the handler is left by a jump that does not restore the mask, so the signal must not be in it.
+  // ONSTACK: a previous handler that brought its own stack (for overflows) keeps getting it.
+  action.sa_flags = SA_SIGINFO | SA_NODEFER | SA_ONSTACK;
+  sigemptyset(&action.sa_mask);
+  handling.isInstalled = sigaction(handling.signal, &action, &handling.previous) == 0;
+}
+
+// False when another handler has been installed over ours.
+bool remove(Handling& handling) {
+  struct sigaction now {};
+  if (!handling.isInstalled) return true;
+  if (sigaction(handling.signal, nullptr, &now) != 0 || !(now.sa_flags & SA_SIGINFO) ||
+      now.sa_sigaction != faultHandler) {
+    return false;
+  }
+  handling.isInstalled = sigaction(handling.signal, &handling.previous, nullptr) != 0;
+  return !handling.isInstalled;
+}
+
+void keepLoaded() {
+  Dl_info library{};
+  if (dladdr(&handlings, &library) != 0) dlopen(library.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
 }  // namespace
 
-void faultGuardInstall() {
-  static const bool installed = [] {
-    struct sigaction action {};
-    action.sa_sigaction = faultHandler;
-    // NODEFER: the handler is left by a jump that does not restore the mask, so the signal must not be in it.
-    // ONSTACK: a previous handler that brought its own stack (for overflows) keeps getting it.
-    action.sa_flags = SA_SIGINFO | SA_NODEFER | SA_ONSTACK;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGSEGV, &action, &previousSegv);
-    sigaction(SIGBUS, &action, &previousBus);
-    return true;
-  }();
-  static_cast<void>(installed);
+FaultHandlers::FaultHandlers() {
+  if (users++ > 0) return;
+  for (Handling& handling : handlings) install(handling);
+}
+
+FaultHandlers::~FaultHandlers() {
+  if (--users > 0) return;
+  bool isGone = true;
+  for (Handling& handling : handlings) isGone = remove(handling) && isGone;
+  if (!isGone) keepLoaded();
 }
 
 void faultGuardAssertion(MDB_env*, const char*) {

@@ -21,8 +21,16 @@ namespace Quillo {
 // Outside the ranges of errno and of the storage engine's own codes.
 inline constexpr int mappingFault = -29999;
 
-// Installs the handlers for SIGSEGV and SIGBUS, once for the process; later calls do nothing.
-void faultGuardInstall();
+// Keeps the handlers for SIGSEGV and SIGBUS installed while one of these lives; whoever calls guarded() holds one. The
+// last one puts back what was there before. Where somebody has installed a handler over ours meanwhile, which may call
+// ours, ours stays, and the library that it is in stays loaded. Requires one thread.
+class FaultHandlers {
+ public:
+  FaultHandlers();
+  ~FaultHandlers();
+  FaultHandlers(const FaultHandlers&) = delete;
+  FaultHandlers& operator=(const FaultHandlers&) = delete;
+};
 
 // For mdb_env_set_assert: gives up the guarded call that failed an assertion. Returns when none is running.
 void faultGuardAssertion(MDB_env* env, const char* message);

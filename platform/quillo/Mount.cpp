@@ -1,13 +1,15 @@
 #include "quillo/Mount.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
 
 #include "kel/Trace.h"
-#include "quillo/PublisherLock.h"
 #include "quillo/RecordReader.h"
+#include "quillo/StoreFiles.h"
 
 namespace Quillo {
 namespace {
@@ -115,6 +117,7 @@ void Mount::corruptionDetected(const std::string& message) {
   turnEnds();
   ++corruptionCount_;
   QTRACE(mountTrace, 0) << message << " (" << corruptionCount_ << " so far)";
+  reportToPublisher();
   if (state_ != State::damaged) {
     // The first attempt follows at once, in case the fault was temporary. Pauses prevent a busy loop while damage
     // lasts.
@@ -128,6 +131,17 @@ void Mount::corruptionDetected(const std::string& message) {
 }
 
 Mount::~Mount() = default;
+
+// It looks for a newer file time once a second.
+void Mount::reportToPublisher() {
+  const Kel::Seconds now = Kel::System::currentTime();
+  if (now < nextReport_) return;
+  nextReport_ = now + 1;
+  const int fd = ::open(damageFile(directory_).c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) return;  // its own check finds the damage within a minute
+  [[maybe_unused]] const ssize_t size = ::pwrite(fd, "1", 1, 0);
+  ::close(fd);
+}
 
 Snapshot Mount::snapshot() {
   return Snapshot(view());
@@ -144,7 +158,7 @@ std::shared_ptr<Snapshot> Mount::turnSnapshot() {
 }
 
 PublisherInfo Mount::publisher() const {
-  return PublisherLock::holder(directory_);
+  return doorbellHolder(directory_);
 }
 
 }  // namespace Quillo

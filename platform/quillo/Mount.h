@@ -76,10 +76,11 @@ class Mount : public Kel::PtrInterface {
   // Ends the readability of the descriptor. Returns whether it was readable.
   bool drainDoorbell() { return watch_.drain(); }
 
+  // By its lock on the doorbell.
   PublisherInfo publisher() const;
 
-  // Reports damage: counts it, traces it at level 0 and begins a new epoch, in which older bookmarks are `tooOld`. A
-  // later refresh reopens the store, and then all readers of this mount rebuild.
+  // Reports damage: counts it, traces it at level 0, tells the publisher and begins a new epoch, in which older bookmarks
+  // are `tooOld`. A later refresh reopens the store, and then all readers of this mount rebuild.
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
     corruptionDetected(std::string(damage.what()));
   }
@@ -101,6 +102,7 @@ class Mount : public Kel::PtrInterface {
   void open();
   void close();
   void look(Sight& sight);
+  void reportToPublisher();
   std::shared_ptr<View> view();
 
   std::string directory_;
@@ -114,6 +116,7 @@ class Mount : public Kel::PtrInterface {
 
   std::uint64_t corruptionCount_ = 0;
   Kel::Seconds corruptionTime_ = 0;
+  Kel::Seconds nextReport_ = 0;
   Kel::Seconds pause_ = 0;  // between damage and the next attempt
 
   std::shared_ptr<Snapshot> turn_;

@@ -15,6 +15,7 @@
 #include "kel/Trace.h"
 #include "quillo/Doorbell.h"
 #include "quillo/PublisherLock.h"
+#include "quillo/StoreFiles.h"
 #include "quillo/Writer.h"
 
 namespace Quillo {
@@ -107,10 +108,8 @@ CommitResult Publisher::apply(const Batch& batch, bool completesPass) {
     throw StoreException(Kind::damaged, broken_);
   }
   if (env_ ? env_->replaced() : !std::filesystem::exists(dataFile(config_.directory))) {
-    throw StoreException(Kind::gone,
-                         fmt::format("store {} was removed or replaced while it was published; start the "
-                                     "publisher again",
-                                     config_.directory));
+    throw StoreException(Kind::gone, fmt::format("store {} was removed or replaced; its publisher makes it anew",
+                                                 config_.directory));
   }
   if (!env_) openStore();  // it could not be opened the last time
   constexpr Kel::Seconds readerCheckSeconds = 1;
@@ -175,7 +174,7 @@ bool Publisher::grow() {
   if (wanted <= now) {
     return false;
   }
-  if (mdb_env_set_mapsize(env_->handle(), wanted) != 0) {
+  if (guarded([&] { return mdb_env_set_mapsize(env_->handle(), wanted); }) != 0) {
     openStore();  // the storage engine gives up the old mapping before it asks for the new one
     return false;
   }
@@ -214,6 +213,16 @@ void Publisher::fail(int status) {
                                                       config_.directory, std::strerror(status)));
   }
   damageDetected(*env_, Place::records, {}, status);
+}
+
+void Publisher::makeAnew() {
+  pass_ = nullptr;
+  env_ = nullptr;
+  prepareStoreDirectory(config_.directory, config_.group);
+  lock_->retake();
+  removeStore();
+  openChecked();
+  ringAll();
 }
 
 void Publisher::beginFullPass(const std::vector<TableId>& tables) {

@@ -17,6 +17,9 @@
 // Requires one thread, and no fork() while the store is open (open it after daemonising). A Mount of the same directory
 // may live in the publisher's process only in tests and one-shot tools, and holds no snapshot over a commit.
 
+#include <sys/types.h>
+#include <time.h>
+
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -34,9 +37,11 @@ inline constexpr const char* defaultStoreDirectory = "/run/quorin";
 struct PublisherConfig {
   std::string directory = defaultStoreDirectory;
   std::string name;  // of the program, for whoever asks who holds the store (one line, no control characters)
-  // Removes whatever store is there and begins an empty one. Our own store is deleted, whatever its version or
-  // damage; a file that is not recognised as ours is set aside as "data.mdb.foreign".
+  // Removes whatever store is there and begins an empty one. Our own store is deleted; a file that is not recognised as
+  // ours is set aside as "data.mdb.foreign".
   bool recreate = false;
+  // Readers are members of this group. None: of the group that the directory has.
+  std::optional<gid_t> group = std::nullopt;
   // The mapping: address space, not memory. It doubles whenever the data outgrows it, up to the limit.
   std::size_t mapBytes = std::size_t{256} << 20;
   std::size_t maxMapBytes = std::size_t{64} << 30;
@@ -49,7 +54,7 @@ struct CommitResult {
   std::uint64_t seq = 0;      // head of the journal after the commit
 };
 
-// Who holds the publisher lock of a store.
+// Who publishes a store.
 struct PublisherInfo {
   bool alive = false;
   std::int64_t pid = 0;  // as the publisher saw itself; 0 when not alive
@@ -106,8 +111,9 @@ class Batch {
 class Publisher {
  public:
   // Takes the publisher lock and opens the store, or makes directory and store where there is none. An existing
-  // store is read through and checked (0.15 to 0.25 s for a million records). Throws StoreException, and then has
-  // changed nothing.
+  // store is read through and checked (0.15 to 0.25 s for a million records). One that is damaged or in another version
+  // is made anew, since its contents are derived; one that is mostly free space is copied into a smaller file. Both are
+  // traced. Throws StoreException, of kind `foreign` for a file that is no store, and then has changed nothing.
   explicit Publisher(const PublisherConfig& config);
   ~Publisher();
   Publisher(const Publisher&) = delete;
@@ -122,6 +128,16 @@ class Publisher {
   // pass is in the store. On StoreException the pass goes on: call again.
   CommitResult endFullPass();
 
+  // Begins an empty store in the place of the one that is open, and keeps the lock. To be called after a StoreException
+  // `gone` and after damage; a pass that was under way is forgotten. Throws StoreException: call again.
+  void makeAnew();
+
+  // To be called once a second. Makes `publisher.lock` and `doorbell` again where they were removed or replaced, and
+  // reads the store through and checks it: once a minute, and sooner when a reader has reported damage. Throws
+  // StoreException `gone` for a store that was removed or replaced, `owned` when another publisher has taken the lock,
+  // and CorruptionDetectedException for a damaged store. After the last, only makeAnew() helps.
+  void check();
+
   // The value as committed, or none. CorruptionDetectedException as for readers.
   std::optional<std::string> get(TableId table, Bytes key) const;
 
@@ -134,9 +150,13 @@ class Publisher {
   struct FullPass;
 
   void open();
-  void makeDirectory();
   void removeStore();
   void openStore();
+  void openChecked();
+  void openOrMakeAnew();
+  bool compact();
+  void ringAll();
+  bool isDamageReported();
   void clearStaleReaders();
   // Writes the operations, and a complete pass if asked, as one transaction.
   CommitResult apply(const Batch& batch, bool completesPass);
@@ -153,6 +173,9 @@ class Publisher {
   std::map<TableId, TableState> states_;  // of the tables that were written
   std::string broken_;                    // why nothing can be written any more
   Kel::Seconds lastReaderCheck_ = 0;
+  Kel::Seconds lastStoreCheck_ = 0;
+  Kel::Seconds nextReportedCheck_ = 0;
+  timespec damageReported_{};       // when a reader last reported damage, by the file's time
   std::unique_ptr<FullPass> pass_;  // null when none is under way
 };
 

@@ -2,14 +2,15 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <utility>
 
-#include "quillo/Environment.h"
+#include "quillo/Doorbell.h"
+#include "quillo/StoreFiles.h"
 
 namespace Quillo {
 
@@ -17,22 +18,36 @@ namespace {
 
 using Kind = StoreException::Kind;
 
-// The lock belongs to the open file, not to the process: a mount of the same process that looks at the file does
-// not lose it.
-struct flock wholeFile() {
+constexpr mode_t ownerOnly = 0600;
+
+// The lock belongs to the open file, not to the process: a mount of the same process that looks at the file does not
+// lose it.
+bool lockWhole(int fd) {
   struct flock lock {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;
-  return lock;
+  return ::fcntl(fd, F_OFD_SETLK, &lock) == 0;
 }
 
-PublisherInfo readHolder(int fd) {
+[[noreturn]] void refuseOwned(const std::string& directory, const PublisherInfo& holder) {
+  throw StoreException(Kind::owned,
+                       fmt::format("store {} is published by {} (pid {}) already; stop that one, or choose another "
+                                   "directory with --store",
+                                   directory, holder.name.empty() ? "another program" : holder.name, holder.pid));
+}
+
+}  // namespace
+
+std::string publisherLine(const std::string& name) {
+  return fmt::format("{} {}\n", ::getpid(), name.substr(0, 200));
+}
+
+PublisherInfo readPublisher(int fd, long offset) {
   PublisherInfo info;
-  info.alive = true;
   char text[300];
-  ssize_t size = ::pread(fd, text, sizeof text, 0);
-  std::string line(text, size > 0 ? static_cast<std::size_t>(size) : 0);
-  std::size_t blank = line.find(' ');
+  const ssize_t size = ::pread(fd, text, sizeof text, offset);
+  const std::string line(text, size > 0 ? static_cast<std::size_t>(size) : 0);
+  const std::size_t blank = line.find(' ');
   if (blank != std::string::npos) {
     std::from_chars(line.data(), line.data() + blank, info.pid);  // stays 0 when it is no number
     info.name = line.substr(blank + 1, line.find('\n') - blank - 1);
@@ -40,59 +55,55 @@ PublisherInfo readHolder(int fd) {
   return info;
 }
 
-}  // namespace
-
-PublisherLock::PublisherLock(const std::string& directory, const std::string& name) {
-  std::string file = publisherLockFile(directory);
-  fd_ = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd_ < 0) {
-    int error = errno;
-    throw StoreException(
-        error == EACCES || error == EPERM ? Kind::permission
-        : error == ENOSPC                 ? Kind::full
-                                          : Kind::directory,
-        fmt::format("cannot write {}: {}; make the directory writable for user {}, or choose another "
-                    "one with --store",
-                    file, std::strerror(error), ::geteuid()));
-  }
-  // Readers under other users ask who holds it, whatever the umask is. A file of another owner has its mode from there.
-  [[maybe_unused]] const int unchanged = ::fchmod(fd_, 0644);
-  struct flock lock = wholeFile();
-  if (::fcntl(fd_, F_OFD_SETLK, &lock) != 0) {
-    PublisherInfo info = readHolder(fd_);
-    ::close(fd_);
-    throw StoreException(Kind::owned,
-                         fmt::format("store {} is published by {} (pid {}) already; stop that one, or choose "
-                                     "another directory with --store",
-                                     directory, info.name.empty() ? "another program" : info.name, info.pid));
-  }
-  std::string line = fmt::format("{} {}\n", ::getpid(), name.substr(0, 200));
-  if (::ftruncate(fd_, 0) != 0 || ::pwrite(fd_, line.data(), line.size(), 0) != static_cast<ssize_t>(line.size())) {
-    int error = errno;
-    ::close(fd_);
-    throw StoreException(Kind::full,
-                         fmt::format("cannot write {}: {}; make room there, or choose another directory with "
-                                     "--store",
-                                     file, std::strerror(error)));
-  }
+PublisherLock::PublisherLock(const std::string& directory, const std::string& name)
+    : directory_(directory), name_(name), fd_(take(false)) {
 }
 
 PublisherLock::~PublisherLock() {
   ::close(fd_);
 }
 
-PublisherInfo PublisherLock::holder(const std::string& directory) {
-  PublisherInfo info;
-  int fd = ::open(publisherLockFile(directory).c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    return info;
+int PublisherLock::take(bool isOwnDoorbell) {
+  const std::string file = publisherLockFile(directory_);
+  int fd = openStoreFile(directory_, file, ownerOnly, &isNew_);
+  // Removed between the opening and the locking: the name stands for another file, or for none.
+  while (lockWhole(fd) && isFileReplaced(fd, file)) {
+    ::close(fd);
+    fd = openStoreFile(directory_, file, ownerOnly, &isNew_);
   }
-  struct flock lock = wholeFile();
-  if (::fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK) {
-    info = readHolder(fd);
+  if (!lockWhole(fd)) {
+    const PublisherInfo holder = readPublisher(fd, 0);
+    ::close(fd);
+    refuseOwned(directory_, holder);
   }
-  ::close(fd);
-  return info;
+  // Whoever removed the lock file of a running publisher has not ended that publisher.
+  if (isNew_ && !isOwnDoorbell) {
+    if (const PublisherInfo holder = doorbellHolder(directory_); holder.alive) {
+      ::unlink(file.c_str());
+      ::close(fd);
+      refuseOwned(directory_, holder);
+    }
+  }
+  const std::string line = publisherLine(name_);
+  if (::ftruncate(fd, 0) != 0 || ::pwrite(fd, line.data(), line.size(), 0) != static_cast<ssize_t>(line.size())) {
+    const int error = errno;
+    ::close(fd);
+    throw StoreException(Kind::full,
+                         fmt::format("cannot write {}: {}; make room there, or choose another directory "
+                                     "with --store",
+                                     file, std::strerror(error)));
+  }
+  return fd;
+}
+
+bool PublisherLock::retake() {
+  if (!isFileReplaced(fd_, publisherLockFile(directory_))) return false;
+  ::close(std::exchange(fd_, take(true)));
+  return true;
+}
+
+void PublisherLock::undo() {
+  if (isNew_) ::unlink(publisherLockFile(directory_).c_str());
 }
 
 }  // namespace Quillo

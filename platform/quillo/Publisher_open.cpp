@@ -1,4 +1,4 @@
-// How a publisher takes possession of a store: directory, lock, files, and a check of the contents.
+// How a publisher takes possession of a store and keeps it: directory, lock, files, and checks of the contents.
 
 #include <fmt/format.h>
 #include <lmdb.h>
@@ -15,6 +15,7 @@
 #include "quillo/Doorbell.h"
 #include "quillo/PublisherLock.h"
 #include "quillo/RecordReader.h"
+#include "quillo/StoreFiles.h"
 
 namespace Quillo {
 
@@ -24,11 +25,12 @@ Kel::TraceHandle openTrace("QuilloPublisher");
 
 using Kind = StoreException::Kind;
 
-void modeIs(const std::string& path, mode_t mode) {
-  if (::chmod(path.c_str(), mode) != 0) {
-    QTRACE(openTrace, 1) << path << ": mode not set: " << std::strerror(errno);
-  }
-}
+constexpr mode_t dataMode = 0640;
+constexpr mode_t sharedMode = 0660;
+
+constexpr Kel::Seconds checkPeriod = 60;
+// After a check that found nothing, reports of damage wait for as long: a faulty reader must not keep the publisher busy.
+constexpr Kel::Seconds reportPause = 30;
 
 std::map<TableId, TableState> countTables(Environment& env, MDB_txn* txn) {
   std::map<TableId, TableState> found;
@@ -131,38 +133,118 @@ void checkStore(Environment& env, MDB_txn* txn) {
 }  // namespace
 
 void Publisher::open() {
-  makeDirectory();
+  prepareStoreDirectory(config_.directory, config_.group);
   lock_ = std::make_unique<PublisherLock>(config_.directory, config_.name);
-  if (config_.recreate) {
-    removeStore();
+  try {
+    if (config_.recreate) removeStore();
+    openOrMakeAnew();
+  } catch (...) {
+    lock_->undo();
+    throw;
   }
+  if (compact()) openChecked();
+  ringAll();
+}
+
+void Publisher::openOrMakeAnew() {
+  try {
+    openChecked();
+  } catch (const StoreException& found) {
+    if (found.kind() != Kind::damaged && found.kind() != Kind::version) throw;
+    QTRACE(openTrace, 0) << found.what();
+    removeStore();
+    openChecked();
+  }
+}
+
+void Publisher::openChecked() {
   openStore();
+  broken_.clear();
+  states_.clear();
+  lastStoreCheck_ = Kel::System::currentTime();
   try {
     const View view(env_, 0);
     checkStore(*env_, view.txn);
     head_ = view.head;
   } catch (const Pesk::CorruptionDetectedException& damage) {
+    env_ = nullptr;
     throw StoreException(Kind::damaged, damage.what());
   }
-  doorbell_ = std::make_unique<Doorbell>(config_.directory);
+}
+
+// The files by which readers and the publisher reach each other.
+void Publisher::ringAll() {
+  ::close(openStoreFile(config_.directory, damageFile(config_.directory), sharedMode));
+  isDamageReported();  // what was reported before is over
+  if (!doorbell_) doorbell_ = std::make_unique<Doorbell>(config_.directory, config_.name);
   doorbell_->ring(head_.seq);
 }
 
-void Publisher::makeDirectory() {
-  std::error_code error;
-  bool made = std::filesystem::create_directories(config_.directory, error);
-  if (!error && !std::filesystem::is_directory(config_.directory)) {
-    error = std::make_error_code(std::errc::not_a_directory);
+// A reader reports by writing into the file, so by the file's time.
+bool Publisher::isDamageReported() {
+  struct stat status {};
+  if (::lstat(damageFile(config_.directory).c_str(), &status) != 0) {
+    ::close(openStoreFile(config_.directory, damageFile(config_.directory), sharedMode));
+    return false;
   }
-  if (error) {
-    throw StoreException(Kind::directory,
-                         fmt::format("cannot make the store directory {}: {}; make it for user {}, or "
-                                     "choose another one with --store",
-                                     config_.directory, error.message(), ::geteuid()));
+  const bool isNew =
+      status.st_mtim.tv_sec != damageReported_.tv_sec || status.st_mtim.tv_nsec != damageReported_.tv_nsec;
+  damageReported_ = status.st_mtim;
+  return isNew;
+}
+
+void Publisher::check() {
+  apply(Batch(*this), false);  // of nothing: throws where the store is gone
+  if (lock_->retake()) {
+    QTRACE(openTrace, 0) << publisherLockFile(config_.directory) << " was removed or replaced; made it again";
   }
-  if (made) {
-    modeIs(config_.directory, 0755);
+  if (doorbell_->check()) {
+    QTRACE(openTrace, 0) << doorbellFile(config_.directory) << " was removed or replaced; made it again";
   }
+  const Kel::Seconds now = Kel::System::currentTime();
+  const bool isReported = now >= nextReportedCheck_ && isDamageReported();
+  if (!isReported && now < lastStoreCheck_ + checkPeriod) return;
+  lastStoreCheck_ = now;
+  nextReportedCheck_ = now + reportPause;
+  try {
+    const View view(env_, 0);
+    checkStore(*env_, view.txn);
+  } catch (const Pesk::CorruptionDetectedException& damage) {
+    broken_ = damage.what();
+    throw;
+  }
+}
+
+// A data file never shrinks, so a burst of routes would keep its memory for ever.
+bool Publisher::compact() {
+  constexpr std::size_t worthwhileBytes = std::size_t{32} << 20;
+  constexpr std::size_t worthwhileRatio = 4;
+  const std::string data = dataFile(config_.directory);
+  const std::string copy = data + ".compact";
+  ::unlink(copy.c_str());  // of a publisher that was killed in the midst of it
+  const std::size_t used = env_->usedBytes();
+  struct stat file {};
+  if (::stat(data.c_str(), &file) != 0) return false;
+  const auto before = static_cast<std::size_t>(file.st_size);
+  if (before < worthwhileBytes || before / worthwhileRatio < used) return false;
+  const int fd = openStoreFile(config_.directory, copy, dataMode);
+  const int status = guarded([&] { return mdb_env_copyfd2(env_->handle(), fd, MDB_CP_COMPACT); });
+  ::close(fd);
+  if (status != 0) {
+    ::unlink(copy.c_str());
+    QTRACE(openTrace, 0) << "store " << config_.directory << " keeps " << before << " bytes, of which it uses "
+                         << used << ": " << statusText(status);
+    return false;
+  }
+  env_ = nullptr;
+  // A lock file belongs to the data file that it was made with. Readers open the new pair when they look again.
+  ::unlink(lockFile(config_.directory).c_str());
+  if (::rename(copy.c_str(), data.c_str()) != 0) {
+    throw StoreException(Kind::directory, fmt::format("cannot rename {} to {}: {}; look at the file system", copy,
+                                                      data, std::strerror(errno)));
+  }
+  QTRACE(openTrace, 1) << "store " << config_.directory << " shrunk from " << before << " bytes to about " << used;
+  return true;
 }
 
 // Readers that have the old files mapped keep them until they look again; under the names come new files.
@@ -198,17 +280,19 @@ void Publisher::removeStore() {
 }
 
 void Publisher::openStore() {
-  env_.reset();
+  env_ = nullptr;
+  // Before the storage engine follows a link.
+  claimStoreFile(config_.directory, dataFile(config_.directory), dataMode);
+  claimStoreFile(config_.directory, lockFile(config_.directory), sharedMode);
   env_ = std::make_shared<Environment>(config_.directory, Environment::Access::publish, config_.mapBytes);
-  modeIs(dataFile(config_.directory), 0644);
-  // Readers note there what they still read.
-  modeIs(lockFile(config_.directory), 0664);
+  claimStoreFile(config_.directory, dataFile(config_.directory), dataMode);
+  claimStoreFile(config_.directory, lockFile(config_.directory), sharedMode);
   clearStaleReaders();
 }
 
 void Publisher::clearStaleReaders() {
   int dead = 0;
-  mdb_reader_check(env_->handle(), &dead);
+  guarded([&] { return mdb_reader_check(env_->handle(), &dead); });
   lastReaderCheck_ = Kel::System::currentTime();
   if (dead > 0) {
     QTRACE(openTrace, 1) << "cleared " << dead << " readers of " << config_.directory << " that had died";

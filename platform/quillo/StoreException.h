@@ -18,6 +18,7 @@ class StoreException : public Kel::Exception {
     full,        // no space on the file system, or a limit of the store is reached
     damaged,     // our store, but its contents do not pass the checks
     foreign,     // a file of the store's name that is not a store of ours
+    unsafe,      // a link, another user's file or a directory that everyone may write is in the place of ours
     version,     // our store, written in another format version
     owned,       // another publisher holds the store
     gone,        // the store was removed or replaced while it was in use
@@ -50,7 +51,7 @@ class CorruptionDetectedException : public Kel::Exception {
                       .append(key)
                       .append("\": ")
                       .append(what)
-                      .append("; begin a new one with quorin-mirrord --recreate")),
+                      .append("; its publisher makes it anew")),
         foundKey_(std::move(foundKey)) {}
 
   // The key of the damaged record as it was read, which may itself be damaged. Empty unless one record is damaged.

@@ -1,0 +1,58 @@
+#pragma once
+// The files of a store directory: their names, their owner, and who may use them. Internal to the store.
+//
+// A store belongs to the user whom its publisher runs as. Its group reads it, and others have no access at all:
+//
+//   directory       2750   the group lists and watches it
+//   data.mdb        0640
+//   lock.mdb        0660   readers register here
+//   doorbell        0640
+//   damage          0660   readers report damage here
+//   publisher.lock  0600   no reader can open it, so none can lock it
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+namespace Quillo {
+
+inline std::string dataFile(const std::string& directory) {
+  return directory + "/data.mdb";
+}
+inline std::string lockFile(const std::string& directory) {
+  return directory + "/lock.mdb";
+}
+inline std::string doorbellFile(const std::string& directory) {
+  return directory + "/doorbell";
+}
+inline std::string damageFile(const std::string& directory) {
+  return directory + "/damage";
+}
+inline std::string publisherLockFile(const std::string& directory) {
+  return directory + "/publisher.lock";
+}
+inline std::string foreignFile(const std::string& directory) {
+  return directory + "/data.mdb.foreign";
+}
+
+// All operations throw StoreException: of kind `permission` when this user may not do it, `full` when there is no
+// space, `unsafe` for a link, for something that is no file, for a file with a second name, and for an owner other than
+// this user and root; otherwise of kind `directory`.
+
+// Makes the directory if it is missing. Gives it to `group`, and takes it away from others, unless it also holds files
+// that are not the store's. Refuses one that everyone may write.
+void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group);
+
+// Opens a file of the publisher for reading and writing, makes it if it is missing, and gives it `mode` and the
+// directory's group. Follows no link. The caller closes the descriptor.
+int openStoreFile(const std::string& directory, const std::string& file, mode_t mode, bool* isNew = nullptr);
+
+// Gives a file that the storage engine made `mode` and the directory's group, without opening it: the engine's own locks
+// would be lost when the descriptor is closed. A file that is missing is left to the engine.
+void claimStoreFile(const std::string& directory, const std::string& file, mode_t mode);
+
+// Another file, or none, has the name of the open file `fd`.
+bool isFileReplaced(int fd, const std::string& file);
+
+}  // namespace Quillo
