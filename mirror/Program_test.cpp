@@ -129,6 +129,7 @@ TEST_F(ProgramTest, refusals) {
   expectRefusal("-f --store " + directory_ + "/file/store",
                 "cannot make the store directory " + directory_ + "/file/store: Not a directory; ");
   expectRefusal("-f --store /proc/1", "cannot write /proc/1/");
+  expectRefusal("-f --group nobody-of-that-name" + atStore_, "no group 'nobody-of-that-name'");
 
   std::filesystem::create_directories(store_);
   std::ofstream(store_ + "/data.mdb") << "not a store";
@@ -144,7 +145,21 @@ TEST_F(ProgramTest, aDiskThatIsFullFromTheStart) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to mount a file system";
   ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=16k"), 0);
   isMounted_ = true;
-  expectRefusal("-f" + atStore_, "No space left on device");
+  const std::string pidFile = output_ + ".pid";
+  const std::string command = QUORIN_MIRRORD " -f" + atStore_ + " >" + output_ + " 2>&1 & echo $! >" + pidFile;
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  pid_t daemon = 0;
+  std::ifstream(pidFile) >> daemon;
+  std::filesystem::remove(pidFile);
+  const auto within = [](const auto& condition) {
+    for (int waited = 0; !condition() && waited < 6000; ++waited) usleep(10'000);
+    return condition();
+  };
+  EXPECT_TRUE(within([this] { return output().ends_with("every second\n"); })) << output();
+  EXPECT_THAT(output(), HasSubstr("No space left on device"));
+  ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", MS_REMOUNT, "size=16m"), 0);
+  EXPECT_TRUE(within([this] { return publisher() > 0; }));
+  EXPECT_EQ(statusAfter(daemon, SIGTERM), 0);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-"""A store that is damaged, foreign, of another version, unwritable, or taken away."""
+"""A store that is damaged, foreign, of another version, unreadable, or taken away."""
 
 import os
 import re
@@ -34,40 +34,56 @@ class StoreTest(SystemCase):
         self.assertIn(self.store, mirror.lines()[0])
         return mirror.lines()[0]
 
-    def expect_refused(self, *words):
-        """By the mirror, which changes not one byte, and by the agent, which answers what needs no store."""
-        before = self.read()
-        said = [self.expect_mirror_refuses()]
-        self.assertEqual(self.read(), before, "the refused store was changed")
-        agent = self.start_agent()
-        eventually(self.client.answers, "no answer")
-        said.append(agent.wait_for_output(re.escape(self.store)))
-        self.assertEqual(self.addresses(), {})
-        self.assertEqual(agent.stop(), 0)
-        for line in said:
-            for word in words:
-                self.assertIn(word, line)
-
-    def test_foreign_damaged_or_of_another_version(self):
-        mirror = self.start_mirror()
-        eventually(lambda: os.path.exists(self.data), f"no {self.data}")
+    def test_whatever_the_mirror_finds(self):
         self.namespace.add_interface("a0", "10.0.0.1/24", "10.0.0.2/24")
-        self.assertEqual(mirror.stop(), 0)
+        self.start_system()
+        self.expect_context()
         good = self.read()
         other = re.sub(MAGIC + b"(?s:.{8})", MAGIC + b"\x63\0\0\0\0\0\0\x63", good)
-        for what, content, words in (
-                ("a text", b"not a store at all\n", ()), ("cut short", good[:3 * PAGE], ()),
-                ("noise behind the first pages", good[:2 * PAGE] + os.urandom(len(good) - 2 * PAGE), ()),
-                ("version 99", other, ("version 99", "--recreate"))):
+        for what, content, word in (
+                ("a text", b"not a store at all\n", "first pages"), ("cut short", good[:3 * PAGE], "damaged"),
+                ("noise behind the first pages", good[:2 * PAGE] + os.urandom(len(good) - 2 * PAGE), "damaged"),
+                ("version 99", other, "version 99")):
             with self.subTest(what):
+                self.assertEqual(self.mirror.stop(), 0)
                 with open(self.data, "wb") as file:
                     file.write(content)
-                self.expect_refused(*words)
-        with self.subTest("what the line advises helps"):
+                self.assertTrue(self.client.answers())
+                self.start_mirror()
+                self.assertRegex(self.mirror.wait_for_output(re.escape(self.store)), f"{word}.* makes it anew")
+                self.expect_context()
+        with self.subTest("a file of somebody else"):
+            self.assertEqual(self.mirror.stop(), 0)
+            shutil.rmtree(self.store)
+            os.mkdir(self.store)
+            with open(self.data, "wb") as file:
+                file.write(b"not a store at all\n")
+            self.assertIn("--recreate", self.expect_mirror_refuses())
+            self.assertEqual(self.read(), b"not a store at all\n")
             self.start_mirror("--recreate")
-            self.start_agent()
-            self.wait_until_complete()
             self.expect_context()
+
+    def test_files_that_are_taken_away(self):
+        self.namespace.add_interface("a0", "10.0.0.1/24")
+        self.start_system()
+        self.expect_context()
+        running = self.mirror
+        for number, name in enumerate(("publisher.lock", "lock.mdb", "doorbell", "damage", "data.mdb", "", "lock.mdb cut short")):
+            with self.subTest(name):
+                path = os.path.join(self.store, name.split(" ")[0])
+                if not name:
+                    os.rename(self.store, self.store + ".aside")
+                elif "cut" in name:
+                    os.truncate(path, 0)
+                else:
+                    os.unlink(path)
+                if name:
+                    self.assertIn("already", self.expect_mirror_refuses())
+                self.namespace.ip(f"addr add 10.0.1.{number}/24 dev a0")
+                self.expect_context()
+                self.assertTrue(running.running and self.agent.running)
+                self.assertIn("already", self.expect_mirror_refuses())
+        self.assertEqual(running.stop(), 0)
 
     def test_agent_as_another_user(self):
         os.chmod(self.directory, 0o755)
@@ -96,6 +112,11 @@ class StoreTest(SystemCase):
                             for n in range(500) for address in (f"10.0.{1 + (n >> 8)}.{n & 255}", f"2001:db8::1:{n:x}")))
         self.start_system()
         self.expect_context()
+        with self.subTest("the mirror writes it anew"):
+            self.overwrite(0, self.read().replace(bytes.fromhex("02005e7700"), bytes.fromhex("ff005e7700")))
+            self.client.walk("1.3.6.1.2.1.4")
+            self.mirror.wait_for_output(f"{re.escape(self.store)} is damaged: .* makes it anew")
+            self.expect_context()
         self.mirror.kill()
         with self.subTest("one record"):
             first = bytes.fromhex("02005e770000")
@@ -116,13 +137,10 @@ class StoreTest(SystemCase):
                 for _ in range(3):
                     self.client.walk("1.3.6.1.2.1.4")
                     self.assertEqual(self.addresses(), addresses)
-                if is_healed_in_place:
-                    self.assertIn("--recreate", self.expect_mirror_refuses())
-                    self.start_mirror("--recreate")
-                else:
+                if not is_healed_in_place:
                     shutil.rmtree(self.store)
-                    self.namespace.ip("addr add 10.0.0.2/24 dev a0")
-                    self.start_mirror()
+                self.namespace.ip(f"addr add 10.0.0.{2 + is_healed_in_place}/24 dev a0")
+                self.start_mirror()
                 self.expect_context()
             self.mirror.kill()
 

@@ -379,20 +379,19 @@ void Environment::fail(int status, Access access) const {
     case EACCES:
     case EPERM:
     case EROFS:
-      if (access == Access::read && ::access(file.c_str(), R_OK) == 0) {
-        struct stat lock {};
-        ::stat(lockFile(directory_).c_str(), &lock);
+      if (access == Access::read) {
+        struct stat owner {};
+        ::stat(directory_.c_str(), &owner);
         throw StoreException(
             Kind::permission,
-            fmt::format("cannot write {} as user {}: readers must be able to; run as a member of the "
-                        "file's group (gid {})",
-                        lockFile(directory_), ::geteuid(), lock.st_gid));
+            fmt::format("cannot open store {} as user {}: {}; make this user a member of the store's "
+                        "group (gid {}), which reads it and registers in {}",
+                        directory_, ::geteuid(), std::strerror(status), owner.st_gid, lockFile(directory_)));
       }
-      throw StoreException(
-          Kind::permission,
-          fmt::format("cannot {} {} as user {}: {}; give this user access to the directory, or choose "
-                      "another one with --store",
-                      access == Access::read ? "read" : "write", file, ::geteuid(), std::strerror(status)));
+      throw StoreException(Kind::permission,
+                           fmt::format("cannot write {} as user {}: {}; give this user access to the directory, or "
+                                       "choose another one with --store",
+                                       file, ::geteuid(), std::strerror(status)));
     case EAGAIN:
       throw StoreException(
           access == Access::read ? Kind::notReady : Kind::damaged,

@@ -106,7 +106,7 @@ TEST_F(MountTest, FollowsAStoreThatIsRecreatedOrRemoved) {
   EXPECT_EQ(Mount::State::waiting, reader->state());
   StoreException e = refusal([&] { put(publisher, {{"a", "2"}}); });
   EXPECT_EQ(StoreException::Kind::gone, e.kind());
-  EXPECT_THAT(e.what(), HasSubstr("start the publisher again"));
+  EXPECT_THAT(e.what(), HasSubstr("was removed or replaced"));
   EXPECT_EQ(0, finish(spawn([this] {
               Publisher next(config());
               put(next, {{"a", "3"}});

@@ -89,7 +89,12 @@ TEST_F(StoreFilesTest, TheGroupReadsAndOthersHaveNoAccess) {
               const auto reader = mount();
               return reader->snapshot().get(TableId::varnix, "a") == "1" && reader->publisher().alive ? 0 : 1;
             }));
-  EXPECT_EQ(0, asStranger(false, [this] { return mount()->state() == Mount::State::waiting ? 1 : 0; }));
+  EXPECT_EQ(0, asStranger(false, [this] {
+              EXPECT_THAT(mount()->stateText(),
+                          HasSubstr(directory_ + " as user 54322: Permission denied; make this " +
+                                    "user a member of the store's group (gid 54321)"));
+              return HasFailure() ? 1 : 0;
+            }));
   // What an earlier release left, open to all, is closed at the next start.
   publisher.reset();
   for (const char* name : {"data.mdb", "lock.mdb", "doorbell", "publisher.lock"}) {
@@ -176,6 +181,12 @@ TEST_F(StoreFilesTest, FilesThatAreTakenAwayComeBack) {
     EXPECT_TRUE(reader->publisher().alive);
   }
   EXPECT_EQ(4U, traces.take().size()) << "a line for each time that the lock or the doorbell was gone";
+  // A commit does not fail for want of a bell.
+  std::filesystem::remove(file("doorbell"));
+  std::filesystem::create_directory(file("doorbell"));
+  EXPECT_EQ(1U, put(publisher, {{"a", "1.1"}}));
+  EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("cannot write " + file("doorbell") + ": Is a directory")));
+  std::filesystem::remove(file("doorbell"));
   for (const auto& take : {std::function<void()>([this] { std::filesystem::remove(file("lock.mdb")); }),
                            std::function<void()>([this] { std::filesystem::remove(file("data.mdb")); }),
                            std::function<void()>([this] { std::filesystem::resize_file(file("lock.mdb"), 0); }),
