@@ -1,0 +1,106 @@
+// A record of the store. The first byte chooses what it is, the second is the length of its key.
+
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "kel/Trace.h"
+#include "quillo/Record.h"
+#include "quillo/tables/ArpRecord.h"
+#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/RouteRecord.h"
+#include "varnix/Document.h"
+#include "varnix/Tree.h"
+#include "varnix/TreeLoader.h"
+
+namespace {
+
+using Quillo::Bytes;
+using Quillo::TableId;
+
+void expect(bool holds) {
+  if (!holds) std::abort();
+}
+
+template <class Prefix>
+void route(Bytes key, Bytes value) {
+  Vrf::VrfIdMap::VrfId vrfId;
+  Prefix prefix;
+  Quillo::BasicRoute<Prefix> route;
+  Quillo::decodeRouteKey(key, vrfId, prefix);
+  Quillo::decodeRoute(value, route);
+}
+
+void neighbour(TableId table, Bytes key, Bytes value) {
+  Quillo::ArpKey arpKey;
+  Quillo::ArpEntry entry;
+  Quillo::decodeKey(table, key, arpKey);
+  Quillo::decodeValue(value, entry);
+}
+
+void document(const std::string& path, std::string_view text) {
+  // What was read is written and read as the same.
+  try {
+    const auto written = Varnix::documentText(Varnix::documentFromText(text));
+    expect(Varnix::documentText(Varnix::documentFromText(written)) == written);
+  } catch (const Varnix::DocumentException&) {
+  }
+  Varnix::Tree tree(Kel::makePtr<Kel::Dir>("Varnix"));
+  Varnix::TreeLoader loader(tree.root, tree.openDirs());
+  for (const char* known : {"ip/config", "interface/status/eth0", "ip/config.ipIntfConfig/eth0",
+                            "ip/status.ipIntfStatus/eth0", "l3/intf/status.intfStatus/eth0", "vrf/id/status"}) {
+    loader.loadDocument(known, text);
+  }
+  loader.loadDocument(path, text);
+  loader.loadDocument(path, R"({"attributes":{},"type":"Ip::Config"})");
+  loader.settle(1000);
+  loader.deleteDocument(path);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  Kel::TraceConfig::setSink([](const auto&, unsigned, const auto&) {});
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 2) return 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
+  const std::string key(bytes.substr(0, data[1]));
+  const std::string value(bytes.substr(key.size()));
+  switch (data[0] % 7) {
+    case 0: {
+      Quillo::RecordView record;
+      Quillo::recordDecode(record, Quillo::Place::records, key, value);
+      std::string sound;
+      Quillo::recordEncode(sound, Quillo::Place::records, key, data[0], 1, value);
+      expect(Quillo::recordDecode(record, Quillo::Place::records, key, sound) == nullptr && record.value == value);
+      break;
+    }
+    case 1:
+      neighbour(TableId::arp, key, value);
+      break;
+    case 2:
+      neighbour(TableId::neighbor, key, value);
+      break;
+    case 3:
+      route<Vantu::Prefix>(key, value);
+      break;
+    case 4:
+      route<Vantu::Ip6Prefix>(key, value);
+      break;
+    case 5: {
+      Vrf::VrfIdMap::VrfId vrfId;
+      Fib::FecId fecId;
+      Fib::Fec fec;
+      Quillo::decodeFecKey(key, vrfId, fecId);
+      Quillo::decodeFec(value, fec);
+      break;
+    }
+    default:
+      document(key, value);
+      break;
+  }
+  return 0;
+}
