@@ -130,9 +130,9 @@ class StoreTest(SystemCase):
             self.expect(lambda: walk_tables(self.client, *IP_TABLES), lambda: expected, "all but the damaged record")
             for table in ("arp", "neighbor"):
                 self.agent.wait_for_output(f"{re.escape(self.store)} is damaged: table {table}, key .*checksum")
-        addresses = self.addresses()
         for is_healed_in_place in (True, False):
             with self.subTest("noise behind the first pages", is_healed_in_place=is_healed_in_place):
+                addresses = self.addresses()
                 self.overwrite(2 * PAGE, os.urandom(os.path.getsize(self.data) - 2 * PAGE))
                 for _ in range(3):
                     self.client.walk("1.3.6.1.2.1.4")

@@ -66,6 +66,23 @@ bool holdsOurNames(const std::string& file) {
   return false;
 }
 
+// How many names a database without our indexes has, as far as it can be read.
+std::size_t countNames(MDB_txn* txn) {
+  std::size_t count = 0;
+  guarded([&] {
+    MDB_dbi names;
+    MDB_cursor* cursor = nullptr;
+    int status = mdb_dbi_open(txn, nullptr, 0, &names);
+    if (status == 0) status = mdb_cursor_open(txn, names, &cursor);
+    MDB_val key;
+    MDB_val value;
+    while (status == 0 && (status = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) == 0) ++count;
+    if (cursor != nullptr) mdb_cursor_close(cursor);
+    return status;
+  });
+  return count;
+}
+
 // Whether a program keeps the lock file's first byte to itself. The storage engine does so for microseconds while it opens
 // a store, and waits for ever for a program that does not let go.
 bool isLockFileHeld(const std::string& directory) {
@@ -257,6 +274,7 @@ void Environment::readIdentity(Access access) {
     fail(status, access);
   }
   bool complete = false;
+  bool isSound = true;  // a database, whoever's
   MDB_stat stat{};
   try {
     complete = openIndexes(txn);
@@ -264,6 +282,7 @@ void Environment::readIdentity(Access access) {
       checkIdentity(txn);
     } else {
       guarded([&] { return mdb_env_stat(env_, &stat); });
+      isSound = countNames(txn) == stat.ms_entries;
     }
   } catch (...) {
     endRead(txn);
@@ -277,7 +296,7 @@ void Environment::readIdentity(Access access) {
   if (complete) {
     return;
   }
-  if (stat.ms_entries != 0 && holdsOurNames(dataFile(directory_))) {
+  if (stat.ms_entries != 0 && (holdsOurNames(dataFile(directory_)) || (!isSound && isOurDirectory(directory_)))) {
     throw StoreException(
         Kind::damaged,
         fmt::format("store {} is damaged: its indexes cannot be found; its publisher makes it anew", directory_));

@@ -189,6 +189,11 @@ class Result(unittest.TextTestResult):
         super().addFailure(test, err)
         self.show(test, err)
 
+    def addSubTest(self, test, subtest, err):
+        super().addSubTest(test, subtest, err)
+        if err:
+            self.show(test, err)
+
     def addError(self, test, err):
         super().addError(test, err)
         self.show(test, err)
