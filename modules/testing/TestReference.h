@@ -41,7 +41,7 @@ class Reference {
            one,
            {ASN_OBJECT_ID, pointer},
            one,
-           number(entry->addressStatus()),
+           number(entry->intf().begin()->first.source() == IpSnmp::addressSourceConfig ? 4 : 1),
            noTime,
            noTime,
            one,
