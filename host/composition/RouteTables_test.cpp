@@ -7,7 +7,6 @@
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "quillo/tables/FecRecord.h"
 #include "quillo/tables/RouteRecord.h"
-#include "quillo/tables/RouteScan.h"
 #include "quillo/testing/TestStore.h"
 #include "varnix/DocumentPublisher.h"
 
@@ -116,24 +115,6 @@ TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   setDefaultVrfId(8);
   EXPECT_THAT(rows(""), ElementsAre("10.8.0.0 0.0.0.9"));
   EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.9"));
-}
-
-// What a follower knows is looked up in pieces too when there is no table to read.
-TEST(RouteScan, withoutATableNamesWhatIsKnownAPieceAtATime) {
-  constexpr std::size_t size = Quillo::RouteScan<Vantu::Prefix>::pieceSize;
-  std::set<Vantu::Prefix> known;
-  for (std::uint32_t n = 0; n <= size; ++n) known.emplace(Vantu::IpAddr(n), 32);
-  Quillo::RouteScan<Vantu::Prefix> scan;
-  std::vector<std::size_t> sizes;
-  for (scan.begin(); scan.isOn();) {
-    sizes.push_back(scan.piece(nullptr,
-                               [&](const Vantu::Prefix* after, const auto& visit) {
-                                 auto at = after ? known.upper_bound(*after) : known.begin();
-                                 while (at != known.end() && visit(*at)) ++at;
-                               })
-                        .size());
-  }
-  EXPECT_THAT(sizes, ElementsAre(size, 1U));
 }
 
 }  // namespace

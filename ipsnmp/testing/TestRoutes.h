@@ -228,6 +228,15 @@ struct RandomRoutes {
     tables.intfIs("DynamicTunnel1", 9);
     tables.intfIs("none0", 0);
   }
+  // Damages a route and a FEC, or repairs them.
+  void damage(RouteTables& tables, bool areNotified) {
+    const auto toggle = [&](auto& table, const auto& key, auto write) {
+      if (!table.damagedEntries.erase(key)) table.damagedEntries[key] = "checksum";
+      if (areNotified && table.map.contains(key)) (table.*write)(table.map[key]);
+    };
+    toggle(*tables.routes, prefix(), &Quillo::TestRouteStatus<Vantu::Prefix>::routeIs);
+    toggle(*tables.fecs, FecId(1 + below(8)), &Quillo::TestForwardingStatus::fecIs);
+  }
   void change(RouteTables& tables) {
     switch (below(8)) {
       case 0:
