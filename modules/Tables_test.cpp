@@ -14,6 +14,7 @@
 #include "modules/testing/TestReference.h"
 #include "quillo/testing/TestArpTable.h"
 #include "snmp/Contexts.h"
+#include "swfwdstats/Counter.h"
 
 namespace {
 
@@ -43,13 +44,9 @@ class Tables : public ::testing::Test {
   static void SetUpTestSuite() {
     std::filesystem::create_directory(folder());
     std::string snmp6;
-    for (const char* name :
-         {"InReceives",  "InHdrErrors",  "InNoRoutes",  "InAddrErrors",  "InUnknownProtos", "InTruncatedPkts",
-          "InDiscards",  "InDelivers",   "OutRequests", "OutDiscards",   "OutNoRoutes",     "OutForwDatagrams",
-          "ReasmReqds",  "ReasmOKs",     "ReasmFails",  "FragOKs",       "FragFails",       "FragCreates",
-          "InMcastPkts", "OutMcastPkts", "InOctets",    "InMcastOctets", "OutMcastOctets",  "OutOctets"}) {
-      snmp6 += fmt::format("Ip6{} {}\n", name, 5'000'000'000 + snmp6.size());
-    }
+#define ADD_LINE(Class, field, name) snmp6 += fmt::format("{} {}\n", name, 5'000'000'000 + snmp6.size());
+    SW_FWD_COUNTERS(ADD_LINE)
+#undef ADD_LINE
     const std::string netstat = "IpExt: InNoRoutes\nIpExt: 20 21 22 23 24 25 26\n";
     const std::string snmp =
         "Ip: Forwarding DefaultTTL InReceives InHdrErrors InAddrErrors ForwDatagrams InUnknownProtos InDiscards "
@@ -63,8 +60,12 @@ class Tables : public ::testing::Test {
       std::ofstream(file) << text;
     }
   }
-  static void TearDownTestSuite() { std::filesystem::remove_all(folder()); }
-  static std::string folder() { return ::testing::TempDir() + "quorin-tables-" + std::to_string(getpid()); }
+  static void TearDownTestSuite() {
+    std::filesystem::remove_all(folder());
+  }
+  static std::string folder() {
+    return ::testing::TempDir() + "quorin-tables-" + std::to_string(getpid());
+  }
 
   Tables() {
     IpSnmp::fillProtocolMap(IpSnmp::protocolMap());
@@ -326,16 +327,14 @@ TEST_F(RandomTables, answerAsTheCachesSayWithTheSeekGateAndWithout) {
 TEST_F(Tables, timesAreUpTimes) {
   const auto neighbour = neighbourIs(*vrf.mib, 3, "10.0.0.1", vrf.neighbours);
   const auto counters = vrf.mib->ipIfStatsTableIs(IpSnmp::IpVersionIfIndex(Ip::ipVersion6, 3));
-  const auto expectTimes = [&](Kel::Seconds from, double neighbourTicks, double counterTicks) {
+  const auto now = static_cast<double>(netsnmp_get_agent_uptime());
+  for (const auto& [from, ticks] : {std::pair{0.0, now}, {1000.0, now + 100'000}, {-1e6, 0.0}}) {
     neighbour->lastUpdatedIs(Kel::System::currentTime() + from);
     counters->discontinuityTimeIs(Kel::System::currentTime() + from);
-    EXPECT_NEAR(std::stod(agent.get(ipObjects + ".35.1.5.3.1.4.10.0.0.1").value), neighbourTicks, 100);
-    EXPECT_NEAR(std::stod(agent.get(ourObjects + ".27.1.1.1.15.2.3").value), counterTicks, 100);
-  };
-  const auto now = static_cast<double>(netsnmp_get_agent_uptime());
-  expectTimes(0, now, now);
-  expectTimes(1000, now + 100'000, now + 100'000);
-  expectTimes(-1e6, 0, 0);  // before the agent's start
+    for (const auto& cell : {ipObjects + ".35.1.5.3.1.4.10.0.0.1", ourObjects + ".27.1.1.1.15.2.3"}) {
+      EXPECT_NEAR(std::stod(agent.get(cell).value), ticks, 100) << cell;
+    }
+  }
 }
 
 TEST_F(Tables, aNameThatDoesNotFitAnOidHidesNoOther) {
@@ -344,9 +343,8 @@ TEST_F(Tables, aNameThatDoesNotFitAnOidHidesNoOther) {
   };
   for (const std::size_t length : {3U, 114U, 115U, 128U, 2000U}) vrfIs(std::string(length, 'l'));
   expectWalks(vrf);  // which leaves out what does not fit
-  EXPECT_EQ(agent.getNext(cell(2, std::string(114, 'l'))).name, cell(3, "lll"));
   TraceLines lines("VrfBase");
-  agent.getNext(cell(2, std::string(114, 'l')));
+  EXPECT_EQ(agent.getNext(cell(2, std::string(114, 'l'))).name, cell(3, "lll"));
   EXPECT_THAT(lines.take(), Contains("0 quorinVrfTable: the index of the row " + std::string(115, 'l') +
                                      " cannot be written; the row is not served"));
   // An index that claims to be longer than it is, and one of the longest that a request may have.

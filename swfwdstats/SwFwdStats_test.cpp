@@ -102,8 +102,6 @@ TEST_F(SwFwdStatsTest, everyIpv6CounterIsFoundByItsName) {
   SW_FWD_COUNTERS(EXPECT_FIELD)
 #undef EXPECT_FIELD
   EXPECT_EQ(stats6->inBcastPkts() + stats6->outBcastPkts(), 0u);
-  EXPECT_THAT(traced(), IsSupersetOf({"1 stat is Ip6InReceives, value is 501",
-                                      "8 setting inReceives (counter for stat string Ip6InReceives) to 501"}));
 }
 
 TEST_F(SwFwdStatsTest, namesThatAreNoCountersArePassedOverAndLargeValuesKept) {
@@ -111,7 +109,9 @@ TEST_F(SwFwdStatsTest, namesThatAreNoCountersArePassedOverAndLargeValuesKept) {
   EXPECT_EQ(stats6->fragOKs(), 1ULL << 32);
   EXPECT_EQ(stats6->forwDatagrams(), ~0ULL);
   EXPECT_EQ(stats6->inReceives(), 5u) << "the last line needs no line end";
-  EXPECT_THAT(traced(), Contains("8 no counter found for stat string Ip6FragOK"));
+  EXPECT_THAT(traced(),
+              IsSupersetOf({"1 stat is Ip6InReceives, value is 5", "8 no counter found for stat string Ip6FragOK",
+                            "8 setting inReceives (counter for stat string Ip6InReceives) to 5"}));
   for (const char* name : {"Ip6OutForwDatagrams_", "Ip6InReceivez", "ip6InReceives"}) {
     EXPECT_EQ(counter(name, static_cast<unsigned>(std::strlen(name))), nullptr) << name;
   }

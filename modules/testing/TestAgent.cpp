@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <net-snmp/agent/agent_callbacks.h>
-#include <net-snmp/library/fd_event_manager.h>
 #include <net-snmp/library/snmp_transport.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -77,19 +77,6 @@ int replyArrived(int operation, netsnmp_session*, int, netsnmp_pdu* pdu, void* a
         {textOf({variable->name, variable->name + variable->name_length}), variable->type, valueText(*variable)});
   }
   return 1;
-}
-
-struct Output {
-  bool isOver = false;
-  std::string text;
-};
-
-void outputArrived(int descriptor, void* argument) {
-  auto& output = *static_cast<Output*>(argument);
-  char bytes[4096];
-  const auto length = read(descriptor, bytes, sizeof(bytes));
-  output.isOver = length <= 0;
-  if (!output.isOver) output.text.append(bytes, static_cast<std::size_t>(length));
 }
 
 }  // namespace
@@ -191,11 +178,15 @@ std::string TestAgent::outputOf(std::string command) {
   if (const auto at = command.find(place); at != std::string::npos) command.replace(at, place.size(), address_);
   const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen((command + " 2>&1").c_str(), "r"), pclose);
   if (!pipe) throw std::runtime_error("cannot run " + command);
-  Output output;
-  register_readfd(fileno(pipe.get()), outputArrived, &output);
-  while (!output.isOver) agent_check_and_process(1);
-  unregister_readfd(fileno(pipe.get()));
-  return output.text;
+  std::string output;
+  pollfd written{fileno(pipe.get()), POLLIN, 0};
+  for (char bytes[4096];;) {
+    agent_check_and_process(0);
+    if (poll(&written, 1, 1) == 0) continue;
+    const auto length = read(written.fd, bytes, sizeof(bytes));
+    if (length <= 0) return output;
+    output.append(bytes, static_cast<std::size_t>(length));
+  }
 }
 
 Reply TestAgent::exchange(netsnmp_pdu* pdu, const std::string& community) {
