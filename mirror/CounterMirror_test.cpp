@@ -124,7 +124,7 @@ TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
     const std::error_code error(EMFILE, *category);
     QTRACE(known, 0) << error.message() << (error == std::errc::no_such_file_or_directory);
   }
-  complaints_.clear();
+  traces_.lines.clear();
   for (const bool isListed : {false, true}) {
     for (int i = 0; isListed && i < 2; ++i) service_->poll();
     const int next = open("/dev/null", O_RDONLY);
@@ -137,8 +137,8 @@ TEST_F(CounterMirrorTest, recordsOutlastWhatCannotBeRead) {
     readAgain();
   }
   EXPECT_EQ(statsOf("lo")->discontinuityTime(), begin);
-  EXPECT_THAT(complaints_, testing::IsSupersetOf({testing::HasSubstr("dev_snmp6: Too many open files"),
-                                                  testing::HasSubstr("dev_snmp6/")}));
+  EXPECT_THAT(traces_.lines, testing::IsSupersetOf({testing::HasSubstr("dev_snmp6: Too many open files"),
+                                                    testing::HasSubstr("dev_snmp6/")}));
 }
 
 }  // namespace

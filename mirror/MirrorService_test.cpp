@@ -56,7 +56,7 @@ TEST_F(RoutesOfKernelTest, asTheyComeAndGo) {
       << "notifications alone did it";
   const auto changed = service_->tree().intfStatusDir->intfStatus(Vantu::IntfId("eth0-p"));
   EXPECT_EQ(changed->ethAddr().stringValue(), "02:00:00:00:00:02");
-  EXPECT_THAT(publishedLines(service_->picture(), store_),
+  EXPECT_THAT(publishedLines(service_->picture(), *mount()),
               testing::IsSupersetOf({"0 21.0.0.0/8 type 7/1 not persistent metric 0 10.0.0.2@eth0 10.1.0.2@eth1",
                                      "0 24.0.0.0/8 type 7/1 not persistent metric 0 2001:db8::9@eth0",
                                      "0 25.0.0.0/8 type 7/1 group metric 0 10.0.0.9@eth0",
@@ -86,11 +86,11 @@ TEST_F(RoutesOfKernelTest, takenAwayWithoutAWord) {
 // ---- the store
 
 TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
-  ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=1m"), 0);
+  ASSERT_EQ(::mount("tmpfs", parent_.c_str(), "tmpfs", 0, "size=1m"), 0);
   isMounted_ = true;
   std::filesystem::create_directories(netnsDirectory_);
   start();
-  const std::string filler = directory_ + "/filler";
+  const std::string filler = parent_ + "/filler";
   std::ofstream(filler) << std::string(1 << 20, ' ');
   std::vector<std::string> lines;
   for (int number = 0; number < 1000; ++number) {
@@ -100,11 +100,11 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   waitFor([&] { return linesOf(service_->picture()).contains("eth0 status 10.0.3.249/32"); }, "the last address");
   service_->poll();
   EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.")) << "or the store was not full";
-  EXPECT_THAT(complaints_, testing::ElementsAre(HasSubstr("; trying again every second")));
+  EXPECT_THAT(traces_.lines, testing::ElementsAre(HasSubstr("; trying again every second")));
   ip("addr del 10.0.3.249/32 dev eth0");
   std::filesystem::remove(filler);
   service_->poll();
-  EXPECT_THAT(complaints_.back(), HasSubstr("is written again"));
+  EXPECT_THAT(traces_.lines.back(), HasSubstr("is written again"));
   expectAgreement();
   EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
 }
@@ -113,12 +113,12 @@ TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {
   ip("addr add 10.0.0.1/24 dev eth0");
   start();
   for (const bool isChanged : {false, true}) {
-    std::filesystem::remove_all(store_);
+    std::filesystem::remove_all(directory_);
     if (isChanged) ip("addr add 10.0.0.2/24 dev eth0");
     while (service_->receive()) {
     }
     service_->poll();
-    const auto reader = mountOf(store_);
+    const auto reader = mount();
     ASSERT_EQ(reader->state(), Quillo::Mount::State::ready) << reader->stateText();
     EXPECT_TRUE(reader->snapshot().get(Quillo::TableId::varnix, "ip/status.ipIntfStatus/eth0"));
     EXPECT_TRUE(reader->snapshot().firstPassComplete());
@@ -152,7 +152,7 @@ TEST_F(MirrorServiceTest, idsSurviveTheMirrorAndAFreshStartJournalsNothing) {
   waitFor([&] { return service_->tree().intfStatusDir->intfStatus(Vantu::IntfId("b/lo")) != old; }, "the new b");
   waitForVrf("b");
   EXPECT_EQ(idOf("b"), 2U);
-  EXPECT_THAT(complaints_, IsEmpty());
+  EXPECT_THAT(traces_.lines, IsEmpty());
 }
 
 TEST_F(MirrorServiceTest, namespacesThatAreNoVrfsYetOrNeverWillBe) {
@@ -161,13 +161,13 @@ TEST_F(MirrorServiceTest, namespacesThatAreNoVrfsYetOrNeverWillBe) {
   start();
   makeFile(fileOf("red"));
   service_->poll();
-  const auto refusals = complaints_;
+  const auto refusals = traces_.lines;
   EXPECT_THAT(refusals, testing::UnorderedElementsAre(HasSubstr("ns- is"), HasSubstr("ns-default is"),
                                                       HasSubstr("101 bytes")));
   EXPECT_FALSE(isServed("red"));
   makeNamespace(fileOf("red"));
   waitForVrf("red");  // without a poll
-  EXPECT_EQ(complaints_, refusals) << "once";
+  EXPECT_EQ(traces_.lines, refusals) << "once";
   EXPECT_EQ(service_->vrfs(), 1U);
 }
 
@@ -184,7 +184,7 @@ TEST_F(MirrorServiceTest, theDirectoryOfNamespacesComesLaterAndIsReplaced) {
     service_->poll();
   }
   std::filesystem::create_directories(netnsDirectory_);
-  EXPECT_THAT(complaints_, IsEmpty());
+  EXPECT_THAT(traces_.lines, IsEmpty());
 }
 
 }  // namespace

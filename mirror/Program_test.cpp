@@ -1,21 +1,14 @@
 // The program as its users start it: options, background, signals, what it says when it cannot go on.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 
 #include "mirror/MirrorOptions.h"
-#include "quillo/Mount.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Mirror {
 namespace {
@@ -23,15 +16,13 @@ namespace {
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class ProgramTest : public testing::Test {
+class ProgramTest : public Quillo::Test::TestStore {
  protected:
   ProgramTest() {
     prctl(PR_SET_CHILD_SUBREAPER, 1);  // daemons become children of the test, which so learns their status
-    std::filesystem::create_directories(directory_);
   }
   ~ProgramTest() override {
-    if (isMounted_) umount(directory_.c_str());
-    std::filesystem::remove_all(directory_);
+    if (isMounted_) umount(parent_.c_str());
     std::filesystem::remove(output_);
   }
 
@@ -41,21 +32,14 @@ class ProgramTest : public testing::Test {
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
-  std::string output() const {
-    std::ostringstream text;
-    text << std::ifstream(output_).rdbuf();
-    return text.str();
-  }
+  std::string output() const { return Quillo::Test::readFile(output_); }
   void expectRefusal(const std::string& arguments, const std::string& part) {
     EXPECT_EQ(run(arguments), 1) << arguments;
     const std::string text = output();
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
     EXPECT_THAT(text, HasSubstr(part));
   }
-  pid_t publisher() const {
-    const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
-    return static_cast<pid_t>(mount->publisher().pid);
-  }
+  pid_t publisher() const { return static_cast<pid_t>(mount()->publisher().pid); }
   // The status with which the daemon ends on the signal; -1 when it does not end within a minute.
   static int statusAfter(pid_t daemon, int signal) {
     kill(daemon, signal);
@@ -67,10 +51,8 @@ class ProgramTest : public testing::Test {
     return -1;
   }
 
-  std::string directory_ = "/dev/shm/qp-" + std::to_string(getpid());
-  std::string store_ = directory_ + "/store";
   std::string output_ = "/tmp/qp-" + std::to_string(getpid()) + ".out";
-  std::string atStore_ = " --store " + store_;
+  std::string atStore_ = " --store " + directory_;
   bool isMounted_ = false;
 };
 
@@ -99,10 +81,9 @@ TEST_F(ProgramTest, options) {
 TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
   ASSERT_EQ(run(atStore_), 0) << output();
   EXPECT_THAT(output(), IsEmpty());
-  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store_});
-  mount->refresh();
-  ASSERT_EQ(mount->state(), Quillo::Mount::State::ready) << mount->stateText();
-  EXPECT_TRUE(mount->snapshot().firstPassComplete());
+  const auto reader = mount();
+  ASSERT_EQ(reader->state(), Quillo::Mount::State::ready) << reader->stateText();
+  EXPECT_TRUE(reader->snapshot().firstPassComplete());
   const pid_t daemon = publisher();
   ASSERT_GT(daemon, 1);
   EXPECT_EQ(getsid(daemon), daemon) << "a session of its own";
@@ -114,29 +95,29 @@ TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
 
   EXPECT_EQ(kill(daemon, SIGHUP), 0);  // would end it by default, before the other signal does
   EXPECT_EQ(statusAfter(daemon, SIGTERM), 0);
-  mount->refresh();
-  EXPECT_EQ(mount->state(), Quillo::Mount::State::ready) << "the store stays for its readers";
+  reader->refresh();
+  EXPECT_EQ(reader->state(), Quillo::Mount::State::ready) << "the store stays for its readers";
 }
 
 TEST_F(ProgramTest, refusals) {
   expectRefusal("-f --trace nonsense" + atStore_, "'nonsense'");
-  EXPECT_FALSE(std::filesystem::exists(store_));
-  expectRefusal("-f --config " + directory_ + "/none.yaml" + atStore_, directory_ + "/none.yaml: No such file");
-  std::ofstream(directory_ + "/bad.yaml") << "vrfs:\n  red: {rd: x}\n";
-  expectRefusal("--config " + directory_ + "/bad.yaml" + atStore_, directory_ + "/bad.yaml:2: vrfs.red: 'rd'");
-  EXPECT_FALSE(std::filesystem::exists(store_));
-  std::ofstream(directory_ + "/file") << "in the way";
-  expectRefusal("-f --store " + directory_ + "/file/store",
-                "cannot make the store directory " + directory_ + "/file/store: Not a directory; ");
+  EXPECT_FALSE(std::filesystem::exists(directory_));
+  expectRefusal("-f --config " + parent_ + "/none.yaml" + atStore_, parent_ + "/none.yaml: No such file");
+  std::ofstream(parent_ + "/bad.yaml") << "vrfs:\n  red: {rd: x}\n";
+  expectRefusal("--config " + parent_ + "/bad.yaml" + atStore_, parent_ + "/bad.yaml:2: vrfs.red: 'rd'");
+  EXPECT_FALSE(std::filesystem::exists(directory_));
+  std::ofstream(parent_ + "/file") << "in the way";
+  expectRefusal("-f --store " + parent_ + "/file/store",
+                "cannot make the store directory " + parent_ + "/file/store: Not a directory; ");
   EXPECT_EQ(run("-f --store /proc/1"), 1);
   EXPECT_THAT(output(), HasSubstr("cannot write /proc/1/"));
   expectRefusal("-f --group nobody-of-that-name" + atStore_, "no group 'nobody-of-that-name'");
 
-  std::filesystem::create_directories(store_);
-  std::ofstream(store_ + "/data.mdb") << "not a store";
-  expectRefusal("-f" + atStore_, store_);
+  std::filesystem::create_directories(directory_);
+  std::ofstream(directory_ + "/data.mdb") << "not a store";
+  expectRefusal("-f" + atStore_, directory_);
   ASSERT_EQ(run("--recreate-store" + atStore_), 0) << output();
-  EXPECT_TRUE(std::filesystem::exists(store_ + "/data.mdb.foreign")) << "the foreign file is kept";
+  EXPECT_TRUE(std::filesystem::exists(directory_ + "/data.mdb.foreign")) << "the foreign file is kept";
   const pid_t daemon = publisher();
   ASSERT_GT(daemon, 1);
   EXPECT_EQ(statusAfter(daemon, SIGINT), 0);
@@ -144,7 +125,7 @@ TEST_F(ProgramTest, refusals) {
 
 TEST_F(ProgramTest, aDiskThatIsFullFromTheStart) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root, to mount a file system";
-  ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=16k"), 0);
+  ASSERT_EQ(::mount("tmpfs", parent_.c_str(), "tmpfs", 0, "size=16k"), 0);
   isMounted_ = true;
   const std::string pidFile = output_ + ".pid";
   const std::string command = QUORIN_MIRRORD " -f" + atStore_ + " >" + output_ + " 2>&1 & echo $! >" + pidFile;
@@ -158,7 +139,7 @@ TEST_F(ProgramTest, aDiskThatIsFullFromTheStart) {
   };
   EXPECT_TRUE(within([this] { return output().ends_with("every second\n"); })) << output();
   EXPECT_THAT(output(), HasSubstr("No space left on device"));
-  ASSERT_EQ(mount("tmpfs", directory_.c_str(), "tmpfs", MS_REMOUNT, "size=16m"), 0);
+  ASSERT_EQ(::mount("tmpfs", parent_.c_str(), "tmpfs", MS_REMOUNT, "size=16m"), 0);
   EXPECT_TRUE(within([this] { return publisher() > 0; }));
   EXPECT_EQ(statusAfter(daemon, SIGTERM), 0);
 }

@@ -162,15 +162,6 @@ inline Lines expectedRouteLines(const FakeKernel& kernel, const VrfsByTable& vrf
 
 // ---- in the picture
 
-// The primary addresses, by interface.
-inline std::map<std::string, std::string> primaries(const Varnix::Tree& tree) {
-  std::map<std::string, std::string> result;
-  for (const auto& [id, record] : tree.ipConfig->ipIntfConfig()) {
-    result[id.text()] = record->addrWithMask().stringValue();
-  }
-  return result;
-}
-
 // Adds the lines of a record; an address in both places is a fault that shows as a line of its own.
 template <class Record>
 void addIpv4(Lines& lines, const std::string& start, const Vantu::IpAddrWithMask& first, const Record& record) {
@@ -232,12 +223,6 @@ inline Lines linesOf(const Picture& picture) {
 
 // ---- in the store
 
-inline Kel::Ptr<Quillo::Mount> mountOf(const std::string& store) {
-  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{store});
-  mount->refresh();
-  return mount;
-}
-
 inline Lines neighbourLines(const Quillo::Snapshot& snapshot) {
   Lines lines;
   for (const auto table : {Quillo::TableId::arp, Quillo::TableId::neighbor}) {
@@ -297,9 +282,9 @@ inline Lines routeLines(const Quillo::Snapshot& snapshot) {
   return lines;
 }
 
-inline Lines publishedLines(const Picture& picture, const std::string& store) {
+inline Lines publishedLines(const Picture& picture, Quillo::Mount& store) {
   Lines lines = linesOf(picture);
-  const auto snapshot = mountOf(store)->snapshot();
+  const auto snapshot = store.snapshot();
   lines.merge(neighbourLines(snapshot));
   lines.merge(routeLines(snapshot));
   return lines;

@@ -4,20 +4,17 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
-#include "kel/Trace.h"
 #include "mirror/MirrorService.h"
 #include "mirror/testing/Expectation.h"
+#include "quillo/testing/TestStore.h"
 #include "vantu/NetNs.h"
 
 namespace Mirror::Test {
@@ -33,12 +30,12 @@ inline void makeFile(const std::string& file) {
 inline void makeNamespace(const std::string& file) {
   std::thread([&] {
     const bool isMade = unshare(CLONE_NEWNET) == 0 &&
-                        mount("/proc/thread-self/ns/net", file.c_str(), "none", MS_BIND, nullptr) == 0;
+                        ::mount("/proc/thread-self/ns/net", file.c_str(), "none", MS_BIND, nullptr) == 0;
     if (!isMade) throw std::runtime_error("no namespace");
   }).join();
 }
 
-class MirrorServiceTest : public testing::Test {
+class MirrorServiceTest : public Quillo::Test::TestStore {
  protected:
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "needs root, to make network namespaces";
@@ -49,12 +46,8 @@ class MirrorServiceTest : public testing::Test {
       ip(line);
     }
     std::filesystem::create_directories(netnsDirectory_);
-    Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
-      if (level == 0) complaints_.push_back(text);
-    });
   }
   void TearDown() override {
-    Kel::TraceConfig::setSink({});
     service_.reset();
     if (!inside_) return;
     for (const auto& entry : std::filesystem::directory_iterator(netnsDirectory_)) {
@@ -62,8 +55,7 @@ class MirrorServiceTest : public testing::Test {
     }
     inside_.reset();
     execute("ip netns del " + name_);
-    if (isMounted_) umount(directory_.c_str());
-    std::filesystem::remove_all(directory_);
+    if (isMounted_) umount(parent_.c_str());
   }
 
   static void ip(const std::string& arguments) { execute("ip " + arguments); }
@@ -94,10 +86,7 @@ class MirrorServiceTest : public testing::Test {
 
   // ---- the service
   MirrorConfig config(int receiveBytes = RtSocket::defaultReceiveBytes) const {
-    return {.store = {.directory = store_, .name = "mirror_test"},
-            .netnsDirectory = netnsDirectory_,
-            .settingsFile = settingsFile_,
-            .receiveBytes = receiveBytes};
+    return {.store = TestStore::config(), .netnsDirectory = netnsDirectory_, .receiveBytes = receiveBytes};
   }
   // Starts it anew when it runs.
   void start(int receiveBytes = RtSocket::defaultReceiveBytes) {
@@ -127,14 +116,16 @@ class MirrorServiceTest : public testing::Test {
   // What a mirror publishes that starts now, with the VRF ids that are in the store.
   Lines publishedByAnother() const {
     MirrorConfig another = config();
-    another.store.directory = directory_ + "-another";
+    another.store.directory = parent_ + "-another";
     std::filesystem::create_directory(another.store.directory);
-    std::filesystem::copy(store_ + "/data.mdb", another.store.directory);
+    std::filesystem::copy(dataFile(), another.store.directory);
     MirrorService service(another);
     service.start();
     run(
         service, [&] { return service.isServing(); }, "the other one's first pass");
-    const Lines lines = publishedLines(service.picture(), another.store.directory);
+    const auto reader = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{another.store.directory});
+    reader->refresh();
+    const Lines lines = publishedLines(service.picture(), *reader);
     std::filesystem::remove_all(another.store.directory);
     return lines;
   }
@@ -143,7 +134,7 @@ class MirrorServiceTest : public testing::Test {
     Lines ours, another;
     const auto isSame = [&] {
       another = publishedByAnother();
-      ours = publishedLines(service_->picture(), store_);
+      ours = publishedLines(service_->picture(), *mount());
       return ours == another;
     };
     waitFor(isSame, "what another mirror publishes", 1000);
@@ -164,11 +155,8 @@ class MirrorServiceTest : public testing::Test {
   }
 
   std::string name_ = "qm-" + std::to_string(getpid());
-  std::string directory_ = "/dev/shm/" + name_;
-  std::string store_ = directory_ + "/store";
-  std::string netnsDirectory_ = directory_ + "/netns";
-  std::string settingsFile_;
-  std::vector<std::string> complaints_;
+  std::string netnsDirectory_ = parent_ + "/netns";
+  Quillo::Test::Traces traces_;
   std::optional<Vantu::NetNsGuard> inside_;
   std::unique_ptr<MirrorService> service_;
   bool isMounted_ = false;

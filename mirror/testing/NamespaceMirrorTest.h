@@ -3,14 +3,11 @@
 // both are published in.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
-
-#include "kel/Trace.h"
 #include "mirror/NamespaceMirror.h"
 #include "mirror/publish/TreePublisher.h"
 #include "mirror/testing/Expectation.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Mirror::Test {
 
@@ -26,13 +23,11 @@ inline TestNeighbour neighbour(int ifIndex, const std::string& addr, std::uint16
           Vantu::EthAddr::fromString("02:00:00:00:00:0" + std::to_string(mac)), state};
 }
 
-class NamespaceMirrorTest : public testing::Test {
+class NamespaceMirrorTest : public Quillo::Test::TestStore {
  protected:
   NamespaceMirrorTest() {
-    Kel::System::clockIs([this] { return now_; });
-    Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
-      if (level == 0) complaints_.push_back(text);
-    });
+    stopClock();
+    now_ = 1000;
     std::filesystem::create_directories(procSys_ + "/net/ipv4");
     for (FakeKernel* kernel : {&kernel_, &otherKernel_}) {
       kernel->links[1] = {1, "lo", IFF_UP | IFF_RUNNING, IF_OPER_UNKNOWN};
@@ -40,18 +35,12 @@ class NamespaceMirrorTest : public testing::Test {
     }
     open();
   }
-  ~NamespaceMirrorTest() override {
-    close();
-    Kel::System::clockIs({});
-    Kel::TraceConfig::setSink({});
-    std::filesystem::remove_all(directory_);
-  }
+  ~NamespaceMirrorTest() override { close(); }
 
   // What a program does that starts, and one that ends.
   void open() {
     picture_ = std::make_unique<Picture>();
-    publisher_ = std::make_unique<TreePublisher>(
-        *picture_, Quillo::PublisherConfig{.directory = store_, .name = "mirror_test"});
+    publisher_ = std::make_unique<TreePublisher>(*picture_, config());
     if (const auto ids = publisher_->store().get(Quillo::TableId::varnix, "vrf/id/status")) {
       picture_->vrfs.ids().load(*ids);
     }
@@ -130,7 +119,7 @@ class NamespaceMirrorTest : public testing::Test {
     return lines;
   }
   Lines shown() const {
-    Lines lines = publishedLines(*picture_, store_);
+    Lines lines = publishedLines(*picture_, *mount());
     for (const auto& [name, local] : tree().allVrfStatusLocal->vrf()) {
       const auto info = Kel::dynamicPtr<Routing::VrfInfo>(tree().routingVrfInfoDir->entityPtr(name.stringValue()));
       lines.insert(fmt::format("VRF {} {}{}", name.stringValue(), info->kernelTable(),
@@ -144,14 +133,13 @@ class NamespaceMirrorTest : public testing::Test {
     EXPECT_THAT(difference(), testing::IsEmpty());
   }
   const Varnix::Tree& tree() const { return picture_->tree; }
-  std::string primary(const char* id) const { return primaries(tree())[id]; }
+  std::string primary(const char* id) const {
+    return tree().ipConfig->ipIntfConfig(Vantu::IntfId(id))->addrWithMask().stringValue();
+  }
   std::uint64_t journalHead() const { return publisher_->store().seq(); }
 
-  Kel::Seconds now_ = 1000;
-  std::vector<std::string> complaints_;
-  const std::string directory_ = "/dev/shm/qm-test-" + std::to_string(getpid());
-  const std::string store_ = directory_ + "/store";
-  const std::string procSys_ = directory_ + "/sys";
+  Quillo::Test::Traces traces_;
+  const std::string procSys_ = parent_ + "/sys";
   FakeKernel kernel_, otherKernel_;
   std::unique_ptr<Picture> picture_;
   std::unique_ptr<TreePublisher> publisher_;

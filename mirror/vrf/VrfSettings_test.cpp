@@ -1,14 +1,8 @@
 #include "mirror/vrf/VrfSettings.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-
-#include "kel/Errors.h"
-#include "kel/Trace.h"
+#include "quillo/testing/TestStore.h"
 
 namespace Mirror {
 namespace {
@@ -76,18 +70,8 @@ TEST(VrfSettingsText, whatIsWrongIsOneLineThatNamesThePlace) {
   }
 }
 
-class SettingsFileTest : public testing::Test {
+class SettingsFileTest : public Quillo::Test::TestStore {
  protected:
-  SettingsFileTest() {
-    std::filesystem::create_directories(directory_);
-    Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
-      if (level == 0) complaints_.push_back(text);
-    });
-  }
-  ~SettingsFileTest() override {
-    Kel::TraceConfig::setSink({});
-    std::filesystem::remove_all(directory_);
-  }
   void write(const std::string& text) const { std::ofstream(file_) << text; }
   static std::string vrf(const char* name) { return std::string("vrfs:\n  ") + name + ":\n"; }
   static std::string namesOf(const SettingsFile& file) {
@@ -96,9 +80,8 @@ class SettingsFileTest : public testing::Test {
     return names;
   }
 
-  std::string directory_ = "/tmp/mirror-settings-" + std::to_string(getpid());
-  std::string file_ = directory_ + "/mirror.yaml";
-  std::vector<std::string> complaints_;
+  std::string file_ = parent_ + "/mirror.yaml";
+  Quillo::Test::Traces traces_;
 };
 
 TEST_F(SettingsFileTest, whatIsWrittenOrPutInItsPlaceIsTakenUpUnlessItIsWrong) {
@@ -108,33 +91,33 @@ TEST_F(SettingsFileTest, whatIsWrittenOrPutInItsPlaceIsTakenUpUnlessItIsWrong) {
   write(vrf("bb"));
   EXPECT_TRUE(file.update());
   EXPECT_EQ(namesOf(file), "bb");
-  std::ofstream(directory_ + "/other") << vrf("c");
+  std::ofstream(parent_ + "/other") << vrf("c");
   EXPECT_FALSE(file.update());
-  std::filesystem::rename(directory_ + "/other", file_);
+  std::filesystem::rename(parent_ + "/other", file_);
   EXPECT_TRUE(file.update());
   EXPECT_FALSE(file.poll());
-  EXPECT_THAT(complaints_, IsEmpty());
+  EXPECT_THAT(traces_.lines, IsEmpty());
   write("vrfs: [");
   EXPECT_FALSE(file.update() || file.poll() || file.poll());
-  EXPECT_THAT(complaints_, ElementsAre(HasSubstr(file_ + ":1: ")));
+  EXPECT_THAT(traces_.lines, ElementsAre(HasSubstr(file_ + ":1: ")));
   std::filesystem::remove(file_);
   EXPECT_FALSE(file.update() || file.poll() || file.poll() || file.poll());
   EXPECT_EQ(namesOf(file), "c");
-  EXPECT_EQ(complaints_.size(), 2U);
+  EXPECT_EQ(traces_.lines.size(), 2U);
   write(vrf("d"));
   EXPECT_TRUE(file.update());
   EXPECT_EQ(namesOf(file), "d");
 }
 
 TEST_F(SettingsFileTest, changesThatAreNotToldOf) {
-  const std::string below = directory_ + "/later/mirror.yaml";
+  const std::string below = parent_ + "/later/mirror.yaml";
   EXPECT_THROW(SettingsFile(below, true), Kel::Exception) << "it was asked for";
   SettingsFile file(below, false);
   EXPECT_FALSE(file.poll());
-  std::filesystem::create_directories(directory_ + "/later");
+  std::filesystem::create_directories(parent_ + "/later");
   write("nonsense");
   std::filesystem::create_symlink(file_, below);
-  for (const auto& wrong : {below, directory_}) EXPECT_THROW(SettingsFile(wrong, false), Kel::Exception);
+  for (const auto& wrong : {below, parent_}) EXPECT_THROW(SettingsFile(wrong, false), Kel::Exception);
   for (const char* name : {"a", "bb"}) {
     write(vrf(name));  // behind the link
     EXPECT_FALSE(file.poll()) << "it may be half written";
