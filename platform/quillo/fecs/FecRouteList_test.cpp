@@ -49,44 +49,11 @@ struct Random {
     const std::uint32_t addresses[] = {0, 0x0A000000, 0x0A000100, 0xFFFFFFFF, below(4) << 30};
     return {Vantu::IpAddr(addresses[below(5)]), below(33)};
   }
-  FecId fecId() { return FecId(below(3) ? below(6) : ~std::uint64_t{0} - below(3)); }
 };
 
-struct Followed : testing::Test {
-  using Routes = TestRouteStatus<Prefix>;
-  Kel::Ptr<Routes> routes = Kel::makePtr<Routes>();
-  Kel::Ptr<TestForwardingStatus> fecs = Kel::makePtr<TestForwardingStatus>();
-  Kel::Ptr<FecRouteList> list = Kel::makePtr<FecRouteList>();
-  Kel::Ptr<FibUtils::FecRouteListSm> sm;
-  Random random;
-
-  void scanAll() {
-    while (sm->isScanning()) sm->scanPiece();
-  }
-  void smIs() { sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, fecs, list); }
-  void fecIs(unsigned fecId, const std::vector<Via>& vias) { fecs->fecIs({FecId(fecId), vias}); }
-  // The prefixes that are found on an interface.
-  std::vector<Prefix> through(std::string_view intf) const {
-    std::vector<Prefix> all;
-    const auto isIt = [&](const Vantu::IntfId& id) { return id == Vantu::IntfId(intf); };
-    Prefix at;
-    for (unsigned i = 0; list->nextThrough(numbered(i), isIt, at); i = (at.address().value() >> 8) + 1) {
-      all.push_back(at);
-    }
-    return all;
-  }
-  static Route route(const Prefix& prefix, FecId fecId) {
-    return {prefix, Routing::Fib::RouteType(7), {}, {}, fecId};
-  }
-  static Prefix numbered(unsigned i) { return {Vantu::IpAddr(i << 8), 24}; }
-  Model model() const {
-    Model made;
-    for (const auto& [prefix, at] : routes->map) {
-      if (at.fecId != FecId()) made[prefix] = at.fecId;
-    }
-    return made;
-  }
-};
+Prefix numbered(unsigned i) {
+  return {Vantu::IpAddr(i << 8), 24};
+}
 
 // FECs 1 and 2 get most prefixes, so that they become large, and small again while more go than come.
 TEST(FecRouteList, listsAndFindsWhatLookingAtEachPrefixWould) {
@@ -99,7 +66,7 @@ TEST(FecRouteList, listsAndFindsWhatLookingAtEachPrefixWould) {
   std::map<FecId, FecRouteList::Intfs> intfsOf;
   std::set<Vantu::IntfId> good;
   const auto isGood = [&](const Vantu::IntfId& intf) { return good.contains(intf); };
-  const auto prefix = [&] { return random.below(8) ? Followed::numbered(random.below(1500)) : random.prefix(); };
+  const auto prefix = [&] { return random.below(8) ? numbered(random.below(1500)) : random.prefix(); };
   for (unsigned i = 0; i < 24'000; ++i) {
     const bool isShrinking = i / 4000 % 2 == 1;
     const FecId fecId(random.below(3) ? 1 + random.below(2) : random.below(9) + (~std::uint64_t{0} - 9));
@@ -146,76 +113,54 @@ TEST(FecRouteList, listsAndFindsWhatLookingAtEachPrefixWould) {
   expectEqual(*list, {});
 }
 
-// At once where it is one route, and in pieces where it is the table.
-TEST_F(Followed, changesOfTheTable) {
-  const unsigned size = 3 * RouteScan<Prefix>::pieceSize;
-  for (unsigned i = 0; i < size; ++i) routes->map[numbered(i)] = route(numbered(i), FecId(1 + i % 5));
+TEST(FecRouteListSm, readsTablesInPiecesAndSkipsOnlyWhatItHasRead) {
+  const Vantu::IpAddr hop(0x0A000001);
+  const Vantu::IntfId eth0("eth0"), eth1("eth1");
+  const auto routes = Kel::makePtr<TestRouteStatus<Prefix>>();
+  const auto fecs = Kel::makePtr<TestForwardingStatus>();
+  const auto list = Kel::makePtr<FecRouteList>();
+  // The first prefix from 1 on that may be found on this interface.
+  const auto first = [&](const Vantu::IntfId& sought) {
+    Prefix found;
+    const auto isSought = [&](const Vantu::IntfId& intf) { return intf == sought; };
+    return list->nextThrough(numbered(1), isSought, found) ? found : Prefix();
+  };
+  constexpr auto pieceSize = static_cast<unsigned>(RouteScan<Prefix>::pieceSize);
+  for (unsigned i = 1; i <= pieceSize + 1; ++i) {
+    routes->map[numbered(i)] = {numbered(i), Routing::Fib::RouteType(7), {}, {}, FecId(i < 4 ? i : 1)};
+  }
+  fecs->fecIs({FecId(1), {{hop, eth0}, {hop, eth1}}});  // of equal next hops the last counts
+  fecs->fecIs({FecId(2), std::vector<Via>(Fec::maxVias + 1, {hop, eth0})});
+  fecs->fecIs({FecId(3), {{hop, eth0}}});
+  fecs->damagedEntries[FecId(3)] = "checksum";
   routes->isInitialized = false;
-  smIs();
-  EXPECT_EQ(list->prefixCount(), 0u);
+  auto sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, fecs, list);
   unsigned begun = 0;
   sm->setScanHandler([&] { ++begun; });
   routes->initializedIs();
-  EXPECT_EQ(list->prefixCount(), RouteScan<Prefix>::pieceSize);
-  for (unsigned round = 0; round < 4; ++round) {
-    EXPECT_EQ(begun, 1 + round);
-    for (unsigned i = 0; i < 200; ++i) {
-      const auto prefix = random.below(2) ? random.prefix() : numbered(random.below(size));
-      random.below(3) ? routes->routeIs(route(prefix, random.fecId())) : routes->routeDel(prefix);
-      if (i == 100) scanAll();
-    }
-    auto expected = model();
-    for (const auto& damaged : routes->damagedEntries) expected.erase(damaged.first);
-    expectEqual(*list, expected);
-    EXPECT_EQ(routes->reports.empty(), round == 0);
-    // Another table, some of it elsewhere and some damaged: what is gone goes.
-    auto other = std::exchange(routes->map, {});
-    std::erase_if(other, [&](const auto&) { return random.below(3) == 0; });
-    routes->damagedEntries.clear();
-    for (auto& [prefix, at] : other) {
-      if (random.below(3) == 0) at.fecId = random.fecId();
-      if (round < 2 && random.below(100) == 0) routes->damagedEntries[prefix] = "checksum";
-    }
-    routes->tableIs(other);
-  }
-  scanAll();
+  EXPECT_EQ(list->prefixCount(), pieceSize);
+  EXPECT_EQ(first(eth0), numbered(pieceSize));
+  const auto finishScan = [&](unsigned number) {
+    EXPECT_EQ(begun, number);
+    while (sm->isScanning()) sm->scanPiece();
+    EXPECT_EQ(first(eth0), Prefix());
+    EXPECT_EQ(first(eth1), numbered(1));
+  };
+  finishScan(1);
+  routes->tableIs(routes->map);
+  EXPECT_EQ(first(eth0), numbered(1));
+  finishScan(2);
+  EXPECT_EQ(fecs->reports.size(), 1U);
+  routes->damagedEntries[numbered(2)] = "checksum";
+  routes->routeIs(routes->map[numbered(2)]);
+  EXPECT_EQ(routes->reports.size(), 1U);
   sm->kelStop();
-  const auto before = model();
-  routes->routeIs(route(numbered(2), FecId(9)));
-  expectEqual(*list, before);
-}
-
-TEST_F(Followed, prefixesAreFoundOnTheInterfacesOfTheirIpv4NextHops) {
-  const Vantu::IpAddr hop(0x0A000001);
-  const auto ipv6 = Vantu::Ip6Addr::fromString("fe80::1");
-  const Vantu::IntfId eth0("eth0"), eth1("eth1"), eth2("eth2");
-  fecIs(1, {{hop, eth0}});
-  fecIs(2, {{hop, eth0}, {ipv6, eth1}, {hop, eth2}});  // of equal next hops the last counts
-  fecIs(3, {{ipv6, eth0}});
-  fecIs(4, std::vector<Via>(Fec::maxVias + 1, {hop, eth0}));
-  for (unsigned i = 1; i <= 5; ++i) routes->routeIs(route(numbered(i), FecId(i)));
-  smIs();
-  EXPECT_EQ(through("eth0"), std::vector{numbered(1)});
-  EXPECT_EQ(through("eth1"), std::vector<Prefix>{});
-  EXPECT_EQ(through("eth2"), std::vector{numbered(2)});
-  fecIs(5, {{Vantu::IpAddr(), eth0}});
-  fecIs(1, {});
-  EXPECT_EQ(through("eth0"), std::vector{numbered(5)});
-  // A table that does not notify the single changes.
-  fecs->damagedEntries[FecId(5)] = "checksum";
-  fecs->map[FecId(3)].via = {{hop, eth0}};
-  fecs->tableIs(fecs->map);
-  EXPECT_EQ(through("eth0"), std::vector{numbered(3)});
-  EXPECT_EQ(fecs->reports.size(), 1u);
-  // An incomplete list skips nothing.
-  sm->kelStop();
-  for (int i = 0; i < 2; ++i) {
-    Prefix next;
-    EXPECT_TRUE(list->nextThrough(
-        numbered(1), [](const auto&) { return false; }, next));
-    EXPECT_EQ(next, numbered(1));
-    sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, nullptr, list);
-  }
+  routes->routeDel(numbered(1));
+  EXPECT_EQ(list->prefixCount(), pieceSize);
+  EXPECT_EQ(first(eth0), numbered(1));
+  sm = Kel::makePtr<FibUtils::FecRouteListSm>(routes, nullptr, list);
+  while (sm->isScanning()) sm->scanPiece();
+  EXPECT_EQ(first(eth0), numbered(1));
 }
 
 }  // namespace
