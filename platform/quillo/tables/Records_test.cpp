@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <tuple>
+
 #include "quillo/tables/ArpRecord.h"
 #include "quillo/tables/FecRecord.h"
 #include "quillo/tables/RouteRecord.h"
@@ -15,52 +17,43 @@ using Vrf::VrfIdMap::VrfId;
 
 const Fib::Via goodVia{Vantu::IpAddr(1), Vantu::IntfId("eth0")};
 
-// What `read` finds wrong with the bytes. What they are read into stays as it was.
-template <class Out, class Read>
-std::string fault(const Read& read, const std::string& bytes) {
-  Out out;
-  const char* what = read(bytes, out);
-  EXPECT_TRUE(!what || out == Out());
-  return what ? what : "";
-}
-std::string neighbourKeyFault(TableId table, const std::string& bytes) {
-  return fault<ArpKey>([&](Bytes key, ArpKey& out) { return Arp::Table::decodeKey(table, key, out); }, bytes);
-}
-std::string neighbourFault(const std::string& bytes) {
-  return fault<ArpEntry>(Arp::Table::decodeValue, bytes);
-}
-template <class P = Vantu::Prefix>
-std::string routeKeyFault(const std::string& bytes) {
-  using Key = std::pair<VrfId, P>;
-  return fault<Key>([](Bytes key, Key& out) { return decodeRouteKey(key, out.first, out.second); }, bytes);
-}
-std::string routeFault(const std::string& bytes) {
-  return fault<Fib::Route>(decodeRoute<Vantu::Prefix>, bytes);
-}
-std::string fecKeyFault(const std::string& bytes) {
-  using Key = std::pair<VrfId, Fib::FecId>;
-  return fault<Key>([](Bytes key, Key& out) { return decodeFecKey(key, out.first, out.second); }, bytes);
-}
-std::string fecFault(const std::string& bytes) {
-  return fault<Fib::Fec>(decodeFec, bytes);
+// What a decoder finds wrong with the bytes. What they are read into stays as it was.
+template <class... Out>
+auto faultsOf(const char* (*decode)(Bytes, Out&...)) {
+  return [decode](const std::string& bytes) -> std::string {
+    std::tuple<Out...> out;
+    const char* what = std::apply([&](auto&... into) { return decode(bytes, into...); }, out);
+    EXPECT_TRUE(!what || out == std::tuple<Out...>());
+    return what ? what : "";
+  };
 }
 
 TEST(RecordBytes, malformedOnesAreNoRecord) {
+  const auto arpKeyFault =
+      faultsOf<ArpKey>(+[](Bytes key, ArpKey& out) { return Arp::Table::decodeKey(TableId::arp, key, out); });
+  const auto neighborKeyFault =
+      faultsOf<ArpKey>(+[](Bytes key, ArpKey& out) { return Arp::Table::decodeKey(TableId::neighbor, key, out); });
+  const auto neighbourFault = faultsOf<ArpEntry>(Arp::Table::decodeValue);
+  const auto routeKeyFault = faultsOf<VrfId, Vantu::Prefix>(decodeRouteKey);
+  const auto route6KeyFault = faultsOf<VrfId, Vantu::Ip6Prefix>(decodeRouteKey);
+  const auto routeFault = faultsOf<Fib::Route>(decodeRoute);
+  const auto fecKeyFault = faultsOf<VrfId, Fib::FecId>(decodeFecKey);
+  const auto fecFault = faultsOf<Fib::Fec>(decodeFec);
   const std::string vrf(3, '\1'), unknownVrf(3, '\xff'), prefix("\x0a\0\0\0\x08", 5);
-  EXPECT_EQ("key too short", neighbourKeyFault(TableId::arp, ""));
-  EXPECT_EQ("key too short", neighbourKeyFault(TableId::arp, vrf + "addr"));
-  EXPECT_EQ("", neighbourKeyFault(TableId::arp, vrf + "addr" + std::string(255, 'n')));
-  EXPECT_EQ("key too long", neighbourKeyFault(TableId::arp, vrf + "addr" + std::string(256, 'n')));
-  EXPECT_EQ("key of an unknown VRF", neighbourKeyFault(TableId::arp, unknownVrf + "addrx"));
-  EXPECT_EQ("key too short", neighbourKeyFault(TableId::neighbor, vrf + std::string(16, 'a')));
-  EXPECT_EQ("", neighbourKeyFault(TableId::neighbor, vrf + std::string(17, 'a')));
+  EXPECT_EQ("key too short", arpKeyFault(""));
+  EXPECT_EQ("key too short", arpKeyFault(vrf + "addr"));
+  EXPECT_EQ("", arpKeyFault(vrf + "addr" + std::string(255, 'n')));
+  EXPECT_EQ("key too long", arpKeyFault(vrf + "addr" + std::string(256, 'n')));
+  EXPECT_EQ("key of an unknown VRF", arpKeyFault(unknownVrf + "addrx"));
+  EXPECT_EQ("key too short", neighborKeyFault(vrf + std::string(16, 'a')));
+  EXPECT_EQ("", neighborKeyFault(vrf + std::string(17, 'a')));
   for (const auto size : {6U, 8U}) EXPECT_EQ("value of a wrong length", neighbourFault(std::string(size, '\0')));
   EXPECT_EQ("unknown flags in the value", neighbourFault(std::string("\0\0\0\0\0\0\3", 7)));
 
   EXPECT_EQ("", routeKeyFault(vrf + prefix));
   EXPECT_EQ("host bits in the prefix", routeKeyFault(vrf + std::string("\x0a\0\0\1\x08", 5)));
   EXPECT_EQ("prefix too long", routeKeyFault(vrf + std::string("\x0a\0\0\0\x21", 5)));
-  EXPECT_EQ("prefix too long", routeKeyFault<Vantu::Ip6Prefix>(vrf + std::string(16, '\0') + '\x81'));
+  EXPECT_EQ("prefix too long", route6KeyFault(vrf + std::string(16, '\0') + '\x81'));
   EXPECT_EQ("key of an unknown VRF", routeKeyFault(unknownVrf + prefix));
   for (const auto size : {7U, 9U}) EXPECT_EQ("key of a wrong length", routeKeyFault(std::string(size, '\0')));
   for (const auto size : {14U, 16U}) EXPECT_EQ("value of a wrong length", routeFault(std::string(size, '\1')));
