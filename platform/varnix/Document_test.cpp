@@ -6,7 +6,6 @@
 #include <random>
 
 #include "varnix/ByteText.h"
-#include "varnix/Tree.h"
 
 namespace Varnix {
 namespace {
@@ -64,20 +63,6 @@ TEST(Document, saysWhatIsWrongWithAText) {
       EXPECT_THAT(error.what(), HasSubstr(what)) << text;
     }
   }
-}
-
-TEST(Document, writesAReferenceAsAPathInTheTreeOnly) {
-  const auto top = Kel::makePtr<Kel::Dir>("");
-  Tree tree(top->dirIs("Varnix"));
-  const auto l3 = tree.l3StatusDir->intfStatusIs(Vantu::IntfId("red/e.1"));
-  const auto ip = tree.ipStatus->ipIntfStatusIs(Vantu::IntfId("red/e.1"));
-  ip->l3StatusIs(l3);
-  ip->activeAddrWithMaskIs(Vantu::IpAddrWithMask::fromString("10.1.2.3/24"));
-  EXPECT_EQ(documentText(documentOf(*ip, *tree.root)),
-            R"({"attributes":{"activeAddrWithMask":"10.1.2.3/24","l3Status":"l3/intf/status.intfStatus/red/e.1",)"
-            R"("secondaryAddrWithMask":{},"unnumberedIntfId":""},"type":"Ip::IpIntfStatus"})");
-  tree.l3StatusDir->intfStatusDel(Vantu::IntfId("red/e.1"));
-  EXPECT_THAT(documentText(documentOf(*ip, *tree.root)), HasSubstr("\"l3Status\":null"));
 }
 
 }  // namespace

@@ -105,16 +105,17 @@ TEST_F(TreeLoaderTest, aDocumentThatBecomesBadTakesItsEntityAlong) {
 
 TEST_F(TreeLoaderTest, aReferenceIsNullOnlyWhenThereIsNoSuchTarget) {
   struct Watch : Ip::IpIntfStatus::Notifiee {
-    std::vector<std::string> calls;
-    void handleL3Status() override {
-      calls.push_back(notifier()->l3Status() ? notifier()->l3Status()->vrf().stringValue() : "none");
-    }
+    std::function<void()> changed;
+    void handleL3Status() override { changed(); }
+    void handleActiveAddrWithMask() override { changed(); }
   };
   loadIp("10.0.0.1/8", "eth0");
   EXPECT_EQ(shown(), "0.0.0.0/0 none");
   EXPECT_FALSE(loader.settle(10));
   EXPECT_EQ(shown(), "10.0.0.1/8 none");
+  std::vector<std::string> seen;
   auto watch = Kel::makePtr<Watch>();
+  watch->changed = [&] { seen.push_back(shown()); };
   watch->notifierIs(tree.ipStatus->ipIntfStatus(eth0));
   loadL3("eth0");
   loadIp("10.0.0.1/8", "eth0");
@@ -122,7 +123,7 @@ TEST_F(TreeLoaderTest, aReferenceIsNullOnlyWhenThereIsNoSuchTarget) {
   EXPECT_TRUE(loader.settle(0));
   EXPECT_FALSE(loader.settle(1));
   loadL3("eth0", "blue");
-  EXPECT_THAT(watch->calls, ElementsAre("red", "none", "blue")) << "complete when it is set";
+  EXPECT_THAT(std::exchange(seen, {}), ElementsAre("10.0.0.1/8 red", "10.0.0.1/8 none", "10.0.0.1/8 blue"));
   EXPECT_THAT(traces.take(), ElementsAre());
   for (const auto& [target, what] : {std::pair("\"routing/config\"", "'l3Status' left out: expected"),
                                      std::pair("7", "expected a path or null, found")}) {
@@ -130,6 +131,11 @@ TEST_F(TreeLoaderTest, aReferenceIsNullOnlyWhenThereIsNoSuchTarget) {
     EXPECT_EQ(shown(), "0.0.0.0/0 none");
     EXPECT_THAT(traces.take(), ElementsAre(HasSubstr(what)));
   }
+  // While an address is there, so is its VRF.
+  seen.clear();
+  loadIp("10.0.0.2/8", "eth0");
+  load(ipPath, "Ip::IpIntfStatus", "{}");
+  EXPECT_THAT(seen, ElementsAre("0.0.0.0/0 blue", "10.0.0.2/8 blue", "0.0.0.0/0 blue", "0.0.0.0/0 none"));
 }
 
 TEST_F(TreeLoaderTest, aDocumentWaitsForItsTargetAndHoldsIt) {
