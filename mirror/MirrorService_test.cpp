@@ -87,7 +87,6 @@ TEST_F(RoutesOfKernelTest, takenAwayWithoutAWord) {
 
 TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   ASSERT_EQ(::mount("tmpfs", parent_.c_str(), "tmpfs", 0, "size=1m"), 0);
-  isMounted_ = true;
   std::filesystem::create_directories(netnsDirectory_);
   start();
   const std::string filler = parent_ + "/filler";

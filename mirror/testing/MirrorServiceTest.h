@@ -55,7 +55,7 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
     }
     inside_.reset();
     execute("ip netns del " + name_);
-    if (isMounted_) umount(parent_.c_str());
+    umount(parent_.c_str());  // which a test may have mounted a file system on
   }
 
   static void ip(const std::string& arguments) { execute("ip " + arguments); }
@@ -159,7 +159,6 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
   Quillo::Test::Traces traces_;
   std::optional<Vantu::NetNsGuard> inside_;
   std::unique_ptr<MirrorService> service_;
-  bool isMounted_ = false;
 };
 
 }  // namespace Mirror::Test

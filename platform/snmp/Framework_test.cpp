@@ -32,21 +32,14 @@ class RecordingModule : public Snmp::HandlerRegistration {
   std::vector<Kel::String>& log_;
 };
 
-class FrameworkTest : public ::testing::Test {
- protected:
+TEST(Framework, modulesEnterByNameAndLeaveInReverseWhatTheyEntered) {
   std::vector<Kel::String> log;
-  RecordingModule vrf{"VrfBase", log};
-  RecordingModule ip{"IpBase", log};
-  Snmp::AutoRegistree vrfRegistree{&vrf};
-  Snmp::AutoRegistree ipRegistree{&ip};
-};
-
-TEST_F(FrameworkTest, modulesEnterByNameAndLeaveInReverseWhatTheyEntered) {
+  RecordingModule vrf("VrfBase", log), ip("IpBase", log), late("Late", log);
+  const Snmp::AutoRegistree vrfRegistree(&vrf), ipRegistree(&ip);
   Snmp::Contexts contexts;
   EXPECT_THROW(contexts.enter("red"), Kel::RangeException) << "the default context comes first";
   contexts.enter("");
   EXPECT_THROW(contexts.enter(Kel::String("r\0d", 3)), Kel::RangeException);
-  RecordingModule late("Late", log);
   auto lateRegistree = std::make_unique<Snmp::AutoRegistree>(&late);
   for (const auto* context : {"red", "red", "blue"}) contexts.enter(context);
   EXPECT_THAT(log, ElementsAre("+IpBase@", "+VrfBase@", "+IpBase@red", "+Late@red", "+VrfBase@red", "+IpBase@blue",
