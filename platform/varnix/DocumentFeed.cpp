@@ -50,8 +50,7 @@ void DocumentFeed::begin(const Snapshot& snapshot, Turn& turn) {
 }
 
 void DocumentFeed::load(const Snapshot& snapshot, std::size_t limit, Turn& turn) {
-  std::size_t met = 0;
-  const auto isFull = [&] { return turn.items.size() + met >= limit; };
+  const auto isFull = [&] { return turn.items.size() >= limit; };
   const auto take = [&](const Quillo::Scan& scan) {
     if (isFull()) return false;
     turn.items.push_back({std::string(scan.key()), std::string(scan.value())});
@@ -59,14 +58,13 @@ void DocumentFeed::load(const Snapshot& snapshot, std::size_t limit, Turn& turn)
     damaged_.erase(turn.items.back().path);
     return true;
   };
-  const auto leaveOut = [&](const std::string& key, const CorruptionDetectedException& damage) {
+  const auto takeDamaged = [&](const std::string& key, const CorruptionDetectedException& damage) {
     if (isFull()) return false;
-    damageMet(key, damage.what());
+    damageMet(key, damage.what(), turn);
     loadFrom_ = Quillo::keyAfter(key);
-    ++met;
     return true;
   };
-  loading_ = !Quillo::scanAround(snapshot, documentTable, loadFrom_, take, leaveOut);
+  loading_ = !Quillo::scanAround(snapshot, documentTable, loadFrom_, take, takeDamaged);
   turn.more = true;
   turn.ends = !loading_;
 }
@@ -80,14 +78,16 @@ void DocumentFeed::follow(Snapshot& snapshot, std::size_t limit, Turn& turn) {
   }
   for (const auto& change : changes.changes) {
     if (change.table != documentTable) continue;
-    auto& item = turn.items.emplace_back(Item{change.key, std::nullopt});
-    if (change.kind == Quillo::Change::Kind::deletion) continue;
+    Item item{change.key, std::nullopt};
     try {
-      if (const auto text = snapshot.get(documentTable, change.key)) item.text = std::string(*text);
+      if (change.kind != Quillo::Change::Kind::deletion) {
+        if (const auto text = snapshot.get(documentTable, change.key)) item.text = std::string(*text);
+      }
       damaged_.erase(change.key);
+      turn.items.push_back(std::move(item));
     } catch (const CorruptionDetectedException& damage) {
       if (!Quillo::isReadable(snapshot)) throw;
-      damageMet(change.key, damage.what());
+      damageMet(change.key, damage.what(), turn);
     }
   }
   mark_ = changes.next;
@@ -96,7 +96,8 @@ void DocumentFeed::follow(Snapshot& snapshot, std::size_t limit, Turn& turn) {
   turn.passIsIn = pass && pass->seq <= mark_.seq;
 }
 
-void DocumentFeed::damageMet(const std::string& path, const std::string& what) {
+void DocumentFeed::damageMet(const std::string& path, const std::string& what, Turn& turn) {
+  turn.items.push_back({path, std::nullopt, true});
   auto& known = damaged_[path];
   if (known == what) return;
   known = what;

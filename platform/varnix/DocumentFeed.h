@@ -3,8 +3,8 @@
 //
 // Guarantees:
 // - Documents are copied out; no snapshot outlives a turn.
-// - A damaged record is reported to the mount and left out, and the rest is read. The mount then reopens the store and
-//   all documents are read anew; records that are still damaged are left out without a second report.
+// - A damaged record is an item without text, and the rest is read. It is reported to the mount, which reopens the
+//   store, and all documents are read anew; records that are still damaged are not reported again.
 // - Damage outside a record ends the turn. Reading begins anew once the mount has reopened the store.
 
 #include <map>
@@ -20,7 +20,8 @@ class DocumentFeed {
  public:
   struct Item {
     std::string path;
-    std::optional<std::string> text;  // nullopt: the document does not exist
+    std::optional<std::string> text;  // nullopt: the document does not exist, or is damaged
+    bool isDamaged = false;           // in a reading of all documents, the path may be damaged as well
   };
   struct Turn {
     bool begins = false;    // these items begin a new reading of all documents
@@ -49,7 +50,7 @@ class DocumentFeed {
   void begin(const Quillo::Snapshot& snapshot, Turn& turn);
   void load(const Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
   void follow(Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
-  void damageMet(const std::string& path, const std::string& what);
+  void damageMet(const std::string& path, const std::string& what, Turn& turn);
   void reportDamage();
 
   Kel::Ptr<Quillo::Mount> mount_;

@@ -40,8 +40,13 @@ bool EntityManager::step(std::size_t limit) {
     loader_->beginPass();
   }
   for (const auto& item : turn.items) {
-    QTRACE(entityManagerTrace, 6) << (item.text ? "document of " : "no document of ") << escapeBytes(item.path);
-    if (item.text) {
+    QTRACE(entityManagerTrace, 6) << (item.isDamaged ? "damaged document of "
+                                      : item.text    ? "document of "
+                                                     : "no document of ")
+                                  << escapeBytes(item.path);
+    if (item.isDamaged) {
+      loader_->keepDocument(item.path);
+    } else if (item.text) {
       loader_->loadDocument(item.path, *item.text);
     } else {
       loader_->deleteDocument(item.path);

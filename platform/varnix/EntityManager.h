@@ -13,8 +13,10 @@
 // - No step shows an address without its VRF: an entity takes its attributes after the targets of its references exist,
 //   and a target is deleted after the last reference to it. A reference is null only when the store has no such target.
 // - An equal value is not set again, even after a rebuild: no row flaps when the publisher restarts.
-// - Malformed documents, unknown types and attributes, bad values, documents without a place and damaged records are
-//   traced at level 0 and left out; the rest is served.
+// - Unknown types and attributes, bad values and documents without a place are traced at level 0 and left out; the rest
+//   is served.
+// - An entity whose document cannot be read (a damaged record, malformed text) keeps its attributes until it can; the
+//   damage is traced at level 0. Until then no reference becomes null for want of its target.
 // - An exception of a reactor is traced at level 0; the change that caused it remains in effect.
 // - While the store is missing or unreadable the tree keeps its contents. A new store replaces them in one go, once a
 //   publisher has completed a pass over it.

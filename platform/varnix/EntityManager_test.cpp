@@ -229,7 +229,7 @@ TEST_F(EntityManagerTest, saysWhatItWaitsForAndServesWhatItHas) {
   EXPECT_EQ(reader.manager->status(), "");
 }
 
-TEST_F(EntityManagerTest, badDocumentsAndDamagedRecordsAreLeftOutAndTheRestServed) {
+TEST_F(EntityManagerTest, damagedDocumentsAreKeptAsLastReadAndTheRestIsServed) {
   Writer writer(directory_);
   const auto& dir = writer.tree.intfStatusDir;
   // Damaged: the first document of all, two in a row, and later b3. One key has the longest size.
@@ -239,7 +239,10 @@ TEST_F(EntityManagerTest, badDocumentsAndDamagedRecordsAreLeftOutAndTheRestServe
   }
   writer.tree.routingVrfConfigDir->vrfConfigIs(longest)->routingIs(true);
   writer.documents.publishAll();
-  auto expected = textOf(writer.tree);
+  const Reader served(directory_);
+  served.follow();
+  const auto complete = textOf(writer.tree);
+  auto expected = complete;
   const auto damage = [&](const std::string& name) {
     ASSERT_GT(Quillo::Test::damage(dataFile(), "MARK-" + name), 0u);
     expected.erase("interface/status.intfStatus/" + name);
@@ -269,6 +272,15 @@ TEST_F(EntityManagerTest, badDocumentsAndDamagedRecordsAreLeftOutAndTheRestServe
   const Reader later(directory_);
   later.follow();
   EXPECT_EQ(textOf(later.tree()), expected);
+
+  served.follow();
+  // A reader that has read them keeps them when it reads all documents anew, and that of a damaged path.
+  ASSERT_GT(Quillo::Test::damage(dataFile(), "interface/status.intfStatus/b0"), 0u);
+  served.mount->corruptionDetected("met elsewhere");
+  served.follow();
+  auto kept = complete;
+  kept["interface/status.intfStatus/a1"] = expected["interface/status.intfStatus/a1"];
+  EXPECT_EQ(textOf(served.tree()), kept);
 }
 
 }  // namespace

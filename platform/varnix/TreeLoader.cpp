@@ -30,17 +30,33 @@ void TreeLoader::loadDocument(const std::string& path, std::string_view text) {
 
 void TreeLoader::deleteDocument(const std::string& path) {
   QTRACE_ENTRY(treeLoaderTrace, this);
+  unreadable_.erase(path);
   withdraw(path);
   workOff();
+}
+
+void TreeLoader::keepDocument(const std::string& path) {
+  if (!keep(path)) isUnplacedDamage_ = true;
+}
+
+// Returns whether the path has an entity.
+bool TreeLoader::keep(const std::string& path) {
+  unreadable_.insert(path);
+  const auto at = entries_.find(path);
+  if (at == entries_.end()) return places_.fixed().contains(path);
+  at->second.pass = pass_;
+  condemned_.erase(path);
+  return true;
 }
 
 void TreeLoader::take(const std::string& path, std::string_view text) {
   try {
     auto document = documentFromText(text);
+    unreadable_.erase(path);
     take(path, entries_[path], std::move(document));
   } catch (const DocumentException& error) {
     QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
-    withdraw(path);
+    keep(path);
   }
 }
 
@@ -102,9 +118,12 @@ void TreeLoader::workOff() {
 void TreeLoader::beginPass() {
   ++pass_;
   sweepFrom_.clear();
+  unreadable_.clear();
+  isUnplacedDamage_ = false;
 }
 
 bool TreeLoader::sweep(std::size_t limit) {
+  if (isUnplacedDamage_) return false;
   for (auto at = entries_.lower_bound(sweepFrom_); at != entries_.end(); at = entries_.lower_bound(sweepFrom_)) {
     if (limit-- == 0) return true;
     const auto path = at->first;
@@ -115,6 +134,7 @@ bool TreeLoader::sweep(std::size_t limit) {
 }
 
 bool TreeLoader::settle(std::size_t limit) {
+  if (!unreadable_.empty()) return false;
   for (; limit > 0 && !waiting_.empty(); --limit) {
     const auto path = waiting_.first();
     setAttributes(path, entries_.at(path), *waiting_.take(path));

@@ -5,13 +5,16 @@
 // entries of open directories are created and deleted with their documents.
 //
 // Guarantees:
-// - After settle() the tree depends only on the current documents, in any order of their arrival.
+// - After settle() the tree depends only on the current documents, in any order of their arrival, if all can be read.
+// - An entity whose document exists but cannot be read (keepDocument(), or malformed text) keeps its attributes. While
+//   there is such a document, settle() ends no waiting: an entity without its last good references would show, for
+//   instance, an address of another VRF in the default one.
 // - A value that stays the same is not set again.
 // - Reactors never see half a change. A document that refers to a missing entity waits for that entity. Until then
 //   its own entity keeps its attributes (a new one its defaults). An entity is deleted after the last reference to
 //   it. settle() ends the waiting: it sets a reference to null if the target is still missing.
-// - A document that is malformed, of a wrong type or without a place is traced at level 0 and left out. So is an
-//   unknown attribute, once for each type of entity. An attribute with a bad value gets its default.
+// - A document of a wrong type or without a place is traced at level 0 and left out. So is an unknown attribute, once
+//   for each type of entity. An attribute with a bad value gets its default. Malformed text is traced at level 0.
 
 #include <map>
 #include <optional>
@@ -74,6 +77,9 @@ class TreeLoader {
 
   void loadDocument(const std::string& path, std::string_view text);
   void deleteDocument(const std::string& path);
+  // The document exists but cannot be read. In a set of documents its path may be damaged, too: if no entity has this
+  // path, the sweep deletes nothing.
+  void keepDocument(const std::string& path);
 
   // Begins a new set of documents: sweep() deletes the documents that were not loaded again since.
   void beginPass();
@@ -101,6 +107,7 @@ class TreeLoader {
   void take(const std::string& path, std::string_view text);
   void take(const std::string& path, Entry& entry, Document document);
   void withdraw(const std::string& path);
+  bool keep(const std::string& path);
   void remove(const std::string& path);
   void displace(const std::string& path, Entry& entry);
 
@@ -126,6 +133,8 @@ class TreeLoader {
   Entries entries_;
   std::uint64_t pass_ = 0;
   std::string sweepFrom_;
+  std::set<std::string> unreadable_;  // paths of the documents that cannot be read
+  bool isUnplacedDamage_ = false;     // since the pass began, one of them belonged to no entity
   std::set<std::string> unplaced_;
   std::vector<std::string> unreported_;
   std::map<std::string, std::set<std::string>> referrers_;  // by target
