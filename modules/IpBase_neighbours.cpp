@@ -1,9 +1,9 @@
 // The neighbour tables of IP-MIB.
 //
 // A row holds the key of a neighbour; each request reads the rest from the shared table. So a row may briefly outlive
-// its neighbour, and the neighbour's record may be damaged. Such a row is answered from its key, with an empty physical
-// address and the type of a dynamic neighbour. One bad record thus does not end a walk of the table, as an error would.
-// Damage is reported to the shared table.
+// its neighbour, and the neighbour's record may be damaged or the whole table unreadable. Such a row has no instance of
+// the columns that need the record, which ends no walk. Only ipNetToMediaType of a damaged record has a default, the
+// type of a dynamic neighbour. Damage is reported to the shared table.
 
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/ArpTableIteratorConst.h"
@@ -17,28 +17,39 @@ using IpSnmp::IpNetToPhysicalTableIndex;
 using Modules::column;
 using Modules::s32ToAsnInteger;
 
-// The neighbour of a row in the shared table; an entry that does not exist if it is deleted or damaged.
+// The neighbour of a row in the shared table. None if it is deleted or cannot be read; `ifDamaged` for a damaged record.
 template <class Row>
-ArpEntry sharedEntry(const Row& row) {
+std::optional<ArpEntry> sharedEntry(const Row& row, const std::optional<ArpEntry>& ifDamaged = std::nullopt) {
   try {
-    return row.arpEntry();
+    auto entry = row.arpEntry();
+    return entry.exists() ? std::optional(std::move(entry)) : std::nullopt;
   } catch (const Pesk::CorruptionDetectedException& error) {
     row.arpQuillo()->corruptionDetected(error);
-    return {};
+    return ifDamaged;
+  } catch (const Quillo::StoreException&) {
+    return std::nullopt;  // the follower of the store reports it
   }
 }
 
-// The same, but always with the row's address, which determines the type.
-ArpEntry addressedEntry(const IpSnmp::IpNetToPhysicalTableEntry& row) {
-  auto entry = sharedEntry(row);
-  if (!entry.exists()) entry.key.addr = row.ipGenAddr();
+template <class Row>
+std::optional<Vantu::EthAddr> physAddress(const Row& row) {
+  const auto entry = sharedEntry(row);
+  return entry ? std::optional(entry->ethAddr) : std::nullopt;
+}
+
+std::optional<Arp::ArpEntryStatus> mediaStatus(const IpSnmp::ArpTableEntry& row) {
+  const auto entry = sharedEntry(row, ArpEntry());
+  return entry ? std::optional(entry->status) : std::nullopt;
+}
+
+// A link-local address alone determines the type.
+std::optional<ArpEntry> physicalEntry(const IpSnmp::IpNetToPhysicalTableEntry& row) {
+  if (!row.ipGenAddr().isLinkLocal()) return sharedEntry(row);
+  ArpEntry entry;
+  entry.key.addr = row.ipGenAddr();
   return entry;
 }
 
-constexpr Modules::Conversion<const ArpEntry&> ethAddrToAsnOctetString{
-    Modules::vantuEthAddrToAsnOctetString.name, [](const ArpEntry& entry, unsigned char* buffer, int length) {
-      return entry.exists() ? VantuEthAddrToAsnOctetStringF(entry.ethAddr, buffer, length) : 0;
-    }};
 constexpr Modules::Conversion<const Arp::ArpEntryStatus&> arpEntryStaticToAsnInteger{"ArpEntryStaticToAsnInteger",
                                                                                      ArpEntryStaticToAsnInteger};
 constexpr Modules::Conversion<const ArpEntry&> physicalTypeToAsnInteger{"PhysicalTypeToAsnInteger",
@@ -88,15 +99,14 @@ const auto ipNetToMediaTable = Modules::makeIteratorTable<ArpWalker>(
     {column<ArpRow>(1, "ipNetToMediaIfIndex", ASN_INTEGER, s32ToAsnInteger, "ifIndex",
                     [](const auto& row) { return static_cast<int>(row.ifIndex()); })
          .refusable(),
-     column<ArpRow>(2, "ipNetToMediaPhysAddress", ASN_OCTET_STR, ethAddrToAsnOctetString, "physAddress",
-                    [](const auto& row) { return sharedEntry(row); })
+     column<ArpRow>(2, "ipNetToMediaPhysAddress", ASN_OCTET_STR, Modules::vantuEthAddrToAsnOctetString,
+                    "physAddress", physAddress<ArpRow>)
          .limitedTo(physAddressLimit, limitedEntity)
          .refusable(),
      column<ArpRow>(3, "ipNetToMediaNetAddress", ASN_IPADDRESS, Modules::vantuIpAddrToAsnOctetString, "netAddress",
                     [](const auto& row) { return row.netAddress(); })
          .refusable(),
-     column<ArpRow>(4, "ipNetToMediaType", ASN_INTEGER, arpEntryStaticToAsnInteger, "arpEntry",
-                    [](const auto& row) { return sharedEntry(row).status; })
+     column<ArpRow>(4, "ipNetToMediaType", ASN_INTEGER, arpEntryStaticToAsnInteger, "arpEntry", mediaStatus)
          .refusable()});
 
 struct IpNetToPhysicalRows {
@@ -128,14 +138,13 @@ const auto ipNetToPhysicalTable = Modules::makeIteratorTable<Modules::OrderedWal
         Modules::octetStringIndex<IpNetToPhysicalTableIndex>(
             "ipNetToPhysicalNetAddress", "inetAddress",
             [](const auto& key) -> const Snmp::String& { return key.addr().bytes(); })),
-    {column<PhysicalRow>(4, "ipNetToPhysicalPhysAddress", ASN_OCTET_STR, ethAddrToAsnOctetString, "physAddress",
-                         [](const auto& row) { return sharedEntry(row); })
+    {column<PhysicalRow>(4, "ipNetToPhysicalPhysAddress", ASN_OCTET_STR, Modules::vantuEthAddrToAsnOctetString,
+                         "physAddress", physAddress<PhysicalRow>)
          .limitedTo(physAddressLimit, limitedEntity)
          .refusable(),
      column<PhysicalRow>(5, "ipNetToPhysicalLastUpdated", ASN_TIMETICKS, Modules::nowSecondsToUptimeTimeTicks,
                          "lastUpdated", [](const auto& row) { return row.lastUpdated(); }),
-     column<PhysicalRow>(6, "ipNetToPhysicalType", ASN_INTEGER, physicalTypeToAsnInteger, "arpEntry",
-                         addressedEntry)
+     column<PhysicalRow>(6, "ipNetToPhysicalType", ASN_INTEGER, physicalTypeToAsnInteger, "arpEntry", physicalEntry)
          .refusable(),
      column<PhysicalRow>(7, "ipNetToPhysicalState", ASN_INTEGER, physicalStateToAsnInteger, "inetAddressType",
                          [](const auto& row) { return row.inetAddressType(); }),

@@ -24,7 +24,7 @@ class Traces : public ::testing::Test {
   Traces() {
     contexts.enter("");
     addressIs(*tree.ipMib, "10.1.2.3", 16, 5);
-    neighbourIs(*tree.ipMib, 3, "10.0.0.2", Kel::makePtr<Arp::Table::TestStatus>());
+    knownNeighbourIs(*tree.ipMib, 3, "10.0.0.2", Kel::makePtr<Arp::Table::TestStatus>());
     tree.ipMib->ipIfStatsTableIs(IpSnmp::IpVersionIfIndex(Ip::ipVersion6, 3));
     tree.ipMib->ipSwFwdStatsIs(Ip::ipVersion4, "default");
     tree.ipVrfMib->vrfTableIs(Snmp::String("red"), nullptr, nullptr, nullptr);

@@ -5,6 +5,8 @@
 //               [](const Row& row) { return static_cast<int>(row.ipAdEntIfIndex()); })
 
 #include <functional>
+#include <optional>
+#include <type_traits>
 
 #include "kel/Errors.h"
 #include "modules/frame/NetSnmp.h"
@@ -48,8 +50,8 @@ struct ColumnBase {
   const char* conversion;  // for traces
   const char* attribute;   // for traces; empty for a constant
   // Writes the value of `row`, a row of the column's table. Returns the number of bytes, or a negative number on
-  // failure, as the conversions do.
-  std::function<int(const void* row, unsigned char* buffer, int length)> encode;
+  // failure, as the conversions do; nullopt if the row has no instance of this object now.
+  std::function<std::optional<int>(const void* row, unsigned char* buffer, int length)> encode;
 
   bool isRefusable = false;  // traces a SET with the column's name, at level 2
   int limit = bufferLength;
@@ -72,12 +74,20 @@ struct Column : ColumnBase {
   }
 };
 
-// `read` maps a row to the value that the conversion takes.
+// `read` maps a row to the value that the conversion takes, or to an optional of it. With nullopt the row has no instance
+// of this object now: a GET is answered with noSuchInstance, and a GETNEXT continues with the next row.
 template <class Row, class Value, class Read>
 Column<Row> column(unsigned number, const char* object, unsigned char asnType, const Conversion<Value>& conversion,
                    const char* attribute, Read read) {
-  auto encode = [convert = conversion.convert, read](const void* row, unsigned char* buffer, int length) {
-    return convert(read(*static_cast<const Row*>(row)), buffer, length);
+  auto encode = [convert = conversion.convert, read](const void* row, unsigned char* buffer,
+                                                     int length) -> std::optional<int> {
+    decltype(auto) value = read(*static_cast<const Row*>(row));
+    if constexpr (requires { value.has_value(); }) {
+      if (!value) return std::nullopt;
+      return convert(*value, buffer, length);
+    } else {
+      return convert(value, buffer, length);
+    }
   };
   return {{number, object, asnType, conversion.name, attribute, std::move(encode)}};
 }

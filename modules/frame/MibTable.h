@@ -90,8 +90,10 @@ class MibTable {
   void injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const;
   void coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const;
 
+  enum class Encoded { value, noInstance, failure };
+
   int get(netsnmp_request_info* requests) const;
-  bool encodeValue(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
+  Encoded encodeValue(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
   int refuseSet(netsnmp_request_info* requests) const;
   bool isProcessed(const netsnmp_request_info* request) const;
   const ColumnBase* column(unsigned number) const;

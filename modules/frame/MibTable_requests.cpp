@@ -54,16 +54,21 @@ int MibTable::get(netsnmp_request_info* requests) const {
       netsnmp_request_set_error(request, SNMP_NOSUCHOBJECT);
       return SNMP_ERR_NOERROR;
     }
-    if (encodeValue(*requested, dataContext, request)) continue;
+    const auto encoded = encodeValue(*requested, dataContext, request);
+    if (encoded == Encoded::value) continue;
+    if (encoded == Encoded::noInstance) {
+      // Of a GETNEXT, net-snmp's table helper repeats such a request from this row on.
+      netsnmp_request_set_error(request, SNMP_NOSUCHINSTANCE);
+      continue;
+    }
     netsnmp_request_set_error(description_.firstRequestTakesGenErr ? requests : request, SNMP_ERR_GENERR);
     return SNMP_ERR_GENERR;
   }
   return SNMP_ERR_NOERROR;
 }
 
-// Returns whether the value could be encoded.
-bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
-                           netsnmp_request_info* request) const {
+MibTable::Encoded MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
+                                        netsnmp_request_info* request) const {
   if (trace().enabled(2)) {
     Kel::TraceLine line(trace(), 2);
     line.stream() << name() << "_handler: request GET for column " << requested.object << ", key ";
@@ -71,8 +76,14 @@ bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
   }
   // Large enough for every column, so that no value needs an allocation.
   unsigned char buffer[ColumnBase::maxBufferLength];
-  const int length = Snmp::atCBoundary(trace(), name(), -1,
-                                       [&] { return requested.encode(row(dataContext), buffer, requested.limit); });
+  const auto encoded = Snmp::atCBoundary(trace(), name(), std::optional(-1), [&] {
+    return requested.encode(row(dataContext), buffer, requested.limit);
+  });
+  if (!encoded) {
+    QTRACE(trace(), 2) << name() << "_handler: the row has no instance of " << requested.object << " now";
+    return Encoded::noInstance;
+  }
+  const int length = *encoded;
   const bool isOutOfRange = requested.limitedEntity != nullptr && length > requested.limit;
   if (isOutOfRange) {
     QTRACE(trace(), 2) << "handle_" << name() << " - entity /<sysname>/" << requested.limitedEntity
@@ -82,9 +93,9 @@ bool MibTable::encodeValue(const ColumnBase& requested, const void* dataContext,
     QTRACE(trace(), 2) << "handle_" << name() << " - " << requested.conversion
                        << " failed for: " << requested.attribute;
   } else {
-    return true;
+    return Encoded::value;
   }
-  return false;
+  return Encoded::failure;
 }
 
 int MibTable::refuseSet(netsnmp_request_info* requests) const {

@@ -47,46 +47,67 @@ bool buildName(Name& name, const netsnmp_handler_registration* registration, uns
   return build_oid_noalloc(name.oids, MAX_OID_LEN, &name.length, entry, length, index) == SNMPERR_SUCCESS;
 }
 
-// Returns the data context of the first row, and its object's name, if that row answers the request; null otherwise.
-void* answeringRow(netsnmp_mib_handler* gate, const netsnmp_handler_registration* registration,
-                   netsnmp_request_info* request, netsnmp_table_request_info* asked, Name& name) {
-  auto* const table = static_cast<netsnmp_iterator_info*>(gate->next->myvoid);
-  auto* const index = indexOf(gate, table);
-  if (index == nullptr) return nullptr;
-  void* loop = asked;
-  void* data = nullptr;
-  const auto* const row = table->get_first_data_point(&loop, &data, index, table);
-  if (row != nullptr && buildName(name, registration, asked->colnum, index) &&
-      snmp_oid_compare(name.oids, name.length, request->requestvb->name, request->requestvb->name_length) > 0) {
-    data = table->make_data_context(loop, table);
-  }
-  if (loop != nullptr) table->free_loop_context_at_end(loop, table);
-  return data;
+// Whether the row whose index is in `index` comes after the requested name. Sets the name of its object.
+bool isBehind(const netsnmp_request_info* request, const netsnmp_handler_registration* registration,
+              unsigned column, netsnmp_variable_list* index, Name& name) {
+  return buildName(name, registration, column, index) &&
+         snmp_oid_compare(name.oids, name.length, request->requestvb->name, request->requestvb->name_length) > 0;
 }
 
-// Answers a GETNEXT like the helper, with the table's own functions. None if the first row is not the answer: the
-// caller passes the request to the helper, which calls the table again.
-std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registration* registration,
-                              netsnmp_agent_request_info* info, netsnmp_request_info* request,
-                              netsnmp_table_request_info* asked) {
-  const auto* const columns = asked->reg_info;
-  if (gate->next->access_method != netsnmp_table_iterator_helper_handler || request->processed != 0 ||
-      asked->colnum < columns->min_column || asked->colnum > columns->max_column) {
-    return std::nullopt;
-  }
-  Name name;
-  auto* const data = answeringRow(gate, registration, request, asked, name);
-  isGateAnswerless = data == nullptr;
-  if (data == nullptr) return std::nullopt;
-  auto* const helper = gate->next;
+// Passes the request to the handler after the helper, as a GET of the loop context's row.
+int answerFrom(void* loop, const Name& name, netsnmp_mib_handler* helper,
+               netsnmp_handler_registration* registration, netsnmp_agent_request_info* info,
+               netsnmp_request_info* request) {
+  auto* const table = static_cast<netsnmp_iterator_info*>(helper->myvoid);
+  auto* const data = table->make_data_context(loop, table);
+  if (data == nullptr) return SNMP_ERR_GENERR;
   snmp_set_var_objid(request->requestvb, name.oids, name.length);
   netsnmp_request_add_list_data(request, netsnmp_create_data_list(TABLE_ITERATOR_NAME, data, nullptr));
   info->mode = MODE_GET;
   const int result = netsnmp_call_handler(helper->next, registration, info, request);
   info->mode = MODE_GETNEXT;
   netsnmp_request_remove_list_data(request, TABLE_ITERATOR_NAME);
-  auto* const table = static_cast<netsnmp_iterator_info*>(helper->myvoid);
   table->free_data_context(data, table);
+  return result;
+}
+
+// Answers a GETNEXT like the helper, with the table's own functions. None if the first row is not the answer: the
+// caller passes the request to the helper, which calls the table again.
+//
+// Rows without an instance of the object are passed over. If they are the last rows, the request keeps the name of the
+// last one: the table helper then repeats it from there.
+std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registration* registration,
+                              netsnmp_agent_request_info* info, netsnmp_request_info* request,
+                              netsnmp_table_request_info* asked) {
+  const auto* const columns = asked->reg_info;
+  auto* const helper = gate->next;
+  if (helper->access_method != netsnmp_table_iterator_helper_handler || request->processed != 0 ||
+      asked->colnum < columns->min_column || asked->colnum > columns->max_column) {
+    return std::nullopt;
+  }
+  auto* const table = static_cast<netsnmp_iterator_info*>(helper->myvoid);
+  auto* const index = indexOf(gate, table);
+  std::optional<int> result;
+  if (index == nullptr) return result;
+  Name name;
+  void* loop = asked;
+  void* none = nullptr;
+  const auto* row = table->get_first_data_point(&loop, &none, index, table);
+  for (unsigned passedOver = 0; row != nullptr && isBehind(request, registration, asked->colnum, index, name);
+       row = table->get_next_data_point(&loop, &none, index, table)) {
+    if (result) {  // the last row was passed over
+      request->requestvb->type = ASN_NULL;
+      request->processed = 0;
+    }
+    result = answerFrom(loop, name, helper, registration, info, request);
+    if (request->requestvb->type != SNMP_NOSUCHINSTANCE) break;
+    if (++passedOver == SeekGate::maxPassedOver) {
+      hasWalkGivenUp = true;
+      break;
+    }
+  }
+  if (loop != nullptr) table->free_loop_context_at_end(loop, table);
+  isGateAnswerless = !result;
   return result;
 }
 

@@ -60,12 +60,25 @@ TEST_F(SeekGateTest, aWalkThatGivesUpIsAnErrorRatherThanTheEnd) {
   EXPECT_EQ(agent.getNext(ipGroup + ".24.4.1.16" + last).name.rfind(ipGroup + ".24.4.", 0), std::string::npos);
 }
 
+TEST_F(SeekGateTest, rowsWithoutAnInstanceArePassedOverUpToALimit) {
+  const auto neighbours = Kel::makePtr<Arp::Table::TestStatus>();
+  for (unsigned i = 0; i < SeekGate::maxPassedOver; ++i) {
+    neighbourIs(*tree.ipMib, 3, fmt::format("10.0.{}.{}", i / 250, i % 250), neighbours);  // gone from the table
+  }
+  knownNeighbourIs(*tree.ipMib, 3, "10.1.0.0", neighbours);
+  const std::string column = ipGroup + ".22.1.2";
+  EXPECT_EQ(agent.send(SNMP_MSG_GETNEXT, {column}).errorStatus, SNMP_ERR_GENERR);
+  EXPECT_EQ(agent.getNext(column + ".3.10.0.0.0").name, column + ".3.10.1.0.0") << "one row less";
+  neighbours->tableIs({});
+  EXPECT_EQ(agent.getNext(column + ".3.10.0.0.1").name, ipGroup + ".22.1.3.3.10.0.0.0") << "the next column";
+}
+
 TEST_F(SeekGateTest, noRequestWalksTheTable) {
   const auto neighbours = Kel::makePtr<Arp::Table::TestStatus>();
   for (int i = 0; i < 200; ++i) {
     const auto text = fmt::format("10.{}.0.{}", i / 100, i % 100);
     addressIs(*tree.ipMib, text, 24, 3);
-    neighbourIs(*tree.ipMib, 3, text, neighbours);
+    knownNeighbourIs(*tree.ipMib, 3, text, neighbours);
     routes.routeIs(fmt::format("10.{}.{}.0/24", i / 100, i % 100), 1);
   }
   routes.fecIs(1, {{"10.1.1.1", ""}, {"10.1.1.2", ""}, {"10.1.1.3", ""}});

@@ -65,6 +65,15 @@ inline auto neighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::st
                                     Vantu::IpGenAddr::fromString(text), table, neighbourVrfId);
 }
 
+// The same, with its neighbour in the table (Arp::Table::TestStatus).
+template <class Table>
+auto knownNeighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::string& text,
+                      const Kel::Ptr<Table>& table) {
+  const auto row = neighbourIs(mib, ifIndex, text, table);
+  table->entryIs({{neighbourVrfId, row->ipGenAddr(), row->intfId()}, {}, {}});
+  return row;
+}
+
 using IpSnmpTest::TraceLines;
 
 // The lines without their pointers, which begin with "0x" after a blank.

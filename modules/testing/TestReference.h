@@ -159,7 +159,7 @@ class Reference {
 
  private:
   struct Value {
-    int type;
+    int type = 0;  // 0: the row has no such instance
     std::string text;
   };
   template <class T>
@@ -182,25 +182,30 @@ class Reference {
 
   // The values are those of the columns from `column` on.
   void row(const std::string& table, const std::string& key, unsigned column, const std::vector<Value>& values) {
-    for (const auto& [type, text] : values) add(fmt::format("{}.1.{}.{}", table, column++, key), type, text);
+    for (const auto& [type, text] : values) {
+      if (type != 0) add(fmt::format("{}.1.{}.{}", table, column, key), type, text);
+      ++column;
+    }
   }
 
   void addNeighbour(const IpSnmp::IpNetToPhysicalTableEntry& entry) {
-    Arp::Table::ArpEntry known;
+    Value physical, type, mediaType;
     try {
-      known = entry.arpEntry();
+      if (const auto known = entry.arpEntry(); known.exists()) {
+        const auto& mac = known.ethAddr.bytes();
+        physical = octets(std::string(mac.begin(), mac.end()));
+        type = mediaType = number(known.status.isStatic ? 4 : 3);
+      }
     } catch (const Pesk::CorruptionDetectedException&) {
+      mediaType = number(3);
     }
     const bool isV4 = entry.ipGenAddr().af() == Vantu::ipv4_;
-    const auto& mac = known.ethAddr.bytes();
-    const auto physical = octets(known.exists() ? std::string(mac.begin(), mac.end()) : "");
-    const Value type = number(known.status.isStatic ? 4 : 3);
     row(ipObjects + ".35", fmt::format("{}.{}", entry.ifIndex(), index(entry.inetAddress())), 4,
         {physical, noTime, entry.ipGenAddr().isLinkLocal() ? number(5) : type, number(isV4 ? 6 : 1), one});
     if (!isV4) return;
     const auto addr = entry.ipGenAddr().v4();
     row(ipObjects + ".22", fmt::format("{}.{}", entry.ifIndex(), addr.stringValue()), 1,
-        {number(entry.ifIndex()), physical, address(addr), type});
+        {number(entry.ifIndex()), physical, address(addr), mediaType});
   }
 
   static std::uint64_t swFwdCounter(const Ip::SwFwdStats& entry, const std::string& counter) {
