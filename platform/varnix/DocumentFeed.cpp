@@ -1,5 +1,7 @@
 #include "varnix/DocumentFeed.h"
 
+#include <fmt/format.h>
+
 #include "varnix/Document.h"
 
 namespace Varnix {
@@ -46,6 +48,7 @@ void DocumentFeed::begin(const Snapshot& snapshot, Turn& turn) {
   mark_ = snapshot.bookmark();
   loading_ = true;
   loadFrom_.clear();
+  loaded_ = 0;
   turn.begins = true;
 }
 
@@ -65,8 +68,20 @@ void DocumentFeed::load(const Snapshot& snapshot, std::size_t limit, Turn& turn)
     return true;
   };
   loading_ = !Quillo::scanAround(snapshot, documentTable, loadFrom_, take, takeDamaged);
+  loaded_ += turn.items.size();
   turn.more = true;
   turn.ends = !loading_;
+  if (turn.ends) checkCount(snapshot, turn);
+}
+
+// A damaged key can mislead a search, which then skips records without meeting the damage.
+void DocumentFeed::checkCount(const Snapshot& snapshot, Turn& turn) {
+  const auto expected = snapshot.tableState(documentTable);
+  if (expected.version > mark_.seq || expected.count == loaded_) return;
+  const CorruptionDetectedException damage(
+      mount_->directory(), Quillo::tableInfo(documentTable).name, "",
+      fmt::format("a reading found {} documents, expected {}", loaded_, expected.count));
+  damageMet("", damage.what(), turn);
 }
 
 void DocumentFeed::follow(Snapshot& snapshot, std::size_t limit, Turn& turn) {

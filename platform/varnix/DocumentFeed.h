@@ -5,6 +5,8 @@
 // - Documents are copied out; no snapshot outlives a turn.
 // - A damaged record is an item without text, and the rest is read. It is reported to the mount, which reopens the
 //   store, and all documents are read anew; records that are still damaged are not reported again.
+// - A reading that finds more or fewer documents than the store counts ends with an item of an empty path, as damaged.
+//   It is not checked if a document has changed meanwhile.
 // - Damage outside a record ends the turn. Reading begins anew once the mount has reopened the store.
 
 #include <map>
@@ -49,6 +51,7 @@ class DocumentFeed {
   void read(Quillo::Snapshot& snapshot, std::size_t limit, bool holdsBack, Turn& turn);
   void begin(const Quillo::Snapshot& snapshot, Turn& turn);
   void load(const Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
+  void checkCount(const Quillo::Snapshot& snapshot, Turn& turn);
   void follow(Quillo::Snapshot& snapshot, std::size_t limit, Turn& turn);
   void damageMet(const std::string& path, const std::string& what, Turn& turn);
   void reportDamage();
@@ -57,6 +60,7 @@ class DocumentFeed {
   Quillo::Bookmark mark_;  // the next change to read
   bool loading_ = false;
   std::string loadFrom_;  // the first key not yet read
+  std::size_t loaded_ = 0;
   bool heldBack_ = false;
   std::map<std::string, std::string> damaged_;  // what is wrong, by path
   std::vector<std::string> unreported_;

@@ -283,5 +283,24 @@ TEST_F(EntityManagerTest, damagedDocumentsAreKeptAsLastReadAndTheRestIsServed) {
   EXPECT_EQ(textOf(served.tree()), kept);
 }
 
+// Searches may pass over a damaged key without meeting it.
+TEST_F(EntityManagerTest, noEntityIsDeletedForADamagedPath) {
+  for (unsigned damaged = 10; damaged < 40; ++damaged) {
+    const auto directory = directory_ + std::to_string(damaged);
+    Writer writer(directory);
+    for (int i = 10; i < 40; ++i) writer.tree.intfStatusDir->intfStatusIs(id("eth" + std::to_string(i)));
+    writer.documents.publishAll();
+    const Reader reader(directory);
+    reader.follow();
+    const auto path = "interface/status.intfStatus/eth" + std::to_string(damaged);
+    ASSERT_GT(Quillo::Test::damage(directory + "/data.mdb", path), 0u);
+    Traces traces;
+    reader.mount->corruptionDetected("met elsewhere");
+    reader.follow(1);
+    EXPECT_EQ(textOf(reader.tree()), textOf(writer.tree)) << path;
+    EXPECT_GE(traces.take().size(), 2u) << path;
+  }
+}
+
 }  // namespace
 }  // namespace VarnixTest
