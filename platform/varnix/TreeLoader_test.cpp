@@ -36,6 +36,7 @@ struct TreeLoaderTest : ::testing::Test {
   // What the record of eth0 says: its address, and its VRF.
   std::string shown() const {
     const auto status = tree.ipStatus->ipIntfStatus(eth0);
+    if (!status) return "no record";
     return status->activeAddrWithMask().stringValue() + " " +
            (status->l3Status() ? status->l3Status()->vrf().stringValue() : "none");
   }
