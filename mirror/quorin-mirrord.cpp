@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +20,7 @@
 #include "kel/Trace.h"
 #include "mirror/MirrorOptions.h"
 #include "mirror/MirrorService.h"
+#include "process/ProcessLimits.h"
 
 namespace Mirror {
 
@@ -76,14 +76,6 @@ bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
   if (ready < 0 && errno != EINTR) throw Kel::Exception(fmt::format("cannot wait: {}", std::strerror(errno)));
   if (ready > 0) takeSignalsIn(mask);
   return ready > 0;
-}
-
-// Every VRF needs two descriptors.
-void raiseFileLimit() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 // ---- the background
@@ -178,7 +170,7 @@ std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const s
 
 void serve(const MirrorOptions& options, std::optional<Background>& background) {
   const sigset_t mask = takeSignals();
-  raiseFileLimit();
+  Process::raiseFileLimit();  // every VRF needs two descriptors
   const auto opened = openService(options, mask);
   if (!opened) return;  // stopped before there was room
   MirrorService& service = *opened;

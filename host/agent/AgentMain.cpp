@@ -14,6 +14,7 @@
 #include "host/agent/NetSnmpAgent.h"
 #include "host/agent/Process.h"
 #include "host/composition/AgentLog.h"
+#include "process/ProcessLimits.h"
 
 // systemd's readiness protocol, which the library implements but does not declare in a header.
 extern "C" int netsnmp_sd_notify(int unsetEnvironment, const char* state);
@@ -91,6 +92,7 @@ int run(const AgentOptions& options, const AgentHooks& hooks) {
     case Action::serve:
       break;
   }
+  Process::raiseFileLimit();
   signal(SIGPIPE, SIG_IGN);
   SignalFd signals{SIGTERM, SIGINT, SIGHUP};
   std::optional<PidFile> pidFile;  // removed last: until then the agent may still save its state

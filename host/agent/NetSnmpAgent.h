@@ -10,6 +10,7 @@
 #include "host/agent/AgentOptions.h"
 #include "host/agent/LogLimit.h"
 #include "host/agent/MasterSession.h"
+#include "host/agent/StreamConnections.h"
 
 namespace Host {
 
@@ -54,6 +55,7 @@ class NetSnmpAgent {
 
   const AgentOptions& options_;
   bool keepsState_ = false;
+  StreamConnections connections_;
   std::optional<MasterSession> masterSession_;  // of a subagent
   std::optional<LogLimit> logLimit_;            // while the agent serves
 };

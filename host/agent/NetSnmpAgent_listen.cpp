@@ -36,11 +36,11 @@ const char* advice(int error) {
 }
 
 // Throws Kel::Exception, naming the address, the reason and what to do.
-void listenOn(const std::string& endpoint) {
+void listenOn(const std::string& endpoint, StreamConnections& connections) {
   errno = 0;
   netsnmp_transport* transport = netsnmp_transport_open_server("snmp", endpoint.c_str());
   const int error = errno;
-  if (transport != nullptr && netsnmp_register_agent_nsap(transport) >= 0) return;
+  if (transport != nullptr && netsnmp_register_agent_nsap(transport) >= 0) return connections.guard(*transport);
   throw Kel::Exception(fmt::format(
       "cannot listen on {}: {}; {}", endpoint,
       error != 0 ? std::strerror(error) : "it names no known host or kind of transport", advice(error)));
@@ -65,7 +65,7 @@ std::vector<std::string> configuredEndpoints() {
 
 void NetSnmpAgent::listen() {
   if (masterSession_) return;
-  for (const auto& endpoint : configuredEndpoints()) listenOn(endpoint);
+  for (const auto& endpoint : configuredEndpoints()) listenOn(endpoint, connections_);
   // Start the rest of the master agent without opening the addresses again.
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
   netsnmp_addrcache_initialise();

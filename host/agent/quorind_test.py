@@ -1,6 +1,8 @@
 """The agent as its users meet it: a real quorind on a port of its own, asked with net-snmp's tools."""
 
+import contextlib
 import os
+import resource
 import shutil
 import signal
 import socket
@@ -15,6 +17,8 @@ PUBLIC = ("-v2c", "-c", "public")
 CAROL = ("-v3", "-u", "carol", "-l", "authPriv", "-a", "SHA", "-A", "authpass99", "-x", "AES", "-X", "privpass99")
 SYSTEM = ".1.3.6.1.2.1.1"
 LOCATION = f"{SYSTEM}.6.0"
+# A GETBULK of 100 objects from sysDescr on over SNMPv2c, as "public".
+BULK = bytes.fromhex("3025020101 04067075626c6963 a518020101020100020164 300d300b 06072b060102010101 0500")
 ENGINE_BOOTS = ".1.3.6.1.6.3.10.2.1.2.0"
 
 
@@ -140,6 +144,40 @@ class QuorindTest(unittest.TestCase):
             done = self.run_tool(QUORIND, option)
             self.assertEqual(done.returncode, 0)
             self.assertIn(text, done.stdout + done.stderr)
+
+    def test_no_client_of_a_stream_silences_udp(self):
+        tcp = ("127.0.0.1", int(self.address.rpartition(":")[2]))
+        self.usual += (self.address.replace("udp", "tcp"),)
+        agent = self.start()
+        resource.prlimit(agent.pid, resource.RLIMIT_NOFILE, (64, 64))
+        with contextlib.ExitStack() as clients:
+            def connect():
+                return clients.enter_context(socket.create_connection(tcp, 60))
+
+            def expect_served():
+                for address in (self.address, self.address.replace("udp", "tcp")):
+                    self.assertIn("first place", self.run_tool("snmpget", "-t5", *PUBLIC, address, LOCATION).stdout)
+                self.assertLess(len(os.listdir(f"/proc/{agent.pid}/fd")), 60)
+
+            idle = [connect() for _ in range(30)]
+            expect_served()
+            self.assertEqual(idle[0].recv(1), b"", "the connection that is idle longest makes room")
+            with self.subTest("a client that reads no answers"), self.assertRaises(OSError):
+                deaf = connect()
+                while True:
+                    deaf.sendall(BULK)
+            expect_served()
+            with self.subTest("a message without an end"), self.assertRaises(OSError):
+                endless = connect()
+                endless.sendall(bytes.fromhex("30847fffff00"))
+                while True:
+                    endless.sendall(bytes(9999))
+            expect_served()
+            self.write("rocommunity public 127.0.0.1\nsysLocation first place\nquorinIdleTimeout 1\n")
+            agent.send_signal(signal.SIGHUP)
+            for client in idle:
+                self.assertEqual(client.recv(1), b"", "an idle connection is closed")
+        self.stop(agent)
 
     def test_goes_to_the_background_with_a_pid_file_and_a_log(self):
         pid_file = f"{self.directory}/pid"

@@ -15,6 +15,16 @@ const Kel::String& absolute(const Kel::String& path) {
   return path;
 }
 
+// Throws for a text that is no number from `least` to a day.
+unsigned secondsOf(const Kel::String& text, unsigned least) {
+  constexpr unsigned longest = 86400;
+  const auto value = Kel::numberFromText<unsigned>(text);
+  if (!value || *value < least || *value > longest) {
+    throw Kel::RangeException(fmt::format("'{}' is no number of seconds from {} to {}", text, least, longest));
+  }
+  return *value;
+}
+
 }  // namespace
 
 const std::vector<Kel::String>& Config::objectGroups() {
@@ -49,12 +59,11 @@ void Config::addManagementInterface(const Kel::String& name) {
 }
 
 void Config::routeCountIntervalIs(const Kel::String& seconds) {
-  constexpr unsigned longest = 86400;
-  const auto value = Kel::numberFromText<unsigned>(seconds);
-  if (!value || *value < 1 || *value > longest) {
-    throw Kel::RangeException(fmt::format("'{}' is no number of seconds from 1 to {}", seconds, longest));
-  }
-  routeCountInterval_ = *value;
+  routeCountInterval_ = secondsOf(seconds, 1);
+}
+
+void Config::idleTimeoutIs(const Kel::String& seconds) {
+  idleTimeout_ = secondsOf(seconds, 0);
 }
 
 }  // namespace Snmp

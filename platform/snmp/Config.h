@@ -9,6 +9,8 @@
 //   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
 //                                              "red/eth0", or "eth0" for those of all VRFs
 //   quorinRouteCountInterval SECONDS           time between two counts of a VRF's routes (ipCidrRouteNumber)
+//   quorinIdleTimeout SECONDS                  time without data after which quorind closes a TCP or Unix connection;
+//                                              0 means never
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
@@ -68,6 +70,11 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a text that is no such number.
   void routeCountIntervalIs(const Kel::String& seconds);
 
+  // Seconds without data after which the agent closes a connection of a stream transport, 0 to 86400; 0 means never.
+  unsigned idleTimeout() const { return idleTimeout_; }
+  // Throws Kel::RangeException for a text that is no such number.
+  void idleTimeoutIs(const Kel::String& seconds);
+
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
@@ -75,6 +82,7 @@ class Config : public Kel::PtrInterface {
   bool takesAnyKernelIpHeader_ = false;
   std::set<Vantu::IntfId> managementInterfaces_;
   unsigned routeCountInterval_ = 60;
+  unsigned idleTimeout_ = 60;
 };
 
 // Resets all settings to their defaults, and registers the tokens for the application type that net-snmp was

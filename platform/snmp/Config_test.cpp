@@ -54,7 +54,7 @@ TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
   read(
       "quorinDisableObjects route-tables\nquorinKernelIpHeader strict\nquorinKernelIpHeader any\n"
       "quorinManagementInterfaces eth0 red/eth1\nquorinManagementInterfaces eth2\nquorinRouteCountInterval 5\n"
-      "quorinStore /store\nquorinNetnsDir /ns\n");
+      "quorinIdleTimeout 0\nquorinStore /store\nquorinNetnsDir /ns\n");
   const auto kept = SnmpUtil::getSnmpConfig();
   for (const bool isReset : {false, true}) {
     if (isReset) read("quorinKernelIpHeader any\nquorinKernelIpHeader strict\n");
@@ -64,12 +64,13 @@ TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
     EXPECT_THAT(kept->managementInterfaces(),
                 ElementsAre(Vantu::IntfId("eth0"), Vantu::IntfId("eth2"), Vantu::IntfId("red/eth1")));
     EXPECT_EQ(kept->routeCountInterval(), 5U);
+    EXPECT_EQ(kept->idleTimeout(), 0U);
     EXPECT_EQ(kept->storeDirectory() + kept->netnsDirectory(), "/store/ns");
   }
   const auto now = SnmpUtil::getSnmpConfig();
   EXPECT_FALSE(SnmpUtil::objectsDisabled(now, "route-tables") || now->takesAnyKernelIpHeader());
   EXPECT_THAT(now->managementInterfaces(), IsEmpty());
-  EXPECT_EQ(now->routeCountInterval(), 60U);
+  EXPECT_EQ(now->routeCountInterval() + now->idleTimeout(), 120U);
   EXPECT_EQ(now->storeDirectory() + now->netnsDirectory(), "");
   EXPECT_THAT(logged_, IsEmpty());
 }
@@ -84,7 +85,8 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
       {"quorinNetnsDir ns", "'ns' is not an absolute path"},
       {"quorinRouteCountInterval 0", "'0' is no number of seconds from 1 to 86400"},
       {"quorinRouteCountInterval 86401", "'86401' is no number of seconds"},
-      {"quorinRouteCountInterval 5s", "'5s' is no number of seconds"}};
+      {"quorinRouteCountInterval 5s", "'5s' is no number of seconds"},
+      {"quorinIdleTimeout 86401", "'86401' is no number of seconds from 0 to 86400"}};
   std::string file;
   for (const auto& [line, fault] : faults) file += line + "\n";
   read(file + "quorinDisableObjects route-tables\n");

@@ -94,6 +94,7 @@ constexpr Token tokens[] = {
     {"quorinKernelIpHeader", parseValue<&Config::setKernelIpHeader>, "strict | any"},
     {"quorinManagementInterfaces", parseWords<&Config::addManagementInterface>, "INTERFACE..."},
     {"quorinRouteCountInterval", parseValue<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
+    {"quorinIdleTimeout", parseValue<&Config::idleTimeoutIs>, "SECONDS   (0 to 86400; 0: never)"},
     {"quorinTrace", trace, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)"},
     {"quorinTraceOutput", traceOutput, "stderr | syslog | FILE"},
 };
