@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -201,6 +202,8 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     if (background) {
       Kel::TraceConfig::setOutput(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
       background->serving();
+      Process::endWhenOutOfMemory("quorin-mirrord",
+                                  [](const char* line) { syslog(LOG_DAEMON | LOG_ERR, "%s", line); });
     }
     QTRACE(mirrorMainTrace, 1) << "publishing in " << options.store;
   }
@@ -217,6 +220,7 @@ static int mirrorMain(int argc, const char* const* argv) {
   if (const int* status = std::get_if<int>(&parsed)) return *status;
   const auto& options = std::get<MirrorOptions>(parsed);
   std::optional<Background> background;
+  Process::endWhenOutOfMemory("quorin-mirrord");
   try {
     Kel::TraceConfig::setLevels(options.trace);
     if (!options.isForeground) background.emplace();

@@ -92,6 +92,7 @@ int run(const AgentOptions& options, const AgentHooks& hooks) {
     case Action::serve:
       break;
   }
+  Process::endWhenOutOfMemory("quorind", agentLogLine);
   Process::raiseFileLimit();
   signal(SIGPIPE, SIG_IGN);
   SignalFd signals{SIGTERM, SIGINT, SIGHUP};

@@ -3,6 +3,9 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
+// Exported by the library without a header. Unlike snmp_log(), it does not allocate.
+extern "C" void snmp_log_string(int priority, const char* line);
+
 namespace Host {
 
 namespace {
@@ -17,6 +20,12 @@ void setAgentLogName(const char* name) {
 void agentLog(int priority, const std::string& text) {
   isWriting = true;
   snmp_log(priority, "%s: %s\n", speaker, text.c_str());
+  isWriting = false;
+}
+
+void agentLogLine(const char* line) {
+  isWriting = true;
+  snmp_log_string(LOG_ERR, line);
   isWriting = false;
 }
 

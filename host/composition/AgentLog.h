@@ -11,6 +11,8 @@ namespace Host {
 
 // Writes one line; `priority` is one of syslog's.
 void agentLog(int priority, const std::string& text);
+// Writes an error line that is complete, with name and line end. Does not allocate.
+void agentLogLine(const char* line);
 // Sets the name at the start of each line, by default "quorind". Lifetime: `name` must outlive the last line.
 void setAgentLogName(const char* name);
 // Whether the line that net-snmp is writing is one of the agent's own.

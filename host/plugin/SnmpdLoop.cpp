@@ -52,6 +52,10 @@ void SnmpdLoop::ready(int fd, void* self) noexcept {
     const Callback callback = found->second;  // survives its own removal
     callback();
   });
+  Snmp::atCBoundary(snmpdLoopTrace, __func__, [&] {
+    const auto& callbackEnd = static_cast<SnmpdLoop*>(self)->callbackEnd_;
+    if (callbackEnd) callbackEnd();
+  });
 }
 
 }  // namespace Host

@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "host/composition/EventLoop.h"
@@ -18,6 +19,9 @@ class SnmpdLoop : public EventLoop {
 
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
+  // Calls `callback` after each callback of a descriptor, even if that one threw. It may destroy what the descriptors
+  // belong to.
+  void onCallbackEnd(Callback callback) { callbackEnd_ = std::move(callback); }
   // snmpd does not announce the end of a turn.
   bool onTurnEnd(Callback) override { return false; }
   // Polls every socket of snmpd. Call it at most a few thousand times a second.
@@ -27,6 +31,7 @@ class SnmpdLoop : public EventLoop {
   static void ready(int fd, void* self) noexcept;
 
   std::map<int, Callback> watches_;
+  Callback callbackEnd_;
   std::vector<pollfd> requestFds_;  // a member only to keep its memory
 };
 

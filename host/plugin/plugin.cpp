@@ -14,7 +14,11 @@
 // The agent headers need the library's.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
+#include <array>
+#include <cstdlib>
 #include <memory>
+#include <new>
+#include <utility>
 
 #include "host/composition/AgentLog.h"
 #include "host/composition/Composition.h"
@@ -31,6 +35,45 @@ namespace {
 Kel::TraceHandle pluginTrace("Plugin");
 
 constexpr timeval nextTurn{0, 1000};
+constexpr timeval memoryPause{1, 0};
+
+// Memory for the rest of a callback in which operator new found none. An exception instead would leave work half done,
+// or end snmpd if it came from a destructor; some of libraries allocate.
+class Reserve {
+ public:
+  void fill() {
+    for (auto& block : blocks_) {
+      if (block == nullptr) block = std::malloc(blockSize);
+    }
+  }
+  // Frees one block; returns false if there is none.
+  bool release() {
+    for (auto& block : blocks_) {
+      if (block == nullptr) continue;
+      std::free(std::exchange(block, nullptr));
+      return true;
+    }
+    return false;
+  }
+
+ private:
+  // Blocks that malloc() takes from its heap, where small ones find room again. A callback needs some 100 kB.
+  static constexpr std::size_t blockSize = 64 * 1024;
+  std::array<void*, 16> blocks_{};
+};
+
+Reserve reserve;
+// Whether operator new found no memory since this was last cleared.
+bool wasOutOfMemory = false;
+std::new_handler earlierNewHandler = nullptr;
+
+// The process is snmpd's, so without the reserve operator new fails as it did before.
+void handleOutOfMemory() {
+  wasOutOfMemory = true;
+  if (reserve.release()) return;
+  if (earlierNewHandler == nullptr) throw std::bad_alloc();
+  earlierNewHandler();
+}
 
 class Plugin {
  public:
@@ -48,6 +91,9 @@ class Plugin {
     });
     Snmp::registerConfigTokens();
     Kel::TraceLimit::beginPeriod();
+    loop_.onCallbackEnd([this] { recover(); });
+    reserve.fill();
+    earlierNewHandler = std::set_new_handler(handleOutOfMemory);
     limitAlarm_ = snmp_alarm_register(Kel::LineLimit::secondsPerPeriod, SA_REPEAT, onMinute, nullptr);
     isLoaded_ = true;
     settleSoon();
@@ -56,14 +102,16 @@ class Plugin {
   void unload() {
     Snmp::unregisterConfigTokens();
     snmp_alarm_unregister(limitAlarm_);
+    if (std::get_new_handler() == handleOutOfMemory) std::set_new_handler(earlierNewHandler);
+    while (reserve.release()) continue;
     isLoaded_ = false;
     settleSoon();
   }
 
  private:
-  void settleSoon() {
+  void settleSoon(const timeval& delay = nextTurn) {
     if (isShuttingDown_ || alarm_ != 0) return;
-    alarm_ = snmp_alarm_register_hr(nextTurn, 0, onAlarm, this);
+    alarm_ = snmp_alarm_register_hr(delay, 0, onAlarm, this);
     if (alarm_ == 0) throw Kel::Exception("net-snmp has no memory for an alarm");
   }
 
@@ -76,20 +124,40 @@ class Plugin {
       return;
     }
     Composition::setNetnsDirectory("");
-    if (!composition_) {
+    if (!std::exchange(isAnnounced_, true)) {
       snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, onShutdown, nullptr);
       logInfo("version {} serves", QUORIN_VERSION);
     }
     Composition::update(composition_, loop_, Composition::configuredStoreDirectory(), SharedGroups::ofMaster());
   }
 
-  void end() { composition_.reset(); }
+  void end() {
+    composition_.reset();
+    isAnnounced_ = false;
+  }
+
+  // After operator new found no memory: drops everything, since that frees most and any of it may be half done, and
+  // builds it anew a moment later.
+  // Requires: nothing of the composition is running.
+  void recover() {
+    if (!wasOutOfMemory) return;
+    composition_.reset();
+    wasOutOfMemory = false;
+    if (isLoaded_) reserve.fill();
+    settleSoon(memoryPause);
+    QTRACE(pluginTrace, 0) << "out of memory; everything is read again from the store. Give snmpd more memory";
+  }
 
   static void onAlarm(unsigned, void* self) noexcept {
     Snmp::atCBoundary(pluginTrace, __func__, [&] { static_cast<Plugin*>(self)->settle(); });
+    Snmp::atCBoundary(pluginTrace, __func__, [&] { static_cast<Plugin*>(self)->recover(); });
   }
   static void onMinute(unsigned, void*) noexcept {
-    Snmp::atCBoundary(pluginTrace, __func__, [] { Kel::TraceLimit::beginPeriod(); });
+    Snmp::atCBoundary(pluginTrace, __func__, [] {
+      Kel::TraceLimit::beginPeriod();
+      // If there was no memory even for the alarm.
+      if (instance().isLoaded_ && !instance().composition_) instance().settleSoon();
+    });
   }
   // Runs while the agent library still works, which it no longer does when the module is unloaded. The callback's
   // argument is null, since the library would free it.
@@ -106,6 +174,7 @@ class Plugin {
   unsigned alarm_ = 0;
   unsigned limitAlarm_ = 0;
   bool isLoaded_ = false;
+  bool isAnnounced_ = false;
   bool isShuttingDown_ = false;
 };
 
