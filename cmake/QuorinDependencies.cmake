@@ -9,6 +9,7 @@ find_package(nlohmann_json REQUIRED)
 find_package(CLI11 REQUIRED)
 pkg_check_modules(MNL REQUIRED IMPORTED_TARGET libmnl)
 pkg_check_modules(YAMLCPP REQUIRED IMPORTED_TARGET yaml-cpp)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 
 # net-snmp allocates some fifty times for a row of a table: what the allocator costs, a walk costs.

@@ -171,6 +171,9 @@ std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const s
 
 void serve(const MirrorOptions& options, std::optional<Background>& background) {
   const sigset_t mask = takeSignals();
+  if (!Process::denyDangerousSystemCalls()) {
+    QTRACE(mirrorMainTrace, 1) << "the kernel filters no system calls for this process: " << std::strerror(errno);
+  }
   Process::raiseFileLimit();  // every VRF needs two descriptors
   const auto opened = openService(options, mask);
   if (!opened) return;  // stopped before there was room

@@ -8,7 +8,9 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <signal.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 
 #include "host/agent/NetSnmpAgent.h"
@@ -62,6 +64,9 @@ void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile
   if (!options.isForeground) agent.goToBackground();
   pidFile.emplace(options.pidFile);
   agent.settle();
+  if (!Process::denyDangerousSystemCalls()) {
+    logInfo("the kernel filters no system calls for this process: {}; serving without", std::strerror(errno));
+  }
 
   AgentLoop loop;
   loop.addFd(signals.fd(), [&] { handleSignals(signals, loop, agent, hooks); });

@@ -15,4 +15,9 @@ inline constexpr int outOfMemoryStatus = 71;
 // Guarantees: operator new throws no std::bad_alloc from now on. A failure of malloc() stays an error of its caller.
 void endWhenOutOfMemory(const char* program, void (*report)(const char* line) = nullptr);
 
+// Makes the kernel refuse, with EPERM, system calls that the daemons never need and an intruder would like: to start
+// programs, to look into other processes, to mount, to load code into the kernel, to change its clock or keys. Cannot be
+// undone; children inherit it. Returns false and sets errno if the kernel has no such filter (seccomp).
+bool denyDangerousSystemCalls();
+
 }  // namespace Process

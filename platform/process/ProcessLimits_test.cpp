@@ -1,0 +1,41 @@
+#include "process/ProcessLimits.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+// The filter cannot be taken off again, so this runs in a child. Returns the number of the first fault, or 0.
+int tryCalls() {
+  char* const arguments[] = {nullptr};
+  if (!Process::denyDangerousSystemCalls()) return 1;
+  if (execve("/bin/true", arguments, arguments) != -1 || errno != EPERM) return 2;
+  if (mount("none", "/proc", "proc", 0, nullptr) != -1 || errno != EPERM) return 3;
+  errno = 0;
+  if (unshare(CLONE_FS) != -1 || errno != EPERM) return 4;
+  const pid_t child = fork();  // as daemons do
+  if (child == 0) _exit(execve("/bin/true", arguments, arguments) == -1 ? 0 : 1);
+  int status = 0;
+  if (waitpid(child, &status, 0) != child || status != 0) return 5;
+  if (geteuid() != 0) return 0;
+  const int own = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
+  return setns(own, CLONE_NEWNET) == 0 ? 0 : 6;
+}
+
+TEST(ProcessLimits, aDaemonCanForkAndEnterNamespacesButNotStartProgramsOrMount) {
+  const pid_t child = fork();
+  if (child == 0) _exit(tryCalls());
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_TRUE(WIFEXITED(status));
+}
+
+}  // namespace
