@@ -4,14 +4,18 @@ import os
 import shutil
 
 from harness import SystemCase, eventually, main
-from harness.tables import IF_STATS, ROUTE, SW_FWD
+from harness.tables import IF_STATS, ROUTE, SW_FWD, walk_table
+from harness.tools import read_file
 
 MOST_LOGGED = 20_000  # bytes for 1,000 requests
 # SNMPv3 messages that take answers of 0 to 99 bytes (in BER). Below 484 a message is dropped (RFC 3412, 6).
 BROKEN = [bytes.fromhex(f"3015 020103 300c020101 0201{size:02x} 040104020103 0400 3000") for size in range(100)]
+RED = "red"
 
 
 class AgentTest(SystemCase):
+    communities = (RED,)
+
     def test_no_community_without_a_configuration(self):
         self.write_file("quorind.conf", "")
         self.start_mirror()
@@ -27,6 +31,27 @@ class AgentTest(SystemCase):
         for program in (self.agent, self.mirror):
             self.assertEqual(program.stop(), 0)
             self.assertNotRegex(program.output(), r"(?i)\b(error|cannot|failed|mibs?)\b", program.name)
+
+    def test_an_agent_without_capabilities_serves_all_but_the_counters_of_namespaces(self):
+        self.vrfs.add(RED, "link set lo up")
+        self.namespace.add_interface("a0", "10.0.0.1/24", "2001:db8::1/64")
+        mirror = self.start_mirror()
+        os.chmod(self.directory, 0o711)
+        eventually(lambda: os.path.exists(f"{self.store}/lock.mdb"), "no store")
+        for path in (self.store, *(f"{self.store}/{name}" for name in os.listdir(self.store))):
+            shutil.chown(path, group="nogroup")
+        agent = self.start_agent("-u", "nobody", "-g", "nogroup", "--netns-dir", self.vrfs.path)
+        for name in (None, RED):
+            self.wait_for_context(self.client_of(name))
+            self.expect_context(name)
+        self.expect_vrf_tables()
+        self.assertNotEqual(walk_table(self.client, SW_FWD)[(2,)][3], "0")
+        self.assertEqual([row[3] for row in walk_table(self.client_of(RED), SW_FWD).values()], ["0", "0"])
+        self.assertEqual(agent.output().count("no CAP_SYS_ADMIN"), 1)
+        self.assertRegex(read_file(f"/proc/{agent.pid}/status"), r"CapEff:\t0{16}\n")
+        for program in (agent, mirror):
+            with self.subTest(f"system calls of {program.name} are filtered"):
+                self.assertRegex(read_file(f"/proc/{program.pid}/status"), r"Seccomp:\t2\n")
 
     def test_serves_and_reloads_with_debugging_on(self):
         for option, lines in (("-D", ()), ("-DALL", ()), ("-Dtrace", ()), ("-Dcallback", ()),

@@ -11,10 +11,15 @@ namespace Host {
 
 namespace {
 
-// Logs the advice once in a process, even if a Composition is created again.
-void tellOfKernelIpHeader() {
-  static bool isTold = false;
-  if (std::exchange(isTold, true)) return;
+// Logs, once in a process even if a Composition is created again, what the agent cannot serve here.
+void reportLimitations() {
+  static bool isReported = false;
+  if (std::exchange(isReported, true)) return;
+  if (!Vantu::mayEnterNs()) {
+    logInfo(
+        "no CAP_SYS_ADMIN, so the kernel's IP counters of VRFs that are network namespaces read 0 "
+        "(quorinSwFwdIpStatsTable); all else is served. Grant the capability if you need them");
+  }
   const auto advice = Ip::kernelIpHeaderAdvice();
   if (!advice.empty()) agentLog(LOG_WARNING, advice);
 }
@@ -57,7 +62,7 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
   readyWatcher_->notifierIs(follower_.manager());
   scheduler_->setRequestPredicate([&loop] { return loop.requestWaiting(); });
   loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
-  tellOfKernelIpHeader();
+  reportLimitations();
   contexts_.enter("");
   followServedVrfs();
   tree_.onVrfRootSmChanged([this] { followServedVrfs(); });

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <linux/capability.h>
 #include <linux/magic.h>
 #include <linux/nsfs.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -93,6 +95,12 @@ std::string nsNameOfVrf(std::string_view vrfName) {
 std::optional<std::string> vrfOfNsName(std::string_view nsName) {
   if (!nsName.starts_with(vrfPrefix)) return std::nullopt;
   return std::string(nsName.substr(vrfPrefix.size()));
+}
+
+bool mayEnterNs() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3]{};
+  return syscall(SYS_capget, &header, data) == 0 && (data[0].effective & CAP_TO_MASK(CAP_SYS_ADMIN)) != 0;
 }
 
 void setNetNsDirectory(std::string newDirectory) {

@@ -26,6 +26,9 @@ std::string nsNameOfVrf(std::string_view vrfName);
 // for a VRF's name.
 std::optional<std::string> vrfOfNsName(std::string_view nsName);
 
+// Whether the process has the capability to enter other namespaces.
+bool mayEnterNs();
+
 // Sets the process-wide directory in which setNsByName() and NetNsGuard look names up. Requires: only the thread that
 // enters namespaces sets it.
 inline constexpr const char* defaultNetNsDirectory = "/run/netns";
