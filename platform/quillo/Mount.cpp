@@ -88,8 +88,9 @@ bool Mount::refresh() {
   watch_.arm();
   noticeReplacement();
   if (state_ == State::damaged) {
-    close();
-    if (Kel::System::currentTime() - corruptionTime_ >= pause_) {
+    const bool isPauseOver = Kel::System::currentTime() - corruptionTime_ >= pause_;
+    if (isPauseOver || !isReadable()) close();
+    if (isPauseOver) {
       state_ = State::waiting;  // damage from here on is a new case
       open();
     }
@@ -103,8 +104,12 @@ bool Mount::refresh() {
   return std::exchange(seen_, sight) != sight;
 }
 
+bool Mount::isReadable() const {
+  return state_ == State::ready || (state_ == State::damaged && store_ && !store_->faulted());
+}
+
 std::shared_ptr<View> Mount::view() {
-  if (state_ != State::ready) throw StoreException(StoreException::Kind::notReady, stateText_);
+  if (!isReadable()) throw StoreException(StoreException::Kind::notReady, stateText_);
   std::shared_ptr<View> view = view_.lock();
   if (!view) {
     view = std::make_shared<View>(store_, epoch_);

@@ -56,7 +56,9 @@ class Mount : public Kel::PtrInterface {
   // Requires: no snapshot exists (asserted), so call it between turns.
   bool refresh();
 
-  // Throws StoreException: `notReady` unless state() is ready, `full` when 512 readers use the store. Throws
+  // Whether records can be looked up: also between damage and the next attempt, since the other records are sound.
+  bool isReadable() const;
+  // Throws StoreException: `notReady` unless isReadable(), `full` when 512 readers use the store. Throws
   // Pesk::CorruptionDetectedException. Snapshots that exist at the same time share one read transaction.
   Snapshot snapshot();
 

@@ -50,7 +50,7 @@ class ArpTableMount final : public Arp::Table::Status {
 
  private:
   const VrfTableReader& reader(TableId table) const { return table == TableId::arp ? arp_ : neighbor_; }
-  bool isReadable() const { return follower_->mount()->state() == Mount::State::ready; }
+  bool isReadable() const { return follower_->mount()->isReadable(); }
   ArpEntry entry(TableId table, const ArpKey& key) const;
   void walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const;
   void notifyKey(TableId table, const std::string& bytes) const;
