@@ -153,6 +153,12 @@ Environment::~Environment() {
 
 void Environment::close() {
   if (env_ != nullptr) {
+    // A lock file that was cut short would fault in the engine's last step, which then could not free the rest.
+    struct stat named {};
+    const std::string lock = lockFile(directory_);
+    if (::stat(lock.c_str(), &named) == 0 && named.st_ino == lock_.inode && named.st_size < lock_.bytes) {
+      [[maybe_unused]] const int unchanged = ::truncate(lock.c_str(), lock_.bytes);
+    }
     MDB_env* env = env_;
     env_ = nullptr;
     guarded([env] {
