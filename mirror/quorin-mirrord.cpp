@@ -172,7 +172,8 @@ std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const s
 void serve(const MirrorOptions& options, std::optional<Background>& background) {
   const sigset_t mask = takeSignals();
   if (!Process::denyDangerousSystemCalls()) {
-    QTRACE(mirrorMainTrace, 1) << "the kernel filters no system calls for this process: " << std::strerror(errno);
+    QTRACE(mirrorMainTrace, 0) << "the kernel filters no system calls for this process: " << std::strerror(errno)
+                               << "; permit seccomp filters, or go on without";
   }
   Process::raiseFileLimit();  // every VRF needs two descriptors
   const auto opened = openService(options, mask);

@@ -23,7 +23,8 @@ namespace {
 constexpr unsigned secondsPerTick = 1;
 // Room for several of the longest answers, so that a client that asks before it has read is no fault.
 constexpr int sendBuffer = 256 * 1024;
-// The longest time that one client can hold the agent up: the handshake of TLS waits in accept().
+// For each read of a TLS handshake, which waits in accept(). A client that sends a byte now and then takes longer, so
+// docs/operating.md advises against the transport.
 constexpr timeval longestReceive{1, 0};
 constexpr timeval longestSend{0, 1000};
 

@@ -11,7 +11,7 @@
 //   that each new connection replaces the one that is idle longest.
 // - If descriptors run out all the same, accepting frees one or refuses the connection. The loop does not spin.
 // - A connection is closed when its client does not read its answers, or when more than `mostUnanswered` bytes brought
-//   no answer. So no client blocks the agent or fills its memory.
+//   no answer. So no client blocks the agent, except of TLS, and all together hold at most 190 MB.
 // - Connections that the agent did not accept, such as the session with an AgentX master, are left alone.
 // Requires: at most one object exists at a time. net-snmp has closed the guarded sessions before it is destroyed.
 

@@ -18,7 +18,7 @@ constexpr Kel::Seconds makeAnewPause = 10;
 
 // Whether the fault may pass without a restart of the program.
 bool mayPass(Kind kind) {
-  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission;
+  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission || kind == Kind::damaged;
 }
 
 }  // namespace

@@ -71,6 +71,17 @@ int answerFrom(void* loop, const Name& name, netsnmp_mib_handler* helper,
   return result;
 }
 
+// How many rows the message of this request has passed over so far: a message may have thousands of requests.
+unsigned& spentOn(const netsnmp_agent_request_info& info) {
+  static long transaction = -1;
+  static unsigned passedOver = 0;
+  if (transaction != info.asp->pdu->transid) {
+    transaction = info.asp->pdu->transid;
+    passedOver = 0;
+  }
+  return passedOver;
+}
+
 // Answers a GETNEXT like the helper, with the table's own functions. None if the first row is not the answer: the
 // caller passes the request to the helper, which calls the table again.
 //
@@ -93,7 +104,8 @@ std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registr
   void* loop = asked;
   void* none = nullptr;
   const auto* row = table->get_first_data_point(&loop, &none, index, table);
-  for (unsigned passedOver = 0; row != nullptr && isBehind(request, registration, asked->colnum, index, name);
+  auto& spent = spentOn(*info);
+  for (; row != nullptr && isBehind(request, registration, asked->colnum, index, name);
        row = table->get_next_data_point(&loop, &none, index, table)) {
     if (result) {  // the last row was passed over
       request->requestvb->type = ASN_NULL;
@@ -101,7 +113,7 @@ std::optional<int> answerNext(netsnmp_mib_handler* gate, netsnmp_handler_registr
     }
     result = answerFrom(loop, name, helper, registration, info, request);
     if (request->requestvb->type != SNMP_NOSUCHINSTANCE) break;
-    if (++passedOver == SeekGate::maxPassedOver) {
+    if (++spent >= SeekGate::maxPassedOver) {
       hasWalkGivenUp = true;
       break;
     }

@@ -15,7 +15,7 @@
 // The gate itself answers a GETNEXT if the first row is the answer, as it nearly always is. It calls the table's
 // functions like the helper, and then the handler after the helper. This saves the helper's three copies of a row's
 // index, a kilobyte for each component, which cost more than the search. Rows without an instance of the object
-// (Column.h) are passed over in the same way, at most `maxPassedOver` of them in a request.
+// (Column.h) are passed over in the same way, at most `maxPassedOver` of them in a message.
 //
 // Traces: those of the table's frame, once per request; rows that a walk skips are not traced.
 // Thread: the agent's. The serialize handler passes one request at a time. If net-snmp has divided a registration, each
@@ -45,7 +45,8 @@ class SeekGate {
   // answered with genErr.
   static void walkGaveUp();
 
-  // A GETNEXT that has passed over so many rows is answered with genErr, so that no request blocks the agent.
+  // When the requests of one message have passed over so many rows, its further GETNEXTs that need to are answered with
+  // genErr, so that no message blocks the agent.
   static constexpr unsigned maxPassedOver = 10000;
 
   // Puts a gate in front of the registration's iterator helper. Returns false if net-snmp refuses.

@@ -103,15 +103,11 @@ bool isLockFileHeld(const std::string& directory) {
   return isHeld;
 }
 
-// Whether a publisher has opened a store there before: only then is there a doorbell.
-bool isOurDirectory(const std::string& directory) {
-  struct stat data {};
-  struct stat bell {};
-  return ::stat(dataFile(directory).c_str(), &data) == 0 && ::lstat(doorbellFile(directory).c_str(), &bell) == 0 &&
-         S_ISREG(bell.st_mode) && bell.st_uid == data.st_uid && bell.st_size > 8;
-}
-
 }  // namespace
+
+bool isStoreOfOurs(const std::string& directory) {
+  return hasBeenPublished(directory) || holdsOurNames(dataFile(directory));
+}
 
 std::string statusText(int status) {
   return status == mappingFault ? "fault in the mapping of data.mdb (the file was cut short, or a page is damaged)"
@@ -195,7 +191,8 @@ void Environment::open(Access access, std::size_t mapBytes) {
   if (::fstat(fd, &opened) != 0) {
     fail(errno, access);
   }
-  data_ = {opened.st_dev, opened.st_ino, 0};
+  // A reader meets a data file that was cut short as damage.
+  data_ = {opened.st_dev, opened.st_ino, access == Access::publish ? opened.st_size : 0};
   // The storage engine does not give its descriptor of the lock file away.
   if (::stat(lockFile(directory_).c_str(), &opened) == 0) lock_ = {opened.st_dev, opened.st_ino, opened.st_size};
   // Between the opening of the two files the store may have been replaced: then the lock file is not this one's.
@@ -302,7 +299,7 @@ void Environment::readIdentity(Access access) {
   if (complete) {
     return;
   }
-  if (stat.ms_entries != 0 && (holdsOurNames(dataFile(directory_)) || (!isSound && isOurDirectory(directory_)))) {
+  if (stat.ms_entries != 0 && (holdsOurNames(dataFile(directory_)) || (!isSound && hasBeenPublished(directory_)))) {
     throw StoreException(
         Kind::damaged,
         fmt::format("store {} is damaged: its indexes cannot be found; its publisher makes it anew", directory_));
@@ -378,9 +375,12 @@ void Environment::create() {
 
 void Environment::fail(int status, Access access) const {
   std::string file = dataFile(directory_);
+  if (access == Access::publish && (status == EIO || status == mappingFault) && isSpaceOut(directory_)) {
+    status = ENOSPC;
+  }
   switch (status) {
     case MDB_INVALID:
-      if (isOurDirectory(directory_) || holdsOurNames(file)) {
+      if (isStoreOfOurs(directory_)) {
         throw StoreException(
             Kind::damaged,
             fmt::format("store {} is damaged: its first pages cannot be read; its publisher makes it "

@@ -85,6 +85,9 @@ class Environment {
   OpenFile data_, lock_;
 };
 
+// Whether the data file of a directory is, or was, a store of ours: it holds our names, or lies beside a doorbell.
+bool isStoreOfOurs(const std::string& directory);
+
 // "<what>" for a status of the storage engine or of the fault guard.
 std::string statusText(int status);
 

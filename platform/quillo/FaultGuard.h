@@ -9,6 +9,7 @@
 // leave it; it does not throw and does not nest. While it runs, each fault of this thread that the processor raised
 // counts as the mapping's, since a damaged page can send a read to any address. All other faults, and signals that a
 // process sent, go to the handler that was installed before, unchanged.
+// docs/decisions/0021-handlers-for-faults.md says why the handlers are worth it.
 
 #include <setjmp.h>
 

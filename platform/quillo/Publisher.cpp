@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <lmdb.h>
-#include <sys/statvfs.h>
 #include <xxhash.h>
 
 #include <boost/unordered/unordered_flat_set.hpp>
@@ -25,12 +24,6 @@ namespace {
 Kel::TraceHandle publisherTrace("QuilloPublisher");
 
 using Kind = StoreException::Kind;
-
-bool spaceIsOut(const std::string& directory) {
-  constexpr std::uint64_t nextToNothingBytes = 65536;
-  struct statvfs space {};
-  return ::statvfs(directory.c_str(), &space) == 0 && space.f_bavail * space.f_frsize < nextToNothingBytes;
-}
 
 }  // namespace
 
@@ -111,6 +104,9 @@ CommitResult Publisher::apply(const Batch& batch, bool completesPass) {
     throw StoreException(Kind::gone, fmt::format("store {} was removed or replaced; its publisher makes it anew",
                                                  config_.directory));
   }
+  if (lock_->retake()) {
+    QTRACE(publisherTrace, 0) << publisherLockFile(config_.directory) << " was removed or replaced; made it again";
+  }
   if (!env_) openStore();  // it could not be opened the last time
   constexpr Kel::Seconds readerCheckSeconds = 1;
   if (Kel::System::currentTime() - lastReaderCheck_ > readerCheckSeconds) {
@@ -184,7 +180,7 @@ bool Publisher::grow() {
 
 void Publisher::fail(int status) {
   // The storage engine calls a write that was cut short for want of space an input/output error.
-  if (status == EIO && spaceIsOut(config_.directory)) {
+  if (status == EIO && isSpaceOut(config_.directory)) {
     status = ENOSPC;
   }
   switch (status) {

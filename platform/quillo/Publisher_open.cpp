@@ -29,7 +29,7 @@ constexpr mode_t dataMode = 0640;
 constexpr mode_t sharedMode = 0660;
 
 constexpr Kel::Seconds checkPeriod = 60;
-// After a check that found nothing, reports of damage wait for as long: a faulty reader must not keep the publisher busy.
+// After a report of damage that was wrong, the next one waits for as long: a faulty reader must not keep the publisher busy.
 constexpr Kel::Seconds reportPause = 30;
 
 std::map<TableId, TableState> countTables(Environment& env, MDB_txn* txn) {
@@ -142,6 +142,7 @@ void Publisher::open() {
     lock_->undo();
     throw;
   }
+  prepareStoreDirectory(config_.directory, config_.group, true);
   if (compact()) openChecked();
   ringAll();
 }
@@ -151,6 +152,12 @@ void Publisher::openOrMakeAnew() {
     openChecked();
   } catch (const StoreException& found) {
     if (found.kind() != Kind::damaged && found.kind() != Kind::version) throw;
+    if (!isStoreOfOurs(config_.directory)) {
+      throw StoreException(
+          Kind::foreign, fmt::format("{} is not a store of ours, and cannot be read as a database; choose another "
+                                     "directory with --store, or set the file aside with quorin-mirrord --recreate",
+                                     dataFile(config_.directory)));
+    }
     QTRACE(openTrace, 0) << found.what();
     removeStore();
     openChecked();
@@ -174,6 +181,8 @@ void Publisher::openChecked() {
 
 // The files by which readers and the publisher reach each other.
 void Publisher::ringAll() {
+  claimStoreFile(config_.directory, dataFile(config_.directory), dataMode);
+  claimStoreFile(config_.directory, lockFile(config_.directory), sharedMode);
   ::close(openStoreFile(config_.directory, damageFile(config_.directory), sharedMode));
   isDamageReported();  // what was reported before is over
   if (!doorbell_) doorbell_ = std::make_unique<Doorbell>(config_.directory, config_.name);
@@ -195,9 +204,6 @@ bool Publisher::isDamageReported() {
 
 void Publisher::check() {
   apply(Batch(*this), false);  // of nothing: throws where the store is gone
-  if (lock_->retake()) {
-    QTRACE(openTrace, 0) << publisherLockFile(config_.directory) << " was removed or replaced; made it again";
-  }
   if (doorbell_->check()) {
     QTRACE(openTrace, 0) << doorbellFile(config_.directory) << " was removed or replaced; made it again";
   }
@@ -205,7 +211,6 @@ void Publisher::check() {
   const bool isReported = now >= nextReportedCheck_ && isDamageReported();
   if (!isReported && now < lastStoreCheck_ + checkPeriod) return;
   lastStoreCheck_ = now;
-  nextReportedCheck_ = now + reportPause;
   try {
     const View view(env_, 0);
     checkStore(*env_, view.txn);
@@ -213,6 +218,7 @@ void Publisher::check() {
     broken_ = damage.what();
     throw;
   }
+  if (isReported) nextReportedCheck_ = now + reportPause;
 }
 
 // A data file never shrinks, so a burst of routes would keep its memory for ever.
@@ -257,7 +263,7 @@ void Publisher::removeStore() {
     if (found.kind() == Kind::permission) {
       throw;
     }
-    foreign = found.kind() == Kind::foreign;
+    foreign = found.kind() == Kind::foreign || (std::filesystem::exists(data) && !isStoreOfOurs(config_.directory));
   }
   if (foreign) {
     std::string aside = foreignFile(config_.directory);
@@ -282,8 +288,8 @@ void Publisher::removeStore() {
 void Publisher::openStore() {
   env_ = nullptr;
   // Before the storage engine follows a link.
-  claimStoreFile(config_.directory, dataFile(config_.directory), dataMode);
-  claimStoreFile(config_.directory, lockFile(config_.directory), sharedMode);
+  checkStoreFile(dataFile(config_.directory));
+  checkStoreFile(lockFile(config_.directory));
   env_ = std::make_shared<Environment>(config_.directory, Environment::Access::publish, config_.mapBytes);
   claimStoreFile(config_.directory, dataFile(config_.directory), dataMode);
   claimStoreFile(config_.directory, lockFile(config_.directory), sharedMode);

@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
+#include <utility>
 
 #include "kel/Trace.h"
 #include "quillo/StoreException.h"
@@ -77,7 +79,20 @@ bool holdsOtherFiles(const std::string& directory) {
 
 }  // namespace
 
-void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group) {
+bool hasBeenPublished(const std::string& directory) {
+  struct stat owner {};
+  struct stat bell {};
+  return ::stat(directory.c_str(), &owner) == 0 && ::lstat(doorbellFile(directory).c_str(), &bell) == 0 &&
+         S_ISREG(bell.st_mode) && (bell.st_uid == owner.st_uid || bell.st_uid == ::geteuid());
+}
+
+bool isSpaceOut(const std::string& directory) {
+  constexpr std::uint64_t nextToNothingBytes = 65536;
+  struct statvfs space {};
+  return ::statvfs(directory.c_str(), &space) == 0 && space.f_bavail * space.f_frsize < nextToNothingBytes;
+}
+
+void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group, bool isRecognised) {
   std::error_code error;
   const bool isMade = fs::create_directories(directory, error);
   if (!error && !fs::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
@@ -92,7 +107,11 @@ void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> gr
   checkOwner(directory, status);
   const bool isOurs =
       status.st_uid == ::geteuid();  // or root made it for us, with the group and the mode that it needs
-  if (isOurs && !isMade && holdsOtherFiles(directory)) {
+  const bool isClaimed =
+      isMade || isRecognised || hasBeenPublished(directory) || !fs::exists(dataFile(directory), error);
+  if (!isClaimed) {
+    // A database of somebody, perhaps.
+  } else if (isOurs && !isMade && holdsOtherFiles(directory)) {
     QTRACE(storeFilesTrace, 0) << "store directory " << directory
                                << " holds other files too, so its mode and group are left as they are";
   } else if (isOurs) {
@@ -103,7 +122,9 @@ void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> gr
                       "choose another one with --group",
                       directory, *group, std::strerror(errno)));
     }
-    if (::chmod(directory.c_str(), directoryMode) != 0) fail("set the mode of", directory, errno);
+    // Not without need: the kernel would drop the set-group-ID bit of an owner outside the group.
+    const bool hasMode = (statusOf(directory).st_mode & 07777) == directoryMode;
+    if (!hasMode && ::chmod(directory.c_str(), directoryMode) != 0) fail("set the mode of", directory, errno);
   }
   if ((statusOf(directory).st_mode & S_IWOTH) != 0) {
     throw StoreException(
@@ -127,6 +148,11 @@ int openStoreFile(const std::string& directory, const std::string& file, mode_t 
   try {
     struct stat status {};
     if (::fstat(fd, &status) != 0) fail("look at", file, errno);
+    if (S_ISREG(status.st_mode) && status.st_nlink > 1 && status.st_uid == ::geteuid()) {
+      ::unlink(file.c_str());
+      ::close(std::exchange(fd, -1));
+      return openStoreFile(directory, file, mode, isNew);
+    }
     checkFile(file, status);
     const gid_t group = statusOf(directory).st_gid;
     if (status.st_gid != group && ::fchown(fd, static_cast<uid_t>(-1), group) != 0) {
@@ -136,11 +162,22 @@ int openStoreFile(const std::string& directory, const std::string& file, mode_t 
       QTRACE(storeFilesTrace, 1) << file << ": mode not set: " << std::strerror(errno);
     }
   } catch (...) {
-    ::close(fd);
+    if (fd >= 0) ::close(fd);
     throw;
   }
   if (isNew) *isNew = isMade;
   return fd;
+}
+
+void checkStoreFile(const std::string& file) {
+  struct stat status {};
+  if (::lstat(file.c_str(), &status) != 0) return;
+  if (S_ISREG(status.st_mode) && status.st_nlink > 1 && status.st_uid == ::geteuid() &&
+      file.ends_with("/lock.mdb")) {
+    ::unlink(file.c_str());
+    return;
+  }
+  checkFile(file, status);
 }
 
 void claimStoreFile(const std::string& directory, const std::string& file, mode_t mode) {

@@ -41,15 +41,27 @@ inline std::string foreignFile(const std::string& directory) {
 // this user and root; otherwise of kind `directory`.
 
 // Makes the directory if it is missing. Gives it to `group`, and takes it away from others, unless it also holds files
-// that are not the store's. Refuses one that everyone may write.
-void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group);
+// that are not the store's. A data file in a directory where no publisher has been is not the store's until
+// `isRecognised`. Refuses a directory that everyone may write.
+void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group, bool isRecognised = false);
+
+// Whether a publisher has opened a store there before: only then is there a doorbell.
+bool hasBeenPublished(const std::string& directory);
+
+// Whether the file system of the directory has no room for a few more pages. The storage engine then reports all kinds of
+// errors.
+bool isSpaceOut(const std::string& directory);
 
 // Opens a file of the publisher for reading and writing, makes it if it is missing, and gives it `mode` and the
-// directory's group. Follows no link. The caller closes the descriptor.
+// directory's group. Follows no symbolic link, and makes a file anew that has a second name, since a reader may have
+// given it that. The caller closes the descriptor.
 int openStoreFile(const std::string& directory, const std::string& file, mode_t mode, bool* isNew = nullptr);
 
-// Gives a file that the storage engine made `mode` and the directory's group, without opening it: the engine's own locks
-// would be lost when the descriptor is closed. A file that is missing is left to the engine.
+// Checks a file before the storage engine opens it, without opening it: the engine's own locks would be lost when the
+// descriptor is closed. A lock file with a second name is removed. A missing file is left to the engine.
+void checkStoreFile(const std::string& file);
+
+// Gives a file that the storage engine made `mode` and the directory's group.
 void claimStoreFile(const std::string& directory, const std::string& file, mode_t mode);
 
 // Another file, or none, has the name of the open file `fd`.
