@@ -1,6 +1,8 @@
 // Requests for rows of the tables. Of the input, the first byte chooses the table, the second its column, the third GET
 // or GETNEXT; the others are sub-identifiers of the index: a byte below 0xF0 is one, others begin one of four bytes.
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <string>

@@ -32,10 +32,10 @@ void route(Bytes key, Bytes value) {
 }
 
 void neighbour(TableId table, Bytes key, Bytes value) {
-  Quillo::ArpKey arpKey;
-  Quillo::ArpEntry entry;
-  Quillo::decodeKey(table, key, arpKey);
-  Quillo::decodeValue(value, entry);
+  Arp::Table::ArpKey arpKey;
+  Arp::Table::ArpEntry entry;
+  Arp::Table::decodeKey(table, key, arpKey);
+  Arp::Table::decodeValue(value, entry);
 }
 
 void document(const std::string& path, std::string_view text) {
@@ -92,8 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       break;
     case 5: {
       Vrf::VrfIdMap::VrfId vrfId;
-      Fib::FecId fecId;
-      Fib::Fec fec;
+      Quillo::Fib::FecId fecId;
+      Quillo::Fib::Fec fec;
       Quillo::decodeFecKey(key, vrfId, fecId);
       Quillo::decodeFec(value, fec);
       break;

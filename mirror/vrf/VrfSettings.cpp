@@ -159,7 +159,8 @@ class Reader {
       if (std::find(known.begin(), known.end(), key) == known.end()) {
         fail(entry.first, path, fmt::format("'{}' is no key of it", Varnix::escapeBytes(key)), list);
       }
-      if (!seen.insert(key).second) fail(entry.first, path, fmt::format("'{}' is there twice", key), "remove one");
+      if (!seen.insert(key).second)
+        fail(entry.first, path, fmt::format("'{}' is there twice", Varnix::escapeBytes(key)), "remove one");
     }
   }
 
@@ -178,7 +179,7 @@ AllVrfSettings vrfSettingsFromText(const std::string& text, const std::string& f
   try {
     return reader.all(YAML::Load(text));
   } catch (const YAML::Exception& error) {
-    reader.fail(error.mark, "YAML", error.msg, "mend it");
+    reader.fail(error.mark, "YAML", Varnix::escapeBytes(error.msg), "mend it");
   }
 }
 

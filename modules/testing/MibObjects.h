@@ -1,6 +1,8 @@
 #pragma once
 // For tests: every object that the modules serve, with the texts that are traced of it.
 
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <array>
 #include <sstream>
