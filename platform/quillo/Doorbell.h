@@ -2,9 +2,10 @@
 // A small file that the publisher writes after each commit, and that readers watch. Internal to the store.
 //
 // It holds the journal's head in 8 bytes, and "PID NAME" of the publisher behind it. The publisher holds a read lock on
-// it (fcntl, F_OFD_SETLK) while it lives, which readers can look at and cannot prevent.
+// it (fcntl, F_OFD_SETLK) while it runs. Readers query that lock, and cannot prevent it.
 //
-// A ring has no content for readers, so a missed one loses nothing: the next ring, or the poll, leads to the same journal.
+// A write only wakes the readers, which then read the journal. So a missed one loses nothing: the next write, or the poll
+// once a second, leads to the same journal.
 
 #include <cstdint>
 #include <string>
@@ -50,13 +51,13 @@ class DoorbellWatch {
   DoorbellWatch(const DoorbellWatch&) = delete;
   DoorbellWatch& operator=(const DoorbellWatch&) = delete;
 
-  // -1 when the system has no watch to give.
+  // -1 when inotify is exhausted: then only the poll works.
   int fd() const { return fd_; }
   // Reads all events that are pending; true when there was one.
   bool drain();
-  // Sets the watches that can be set now. Costs nothing when all are set.
+  // Adds the watches whose paths exist. No-op when all are in place.
   void arm();
-  // Sets all watches anew with the next arm().
+  // Makes the next arm() add all watches again, for a store that was replaced.
   void stale() { armed_ = false; }
 
  private:

@@ -152,7 +152,9 @@ void Environment::close() {
     // A lock file that was cut short would fault in the engine's last step, which then could not free the rest.
     struct stat named {};
     const std::string lock = lockFile(directory_);
-    if (::stat(lock.c_str(), &named) == 0 && named.st_ino == lock_.inode && named.st_size < lock_.bytes) {
+    const bool isShort =
+        ::stat(lock.c_str(), &named) == 0 && named.st_ino == lock_.inode && named.st_size < lock_.bytes;
+    if (isShort) {
       [[maybe_unused]] const int unchanged = ::truncate(lock.c_str(), lock_.bytes);
     }
     MDB_env* env = env_;
@@ -161,6 +163,10 @@ void Environment::close() {
       mdb_env_close(env);
       return 0;
     });
+    // Short again, so that the publisher notices: with zeroes for its locks it must not go on.
+    if (isShort) {
+      [[maybe_unused]] const int unchanged = ::truncate(lock.c_str(), named.st_size);
+    }
   }
 }
 
