@@ -164,6 +164,14 @@ TEST(Conversions, timesBecomeTicksAndUpTime) {
   EXPECT_NEAR(ticks(UtcSecondsToUptimeTimeTicks, now - 40), 6000, 50);
   EXPECT_NEAR(ticks(NowSecondsToUptimeTimeTicksF, now + 43000000), 4300010000.0 - 4294967296.0, 50) << "mod 2^32";
   for (const auto before : {now - 101, 0.0}) EXPECT_EQ(ticks(NowSecondsToUptimeTimeTicksF, before), 0U);
+  const auto ticksOfSomeTimes = [&] {
+    std::vector<unsigned> all;
+    for (int ms = 0; ms < 10; ++ms) all.push_back(ticks(NowSecondsToUptimeTimeTicksF, now + ms / 1000.0));
+    return all;
+  };
+  const auto first = ticksOfSomeTimes();
+  while (Kel::System::currentTime() < now + 0.1)
+    ASSERT_EQ(ticksOfSomeTimes(), first) << "whenever they are asked for";
 }
 
 }  // namespace

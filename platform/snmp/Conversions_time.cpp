@@ -14,17 +14,15 @@ namespace {
 
 constexpr double ticksPerSecond = 100;
 
-// When the agent started, on the framework's clock. net-snmp returns its up-time in whole ticks, so each reading
-// determines the start to within one tick. The first result is kept while readings agree with it: otherwise the ticks
-// of one time could differ by one between requests, which a manager would take for a change. The result is not before
-// the actual start, so that no past time is after sysUpTime.
+// When the agent started, on the framework's clock. net-snmp returns its up-time in whole ticks, so each reading is up to
+// a tick late. The first one is kept: otherwise the ticks of one time could differ between requests, which a manager
+// would take for a change. A start that is late by less than a tick keeps past times at or before sysUpTime.
 Kel::Seconds agentStart() {
-  constexpr Kel::Seconds readingBounds = 1 / ticksPerSecond + 1e-6;  // net-snmp's clock counts microseconds
+  constexpr Kel::Seconds noise = 1;  // above it, net-snmp has been given another start
   static Kel::Seconds start = std::numeric_limits<Kel::Seconds>::infinity();
-  const auto before = Kel::System::currentTime();
   const auto upTime = static_cast<double>(netsnmp_get_agent_uptime()) / ticksPerSecond;
-  const auto after = Kel::System::currentTime();
-  if (start < before - upTime - readingBounds || start > after - upTime) start = after - upTime;
+  const auto reading = Kel::System::currentTime() - upTime;
+  if (std::abs(reading - start) > noise) start = reading;
   return start;
 }
 
