@@ -8,7 +8,7 @@
 #include <string>
 
 #include "kel/Trace.h"
-#include "modules/frame/SeekGate.h"
+#include "modules/frame/SortedHandler.h"
 #include "modules/testing/MibObjects.h"
 #include "modules/testing/TestAgent.h"
 #include "modules/testing/TestIpTree.h"
@@ -71,9 +71,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     name += fmt::format(".{}", number);
   }
   const bool isNext = data[2] % 2 == 0;
-  SeekGate::setEnabled(true);
+  SortedHandler::setEnabled(true);
   const Answer answer = isNext ? world().agent.getNext(name) : world().agent.get(name);
-  SeekGate::setEnabled(false);
+  SortedHandler::setEnabled(false);
   const Answer searched = isNext ? world().agent.getNext(name) : world().agent.get(name);
   const bool isEnd = answer.type == SNMP_ENDOFMIBVIEW;
   if (answer != searched || (isNext && !isEnd && !isBehind(answer.name, name))) {

@@ -8,8 +8,10 @@
 //                     key) ...), ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", ...)};
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <ostream>
+#include <span>
 #include <tuple>
 #include <utility>
 
@@ -136,21 +138,51 @@ class Index {
   // Writes the key into the chain; components without a variable in the chain are left out. Returns false if a value
   // cannot be encoded, or the index would take more than `room` sub-identifiers.
   bool write(const Key& key, netsnmp_variable_list* chain, std::size_t room) const {
+    return forEachEncoded(key, room, [&](unsigned char asnType, const unsigned char* bytes, int length) {
+      if (chain == nullptr) return true;
+      const bool isWritten = Snmp::setVarbindValue(chain, asnType, bytes, length);
+      chain = chain->next_variable;
+      return isWritten;
+    });
+  }
+
+  // Writes the key as sub-identifiers (RFC 2578, 7.7), and returns their number. 0 if a value cannot be encoded, or
+  // they do not fit.
+  std::size_t write(const Key& key, std::span<oid> to) const {
+    auto* end = to.data();
+    const bool isWritten =
+        forEachEncoded(key, to.size(), [&](unsigned char asnType, const unsigned char* bytes, int length) {
+          if (asnType == ASN_OCTET_STR) *end++ = static_cast<oid>(length);
+          if (asnType == ASN_OCTET_STR || asnType == ASN_PRIV_IMPLIED_OCTET_STR) {
+            end = std::copy_n(bytes, length, end);
+          } else {
+            std::uint32_t number = 0;
+            std::memcpy(&number, bytes, sizeof(number));
+            *end++ = number;
+          }
+          return true;
+        });
+    return isWritten ? static_cast<std::size_t>(end - to.data()) : 0;
+  }
+
+ private:
+  // Passes each component as encoded to `take(asnType, bytes, length)`, until one returns false, cannot be encoded or
+  // does not fit in `room` sub-identifiers. Returns whether none did.
+  template <class Take>
+  bool forEachEncoded(const Key& key, std::size_t room, Take&& take) const {
     bool isWritten = true;
     forEach([&](const auto& component) {
-      if (chain == nullptr || !isWritten) return;
+      if (!isWritten) return;
       unsigned char buffer[1024];
       const int length = component.toAsn(component.fromKey(key), buffer, sizeof(buffer));
       const std::size_t taken = subIdentifiers(component.writtenType, length);
-      isWritten = taken <= room && Snmp::setVarbindValue(chain, component.writtenType, buffer, length);
+      isWritten = length >= 0 && taken <= room && take(component.writtenType, buffer, length);
       room -= taken;
-      chain = chain->next_variable;
     });
     return isWritten;
   }
 
- private:
-  // The number of sub-identifiers that a value takes in an OID (RFC 2578, 7.7).
+  // The number of sub-identifiers that a value takes in an OID.
   static std::size_t subIdentifiers(unsigned char asnType, int length) {
     const auto bytes = static_cast<std::size_t>(std::max(length, 0));
     switch (asnType) {

@@ -28,6 +28,8 @@ class IndexFloor {
   // Replaces the number just returned by the highest one. Call it if that number is above its component's range.
   netsnmp_variable_list* highestInstead();
 
+  // Whether the next component begins with a requested sub-identifier.
+  bool hasMore() const { return reading_ == Reading::asAsked && !rest_.empty(); }
   // Whether the components are exactly the requested sub-identifiers.
   bool isExact() const { return reading_ == Reading::asAsked && rest_.empty(); }
   // Whether the components were lowered to the highest possible index; no row can have the requested one.

@@ -9,9 +9,10 @@
 //
 // The helper asks for the first row of a walk and for each next one. It keeps the requested row in a data context, from
 // which the handler reads the column. For a sorted table it passes the request itself as a hint to where the walk may
-// start. A hint only saves steps: a walk from the first row gives the same answer. SeekGate.h saves more.
+// start. A hint only saves steps: a walk from the first row gives the same answer. SortedHandler.h answers most requests
+// to a sorted table without the helper.
 //
-// Lifetime: a loop context and a data context are each a walker on the heap, which the helper owns until it calls the
+// Lifetime: a loop context and a data context are each a RowCursor on the heap, which the helper owns until it calls the
 // free function. Only make_data_context makes a data context: the helper would free an earlier one once for every
 // request that the row does not match. The helper owns `chain` (net-snmp's put_index_data), the variables for the index
 // of a row.
@@ -21,7 +22,6 @@
 #include "modules/frame/Index.h"
 #include "modules/frame/IndexFloor.h"
 #include "modules/frame/MibTable.h"
-#include "modules/frame/SeekGate.h"
 #include "modules/frame/Walker.h"
 #include "snmp/CBoundary.h"
 
@@ -58,38 +58,27 @@ class IteratorTable final : public MibTable {
     // The helper would free the hint as a loop context.
     *loopContext = nullptr;
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
-      const Kel::Ptr<const Cache> cache(cacheOf(iterator));
-      if constexpr (isSeeking) {
-        auto start = startOf(cache, hint);
-        auto* const walker = new W(std::move(start.walker));
-        *loopContext = walker;
-        if (gaveUp(*walker)) SeekGate::walkGaveUp();
-        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker
-                           << ", hintMatched=" << start.hintMatched;
-        return start.isAnswerable ? rowFrom(*walker, chain) : noRow;
-      } else {
-        auto* const walker = new W(cache);
-        *loopContext = walker;
-        QTRACE(trace(), 2) << name() << "_get_first_data_point - allocated new loop context " << walker;
-        return rowFrom(*walker, chain);
-      }
+      const Kel::Ptr<const Cache> cache(static_cast<const Cache*>(static_cast<Kel::Entity*>(iterator->myvoid)));
+      auto cursor = isSeeking ? hintedStart(cache, hint) : opened(W(cache));
+      auto* const row = rowFrom(*cursor, chain);
+      *loopContext = cursor.release();
+      return row;
     });
   }
 
   netsnmp_variable_list* getNextDataPoint(void** loopContext, void** dataContext,
                                           netsnmp_variable_list* chain) const noexcept {
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
-      auto* const walker = static_cast<W*>(*loopContext);
-      if (walker == nullptr || walker->isAtEnd()) {
+      auto* const cursor = static_cast<Cursor*>(*loopContext);
+      if (cursor == nullptr || cursor->isAtEnd()) {
         QTRACE(trace(), 2) << name() << "_get_next_data_point - at end of loop context " << *loopContext;
         return noRow;
       }
       QTRACE(trace(), 2) << name() << "_get_next_data_point - advancing loop context " << *loopContext
                          << " ; data context " << *dataContext;
-      walker->advance();
-      if (gaveUp(*walker)) SeekGate::walkGaveUp();
-      auto* const row = rowFrom(*walker, chain);
-      if (*dataContext != nullptr) *static_cast<W*>(*dataContext) = *walker;
+      cursor->advance();
+      auto* const row = rowFrom(*cursor, chain);
+      if (*dataContext != nullptr) *static_cast<Cursor*>(*dataContext) = *cursor;
       return row;
     });
   }
@@ -97,18 +86,13 @@ class IteratorTable final : public MibTable {
   // Writes the index of the loop context's row into the chain. Returns null at the end.
   netsnmp_variable_list* iterationHelper(const void* loopContext, netsnmp_variable_list* chain) const noexcept {
     return Snmp::atCBoundary(trace(), name(), noRow, [&] {
-      const auto* walker = static_cast<const W*>(loopContext);
-      if (walker == nullptr || walker->isAtEnd()) {
+      const auto* cursor = static_cast<const Cursor*>(loopContext);
+      if (cursor == nullptr || cursor->isAtEnd()) {
         QTRACE(trace(), 2) << name() << "IterationHelper - iterator is at end";
         return noRow;
       }
-      decltype(auto) key = walker->key();
-      index_.forEach([&](const auto& component) {
-        if (!trace().enabled(2)) return;
-        Kel::TraceLine line(trace(), 2);
-        line.stream() << name() << "IterationHelper - iterator has another value: " << component.attribute << "=";
-        printTraced(line.stream(), component.fromKey(key));
-      });
+      decltype(auto) key = cursor->walker().key();
+      traceRow(key);
       if (!index_.write(key, chain, indexRoom()))
         throw Kel::RangeException("the key of a row does not fit its index");
       return chain;
@@ -118,19 +102,47 @@ class IteratorTable final : public MibTable {
   void* makeDataContext(const void* loopContext) const noexcept {
     return Snmp::atCBoundary(trace(), name(), static_cast<void*>(nullptr), [&]() -> void* {
       if (loopContext == nullptr) return nullptr;
-      auto walker = std::make_unique<W>(*static_cast<const W*>(loopContext));
-      QTRACE(trace(), 2) << name() << "_make_data_context - allocated data context " << walker.get();
-      return walker.release();
+      auto cursor = std::make_unique<Cursor>(*static_cast<const Cursor*>(loopContext));
+      QTRACE(trace(), 2) << name() << "_make_data_context - allocated data context " << cursor.get();
+      return cursor.release();
     });
   }
 
-  void freeDataContext(void* dataContext) const noexcept { freeWalker("_free_data_context ", dataContext); }
+  void freeDataContext(void* dataContext) const noexcept { freeCursor("_free_data_context ", dataContext); }
   void freeLoopContextAtEnd(void* loopContext) const noexcept {
-    freeWalker("_free_loop_context_at_end ", loopContext);
+    freeCursor("_free_loop_context_at_end ", loopContext);
   }
 
  private:
   static constexpr netsnmp_variable_list* noRow = nullptr;
+
+  class Cursor final : public RowCursor {
+   public:
+    Cursor(const IteratorTable& table, W walker) : table_(&table), walker_(std::move(walker)) {}
+
+    const W& walker() const { return walker_; }
+
+    bool isAtEnd() const override { return walker_.isAtEnd(); }
+    bool gaveUp() const override {
+      if constexpr (requires { walker_.gaveUp(); }) return walker_.gaveUp();
+      return false;
+    }
+    void advance() override { walker_.advance(); }
+    const void* row() const override { return &static_cast<const Row&>(walker_.row()); }
+    void printKey(std::ostream& out) const override { printTraced(out, walker_.key()); }
+    std::size_t writeIndex(std::span<oid> to) const override {
+      decltype(auto) key = walker_.key();
+      table_->traceRow(key);
+      const std::size_t length = table_->index_.write(key, to.first(table_->indexRoom()));
+      if (length == 0) table_->traceNotServed(key);
+      return length;
+    }
+
+   private:
+    const IteratorTable* table_;
+    W walker_;
+  };
+  using CursorPtr = std::unique_ptr<Cursor>;
 
   static std::vector<IndexObject> indexObjects(const TableIndex& index) {
     std::vector<IndexObject> objects;
@@ -138,168 +150,199 @@ class IteratorTable final : public MibTable {
     return objects;
   }
 
-  static bool gaveUp([[maybe_unused]] const W& walker) {
-    if constexpr (requires { walker.gaveUp(); }) return walker.gaveUp();
-    return false;
+  void traceRow(const Key& key) const {
+    if (!trace().enabled(2)) return;
+    index_.forEach([&](const auto& component) {
+      Kel::TraceLine line(trace(), 2);
+      line.stream() << name() << "IterationHelper - iterator has another value: " << component.attribute << "=";
+      printTraced(line.stream(), component.fromKey(key));
+    });
   }
 
-  static const Cache* cacheOf(const netsnmp_iterator_info* iterator) {
-    return static_cast<const Cache*>(static_cast<Kel::Entity*>(iterator->myvoid));
+  void traceNotServed(const Key& key) const {
+    if (!trace().enabled(0)) return;
+    Kel::TraceLine line(trace(), 0);
+    line.stream() << name() << ": the index of the row ";
+    printTraced(line.stream(), key);
+    line.stream() << " cannot be written; the row is not served";
   }
 
-  // Advances the walker to the first row from here on whose index can be written; null would end the table before the
-  // later rows. Returns null at the end.
-  netsnmp_variable_list* rowFrom(W& walker, netsnmp_variable_list* chain) const {
-    auto* row = iterationHelper(&walker, chain);
-    while (row == nullptr && !walker.isAtEnd()) {
-      Snmp::atCBoundary(trace(), name(), [&] {
-        if (!trace().enabled(0)) return;
-        Kel::TraceLine line(trace(), 0);
-        line.stream() << name() << ": the index of the row ";
-        printTraced(line.stream(), walker.key());
-        line.stream() << " cannot be written; the row is not served";
-      });
-      walker.advance();
-      row = iterationHelper(&walker, chain);
+  // Advances to the first row from here on whose index can be written; null would end the table before the later rows.
+  // Returns null at the end.
+  netsnmp_variable_list* rowFrom(Cursor& cursor, netsnmp_variable_list* chain) const {
+    auto* row = iterationHelper(&cursor, chain);
+    while (row == nullptr && !cursor.isAtEnd()) {
+      traceNotServed(cursor.walker().key());
+      cursor.advance();
+      row = iterationHelper(&cursor, chain);
     }
     return row;
   }
 
-  void freeWalker(const char* function, void* walker) const noexcept {
+  void freeCursor(const char* function, void* cursor) const noexcept {
     Snmp::atCBoundary(trace(), name(), [&] {
-      QTRACE(trace(), 2) << name() << function << walker;
-      delete static_cast<W*>(walker);
+      QTRACE(trace(), 2) << name() << function << cursor;
+      delete static_cast<Cursor*>(cursor);
     });
   }
 
-  const void* row(const void* dataContext) const override {
-    const auto* walker = static_cast<const W*>(dataContext);
-    return walker->isAtEnd() ? nullptr : static_cast<const void*>(&static_cast<const Row&>(walker->row()));
-  }
-
-  void printKey(std::ostream& out, const void* dataContext) const override {
-    printTraced(out, static_cast<const W*>(dataContext)->key());
-  }
-
-  // The start of a walk.
-  struct Start {
-    W walker;
-    bool isHinted = false;     // at the hint; otherwise on the first row of the table
-    bool hintMatched = false;  // on the hinted row itself
-    bool isAnswerable = true;  // this row or a later one may answer the request
-  };
-
-  Start startOf(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
-    const auto asked = SeekGate::asked(hint);
-    if (!asked) return hintedStart(cache, hint);
-    if constexpr (requires(const Key& key) { W::behind(cache, key); }) {
-      if (auto start = startBehind(cache, *asked)) return std::move(*start);
+  // A new loop context. `hintMatched` is traced for tables that take hints.
+  CursorPtr opened(W walker, bool hintMatched = false) const {
+    auto cursor = std::make_unique<Cursor>(*this, std::move(walker));
+    if (trace().enabled(2)) {
+      Kel::TraceLine line(trace(), 2);
+      line.stream() << name() << "_get_first_data_point - allocated new loop context " << cursor.get();
+      if (isSeeking) line.stream() << ", hintMatched=" << hintMatched;
     }
-    auto start = hintedStart(cache, hint);
-    narrow(start, cache, *asked);
-    return start;
+    return cursor;
   }
 
-  // upper_bound of a complete index, for a GETNEXT. None if hintedStart must search or trace instead.
-  std::optional<Start> startBehind(const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
-    if (!asked.isForNext || trace().enabled(2)) return std::nullopt;
-    try {
-      IndexFloor floor(asked.index);
-      const Key key = floorKey(floor);
-      if (!floor.isExact()) return std::nullopt;
-      W walker = W::behind(cache, key);
-      if (walker.isAtEnd() && !gaveUp(walker)) return std::nullopt;
-      return Start{std::move(walker), true};
-    } catch (const Kel::RangeException&) {
-      return std::nullopt;  // hintedStart traces what is wrong with the hint
-    }
-  }
-
-  // lower_bound(hint); the first row of the table if there is none, or the hint is not a key.
-  Start hintedStart(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
-    if (const auto parts = hintParts(hint)) {
-      try {
-        const Key key = index_.key(*parts);
-        W walker(cache, key);
-        const bool hintMatched = !walker.isAtEnd() && walker.key() == key;
-        if (walker.isAtEnd() || (!hintMatched && absentKeyIsTraced())) traceNotFound(key);
-        if (!walker.isAtEnd() || gaveUp(walker)) return {std::move(walker), true, hintMatched};
-      } catch (const Kel::RangeException& error) {
-        if (!SeekGate::isAskedAgain()) {
-          QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
-                             << " ctor threw exception: " << error.what();
+  // The helper's hint: lower_bound of its key. The first row of the table if there is none, or the hint is not a key.
+  CursorPtr hintedStart(const Kel::Ptr<const Cache>& cache, const netsnmp_table_request_info* hint) const {
+    if constexpr (isSeeking) {
+      traceHint(hint, hint != nullptr ? hint->number_indexes : 0);
+      if (const auto parts = hintParts(hint)) {
+        try {
+          const Key key = index_.key(*parts);
+          W walker(cache, key);
+          const bool hintMatched = traceMatch(walker, key);
+          if (!walker.isAtEnd()) return opened(std::move(walker), hintMatched);
+        } catch (const Kel::RangeException& error) {
+          traceBadHint(error);
         }
       }
     }
-    return {W(cache)};
+    return opened(W(cache));
   }
 
-  // Moves the start to the first row that can answer, or marks it as not answerable (SeekGate.h).
-  void narrow(Start& start, const Kel::Ptr<const Cache>& cache, const SeekGate::Asked& asked) const {
-    if (asked.index.empty()) return;  // the first row answers
-    try {
-      IndexFloor floor(asked.index);
-      const Key key = floorKey(floor);
-      if (!asked.isForNext) {
-        start.isAnswerable = start.hintMatched && floor.isExact();
-      } else if (!start.isHinted || floor.isCapped()) {
-        W walker = walkerFrom(cache, key);
-        start.isAnswerable = !walker.isAtEnd();
-        if (start.isAnswerable || gaveUp(walker)) start.walker = std::move(walker);
-      } else if (start.hintMatched && floor.isExact()) {
-        // The row of the index itself does not answer a GETNEXT; visiting it would cost the helper a copy of its index.
-        start.walker.advance();
-        start.isAnswerable = !start.walker.isAtEnd();
+  // The components of a hint; none unless it is a complete index of this table.
+  std::optional<Parts> hintParts(const netsnmp_table_request_info* hint) const {
+    if (hint == nullptr || !isWholeHint(hint->number_indexes)) return std::nullopt;
+    return index_.parts(hint->indexes,
+                        [this](const auto& component, auto* value, auto& part, std::size_t position) {
+                          return hintPart(component, value, part, position);
+                        });
+  }
+
+  // Where the sub-identifiers of a request point.
+  struct Asked {
+    std::optional<Key>
+        key;               // theirs, or that of the nearest complete index (IndexFloor.h); none if they form no key
+    bool isExact = false;  // the key has exactly these sub-identifiers
+    bool isHint = false;   // the helper would have passed the key as a hint
+  };
+
+  // How many components of the index the table helper finds, and whether sub-identifiers are left.
+  struct Count {
+    std::size_t components = 0;
+    bool hasMore = false;
+  };
+
+  Count count(std::span<const oid> index) const {
+    Count count;
+    IndexFloor floor(index);
+    index_.forEach([&](const auto& component) {
+      const bool hasMore = floor.hasMore();
+      floor.next(component.asnType);
+      if (hasMore && !floor.isCapped()) ++count.components;
+    });
+    count.hasMore = floor.hasMore();
+    return count;
+  }
+
+  bool isWholeIndex(std::span<const oid> index) const override {
+    const auto found = count(index);
+    return found.components == TableIndex::size && !found.hasMore;
+  }
+
+  Asked askedKey(std::span<const oid> index) const {
+    const std::size_t given = count(index).components;
+    traceHint(index.data(), given);
+    Asked asked;
+    asked.isHint = isWholeHint(given);
+    IndexFloor floor(index);
+    const auto parts = index_.parts(nullptr, [&](const auto& component, auto*, auto& part, std::size_t position) {
+      auto* const value = floor.next(component.asnType);
+      if (asked.isHint) {
+        asked.isHint = hintPart(component, value, part, position);
+        if (asked.isHint) return true;
       }
-    } catch (const Kel::RangeException&) {
-      // The sub-identifiers form no key: the walk itself finds the answer.
-    }
-  }
-
-  Key floorKey(IndexFloor& floor) const {
-    const auto parts = index_.parts(nullptr, [&floor](const auto& component, auto*, auto& part, std::size_t) {
       try {
-        part = component.fromAsn(floor.next(component.asnType));
+        part = component.fromAsn(value);
       } catch (const Kel::RangeException&) {
         part = component.fromAsn(floor.highestInstead());
       }
       return true;
     });
-    return index_.key(*parts);
+    try {
+      asked.key = index_.key(*parts);
+      asked.isExact = floor.isExact();
+    } catch (const Kel::RangeException& error) {
+      if (asked.isHint) traceBadHint(error);
+    }
+    return asked;
   }
 
-  static W walkerFrom(const Kel::Ptr<const Cache>& cache, const Key& key) {
-    if constexpr (requires { W::passingOverNone(cache, key); }) {
-      return W::passingOverNone(cache, key);
+  std::unique_ptr<RowCursor> find(const Kel::Entity* entity, std::span<const oid> index,
+                                  bool isForNext) const override {
+    if constexpr (isSeeking) {
+      const Kel::Ptr<const Cache> cache(static_cast<const Cache*>(entity));
+      const auto asked = askedKey(index);
+      if (!isForNext && asked.key && !asked.isExact) return nullptr;
+      if (!index.empty() && asked.key) {
+        try {
+          const bool hintMatched =
+              asked.isHint && trace().enabled(2) && traceMatch(W(cache, *asked.key), *asked.key);
+          return opened(isForNext ? above(cache, asked) : W(cache, *asked.key), hintMatched);
+        } catch (const Kel::RangeException& error) {
+          traceBadHint(error);
+        }
+      }
+      return opened(W(cache));
+    } else {
+      return nullptr;
+    }
+  }
+
+  // At or before the first row above what was asked for.
+  static W above(const Kel::Ptr<const Cache>& cache, const Asked& asked) {
+    const Key& key = *asked.key;
+    constexpr bool mayPassOver = requires {
+      W::passingOverNone(cache, key);
+    };
+    if constexpr (mayPassOver) {
+      if (!asked.isHint) return W::passingOverNone(cache, key);
+      W walker = asked.isExact ? W::behind(cache, key) : W(cache, key);
+      return walker.isAtEnd() && !walker.gaveUp() ? W::passingOverNone(cache, key) : std::move(walker);
     } else {
       return W(cache, key);
     }
   }
 
-  // The components of a hint; none unless it is a complete index of this table.
-  std::optional<Parts> hintParts(const netsnmp_table_request_info* hint) const {
-    const unsigned count = hint != nullptr ? hint->number_indexes : 0;
-    QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << static_cast<const void*>(hint)
-                       << ", number_indexes = " << count;
-    if (hint == nullptr) return std::nullopt;
-    if (count != TableIndex::size) {
-      if (miscountedHintIsTraced()) traceNeeded(count);
-      return std::nullopt;
-    }
-    return index_.parts(hint->indexes,
-                        [this](const auto& component, auto* value, auto& part, std::size_t position) {
-                          if (hintPart(component, value, part)) return true;
-                          traceNeeded(position);
-                          return false;
-                        });
+  bool isWholeHint(std::size_t count) const {
+    if (count == TableIndex::size) return true;
+    if (miscountedHintIsTraced()) traceNeeded(count);
+    return false;
   }
 
-  void traceNotFound(const Key& key) const {
-    if (!trace().enabled(2)) return;
+  void traceHint(const void* hint, std::size_t count) const {
+    QTRACE(trace(), 2) << name() << "_get_first_data_point - *hint = " << hint << ", number_indexes = " << count;
+  }
+
+  // Whether the walker, at lower_bound(key), is on the row of the key.
+  bool traceMatch(const W& walker, const Key& key) const {
+    const bool isMatched = !walker.isAtEnd() && walker.key() == key;
+    if (!trace().enabled(2) || !(walker.isAtEnd() || (!isMatched && absentKeyIsTraced()))) return isMatched;
     Kel::TraceLine line(trace(), 2);
     line.stream() << name() << "_get_first_data_point - key '";
     printTraced(line.stream(), key);
     line.stream() << "' not found in table";
+    return isMatched;
+  }
+
+  void traceBadHint(const Kel::RangeException& error) const {
+    QTRACE(trace(), 0) << "Bad hint for " << name() << ": " << index_.keyType()
+                       << " ctor threw exception: " << error.what();
   }
 
   void traceNeeded(std::size_t found) const {
@@ -310,31 +353,27 @@ class IteratorTable final : public MibTable {
   // Reads one component of a hint. Returns false if the value is missing, or of another type or range.
   template <class Part>
   bool hintPart(const IndexComponent<typename TableIndex::Key, Part>& component, netsnmp_variable_list* value,
-                Part& part) const {
-    if (value == nullptr) return false;
-    if (value->type != component.asnType) {
-      if (!SeekGate::isAskedAgain()) {
-        QTRACE(trace(), 0) << "hint for " << component.object << " has incorrect type! Expecting "
-                           << int{component.asnType} << " but got " << int{value->type};
-      }
-      return false;
-    }
-    try {
-      part = component.fromAsn(value);
-    } catch (const Kel::RangeException& error) {
-      if (!SeekGate::isAskedAgain()) {
+                Part& part, std::size_t position) const {
+    if (value != nullptr && value->type != component.asnType) {
+      QTRACE(trace(), 0) << "hint for " << component.object << " has incorrect type! Expecting "
+                         << int{component.asnType} << " but got " << int{value->type};
+    } else if (value != nullptr) {
+      try {
+        part = component.fromAsn(value);
+        if (trace().enabled(2)) {
+          Kel::TraceLine line(trace(), 2);
+          line.stream() << "hint component " << component.object << " is '";
+          printTraced(line.stream(), part);
+          line.stream() << "'";
+        }
+        return true;
+      } catch (const Kel::RangeException& error) {
         QTRACE(trace(), 0) << "hint for index " << component.object << " of " << name() << " is out of range! "
                            << error.what();
       }
-      return false;
     }
-    if (trace().enabled(2)) {
-      Kel::TraceLine line(trace(), 2);
-      line.stream() << "hint component " << component.object << " is '";
-      printTraced(line.stream(), part);
-      line.stream() << "'";
-    }
-    return true;
+    traceNeeded(position);
+    return false;
   }
 
   const TableIndex index_;

@@ -246,7 +246,8 @@ struct Request {
 
 // Several requests at once, as no serialize handler passes them.
 TEST_F(IteratorTableTest, eachRequestIsAnsweredUntilOneCannotBe) {
-  StatsWalker row{Kel::Ptr<const IpSnmp::IpMib>(tree.ipMib)};
+  first();
+  void* const row = testTable_make_data_context(loop, &iterator);
   struct Case {
     const MibTable& table;
     int mode;
@@ -292,7 +293,7 @@ TEST_F(IteratorTableTest, eachRequestIsAnsweredUntilOneCannotBe) {
       request.table.colnum = number;
       netsnmp_request_add_list_data(&request.info,
                                     netsnmp_create_data_list(TABLE_HANDLER_NAME, &request.table, nullptr));
-      if (number != 0) netsnmp_insert_iterator_context(&request.info, &row);
+      if (number != 0) netsnmp_insert_iterator_context(&request.info, row);
       if (requests.size() > 1) std::prev(requests.end(), 2)->info.next = &request.info;
     }
     auto found = fmt::format("{};", table.handle(&all, &requests.front().info));
@@ -303,6 +304,7 @@ TEST_F(IteratorTableTest, eachRequestIsAnsweredUntilOneCannotBe) {
     EXPECT_EQ(found, outcome) << line;
     EXPECT_EQ(withoutPointers(lines.take()).back(), line);
   }
+  testTable_free_data_context(row, &iterator);
 }
 
 TEST_F(IteratorTableTest, aScalarThatCannotBeReadIsGenErrAndCannotBeSet) {

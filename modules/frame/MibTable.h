@@ -1,8 +1,10 @@
 #pragma once
-// The part of a table that does not depend on the type of its rows: registration in a context, and the request loop.
+// The part of a table that does not depend on the type of its rows: registration in a context, and the values of rows.
 // IteratorTable derives from it. Thread: the agent's.
 
 #include <iosfwd>
+#include <memory>
+#include <span>
 #include <vector>
 
 #include "modules/frame/Column.h"
@@ -45,6 +47,29 @@ struct IndexObject {
   unsigned char asnType;
 };
 
+// A position among the rows of a table, without the type of the rows.
+class RowCursor {
+ public:
+  virtual ~RowCursor() = default;
+
+  virtual bool isAtEnd() const = 0;
+  // Whether the search for the next row was given up: the cursor is at the end, but further rows may exist.
+  virtual bool gaveUp() const = 0;
+  virtual void advance() = 0;
+
+  // The following require: not at the end.
+  virtual const void* row() const = 0;
+  virtual void printKey(std::ostream& out) const = 0;
+  // Writes the sub-identifiers of the row's index, and returns their number. 0 if they do not fit: the row is not
+  // served, which is traced at level 0.
+  virtual std::size_t writeIndex(std::span<oid> to) const = 0;
+
+ protected:
+  RowCursor() = default;
+  RowCursor(const RowCursor&) = default;
+  RowCursor& operator=(const RowCursor&) = default;
+};
+
 class MibTable {
  public:
   static constexpr std::size_t maxColumns = 127;  // net-snmp counts them in a char
@@ -66,16 +91,36 @@ class MibTable {
   // error status.
   int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
 
+  // For SortedHandler. Return 0 if there is no such column.
+  unsigned columnAtOrAbove(oid number) const;
+  unsigned lastColumn() const { return columns_.back().number; }
+
+  // For SortedHandler: searches `cache`, an entity of the table's source, for the sub-identifiers after the column. A
+  // cursor at or before the first row that may answer, for GETNEXT one above them. Null if no row can have them (GET).
+  // Traces them as a hint. May throw.
+  virtual std::unique_ptr<RowCursor> find(const Kel::Entity* cache, std::span<const oid> index,
+                                          bool isForNext) const = 0;
+
+  // For SortedHandler: whether the table helper takes the sub-identifiers for a whole index.
+  virtual bool isWholeIndex(std::span<const oid> index) const = 0;
+
+  enum class Outcome { value, noInstance, failure };
+
+  // Sets the variable to the value of a column in the cursor's row. Requires: the column exists; the cursor is not at the
+  // end.
+  Outcome setValue(unsigned column, const RowCursor& cursor, netsnmp_variable_list* variable) const;
+  // Refuses the SET of a column.
+  void refuseSet(unsigned column, netsnmp_request_info* request) const;
+  // The traces of the request loop: that it is entered, and that a request has no row.
+  void traceRequest(int mode) const;
+  void traceNoRow() const;
+
  protected:
   // Requires (aborts): 1 to maxColumns columns, their numbers ascending.
-  // `isSorted`: walks visit the rows in index order, and can start at a hint.
+  // `isSorted`: walks visit the rows in index order and can start at a hint, so SortedHandler answers.
   MibTable(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
            bool isSorted);
   ~MibTable() = default;
-
-  // The row of a data context; null at the end of the table.
-  virtual const void* row(const void* dataContext) const = 0;
-  virtual void printKey(std::ostream& out, const void* dataContext) const = 0;
 
   bool miscountedHintIsTraced() const { return description_.miscountedHintIsTraced; }
   bool absentKeyIsTraced() const { return description_.absentKeyIsTraced; }
@@ -90,11 +135,8 @@ class MibTable {
   void injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const;
   void coverColumns(netsnmp_handler_registration* registration, const Kel::String& context) const;
 
-  enum class Encoded { value, noInstance, failure };
-
   int get(netsnmp_request_info* requests) const;
-  Encoded encodeValue(const ColumnBase& column, const void* dataContext, netsnmp_request_info* request) const;
-  int refuseSet(netsnmp_request_info* requests) const;
+  int refuseSets(netsnmp_request_info* requests) const;
   bool isProcessed(const netsnmp_request_info* request) const;
   const ColumnBase* column(unsigned number) const;
 

@@ -9,7 +9,7 @@
 
 #include "kel/Errors.h"
 #include "modules/frame/MibTable.h"
-#include "modules/frame/SeekGate.h"
+#include "modules/frame/SortedHandler.h"
 #include "snmp/HandlerRegistration.h"
 #include "snmp/SnmpUtil.h"
 
@@ -45,14 +45,14 @@ extern "C" int quorinColumnCover(netsnmp_mib_handler* handler, netsnmp_handler_r
   return netsnmp_call_handlers(static_cast<netsnmp_handler_registration*>(handler->myvoid), info, requests);
 }
 
-// Registers one column of a registered table separately, as a cover that passes every request to the table. Returns
-// null if the agent refuses it. Requires: the cover is unregistered before the table.
+// Registers one column of a registered table separately, as a cover that passes every request to the table, a GETBULK
+// too. Returns null if the agent refuses it. Requires: the cover is unregistered before the table.
 netsnmp_handler_registration* coverColumn(netsnmp_handler_registration* table, unsigned column) {
   std::vector<oid> identifier(table->rootoid, table->rootoid + table->rootoid_len);
   identifier.insert(identifier.end(), {1, column});  // the entry, and the column in it
   const auto name = fmt::format("{}/{}", table->handlerName, column);
   auto* const cover = netsnmp_create_handler_registration(name.c_str(), quorinColumnCover, identifier.data(),
-                                                          identifier.size(), table->modes);
+                                                          identifier.size(), table->modes | HANDLER_CAN_GETBULK);
   if (cover == nullptr) return nullptr;
   cover->priority = table->priority;
   cover->handler->myvoid = table;
@@ -152,13 +152,13 @@ netsnmp_iterator_info* MibTable::iteratorRecord(const TableFunctions& functions,
 }
 
 // Injects the serialize handler in front of net-snmp's own (bulk_to_next, table, table_iterator). It passes one request
-// at a time, so that the hint belongs to the request being served. A sorted table gets a seek gate too.
+// at a time, so that the hint belongs to the request being served. A sorted table gets its handler between them.
 void MibTable::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
   for (auto* piece : registeredPieces(registration, context)) {
+    const bool hasHandler = !isSorted_ || SortedHandler::inject(piece, *this);
+    KEL_ASSERT(hasHandler);
     const int injected = netsnmp_inject_handler(piece, netsnmp_get_serialize_handler());
     KEL_ASSERT_TEXT(injected == 0, "injected == (0)");
-    const bool isGated = !isSorted_ || SeekGate::inject(piece);
-    KEL_ASSERT(isGated);
   }
 }
 

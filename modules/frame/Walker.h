@@ -27,12 +27,11 @@ concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const t
 
 // A walker that visits rows in SNMP index order and can start anywhere: W(cache, key) is at lower_bound(key), or at the
 // end. It may throw Kel::RangeException. Without such a walker, each request searches the table from its first row to
-// its last. Optional operations:
+// its last. A walker whose search differs from that, because its rows are costly to compute, has three more operations:
 //
-// - passingOverNone(cache, key), for a walker that may skip rows above the key: is at or before lower_bound(key).
-// - gaveUp(), for a walker that stops searching for its next row after a while: true at an end after which rows may
-//   exist. A GETNEXT that meets it is answered with genErr.
-// - behind(cache, key), for a walker whose rows are costly to compute: is at upper_bound(key).
+// - passingOverNone(cache, key): at or before lower_bound(key), where W(cache, key) may skip rows above the key.
+// - behind(cache, key): at upper_bound(key).
+// - gaveUp(): true at an end after which rows may exist. A GETNEXT that meets it is answered with genErr.
 template <class W>
 concept SeekingWalker = Walker<W> && requires(Kel::Ptr<const typename W::Cache> cache, const typename W::Key& key) {
   W(cache, key);

@@ -8,9 +8,11 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <sstream>
 #include <stdexcept>
 
@@ -20,9 +22,27 @@ namespace {
 
 constexpr long answerMicroseconds = 20'000'000;  // an agent that takes longer does not answer at all
 
-// Allows every request, in the context that its community names; asked after the access control of the agent.
-int contextFromCommunity(int, int, void* argument, void*) {
-  static_cast<view_parameters*>(argument)->errorcode = VACM_SUCCESS;
+std::vector<Oid> hidden;
+
+// What a view with the hidden subtrees excluded says of a name, or of everything below it.
+int access(const view_parameters& asked) {
+  const std::span<const oid> name(asked.name, asked.namelen);
+  bool isPart = false;
+  for (const auto& subtree : hidden) {
+    const auto common = std::min(subtree.size(), name.size());
+    const bool matches = std::equal(subtree.begin(), subtree.begin() + static_cast<long>(common), name.begin(),
+                                    [](oid a, oid b) { return a == b || a == TestAgent::any; });
+    if (matches && common == subtree.size()) return VACM_NOTINVIEW;
+    isPart = isPart || (matches && asked.check_subtree != 0);
+  }
+  return isPart ? VACM_SUBTREE_UNKNOWN : VACM_SUCCESS;
+}
+
+// Allows every request but for what is hidden, in the context that its community names; asked after the access control
+// of the agent.
+int contextFromCommunity(int, int event, void* argument, void*) {
+  auto& asked = *static_cast<view_parameters*>(argument);
+  asked.errorcode = event == SNMPD_CALLBACK_ACM_CHECK_INITIAL ? VACM_SUCCESS : access(asked);
   auto* pdu = static_cast<view_parameters*>(argument)->pdu;
   const std::string community(reinterpret_cast<const char*>(pdu->community), pdu->community_len);
   if (community != "public") {
@@ -131,6 +151,10 @@ TestAgent::TestAgent() {
   address_ = fmt::format("udp:127.0.0.1:{}", ntohs(address.sin_port));
 }
 
+void TestAgent::hide(std::vector<Oid> subtrees) {
+  hidden = std::move(subtrees);
+}
+
 Answer TestAgent::get(const std::string& name, const std::string& community) {
   return send(SNMP_MSG_GET, {name}, community).answers.at(0);
 }
@@ -204,7 +228,9 @@ Reply TestAgent::exchange(netsnmp_pdu* pdu, const std::string& community) {
   wanted.callback_magic = &exchange;
   auto* const manager = snmp_open(&wanted);
   if (manager == nullptr || snmp_send(manager, pdu) == 0) throw std::runtime_error("cannot send a request");
+  netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MSG_SEND_MAX, maxMessage_);
   while (!exchange.isOver) agent_check_and_process(1);
+  netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_MSG_SEND_MAX, 0);
   snmp_close(manager);
   if (!exchange.isAnswered) throw std::runtime_error("the agent does not answer");
   return exchange.reply;

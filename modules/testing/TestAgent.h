@@ -37,6 +37,12 @@ class TestAgent {
   // The version of the manager's requests from here on: SNMP_VERSION_1 or SNMP_VERSION_2c (the default).
   void setVersion(long version) { version_ = version; }
 
+  // Hides subtrees from here on, as a view does. In a subtree, `any` stands for every sub-identifier.
+  static constexpr oid any = ~oid{0};
+  void hide(std::vector<Oid> subtrees);
+  // The longest message that the agent sends from here on, in bytes: 484 or more; 0 for its default.
+  void setMaxMessage(int bytes) { maxMessage_ = bytes; }
+
   Answer get(const std::string& name, const std::string& community = "public");
   Answer getNext(const std::string& name, const std::string& community = "public");
   Reply send(int command, const std::vector<std::string>& names, const std::string& community = "public",
@@ -55,6 +61,7 @@ class TestAgent {
   Reply exchange(netsnmp_pdu* pdu, const std::string& community);
 
   long version_ = SNMP_VERSION_2c;
+  int maxMessage_ = 0;
   std::string address_;
 };
 

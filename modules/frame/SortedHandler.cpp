@@ -1,0 +1,255 @@
+#include "modules/frame/SortedHandler.h"
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "modules/frame/MibTable.h"
+#include "modules/frame/ServedEntity.h"
+#include "snmp/CBoundary.h"
+
+namespace Modules {
+
+namespace {
+
+bool isHandlerEnabled = true;
+
+using Name = std::span<const oid>;
+
+int compare(Name a, Name b) {
+  return snmp_oid_compare(a.data(), a.size(), b.data(), b.size());
+}
+
+Name nameOf(const netsnmp_variable_list& variable) {
+  return {variable.name, variable.name_length};
+}
+
+// What the requests of one message share. A message may have thousands of them.
+struct Message {
+  long transaction = -1;
+  unsigned passedOver = 0;    // rows without an instance
+  int lastIndex = 0;          // of the requests, counted from 1
+  bool isRepeated = false;    // the agent asks again, since its access control refused an answer
+  int requests = -1;          // an AgentX master asks for one message several times, and may change their number
+  bool mayFillAhead = false;  // whether a request may be given several repetitions in one call
+};
+
+Message& messageOf(const netsnmp_agent_request_info& info, const netsnmp_request_info& request) {
+  static Message message;
+  const auto& session = *info.asp;
+  if (message.transaction != session.pdu->transid) message = {.transaction = session.pdu->transid};
+  if (message.requests != session.vbcount) {
+    message.requests = session.vbcount;
+    // If some requests are ahead of others when net-snmp stops for want of room, it answers the latter with NULL. Names
+    // are what it counts.
+    const auto longest = static_cast<std::size_t>(count_varbinds(session.pdu->variables)) * MAX_OID_LEN;
+    message.mayFillAhead = session.vbcount == 1 || longest <= static_cast<std::size_t>(session.pdu->msgMaxSize);
+  }
+  if (request.index <= message.lastIndex) message.isRepeated = true;
+  message.lastIndex = request.index;
+  return message;
+}
+
+// Where a request points: a column, and the sub-identifiers after it.
+struct Target {
+  unsigned column = 0;
+  Name index;
+};
+
+// None if the name is not that of an instance (GET, SET), or no column follows it (GETNEXT).
+std::optional<Target> targetOf(const MibTable& table, Name root, Name name, bool isForNext) {
+  const bool isBelow = name.size() >= root.size() && std::equal(root.begin(), root.end(), name.begin());
+  const Name below = isBelow ? name.subspan(root.size()) : Name();
+  if (!isForNext) {
+    if (below.size() < 3 || below[0] != 1 || table.columnAtOrAbove(below[1]) != below[1]) return std::nullopt;
+    return Target{static_cast<unsigned>(below[1]), below.subspan(2)};
+  }
+  if (!isBelow && compare(name, root) > 0) return std::nullopt;
+  if (!below.empty() && below[0] > 1) return std::nullopt;
+  if (below.size() < 2 || below[0] == 0) return Target{table.columnAtOrAbove(0), {}};
+  const unsigned column = table.columnAtOrAbove(below[1]);
+  if (column == 0) return std::nullopt;
+  return Target{column, column == below[1] ? below.subspan(2) : Name()};
+}
+
+// Answers one request.
+class Answer {
+ public:
+  Answer(const MibTable& table, const Kel::Entity* cache, Name root, netsnmp_agent_request_info* info,
+         netsnmp_request_info* request)
+      : table_(table),
+        cache_(cache),
+        prefixLength_(root.size() + 2),
+        info_(info),
+        request_(request),
+        message_(messageOf(*info, *request)) {
+    std::copy(root.begin(), root.end(), name_);
+    name_[root.size()] = 1;  // the entry
+  }
+
+  int get(const Target& target) {
+    standIn(target.column);
+    const auto cursor = table_.find(cache_, target.index, false);
+    const bool isFound = isOnRow(cursor.get());
+    table_.traceRequest(MODE_GET);
+    if (!isFound) {
+      table_.traceNoRow();
+      return SNMP_ERR_NOERROR;  // net-snmp answers noSuchInstance
+    }
+    switch (table_.setValue(target.column, *cursor, request_->requestvb)) {
+      case MibTable::Outcome::value:
+        return SNMP_ERR_NOERROR;
+      case MibTable::Outcome::noInstance:
+        netsnmp_request_set_error(request_, SNMP_NOSUCHINSTANCE);
+        return SNMP_ERR_NOERROR;
+      default:
+        return failed();
+    }
+  }
+
+  // GETNEXT, and as many repetitions of a GETBULK as may be filled in one call.
+  int next(Target target) {
+    const bool mayFillAhead = info_->mode == MODE_GETBULK && request_->repeat > 0 && message_.mayFillAhead;
+    for (;; target = {table_.columnAtOrAbove(target.column + 1), {}}) {
+      standIn(target.column > 0 ? target.column : table_.lastColumn() + 1);
+      if (target.column == 0 || isBeyondRange(prefixLength_)) return leaveBehind(prefixLength_);
+      const int view = mayFillAhead || message_.isRepeated
+                           ? netsnmp_acm_check_subtree(info_->asp->pdu, name_, prefixLength_)
+                           : VACM_SUBTREE_UNKNOWN;
+      if (view == VACM_NOTINVIEW) continue;
+      const auto cursor = table_.find(cache_, target.index, true);
+      if (const auto status = fill(target.column, *cursor, mayFillAhead && view == VACM_SUCCESS)) return *status;
+    }
+  }
+
+ private:
+  void standIn(unsigned column) { name_[prefixLength_ - 1] = column; }
+
+  // Sets the name to that of the cursor's row. Returns its length; 0 if the row is not served.
+  std::size_t nameRow(const RowCursor& cursor) {
+    const std::size_t length = cursor.writeIndex(std::span(name_).subspan(prefixLength_));
+    return length > 0 ? prefixLength_ + length : 0;
+  }
+
+  // Advances the cursor to the row with the name of the request, or behind it.
+  bool isOnRow(RowCursor* cursor) {
+    for (; cursor != nullptr && !cursor->isAtEnd(); cursor->advance()) {
+      const std::size_t length = nameRow(*cursor);
+      const int order = length > 0 ? compare({name_, length}, nameOf(*request_->requestvb)) : -1;
+      if (order >= 0) return order == 0;
+    }
+    return false;
+  }
+
+  bool isBeyondRange(std::size_t length) const {
+    return compare({name_, length}, {request_->range_end, request_->range_end_len}) >= 0;
+  }
+
+  // Fills the request from the cursor on, in one column. None if the column ends before an answer.
+  std::optional<int> fill(unsigned column, RowCursor& cursor, bool mayFillAhead) {
+    for (; !cursor.isAtEnd(); cursor.advance()) {
+      const std::size_t length = nameRow(cursor);
+      if (length == 0 || compare({name_, length}, nameOf(*request_->requestvb)) <= 0) continue;
+      if (isBeyondRange(length)) return leaveBehind(length);
+      table_.traceRequest(MODE_GET);
+      const auto outcome = table_.setValue(column, cursor, request_->requestvb);
+      if (outcome == MibTable::Outcome::failure) return failed();
+      if (outcome == MibTable::Outcome::noInstance) {
+        if (++message_.passedOver >= SortedHandler::maxPassedOver) return failed();
+        continue;
+      }
+      snmp_set_var_objid(request_->requestvb, name_, length);
+      if (!hasFurtherSlot() || !mayFillAhead) return SNMP_ERR_NOERROR;
+    }
+    return cursor.gaveUp() ? std::optional(failed()) : std::nullopt;
+  }
+
+  // Moves on to the variable of the next repetition, as net-snmp's bulk_to_next does: it is to be searched again, from
+  // the name just answered on. Returns false if there is none.
+  bool hasFurtherSlot() {
+    auto* const filled = request_->requestvb;
+    if (info_->mode != MODE_GETBULK || request_->repeat <= 0 || filled->next_variable == nullptr) return false;
+    --request_->repeat;
+    ++filledAhead_;
+    request_->requestvb = filled->next_variable;
+    snmp_set_var_objid(request_->requestvb, filled->name, filled->name_length);
+    request_->requestvb->type = ASN_PRIV_RETRY;
+    if (request_->inclusive == 2) request_->inclusive = 0;  // set by net-snmp for the variable just filled
+    return true;
+  }
+
+  // There is no answer before the first `length` sub-identifiers of the name: net-snmp is to search behind. A further
+  // repetition is asked for again instead.
+  int leaveBehind(std::size_t length) {
+    if (filledAhead_ > 0) return SNMP_ERR_NOERROR;
+    snmp_set_var_objid(request_->requestvb, name_, length);
+    request_->processed = 1;
+    return SNMP_ERR_NOERROR;
+  }
+
+  // Likewise, so that the error comes in its turn.
+  int failed() { return filledAhead_ > 0 ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR; }
+
+  const MibTable& table_;
+  const Kel::Entity* cache_;
+  const std::size_t prefixLength_;  // of the name, up to the column
+  netsnmp_agent_request_info* info_;
+  netsnmp_request_info* request_;
+  Message& message_;
+  unsigned filledAhead_ = 0;
+  oid name_[MAX_OID_LEN];
+};
+
+// Returns none for what net-snmp's helpers answer.
+std::optional<int> answer(const MibTable& table, const netsnmp_mib_handler* handler,
+                          const netsnmp_handler_registration* registration, netsnmp_agent_request_info* info,
+                          netsnmp_request_info* request) {
+  const int mode = info->mode;
+  const bool isForNext = mode == MODE_GETNEXT || mode == MODE_GETBULK;
+  if (!isForNext && mode != MODE_GET && mode != MODE_SET_RESERVE1) return std::nullopt;
+  if (!isHandlerEnabled || request->next != nullptr || request->processed != 0) return std::nullopt;
+  if (mode == MODE_GET && request->requestvb->type != ASN_NULL) return std::nullopt;
+  while (handler->next != nullptr) handler = handler->next;
+  const auto* const cache = heldEntity(handler, registration);
+  const Name root(registration->rootoid, registration->rootoid_len);
+  const auto target = targetOf(table, root, nameOf(*request->requestvb), isForNext);
+  if (!target || cache == nullptr) return std::nullopt;
+  if (mode == MODE_SET_RESERVE1) {
+    // For a row that does not exist, the iterator helper would walk the whole table before it is refused.
+    if (!table.isWholeIndex(target->index)) return std::nullopt;
+    table.traceRequest(mode);
+    table.refuseSet(target->column, request);
+    return SNMP_ERR_NOERROR;
+  }
+  Answer answer(table, cache, root, info, request);
+  return isForNext ? answer.next(*target) : answer.get(*target);
+}
+
+extern "C" int quorinSortedHandler(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  const auto& table = *static_cast<const MibTable*>(handler->myvoid);
+  constexpr std::optional<int> fault = SNMP_ERR_GENERR;
+  const auto result = Snmp::atCBoundary(table.trace(), table.name(), fault,
+                                        [&] { return answer(table, handler, registration, info, requests); });
+  if (!result) return netsnmp_call_next_handler(handler, registration, info, requests);
+  if (result == fault) netsnmp_request_set_error(requests, SNMP_ERR_GENERR);
+  return *result;
+}
+
+}  // namespace
+
+bool SortedHandler::inject(netsnmp_handler_registration* registration, const MibTable& table) {
+  auto* const handler = netsnmp_create_handler("quorin_sorted", quorinSortedHandler);
+  if (handler == nullptr) return false;
+  handler->myvoid = const_cast<MibTable*>(&table);  // only read
+  if (netsnmp_inject_handler(registration, handler) == SNMPERR_SUCCESS) return true;
+  netsnmp_handler_free(handler);
+  return false;
+}
+
+void SortedHandler::setEnabled(bool enabled) {
+  isHandlerEnabled = enabled;
+}
+
+}  // namespace Modules
