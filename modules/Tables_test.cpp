@@ -259,7 +259,8 @@ class RandomTables : public Tables {
     auto helped = answered(false);
     SCOPED_TRACE(fmt::format("command {} ({}, {}) of {} in {}", command, nonRepeaters, repetitions,
                              fmt::join(names, " "), of.community));
-    if (isLimited && helped.errorStatus == SNMP_ERR_GENERR) return;  // the helper stumbles over values that are hidden
+    if (isLimited && helped.errorStatus == SNMP_ERR_GENERR)
+      return;  // the helper stumbles over values that are hidden
     ASSERT_EQ(reply.errorStatus, helped.errorStatus);
     ASSERT_EQ(reply.errorIndex, helped.errorIndex);
     if (isLimited && command == SNMP_MSG_GETBULK) {  // net-snmp cuts it short in several ways

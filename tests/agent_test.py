@@ -5,7 +5,7 @@ import shutil
 
 from harness import SystemCase, eventually, main
 from harness.tables import IF_STATS, ROUTE, SW_FWD, walk_table
-from harness.tools import read_file
+from harness.tools import read_file, run_command
 
 MOST_LOGGED = 20_000  # bytes for 1,000 requests
 # SNMPv3 messages that take answers of 0 to 99 bytes (in BER). Below 484 a message is dropped (RFC 3412, 6).
@@ -52,6 +52,18 @@ class AgentTest(SystemCase):
         for program in (agent, mirror):
             with self.subTest(f"system calls of {program.name} are filtered"):
                 self.assertRegex(read_file(f"/proc/{program.pid}/status"), r"Seccomp:\t2\n")
+
+    def test_the_rules_of_tcp_wrappers_count_while_they_are_there(self):
+        self.start_system()
+        rules = self.write_file("hosts.deny", "# ALL: ALL\n")
+        self.assertTrue(self.client.answers())
+        # In the agent's own mount namespace.
+        run_command(["nsenter", "-m", "-t", str(self.agent.pid), "mount", "--bind", rules, "/etc/hosts.deny"])
+        impatient = self.client.impatient()
+        for line, is_allowed in (("ALL: 192.0.2.1", True), ("ALL: 127.0.0.1", False), ("", True), ("ALL: ALL", False)):
+            with self.subTest(rule=line):
+                self.write_file("hosts.deny", f"# a rule\n{line}\n")
+                eventually(lambda: impatient.answers() == is_allowed, "the rule has no effect")
 
     def test_serves_and_reloads_with_debugging_on(self):
         for option, lines in (("-D", ()), ("-DALL", ()), ("-Dtrace", ()), ("-Dcallback", ()),
