@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/agent/StreamConnections.h"
 #include "host/composition/FdSet.h"
 #include "kel/Errors.h"
 #include "kel/Trace.h"
@@ -58,6 +59,7 @@ void AgentLoop::turn() {
   int canBlock = 0;
   snmp_select_info2(&fdCount, readable.get(), &timeout, &canBlock);
   if (canBlock != 0) timeout = {longestSleep, 0};
+  StreamConnections::removePaused(readable);
   requestFds_.clear();
   for (int fd = 0; fd < fdCount; ++fd) {
     if (readable.contains(fd)) requestFds_.push_back({fd, POLLIN, 0});

@@ -10,7 +10,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
+#include <utility>
+
+#include "host/agent/StreamConnections.h"
 
 namespace {
 
@@ -123,6 +128,59 @@ TEST(AgentLoop, aRequestWaitsFromTheDatagramToTheNextTurn) {
   loop.turn();
   EXPECT_FALSE(waitsWithin(2 * AgentLoop::requestCheckInterval));
   close(sender);
+  snmp_close(listening);
+}
+
+int acceptError = 0;
+int acceptAttempts = 0;
+decltype(netsnmp_transport::f_accept) originalAccept = nullptr;
+
+int failingAccept(netsnmp_transport* transport) {
+  ++acceptAttempts;
+  errno = acceptError;
+  return acceptError == 0 ? originalAccept(transport) : -1;
+}
+
+TEST(StreamConnections, aConnectionThatCannotBeServedLeavesNothingAndTheLoopDoesNotSpin) {
+  setenv("MIBS", "", 1);
+  setenv("SNMPCONFPATH", "/nonexistent", 1);
+  netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_ALARM_DONT_USE_SIG, 1);
+  init_snmp("agentlooptest");
+  AgentLoop loop;
+  Host::StreamConnections connections;
+  netsnmp_transport* transport = netsnmp_transport_open_server("snmp", "tcp:127.0.0.1:0");
+  ASSERT_NE(transport, nullptr);
+  originalAccept = std::exchange(transport->f_accept, failingAccept);
+  connections.guard(*transport);
+  netsnmp_session session;
+  snmp_sess_init(&session);
+  session.callback = [](int, netsnmp_session*, int, netsnmp_pdu*, void*) { return 1; };
+  auto* const listening = snmp_add(&session, transport, nullptr, nullptr);
+  ASSERT_NE(listening, nullptr);
+  transport->f_copy = [](const netsnmp_transport*, netsnmp_transport* accepted) {
+    accepted->f_setup_session = [](netsnmp_transport*, netsnmp_session*) { return SNMPERR_GENERR; };
+    return 0;
+  };
+  sockaddr_in address{};
+  socklen_t length = sizeof(address);
+  auto* const to = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(getsockname(transport->sock, to, &length), 0);
+  const int client = socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_EQ(connect(client, to, length), 0);
+
+  for (const int error : {EMFILE, ENFILE, ENOBUFS, ENOMEM}) {
+    acceptError = error;
+    acceptAttempts = 0;
+    loop.turn();
+    loop.turn();  // waits for the end of the pause
+    EXPECT_EQ(acceptAttempts, 1) << std::strerror(error);
+  }
+  acceptError = 0;
+  loop.turn();  // accepts, and makes no session
+  loop.turn();
+  char byte = 0;
+  EXPECT_EQ(recv(client, &byte, 1, MSG_DONTWAIT), 0) << "closed, and not forgotten";
+  close(client);
   snmp_close(listening);
 }
 

@@ -1,12 +1,12 @@
 #include "host/agent/StreamConnections.h"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "kel/Trace.h"
@@ -28,8 +28,19 @@ constexpr int sendBuffer = 256 * 1024;
 constexpr timeval longestReceive{1, 0};
 constexpr timeval longestSend{0, 1000};
 
-int openSpare() {
-  return open("/dev/null", O_RDONLY | O_CLOEXEC);
+// What an operator can do where a connection cannot be accepted. Null if the next attempt may succeed at once.
+const char* remedyOf(int acceptError) {
+  switch (acceptError) {
+    case EMFILE:
+      return "raise the limit of open files (ulimit -n)";
+    case ENFILE:
+      return "raise fs.file-max";
+    case ENOBUFS:
+    case ENOMEM:
+      return "free memory";
+    default:
+      return nullptr;
+  }
 }
 
 template <class Value>
@@ -55,13 +66,12 @@ std::size_t admitted() {
 
 }  // namespace
 
-StreamConnections::StreamConnections() : spare_(openSpare()) {
+StreamConnections::StreamConnections() {
   current = this;
 }
 
 StreamConnections::~StreamConnections() {
   if (alarm_ != 0) snmp_alarm_unregister(alarm_);
-  if (spare_ >= 0) ::close(spare_);
   current = nullptr;
 }
 
@@ -145,15 +155,31 @@ void StreamConnections::makeRoom() {
 }
 
 void StreamConnections::handleFailedAccept(int listeningFd, int error) {
-  if (error != EMFILE && error != ENFILE) return;
-  QTRACE(streamTrace, 0)
-      << "no descriptor is left for another connection: raise the limit of open files (ulimit -n)";
-  // A descriptor is free as soon as net-snmp has read a connection that ends.
-  if (ending() > 0 || endIdlest()) return;
-  if (spare_ >= 0) ::close(spare_);
-  const int refused = ::accept(listeningFd, nullptr, nullptr);
-  if (refused >= 0) ::close(refused);
-  spare_ = openSpare();
+  const char* const remedy = remedyOf(error);
+  if (remedy == nullptr) return;
+  QTRACE(streamTrace, 0) << "cannot accept a connection: " << std::strerror(error) << "; " << remedy;
+  if (error == EMFILE && ending() == 0) endIdlest();
+  paused_.insert(listeningFd);
+  startTimer();
+}
+
+void StreamConnections::removePaused(FdSet& readable) {
+  if (current == nullptr) return;
+  for (const int fd : current->paused_) readable.remove(fd);
+}
+
+// Closes what net-snmp accepted and then failed to make a session of, which it does not close in every case.
+void StreamConnections::removeOrphans() {
+  FdSet ofSessions;
+  int count = 0;
+  int canBlock = 1;
+  timeval timeout{};
+  snmp_select_info2(&count, ofSessions.get(), &timeout, &canBlock);
+  std::erase_if(connections_, [&](const auto& entry) {
+    const bool isOrphan = !ofSessions.contains(entry.first);
+    if (isOrphan) ::close(entry.first);
+    return isOrphan;
+  });
 }
 
 std::size_t StreamConnections::ending() const {
@@ -194,6 +220,8 @@ void StreamConnections::startTimer() {
 void StreamConnections::tick(unsigned, void* self) noexcept {
   auto& connections = *static_cast<StreamConnections*>(self);
   connections.alarm_ = 0;
+  connections.paused_.clear();
+  connections.removeOrphans();
   connections.endIdle();
   if (!connections.connections_.empty()) connections.startTimer();
 }

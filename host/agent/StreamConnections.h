@@ -9,7 +9,8 @@
 // - A connection is closed when it has brought no data for `quorinIdleTimeout` seconds (Snmp::Config).
 // - At most `mostConnections` are open, and fewer if the process may not open `reservedFiles` files besides. Beyond
 //   that each new connection replaces the one that is idle longest.
-// - If descriptors run out all the same, accepting frees one or refuses the connection. The loop does not spin.
+// - When the process has no descriptor left, the connection that is idle longest is closed. After a failure for want of
+//   descriptors or memory the loop accepts nothing for up to a second, so it does not spin.
 // - A connection is closed when its client does not read its answers, or when more than `mostUnanswered` bytes brought
 //   no answer. So no client blocks the agent, except of TLS, and all together hold at most 190 MB.
 // - Connections that the agent did not accept, such as the session with an AgentX master, are left alone.
@@ -20,6 +21,9 @@
 
 #include <chrono>
 #include <map>
+#include <set>
+
+#include "host/composition/FdSet.h"
 
 namespace Host {
 
@@ -37,6 +41,8 @@ class StreamConnections {
   // Takes over the functions of a transport; no-op for one that accepts no connections. net-snmp copies the functions
   // to each connection that the transport accepts.
   void guard(netsnmp_transport& listening);
+  // Removes the listening sockets that accept nothing for now from what an event loop waits for.
+  static void removePaused(FdSet& readable);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -63,6 +69,7 @@ class StreamConnections {
   void admit(int fd);
   void makeRoom();
   void handleFailedAccept(int listeningFd, int error);
+  void removeOrphans();
   std::size_t ending() const;
   void endIdle();
   bool endIdlest();
@@ -72,7 +79,7 @@ class StreamConnections {
   static StreamConnections* current;
   std::map<const oid*, Functions> functions_;  // by domain
   std::map<int, Connection> connections_;      // by descriptor
-  int spare_ = -1;                             // a descriptor to give up when none is left
+  std::set<int> paused_;                       // listening sockets that accept nothing until the next tick
   unsigned alarm_ = 0;
 };
 
