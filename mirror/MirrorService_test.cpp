@@ -108,10 +108,24 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
 }
 
-TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {
+TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnewWithGrowingPausesIfItRecurs) {
   ip("addr add 10.0.0.1/24 dev eth0");
   start();
+  static Kel::Seconds now;
+  now = Kel::System::currentTime();
+  Kel::System::clockIs([] { return now; });
+  unsigned found = 0;
+  for (int second = 0; second < 600; ++second, ++now) {
+    if (std::filesystem::remove_all(directory_) > 0) ++found;
+    service_->poll();
+  }
+  EXPECT_GT(found, 10U);
+  EXPECT_LT(found, 20U);
+  EXPECT_THAT(traces_.take(), testing::ElementsAre(HasSubstr("was removed"), HasSubstr("since this recurs")));
   for (const bool isChanged : {false, true}) {
+    now += 100;
+    service_->poll();
+    now += 100;
     std::filesystem::remove_all(directory_);
     if (isChanged) ip("addr add 10.0.0.2/24 dev eth0");
     while (service_->receive()) {
@@ -123,6 +137,7 @@ TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnew) {
     EXPECT_TRUE(reader->snapshot().firstPassComplete());
     expectAgreement();
   }
+  Kel::System::clockIs({});
 }
 
 // ---- VRFs

@@ -1,5 +1,6 @@
 #include "mirror/publish/TreePublisher.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "kel/System.h"
@@ -14,7 +15,9 @@ Kel::TraceHandle treePublisherTrace("MirrorPublisher");
 using Kind = Quillo::StoreException::Kind;
 
 // Between two new beginnings of a damaged store, so that readers can read in between.
-constexpr Kel::Seconds makeAnewPause = 10;
+constexpr Kel::Seconds damagePause = 10;
+// A store that is lost again within this time was not mended by a new beginning, so the pauses between them grow up to it.
+constexpr Kel::Seconds longestPause = 60;
 
 // Whether the fault may pass without a restart of the program.
 bool mayPass(Kind kind) {
@@ -31,9 +34,18 @@ TreePublisher::TreePublisher(Picture& picture, Quillo::PublisherConfig config)
 }
 
 // From here on there is nothing to write to, until makeAnew().
-void TreePublisher::lose(const std::string& why, Kel::Seconds pause) {
-  QTRACE(treePublisherTrace, 0) << why;
-  mayMakeAnewAt_ = lastMadeAnew_ + pause;
+void TreePublisher::lose(const std::string& why, Kel::Seconds leastPause) {
+  const bool recurs = lastMadeAnew_ && Kel::System::currentTime() - *lastMadeAnew_ < longestPause;
+  const bool recurredBefore = std::exchange(pause_, recurs ? std::clamp(2 * pause_, 1.0, longestPause) : 0) > 0;
+  if (!recurs) {
+    QTRACE(treePublisherTrace, 0) << why;
+  } else if (!recurredBefore) {
+    QTRACE(treePublisherTrace, 0) << why << "; since this recurs, pauses of up to " << longestPause
+                                  << " s follow; look for a program that removes or writes files of the store";
+  } else {
+    QTRACE(treePublisherTrace, 1) << why;
+  }
+  if (lastMadeAnew_) mayMakeAnewAt_ = *lastMadeAnew_ + std::max(pause_, leastPause);
   documents_ = nullptr;
   hasPublishedAll_ = isPassBegun_ = areDocumentsIn_ = false;
 }
@@ -70,7 +82,8 @@ bool TreePublisher::tryPublish(What what) {
   try {
     write(what);
     if (hasFailed_) {
-      QTRACE(treePublisherTrace, 0) << "store " << config_.directory << " is written again";
+      QTRACE(treePublisherTrace, wasLost && pause_ > 0 ? 1 : 0)
+          << "store " << config_.directory << " is written again";
     }
     setFailing(false);
     return hasPublishedAll_;
@@ -84,7 +97,7 @@ bool TreePublisher::tryPublish(What what) {
       }
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
-    lose(damage.what(), makeAnewPause);
+    lose(damage.what(), damagePause);
   }
   if (!wasLost && !documents_ && Kel::System::currentTime() >= mayMakeAnewAt_) return tryPublish(what);
   setFailing(true);

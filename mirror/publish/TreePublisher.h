@@ -2,6 +2,7 @@
 // The picture of everything that the mirror publishes, and its publisher.
 
 #include <memory>
+#include <optional>
 
 #include "mirror/kernel/NeighbourTable.h"
 #include "mirror/routes/PublishedRoutes.h"
@@ -23,7 +24,8 @@ struct Picture {
 // Writes the picture to the store.
 //
 // While the store is full, changes stay pending and each poll retries them. If the store was removed or is damaged, the
-// publisher makes it anew and writes the whole picture. Exceptions end the program: a failure at the start, or another
+// publisher makes it anew and writes the whole picture: at once, and with pauses of 1 s up to a minute if it recurs within
+// a minute. Exceptions end the program: a failure at the start, or another
 // publisher of the store.
 class TreePublisher {
  public:
@@ -46,7 +48,7 @@ class TreePublisher {
   const Quillo::Publisher& store() const { return *store_; }
 
  private:
-  void lose(const std::string& why, Kel::Seconds pause);
+  void lose(const std::string& why, Kel::Seconds leastPause);
   void makeAnew();
   void setFailing(bool isFailing);
   enum class What { all, routes };
@@ -69,7 +71,8 @@ class TreePublisher {
   bool hasPublishedAll_ = false;                          // to the store that is open
   bool hasFailed_ = false;
   bool isCheckDue_ = false;
-  Kel::Seconds lastMadeAnew_ = 0;
+  std::optional<Kel::Seconds> lastMadeAnew_;
+  Kel::Seconds pause_ = 0;  // 0 unless the store was lost again soon
   Kel::Seconds mayMakeAnewAt_ = 0;
 };
 
