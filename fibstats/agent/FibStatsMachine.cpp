@@ -367,13 +367,12 @@ std::size_t FibStatsMachine<Family>::neighbourPiece() {
     QTRACE(fibStatsSmTrace, 2) << "FibStatsMib: reviewing " << Family::text << " ARP quillo";
   }
   std::vector<ArpKey> keys;
-  review_.phase = Phase::sweep;
+  std::optional<Vantu::IpGenAddr> next;
   try {
     if (arpQuillo() && vrfId().isKnown() && isReady(arpQuillo())) {
       Family::forEachNeighbour(*arpQuillo(), vrfId(), from, [&](const Arp::Table::ArpEntry& entry) {
         if (keys.size() >= pieceSize && keys.back().addr != entry.addr()) {
-          review_.phase = Phase::neighbours;
-          review_.nextNeighbour = entry.addr();
+          next = entry.addr();
           return false;
         }
         keys.push_back(entry.key);
@@ -382,6 +381,11 @@ std::size_t FibStatsMachine<Family>::neighbourPiece() {
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
     arpQuillo()->corruptionDetected(damage);
+  }
+  if (next) {
+    review_.nextNeighbour = *next;
+  } else {
+    review_.phase = Phase::sweep;
   }
   for (const auto& key : keys) onNeighbour(key);
   return keys.size();
@@ -402,8 +406,7 @@ std::size_t FibStatsMachine<Family>::sweepPiece() {
   return prefixes.size();
 }
 
-// Throws StoreException, before it changes anything: an unreadable neighbour table looks empty, but the lookup of the
-// route throws.
+// Throws StoreException, before it changes anything.
 template <class Family>
 void FibStatsMachine<Family>::sweep(const Prefix& prefix) {
   const auto type = prefixRouteType().find(prefix);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kel/Trace.h"
+#include "quillo/StoreException.h"
 
 KEL_TYPE_DEFINE(IpSnmp::ArpTableSm)
 
@@ -10,6 +11,15 @@ namespace IpSnmp {
 namespace {
 
 Kel::TraceHandle arpTableSmTrace("ArpTableSm");
+
+// Reads a table whose unreadability leaves the rows as they are: the table notifies when it can be read again.
+template <class Read>
+void readIfReadable(Read read) {
+  try {
+    read();
+  } catch (const Quillo::StoreException&) {
+  }
+}
 
 IpNetToPhysicalTableIndex indexOf(std::uint32_t ifIndex, const Vantu::IpGenAddr& addr) {
   return IpNetToPhysicalTableIndex(ifIndex, InetAddress::fromIpGenAddr(addr));
@@ -41,7 +51,8 @@ void ArpTableSm::kelStart() {
   isStarted_ = true;
   initializedIs(arpQuillo()->initialized());
   cleanup();  // removes the rows of an earlier machine
-  populate();
+  if (initialized()) return populate();
+  readIfReadable([this] { populate(); });
 }
 
 void ArpTableSm::kelStop() {
@@ -189,13 +200,15 @@ void ArpTableSm::removeGone(const Walked& walked) {
   }
 }
 
-// Whether the entry is gone; an entry that the walk did not meet may exist behind the damage.
+// Whether the entry is known to be gone; an entry that the walk did not meet may exist behind the damage.
 bool ArpTableSm::isGone(const Arp::Table::ArpKey& key) const {
   try {
     const bool isIpv4 = key.addr.af() == Vantu::ipv4_;
     return !(isIpv4 ? arpQuillo()->arpEntry(key) : arpQuillo()->neighborEntry(key)).exists();
   } catch (const Pesk::CorruptionDetectedException&) {
     return false;  // the walk has reported it
+  } catch (const Quillo::StoreException&) {
+    return false;
   }
 }
 
@@ -222,7 +235,7 @@ void ArpTableSm::arpQuilloVrfIdIs(Vrf::VrfIdMap::VrfId vrfId) {
   cleanup();
   arpQuilloVrfId_ = vrfId;
   KEL_NOTIFY(ArpQuilloVrfId);
-  populate();
+  readIfReadable([this] { populate(); });
 }
 
 void ArpTableSm::handleInitialized() {
@@ -235,9 +248,11 @@ void ArpTableSm::handleTable() {
   QTRACE_ENTRY(arpTableSmTrace, this);
   QTRACE(arpTableSmTrace, 6) << "compare: " << fullName() << " arpQuilloVrfId: " << arpQuilloVrfId();
   if (!isServed(arpQuilloVrfId())) return;
-  const auto walked = walk();
-  removeGone(walked);
-  add(walked);
+  readIfReadable([this] {
+    const auto walked = walk();
+    removeGone(walked);
+    add(walked);
+  });
 }
 
 }  // namespace IpSnmp

@@ -8,7 +8,8 @@
 // Rows are keyed by ifIndex and address. If two interfaces have the same ifIndex, the lower interface id that has the
 // neighbour gets the row. A row stays the same object, with its creation time, as long as its neighbour exists.
 //
-// Damage found by a read is reported to the table; rows of unread neighbours stay.
+// Damage found by a read is reported to the table; rows of unread neighbours stay, and all rows while the table cannot
+// be read.
 //
 // Requires: reactors of the rows do not change or stop the machine.
 
@@ -53,6 +54,7 @@ class ArpTableSm : public Kel::Entity {
 
  public:
   ~ArpTableSm() override;
+  // Throws as populate() if the table could be read before.
   void kelStart() override;
   // Leaves the rows in the cache, which VrfRootSm deletes.
   void kelStop() override;
@@ -63,7 +65,7 @@ class ArpTableSm : public Kel::Entity {
   void delArpEntry(const Arp::Table::ArpKey& key);
   // Call it when the interface's status record was created or deleted.
   void handleIntfStatus(const Vantu::IntfId& intfId);
-  // Adds a row for every entry of this VRF in the shared table.
+  // Adds a row for every entry of this VRF in the shared table. Throws Quillo::StoreException while it cannot be read.
   void populate();
   // Removes every row.
   void cleanup();

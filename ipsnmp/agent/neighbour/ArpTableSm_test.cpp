@@ -76,6 +76,18 @@ TEST_F(ArpTableSmTest, damageIsReportedAndCostsNoRow) {
   machine->handleTable();
   EXPECT_EQ(rows->take(), "-3 2001:db8::1;");
   arp->damage.reset();
+  // Nor does a row go while the table cannot be read.
+  arp->isReadable = false;
+  machine->handleTable();
+  arp->isReadable = true;
+  arp->damage = "a fault";
+  unsigned walks = 0;
+  arp->walkBegins = [&](const auto&) { arp->isReadable = ++walks < 2; };  // the lookups after it fail
+  machine->handleTable();
+  EXPECT_EQ(rows->take(), "");
+  arp->walkBegins = [](const auto&) {};
+  arp->isReadable = true;
+  arp->damage.reset();
   machine->handleTable();
   EXPECT_EQ(rows->take(), "-3 10.0.0.1;");
 }

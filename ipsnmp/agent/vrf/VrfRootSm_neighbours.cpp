@@ -4,6 +4,7 @@
 
 #include "ipsnmp/agent/vrf/VrfRootSm.h"
 #include "kel/Trace.h"
+#include "quillo/StoreException.h"
 
 namespace IpSnmp {
 namespace {
@@ -163,6 +164,8 @@ void VrfRootSm::handleNeighbour(const Arp::Table::ArpKey& givenKey) {
     // Whether the neighbour exists is unknown, so its row stays.
     arpQuillo()->corruptionDetected(error);
     return;
+  } catch (const Quillo::StoreException&) {
+    return;  // the table notifies when it can be read again
   }
   if (entry.exists() && entry.key == key) {
     QTRACE(vrfNeighboursTrace, 6) << "Arp entry " << key << " (vrf '" << vrfName << "') updated in arp quillo";

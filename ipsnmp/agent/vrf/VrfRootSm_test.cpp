@@ -81,7 +81,7 @@ TEST_F(VrfRootSmTest, theTaskYieldsAndTriesEveryVrfThatCannotBeMadeAgain) {
   }
   localIs("default");
   std::sort(names.begin(), names.end());
-  routeTablesEnabled = arp->isInitialized = false;
+  routeTablesEnabled = false;
   start();
   bool isReadable = false;
   unsigned walks = 0;

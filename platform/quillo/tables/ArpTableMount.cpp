@@ -42,7 +42,6 @@ void ArpTableMount::notifyKey(TableId table, const std::string& bytes) const {
 
 ArpTableMount::ArpEntry ArpTableMount::entry(TableId table, const ArpKey& key) const {
   if (Arp::Table::tableOf(key.addr) != table || !Arp::Table::isStorable(key)) return {};
-  if (!isReadable()) return {};
   ArpEntry entry{key, {}, {}};
   const bool isThere = reader(table).get(Arp::Table::encodeKey(key),
                                          [&](Bytes value) { return Arp::Table::decodeValue(value, entry); });
@@ -51,7 +50,7 @@ ArpTableMount::ArpEntry ArpTableMount::entry(TableId table, const ArpKey& key) c
 
 void ArpTableMount::walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from,
                          const VisitWhile& visit) const {
-  if (!isStorable(vrfId) || !isReadable()) return;
+  if (!isStorable(vrfId)) return;
   reader(table).walk(encodeVrf(vrfId), Arp::Table::encodeAddress(vrfId, from), [&](const Scan& scan, bool& goesOn) {
     ArpEntry entry;
     const auto* what = Arp::Table::decodeKey(table, scan.key(), entry.key);

@@ -5,9 +5,7 @@
 //   auto table = Kel::makePtr<Quillo::ArpTableMount>(follower);
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
-// It holds no entries: each lookup and each walk reads the current contents of the store. Without a readable store
-// there are no entries. When all reader slots of the store are taken, a lookup throws StoreException, and
-// `handleTable` is notified once the store can be read.
+// It holds no entries: each lookup and each walk reads the current contents of the store.
 //
 // While a publisher makes its first pass over a new store, reads return what it has written so far, and no handler is
 // called. The end of the pass is notified as one change (`handleTable`).
@@ -50,7 +48,6 @@ class ArpTableMount final : public Arp::Table::Status {
 
  private:
   const VrfTableReader& reader(TableId table) const { return table == TableId::arp ? arp_ : neighbor_; }
-  bool isReadable() const { return follower_->mount()->isReadable(); }
   ArpEntry entry(TableId table, const ArpKey& key) const;
   void walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const;
   void notifyKey(TableId table, const std::string& bytes) const;

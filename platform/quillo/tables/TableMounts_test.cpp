@@ -23,7 +23,6 @@ using Pesk::CorruptionDetectedException;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using ::testing::ThrowsMessage;
 using Vrf::VrfIdMap::VrfId;
@@ -93,6 +92,8 @@ struct Copy : Status::Notifiee {
       } else {
         this->notifier()->corruptionDetected(damage.what());
       }
+    } catch (const StoreException&) {
+      // The table notifies when it can be read.
     }
   }
 };
@@ -443,7 +444,6 @@ TEST_F(TableMountsTest, fileThatIsCutShort) {
   for (int i = 0; i < 600; ++i, now_ += 0.2) {
     arpCopy_->readAll();
     EXPECT_EQ(Mount::State::damaged, mount_->state());
-    EXPECT_THAT(arpCopy_->entries, IsEmpty()) << "what cannot be read has no neighbours";
     follow();
   }
   EXPECT_GE(mount_->corruptionCount(), 4U);
@@ -464,7 +464,8 @@ TEST_F(TableMountsTest, unreadableStoreIsNoEmptyTable) {
   follow();
   EXPECT_FALSE(routes->initialized());
   EXPECT_THROW(routes->route(prefix), StoreException);
-  EXPECT_FALSE(arp_->arpEntry(neighbour(1, 1).key).exists());
+  EXPECT_THROW(arp_->arpEntry(neighbour(1, 1).key), StoreException);
+  EXPECT_THROW(arp_->forEachArpEntry(VrfId(1), [](const auto&) {}), StoreException);
   {
     Publisher publisher(config());
     commit(publisher, [](Batch& batch) { add(batch, VrfId(1), route(5, 1)); });

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "quillo/StoreException.h"
 #include "quillo/tables/ArpTable.h"
 
 namespace Arp::Table {
@@ -50,6 +51,7 @@ class TestStatus : public Status {
 
   std::function<void(const VrfId&)> walkBegins = [](const auto&) {};  // may throw
   bool isInitialized = true;
+  bool isReadable = true;
   std::optional<std::string> damage;  // what every read then throws
   std::optional<ArpKey> damagedKey;   // with damage: lookups of other keys throw nothing
   mutable std::vector<std::string> reports;
@@ -63,12 +65,17 @@ class TestStatus : public Status {
   void check() const {
     if (damage) throw Pesk::CorruptionDetectedException("test", "arp", "key", *damage);
   }
+  void expectReadable() const {
+    if (!isReadable) throw Quillo::StoreException(Quillo::StoreException::Kind::notReady, "test");
+  }
   ArpEntry entry(Vantu::Af family, const ArpKey& key) const {
+    expectReadable();
     if (!damagedKey || *damagedKey == key) check();
     const auto at = map_.find(key);
     return at == map_.end() || key.addr.af() != family ? ArpEntry() : at->second;
   }
   void forEach(Vantu::Af family, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const {
+    expectReadable();
     walkBegins(vrfId);
     for (auto at = map_.lower_bound({vrfId, from, {}}); at != map_.end() && at->first.vrfId == vrfId; ++at) {
       if (at->first.addr.af() == family && !visit(at->second)) return;
