@@ -57,8 +57,13 @@ struct CommitResult {
 // Who publishes a store.
 struct PublisherInfo {
   bool alive = false;
-  std::int64_t pid = 0;  // as the publisher saw itself; 0 when not alive
+  // As the publisher saw itself. 0 and empty when not alive, or when the one that wrote them is not: the kernel says that
+  // a file is locked, but not by whom.
+  std::int64_t pid = 0;
   std::string name;
+
+  // "quorin-mirrord (pid 7)", or "another process".
+  std::string text() const;
 };
 
 class Doorbell;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,9 +32,9 @@ bool lockWhole(int fd) {
 
 [[noreturn]] void refuseOwned(const std::string& directory, const PublisherInfo& holder) {
   throw StoreException(Kind::owned,
-                       fmt::format("store {} is published by {} (pid {}) already; stop that one, or choose another "
+                       fmt::format("store {} is published by {} already; stop that one, or choose another "
                                    "directory with --store",
-                                   directory, holder.name.empty() ? "another program" : holder.name, holder.pid));
+                                   directory, holder.text()));
 }
 
 }  // namespace
@@ -52,7 +53,12 @@ PublisherInfo readPublisher(int fd, long offset) {
     std::from_chars(line.data(), line.data() + blank, info.pid);  // stays 0 when it is no number
     info.name = line.substr(blank + 1, line.find('\n') - blank - 1);
   }
-  return info;
+  const bool isDead = info.pid <= 0 || (::kill(static_cast<pid_t>(info.pid), 0) != 0 && errno == ESRCH);
+  return isDead ? PublisherInfo() : info;
+}
+
+std::string PublisherInfo::text() const {
+  return name.empty() ? "another process" : fmt::format("{} (pid {})", name, pid);
 }
 
 PublisherLock::PublisherLock(const std::string& directory, const std::string& name)

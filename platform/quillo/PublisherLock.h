@@ -39,7 +39,7 @@ class PublisherLock {
 
 // "PID NAME", as a publisher writes it into its files. A name longer than 200 bytes is cut.
 std::string publisherLine(const std::string& name);
-// The publisher whose line begins at `offset` of the file. `alive` is not set.
+// The publisher whose line begins at `offset` of the file, if that process exists. `alive` is not set.
 PublisherInfo readPublisher(int fd, long offset);
 
 }  // namespace Quillo

@@ -6,11 +6,13 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "kel/Trace.h"
 #include "quillo/StoreException.h"
@@ -69,6 +71,20 @@ bool isOfTheStore(std::string_view name) {
   return name.starts_with("data.mdb.");
 }
 
+bool isOwnGroup(gid_t group) {
+  if (group == ::getegid()) return true;
+  std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, ::getgroups(0, nullptr))));
+  const int count = ::getgroups(static_cast<int>(groups.size()), groups.data());
+  return count > 0 && std::find(groups.begin(), groups.begin() + count, group) != groups.begin() + count;
+}
+
+// Who owns a link decides where it leads.
+void checkLink(std::string directory) {
+  while (directory.size() > 1 && directory.back() == '/') directory.pop_back();  // lstat() would follow the link
+  struct stat status {};
+  if (::lstat(directory.c_str(), &status) == 0 && S_ISLNK(status.st_mode)) checkOwner(directory, status);
+}
+
 bool holdsOtherFiles(const std::string& directory) {
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(directory, error)) {
@@ -93,6 +109,7 @@ bool isSpaceOut(const std::string& directory) {
 }
 
 void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group, bool isRecognised) {
+  checkLink(directory);
   std::error_code error;
   const bool isMade = fs::create_directories(directory, error);
   if (!error && !fs::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
@@ -126,11 +143,16 @@ void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> gr
     const bool hasMode = (statusOf(directory).st_mode & 07777) == directoryMode;
     if (!hasMode && ::chmod(directory.c_str(), directoryMode) != 0) fail("set the mode of", directory, errno);
   }
-  if ((statusOf(directory).st_mode & S_IWOTH) != 0) {
+  const struct stat final = statusOf(directory);
+  const bool isOpenToAll = (final.st_mode & S_IWOTH) != 0;
+  if (isOpenToAll || ((final.st_mode & S_IWGRP) != 0 && !isOwnGroup(final.st_gid))) {
     throw StoreException(
-        Kind::unsafe, fmt::format("store directory {} can be written by every user; choose a directory that only "
-                                  "the store uses with --store",
-                                  directory));
+        Kind::unsafe,
+        fmt::format(
+            "store directory {} can be written by {}; choose a directory that only the store uses with --store",
+            directory,
+            isOpenToAll ? "every user"
+                        : fmt::format("group {}, which user {} is not in", final.st_gid, ::geteuid())));
   }
 }
 

@@ -159,6 +159,18 @@ TEST_F(StoreFilesTest, LinksForeignOwnersAndOpenDirectoriesAreRefused) {
   writeFile(file("other"), "");
   ASSERT_EQ(0, ::chmod(directory_.c_str(), 01777));
   refused("can be written by every user");
+  ASSERT_EQ(0, ::chown(directory_.c_str(), 0, readers));
+  ASSERT_EQ(0, ::chmod(directory_.c_str(), 0775));
+  refused("can be written by group 54321");
+  ASSERT_EQ(0, ::chown(directory_.c_str(), 0, 0));
+  const std::string aside = parent_ + "/aside";
+  std::filesystem::rename(directory_, aside);
+  std::filesystem::create_directory_symlink(aside, directory_);
+  ASSERT_NO_THROW(Publisher{config()}) << "a link of root, and a directory that root's group may write";
+  ASSERT_EQ(0, ::lchown(directory_.c_str(), stranger, stranger));
+  refused("belongs to user 54322");
+  std::filesystem::remove(directory_);
+  std::filesystem::rename(aside, directory_);
   ASSERT_EQ(0, ::chmod(directory_.c_str(), 0755));
   ASSERT_EQ(0, ::chown(directory_.c_str(), stranger, stranger));
   refused("belongs to user 54322");
@@ -166,6 +178,24 @@ TEST_F(StoreFilesTest, LinksForeignOwnersAndOpenDirectoriesAreRefused) {
   // A directory with other files keeps its mode: it may be one that the whole system needs.
   Publisher publisher(config());
   EXPECT_EQ("0755 0", rights(""));
+}
+
+// The kernel knows that the file is locked, not by whom, and the text may be of a process that has ended.
+TEST_F(StoreFilesTest, ADeadProcessIsNotNamedAsTheHolder) {
+  const pid_t dead = spawn([] { return 0; });
+  finish(dead);
+  std::filesystem::create_directory(directory_);
+  for (const pid_t pid : {getpid(), dead}) {
+    writeFile(file("publisher.lock"), fmt::format("{} quorin-mirrord\n", pid));
+    const int fd = ::open(file("publisher.lock").c_str(), O_RDWR);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    ASSERT_EQ(0, ::fcntl(fd, F_OFD_SETLK, &lock));
+    EXPECT_THAT(refusal([this] { Publisher publisher(config()); }).what(),
+                HasSubstr(pid == dead ? "by another process already"
+                                      : fmt::format("by quorin-mirrord (pid {}) already", pid)));
+    ::close(fd);
+  }
 }
 
 // A second publisher never gets in, whichever file is missing.

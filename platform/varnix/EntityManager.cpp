@@ -84,8 +84,8 @@ Quillo::Bookmark EntityManager::bookmark() const {
 
 void EntityManager::waitingForPass() {
   const auto publisher = mount_->publisher();
-  const auto who = publisher.alive ? fmt::format("{} (pid {}) is writing it", publisher.name, publisher.pid)
-                                   : "no publisher is running: start quorin-mirrord";
+  const auto who =
+      publisher.alive ? publisher.text() + " is writing it" : "no publisher is running: start quorin-mirrord";
   const auto* what = feed_->heldBack() ? "was made anew; serving what the one before held until it is complete"
                                        : "is not complete yet";
   statusIs(fmt::format("the store in {} {}; {}", mount_->directory(), what, who));
