@@ -114,7 +114,7 @@ class NamespaceRoutes {
   Events events_;
   std::vector<Step> steps_;  // of the dump under way
   std::size_t next_ = 0;
-  std::uint8_t stamp_ = 0;
+  DumpStamp stamp_ = 0;
   bool isSweeping_ = false;
   bool areIpv6RoutesMoving_ = false;  // an IPv6 route was notified during this step
   bool mayLack_ = false;              // a step of this dump may lack routes

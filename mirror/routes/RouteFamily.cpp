@@ -166,7 +166,7 @@ void RouteFamily<PrefixType>::remove(const RouteContent& content, Group& group) 
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::listingIs(std::uint8_t stamp) {
+void RouteFamily<PrefixType>::listingIs(DumpStamp stamp) {
   stamp_ = stamp;
   isListing_ = true;
   touched_.clear();

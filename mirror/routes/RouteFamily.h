@@ -25,6 +25,10 @@
 
 namespace Mirror {
 
+// The number of a dump. Never used twice, since any number of dumps may end without a sweep: after as many as there are
+// stamps, a route of an old dump would count as one of the new dump. 32 bits need no more memory than 8.
+using DumpStamp = std::uint32_t;
+
 // The routes of one table and IP version in the kernel's order: by prefix, type of service, metric and rank. The first
 // route of a prefix that can forward is the one in use.
 //
@@ -44,7 +48,7 @@ class RouteAliases {
   };
   struct Alias {
     std::uint32_t content = 0;  // RouteContents::Slot
-    std::uint8_t stamp = 0;     // of the last dump that had it
+    DumpStamp stamp = 0;        // of the last dump that had it
   };
   using Group = std::vector<Alias>;  // the routes of a place, in the kernel's order
 
@@ -104,6 +108,8 @@ class RouteAliases {
     return key.prefix == place.prefix && key.tos == place.tos && key.metric == place.metric;
   }
 
+  static_assert(sizeof(std::pair<const Key, Alias>) == (sizeof(PrefixType) == 8 ? 24 : 36));
+
   absl::btree_map<Key, Alias> map_;
 };
 
@@ -114,7 +120,7 @@ class RouteFamily {
 
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
-  void listingIs(std::uint8_t stamp);  // `stamp` differs from that of the last dump
+  void listingIs(DumpStamp stamp);  // `stamp` is above that of the last dump
   // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(std::size_t limit);
   void endDump();
@@ -169,7 +175,7 @@ class RouteFamily {
 
   RouteContents& contents_;
   Aliases aliases_;
-  std::uint8_t stamp_ = 0;
+  DumpStamp stamp_ = 0;
   bool isDoubtful_ = false;
   bool hasFound_ = false;
   absl::btree_set<Place> touched_;  // notified since the dump began

@@ -33,7 +33,7 @@ void VrfRoutes::dumped(const RouteMessage& message) {
   withFamily(message.address.af(), [&](auto& family) { family.dumped(message); });
 }
 
-void VrfRoutes::listingIs(std::uint8_t stamp) {
+void VrfRoutes::listingIs(DumpStamp stamp) {
   ipv4_.listingIs(stamp);
   ipv6_.listingIs(stamp);
 }

@@ -23,7 +23,7 @@ class VrfRoutes {
 
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
-  void listingIs(std::uint8_t stamp);
+  void listingIs(DumpStamp stamp);
   bool sweep(Vantu::Af af, std::size_t limit);
   void endDump();
   bool takeDoubt();
