@@ -22,7 +22,8 @@ namespace {
 
 Kel::TraceHandle rtSocketTrace("MirrorSocket");
 
-// The kernel sends dumps in datagrams of at most 32 KiB. A larger single message enlarges the buffer.
+// The kernel sends dumps in datagrams of at most 32 KiB. A larger single message enlarges the buffer. The bound is beyond
+// what a kernel can send: a message has less than 100 kinds of attributes, each of at most 64 KiB.
 constexpr std::size_t bufferBytes = 64 << 10;
 constexpr std::size_t maxBufferBytes = 16 << 20;
 
@@ -155,8 +156,15 @@ RtChannel::Outcome RtSocket::receive(std::span<const std::uint8_t>& datagram) {
     }
     if (sender.nl_pid != 0) continue;  // not from the kernel
     if (header.msg_flags & MSG_TRUNC) {
-      // The rest of the datagram is lost.
-      if (buffer().size() < maxBufferBytes) buffer().resize(buffer().size() * 2);
+      const auto needed = static_cast<std::size_t>(size);
+      if (needed > maxBufferBytes) {
+        // Reading everything again would meet it again.
+        QTRACE(rtSocketTrace, 0) << "rtnetlink: ignored a message of " << needed << " bytes, where "
+                                 << maxBufferBytes
+                                 << " are the most; report it with the kernel's version (uname -r)";
+        continue;
+      }
+      buffer().resize(needed);  // for the next time: the rest of the datagram is lost
       return Outcome::overrun;
     }
     datagram = {buffer().data(), static_cast<std::size_t>(size)};
