@@ -143,16 +143,16 @@ void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> gr
     const bool hasMode = (statusOf(directory).st_mode & 07777) == directoryMode;
     if (!hasMode && ::chmod(directory.c_str(), directoryMode) != 0) fail("set the mode of", directory, errno);
   }
-  const struct stat final = statusOf(directory);
-  const bool isOpenToAll = (final.st_mode & S_IWOTH) != 0;
-  if (isOpenToAll || ((final.st_mode & S_IWGRP) != 0 && !isOwnGroup(final.st_gid))) {
+  const struct stat prepared = statusOf(directory);
+  const bool isOpenToAll = (prepared.st_mode & S_IWOTH) != 0;
+  if (isOpenToAll || ((prepared.st_mode & S_IWGRP) != 0 && !isOwnGroup(prepared.st_gid))) {
     throw StoreException(
         Kind::unsafe,
         fmt::format(
             "store directory {} can be written by {}; choose a directory that only the store uses with --store",
             directory,
             isOpenToAll ? "every user"
-                        : fmt::format("group {}, which user {} is not in", final.st_gid, ::geteuid())));
+                        : fmt::format("group {}, which user {} is not in", prepared.st_gid, ::geteuid())));
   }
 }
 
