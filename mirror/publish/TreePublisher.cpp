@@ -16,7 +16,7 @@ using Kind = Quillo::StoreException::Kind;
 
 // Between two new beginnings of a damaged store, so that readers can read in between.
 constexpr Kel::Seconds damagePause = 10;
-// A store that is lost again within this time was not mended by a new beginning, so the pauses between them grow up to it.
+// A store that is lost again within this time was not mended by a new beginning. The pauses between them grow up to it.
 constexpr Kel::Seconds longestPause = 60;
 
 // Whether the fault may pass without a restart of the program.

@@ -24,8 +24,8 @@ struct Picture {
 // Writes the picture to the store.
 //
 // While the store is full, changes stay pending and each poll retries them. If the store was removed or is damaged, the
-// publisher makes it anew and writes the whole picture: at once, and with pauses of 1 s up to a minute if it recurs within
-// a minute. Exceptions end the program: a failure at the start, or another
+// publisher makes it anew and writes the whole picture: at once, and after pauses of 1 s up to a minute if that recurs
+// within a minute. Exceptions end the program: a failure at the start, or another
 // publisher of the store.
 class TreePublisher {
  public:

@@ -22,8 +22,8 @@ namespace {
 
 Kel::TraceHandle rtSocketTrace("MirrorSocket");
 
-// The kernel sends dumps in datagrams of at most 32 KiB. A larger single message enlarges the buffer. The bound is beyond
-// what a kernel can send: a message has less than 100 kinds of attributes, each of at most 64 KiB.
+// The kernel sends dumps in datagrams of at most 32 KiB. A larger single message enlarges the buffer. The bound is
+// beyond what a kernel can send: a message has less than 100 kinds of attributes, each of at most 64 KiB.
 constexpr std::size_t bufferBytes = 64 << 10;
 constexpr std::size_t maxBufferBytes = 16 << 20;
 

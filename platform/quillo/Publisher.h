@@ -57,8 +57,8 @@ struct CommitResult {
 // Who publishes a store.
 struct PublisherInfo {
   bool alive = false;
-  // As the publisher saw itself. 0 and empty when not alive, or when the one that wrote them is not: the kernel says that
-  // a file is locked, but not by whom.
+  // As the publisher saw itself. 0 and empty when not alive, or when the one that wrote them is not: the kernel says
+  // that a file is locked, but not by whom.
   std::int64_t pid = 0;
   std::string name;
 

@@ -42,8 +42,8 @@ inline std::string foreignFile(const std::string& directory) {
 
 // Makes the directory if it is missing. Gives it to `group`, and takes it away from others, unless it also holds files
 // that are not the store's. A data file in a directory where no publisher has been is not the store's until
-// `isRecognised`. Refuses a directory that everyone may write, or a group that this user is not in, and a link of another
-// user in its place. Follows a link of this user or root.
+// `isRecognised`. Refuses a directory that everyone may write, or a group that this user is not in, and a link of
+// another user in its place. Follows a link of this user or root.
 void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group, bool isRecognised = false);
 
 // Whether a publisher has opened a store there before: only then is there a doorbell.
