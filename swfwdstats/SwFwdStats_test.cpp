@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "kel/Trace.h"
+#include "kel/testing/TraceLines.h"
 #include "swfwdstats/Counter.h"
 #include "swfwdstats/KernelStats.h"
 
@@ -37,16 +37,10 @@ class SwFwdStatsTest : public ::testing::Test {
     setenv("PROC_NET_SNMP", path("snmp").c_str(), 1);
     setenv("PROC_NET_NETSTAT", path("netstat").c_str(), 1);
     setenv("PROC_NET_SNMP6", path("snmp6").c_str(), 1);
-    Kel::TraceConfig::setLevels("IpSwFwdStats/0-9");
-    previous_ = Kel::TraceConfig::setSink([this](const auto&, unsigned level, const auto& text) {
-      lines_.push_back(std::to_string(level) + " " + text);
-    });
     Kel::System::clockIs([this] { return now; });
   }
   void TearDown() override {
     Kel::System::clockIs({});
-    Kel::TraceConfig::setSink(previous_);
-    Kel::TraceConfig::reset();
     std::filesystem::remove_all(folder);
   }
 
@@ -56,15 +50,12 @@ class SwFwdStatsTest : public ::testing::Test {
   static void writeSnmp(const std::string& header, const std::string& values = values17) {
     write("snmp", header + "\n" + values + "\nIcmp: InMsgs\n");
   }
-  std::vector<std::string> traced() { return std::exchange(lines_, {}); }
+  std::vector<std::string> traced() { return traces.take(); }
 
   Kel::Seconds now = 1000;
   Kel::Ptr<SwFwdStats> stats4 = swFwdStatsFactory(ipVersion4, "default");
   Kel::Ptr<SwFwdStats> stats6 = swFwdStatsFactory(ipVersion6, "default");
-
- private:
-  std::vector<std::string> lines_;
-  Kel::TraceConfig::Sink previous_;
+  KelTest::TraceLines traces{"IpSwFwdStats"};
 };
 
 TEST_F(SwFwdStatsTest, everyIpv4CounterHasItsPlaceInTheFiles) {

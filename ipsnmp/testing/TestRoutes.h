@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "kel/Trace.h"
+#include "kel/testing/TraceLines.h"
 #include "quillo/testing/TestFibTables.h"
 
 namespace IpSnmpTest {
@@ -21,6 +21,7 @@ namespace IpSnmpTest {
 using IpSnmp::IpCidrRouteTableEntry;
 using IpSnmp::IpCidrRouteTableIndex;
 using Kel::Ptr;
+using KelTest::TraceLines;
 using Quillo::Fib::FecId;
 using RouteIterator = IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst;
 
@@ -80,7 +81,6 @@ struct RouteTables {
   }
   void fecIs(unsigned fecId, const std::vector<Hop>& hops) { fecs->fecIs(fec(fecId, hops)); }
 
-  // Every row, as the iterator walks.
   std::vector<IpCidrRouteTableEntry> rows() const {
     std::vector<IpCidrRouteTableEntry> all;
     for (RouteIterator at(mib); at; ++at) all.push_back(*at);
@@ -97,7 +97,6 @@ class RouteModel {
   };
   explicit RouteModel(const RouteTables& tables) : tables_(tables) {}
 
-  // What is derived from the tables as they are.
   Derived settled() const {
     Derived made;
     for (const auto& [prefix, route] : tables_.routes->map) {
@@ -121,7 +120,6 @@ class RouteModel {
     return all;
   }
 
-  // What fetch() should find.
   std::optional<IpCidrRouteTableEntry> fetch(const Derived& derived, const IpCidrRouteTableIndex& index,
                                              bool getNext) const {
     unsigned length = 0;
@@ -184,7 +182,6 @@ struct SettledRoutes : RouteTables {
     mib->fecsAndPrefixesIs(prefixes);
     mib->ifMibIs(ifMib);
   }
-  // Derives them from the tables.
   void settle() {
     derived = model.settled();
     prefixes->orderedPrefixDelAll();
@@ -257,30 +254,6 @@ struct RandomRoutes {
             RouteTables::route(prefix(), 1 + below(9), below(4) ? 7 + below(20) : below(7)));
     }
   }
-};
-
-// Collects the lines of one facility, "<level> <text>", while it exists, all levels enabled.
-class TraceLines {
- public:
-  explicit TraceLines(const std::string& facility) {
-    Kel::TraceConfig::setLevels(facility + "/0-9");
-    previous_ = Kel::TraceConfig::setSink([this, facility](const auto& handle, unsigned level, const auto& text) {
-      if (handle.facility() == facility) lines_.push_back(fmt::format("{} {}", level, text));
-    });
-  }
-  ~TraceLines() {
-    Kel::TraceConfig::setSink(previous_);
-    Kel::TraceConfig::reset();
-  }
-  TraceLines(const TraceLines&) = delete;
-  TraceLines& operator=(const TraceLines&) = delete;
-
-  // The lines since the last call.
-  std::vector<std::string> take() { return std::exchange(lines_, {}); }
-
- private:
-  Kel::TraceConfig::Sink previous_;
-  std::vector<std::string> lines_;
 };
 
 }  // namespace IpSnmpTest

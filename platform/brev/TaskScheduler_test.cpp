@@ -9,7 +9,7 @@
 
 #include "brev/testing/TestClock.h"
 #include "kel/Errors.h"
-#include "kel/Trace.h"
+#include "kel/testing/TraceLines.h"
 
 namespace Brev {
 namespace {
@@ -239,10 +239,7 @@ TEST_F(SchedulerTest, whatIsDestroyedInsideARunDoesNotRun) {
 }
 
 TEST_F(SchedulerTest, exceptionIsTracedWithTheNameAndTheRestRuns) {
-  Names lines;
-  const auto previous = Kel::TraceConfig::setSink([&](const Kel::TraceHandle& handle, unsigned level, auto& text) {
-    lines.push_back(handle.facility() + "/" + std::to_string(level) + ": " + text);
-  });
+  KelTest::TraceLines traces("TaskScheduler");
   const auto bad = Kel::makePtr<Task>(scheduler_, "route backlog", 0, [&](Task&) {
     now_ += 0.002;
     throw std::runtime_error("table is gone");
@@ -251,9 +248,8 @@ TEST_F(SchedulerTest, exceptionIsTracedWithTheNameAndTheRestRuns) {
   const auto good = noting("good");
   for (const auto& each : {bad, odd, Kel::Ptr<Task>(good)}) each->scheduleTask();
   EXPECT_EQ(ranInOneBatch(), Names{"good"});
-  Kel::TraceConfig::setSink(previous);
-  EXPECT_EQ(lines, (Names{"TaskScheduler/0: task \"route backlog\" ended with an exception: table is gone",
-                          "TaskScheduler/0: task \"task\" ended with an exception of unknown type"}));
+  EXPECT_EQ(traces.take(), (Names{"0 task \"route backlog\" ended with an exception: table is gone",
+                                  "0 task \"task\" ended with an exception of unknown type"}));
   EXPECT_EQ(scheduler_->runningTask(), nullptr);
   EXPECT_EQ(bad->runCount(), 1U);
 }

@@ -1,12 +1,11 @@
 // Levels, the ring of function entries, and the limit of repeated lines.
 
-#include "kel/Trace.h"
-
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include "kel/Errors.h"
 #include "kel/LineLimit.h"
+#include "kel/testing/TraceLines.h"
 
 namespace {
 
@@ -14,21 +13,14 @@ using ::testing::ElementsAre;
 
 struct TraceTest : ::testing::Test {
   Kel::TraceHandle handle{"TraceTest"};
-  std::vector<std::string> lines;
-  Kel::TraceConfig::Sink previous = Kel::TraceConfig::setSink([this](auto& from, unsigned level, auto& text) {
-    lines.push_back(from.facility() + "/" + std::to_string(level) + ": " + text);
-  });
-  ~TraceTest() override {
-    Kel::TraceConfig::setSink(previous);
-    Kel::TraceConfig::reset();
-  }
+  KelTest::TraceLines traces;
 };
 
 TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
   int evaluated = 0;
   QTRACE(handle, 2) << ++evaluated;
   QTRACE(handle, 0) << "seen " << ++evaluated;
-  EXPECT_THAT(lines, ElementsAre("TraceTest/0: seen 1"));
+  EXPECT_THAT(traces.lines, ElementsAre("seen 1"));
   for (const auto* malformed :
        {"TraceTest", "/3", "TraceTest/10", "TraceTest/a", "TraceTest/1-", "TraceTest/2-1", "TraceTest/2;x"}) {
     EXPECT_THROW(Kel::TraceConfig::setLevels(malformed), Kel::RangeException) << malformed;
@@ -95,7 +87,7 @@ TEST_F(TraceTest, limitPassesWhatTheConfigurationAsksFor) {
   }
   EXPECT_THAT(passed, ElementsAre(3U, 10U, 10U));
   Kel::TraceLimit::beginPeriod();
-  EXPECT_THAT(lines, ElementsAre("TraceTest/0: 7 ... repeated 7 times"));
+  EXPECT_THAT(traces.lines, ElementsAre("7 ... repeated 7 times"));
 }
 
 }  // namespace

@@ -16,12 +16,13 @@
 #include <vector>
 
 #include "kel/System.h"
-#include "kel/Trace.h"
+#include "kel/testing/TraceLines.h"
 #include "quillo/Mount.h"
 #include "quillo/Publisher.h"
 
 namespace Quillo::Test {
 
+using Traces = KelTest::TraceLines;  // of level 0
 using Contents = std::map<std::string, std::string>;
 
 class TestStore : public ::testing::Test {
@@ -148,24 +149,5 @@ inline unsigned damage(const std::string& path, const std::string& marker) {
   }
   return places;
 }
-
-// What was traced at level 0 while it lives.
-class Traces {
- public:
-  Traces() {
-    previous_ = Kel::TraceConfig::setSink([this](const Kel::TraceHandle&, unsigned level, const std::string& text) {
-      if (level == 0) lines.push_back(text);
-    });
-  }
-  ~Traces() { Kel::TraceConfig::setSink(previous_); }
-  Traces(const Traces&) = delete;
-  Traces& operator=(const Traces&) = delete;
-  std::vector<std::string> lines;
-  // Forgets them.
-  std::vector<std::string> take() { return std::exchange(lines, {}); }
-
- private:
-  Kel::TraceConfig::Sink previous_;
-};
 
 }  // namespace Quillo::Test
