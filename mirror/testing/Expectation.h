@@ -25,18 +25,6 @@ namespace Mirror::Test {
 
 using Lines = std::set<std::string>;
 
-// With a plus what should not be there, with a minus what is missing.
-inline Lines differences(const Lines& ours, const Lines& expected) {
-  Lines result;
-  for (const auto& line : ours) {
-    if (!expected.contains(line)) result.insert("+ " + line);
-  }
-  for (const auto& line : expected) {
-    if (!ours.contains(line)) result.insert("- " + line);
-  }
-  return result;
-}
-
 // ---- for a kernel
 
 inline bool isRunning(const TestLink& link) {

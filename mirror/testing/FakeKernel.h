@@ -154,13 +154,6 @@ class FakeKernel : public RtChannel {
     }
     releaseLatePiece();
   }
-  // The change is lost, and the reader learns of that.
-  template <class Change>
-  void losing(const Change& change) {
-    queueLimit = 0;
-    change();
-    queueLimit = SIZE_MAX;
-  }
 
   // ---- the channel
   void dump(RtDump what, std::uint32_t sequence, std::uint32_t table = 0) override {
