@@ -28,15 +28,19 @@ class RouteTablesTest : public Quillo::Test::TestStore {
     store_ = std::make_unique<Quillo::Publisher>(config());
     documents_ = std::make_unique<Varnix::DocumentPublisher>(tree_, *store_);
     tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(0));
-    const L3::VrfName red("red");
-    tree_.routingVrfInfoDir->entityIs(Kel::makePtr<Routing::VrfInfo>("red"));
-    tree_.routingVrfConfigDir->vrfConfigIs("red");
+    const L3::VrfName red(red_);
+    tree_.routingVrfInfoDir->entityIs(Kel::makePtr<Routing::VrfInfo>(red_));
+    tree_.routingVrfConfigDir->vrfConfigIs(red_);
     tree_.vrfNameStatus->vrfIdIs(red, VrfId(1));
     tree_.allVrfStatusLocal->vrfIs(red);
     tree_.l3Config->fecModeIs(Quillo::Fib::fecModePerVrf);
-    store_->beginFullPass({Quillo::TableId::varnix, Quillo::TableId::route, Quillo::TableId::fec});
+    store_->beginFullPass(
+        {Quillo::TableId::varnix, Quillo::TableId::route, Quillo::TableId::route6, Quillo::TableId::fec});
     documents_->rewriteAll();
     for (unsigned id = 0; id < 2; ++id) routeIs(id, 0x0a000000 + (id << 16), id + 1);
+    auto batch = store_->begin();
+    Quillo::routeIs(batch, VrfId(1), Quillo::Fib6::Route{{}, Routing::Fib::RouteType(9), {}, {}, {}});
+    batch.commit();
     store_->endFullPass();
 
     follower_ = std::make_unique<Host::StoreFollower>(loop_, scheduler_, root_, directory_);
@@ -57,7 +61,6 @@ class RouteTablesTest : public Quillo::Test::TestStore {
                     Quillo::Fib::Route{prefix, Routing::Fib::RouteType(22), {}, {}, Quillo::Fib::FecId(7)});
     batch.commit();
   }
-  // Until the poll finds nothing new.
   void follow() {
     for (int i = 0; i < 3; ++i) {
       Kel::System::clockIs([now = now_ += 1.5] { return now; });
@@ -65,9 +68,17 @@ class RouteTablesTest : public Quillo::Test::TestStore {
       }
     }
   }
+  template <class Mib>
+  Kel::Ptr<const Mib> mibOf(const std::string& vrf, const std::string& name) {
+    const auto path = vrf.empty() ? "snmp/ip/" + name : "snmp/ip/vrf.mibs/" + vrf + "." + name;
+    return Kel::dynamicPtr<const Mib>(Kel::resolve(root_, path));
+  }
+  unsigned count(const std::string& vrf, Ip::IpVersion version) {
+    const auto row = mibOf<FibStatsSnmp::FibStatsMib>(vrf, "fibstatsmib")->summaryTable(version);
+    return row ? row->totalRoutes() : 0U;
+  }
   std::vector<std::string> rows(const std::string& vrf) {
-    const auto path = vrf.empty() ? "snmp/ip/ipforwardmib" : "snmp/ip/vrf.mibs/" + vrf + ".ipforwardmib";
-    const auto mib = Kel::dynamicPtr<const IpSnmp::IpForwardMib>(Kel::resolve(root_, path));
+    const auto mib = mibOf<IpSnmp::IpForwardMib>(vrf, "ipforwardmib");
     if (!mib) return {"no cache"};
     std::vector<std::string> texts;
     for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(mib); at; ++at) {
@@ -76,6 +87,7 @@ class RouteTablesTest : public Quillo::Test::TestStore {
     return texts;
   }
 
+  const std::string red_ = "a/b.c";
   NoLoop loop_;
   double now_ = Kel::System::currentTime();
   Kel::Ptr<Brev::TaskScheduler> scheduler_ = Kel::makePtr<Brev::TaskScheduler>();
@@ -90,7 +102,7 @@ class RouteTablesTest : public Quillo::Test::TestStore {
 TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   follow();
   EXPECT_THAT(rows(""), ElementsAre("10.0.0.0 0.0.0.1"));
-  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.2"));
+  EXPECT_THAT(rows(red_), ElementsAre("10.1.0.0 0.0.0.2"));
   const auto setDefaultVrfId = [this](unsigned id) {
     tree_.vrfNameStatus->vrfIdIs(L3::VrfName(), VrfId(id));
     documents_->publish();
@@ -102,8 +114,8 @@ TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   routeIs(5, 0x0a060000, 7);
   follow();
   EXPECT_THAT(rows(""), ElementsAre("10.5.0.0 0.0.0.7", "10.6.0.0 0.0.0.7"));
-  const auto counts = Kel::dynamicPtr<FibStatsSnmp::FibStatsMib>(Kel::resolve(root_, "snmp/ip/fibstatsmib"));
-  EXPECT_EQ(counts->summaryTable(Ip::ipVersion4)->totalRoutes(), 2U);
+  EXPECT_EQ(count("", Ip::ipVersion4), 2U);
+  EXPECT_EQ(count(red_, Ip::ipVersion6), 1U);
 
   auto changed = 0;
   agent_->onVrfRootSmChanged([&] { ++changed; });
@@ -111,10 +123,10 @@ TEST_F(RouteTablesTest, theDefaultVrfIsReadUnderItsPublishedId) {
   documents_->publish();
   follow();
   EXPECT_EQ(1, changed);
-  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.7"));  // through the default VRF's FEC
+  EXPECT_THAT(rows(red_), ElementsAre("10.1.0.0 0.0.0.7"));  // through the default VRF's FEC
   setDefaultVrfId(8);
   EXPECT_THAT(rows(""), ElementsAre("10.8.0.0 0.0.0.9"));
-  EXPECT_THAT(rows("red"), ElementsAre("10.1.0.0 0.0.0.9"));
+  EXPECT_THAT(rows(red_), ElementsAre("10.1.0.0 0.0.0.9"));
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-// VRF contexts follow the VRFs that are served.
-
 #include "host/composition/VrfContexts.h"
 
 #include <gmock/gmock.h>

@@ -39,7 +39,6 @@ inline std::vector<Kel::Ptr<Kel::Entity>> entitiesOf(const Varnix::Tree& tree) {
   return all;
 }
 
-// All documents of a tree by path.
 inline std::map<std::string, std::string> textOf(const Varnix::Tree& tree) {
   std::map<std::string, std::string> text;
   for (const auto& entity : entitiesOf(tree)) {
@@ -116,7 +115,6 @@ class Mutator {
   std::mt19937 random_;
 };
 
-// A publisher with a tree.
 struct Writer {
   explicit Writer(const std::string& directory, bool recreate = false)
       : Writer({.directory = directory, .name = "test-publisher", .recreate = recreate},
@@ -127,7 +125,6 @@ struct Writer {
   Varnix::DocumentPublisher documents{tree, store};
 };
 
-// An agent's tree.
 struct Reader {
   explicit Reader(const std::string& directory)
       : mount(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory})),
