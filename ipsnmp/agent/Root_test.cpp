@@ -55,6 +55,7 @@ TEST(Root, everyMachineStopsWithIt) {
   const auto red = world.vrfRootSm->vrfRoot("red");
   const auto redStats = world.vrfMibsDir->mibs("red")->fibstatsmib();
   EXPECT_EQ(red->arpTableSm()->fullName(), "root.vrfRootDir.vrfRoot/red.arpTableSm");
+  EXPECT_EQ(world.sm->vrfIpMib("red")->fullName(), "vrf.mibs/red.ipmib") << "the machine does not own the cache";
   EXPECT_EQ(vrfIfs(*world.ipVrfMib), "3 red eth0;");
   EXPECT_NE(IpSnmpTest::tables(*world.ipMib), TableLines());
   EXPECT_EQ(countWith(world, stats, "10.0.0.1"), 1U);

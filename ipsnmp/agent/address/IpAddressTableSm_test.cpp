@@ -88,15 +88,6 @@ TEST(IpAddressTableSm, aPairThatIsReportedAgainStays) {
                                               "prefix 4 10.1.1.0/24"}));
 }
 
-TEST(IpAddressTableSm, leavesTheCachesInTheTree) {
-  World world;
-  const auto dir = Kel::makePtr<VrfMibsDir>("vrf");
-  const auto red = dir->mibsIs("red")->ipmib();
-  world.sm->vrfIpMibIs(red);
-  world.sm = nullptr;
-  EXPECT_EQ(red->fullName(), "vrf.mibs/red.ipmib");
-}
-
 TEST(IfIndexMap, keepsTheLatestIfIndexInOrderOfTheInterfaces) {
   IfIndexMap map;
   for (const auto& [intf, ifIndex] : {std::pair{"eth1", 7}, {"eth0", 3}, {"eth1", 4}}) {

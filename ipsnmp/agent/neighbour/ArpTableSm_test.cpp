@@ -12,7 +12,6 @@ namespace {
 using namespace IpSnmp;
 using testing::Contains;
 
-// Notes what happens to the rows.
 struct RowWatch : IpMib::Notifiee {
   void handleIpNetToPhysicalTable(const IpNetToPhysicalTableIndex& index) override {
     const bool isThere = notifier()->ipNetToPhysicalTableHas(index);

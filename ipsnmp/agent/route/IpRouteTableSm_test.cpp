@@ -174,14 +174,11 @@ TEST_F(RouteSm, damageIsReported) {
   routes->damagedEntries[prefixOf("10.0.0.0/24")] = fecs->damagedEntries[FecId(2)] = "checksum";
   sm->handleRoute(prefixOf("10.0.0.0/24"));
   sm->handleFec(FecId(2));
-  run();
   for (int i = 0; i < 2; ++i) {
-    EXPECT_THAT(prefixes(), IsEmpty());
-    EXPECT_EQ(sm->localForwardingFecs()->forwardFec().keys(), std::vector{FecId(1)});
+    run();
     EXPECT_THAT(std::exchange(routes->reports, {}), Contains(HasSubstr("checksum")));
     EXPECT_THAT(std::exchange(fecs->reports, {}), Contains(HasSubstr("checksum")));
     tablesAreNotified();
-    run();
   }
 }
 

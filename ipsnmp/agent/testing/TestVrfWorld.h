@@ -54,7 +54,6 @@ struct VrfWorld : World {
   }
   ~VrfWorld() { Kel::System::clockIs({}); }
 
-  // All machines, as the host makes them.
   void start() {
     root->arpTableSmIs(tree.intfStatusDir, ipMib, arp, VrfId(0));
     root->vrfIfTableSmIs(ipVrfMib, tree.intfStatusDir, tree.ipConfig, tree.ip6Config);

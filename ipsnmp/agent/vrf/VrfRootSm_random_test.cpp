@@ -163,8 +163,6 @@ class RandomRun {
     model_.addresses.records.erase({kind, intf});
   }
 
-  // ---- interfaces
-
   void intfStatus(const std::string& intf) {
     const unsigned ifIndex = below(8);
     model_.addresses.ifIndex[intf] = ifIndex < 6 ? ifIndex : 0;
@@ -210,8 +208,6 @@ class RandomRun {
     l3Vrf(kind, intf) = nullptr;
   }
 
-  // ---- neighbours
-
   Arp::Table::ArpEntry anyNeighbour() {
     static const std::array<const char*, 5> addrs{"10.0.0.1", "10.0.0.2", "10.0.1.1", "fe80::1", "2001:db8::1"};
     auto entry = neighbour(below(4), oneOf(addrs), oneOf(intfs));
@@ -238,8 +234,6 @@ class RandomRun {
     for (const auto& entry : entries) model_.entries.insert(modelKey(entry));
     world_.arp->tableIs(entries);
   }
-
-  // ---- VRFs
 
   void id(const std::string& vrf) {
     auto& present = model_.vrfs[vrf].id;
@@ -298,8 +292,6 @@ class RandomRun {
                                            [&] { tree.allVrfStatusGlobal->vrfDel(name); });
     if (isChanged && model.local) model_.rowCame(vrf);
   }
-
-  // ---- comparison
 
   Ptr<IpMib> cacheOf(const std::string& vrf) const {
     if (vrf == "default") return world_.ipMib;

@@ -1,5 +1,3 @@
-// VRFs and their tables of routes.
-
 #include <gmock/gmock.h>
 
 #include "ipsnmp/agent/testing/TestVrfWorld.h"
