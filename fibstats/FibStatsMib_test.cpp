@@ -20,17 +20,6 @@ TEST(FibStatsMib, eachFamilyIsCountedAndGoesAlone) {
   EXPECT_EQ(fibStatsMibFactory("fibstatsmib")->vrfName() + mib->vrfName(), "defaultred");
 }
 
-TEST(FibStatsMib, rowsAreInTheOrderOfTheirNumbers) {
-  const auto mib = fibStatsMibFactory("red");
-  for (const auto type : {routeTypeStaticNexthopGroup, routeTypeIsIs, routeTypeOther, routeTypeVcs, routeTypeBgp}) {
-    for (const auto af : {ipVersion6, ipVersion4}) mib->routeInc(af, type, int{type} % 129);
-  }
-  std::vector<std::pair<int, int>> found;
-  for (const auto& key : mib->routeTypeTable().keys()) found.emplace_back(key.addressFamily(), key.routeType());
-  EXPECT_EQ(found.size(), 10U);
-  EXPECT_TRUE(std::ranges::is_sorted(found) && std::ranges::is_sorted(mib->prefixLenTable().keys()));
-}
-
 TEST(FibStatsMib, values) {
   EXPECT_THROW(RouteTypeInstance(4), Kel::RangeException);
   for (const int length : {-1, 129}) {

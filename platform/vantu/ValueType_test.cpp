@@ -81,7 +81,6 @@ TEST(ValueTypes, areOrderedKeysWithExactTexts) {
        "10.0.0.256:1", "-1:1", "1:1:1", "1.65536:1", "1.:1", "a:b"});
 }
 
-// Bit by bit.
 template <class Address>
 void expectMasks(const Address& sample) {
   const auto isSet = [](const Address& address, unsigned bit) {
