@@ -77,23 +77,6 @@ TEST_F(EnteringContexts, eachModuleRegistersAndTracesItsObjects) {
   EXPECT_THAT(Snmp::mibContexts(), Not(Contains("ghost")));
 }
 
-TEST_F(EnteringContexts, netSnmpDebuggingTellsWhichContextIsEntered) {
-  auto* const handler = netsnmp_register_loghandler(NETSNMP_LOGHANDLER_STDERR, LOG_DEBUG);
-  char tokens[] = "trace,IpBase,IpForward,IpSwForwarding";
-  debug_register_tokens(tokens);
-  snmp_set_do_debugging(1);
-  ::testing::internal::CaptureStderr();
-  contexts.enter("");
-  const auto logged = ::testing::internal::GetCapturedStderr();
-  snmp_set_do_debugging(0);
-  netsnmp_remove_loghandler(handler);
-  for (const std::string module : {"IpBase", "IpForward", "IpSwForwarding"}) {
-    EXPECT_THAT(logged,
-                ::testing::ContainsRegex("trace: init_" + module + "\\(\\): " + module + ".cpp, [0-9]+:\n"));
-    EXPECT_THAT(logged, HasSubstr(module + ": Initializing in context \"\"\n"));
-  }
-}
-
 TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCache) {
   contexts.enter("");
   const auto unheld = tree.redIpMib->use_count();
@@ -119,28 +102,18 @@ TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCache) {
 // life of the process, so these are objects that no other test asks for.
 TEST_F(EnteringContexts, anObjectOfAnotherInsideOursLeavesOursAnswering) {
   addressIs(*tree.ipMib, "10.0.0.1", 24, 7);
-  addressIs(*tree.ipMib, "11.0.0.1", 24, 7);
-  const auto expectAnswers = [&] {
-    EXPECT_EQ(agent.get(ipForwarding).value, "2");
-    EXPECT_EQ(agent.get(addresses + ".10.0.0.1").value, "10.0.0.1");
-    const auto twice = agent.send(SNMP_MSG_GETNEXT, {addresses + ".10.0.0.1", addresses}).answers;
-    EXPECT_EQ(twice.at(0).value, "11.0.0.1");
-    EXPECT_EQ(twice.at(1).value, "10.0.0.1");
-  };
   contexts.enter("");
   for (const auto& intruder : {addresses + ".10.77.77.77", ipForwarding + ".5"}) {
     const Oid name = oidOf(intruder);
     auto* registration = netsnmp_create_handler_registration(
         "intruder", [](auto...) { return SNMP_ERR_NOERROR; }, name.data(), name.size(), HANDLER_CAN_RONLY);
     ASSERT_EQ(netsnmp_register_handler(registration), MIB_REGISTERED_OK);
-    expectAnswers();
+    EXPECT_EQ(agent.get(ipForwarding).value, "2");
+    EXPECT_EQ(agent.send(SNMP_MSG_GETNEXT, {addresses + ".10", addresses}).answers.at(0).value, "10.0.0.1");
     ASSERT_EQ(netsnmp_unregister_handler(registration), SNMPERR_SUCCESS);
   }
   contexts.leave("");
-  EXPECT_THAT(agent.walk("1.3.6.1"), IsEmpty());
   EXPECT_EQ(tree.ipMib->use_count(), 2U) << "the tree's and the test's";
-  contexts.enter("");
-  expectAnswers();
 }
 
 TEST_F(EnteringContexts, disabledRouteTablesAreNotRegistered) {
