@@ -108,7 +108,7 @@ struct FibStatsSmTest : Brev::SchedulerTest {
     return table;
   }
 
-  // ---- the model: what must be counted; of a host that has a route and a neighbour, either
+  // ---- the model: what the tables hold; a host that has a route and a neighbour may count as either
   bool isNeighbour(const Prefix& prefix) const {
     return std::ranges::any_of(neighbours, [&](const ArpKey& key) {
       return key.vrfId == vrfId && Family::host(key.addr) == prefix && key.intfId.text() != "Management1";
@@ -178,7 +178,7 @@ struct FibStatsSmTest : Brev::SchedulerTest {
       writeNeighbours(randomNeighbours());
     }
   }
-  // Unless a review follows nothing changes at a host that has both: what came first counts.
+  // Outside reviews, hosts that have a route and a neighbour stay as they are: there the first of the two counts.
   void keyStep(bool isReviewComing = false) {
     const bool isAny = isReviewComing || sm->isReviewing(), isComing = pick(2) == 0;
     if (pick(2) == 0) {
@@ -293,7 +293,7 @@ TYPED_TEST(FibStatsSmTest, traces) {
   this->runTasks();  // one review of both tables
   this->routes->routeIs(this->route(this->net(0), this->skipped));
   for (const auto type : {this->rip, this->bgp}) this->routes->routeIs(this->route(this->net(0), type));
-  EXPECT_EQ(this->rows(), "1; 8:1; " + std::to_string(this->net(0).length()) + ":1") << "as what it came first";
+  EXPECT_EQ(this->rows(), "1; 8:1; " + std::to_string(this->net(0).length()) + ":1") << "under its first type";
   this->routes->routeDel(this->net(0));
   this->routes->routeIs(this->route(this->host(1), this->rip));
   this->arp->entryIs(one);

@@ -39,9 +39,8 @@ struct ModelRecord {
   }
 };
 
-// The address tables.
-// History counts in one place only: of several prefix lengths of one address that one record holds, the one reported
-// first is in force. So the model stamps each address of a record when it is reported:
+// The address tables. History counts in one place only: of several prefix lengths of one address that one record
+// holds, the one reported first is in force. So the model stamps each address of a record when it is reported:
 //   - all of them, in ascending order, when the record's source, VRF, ifIndex or VRF cache changes;
 //   - the remaining ones, when another length of the same address is removed;
 //   - a new one, when it is added.
@@ -132,7 +131,7 @@ struct ModelVrf {
   std::optional<unsigned> id;
 };
 
-// All caches.
+// The caches of all VRFs.
 // History counts in three places: a VRF is made only by an event that examines it; it is unmade when its local status
 // is deleted; its interface rows are then absent until the interface or the VRF's row changes.
 class VrfModel {
