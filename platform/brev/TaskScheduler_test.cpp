@@ -117,43 +117,14 @@ TEST_F(SchedulerTest, batchEndsWithTheQuantumOrWhenARequestWaitsButRunsOneTask) 
   for (const auto* next : {"c", "a"}) EXPECT_EQ(ranInOneBatch(), Names{next});
 }
 
-TEST_F(SchedulerTest, longPassResumesFromItsBookmarkUntilDone) {
-  int bookmark = 0;
-  const auto between = noting("between");
-  const auto pass = task([&](Task& self) {
-    EXPECT_TRUE(self.taskCurrentlyRunning() && scheduler_->runningTask() == &self);
-    EXPECT_EQ(scheduler_->runReady(), !scheduler_->idle()) << "does nothing in here";
-    for (; bookmark < 100; ++bookmark) {
-      if (self.taskShouldYield()) {
-        self.scheduleTask();
-        break;
-      }
-      now_ += 0.0011;
-      self.taskWorkCountInc();
-    }
-    EXPECT_FALSE(between->taskShouldYield());
-    self.taskWorkPendingIs(static_cast<std::uint64_t>(100 - bookmark));
-  });
-  pass->scheduleTask();
-  between->scheduleTask();
-  EXPECT_EQ(ranInOneBatch(), Names{});
-  EXPECT_EQ(bookmark, 10);
-  EXPECT_EQ(pass->workPending(), 90U);
-  pass->quantumIs(0.025);
-  while (scheduler_->runReady()) {
-  }
-  EXPECT_EQ(ran_, Names{"between"});
-  EXPECT_EQ(bookmark, 100);
-  EXPECT_EQ(pass->workCount(), 100U);
-  EXPECT_EQ(pass->runCount(), 5U);
-  EXPECT_FALSE(pass->taskCurrentlyRunning() || pass->taskShouldYield());
-}
-
 TEST_F(SchedulerTest, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered) {
   int asked = 0;
   bool waits = false;
   scheduler_->setRequestPredicate([&] { return ++asked, waits; });
+  const auto other = noting("other");
   const auto pass = task([&](Task& self) {
+    EXPECT_TRUE(self.taskCurrentlyRunning() && scheduler_->runningTask() == &self);
+    EXPECT_EQ(scheduler_->runReady(), !scheduler_->idle()) << "does nothing in here";
     const auto yields = [&](bool isWaiting, double intervals) {
       waits = isWaiting;
       now_ += intervals * TaskScheduler::requestCheckInterval;
@@ -163,12 +134,14 @@ TEST_F(SchedulerTest, waitingRequestIsSeenAfterAnIntervalOnceInEachAndRemembered
     EXPECT_EQ(asked, 0);
     EXPECT_FALSE(yields(false, 2) || yields(true, 0));
     EXPECT_EQ(asked, 1);
-    EXPECT_TRUE(yields(true, 2) && yields(false, 2));
+    EXPECT_TRUE(yields(true, 2) && yields(false, 2) && !other->taskShouldYield());
     EXPECT_EQ(asked, 2);
   });
   pass->scheduleTask();
+  other->scheduleTask();
   scheduler_->runReady();
   EXPECT_GE(asked, 2);
+  EXPECT_FALSE(pass->taskCurrentlyRunning());
 }
 
 // The test's clock stands: only the descriptor's own timer moves.
