@@ -146,15 +146,19 @@ bool hasRow(SnmpClient& client, const Oid& name) {
 }
 
 Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds) {
+  return walkColumns(client, {root}, maxRepetitions, limitSeconds);
+}
+
+Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRepetitions, double limitSeconds) {
   Walk result;
   const auto start = Clock::now();
   const double firstTimeout = static_cast<double>(toolPatience.timeoutMicroseconds) / 1e6;
-  Oid from = root;
+  std::vector<Oid> from = columns;
   while (!result.isComplete && secondsSince(start) < limitSeconds) {
     const auto asked = Clock::now();
     std::vector<Binding> answer;
     try {
-      answer = maxRepetitions > 0 ? client.getBulk(from, maxRepetitions) : client.getNext(from);
+      answer = maxRepetitions > 0 ? client.getBulk(from, maxRepetitions) : client.getNext(from.front());
     } catch (const std::runtime_error& error) {
       result.failure = error.what();
     }
@@ -162,15 +166,19 @@ Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitS
     result.longestSeconds = std::max(result.longestSeconds, took);
     if (took > firstTimeout) ++result.late;
     if (!result.failure.empty()) break;
-    for (const auto& binding : answer) {
-      const auto& name = binding.name;
+    if (answer.size() < columns.size()) throw std::runtime_error("an answer lacks columns");
+    for (std::size_t i = 0; i < answer.size(); ++i) {
+      const auto& name = answer[i].name;
+      const auto& root = columns[i % columns.size()];
       const bool isBelow = name.size() > root.size() && std::equal(root.begin(), root.end(), name.begin());
-      result.isComplete = binding.isEndOfView || !isBelow;
+      result.isComplete = answer[i].isEndOfView || !isBelow;
       if (result.isComplete) break;
+      if (i >= answer.size() - columns.size() && !(from[i % columns.size()] < name)) {
+        throw std::runtime_error("the walk does not advance");
+      }
+      from[i % columns.size()] = name;
       ++result.rows;
     }
-    if (!result.isComplete && !(from < answer.back().name)) throw std::runtime_error("the walk does not advance");
-    if (!answer.empty()) from = answer.back().name;
   }
   result.seconds = secondsSince(start);
   return result;

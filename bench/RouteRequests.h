@@ -51,6 +51,8 @@ struct Walk {
 // Walks everything below `root` with GETBULK of `maxRepetitions`, or with GETNEXT if that is 0. Ends early after
 // `limitSeconds`, or when a request fails.
 Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds);
+// Walks columns of the same rows at once with GETBULK. Rows count for each column.
+Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRepetitions, double limitSeconds);
 
 // Returns false also if the request fails.
 bool hasRow(SnmpClient& client, const Oid& name);

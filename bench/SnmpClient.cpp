@@ -38,14 +38,16 @@ SnmpClient::~SnmpClient() {
   snmp_sess_close(session_);
 }
 
-std::vector<Binding> SnmpClient::request(int command, const Oid& name, int maxRepetitions) {
+std::vector<Binding> SnmpClient::request(int command, const std::vector<Oid>& names, int maxRepetitions) {
   netsnmp_pdu* pdu = snmp_pdu_create(command);
   if (command == SNMP_MSG_GETBULK) {
     pdu->non_repeaters = 0;
     pdu->max_repetitions = maxRepetitions;
   }
-  const std::vector<oid> words(name.begin(), name.end());
-  snmp_add_null_var(pdu, words.data(), words.size());
+  for (const auto& name : names) {
+    const std::vector<oid> words(name.begin(), name.end());
+    snmp_add_null_var(pdu, words.data(), words.size());
+  }
   netsnmp_pdu* answer = nullptr;
   const int status = snmp_sess_synch_response(session_, pdu, &answer);
   if (status != STAT_SUCCESS || !answer) throw Unanswered("no answer from the agent");
@@ -59,15 +61,15 @@ std::vector<Binding> SnmpClient::request(int command, const Oid& name, int maxRe
 }
 
 std::vector<Binding> SnmpClient::get(const Oid& name) {
-  return request(SNMP_MSG_GET, name, 0);
+  return request(SNMP_MSG_GET, {name}, 0);
 }
 
 std::vector<Binding> SnmpClient::getNext(const Oid& name) {
-  return request(SNMP_MSG_GETNEXT, name, 0);
+  return request(SNMP_MSG_GETNEXT, {name}, 0);
 }
 
-std::vector<Binding> SnmpClient::getBulk(const Oid& name, int maxRepetitions) {
-  return request(SNMP_MSG_GETBULK, name, maxRepetitions);
+std::vector<Binding> SnmpClient::getBulk(const std::vector<Oid>& names, int maxRepetitions) {
+  return request(SNMP_MSG_GETBULK, names, maxRepetitions);
 }
 
 bool SnmpClient::answers(const Oid& name) {

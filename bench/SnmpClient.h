@@ -39,12 +39,13 @@ class SnmpClient {
   // Throw Unanswered, or std::runtime_error that names an error status.
   std::vector<Binding> get(const Oid& name);
   std::vector<Binding> getNext(const Oid& name);
-  std::vector<Binding> getBulk(const Oid& name, int maxRepetitions);
+  // Asks for all names at once: the answer has one binding for each in turn.
+  std::vector<Binding> getBulk(const std::vector<Oid>& names, int maxRepetitions);
   // Returns false on a timeout or an error. For waiting until an agent answers.
   bool answers(const Oid& name);
 
  private:
-  std::vector<Binding> request(int command, const Oid& name, int maxRepetitions);
+  std::vector<Binding> request(int command, const std::vector<Oid>& names, int maxRepetitions);
   void* session_;
 };
 

@@ -94,7 +94,7 @@ void walk(Subject& subject) {
   Oid from = column;
   std::uint32_t seen = 0;
   for (bool inColumn = true; inColumn;) {
-    for (const auto& binding : subject.client.getBulk(from, bulkRepetitions)) {
+    for (const auto& binding : subject.client.getBulk({from}, bulkRepetitions)) {
       inColumn = !binding.isEndOfView && std::equal(column.begin(), column.end(), binding.name.begin());
       if (!inColumn) break;
       from = binding.name;

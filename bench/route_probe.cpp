@@ -42,6 +42,7 @@ struct Options {
   bool isPatient = false;
   bool isOneNextHop = false;
   int repetitions = Bench::toolRepetitions;
+  unsigned columns = 1;
 };
 
 // Waits until somebody listens: a request before that is lost.
@@ -98,8 +99,11 @@ json ready(const Options& options) {
 json walk(const Options& options) {
   const auto client = answeringClient(options, options.isPatient ? patient : Bench::toolPatience);
   const Bench::RouteTable table(options.table);
-  const auto root = options.isWholeTable ? table.oid() : table.columnOid(Bench::RouteTable::measuredColumn);
-  return valueOf(Bench::walk(*client, root, options.isGetNext ? 0 : options.repetitions, options.limit));
+  std::vector<Bench::Oid> roots;
+  for (unsigned i = 0; i < options.columns; ++i)
+    roots.push_back(table.columnOid(Bench::RouteTable::measuredColumn + i));
+  if (options.isWholeTable) roots = {table.oid()};
+  return valueOf(Bench::walkColumns(*client, roots, options.isGetNext ? 0 : options.repetitions, options.limit));
 }
 
 json requests(const Options& options) {
@@ -187,6 +191,7 @@ int main(int argc, char* argv[]) {
   withAgent(added), withLimit(added);
   added->add_flag("--whole-table", options.isWholeTable, "instead of one column");
   added->add_option("--repetitions", options.repetitions);
+  added->add_option("--columns", options.columns, "how many, asked for at once");
   added->add_flag("--getnext", options.isGetNext);
   added->add_flag("--patient", options.isPatient, "waits a minute for an answer");
   added = command("requests", "latencies of single requests", requests);

@@ -37,6 +37,11 @@ std::variant<MirrorOptions, int> parseOptions(int argc, const char* const* argv,
       app.add_option("--group", group,
                      "Group that may read the store, by name or number (default: the directory's)")
           ->type_name("GROUP");
+  app.add_option("--nice", options.niceness,
+                 "How far below the agent's the priority for the processor is, from 0 to 19; see nice(1)")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(0, 19))
+      ->capture_default_str();
   app.add_option("--trace", options.trace, "Trace levels, such as 'Mirror*/0-6'")->type_name("LEVELS");
   app.add_flag("--recreate-store,--recreate", options.recreateStore,
                "Begin with an empty store, whatever is there; a file that is no store of ours is set aside");

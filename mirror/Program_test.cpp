@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <sstream>
@@ -66,7 +67,8 @@ TEST_F(ProgramTest, options) {
   }
   EXPECT_EQ(run("-V"), 0);
   EXPECT_THAT(output(), testing::StartsWith("quorin-mirrord "));
-  for (const char* wrong : {"--no-such", "--store", "stray"}) expectRefusal(wrong, wrong);
+  for (const char* wrong : {"--no-such", "--store", "stray", "--nice 20"})
+    expectRefusal(wrong, std::string(wrong).substr(0, 6));
   for (const std::string empty : {"--store", "--config", "--netns-dir"})
     expectRefusal(empty + " ''", empty + " is");
 
@@ -90,6 +92,7 @@ TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
   const pid_t daemon = publisher();
   ASSERT_GT(daemon, 1);
   EXPECT_EQ(getsid(daemon), daemon) << "a session of its own";
+  EXPECT_EQ(getpriority(PRIO_PROCESS, static_cast<id_t>(daemon)), getpriority(PRIO_PROCESS, 0) + 5);
   EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), "/");
   EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/fd/2"), "/dev/null");
 

@@ -135,6 +135,50 @@ class Snmpd(Agent):
         raise AgentEnded(f"snmpd does not let its cache be kept: {done.stderr.strip()}")
 
 
+class Subagent(Quorin):
+    """quorin-mirrord, and quorind as an AgentX subagent of an snmpd whose own route tables are off."""
+
+    name = "subagent"
+    port = 1164
+
+    def start(self):
+        store, socket_path = self.path("store"), self.path("agentx")
+        shutil.rmtree(store, ignore_errors=True)
+        self.mirror = self.run("quorin-mirrord", "-f", "--store", store)
+        configuration = self.write("snmpd.conf", f"{ACCESS}master agentx\nagentXSocket {socket_path}\n")
+        self.master = self.run(SNMPD, "-f", "-C", "-c", configuration, "-LEw", "-I",
+                               "-smux,ipCidrRouteTable,inetCidrRouteTable", self.endpoint)
+        wait_for_socket(socket_path)
+        self.serving = self.run("quorind", "-f", "-X", "-x", socket_path, "-C", "-c", self.write("quorind.conf", ""),
+                                "--store", store)
+
+    def pids(self):
+        return [self.master.pid, self.serving.pid]
+
+
+class Plugin(Quorin):
+    """quorin-mirrord, and the library as a plugin of snmpd."""
+
+    name = "plugin"
+    port = 1165
+
+    @classmethod
+    def needs(cls):
+        return [*super().needs(), SNMPD, cls.library()]
+
+    @staticmethod
+    def library():
+        return os.path.abspath(os.path.join(os.environ["QUORIN_BIN_DIR"], "..", "lib", "quorin.so"))
+
+    def start(self):
+        store = self.path("store")
+        shutil.rmtree(store, ignore_errors=True)
+        self.mirror = self.run("quorin-mirrord", "-f", "--store", store)
+        lines = f"{ACCESS}dlmod quorin {self.library()}\nquorinStore {store}\n"
+        self.serving = self.run(SNMPD, "-f", "-C", "-c", self.write("snmpd.conf", lines), "-LEw", "-I", "-smux",
+                                self.endpoint)
+
+
 class Zebra(Snmpd):
     """FRR's zebra as an AgentX subagent of an snmpd whose own route tables are off."""
 
@@ -166,7 +210,7 @@ class Zebra(Snmpd):
                                 environment={"SNMPCONFPATH": self.directory})
 
 
-AGENTS = {agent.name: agent for agent in (Quorin, Snmpd, Zebra)}
+AGENTS = {agent.name: agent for agent in (Quorin, Snmpd, Zebra, Subagent, Plugin)}
 
 
 def wait_for_socket(path, seconds=10):

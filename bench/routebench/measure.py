@@ -174,6 +174,9 @@ class Measurement:
                 os.sched_setaffinity(int(thread), allowed if everywhere else {one})
         return one
 
+    def load_routes(self):
+        Probe(self.namespace, "load", "--routes", self.routes).result()
+
     def start_on_standing_routes(self):
         begin = time.monotonic()
         self.agent.start()

@@ -90,14 +90,16 @@ void AgentLoop::turn() {
     netsnmp_dispatch_external_events2(&readyCount, readable.get(), writable.get(), exceptional.get());
   }
   if (readyCount > 0) {
-    snmp_read2(readable.get());
+    turns_.time(Turns::requests, [&] { snmp_read2(readable.get()); });
   } else {
     snmp_timeout();
   }
-  dispatch(ready);
-  snmp_store_if_needed();
-  run_alarms();
-  netsnmp_check_outstanding_agent_requests();
+  if (!ready.empty()) turns_.time(Turns::tasks, [&] { dispatch(ready); });
+  turns_.time(Turns::alarms, [] {
+    snmp_store_if_needed();
+    run_alarms();
+    netsnmp_check_outstanding_agent_requests();
+  });
   if (turnEnd_) turnEnd_();
 }
 

@@ -15,6 +15,7 @@
 #include <map>
 #include <vector>
 
+#include "host/agent/Turns.h"
 #include "host/composition/EventLoop.h"
 
 namespace Host {
@@ -37,6 +38,8 @@ class AgentLoop : public EventLoop {
   // Waits until a descriptor is ready or an alarm is due, and serves it.
   void turn();
 
+  const Turns& turns() const { return turns_; }
+
  private:
   struct Watch {
     Callback callback;
@@ -48,6 +51,7 @@ class AgentLoop : public EventLoop {
   unsigned generation_ = 0;
   bool isStopping_ = false;
   Callback turnEnd_;
+  Turns turns_;
 
   std::vector<pollfd> requestFds_;  // net-snmp's sockets, as of the latest turn
   bool isRequestSeen_ = false;

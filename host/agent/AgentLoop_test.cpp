@@ -187,4 +187,24 @@ TEST(StreamConnections, aConnectionThatCannotBeServedLeavesNothingAndTheLoopDoes
   snmp_close(listening);
 }
 
+TEST(Turns, showHowManyTookHowLong) {
+  using std::chrono::microseconds;
+  Host::Turns turns;
+  EXPECT_EQ(turns.text(Host::Turns::alarms), "alarms: 0, p99 0.000 ms, longest 0.000 ms");
+  for (int i = 0; i < 990; ++i) turns.add(Host::Turns::requests, microseconds(40 + i % 20));
+  for (int i = 0; i < 10; ++i) turns.add(Host::Turns::requests, microseconds(7000));
+  auto figures = turns.figures(Host::Turns::requests);
+  EXPECT_EQ(figures.count, 1000U);
+  EXPECT_GE(figures.p99, microseconds(59));
+  EXPECT_LE(figures.p99, microseconds(75));
+  EXPECT_EQ(figures.longest, microseconds(7000));
+  for (int i = 0; i < 10; ++i) turns.add(Host::Turns::requests, microseconds(7000));
+  EXPECT_EQ(turns.figures(Host::Turns::requests).p99, microseconds(7000)) << "no longer than the longest";
+  for (const long took : {0L, 3L, 4L, 7L, 8L, 1'000'000'007L}) {
+    Host::Turns one;
+    one.add(Host::Turns::tasks, std::chrono::nanoseconds(took));
+    EXPECT_EQ(one.figures(Host::Turns::tasks).p99.count(), took);
+  }
+}
+
 }  // namespace

@@ -51,6 +51,8 @@ void handleSignals(SignalFd& signals, AgentLoop& loop, NetSnmpAgent& agent, cons
   while (const auto signal = signals.next()) {
     if (*signal == SIGHUP) {
       reload(agent, hooks);
+    } else if (*signal == SIGUSR1) {
+      for (const auto kind : Turns::kinds) logInfo("turns of {}", loop.turns().text(kind));
     } else {
       loop.stop();
     }
@@ -100,7 +102,7 @@ int run(const AgentOptions& options, const AgentHooks& hooks) {
   Process::endWhenOutOfMemory("quorind", agentLogLine);
   Process::raiseFileLimit();
   signal(SIGPIPE, SIG_IGN);
-  SignalFd signals{SIGTERM, SIGINT, SIGHUP};
+  SignalFd signals{SIGTERM, SIGINT, SIGHUP, SIGUSR1};
   std::optional<PidFile> pidFile;  // removed last: until then the agent may still save its state
   NetSnmpAgent agent(options);
   try {
