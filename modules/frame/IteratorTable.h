@@ -130,9 +130,10 @@ class IteratorTable final : public MibTable {
     void advance() override { walker_.advance(); }
     const void* row() const override { return &static_cast<const Row&>(walker_.row()); }
     void printKey(std::ostream& out) const override { printTraced(out, walker_.key()); }
+    void traceRow() const override { table_->traceRow(walker_.key()); }
+    std::unique_ptr<RowCursor> clone() const override { return std::make_unique<Cursor>(*this); }
     std::size_t writeIndex(std::span<oid> to) const override {
       decltype(auto) key = walker_.key();
-      table_->traceRow(key);
       const std::size_t length = table_->index_.write(key, to.first(table_->indexRoom()));
       if (length == 0) table_->traceNotServed(key);
       return length;

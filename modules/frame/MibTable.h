@@ -60,9 +60,13 @@ class RowCursor {
   // The following require: not at the end.
   virtual const void* row() const = 0;
   virtual void printKey(std::ostream& out) const = 0;
+  virtual void traceRow() const = 0;
   // Writes the sub-identifiers of the row's index, and returns their number. 0 if they do not fit: the row is not
   // served, which is traced at level 0.
   virtual std::size_t writeIndex(std::span<oid> to) const = 0;
+
+  // A cursor of its own on the same row.
+  virtual std::unique_ptr<RowCursor> clone() const = 0;
 
  protected:
   RowCursor() = default;

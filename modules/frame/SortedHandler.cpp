@@ -4,6 +4,8 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <utility>
+#include <vector>
 
 #include "modules/frame/MibTable.h"
 #include "modules/frame/ServedEntity.h"
@@ -73,6 +75,73 @@ std::optional<Target> targetOf(const MibTable& table, Name root, Name name, bool
   return Target{column, column == below[1] ? below.subspan(2) : Name()};
 }
 
+// The rows that one request of a message was given, for the requests after it: mostly they ask for other columns of the
+// same rows. net-snmp frees it with the message.
+class SharedRows {
+ public:
+  static constexpr const char* name = "quorin_shared_rows";
+
+  SharedRows(const MibTable& table, const Kel::Entity* cache, Name asked)
+      : table_(&table), cache_(cache), asked_(asked.begin(), asked.end()), live_(table.find(cache, asked, true)) {}
+
+  bool areFor(const MibTable& table, const Kel::Entity* cache, Name asked) const {
+    return table_ == &table && cache_ == cache &&
+           std::equal(asked_.begin(), asked_.end(), asked.begin(), asked.end());
+  }
+
+  // The rows from the first one on. Lifetime: that of this object.
+  std::unique_ptr<RowCursor> cursor() { return std::make_unique<Cursor>(*this); }
+
+ private:
+  struct Row {
+    std::unique_ptr<RowCursor> cursor;
+    std::vector<oid> index;  // empty: not served
+  };
+
+  class Cursor final : public RowCursor {
+   public:
+    explicit Cursor(SharedRows& rows) : rows_(rows) { rows_.reach(at_); }
+
+    bool isAtEnd() const override { return at_ >= rows_.rows_.size(); }
+    bool gaveUp() const override { return isAtEnd() && rows_.live_->gaveUp(); }
+    void advance() override { rows_.reach(++at_); }
+    const void* row() const override { return here().cursor->row(); }
+    void printKey(std::ostream& out) const override { here().cursor->printKey(out); }
+    void traceRow() const override { here().cursor->traceRow(); }
+    std::size_t writeIndex(std::span<oid> to) const override {
+      std::copy(here().index.begin(), here().index.end(), to.begin());
+      return here().index.size();
+    }
+    std::unique_ptr<RowCursor> clone() const override { return here().cursor->clone(); }
+
+   private:
+    const Row& here() const { return rows_.rows_[at_]; }
+
+    SharedRows& rows_;
+    std::size_t at_ = 0;
+  };
+
+  // Takes rows in until there is one at this position, or the table ends.
+  void reach(std::size_t at) {
+    while (rows_.size() <= at && !live_->isAtEnd()) {
+      oid index[MAX_OID_LEN];
+      const std::size_t length = live_->writeIndex(index);
+      rows_.push_back({live_->clone(), {index, index + length}});
+      live_->advance();
+    }
+  }
+
+  const MibTable* table_;
+  const Kel::Entity* cache_;
+  std::vector<oid> asked_;
+  std::unique_ptr<RowCursor> live_;  // behind the last of the rows
+  std::vector<Row> rows_;
+};
+
+extern "C" void quorinFreeSharedRows(void* rows) {
+  delete static_cast<SharedRows*>(rows);
+}
+
 // Answers one request.
 class Answer {
  public:
@@ -118,16 +187,30 @@ class Answer {
                            ? netsnmp_acm_check_subtree(info_->asp->pdu, name_, prefixLength_)
                            : VACM_SUBTREE_UNKNOWN;
       if (view == VACM_NOTINVIEW) continue;
-      const auto cursor = table_.find(cache_, target.index, true);
-      if (const auto status = fill(target.column, *cursor, mayFillAhead && view == VACM_SUCCESS)) return *status;
+      const bool isAhead = mayFillAhead && view == VACM_SUCCESS;
+      const auto cursor =
+          isAhead && message_.requests > 1 ? shared(target.index) : table_.find(cache_, target.index, true);
+      if (const auto status = fill(target.column, *cursor, isAhead)) return *status;
     }
   }
 
  private:
+  std::unique_ptr<RowCursor> shared(Name index) {
+    auto* rows = static_cast<SharedRows*>(netsnmp_agent_get_list_data(info_, SharedRows::name));
+    if (rows == nullptr) {
+      rows = new SharedRows(table_, cache_, index);
+      netsnmp_agent_add_list_data(info_, netsnmp_create_data_list(SharedRows::name, rows, quorinFreeSharedRows));
+    } else if (!rows->areFor(table_, cache_, index)) {
+      *rows = SharedRows(table_, cache_, index);
+    }
+    return rows->cursor();
+  }
+
   void standIn(unsigned column) { name_[prefixLength_ - 1] = column; }
 
   // Sets the name to that of the cursor's row. Returns its length; 0 if the row is not served.
   std::size_t nameRow(const RowCursor& cursor) {
+    cursor.traceRow();
     const std::size_t length = cursor.writeIndex(std::span(name_).subspan(prefixLength_));
     return length > 0 ? prefixLength_ + length : 0;
   }

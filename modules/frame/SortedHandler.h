@@ -10,11 +10,12 @@
 //
 // GETBULK: all repetitions are filled in one call where the whole column is in the view of the request. Otherwise one is
 // filled in a call, as net-snmp does, since it checks the access to just the next one. A column that is wholly out of
-// view is passed over at once.
+// view is passed over at once. Requests of a message that ask from the same row for different columns share the rows:
+// they are searched and their index is made once.
 //
 // Rows without an instance of the object (Column.h) are passed over, at most `maxPassedOver` of them in a message.
 //
-// Traces: those of the table's frame, once per request. Thread: the agent's. If net-snmp has divided a registration,
+// Traces: those of the table's frame, once per request; for rows that are shared, the hint only once. Thread: the agent's. If net-snmp has divided a registration,
 // each piece has a handler.
 
 #include "modules/frame/NetSnmp.h"
