@@ -74,8 +74,8 @@ struct Column : ColumnBase {
   }
 };
 
-// `read` maps a row to the value that the conversion takes, or to an optional of it. With nullopt the row has no instance
-// of this object now: a GET is answered with noSuchInstance, and a GETNEXT continues with the next row.
+// `read` maps a row to the value that the conversion takes, or to an optional of it. With nullopt the row has no
+// instance of this object now: a GET is answered with noSuchInstance, and a GETNEXT continues with the next row.
 template <class Row, class Value, class Read>
 Column<Row> column(unsigned number, const char* object, unsigned char asnType, const Conversion<Value>& conversion,
                    const char* attribute, Read read) {

@@ -9,13 +9,13 @@
 //
 // The helper asks for the first row of a walk and for each next one. It keeps the requested row in a data context, from
 // which the handler reads the column. For a sorted table it passes the request itself as a hint to where the walk may
-// start. A hint only saves steps: a walk from the first row gives the same answer. SortedHandler.h answers most requests
-// to a sorted table without the helper.
+// start. A hint only saves steps: a walk from the first row gives the same answer. SortedHandler.h answers most
+// requests to a sorted table without the helper.
 //
-// Lifetime: a loop context and a data context are each a RowCursor on the heap, which the helper owns until it calls the
-// free function. Only make_data_context makes a data context: the helper would free an earlier one once for every
-// request that the row does not match. The helper owns `chain` (net-snmp's put_index_data), the variables for the index
-// of a row.
+// Lifetime: a loop context and a data context are each a RowCursor on the heap, which the helper owns until it calls
+// the free function. Only make_data_context may allocate a data context. If getFirstDataPoint or getNextDataPoint did,
+// the helper would free it once for each request that the row does not match. The helper owns `chain` (net-snmp's
+// put_index_data), the variables for the index of a row.
 
 #include <memory>
 
@@ -168,8 +168,8 @@ class IteratorTable final : public MibTable {
     line.stream() << " cannot be written; the row is not served";
   }
 
-  // Advances to the first row from here on whose index can be written; null would end the table before the later rows.
-  // Returns null at the end.
+  // Advances to the first row, from the cursor's on, whose index can be written. Returns null only at the end, since
+  // the helper takes null for the end of the table.
   netsnmp_variable_list* rowFrom(Cursor& cursor, netsnmp_variable_list* chain) const {
     auto* row = iterationHelper(&cursor, chain);
     while (row == nullptr && !cursor.isAtEnd()) {
@@ -225,10 +225,10 @@ class IteratorTable final : public MibTable {
                         });
   }
 
-  // Where the sub-identifiers of a request point.
+  // The key that the sub-identifiers of a request mean.
   struct Asked {
-    std::optional<Key>
-        key;               // theirs, or that of the nearest complete index (IndexFloor.h); none if they form no key
+    // Of the nearest complete index (IndexFloor.h); none if its components form no key.
+    std::optional<Key> key;
     bool isExact = false;  // the key has exactly these sub-identifiers
     bool isHint = false;   // the helper would have passed the key as a hint
   };
@@ -305,7 +305,7 @@ class IteratorTable final : public MibTable {
     }
   }
 
-  // At or before the first row above what was asked for.
+  // A walker at or before the first row above the requested index.
   static W above(const Kel::Ptr<const Cache>& cache, const Asked& asked) {
     const Key& key = *asked.key;
     constexpr bool mayPassOver = requires {

@@ -27,8 +27,8 @@ struct TableDescription {
   bool absentKeyIsTraced = false;
   // The object group that disables the table in the configuration; null: none.
   const char* group = nullptr;
-  // Whether genErr is set on the first request of a batch, whichever request's value cannot be encoded. The statistics
-  // tables have always done so.
+  // Whether a value that cannot be encoded sets genErr on the first request of the batch, rather than on its own. The
+  // statistics tables do so.
   bool firstRequestTakesGenErr = false;
 };
 
@@ -95,27 +95,28 @@ class MibTable {
   // error status.
   int handle(const netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) const noexcept;
 
-  // For SortedHandler. Return 0 if there is no such column.
+  // For SortedHandler: the number of the first column at or above `number` (0 if there is none), and of the last one.
   unsigned columnAtOrAbove(oid number) const;
   unsigned lastColumn() const { return columns_.back().number; }
 
-  // For SortedHandler: searches `cache`, an entity of the table's source, for the sub-identifiers after the column. A
-  // cursor at or before the first row that may answer, for GETNEXT one above them. Null if no row can have them (GET).
-  // Traces them as a hint. May throw.
+  // For SortedHandler: searches `cache`, an entity of the table's source, for `index`, the sub-identifiers after the
+  // column. Returns a cursor at or before the first row that may answer: the row of `index` (GET), or the first row
+  // above it (`isForNext`). Null if no row can have this index (GET). Traces `index` as the iterator helper's hint.
+  // Throws the exceptions of the walker.
   virtual std::unique_ptr<RowCursor> find(const Kel::Entity* cache, std::span<const oid> index,
                                           bool isForNext) const = 0;
 
-  // For SortedHandler: whether the table helper takes the sub-identifiers for a whole index.
+  // For SortedHandler: whether net-snmp's table helper would parse the sub-identifiers as a complete index.
   virtual bool isWholeIndex(std::span<const oid> index) const = 0;
 
   enum class Outcome { value, noInstance, failure };
 
-  // Sets the variable to the value of a column in the cursor's row. Requires: the column exists; the cursor is not at the
-  // end.
+  // Sets the variable to the value of a column in the cursor's row. Requires: the column exists; the cursor is not at
+  // the end.
   Outcome setValue(unsigned column, const RowCursor& cursor, netsnmp_variable_list* variable) const;
   // Refuses the SET of a column.
   void refuseSet(unsigned column, netsnmp_request_info* request) const;
-  // The traces of the request loop: that it is entered, and that a request has no row.
+  // Write the traces of the request loop: that it is entered, and that a request has no row.
   void traceRequest(int mode) const;
   void traceNoRow() const;
 

@@ -1,22 +1,23 @@
 #pragma once
-// The handler of a sorted table: answers GET, GETNEXT and GETBULK from one cursor, by one search and then steps. It is in
-// front of net-snmp's helpers (bulk_to_next, table, table_iterator) and behind serialize, which passes one request at a
-// time. It leaves to them what it does not answer: SET, and names that are not below a column. They must give the same
-// answers for every request; setEnabled(false) makes them, for comparisons.
+// Answers the requests to a table whose rows are in index order, without net-snmp's iterator helper. A GET, a GETNEXT
+// and all repetitions of a GETBULK need one search in the cache; then one cursor steps from row to row.
 //
-// Why: the helpers copy the index variables of a row three times, a kilobyte for each component, and for every repetition
-// of a GETBULK the agent searches the row again. For half an index, an index past the last row and a GET of a missing
-// row, the iterator helper walks the whole table.
+// Place: behind net-snmp's serialize handler, which passes one request at a time, and in front of its helpers
+// bulk_to_next, table and table_iterator. Each piece of a registration that net-snmp has divided has a handler.
 //
-// GETBULK: all repetitions are filled in one call where the whole column is in the view of the request. Otherwise one is
-// filled in a call, as net-snmp does, since it checks the access to just the next one. A column that is wholly out of
-// view is passed over at once. Requests of a message that ask from the same row for different columns share the rows:
-// they are searched and their index is made once.
+// - GET, GETNEXT, GETBULK: answered from the cursor. Rows without an instance of the object (Column.h) are skipped.
+// - GETBULK: one call fills all repetitions if the whole column is in the view of the request, and the message has one
+//   variable binding or room for the longest names of all its bindings. Otherwise one call fills one repetition, as in
+//   net-snmp, whose access control checks only one variable of a request after each call. A column that is wholly out
+//   of view is skipped without a search. Bindings of a message that ask from the same row for different columns share
+//   the rows: the search and the names of the rows are made once.
+// - SET of a name with a complete index: refused with notWritable, without a search.
+// - Everything else goes to the helpers: any other SET, names to which no column or no instance can belong, and all
+//   requests after setEnabled(false).
 //
-// Rows without an instance of the object (Column.h) are passed over, at most `maxPassedOver` of them in a message.
-//
-// Traces: those of the table's frame, once per request; for rows that are shared, the hint only once. Thread: the agent's. If net-snmp has divided a registration,
-// each piece has a handler.
+// Guarantees: the same answers as the helpers, which tests compare by disabling the handler. The exceptions are in
+// docs/decisions/0026, and so is the reason for the handler: the time and memory that the helpers take.
+// Traces: those of MibTable, once for each request; for shared rows, the hint only once. Thread: the agent's.
 
 #include "modules/frame/NetSnmp.h"
 
@@ -26,15 +27,16 @@ class MibTable;
 
 class SortedHandler {
  public:
-  // When the requests of one message have passed over so many rows, its further GETNEXTs that need to are answered with
-  // genErr, so that no message blocks the agent.
+  // The number of rows without an instance that all requests of one message may visit together. At the last of them,
+  // and at each further one, the request is answered with genErr, so that no message blocks the agent.
   static constexpr unsigned maxPassedOver = 10000;
 
-  // Puts the handler in front of the registration's handlers. Returns false if net-snmp refuses. Lifetime: the table
-  // must outlive the registration.
+  // Puts the handler in front of the registration's handlers. Returns false if net-snmp refuses it or memory is short.
+  // Lifetime: `table` must outlive the registration.
   static bool inject(netsnmp_handler_registration* registration, const MibTable& table);
 
-  // Disabled handlers pass every request on. Enabled at first.
+  // Enables or disables all handlers of the process; they are enabled at first. A disabled handler passes every request
+  // to the helpers.
   static void setEnabled(bool enabled);
 };
 

@@ -27,11 +27,14 @@ concept Walker = std::copyable<W> && std::constructible_from<W, Kel::Ptr<const t
 
 // A walker that visits rows in SNMP index order and can start anywhere: W(cache, key) is at lower_bound(key), or at the
 // end. It may throw Kel::RangeException. Without such a walker, each request searches the table from its first row to
-// its last. A walker whose search differs from that, because its rows are costly to compute, has three more operations:
+// its last.
 //
-// - passingOverNone(cache, key): at or before lower_bound(key), where W(cache, key) may skip rows above the key.
-// - behind(cache, key): at upper_bound(key).
-// - gaveUp(): true at an end after which rows may exist. A GETNEXT that meets it is answered with genErr.
+// A walker whose rows are costly to compute may have a W(cache, key) that skips rows above the key. It then has three
+// more operations:
+// - passingOverNone(cache, key): a walker at or before lower_bound(key).
+// - behind(cache, key): a walker at upper_bound(key).
+// - gaveUp(): whether the walker ended its search early: it is at the end, but further rows may exist. A GETNEXT is
+//   then answered with genErr.
 template <class W>
 concept SeekingWalker = Walker<W> && requires(Kel::Ptr<const typename W::Cache> cache, const typename W::Key& key) {
   W(cache, key);
