@@ -35,8 +35,8 @@ class TaskScheduler : public Kel::PtrInterface {
  public:
   // Time limit of a batch, and of a run of a task that has no quantum of its own.
   static constexpr Kel::Seconds defaultQuantum = 0.010;
-  // Interval at which the host's predicate is called during a run. No run has to yield to requests earlier, so tasks
-  // make progress under a constant load of requests.
+  // The request predicate is called at this interval during a run, first after one interval. So each run has at least
+  // this time, and tasks make progress even while requests always wait.
   static constexpr Kel::Seconds requestCheckInterval = 0.0005;
 
   // Throws Kel::Exception when the kernel refuses the descriptors.

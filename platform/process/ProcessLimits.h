@@ -1,5 +1,5 @@
 #pragma once
-// The limits under which a daemon of ours runs.
+// Limits that both daemons set for their own process: open files, memory, system calls.
 
 namespace Process {
 
@@ -16,8 +16,8 @@ inline constexpr int outOfMemoryStatus = 71;
 void endWhenOutOfMemory(const char* program, void (*report)(const char* line) = nullptr);
 
 // Makes the kernel refuse, with EPERM, system calls that the daemons never need and an intruder would like: to start
-// programs, to look into other processes, to mount, to load code into the kernel, to change its clock or keys. Cannot be
-// undone; children inherit it. Returns false and sets errno if the kernel has no such filter (seccomp).
+// programs, to look into other processes, to mount, to load code into the kernel, to change its clock or keys. Cannot
+// be undone; children inherit it. Returns false and sets errno if the kernel has no such filter (seccomp).
 bool denyDangerousSystemCalls();
 
 }  // namespace Process

@@ -4,8 +4,8 @@
 // It holds the journal's head in 8 bytes, and "PID NAME" of the publisher behind it. The publisher holds a read lock on
 // it (fcntl, F_OFD_SETLK) while it runs. Readers query that lock, and cannot prevent it.
 //
-// A write only wakes the readers, which then read the journal. So a missed one loses nothing: the next write, or the poll
-// once a second, leads to the same journal.
+// A write only wakes the readers, which then read the journal. So a missed one loses nothing: the next write, or the
+// poll once a second, leads to the same journal.
 
 #include <cstdint>
 #include <string>
@@ -38,8 +38,8 @@ class Doorbell {
   int fd_ = -1;
 };
 
-// The publisher that holds the doorbell of `directory` now. `alive` is false when none does, and when the file is missing
-// or cannot be read.
+// The publisher that holds the doorbell of `directory` now. `alive` is false when none does, and when the file is
+// missing or cannot be read.
 PublisherInfo doorbellHolder(const std::string& directory);
 
 // Watches the doorbell file for rings, and its directory for the store's creation and removal; while there is no

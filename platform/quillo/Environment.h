@@ -1,5 +1,5 @@
 #pragma once
-// A store's data file and lock file, opened, and the identity that the data bear. Internal to the store.
+// An open store: its data file and lock file, and the identity record in the data. Internal to the store.
 
 #include <sys/types.h>
 
@@ -23,10 +23,11 @@ class Environment {
  public:
   enum class Access { read, publish };
 
-  // Opens the file and its indexes and checks who wrote it. A publisher makes a new store of an absent or empty file. For
-  // a reader, a store that is missing or incomplete is a StoreException `notReady`. Any other StoreException stays true
-  // until the file changes. A file that cannot be opened is `damaged` where it holds names of ours or lies beside a
-  // doorbell, and otherwise `foreign`. It is left unchanged.
+  // Opens the file and its indexes, and checks that this system wrote it. A publisher creates a new store if the file
+  // is missing or empty.
+  // Throws StoreException, and leaves the file unchanged. To a reader, a missing or incomplete store is `notReady`. A
+  // file that cannot be opened is `damaged` if it is a store of this system (isStoreOfOurs), else `foreign`. Except for
+  // `notReady`, another attempt fails in the same way until the file changes.
   Environment(const std::string& directory, Access access, std::size_t mapBytes);
   ~Environment();
   Environment(const Environment&) = delete;
@@ -37,12 +38,12 @@ class Environment {
   const std::string& directory() const { return directory_; }
   std::uint64_t generation() const { return generation_; }
 
-  // Begins a read transaction, which endRead() ends; follows a publisher that enlarges the map. A status of the
-  // storage engine or of the fault guard.
+  // Begins a read transaction, which endRead() ends. Enlarges the mapping if the publisher has enlarged the file.
+  // Returns 0, or a status of the storage engine or of the fault guard (mappingFault).
   int beginRead(MDB_txn*& txn) const;
   static void endRead(MDB_txn* txn);
 
-  // Another file, or none, has the name of the data file or of the lock file now, or the lock file was cut short.
+  // Whether the data file or the lock file was removed or replaced under its name, or the lock file was truncated.
   bool replaced() const;
   // Bytes of address space.
   std::size_t mapBytes() const;
@@ -56,7 +57,7 @@ class Environment {
   };
   std::optional<KnownHead>& knownHead() { return knownHead_; }
 
-  // A fault was met in the mapping: the storage engine's own state in memory may be inconsistent.
+  // Whether an access to the mapping has faulted, so that the storage engine's state in memory may be inconsistent.
   bool faulted() const { return faulted_; }
   void setFaulted() { faulted_ = true; }
 
@@ -85,10 +86,11 @@ class Environment {
   OpenFile data_, lock_;
 };
 
-// Whether the data file of a directory is, or was, a store of ours: it holds our names, or lies beside a doorbell.
+// Whether the data file of a directory is, or was, a store of this system: it contains the names of our indexes, or the
+// directory has a doorbell.
 bool isStoreOfOurs(const std::string& directory);
 
-// "<what>" for a status of the storage engine or of the fault guard.
+// The text for a status of the storage engine or of the fault guard.
 std::string statusText(int status);
 
 // Key of the store's identity in the index of records. Its value is readable in every format version:

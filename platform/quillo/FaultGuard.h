@@ -1,12 +1,12 @@
 #pragma once
 // Safe reading of a mapped file whose pages may be gone or damaged.
 //
-// `guarded(f)` runs `f`, which returns an LMDB status, and returns that. It abandons `f` and returns `mappingFault` when
-// the processor faults meanwhile (SIGBUS: the file was truncated under the mapping; SIGSEGV: damaged page contents led a
-// read astray), or when the storage engine fails one of its own assertions.
+// `guarded(f)` runs `f`, which returns an LMDB status, and returns that. It abandons `f` and returns `mappingFault`
+// when the processor faults meanwhile (SIGBUS: the file was truncated under the mapping; SIGSEGV: damaged page contents
+// led a read astray), or when the storage engine fails one of its own assertions.
 //
-// Requires of `f`: it only calls the storage engine and copies bytes; it holds nothing with a destructor, since a jump may
-// leave it; it does not throw and does not nest. While it runs, each fault of this thread that the processor raised
+// Requires of `f`: it only calls the storage engine and copies bytes; it holds nothing with a destructor, since a jump
+// may leave it; it does not throw and does not nest. While it runs, each fault of this thread that the processor raised
 // counts as the mapping's, since a damaged page can send a read to any address. All other faults, and signals that a
 // process sent, go to the handler that was installed before, unchanged.
 // docs/decisions/0021-handlers-for-faults.md says why the handlers are worth it.
@@ -22,9 +22,10 @@ namespace Quillo {
 // Outside the ranges of errno and of the storage engine's own codes.
 inline constexpr int mappingFault = -29999;
 
-// Keeps the handlers for SIGSEGV and SIGBUS installed while one of these lives; whoever calls guarded() holds one. The
-// last one puts back what was there before. Where somebody has installed a handler over ours meanwhile, which may call
-// ours, ours stays, and the library that it is in stays loaded. Requires one thread.
+// Keeps the handlers for SIGSEGV and SIGBUS installed while an object of this class exists. The last object to be
+// destroyed restores the previous handlers. If another handler has replaced ours meanwhile, it may call ours. Ours then
+// stays installed, and the library that contains it stays loaded.
+// Requires: a caller of guarded() has such an object; all objects are created and destroyed on one thread.
 class FaultHandlers {
  public:
   FaultHandlers();

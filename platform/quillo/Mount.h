@@ -81,8 +81,8 @@ class Mount : public Kel::PtrInterface {
   // By its lock on the doorbell.
   PublisherInfo publisher() const;
 
-  // Reports damage: counts it, traces it at level 0, tells the publisher and begins a new epoch, in which older bookmarks
-  // are `tooOld`. A later refresh reopens the store, and then all readers of this mount rebuild.
+  // Reports damage: counts it, traces it at level 0, tells the publisher and begins a new epoch, in which older
+  // bookmarks are `tooOld`. A later refresh reopens the store, and then all readers of this mount rebuild.
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
     corruptionDetected(std::string(damage.what()));
   }

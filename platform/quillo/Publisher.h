@@ -11,11 +11,11 @@
 //   batch.commit();
 //   publisher.endFullPass();                              // ... and sweep what was not put again
 //
-// Only differences are written and journaled: to put the value that is there is no change, so a publisher that was
-// killed and starts again wakes no reader for what stayed the same.
+// Only differences are written and journaled: a put of the present value is a no-op. So the full pass of a restarted
+// publisher notifies readers only of what changed meanwhile.
 //
-// Requires one thread, and no fork() while the store is open (open it after daemonising). A Mount of the same directory
-// may live in the publisher's process only in tests and one-shot tools, and holds no snapshot over a commit.
+// Requires: all calls on one thread; no fork() while the store is open (open it after daemonising). Only tests and
+// one-shot tools may have a Mount of the same directory in the publisher's process, and no snapshot during a commit.
 
 #include <sys/types.h>
 #include <time.h>
@@ -36,11 +36,11 @@ inline constexpr const char* defaultStoreDirectory = "/run/quorin";
 
 struct PublisherConfig {
   std::string directory = defaultStoreDirectory;
-  std::string name;  // of the program, for whoever asks who holds the store (one line, no control characters)
-  // Removes whatever store is there and begins an empty one. Our own store is deleted; a file that is not recognised as
-  // ours is set aside as "data.mdb.foreign".
+  std::string name;  // of the program, for PublisherInfo (one line, no control characters)
+  // Replaces the existing store by an empty one. A data file that is not a store of this system is renamed to
+  // "data.mdb.foreign".
   bool recreate = false;
-  // Readers are members of this group. None: of the group that the directory has.
+  // The group whose members may read the store; none: the group of the directory.
   std::optional<gid_t> group = std::nullopt;
   // The mapping: address space, not memory. It doubles whenever the data outgrows it, up to the limit.
   std::size_t mapBytes = std::size_t{256} << 20;
@@ -50,15 +50,15 @@ struct PublisherConfig {
 };
 
 struct CommitResult {
-  std::uint64_t changes = 0;  // puts of new values and deletions of keys that were there
+  std::uint64_t changes = 0;  // puts of new values, and deletions of existing keys
   std::uint64_t seq = 0;      // head of the journal after the commit
 };
 
 // Who publishes a store.
 struct PublisherInfo {
   bool alive = false;
-  // As the publisher saw itself. 0 and empty when not alive, or when the one that wrote them is not: the kernel says
-  // that a file is locked, but not by whom.
+  // As the publisher wrote them into the doorbell. 0 and empty if no publisher is alive, or if the process that wrote
+  // them is not: the kernel reports that a file is locked, but not by which process.
   std::int64_t pid = 0;
   std::string name;
 
@@ -72,29 +72,29 @@ class Publisher;
 class PublisherLock;
 
 // Changes that take effect together, in the order given, or not at all. They are collected in memory and written by
-// `commit` in one transaction; a batch that is destroyed without commit leaves no trace.
+// `commit` in one transaction. Destroying a batch discards the changes that were not committed.
 class Batch {
  public:
   Batch(Batch&&) noexcept = default;
   Batch& operator=(Batch&&) noexcept = default;
 
-  // RangeException for a key that is empty or longer than `maxKeyBytes`, or a value longer than `maxValueBytes`;
-  // the rest of the batch stays.
+  // Throw RangeException, and leave the batch unchanged, for a key that is empty or longer than `maxKeyBytes`, or a
+  // value longer than `maxValueBytes`.
   void put(TableId table, Bytes key, Bytes value);
-  // Nothing happens when the key is not there.
+  // No-op at the commit if the store does not have the key.
   void del(TableId table, Bytes key);
   bool empty() const { return operations_.empty(); }
 
-  // StoreException when it cannot be written (`full`, `gone`, ...): then nothing of the batch is in the store,
-  // nothing committed before is lost, and the batch is kept, so that commit can be tried again.
-  // CorruptionDetectedException when the store turns out to be damaged: the publisher is of no more use.
-  // Afterwards the batch is empty and may be filled again.
+  // Writes the changes and empties the batch, which may then be filled again.
+  // Throws StoreException if they cannot be written (`full`, `gone`, ...): the store is unchanged, and the batch keeps
+  // its changes, so that commit() can be called again. Throws CorruptionDetectedException if the store is damaged: only
+  // Publisher::makeAnew() helps then.
   CommitResult commit();
 
  private:
   friend class Publisher;
-  // The bytes of all operations lie in one buffer: a batch of a million is a million small structs, not three million
-  // allocations.
+  // An operation without its bytes, which are in one buffer for the whole batch. So a million operations do not need
+  // two million allocations.
   struct Operation {
     TableId table;
     bool isDeletion;
@@ -115,10 +115,11 @@ class Batch {
 
 class Publisher {
  public:
-  // Takes the publisher lock and opens the store, or makes directory and store where there is none. An existing
-  // store is read through and checked (0.15 to 0.25 s for a million records). One that is damaged or in another version
-  // is made anew, since its contents are derived; one that is mostly free space is copied into a smaller file. Both are
-  // traced. Throws StoreException, of kind `foreign` for a file that is no store, and then has changed nothing.
+  // Takes the publisher lock and opens the store, or creates the directory and the store. Reads and verifies an
+  // existing store (0.15 to 0.25 s for a million records). Replaces a store that is damaged or of another format
+  // version by an empty one, since its contents can be published again; copies one that is mostly free space into a
+  // smaller file. Both are traced.
+  // Throws StoreException; for a file that is not a store it is of kind `foreign`, and nothing was changed.
   explicit Publisher(const PublisherConfig& config);
   ~Publisher();
   Publisher(const Publisher&) = delete;
@@ -126,24 +127,24 @@ class Publisher {
 
   Batch begin() { return Batch(*this); }
 
-  // The keys of `tables` that are put from here on are marked as seen; a pass that was under way is forgotten.
+  // Begins a pass: from here on, keys of `tables` that are put are marked as seen. Cancels a pass that is under way.
   void beginFullPass(const std::vector<TableId>& tables);
   bool fullPassActive() const { return pass_ != nullptr; }
-  // Deletes the keys of the pass's tables that were not seen and, in the same transaction, records that a complete
-  // pass is in the store. On StoreException the pass goes on: call again.
+  // Deletes the keys of the pass's tables that were not seen and, in the same transaction, records that the store has a
+  // complete pass. Throws StoreException; the pass is then still under way, so the call can be repeated.
   CommitResult endFullPass();
 
-  // Begins an empty store in the place of the one that is open, and keeps the lock. To be called after a StoreException
-  // `gone` and after damage; a pass that was under way is forgotten. Throws StoreException: call again.
+  // Replaces the open store by an empty one, and keeps the lock. Cancels a pass that is under way. Call it after a
+  // StoreException `gone`, and after damage. Throws StoreException; the call can then be repeated.
   void makeAnew();
 
-  // To be called once a second. Makes `publisher.lock` and `doorbell` again where they were removed or replaced, and
-  // reads the store through and checks it: once a minute, and sooner when a reader has reported damage. Throws
-  // StoreException `gone` for a store that was removed or replaced, `owned` when another publisher has taken the lock,
-  // and CorruptionDetectedException for a damaged store. After the last, only makeAnew() helps.
+  // Call it once a second. Creates `publisher.lock` and `doorbell` again if they were removed or replaced. Verifies the
+  // whole store once a minute, and sooner if a reader has reported damage. Throws StoreException `gone` if the store
+  // was removed or replaced, `owned` if another publisher has taken the lock. Throws CorruptionDetectedException if the
+  // store is damaged: only makeAnew() helps then.
   void check();
 
-  // The value as committed, or none. CorruptionDetectedException as for readers.
+  // Returns the committed value; none without such a key. Throws CorruptionDetectedException for a damaged record.
   std::optional<std::string> get(TableId table, Bytes key) const;
 
   std::uint64_t seq() const { return head_.seq; }  // of the journal
@@ -176,7 +177,7 @@ class Publisher {
   std::unique_ptr<Doorbell> doorbell_;
   Head head_;
   std::map<TableId, TableState> states_;  // of the tables that were written
-  std::string broken_;                    // why nothing can be written any more
+  std::string broken_;                    // why the store cannot be written until makeAnew(); empty: it can
   Kel::Seconds lastReaderCheck_ = 0;
   Kel::Seconds lastStoreCheck_ = 0;
   Kel::Seconds nextReportedCheck_ = 0;

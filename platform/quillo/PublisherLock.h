@@ -1,9 +1,9 @@
 #pragma once
 // The lock that admits one publisher to a store at a time. Internal to the store.
 //
-// It is a write lock (fcntl, F_OFD_SETLK) on the file `publisher.lock`, which only the store's owner can open. The holder
-// writes its pid and name into the file. Only the lock counts: the kernel releases it when the holder dies, while the
-// text stays. Readers see the publisher's lock on the doorbell instead (Doorbell.h).
+// It is a write lock (fcntl, F_OFD_SETLK) on the file `publisher.lock`, which only the store's owner can open. The
+// holder writes its pid and name into the file. Only the lock counts: the kernel releases it when the holder dies,
+// while the text stays. Readers see the publisher's lock on the doorbell instead (Doorbell.h).
 
 #include <string>
 
@@ -24,11 +24,13 @@ class PublisherLock {
   // Takes the lock again when the file was removed or replaced. Returns true when it had to. Throws as the constructor
   // does, with `owned` when another publisher was faster.
   bool retake();
-  // Removes the file if this lock made it, for a publisher that does not take possession of the directory.
+  // Removes the file if this lock created it. For a publisher that fails to open the store, so that it leaves the
+  // directory as it was.
   void undo();
 
  private:
-  // The descriptor of the locked file. `isOwnDoorbell`: a lock on the doorbell is this publisher's own.
+  // Takes the lock, and returns the descriptor of the locked file. `isOwnDoorbell`: a lock on the doorbell is this
+  // publisher's own.
   int take(bool isOwnDoorbell);
 
   std::string directory_;

@@ -37,35 +37,35 @@ inline std::string foreignFile(const std::string& directory) {
 }
 
 // All operations throw StoreException: of kind `permission` when this user may not do it, `full` when there is no
-// space, `unsafe` for a link, for something that is no file, for a file with a second name, and for an owner other than
-// this user and root; otherwise of kind `directory`.
+// space, `unsafe` for a symbolic link, for something other than a regular file, for a file with another hard link, and
+// for an owner other than this user and root; otherwise of kind `directory`.
 
-// Makes the directory if it is missing. Gives it to `group`, and takes it away from others, unless it also holds files
-// that are not the store's. A data file in a directory where no publisher has been is not the store's until
-// `isRecognised`. Refuses a directory that everyone may write, or a group that this user is not in, and a link of
-// another user in its place. Follows a link of this user or root.
+// Creates the directory if it is missing. Sets its group and mode, unless it also contains files that are not the
+// store's. In a directory without a doorbell, a data file counts as the store's only with `isRecognised`. Follows a
+// symbolic link that belongs to this user or root.
+// Refuses a directory that everyone may write, a group that this user is not in, and a link of another user.
 void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> group, bool isRecognised = false);
 
-// Whether a publisher has opened a store there before: only then is there a doorbell.
+// Whether a publisher has opened a store in the directory before, which shows by the doorbell.
 bool hasBeenPublished(const std::string& directory);
 
-// Whether the file system of the directory has no room for a few more pages. The storage engine then reports all kinds of
-// errors.
+// Whether the file system of the directory has no room for a few more pages. The storage engine then reports all kinds
+// of errors.
 bool isSpaceOut(const std::string& directory);
 
-// Opens a file of the publisher for reading and writing, makes it if it is missing, and gives it `mode` and the
-// directory's group. Follows no symbolic link, and makes a file anew that has a second name, since a reader may have
-// given it that. The caller closes the descriptor.
+// Opens a file of the publisher for reading and writing, creates it if it is missing, and sets `mode` and the
+// directory's group. Refuses a symbolic link. Replaces a file that has another hard link, which a reader may have made.
+// The caller closes the descriptor.
 int openStoreFile(const std::string& directory, const std::string& file, mode_t mode, bool* isNew = nullptr);
 
-// Checks a file before the storage engine opens it, without opening it: the engine's own locks would be lost when the
-// descriptor is closed. A lock file with a second name is removed. A missing file is left to the engine.
+// Checks a file before the storage engine opens it. Does not open the file itself, since closing the descriptor would
+// release the engine's locks. Removes a lock file that has another hard link. No-op if the file is missing.
 void checkStoreFile(const std::string& file);
 
-// Gives a file that the storage engine made `mode` and the directory's group.
+// Sets `mode` and the directory's group on a file that the storage engine created.
 void claimStoreFile(const std::string& directory, const std::string& file, mode_t mode);
 
-// Another file, or none, has the name of the open file `fd`.
+// Whether the open file `fd` was removed or replaced under its name.
 bool isFileReplaced(int fd, const std::string& file);
 
 }  // namespace Quillo

@@ -13,7 +13,7 @@ class EthAddr {
   constexpr EthAddr() = default;
   constexpr explicit EthAddr(const Bytes& bytes) : bytes_(bytes) {}
 
-  // "aa:bb:cc:dd:ee:ff", in either case. Throws Kel::RangeException.
+  // "aa:bb:cc:dd:ee:ff", in either case. Throws Kel::RangeException for any other text.
   static EthAddr fromString(std::string_view text);
   // Six bytes in transmission order. Throws Kel::RangeException for any other number.
   static EthAddr fromBytes(std::span<const std::uint8_t> bytes);

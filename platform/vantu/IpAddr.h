@@ -29,7 +29,7 @@ class IpAddr {
   // `value` is in host order: 0x0A000001 is 10.0.0.1.
   constexpr explicit IpAddr(std::uint32_t value) : value_(value) {}
 
-  // Dotted decimal, four parts. Throws Kel::RangeException.
+  // Dotted decimal, four parts. Throws Kel::RangeException for any other text.
   static IpAddr fromString(std::string_view text);
   // Four bytes, most significant first. Throws Kel::RangeException for any other number.
   static IpAddr fromBytes(std::span<const std::uint8_t> bytes);
@@ -68,7 +68,7 @@ class Ip6Addr {
   // Network order: most significant byte first.
   constexpr explicit Ip6Addr(const Bytes& bytes) : bytes_(bytes) {}
 
-  // The text forms of RFC 4291 without a zone ("%eth0"). Throws Kel::RangeException.
+  // The text forms of RFC 4291 without a zone ("%eth0"). Throws Kel::RangeException for any other text.
   static Ip6Addr fromString(std::string_view text);
   // Sixteen bytes, most significant first. Throws Kel::RangeException for any other number.
   static Ip6Addr fromBytes(std::span<const std::uint8_t> bytes);
@@ -105,7 +105,7 @@ class IpGenAddr {
   constexpr IpGenAddr(IpAddr address) : af_(ipv4_), v4_(address) {}
   constexpr IpGenAddr(const Ip6Addr& address) : af_(ipv6_), v6_(address) {}
 
-  // Either family's text form; empty text is the unset address. Throws Kel::RangeException.
+  // Either family's text form; empty text is the unset address. Throws Kel::RangeException for any other text.
   static IpGenAddr fromString(std::string_view text);
 
   constexpr Af af() const { return af_; }

@@ -17,7 +17,7 @@ class AddrWithMask {
   // Throws Kel::RangeException when `length` is greater than the number of bits of the address.
   AddrWithMask(const Address& address, unsigned length);
 
-  // "ADDRESS/LENGTH". Throws Kel::RangeException.
+  // "ADDRESS/LENGTH". Throws Kel::RangeException for any other text.
   static AddrWithMask fromString(std::string_view text);
 
   constexpr const Address& address() const { return address_; }
@@ -55,7 +55,7 @@ class BasicPrefix {
   // Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed", also for IPv6) when a host bit is set.
   explicit BasicPrefix(const AddrWithMask<Address>& value);
 
-  // "ADDRESS/LENGTH"; host bits are cleared. Throws Kel::RangeException.
+  // "ADDRESS/LENGTH"; host bits are cleared. Throws Kel::RangeException for any other text.
   static BasicPrefix fromString(std::string_view text);
 
   constexpr const Address& address() const { return value_.address(); }

@@ -20,7 +20,7 @@ class RouteDistinguisher {
   // Throws Kel::RangeException for a type other than 0, 1 and 2.
   explicit RouteDistinguisher(const Bytes& bytes);
 
-  // Empty text gives none. Throws Kel::RangeException.
+  // One of the text forms above; empty text gives none. Throws Kel::RangeException for any other text.
   static RouteDistinguisher fromString(std::string_view text);
   // Eight bytes. Throws Kel::RangeException for any other number, and as the constructor.
   static RouteDistinguisher fromBytes(std::span<const std::uint8_t> bytes);

@@ -4,10 +4,10 @@
 // Guarantees:
 // - Documents are copied out; no snapshot outlives a turn.
 // - A damaged record is an item without text, and the rest is read. It is reported to the mount, which reopens the
-//   store, and all documents are read anew; records that are still damaged are not reported again.
-// - A reading that finds more or fewer documents than the store counts ends with an item of an empty path, as damaged.
-//   It is not checked if a document has changed meanwhile.
-// - Damage outside a record ends the turn. Reading begins anew once the mount has reopened the store.
+//   store, and all documents are read again. Records that are still damaged are not reported a second time.
+// - At the end of a reading of all documents their number is compared with the store's count, unless a document has
+//   changed meanwhile. If they differ, the last item is a damaged one with an empty path.
+// - Damage outside a record ends the turn. All documents are read again once the mount has reopened the store.
 
 #include <map>
 #include <optional>

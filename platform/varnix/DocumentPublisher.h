@@ -10,7 +10,7 @@
 //   documents.publish();                     // writes the changes since the last call, in one transaction
 //
 // The publisher watches the tree, so callers need not report changes. A value that is set and set back, or an entity
-// that is deleted and created again, causes no write: the store drops a record that it already holds.
+// that is deleted and created again, causes no write: a put of the present value is a no-op.
 //
 // Every entity with attributes has a document (Document.h); directories of members have none.
 

@@ -16,7 +16,7 @@
 // - Unknown types and attributes, bad values and documents without a place are traced at level 0 and left out; the rest
 //   is served.
 // - An entity whose document cannot be read (a damaged record, malformed text) keeps its attributes until it can; the
-//   damage is traced at level 0. Until then no reference becomes null for want of its target.
+//   damage is traced at level 0. Until then a reference to a missing target waits, and is not set to null.
 // - An exception of a reactor is traced at level 0; the change that caused it remains in effect.
 // - While the store is missing or unreadable the tree keeps its contents. A new store replaces them in one go, once a
 //   publisher has completed a pass over it.

@@ -7,8 +7,8 @@
 // Guarantees:
 // - After settle() the tree depends only on the current documents, in any order of their arrival, if all can be read.
 // - An entity whose document exists but cannot be read (keepDocument(), or malformed text) keeps its attributes. While
-//   there is such a document, settle() ends no waiting: an entity without its last good references would show, for
-//   instance, an address of another VRF in the default one.
+//   there is such a document, settle() sets no reference to null. An interface without its reference to a VRF, for
+//   instance, would show its addresses in the default VRF.
 // - A value that stays the same is not set again.
 // - Reactors never see half a change. A document that refers to a missing entity waits for that entity. Until then
 //   its own entity keeps its attributes (a new one its defaults). An entity is deleted after the last reference to
@@ -77,8 +77,8 @@ class TreeLoader {
 
   void loadDocument(const std::string& path, std::string_view text);
   void deleteDocument(const std::string& path);
-  // The document exists but cannot be read. In a set of documents its path may be damaged, too: if no entity has this
-  // path, the sweep deletes nothing.
+  // The document exists but cannot be read: its entity keeps its attributes. If no entity has this path, the path
+  // itself may be damaged, and any entity may be the document's. So the sweep of the current set then deletes nothing.
   void keepDocument(const std::string& path);
 
   // Begins a new set of documents: sweep() deletes the documents that were not loaded again since.

@@ -69,7 +69,7 @@ class BasicStaticRouteKey {
   BasicStaticRouteKey() = default;
   BasicStaticRouteKey(const PrefixType& prefix, RoutePreference preference)
       : prefix_(prefix), preference_(preference) {}
-  // Throws Kel::RangeException.
+  // Throws Kel::RangeException unless the text has the form above, with a preference of 0 to 255.
   static BasicStaticRouteKey fromString(std::string_view text) {
     const auto blank = text.find(' ');
     const auto number = blank == std::string_view::npos ? std::string_view() : text.substr(blank + 1);

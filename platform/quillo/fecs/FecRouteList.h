@@ -2,6 +2,8 @@
 // An index of the prefixes of one VRF by the FEC that each resolves through, and the search for the next prefix that
 // resolves through some interface.
 //
+// A prefix is sought if its route may have rows, as the caller decides; nextThrough() skips all others.
+//
 // Designed for a million routes. Each prefix has an entry of eight bytes in two B-trees, one by prefix and one by
 // FEC, which is 17 to 25 bytes with the overhead of the trees. A FEC costs some 80 bytes.
 //
@@ -36,11 +38,11 @@ class FecRouteList : public Kel::PtrInterface {
 
   // FecId() when the prefix is not in the list.
   FecId fecId(const Vantu::Prefix& prefix) const;
-  // Sets the FEC through which the prefix resolves; FecId() removes the prefix from the list. nextThrough() skips
-  // prefixes that are not sought. Throws Kel::RangeException when there are too many FECs.
+  // Sets the FEC through which the prefix resolves, and whether the prefix is sought. FecId() removes the prefix from
+  // the list. Throws Kel::RangeException above maxFecs.
   void fecIdIs(const Vantu::Prefix& prefix, const FecId& fecId, bool isSought = true);
-  // The same for a route's FEC. The predicate that setSoughtPredicate() sets decides whether the prefix is sought; without one,
-  // every prefix is.
+  // The same for a route's FEC. The predicate that setSoughtPredicate() sets decides whether the prefix is sought;
+  // without one, every prefix is.
   void routeIs(const Vantu::Prefix& prefix, const Route& route);
   void setSoughtPredicate(std::function<bool(const Route&)> isSought) { isSought_ = std::move(isSought); }
 

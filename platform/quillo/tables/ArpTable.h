@@ -50,8 +50,8 @@ struct ArpEntry {
 };
 
 // Each read returns the current contents. A lookup or a walk throws Pesk::CorruptionDetectedException for damage,
-// which the caller passes to `corruptionDetected`. It throws Quillo::StoreException while the table cannot be read, so
-// that nobody takes it for empty; `handleTable` is notified when it can be read again.
+// which the caller passes to `corruptionDetected`. It throws Quillo::StoreException while the table cannot be read: the
+// caller then keeps its data, and `handleTable` is notified when the table can be read again.
 class Status : public Kel::Notifier {
  public:
   class Notifiee : public Kel::Notifier::Notifiee {

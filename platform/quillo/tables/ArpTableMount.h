@@ -27,7 +27,8 @@ class ArpTableMount final : public Arp::Table::Status {
 
   // Whether the store has held a complete pass of a publisher. Stays true.
   bool initialized() const override { return follower_->initialized(); }
-  // There is no entry for a key of the other map's family or an unstorable one.
+  // Look an entry up. Return an empty entry if there is none, and for a key that the table cannot have: an address of
+  // the other IP version, or a VRF id or interface id that cannot be stored.
   ArpEntry arpEntry(const ArpKey& key) const override { return entry(TableId::arp, key); }
   ArpEntry neighborEntry(const ArpKey& key) const override { return entry(TableId::neighbor, key); }
   using Status::forEachArpEntry;

@@ -33,7 +33,7 @@ class FecId {
   constexpr std::uint64_t value() const { return value_; }
 
   std::string stringValue() const { return std::to_string(value_); }
-  // Decimal digits. Throws Kel::RangeException.
+  // Decimal digits. Throws Kel::RangeException for any other text.
   static FecId fromString(std::string_view text) {
     const auto value = Kel::numberFromText<std::uint64_t>(text);
     if (!value) throw Kel::RangeException(fmt::format("FecId: {:?} is no FEC id; expected decimal digits", text));

@@ -6,10 +6,10 @@
 //   auto routes = fib->routeStatus(vrfId);
 //   after each refresh of the mount, as a task:  while (follower->step(100)) ... yield if you should ...
 //
-// A table holds no entries: each lookup and each walk reads the current contents of the store. Both throw
-// StoreException while the store is unreadable: missing, damaged, or without a free reader slot. So callers do not take
-// the table for empty. `onTable` is notified once the store can be read. The tables are
-// initialized when the follower is.
+// A table has no copy of the entries: each lookup and each walk reads the current contents of the store. Both throw
+// StoreException while the store is unreadable (missing, damaged, or without a free reader slot), so that no caller
+// removes its rows for that reason. `onTable` is notified once the store can be read. The tables are initialized when
+// the follower is.
 //
 // A lookup among a million entries takes about a microsecond when lookups of a turn share a snapshot
 // (Mount::setTurnHandler); otherwise each also costs a read transaction.

@@ -10,7 +10,8 @@
 
 namespace Quillo {
 
-// What both tables have in common: `Base` is the table's interface, `key` an entry's key, `handler` what a change calls.
+// What both tables have in common: `Base` is the table's interface, `key` an entry's key, `handler` what a change
+// calls.
 template <class Base, class Key, class Entry, Key Entry::*key, void (Base::Notifiee::*handler)(const Key&)>
 class TestTable : public Base {
  public:
