@@ -3,7 +3,8 @@
 //
 // It reads the files of /proc/net/dev_snmp6, one for each interface with IPv6, a limited number in each turn of the
 // event loop. (rtnetlink has the counters too, but by numbers whose meanings differ between kernels.) An interface has
-// a record from its first reading on; TreeWriter deletes the record with the interface.
+// a record from its first reading on. TreeWriter deletes the record with the interface; a complete reading deletes it
+// when the interface has no file any more, since it lost IPv6.
 
 #include <cstdint>
 #include <functional>
@@ -26,8 +27,8 @@ using KernelCounters = std::map<std::string, std::uint64_t, std::less<>>;
 // Reads a file of /proc/net/dev_snmp6, up to the first malformed line.
 KernelCounters readCounters(std::istream& file);
 
-// Converts the kernel's counters; a missing one counts as 0. Unicast is the total without multicast. The kernel reads
-// the two at different moments, so the difference may fall a little; the value of `before` then stays.
+// Converts the kernel's counters; a missing one counts as 0. Unicast is the total less multicast. The kernel reads the
+// two at different moments, so the difference may fall a little; the result then has the value of `before`.
 Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& before);
 
 // Writes the record of interface `id`. Without a record before, or if a counter has fallen, the discontinuity time
@@ -36,7 +37,7 @@ void countersAre(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCou
 
 class CounterMirror {
  public:
-  static constexpr unsigned pollsPerReading = 2;
+  static constexpr unsigned pollsPerReading = 2;      // seconds, at one poll a second
   static constexpr unsigned interfacesPerTurn = 100;  // some 2 ms
 
   // The id under which an interface is published; invalid if it is not published.

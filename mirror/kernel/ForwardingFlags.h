@@ -10,7 +10,8 @@
 
 namespace Mirror {
 
-// The flag exists but cannot be read now, for want of a descriptor for example. The text names the file and the cause.
+// The flag exists but cannot be read now (the process has no free descriptor, for example). The text names the file and
+// the cause.
 class UnreadableFlagException : public Kel::Exception {
  public:
   using Kel::Exception::Exception;
@@ -27,7 +28,7 @@ class ForwardingFlags {
   explicit ForwardingFlags(std::string directory)
       : ForwardingFlags(std::make_shared<Vantu::NetNs>(), std::move(directory)) {}
 
-  // False if the kernel lacks the family. Throws UnreadableFlagException.
+  // Returns whether the namespace forwards; false if the kernel lacks the family. Throws UnreadableFlagException.
   bool read(Vantu::Af af) const;
 
  private:

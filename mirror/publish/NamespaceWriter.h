@@ -82,7 +82,8 @@ class NamespaceWriter {
   // Removes the namespace from the picture. Only the destructor may follow.
   void withdraw();
 
-  // The kernel's routing tables that belong to VRFs; without a VRF id where the next sync will determine it.
+  // The kernel's routing tables that belong to VRFs, each with the id of its VRF. The id is none for a VRF device that
+  // is not served as a VRF, or that no sync has written yet.
   NamespaceRoutes::Tables tables(const KernelState& state) const;
 
   const NamespaceScope& scope() const { return scope_; }

@@ -1,5 +1,5 @@
 #pragma once
-// The picture of everything that the mirror publishes, and its publisher.
+// The picture: everything that the mirror publishes, in memory. And the publisher that writes it to the store.
 
 #include <memory>
 #include <optional>
@@ -24,9 +24,9 @@ struct Picture {
 // Writes the picture to the store.
 //
 // While the store is full, changes stay pending and each poll retries them. If the store was removed or is damaged, the
-// publisher makes it anew and writes the whole picture: at once, and after pauses of 1 s up to a minute if that recurs
-// within a minute. Exceptions end the program: a failure at the start, or another
-// publisher of the store.
+// publisher replaces it by an empty one and writes the whole picture. It does so at once; if that recurs within a
+// minute, after pauses that grow from 1 s to a minute. Exceptions must end the program: they mean a failure at the
+// start, or another publisher of the store.
 class TreePublisher {
  public:
   // Opens or creates the store. Throws Quillo::StoreException.
@@ -37,7 +37,7 @@ class TreePublisher {
   // Returns whether the full pass is complete and the store could be written.
   // Throws Quillo::StoreException.
   bool publish();
-  // Writes pending routes ahead of the first full pass, a limited number. Throws the same.
+  // Writes a limited number of pending routes, before the first full pass is complete. Throws Quillo::StoreException.
   void publishRoutes();
   bool isMorePending() const { return !hasFailed_ && picture_.routes.pending() > 0; }
   // Call it once a second: retries what could not be written, and notices that the store was removed or damaged.

@@ -53,9 +53,10 @@ class NamespaceRoutes {
   // The interface went up or down, changed its carrier, or was deleted.
   void noteLinkChange(std::uint32_t ifIndex) { events_.links.insert(ifIndex); }
   void noteAddressDeletion(const Vantu::IpGenAddr& address) { events_.addresses.insert(address); }
-  // Applies the events since the last call. Call it before each publication.
+  // Evaluates the events since the last call: makes a dump due, and computes next hops again. Call it before each
+  // publication.
   void settle();
-  // The interfaces may have new ids.
+  // Compute the next hops of routes again, because the ids of these interfaces, or of any interface, may have changed.
   void renamed(const std::set<std::uint32_t>& ifIndexes);
   void resolveAll();
 
@@ -70,7 +71,9 @@ class NamespaceRoutes {
   // Call it when a dump is due. Returns false, and cancels the dump, if notifications have meanwhile deleted the routes
   // that it was for.
   bool confirmDump();
+  // Begins a dump: next-hop objects first, then the IPv4 and the IPv6 routes of each table.
   void listingIs();
+  // The step to request from the kernel; null when all steps are done.
   const Step* step() const { return next_ < steps_.size() ? &steps_[next_] : nullptr; }
   void dumped(const RouteMessage& message);
   void dumped(const NexthopMessage& message) { nexthops_.dumped(message); }
@@ -78,8 +81,9 @@ class NamespaceRoutes {
   void endStep(bool mayLack, unsigned pieces);
   // Does the next part of the work after a step. True when it is done; step() is then the next step, or null.
   bool work();
+  // Ends the dump. Makes another one due if this one may lack routes or found differences.
   void endDump();
-  std::uint64_t listings() const { return listings_; }
+  std::uint64_t listings() const { return listings_; }  // dumps that have ended
 
   std::size_t routes() const;  // of all tables
   // The routes for the first VRF that uses the table; null if none does.

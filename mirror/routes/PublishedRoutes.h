@@ -29,7 +29,8 @@ class PublishedRoutes {
   void add(VrfRoutes& routes) { members_.push_back(&routes); }
   void remove(VrfRoutes& routes) { std::erase(members_, &routes); }
 
-  // The records that the store has of a deleted VRF.
+  // Records that the store still has for a VRF id under which the routes are no longer published. They are deleted
+  // before another VRF with the same id is written.
   struct Leftovers {
     Vrf::VrfIdMap::VrfId vrfId;
     std::vector<Vantu::Prefix> routes = {};
@@ -38,6 +39,7 @@ class PublishedRoutes {
     std::size_t inBatch = 0;  // how many of them, routes first, the open batch deletes
     std::size_t size() const { return routes.size() + routes6.size() + fecs.size(); }
   };
+  // Makes the deletion of these records pending.
   void leave(Leftovers leftovers);
 
   std::size_t pending() const;

@@ -26,9 +26,10 @@ Routing::Fib::RouteType routeTypeOf(const RouteContent& content);
 // The administrative distance that routers commonly give to the protocol.
 Routing::RoutePreference preferenceOf(const RouteContent& content);
 inline constexpr std::uint8_t staticDistance = 1;  // of static routes
-// Kinds of static routes: added without a protocol (RTPROT_BOOT), and through a next-hop object. False for other
-// routes. FRR's static routes never count as the second kind: FRR makes a next-hop object for nearly every route.
+// Whether a route is static and was added without a protocol (RTPROT_BOOT).
 bool isNotPersistent(const RouteContent& content);
+// Whether a route is static and uses a next-hop object. False for FRR's static routes: FRR makes a next-hop object for
+// nearly every route, so the object does not show how the route was configured.
 bool isNexthopGroup(const RouteContent& content);
 
 // ---- the contents of a table

@@ -1,5 +1,6 @@
 #pragma once
-// The routes of one table and IP version as the kernel has them, and the prefixes that the store does not yet show so.
+// The routes of one table and IP version as the kernel has them, and the prefixes whose records in the store are not up
+// to date yet.
 //
 // Notifications are interpreted as the kernel means them (fib_table_insert() in net/ipv4/fib_trie.c,
 // fib6_add_rt2node() in net/ipv6/ip6_fib.c). A notification may contradict the known routes; it may delete an unknown
@@ -25,8 +26,9 @@
 
 namespace Mirror {
 
-// The number of a dump. Never used twice, since any number of dumps may end without a sweep: after as many as there are
-// stamps, a route of an old dump would count as one of the new dump. 32 bits need no more memory than 8.
+// The number of a dump, which marks the routes that it has. A number must not be reused: many dumps in a row may end
+// without a sweep, so a route may still have the mark of a dump long ago. 32 bits take no more memory than 8, because
+// of the padding.
 using DumpStamp = std::uint32_t;
 
 // The routes of one table and IP version in the kernel's order: by prefix, type of service, metric and rank. The first
@@ -131,7 +133,7 @@ class RouteFamily {
   bool takeFound() { return std::exchange(hasFound_, false); }
   std::size_t size() const { return aliases_.size(); }
 
-  // Call it before the contents resolve to other FECs.
+  // Makes the prefixes of these contents pending. Call it before the contents resolve to other FECs.
   void touchContents(const std::unordered_set<RouteContents::Slot>& slots);
 
   // ---- publication. A table that is not published has nothing pending.

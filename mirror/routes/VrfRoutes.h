@@ -21,15 +21,21 @@ class VrfRoutes {
   void vrfIdIs(std::optional<Vrf::VrfIdMap::VrfId> vrfId);
   const std::optional<Vrf::VrfIdMap::VrfId>& vrfId() const { return vrfId_; }
 
+  // Pass a message to the routes of its IP version; the dump and its results are those of RouteFamily.
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
+  // Begins a dump of both IP versions. Requires: `stamp` is above that of the last dump.
   void listingIs(DumpStamp stamp);
+  // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(Vantu::Af af, std::size_t limit);
   void endDump();
+  // Return whether a notification contradicted the known routes, or a dump found a change that was not notified, and
+  // reset that.
   bool takeDoubt();
   bool takeFound();
 
-  // Resolves the contents that satisfy the condition again, and makes the prefixes of those with new vias pending.
+  // Computes the vias of the contents that satisfy the condition again, and makes the prefixes of those whose vias
+  // changed pending.
   void reassess(const RouteContents::Condition& condition) { move(contents_.outdated(condition)); }
   // The same for the contents with one of the next-hop objects.
   void reassess(const RouteContents::NexthopIds& ids) { move(contents_.outdated(ids)); }

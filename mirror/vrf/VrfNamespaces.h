@@ -3,8 +3,8 @@
 // as `ip netns add ns-<VRF>` makes them. `ip` first makes an empty file, and mounts the namespace on it later without
 // a notification. So a file that is not a namespace yet is examined again, first soon and then every second.
 //
-// A namespace that was deleted and created again under its name is reported as a new one, even if nobody looked in
-// between. The directory may be created later, and may be replaced.
+// A namespace that was deleted and created again under its name is reported as deleted and added, even if both happened
+// between two examinations. The directory may be created later, and may be replaced.
 
 #include <map>
 #include <memory>
