@@ -36,7 +36,8 @@ struct RouteCache {
   }
 
   static constexpr std::size_t randomSteps = 300'000;
-  // Calls GETNEXT's search from the last row of `randomSteps` prefixes, and `endTurn` after each.
+  // Searches for the row after the last row of a prefix, as a GETNEXT does, and then calls `endTurn`; `randomSteps`
+  // times, each time for another of `prefixes`. Requires: `prefixes` is not empty.
   template <class EndTurn>
   void getNextAtRandom(const std::vector<Vantu::Prefix>& prefixes, EndTurn&& endTurn) const {
     IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(mib);

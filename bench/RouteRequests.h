@@ -17,7 +17,7 @@ class RouteTable {
   // destination, protocol, policy, next hop). Throws std::runtime_error on any other name.
   explicit RouteTable(const std::string& name);
 
-  // A column that every agent serves, and the next one too: the type of the route.
+  // The type of the route: column 6 of both tables. Every measured agent serves it and the column after it.
   static constexpr unsigned measuredColumn = 6;
 
   const Oid& oid() const { return oid_; }
@@ -76,8 +76,9 @@ struct RequestKind {
   std::uint64_t unexpected = 0;  // wrong answers
 };
 
-// Sends up to `count` requests of each of four kinds, in turns, for at most `limitSeconds`. All begin at random routes.
-//   next  a GETNEXT from a row or from between two
+// Sends up to `count` requests of each of four kinds, in turns, for at most `limitSeconds`. Each request is made from a
+// route chosen at random.
+//   next  a GETNEXT after a row, or after a name between two rows
 //   miss  a GET of a missing row
 //   end   a GETNEXT after a column's last row
 //   half  a GETNEXT with the first half of an index

@@ -1,6 +1,6 @@
 #pragma once
-// The routes that bench/routes adds to the kernel: the same for every agent and in every run. A small set is the
-// beginning of a large one.
+// The routes that bench/routes adds to the kernel: the same for every agent and in every run. A set of n routes has the
+// first n routes of every larger set.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +11,7 @@ namespace Bench {
 
 struct NextHop {
   std::uint32_t gateway = 0;  // host order
-  unsigned interface = 0;     // in RouteSet::interfaces()
+  unsigned interface = 0;     // index in RouteSet::interfaces()
 };
 
 struct Interface {
@@ -27,7 +27,7 @@ constexpr std::uint32_t mask(unsigned length) {
 struct Route {
   std::uint32_t prefix = 0;  // host order
   std::uint8_t length = 0;
-  std::uint16_t nextHops = 0;  // number of its set of next hops
+  std::uint16_t nextHops = 0;  // index of its set of next hops, for RouteSet::nextHops()
 };
 
 class RouteSet {

@@ -28,7 +28,7 @@ class IpForwardMib::IpCidrRouteTableIteratorConst {
   // is then at the end.
   void fetch(const IpCidrRouteTableIndex& index, bool getNext);
 
-  // How many prefixes without a row a fetch looks up.
+  // The most prefixes without a row that one fetch looks up.
   static constexpr unsigned maxFruitless = 1000;
 
   bool isAtEnd() const { return isAtEnd_; }

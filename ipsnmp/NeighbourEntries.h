@@ -19,7 +19,7 @@ class ArpTableEntry : public Kel::Notifier {
                   ((IpSnmp::ArpTableIndex, index))((Vantu::IntfId, intfId))(
                       (Kel::Ptr<const Arp::Table::Status>, arpQuillo))((Vrf::VrfIdMap::VrfId, arpQuilloVrfId)))
 
-  // Reads the ARP map.
+  // Looks the neighbour up among the IPv4 entries of the shared table.
   Arp::Table::ArpEntry arpEntry() const;
   std::uint32_t ifIndex() const { return index().ifIndex(); }
   Vantu::EthAddr physAddress() const { return arpEntry().ethAddr; }
@@ -41,7 +41,7 @@ class IpNetToPhysicalTableEntry : public Kel::Notifier {
                       (Vantu::IpGenAddr, ipGenAddr))((Kel::Ptr<const Arp::Table::Status>,
                                                       arpQuillo))((Vrf::VrfIdMap::VrfId, arpQuilloVrfId)))
 
-  // Reads the ARP map for an IPv4 address, the neighbour map for an IPv6 one; aborts on any other family.
+  // Looks the neighbour up among the IPv4 or the IPv6 entries of the shared table; aborts on an unset address.
   Arp::Table::ArpEntry arpEntry() const;
   std::uint32_t ifIndex() const { return index().ifIndex(); }
   Ip::IpVersion inetAddressType() const { return index().addr().version(); }

@@ -11,17 +11,17 @@
 // | `/proc/net/netstat`  | IPv4 | `PROC_NET_NETSTAT`                            |
 // | `/proc/net/snmp6`    | IPv6 | `PROC_NET_SNMP6`                              |
 //
-// The files are read inside the namespace "ns-<VRF>". The thread is back in "default" afterwards, even if the read
-// fails. A variable is looked up once in a process. A failed read is traced (facility "IpSwFwdStats") and leaves the
-// snapshot unchanged: the last good values, or zeros. A namespace that cannot be entered is traced once, until it was
-// entered again.
+// The thread enters the namespace "ns-<VRF>" to read the files, and is back in the default one afterwards, even if the
+// read fails. If it cannot return, the process aborts. The environment variables are read once in a process.
+// A failed read is traced (facility "IpSwFwdStats") and leaves the snapshot unchanged: the last good values, or zeros.
+// A namespace that cannot be entered is traced once for the same reason, until it has been entered again.
 //
 // A VRF without a network namespace (hasNamespaceIs) is a VRF device: the kernel counts its packets with the default
 // VRF's. Nothing is read for it, and all its counters are 0.
 //
-// The IPv4 files have their names in a separate line, so the reader requires a header line of the known length (224
-// characters with the line end). With the setting quorinKernelIpHeader any (Snmp::Config) it accepts a longer one that
-// begins with the known names.
+// `/proc/net/snmp` names the counters in a header line. The reader requires a header line of the known length (224
+// characters with the line end). With the setting `quorinKernelIpHeader any` (Snmp::Config) it also accepts one of
+// another length that begins with the known names.
 
 #include "kel/Entity.h"
 #include "kel/System.h"

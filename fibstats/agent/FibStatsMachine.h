@@ -14,8 +14,8 @@
 // - A task does it in pieces of a thousand prefixes. Without a scheduler the first two pieces run at once, and the rest
 //   waits for the scheduler.
 // - Afterwards exactly the routes and neighbours of the tables are counted, including what was notified during the
-//   review. For that, a neighbour notified meanwhile counts only without a route to its host, and uncounting a prefix
-//   counts the host's other entry.
+//   review. Two rules hold during a review only: a notified neighbour counts only if its host has no route, and if one
+//   entry of a host is deleted, the host's other entry counts in its place.
 // - An announcement during a review leads to another review.
 //
 // Damage found while reading is reported to the table; counts of unreadable entries stay.

@@ -31,7 +31,7 @@ class PrefixRouteTypes {
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  // None if the prefix does not count.
+  // None if the prefix is not in the map.
   std::optional<RouteType> find(const PrefixType& prefix) const {
     const Key key(prefix);
     const auto& map = shards_[key.shard()];
@@ -47,7 +47,7 @@ class PrefixRouteTypes {
     if (!isMarked(at->second)) --unmarkedCount_;
     at->second = value;
   }
-  // Removes the prefix and returns its type; none if it does not count.
+  // Removes the prefix and returns its type; none if it is not in the map.
   std::optional<RouteType> take(const PrefixType& prefix) {
     const Key key(prefix);
     auto& map = shards_[key.shard()];
@@ -69,7 +69,7 @@ class PrefixRouteTypes {
     marked_ ^= markBit;
     unmarkedCount_ = size_;
   }
-  // No-op when the prefix does not count.
+  // No-op when the prefix is not in the map.
   void mark(const PrefixType& prefix) {
     const Key key(prefix);
     auto& map = shards_[key.shard()];

@@ -27,8 +27,9 @@ class MasterSession : public Snmp::HandlerRegistration {
   // Call it once net-snmp has read the configuration and tried to open the session. Logs one line if no master answers.
   void configured();
 
-  // Enters a context before all modules, and creates its roots. The library would otherwise register the roots with the
-  // master, which fails with an error line for each.
+  // Runs before the modules' initHandler, and creates the root subtrees of the context (ccitt, iso and
+  // joint-iso-ccitt). The library would otherwise register them with the master, which fails with an error line for
+  // each.
   void initHandler(Kel::String context) override;
   void exitHandler(Kel::String) override {}
   const char* name() const override { return "AgentX"; }

@@ -1,7 +1,7 @@
 #pragma once
 // Registers the MIB modules of net-snmp's own agent that this agent serves. They are the system group with sysORTable,
-// the snmp group, and the tables of the SNMP engine, message processing, USM and VACM. Interfaces and IP are our own
-// modules'.
+// the snmp group, and the tables of the SNMP engine, message processing, USM and VACM. Those of interfaces and IP are
+// replaced by our own modules (modules/MibModules.h).
 
 namespace Host {
 

@@ -7,8 +7,8 @@
 //
 // Guarantees:
 // - A connection is closed when it has brought no data for `quorinIdleTimeout` seconds (Snmp::Config).
-// - At most `mostConnections` are open, and fewer if the process may not open `reservedFiles` files besides. Beyond
-//   that each new connection replaces the one that is idle longest.
+// - At most `mostConnections` are open, and fewer where the limit of open files would leave less than `reservedFiles`
+//   for the rest of the process. At the limit each new connection replaces the one that is idle longest.
 // - When the process has no descriptor left, the connection that is idle longest is closed. After a failure for want of
 //   descriptors or memory the loop accepts nothing for up to a second, so it does not spin.
 // - A connection is closed when its client does not read its answers, or when more than `mostUnanswered` bytes brought
@@ -46,7 +46,7 @@ class StreamConnections {
 
  private:
   using Clock = std::chrono::steady_clock;
-  // Those that net-snmp gave the transports of a domain, such as TCP over IPv4.
+  // net-snmp's own functions for the transports of one domain, such as TCP over IPv4.
   struct Functions {
     decltype(netsnmp_transport::f_accept) accept;
     decltype(netsnmp_transport::f_recv) receive;
@@ -56,7 +56,7 @@ class StreamConnections {
   struct Connection {
     Clock::time_point latestData;
     std::size_t unanswered = 0;  // bytes
-    bool isEnding = false;       // shut down; net-snmp closes it when it reads it next
+    bool isEnding = false;       // shut down; net-snmp closes the descriptor at its next read
   };
 
   static int accept(netsnmp_transport* transport) noexcept;

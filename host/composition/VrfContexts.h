@@ -17,7 +17,7 @@ class VrfContexts {
   // configuration, and is entered again for another one.
   // Lifetime: `contexts` must outlive this object.
   VrfContexts(Snmp::Contexts& contexts, const Kel::Ptr<const Routing::VrfConfigDir>& configDir);
-  // Leaves no context.
+  // Leaves the contexts entered; the owner of `contexts` leaves them.
   ~VrfContexts();
   VrfContexts(const VrfContexts&) = delete;
   VrfContexts& operator=(const VrfContexts&) = delete;

@@ -109,7 +109,7 @@ class VrfIfTableSm : public Kel::Entity {
   };
 
   std::optional<Claim> claimOf(const Vantu::IntfId& intfId) const;
-  // Writes or removes the row of the ifIndex by the claims.
+  // Gives the row of the ifIndex to the interface with the lowest id that claims it; removes the row without a claim.
   void settle(std::uint32_t ifIndex);
   void handleVrf(const L3::VrfName& vrfName);
 

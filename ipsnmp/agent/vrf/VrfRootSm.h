@@ -117,7 +117,7 @@ class VrfRootSm : public Kel::Entity {
   using KelTask = Brev::OwnedTask<Brev::Task, VrfRootSm, &VrfRootSm::doProcessVrfBacklog>;
   // Processes the backlog; null until the agent is ready.
   KEL_OWNED(KelTask, task, Task)
-  // VRFs to examine (always true), and the next one.
+  // The VRFs that the task has to examine (the value is always true), and the name from which its next run continues.
   KEL_VALUES(Ordered, L3::VrfName, bool, vrfBacklog, VrfBacklog)
   KEL_STORED(L3::VrfName, vrfBookmark, VrfBookmark)
   KEL_STORED(double, vrfBacklogQuantum, VrfBacklogQuantum, 0.01)  // seconds of one run; above 0
@@ -208,7 +208,7 @@ class VrfRootSm : public Kel::Entity {
   void retryVrfs();
   // Schedules the task if there is work.
   void scheduleVrfBacklog();
-  // Removes the VRF and its rows in the VRF tables.
+  // Destroys the VRF, and removes its rows from the VRF tables.
   void removeVrf(const L3::VrfName& vrfName);
   // Removes the VRF's caches and machines.
   void destroyVrf(const L3::VrfName& vrfName);
