@@ -58,8 +58,8 @@ Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRep
 bool hasRow(SnmpClient& client, const Oid& name);
 
 struct Readiness {
-  bool isSampled = false;   // all of a sample of routes was seen
-  double sampledAt = 0;     // when the last of the sample was seen
+  bool isSampled = false;   // every route of the sample had a row
+  double sampledAt = 0;     // when the last of these rows was seen
   bool isComplete = false;  // a walk found all rows
   double completeAt = 0;    // when that walk, or else the last one, began
   Walk lastWalk;
@@ -86,7 +86,8 @@ std::vector<RequestKind> askAtRandom(SnmpClient& client, const RouteTable& table
                                      std::size_t count, double limitSeconds);
 
 // Measures the seconds from adding a route to the kernel until its row is answered. Does so for up to `count` routes
-// one after the other, and waits until each is deleted again. A route that does not appear in time does not count.
+// one after the other, and waits until each is deleted again. Ends early, without a time for
+// the last route, when a route does not appear within `limitSeconds` of the start.
 std::vector<double> timeToVisible(SnmpClient& client, const RouteTable& table, const RouteSet& set,
                                   std::size_t count, double limitSeconds);
 

@@ -1,6 +1,6 @@
 #pragma once
-// The differences between the statistics of IPv4 and of IPv6 routes: their tables, and the meaning of the routing
-// platform's route type numbers.
+// The differences between the statistics of IPv4 and of IPv6 routes: their tables, and the meaning of the publisher's
+// route type numbers (docs/mirror.md lists the mirror's).
 
 #include <optional>
 
@@ -21,7 +21,7 @@ struct Ip4Routes {
   static constexpr const char* text = "IPv4";
   static constexpr unsigned hostLength = 32;
 
-  // Whether routes of this type do not count: the platform's own routes, and those counted as neighbours.
+  // Whether routes of this type do not count: the publisher's internal ones, and those that count as neighbours.
   static bool isSkipped(unsigned routeType);
   // None for static routes, whose kind does not follow from the number.
   static std::optional<RouteType> typeOf(unsigned routeType);

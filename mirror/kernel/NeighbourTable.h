@@ -27,7 +27,7 @@ class NeighbourTable {
   // The limit for one transaction; further commits write the rest.
   static constexpr std::size_t changesPerCommit = 20'000;
 
-  // Only real differences become pending.
+  // Replace all neighbours of the place, or add, change or delete one of them. Only differences become pending.
   void writeNeighbours(const Place& place, const KernelNeighbours& neighbours);
   void neighbourIs(const Place& place, const Vantu::IpGenAddr& addr, const KernelNeighbour& neighbour);
   void neighbourDel(const Place& place, const Vantu::IpGenAddr& addr);

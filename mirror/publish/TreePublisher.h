@@ -1,5 +1,5 @@
 #pragma once
-// The picture: everything that the mirror publishes, in memory. And the publisher that writes it to the store.
+// The picture, which is everything that the mirror publishes, in memory, and the publisher that writes it to the store.
 
 #include <memory>
 #include <optional>

@@ -51,7 +51,8 @@ class Vrfs {
 
   // Writes the records of a VRF that namespaceIs() or addDevice() added.
   void writeRecords(const L3::VrfName& name, std::uint32_t table);
-  // VRF devices follow the default VRF. No-op for a VRF without records.
+  // Publishes the forwarding flag of a VRF; that of the default VRF also for all VRF devices, which have none of their
+  // own. No-op for a VRF without records.
   void setForwarding(const L3::VrfName& name, Vantu::Af af, bool forwarding);
 
   void setSettings(AllVrfSettings settings);

@@ -27,14 +27,14 @@ Name nameOf(const netsnmp_variable_list& variable) {
   return {variable.name, variable.name_length};
 }
 
-// What the requests of one message share. A message may have thousands of them.
+// State that the requests of one message share. A message may have thousands of requests.
 struct Message {
   long transaction = -1;
   unsigned passedOver = 0;    // rows without an instance
   int lastIndex = 0;          // of the requests, counted from 1
-  bool isRepeated = false;    // the agent asks again, since its access control refused an answer
-  int requests = -1;          // an AgentX master asks for one message several times, and may change their number
-  bool mayFillAhead = false;  // whether a request may be given several repetitions in one call
+  bool isRepeated = false;    // net-snmp repeats requests whose answers its access control refused
+  int requests = -1;          // their number, which an AgentX master may change between calls for one message
+  bool mayFillAhead = false;  // whether one call may fill several repetitions of a request
 };
 
 Message& messageOf(const netsnmp_agent_request_info& info, const netsnmp_request_info& request) {
@@ -43,8 +43,8 @@ Message& messageOf(const netsnmp_agent_request_info& info, const netsnmp_request
   if (message.transaction != session.pdu->transid) message = {.transaction = session.pdu->transid};
   if (message.requests != session.vbcount) {
     message.requests = session.vbcount;
-    // If some requests are ahead of others when net-snmp stops for want of room, it answers the latter with NULL. Names
-    // are what it counts.
+    // net-snmp stops a message when the names so far take all its room. If some requests then have fewer repetitions
+    // filled than others, it answers the missing ones with NULL.
     const auto longest = static_cast<std::size_t>(count_varbinds(session.pdu->variables)) * MAX_OID_LEN;
     message.mayFillAhead = session.vbcount == 1 || longest <= static_cast<std::size_t>(session.pdu->msgMaxSize);
   }
@@ -53,7 +53,7 @@ Message& messageOf(const netsnmp_agent_request_info& info, const netsnmp_request
   return message;
 }
 
-// Where a request points: a column, and the sub-identifiers after it.
+// The column that a request names, and the sub-identifiers after it. Column 0: after the last one.
 struct Target {
   unsigned column = 0;
   Name index;
@@ -229,7 +229,7 @@ class Answer {
     return compare({name_, length}, {request_->range_end, request_->range_end_len}) >= 0;
   }
 
-  // Fills the request from the cursor on, in one column. None if the column ends before an answer.
+  // Fills the request with rows of one column, from the cursor on. None if the column ends before the first answer.
   std::optional<int> fill(unsigned column, RowCursor& cursor, bool mayFillAhead) {
     for (; !cursor.isAtEnd(); cursor.advance()) {
       const std::size_t length = nameRow(cursor);
@@ -248,8 +248,8 @@ class Answer {
     return cursor.gaveUp() ? std::optional(failed()) : std::nullopt;
   }
 
-  // Moves on to the variable of the next repetition, as net-snmp's bulk_to_next does: it is to be searched again, from
-  // the name just answered on. Returns false if there is none.
+  // Makes the variable of the next repetition the request's, as net-snmp's bulk_to_next does. It gets the name just
+  // answered and is marked to be searched from there. Returns false if there is no further repetition.
   bool hasFurtherSlot() {
     auto* const filled = request_->requestvb;
     if (info_->mode != MODE_GETBULK || request_->repeat <= 0 || filled->next_variable == nullptr) return false;
@@ -262,8 +262,8 @@ class Answer {
     return true;
   }
 
-  // There is no answer before the first `length` sub-identifiers of the name: net-snmp is to search behind. A further
-  // repetition is asked for again instead.
+  // Ends the search without an answer: makes net-snmp continue after the first `length` sub-identifiers of the name. If
+  // repetitions were filled in this call, leaves the next one to another call instead.
   int leaveBehind(std::size_t length) {
     if (filledAhead_ > 0) return SNMP_ERR_NOERROR;
     snmp_set_var_objid(request_->requestvb, name_, length);
@@ -271,7 +271,7 @@ class Answer {
     return SNMP_ERR_NOERROR;
   }
 
-  // Likewise, so that the error comes in its turn.
+  // Returns genErr; if repetitions were filled in this call, leaves the failed one to another call, which fails for it.
   int failed() { return filledAhead_ > 0 ? SNMP_ERR_NOERROR : SNMP_ERR_GENERR; }
 
   const MibTable& table_;
@@ -284,7 +284,7 @@ class Answer {
   oid name_[MAX_OID_LEN];
 };
 
-// Returns none for what net-snmp's helpers answer.
+// Returns an SNMP error status; none for a request that net-snmp's helpers must answer.
 std::optional<int> answer(const MibTable& table, const netsnmp_mib_handler* handler,
                           const netsnmp_handler_registration* registration, netsnmp_agent_request_info* info,
                           netsnmp_request_info* request) {

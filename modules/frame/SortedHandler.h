@@ -12,8 +12,8 @@
 //   of view is skipped without a search. Bindings of a message that ask from the same row for different columns share
 //   the rows: the search and the names of the rows are made once.
 // - SET of a name with a complete index: refused with notWritable, without a search.
-// - Everything else goes to the helpers: any other SET, names to which no column or no instance can belong, and all
-//   requests after setEnabled(false).
+// - Everything else goes to the helpers: any other SET, a GET of a name that is not an instance of a column, a GETNEXT
+//   after the last column, and all requests after setEnabled(false).
 //
 // Guarantees: the same answers as the helpers, which tests compare by disabling the handler. The exceptions are in
 // docs/decisions/0026, and so is the reason for the handler: the time and memory that the helpers take.

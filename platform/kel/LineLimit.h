@@ -5,7 +5,7 @@
 // count as equal. The user of a limit begins a new period, usually every minute.
 //
 // Guarantees:
-// - The first line of a kind in a period is admitted, and so are `linesPerKind` in all.
+// - The first `linesPerKind` lines of a kind in a period are admitted.
 // - Lines that were not admitted are reported at the end of the period: the latest line of the kind, and their number.
 // - A source has at most `kindsPerSource` kinds in a period; its lines of any further kind count as one kind.
 // - Every line is admitted before the first period.

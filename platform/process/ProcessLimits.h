@@ -3,15 +3,15 @@
 
 namespace Process {
 
-// Raises the limit of open files to the most that the system grants this process.
+// Raises the soft limit of open files (RLIMIT_NOFILE) to the hard one.
 void raiseFileLimit();
 
 // The status of a process that ended for lack of memory: EX_OSERR of <sysexits.h>, a failure to any service manager.
 inline constexpr int outOfMemoryStatus = 71;
 
 // Ends the process as soon as operator new has no memory, rather than let an exception leave a task half done: a new
-// process starts from the store or the kernel. `program` is the name at the start of the one line that says so, and
-// `report` writes it to where the program logs; null means standard error. A later call replaces both.
+// process starts from the store or the kernel. Reports the end in one line, which begins with `program` and which
+// `report` writes to the program's log; null means standard error. A later call replaces both.
 // Guarantees: operator new throws no std::bad_alloc from now on. A failure of malloc() stays an error of its caller.
 void endWhenOutOfMemory(const char* program, void (*report)(const char* line) = nullptr);
 

@@ -22,10 +22,10 @@ class Doorbell {
   Doorbell(const Doorbell&) = delete;
   Doorbell& operator=(const Doorbell&) = delete;
 
-  // Wakes the readers. Makes the file again when it was removed or replaced. A failure is traced: readers then notice
+  // Wakes the readers. Recreates the file if it was removed or replaced. A failure is traced: readers then notice
   // changes by their poll.
   void ring(std::uint64_t seq);
-  // Makes the file again when it was removed or replaced; returns true when it had to.
+  // Recreates the file if it was removed or replaced. Returns whether it did.
   bool check();
 
  private:

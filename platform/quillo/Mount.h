@@ -8,7 +8,7 @@
 //   once at start, and once a second since wake-ups can be lost:
 //     while (mount->refresh()) { Snapshot s = mount->snapshot(); ... s.changesSince(bookmark, limit) ... }
 //
-// Each refresh() reads the journal's head anew, so the loop misses no commit that is made meanwhile.
+// Each refresh() reads the current head of the journal, so the loop misses no commit that is made meanwhile.
 //
 // Requires: the user can write the lock file "lock.mdb". Readers register there which version of the data they read, so
 // that the publisher does not reuse its pages. Without that permission the mount is `refused`; each refresh tries
@@ -81,7 +81,7 @@ class Mount : public Kel::PtrInterface {
   // By its lock on the doorbell.
   PublisherInfo publisher() const;
 
-  // Reports damage: counts it, traces it at level 0, tells the publisher and begins a new epoch, in which older
+  // Reports damage: counts it, traces it at level 0, notifies the publisher and begins a new epoch, in which older
   // bookmarks are `tooOld`. A later refresh reopens the store, and then all readers of this mount rebuild.
   void corruptionDetected(const Pesk::CorruptionDetectedException& damage) {
     corruptionDetected(std::string(damage.what()));

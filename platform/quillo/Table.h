@@ -31,7 +31,8 @@ enum class TableId : std::uint8_t {
 struct TableInfo {
   TableId id;
   std::string_view name;
-  // Version of the layout of the table's values. A reader that knows another version reports the record as damaged.
+  // Version of the layout of the table's values. A reader that knows another version refuses the store if the table's
+  // first record has it (Snapshot::checkLayouts), and reports any other such record as damaged.
   std::uint16_t layout;
 };
 

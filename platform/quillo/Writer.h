@@ -28,7 +28,7 @@ class Writer {
   // Return whether they changed the table.
   bool put(TableId table, Bytes key, Bytes value);
   bool del(TableId table, Bytes key);
-  // Records a complete pass at the current head; sets `pass.seq`.
+  // Records a complete pass, with the current head of the journal as its `seq`.
   void passIs(CompletePass pass);
 
   void commit();

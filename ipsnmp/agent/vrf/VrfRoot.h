@@ -54,8 +54,8 @@ struct VrfTables {
   static VrfTables mounted(const KelQuillo::Mount& mount, const L3::VrfName& vrfName, bool withFecs);
 };
 
-// Makes the machines of `owner` (a Root or a VrfRoot) read `tables`. No-op if `owner` has no route table machine. A
-// forwarding table that all VRFs share stays.
+// Makes the machines of `owner` (a Root or a VrfRoot) read `tables`, except that they keep a forwarding table that all
+// VRFs share. No-op if `owner` has no route table machine.
 template <class Owner>
 void remountTables(Owner& owner, const VrfTables& tables) {
   const auto routeSm = owner.ipRouteTableSm();
