@@ -51,7 +51,8 @@ struct Walk {
 // Walks everything below `root` with GETBULK of `maxRepetitions`, or with GETNEXT if that is 0. Ends early after
 // `limitSeconds`, or when a request fails.
 Walk walk(SnmpClient& client, const Oid& root, int maxRepetitions, double limitSeconds);
-// Walks columns of the same rows at once with GETBULK. Rows count for each column.
+// Walks several columns of a table in parallel with GETBULK. `rows` of the result counts each row once for each column.
+// Requires: one column, or `maxRepetitions` above 0.
 Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRepetitions, double limitSeconds);
 
 // Returns false also if the request fails.

@@ -39,7 +39,7 @@ class SnmpClient {
   // Throw Unanswered, or std::runtime_error that names an error status.
   std::vector<Binding> get(const Oid& name);
   std::vector<Binding> getNext(const Oid& name);
-  // Asks for all names at once: the answer has one binding for each in turn.
+  // Requests all names in one message. The answer has one binding for each name in turn, then the next repetition.
   std::vector<Binding> getBulk(const std::vector<Oid>& names, int maxRepetitions);
   // Returns false on a timeout or an error. For waiting until an agent answers.
   bool answers(const Oid& name);

@@ -22,7 +22,7 @@ struct MirrorOptions {
   std::optional<gid_t> group;  // that may read the store; none: that of its directory
   std::string netnsDirectory = Vantu::defaultNetNsDirectory;  // absolute
   std::string settingsFile = SettingsFile::defaultFile;       // absolute
-  int niceness = 5;                // added to the process's: the agent answers first while routes pour in
+  int niceness = 5;                // added to the nice value, so that the agent takes precedence
   bool mustSettingsExist = false;  // the command line names the file, so a missing one is an error
 };
 

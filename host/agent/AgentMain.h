@@ -1,7 +1,7 @@
 #pragma once
 // Runs the agent process around net-snmp's agent library: command line, configuration, addresses, background, user,
-// event loop, reload (SIGHUP), the times of its turns (SIGUSR1) and stop (SIGTERM, SIGINT). Hooks add what the agent
-// serves beside net-snmp's objects.
+// event loop, reload (SIGHUP), a log of how long the loop was busy (SIGUSR1, Turns.h) and stop (SIGTERM, SIGINT). Hooks
+// add what the agent serves beside net-snmp's objects.
 
 #include <functional>
 

@@ -1,6 +1,6 @@
 #pragma once
-// How long the agent's event loop is busy with one thing, while nothing else is served. Cheap: two readings of the clock
-// and an addition each.
+// Measures how long the agent's event loop runs one kind of work without serving anything else: counts, quantiles and
+// maxima since the start. A measurement costs two readings of the clock and an addition. Thread: the agent's.
 //
 //   Turns turns;
 //   turns.time(Turns::requests, [&] { snmp_read2(...); });
@@ -17,18 +17,19 @@ class Turns {
  public:
   using Clock = std::chrono::steady_clock;
   enum Kind {
-    requests,  // all messages that had arrived
-    tasks,     // what other descriptors asked for: mostly a run of the scheduler, one quantum at most
-    alarms     // of net-snmp
+    requests,  // serving all messages that had arrived
+    tasks,     // the callbacks of ready descriptors: mostly a batch of the scheduler, about one quantum at most
+    alarms     // net-snmp's timers
   };
   static constexpr std::array<Kind, 3> kinds{requests, tasks, alarms};
 
   struct Figures {
     std::uint64_t count = 0;
-    Clock::duration p99{};  // 99 of 100 were not longer; up to a quarter above the actual value
+    Clock::duration p99{};  // the 99th percentile, rounded up by at most a quarter
     Clock::duration longest{};
   };
 
+  // Calls `work()` and adds the time that it took.
   template <class Work>
   void time(Kind kind, Work&& work) {
     const auto start = Clock::now();
@@ -38,6 +39,7 @@ class Turns {
   void add(Kind kind, Clock::duration took);
 
   Figures figures(Kind kind) const;
+  // One line of figures for the log.
   std::string text(Kind kind) const;
 
  private:
