@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "kel/Errors.h"
 #include "modules/frame/MibTable.h"
@@ -105,8 +106,11 @@ void MibTable::initialize(const TableFunctions& functions, const Snmp::Config::P
   auto* const table = tableRegistration(context);
   auto* const iterator = iteratorRecord(functions, cache, table);
   module.addColumnInfo(context, table->valid_columns);
+  // Without a variable here, net-snmp would copy those of the table, a kilobyte each, and nobody would read them.
+  snmp_varlist_add_variable(&iterator->indexes, nullptr, 0, ASN_NULL, nullptr, 0);
   const int result = netsnmp_register_table_iterator(registration, iterator);
   KEL_ASSERT(result == 0);
+  snmp_free_varbind(std::exchange(iterator->indexes, nullptr));
   injectHandlers(registration, context);
   // Only the default context has objects of other modules.
   if (Snmp::takesPrecedence() && context.empty()) coverColumns(registration, context);
