@@ -255,22 +255,16 @@ class RandomTables : public Tables {
       return command == SNMP_MSG_SET ? agent.set(names[0], 1, of.community)
                                      : agent.send(command, names, of.community, nonRepeaters, repetitions);
     };
-    auto reply = answered(true);
-    auto helped = answered(false);
+    const auto reply = answered(true);
     SCOPED_TRACE(fmt::format("command {} ({}, {}) of {} in {}", command, nonRepeaters, repetitions,
                              fmt::join(names, " "), of.community));
-    if (isLimited && helped.errorStatus == SNMP_ERR_GENERR)
-      return;  // the helper stumbles over values that are hidden
-    ASSERT_EQ(reply.errorStatus, helped.errorStatus);
-    ASSERT_EQ(reply.errorIndex, helped.errorIndex);
-    if (isLimited && command == SNMP_MSG_GETBULK) {  // net-snmp cuts it short in several ways
-      ASSERT_EQ(reply.answers.empty(), helped.answers.empty());
-      const auto common = std::min(reply.answers.size(), helped.answers.size());
-      reply.answers.resize(common);
-      helped.answers.resize(common);
+    if (!isLimited || command != SNMP_MSG_GETBULK) {  // where net-snmp may answer hidden rows, or never
+      const auto helped = answered(false);
+      ASSERT_EQ(reply.errorStatus, helped.errorStatus);
+      ASSERT_EQ(reply.errorIndex, helped.errorIndex);
+      ASSERT_EQ(reply.answers, helped.answers);
+      if (isLimited) return;
     }
-    ASSERT_EQ(reply.answers, helped.answers);
-    if (isLimited) return;
     if (command == SNMP_MSG_SET) {
       const int refused = isFirstVersion ? SNMP_ERR_NOSUCHNAME : SNMP_ERR_NOTWRITABLE;
       ASSERT_NE(reply.errorStatus, SNMP_ERR_NOERROR);
@@ -298,7 +292,11 @@ class RandomTables : public Tables {
       // Where a whole index that is no row's leads to among the routes, their iterator's own test shows.
       const bool isRouteIndex = from.starts_with(ipObjects + ".24.4.1.") && oidOf(from).size() >= 24;
       if (!isRouteIndex || of.reference.get(from) != nullptr) {
-        ASSERT_EQ(reply.answers[i], of.reference.next(from)) << "after " << from;
+        Answer expected = of.reference.next(from);
+        while (expected.type != SNMP_ENDOFMIBVIEW && TestAgent::isHidden(expected.name)) {
+          expected = of.reference.next(expected.name);
+        }
+        ASSERT_EQ(reply.answers[i], expected) << "after " << from;
       }
       from = reply.answers[i].name;
     }

@@ -12,6 +12,11 @@ from harness.tables import ADDR, CONTEXT_TABLES, IP, IP_TABLES, numbers
 from harness.tools import read_file
 
 BOB = "createUser bob SHA authentic-pass AES private-pass\nrouser bob priv -V all red\n"  # who may ask in red alone
+# Who sees neither a column, nor a row, nor the third row of any column.
+HIDDEN = (f"{ADDR}.3", f"{ADDR}.2.10.1.1.2")
+EVE = "".join(("createUser eve SHA authentic-pass AES private-pass\nrouser eve priv -V part red\nview part included .1\n",
+               *(f"view part excluded {subtree}\n" for subtree in HIDDEN),
+               f"view part excluded {ADDR}.1.10.1.1.3 ff.bf\n"))
 ENGINE = "1.3.6.1.6.3.10.2.1"
 COUNTERS = ("1.3.6.1.2.1.11", "1.3.6.1.6.3.11.2.1", "1.3.6.1.6.3.15.1.1")
 
@@ -24,7 +29,7 @@ class Home:
 
     def setUp(self):
         super().setUp()
-        self.access += BOB
+        self.access += BOB + EVE
 
     def add_vrf(self, name, *addresses):
         """The same interface name in each, so that only the context can tell them apart."""
@@ -49,6 +54,22 @@ class Home:
         red.ip("addr add 10.1.1.3/24 dev a0")
         self.expect_context("red")
         self.expect_context("blue")
+
+    def test_a_view_hides_the_same_however_it_is_asked(self):
+        self.add_vrf("red", "10.1.1.1/24", "10.1.1.2/24", "10.1.1.3/24", "10.1.1.4/24")
+        self.start_home()
+        self.expect_context("red")
+        eve = self.user("red", "eve")
+        visible = [bind for bind in self.user("red").walk(ADDR)
+                   if not bind.oid.startswith(HIDDEN) and not bind.oid.endswith(".10.1.1.3")]
+        self.assertEqual(self.expect_one_answer(eve, ADDR), visible)
+        names = [bind.oid for bind in eve.walk(IP)]
+        columns = [f"{ADDR}.{number}" for number in (1, 2, 4, 3)]
+        for repetitions in (1, 3, 20):
+            answer = [bind.oid for bind in eve.ask("snmpbulkget", "-Cn1", f"-Cr{repetitions}", *columns)]
+            for got, column in zip((answer[:1], answer[1::3], answer[2::3], answer[3::3]), columns):
+                behind = [name for name in names if numbers(name) > numbers(column)]
+                self.assertEqual(got, behind[:len(got)])
 
     def test_a_context_is_whole(self):
         self.add_vrf("red", "10.1.1.1/24")

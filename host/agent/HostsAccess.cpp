@@ -38,13 +38,14 @@ Version versionOf(const char* file) {
   return {found.st_dev, found.st_ino, found.st_size, found.st_ctim};
 }
 
-// A file that cannot be read is left to the library.
+// A file that cannot be read is left to the library, and so is a line that its buffer may divide.
 bool mayHoldRule(const char* file) {
+  constexpr std::size_t longestLine = 1000;
   std::ifstream in(file);
   if (!in) return errno != ENOENT;
   for (std::string line; std::getline(in, line);) {
     const auto first = line.find_first_not_of(" \t\r");
-    if (first != std::string::npos && line[first] != '#') return true;
+    if (line.size() > longestLine || (first != std::string::npos && line[first] != '#')) return true;
   }
   return in.bad();
 }

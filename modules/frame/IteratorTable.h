@@ -289,7 +289,7 @@ class IteratorTable final : public MibTable {
     if constexpr (isSeeking) {
       const Kel::Ptr<const Cache> cache(static_cast<const Cache*>(entity));
       const auto asked = askedKey(index);
-      if (!isForNext && asked.key && !asked.isExact) return nullptr;
+      if (!isForNext && !asked.isExact) return nullptr;  // no row has such an index
       if (!index.empty() && asked.key) {
         try {
           const bool hintMatched =

@@ -40,7 +40,9 @@ struct Message {
 Message& messageOf(const netsnmp_agent_request_info& info, const netsnmp_request_info& request) {
   static Message message;
   const auto& session = *info.asp;
-  if (message.transaction != session.pdu->transid) message = {.transaction = session.pdu->transid};
+  // Queries inside the process have the number 0.
+  const bool isSame = message.transaction == session.pdu->transid && session.pdu->transid != 0;
+  if (!isSame) message = {.transaction = session.pdu->transid};
   if (message.requests != session.vbcount) {
     message.requests = session.vbcount;
     // net-snmp stops a message when the names so far take all its room. If some requests then have fewer repetitions
@@ -179,18 +181,20 @@ class Answer {
 
   // GETNEXT, and as many repetitions of a GETBULK as may be filled in one call.
   int next(Target target) {
-    const bool mayFillAhead = info_->mode == MODE_GETBULK && request_->repeat > 0 && message_.mayFillAhead;
+    // SNMPv1 has no GETBULK; if one comes, each Counter64 is out of view.
+    const bool mayFillAhead = info_->mode == MODE_GETBULK && info_->asp->pdu->version != SNMP_VERSION_1 &&
+                              request_->repeat > 0 && message_.mayFillAhead;
     for (;; target = {table_.columnAtOrAbove(target.column + 1), {}}) {
       standIn(target.column > 0 ? target.column : table_.lastColumn() + 1);
       if (target.column == 0 || isBeyondRange(prefixLength_)) return leaveBehind(prefixLength_);
-      const int view = mayFillAhead || message_.isRepeated
+      const int view = info_->mode == MODE_GETBULK || message_.isRepeated
                            ? netsnmp_acm_check_subtree(info_->asp->pdu, name_, prefixLength_)
                            : VACM_SUBTREE_UNKNOWN;
       if (view == VACM_NOTINVIEW) continue;
-      const bool isAhead = mayFillAhead && view == VACM_SUCCESS;
+      mustCheckRows_ = info_->mode == MODE_GETBULK && view != VACM_SUCCESS;
       const auto cursor =
-          isAhead && message_.requests > 1 ? shared(target.index) : table_.find(cache_, target.index, true);
-      if (const auto status = fill(target.column, *cursor, isAhead)) return *status;
+          mayFillAhead && message_.requests > 1 ? shared(target.index) : table_.find(cache_, target.index, true);
+      if (const auto status = fill(target.column, *cursor, mayFillAhead)) return *status;
     }
   }
 
@@ -198,8 +202,11 @@ class Answer {
   std::unique_ptr<RowCursor> shared(Name index) {
     auto* rows = static_cast<SharedRows*>(netsnmp_agent_get_list_data(info_, SharedRows::name));
     if (rows == nullptr) {
-      rows = new SharedRows(table_, cache_, index);
-      netsnmp_agent_add_list_data(info_, netsnmp_create_data_list(SharedRows::name, rows, quorinFreeSharedRows));
+      auto made = std::make_unique<SharedRows>(table_, cache_, index);
+      auto* const node = netsnmp_create_data_list(SharedRows::name, made.get(), quorinFreeSharedRows);
+      if (node == nullptr) return table_.find(cache_, index, true);
+      netsnmp_agent_add_list_data(info_, node);
+      rows = made.release();
     } else if (!rows->areFor(table_, cache_, index)) {
       *rows = SharedRows(table_, cache_, index);
     }
@@ -229,12 +236,16 @@ class Answer {
     return compare({name_, length}, {request_->range_end, request_->range_end_len}) >= 0;
   }
 
+  // net-snmp's own check covers only the first variables of a binding.
+  bool isInView(std::size_t length) { return in_a_view(name_, &length, info_->asp->pdu, ASN_NULL) == VACM_SUCCESS; }
+
   // Fills the request with rows of one column, from the cursor on. None if the column ends before the first answer.
   std::optional<int> fill(unsigned column, RowCursor& cursor, bool mayFillAhead) {
     for (; !cursor.isAtEnd(); cursor.advance()) {
       const std::size_t length = nameRow(cursor);
       if (length == 0 || compare({name_, length}, nameOf(*request_->requestvb)) <= 0) continue;
       if (isBeyondRange(length)) return leaveBehind(length);
+      if (mustCheckRows_ && !isInView(length)) continue;
       table_.traceRequest(MODE_GET);
       const auto outcome = table_.setValue(column, cursor, request_->requestvb);
       if (outcome == MibTable::Outcome::failure) return failed();
@@ -281,6 +292,7 @@ class Answer {
   netsnmp_request_info* request_;
   Message& message_;
   unsigned filledAhead_ = 0;
+  bool mustCheckRows_ = false;  // a part of the column may be out of view
   oid name_[MAX_OID_LEN];
 };
 

@@ -6,10 +6,10 @@
 // bulk_to_next, table and table_iterator. Each piece of a registration that net-snmp has divided has a handler.
 //
 // - GET, GETNEXT, GETBULK: answered from the cursor. Rows without an instance of the object (Column.h) are skipped.
-// - GETBULK: one call fills all repetitions if the whole column is in the view of the request, and the message has one
-//   variable binding or room for the longest names of all its bindings. Otherwise one call fills one repetition, as in
-//   net-snmp, whose access control checks only one variable of a request after each call. A column that is wholly out
-//   of view is skipped without a search. Bindings of a message that ask from the same row for different columns share
+// - GETBULK: one call fills all repetitions if the message has one variable binding or room for the longest names of all
+//   its bindings; otherwise one call fills one repetition, as in net-snmp. net-snmp's access control checks only some
+//   variables of a GETBULK, so the handler checks each row where a part of the column is out of view. A column that is
+//   wholly out of view is skipped without a search. Bindings of a message that ask from the same row for different columns share
 //   the rows: the search and the names of the rows are made once.
 // - SET of a name with a complete index: refused with notWritable, without a search.
 // - Everything else goes to the helpers: any other SET, a GET of a name that is not an instance of a column, a GETNEXT

@@ -155,6 +155,14 @@ void TestAgent::hide(std::vector<Oid> subtrees) {
   hidden = std::move(subtrees);
 }
 
+bool TestAgent::isHidden(const std::string& name) {
+  Oid words = oidOf(name);
+  view_parameters asked{};
+  asked.name = words.data();
+  asked.namelen = words.size();
+  return access(asked) == VACM_NOTINVIEW;
+}
+
 Answer TestAgent::get(const std::string& name, const std::string& community) {
   return send(SNMP_MSG_GET, {name}, community).answers.at(0);
 }

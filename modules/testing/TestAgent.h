@@ -40,6 +40,7 @@ class TestAgent {
   // Hides subtrees from here on, as a view does. In a subtree, `any` stands for every sub-identifier.
   static constexpr oid any = ~oid{0};
   void hide(std::vector<Oid> subtrees);
+  static bool isHidden(const std::string& name);
   // The longest message that the agent sends from here on, in bytes: 484 or more; 0 for its default.
   void setMaxMessage(int bytes) { maxMessage_ = bytes; }
 
