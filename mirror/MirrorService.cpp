@@ -13,6 +13,7 @@
 
 #include "kel/Errors.h"
 #include "kel/Trace.h"
+#include "varnix/Document.h"
 
 namespace Mirror {
 
@@ -48,6 +49,7 @@ MirrorService::MirrorService(const MirrorConfig& config)
       receiveBytes_(config.receiveBytes),
       publisher_(picture_, config.store) {
   if (const auto ids = publisher_.store().get(Quillo::TableId::varnix, vrfIdsPath)) picture_.vrfs.ids().load(*ids);
+  if (!config.vrfIds.empty()) picture_.vrfs.ids().load(config.vrfIds);
   picture_.tree.l3Config->fecModeIs(Quillo::Fib::fecModePerVrf);
   applySettings();
   events_.add(namespaces_.fd(), namespacesTag);
@@ -58,6 +60,10 @@ MirrorService::MirrorService(const MirrorConfig& config)
 const NamespaceMirror* MirrorService::mirror(const L3::VrfName& vrf) const {
   const auto at = tags_.find(vrf);
   return at == tags_.end() ? nullptr : &members_.at(at->second)->mirror;
+}
+
+std::string MirrorService::vrfIds() const {
+  return Varnix::documentText(Varnix::documentOf(*picture_.tree.vrfIdStatus, *picture_.tree.root));
 }
 
 void MirrorService::start() {

@@ -56,6 +56,7 @@ struct MirrorConfig {
   std::string settingsFile = {};  // empty: no file
   bool mustSettingsExist = false;
   int receiveBytes = RtSocket::defaultReceiveBytes;
+  std::string vrfIds = {};  // what vrfIds() returned in an earlier process, for ids that the store does not have
 };
 
 class MirrorService {
@@ -76,6 +77,8 @@ class MirrorService {
   // Whether the first pass is complete in the store.
   bool isServing() const { return isServing_; }
 
+  // All assigned VRF ids. They are all that is in the store and cannot be read from the kernel again.
+  std::string vrfIds() const;
   const Varnix::Tree& tree() const { return picture_.tree; }
   const Picture& picture() const { return picture_; }
   const NamespaceMirror& mirror() const { return members_.at(defaultTag)->mirror; }

@@ -84,7 +84,7 @@ TEST_F(ProgramTest, options) {
 }
 
 TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
-  ASSERT_EQ(run(atStore_), 0) << output();
+  ASSERT_EQ(run("--store " + std::filesystem::relative(directory_).string()), 0) << output();
   EXPECT_THAT(output(), IsEmpty());
   const auto reader = mount();
   ASSERT_EQ(reader->state(), Quillo::Mount::State::ready) << reader->stateText();
@@ -98,6 +98,20 @@ TEST_F(ProgramTest, theStarterReturnsWhenTheDaemonServes) {
 
   expectRefusal(atStore_, std::to_string(daemon));
   expectRefusal("-f" + atStore_, std::to_string(daemon));
+
+  // The daemon's memory cannot be trusted after damage, so its image is replaced; it stays the daemon that it was.
+  const std::string data = directory_ + "/data.mdb";
+  const std::string noise(std::filesystem::file_size(data) - 8192, 'x');
+  std::fstream(data, std::ios::in | std::ios::out | std::ios::binary).seekp(8192) << noise;
+  std::ofstream(directory_ + "/damage") << 'x';  // a reader's report
+  EXPECT_TRUE(within([&] {
+    return Quillo::Test::readFile("/proc/" + std::to_string(daemon) + "/environ").find("REPLACED_IMAGE=") !=
+               std::string::npos &&
+           publisher() == daemon && mount()->state() == Quillo::Mount::State::ready &&
+           mount()->snapshot().firstPassComplete();
+  }));
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/cwd"), "/");
+  EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(daemon) + "/fd/2"), "/dev/null");
 
   EXPECT_EQ(kill(daemon, SIGHUP), 0);  // would end it by default, before the other signal does
   EXPECT_EQ(statusAfter(daemon, SIGTERM), 0);

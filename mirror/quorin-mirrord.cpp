@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -21,6 +22,7 @@
 #include "kel/Trace.h"
 #include "mirror/MirrorOptions.h"
 #include "mirror/MirrorService.h"
+#include "process/FreshImage.h"
 #include "process/ProcessLimits.h"
 
 namespace Mirror {
@@ -81,11 +83,17 @@ bool waitFor(int fd, Kel::Seconds seconds, const sigset_t& mask) {
 
 // ---- the background
 
+void logToSyslog() {
+  Kel::TraceConfig::setOutput(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
+  Process::endWhenOutOfMemory("quorin-mirrord", [](const char* line) { syslog(LOG_DAEMON | LOG_ERR, "%s", line); });
+}
+
 // Sends the program to the background and reports a failed start: the starter waits until the daemon serves, and then
 // exits with status 0. If the daemon ends earlier, the status is 1.
 class Background {
  public:
   // Returns in the daemon, a new process and session that still has the starter's standard streams.
+  // A replacement of a daemon's image is a daemon, and serving, already.
   // Requires: nothing is open yet. Throws Kel::Exception when the system cannot create the process.
   Background();
   ~Background();
@@ -114,6 +122,11 @@ class Background {
 }
 
 Background::Background() {
+  if (Process::FreshImage::isReplacement()) {
+    logToSyslog();
+    if (chdir("/") != 0) failToDetach("chdir");
+    return;
+  }
   int pipe[2];
   if (pipe2(pipe, O_CLOEXEC) != 0) failToDetach("pipe");
   const pid_t child = fork();
@@ -144,6 +157,39 @@ void Background::serving() {
   starter_ = -1;
 }
 
+// ---- damage
+
+// As in TreePublisher: so that readers can read in between, and for a store that is damaged again and again.
+constexpr Kel::Seconds leastPause = 10;
+constexpr unsigned longestPause = 60;
+
+// What onDamage() needs, outside the heap.
+Kel::Seconds imageStart = 0;
+sigset_t waitMask;
+bool isDetached = true;  // no starter waits for this process
+
+// The heap may be overwritten, so only a fresh image of the program can go on. It dumps the kernel's state, and makes
+// the store anew where it finds it damaged.
+void onDamage(const char* why) {
+  using namespace Process;
+  const Kel::Seconds lived = Kel::System::currentTime() - imageStart;
+  const bool recurs = FreshImage::isReplacement() && lived < longestPause;
+  const unsigned pause = recurs ? std::clamp(2 * FreshImage::notedSeconds(), 1U, longestPause) : 0;
+  if (isDetached) FreshImage::replaceOnFault(pause);  // such as one in the next line
+  QTRACE(mirrorMainTrace, 0) << why << "; this process starts afresh, since its memory may be overwritten"
+                             << (recurs ? "; look for a program that writes files of the store" : "");
+  if (recurs) {
+    for (Kel::Seconds left = std::max<Kel::Seconds>(pause, leastPause) - lived; left > 0 && !stopSignal;
+         left -= 1) {
+      const timespec second{1, 0};
+      ppoll(nullptr, 0, &second, &waitMask);
+    }
+  }
+  if (stopSignal) _exit(0);
+  if (isDetached) FreshImage::replace(pause);
+  _exit(1);
+}
+
 // ---- the loop
 
 // Waits for room where the file system is full; null when a signal ends the program meanwhile.
@@ -153,10 +199,12 @@ std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const s
       return std::make_unique<MirrorService>(MirrorConfig{.store = {.directory = options.store,
                                                                     .name = "quorin-mirrord",
                                                                     .recreate = options.recreateStore,
-                                                                    .group = options.group},
+                                                                    .group = options.group,
+                                                                    .onDamage = onDamage},
                                                           .netnsDirectory = options.netnsDirectory,
                                                           .settingsFile = options.settingsFile,
-                                                          .mustSettingsExist = options.mustSettingsExist});
+                                                          .mustSettingsExist = options.mustSettingsExist,
+                                                          .vrfIds = Process::FreshImage::kept()});
     } catch (const Quillo::StoreException& error) {
       if (error.kind() != Quillo::StoreException::Kind::full) throw;
       if (!isSaid) {
@@ -171,7 +219,10 @@ std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const s
 
 void serve(const MirrorOptions& options, std::optional<Background>& background) {
   const sigset_t mask = takeSignals();
-  if (!Process::denyDangerousSystemCalls()) {
+  imageStart = Kel::System::currentTime();
+  waitMask = mask;
+  // A replacement has inherited the filter.
+  if (!Process::FreshImage::isReplacement() && !Process::denyDangerousSystemCalls(true)) {
     QTRACE(mirrorMainTrace, 0) << "the kernel filters no system calls for this process: " << std::strerror(errno)
                                << "; permit seccomp filters, or go on without";
   }
@@ -181,6 +232,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
   MirrorService& service = *opened;
   service.start();
   bool isAnnounced = false;
+  std::string keptIds;
   bool mayMoreWait = true;
   Kel::Seconds nextPoll = Kel::System::currentTime() + pollPeriod;
   Kel::Seconds nextReport = nextPoll;
@@ -194,6 +246,8 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
       service.reread();
     }
     if (Kel::System::currentTime() >= nextPoll) {
+      // Before the next line meets damage that a reader has reported.
+      if (std::string ids = service.vrfIds(); ids != keptIds) Process::FreshImage::keep(keptIds = std::move(ids));
       service.poll();
       nextPoll = Kel::System::currentTime() + pollPeriod;
       if (nextPoll >= nextReport) {
@@ -204,10 +258,9 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     if (isAnnounced || !service.isServing()) continue;
     isAnnounced = true;
     if (background) {
-      Kel::TraceConfig::setOutput(Kel::TraceConfig::Output::syslog, "quorin-mirrord");
+      if (!background->isServing()) logToSyslog();
       background->serving();
-      Process::endWhenOutOfMemory("quorin-mirrord",
-                                  [](const char* line) { syslog(LOG_DAEMON | LOG_ERR, "%s", line); });
+      isDetached = true;
     }
     QTRACE(mirrorMainTrace, 1) << "publishing in " << options.store;
   }
@@ -229,6 +282,7 @@ static int mirrorMain(int argc, const char* const* argv) {
   try {
     Kel::TraceConfig::setLevels(options.trace);
     if (!options.isForeground) background.emplace();
+    isDetached = !background || background->isServing();
     serve(options, background);
     return 0;
   } catch (const std::exception& error) {
@@ -244,5 +298,6 @@ static int mirrorMain(int argc, const char* const* argv) {
 }  // namespace Mirror
 
 int main(int argc, char* argv[]) {
+  Process::FreshImage::noteStart(argv);
   return Mirror::mirrorMain(argc, argv);
 }

@@ -7,6 +7,7 @@ import shutil
 from harness import SystemCase, eventually, main
 from harness.kernel import DYNAMIC, kernel_tables
 from harness.tables import IP_TABLES, MEDIA, PHYSICAL, walk_tables
+from harness.tools import read_file
 
 PAGE = 4096
 MAGIC = b"QUORINST"  # begins the record that names the format version, in the eight bytes behind it
@@ -113,10 +114,23 @@ class StoreTest(SystemCase):
         self.start_system()
         self.expect_context()
         with self.subTest("the mirror writes it anew"):
+            self.vrfs.add("blue")
+            self.expect_vrf_tables()
+            self.vrfs.add("red", "link add r0 type veth peer name b0", "link set r0 up", "addr add 10.0.0.1/24 dev r0")
+            self.expect_vrf_tables()
+            self.vrfs.remove("blue")
+            self.expect_vrf_tables()
+            pid, number = self.mirror.pid, self.vrf_id("red")
             self.overwrite(0, self.read().replace(bytes.fromhex("02005e7700"), bytes.fromhex("ff005e7700")))
             self.client.walk("1.3.6.1.2.1.4")
-            self.mirror.wait_for_output(f"{re.escape(self.store)} is damaged: .* makes it anew")
+            self.mirror.wait_for_output(f"{re.escape(self.store)} is damaged: .* makes it anew; this process starts")
             self.expect_context()
+            self.assertIn(f"REPLACED_IMAGE={pid} ", read_file(f"/proc/{pid}/environ"), "nothing of its memory stays")
+            self.assertRegex(read_file(f"/proc/{pid}/status"), "(?s)Name:\tquorin-mirrord\n.*\nSeccomp:\t2\n")
+            self.numbers.clear()
+            self.assertEqual(self.vrf_id("red"), number, "which no kernel knows")
+            self.vrfs.remove("red")
+            self.expect_vrf_tables()
         self.mirror.kill()
         with self.subTest("the records of a neighbour, and the documents of its interface's address"):
             first = bytes.fromhex("02005e770000")

@@ -21,7 +21,7 @@ constexpr Kel::Seconds longestPause = 60;
 
 // Whether the fault may pass without a restart of the program.
 bool mayPass(Kind kind) {
-  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission || kind == Kind::damaged;
+  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission;
 }
 
 }  // namespace
@@ -48,6 +48,12 @@ void TreePublisher::lose(const std::string& why, Kel::Seconds leastPause) {
   if (lastMadeAnew_) mayMakeAnewAt_ = *lastMadeAnew_ + std::max(pause_, leastPause);
   documents_ = nullptr;
   hasPublishedAll_ = isPassBegun_ = areDocumentsIn_ = false;
+}
+
+// Earlier writes may have gone through the damaged pages without notice.
+void TreePublisher::damaged(const std::string& why) {
+  if (config_.onDamage != nullptr) config_.onDamage(why.c_str());
+  lose(why, damagePause);
 }
 
 void TreePublisher::makeAnew() {
@@ -90,6 +96,8 @@ bool TreePublisher::tryPublish(What what) {
   } catch (const Quillo::StoreException& error) {
     if (error.kind() == Kind::gone) {
       lose(error.what(), 0);
+    } else if (isStarted_ && error.kind() == Kind::damaged) {
+      damaged(error.what());
     } else {
       if (!isStarted_ || !mayPass(error.kind())) throw;
       if (!hasFailed_) {
@@ -97,7 +105,7 @@ bool TreePublisher::tryPublish(What what) {
       }
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
-    lose(damage.what(), damagePause);
+    damaged(damage.what());
   }
   if (!wasLost && !documents_ && Kel::System::currentTime() >= mayMakeAnewAt_) return tryPublish(what);
   setFailing(true);

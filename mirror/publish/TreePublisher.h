@@ -23,10 +23,10 @@ struct Picture {
 
 // Writes the picture to the store.
 //
-// While the store is full, changes stay pending and each poll retries them. If the store was removed or is damaged, the
-// publisher replaces it by an empty one and writes the whole picture. It does so at once; if that recurs within a
-// minute, after pauses that grow from 1 s to a minute. Exceptions must end the program: they mean a failure at the
-// start, or another publisher of the store.
+// While the store is full, changes stay pending and each poll retries them. If the store was removed, or is damaged and
+// the configuration's `onDamage` returned, the publisher replaces it by an empty one and writes the whole picture. It
+// does so at once; if that recurs within a minute, after pauses that grow from 1 s to a minute. Exceptions must end the
+// program: they mean a failure at the start, or another publisher of the store.
 class TreePublisher {
  public:
   // Opens or creates the store. Throws Quillo::StoreException.
@@ -49,6 +49,7 @@ class TreePublisher {
 
  private:
   void lose(const std::string& why, Kel::Seconds leastPause);
+  void damaged(const std::string& why);
   void makeAnew();
   void setFailing(bool isFailing);
   enum class What { all, routes };

@@ -1,5 +1,6 @@
 #include "process/ProcessLimits.h"
 
+#include <fcntl.h>
 #include <sched.h>
 #include <seccomp.h>
 #include <sys/resource.h>
@@ -42,7 +43,6 @@ constexpr const char* deniedCalls[] = {
     "clock_settime",
     "delete_module",
     "execve",
-    "execveat",
     "finit_module",
     "fsconfig",
     "fsmount",
@@ -101,6 +101,13 @@ int denyNamespaces(scmp_filter_ctx filter) {
   return status;
 }
 
+// That of an open file with an empty path is how a process replaces its own image.
+int denyExecveat(scmp_filter_ctx filter, bool mayReplaceImage) {
+  if (!mayReplaceImage) return seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(execveat), 0);
+  return seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(execveat), 1,
+                          SCMP_A4(SCMP_CMP_NE, AT_EMPTY_PATH));
+}
+
 }  // namespace
 
 void raiseFileLimit() {
@@ -118,7 +125,7 @@ void endWhenOutOfMemory(const char* program, void (*report)(const char* line)) {
   std::set_new_handler(endForLackOfMemory);
 }
 
-bool denyDangerousSystemCalls() {
+bool denyDangerousSystemCalls(bool mayReplaceImage) {
   const scmp_filter_ctx filter = seccomp_init(SCMP_ACT_ALLOW);
   int status = filter == nullptr ? -ENOMEM : seccomp_attr_set(filter, SCMP_FLTATR_API_SYSRAWRC, 1);
   for (const char* const name : deniedCalls) {
@@ -126,6 +133,7 @@ bool denyDangerousSystemCalls() {
     // Negative numbers are of other architectures.
     if (status == 0 && call >= 0) status = seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), call, 0);
   }
+  if (status == 0) status = denyExecveat(filter, mayReplaceImage);
   if (status == 0) status = denyNamespaces(filter);
   if (status == 0) status = seccomp_load(filter);
   if (filter != nullptr) seccomp_release(filter);

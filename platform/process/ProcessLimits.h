@@ -17,7 +17,8 @@ void endWhenOutOfMemory(const char* program, void (*report)(const char* line) = 
 
 // Makes the kernel refuse, with EPERM, system calls that the daemons never need and an intruder would like: to start
 // programs, to look into other processes, to mount, to load code into the kernel, to change its clock or keys. Cannot
-// be undone; children inherit it. Returns false and sets errno if the kernel has no such filter (seccomp).
-bool denyDangerousSystemCalls();
+// be undone; children and later images of the process inherit it. `mayReplaceImage` permits what FreshImage::replace()
+// needs. Returns false and sets errno if the kernel has no such filter (seccomp).
+bool denyDangerousSystemCalls(bool mayReplaceImage = false);
 
 }  // namespace Process

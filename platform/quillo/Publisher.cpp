@@ -128,7 +128,7 @@ CommitResult Publisher::apply(const Batch& batch, bool completesPass) {
       fail(status);
     }
   } catch (const Pesk::CorruptionDetectedException& damage) {
-    broken_ = damage.what();
+    damaged(damage.what());
     throw;
   }
   markSeen(batch);
@@ -140,20 +140,16 @@ int Publisher::attempt(const Batch& batch, bool completesPass, CommitResult& res
   result = {};
   try {
     Writer writer(*env_, head_, states_, config_.tombstoneLimit);
-    for (const auto& operation : batch.operations_) {
-      const auto key = batch.key(operation);
-      bool changed = operation.isDeletion ? writer.del(operation.table, key)
-                                          : writer.put(operation.table, key, batch.value(operation));
-      result.changes += changed ? 1 : 0;
-    }
-    result.seq = writer.head().seq;
-    if (completesPass) {
-      writer.passIs({0, Kel::System::currentTime(), config_.name});
+    // Damage is handled before the writer's destructor has the storage engine free what it may have overwritten.
+    try {
+      write(writer, batch, completesPass, result);
+    } catch (const Pesk::CorruptionDetectedException& damage) {
+      damaged(damage.what());
+      throw;
     }
     if (result.changes == 0 && !completesPass) {
       return 0;
     }
-    writer.commit();
     head_ = writer.head();
     states_ = writer.states();
   } catch (const WriteFailure& failure) {
@@ -161,6 +157,24 @@ int Publisher::attempt(const Batch& batch, bool completesPass, CommitResult& res
   }
   doorbell_->ring(head_.seq);
   return 0;
+}
+
+void Publisher::write(Writer& writer, const Batch& batch, bool completesPass, CommitResult& result) {
+  for (const auto& operation : batch.operations_) {
+    const auto key = batch.key(operation);
+    bool changed = operation.isDeletion ? writer.del(operation.table, key)
+                                        : writer.put(operation.table, key, batch.value(operation));
+    result.changes += changed ? 1 : 0;
+  }
+  result.seq = writer.head().seq;
+  if (completesPass) writer.passIs({0, Kel::System::currentTime(), config_.name});
+  if (result.changes > 0 || completesPass) writer.commit();
+}
+
+void Publisher::damaged(const char* why) {
+  if (!broken_.empty()) return;
+  if (config_.onDamage != nullptr) config_.onDamage(why);
+  broken_ = why;
 }
 
 bool Publisher::grow() {

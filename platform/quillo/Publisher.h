@@ -45,6 +45,10 @@ struct PublisherConfig {
   // The mapping: address space, not memory. It doubles whenever the data outgrows it, up to the limit.
   std::size_t mapBytes = std::size_t{256} << 20;
   std::size_t maxMapBytes = std::size_t{64} << 30;
+  // Called once with the reason when a write meets damage, before anything else is done. The storage engine edits
+  // copies of damaged pages on the heap without checking their offsets, so the process may have overwritten its own
+  // memory: whoever has anything to lose does not return from here, and uses as little of the heap as it can.
+  void (*onDamage)(const char* why) = nullptr;
   // Deletions that the journal remembers.
   std::uint64_t tombstoneLimit = 100'000;
 };
@@ -70,6 +74,7 @@ class Doorbell;
 class Environment;
 class Publisher;
 class PublisherLock;
+class Writer;
 
 // Changes that take effect together, in the order given, or not at all. They are collected in memory and written by
 // `commit` in one transaction. Destroying a batch discards the changes that were not committed.
@@ -167,6 +172,8 @@ class Publisher {
   // Writes the operations, and a complete pass if asked, as one transaction.
   CommitResult apply(const Batch& batch, bool completesPass);
   int attempt(const Batch& batch, bool completesPass, CommitResult& result);
+  void write(Writer& writer, const Batch& batch, bool completesPass, CommitResult& result);
+  void damaged(const char* why);
   bool grow();
   [[noreturn]] void fail(int status);
   void markSeen(const Batch& batch);

@@ -10,12 +10,20 @@ namespace {
 // Layout of the records of the journal and of tombstones.
 constexpr std::uint16_t journalLayout = 1;
 
+[[noreturn]] void fail(Environment& env, Place place, Bytes key, int status) {
+  // The publisher knows what to do about these and about errors of the system, which are positive.
+  if (status > 0 || status == MDB_MAP_FULL || status == MDB_TXN_FULL || status == MDB_PANIC) {
+    throw WriteFailure{status};
+  }
+  damageDetected(env, place, key, status);
+}
+
 }  // namespace
 
 Writer::Writer(Environment& env, const Head& head, const TableStates& states, std::uint64_t tombstoneLimit)
     : env_(env), head_(head), states_(states), tombstoneLimit_(tombstoneLimit) {
   int status = guarded([this] { return mdb_txn_begin(env_.handle(), nullptr, 0, &txn_); });
-  if (status != 0) throw WriteFailure{status};
+  if (status != 0) fail(env_, Place::records, {}, status);
 }
 
 Writer::~Writer() {
@@ -37,7 +45,7 @@ void Writer::store(Place place, const std::string& key, std::uint64_t seq, std::
     return mdb_put(txn_, index, &keyVal, &bytes, flags);
   });
   if (status == MDB_KEYEXIST) damageDetected(env_, place, key, "a later entry is there already");
-  if (status != 0) throw WriteFailure{status};
+  if (status != 0) fail(env_, place, key, status);
 }
 
 void Writer::erase(Place place, const std::string& key) {
@@ -47,7 +55,7 @@ void Writer::erase(Place place, const std::string& key) {
     return mdb_del(txn_, index, &keyVal, nullptr);
   });
   if (status == MDB_NOTFOUND) damageDetected(env_, place, key, "entry is missing");
-  if (status != 0) throw WriteFailure{status};
+  if (status != 0) fail(env_, place, key, status);
 }
 
 TableState& Writer::stateOf(TableId table) {
@@ -151,7 +159,7 @@ void Writer::commit() {
   int status = guarded([this] { return mdb_txn_commit(txn_); });
   // The storage engine ends the transaction even if the commit fails; only a fault of the mapping leaves it open.
   if (status != mappingFault) txn_ = nullptr;
-  if (status != 0) throw WriteFailure{status};
+  if (status != 0) fail(env_, Place::records, {}, status);
 }
 
 }  // namespace Quillo

@@ -9,7 +9,7 @@
 
 namespace Quillo {
 
-// The status of the storage engine that stopped the transaction; the publisher turns it into a StoreException.
+// What stopped the transaction, other than damage: the publisher tries again, or turns it into a StoreException.
 struct WriteFailure {
   int status;
 };
