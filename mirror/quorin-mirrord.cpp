@@ -278,7 +278,9 @@ static int mirrorMain(int argc, const char* const* argv) {
   const auto& options = std::get<MirrorOptions>(parsed);
   std::optional<Background> background;
   Process::endWhenOutOfMemory("quorin-mirrord");
-  [[maybe_unused]] const int priority = nice(options.niceness);  // lowering it cannot fail
+  if (!Process::FreshImage::isReplacement()) {                     // which has the priority already
+    [[maybe_unused]] const int priority = nice(options.niceness);  // lowering it cannot fail
+  }
   try {
     Kel::TraceConfig::setLevels(options.trace);
     if (!options.isForeground) background.emplace();
