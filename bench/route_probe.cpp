@@ -100,7 +100,8 @@ json walk(const Options& options) {
   const auto client = answeringClient(options, options.isPatient ? patient : Bench::toolPatience);
   const Bench::RouteTable table(options.table);
   std::vector<Bench::Oid> roots;
-  for (unsigned i = 0; i < options.columns; ++i) roots.push_back(table.columnOid(Bench::RouteTable::measuredColumn - i));
+  for (unsigned i = 0; i < options.columns; ++i)
+    roots.push_back(table.columnOid(Bench::RouteTable::measuredColumn - i));
   if (options.isWholeTable) roots = {table.oid()};
   return valueOf(Bench::walkColumns(*client, roots, options.isGetNext ? 0 : options.repetitions, options.limit));
 }
@@ -190,7 +191,8 @@ int main(int argc, char* argv[]) {
   withAgent(added), withLimit(added);
   added->add_flag("--whole-table", options.isWholeTable, "instead of one column");
   added->add_option("--repetitions", options.repetitions);
-  added->add_option("--columns", options.columns, "how many, asked for at once; the others are those before the measured one");
+  added->add_option("--columns", options.columns,
+                    "how many, asked for at once; the others are those before the measured one");
   added->add_flag("--getnext", options.isGetNext);
   added->add_flag("--patient", options.isPatient, "waits a minute for an answer");
   added = command("requests", "latencies of single requests", requests);

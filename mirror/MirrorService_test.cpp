@@ -120,21 +120,6 @@ TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnewWithGrowingPausesIfItRec
   EXPECT_GT(found, 10U);
   EXPECT_LT(found, 20U);
   EXPECT_THAT(traces_.take(), testing::ElementsAre(HasSubstr("was removed"), HasSubstr("since this recurs")));
-  for (const bool isChanged : {false, true}) {
-    now += 100;
-    service_->poll();
-    now += 100;
-    std::filesystem::remove_all(directory_);
-    if (isChanged) ip("addr add 10.0.0.2/24 dev eth0");
-    while (service_->receive()) {
-    }
-    service_->poll();
-    const auto reader = mount();
-    ASSERT_EQ(reader->state(), Quillo::Mount::State::ready) << reader->stateText();
-    EXPECT_TRUE(reader->snapshot().get(Quillo::TableId::varnix, "ip/status.ipIntfStatus/eth0"));
-    EXPECT_TRUE(reader->snapshot().firstPassComplete());
-    expectAgreement();
-  }
   Kel::System::clockIs({});
 }
 

@@ -286,32 +286,6 @@ TEST_F(NamespaceMirrorTest, veryManyNeighboursAreWrittenInSeveralCommits) {
   }
 }
 
-TEST(NamespaceRoutesTest, aRouteThatIsGoneIsSweptHoweverManyDumpsWereIncomplete) {
-  PublishedRoutes published;
-  NamespaceRoutes routes(published, [](std::uint32_t) { return Vantu::IntfId(); });
-  routes.updateTables({{{RT_TABLE_MAIN, 0}, std::nullopt}});
-  RouteMessage route;
-  route.table = RT_TABLE_MAIN;
-  route.address = Vantu::IpGenAddr::fromString("10.0.0.0");
-  route.length = 8;
-  route.content.type = RTN_BLACKHOLE;
-  const auto dump = [&](bool hasRoute, bool mayLack) {
-    routes.listingIs();
-    while (const auto* step = routes.step()) {
-      if (hasRoute && step->what == RtDump::ipv4Routes) routes.dumped(route);
-      routes.endStep(mayLack, 1);
-      while (!routes.work()) {
-      }
-    }
-    routes.endDump();
-  };
-  dump(true, false);
-  EXPECT_EQ(routes.routes(), 1U);
-  for (int number = 1; number < 256; ++number) dump(false, true);
-  dump(false, false);
-  EXPECT_EQ(routes.routes(), 0U);
-}
-
 TEST_F(NamespaceMirrorTest, routesAreListedWhenTheyMayHaveChangedWithoutAWord) {
   kernel_.links[3] = {3, "eth1"};
   kernel_.routes = {{"10.1.0.0/16", {{"10.0.0.1"}}}, {"10.2.0.0/16", {{"10.0.0.2", 3}}}};

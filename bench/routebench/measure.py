@@ -137,6 +137,9 @@ class Measurement:
         under_way = self.readiness(ready, load["start"], stall.result())
         self.agent.check()
         self.result["under_way"] = {**under_way, "kernel": load["end"] - load["start"]}
+        turns = self.agent.turns()
+        if turns:
+            self.result["turns"] = turns
         if not ready["sampled"]:
             return False
         time.sleep(SETTLE_SECONDS)

@@ -59,6 +59,11 @@ def visible(found):
     return f"{seconds(found['p50'])} / {seconds(found['p99'])} ({found['count']})" if found["count"] else "none in time"
 
 
+def turns(result, kind):
+    found = result["turns"][kind]
+    return f"{found['longest']:.1f} ms / {found['p99']:.1f} ms"
+
+
 def memory(result, name):
     found = result["memory"].get(name)
     return f"{found['per_route']:.0f} B, {found['bytes'] / 2**20:.0f} MiB" if found else NOTHING
@@ -71,6 +76,8 @@ LINES = (
     ("kernel: all routes given to it", lambda r: seconds(r["under_way"]["kernel"])),
     ("agents running: to first complete walk", lambda r: ready(r["under_way"])),
     ("  sysUpTime.0 meanwhile: longest / p99", lambda r: stall(r["under_way"])),
+    ("  agent's turns: of tasks, longest / p99", lambda r: turns(r, "tasks")),
+    ("  agent's turns: of requests, longest / p99", lambda r: turns(r, "requests")),
     ("routes standing: start to first complete walk", lambda r: ready(r["start"])),
     ("  sysUpTime.0 meanwhile: longest / p99", lambda r: stall(r["start"])),
     ("  start to end of that walk", lambda r: ready(r["start"], "walked")),

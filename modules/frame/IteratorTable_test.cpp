@@ -370,20 +370,4 @@ TEST_F(IteratorTableTest, aConversionThatFailsIsGenErr) {
   frameTest.leave("");
 }
 
-TEST(IteratorTableDeathTest, columnsThatCannotBeServedAreRefusedAtOnce) {
-  const auto numbered = [](unsigned number) {
-    return column<Row>(number, "testColumn", ASN_INTEGER, s32ToAsnInteger, "", zero);
-  };
-  const auto make = [](const std::vector<Column<Row>>& columns) { makeTable("refused", columns); };
-  std::vector<Column<Row>> many;
-  for (unsigned number = 1; number <= MibTable::maxColumns; ++number) many.push_back(numbered(number));
-  make(many);
-  many.push_back(numbered(MibTable::maxColumns + 1));
-  EXPECT_DEATH(make(many), "columns_.size\\(\\) <= maxColumns");
-  EXPECT_DEATH(make({}), "!columns_.empty");
-  EXPECT_DEATH(make({numbered(2), numbered(2)}), "columnsAscend");
-  EXPECT_DEATH(numbered(1).limitedTo(0, "snmp/ip/ipmib"), "bytes > 0");
-  EXPECT_DEATH(numbered(1).limitedTo(ColumnBase::maxBufferLength + 1, "snmp/ip/ipmib"), "bytes <= maxBufferLength");
-}
-
 }  // namespace

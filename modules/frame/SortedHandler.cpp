@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -161,7 +162,7 @@ class Answer {
 
   int get(const Target& target) {
     standIn(target.column);
-    const auto cursor = table_.find(cache_, target.index, false);
+    const auto cursor = guarded([&] { return table_.find(cache_, target.index, false); });
     const bool isFound = isOnRow(cursor.get());
     table_.traceRequest(MODE_GET);
     if (!isFound) {
@@ -192,13 +193,24 @@ class Answer {
                            : VACM_SUBTREE_UNKNOWN;
       if (view == VACM_NOTINVIEW) continue;
       mustCheckRows_ = info_->mode == MODE_GETBULK && view != VACM_SUCCESS;
-      const auto cursor =
-          mayFillAhead && message_.requests > 1 ? shared(target.index) : table_.find(cache_, target.index, true);
-      if (const auto status = fill(target.column, *cursor, mayFillAhead)) return *status;
+      const auto cursor = guarded([&] {
+        const bool areShared = mayFillAhead && message_.requests > 1;
+        return areShared ? shared(target.index) : table_.find(cache_, target.index, true);
+      });
+      if (!cursor) continue;
+      const auto status = guarded([&] { return fill(target.column, *cursor, mayFillAhead); });
+      if (status) return *status;
     }
   }
 
  private:
+  // An exception is traced, and the column ends there, as it does for the iterator helper: a table that cannot be read
+  // must not keep a walk from the tables behind it.
+  template <class Work>
+  std::invoke_result_t<Work> guarded(Work&& work) {
+    return Snmp::atCBoundary(table_.trace(), table_.name(), std::invoke_result_t<Work>(), work);
+  }
+
   std::unique_ptr<RowCursor> shared(Name index) {
     auto* rows = static_cast<SharedRows*>(netsnmp_agent_get_list_data(info_, SharedRows::name));
     if (rows == nullptr) {
