@@ -221,7 +221,7 @@ class IteratorTable final : public MibTable {
     if (hint == nullptr || !isWholeHint(hint->number_indexes)) return std::nullopt;
     return index_.parts(hint->indexes,
                         [this](const auto& component, auto* value, auto& part, std::size_t position) {
-                          return hintPart(component, value, part, position);
+                          return this->hintPart(component, value, part, position);
                         });
   }
 

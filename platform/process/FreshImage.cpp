@@ -25,14 +25,14 @@ char startDirectory[PATH_MAX];
 char variable[64];
 char* environment[4096];  // of the next image; its first entry is `variable`
 bool isReplaced = false;
-unsigned seconds = 0;
+unsigned secondsOfLast = 0;
 unsigned secondsOnFault = 0;
 int keptFile = -1;
 
 // With the pid, so that a program which inherits the variable does not mistake itself for a new image.
 bool readVariable(const char* entry) {
   int pid = 0;
-  return sscanf(entry + strlen(variableName), "%d %u %d", &pid, &seconds, &keptFile) == 3 && pid == getpid();
+  return sscanf(entry + strlen(variableName), "%d %u %d", &pid, &secondsOfLast, &keptFile) == 3 && pid == getpid();
 }
 
 void replaceAfterFault(int signal) {
@@ -56,7 +56,7 @@ void noteStart(char* const* arguments) {
     }
   }
   if (!isReplaced) {
-    seconds = 0;
+    secondsOfLast = 0;
     keptFile = -1;
     return;
   }
@@ -70,7 +70,7 @@ bool isReplacement() {
 }
 
 unsigned notedSeconds() {
-  return seconds;
+  return secondsOfLast;
 }
 
 void keep(std::string_view bytes) {

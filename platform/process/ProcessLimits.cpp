@@ -83,20 +83,21 @@ constexpr const char* deniedCalls[] = {
     "userfaultfd",
     "vhangup"};
 
+// Denies a call whose argument compares so.
+int denyWhere(scmp_filter_ctx filter, int call, const scmp_arg_cmp& argument) {
+  return seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), call, 1, &argument);
+}
+
 // Of namespaces a daemon only enters network namespaces, and it makes none. The flags of clone3 are in memory, out of the
 // filter's sight; the C library falls back to clone when the kernel seems to lack it.
 int denyNamespaces(scmp_filter_ctx filter) {
   int status = seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0);
-  if (status == 0) {
-    status =
-        seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(setns), 1, SCMP_A1(SCMP_CMP_NE, CLONE_NEWNET));
-  }
+  if (status == 0) status = denyWhere(filter, SCMP_SYS(setns), {1, SCMP_CMP_NE, CLONE_NEWNET, 0});
   for (const int flag :
        {CLONE_NEWNS, CLONE_NEWUSER, CLONE_NEWPID, CLONE_NEWUTS, CLONE_NEWIPC, CLONE_NEWNET, CLONE_NEWCGROUP}) {
     if (status != 0) break;
-    status = seccomp_rule_add(
-        filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(clone), 1,
-        SCMP_A0(SCMP_CMP_MASKED_EQ, static_cast<scmp_datum_t>(flag), static_cast<scmp_datum_t>(flag)));
+    const auto bits = static_cast<scmp_datum_t>(flag);
+    status = denyWhere(filter, SCMP_SYS(clone), {0, SCMP_CMP_MASKED_EQ, bits, bits});
   }
   return status;
 }
@@ -104,8 +105,7 @@ int denyNamespaces(scmp_filter_ctx filter) {
 // That of an open file with an empty path is how a process replaces its own image.
 int denyExecveat(scmp_filter_ctx filter, bool mayReplaceImage) {
   if (!mayReplaceImage) return seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(execveat), 0);
-  return seccomp_rule_add(filter, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(execveat), 1,
-                          SCMP_A4(SCMP_CMP_NE, AT_EMPTY_PATH));
+  return denyWhere(filter, SCMP_SYS(execveat), {4, SCMP_CMP_NE, AT_EMPTY_PATH, 0});
 }
 
 }  // namespace
