@@ -185,17 +185,17 @@ class Plugin(Quorin):
 
     @classmethod
     def needs(cls):
-        return [*super().needs(), SNMPD, cls.library()]
+        return [*super().needs(), SNMPD, cls.plugin_path()]
 
     @staticmethod
-    def library():
+    def plugin_path():
         return os.path.abspath(os.path.join(os.environ["QUORIN_BIN_DIR"], "..", "lib", "quorin.so"))
 
     def start(self):
         store = self.path("store")
         shutil.rmtree(store, ignore_errors=True)
         self.mirror = self.run("quorin-mirrord", "-f", "--store", store)
-        lines = f"{ACCESS}dlmod quorin {self.library()}\nquorinStore {store}\n"
+        lines = f"{ACCESS}dlmod quorin {self.plugin_path()}\nquorinStore {store}\n"
         self.serving = self.run(SNMPD, "-f", "-C", "-c", self.write("snmpd.conf", lines), "-LEw", "-I", "-smux",
                                 self.endpoint)
 
