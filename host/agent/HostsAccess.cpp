@@ -1,8 +1,8 @@
 // hosts_ctl() of TCP wrappers, in front of the library's own.
 //
 // net-snmp asks it for every packet, and the library reads /etc/hosts.allow and /etc/hosts.deny each time: ten system
-// calls, a third of a GETNEXT. While neither file holds a rule, everyone is allowed, so nothing needs to be read. With a
-// rule in one of them the library is asked as ever. A change of the files counts within a second.
+// calls, a third of a GETNEXT. While neither file holds a rule, everyone is allowed, so nothing needs to be read. With
+// a rule in one of them the library is asked as ever. A change of the files counts within a second.
 //
 // The program's definition takes precedence over that of the shared library (ld.so(8)), for net-snmp too.
 

@@ -5,8 +5,8 @@
 #include "host/agent/AgentMain.h"
 #include "host/composition/Composition.h"
 
-// jemalloc's own settings. net-snmp allocates 64 KiB for each packet, which by default is too large for the cache of the
-// thread; this is the logarithm of 128 KiB. Another allocator ignores it.
+// jemalloc's own settings. net-snmp allocates 64 KiB for each packet, which by default is too large for the cache of
+// the thread; this is the logarithm of 128 KiB. Another allocator ignores it.
 extern "C" {
 __attribute__((visibility("default"))) const char* malloc_conf = "lg_tcache_max:17";
 }

@@ -1,6 +1,6 @@
 #pragma once
-// What tests with the real kernel share: a network namespace of the test's own, in which it stays, VRFs beside it, and
-// a service that mirrors all of them into a store.
+// The fixture of tests with the real kernel. Each test runs in a network namespace of its own, can make more of them as
+// VRFs, and starts a service that mirrors all of them into a store.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ inline void execute(const std::string& command) {
   if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
 }
 
-// As `ip netns add` does it: an empty file first, and the namespace over it.
+// These two make a named namespace as `ip netns add` does: an empty file, and a new namespace mounted on it.
 inline void makeFile(const std::string& file) {
   close(open(file.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0));
 }
@@ -88,7 +88,7 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
   MirrorConfig config(int receiveBytes = RtSocket::defaultReceiveBytes) const {
     return {.store = TestStore::config(), .netnsDirectory = netnsDirectory_, .receiveBytes = receiveBytes};
   }
-  // Starts it anew when it runs.
+  // Starts the service, and waits for its first complete pass. A service that runs is destroyed first.
   void start(int receiveBytes = RtSocket::defaultReceiveBytes) {
     service_.reset();
     service_ = std::make_unique<MirrorService>(config(receiveBytes));
@@ -113,7 +113,7 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
     FAIL() << "not within " << milliseconds << " ms: " << what;
   }
 
-  // What a mirror publishes that starts now, with the VRF ids that are in the store.
+  // The lines that a second mirror publishes if it starts now from a copy of the store, which has the VRF ids.
   Lines publishedByAnother() const {
     MirrorConfig another = config();
     another.store.directory = parent_ + "-another";
@@ -129,7 +129,8 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
     std::filesystem::remove_all(another.store.directory);
     return lines;
   }
-  // The kernel notifies of a lost carrier only after up to a second, and goes on changing.
+  // Expects that a second mirror publishes the same. Waits up to a second for that: the kernel notifies of a lost
+  // carrier so late.
   void expectAgreement() {
     Lines ours, another;
     const auto isSame = [&] {

@@ -6,18 +6,19 @@
 // bulk_to_next, table and table_iterator. Each piece of a registration that net-snmp has divided has a handler.
 //
 // - GET, GETNEXT, GETBULK: answered from the cursor. Rows without an instance of the object (Column.h) are skipped.
-// - GETBULK: one call fills all repetitions if the message has one variable binding or room for the longest names of all
-//   its bindings; otherwise one call fills one repetition, as in net-snmp. net-snmp's access control checks only some
-//   variables of a GETBULK, so the handler checks each row where a part of the column is out of view. A column that is
-//   wholly out of view is skipped without a search. Bindings of a message that ask from the same row for different columns share
-//   the rows: the search and the names of the rows are made once.
+// - GETBULK: one call fills all repetitions if the message has one variable binding or room for the longest names of
+//   all its bindings; otherwise one call fills one repetition, as in net-snmp. net-snmp's access control checks only
+//   some variables of a GETBULK, so the handler checks each row where a part of the column is out of view. A column
+//   that is wholly out of view is skipped without a search. Bindings of a message that ask for several columns from the
+//   same row on share one search and its rows.
 // - SET of a name with a complete index: refused with notWritable, without a search.
 // - Everything else goes to the helpers: any other SET, a GET of a name that is not an instance of a column, a GETNEXT
 //   after the last column, and all requests after setEnabled(false).
 //
-// Guarantees: the same answers as the helpers, which tests compare by disabling the handler. The exceptions are in
-// docs/decisions/0026, and so is the reason for the handler: the time and memory that the helpers take.
-// Traces: those of MibTable, once for each request; for shared rows, the hint only once. Thread: the agent's.
+// Guarantees: the same answers as the helpers, which tests compare by disabling the handler. docs/decisions/0026 lists
+// the exceptions, such as a GETBULK under a view, and gives the reason for the handler: the helpers' time and memory.
+// Traces: those of MibTable, once for each request. Bindings that share rows trace the hint of the first one only.
+// Thread: the agent's.
 
 #include "modules/frame/NetSnmp.h"
 

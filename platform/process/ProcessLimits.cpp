@@ -88,8 +88,8 @@ int denyWhere(scmp_filter_ctx filter, int call, const scmp_arg_cmp& argument) {
   return seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), call, 1, &argument);
 }
 
-// Of namespaces a daemon only enters network namespaces, and it makes none. The flags of clone3 are in memory, out of the
-// filter's sight; the C library falls back to clone when the kernel seems to lack it.
+// Of namespaces a daemon only enters network namespaces, and it makes none. The flags of clone3 are in memory, out of
+// the filter's sight; the C library falls back to clone when the kernel seems to lack it.
 int denyNamespaces(scmp_filter_ctx filter) {
   int status = seccomp_rule_add(filter, SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3), 0);
   if (status == 0) status = denyWhere(filter, SCMP_SYS(setns), {1, SCMP_CMP_NE, CLONE_NEWNET, 0});

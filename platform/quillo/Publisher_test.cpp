@@ -38,8 +38,8 @@ class PublisherTest : public TestStore {
   }
 };
 
-// What is no store of ours stays byte for byte as it is, and is kept even when a store is recreated. A store that cannot
-// be used is made anew. Readers say the same.
+// What is no store of ours stays byte for byte as it is, and is kept even when a store is recreated. A store that
+// cannot be used is made anew. Readers say the same.
 TEST_F(PublisherTest, StoresThatAreRefused) {
   struct Case {
     std::function<void()> prepare;

@@ -14,8 +14,8 @@ namespace {
 
 constexpr double ticksPerSecond = 100;
 
-// When the agent started, on the framework's clock. net-snmp returns its up-time in whole ticks, so each reading is up to
-// a tick late. The first one is kept: otherwise the ticks of one time could differ between requests, which a manager
+// When the agent started, on the framework's clock. net-snmp returns its up-time in whole ticks, so each reading is up
+// to a tick late. The first one is kept: otherwise the ticks of one time could differ between requests, which a manager
 // would take for a change. A start that is late by less than a tick keeps past times at or before sysUpTime.
 Kel::Seconds agentStart() {
   constexpr Kel::Seconds noise = 1;  // above it, net-snmp has been given another start

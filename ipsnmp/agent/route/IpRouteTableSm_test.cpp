@@ -108,7 +108,8 @@ TEST_F(RouteSm, passThatYieldsContinuesAtItsBookmark) {
   EXPECT_TRUE(sm->routeBacklogHas(prefixOf("9.0.0.0/8")));
 }
 
-// A prefix or FEC that is in the old and in the new table is never out of the cache, nor more than a piece in a backlog.
+// A prefix or FEC that is in the old and in the new table is never out of the cache, nor more than a piece in a
+// backlog.
 TEST_F(RouteSm, wholeTablesAreReplacedInPiecesWithoutFlapping) {
   struct Watch : FecsAndPrefixes::Notifiee {
     void handleOrderedPrefix(const Vantu::IpAddrWithMask&) override { ++changes; }
