@@ -73,6 +73,9 @@ void StoreFollower::follow(Brev::Task& task) {
       return;
     }
   }
+  // Where damage was met there may be more, which leads searches astray.
+  if (std::exchange(damageSeen_, mount_->corruptionCount()) != mount_->corruptionCount())
+    scrubTask_->scheduleTask();
   reportStatus();
 }
 

@@ -5,7 +5,7 @@
 // - It works in a task that yields to requests. The state database is updated before the tables, so a reactor to an
 //   entry finds the interfaces and VRFs that the entry names.
 // - The doorbell wakes it; a poll once a second makes up for a lost wake-up. An idle task scans the whole store once a
-//   minute for damage that no lookup meets.
+//   minute, and at once when damage was met, for damage that no lookup meets.
 // - It logs one line whenever its status changes: what it waits for, or what is wrong.
 // - All readers of one turn of the loop share one snapshot, which is released at the end of the turn. If the loop does
 //   not know the end of a turn, a queued task releases it at the start of the next turn.
@@ -31,6 +31,7 @@ class StoreFollower {
   // Its quilloMount mounts the routes and FECs of each VRF.
   const Kel::Ptr<Varnix::EntityManager>& manager() const { return manager_; }
   const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
+  const Kel::Ptr<Quillo::Mount>& mount() const { return mount_; }
 
  private:
   void followTurns(const Kel::Ptr<Brev::TaskScheduler>& scheduler);
@@ -45,6 +46,7 @@ class StoreFollower {
   Kel::Ptr<Quillo::TableFollower> tables_;  // one for all tables: they share a journal
   Kel::Ptr<Quillo::ArpTableMount> arpTable_;
   Quillo::Scrubber scrubber_;
+  std::uint64_t damageSeen_ = 0;
   Kel::String reported_;
   Kel::Ptr<Brev::Task> turnEndTask_;  // null if the loop knows the end of a turn
   Kel::Ptr<Brev::Task> followTask_;

@@ -88,6 +88,18 @@ std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place
   return view;
 }
 
+bool isFound(Environment& env, MDB_txn* txn, Place place, Bytes key) {
+  if (env.faulted()) damageDetected(env, place, key, mappingFault);
+  const MDB_dbi index = env.index(place);
+  const int status = guarded([&] {
+    MDB_val keyVal{key.size(), const_cast<char*>(key.data())};
+    MDB_val value{};
+    return mdb_get(txn, index, &keyVal, &value);
+  });
+  if (status != 0 && status != MDB_NOTFOUND) damageDetected(env, place, key, status);
+  return status == 0;
+}
+
 namespace {
 
 // Reads and decodes one of the store's own records.

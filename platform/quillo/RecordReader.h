@@ -24,6 +24,9 @@ namespace Quillo {
 // nullopt when there is no such record. The result points into `buffer`, which grows as needed and should be reused.
 std::optional<RecordView> readRecord(Environment& env, MDB_txn* txn, Place place, Bytes key, std::string& buffer);
 
+// Whether a search finds the key. Its record is not read, so damage in it is left to readRecord().
+bool isFound(Environment& env, MDB_txn* txn, Place place, Bytes key);
+
 // Zeroes, or nullopt, in a new store.
 Head readHead(Environment& env, MDB_txn* txn);
 std::optional<CompletePass> readPass(Environment& env, MDB_txn* txn);

@@ -121,8 +121,13 @@ Changes Snapshot::changesSince(const Bookmark& bookmark, std::size_t limit) cons
     }
     Bytes entry = cursor.record().value;
     if (entry.size() < 2) damageDetected(env, Place::journal, cursor.key(), "entry too short");
-    result.changes.push_back({seqOfKey(cursor.key()), static_cast<TableId>(entry[1]),
-                              static_cast<Change::Kind>(entry[0]), std::string(entry.substr(2))});
+    const auto kind = static_cast<Change::Kind>(entry[0]);
+    // A damaged page can lead a search to another page, where a key is just not found.
+    if (kind == Change::Kind::put && !isFound(env, view_->txn, Place::records, entry.substr(1))) {
+      damageDetected(env, Place::records, entry.substr(1), "the journal has it, but no search finds it");
+    }
+    result.changes.push_back(
+        {seqOfKey(cursor.key()), static_cast<TableId>(entry[1]), kind, std::string(entry.substr(2))});
   }
   return result;
 }

@@ -100,7 +100,8 @@ class Snapshot {
   // Throws a StoreException of kind `version` when the first record of a table has a layout that this program does not
   // know. Ignores damage, which later reads report.
   void checkLayouts() const;
-  // At most `limit` (at least 1) changes after the bookmark, oldest first.
+  // At most `limit` (at least 1) changes after the bookmark, oldest first. A key that was put and that a search does
+  // not find is damage.
   Changes changesSince(const Bookmark& bookmark, std::size_t limit) const;
 
   bool firstPassComplete() const { return completePass().has_value(); }
