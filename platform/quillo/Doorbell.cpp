@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -76,6 +77,14 @@ void Doorbell::ring(std::uint64_t seq) {
   }
 }
 
+namespace {
+
+Kel::Seconds timeOf(const struct stat& file) {
+  return static_cast<Kel::Seconds>(file.st_mtim.tv_sec) + static_cast<Kel::Seconds>(file.st_mtim.tv_nsec) * 1e-9;
+}
+
+}  // namespace
+
 PublisherInfo doorbellHolder(const std::string& directory) {
   PublisherInfo info;
   const int fd = ::open(doorbellFile(directory).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -87,6 +96,9 @@ PublisherInfo doorbellHolder(const std::string& directory) {
     info = readPublisher(fd, sizeof(std::uint64_t));
     info.alive = true;
   }
+  struct stat file {};
+  if (::fstat(fd, &file) == 0) info.lastCommit = timeOf(file);
+  if (::stat(publisherLockFile(directory).c_str(), &file) == 0) info.lastSeen = timeOf(file);
   ::close(fd);
   return info;
 }

@@ -53,7 +53,12 @@ TEST_F(MountTest, DoorbellWakesAReaderInAnotherProcess) {
     return 0;
   });
   EXPECT_TRUE(waitFor(*reader, "n", "20"));
-  EXPECT_TRUE(reader->publisher().alive);
+  const auto now = static_cast<Kel::Seconds>(time(nullptr));
+  const auto publisher = reader->publisher();
+  EXPECT_TRUE(publisher.alive);
+  EXPECT_NEAR(now, publisher.started, 10);
+  EXPECT_NEAR(now, publisher.lastCommit, 10);
+  EXPECT_NEAR(now, publisher.lastSeen, 10);
   // Nobody else may publish, and not even --recreate touches the store.
   for (const auto& other : {config(), recreating()}) {
     StoreException e = refusal([&] { Publisher second(other); });

@@ -65,6 +65,10 @@ struct PublisherInfo {
   // them is not: the kernel reports that a file is locked, but not by which process.
   std::int64_t pid = 0;
   std::string name;
+  // Seconds since 1970, by the system's clock; 0: unknown. The last two are also those of a publisher that has died.
+  Kel::Seconds started = 0;
+  Kel::Seconds lastSeen = 0;    // when it last called Publisher::check()
+  Kel::Seconds lastCommit = 0;  // or when it opened the store, if that is later
 
   // "quorin-mirrord (pid 7)", or "another process".
   std::string text() const;
@@ -143,7 +147,7 @@ class Publisher {
   // StoreException `gone`, and after damage. Throws StoreException; the call can then be repeated.
   void makeAnew();
 
-  // Call it once a second. Creates `publisher.lock` and `doorbell` again if they were removed or replaced. Verifies the
+  // Call it once a second: readers take a publisher that does not for one that hangs (PublisherInfo). Creates `publisher.lock` and `doorbell` again if they were removed or replaced. Verifies the
   // whole store once a minute, and sooner if a reader has reported damage. Throws StoreException `gone` if the store
   // was removed or replaced, `owned` if another publisher has taken the lock. Throws CorruptionDetectedException if the
   // store is damaged: only makeAnew() helps then.

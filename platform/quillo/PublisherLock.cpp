@@ -3,11 +3,14 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <ctime>
+#include <string_view>
 #include <utility>
 
 #include "quillo/Doorbell.h"
@@ -20,6 +23,7 @@ namespace {
 using Kind = StoreException::Kind;
 
 constexpr mode_t ownerOnly = 0600;
+constexpr std::string_view startedLabel = "started ";
 
 // The lock belongs to the open file, not to the process: a mount of the same process that looks at the file does not
 // lose it.
@@ -40,7 +44,8 @@ bool lockWhole(int fd) {
 }  // namespace
 
 std::string publisherLine(const std::string& name) {
-  return fmt::format("{} {}\n", ::getpid(), name.substr(0, 200));
+  static const auto started = std::time(nullptr);
+  return fmt::format("{} {}\n{}{}\n", ::getpid(), name.substr(0, 200), startedLabel, started);
 }
 
 PublisherInfo readPublisher(int fd, long offset) {
@@ -51,7 +56,13 @@ PublisherInfo readPublisher(int fd, long offset) {
   const std::size_t blank = line.find(' ');
   if (blank != std::string::npos) {
     std::from_chars(line.data(), line.data() + blank, info.pid);  // stays 0 when it is no number
-    info.name = line.substr(blank + 1, line.find('\n') - blank - 1);
+    const auto end = line.find('\n');
+    info.name = line.substr(blank + 1, end - blank - 1);
+    if (const auto at = line.find(startedLabel, end); end != std::string::npos && at != std::string::npos) {
+      std::int64_t seconds = 0;
+      std::from_chars(line.data() + at + startedLabel.size(), line.data() + line.size(), seconds);
+      info.started = static_cast<Kel::Seconds>(seconds);
+    }
   }
   const bool isDead = info.pid <= 0 || (::kill(static_cast<pid_t>(info.pid), 0) != 0 && errno == ESRCH);
   return isDead ? PublisherInfo() : info;
@@ -106,6 +117,10 @@ bool PublisherLock::retake() {
   if (!isFileReplaced(fd_, publisherLockFile(directory_))) return false;
   ::close(std::exchange(fd_, take(true)));
   return true;
+}
+
+void PublisherLock::beat() {
+  ::futimens(fd_, nullptr);  // of a file of our own, so this cannot fail
 }
 
 void PublisherLock::undo() {

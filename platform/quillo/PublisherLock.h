@@ -24,6 +24,8 @@ class PublisherLock {
   // Takes the lock again when the file was removed or replaced. Returns true when it had to. Throws as the constructor
   // does, with `owned` when another publisher was faster.
   bool retake();
+  // Sets the time of the file to now, from which readers learn that the publisher works.
+  void beat();
   // Removes the file if this lock created it. For a publisher that fails to open the store, so that it leaves the
   // directory as it was.
   void undo();
@@ -39,9 +41,10 @@ class PublisherLock {
   int fd_ = -1;
 };
 
-// "PID NAME", as a publisher writes it into its files. A name longer than 200 bytes is cut.
+// "PID NAME" and, on a second line, "started SECONDS", as a publisher writes it into its files. A name longer than 200
+// bytes is cut.
 std::string publisherLine(const std::string& name);
-// The publisher whose line begins at `offset` of the file, if that process exists. `alive` is not set.
+// The publisher whose line begins at `offset` of the file, if that process exists: pid, name and start.
 PublisherInfo readPublisher(int fd, long offset);
 
 }  // namespace Quillo

@@ -204,6 +204,7 @@ bool Publisher::isDamageReported() {
 
 void Publisher::check() {
   apply(Batch(*this), false);  // of nothing: throws where the store is gone
+  lock_->beat();
   if (doorbell_->check()) {
     QTRACE(openTrace, 0) << doorbellFile(config_.directory) << " was removed or replaced; made it again";
   }
