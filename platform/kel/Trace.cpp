@@ -18,6 +18,7 @@
 namespace Kel {
 namespace {
 
+// A facility, or all that begin alike, and its levels.
 struct Rule {
   std::string facility;
   bool isPrefix = false;
@@ -32,6 +33,7 @@ struct Rule {
 struct Registry {
   std::vector<TraceHandle*> handles;
   std::vector<Rule> rules;
+  std::vector<TraceListener*> listeners;
   TraceConfig::Sink sink;
   std::shared_ptr<spdlog::logger> logger;
   LineLimit limit;
@@ -104,6 +106,24 @@ Rule parseRule(std::string_view text) {
   return rule;
 }
 
+// Throws RangeException.
+std::vector<Rule> parseRules(std::string_view text) {
+  std::vector<Rule> rules;
+  for (const auto piece : split(text, ';')) {
+    if (!piece.empty()) rules.push_back(parseRule(piece));
+  }
+  return rules;
+}
+
+// By the last rule that matches; `levels` without one.
+std::uint32_t levelsBy(const std::vector<Rule>& rules, std::string_view facility, std::uint32_t levels) {
+  const auto last =
+      std::find_if(rules.rbegin(), rules.rend(), [&](const Rule& rule) { return rule.matches(facility); });
+  return last == rules.rend() ? levels : last->levels;
+}
+
+constexpr std::uint32_t defaultLevels = 1;  // level 0
+
 struct Ring {
   std::array<TraceRing::Entry, TraceRing::capacity> entries;
   std::size_t next = 0;
@@ -117,11 +137,15 @@ Ring& ring() {
 }  // namespace
 
 TraceHandle::TraceHandle(std::string_view facility) : facility_(facility) {
+  registry().handles.push_back(this);
+  levelsChanged();
+}
+
+void TraceHandle::levelsChanged() {
   auto& known = registry();
-  known.handles.push_back(this);
-  for (const auto& rule : known.rules) {
-    if (rule.matches(facility_)) levels_ = rule.levels;
-  }
+  configured_ = levelsBy(known.rules, facility_, defaultLevels);
+  levels_ = configured_;
+  for (const auto* listener : known.listeners) levels_ |= listener->levelsOf(*this);
 }
 
 TraceHandle::~TraceHandle() {
@@ -129,22 +153,33 @@ TraceHandle::~TraceHandle() {
 }
 
 void TraceConfig::setLevels(std::string_view text) {
-  std::vector<Rule> rules;
-  for (const auto piece : split(text, ';')) {
-    if (!piece.empty()) rules.push_back(parseRule(piece));
-  }
   auto& known = registry();
-  for (const auto& rule : rules) {
-    for (auto* handle : known.handles) {
-      if (rule.matches(handle->facility_)) handle->levels_ = rule.levels;
-    }
-    known.rules.push_back(rule);
-  }
+  for (auto& rule : parseRules(text)) known.rules.push_back(std::move(rule));
+  for (auto* handle : known.handles) handle->levelsChanged();
 }
 
 void TraceConfig::reset() {
   registry().rules.clear();
-  for (auto* handle : registry().handles) handle->levels_ = 1;
+  for (auto* handle : registry().handles) handle->levelsChanged();
+}
+
+struct TraceListener::Rules {
+  std::vector<Rule> all;
+};
+
+TraceListener::TraceListener(std::string_view levels, TraceConfig::Sink sink)
+    : rules_(std::make_unique<Rules>(Rules{parseRules(levels)})), sink_(std::move(sink)) {
+  registry().listeners.push_back(this);
+  for (auto* handle : registry().handles) handle->levelsChanged();
+}
+
+TraceListener::~TraceListener() {
+  std::erase(registry().listeners, this);
+  for (auto* handle : registry().handles) handle->levelsChanged();
+}
+
+std::uint32_t TraceListener::levelsOf(const TraceHandle& handle) const {
+  return levelsBy(rules_->all, handle.facility(), 0);
 }
 
 TraceConfig::Sink TraceConfig::setSink(Sink sink) {
@@ -175,6 +210,10 @@ TraceLine::~TraceLine() {
   try {
     auto& known = registry();
     const std::string text = std::move(stream_).str();
+    for (const auto* listener : known.listeners) {
+      if ((listener->levelsOf(handle_) >> level_ & 1U) != 0) listener->sink_(handle_, level_, text);
+    }
+    if ((handle_.configured_ >> level_ & 1U) == 0) return;
     if (known.sink) {
       known.sink(handle_, level_, text);
       return;

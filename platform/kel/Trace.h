@@ -16,6 +16,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -39,8 +40,13 @@ class TraceHandle {
 
  private:
   friend class TraceConfig;
+  friend class TraceLine;
+  friend class TraceListener;
+  void levelsChanged();
+
   std::string facility_;
-  std::uint32_t levels_ = 1;
+  std::uint32_t configured_ = 1;  // the levels that TraceConfig enables, as bits
+  std::uint32_t levels_ = 1;      // and those that a TraceListener enables
 };
 
 // Levels and sink for the whole process.
@@ -64,7 +70,27 @@ class TraceConfig {
   static void setOutput(Output output, const std::string& target);
 };
 
-// One line under construction. The destructor passes it to the sink.
+// Receives trace lines with levels of its own while it exists, whatever TraceConfig enables: for a person who looks for
+// a moment. Its lines do not reach the sink, unless TraceConfig enables them too.
+class TraceListener {
+ public:
+  // `levels` as TraceConfig::setLevels takes it; throws the same. Lifetime: no trace line may end in `sink`.
+  TraceListener(std::string_view levels, TraceConfig::Sink sink);
+  ~TraceListener();
+  TraceListener(const TraceListener&) = delete;
+  TraceListener& operator=(const TraceListener&) = delete;
+
+ private:
+  friend class TraceHandle;
+  friend class TraceLine;
+  struct Rules;
+  std::uint32_t levelsOf(const TraceHandle& handle) const;
+
+  std::unique_ptr<Rules> rules_;
+  TraceConfig::Sink sink_;
+};
+
+// One line under construction. The destructor passes it to the listeners and the sink.
 class TraceLine {
  public:
   TraceLine(const TraceHandle& handle, unsigned level) : handle_(handle), level_(level) {}

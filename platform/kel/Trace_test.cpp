@@ -36,6 +36,24 @@ TEST_F(TraceTest, levelsAreSetByFacilityAndPattern) {
   EXPECT_FALSE(handle.enabled(0));
 }
 
+TEST_F(TraceTest, aListenerHasLevelsOfItsOwnWhileItExists) {
+  std::vector<std::string> heard;
+  {
+    const Kel::TraceListener listener("Trace*/2", [&](const auto&, unsigned level, const std::string& text) {
+      heard.push_back(fmt::format("{} {}", level, text));
+    });
+    Kel::TraceConfig::reset();  // of the configured levels alone
+    for (const unsigned level : {0U, 2U, 3U}) QTRACE(handle, level) << "first";
+    Kel::TraceConfig::setLevels("TraceTest/");
+    QTRACE(handle, 2) << "second";
+  }
+  EXPECT_THAT(heard, ElementsAre("2 first", "2 second"));
+  EXPECT_THAT(traces.lines, ElementsAre("first")) << "at level 0; the configuration was reset";
+  Kel::TraceConfig::reset();
+  EXPECT_FALSE(handle.enabled(2));
+  EXPECT_THROW(Kel::TraceListener("x", {}), Kel::RangeException);
+}
+
 TEST_F(TraceTest, ringKeepsTheLatestEntriesAndAssertionsAbortWithTheirText) {
   for (std::uintptr_t i = 0; i < Kel::TraceRing::capacity + 3; ++i) QTRACE_ENTRY(handle, i);
   const auto entries = Kel::TraceRing::entries();
