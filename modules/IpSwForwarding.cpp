@@ -6,7 +6,7 @@
 namespace {
 
 Kel::TraceHandle ipSwForwardingTrace("Snmp");
-Modules::Module ipSwForwarding("IpSwForwarding", ipSwForwardingTrace);
+Modules::Module ipSwForwarding("IpSwForwarding", ipSwForwardingTrace, Modules::Module::Facts::own);
 
 constexpr unsigned refreshMilliseconds = static_cast<unsigned>(Ip::SwFwdStats::freshness * 1000);
 

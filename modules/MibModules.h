@@ -19,6 +19,8 @@
 // |                   | quorinFIBStatsByRouteTypeTable E.3.23.1.2,                 |          |                       |
 // |                   | quorinFIBStatsByPrefixLenTable E.3.23.1.3                  |          |                       |
 // | quorinIpMIB       | QUORIN-IP-MIB: quorinIpIfStatsTable E.3.27.1.1             | default  | IpSnmp::IpMib         |
+// | quorinAgentMIB    | QUORIN-AGENT-MIB: 18 scalars E.4.1.1 to .18,               | default  | AgentSnmp::AgentMib   |
+// |                   | quorinAgentVrfTable E.4.1.19                               |          |                       |
 //
 // E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
 // IpForward and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables". Requests
@@ -40,6 +42,7 @@ MIB_MODULE_FUNCTIONS(IpForward)
 MIB_MODULE_FUNCTIONS(IpSwForwarding)
 MIB_MODULE_FUNCTIONS(VrfBase)
 MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
+MIB_MODULE_FUNCTIONS(quorinAgentMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)
 
 #undef MIB_MODULE_FUNCTIONS

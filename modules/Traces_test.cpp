@@ -29,6 +29,7 @@ class Traces : public ::testing::Test {
     tree.ipMib->ipSwFwdStatsIs(Ip::ipVersion4, "default");
     tree.ipVrfMib->vrfTableIs(Snmp::String("red"), nullptr, nullptr, nullptr);
     tree.ipVrfMib->vrfIfTableIs(3U)->vrfNameIs("red");
+    tree.agentMib->vrfTableIs(Snmp::String("red"));
     tree.fibStatsMib->routeInc(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic, 24);
     routes.fecIs(1, {{"10.1.1.1", ""}});
     routes.routeIs("10.0.0.0/24", 1);

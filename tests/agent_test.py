@@ -1,9 +1,12 @@
 """What the pair of programs answers without a configuration, and what it says. See also host/agent/quorind_test.py."""
 
+import json
 import os
 import shutil
+import socket
 
 from harness import SystemCase, eventually, main
+from harness.snmp import IP_FORWARDING
 from harness.tables import IF_STATS, ROUTE, SW_FWD, walk_table
 from harness.tools import read_file, run_command
 
@@ -77,6 +80,52 @@ class AgentTest(SystemCase):
                 if option != "-Dcallback":
                     self.assertRegex(agent.output(), r"\btrace: init_IpBase\(\): IpBase\.cpp, \d+:\n")
                 self.assertEqual(agent.stop(), 0)
+
+    def test_the_control_socket_answers_whatever_it_is_asked(self):
+        path = os.path.join(self.directory, "control")
+        self.configure(f"quorinControlSocket {path}")
+        self.start_mirror()
+        self.start_agent()
+        self.wait_until_complete()
+
+        def connect():
+            client = socket.socket(socket.AF_UNIX)
+            self.addCleanup(client.close)
+            client.settimeout(10)
+            client.connect(path)
+            return client, client.makefile("rw", encoding="utf-8")
+
+        def ask(lines, request):
+            lines.write(request + "\n")
+            lines.flush()
+            return json.loads(lines.readline())
+
+        client, lines = connect()
+        status = ask(lines, '{"request":"status"}')
+        self.assertEqual((status["publisher"]["state"], status["ready"], status["vrfs"]), ("alive", True, 1))
+        self.assertEqual(ask(lines, '{"request":"contexts"}')["contexts"],
+                         [{"context": "", "vrf": "default", "state": "ready"}])
+        self.assertGreater(ask(lines, '{"request":"turns"}')["turns"][0]["count"], 0)
+        for wrong in ("x", "[]", "{}", '{"request":7}', '{"request":"no"}', '{"request":"trace"}', "\0",
+                      '{"request":"trace","levels":"IpBase"}', "[" * 4000):
+            self.assertIn("error", ask(lines, wrong), wrong)
+        self.assertIn("tracing", ask(lines, '{"request":"trace","levels":"*/0-9"}'))
+        self.client.get(IP_FORWARDING)
+        facilities = iter(lambda: json.loads(lines.readline())["facility"], "IpBase")
+        self.assertLess(len([facility for facility in facilities if facility]), 10000)
+        self.assertNotIn("IpBase/", self.agent.output())
+        flood = connect()[0]
+        with self.assertRaises(OSError):
+            for _ in range(100):
+                flood.sendall(b"y" * 5000)
+                flood.recv(1)
+        others = [connect() for _ in range(20)]
+        self.assertIn("version", ask(others[-1][1], '{"request":"status"}'))
+        self.agent.kill()
+        self.start_agent()  # finds the socket of the one before
+        self.wait_until_complete()
+        self.assertIn("version", ask(connect()[1], '{"request":"status"}'))
+        self.assertEqual(os.stat(path).st_mode & 0o777, 0o660)
 
     def test_no_reader_can_fill_the_log(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")

@@ -7,7 +7,7 @@ import time
 
 from harness import SnmpError, background, eventually, main
 from harness.snmp import IP_FORWARDING, SYS_UP_TIME, SYSTEM, ticks
-from harness.snmpd import PLUGIN, SnmpdCase, plugin_environment
+from harness.snmpd import OURS, PLUGIN, SnmpdCase, plugin_environment
 from harness.tables import ADDR, CONTEXT_TABLES, IP, IP_TABLES, numbers
 from harness.tools import read_file
 
@@ -18,6 +18,9 @@ EVE = "".join(("createUser eve SHA authentic-pass AES private-pass\nrouser eve p
                *(f"view part excluded {subtree}\n" for subtree in HIDDEN),
                f"view part excluded {ADDR}.1.10.1.1.3 ff.bf\n"))
 ENGINE = "1.3.6.1.6.3.10.2.1"
+AGENT = "1.3.6.1.4.1.32473.4"
+SNMPTRAPD = "/usr/sbin/snmptrapd"
+RECEIVER = "udp:127.0.0.1:1163"
 COUNTERS = ("1.3.6.1.2.1.11", "1.3.6.1.6.3.11.2.1", "1.3.6.1.6.3.15.1.1")
 
 
@@ -26,6 +29,7 @@ class Home:
 
     communities = ("red", "blue", "a b")
     shared = (SYSTEM, ENGINE, *COUNTERS)  # groups that the contexts have from the default one
+    settings = ()  # further lines of the library's configuration
     checks_views = True  # otherwise the master does, which errs where a GETBULK has several columns
 
     def setUp(self):
@@ -119,6 +123,40 @@ class Home:
         self.expect_context("blue")
 
 
+    def test_the_state_of_the_publisher_shows(self):
+        self.settings = ("quorinStaleAfter 3",)
+        self.access += f"trap2sink {RECEIVER} public\n"
+        receiver = self.start(SNMPTRAPD, "-f", "-Lo", "-On", "-C", "-c",
+                              self.write_file("trapd.conf", "disableAuthorization yes\n"), RECEIVER)
+        self.start_home()
+        self.expect_context()
+
+        def state():
+            return [bind.value for bind in self.client.get(*(f"{AGENT}.1.{number}.0" for number in (1, 7, 8)))]
+
+        def expect_notification(number, *texts):
+            receiver.wait_for_output(".*".join((rf"{AGENT}\.0\.{number}\b", *texts)))
+
+        self.assertEqual(state(), ["2", "1", "2"])
+        self.add_vrf("red", "10.1.1.1/24")
+        expect_notification(4, '"red"')
+        self.expect_context("red")
+        self.mirror.kill()
+        self.home.wait_for_output("quorin-mirrord .* has ended")
+        expect_notification(1, "INTEGER: 4")
+        self.assertEqual(state()[0], "4")
+        eventually(lambda: state() == ["4", "2", "1"], "old state is served")
+        for client in (self.client, self.client_of("red")):
+            self.assertFalse(client.has(IP_FORWARDING))
+            self.assertEqual([bind for bind in client.walk(IP) if bind.oid.startswith(OURS)], [])
+        self.start_mirror()
+        self.expect_context("red")
+        expect_notification(2, "INTEGER: 2")
+        self.vrfs.remove("red")
+        expect_notification(5, '"red"')
+        self.expect_context()
+
+
 class StockHome(Home):
     """What holds wherever the library serves through a stock snmpd."""
 
@@ -160,7 +198,7 @@ class StockHome(Home):
 class AgentTest(Home, SnmpdCase):
     def start_home(self):
         self.start_mirror()
-        self.configure()
+        self.configure(*self.settings)
         self.home = self.start_agent()
 
     def test_a_reload_keeps_the_contexts(self):
@@ -180,7 +218,7 @@ class SubagentTest(StockHome, SnmpdCase):
     def start_home(self):
         self.start_mirror()
         self.start_master()
-        self.write_file("quorind.conf", "sysName router\nsysContact nobody\n")
+        self.write_file("quorind.conf", "\n".join(("sysName router", "sysContact nobody", *self.settings, "")))
         self.home = self.start_subagent()
         self.wait_until_served_by_us()  # the master learns of changes from now on while it runs
 
@@ -230,7 +268,7 @@ class SubagentTest(StockHome, SnmpdCase):
 
 class PluginTest(StockHome, SnmpdCase):
     def configure_plugin(self):
-        self.configure_snmpd(f"dlmod quorin {PLUGIN}", f"quorinStore {self.store}")
+        self.configure_snmpd(f"dlmod quorin {PLUGIN}", f"quorinStore {self.store}", *self.settings)
 
     def start_home(self, *options):
         self.start_mirror()

@@ -4,6 +4,7 @@ import pathlib
 import subprocess
 
 from harness import SystemCase, background, eventually, main
+from harness.snmp import IP_FORWARDING
 
 
 class PublisherTest(SystemCase):
@@ -14,6 +15,7 @@ class PublisherTest(SystemCase):
         self.assertIn(self.store, line)
         self.assertEqual(agent.output().lower().count(" wait"), 1, "said more than once")
         self.assertEqual(self.addresses(), {})
+        self.assertFalse(self.client.has(IP_FORWARDING), "nobody has said whether this router forwards")
         self.namespace.add_interface("a0", "10.0.0.1/24")
         mirror = self.start_mirror()
         self.wait_until_complete()

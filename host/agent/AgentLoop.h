@@ -15,7 +15,7 @@
 #include <map>
 #include <vector>
 
-#include "host/agent/Turns.h"
+#include "host/composition/Turns.h"
 #include "host/composition/EventLoop.h"
 
 namespace Host {
@@ -38,7 +38,7 @@ class AgentLoop : public EventLoop {
   // Waits until a descriptor is ready or an alarm is due, and serves it.
   void turn();
 
-  const Turns& turns() const { return turns_; }
+  const Turns& turns() const override { return turns_; }
 
  private:
   struct Watch {

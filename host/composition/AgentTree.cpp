@@ -77,7 +77,8 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler
       snmpStatus_(enter<Snmp::Status>(root_->dirIs("snmp"), "status")),
       fecModeStatus_(enter<Quillo::Fib::FecModeStatus>(root_->dirIs("snmp"), "fecmode")),
       arpTable_(std::move(arpTable)),
-      ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")) {
+      ifMib_(enter<IntfSnmp::IfMib>(root_->dirIs("snmp"), "ifmib")),
+      agentMib_(enter<AgentSnmp::AgentMib>(root_->dirIs("snmp"), "agentmib")) {
   managementInterfacesChange();
   snmpStatus_->agentStatusIs("agent");
   const auto ip = root_->dirIs("snmp")->dirIs("ip");

@@ -10,11 +10,13 @@
 // | snmp/ip/vrf.mibs/V  | the caches of VRF V                                                    |
 // | snmp/ip/ipvrfmib    | the VRF tables                                                         |
 // | snmp/ifmib          | the ifIndexes of the interfaces                                        |
+// | snmp/agentmib       | the agent's own state                                                  |
 //
 // While an AgentTree exists, MIB modules find these paths (SnmpUtil::getEntityRelative).
 
 #include <functional>
 
+#include "agentstate/AgentMib.h"
 #include "brev/TaskScheduler.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/Root.h"
@@ -37,6 +39,7 @@ class AgentTree {
   AgentTree& operator=(const AgentTree&) = delete;
 
   const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
+  const Kel::Ptr<AgentSnmp::AgentMib>& agentMib() const { return agentMib_; }
   // Its attribute `servedVrf` contains the VRFs that are served.
   Kel::Ptr<const IpSnmp::VrfRootSm> vrfRootSm() const { return ipRoot_->vrfRootSm(); }
   // Calls `changed` after vrfRootSm() was replaced: when the publisher changed how it keeps FECs, or the configuration
@@ -71,6 +74,7 @@ class AgentTree {
   Kel::Ptr<Quillo::Fib::FecModeStatus> fecModeStatus_;
   Kel::Ptr<const Arp::Table::Status> arpTable_;
   Kel::Ptr<IntfSnmp::IfMib> ifMib_;
+  Kel::Ptr<AgentSnmp::AgentMib> agentMib_;
   Kel::Ptr<IpSnmp::IpMib> ipMib_;
   Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib_;
   Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib_;

@@ -26,14 +26,14 @@ void reportLimitations() {
 
 }  // namespace
 
-// Makes the agent's status ready when the state database is.
+// Tells the agent when the state database is ready.
 class Composition::ReadyWatcher : public Varnix::EntityManager::Notifiee {
  public:
-  explicit ReadyWatcher(Kel::Ptr<Snmp::AgentStatus> status) : status_(std::move(status)) {}
-  void handleReady() override { status_->agentReadyIs(notifier()->ready()); }
+  explicit ReadyWatcher(AgentHealth& health) : health_(health) {}
+  void handleReady() override { health_.readyIs(notifier()->ready()); }
 
  private:
-  Kel::Ptr<Snmp::AgentStatus> status_;
+  AgentHealth& health_;
 };
 
 class Composition::ServedVrfWatcher : public IpSnmp::VrfRootSm::Notifiee {
@@ -56,13 +56,18 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
       root_(Kel::makePtr<Kel::Dir>("")),
       follower_(loop, scheduler_, root_, storeDirectory),
       tree_(root_, scheduler_, follower_.arpTable(), follower_.manager()),
-      readyWatcher_(Kel::makePtr<ReadyWatcher>(tree_.snmpStatus()->agentStatus())),
       sharedGroups_(std::move(sharedGroups)),
-      vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir) {
+      vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir),
+      health_(scheduler_, {follower_.mount(), follower_.tree().allVrfStatusLocal, vrfContexts_, loop.turns()},
+              tree_.snmpStatus()->agentStatus(), tree_.agentMib()),
+      notifications_(Kel::makePtr<AgentNotifications>(tree_.agentMib())),
+      control_(loop, scheduler_, {storeDirectory, tree_.agentMib(), loop.turns()}),
+      readyWatcher_(Kel::makePtr<ReadyWatcher>(health_)) {
   readyWatcher_->notifierIs(follower_.manager());
   scheduler_->setRequestPredicate([&loop] { return loop.requestWaiting(); });
   loop_.addFd(scheduler_->pollFd(), [this] { scheduler_->runReady(); });
   reportLimitations();
+  control_.pathIs(config_->controlSocket());
   contexts_.enter("");
   followServedVrfs();
   tree_.onVrfRootSmChanged([this] { followServedVrfs(); });
@@ -92,6 +97,7 @@ void Composition::reconfigure() {
   const bool isSame = config->disabledObjects() == config_->disabledObjects() &&
                       config->managementInterfaces() == config_->managementInterfaces();
   config_ = config;
+  control_.pathIs(config->controlSocket());
   tree_.reconfigure();
   if (isSame) return;
   contexts_.leave("");

@@ -4,7 +4,10 @@
 
 #include <memory>
 
+#include "host/composition/AgentHealth.h"
+#include "host/composition/AgentNotifications.h"
 #include "host/composition/AgentTree.h"
+#include "host/composition/ControlSocket.h"
 #include "host/composition/EventLoop.h"
 #include "host/composition/SharedGroups.h"
 #include "host/composition/StoreFollower.h"
@@ -49,10 +52,13 @@ class Composition {
   Kel::Ptr<Kel::Dir> root_;
   StoreFollower follower_;
   AgentTree tree_;
-  Kel::Ptr<ReadyWatcher> readyWatcher_;
   SharedGroups sharedGroups_;
   Snmp::Contexts contexts_;
   VrfContexts vrfContexts_;
+  AgentHealth health_;
+  Kel::Ptr<AgentNotifications> notifications_;
+  ControlSocket control_;
+  Kel::Ptr<ReadyWatcher> readyWatcher_;
   Kel::Ptr<ServedVrfWatcher> servedVrfWatcher_;
 };
 

@@ -4,6 +4,8 @@
 
 #include <functional>
 
+#include "host/composition/Turns.h"
+
 namespace Host {
 
 class EventLoop {
@@ -27,6 +29,9 @@ class EventLoop {
   // Calls `callback` at the end of every turn, after all ready descriptors; an empty one stops the calls. Returns
   // false, and calls nothing, if the loop does not know the end of a turn.
   virtual bool onTurnEnd(Callback callback) = 0;
+
+  // How long the loop was busy.
+  virtual const Turns& turns() const = 0;
 
   // Whether a manager's request waits to be read. Long work calls this between two pieces to decide whether to yield.
   virtual bool requestWaiting() = 0;

@@ -36,6 +36,13 @@ void VrfContexts::setServed(const Kel::Name& vrf, bool isServed) {
   enter(vrf);
 }
 
+AgentSnmp::VrfReadiness VrfContexts::readiness(const Kel::Name& vrf) const {
+  if (vrf == L3::VrfName::defaultName) return AgentSnmp::vrfReady;
+  if (vrf.size() > longest || vrf.find('\0') != Kel::String::npos) return AgentSnmp::vrfNoContext;
+  const auto at = served_.find(vrf);
+  return at != served_.end() && at->second ? AgentSnmp::vrfReady : AgentSnmp::vrfWaiting;
+}
+
 bool VrfContexts::canBeContext(const Kel::Name& name) {
   if (name.find('\0') != Kel::String::npos) {
     logError("VRF \"{}\" has a null byte in its name, which no SNMP context can have: it has none; rename it",

@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "agentstate/AgentMib.h"
 #include "kel/Ptr.h"
 #include "snmp/Contexts.h"
 #include "varnix/Routing.h"
@@ -24,6 +25,11 @@ class VrfContexts {
 
   // Enters or leaves the context of a VRF. Logs one line for a name that no context can have.
   void setServed(const Kel::Name& vrf, bool isServed);
+
+  // Whether the VRF has its context; the default VRF has the default one.
+  AgentSnmp::VrfReadiness readiness(const Kel::Name& vrf) const;
+  // The number of contexts that are entered, the default one included.
+  std::size_t count() const { return contexts_.names().size(); }
 
   // Enters the contexts of all served VRFs again, after the caller has left all contexts.
   void reenter();

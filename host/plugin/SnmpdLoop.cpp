@@ -46,11 +46,11 @@ bool SnmpdLoop::requestWaiting() {
 
 void SnmpdLoop::ready(int fd, void* self) noexcept {
   Snmp::atCBoundary(snmpdLoopTrace, __func__, [&] {
-    const auto& watches = static_cast<SnmpdLoop*>(self)->watches_;
-    const auto found = watches.find(fd);
-    if (found == watches.end()) return;
+    auto& loop = *static_cast<SnmpdLoop*>(self);
+    const auto found = loop.watches_.find(fd);
+    if (found == loop.watches_.end()) return;
     const Callback callback = found->second;  // survives its own removal
-    callback();
+    loop.turns_.time(Turns::tasks, callback);
   });
   Snmp::atCBoundary(snmpdLoopTrace, __func__, [&] {
     const auto& callbackEnd = static_cast<SnmpdLoop*>(self)->callbackEnd_;

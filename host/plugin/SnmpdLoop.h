@@ -26,12 +26,15 @@ class SnmpdLoop : public EventLoop {
   bool onTurnEnd(Callback) override { return false; }
   // Polls every socket of snmpd. Call it at most a few thousand times a second.
   bool requestWaiting() override;
+  // Of our own callbacks; those of snmpd are unknown.
+  const Turns& turns() const override { return turns_; }
 
  private:
   static void ready(int fd, void* self) noexcept;
 
   std::map<int, Callback> watches_;
   Callback callbackEnd_;
+  Turns turns_;
   std::vector<pollfd> requestFds_;  // a member only to keep its memory
 };
 

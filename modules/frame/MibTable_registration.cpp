@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kel/Errors.h"
+#include "modules/frame/FactsGate.h"
 #include "modules/frame/MibTable.h"
 #include "modules/frame/SortedHandler.h"
 #include "snmp/HandlerRegistration.h"
@@ -156,13 +157,16 @@ netsnmp_iterator_info* MibTable::iteratorRecord(const TableFunctions& functions,
 }
 
 // Injects the serialize handler in front of net-snmp's own (bulk_to_next, table, table_iterator). It passes one request
-// at a time, so that the hint belongs to the request being served. A sorted table gets its handler between them.
+// at a time, so that the hint belongs to the request being served. A sorted table gets its handler between them. The
+// gate comes first.
 void MibTable::injectHandlers(netsnmp_handler_registration* registration, const Kel::String& context) const {
   for (auto* piece : registeredPieces(registration, context)) {
     const bool hasHandler = !isSorted_ || SortedHandler::inject(piece, *this);
     KEL_ASSERT(hasHandler);
     const int injected = netsnmp_inject_handler(piece, netsnmp_get_serialize_handler());
     KEL_ASSERT_TEXT(injected == 0, "injected == (0)");
+    const bool hasGate = injectFactsGate(piece, description_.module.isFedByPublisher());
+    KEL_ASSERT(hasGate);
   }
 }
 

@@ -32,14 +32,22 @@ inline std::vector<oid> enterpriseObject(std::initializer_list<oid> below) {
 
 class Module {
  public:
+  // Where the module's values come from.
+  enum class Facts {
+    published,  // from a publisher: not answered while FactsGate.h is closed
+    own         // from the kernel or the agent itself
+  };
+
   // `name` is also net-snmp's debug token and, with ".cpp", the name of the source. Lifetime: both must outlive this
   // object.
-  Module(const char* name, const Kel::TraceHandle& trace) : name_(name), trace_(trace) {}
+  Module(const char* name, const Kel::TraceHandle& trace, Facts facts = Facts::published)
+      : name_(name), trace_(trace), facts_(facts) {}
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
 
   const char* name() const { return name_; }
   const Kel::TraceHandle& trace() const { return trace_; }
+  bool isFedByPublisher() const { return facts_ == Facts::published; }
 
   // The first and the last step of entering a context.
   // `line` is the caller's (clang 14 has no std::source_location with this standard library).
@@ -66,6 +74,7 @@ class Module {
  private:
   const char* name_;
   const Kel::TraceHandle& trace_;
+  const Facts facts_;
   std::map<Kel::String, std::vector<netsnmp_handler_registration*>> registrationsByContext_;
   std::map<Kel::String, std::vector<netsnmp_column_info*>> columnInfoByContext_;
 };

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "kel/Errors.h"
+#include "modules/frame/FactsGate.h"
 #include "modules/frame/ServedEntity.h"
 #include "snmp/CBoundary.h"
 #include "snmp/SnmpUtil.h"
@@ -93,7 +94,10 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
     module.forgetRegistration(context, registration);
     QTRACE(module.trace(), 0) << function << " in context \"" << context << "\": the agent refuses the scalar "
                               << scalar.name << ", which is then not served; is it registered already?";
+    return;
   }
+  const bool hasGate = injectFactsGate(registration, module.isFedByPublisher());
+  KEL_ASSERT(hasGate);
 }
 
 int handleScalar(const Scalar& scalar, const char* function, const netsnmp_mib_handler* handler,

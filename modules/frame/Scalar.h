@@ -5,6 +5,7 @@
 //   MIB_SCALAR_HANDLER(ipCidrRouteNumber, routes)
 //   Modules::initializeScalar(routes, handle_ipCidrRouteNumber, "init_IpForward", config, context);
 
+#include <functional>
 #include <vector>
 
 #include "modules/frame/Module.h"
@@ -27,7 +28,7 @@ struct Scalar {
   unsigned char asnType;
   const char* conversion;  // the name of `encode` in traces
   // Writes the attribute's value, like the conversions (snmp/Conversions.h). `entity` is of the source's type.
-  int (*encode)(const Kel::Entity& entity, unsigned char* buffer, int length);
+  std::function<int(const Kel::Entity& entity, unsigned char* buffer, int length)> encode;
   // The object group that disables the scalar in the configuration; null: none.
   const char* group = nullptr;
 };

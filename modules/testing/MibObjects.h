@@ -78,6 +78,29 @@ IpSwForwarding Snmp quorinSwFwdIpStatsTable E.3.1.1.1
 ~InMcastPkts ~HCInMcastPkts ~InMcastOctets ~HCInMcastOctets ~OutMcastPkts ~HCOutMcastPkts ~OutMcastOctets
 ~HCOutMcastOctets ~InBcastPkts ~HCInBcastPkts ~OutBcastPkts ~HCOutBcastPkts ~DiscontinuityTime ~RefreshRate ;
 
+quorinAgentMIB AgentMib quorinAgentPublisherState E.4.1.1 default ;
+quorinAgentMIB AgentMib quorinAgentPublisherName E.4.1.2 default ;
+quorinAgentMIB AgentMib quorinAgentPublisherStart E.4.1.3 default ;
+quorinAgentMIB AgentMib quorinAgentHeartbeatAge E.4.1.4 default ;
+quorinAgentMIB AgentMib quorinAgentCommitAge E.4.1.5 default ;
+quorinAgentMIB AgentMib quorinAgentLastPass E.4.1.6 default ;
+quorinAgentMIB AgentMib quorinAgentServing E.4.1.7 default ;
+quorinAgentMIB AgentMib quorinAgentStale E.4.1.8 default ;
+quorinAgentMIB AgentMib quorinAgentStoreSize E.4.1.9 default ;
+quorinAgentMIB AgentMib quorinAgentDamage E.4.1.10 default ;
+quorinAgentMIB AgentMib quorinAgentVrfs E.4.1.11 default ;
+quorinAgentMIB AgentMib quorinAgentContexts E.4.1.12 default ;
+quorinAgentMIB AgentMib quorinAgentIpv4Routes E.4.1.13 default ;
+quorinAgentMIB AgentMib quorinAgentIpv6Routes E.4.1.14 default ;
+quorinAgentMIB AgentMib quorinAgentIpv4Neighbours E.4.1.15 default ;
+quorinAgentMIB AgentMib quorinAgentIpv6Neighbours E.4.1.16 default ;
+quorinAgentMIB AgentMib quorinAgentRequests E.4.1.17 default ;
+quorinAgentMIB AgentMib quorinAgentLongestTurn E.4.1.18 default ;
+
+quorinAgentMIB AgentMib quorinAgentVrfTable E.4.1.19 default
+| ~Name=vrfName=red | red
+| 3.114.101.100 2 ~Readiness ;
+
 VrfBase VrfBase quorinVrfTable E.3.18.1.1 miscounted default
 | ~Name=vrfName=red | red
 | 3.114.101.100 2 ~RoutingStatus ~RouteDistinguisher ~State ;

@@ -1,6 +1,7 @@
 #pragma once
 // For tests: the entities that the modules serve, in the default context and in the VRF "red"; and what is traced.
 
+#include "agentstate/AgentMib.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/testing/TestRoutes.h"
 #include "kel/Dir.h"
@@ -15,6 +16,7 @@ struct TestIpTree {
     routing->dirIs("vrf")->entityIs(vrfConfigs);
     root->dirIs("Varnix")->dirIs("routing6")->entityIs(config6);
     const auto ip = root->dirIs("snmp")->dirIs("ip");
+    root->dirIs("snmp")->entityIs(agentMib);
     ip->entityIs(ipMib);
     ip->entityIs(ipForwardMib);
     ip->entityIs(ipVrfMib);
@@ -30,6 +32,7 @@ struct TestIpTree {
   Kel::Ptr<Routing::Config> config = Kel::makePtr<Routing::Config>("config");
   Kel::Ptr<Routing6::Config> config6 = Kel::makePtr<Routing6::Config>("config");
   Kel::Ptr<Routing::VrfConfigDir> vrfConfigs = Kel::makePtr<Routing::VrfConfigDir>("config");
+  Kel::Ptr<AgentSnmp::AgentMib> agentMib = Kel::makePtr<AgentSnmp::AgentMib>("agentmib");
   Kel::Ptr<IpSnmp::IpMib> ipMib = Kel::makePtr<IpSnmp::IpMib>("ipmib");
   Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
   Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib = Kel::makePtr<FibStatsSnmp::FibStatsMib>("fibstatsmib");

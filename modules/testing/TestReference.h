@@ -119,6 +119,19 @@ class Reference {
       row(ourObjects + ".18.1.2", std::to_string(ifIndex), 1, {octets(entry->vrfName())});
     }
   }
+  // The scalars as they are at first.
+  void add(const AgentSnmp::AgentMib& mib) {
+    const auto objects = textOf(enterpriseObject({4, 1}));
+    const Value never{ASN_OCTET_STR, "0000000000000000"}, none{ASN_GAUGE, "0"}, counted{ASN_COUNTER, "0"};
+    const Value vrfs{ASN_GAUGE, std::to_string(mib.vrfTable().size())};
+    unsigned at = 0;
+    for (const auto& [type, text] : {one, octets(""), never, none, none, never, number(2), number(2), none, counted,
+                                     vrfs, none, none, none, none, none, counted, none}) {
+      add(fmt::format("{}.{}.0", objects, ++at), type, text);
+    }
+    for (const auto& [name, entry] : mib.vrfTable())
+      row(objects + ".19", index(name), 2, {number(entry->readiness())});
+  }
   void add(const FibStatsSnmp::FibStatsMib& mib) {
     const auto count = [&](unsigned table, const std::string& key, const FibStatsSnmp::RouteCount& counted) {
       row(fmt::format("{}.23.1.{}", ourObjects, table), key, 2,

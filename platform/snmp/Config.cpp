@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <sys/un.h>
 
 #include <algorithm>
 
@@ -64,6 +65,22 @@ void Config::routeCountIntervalIs(const Kel::String& seconds) {
 
 void Config::idleTimeoutIs(const Kel::String& seconds) {
   idleTimeout_ = secondsOf(seconds, 0);
+}
+
+void Config::staleAfterIs(const Kel::String& seconds) {
+  staleAfter_ = secondsOf(seconds, 0);
+}
+
+void Config::controlSocketIs(const Kel::String& path) {
+  if (path == "none") {
+    controlSocket_.clear();
+    return;
+  }
+  constexpr std::size_t longest = sizeof(sockaddr_un::sun_path) - 1;
+  if (path.size() > longest) {
+    throw Kel::RangeException(fmt::format("'{}' is longer than the {} bytes of a socket's path", path, longest));
+  }
+  controlSocket_ = absolute(path);
 }
 
 }  // namespace Snmp

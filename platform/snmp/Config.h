@@ -11,6 +11,9 @@
 //   quorinRouteCountInterval SECONDS           time between two counts of a VRF's routes (ipCidrRouteNumber)
 //   quorinIdleTimeout SECONDS                  time without data after which quorind closes a TCP or Unix connection;
 //                                              0 means never
+//   quorinStaleAfter SECONDS                   time after which the state of a publisher that has gone is not answered
+//                                              any more; 0 means never
+//   quorinControlSocket PATH | none            the Unix socket at which quorinctl asks the agent
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
@@ -75,6 +78,17 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a text that is no such number.
   void idleTimeoutIs(const Kel::String& seconds);
 
+  // Seconds after which the state of a publisher that has gone, or hangs, is not answered any more, 0 to 86400; 0
+  // means never.
+  unsigned staleAfter() const { return staleAfter_; }
+  // Throws Kel::RangeException for a text that is no such number.
+  void staleAfterIs(const Kel::String& seconds);
+
+  // The path of the agent's control socket; empty: none.
+  const Kel::String& controlSocket() const { return controlSocket_; }
+  // Throws Kel::RangeException for a path that is not absolute, or too long for a socket.
+  void controlSocketIs(const Kel::String& path);
+
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
@@ -83,6 +97,8 @@ class Config : public Kel::PtrInterface {
   std::set<Vantu::IntfId> managementInterfaces_;
   unsigned routeCountInterval_ = 60;
   unsigned idleTimeout_ = 60;
+  unsigned staleAfter_ = 0;
+  Kel::String controlSocket_;
 };
 
 // Resets all settings to their defaults, and registers the tokens for the application type that net-snmp was

@@ -54,7 +54,7 @@ TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
   read(
       "quorinDisableObjects route-tables\nquorinKernelIpHeader strict\nquorinKernelIpHeader any\n"
       "quorinManagementInterfaces eth0 red/eth1\nquorinManagementInterfaces eth2\nquorinRouteCountInterval 5\n"
-      "quorinIdleTimeout 0\nquorinStore /store\nquorinNetnsDir /ns\n");
+      "quorinIdleTimeout 0\nquorinStore /store\nquorinNetnsDir /ns\nquorinStaleAfter 5\nquorinControlSocket /s\n");
   const auto kept = SnmpUtil::getSnmpConfig();
   for (const bool isReset : {false, true}) {
     if (isReset) read("quorinKernelIpHeader any\nquorinKernelIpHeader strict\n");
@@ -86,7 +86,10 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
       {"quorinRouteCountInterval 0", "'0' is no number of seconds from 1 to 86400"},
       {"quorinRouteCountInterval 86401", "'86401' is no number of seconds"},
       {"quorinRouteCountInterval 5s", "'5s' is no number of seconds"},
-      {"quorinIdleTimeout 86401", "'86401' is no number of seconds from 0 to 86400"}};
+      {"quorinIdleTimeout 86401", "'86401' is no number of seconds from 0 to 86400"},
+      {"quorinControlSocket run/s", "'run/s' is not an absolute path"},
+      {"quorinControlSocket /" + std::string(108, 's'),
+       "'/" + std::string(108, 's') + "' is longer than the 107 bytes of a socket's path"}};
   std::string file;
   for (const auto& [line, fault] : faults) file += line + "\n";
   read(file + "quorinDisableObjects route-tables\n");

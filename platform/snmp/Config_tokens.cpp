@@ -95,6 +95,8 @@ constexpr Token tokens[] = {
     {"quorinManagementInterfaces", parseWords<&Config::addManagementInterface>, "INTERFACE..."},
     {"quorinRouteCountInterval", parseValue<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
     {"quorinIdleTimeout", parseValue<&Config::idleTimeoutIs>, "SECONDS   (0 to 86400; 0: never)"},
+    {"quorinStaleAfter", parseValue<&Config::staleAfterIs>, "SECONDS   (0 to 86400; 0: never)"},
+    {"quorinControlSocket", parseValue<&Config::controlSocketIs>, "PATH | none"},
     {"quorinTrace", trace, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)"},
     {"quorinTraceOutput", traceOutput, "stderr | syslog | FILE"},
 };

@@ -30,6 +30,8 @@ int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int l
 int UtcSecondsToUptimeTimeTicks(Kel::Seconds time, unsigned char* buffer, int length);
 // A duration in hundredths of a second, modulo 2^32; 0 for a negative one.
 int SecondsToTimeTicksF(Kel::Seconds duration, unsigned char* buffer, int length);
+// Seconds since 1970 (UTC) as DateAndTime (RFC 2579) of 11 bytes; 0, for an unknown time, gives 8 zeros.
+int UtcSecondsToDateAndTimeF(Kel::Seconds time, unsigned char* buffer, int length);
 // Modulo 2^32, as a Counter32 counts.
 int U64ToCounter32F(std::uint64_t value, unsigned char* buffer, int length);
 int U64ToCounter64F(std::uint64_t value, unsigned char* buffer, int length);

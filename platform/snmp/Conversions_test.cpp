@@ -160,6 +160,11 @@ TEST(Conversions, timesBecomeTicksAndUpTime) {
   start.tv_sec -= 100;
   netsnmp_set_agent_starttime(&start);
   const auto now = Kel::System::currentTime();
+  std::array<unsigned char, 11> date{};
+  EXPECT_EQ(UtcSecondsToDateAndTimeF(1795368106.35, date.data(), date.size()), 11);
+  EXPECT_EQ(date, (std::array<unsigned char, 11>{0x07, 0xea, 11, 22, 17, 21, 46, 3, '+', 0, 0}));
+  EXPECT_EQ(UtcSecondsToDateAndTimeF(1795368106.35, date.data(), 10), -1);
+  EXPECT_EQ(UtcSecondsToDateAndTimeF(0, date.data(), 8), 8);
   EXPECT_NEAR(ticks(NowSecondsToUptimeTimeTicksF, now), 10000, 50);
   EXPECT_NEAR(ticks(UtcSecondsToUptimeTimeTicks, now - 40), 6000, 50);
   EXPECT_NEAR(ticks(NowSecondsToUptimeTimeTicksF, now + 43000000), 4300010000.0 - 4294967296.0, 50) << "mod 2^32";

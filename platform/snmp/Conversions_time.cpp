@@ -5,7 +5,10 @@
 // Needs both.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <ctime>
 #include <limits>
 
 #include "snmp/Conversions.h"
@@ -40,4 +43,30 @@ int NowSecondsToUptimeTimeTicksF(Kel::Seconds time, unsigned char* buffer, int l
 
 int UtcSecondsToUptimeTimeTicks(Kel::Seconds time, unsigned char* buffer, int length) {
   return NowSecondsToUptimeTimeTicksF(time, buffer, length);
+}
+
+int UtcSecondsToDateAndTimeF(Kel::Seconds time, unsigned char* buffer, int length) {
+  constexpr int shortForm = 8;  // bytes, without a time zone
+  if (length < shortForm) return -1;
+  if (time <= 0) return static_cast<int>(std::fill_n(buffer, shortForm, static_cast<unsigned char>(0)) - buffer);
+  const auto seconds = static_cast<std::time_t>(time);
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  const auto year = static_cast<unsigned>(utc.tm_year + 1900);
+  const auto deciseconds = static_cast<int>((time - std::floor(time)) * 10);
+  const std::array<unsigned, 11> fields{year >> 8U,
+                                        year & 0xffU,
+                                        static_cast<unsigned>(utc.tm_mon + 1),
+                                        static_cast<unsigned>(utc.tm_mday),
+                                        static_cast<unsigned>(utc.tm_hour),
+                                        static_cast<unsigned>(utc.tm_min),
+                                        static_cast<unsigned>(utc.tm_sec),
+                                        static_cast<unsigned>(deciseconds),
+                                        '+',
+                                        0,
+                                        0};
+  if (length < static_cast<int>(fields.size())) return -1;
+  std::transform(fields.begin(), fields.end(), buffer,
+                 [](unsigned field) { return static_cast<unsigned char>(field); });
+  return static_cast<int>(fields.size());
 }

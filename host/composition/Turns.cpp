@@ -1,4 +1,4 @@
-#include "host/agent/Turns.h"
+#include "host/composition/Turns.h"
 
 #include <fmt/format.h>
 

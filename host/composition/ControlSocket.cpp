@@ -1,0 +1,316 @@
+#include "host/composition/ControlSocket.h"
+
+#include <absl/cleanup/cleanup.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "host/composition/AgentLog.h"
+#include "host/composition/Turns.h"
+#include "kel/Errors.h"
+
+namespace Host {
+
+using Json = nlohmann::json;
+
+namespace {
+
+constexpr int flushPriority = 8;
+constexpr Kel::Seconds flushPause = 0.02;
+constexpr mode_t ownerAndGroup = 0117;  // umask: 0660
+
+// Bytes of a client or a trace may be no UTF-8.
+std::string lineOf(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+const char* nameOf(AgentSnmp::PublisherState state) {
+  switch (state) {
+    case AgentSnmp::publisherAlive:
+      return "alive";
+    case AgentSnmp::publisherSilent:
+      return "silent";
+    case AgentSnmp::publisherGone:
+      return "gone";
+    default:
+      return "none";
+  }
+}
+
+const char* nameOf(AgentSnmp::VrfReadiness readiness) {
+  switch (readiness) {
+    case AgentSnmp::vrfReady:
+      return "ready";
+    case AgentSnmp::vrfNoContext:
+      return "noContext";
+    default:
+      return "waiting";
+  }
+}
+
+const char* nameOf(Turns::Kind kind) {
+  switch (kind) {
+    case Turns::requests:
+      return "requests";
+    case Turns::tasks:
+      return "tasks";
+    default:
+      return "alarms";
+  }
+}
+
+Json timeOf(Kel::Seconds time) {
+  return time == 0 ? Json() : Json(time);
+}
+
+double secondsOf(Turns::Clock::duration duration) {
+  return std::chrono::duration<double>(duration).count();
+}
+
+Json statusOf(const std::string& storeDirectory, const AgentSnmp::AgentMib& mib) {
+  const auto lastSeen = mib.publisherLastSeen();
+  const auto age = lastSeen == 0 ? Json() : Json(std::max(0.0, static_cast<double>(std::time(nullptr)) - lastSeen));
+  return {{"version", QUORIN_VERSION},
+          {"pid", ::getpid()},
+          {"store", storeDirectory},
+          {"ready", mib.isServing() || mib.isStale()},
+          {"stale", mib.isStale()},
+          {"publisher",
+           {{"state", nameOf(mib.publisherState())},
+            {"name", mib.publisherName()},
+            {"pid", mib.publisherPid()},
+            {"start", timeOf(mib.publisherStarted())},
+            {"lastPass", timeOf(mib.lastPass())},
+            {"lastCommit", timeOf(mib.lastCommit())},
+            {"heartbeatAge", age}}},
+          {"storeBytes", mib.storeBytes()},
+          {"damage", mib.damageCount()},
+          {"vrfs", mib.vrfTable().size()},
+          {"contexts", mib.contexts()},
+          {"requests", mib.requests()},
+          {"longestTurn", mib.longestTurn()}};
+}
+
+Json contextsOf(const AgentSnmp::AgentMib& mib) {
+  auto all = Json::array();
+  for (const auto& [name, vrf] : mib.vrfTable()) {
+    const auto& text = name.raw();
+    all.push_back({{"context", text == "default" ? "" : text}, {"vrf", text}, {"state", nameOf(vrf->readiness())}});
+  }
+  return {{"contexts", std::move(all)}};
+}
+
+Json turnsOf(const Turns& turns) {
+  auto all = Json::array();
+  for (const auto kind : Turns::kinds) {
+    const auto figures = turns.figures(kind);
+    all.push_back({{"kind", nameOf(kind)},
+                   {"count", figures.count},
+                   {"p99", secondsOf(figures.p99)},
+                   {"longest", secondsOf(figures.longest)}});
+  }
+  return {{"turns", std::move(all)}};
+}
+
+Json errorOf(const std::string& text) {
+  return {{"error", text}};
+}
+
+bool fill(sockaddr_un& address, const std::string& path) {
+  address = {};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) return false;
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return true;
+}
+
+// Removes the socket that an agent left behind that was killed; returns false if one listens at it.
+bool clearPath(const std::string& path, const sockaddr_un& address) {
+  struct stat file {};
+  if (::lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return true;
+  const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int connected = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  const bool isDead = connected != 0 && errno == ECONNREFUSED;
+  ::close(probe);
+  if (isDead) ::unlink(path.c_str());
+  return isDead;
+}
+
+}  // namespace
+
+ControlSocket::ControlSocket(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, Sources sources)
+    : loop_(loop),
+      sources_(std::move(sources)),
+      flushTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "control socket", flushPriority,
+                                                [this](Brev::Task&) { flushAll(); })) {
+}
+
+ControlSocket::~ControlSocket() {
+  close();
+}
+
+void ControlSocket::pathIs(const Kel::String& path) {
+  if (path == path_ && (fd_ >= 0 || path.empty())) return;
+  close();
+  path_ = path;
+  if (path.empty()) return;
+  fd_ = listenAt(path);
+  if (fd_ >= 0) loop_.addFd(fd_, [this] { accept(); });
+}
+
+int ControlSocket::listenAt(const Kel::String& path) const {
+  sockaddr_un address;
+  std::string what = "the path is too long";
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (fd >= 0 && fill(address, path)) {
+    if (!clearPath(path, address)) {
+      what = "another agent listens there";
+    } else {
+      const auto before = ::umask(ownerAndGroup);
+      const int bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+      what = std::strerror(errno);
+      ::umask(before);
+      if (bound == 0 && ::listen(fd, SOMAXCONN) == 0) return fd;
+    }
+  }
+  if (fd >= 0) ::close(fd);
+  logError(
+      "no control socket at {}: {}; quorinctl cannot ask this agent. Choose another path with quorinControlSocket",
+      path, what);
+  return -1;
+}
+
+void ControlSocket::close() {
+  flushTimer_->cancelTask();
+  while (!clients_.empty()) drop(clients_.begin());
+  if (fd_ < 0) return;
+  loop_.removeFd(fd_);
+  ::close(std::exchange(fd_, -1));
+  ::unlink(path_.c_str());
+}
+
+void ControlSocket::accept() {
+  const int fd = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  if (fd < 0) return;
+  if (clients_.size() >= mostClients) {
+    drop(std::min_element(clients_.begin(), clients_.end(),
+                          [](const Client& a, const Client& b) { return a.lastActive < b.lastActive; }));
+  }
+  const auto client = clients_.emplace(clients_.end());
+  client->fd = fd;
+  client->lastActive = ++activity_;
+  try {
+    loop_.addFd(fd, [this, client] { read(client); });
+  } catch (const Kel::Exception&) {  // the loop of snmpd has no room
+    ::close(fd);
+    clients_.erase(client);
+  }
+}
+
+void ControlSocket::drop(ClientAt client) {
+  loop_.removeFd(client->fd);
+  ::close(client->fd);
+  clients_.erase(client);
+}
+
+void ControlSocket::read(ClientAt client) {
+  std::array<char, longestLine> bytes;
+  const auto size = ::recv(client->fd, bytes.data(), bytes.size(), 0);
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (size <= 0) return drop(client);
+  client->lastActive = ++activity_;
+  client->input.append(bytes.data(), static_cast<std::size_t>(size));
+  for (auto end = client->input.find('\n'); end != std::string::npos; end = client->input.find('\n')) {
+    answer(*client, client->input.substr(0, end));
+    client->input.erase(0, end + 1);
+  }
+  if (client->input.size() > longestLine) {
+    client->output += lineOf(errorOf(fmt::format("a request is a line of at most {} bytes", longestLine)));
+    flush(*client);
+    return drop(client);
+  }
+  if (client->output.size() > mostPending || !flush(*client)) drop(client);
+}
+
+void ControlSocket::answer(Client& client, const std::string& line) {
+  constexpr const char* known = R"(send {"request":"status"}, "contexts", "turns" or "trace")";
+  const auto json = Json::parse(line, nullptr, false);
+  const auto request = json.is_object() ? json.find("request") : json.end();
+  Json result;
+  if (json.is_discarded()) {
+    result = errorOf(std::string("a request is one JSON object in one line; ") + known);
+  } else if (!json.is_object() || request == json.end() || !request->is_string()) {
+    result = errorOf(std::string("the line names no request; ") + known);
+  } else if (*request == "status") {
+    result = statusOf(sources_.storeDirectory, *sources_.mib);
+  } else if (*request == "contexts") {
+    result = contextsOf(*sources_.mib);
+  } else if (*request == "turns") {
+    result = turnsOf(sources_.turns);
+  } else if (*request == "trace") {
+    const auto levels = json.find("levels");
+    if (levels == json.end() || !levels->is_string()) {
+      result = errorOf(R"(a trace needs "levels", such as "IpBase/0-2")");
+    } else {
+      try {
+        client.listener.reset();
+        client.listener.emplace(levels->get<std::string>(),
+                                [this, &client](const auto& handle, unsigned level, const std::string& text) {
+                                  traced(client, handle, level, text);
+                                });
+        result = {{"tracing", *levels}};
+      } catch (const Kel::RangeException& error) {
+        result = errorOf(error.what());
+      }
+    }
+  } else {
+    result = errorOf(fmt::format("unknown request \"{}\"; {}", request->get<std::string>(), known));
+  }
+  client.output += lineOf(result);
+}
+
+void ControlSocket::traced(Client& client, const Kel::TraceHandle& handle, unsigned level,
+                           const std::string& text) {
+  if (isTracing_) return;  // a trace of what this function does
+  isTracing_ = true;
+  const absl::Cleanup done = [this] { isTracing_ = false; };
+  if (client.output.size() > mostPending) {
+    ++client.lost;
+    return;
+  }
+  if (client.lost != 0) client.output += lineOf({{"lost", std::exchange(client.lost, 0)}});
+  client.output += lineOf(
+      {{"time", Kel::System::currentTime()}, {"facility", handle.facility()}, {"level", level}, {"text", text}});
+  if (!flushTimer_->waiting()) flushTimer_->scheduleTaskDelay(flushPause);
+}
+
+bool ControlSocket::flush(Client& client) {
+  while (!client.output.empty()) {
+    const auto sent = ::send(client.fd, client.output.data(), client.output.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0 && errno == EAGAIN) {
+      if (!flushTimer_->waiting()) flushTimer_->scheduleTaskDelay(flushPause);
+      return true;
+    }
+    if (sent < 0) return false;
+    client.output.erase(0, static_cast<std::size_t>(sent));
+  }
+  return true;
+}
+
+void ControlSocket::flushAll() {
+  for (auto client = clients_.begin(); client != clients_.end();) {
+    const auto at = client++;
+    if (!flush(*at)) drop(at);
+  }
+}
+
+}  // namespace Host

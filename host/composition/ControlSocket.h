@@ -1,0 +1,76 @@
+#pragma once
+// The Unix socket at which quorinctl asks the agent: one JSON object in each line, answered by one (docs/operating.md).
+//
+//   {"request":"status"} | {"request":"contexts"} | {"request":"turns"}
+//   {"request":"trace","levels":"IpBase/0-2"}    also passes on trace lines, until the client goes
+//
+// The socket is for the agent's user and group (0660). A client is a member of that group, but is not trusted with the
+// agent's time or memory: there are at most `mostClients`, lines of at most `longestLine` bytes, and a client that
+// reads too slowly loses trace lines, or its connection.
+
+#include <list>
+#include <optional>
+#include <string>
+
+#include "agentstate/AgentMib.h"
+#include "brev/TimerTask.h"
+#include "host/composition/EventLoop.h"
+#include "kel/Trace.h"
+
+namespace Host {
+
+class ControlSocket {
+ public:
+  static constexpr std::size_t mostClients =
+      8;  // a further one takes the place of the one that was quiet for longest
+  static constexpr std::size_t longestLine = 4096;
+  static constexpr std::size_t mostPending = std::size_t{1} << 20;  // bytes that wait for a client
+
+  struct Sources {
+    std::string storeDirectory;
+    Kel::Ptr<const AgentSnmp::AgentMib> mib;
+    const Turns& turns;
+  };
+
+  // Opens nothing yet. Lifetime: `loop`, and the references in `sources`, outlive this object.
+  ControlSocket(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, Sources sources);
+  ~ControlSocket();
+  ControlSocket(const ControlSocket&) = delete;
+  ControlSocket& operator=(const ControlSocket&) = delete;
+
+  // Listens at `path`, and no longer at the one before; an empty path means nowhere. If it cannot, logs why, and the
+  // agent serves without.
+  void pathIs(const Kel::String& path);
+
+ private:
+  struct Client {
+    int fd = -1;
+    unsigned long lastActive = 0;
+    std::string input, output;
+    std::uint64_t lost = 0;  // trace lines that found no room
+    std::optional<Kel::TraceListener> listener;
+  };
+  using ClientAt = std::list<Client>::iterator;
+
+  int listenAt(const Kel::String& path) const;
+  void close();
+  void accept();
+  void drop(ClientAt client);
+  void read(ClientAt client);
+  void answer(Client& client, const std::string& line);
+  void traced(Client& client, const Kel::TraceHandle& handle, unsigned level, const std::string& text);
+  // Returns false if the client has gone.
+  bool flush(Client& client);
+  void flushAll();
+
+  EventLoop& loop_;
+  const Sources sources_;
+  Kel::String path_;
+  int fd_ = -1;
+  std::list<Client> clients_;
+  unsigned long activity_ = 0;
+  bool isTracing_ = false;
+  Kel::Ptr<Brev::TimerTask> flushTimer_;  // while bytes wait for a client
+};
+
+}  // namespace Host
