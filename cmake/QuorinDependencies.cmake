@@ -12,6 +12,14 @@ pkg_check_modules(YAMLCPP REQUIRED IMPORTED_TARGET yaml-cpp)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(XXHASH REQUIRED IMPORTED_TARGET libxxhash)
 
+# Without it the daemons do not report to a service manager.
+add_library(quorin_systemd INTERFACE)
+if(QUORIN_SYSTEMD)
+  pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+  target_link_libraries(quorin_systemd INTERFACE PkgConfig::SYSTEMD)
+  target_compile_definitions(quorin_systemd INTERFACE QUORIN_SYSTEMD)
+endif()
+
 # net-snmp allocates some fifty times for a row of a table: what the allocator costs, a walk costs.
 add_library(quorin_allocator INTERFACE)
 if(QUORIN_JEMALLOC)

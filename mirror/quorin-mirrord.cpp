@@ -24,6 +24,7 @@
 #include "mirror/MirrorService.h"
 #include "process/FreshImage.h"
 #include "process/ProcessLimits.h"
+#include "process/ServiceManager.h"
 
 namespace Mirror {
 
@@ -181,6 +182,7 @@ void onDamage(const char* why) {
   if (recurs) {
     for (Kel::Seconds left = std::max<Kel::Seconds>(pause, leastPause) - lived; left > 0 && !stopSignal;
          left -= 1) {
+      ServiceManager::notifyAlive();
       const timespec second{1, 0};
       ppoll(nullptr, 0, &second, &waitMask);
     }
@@ -191,6 +193,11 @@ void onDamage(const char* why) {
 }
 
 // ---- the loop
+
+std::string statusLine(const MirrorService& service, const MirrorOptions& options) {
+  const auto vrfs = service.tree().vrfNameStatus->vrfId().size();
+  return fmt::format("publishing {} VRF{} in {}", vrfs, vrfs == 1 ? "" : "s", options.store);
+}
 
 // Waits for room where the file system is full; null when a signal ends the program meanwhile.
 std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const sigset_t& mask) {
@@ -211,6 +218,7 @@ std::unique_ptr<MirrorService> openService(const MirrorOptions& options, const s
         QTRACE(mirrorMainTrace, 0) << error.what() << "; trying again every second";
       }
     }
+    Process::ServiceManager::notifyAlive();
     const timespec pause{1, 0};
     ppoll(nullptr, 0, &pause, &mask);
   }
@@ -232,6 +240,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
   MirrorService& service = *opened;
   service.start();
   bool isAnnounced = false;
+  std::string status;
   std::string keptIds = service.vrfIds();
   Process::FreshImage::keep(keptIds);
   bool mayMoreWait = true;
@@ -250,6 +259,10 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
       // Before the next line meets damage that a reader has reported.
       if (std::string ids = service.vrfIds(); ids != keptIds) Process::FreshImage::keep(keptIds = std::move(ids));
       service.poll();
+      Process::ServiceManager::notifyAlive();
+      if (std::string now = statusLine(service, options); isAnnounced && now != status) {
+        Process::ServiceManager::notifyStatus(status = std::move(now));
+      }
       nextPoll = Kel::System::currentTime() + pollPeriod;
       if (nextPoll >= nextReport) {
         Kel::TraceLimit::beginPeriod();
@@ -263,8 +276,10 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
       background->serving();
       isDetached = true;
     }
+    Process::ServiceManager::notifyReady(status = statusLine(service, options));
     QTRACE(mirrorMainTrace, 1) << "publishing in " << options.store;
   }
+  Process::ServiceManager::notifyStopping();
   Kel::TraceLimit::beginPeriod();
   QTRACE(mirrorMainTrace, 1) << "stopping on " << strsignal(stopSignal);
 }

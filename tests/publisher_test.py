@@ -1,10 +1,30 @@
 """Agent and mirror in every order, and every way for the mirror to end."""
 
+import os
 import pathlib
+import socket
 import subprocess
 
 from harness import SystemCase, background, eventually, main
 from harness.snmp import IP_FORWARDING
+from harness.tools import PATIENCE
+
+
+class Manager:
+    """A service manager's end of sd_notify(3)."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.bind(path)
+        self.socket.settimeout(PATIENCE)
+        self.environment = {"NOTIFY_SOCKET": path, "WATCHDOG_USEC": "30000000"}
+
+    def wait_for(self, state):
+        """Returns the states that come until one begins so, that one included."""
+        states = []
+        while not states or not any(line.startswith(state) for line in states[-1].splitlines()):
+            states.append(self.socket.recv(4096).decode())
+        return "\n".join(states)
 
 
 class PublisherTest(SystemCase):
@@ -47,6 +67,29 @@ class PublisherTest(SystemCase):
                     f"route replace 20.{number}.5.0/24 via 10.0.0.9")
         self.expect_context()
         self.assertTrue(self.agent.running)
+
+    def test_both_report_to_a_service_manager(self):
+        agents, mirrors = (Manager(os.path.join(self.directory, name)) for name in ("agents", "mirrors"))
+        agent = self.start_agent(environment=agents.environment)
+        self.assertRegex(agents.wait_for("READY=1"), f"STATUS=.*{self.agent_address}", "ready without a publisher")
+        agents.wait_for("WATCHDOG=1")
+        self.vrfs.add("red")
+        mirror = self.start_mirror(environment=mirrors.environment)
+        self.assertIn(f"2 VRFs in {self.store}", mirrors.wait_for("READY=1"))
+        mirrors.wait_for("WATCHDOG=1")
+        self.vrfs.remove("red")
+        mirrors.wait_for("STATUS=publishing 1 VRF in")
+        with self.subTest("a new image of the mirror goes on"):
+            data = pathlib.Path(self.store, "data.mdb")
+            with data.open("r+b") as file:
+                file.seek(8192)
+                file.write(b"x" * (data.stat().st_size - 8192))
+            pathlib.Path(self.store, "damage").write_text("x", encoding="utf-8")  # a reader's report
+            mirrors.wait_for("READY=1")
+            mirrors.wait_for("WATCHDOG=1")
+        for manager, program in ((agents, agent), (mirrors, mirror)):
+            self.assertEqual(program.stop(), 0)
+            manager.wait_for("STOPPING=1")
 
     def test_mirror_stops_under_changes_without_end(self):
         self.namespace.add_interface("a0", "10.0.0.1/24")

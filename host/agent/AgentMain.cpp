@@ -17,9 +17,7 @@
 #include "host/agent/Process.h"
 #include "host/composition/AgentLog.h"
 #include "process/ProcessLimits.h"
-
-// systemd's readiness protocol, which the library implements but does not declare in a header.
-extern "C" int netsnmp_sd_notify(int unsetEnvironment, const char* state);
+#include "process/ServiceManager.h"
 
 namespace Host {
 
@@ -59,6 +57,16 @@ void handleSignals(SignalFd& signals, AgentLoop& loop, NetSnmpAgent& agent, cons
   }
 }
 
+// net-snmp's alarms run in the event loop, so a loop that hangs stops reporting.
+void reportToServiceManager(const std::string& status) {
+  using namespace Process;
+  if (ServiceManager::watches()) {
+    snmp_alarm_register(
+        1, SA_REPEAT, [](unsigned, void*) { ServiceManager::notifyAlive(); }, nullptr);
+  }
+  ServiceManager::notifyReady(status);
+}
+
 void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile>& pidFile, NetSnmpAgent& agent,
            const AgentHooks& hooks) {
   agent.readConfiguration();
@@ -78,9 +86,10 @@ void serve(const AgentOptions& options, SignalFd& signals, std::optional<PidFile
   };
   if (hooks.started) hooks.started(loop, options);
   agent.notify(SNMP_TRAP_COLDSTART, 0);
-  netsnmp_sd_notify(1, "READY=1\n");
+  reportToServiceManager(agent.role());
   logInfo("version {} serves", QUORIN_VERSION);
   loop.run();
+  Process::ServiceManager::notifyStopping();
   logInfo("stopping");
 }
 

@@ -38,6 +38,8 @@ class NetSnmpAgent {
   // Opens the configured addresses; a subagent has none. Throws Kel::Exception that names the address, the reason and
   // the remedy if one cannot be opened.
   void listen();
+  // What the agent does, in one short line: answer on the addresses that listen() opened, or serve through a master.
+  std::string role() const;
   // Sends a notification, if the configuration asks for it. No-op in a subagent, whose master sends its own.
   void notify(int trap, int specific) const;
   // Forks into the background; returns in the child. Throws Kel::Exception if that fails, or if the configured user or
@@ -55,6 +57,7 @@ class NetSnmpAgent {
 
   const AgentOptions& options_;
   bool keepsState_ = false;
+  std::vector<std::string> endpoints_;  // that listen() opened
   StreamConnections connections_;
   std::optional<MasterSession> masterSession_;  // of a subagent
   std::optional<LogLimit> logLimit_;            // while the agent serves

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
@@ -65,11 +66,17 @@ std::vector<std::string> configuredEndpoints() {
 
 void NetSnmpAgent::listen() {
   if (masterSession_) return;
-  for (const auto& endpoint : configuredEndpoints()) listenOn(endpoint, connections_);
+  endpoints_ = configuredEndpoints();
+  for (const auto& endpoint : endpoints_) listenOn(endpoint, connections_);
   // Start the rest of the master agent without opening the addresses again.
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS, "none");
   netsnmp_addrcache_initialise();
   if (init_master_agent() != 0) throw Kel::Exception("net-snmp's master agent does not start");
+}
+
+std::string NetSnmpAgent::role() const {
+  if (masterSession_) return "serving through an AgentX master";
+  return fmt::format("answering on {}", fmt::join(endpoints_, ", "));
 }
 
 }  // namespace Host

@@ -89,8 +89,9 @@ class SystemCase(unittest.TestCase):
         self.programs.append(program)
         return program
 
-    def start_mirror(self, *options):
-        self.mirror = self.start("quorin-mirrord", "-f", "--store", self.store, "--netns-dir", self.vrfs.path, *options)
+    def start_mirror(self, *options, environment=None):
+        self.mirror = self.start("quorin-mirrord", "-f", "--store", self.store, "--netns-dir", self.vrfs.path, *options,
+                                 environment=environment)
         return self.mirror
 
     def start_agent(self, *options, listen=None, environment=None):
