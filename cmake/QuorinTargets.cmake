@@ -59,12 +59,15 @@ endfunction()
 # All that is installed, and the benchmarks: everything but the tests.
 add_custom_target(programs)
 
-# quorin_program(NAME <target> SOURCES ... LIBRARIES ...): a program that lands in bin/.
+# quorin_program(NAME <target> [INSTALL_TO <directory>] SOURCES ... LIBRARIES ...): a program that lands in bin/ of the
+# build. Without INSTALL_TO, such as ${CMAKE_INSTALL_SBINDIR}, it is not installed.
 function(quorin_program)
-  cmake_parse_arguments(ARG "" "NAME" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "" "NAME;INSTALL_TO" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${ARG_NAME} ${ARG_SOURCES})
   target_link_libraries(${ARG_NAME} PRIVATE quorin_options ${ARG_LIBRARIES})
   set_target_properties(${ARG_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-  install(TARGETS ${ARG_NAME} RUNTIME DESTINATION bin)
+  if(ARG_INSTALL_TO)
+    install(TARGETS ${ARG_NAME} RUNTIME DESTINATION ${ARG_INSTALL_TO})
+  endif()
   add_dependencies(programs ${ARG_NAME})
 endfunction()
