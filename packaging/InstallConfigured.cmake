@@ -15,6 +15,12 @@ quorin_full_path(SYSCONFDIR "${quorin_sysconf_dir}")
 quorin_full_path(unit_dir "${quorin_unit_dir}")
 quorin_full_path(tmpfiles_dir lib/tmpfiles.d)
 
+# Without the option the file is the default one, which may be missing.
+set(MIRROR_CONFIG "")
+if(NOT SYSCONFDIR STREQUAL /etc)
+  set(MIRROR_CONFIG "--config ${SYSCONFDIR}/quorin/mirror.yaml ")
+endif()
+
 function(quorin_install template directory name)
   configure_file("${quorin_source_dir}/${template}" "${quorin_work_dir}/${name}" @ONLY)
   file(INSTALL "${quorin_work_dir}/${name}" DESTINATION "${directory}")
