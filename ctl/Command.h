@@ -1,0 +1,59 @@
+#pragma once
+// The frame of quorinctl's commands: what each gets, and how it ends.
+//
+// A command is one line of the table in quorinctl.cpp and one function, which adds its arguments to a parser and
+// returns what to run once the command line has been read:
+//
+//   Action addDump(CLI::App& app, const Options& options) {
+//     auto vrf = std::make_shared<std::string>();
+//     app.add_option("VRF", *vrf, "Name of the VRF");
+//     return [&options, vrf] { return dump(options.store, *vrf); };
+//   }
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "kel/Errors.h"
+
+namespace Ctl {
+
+// The exit status, as monitoring plugins have it.
+enum class Exit : int {
+  ok = 0,
+  warning = 1,   // done, but something is wrong or missing
+  critical = 2,  // there is no store, or what was asked cannot be done
+  unknown = 3,   // cannot tell: a usage error, or a missing permission
+};
+
+// The options of every command. Their values are set when an Action runs.
+struct Options {
+  std::string store;        // directory of the store
+  std::string agentSocket;  // the agent's control socket
+  bool json = false;
+};
+
+// Ends the command with one line on standard error: what was wrong, where, and what to do.
+class Failure : public Kel::Exception {
+ public:
+  Failure(Exit status, const std::string& text) : Exception(text), status_(status) {}
+  Exit status() const { return status_; }
+
+ private:
+  Exit status_;
+};
+
+using Action = std::function<Exit()>;
+
+struct Command {
+  const char* name;
+  const char* summary;
+  const char* examples;  // lines for --help
+  // Lifetime: `options` outlives the action.
+  Action (*add)(CLI::App& app, const Options& options);
+};
+
+}  // namespace Ctl

@@ -1,0 +1,100 @@
+// The program quorinctl: the table of its commands, global options, exit status.
+
+#include <signal.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+#include <iterator>
+
+#include "ctl/Command.h"
+#include "ctl/Commands.h"
+#include "kel/Trace.h"
+#include "quillo/Publisher.h"
+#include "quillo/StoreException.h"
+
+namespace Ctl {
+namespace {
+
+constexpr const char* defaultAgentSocket = "/run/quorind/control";
+
+// In the order of --help.
+constexpr Command commands[] = {
+    {"status", "Is everything well? What is wrong, and what to do", "quorinctl status", addStatus},
+};
+
+Exit exitOf(const Quillo::StoreException& error) {
+  using Kind = Quillo::StoreException::Kind;
+  return error.kind() == Kind::permission || error.kind() == Kind::version ? Exit::unknown : Exit::critical;
+}
+
+Exit run(const Action& action) {
+  try {
+    const Exit status = action();
+    if (std::fflush(stdout) == 0) return status;
+    fmt::print(stderr, "quorinctl: cannot write standard output; check the space on its file system\n");
+    return Exit::critical;
+  } catch (const Failure& failure) {
+    fmt::print(stderr, "quorinctl: {}\n", failure.what());
+    return failure.status();
+  } catch (const Quillo::StoreException& error) {
+    fmt::print(stderr, "quorinctl: {}\n", error.what());
+    return exitOf(error);
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "quorinctl: {}\n", error.what());
+    return Exit::critical;
+  }
+}
+
+Exit parseAndRun(int argc, const char* const* argv) {
+  CLI::App app("Shows what is in Quorin's store, and what its agent does.", "quorinctl");
+  Options options{.store = Quillo::defaultStoreDirectory, .agentSocket = defaultAgentSocket};
+  app.add_option("--store", options.store, "Directory of the store")
+      ->type_name("DIR")
+      ->envname("QUORIN_STORE")
+      ->capture_default_str();
+  app.add_option("--agent", options.agentSocket, "The agent's control socket")
+      ->type_name("PATH")
+      ->envname("QUORIN_AGENT_SOCKET")
+      ->capture_default_str();
+  app.add_flag("--json", options.json, "Write JSON instead of text");
+  app.set_version_flag("--version", "quorinctl " QUORIN_VERSION);
+  app.require_subcommand(1);
+  app.footer(
+      "quorinctl COMMAND --help shows the arguments of a command, and examples.\nExit status: 0 ok, 1 warning, "
+      "2 critical, 3 unknown or wrong usage.");
+  Action action;
+  for (const auto& command : commands) {
+    CLI::App& sub = *app.add_subcommand(command.name, command.summary);
+    sub.fallthrough();  // global options may follow the command
+    sub.footer("Examples:\n" + std::string(command.examples));
+    sub.final_callback([&action, run = command.add(sub, options)] { action = run; });
+  }
+  app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
+    return failed->get_name() + ": " + error.what() + "; see quorinctl --help\n";
+  });
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? Exit::ok : Exit::unknown;
+  }
+  if (options.store.empty()) {
+    fmt::print(stderr, "quorinctl: --store is empty; name a directory\n");
+    return Exit::unknown;
+  }
+  options.store = std::filesystem::absolute(options.store).lexically_normal();
+  return run(action);
+}
+
+}  // namespace
+}  // namespace Ctl
+
+int main(int argc, char* argv[]) {
+  signal(SIGPIPE, SIG_DFL);  // `quorinctl routes | head` ends without a word
+  Kel::TraceConfig::setSink(
+      [](const auto&, unsigned, const std::string& text) { fmt::print(stderr, "quorinctl: {}\n", text); });
+  return static_cast<int>(Ctl::parseAndRun(argc, argv));
+}
