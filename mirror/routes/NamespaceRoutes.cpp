@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "kel/Trace.h"
+#include "quillo/tables/FecRecord.h"
 
 namespace Mirror {
 
@@ -148,9 +149,7 @@ std::vector<Quillo::Fib::Via> NamespaceRoutes::resolve(const RouteContent& conte
     if (hop.isDead || (hop.ifIndex != 0 && !intfId.isValid())) continue;
     vias.push_back({hop.gateway.isSet() ? hop.gateway : onLink(content.af), intfId});
   }
-  std::sort(vias.begin(), vias.end(),
-            [](const auto& a, const auto& b) { return std::tie(a.hop, a.intfId) < std::tie(b.hop, b.intfId); });
-  vias.erase(std::unique(vias.begin(), vias.end()), vias.end());
+  Quillo::sortVias(vias);
   if (vias.size() > Quillo::Fib::Fec::maxVias) {
     if (!std::exchange(isCutTold_, true)) {
       QTRACE(namespaceRoutesTrace, 0) << "a route with " << vias.size() << " next hops is published with the first "

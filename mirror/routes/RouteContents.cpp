@@ -1,20 +1,15 @@
 #include "mirror/routes/RouteContents.h"
 
 #include <linux/rtnetlink.h>
-#include <xxhash.h>
 
 #include <array>
 
 #include "quillo/tables/FecRecord.h"
+#include "quillo/tables/RouteOrigin.h"
 
 namespace Mirror {
 
 namespace {
-
-Quillo::Fib::FecId idOf(const std::vector<Quillo::Fib::Via>& vias) {
-  const std::string bytes = Quillo::encodeFec({Quillo::Fib::FecId(1), vias});
-  return Quillo::Fib::FecId(XXH3_64bits(bytes.data(), bytes.size()));
-}
 
 // Protocol numbers of routing daemons. The kernel does not interpret them, so its headers lack some; those from 190 on
 // are FRR's (zebra/rt_netlink.h).
@@ -33,26 +28,26 @@ constexpr std::uint8_t protocolOpenFabric = 197;  // IS-IS for data centres
 
 struct Origin {
   std::uint8_t protocol;
-  std::uint8_t type, type6;
-  std::uint8_t preference;
+  Quillo::RouteOrigin origin;
+  std::uint8_t preference = origin.preference;
 };
-constexpr std::array<Origin, 16> origins{{{RTPROT_KERNEL, 11, 7, 0},
-                                          {RTPROT_BOOT, 7, 4, staticDistance},
-                                          {RTPROT_STATIC, 7, 4, staticDistance},
-                                          {RTPROT_BABEL, 33, 17, 100},
-                                          {protocolBgp, 22, 9, 20},
-                                          {protocolIsis, 24, 13, 115},
-                                          {protocolOspf, 15, 10, 110},
-                                          {protocolRip, 10, 6, 120},
-                                          {protocolRipng, 10, 6, 120},
-                                          {protocolNhrp, 33, 17, 10},
-                                          {protocolEigrp, 33, 17, 90},
-                                          {protocolLdp, 33, 17, 150},
-                                          {protocolSharp, 33, 17, 150},
-                                          {protocolPbr, 33, 17, 200},
-                                          {protocolFrrStatic, 7, 4, staticDistance},
-                                          {protocolOpenFabric, 24, 13, 115}}};
-constexpr Origin unknownOrigin{0, 33, 17, 250};
+constexpr std::array<Origin, 16> origins{{{RTPROT_KERNEL, Quillo::connectedRoute},
+                                          {RTPROT_BOOT, Quillo::staticRoute},
+                                          {RTPROT_STATIC, Quillo::staticRoute},
+                                          {RTPROT_BABEL, Quillo::otherRoute, 100},
+                                          {protocolBgp, Quillo::bgpRoute},
+                                          {protocolIsis, Quillo::isisRoute},
+                                          {protocolOspf, Quillo::ospfRoute},
+                                          {protocolRip, Quillo::ripRoute},
+                                          {protocolRipng, Quillo::ripRoute},
+                                          {protocolNhrp, Quillo::otherRoute, 10},
+                                          {protocolEigrp, Quillo::otherRoute, 90},
+                                          {protocolLdp, Quillo::otherRoute, 150},
+                                          {protocolSharp, Quillo::otherRoute, 150},
+                                          {protocolPbr, Quillo::otherRoute, 200},
+                                          {protocolFrrStatic, Quillo::staticRoute},
+                                          {protocolOpenFabric, Quillo::isisRoute}}};
+constexpr Origin unknownOrigin{0, Quillo::otherRoute};
 
 const Origin& originOf(const RouteContent& content) {
   for (const Origin& origin : origins) {
@@ -106,7 +101,7 @@ RouteContents::Fec* RouteContents::fecOf(const RouteContent& content) {
   const auto vias = resolve_(content);
   if (vias.empty()) return nullptr;
   // If two sets of vias have the same hash, the later one takes the next number.
-  for (auto id = idOf(vias);; id = Quillo::Fib::FecId(id.value() + 1)) {
+  for (auto id = Quillo::fecIdOf(vias);; id = Quillo::Fib::FecId(id.value() + 1)) {
     if (id.value() == 0) continue;  // reserved for "none"
     const auto [at, isNew] = fecs_.try_emplace(id.value());
     Fec& found = at->second;
@@ -196,7 +191,7 @@ void RouteContents::resolveAgain(const std::unordered_set<Slot>& slots) {
 
 Routing::Fib::RouteType routeTypeOf(const RouteContent& content) {
   const Origin& origin = originOf(content);
-  return Routing::Fib::RouteType(content.af == Vantu::ipv6_ ? origin.type6 : origin.type);
+  return Routing::Fib::RouteType(content.af == Vantu::ipv6_ ? origin.origin.type6 : origin.origin.type);
 }
 
 Routing::RoutePreference preferenceOf(const RouteContent& content) {

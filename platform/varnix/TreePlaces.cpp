@@ -114,6 +114,25 @@ void TreePlaces::makeMember(const std::string& path, const std::string& type, Tr
   place = {member, owner, attribute, name};
 }
 
+TreePlace TreePlaces::find(const std::string& path) const {
+  if (const auto at = fixed_.find(path); at != fixed_.end()) return {at->second, nullptr, nullptr, {}};
+  if (auto at = open_.upper_bound(path); at != open_.begin() && path.starts_with((--at)->first)) {
+    const auto name = path.substr(at->first.size());
+    const auto entry = at->second.dir->entityPtr(name);
+    return entry ? TreePlace{entry, at->second.dir, nullptr, name} : TreePlace();
+  }
+  const auto dot = path.find('.');
+  const auto slash = path.find('/', dot);
+  const auto owner = fixed_.find(path.substr(0, dot));
+  if (slash == std::string::npos || owner == fixed_.end()) return {};
+  const auto* attribute =
+      owner->second->kelTypeInfo().find(std::string_view(path).substr(dot + 1, slash - dot - 1));
+  if (!attribute || attribute->kind != Kel::AttributeKind::members) return {};
+  const auto name = path.substr(slash + 1);
+  const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner->second, name));
+  return member ? TreePlace{member, owner->second, attribute, name} : TreePlace();
+}
+
 void TreePlaces::remove(const std::string& path, const TreePlace& place) {
   react(path, [&] {
     if (place.attribute) {

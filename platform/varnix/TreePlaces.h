@@ -1,5 +1,5 @@
 #pragma once
-// Creates and deletes the entity at a document's path. Internal to TreeLoader.
+// Finds, creates and deletes the entity at a document's path.
 //
 // Three kinds of entities have a path: fixed ones, in directories; entries of open directories; members of a fixed
 // entity's collection, `<owner>.<attribute>/<name>`. Only fixed entities exist without a document.
@@ -43,6 +43,8 @@ class TreePlaces {
   // Returns the fixed entity at `path`, or creates the entry or member. When the tree has no such place, the result is
   // empty and `obstacle` names the reason.
   TreePlace make(const std::string& path, const std::string& type, std::string& obstacle) const;
+  // Returns the entity at `path`, or an empty place when there is none.
+  TreePlace find(const std::string& path) const;
   // Deletes an entry or member. Requires that the entity is not a fixed one.
   static void remove(const std::string& path, const TreePlace& place);
 

@@ -1,8 +1,11 @@
 #include "quillo/tables/FecRecord.h"
 
 #include <fmt/format.h>
+#include <xxhash.h>
 
+#include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "quillo/tables/VrfKey.h"
 
@@ -102,6 +105,18 @@ const char* decodeFec(Bytes bytes, Fec& fec) {
   const auto* what = takeAll(bytes, fec.via);
   if (what) fec.via.clear();
   return what;
+}
+
+void sortVias(std::vector<Fib::Via>& vias) {
+  std::sort(vias.begin(), vias.end(),
+            [](const auto& a, const auto& b) { return std::tie(a.hop, a.intfId) < std::tie(b.hop, b.intfId); });
+  vias.erase(std::unique(vias.begin(), vias.end()), vias.end());
+}
+
+FecId fecIdOf(const std::vector<Fib::Via>& vias) {
+  const std::string bytes = encodeFec({FecId(1), vias});
+  const FecId id(XXH3_64bits(bytes.data(), bytes.size()));
+  return id == FecId() ? FecId(1) : id;  // 0 means none
 }
 
 void fecIs(Batch& batch, const VrfId& vrfId, const Fec& fec) {

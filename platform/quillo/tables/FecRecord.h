@@ -11,6 +11,7 @@
 // FECs.
 
 #include <string>
+#include <vector>
 
 #include "quillo/Publisher.h"
 #include "quillo/tables/Fec.h"
@@ -23,6 +24,12 @@ namespace Quillo {
 // is 0. fecIs also throws for more than 512 vias, and for a via without an address (0.0.0.0 is an address).
 void fecIs(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const Fib::Fec& fec);
 void fecDel(Batch& batch, const Vrf::VrfIdMap::VrfId& vrfId, const Fib::FecId& fecId);
+
+// Sorts the vias and removes repeated ones.
+void sortVias(std::vector<Fib::Via>& vias);
+// The id that our publishers give to a FEC: a hash of its vias, which are sorted. So a restarted publisher assigns the
+// same ids. If another FEC has the id already, the publisher takes the next number.
+Fib::FecId fecIdOf(const std::vector<Fib::Via>& vias);
 
 // Throw as the operations above.
 std::string encodeFecKey(const Vrf::VrfIdMap::VrfId& vrfId, const Fib::FecId& fecId);
