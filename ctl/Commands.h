@@ -5,6 +5,8 @@
 
 namespace Ctl {
 
+Action addDump(CLI::App& app, const Options& options);
+Action addLoad(CLI::App& app, const Options& options);
 Action addStatus(CLI::App& app, const Options& options);
 
 }  // namespace Ctl

@@ -24,6 +24,12 @@ constexpr const char* defaultAgentSocket = "/run/quorind/control";
 // In the order of --help.
 constexpr Command commands[] = {
     {"status", "Is everything well? What is wrong, and what to do", "quorinctl status", addStatus},
+    {"dump", "Write the whole switch as a file that 'load' publishes",
+     "quorinctl dump > switch.yaml\nquorinctl dump --vrf red", addDump},
+    {"load", "Publish a switch file, in place of quorin-mirrord",
+     "quorinctl load examples/leaf-switch.yaml --store /tmp/store\n"
+     "quorinctl dump | quorinctl load - --store /tmp/copy",
+     addLoad},
 };
 
 Exit exitOf(const Quillo::StoreException& error) {
