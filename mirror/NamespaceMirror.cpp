@@ -31,8 +31,9 @@ constexpr unsigned repetitionsAtOnce = 3;
 constexpr Kel::Seconds longestListingInterval = 64;
 
 // The forwarding flags are also read, since kernels before 3.8 do not notify of them. Those of the default namespace
-// are read with every poll, those of the other VRFs (there may be thousands) with every tenth, a tenth at a time.
-constexpr unsigned flagsIntervalOfVrfs = 10;
+// are read with every poll. Those of the other VRFs are read once a minute, at different polls: there may be thousands,
+// and to open a file of /proc/sys takes longer the more namespaces there are.
+constexpr unsigned flagsIntervalOfVrfs = 60;
 
 bool isOfNeighbours(RtDump step) {
   return step == RtDump::ipv4Neighbours || step == RtDump::ipv6Neighbours;
