@@ -1,5 +1,8 @@
 #include "mirror/CounterMirror.h"
 
+#include <fmt/format.h>
+#include <libmnl/libmnl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -18,6 +21,9 @@ Kel::TraceHandle counterMirrorTrace("MirrorCounters");
 
 // The directory for the thread's namespace. A kernel without IPv6 has none.
 const std::filesystem::path counterFiles = "/proc/thread-self/net/dev_snmp6";
+
+constexpr int receiveBytes = 256 << 10;       // a dump has one datagram in the socket at a time
+constexpr unsigned listDatagramsPerTurn = 4;  // of some thirty interfaces each
 
 bool hasFallen(const Ip::IntfCounters& from, const Ip::IntfCounters& to) {
   return to.inPkts() < from.inPkts() || to.inOctets() < from.inOctets() || to.outPkts() < from.outPkts() ||
@@ -41,23 +47,14 @@ bool CounterMirror::begin() {
   hasBegun_ = true;
   isIncomplete_ = false;
   try {
-    const Vantu::NetNsGuard inside(*ns_);
-    list();
-    isReading_ = true;
+    if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, receiveBytes, RtSocket::Use::dumps);
+    socket_->dump(RtDump::ipv6Links, ++sequence_);
+    isReading_ = isListing_ = true;
   } catch (const Kel::Exception& error) {
     failed(error.what());
+    socket_.reset();
   }
   return isReading_;
-}
-
-void CounterMirror::list() {
-  std::error_code error;
-  for (std::filesystem::directory_iterator at(counterFiles, error), end; at != end; at.increment(error)) {
-    waiting_.push_back(at->path().filename().string());
-  }
-  if (error && error != std::errc::no_such_file_or_directory) {
-    failed(counterFiles.string() + ": " + error.message());
-  }
 }
 
 void CounterMirror::failed(const std::string& why) {
@@ -70,32 +67,66 @@ void CounterMirror::failed(const std::string& why) {
 bool CounterMirror::receive() {
   if (!isReading_) return false;
   try {
-    const Vantu::NetNsGuard inside(*ns_);
-    for (unsigned count = 0; count < interfacesPerTurn && !waiting_.empty(); ++count) {
-      read(waiting_.back());
-      waiting_.pop_back();
+    if (isListing_) list();
+    if (!isListing_ && !waiting_.empty()) {
+      const Vantu::NetNsGuard inside(*ns_);
+      for (unsigned count = 0; count < interfacesPerTurn && !waiting_.empty(); ++count) {
+        read(waiting_.back());
+        waiting_.pop_back();
+      }
     }
   } catch (const Kel::Exception& error) {
     failed(error.what());
+    if (std::exchange(isListing_, false)) socket_.reset();
     waiting_.clear();
   }
-  if (!waiting_.empty()) return true;
-  if (isIncomplete_) {
-    seen_.merge(present_);
-    present_.clear();
-  } else {
-    isFailureTold_ = false;
-  }
-  // An interface without a file may still exist, without IPv6.
-  for (const auto& id : present_) {
-    if (!seen_.contains(id)) all_->intfStatsDel(id);
-  }
-  present_ = std::exchange(seen_, {});
-  return isReading_ = false;
+  if (!isListing_ && waiting_.empty()) finish();
+  return isReading_;
 }
 
-void CounterMirror::read(const std::string& interface) {
-  const auto path = counterFiles / interface;
+// The kernel has the next datagram of a dump ready as soon as the one before it was received.
+void CounterMirror::list() {
+  for (unsigned count = 0; count < listDatagramsPerTurn && isListing_; ++count) {
+    std::span<const std::uint8_t> datagram;
+    if (socket_->receive(datagram) != RtChannel::Outcome::datagram) {
+      throw Kel::Exception("rtnetlink: the list of interfaces with IPv6 ended early");
+    }
+    const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
+    auto left = static_cast<int>(datagram.size());
+    for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) take(*message);
+  }
+}
+
+void CounterMirror::take(const nlmsghdr& message) {
+  if (message.nlmsg_seq != sequence_) return;
+  // The list may lack interfaces.
+  if (message.nlmsg_flags & NLM_F_DUMP_INTR) isIncomplete_ = true;
+  if (message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR) {
+    const int status = statusOf(message);
+    if (status != 0)
+      throw Kel::Exception(fmt::format("rtnetlink: interfaces with IPv6: {}", std::strerror(status)));
+    isListing_ = false;
+  } else {
+    auto decoded = decode(message);
+    if (auto* const link = std::get_if<Ip6LinkMessage>(&decoded)) listed(std::move(*link));
+  }
+}
+
+void CounterMirror::listed(Ip6LinkMessage link) {
+  const auto id = idOf_(link.ifIndex);
+  if (!id.isValid() || link.name.empty()) return;
+  const auto last = present_.find(id);
+  const bool isRead = last != present_.end() && last->second == link.counters && !link.counters.empty();
+  // Without a record it is another interface of the same name.
+  if (isRead && all_->intfStats(id)) {
+    seen_[id] = std::move(link.counters);
+  } else {
+    waiting_.push_back(std::move(link));
+  }
+}
+
+void CounterMirror::read(const Ip6LinkMessage& link) {
+  const auto path = counterFiles / link.name;
   errno = 0;
   std::ifstream file(path);
   const auto told = readCounters(file);
@@ -108,7 +139,22 @@ void CounterMirror::read(const std::string& interface) {
   const auto id = idOf_(static_cast<std::uint32_t>(ifIndex->second));
   if (!id.isValid()) return;
   countersAre(*all_, id, told, Kel::System::currentTime());
-  seen_.insert(id);
+  seen_[id] = ifIndex->second == link.ifIndex ? link.counters : "";
+}
+
+void CounterMirror::finish() {
+  isReading_ = false;
+  if (isIncomplete_) {
+    seen_.merge(present_);
+    present_.clear();
+  } else {
+    isFailureTold_ = false;
+  }
+  // An interface that is not listed may still exist, without IPv6.
+  for (const auto& [id, counters] : present_) {
+    if (!seen_.contains(id)) all_->intfStatsDel(id);
+  }
+  present_ = std::exchange(seen_, {});
 }
 
 KernelCounters readCounters(std::istream& file) {

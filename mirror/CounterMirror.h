@@ -1,21 +1,23 @@
 #pragma once
 // Publishes the IPv6 counters of the interfaces of one network namespace, every two seconds.
 //
-// It reads the files of /proc/net/dev_snmp6, one for each interface with IPv6, a limited number in each turn of the
-// event loop. (rtnetlink has the counters too, but by numbers whose meanings differ between kernels.) An interface has
-// a record from its first reading on. TreeWriter deletes the record with the interface; a complete reading deletes it
-// when the interface has no file any more, since it lost IPv6.
+// A reading lists the interfaces with IPv6 by rtnetlink. Where the counters in the reply differ from those of the last
+// reading, it reads the interface's file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The
+// counters of rtnetlink have numbers instead of names, with meanings that differ between kernels.) An interface has a
+// record from its first reading on. TreeWriter deletes the record with the interface; a complete reading deletes it
+// when the interface is not listed any more, since it lost IPv6.
 
 #include <cstdint>
 #include <functional>
 #include <istream>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "kel/System.h"
+#include "mirror/rtnetlink/RtMessage.h"
+#include "mirror/rtnetlink/RtSocket.h"
 #include "vantu/NetNs.h"
 #include "varnix/Interface.h"
 
@@ -58,21 +60,29 @@ class CounterMirror {
   bool hasRead() const { return hasBegun_ && !isReading_; }
 
  private:
+  using Counters = std::map<Vantu::IntfId, std::string>;  // Ip6LinkMessage::counters
+
   void list();
-  void read(const std::string& interface);
+  void take(const nlmsghdr& message);
+  void listed(Ip6LinkMessage link);
+  void read(const Ip6LinkMessage& link);
   void failed(const std::string& why);
+  void finish();
 
   std::shared_ptr<const Vantu::NetNs> ns_;
   Kel::Ptr<Ip::AllIntfStats> all_;
   IdOf idOf_;
   unsigned polls_;
+  std::unique_ptr<RtSocket> socket_;  // opened by the first reading, and after a failure
+  std::uint32_t sequence_ = 0;        // of the dump
   bool hasBegun_ = false;
   bool isReading_ = false;
-  bool isIncomplete_ = false;         // this reading
-  bool isFailureTold_ = false;        // since the last complete reading
-  std::vector<std::string> waiting_;  // names of interfaces to read
-  std::set<Vantu::IntfId> seen_;      // in this reading
-  std::set<Vantu::IntfId> present_;   // in the last reading
+  bool isListing_ = false;               // the first part of a reading
+  bool isIncomplete_ = false;            // this reading
+  bool isFailureTold_ = false;           // since the last complete reading
+  std::vector<Ip6LinkMessage> waiting_;  // interfaces whose files are to be read
+  Counters seen_;                        // in this reading
+  Counters present_;                     // in the last reading
 };
 
 }  // namespace Mirror

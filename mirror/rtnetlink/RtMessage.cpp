@@ -68,9 +68,23 @@ std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
   return table;
 }
 
+RtMessage decodeIp6Link(Payload payload, const ifinfomsg& header) {
+  Ip6LinkMessage link;
+  link.ifIndex = checkedIndex(header.ifi_index);
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type == IFLA_IFNAME) link.name = interfaceName(value);
+    if (type != IFLA_PROTINFO) return;
+    forEachAttribute(value, [&](int part, Payload counters) {
+      if (part == IFLA_INET6_STATS) link.counters.assign(counters.begin(), counters.end());
+    });
+  });
+  return link;
+}
+
 RtMessage decodeLink(const nlmsghdr& message) {
   const Payload payload = payloadOf(message);
   const auto header = readAs<ifinfomsg>(payload, "link header");
+  if (header.ifi_family == AF_INET6 && message.nlmsg_type == RTM_NEWLINK) return decodeIp6Link(payload, header);
   // Messages of other families describe a role of the link, such as that of a bridge port.
   if (header.ifi_family != AF_UNSPEC) return {};
   LinkMessage link;

@@ -34,6 +34,14 @@ struct LinkMessage {
   std::optional<std::uint32_t> vrfTable;  // routing table of a VRF device; none for other devices
 };
 
+// RTM_NEWLINK of the family IPv6: an interface with IPv6, in the reply to RtDump::ipv6Links.
+struct Ip6LinkMessage {
+  std::uint32_t ifIndex = 0;  // never 0
+  std::string name;           // empty when absent
+  // The kernel's counters (IFLA_INET6_STATS). Their meanings differ between kernels; use them to detect changes only.
+  std::string counters;
+};
+
 // RTM_NEWADDR or RTM_DELADDR.
 struct AddressMessage {
   bool isDeleted = false;
@@ -116,8 +124,8 @@ struct NexthopMessage {
 // ---- decoding
 
 // monostate: a well-formed message that the mirror ignores.
-using RtMessage = std::variant<std::monostate, LinkMessage, AddressMessage, NeighbourMessage, ForwardingMessage,
-                               RouteMessage, NexthopMessage>;
+using RtMessage = std::variant<std::monostate, LinkMessage, Ip6LinkMessage, AddressMessage, NeighbourMessage,
+                               ForwardingMessage, RouteMessage, NexthopMessage>;
 
 // The message is too short, or has an attribute of the wrong size.
 class MalformedMessageException : public Kel::Exception {

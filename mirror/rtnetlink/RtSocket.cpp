@@ -75,8 +75,8 @@ void RtSocket::Close::operator()(mnl_socket* socket) const {
   mnl_socket_close(socket);
 }
 
-RtSocket::RtSocket(std::shared_ptr<const Vantu::NetNs> ns, int receiveBytes)
-    : ns_(std::move(ns)), wantedReceiveBytes_(receiveBytes), socket_(open()) {
+RtSocket::RtSocket(std::shared_ptr<const Vantu::NetNs> ns, int receiveBytes, Use use)
+    : ns_(std::move(ns)), wantedReceiveBytes_(receiveBytes), use_(use), socket_(open()) {
   QTRACE(rtSocketTrace, 1) << "receive buffer of " << this->receiveBytes() << " bytes";
 }
 
@@ -89,7 +89,7 @@ RtSocket::Handle RtSocket::open() const {
   int on = 1;
   mnl_socket_setsockopt(socket.get(), NETLINK_GET_STRICT_CHK, &on, sizeof(on));
   if (mnl_socket_bind(socket.get(), 0, MNL_SOCKET_AUTOPID) != 0) failOnSocket("cannot bind the socket");
-  subscribe(socket.get());
+  if (use_ == Use::dumpsAndChanges) subscribe(socket.get());
   return socket;
 }
 
@@ -133,6 +133,9 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence, std::uint32_t table) {
     case RtDump::ipv6Routes:
       putHeader<rtmsg>(request, RTM_GETROUTE).rtm_family = what == RtDump::ipv4Routes ? AF_INET : AF_INET6;
       mnl_attr_put_u32(request, RTA_TABLE, table);
+      break;
+    case RtDump::ipv6Links:
+      putHeader<ifinfomsg>(request, RTM_GETLINK).ifi_family = AF_INET6;
       break;
   }
   if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) failOnSocket("cannot ask for a dump");

@@ -21,7 +21,8 @@ enum class RtDump {
   ipv6Neighbours,
   nexthops,
   ipv4Routes,
-  ipv6Routes
+  ipv6Routes,
+  ipv6Links  // with their counters; the state of a namespace does without it
 };
 
 class RtChannel {
@@ -44,8 +45,8 @@ class RtChannel {
   virtual void reopen() = 0;
 };
 
-// A netlink socket subscribed to links, addresses, neighbours, routes, next-hop objects and forwarding flags of a
-// network namespace. The namespace exists as long as the socket is open.
+// A netlink socket of a network namespace. Unless it is for dumps only, it is subscribed to links, addresses,
+// neighbours, routes, next-hop objects and forwarding flags. The namespace exists as long as the socket is open.
 //
 // Throws, in all operations: Kel::Exception when the system refuses; the text names the step and the reason.
 class RtSocket : public RtChannel {
@@ -53,9 +54,11 @@ class RtSocket : public RtChannel {
   // Room for some ten thousand notifications; memory is used only while they wait.
   static constexpr int defaultReceiveBytes = 16 << 20;
 
+  enum class Use { dumpsAndChanges, dumps };
+
   // A receive buffer above net.core.rmem_max needs CAP_NET_ADMIN; otherwise the kernel limits it.
   explicit RtSocket(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
-                    int receiveBytes = defaultReceiveBytes);
+                    int receiveBytes = defaultReceiveBytes, Use use = Use::dumpsAndChanges);
 
   int fd() const;            // readable while datagrams wait; changes with reopen()
   int receiveBytes() const;  // as granted by the kernel, with its overhead
@@ -75,6 +78,7 @@ class RtSocket : public RtChannel {
 
   std::shared_ptr<const Vantu::NetNs> ns_;
   int wantedReceiveBytes_;
+  Use use_;
   Handle socket_;
 };
 
