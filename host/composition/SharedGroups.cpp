@@ -1,5 +1,6 @@
 #include "host/composition/SharedGroups.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "kel/Trace.h"
@@ -13,6 +14,11 @@ static Kel::TraceHandle sharedGroupsTrace("SharedGroups");
 namespace {
 
 constexpr const char* defaultContext = "";
+
+const std::vector<oid> systemGroup{1, 3, 6, 1, 2, 1, 1};
+const std::vector<oid> snmpEngine{1, 3, 6, 1, 6, 3, 10, 2, 1};
+const std::vector<oid> snmpMpdStats{1, 3, 6, 1, 6, 3, 11, 2, 1};
+const std::vector<oid> usmStats{1, 3, 6, 1, 6, 3, 15, 1, 1};
 
 int compare(const netsnmp_variable_list& variable, const oid* name, std::size_t length) {
   return snmp_oid_compare(variable.name, variable.name_length, name, length);
@@ -58,8 +64,12 @@ void ask(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_req
   if (status != SNMP_ERR_NOERROR) netsnmp_request_set_error(&request, status);
 }
 
-void get(netsnmp_agent_request_info& info, netsnmp_request_info& request) {
+void get(netsnmp_agent_request_info& info, netsnmp_request_info& request, const SharedGroups::Group& group) {
   const auto& variable = *request.requestvb;
+  const bool isInGroup = std::any_of(group.parts.begin(), group.parts.end(), [&](const std::vector<oid>& part) {
+    return netsnmp_oid_is_subtree(part.data(), part.size(), variable.name, variable.name_length) == 0;
+  });
+  if (!isInGroup) return;
   auto* const subtree = netsnmp_subtree_find(variable.name, variable.name_length, nullptr, defaultContext);
   if (subtree != nullptr) ask(*subtree, info, request);
 }
@@ -100,18 +110,21 @@ bool hasNext(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp
 }
 
 // Asks one registration after another, like the agent itself. Restores the variable if none has a next value.
-void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, const std::vector<oid>& root) {
+void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, const SharedGroups::Group& group) {
   auto& variable = *request.requestvb;
   const std::vector<oid> asked(variable.name, variable.name + variable.name_length);
-  std::vector<oid> end = root;
-  ++end.back();
-  const auto& start = compare(variable, root.data(), root.size()) < 0 ? root : asked;
-  for (auto* subtree = netsnmp_subtree_find(start.data(), start.size(), nullptr, defaultContext);
-       subtree != nullptr && snmp_oid_compare(subtree->start_a, subtree->start_len, end.data(), end.size()) < 0;
-       subtree = subtree->next) {
-    if (hasNext(*subtree, info, request)) return;
-    withoutAnswer(request);
-    snmp_set_var_objid(&variable, asked.data(), asked.size());
+  for (const auto& part : group.parts) {
+    std::vector<oid> end = part;
+    ++end.back();
+    if (compare(variable, end.data(), end.size()) >= 0) continue;
+    const auto& start = compare(variable, part.data(), part.size()) < 0 ? part : asked;
+    for (auto* subtree = netsnmp_subtree_find(start.data(), start.size(), nullptr, defaultContext);
+         subtree != nullptr && snmp_oid_compare(subtree->start_a, subtree->start_len, end.data(), end.size()) < 0;
+         subtree = subtree->next) {
+      if (hasNext(*subtree, info, request)) return;
+      withoutAnswer(request);
+      snmp_set_var_objid(&variable, asked.data(), asked.size());
+    }
   }
 }
 
@@ -121,9 +134,9 @@ extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_r
     const auto& group = *static_cast<const SharedGroups::Group*>(handler->myvoid);
     for (auto* request = requests; request != nullptr; request = request->next) {
       if (info->mode == MODE_GET) {
-        get(*info, *request);
+        get(*info, *request, group);
       } else {
-        getNext(*info, *request, group.root);
+        getNext(*info, *request, group);
       }
     }
     return SNMP_ERR_NOERROR;
@@ -133,15 +146,13 @@ extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_r
 }  // namespace
 
 std::vector<SharedGroups::Group> SharedGroups::ofMaster() {
-  return {{"system", {1, 3, 6, 1, 2, 1, 1}},
-          {"snmp", {1, 3, 6, 1, 2, 1, 11}},
-          {"snmpEngine", {1, 3, 6, 1, 6, 3, 10, 2, 1}},
-          {"snmpMPDStats", {1, 3, 6, 1, 6, 3, 11, 2, 1}},
-          {"usmStats", {1, 3, 6, 1, 6, 3, 15, 1, 1}}};
+  return {{"system", systemGroup, {systemGroup}},
+          {"snmp", {1, 3, 6, 1, 2, 1, 11}, {{1, 3, 6, 1, 2, 1, 11}}},
+          {"snmpModules", {1, 3, 6, 1, 6, 3}, {snmpEngine, snmpMpdStats, usmStats}}};
 }
 
 std::vector<SharedGroups::Group> SharedGroups::ofSubagent() {
-  return {{"system", {1, 3, 6, 1, 2, 1, 1}}, {"snmpEngine", {1, 3, 6, 1, 6, 3, 10, 2, 1}}};
+  return {{"system", systemGroup, {systemGroup}}, {"snmpEngine", snmpEngine, {snmpEngine}}};
 }
 
 SharedGroups::SharedGroups(std::vector<Group> groups) : groups_(std::move(groups)), registree_(this) {

@@ -21,7 +21,8 @@ class SharedGroups : public Snmp::HandlerRegistration {
  public:
   struct Group {
     const char* name;
-    std::vector<oid> root;  // everything below it belongs to the group
+    std::vector<oid> root;                // one registration in each context, which net-snmp keeps in 2 KiB
+    std::vector<std::vector<oid>> parts;  // below the root, in ascending order: what belongs to the group
   };
   // The groups of an agent that answers managers itself: system with sysORTable, snmp, and the SNMP engine's identity
   // and counters. Users, groups and views stay in the default context: only the device's operator controls access.

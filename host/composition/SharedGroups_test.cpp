@@ -19,11 +19,22 @@ TEST(SharedGroups, aVrfAnswersAsTheDefaultContextDoes) {
   Snmp::Contexts contexts;
   contexts.enter("");
   contexts.enter("red");
-  for (const char* name : {"1.3.6.1.2.1.1", "1.3.6.1.2.1.1.5", "1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.1.5.1",
-                           "1.3.6.1.2.1.1.7.0", "1.3.6.1.2.1.1.7.0.1", "1.3.6.1.2.1.1.9.1.2.1",
-                           "1.3.6.1.2.1.1.9.1.2.99", "1.3.6.1.2.1.1.99.0", "1.3.6.1.6.3.10.2.1.5.0"}) {
+  for (const char* name :
+       {"1.3.6.1.2.1.1", "1.3.6.1.2.1.1.5", "1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.1.5.1", "1.3.6.1.2.1.1.7.0",
+        "1.3.6.1.2.1.1.7.0.1", "1.3.6.1.2.1.1.9.1.2.1", "1.3.6.1.2.1.1.9.1.2.99", "1.3.6.1.2.1.1.99.0",
+        "1.3.6.1.6.3.10.2.1.5.0", "1.3.6.1.6.3.10.2.1", "1.3.6.1.6.3.11.2.1.1.0", "1.3.6.1.6.3.15.1.1.3.0"}) {
     EXPECT_EQ(agent.get(name, "red"), agent.get(name)) << name;
   }
+  // The parts of one registration, and nothing between and behind them.
+  auto modules = agent.walk("1.3.6.1.6.3");
+  const auto gone = std::erase_if(modules, [](const auto& row) {
+    return !row.name.starts_with("1.3.6.1.6.3.10.2.1.") && !row.name.starts_with("1.3.6.1.6.3.11.2.1.") &&
+           !row.name.starts_with("1.3.6.1.6.3.15.1.1.");
+  });
+  EXPECT_GT(gone, 0U);
+  const auto shared = agent.walk("1.3.6.1.6.3", "red");
+  ASSERT_EQ(shared.size(), modules.size());
+  for (std::size_t i = 0; i < shared.size(); ++i) EXPECT_EQ(shared[i].name, modules[i].name);
   // Several in one request, at the end of a group, in a hole, and in front of a group.
   std::vector<std::string> next;
   const std::vector<std::string> names{"1.3.6.1.2.1.1.4.0", "1.3.6.1.2.1.1.9.1.4.99", "1.3.6.1.2.1.1.5", "1"};
