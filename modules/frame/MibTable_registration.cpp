@@ -120,15 +120,21 @@ void MibTable::initialize(const TableFunctions& functions, const Snmp::Config::P
 
 netsnmp_table_registration_info* MibTable::tableRegistration(const Kel::String& context) const {
   auto* const table = allocated<netsnmp_table_registration_info>();
-  for (const auto& component : index_) {
-    if (snmp_varlist_add_variable(&table->indexes, nullptr, 0, component.asnType, nullptr, 0) != nullptr) continue;
-    QTRACE(trace(), 0) << "Failed to set up " << component.object << " in netsnmp table_info in context \""
-                       << context << "\"";
-  }
+  table->indexes = sharedIndexes(context);
   table->min_column = columns_.front().number;
   table->max_column = columns_.back().number;
   table->valid_columns = columnInfo();
   return table;
+}
+
+netsnmp_variable_list* MibTable::sharedIndexes(const Kel::String& context) const {
+  if (indexes_ != nullptr) return indexes_;
+  for (const auto& component : index_) {
+    if (snmp_varlist_add_variable(&indexes_, nullptr, 0, component.asnType, nullptr, 0) != nullptr) continue;
+    QTRACE(trace(), 0) << "Failed to set up " << component.object << " in netsnmp table_info in context \""
+                       << context << "\"";
+  }
+  return indexes_;
 }
 
 // The list of valid columns. It is in the same piece of memory as its record, since net-snmp frees only the record.

@@ -39,7 +39,11 @@ void Module::leave(const Kel::String& context) {
   QTRACE(trace_, 2) << "Unregistering " << name_ << " in context \"" << context << "\"";
 
   const auto registrations = registrationsByContext_[context];
-  for (const auto* registration : registrations) unregister(*registration);
+  for (auto* registration : registrations) {
+    // net-snmp would free the index variables, which the table shares with other contexts.
+    if (auto* const table = netsnmp_find_table_registration_info(registration)) table->indexes = nullptr;
+    unregister(*registration);
+  }
   registrationsByContext_.erase(context);
 
   // Every request reads the column records of its table, so they are freed after the last registration.
