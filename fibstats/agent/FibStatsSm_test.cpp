@@ -349,6 +349,12 @@ TYPED_TEST(FibStatsSmTest, reviewsTwoPiecesAtOnceAndTheRestInTasks) {
   EXPECT_EQ(this->scheduler_->tasks().at(0)->name(), fmt::format("fibStats {} review VRF:red", TypeParam::text));
   this->runTasks();
   EXPECT_EQ(this->sm->prefixRouteType().size(), 3 * piece);
+  for (unsigned n = 0; n < 3 * piece; ++n) ASSERT_TRUE(this->sm->prefixRouteType().find(this->host(n))) << n;
+  for (unsigned n = 0; n < piece; ++n) this->routes->map.erase(this->host(3 * n));
+  this->sm->handleRoute();
+  this->runTasks();
+  for (unsigned n = 0; n < 3 * piece; ++n)
+    ASSERT_EQ(this->sm->prefixRouteType().find(this->host(n)).has_value(), n % 3 != 0) << n;
 }
 
 TYPED_TEST(FibStatsSmTest, damageChangesNoCount) {

@@ -2,8 +2,9 @@
 // Maps each counted prefix to its route type, with a mark for reviews.
 //
 // Holds a million prefixes: an IPv4 prefix takes about 15 bytes, free slots included, and a lookup one or two cache
-// misses. The map consists of shards, chosen by the hash: growing one map of a million prefixes would stall the caller
-// for 20 ms, growing a shard takes 0.1 ms. unmarked() searches one shard at a time.
+// misses. Above `undividedSize` prefixes the map consists of shards, chosen by the hash: growing one map of a million
+// prefixes would stall the caller for 20 ms, growing a shard takes 0.1 ms. Below, it is one shard, since the maps of
+// an empty VRF would take 3 KiB. unmarked() searches one shard at a time.
 //
 //   counted.unmarkAll();    // a review begins; constant time
 //   counted.mark(prefix);   // for each prefix that the review meets
@@ -27,6 +28,7 @@ template <class PrefixType>
 class PrefixRouteTypes {
  public:
   static constexpr std::size_t shardCount = 64;
+  static constexpr std::size_t undividedSize = 1024;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
@@ -34,7 +36,7 @@ class PrefixRouteTypes {
   // None if the prefix is not in the map.
   std::optional<RouteType> find(const PrefixType& prefix) const {
     const Key key(prefix);
-    const auto& map = shards_[key.shard()];
+    const auto& map = shards_[shardOf(key)];
     const auto at = map.find(key);
     return at == map.end() ? std::nullopt : std::optional(typeOf(at->second));
   }
@@ -42,15 +44,16 @@ class PrefixRouteTypes {
   void insert(const PrefixType& prefix, RouteType type) {
     const Key key(prefix);
     const auto value = static_cast<std::uint8_t>(type | marked_);
-    const auto [at, isNew] = shards_[key.shard()].try_emplace(key, value);
+    const auto [at, isNew] = shards_[shardOf(key)].try_emplace(key, value);
     if (isNew) ++size_;
     if (!isMarked(at->second)) --unmarkedCount_;
     at->second = value;
+    if (size_ > undividedSize && shards_.size() == 1) divide();
   }
   // Removes the prefix and returns its type; none if it is not in the map.
   std::optional<RouteType> take(const PrefixType& prefix) {
     const Key key(prefix);
-    auto& map = shards_[key.shard()];
+    auto& map = shards_[shardOf(key)];
     const auto at = map.find(key);
     if (at == map.end()) return std::nullopt;
     const auto type = typeOf(at->second);
@@ -60,7 +63,7 @@ class PrefixRouteTypes {
     return type;
   }
   void clear() {
-    for (auto& map : shards_) map = {};
+    shards_ = std::vector<Map>(1);
     size_ = unmarkedCount_ = 0;
   }
 
@@ -72,7 +75,7 @@ class PrefixRouteTypes {
   // No-op when the prefix is not in the map.
   void mark(const PrefixType& prefix) {
     const Key key(prefix);
-    auto& map = shards_[key.shard()];
+    auto& map = shards_[shardOf(key)];
     const auto at = map.find(key);
     if (at == map.end() || isMarked(at->second)) return;
     at->second ^= markBit;
@@ -82,6 +85,7 @@ class PrefixRouteTypes {
   // Returns at most `limit` unmarked prefixes of the shard, in no order.
   std::vector<PrefixType> unmarked(std::size_t shard, std::size_t limit) const {
     std::vector<PrefixType> found;
+    if (shard >= shards_.size()) return found;
     for (const auto& [key, value] : shards_[shard]) {
       if (found.size() == limit) break;
       if (!isMarked(value)) found.push_back(key.prefix());
@@ -131,7 +135,16 @@ class PrefixRouteTypes {
   static RouteType typeOf(std::uint8_t value) { return RouteType{value & ~markBit}; }
   bool isMarked(std::uint8_t value) const { return (value & markBit) == marked_; }
 
-  std::array<boost::unordered_flat_map<Key, std::uint8_t>, shardCount> shards_;
+  using Map = boost::unordered_flat_map<Key, std::uint8_t>;
+
+  std::size_t shardOf(const Key& key) const { return shards_.size() == 1 ? 0 : key.shard(); }
+  void divide() {
+    const auto undivided = std::move(shards_.front());
+    shards_ = std::vector<Map>(shardCount);
+    for (const auto& [key, value] : undivided) shards_[key.shard()].emplace(key, value);
+  }
+
+  std::vector<Map> shards_ = std::vector<Map>(1);  // one, or shardCount
   std::size_t size_ = 0;
   std::size_t unmarkedCount_ = 0;
   std::uint8_t marked_ = 0;
