@@ -67,9 +67,10 @@ void TreeLoader::take(const std::string& path, Entry& entry, Document document) 
   auto& entity = entry.place.entity;
   if (entity && entity->kelTypeInfo().name() != document.type) displace(path, entry);
   const bool isNew = !entity;
-  if (isNew) entry.place = places_.make(path, document.type, entry.obstacle);
+  std::string obstacle;
+  if (isNew) entry.place = places_.make(path, document.type, obstacle);
   if (!entity) {
-    if (unplaced_.insert(path).second) unreported_.push_back(path);
+    if (unplaced_.insert_or_assign(path, std::move(obstacle)).second) unreported_.push_back(path);
     return;
   }
   if (isNew) learnDefaults(*entity);
@@ -149,8 +150,9 @@ bool TreeLoader::settle(std::size_t limit) {
 
 void TreeLoader::reportUnplaced() {
   for (const auto& path : unreported_) {
-    if (!unplaced_.contains(path)) continue;
-    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << entries_[path].obstacle;
+    const auto unplaced = unplaced_.find(path);
+    if (unplaced == unplaced_.end()) continue;
+    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << unplaced->second;
   }
   unreported_.clear();
 }

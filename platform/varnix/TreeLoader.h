@@ -16,6 +16,7 @@
 // - A document of a wrong type or without a place is traced at level 0 and left out. So is an unknown attribute, once
 //   for each type of entity. An attribute with a bad value gets its default. Malformed text is traced at level 0.
 
+#include <boost/container/flat_map.hpp>
 #include <map>
 #include <optional>
 #include <set>
@@ -93,12 +94,11 @@ class TreeLoader {
   void reportUnplaced();
 
  private:
-  using Targets = std::map<const Kel::AttributeInfo*, std::string>;  // paths
-  // The place of one document in the tree.
+  using Targets = boost::container::flat_map<const Kel::AttributeInfo*, std::string>;  // paths
+  // The place of one document in the tree. A VRF has ten of them and seven for each interface, so they are small.
   struct Entry {
     TreePlace place;
     std::uint64_t pass = 0;
-    std::string obstacle;  // the reason why the document has no place
     Targets targets;
   };
   using Entries = std::map<std::string, Entry>;
@@ -133,9 +133,9 @@ class TreeLoader {
   Entries entries_;
   std::uint64_t pass_ = 0;
   std::string sweepFrom_;
-  std::set<std::string> unreadable_;  // paths of the documents that cannot be read
-  bool isUnplacedDamage_ = false;     // since the pass began, one of them belonged to no entity
-  std::set<std::string> unplaced_;
+  std::set<std::string> unreadable_;             // paths of the documents that cannot be read
+  bool isUnplacedDamage_ = false;                // since the pass began, one of them belonged to no entity
+  std::map<std::string, std::string> unplaced_;  // by path: the reason why the document has no place
   std::vector<std::string> unreported_;
   std::map<std::string, std::set<std::string>> referrers_;  // by target
   WaitingDocuments waiting_;

@@ -77,7 +77,7 @@ bool TreePlaces::makeEntry(const std::string& path, const std::string& type, Tre
     return true;
   }
   place.owner = open.dir;
-  place.name = name;
+  place.nameAt = at->first.size();
   react(path, [&] { open.dir->entityIs(place.entity); });
   return true;
 }
@@ -111,7 +111,7 @@ void TreePlaces::makeMember(const std::string& path, const std::string& type, Tr
     return;
   }
   if (!failure.empty()) reactorFailed(path, failure);  // the member exists nevertheless
-  place = {member, owner, attribute, name};
+  place = {member, owner, attribute, slash + 1};
 }
 
 TreePlace TreePlaces::find(const std::string& path) const {
@@ -135,10 +135,11 @@ TreePlace TreePlaces::find(const std::string& path) const {
 
 void TreePlaces::remove(const std::string& path, const TreePlace& place) {
   react(path, [&] {
+    const auto name = path.substr(place.nameAt);
     if (place.attribute) {
-      place.attribute->remove(*place.owner, place.name);
+      place.attribute->remove(*place.owner, name);
     } else {
-      Kel::dynamicPtr<Kel::Dir>(place.owner)->entityDel(place.name);
+      Kel::dynamicPtr<Kel::Dir>(place.owner)->entityDel(name);
     }
   });
 }

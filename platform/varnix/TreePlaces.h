@@ -16,7 +16,7 @@ struct TreePlace {
   Kel::Ptr<Kel::Entity> entity;                   // null: the tree has no such place
   Kel::Ptr<Kel::Entity> owner;                    // of a member, or the open directory; null for a fixed entity
   const Kel::AttributeInfo* attribute = nullptr;  // the member's collection; null for an entry of an open directory
-  std::string name;
+  std::size_t nameAt = 0;                         // where the name of the entry or member begins in the path
 };
 
 // Traces an exception of a reactor at level 0.
