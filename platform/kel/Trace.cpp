@@ -16,10 +16,9 @@
 #include "kel/System.h"
 
 namespace Kel {
-namespace {
 
 // A facility, or all that begin alike, and its levels.
-struct Rule {
+struct TraceRule {
   std::string facility;
   bool isPrefix = false;
   std::uint32_t levels = 0;
@@ -29,10 +28,12 @@ struct Rule {
   }
 };
 
+namespace {
+
 // Created on first use and never destroyed, since static objects of any source register handles.
 struct Registry {
   std::vector<TraceHandle*> handles;
-  std::vector<Rule> rules;
+  std::vector<TraceRule> rules;
   std::vector<TraceListener*> listeners;
   TraceConfig::Sink sink;
   std::shared_ptr<spdlog::logger> logger;
@@ -80,12 +81,12 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   }
 }
 
-Rule parseRule(std::string_view text) {
+TraceRule parseRule(std::string_view text) {
   const auto slash = text.rfind('/');
   if (slash == std::string_view::npos || slash == 0) {
     throw RangeException(fmt::format("trace setting '{}': expected FACILITY/LEVELS, such as IpBase/0-2,8", text));
   }
-  Rule rule;
+  TraceRule rule;
   rule.facility = text.substr(0, slash);
   if (rule.facility.back() == '*') {
     rule.facility.pop_back();
@@ -107,8 +108,8 @@ Rule parseRule(std::string_view text) {
 }
 
 // Throws RangeException.
-std::vector<Rule> parseRules(std::string_view text) {
-  std::vector<Rule> rules;
+std::vector<TraceRule> parseRules(std::string_view text) {
+  std::vector<TraceRule> rules;
   for (const auto piece : split(text, ';')) {
     if (!piece.empty()) rules.push_back(parseRule(piece));
   }
@@ -116,9 +117,9 @@ std::vector<Rule> parseRules(std::string_view text) {
 }
 
 // By the last rule that matches; `levels` without one.
-std::uint32_t levelsBy(const std::vector<Rule>& rules, std::string_view facility, std::uint32_t levels) {
+std::uint32_t levelsBy(const std::vector<TraceRule>& rules, std::string_view facility, std::uint32_t levels) {
   const auto last =
-      std::find_if(rules.rbegin(), rules.rend(), [&](const Rule& rule) { return rule.matches(facility); });
+      std::find_if(rules.rbegin(), rules.rend(), [&](const TraceRule& rule) { return rule.matches(facility); });
   return last == rules.rend() ? levels : last->levels;
 }
 
@@ -163,12 +164,8 @@ void TraceConfig::reset() {
   for (auto* handle : registry().handles) handle->levelsChanged();
 }
 
-struct TraceListener::Rules {
-  std::vector<Rule> all;
-};
-
 TraceListener::TraceListener(std::string_view levels, TraceConfig::Sink sink)
-    : rules_(std::make_unique<Rules>(Rules{parseRules(levels)})), sink_(std::move(sink)) {
+    : rules_(parseRules(levels)), sink_(std::move(sink)) {
   registry().listeners.push_back(this);
   for (auto* handle : registry().handles) handle->levelsChanged();
 }
@@ -179,7 +176,7 @@ TraceListener::~TraceListener() {
 }
 
 std::uint32_t TraceListener::levelsOf(const TraceHandle& handle) const {
-  return levelsBy(rules_->all, handle.facility(), 0);
+  return levelsBy(rules_, handle.facility(), 0);
 }
 
 TraceConfig::Sink TraceConfig::setSink(Sink sink) {
@@ -227,7 +224,7 @@ bool TraceLimit::admits(const TraceHandle& handle, unsigned level, const std::st
   auto& known = registry();
   if (level != 0 || known.isReporting) return true;
   const bool isAskedFor = std::any_of(known.rules.begin(), known.rules.end(),
-                                      [&](const Rule& rule) { return rule.matches(handle.facility()); });
+                                      [&](const TraceRule& rule) { return rule.matches(handle.facility()); });
   return isAskedFor || known.limit.admits(handle.facility(), text);
 }
 

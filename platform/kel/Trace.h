@@ -16,7 +16,6 @@
 #include <array>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -70,6 +69,8 @@ class TraceConfig {
   static void setOutput(Output output, const std::string& target);
 };
 
+struct TraceRule;
+
 // Receives trace lines with levels of its own while it exists, whatever TraceConfig enables: for a person who looks for
 // a moment. Its lines do not reach the sink, unless TraceConfig enables them too.
 class TraceListener {
@@ -83,10 +84,9 @@ class TraceListener {
  private:
   friend class TraceHandle;
   friend class TraceLine;
-  struct Rules;
   std::uint32_t levelsOf(const TraceHandle& handle) const;
 
-  std::unique_ptr<Rules> rules_;
+  std::vector<TraceRule> rules_;
   TraceConfig::Sink sink_;
 };
 

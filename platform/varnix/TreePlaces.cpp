@@ -119,7 +119,7 @@ TreePlace TreePlaces::find(const std::string& path) const {
   if (auto at = open_.upper_bound(path); at != open_.begin() && path.starts_with((--at)->first)) {
     const auto name = path.substr(at->first.size());
     const auto entry = at->second.dir->entityPtr(name);
-    return entry ? TreePlace{entry, at->second.dir, nullptr, name} : TreePlace();
+    return entry ? TreePlace{entry, at->second.dir, nullptr, at->first.size()} : TreePlace();
   }
   const auto dot = path.find('.');
   const auto slash = path.find('/', dot);
@@ -130,7 +130,7 @@ TreePlace TreePlaces::find(const std::string& path) const {
   if (!attribute || attribute->kind != Kel::AttributeKind::members) return {};
   const auto name = path.substr(slash + 1);
   const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner->second, name));
-  return member ? TreePlace{member, owner->second, attribute, name} : TreePlace();
+  return member ? TreePlace{member, owner->second, attribute, slash + 1} : TreePlace();
 }
 
 void TreePlaces::remove(const std::string& path, const TreePlace& place) {
