@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <numeric>
 #include <random>
 #include <string_view>
 
@@ -223,20 +224,25 @@ std::size_t Environment::mapBytes() const {
 }
 
 // Of all indexes; what the storage engine keeps about free pages does not matter.
-std::size_t Environment::usedBytes() const {
-  MDB_txn* txn = nullptr;
-  std::size_t pages = 0;
-  MDB_stat stat{};
-  if (beginRead(txn) != 0) return 0;
+std::array<std::size_t, 4> Environment::indexBytes(MDB_txn* txn) const {
+  std::array<std::size_t, 4> bytes{};
   guarded([&] {
-    for (const unsigned index : indexes_) {
-      if (mdb_stat(txn, index, &stat) == 0)
-        pages += stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages;
+    MDB_stat stat{};
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+      if (mdb_stat(txn, indexes_[i], &stat) != 0) continue;
+      bytes[i] = (stat.ms_branch_pages + stat.ms_leaf_pages + stat.ms_overflow_pages) * stat.ms_psize;
     }
     return 0;
   });
+  return bytes;
+}
+
+std::size_t Environment::usedBytes() const {
+  MDB_txn* txn = nullptr;
+  if (beginRead(txn) != 0) return 0;
+  const auto bytes = indexBytes(txn);
   endRead(txn);
-  return pages * stat.ms_psize;
+  return std::accumulate(bytes.begin(), bytes.end(), std::size_t{0});
 }
 
 int Environment::beginRead(MDB_txn*& txn) const {

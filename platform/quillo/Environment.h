@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -49,6 +50,8 @@ class Environment {
   std::size_t mapBytes() const;
   // Bytes of the pages that hold data.
   std::size_t usedBytes() const;
+  // The same of each index (Place), in a read transaction. Zeroes when they cannot be read.
+  std::array<std::size_t, 4> indexBytes(MDB_txn* txn) const;
 
   // The head of the journal in the version of the data that was read last.
   struct KnownHead {

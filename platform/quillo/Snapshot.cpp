@@ -140,4 +140,10 @@ TableState Snapshot::tableState(TableId table) const {
   return readTableState(*view_->env, view_->txn, table);
 }
 
+StoreSizes Snapshot::sizes() const {
+  const auto bytes = view_->env->indexBytes(view_->txn);
+  const auto of = [&](Place place) { return bytes[static_cast<std::size_t>(place)]; };
+  return {view_->head, of(Place::records), of(Place::journal), of(Place::graves) + of(Place::graveOrder)};
+}
+
 }  // namespace Quillo

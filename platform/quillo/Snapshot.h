@@ -60,6 +60,14 @@ struct Changes {
   Bookmark next;  // pass it to the next call
 };
 
+// What a version of the store takes in the data file. The file's other pages are free for later changes.
+struct StoreSizes {
+  Head journal;
+  std::size_t recordBytes = 0;
+  std::size_t journalBytes = 0;
+  std::size_t tombstoneBytes = 0;
+};
+
 // A walk over one table in key order. Lifetime: one turn, like its snapshot.
 //
 //   for (Scan scan = snapshot.scan(TableId::varnix, from); scan.valid(); scan.next()) ...
@@ -108,6 +116,7 @@ class Snapshot {
   // The latest complete pass.
   std::optional<CompletePass> completePass() const;
   TableState tableState(TableId table) const;
+  StoreSizes sizes() const;
 
  private:
   friend class Mount;
