@@ -8,5 +8,20 @@ namespace Ctl {
 Action addDump(CLI::App& app, const Options& options);
 Action addLoad(CLI::App& app, const Options& options);
 Action addStatus(CLI::App& app, const Options& options);
+Action addVrfs(CLI::App& app, const Options& options);
+Action addInterfaces(CLI::App& app, const Options& options);
+Action addAddresses(CLI::App& app, const Options& options);
+Action addNeighbours(CLI::App& app, const Options& options);
+Action addRoutes(CLI::App& app, const Options& options);
+Action addFib(CLI::App& app, const Options& options);
+Action addCounters(CLI::App& app, const Options& options);
+Action addWatch(CLI::App& app, const Options& options);
+Action addStore(CLI::App& app, const Options& options);
+Action addContexts(CLI::App& app, const Options& options);
+Action addTrace(CLI::App& app, const Options& options);
+Action addTurns(CLI::App& app, const Options& options);
+
+// The option -V of commands that can be limited to a VRF. Lifetime: `vrf` outlives the parser.
+void addVrfOption(CLI::App& app, std::string& vrf);
 
 }  // namespace Ctl

@@ -12,6 +12,7 @@
 
 #include "ctl/Command.h"
 #include "ctl/Commands.h"
+#include "ctl/Output.h"
 #include "kel/Trace.h"
 #include "quillo/Publisher.h"
 #include "quillo/StoreException.h"
@@ -24,6 +25,28 @@ constexpr const char* defaultAgentSocket = "/run/quorind/control";
 // In the order of --help.
 constexpr Command commands[] = {
     {"status", "Is everything well? What is wrong, and what to do", "quorinctl status", addStatus},
+    {"vrfs", "The VRFs: number, state, forwarding, interfaces", "quorinctl vrfs", addVrfs},
+    {"interfaces", "The interfaces and their addresses, in the order of ifIndex", "quorinctl interfaces -V red",
+     addInterfaces},
+    {"addresses", "The addresses, in the order of ipAddressTable", "quorinctl addresses -V red", addAddresses},
+    {"neighbours", "The neighbours (ARP and IPv6), in the order of ipNetToPhysicalTable",
+     "quorinctl neighbours -V red", addNeighbours},
+    {"routes", "The routes with their next hops",
+     "quorinctl routes red\nquorinctl routes red 10.1.2.3          # the longest match\nquorinctl routes "
+     "10.0.0.0/8 --longer   # all inside it, in all VRFs\nquorinctl routes --json | jq ...",
+     addRoutes},
+    {"fib", "How many routes each VRF has, by type, as quorinFIBStatsByRouteTypeTable counts them",
+     "quorinctl fib -V red", addFib},
+    {"counters", "The IP counters of the interfaces", "quorinctl counters -V red", addCounters},
+    {"watch", "The changes of the store, as they happen",
+     "quorinctl watch\nquorinctl watch routes neighbours -V red\nquorinctl watch counters --json", addWatch},
+    {"store", "The store itself: check it, see its size, dump its records",
+     "quorinctl store check\nquorinctl store dump route fec | jq ...", addStore},
+    {"contexts", "The agent's SNMP contexts, and whether they are ready", "quorinctl contexts", addContexts},
+    {"trace", "What the agent does with a table, a request or a kind of object",
+     "quorinctl trace ipCidrRouteTable\nquorinctl trace request 1m\nquorinctl trace 'Vrf*/0-7' 30", addTrace},
+    {"turns", "How long the agent was busy with one thing while everything else waited", "quorinctl turns",
+     addTurns},
     {"dump", "Write the whole switch as a file that 'load' publishes",
      "quorinctl dump > switch.yaml\nquorinctl dump --vrf red", addDump},
     {"load", "Publish a switch file, in place of quorin-mirrord",
@@ -40,9 +63,8 @@ Exit exitOf(const Quillo::StoreException& error) {
 Exit run(const Action& action) {
   try {
     const Exit status = action();
-    if (std::fflush(stdout) == 0) return status;
-    fmt::print(stderr, "quorinctl: cannot write standard output; check the space on its file system\n");
-    return Exit::critical;
+    flushOut();
+    return status;
   } catch (const Failure& failure) {
     fmt::print(stderr, "quorinctl: {}\n", failure.what());
     return failure.status();
