@@ -160,8 +160,8 @@ class CtlTest(SystemCase):
         self.assertTrue(reader.stdout.readline())  # it goes on until the pipe is full, and waits
         try:
             used = self.store_use()
-            for _ in range(20):
-                self.namespace.ip(*(f"route change 11.0.{i}.0/24 via 10.0.0.{i % 8 + 2}" for i in range(200)))
+            for turn in range(20):
+                self.namespace.ip(*(f"route change 11.0.{i}.0/24 via 10.0.0.{(i + turn) % 8 + 10}" for i in range(200)))
                 self.assertEqual(len(self.rows("routes", "11.0.0.0/8", "-l")), 3000)
             self.assertLess(self.store_use(), 2 * used)
         finally:
