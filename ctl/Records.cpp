@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "quillo/tables/RouteOrigin.h"
 #include "varnix/Document.h"
 
 namespace Ctl {
@@ -50,7 +51,7 @@ auto routingOf(StoreReader& store, const Vrf& vrf) {
 
 // The number of static routes, whose kind does not follow from the number.
 template <class PrefixType>
-constexpr unsigned staticType = isV6<PrefixType> ? 4 : 7;
+constexpr unsigned staticType = isV6<PrefixType> ? Quillo::staticRoute.type6 : Quillo::staticRoute.type;
 
 bool isDiscard(const Via& via) {
   return via.hop.isZero() && via.intfId.empty();

@@ -2,12 +2,9 @@
 
 #include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <optional>
-#include <sstream>
 
 #include "ctl/AgentSocket.h"
 #include "ctl/Commands.h"
@@ -48,31 +45,6 @@ struct Problem {
   std::string remedy;
 };
 
-std::optional<Kel::Seconds> modified(const std::string& path) {
-  struct stat file {};
-  if (stat(path.c_str(), &file) != 0) return std::nullopt;
-  return static_cast<Kel::Seconds>(file.st_mtim.tv_sec) + static_cast<Kel::Seconds>(file.st_mtim.tv_nsec) / 1e9;
-}
-
-// When a process was started: ticks after the boot in field 22 of its line, which follows the name in parentheses.
-std::optional<Kel::Seconds> startOf(std::int64_t pid) {
-  std::ifstream file(fmt::format("/proc/{}/stat", pid));
-  std::string line;
-  std::getline(file, line);
-  const auto name = line.rfind(')');
-  if (name == std::string::npos) return std::nullopt;
-  std::istringstream fields(line.substr(name + 1));
-  std::string field;
-  for (int number = 3; number <= 22; ++number) fields >> field;
-  const auto ticks = Kel::numberFromText<std::uint64_t>(field);
-  timespec uptime{}, now{};
-  if (!ticks || clock_gettime(CLOCK_BOOTTIME, &uptime) != 0 || clock_gettime(CLOCK_REALTIME, &now) != 0) {
-    return std::nullopt;
-  }
-  const auto boot = static_cast<Kel::Seconds>(now.tv_sec - uptime.tv_sec);
-  return boot + static_cast<Kel::Seconds>(*ticks) / static_cast<Kel::Seconds>(sysconf(_SC_CLK_TCK));
-}
-
 Kel::Seconds wallClock() {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -82,16 +54,17 @@ Kel::Seconds wallClock() {
 Publisher publisherOf(StoreReader& store) {
   Publisher publisher;
   const auto info = store.mount()->publisher();
+  const auto known = [](Kel::Seconds time) { return time > 0 ? std::optional(time) : std::nullopt; };
   publisher.pid = info.pid;
   publisher.name = info.name;
-  publisher.heartbeat = modified(Quillo::publisherLockFile(store.mount()->directory()));
-  publisher.lastCommit = modified(Quillo::doorbellFile(store.mount()->directory()));
+  publisher.heartbeat = known(info.lastSeen);
+  publisher.lastCommit = known(info.lastCommit);
   if (const auto pass = store.mount()->snapshot().completePass()) {
     publisher.lastPass = pass->time;
     if (publisher.name.empty()) publisher.name = pass->publisher;
   }
   if (!info.alive) return publisher;
-  if (info.pid > 0) publisher.start = startOf(info.pid);
+  publisher.start = known(info.started);
   const bool isSilent = publisher.heartbeat && wallClock() - *publisher.heartbeat > longestSilence;
   publisher.state = isSilent ? "silent" : "alive";
   return publisher;
@@ -292,7 +265,7 @@ void writeScreen(const Picture& picture, const std::vector<Problem>& problems, c
     line("Agent", "not reachable");
   } else {
     const auto& agent = picture.agent;
-    line("Agent", fmt::format("quorind {} (pid {}) is {}; {}, longest turn {:.1f} ms", textOf(agent, "version"),
+    line("Agent", fmt::format("version {} (pid {}) is {}; {}, longest turn {:.1f} ms", textOf(agent, "version"),
                               textOf(agent, "pid"),
                               isTrue(agent, "stale")   ? "stale"
                               : isTrue(agent, "ready") ? "ready"

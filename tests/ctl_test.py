@@ -15,6 +15,7 @@ from harness import SystemCase, eventually, main
 from harness.kernel import best_routes, fib_tables, neighbours_of
 from harness.programs import BIN_DIR
 from harness.tables import BY_TYPE
+from harness.tools import read_file
 
 OK, WARNING, CRITICAL, UNKNOWN = range(4)
 TYPES = {2: "connected", 3: "static", 14: "bgp", 201: "staticNonPersistent", 202: "staticNexthopGroup", 203: "attached"}
@@ -238,7 +239,6 @@ class CtlTest(SystemCase):
         self.assertRegex(self.ctl("status", status=WARNING)[0], f"^WARNING - the agent is not reachable: {self.socket}.*\n +What to do")
         self.ctl("contexts", status=CRITICAL)
         agent = FakeAgent(self.socket)
-        os.utime(lock)
         self.assertRegex(self.ctl("status", "--perfdata")[0],
                          r"(?s)^OK - 2 VRFs, .*\| vrfs=2 .*damage=0.*Publisher +quorin-mirrord \(pid \d+\) is alive.*1,234 requests, .*12.5 ms")
         self.assertEqual(self.rows("status")["publisher"]["pid"], self.mirror_pid())
@@ -247,7 +247,6 @@ class CtlTest(SystemCase):
         for change, status, words in (({"stale": True}, CRITICAL, "too old"), ({"ready": False}, WARNING, "not ready"),
                                       ({"store": "/"}, WARNING, "another store: /")):
             with self.subTest(change):
-                os.utime(lock)
                 agent.status = {**FakeAgent.status, **change}
                 self.assertRegex(self.ctl("status", status=status)[0], words)
         agent.status = FakeAgent.status
@@ -268,6 +267,20 @@ class CtlTest(SystemCase):
 
     def mirror_pid(self):
         return int(open(os.path.join(self.store, "publisher.lock"), encoding="ascii").read().split()[0])
+
+    def test_completion_and_man_page_know_every_word(self):
+        def words(text):
+            return set(re.findall(r"^ +([A-Za-z0-9]+) {2,}", text.split("Subcommands:")[-1], re.MULTILINE))
+
+        traced = words(self.ctl("trace", "?", status=UNKNOWN)[1])
+        commands = words(self.ctl("--help")[0])
+        self.assertLess({"routes", "status"}, commands)
+        root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+        completion = read_file(os.path.join(root, "ctl", "quorinctl.bash"))
+        page = read_file(os.path.join(root, "docs", "man", "quorinctl.8.scd"))
+        self.assertEqual(set(re.search("commands='(.*)'", completion)[1].split()), commands)
+        self.assertEqual(set(re.search("(?s)traced='(.*?)'", completion)[1].split()), traced)
+        self.assertEqual([word for word in commands if f"*{word}*" not in page], [])
 
     def test_trace(self):
         agent = FakeAgent(self.socket)
