@@ -10,9 +10,8 @@
 #include <random>
 
 #include "RouteCache.h"
-#include "quillo/tables/FecRecord.h"
 #include "quillo/tables/FibMount.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 
 namespace {
 

@@ -66,10 +66,21 @@ struct DecodedKey {
 
 template <class PrefixType>
 const char* decodeRoutePrefix(Quillo::Bytes bytes, DecodedKey& key) {
-  PrefixType prefix;
-  if (const char* what = Quillo::decodeRouteKey(bytes, key.vrfId, prefix)) return what;
-  key.text = "route " + prefix.stringValue();
-  key.fields["prefix"] = prefix.stringValue();
+  typename Quillo::RouteRecord<PrefixType>::Key route;
+  if (const char* what = Quillo::decodeKey<Quillo::RouteRecord<PrefixType>>(bytes, route)) return what;
+  key.vrfId = route.vrfId;
+  key.text = "route " + route.prefix.stringValue();
+  key.fields["prefix"] = route.prefix.stringValue();
+  return nullptr;
+}
+
+template <Vantu::Af family>
+const char* decodeNeighbour(Quillo::Bytes bytes, DecodedKey& key) {
+  Arp::Table::ArpKey arp;
+  if (const char* what = Quillo::decodeKey<Quillo::ArpRecord<family>>(bytes, arp)) return what;
+  key.vrfId = arp.vrfId;
+  key.text = fmt::format("neighbour {} dev {}", arp.addr.stringValue(), nameText(arp.intfId.text()));
+  key.fields = {{"address", arp.addr.stringValue()}, {"interface", nameText(arp.intfId.text())}};
   return nullptr;
 }
 
@@ -80,23 +91,19 @@ const char* decode(TableId table, Quillo::Bytes bytes, DecodedKey& key) {
       key.fields["path"] = nameText(bytes);
       return nullptr;
     case TableId::arp:
-    case TableId::neighbor: {
-      Arp::Table::ArpKey arp;
-      if (const char* what = Arp::Table::decodeKey(table, bytes, arp)) return what;
-      key.vrfId = arp.vrfId;
-      key.text = fmt::format("neighbour {} dev {}", arp.addr.stringValue(), nameText(arp.intfId.text()));
-      key.fields = {{"address", arp.addr.stringValue()}, {"interface", nameText(arp.intfId.text())}};
-      return nullptr;
-    }
+      return decodeNeighbour<Vantu::ipv4_>(bytes, key);
+    case TableId::neighbor:
+      return decodeNeighbour<Vantu::ipv6_>(bytes, key);
     case TableId::route:
       return decodeRoutePrefix<Vantu::Prefix>(bytes, key);
     case TableId::route6:
       return decodeRoutePrefix<Vantu::Ip6Prefix>(bytes, key);
     case TableId::fec: {
-      Quillo::Fib::FecId id;
-      if (const char* what = Quillo::decodeFecKey(bytes, key.vrfId, id)) return what;
-      key.text = "next hops " + id.stringValue();
-      key.fields["fec"] = id.stringValue();  // a text: programs read large numbers inexactly
+      Quillo::FecRecord::Key fec;
+      if (const char* what = Quillo::decodeKey<Quillo::FecRecord>(bytes, fec)) return what;
+      key.vrfId = fec.vrfId;
+      key.text = "next hops " + fec.fecId.stringValue();
+      key.fields["fec"] = fec.fecId.stringValue();  // a text: programs read large numbers inexactly
       return nullptr;
     }
   }
@@ -106,7 +113,7 @@ const char* decode(TableId table, Quillo::Bytes bytes, DecodedKey& key) {
 template <class PrefixType>
 const char* addRoute(Quillo::Bytes value, Json& fields) {
   Quillo::BasicRoute<PrefixType> route;
-  if (const char* what = Quillo::decodeRoute(value, route)) return what;
+  if (const char* what = Quillo::decodeValue<Quillo::RouteRecord<PrefixType>>(value, route)) return what;
   const auto type = route.routeType.value();
   fields["proto"] = routeTypeName<PrefixType>(type, route.isNexthopGroup, route.isPersistent).proto;
   fields["type"] = type;
@@ -120,10 +127,10 @@ const char* addRoute(Quillo::Bytes value, Json& fields) {
 
 template <class PrefixType>
 const char* routeFault(Quillo::Bytes key, Quillo::Bytes value) {
-  VrfId vrfId;
-  Quillo::BasicRoute<PrefixType> route;
-  const char* what = Quillo::decodeRouteKey(key, vrfId, route.prefix);
-  return what ? what : Quillo::decodeRoute(value, route);
+  using Record = Quillo::RouteRecord<PrefixType>;
+  typename Record::Key routeKey;
+  typename Record::Entry route;
+  return Quillo::decodeRecord<Record>(key, value, routeKey, route);
 }
 
 const char* addValue(TableId table, Quillo::Bytes value, Json& fields) {
@@ -137,7 +144,7 @@ const char* addValue(TableId table, Quillo::Bytes value, Json& fields) {
     case TableId::arp:
     case TableId::neighbor: {
       Arp::Table::ArpEntry entry;
-      if (const char* what = Arp::Table::decodeValue(value, entry)) return what;
+      if (const char* what = Quillo::decodeValue<Quillo::ArpRecord<Vantu::ipv4_>>(value, entry)) return what;
       fields["lladdr"] = entry.ethAddr.stringValue();
       fields["type"] = entry.status.isStatic ? "static" : "dynamic";
       return nullptr;
@@ -148,7 +155,7 @@ const char* addValue(TableId table, Quillo::Bytes value, Json& fields) {
       return addRoute<Vantu::Ip6Prefix>(value, fields);
     case TableId::fec: {
       Quillo::Fib::Fec fec;
-      if (const char* what = Quillo::decodeFec(value, fec)) return what;
+      if (const char* what = Quillo::decodeValue<Quillo::FecRecord>(value, fec)) return what;
       fields["nexthops"] = nextHopsJson(&fec.via, L3::VrfName());
       return nullptr;
     }
@@ -201,11 +208,11 @@ const std::vector<Via>* NextHops::find(Quillo::Snapshot& snapshot, VrfId vrfId, 
   vrfId = store_.fecVrf(vrfId);
   if (fec_.exists() && vrfId == vrfId_ && fecId == fec_.fecId) return &fec_.via;
   fec_.clear();
-  const auto key = Quillo::encodeFecKey(vrfId, fecId);
+  const auto key = Quillo::encodeKey<Quillo::FecRecord>({vrfId, fecId});
   try {
     const auto value = snapshot.get(TableId::fec, key);
     if (!value) return nullptr;
-    if (const char* what = Quillo::decodeFec(*value, fec_)) {
+    if (const char* what = Quillo::decodeValue<Quillo::FecRecord>(*value, fec_)) {
       store_.noteDamage(TableId::fec, key, what);
       return nullptr;
     }

@@ -6,10 +6,7 @@
 #include <vector>
 
 #include "ctl/StoreReader.h"
-#include "quillo/tables/ArpRecord.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
-#include "quillo/tables/VrfKey.h"
+#include "quillo/tables/Records.h"
 
 namespace Ctl {
 

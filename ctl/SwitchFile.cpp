@@ -10,8 +10,7 @@
 
 #include "ctl/YamlText.h"
 #include "kel/System.h"
-#include "quillo/tables/ArpRecord.h"
-#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FecIds.h"
 #include "quillo/tables/RouteOrigin.h"
 #include "varnix/ByteText.h"
 #include "varnix/Document.h"

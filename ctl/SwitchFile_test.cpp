@@ -6,7 +6,7 @@
 
 #include "ctl/SwitchStore.h"
 #include "ctl/YamlText.h"
-#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FecIds.h"
 #include "quillo/testing/TestStore.h"
 
 namespace Ctl {

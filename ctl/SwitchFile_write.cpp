@@ -7,7 +7,7 @@
 
 #include "ctl/SwitchFile.h"
 #include "ctl/YamlText.h"
-#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FecIds.h"
 #include "quillo/tables/RouteOrigin.h"
 #include "varnix/ByteText.h"
 #include "varnix/Document.h"

@@ -6,9 +6,7 @@
 
 #include "kel/System.h"
 #include "kel/Trace.h"
-#include "quillo/tables/ArpRecord.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 #include "varnix/Document.h"
 #include "varnix/TreeLoader.h"
 
@@ -57,12 +55,23 @@ class StoreReader {
 
 template <class PrefixType>
 void readRoutes(StoreReader& reader, SwitchState& state) {
-  reader.read(Quillo::routeTable<PrefixType>, [&](const Quillo::Scan& scan) {
-    VrfId vrfId;
-    Quillo::BasicRoute<PrefixType> route;
-    const char* what = Quillo::decodeRouteKey(scan.key(), vrfId, route.prefix);
-    if (!what) what = Quillo::decodeRoute(scan.value(), route);
-    if (!what) state.tables[vrfId].template routesOf<PrefixType>().push_back(route);
+  reader.read(Quillo::RouteRecord<PrefixType>::table, [&](const Quillo::Scan& scan) {
+    using Record = Quillo::RouteRecord<PrefixType>;
+    typename Record::Key key;
+    typename Record::Entry route;
+    const char* what = Quillo::decodeRecord<Record>(scan.key(), scan.value(), key, route);
+    if (!what) state.tables[key.vrfId].template routesOf<PrefixType>().push_back(route);
+    return what;
+  });
+}
+
+template <Vantu::Af family>
+void readNeighbours(StoreReader& reader, SwitchState& state) {
+  using Record = Quillo::ArpRecord<family>;
+  reader.read(Record::table, [&](const Quillo::Scan& scan) {
+    Arp::Table::ArpEntry entry;
+    const char* what = Quillo::decodeRecord<Record>(scan.key(), scan.value(), entry.key, entry);
+    if (!what) state.neighbours.push_back(std::move(entry));
     return what;
   });
 }
@@ -103,23 +112,15 @@ SwitchState switchFromStore(Quillo::Mount& mount, const std::function<void(const
   while (loader.settle(1000)) {
   }
   loader.reportUnplaced();
-  for (const TableId table : {TableId::arp, TableId::neighbor}) {
-    reader.read(table, [&](const Quillo::Scan& scan) {
-      Arp::Table::ArpEntry entry;
-      const char* what = Arp::Table::decodeKey(table, scan.key(), entry.key);
-      if (!what) what = Arp::Table::decodeValue(scan.value(), entry);
-      if (!what) state.neighbours.push_back(std::move(entry));
-      return what;
-    });
-  }
+  readNeighbours<Vantu::ipv4_>(reader, state);
+  readNeighbours<Vantu::ipv6_>(reader, state);
   readRoutes<Vantu::Prefix>(reader, state);
   readRoutes<Vantu::Ip6Prefix>(reader, state);
   reader.read(TableId::fec, [&](const Quillo::Scan& scan) {
-    VrfId vrfId;
+    Quillo::FecRecord::Key key;
     Quillo::Fib::Fec fec;
-    const char* what = Quillo::decodeFecKey(scan.key(), vrfId, fec.fecId);
-    if (!what) what = Quillo::decodeFec(scan.value(), fec);
-    if (!what) state.tables[vrfId].fecs.emplace(fec.fecId, std::move(fec.via));
+    const char* what = Quillo::decodeRecord<Quillo::FecRecord>(scan.key(), scan.value(), key, fec);
+    if (!what) state.tables[key.vrfId].fecs.emplace(key.fecId, std::move(fec.via));
     return what;
   });
   return state;

@@ -13,7 +13,6 @@ namespace Ctl {
 namespace {
 
 using Quillo::BasicRoute;
-using Quillo::routeTable;
 using Vantu::Ip6Prefix;
 using Vantu::Prefix;
 
@@ -73,19 +72,20 @@ class RouteList {
   // All routes of the VRF, or those inside a prefix.
   template <class PrefixType>
   void walk(const Vrf& vrf, const std::optional<PrefixType>& outer) {
-    const auto from = outer ? Quillo::encodeRouteKey(vrf.id, *outer) : "";
+    const auto from = outer ? Quillo::encodeKey<Quillo::RouteRecord<PrefixType>>({vrf.id, *outer}) : "";
     const auto visit = [&](Quillo::Snapshot& snapshot, const Quillo::Scan& scan) {
-      StoreReader::VrfId id;
-      PrefixType prefix;
-      if (const char* what = Quillo::decodeRouteKey(scan.key(), id, prefix)) {
-        store_.noteDamage(routeTable<PrefixType>, scan.key(), what);
+      typename Quillo::RouteRecord<PrefixType>::Key key;
+      if (const char* what = Quillo::decodeKey<Quillo::RouteRecord<PrefixType>>(scan.key(), key)) {
+        store_.noteDamage(Quillo::RouteRecord<PrefixType>::table, scan.key(), what);
         return true;
       }
+      const auto& prefix = key.prefix;
       if (outer && prefix.address().mask(outer->length()) != outer->address()) return false;
       show(snapshot, vrf, prefix, scan.key(), scan.value());
       return true;
     };
-    store_.scan(routeTable<PrefixType>, Quillo::encodeVrf(vrf.id), from, visit, [&] { rows_.flush(); });
+    store_.scan(Quillo::RouteRecord<PrefixType>::table, Quillo::vrfKey(vrf.id), from, visit,
+                [&] { rows_.flush(); });
   }
 
   // The longest of the prefixes that contain `wanted` and are not shorter than `least`.
@@ -94,14 +94,14 @@ class RouteList {
     auto snapshot = store_.mount()->snapshot();
     for (unsigned length = wanted.length() + 1; length-- > least;) {
       const PrefixType prefix(wanted.address(), length);
-      const auto key = Quillo::encodeRouteKey(vrf.id, prefix);
+      const auto key = Quillo::encodeKey<Quillo::RouteRecord<PrefixType>>({vrf.id, prefix});
       try {
-        const auto value = snapshot.get(routeTable<PrefixType>, key);
+        const auto value = snapshot.get(Quillo::RouteRecord<PrefixType>::table, key);
         if (!value) continue;
         show(snapshot, vrf, prefix, key, std::string(*value));
         return;
       } catch (const Pesk::CorruptionDetectedException& damage) {
-        store_.noteDamage(routeTable<PrefixType>, key, damage.what());
+        store_.noteDamage(Quillo::RouteRecord<PrefixType>::table, key, damage.what());
         return;  // a shorter prefix would be a wrong answer
       }
     }
@@ -111,8 +111,8 @@ class RouteList {
   void show(Quillo::Snapshot& snapshot, const Vrf& vrf, const PrefixType& prefix, Quillo::Bytes key,
             Quillo::Bytes value) {
     BasicRoute<PrefixType> route;
-    if (const char* what = Quillo::decodeRoute(value, route)) {
-      store_.noteDamage(routeTable<PrefixType>, key, what);
+    if (const char* what = Quillo::decodeValue<Quillo::RouteRecord<PrefixType>>(value, route)) {
+      store_.noteDamage(Quillo::RouteRecord<PrefixType>::table, key, what);
       return;
     }
     route.prefix = prefix;
@@ -199,14 +199,13 @@ Exit listRoutes(const Options& options, const std::string& vrfName, const std::v
 template <class PrefixType>
 std::map<std::string, std::uint64_t> countFib(StoreReader& store, const Vrf& vrf) {
   std::map<std::string, std::uint64_t> counts;
-  const auto table = routeTable<PrefixType>;
-  const auto prefixOfVrf = Quillo::encodeVrf(vrf.id);
+  using RouteRecord = Quillo::RouteRecord<PrefixType>;
+  const auto table = Quillo::RouteRecord<PrefixType>::table;
+  const auto prefixOfVrf = Quillo::vrfKey(vrf.id);
   store.scan(table, prefixOfVrf, "", [&](const auto&, const Quillo::Scan& scan) {
-    StoreReader::VrfId id;
+    typename RouteRecord::Key key;
     BasicRoute<PrefixType> route;
-    const char* what = Quillo::decodeRouteKey(scan.key(), id, route.prefix);
-    if (!what) what = Quillo::decodeRoute(scan.value(), route);
-    if (what) {
+    if (const char* what = Quillo::decodeRecord<RouteRecord>(scan.key(), scan.value(), key, route)) {
       store.noteDamage(table, scan.key(), what);
     } else if (isCounted<PrefixType>(route.routeType.value())) {
       ++counts[routeTypeName(store, vrf, route).mib];
@@ -214,11 +213,12 @@ std::map<std::string, std::uint64_t> countFib(StoreReader& store, const Vrf& vrf
     return true;
   });
   constexpr bool isIp6 = std::is_same_v<PrefixType, Ip6Prefix>;
-  const auto neighbours = isIp6 ? Quillo::TableId::neighbor : Quillo::TableId::arp;
+  using ArpRecord = Quillo::ArpRecord<isIp6 ? Vantu::ipv6_ : Vantu::ipv4_>;
+  constexpr auto neighbours = ArpRecord::table;
   Vantu::IpGenAddr last;
   store.scan(neighbours, prefixOfVrf, "", [&](Quillo::Snapshot& snapshot, const Quillo::Scan& scan) {
     Arp::Table::ArpKey key;
-    if (const char* what = Arp::Table::decodeKey(neighbours, scan.key(), key)) {
+    if (const char* what = Quillo::decodeKey<ArpRecord>(scan.key(), key)) {
       store.noteDamage(neighbours, scan.key(), what);
       return true;
     }
@@ -230,12 +230,12 @@ std::map<std::string, std::uint64_t> countFib(StoreReader& store, const Vrf& vrf
     } else {
       host = PrefixType(key.addr.v4(), 32);
     }
-    const auto hostKey = Quillo::encodeRouteKey(vrf.id, host);
+    const auto hostKey = Quillo::encodeKey<RouteRecord>({vrf.id, host});
     try {
       BasicRoute<PrefixType> route;
       const auto value = snapshot.get(table, hostKey);
-      const bool hasRoute =
-          value && !Quillo::decodeRoute(*value, route) && isCounted<PrefixType>(route.routeType.value());
+      const bool hasRoute = value && !Quillo::decodeValue<RouteRecord>(*value, route) &&
+                            isCounted<PrefixType>(route.routeType.value());
       if (!hasRoute) ++counts["attached"];
     } catch (const Pesk::CorruptionDetectedException& damage) {
       store.noteDamage(table, hostKey, damage.what());

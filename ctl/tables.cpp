@@ -208,25 +208,29 @@ void listInterfaces(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows
 
 // ---- neighbours
 
-void listNeighbours(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
-  using Quillo::TableId;
-  for (const auto& vrf : vrfs) {
-    // In the order of ipNetToPhysicalTable: by ifIndex, then by address.
-    std::map<std::pair<std::uint32_t, Arp::Table::ArpKey>, Arp::Table::ArpEntry> entries;
-    for (const TableId table : {TableId::arp, TableId::neighbor}) {
-      store.scan(table, Quillo::encodeVrf(vrf.id), "", [&](const auto&, const Quillo::Scan& scan) {
-        Arp::Table::ArpEntry entry;
-        const char* what = Arp::Table::decodeKey(table, scan.key(), entry.key);
-        if (!what) what = Arp::Table::decodeValue(scan.value(), entry);
-        if (what) {
-          store.noteDamage(table, scan.key(), what);
-          return true;
-        }
-        const auto status = store.tree().intfStatusDir->intfStatus(entry.intfId());
-        entries[{status ? status->ifIndex() : 0, entry.key}] = entry;
-        return true;
-      });
+// In the order of ipNetToPhysicalTable: by ifIndex, then by address.
+using Neighbours = std::map<std::pair<std::uint32_t, Arp::Table::ArpKey>, Arp::Table::ArpEntry>;
+
+template <Vantu::Af family>
+void readNeighbours(StoreReader& store, const Vrf& vrf, Neighbours& neighbours) {
+  using Record = Quillo::ArpRecord<family>;
+  store.scan(Record::table, Quillo::vrfKey(vrf.id), "", [&](const auto&, const Quillo::Scan& scan) {
+    Arp::Table::ArpEntry entry;
+    if (const char* what = Quillo::decodeRecord<Record>(scan.key(), scan.value(), entry.key, entry)) {
+      store.noteDamage(Record::table, scan.key(), what);
+      return true;
     }
+    const auto status = store.tree().intfStatusDir->intfStatus(entry.intfId());
+    neighbours[{status ? status->ifIndex() : 0, entry.key}] = entry;
+    return true;
+  });
+}
+
+void listNeighbours(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
+  for (const auto& vrf : vrfs) {
+    Neighbours entries;
+    readNeighbours<Vantu::ipv4_>(store, vrf, entries);
+    readNeighbours<Vantu::ipv6_>(store, vrf, entries);
     for (const auto& [key, entry] : entries) {
       const auto dev = devOf(entry.intfId(), vrf.name);
       const char* type = entry.status.isStatic ? "static" : "dynamic";

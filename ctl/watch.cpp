@@ -232,7 +232,7 @@ class Watch {
     if (what) return Json::object();
     if (table == TableId::varnix) return record.value("attributes", Json::object());
     if (table == TableId::route || table == TableId::route6) {
-      const auto id = Quillo::decodeVrf(key);
+      const auto id = Quillo::vrfOfKey(key);
       const auto* vias = hops_.find(snapshot, id, Quillo::Fib::FecId::fromString(record["fec"].get<std::string>()));
       return {{"nexthops", nextHopsJson(vias, L3::VrfName(Varnix::unescapeBytes(vrfName(id))))},
               {"proto", record["proto"]},
@@ -306,7 +306,7 @@ class Watch {
       event.name = Quillo::printableKey(change.key);
       return;
     }
-    event.vrf = vrfName(Quillo::decodeVrf(change.key));
+    event.vrf = vrfName(Quillo::vrfOfKey(change.key));
     event.name = key.value("prefix", key.value("address", key.value("fec", std::string())));
     if (key.contains("interface")) {
       event.name += " dev " + devName(Varnix::unescapeBytes(key["interface"].get<std::string>()), event.vrf);

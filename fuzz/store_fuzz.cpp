@@ -6,9 +6,7 @@
 
 #include "kel/Trace.h"
 #include "quillo/Record.h"
-#include "quillo/tables/ArpRecord.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 #include "varnix/Document.h"
 #include "varnix/Tree.h"
 #include "varnix/TreeLoader.h"
@@ -16,26 +14,19 @@
 namespace {
 
 using Quillo::Bytes;
-using Quillo::TableId;
 
 void expect(bool holds) {
   if (!holds) std::abort();
 }
 
-template <class Prefix>
-void route(Bytes key, Bytes value) {
-  Vrf::VrfIdMap::VrfId vrfId;
-  Prefix prefix;
-  Quillo::BasicRoute<Prefix> route;
-  Quillo::decodeRouteKey(key, vrfId, prefix);
-  Quillo::decodeRoute(value, route);
-}
-
-void neighbour(TableId table, Bytes key, Bytes value) {
-  Arp::Table::ArpKey arpKey;
-  Arp::Table::ArpEntry entry;
-  Arp::Table::decodeKey(table, key, arpKey);
-  Arp::Table::decodeValue(value, entry);
+// What is decoded is encoded to the same bytes.
+template <class Record>
+void record(Bytes keyBytes, Bytes valueBytes) {
+  typename Record::Key key;
+  if (!Quillo::decodeKey<Record>(keyBytes, key)) expect(Quillo::encodeKey<Record>(key) == keyBytes);
+  typename Record::Entry entry;
+  if (!Quillo::decodeValue<Record>(valueBytes, entry)) expect(Quillo::encodeValue<Record>(entry) == valueBytes);
+  Quillo::keyText(Record::table, keyBytes);
 }
 
 void document(const std::string& path, std::string_view text) {
@@ -79,25 +70,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       break;
     }
     case 1:
-      neighbour(TableId::arp, key, value);
+      record<Quillo::ArpRecord<Vantu::ipv4_>>(key, value);
       break;
     case 2:
-      neighbour(TableId::neighbor, key, value);
+      record<Quillo::ArpRecord<Vantu::ipv6_>>(key, value);
       break;
     case 3:
-      route<Vantu::Prefix>(key, value);
+      record<Quillo::RouteRecord<Vantu::Prefix>>(key, value);
       break;
     case 4:
-      route<Vantu::Ip6Prefix>(key, value);
+      record<Quillo::RouteRecord<Vantu::Ip6Prefix>>(key, value);
       break;
-    case 5: {
-      Vrf::VrfIdMap::VrfId vrfId;
-      Quillo::Fib::FecId fecId;
-      Quillo::Fib::Fec fec;
-      Quillo::decodeFecKey(key, vrfId, fecId);
-      Quillo::decodeFec(value, fec);
+    case 5:
+      record<Quillo::FecRecord>(key, value);
       break;
-    }
     default:
       document(key, value);
       break;

@@ -5,8 +5,7 @@
 #include "host/composition/AgentTree.h"
 #include "host/composition/StoreFollower.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 #include "quillo/testing/TestStore.h"
 #include "varnix/DocumentPublisher.h"
 

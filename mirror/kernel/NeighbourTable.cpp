@@ -1,6 +1,6 @@
 #include "mirror/kernel/NeighbourTable.h"
 
-#include "quillo/tables/ArpRecord.h"
+#include "quillo/tables/Records.h"
 
 namespace Mirror {
 

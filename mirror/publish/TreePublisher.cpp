@@ -137,10 +137,10 @@ void TreePublisher::write(What what) {
 
 // Runs once for each opened store.
 void TreePublisher::beginPass() {
-  using Quillo::TableId;
   if (std::exchange(isPassBegun_, true)) return;
-  store_->beginFullPass(
-      {TableId::varnix, TableId::arp, TableId::neighbor, TableId::route, TableId::route6, TableId::fec});
+  std::vector<Quillo::TableId> tables;
+  for (const auto& info : Quillo::knownTables) tables.push_back(info.id);
+  store_->beginFullPass(tables);
   picture_.routes.allPending();
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "kel/Trace.h"
-#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FecIds.h"
 
 namespace Mirror {
 

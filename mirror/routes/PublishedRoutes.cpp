@@ -3,8 +3,7 @@
 #include <algorithm>
 
 #include "mirror/routes/VrfRoutes.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 
 namespace Mirror {
 

@@ -4,7 +4,8 @@
 
 #include <array>
 
-#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/FecIds.h"
+#include "quillo/tables/Records.h"
 #include "quillo/tables/RouteOrigin.h"
 
 namespace Mirror {

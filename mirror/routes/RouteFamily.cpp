@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "mirror/routes/RouteContents.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 
 namespace Mirror {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "quillo/tables/FecRecord.h"
+#include "quillo/tables/Records.h"
 
 namespace Mirror {
 

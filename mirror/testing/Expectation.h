@@ -17,9 +17,7 @@
 #include "mirror/publish/TreePublisher.h"
 #include "mirror/testing/FakeKernel.h"
 #include "quillo/Mount.h"
-#include "quillo/tables/ArpRecord.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
+#include "quillo/tables/Records.h"
 
 namespace Mirror::Test {
 
@@ -211,19 +209,29 @@ inline Lines linesOf(const Picture& picture) {
 
 // ---- in the store
 
+// Calls `visit` with the key and the entry of each record of a table.
+template <class Record, class Visit>
+void forEachRecord(Lines& lines, const Quillo::Snapshot& snapshot, const Visit& visit) {
+  for (auto scan = snapshot.scan(Record::table); scan.valid(); scan.next()) {
+    typename Record::Key key;
+    typename Record::Entry entry;
+    if (Quillo::decodeKey<Record>(scan.key(), key) || Quillo::decodeValue<Record>(scan.value(), entry)) {
+      lines.insert("damaged record");
+    }
+    Record::setKey(entry, key);
+    visit(key, entry);
+  }
+}
+
 inline Lines neighbourLines(const Quillo::Snapshot& snapshot) {
   Lines lines;
-  for (const auto table : {Quillo::TableId::arp, Quillo::TableId::neighbor}) {
-    for (auto scan = snapshot.scan(table); scan.valid(); scan.next()) {
-      Arp::Table::ArpEntry entry;
-      if (Arp::Table::decodeKey(table, scan.key(), entry.key) || Arp::Table::decodeValue(scan.value(), entry)) {
-        lines.insert("damaged neighbour");
-      }
-      lines.insert(fmt::format("{} neighbour {} {} {}{}", entry.intfId().text(), entry.vrfId().stringValue(),
-                               entry.addr().stringValue(), entry.ethAddr.stringValue(),
-                               entry.status.isStatic ? " static" : ""));
-    }
-  }
+  const auto add = [&](const auto&, const Arp::Table::ArpEntry& entry) {
+    lines.insert(fmt::format("{} neighbour {} {} {}{}", entry.intfId().text(), entry.vrfId().stringValue(),
+                             entry.addr().stringValue(), entry.ethAddr.stringValue(),
+                             entry.status.isStatic ? " static" : ""));
+  };
+  forEachRecord<Quillo::ArpRecord<Vantu::ipv4_>>(lines, snapshot, add);
+  forEachRecord<Quillo::ArpRecord<Vantu::ipv6_>>(lines, snapshot, add);
   return lines;
 }
 
@@ -231,37 +239,27 @@ using FecTexts = std::map<std::string, std::string>;  // the vias, by VRF and id
 
 template <class PrefixType>
 void addRoutes(Lines& lines, const Quillo::Snapshot& snapshot, const FecTexts& fecs, Lines& used) {
-  for (auto scan = snapshot.scan(Quillo::routeTable<PrefixType>); scan.valid(); scan.next()) {
-    Vrf::VrfIdMap::VrfId vrfId;
-    Quillo::BasicRoute<PrefixType> route;
-    if (Quillo::decodeRouteKey(scan.key(), vrfId, route.prefix) || Quillo::decodeRoute(scan.value(), route)) {
-      lines.insert("damaged route");
-    }
-    const std::string fec = vrfId.stringValue() + " " + route.fecId.stringValue();
+  forEachRecord<Quillo::RouteRecord<PrefixType>>(lines, snapshot, [&](const auto& key, const auto& route) {
+    const std::string fec = key.vrfId.stringValue() + " " + route.fecId.stringValue();
     used.insert(fec);
-    lines.insert(fmt::format("{} {} type {}/{}{}{} metric {} {}", vrfId.stringValue(), route.prefix.stringValue(),
-                             route.routeType.value(), route.routePreference.value(),
+    lines.insert(fmt::format("{} {} type {}/{}{}{} metric {} {}", key.vrfId.stringValue(),
+                             route.prefix.stringValue(), route.routeType.value(), route.routePreference.value(),
                              route.isPersistent ? "" : " not persistent", route.isNexthopGroup ? " group" : "",
                              route.metric.value(), fecs.contains(fec) ? fecs.at(fec) : "without its FEC"));
-  }
+  });
 }
 
 // With a line for each FEC that nobody refers to, or that has the vias of another one.
 inline Lines routeLines(const Quillo::Snapshot& snapshot) {
   Lines lines, used, known;
   FecTexts fecs;
-  for (auto scan = snapshot.scan(Quillo::TableId::fec); scan.valid(); scan.next()) {
-    Vrf::VrfIdMap::VrfId vrfId;
-    Quillo::Fib::Fec fec;
-    if (Quillo::decodeFecKey(scan.key(), vrfId, fec.fecId) || Quillo::decodeFec(scan.value(), fec)) {
-      lines.insert("damaged FEC");
-    }
+  forEachRecord<Quillo::FecRecord>(lines, snapshot, [&](const auto& key, const auto& fec) {
     Lines vias;
     for (const auto& via : fec.via) vias.insert(via.hop.stringValue() + "@" + via.intfId.text());
     const std::string text = fmt::format("{}", fmt::join(vias, " "));
-    fecs[vrfId.stringValue() + " " + fec.fecId.stringValue()] = text;
-    if (!known.insert(vrfId.stringValue() + text).second) lines.insert("two FECs with " + text);
-  }
+    fecs[key.vrfId.stringValue() + " " + fec.fecId.stringValue()] = text;
+    if (!known.insert(key.vrfId.stringValue() + text).second) lines.insert("two FECs with " + text);
+  });
   addRoutes<Vantu::Prefix>(lines, snapshot, fecs, used);
   addRoutes<Vantu::Ip6Prefix>(lines, snapshot, fecs, used);
   for (const auto& [fec, text] : fecs) {

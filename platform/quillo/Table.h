@@ -21,11 +21,11 @@ using Bytes = std::string_view;
 // The numbers are part of the format and never reused. 0 is reserved for the store's own records.
 enum class TableId : std::uint8_t {
   varnix = 1,    // documents of the state database: key is the entity's path, value its attributes as JSON
-  arp = 2,       // IPv4 neighbours of all VRFs (ArpRecord.h)
+  arp = 2,       // IPv4 neighbours of all VRFs (tables/Records.h)
   neighbor = 3,  // IPv6 neighbours of all VRFs, likewise
-  route = 4,     // IPv4 routes of all VRFs (RouteRecord.h)
+  route = 4,     // IPv4 routes of all VRFs, likewise
   route6 = 5,    // IPv6 routes of all VRFs, likewise
-  fec = 6,       // forwarding equivalence classes of all VRFs (FecRecord.h)
+  fec = 6,       // forwarding equivalence classes of all VRFs
 };
 
 struct TableInfo {

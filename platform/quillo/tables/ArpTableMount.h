@@ -10,52 +10,46 @@
 // While a publisher makes its first pass over a new store, reads return what it has written so far, and no handler is
 // called. The end of the pass is notified as one change (`handleTable`).
 
-#include <string>
-
-#include "quillo/tables/ArpTable.h"
-#include "quillo/tables/VrfTableReader.h"
+#include "quillo/tables/RecordTable.h"
+#include "quillo/tables/Records.h"
 
 namespace Quillo {
 
 class ArpTableMount final : public Arp::Table::Status {
  public:
-  explicit ArpTableMount(Kel::Ptr<TableFollower> follower);
+  explicit ArpTableMount(const Kel::Ptr<TableFollower>& follower);
 
   using ArpKey = Arp::Table::ArpKey;
   using ArpEntry = Arp::Table::ArpEntry;
   using VrfId = Vrf::VrfIdMap::VrfId;
 
   // Whether the store has held a complete pass of a publisher. Stays true.
-  bool initialized() const override { return follower_->initialized(); }
+  bool initialized() const override { return arp_.follower().initialized(); }
   // Look an entry up. Return an empty entry if there is none, and for a key that the table cannot have: an address of
   // the other IP version, or a VRF id or interface id that cannot be stored.
-  ArpEntry arpEntry(const ArpKey& key) const override { return entry(TableId::arp, key); }
-  ArpEntry neighborEntry(const ArpKey& key) const override { return entry(TableId::neighbor, key); }
+  ArpEntry arpEntry(const ArpKey& key) const override;
+  ArpEntry neighborEntry(const ArpKey& key) const override;
   using Status::forEachArpEntry;
   using Status::forEachNeighborEntry;
   void forEachArpEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const override {
-    walk(TableId::arp, vrfId, from, visit);
+    arp_.forEach({vrfId, from, {}}, visit);
   }
   void forEachNeighborEntry(const VrfId& vrfId, const Vantu::IpGenAddr& from,
                             const VisitWhile& visit) const override {
-    walk(TableId::neighbor, vrfId, from, visit);
+    neighbor_.forEach({vrfId, from, {}}, visit);
   }
 
   // Reports damage to the follower, which passes it to the mount. The store is then reopened, and `handleTable`
   // notified.
   void corruptionDetected(const Pesk::CorruptionDetectedException& error) const override {
-    follower_->corruptionDetected(error);
+    arp_.follower().corruptionDetected(error);
   }
 
  private:
-  const VrfTableReader& reader(TableId table) const { return table == TableId::arp ? arp_ : neighbor_; }
-  ArpEntry entry(TableId table, const ArpKey& key) const;
-  void walk(TableId table, const VrfId& vrfId, const Vantu::IpGenAddr& from, const VisitWhile& visit) const;
-  void notifyKey(TableId table, const std::string& bytes) const;
+  void notify(const std::function<void(Notifiee&)>& call) const;
 
-  Kel::Ptr<TableFollower> follower_;
-  VrfTableReader arp_;
-  VrfTableReader neighbor_;
+  const RecordTable<ArpRecord<Vantu::ipv4_>> arp_;
+  const RecordTable<ArpRecord<Vantu::ipv6_>> neighbor_;
   const TableWatch watch_;
 };
 

@@ -24,7 +24,7 @@ class FibMount : public Kel::PtrInterface {
  public:
   using VrfId = Vrf::VrfIdMap::VrfId;
 
-  explicit FibMount(Kel::Ptr<TableFollower> follower);
+  explicit FibMount(const Kel::Ptr<TableFollower>& follower);
   ~FibMount() override;
 
   // Return the same object for a VRF while a handle to it exists. A VRF id that the store cannot hold has an empty
@@ -35,11 +35,6 @@ class FibMount : public Kel::PtrInterface {
   Kel::Ptr<const Fib::ForwardingStatus> forwardingStatus(const VrfId& vrfId);
 
  private:
-  template <class Record>
-  class Table;
-  template <class PrefixType>
-  class Routes;
-  class Fecs;
   struct Tables;
 
   template <class Call>

@@ -1,12 +1,8 @@
 // What TableMounts_test.cpp does not write: bytes that are no record, entries that have no place, and the documented format.
 
+#include "quillo/tables/Records.h"
+
 #include <gmock/gmock.h>
-
-#include <tuple>
-
-#include "quillo/tables/ArpRecord.h"
-#include "quillo/tables/FecRecord.h"
-#include "quillo/tables/RouteRecord.h"
 
 namespace Quillo::Test {
 namespace {
@@ -18,27 +14,25 @@ using Vrf::VrfIdMap::VrfId;
 const Fib::Via goodVia{Vantu::IpAddr(1), Vantu::IntfId("eth0")};
 
 // What a decoder finds wrong with the bytes. What they are read into stays as it was.
-template <class... Out>
-auto faultsOf(const char* (*decode)(Bytes, Out&...)) {
+template <class Out>
+auto faultsOf(const char* (*decode)(Bytes, Out&)) {
   return [decode](const std::string& bytes) -> std::string {
-    std::tuple<Out...> out;
-    const char* what = std::apply([&](auto&... into) { return decode(bytes, into...); }, out);
-    EXPECT_TRUE(!what || out == std::tuple<Out...>());
+    Out out;
+    const char* what = decode(bytes, out);
+    EXPECT_TRUE(!what || out == Out());
     return what ? what : "";
   };
 }
 
 TEST(RecordBytes, malformedOnesAreNoRecord) {
-  const auto arpKeyFault =
-      faultsOf<ArpKey>(+[](Bytes key, ArpKey& out) { return Arp::Table::decodeKey(TableId::arp, key, out); });
-  const auto neighborKeyFault =
-      faultsOf<ArpKey>(+[](Bytes key, ArpKey& out) { return Arp::Table::decodeKey(TableId::neighbor, key, out); });
-  const auto neighbourFault = faultsOf<ArpEntry>(Arp::Table::decodeValue);
-  const auto routeKeyFault = faultsOf<VrfId, Vantu::Prefix>(decodeRouteKey);
-  const auto route6KeyFault = faultsOf<VrfId, Vantu::Ip6Prefix>(decodeRouteKey);
-  const auto routeFault = faultsOf<Fib::Route>(decodeRoute);
-  const auto fecKeyFault = faultsOf<VrfId, Fib::FecId>(decodeFecKey);
-  const auto fecFault = faultsOf<Fib::Fec>(decodeFec);
+  const auto arpKeyFault = faultsOf(decodeKey<ArpRecord<Vantu::ipv4_>>);
+  const auto neighborKeyFault = faultsOf(decodeKey<ArpRecord<Vantu::ipv6_>>);
+  const auto neighbourFault = faultsOf(decodeValue<ArpRecord<Vantu::ipv4_>>);
+  const auto routeKeyFault = faultsOf(decodeKey<RouteRecord<Vantu::Prefix>>);
+  const auto route6KeyFault = faultsOf(decodeKey<RouteRecord<Vantu::Ip6Prefix>>);
+  const auto routeFault = faultsOf(decodeValue<RouteRecord<Vantu::Prefix>>);
+  const auto fecKeyFault = faultsOf(decodeKey<FecRecord>);
+  const auto fecFault = faultsOf(decodeValue<FecRecord>);
   const std::string vrf(3, '\1'), unknownVrf(3, '\xff'), prefix("\x0a\0\0\0\x08", 5);
   EXPECT_EQ("key too short", arpKeyFault(""));
   EXPECT_EQ("key too short", arpKeyFault(vrf + "addr"));
@@ -63,7 +57,7 @@ TEST(RecordBytes, malformedOnesAreNoRecord) {
   EXPECT_EQ("key of a wrong length", fecKeyFault(std::string(10, '\1')));
   EXPECT_EQ("key of an unknown VRF", fecKeyFault(std::string(11, '\xff')));
   EXPECT_EQ("FEC id 0", fecKeyFault(std::string(11, '\0')));
-  const auto whole = encodeFec({{}, {goodVia, {Vantu::Ip6Addr(), {}}}});
+  const auto whole = encodeValue<FecRecord>({{}, {goodVia, {Vantu::Ip6Addr(), {}}}});
   for (std::size_t size = 0; size < whole.size(); ++size) {
     EXPECT_EQ("value too short", fecFault(whole.substr(0, size)));
   }
@@ -77,15 +71,16 @@ TEST(RecordBytes, whatHasNoPlaceIsRefused) {
   for (const char* text : {"", "x", "-1", "1 ", "18446744073709551616"}) {
     EXPECT_THROW(Fib::FecId::fromString(text), Kel::RangeException) << text;
   }
-  EXPECT_THROW(Arp::Table::encodeKey({VrfId(0), {}, goodVia.intfId}), Kel::RangeException);
-  EXPECT_THROW(Arp::Table::encodeKey({VrfId(0), goodVia.hop, {}}), Kel::RangeException);
+  EXPECT_THROW(encodeKey<ArpRecord<Vantu::ipv4_>>({VrfId(0), {}, goodVia.intfId}), Kel::RangeException);
+  EXPECT_THROW(encodeKey<ArpRecord<Vantu::ipv4_>>({VrfId(0), goodVia.hop, {}}), Kel::RangeException);
   for (const auto& unstorable : {VrfId(), VrfId(0x1000000)}) {
-    EXPECT_THROW(Arp::Table::encodeKey({unstorable, goodVia.hop, goodVia.intfId}), Kel::RangeException);
+    EXPECT_THROW(encodeKey<ArpRecord<Vantu::ipv4_>>({unstorable, goodVia.hop, goodVia.intfId}),
+                 Kel::RangeException);
   }
-  EXPECT_THROW(encodeRoute(Fib::Route()), Kel::RangeException);
-  EXPECT_THROW(encodeFec({Fib::FecId(1), std::vector<Fib::Via>(513, goodVia)}), Kel::RangeException);
-  EXPECT_THROW(encodeFec({Fib::FecId(1), {Fib::Via()}}), Kel::RangeException);
-  EXPECT_THROW(encodeFecKey(VrfId(1), Fib::FecId()), Kel::RangeException);
+  EXPECT_THROW(encodeValue<RouteRecord<Vantu::Prefix>>(Fib::Route()), Kel::RangeException);
+  EXPECT_THROW(encodeValue<FecRecord>({Fib::FecId(1), std::vector<Fib::Via>(513, goodVia)}), Kel::RangeException);
+  EXPECT_THROW(encodeValue<FecRecord>({Fib::FecId(1), {Fib::Via()}}), Kel::RangeException);
+  EXPECT_THROW(encodeKey<FecRecord>({VrfId(1), Fib::FecId()}), Kel::RangeException);
 }
 
 // The examples of the page on the format.
@@ -93,19 +88,36 @@ TEST(RecordBytes, areThoseOfTheFormat) {
   const Vantu::IpAddr address(0x0a000001);
   const Vantu::IntfId intf("red/eth0");
   EXPECT_EQ(std::string("\x00\x01\x02\x0a\x00\x00\x01red/eth0", 15),
-            Arp::Table::encodeKey({VrfId(258), address, intf}));
+            encodeKey<ArpRecord<Vantu::ipv4_>>({VrfId(258), address, intf}));
   EXPECT_EQ(std::string("\x02\x00\x00\x00\x00\x0a\x01", 7),
-            Arp::Table::encodeValue({{}, Vantu::EthAddr::fromString("02:00:00:00:00:0a"), {true}}));
+            encodeValue<ArpRecord<Vantu::ipv4_>>({{}, Vantu::EthAddr::fromString("02:00:00:00:00:0a"), {true}}));
   const Fib::Route route{Vantu::Prefix::fromString("10.1.0.0/16"),
                          Routing::Fib::RouteType(7),
                          Routing::RouteMetric(20),
                          Routing::RoutePreference(200),
                          Fib::FecId(5),
                          false};
-  EXPECT_EQ(std::string("\x00\x01\x02\x0a\x01\x00\x00\x10", 8), encodeRouteKey(VrfId(258), route.prefix));
-  EXPECT_EQ(std::string("\x07\xc8\x14\0\0\0\x05\0\0\0\0\0\0\0\x01", 15), encodeRoute(route));
-  EXPECT_EQ(std::string("\x00\x01\x02\0\0\0\0\0\0\0\x05", 11), encodeFecKey(VrfId(258), Fib::FecId(5)));
-  EXPECT_EQ(std::string("\x01\0\x04\x0a\0\0\x01\x08red/eth0", 16), encodeFec({Fib::FecId(5), {{address, intf}}}));
+  EXPECT_EQ(std::string("\x00\x01\x02\x0a\x01\x00\x00\x10", 8),
+            encodeKey<RouteRecord<Vantu::Prefix>>({VrfId(258), route.prefix}));
+  EXPECT_EQ(std::string("\x07\xc8\x14\0\0\0\x05\0\0\0\0\0\0\0\x01", 15),
+            encodeValue<RouteRecord<Vantu::Prefix>>(route));
+  EXPECT_EQ(std::string("\x00\x01\x02\0\0\0\0\0\0\0\x05", 11), encodeKey<FecRecord>({VrfId(258), Fib::FecId(5)}));
+  EXPECT_EQ(std::string("\x01\0\x04\x0a\0\0\x01\x08red/eth0", 16),
+            encodeValue<FecRecord>({Fib::FecId(5), {{address, intf}}}));
+}
+
+TEST(RecordBytes, keysHaveATextForPeople) {
+  const VrfNames names = [](const VrfId& id) { return id == VrfId(1) ? "red" : "unknown"; };
+  const auto text = [&]<class R>(R, const typename R::Key& key) {
+    return keyText(R::table, encodeKey<R>(key), names);
+  };
+  EXPECT_EQ("VRF red 10.0.0.1 on Ether\\x0anet3",
+            text(ArpRecord<Vantu::ipv4_>(), {VrfId(1), Vantu::IpAddr(0x0a000001), Vantu::IntfId("Ether\nnet3")}));
+  EXPECT_EQ("VRF red ::/0", text(RouteRecord<Vantu::Ip6Prefix>(), {VrfId(1), {}}));
+  EXPECT_EQ("VRF unknown 7", text(FecRecord(), {VrfId(2), Fib::FecId(7)}));
+  EXPECT_EQ("VRF 1 7", keyText(TableId::fec, encodeKey<FecRecord>({VrfId(1), Fib::FecId(7)})));
+  EXPECT_EQ("\\x01x", keyText(TableId::route, "\1x"));
+  EXPECT_EQ("ip/config", keyText(TableId::varnix, "ip/config"));
 }
 
 }  // namespace

@@ -6,12 +6,9 @@
 #include <random>
 
 #include "quillo/RecordReader.h"
-#include "quillo/tables/ArpRecord.h"
 #include "quillo/tables/ArpTableMount.h"
-#include "quillo/tables/FecRecord.h"
 #include "quillo/tables/FibMount.h"
-#include "quillo/tables/RouteRecord.h"
-#include "quillo/tables/VrfKey.h"
+#include "quillo/tables/Records.h"
 #include "quillo/testing/TestStore.h"
 
 namespace Quillo::Test {
@@ -42,17 +39,25 @@ Fib::Fec fecOf(std::uint64_t id, const char* intf = "e") {
   return {Fib::FecId(id), {{Vantu::IpAddr(7), Vantu::IntfId(intf)}}};
 }
 
+using Ipv4Record = ArpRecord<Vantu::ipv4_>;
+using Ipv4Route = RouteRecord<Vantu::Prefix>;
+
 // An entry as the record in the store.
 using Record = Contents::value_type;
+template <class R>
+Record recordOf(const typename R::Key& key, const typename R::Entry& entry) {
+  return {recordKey(R::table, encodeKey<R>(key)), encodeValue<R>(entry)};
+}
 Record recordOf(VrfId, const ArpEntry& entry) {
-  return {recordKey(*Arp::Table::tableOf(entry.addr()), encodeKey(entry.key)), encodeValue(entry)};
+  return entry.addr().af() == Vantu::ipv4_ ? recordOf<Ipv4Record>(entry.key, entry)
+                                           : recordOf<ArpRecord<Vantu::ipv6_>>(entry.key, entry);
 }
 Record recordOf(VrfId vrfId, const Fib::Fec& fec) {
-  return {recordKey(TableId::fec, encodeFecKey(vrfId, fec.fecId)), encodeFec(fec)};
+  return recordOf<FecRecord>({vrfId, fec.fecId}, fec);
 }
 template <class P>
 Record recordOf(VrfId vrfId, const BasicRoute<P>& route) {
-  return {recordKey(routeTable<P>, encodeRouteKey(vrfId, route.prefix)), encodeRoute(route)};
+  return recordOf<RouteRecord<P>>({vrfId, route.prefix}, route);
 }
 void add(Batch& batch, const Record& record) {
   batch.put(TableId(record.first[0]), record.first.substr(1), record.second);
@@ -244,17 +249,17 @@ class TableMountsTest : public TestStore {
           EXPECT_TRUE(expected != model_.end() && recordOf(id, entry) == *expected++) << id;
           return --left > 0;
         });
-        const auto range = recordKey(TableId(from[0]), encodeVrf(id));
+        const auto range = from.substr(0, 1 + vrfKeyBytes);
         EXPECT_TRUE(left == 0 || expected == model_.end() || !expected->first.starts_with(range)) << id;
       };
       const Vantu::IpAddr from(below(240) << 24);
       const Vantu::Prefix prefix(from, 8);
-      expectWalk(recordKey(TableId::route, encodeRouteKey(vrfId, prefix)),
+      expectWalk(recordKey(TableId::route, encodeKey<Ipv4Route>({vrfId, prefix})),
                  [&, id = vrfId](auto visit) { fib_->routeStatus(id)->forEachRoute(prefix, visit); });
       const Fib::FecId fecId(std::uint64_t{below(240)} << 50 | 1);
-      expectWalk(recordKey(TableId::fec, encodeFecKey(vrfId, fecId)),
+      expectWalk(recordKey(TableId::fec, encodeKey<FecRecord>({vrfId, fecId})),
                  [&, id = vrfId](auto visit) { fib_->forwardingStatus(id)->forEachFec(fecId, visit); });
-      expectWalk(recordKey(TableId::arp, Arp::Table::encodeAddress(vrfId, from)),
+      expectWalk(recordKey(TableId::arp, encodeKey<Ipv4Record>({vrfId, from, eth0}).substr(0, vrfKeyBytes + 4)),
                  [&, id = vrfId](auto visit) { arp_->forEachArpEntry(id, from, visit); });
     }
     EXPECT_TRUE(found == model_);
@@ -353,10 +358,11 @@ TEST_F(TableMountsTest, damagedRecordsAreReportedOnceAndTheOthersServed) {
     add(batch, VrfId(255), neighbour(255, 1, markedMac));
     add(batch, VrfId(0), route(1, markedFec));
     // Records that no publisher of ours writes are damage as well: their checksums are right.
-    batch.put(TableId::arp, encodeVrf(VrfId(1)) + "x", encodeValue(neighbour(1, 6)));
-    batch.put(TableId::arp, encodeKey(neighbour(1, 6).key), "short");
-    batch.put(TableId::route, encodeVrf(VrfId(1)) + "x", encodeRoute(route(6, 7)));
-    batch.put(TableId::fec, encodeFecKey(VrfId(1), Fib::FecId(9)), "x");
+    const auto vrf = encodeKey<Ipv4Record>(neighbour(1, 6).key).substr(0, vrfKeyBytes);
+    batch.put(TableId::arp, vrf + "x", encodeValue<Ipv4Record>(neighbour(1, 6)));
+    batch.put(TableId::arp, encodeKey<Ipv4Record>(neighbour(1, 6).key), "short");
+    batch.put(TableId::route, vrf + "x", encodeValue<Ipv4Route>(route(6, 7)));
+    batch.put(TableId::fec, encodeKey<FecRecord>({VrfId(1), Fib::FecId(9)}), "x");
   };
   stopClock();
   auto publisher = std::make_unique<Publisher>(config());
@@ -408,7 +414,7 @@ TEST_F(TableMountsTest, walkThatEndedForItsDamageIsMadeGood) {
   Publisher publisher(config());
   pass(publisher, [](Batch& batch) {
     for (std::uint32_t i = 1; i <= damaged; ++i) {
-      batch.put(TableId::route, encodeRouteKey(VrfId(1), route(i, 7).prefix), "malformed");
+      batch.put(TableId::route, encodeKey<Ipv4Route>({VrfId(1), route(i, 7).prefix}), "malformed");
     }
     add(batch, VrfId(1), route(damaged + 1, 7));
   });

@@ -1,4 +1,4 @@
-#include "quillo/tables/VrfTableReader.h"
+#include "quillo/tables/RecordTable.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t mostDamaged = 1'000;
 }  // namespace
 
-void VrfTableReader::walk(const std::string& vrf, const std::string& from, const Take& take) const {
+void TableReader::walk(Bytes vrf, const std::string& from, const Take& take) const {
   const auto snapshot = follower_->snapshot();
   std::vector<CorruptionDetectedException> met;
   const auto visit = [&](const Scan& scan) {
@@ -36,8 +36,8 @@ void VrfTableReader::walk(const std::string& vrf, const std::string& from, const
   throw CorruptionDetectedException(met.front());
 }
 
-CorruptionDetectedException VrfTableReader::damage(Bytes key, const char* what) const {
-  return {follower_->mount()->directory(), tableInfo(table_).name, printableKey(key), what};
+CorruptionDetectedException TableReader::damage(Bytes key, const char* what) const {
+  return {follower_->mount()->directory(), tableInfo(table_).name, keyText(table_, key), what};
 }
 
 }  // namespace Quillo
