@@ -108,7 +108,7 @@ void IpRouteTableSm::kelStop() {
   localForwardingFecsDel();
   isFirstCountRequested_ = false;
   knownFecs_.clear();
-  fecScan_ = FecScan::none;
+  fecScan_.end();
 }
 
 void IpRouteTableSm::reconfigure() {
@@ -181,8 +181,7 @@ void IpRouteTableSm::handleFec() {
 
 void IpRouteTableSm::rescanFecs() {
   if (!localForwardingFecs()) return;
-  fecScan_ = FecScan::known;
-  fecScanAfter_ = Quillo::Fib::FecId();
+  fecScan_.begin();
   doSetupFecBacklogTimer();
 }
 
@@ -212,7 +211,7 @@ void IpRouteTableSm::requestFirstCount() {
   const auto isRead = [](const auto& table) { return table && table->initialized(); };
   const bool areRead = isRead(routeStatus()) && (!vrfForwardingStatus() || isRead(vrfForwardingStatus()));
   const bool areWorkedOff =
-      routeBacklog().empty() && !routeScan_.isOn() && fecBacklog().empty() && fecScan_ == FecScan::none;
+      routeBacklog().empty() && !routeScan_.isOn() && fecBacklog().empty() && !fecScan_.isOn();
   if (isFirstCountRequested_ || !areRead || !areWorkedOff || !routeCountTask()) return;
   isFirstCountRequested_ = true;
   routeCountExpectedIterInc();

@@ -23,7 +23,7 @@
 #include "brev/TimerTask.h"
 #include "ipsnmp/IpForwardMib.h"
 #include "ipsnmp/agent/address/Reactors.h"
-#include "quillo/tables/RouteScan.h"
+#include "quillo/tables/TableScan.h"
 
 namespace IpSnmp {
 
@@ -154,11 +154,8 @@ class IpRouteTableSm : public Kel::Entity {
   Kel::Ptr<KelVrfForwardingStatus> kelVrfForwardingStatus_;
   Kel::Ptr<KelIfMib> kelIfMib_;
 
-  Quillo::RouteScan<Vantu::Prefix> routeScan_;
-  // The scan of the FECs: first the cache's, then the table's.
-  enum class FecScan { none, known, table };
-  FecScan fecScan_ = FecScan::none;
-  Quillo::Fib::FecId fecScanAfter_;                // added up to this one
+  Quillo::TableScan<Quillo::Fib::RouteStatus> routeScan_;
+  Quillo::TableScan<Quillo::Fib::ForwardingStatus> fecScan_;
   absl::btree_set<Quillo::Fib::FecId> knownFecs_;  // of the cache, in order
 
   Quillo::Fib::Fec fecScratch_;

@@ -12,9 +12,6 @@ namespace {
 
 Kel::TraceHandle routeBacklogTrace("IpRouteTableSm");
 
-// FECs that are added to the backlog at once.
-constexpr std::size_t fecPieceSize = 1024;
-
 // The words that differ between the trace lines of the two passes.
 struct BacklogWords {
   const char* starting;
@@ -97,7 +94,7 @@ void IpRouteTableSm::doProcessFecBacklog() {
   const auto task = fecTask();
   if (!task || !localForwardingFecs()) return;
   const auto scanNext = [this] {
-    if (fecScan_ == FecScan::none) return false;
+    if (!fecScan_.isOn()) return false;
     scanFecs();
     return true;
   };
@@ -121,32 +118,11 @@ void IpRouteTableSm::scanRoutes() {
 }
 
 void IpRouteTableSm::scanFecs() {
-  std::vector<Quillo::Fib::FecId> piece;
-  const auto enter = [&](const Quillo::Fib::FecId& fecId) {
-    if (fecId != fecScanAfter_) piece.push_back(fecId);
-    return piece.size() < fecPieceSize;
+  const auto known = [this](const Quillo::Fib::FecId* after, auto visit) {
+    auto at = after != nullptr ? knownFecs_.upper_bound(*after) : knownFecs_.begin();
+    while (at != knownFecs_.end() && visit(*at)) ++at;
   };
-  if (fecScan_ == FecScan::known) {
-    auto at = knownFecs_.lower_bound(fecScanAfter_);
-    while (at != knownFecs_.end() && enter(*at)) ++at;
-    if (piece.size() < fecPieceSize) {
-      fecScan_ = FecScan::table;
-      fecScanAfter_ = Quillo::Fib::FecId();
-    }
-  }
-  if (fecScan_ == FecScan::table && piece.empty()) {
-    try {
-      if (vrfForwardingStatus()) {
-        vrfForwardingStatus()->forEachFec(fecScanAfter_,
-                                          [&](const Quillo::Fib::Fec& fec) { return enter(fec.fecId); });
-      }
-    } catch (const Pesk::CorruptionDetectedException& damage) {
-      vrfForwardingStatus()->corruptionDetected(damage.what());
-    }
-    if (piece.size() < fecPieceSize) fecScan_ = FecScan::none;
-  }
-  fecScanAfter_ = piece.size() == fecPieceSize ? piece.back() : Quillo::Fib::FecId();
-  for (const auto& fecId : piece) {
+  for (const auto& fecId : fecScan_.piece(vrfForwardingStatus().get(), known)) {
     QTRACE(routeBacklogTrace, 6) << "void IpSnmp::IpRouteTableSm::handleFec()"
                                  << " initially for " << fecId;
     fecBacklogIs(fecId);

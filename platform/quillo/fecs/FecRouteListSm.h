@@ -11,7 +11,7 @@
 
 #include "kel/Collection.h"
 #include "quillo/fecs/FecRouteList.h"
-#include "quillo/tables/RouteScan.h"
+#include "quillo/tables/TableScan.h"
 
 namespace FibUtils {
 
@@ -64,7 +64,7 @@ class FecRouteListSm : public Kel::PtrInterface {
   Kel::Ptr<KelRouteStatus> kelRouteStatus_;  // null: not started, or stopped
   Kel::Ptr<KelForwardingStatus> kelForwardingStatus_;
   Quillo::Fib::Fec fecScratch_;
-  Quillo::RouteScan<Vantu::Prefix> scan_;
+  Quillo::TableScan<Quillo::Fib::RouteStatus> scan_;
   std::function<void()> scanBegins_;
 };
 

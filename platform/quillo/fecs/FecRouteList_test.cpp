@@ -117,7 +117,7 @@ TEST(FecRouteListSm, skipsOnlyWhatItHasRead) {
   const auto routes = Kel::makePtr<TestRouteStatus<Prefix>>();
   const auto fecs = Kel::makePtr<TestForwardingStatus>();
   const auto list = Kel::makePtr<FecRouteList>();
-  constexpr auto pieceSize = static_cast<unsigned>(RouteScan<Prefix>::pieceSize);
+  constexpr auto pieceSize = static_cast<unsigned>(TableScan<Fib::RouteStatus>::pieceSize);
   for (unsigned i = 1; i <= pieceSize + 1; ++i) {
     routes->map[numbered(i)] = {numbered(i), Routing::Fib::RouteType(7), {}, {}, FecId(1)};
   }

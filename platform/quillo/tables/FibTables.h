@@ -51,7 +51,7 @@ class FibTable : public Kel::Notifier {
 template <class PrefixType>
 class BasicRouteStatus : public FibTable {
  public:
-  using Prefix = PrefixType;
+  using Key = PrefixType;
   using Route = BasicRoute<PrefixType>;
 
   class Notifiee : public Kel::Notifier::Notifiee {
@@ -73,6 +73,9 @@ class BasicRouteStatus : public FibTable {
   // visited all readable routes. Requires: `visit` does not use the table.
   using Visit = std::function<bool(const Route&)>;
   virtual void forEachRoute(const PrefixType& from, const Visit& visit) const = 0;
+  void forEachKey(const PrefixType& from, const auto& visit) const {
+    forEachRoute(from, [&](const Route& route) { return visit(route.prefix); });
+  }
 };
 
 namespace Fib {
@@ -83,6 +86,8 @@ using RouteStatus = BasicRouteStatus<Vantu::Prefix>;
 // The FECs to which the routes of one VRF refer, or those of all VRFs in unified mode.
 class ForwardingStatus : public FibTable {
  public:
+  using Key = FecId;
+
   class Notifiee : public Kel::Notifier::Notifiee {
    public:
     void notifierIs(const Kel::Ptr<const ForwardingStatus>& notifier) { kelAttach(notifier); }
@@ -101,6 +106,9 @@ class ForwardingStatus : public FibTable {
 
   using Visit = std::function<bool(const Fec&)>;
   virtual void forEachFec(const FecId& from, const Visit& visit) const = 0;
+  void forEachKey(const FecId& from, const auto& visit) const {
+    forEachFec(from, [&](const Fec& fec) { return visit(fec.fecId); });
+  }
 };
 
 }  // namespace Fib
