@@ -10,12 +10,6 @@ Kel::TraceHandle tableFollowerTrace("QuilloFollower");
 
 }  // namespace
 
-Kel::Ptr<const TableKeys> TableFollower::keys(TableId table) {
-  auto& keys = keys_[table];
-  if (!keys) keys = Kel::makePtr<TableKeys>();
-  return keys;
-}
-
 bool TableFollower::step(std::size_t limit, const std::optional<Bookmark>& other) {
   QTRACE_ENTRY(tableFollowerTrace, this);
   Turn turn;
@@ -68,26 +62,38 @@ TableFollower::Turn TableFollower::read(std::size_t limit, const std::optional<B
   return {std::move(snapshot), changes.tooOld, changes.more, std::move(list)};
 }
 
+// Calls `call` with the handlers of each watch that exists when its turn comes.
+template <class Call>
+void TableFollower::notify(const Call& call) {
+  const auto watches = watches_;
+  for (const auto* watch : watches) {
+    if (std::find(watches_.begin(), watches_.end(), watch) == watches_.end()) continue;
+    const auto handlers = watch->handlers_;
+    try {
+      call(*handlers);
+    } catch (const std::exception& error) {
+      QTRACE(tableFollowerTrace, 0) << "a reactor failed: " << error.what();
+    }
+  }
+}
+
 void TableFollower::notifyAnew() {
   QTRACE(tableFollowerTrace, 2) << (initialized_ ? "all may have changed in " : "following ")
                                 << mount_->directory();
-  if (initialized_) {
-    notifyEach<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleTables(); });
-    return;
-  }
-  initialized_ = true;
-  notifyEach<Notifiee>(*this, tableFollowerTrace, [](Notifiee& reactor) { reactor.handleInitialized(); });
+  const bool isFirst = !std::exchange(initialized_, true);
+  notify([&](const TableWatch::Handlers& handlers) {
+    if (const auto& handle = isFirst ? handlers.initialized : handlers.tables) handle();
+  });
 }
 
 void TableFollower::notifyKeys(const std::vector<Change>& changes) {
   for (const auto& change : changes) {
     // A reactor found damage: nothing can be read until `tables` is notified.
     if (mount_->state() != Mount::State::ready) return;
-    const auto at = keys_.find(change.table);
-    if (at == keys_.end()) continue;
-    const auto keys = at->second;
-    notifyEach<TableKeys::Notifiee>(*keys, tableFollowerTrace,
-                                    [&](TableKeys::Notifiee& reactor) { reactor.handleKey(change.key); });
+    notify([&](const TableWatch::Handlers& handlers) {
+      const auto at = handlers.keys.find(change.table);
+      if (at != handlers.keys.end()) at->second(change.key);
+    });
   }
 }
 
@@ -148,42 +154,13 @@ void TableFollower::reportDamage() {
   }
 }
 
-class TableWatch::OnFollower : public TableFollower::Notifiee {
- public:
-  OnFollower(std::function<void()> initialized, std::function<void()> tables)
-      : initialized_(std::move(initialized)), tables_(std::move(tables)) {}
-  void handleInitialized() override {
-    if (initialized_) initialized_();
-  }
-  void handleTables() override {
-    if (tables_) tables_();
-  }
-
- private:
-  const std::function<void()> initialized_, tables_;
-};
-
-class TableWatch::OnKeys : public TableKeys::Notifiee {
- public:
-  explicit OnKeys(std::function<void(const std::string&)> handle) : handle_(std::move(handle)) {}
-  void handleKey(const std::string& key) override { handle_(key); }
-
- private:
-  const std::function<void(const std::string&)> handle_;
-};
-
-TableWatch::TableWatch(const Kel::Ptr<TableFollower>& follower, const Handlers& handlers)
-    : onFollower_(Kel::makePtr<OnFollower>(handlers.initialized, handlers.tables)) {
-  onFollower_->notifierIs(follower);
-  for (const auto& [table, handle] : handlers.keys) {
-    onKeys_.push_back(Kel::makePtr<OnKeys>(handle));
-    onKeys_.back()->notifierIs(follower->keys(table));
-  }
+TableWatch::TableWatch(Kel::Ptr<TableFollower> follower, Handlers handlers)
+    : follower_(std::move(follower)), handlers_(std::make_shared<const Handlers>(std::move(handlers))) {
+  follower_->watches_.push_back(this);
 }
 
 TableWatch::~TableWatch() {
-  onFollower_->notifierIs(nullptr);
-  for (const auto& onKeys : onKeys_) onKeys->notifierIs(nullptr);
+  std::erase(follower_->watches_, this);
 }
 
 }  // namespace Quillo

@@ -22,6 +22,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -33,33 +34,15 @@
 
 namespace Quillo {
 
-// Notifies the changed keys of one table.
-class TableKeys : public Kel::Notifier {
- public:
-  class Notifiee : public Kel::Notifier::Notifiee {
-   public:
-    void notifierIs(const Kel::Ptr<const TableKeys>& notifier) { kelAttach(notifier); }
-    // The record of that key was added or deleted, or has another value.
-    virtual void handleKey(const std::string&) {}
-  };
-};
+class TableWatch;
 
-class TableFollower : public Kel::Notifier {
+class TableFollower : public Kel::PtrInterface {
  public:
-  class Notifiee : public Kel::Notifier::Notifiee {
-   public:
-    void notifierIs(const Kel::Ptr<const TableFollower>& notifier) { kelAttach(notifier); }
-    virtual void handleInitialized() {}
-    virtual void handleTables() {}
-  };
-
   // The mount may be shared. Requires: its user calls refresh().
   explicit TableFollower(Kel::Ptr<Mount> mount) : mount_(std::move(mount)) {}
 
   const Kel::Ptr<Mount>& mount() const { return mount_; }
   bool initialized() const { return initialized_; }
-  // Always the same object for a table.
-  Kel::Ptr<const TableKeys> keys(TableId table);
 
   // Reads at most `limit` (at least 1) changes of the journal, of any table, and calls the reactors, whose lookups
   // use the same snapshot. Returns true while more changes remain. Never throws: damage is reported to the mount,
@@ -89,6 +72,7 @@ class TableFollower : public Kel::Notifier {
   std::shared_ptr<Snapshot> snapshot();
 
  private:
+  friend class TableWatch;
   struct Turn {
     std::shared_ptr<Snapshot> snapshot;
     bool anew = false;
@@ -96,6 +80,8 @@ class TableFollower : public Kel::Notifier {
     std::vector<Change> changes;
   };
   Turn read(std::size_t limit, const std::optional<Bookmark>& other);
+  template <class Call>
+  void notify(const Call& call);
   void notifyAnew();
   void notifyKeys(const std::vector<Change>& changes);
   bool viewIsReadable() const;
@@ -106,30 +92,31 @@ class TableFollower : public Kel::Notifier {
   std::optional<Bookmark> endedAt_;  // the follower's position when a reader ended a walk
   Kel::Seconds endedTime_ = 0;
   bool initialized_ = false;
-  std::string obstacle_;  // the latest traced message
-  std::map<TableId, Kel::Ptr<TableKeys>> keys_;
-  std::set<std::string> known_;  // damage of records of this store
+  std::string obstacle_;                    // the latest traced message
+  std::vector<const TableWatch*> watches_;  // in the order in which they were made
+  std::set<std::string> known_;             // damage of records of this store
   std::vector<std::string> unreported_;
 };
 
-// Calls functions for the notifications of a follower and some of its tables, during the life of this object.
+// Calls functions for the notifications of a follower and some of its tables, during the life of this object. The
+// functions may make and destroy watches, their own included. An exception of a function is traced at level 0.
 class TableWatch {
  public:
+  using OnKey = std::function<void(const std::string& key)>;
   struct Handlers {
     std::function<void()> initialized;
     std::function<void()> tables;
-    std::map<TableId, std::function<void(const std::string& key)>> keys;
+    std::map<TableId, OnKey> keys;  // the record of that key was added or deleted, or has another value
   };
-  TableWatch(const Kel::Ptr<TableFollower>& follower, const Handlers& handlers);
+  TableWatch(Kel::Ptr<TableFollower> follower, Handlers handlers);
   ~TableWatch();
   TableWatch(const TableWatch&) = delete;
   TableWatch& operator=(const TableWatch&) = delete;
 
  private:
-  class OnFollower;
-  class OnKeys;
-  Kel::Ptr<OnFollower> onFollower_;
-  std::vector<Kel::Ptr<OnKeys>> onKeys_;
+  friend class TableFollower;
+  const Kel::Ptr<TableFollower> follower_;
+  const std::shared_ptr<const Handlers> handlers_;
 };
 
 // Calls `call` for each reactor of `notifier` that is an `N`. An exception of a reactor is traced at level 0, and the

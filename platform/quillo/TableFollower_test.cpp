@@ -88,6 +88,14 @@ TEST_F(FollowerTest, neitherDamageNorReactorsThatThrowLoseAnything) {
   EXPECT_THAT(notified(), ElementsAre("bad", "bad", "good", "good"));
   EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("cannot react"), HasSubstr("cannot react")));
 
+  // A handler may end a watch, which is not called any more.
+  std::optional<TableWatch> ended;
+  TableWatch::OnKey end = [&](const auto&) { ended.reset(); };
+  const TableWatch ender(follower_, {.initialized = {}, .tables = {}, .keys = {{TableId::arp, end}}});
+  ended.emplace(follower_, handlers_);
+  putArp({"last"});
+  EXPECT_THAT(notified(), ElementsAre("last", "last"));
+
   // Once damage is reported nothing can be read, which must not look like deletions.
   stopClock();
   now_ += 3600;
