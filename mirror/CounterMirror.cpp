@@ -129,16 +129,16 @@ void CounterMirror::read(const Ip6LinkMessage& link) {
   const auto path = counterFiles / link.name;
   errno = 0;
   std::ifstream file(path);
-  const auto told = readCounters(file);
+  const auto kernel = readCounters(file);
   if (!file.is_open() || file.bad()) {
     if (errno != ENOENT) failed(path.string() + ": " + std::strerror(errno));
     return;
   }
-  const auto ifIndex = told.find("ifIndex");
-  if (ifIndex == told.end()) return;  // deleted meanwhile
+  const auto ifIndex = kernel.find("ifIndex");
+  if (ifIndex == kernel.end()) return;  // deleted meanwhile
   const auto id = idOf_(static_cast<std::uint32_t>(ifIndex->second));
   if (!id.isValid()) return;
-  countersAre(*all_, id, told, Kel::System::currentTime());
+  setCounters(*all_, id, kernel, Kel::System::currentTime());
   seen_[id] = ifIndex->second == link.ifIndex ? link.counters : "";
 }
 
@@ -158,23 +158,23 @@ void CounterMirror::finish() {
 }
 
 KernelCounters readCounters(std::istream& file) {
-  KernelCounters told;
+  KernelCounters kernel;
   std::string name;
-  for (std::uint64_t value = 0; file >> name >> value;) told[name] = value;
-  return told;
+  for (std::uint64_t value = 0; file >> name >> value;) kernel[name] = value;
+  return kernel;
 }
 
-Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& before) {
+Ip::IntfCounters countersOf(const KernelCounters& kernel, const Ip::IntfCounters& before) {
   const auto at = [&](const char* name) {
-    const auto found = told.find(name);
-    return found == told.end() ? 0 : found->second;
+    const auto found = kernel.find(name);
+    return found == kernel.end() ? 0 : found->second;
   };
   const auto unicast = [](std::uint64_t all, std::uint64_t multicast, std::uint64_t last) {
     return std::max(all > multicast ? all - multicast : 0, last);
   };
   // Since Linux 6.6, Ip6OutTransmits counts all packets sent. Earlier kernels count own and forwarded packets apart.
   const auto outPkts =
-      told.contains("Ip6OutTransmits") ? at("Ip6OutTransmits") : at("Ip6OutRequests") + at("Ip6OutForwDatagrams");
+      kernel.contains("Ip6OutTransmits") ? at("Ip6OutTransmits") : at("Ip6OutRequests") + at("Ip6OutForwDatagrams");
   const auto inPkts = at("Ip6InReceives"), inOctets = at("Ip6InOctets"), outOctets = at("Ip6OutOctets");
   const auto inMcastPkts = at("Ip6InMcastPkts"), inMcastOctets = at("Ip6InMcastOctets");
   const auto outMcastPkts = at("Ip6OutMcastPkts"), outMcastOctets = at("Ip6OutMcastOctets");
@@ -185,16 +185,16 @@ Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& 
                           outMcastPkts, outMcastOctets);
 }
 
-void countersAre(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& told, Kel::Seconds now) {
+void setCounters(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& kernel, Kel::Seconds now) {
   const auto known = all.intfStats(id);
   const auto record = all.intfStatsIs(id);
-  const auto counters = countersOf(told, record->counters());
+  const auto counters = countersOf(kernel, record->counters());
   const bool isContinued = known && !hasFallen(known->counters(), counters);
   if (!isContinued) {
     record->discontinuityTimeIs(now);
     record->utcOffsetIs(Kel::System::utcOffset());
   }
-  record->countersIs(isContinued ? counters : countersOf(told, {}));
+  record->countersIs(isContinued ? counters : countersOf(kernel, {}));
 }
 
 }  // namespace Mirror

@@ -31,11 +31,11 @@ KernelCounters readCounters(std::istream& file);
 
 // Converts the kernel's counters; a missing one counts as 0. Unicast is the total less multicast. The kernel reads the
 // two at different moments, so the difference may fall a little; the result then has the value of `before`.
-Ip::IntfCounters countersOf(const KernelCounters& told, const Ip::IntfCounters& before);
+Ip::IntfCounters countersOf(const KernelCounters& kernel, const Ip::IntfCounters& before);
 
 // Writes the record of interface `id`. Without a record before, or if a counter has fallen, the discontinuity time
 // becomes `now`.
-void countersAre(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& told, Kel::Seconds now);
+void setCounters(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& kernel, Kel::Seconds now);
 
 class CounterMirror {
  public:

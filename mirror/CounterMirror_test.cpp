@@ -39,18 +39,18 @@ TEST(IntfCounters, neverFallUnlessTheyBeginAgain) {
   const auto all = Kel::makePtr<Ip::AllIntfStats>("stats");
   const Vantu::IntfId eth0("eth0");
   auto told = toldWith();
-  countersAre(*all, eth0, told, 1000);
+  setCounters(*all, eth0, told, 1000);
   const auto record = all->intfStats(eth0);
   EXPECT_EQ(record->discontinuityTime(), 1000.0);
   EXPECT_EQ(record->utcOffset(), Kel::System::utcOffset());
   told["Ip6InMcastPkts"] = 41;  // read a moment after the count of all
-  countersAre(*all, eth0, told, 1002);
+  setCounters(*all, eth0, told, 1002);
   EXPECT_EQ(record->counters().inUcastPkts(), 60u);
   EXPECT_EQ(record->counters().inMcastPkts(), 41u);
   EXPECT_EQ(record->discontinuityTime(), 1000.0);
   told["Ip6InOctets"] = 90;
   told["Ip6InReceives"] = told["Ip6InMcastPkts"] = told["Ip6InMcastOctets"] = 1;
-  countersAre(*all, eth0, told, 1004);
+  setCounters(*all, eth0, told, 1004);
   EXPECT_EQ(record->counters().inUcastPkts(), 0u);
   EXPECT_EQ(record->counters().inUcastOctets(), 89u);
   EXPECT_EQ(record->discontinuityTime(), 1004.0);

@@ -25,7 +25,7 @@ void NamespaceMirror::beginRoutes(Extent extent) {
   if (extent == Extent::routes && !routes_.confirmDump()) return;
   isListingRoutes_ = true;
   isRoutesStepOver_ = false;
-  routes_.listingIs();
+  routes_.beginDump();
   nextOfRoutes();
 }
 

@@ -102,10 +102,10 @@ void KernelState::apply(const NeighbourMessage& message) {
   }
   auto& neighbours = at->second.neighbours;
   if (isThere) {
-    const KernelNeighbour told{*message.ethAddr, message.isStatic()};
-    const auto [known, isNew] = neighbours.try_emplace(message.addr, told);
-    if (!isNew && known->second == told) return;
-    known->second = told;
+    const KernelNeighbour latest{*message.ethAddr, message.isStatic()};
+    const auto [known, isNew] = neighbours.try_emplace(message.addr, latest);
+    if (!isNew && known->second == latest) return;
+    known->second = latest;
   } else if (neighbours.erase(message.addr) == 0) {
     return;
   }

@@ -13,7 +13,7 @@ bool Nexthops::notified(const NexthopMessage& message) {
   return !isSame;
 }
 
-void Nexthops::listingIs() {
+void Nexthops::beginDump() {
   hasListingChanged_ = false;
   for (auto& [id, nexthop] : nexthops_) nexthop.isListed = false;
 }

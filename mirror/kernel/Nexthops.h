@@ -16,9 +16,9 @@ class Nexthops {
   // Returns whether anything changed.
   bool notified(const NexthopMessage& message);
 
-  // A dump: listingIs(), then dumped() for each object. endDump() deletes the other objects, and returns whether
+  // A dump: beginDump(), then dumped() for each object. endDump() deletes the other objects, and returns whether
   // the dump changed anything.
-  void listingIs();
+  void beginDump();
   void dumped(const NexthopMessage& message);
   bool endDump();
 

@@ -49,7 +49,7 @@ void NamespaceRoutes::updateTables(const Tables& tables) {
     if (!table) {
       table =
           std::make_unique<VrfRoutes>(published_, [this](const RouteContent& content) { return resolve(content); });
-      table->listingIs(stamp_);
+      table->beginDump(stamp_);
       if (listings_ > 0) requestDump();
     }
     table->vrfIdIs(vrfId);
@@ -173,7 +173,7 @@ std::optional<Kel::Seconds> NamespaceRoutes::due() const {
   return std::max(wanted, notBefore_);
 }
 
-void NamespaceRoutes::listingIs() {
+void NamespaceRoutes::beginDump() {
   begun_ = Kel::System::currentTime();
   soon_.reset();
   if (later_ && *later_ <= begun_) later_.reset();
@@ -181,9 +181,9 @@ void NamespaceRoutes::listingIs() {
   ++stamp_;
   next_ = 0;
   steps_ = {{RtDump::nexthops}};
-  nexthops_.listingIs();
+  nexthops_.beginDump();
   for (const auto& [use, table] : tables_) {
-    table->listingIs(stamp_);
+    table->beginDump(stamp_);
     steps_.push_back({RtDump::ipv4Routes, use.table, use.device});
     steps_.push_back({RtDump::ipv6Routes, use.table, use.device});
   }

@@ -72,7 +72,7 @@ class NamespaceRoutes {
   // that it was for.
   bool confirmDump();
   // Begins a dump: next-hop objects first, then the IPv4 and the IPv6 routes of each table.
-  void listingIs();
+  void beginDump();
   // The step to request from the kernel; null when all steps are done.
   const Step* step() const { return next_ < steps_.size() ? &steps_[next_] : nullptr; }
   void dumped(const RouteMessage& message);

@@ -166,7 +166,7 @@ void RouteFamily<PrefixType>::remove(const RouteContent& content, Group& group) 
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::listingIs(DumpStamp stamp) {
+void RouteFamily<PrefixType>::beginDump(DumpStamp stamp) {
   stamp_ = stamp;
   isListing_ = true;
   touched_.clear();
@@ -247,7 +247,7 @@ void RouteFamily<PrefixType>::touchContents(const std::unordered_set<RouteConten
 }
 
 template <class PrefixType>
-void RouteFamily<PrefixType>::shownIs() {
+void RouteFamily<PrefixType>::allPending() {
   isShown_ = true;
   plan_.clear();
   for (auto& [prefix, fec] : pending_) fec = nullptr;
@@ -259,7 +259,7 @@ void RouteFamily<PrefixType>::shownIs() {
 
 template <class PrefixType>
 std::vector<PrefixType> RouteFamily<PrefixType>::hide() {
-  shownIs();
+  allPending();
   std::vector<PrefixType> prefixes;
   prefixes.reserve(pending_.size());
   for (const auto& [prefix, fec] : pending_) prefixes.push_back(prefix);

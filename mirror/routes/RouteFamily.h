@@ -7,7 +7,7 @@
 // one, for example. The kernel has then changed the table without a notification, so the table counts as doubtful and
 // must be dumped.
 //
-// A dump marks and sweeps: listingIs(), dumped() for each route in the kernel's order, sweep(), endDump().
+// A dump marks and sweeps: beginDump(), dumped() for each route in the kernel's order, sweep(), endDump().
 // Notifications received during a dump override the dump, which may be older.
 
 #include <absl/container/btree_map.h>
@@ -122,7 +122,7 @@ class RouteFamily {
 
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
-  void listingIs(DumpStamp stamp);  // `stamp` is above that of the last dump
+  void beginDump(DumpStamp stamp);  // `stamp` is above that of the last dump
   // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(std::size_t limit);
   void endDump();
@@ -137,7 +137,7 @@ class RouteFamily {
   void touchContents(const std::unordered_set<RouteContents::Slot>& slots);
 
   // ---- publication. A table that is not published has nothing pending.
-  void shownIs();  // publishes the table: makes everything pending, as for an empty store
+  void allPending();  // publishes the table: makes everything pending, as for an empty store
   std::size_t pending() const { return pending_.size(); }
   // Ends publication. Returns every prefix that the store may have, for the caller to delete.
   std::vector<PrefixType> hide();

@@ -33,9 +33,9 @@ void VrfRoutes::dumped(const RouteMessage& message) {
   withFamily(message.address.af(), [&](auto& family) { family.dumped(message); });
 }
 
-void VrfRoutes::listingIs(DumpStamp stamp) {
-  ipv4_.listingIs(stamp);
-  ipv6_.listingIs(stamp);
+void VrfRoutes::beginDump(DumpStamp stamp) {
+  ipv4_.beginDump(stamp);
+  ipv6_.beginDump(stamp);
 }
 
 bool VrfRoutes::sweep(Vantu::Af af, std::size_t limit) {
@@ -66,8 +66,8 @@ void VrfRoutes::move(const std::unordered_set<RouteContents::Slot>& outdated) {
 
 void VrfRoutes::allPending() {
   unplan();
-  ipv4_.shownIs();
-  ipv6_.shownIs();
+  ipv4_.allPending();
+  ipv6_.allPending();
   contents_.forgetStored();
 }
 

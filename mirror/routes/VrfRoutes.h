@@ -25,7 +25,7 @@ class VrfRoutes {
   void notified(const RouteMessage& message);
   void dumped(const RouteMessage& message);
   // Begins a dump of both IP versions. Requires: `stamp` is above that of the last dump.
-  void listingIs(DumpStamp stamp);
+  void beginDump(DumpStamp stamp);
   // Deletes routes that the dump did not have; visits about `limit` routes. Returns whether the sweep is complete.
   bool sweep(Vantu::Af af, std::size_t limit);
   void endDump();

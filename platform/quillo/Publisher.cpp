@@ -167,7 +167,7 @@ void Publisher::write(Writer& writer, const Batch& batch, bool completesPass, Co
     result.changes += changed ? 1 : 0;
   }
   result.seq = writer.head().seq;
-  if (completesPass) writer.passIs({0, Kel::System::currentTime(), config_.name});
+  if (completesPass) writer.recordPass({0, Kel::System::currentTime(), config_.name});
   if (result.changes > 0 || completesPass) writer.commit();
 }
 

@@ -120,7 +120,7 @@ bool Writer::del(TableId table, Bytes key) {
   return true;
 }
 
-void Writer::passIs(CompletePass pass) {
+void Writer::recordPass(CompletePass pass) {
   pass.seq = head_.seq;
   store(Place::records, passKey(), head_.seq, metaLayout, encodePass(pass), 0);
 }

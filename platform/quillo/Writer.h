@@ -29,7 +29,7 @@ class Writer {
   bool put(TableId table, Bytes key, Bytes value);
   bool del(TableId table, Bytes key);
   // Records a complete pass, with the current head of the journal as its `seq`.
-  void passIs(CompletePass pass);
+  void recordPass(CompletePass pass);
 
   void commit();
 
