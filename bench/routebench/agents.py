@@ -91,6 +91,8 @@ class Quorin(Agent):
     """quorin-mirrord and quorind."""
 
     name = "quorin"
+    mirror_options = ()
+    access = ""  # more lines of the agent's configuration
 
     @classmethod
     def needs(cls):
@@ -99,8 +101,8 @@ class Quorin(Agent):
     def start(self):
         store = self.path("store")
         shutil.rmtree(store, ignore_errors=True)
-        self.mirror = self.run("quorin-mirrord", "-f", "--store", store)
-        configuration = self.write("quorind.conf", ACCESS)
+        self.mirror = self.run("quorin-mirrord", "-f", "--store", store, *self.mirror_options)
+        configuration = self.write("quorind.conf", ACCESS + self.access)
         self.serving = self.run("quorind", "-f", "-C", "-c", configuration, "--store", store, self.endpoint)
 
     def pids(self):
@@ -258,9 +260,9 @@ def mappings(pid):
 
 
 def private_memory(pid, store=None):
-    """Resident memory that a process shares with nobody, the mapping of the store left out."""
-    return sum(figures["Private_Clean"] + figures["Private_Dirty"] for path, figures in mappings(pid)
-               if not (store and path.startswith(store)))
+    """Resident memory that a process has written and shares with nobody, the mapping of the store left out. Clean pages
+    are those of libraries, private only until another program uses them."""
+    return sum(figures["Private_Dirty"] for path, figures in mappings(pid) if not (store and path.startswith(store)))
 
 
 def mapped_memory(pid, store):

@@ -156,6 +156,7 @@ class Measurement:
         asking = Asking(self.agent, ("taskset", "-c", str(one)))
         self.result["requests"] = asking.requests(self.routes, REQUESTS, self.limit / 4)
         self.result["column"] = asking.walk(self.limit / 2)
+        self.result["column_50"] = asking.walk(self.limit / 2, "--repetitions", 50)
         self.result["column_getnext"] = asking.walk(self.limit / 2, "--getnext")
         self.bind_agent(everywhere=True)
         if cache:
