@@ -37,14 +37,7 @@ void writeSwitch(const SwitchState& state, const SwitchWriting& writing,
 
 // ---- the words of both directions
 
-// "up" for operStatusUp, where `prefix` is "operStatus".
-template <class E>
-std::string enumWord(E value, std::string_view prefix) {
-  std::string name = Kel::enumName(value).substr(prefix.size());
-  name[0] = static_cast<char>(name[0] | 0x20);
-  return name;
-}
-
+// The prefixes of enumWord().
 inline constexpr std::string_view operStatusPrefix = "operStatus";
 inline constexpr std::string_view addressStatePrefix = "addressState";
 inline constexpr std::string_view fecModePrefix = "fecMode";

@@ -22,7 +22,7 @@ Kel::TraceHandle switchStoreTrace("CtlSwitch");
 constexpr std::size_t recordsPerCommit = 10'000;
 // A store that is lost again within this time was not mended by a new beginning.
 constexpr Kel::Seconds madeAnewPause = 10;
-constexpr Kel::Seconds checkPeriod = 1;
+constexpr Kel::Seconds checkPeriod = 0.9;  // less than between two calls of poll()
 
 class StoreReader {
  public:

@@ -130,6 +130,10 @@ void reload(SwitchPublisher& publisher, const std::string& file) {
     say(fmt::format("{} was read again: {}", file, sizeOf(*state)));
   } catch (const Failure& failure) {
     say(fmt::format("{}; what was published stays", failure.what()));
+  } catch (const Quillo::StoreException& error) {
+    using Kind = Quillo::StoreException::Kind;
+    if (error.kind() != Kind::full && error.kind() != Kind::gone) throw;
+    say(fmt::format("{}; trying again every second", error.what()));  // poll() does
   }
 }
 

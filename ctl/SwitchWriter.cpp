@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "ctl/SwitchFile.h"
-#include "ctl/YamlText.h"
+#include "ctl/YamlFields.h"
 #include "quillo/tables/FecIds.h"
 #include "quillo/tables/RouteOrigin.h"
 #include "varnix/ByteText.h"
