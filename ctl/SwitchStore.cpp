@@ -24,9 +24,9 @@ constexpr std::size_t recordsPerCommit = 10'000;
 constexpr Kel::Seconds madeAnewPause = 10;
 constexpr Kel::Seconds checkPeriod = 0.9;  // less than between two calls of poll()
 
-class StoreReader {
+class SnapshotTables {
  public:
-  StoreReader(const Quillo::Snapshot& snapshot, const std::function<void(const std::string&)>& leftOut)
+  SnapshotTables(const Quillo::Snapshot& snapshot, const std::function<void(const std::string&)>& leftOut)
       : snapshot_(snapshot), leftOut_(leftOut) {}
 
   // `take` returns null, or what is wrong with the record.
@@ -54,7 +54,7 @@ class StoreReader {
 };
 
 template <class PrefixType>
-void readRoutes(StoreReader& reader, SwitchState& state) {
+void copyRoutes(SnapshotTables& reader, SwitchState& state) {
   reader.read(Quillo::RouteRecord<PrefixType>::table, [&](const Quillo::Scan& scan) {
     using Record = Quillo::RouteRecord<PrefixType>;
     typename Record::Key key;
@@ -66,7 +66,7 @@ void readRoutes(StoreReader& reader, SwitchState& state) {
 }
 
 template <Vantu::Af family>
-void readNeighbours(StoreReader& reader, SwitchState& state) {
+void copyNeighbours(SnapshotTables& reader, SwitchState& state) {
   using Record = Quillo::ArpRecord<family>;
   reader.read(Record::table, [&](const Quillo::Scan& scan) {
     Arp::Table::ArpEntry entry;
@@ -103,7 +103,7 @@ class Batches {
 SwitchState switchFromStore(Quillo::Mount& mount, const std::function<void(const std::string&)>& leftOut) {
   SwitchState state;
   const auto snapshot = mount.snapshot();
-  StoreReader reader(snapshot, leftOut);
+  SnapshotTables reader(snapshot, leftOut);
   Varnix::TreeLoader loader(state.tree.root, state.tree.openDirs());
   reader.read(TableId::varnix, [&](const Quillo::Scan& scan) -> const char* {
     loader.loadDocument(std::string(scan.key()), scan.value());
@@ -112,10 +112,10 @@ SwitchState switchFromStore(Quillo::Mount& mount, const std::function<void(const
   while (loader.settle(1000)) {
   }
   loader.reportUnplaced();
-  readNeighbours<Vantu::ipv4_>(reader, state);
-  readNeighbours<Vantu::ipv6_>(reader, state);
-  readRoutes<Vantu::Prefix>(reader, state);
-  readRoutes<Vantu::Ip6Prefix>(reader, state);
+  copyNeighbours<Vantu::ipv4_>(reader, state);
+  copyNeighbours<Vantu::ipv6_>(reader, state);
+  copyRoutes<Vantu::Prefix>(reader, state);
+  copyRoutes<Vantu::Ip6Prefix>(reader, state);
   reader.read(TableId::fec, [&](const Quillo::Scan& scan) {
     Quillo::FecRecord::Key key;
     Quillo::Fib::Fec fec;
