@@ -84,6 +84,7 @@ class InterfaceReader : YamlFields {
       } else if (std::none_of(fields.begin(), fields.end(),
                               [&](const auto& field) { return field.first == name; })) {
         std::vector<std::string_view> names;
+        names.reserve(fields.size());
         for (const auto& field : fields) names.push_back(field.first);
         fail(node.items[at], path, fmt::format("'{}' is no counter", Varnix::escapeBytes(name)),
              fmt::format("the counters are {}", fmt::join(names, ", ")));

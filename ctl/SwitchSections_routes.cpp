@@ -75,6 +75,7 @@ class RouteReader : YamlFields {
                                    [&](const auto& known) { return known.name == proto->text; });
       if (at == Quillo::routeOrigins.end()) {
         std::vector<std::string_view> names;
+        names.reserve(Quillo::routeOrigins.size());
         for (const auto& known : Quillo::routeOrigins) names.push_back(known.name);
         fail(*proto, path + ".proto", fmt::format("'{}' is no protocol here", Varnix::escapeBytes(proto->text)),
              fmt::format("use {}", fmt::join(names, ", ")));

@@ -46,6 +46,7 @@ std::string viaText(const Via& via, Vantu::Af af) {
 
 std::string viasText(const std::vector<Via>& vias, Vantu::Af af) {
   std::vector<std::string> texts;
+  texts.reserve(vias.size());
   for (const auto& via : vias) texts.push_back(viaText(via, af));
   return fmt::format("[{}]", fmt::join(texts, ", "));
 }
