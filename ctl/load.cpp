@@ -60,14 +60,23 @@ std::string textOf(const std::string& file) {
   return text.str();
 }
 
+void block(std::initializer_list<int> signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : signals) sigaddset(&set, signal);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+}
+
 // The signals that end or reload. They are blocked, and wait in the kernel until take() asks.
 class Signals {
  public:
+  // A reload that is asked for early waits. SIGINT still ends the first reading, which may wait for standard input.
   Signals() {
+    block({SIGHUP});
     sigemptyset(&set_);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set_, signal);
-    sigprocmask(SIG_BLOCK, &set_, nullptr);
   }
+  static void blockStops() { block({SIGINT, SIGTERM}); }
   // The signal that came within the time; 0 for none.
   int take(const timespec& wait) const {
     const int signal = sigtimedwait(&set_, nullptr, &wait);
@@ -138,8 +147,9 @@ void reload(SwitchPublisher& publisher, const std::string& file) {
 }
 
 Exit load(const std::string& directory, const std::string& file, bool endsAtOnce) {
-  auto state = readSwitch(file, [] {});
   const Signals signals;
+  auto state = readSwitch(file, [] {});
+  Signals::blockStops();
   SwitchPublisher publisher({.directory = directory, .name = "quorinctl load", .onDamage = endAfterDamage});
   try {
     publish(publisher, state);
