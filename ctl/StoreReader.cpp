@@ -62,6 +62,13 @@ void StoreReader::noteDamage(Quillo::TableId table, Quillo::Bytes key, const std
 }
 
 Exit StoreReader::finish() {
+  const auto publisher = mount_->publisher();
+  if (!publisher.alive) {
+    fmt::print(stderr, "quorinctl: no publisher runs: this is the state of {}. See quorinctl status\n",
+               publisher.lastCommit > 0 ? timeText(publisher.lastCommit, false) : "an unknown time");
+  } else if (!mount_->snapshot().firstPassComplete()) {
+    fmt::print(stderr, "quorinctl: the store is not complete yet: {} is writing it\n", publisher.text());
+  }
   if (damage_.empty()) return Exit::ok;
   std::string names;
   for (std::size_t i = 0; i < std::min(damage_.size(), mostNamed); ++i) {

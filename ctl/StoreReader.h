@@ -47,7 +47,8 @@ class StoreReader {
   };
   void noteDamage(Quillo::TableId table, Quillo::Bytes key, const std::string& what);
   const std::vector<Damage>& damage() const { return damage_; }
-  // `ok`; or `warning`, after one line on standard error that names the damaged records.
+  // Writes a line to standard error if the contents are old or not complete, and one that names the damaged records.
+  // Returns `warning` when there are any, otherwise `ok`.
   Exit finish();
 
   // The documents as of the first call. Entities whose documents are damaged are missing.

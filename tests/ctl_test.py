@@ -258,6 +258,7 @@ class CtlTest(SystemCase):
             self.mirror.process.send_signal(signal.SIGCONT)
         self.mirror.stop()
         self.assertRegex(self.ctl("status", status=CRITICAL)[0], "^CRITICAL - no publisher runs")
+        self.assertIn("no publisher runs: this is the state of", self.ctl("routes")[1])
         self.assertEqual(self.rows("status", status=CRITICAL)["problems"][0]["severity"], "CRITICAL")
         with self.subTest("another user"):
             os.chmod(self.directory, 0o755)
