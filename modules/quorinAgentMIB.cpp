@@ -15,8 +15,8 @@ using Modules::column;
 Kel::TraceHandle agentMibTrace("AgentMib");
 Modules::Module agentMib("quorinAgentMIB", agentMibTrace, Modules::Module::Facts::own);
 
-constexpr const char* cachePath = "snmp/agentmib";
-const auto source = Modules::entitySource<AgentMib>(cachePath, nullptr);
+constexpr const char* agentMibPath = "snmp/agentmib";
+const auto agentMibSource = Modules::entitySource<AgentMib>(agentMibPath, nullptr);
 
 constexpr Modules::Conversion<Kel::Seconds> utcSecondsToDateAndTime{"UtcSecondsToDateAndTime",
                                                                     UtcSecondsToDateAndTimeF};
@@ -44,7 +44,7 @@ Modules::Scalar scalar(oid number, const char* name, unsigned char asnType, cons
       .identifier = Modules::enterpriseObject({4, 1, number}),
       .modes = HANDLER_CAN_RONLY,
       .priority = Modules::scalarPriority,
-      .source = source,
+      .source = agentMibSource,
       .attribute = attribute,
       .asnType = asnType,
       .conversion = conversion.name,
@@ -68,7 +68,7 @@ Modules::Scalar scalar(oid number, const char* name, unsigned char asnType, cons
 #define GAUGE(number, object, attr, unit)                             \
   scalar(number, object, ASN_GAUGE, #attr, Modules::u32ToAsnUnsigned, \
          [](const AgentMib& mib) { return gauge(static_cast<double>(mib.attr()) / (unit)); })
-#define COUNTER(number, object, attr)                                 \
+#define COUNTED(number, object, attr)                                 \
   scalar(number, object, ASN_COUNTER, #attr, Modules::u64ToCounter32, \
          [](const AgentMib& mib) { return std::uint64_t{mib.attr()}; })
 
@@ -83,7 +83,7 @@ const std::vector<Modules::Scalar> scalars{
     TRUTH(7, "quorinAgentServing", isServing),
     TRUTH(8, "quorinAgentStale", isStale),
     GAUGE(9, "quorinAgentStoreSize", storeBytes, 1024),
-    COUNTER(10, "quorinAgentDamage", damageCount),
+    COUNTED(10, "quorinAgentDamage", damageCount),
     scalar(11, "quorinAgentVrfs", ASN_GAUGE, "vrfTable", Modules::u32ToAsnUnsigned,
            [](const AgentMib& mib) { return gauge(static_cast<double>(mib.vrfTable().size())); }),
     GAUGE(12, "quorinAgentContexts", contexts, 1),
@@ -91,10 +91,17 @@ const std::vector<Modules::Scalar> scalars{
     GAUGE(14, "quorinAgentIpv6Routes", routes6, 1),
     GAUGE(15, "quorinAgentIpv4Neighbours", neighbours, 1),
     GAUGE(16, "quorinAgentIpv6Neighbours", neighbours6, 1),
-    COUNTER(17, "quorinAgentRequests", requests),
+    COUNTED(17, "quorinAgentRequests", requests),
     GAUGE(18, "quorinAgentLongestTurn", longestTurn, 1e-6)};
 
-struct VrfRows {
+#undef STATE
+#undef TRUTH
+#undef TIME
+#undef AGE
+#undef GAUGE
+#undef COUNTED
+
+struct AgentVrfRows {
   using Cache = AgentMib;
   using Row = AgentSnmp::VrfEntry;
   using Key = Snmp::String;
@@ -102,18 +109,18 @@ struct VrfRows {
   static const Key& key(const Row& row) { return row.vrfName(); }
 };
 
-const auto quorinAgentVrfTable = Modules::makeIteratorTable<Modules::OrderedWalker<VrfRows>>(
+const auto quorinAgentVrfTable = Modules::makeIteratorTable<Modules::OrderedWalker<AgentVrfRows>>(
     {.module = agentMib,
      .name = "quorinAgentVrfTable",
      .identifier = Modules::enterpriseObject({4, 1, 19}),
      .modes = HANDLER_CAN_RONLY,
-     .source = source},
+     .source = agentMibSource},
     Modules::Index(
         "Snmp::String", +[](const Snmp::String& name) { return name; },
         Modules::octetStringIndex<Snmp::String>(
             "quorinAgentVrfName", "vrfName", [](const Snmp::String& key) -> const Snmp::String& { return key; })),
-    {column<VrfRows::Row>(2, "quorinAgentVrfReadiness", ASN_INTEGER, Modules::s32ToAsnInteger, "readiness",
-                          [](const auto& row) { return int{row.readiness()}; })});
+    {column<AgentVrfRows::Row>(2, "quorinAgentVrfReadiness", ASN_INTEGER, Modules::s32ToAsnInteger, "readiness",
+                               [](const auto& row) { return int{row.readiness()}; })});
 
 // The scalars share a handler, which finds the one that a registration serves by its number.
 extern "C" int handle_quorinAgentScalar(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
