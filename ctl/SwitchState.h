@@ -23,7 +23,7 @@
 
 namespace Ctl {
 
-using Vrf::VrfIdMap::VrfId;
+using ::Vrf::VrfIdMap::VrfId;
 
 // The routes and FECs that the store holds under one VRF id.
 struct VrfTables {
