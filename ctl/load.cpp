@@ -12,7 +12,7 @@
 #include <sstream>
 
 #include "ctl/Commands.h"
-#include "ctl/Progress.h"
+#include "ctl/ProgressBar.h"
 #include "ctl/SwitchFile.h"
 #include "ctl/SwitchStore.h"
 #include "ctl/YamlText.h"
