@@ -98,7 +98,7 @@ Json AgentSocket::read(Kel::Seconds deadline) {
   }
 }
 
-std::string textOf(const Json& object, const char* name) {
+std::string fieldText(const Json& object, const char* name) {
   const auto at = object.find(name);
   return at == object.end() || at->is_null() ? "-"
          : at->is_string()                   ? nameText(at->get<std::string>())

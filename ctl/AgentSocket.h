@@ -31,7 +31,7 @@ class AgentSocket {
 };
 
 // Members of an answer for people. An agent of another version may lack them: "-", 0, false, an empty list.
-std::string textOf(const Json& object, const char* name);
+std::string fieldText(const Json& object, const char* name);
 double numberOf(const Json& object, const char* name);
 bool isTrue(const Json& object, const char* name);
 const Json& listOf(const Json& object, const char* name);

@@ -39,7 +39,7 @@ template <class PrefixType>
 constexpr bool isV6 = std::is_same_v<PrefixType, Vantu::Ip6Prefix>;
 
 template <class PrefixType>
-auto routingOf(StoreReader& store, const Vrf& vrf) {
+auto routingOf(StoreReader& store, const NamedVrf& vrf) {
   const auto& tree = store.tree();
   const Kel::Name name(vrf.name.stringValue());
   if constexpr (isV6<PrefixType>) {
@@ -182,7 +182,7 @@ bool isCounted(unsigned type) {
 }
 
 template <class PrefixType>
-RouteTypeName routeTypeName(StoreReader& store, const Vrf& vrf, const Quillo::BasicRoute<PrefixType>& route) {
+RouteTypeName routeTypeName(StoreReader& store, const NamedVrf& vrf, const Quillo::BasicRoute<PrefixType>& route) {
   const unsigned type = route.routeType.value();
   bool isNexthopGroup = route.isNexthopGroup;
   bool isPersistent = route.isPersistent;
@@ -200,8 +200,8 @@ template RouteTypeName routeTypeName<Vantu::Prefix>(unsigned, bool, bool);
 template RouteTypeName routeTypeName<Vantu::Ip6Prefix>(unsigned, bool, bool);
 template bool isCounted<Vantu::Prefix>(unsigned);
 template bool isCounted<Vantu::Ip6Prefix>(unsigned);
-template RouteTypeName routeTypeName(StoreReader&, const Vrf&, const Quillo::BasicRoute<Vantu::Prefix>&);
-template RouteTypeName routeTypeName(StoreReader&, const Vrf&, const Quillo::BasicRoute<Vantu::Ip6Prefix>&);
+template RouteTypeName routeTypeName(StoreReader&, const NamedVrf&, const Quillo::BasicRoute<Vantu::Prefix>&);
+template RouteTypeName routeTypeName(StoreReader&, const NamedVrf&, const Quillo::BasicRoute<Vantu::Ip6Prefix>&);
 
 const std::vector<Via>* NextHops::find(Quillo::Snapshot& snapshot, VrfId vrfId, Quillo::Fib::FecId fecId) {
   if (fecId == Quillo::Fib::FecId()) return nullptr;
@@ -225,7 +225,7 @@ const std::vector<Via>* NextHops::find(Quillo::Snapshot& snapshot, VrfId vrfId, 
   return &fec_.via;
 }
 
-std::string viaText(const Via& via) {
+std::string hopText(const Via& via) {
   return isDiscard(via) ? "discard" : via.hop.isZero() ? "on-link" : via.hop.stringValue();
 }
 

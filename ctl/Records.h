@@ -25,7 +25,7 @@ bool isCounted(unsigned type);
 
 // The same of a route in a VRF, whose configuration may say more.
 template <class PrefixType>
-RouteTypeName routeTypeName(StoreReader& store, const Vrf& vrf, const Quillo::BasicRoute<PrefixType>& route);
+RouteTypeName routeTypeName(StoreReader& store, const NamedVrf& vrf, const Quillo::BasicRoute<PrefixType>& route);
 
 // Reads the next hops of routes. Neighbouring routes often share them, so it remembers the last ones.
 class NextHops {
@@ -42,7 +42,7 @@ class NextHops {
 };
 
 // "10.0.0.1", "on-link", or "discard" for a via that leads nowhere.
-std::string viaText(const Quillo::Fib::Via& via);
+std::string hopText(const Quillo::Fib::Via& via);
 Json nextHopsJson(const std::vector<Quillo::Fib::Via>* vias, const L3::VrfName& vrf);
 
 // A decoded key: "route 10.0.0.0/8 in VRF red"; "key \x01..." if it cannot be decoded.

@@ -95,19 +95,19 @@ const Varnix::Tree& StoreReader::tree() {
   return *tree_;
 }
 
-const std::vector<Vrf>& StoreReader::vrfs() {
+const std::vector<NamedVrf>& StoreReader::vrfs() {
   if (!vrfs_.empty()) return vrfs_;
   for (const auto& [name, id] : tree().vrfNameStatus->vrfId()) vrfs_.push_back({name, id});
-  const auto order = [](const Vrf& vrf) {
+  const auto order = [](const NamedVrf& vrf) {
     const auto& text = vrf.name.stringValue();
     return std::tuple(!vrf.name.isDefault(), text.size(), std::string_view(text));
   };
-  std::sort(vrfs_.begin(), vrfs_.end(), [&](const Vrf& a, const Vrf& b) { return order(a) < order(b); });
+  std::sort(vrfs_.begin(), vrfs_.end(), [&](const NamedVrf& a, const NamedVrf& b) { return order(a) < order(b); });
   return vrfs_;
 }
 
 // Finds it by its bytes, or as nameText() writes them.
-const Vrf* StoreReader::find(const std::string& name) {
+const NamedVrf* StoreReader::find(const std::string& name) {
   for (const auto& vrf : vrfs()) {
     if (vrf.name.stringValue() == name || vrf.text() == name) return &vrf;
   }
@@ -118,9 +118,9 @@ bool StoreReader::isVrf(const std::string& name) {
   return find(name) != nullptr;
 }
 
-std::vector<Vrf> StoreReader::select(const std::string& name) {
+std::vector<NamedVrf> StoreReader::select(const std::string& name) {
   if (name.empty()) return vrfs();
-  if (const Vrf* vrf = find(name)) return {*vrf};
+  if (const NamedVrf* vrf = find(name)) return {*vrf};
   std::string known;
   for (const auto& vrf : vrfs()) known += (known.empty() ? "" : ", ") + vrf.text();
   throw Failure(Exit::unknown, fmt::format("there is no VRF '{}' in the store; there are: {}", nameText(name),

@@ -16,15 +16,16 @@
 
 namespace Ctl {
 
-struct Vrf {
+// A VRF that exists.
+struct NamedVrf {
   L3::VrfName name;
-  ::Vrf::VrfIdMap::VrfId id;
+  Vrf::VrfIdMap::VrfId id;
   std::string text() const { return nameText(name.stringValue()); }
 };
 
 class StoreReader {
  public:
-  using VrfId = ::Vrf::VrfIdMap::VrfId;
+  using VrfId = Vrf::VrfIdMap::VrfId;
 
   // Throws Failure when the store cannot be read.
   explicit StoreReader(const std::string& directory);
@@ -56,9 +57,9 @@ class StoreReader {
 
   // The existing VRFs in the order of SNMP indexes: the default one, then by the length of the name, then by its
   // bytes.
-  const std::vector<Vrf>& vrfs();
+  const std::vector<NamedVrf>& vrfs();
   // All of them for the empty name, or the one. Throws Failure, with the known names, when there is no such VRF.
-  std::vector<Vrf> select(const std::string& name);
+  std::vector<NamedVrf> select(const std::string& name);
   // The name of that id for people.
   std::string vrfText(VrfId id);
   // Whether a word names a VRF.
@@ -71,12 +72,12 @@ class StoreReader {
   VrfId fecVrf(VrfId id);
 
  private:
-  const Vrf* find(const std::string& name);
+  const NamedVrf* find(const std::string& name);
 
   Kel::Ptr<Quillo::Mount> mount_;
   std::vector<Damage> damage_;
   std::unique_ptr<Varnix::Tree> tree_;
-  std::vector<Vrf> vrfs_;
+  std::vector<NamedVrf> vrfs_;
 };
 
 // The name of an interface in a VRF: without the VRF's own prefix. "red/eth0" is "eth0" in VRF red.

@@ -31,8 +31,9 @@ Exit showContexts(const Options& options) {
     for (const auto& context : listOf(answer, "contexts")) {
       rows.add(
           [&] {
-            const auto name = textOf(context, "context");
-            return Rows::Cells{name.empty() ? "\"\"" : name, textOf(context, "vrf"), textOf(context, "state")};
+            const auto name = fieldText(context, "context");
+            return Rows::Cells{name.empty() ? "\"\"" : name, fieldText(context, "vrf"),
+                               fieldText(context, "state")};
           },
           [&] { return context; });
     }
@@ -50,7 +51,8 @@ Exit showTurns(const Options& options) {
     for (const auto& turn : turns) {
       rows.add(
           [&] {
-            return Rows::Cells{textOf(turn, "kind"), countText(static_cast<std::uint64_t>(numberOf(turn, "count"))),
+            return Rows::Cells{fieldText(turn, "kind"),
+                               countText(static_cast<std::uint64_t>(numberOf(turn, "count"))),
                                fmt::format("{:.3f}", 1000 * numberOf(turn, "p99")),
                                fmt::format("{:.3f}", 1000 * numberOf(turn, "longest"))};
           },
@@ -146,10 +148,10 @@ Exit trace(const Options& options, const std::string& object, const std::string&
         writeOut(jsonText(line) + "\n");
       } else if (line.contains("lost")) {
         fmt::print(stderr, "quorinctl: {} lines were lost: the agent traces faster than they are read\n",
-                   textOf(line, "lost"));
+                   fieldText(line, "lost"));
       } else {
-        writeOut(fmt::format("{}  {}/{}: {}\n", timeText(numberOf(line, "time"), true), textOf(line, "facility"),
-                             textOf(line, "level"), textOf(line, "text")));
+        writeOut(fmt::format("{}  {}/{}: {}\n", timeText(numberOf(line, "time"), true), fieldText(line, "facility"),
+                             fieldText(line, "level"), fieldText(line, "text")));
       }
       flushOut();
       ++lines;

@@ -57,7 +57,7 @@ class RouteList {
   RouteList(StoreReader& store, Rows& rows) : store_(store), rows_(rows), hops_(store) {}
 
   template <class PrefixType>
-  void list(const Vrf& vrf, const Filter& filter) {
+  void list(const NamedVrf& vrf, const Filter& filter) {
     const auto& wanted = filter.of<PrefixType>();
     if (!filter.isAll() && !wanted) return;
     if (!wanted || filter.isLonger) {
@@ -71,7 +71,7 @@ class RouteList {
  private:
   // All routes of the VRF, or those inside a prefix.
   template <class PrefixType>
-  void walk(const Vrf& vrf, const std::optional<PrefixType>& outer) {
+  void walk(const NamedVrf& vrf, const std::optional<PrefixType>& outer) {
     const auto from = outer ? Quillo::encodeKey<Quillo::RouteRecord<PrefixType>>({vrf.id, *outer}) : "";
     const auto visit = [&](Quillo::Snapshot& snapshot, const Quillo::Scan& scan) {
       typename Quillo::RouteRecord<PrefixType>::Key key;
@@ -90,7 +90,7 @@ class RouteList {
 
   // The longest of the prefixes that contain `wanted` and are not shorter than `least`.
   template <class PrefixType>
-  void find(const Vrf& vrf, const PrefixType& wanted, unsigned least) {
+  void find(const NamedVrf& vrf, const PrefixType& wanted, unsigned least) {
     auto snapshot = store_.mount()->snapshot();
     for (unsigned length = wanted.length() + 1; length-- > least;) {
       const PrefixType prefix(wanted.address(), length);
@@ -108,7 +108,7 @@ class RouteList {
   }
 
   template <class PrefixType>
-  void show(Quillo::Snapshot& snapshot, const Vrf& vrf, const PrefixType& prefix, Quillo::Bytes key,
+  void show(Quillo::Snapshot& snapshot, const NamedVrf& vrf, const PrefixType& prefix, Quillo::Bytes key,
             Quillo::Bytes value) {
     BasicRoute<PrefixType> route;
     if (const char* what = Quillo::decodeValue<Quillo::RouteRecord<PrefixType>>(value, route)) {
@@ -121,7 +121,7 @@ class RouteList {
     const auto hopCells = [&](std::size_t i) {
       if (!vias || vias->empty()) return std::pair<std::string, std::string>("-", "-");
       const auto& via = (*vias)[i];
-      return std::pair(viaText(via), via.intfId.empty() ? "-" : devOf(via.intfId, vrf.name));
+      return std::pair(hopText(via), via.intfId.empty() ? "-" : devOf(via.intfId, vrf.name));
     };
     rows_.add(
         [&] {
@@ -197,7 +197,7 @@ Exit listRoutes(const Options& options, const std::string& vrfName, const std::v
 
 // The counts of one VRF and IP version, as the FIB statistics have them: routes, and hosts that are neighbours.
 template <class PrefixType>
-std::map<std::string, std::uint64_t> countFib(StoreReader& store, const Vrf& vrf) {
+std::map<std::string, std::uint64_t> countFib(StoreReader& store, const NamedVrf& vrf) {
   std::map<std::string, std::uint64_t> counts;
   using RouteRecord = Quillo::RouteRecord<PrefixType>;
   const auto table = Quillo::RouteRecord<PrefixType>::table;
@@ -249,7 +249,7 @@ Exit countRoutes(const Options& options, const std::string& vrfName) {
   StoreReader store(options.store);
   const auto vrfs = store.select(vrfName);
   Rows rows(options, {{"VRF"}, {"FAMILY"}, {"TYPE"}, {"ROUTES", Rows::number}});
-  const auto add = [&](const Vrf& vrf, const char* family, const std::string& type, std::uint64_t count) {
+  const auto add = [&](const NamedVrf& vrf, const char* family, const std::string& type, std::uint64_t count) {
     rows.add(
         [&] {
           return Rows::Cells{vrf.text(), family, type, countText(count)};

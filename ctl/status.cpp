@@ -115,7 +115,7 @@ void askAgent(const Options& options, Picture& picture) {
 std::size_t readyContexts(const Picture& picture) {
   return static_cast<std::size_t>(std::count_if(
       picture.contexts.begin(), picture.contexts.end(),
-      [](const Json& context) { return context.is_object() && textOf(context, "state") == "ready"; }));
+      [](const Json& context) { return context.is_object() && fieldText(context, "state") == "ready"; }));
 }
 
 std::string agoText(const std::optional<Kel::Seconds>& time) {
@@ -176,7 +176,7 @@ std::vector<Problem> problemsOf(const Picture& picture, const std::string& direc
       problems.push_back({Exit::warning, "the agent is not ready: it waits for a complete store",
                           "see whether it reads this store: token and option --store of quorind"});
     }
-    if (const auto store = textOf(picture.agent, "store"); isElsewhere(store, directory)) {
+    if (const auto store = fieldText(picture.agent, "store"); isElsewhere(store, directory)) {
       problems.push_back({Exit::warning, "the agent reads another store: " + store,
                           "give quorinctl, quorind and quorin-mirrord the same --store"});
     }
@@ -265,8 +265,8 @@ void writeScreen(const Picture& picture, const std::vector<Problem>& problems, c
     line("Agent", "not reachable");
   } else {
     const auto& agent = picture.agent;
-    line("Agent", fmt::format("version {} (pid {}) is {}; {}, longest turn {:.1f} ms", textOf(agent, "version"),
-                              textOf(agent, "pid"),
+    line("Agent", fmt::format("version {} (pid {}) is {}; {}, longest turn {:.1f} ms", fieldText(agent, "version"),
+                              fieldText(agent, "pid"),
                               isTrue(agent, "stale")   ? "stale"
                               : isTrue(agent, "ready") ? "ready"
                                                        : "not ready",

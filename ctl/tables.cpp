@@ -16,8 +16,8 @@ namespace {
 using Vantu::IntfId;
 
 // An action that lists the objects of the VRFs that -V selects.
-Action listing(CLI::App& app, const Options& options, void (*list)(StoreReader&, const std::vector<Vrf>&, Rows&),
-               std::vector<Rows::Column> columns) {
+Action listing(CLI::App& app, const Options& options,
+               void (*list)(StoreReader&, const std::vector<NamedVrf>&, Rows&), std::vector<Rows::Column> columns) {
   auto vrf = std::make_shared<std::string>();
   addVrfOption(app, *vrf);
   return [&options, vrf, list, columns = std::move(columns)] {
@@ -45,7 +45,7 @@ struct Interface {
 };
 
 // The interfaces of a VRF in the order of ifIndex.
-std::vector<Interface> interfacesOf(StoreReader& store, const Vrf& vrf) {
+std::vector<Interface> interfacesOf(StoreReader& store, const NamedVrf& vrf) {
   std::vector<Interface> interfaces;
   for (const auto& [id, member] : store.tree().l3StatusDir->intfStatus()) {
     if (member->vrf() != vrf.name) continue;
@@ -60,7 +60,7 @@ std::vector<Interface> interfacesOf(StoreReader& store, const Vrf& vrf) {
 
 // ---- vrfs
 
-void listVrfs(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
+void listVrfs(StoreReader& store, const std::vector<NamedVrf>& vrfs, Rows& rows) {
   const auto& tree = store.tree();
   std::map<L3::VrfName, std::size_t> interfaces;
   for (const auto& [id, member] : tree.l3StatusDir->intfStatus()) ++interfaces[member->vrf()];
@@ -149,7 +149,7 @@ std::string prefixText(const Address& address) {
   return fmt::format("{}/{}", address.address.stringValue(), address.length);
 }
 
-void listAddresses(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
+void listAddresses(StoreReader& store, const std::vector<NamedVrf>& vrfs, Rows& rows) {
   for (const auto& vrf : vrfs) {
     std::vector<std::pair<Address, Interface>> all;
     for (const auto& interface : interfacesOf(store, vrf)) {
@@ -179,7 +179,7 @@ void listAddresses(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows)
 
 // ---- interfaces
 
-void listInterfaces(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
+void listInterfaces(StoreReader& store, const std::vector<NamedVrf>& vrfs, Rows& rows) {
   for (const auto& vrf : vrfs) {
     for (const auto& interface : interfacesOf(store, vrf)) {
       const auto status = store.tree().intfStatusDir->intfStatus(interface.id);
@@ -212,7 +212,7 @@ void listInterfaces(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows
 using Neighbours = std::map<std::pair<std::uint32_t, Arp::Table::ArpKey>, Arp::Table::ArpEntry>;
 
 template <Vantu::Af family>
-void readNeighbours(StoreReader& store, const Vrf& vrf, Neighbours& neighbours) {
+void readNeighbours(StoreReader& store, const NamedVrf& vrf, Neighbours& neighbours) {
   using Record = Quillo::ArpRecord<family>;
   store.scan(Record::table, Quillo::vrfKey(vrf.id), "", [&](const auto&, const Quillo::Scan& scan) {
     Arp::Table::ArpEntry entry;
@@ -226,7 +226,7 @@ void readNeighbours(StoreReader& store, const Vrf& vrf, Neighbours& neighbours) 
   });
 }
 
-void listNeighbours(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
+void listNeighbours(StoreReader& store, const std::vector<NamedVrf>& vrfs, Rows& rows) {
   for (const auto& vrf : vrfs) {
     Neighbours entries;
     readNeighbours<Vantu::ipv4_>(store, vrf, entries);
@@ -249,7 +249,7 @@ void listNeighbours(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows
 
 // ---- counters
 
-void listCounters(StoreReader& store, const std::vector<Vrf>& vrfs, Rows& rows) {
+void listCounters(StoreReader& store, const std::vector<NamedVrf>& vrfs, Rows& rows) {
   const auto& tree = store.tree();
   for (const auto& vrf : vrfs) {
     for (const auto& interface : interfacesOf(store, vrf)) {
