@@ -2,6 +2,8 @@
 
 import contextlib
 import os
+import pathlib
+import re
 import resource
 import shutil
 import signal
@@ -144,6 +146,11 @@ class QuorindTest(unittest.TestCase):
             done = self.run_tool(QUORIND, option)
             self.assertEqual(done.returncode, 0)
             self.assertIn(text, done.stdout + done.stderr)
+        settings = re.findall(r"^ +(quorin\w+) ", done.stdout + done.stderr, re.MULTILINE)
+        docs = pathlib.Path(__file__).parents[2] / "docs"
+        for page, mark in (("configuration.md", "`"), ("man/quorind.conf.5.scd", "*")):
+            text = read_file(docs / page)
+            self.assertEqual([name for name in settings if f"{mark}{name}{mark}" not in text], [], page)
 
     def test_no_client_of_a_stream_silences_udp(self):
         tcp = ("127.0.0.1", int(self.address.rpartition(":")[2]))
