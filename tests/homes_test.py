@@ -259,6 +259,16 @@ class SubagentTest(StockHome, SnmpdCase):
         self.assertTrue(self.is_served_by_us())
         self.assertNotIn("re-opened", self.home.output())
 
+    def test_leaves_the_users_of_an_agent_alone(self):
+        state = os.path.join(self.directory, "state-quorind", "quorind.conf")
+        os.mkdir(os.path.dirname(state))
+        users = self.write_file(state, "usmUser 1 3 0x80001f 0x616c NULL .1.3.6.1.6.3.10.1.1.2 0x00 "
+                                       ".1.3.6.1.6.3.10.1.2.2 0x00 \"\"\n")
+        before = read_file(users)
+        self.start_home()
+        self.assertEqual(self.home.stop(), 0)
+        self.assertEqual((read_file(users), "Unknown token" in self.home.output()), (before, False))
+
     def test_options_that_make_no_sense_are_refused(self):
         for options, text in ((("udp:127.0.0.1:1161",), "a subagent (-X) does not listen"), (("-x", ""), "-x is empty")):
             agent = self.start_subagent(*options)

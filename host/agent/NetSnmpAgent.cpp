@@ -151,6 +151,10 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_TIMEOUT, -1);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_RETRIES, -1);
   netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_CACHE_TIMEOUT, 5);
+  if (options.isSubagent) {
+    // It has neither users nor an engine of its own, and would erase those of an agent that has the same directory.
+    set_persistent_directory(fmt::format("{}/subagent", get_persistent_directory()).c_str());
+  }
   // Do not log each datagram by default.
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS, 1);
   // The library would open the port of SMUX (RFC 1227), a protocol without a use here.
