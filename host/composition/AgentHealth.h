@@ -37,9 +37,10 @@ class AgentHealth {
 
   // Whether the state database holds a complete pass of a publisher.
   void readyIs(bool isReady);
+  // Brings the agent's state up to date.
+  void look();
 
  private:
-  void look();
   void lookAtPublisher();
   void lookAtStore();
   void lookAtVrfs();

@@ -61,7 +61,7 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
       health_(scheduler_, {follower_.mount(), follower_.tree().allVrfStatusLocal, vrfContexts_, loop.turns()},
               tree_.snmpStatus()->agentStatus(), tree_.agentMib()),
       notifications_(Kel::makePtr<AgentNotifications>(tree_.agentMib())),
-      control_(loop, scheduler_, {storeDirectory, tree_.agentMib(), loop.turns()}),
+      control_(loop, scheduler_, {storeDirectory, tree_.agentMib(), loop.turns(), [this] { health_.look(); }}),
       readyWatcher_(Kel::makePtr<ReadyWatcher>(health_)) {
   readyWatcher_->notifierIs(follower_.manager());
   scheduler_->setRequestPredicate([&loop] { return loop.requestWaiting(); });

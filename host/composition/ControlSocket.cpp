@@ -250,8 +250,10 @@ void ControlSocket::answer(Client& client, const std::string& line) {
   } else if (!json.is_object() || request == json.end() || !request->is_string()) {
     result = errorOf(std::string("the line names no request; ") + known);
   } else if (*request == "status") {
+    sources_.refresh();
     result = statusOf(sources_.storeDirectory, *sources_.mib);
   } else if (*request == "contexts") {
+    sources_.refresh();
     result = contextsOf(*sources_.mib);
   } else if (*request == "turns") {
     result = turnsOf(sources_.turns);

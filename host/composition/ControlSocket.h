@@ -8,6 +8,7 @@
 // agent's time or memory: there are at most `mostClients`, lines of at most `longestLine` bytes, and a client that
 // reads too slowly loses trace lines, or its connection.
 
+#include <functional>
 #include <list>
 #include <optional>
 #include <string>
@@ -30,6 +31,7 @@ class ControlSocket {
     std::string storeDirectory;
     Kel::Ptr<const AgentSnmp::AgentMib> mib;
     const Turns& turns;
+    std::function<void()> refresh;  // brings `mib` up to date
   };
 
   // Opens nothing yet. Lifetime: `loop`, and the references in `sources`, outlive this object.
