@@ -16,7 +16,8 @@ CONTRIB = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__)
 AGENT = "127.0.0.1:1161"
 MODULES = {None: "quorin_vrf", "red": "quorin_vrf_red", "blue": "quorin_vrf_blue"}
 # What the examples in access.yml ask with.
-ACCESS = ("com2sec -Cn red all default red-secret", "createUser alice SHA 'a long pass phrase' AES 'another pass phrase'")
+ACCESS = ("com2sec -Cn red all default red-secret",
+          "createUser alice SHA 'a long pass phrase' AES 'another pass phrase'")
 FAMILIES = {1: "ipv4", 2: "ipv6"}
 TYPES = {CONNECTED: "connected", STATIC_ROUTE: "static", BGP: "bgp", ATTACHED: "attached"}
 SAMPLE = re.compile(r"(\w+)(?:\{(.*)\})? (\S+)")
@@ -107,8 +108,9 @@ class MonitoringTest(SystemCase):
         return {result["metric"]["alertname"] for result in self.query("ALERTS")}
 
     def check_publisher(self):
-        return self.namespace.run(installed("check_snmp"), "-H", "127.0.0.1", "-p", "1161", "-P", "2c", "-C", "public",
-                                  "-o", "1.3.6.1.4.1.32473.4.1.1.0", "-c", "2:2", "-l", "publisher", check=False).returncode
+        return self.namespace.run(
+            installed("check_snmp"), "-H", "127.0.0.1", "-p", "1161", "-P", "2c", "-C", "public", "-o",
+            "1.3.6.1.4.1.32473.4.1.1.0", "-c", "2:2", "-l", "publisher", check=False).returncode
 
     def test_alerts_dashboard_and_plugin(self):
         text = read_file(os.path.join(CONTRIB, "prometheus", "prometheus.yml"))
@@ -130,10 +132,10 @@ class MonitoringTest(SystemCase):
         self.assertNotIn("QuorinPublisherNotAlive", self.alerts())
         self.assertEqual(self.check_publisher(), 0)
         self.mirror.kill()
-        eventually(lambda: "QuorinPublisherNotAlive" in self.alerts(), "no alert when the mirror was killed", interval=0.2)
+        eventually(lambda: "QuorinPublisherNotAlive" in self.alerts(), "no alert for a killed mirror", interval=0.2)
         self.assertEqual(self.check_publisher(), 2)
         self.agent.kill()
-        eventually(lambda: "QuorinAgentDown" in self.alerts(), "no alert when the agent was killed", interval=0.2)
+        eventually(lambda: "QuorinAgentDown" in self.alerts(), "no alert for a killed agent", interval=0.2)
 
 
 if __name__ == "__main__":
