@@ -12,12 +12,14 @@
 namespace AgentSnmp {
 
 enum PublisherState : int {
-  publisherNone = 1,    // none was seen since the agent started, and there is no store
-  publisherAlive = 2,   // it runs and reports once a second
-  publisherSilent = 3,  // it runs, but has not reported for a while: it hangs or is stopped
-  publisherGone = 4     // it has ended
+  publisherNone = 1,     // none was seen since the agent started, and there is no store
+  publisherAlive = 2,    // it runs and reports once a second
+  publisherSilent = 3,   // it runs, but has not reported for a while: it hangs or is stopped
+  publisherGone = 4,     // it has ended
+  publisherStarting = 5  // it runs and reports, but has not published everything yet
 };
-BOOST_DESCRIBE_ENUM(PublisherState, publisherNone, publisherAlive, publisherSilent, publisherGone)
+BOOST_DESCRIBE_ENUM(PublisherState, publisherNone, publisherAlive, publisherSilent, publisherGone,
+                    publisherStarting)
 
 inline std::ostream& operator<<(std::ostream& out, PublisherState state) {
   return out << Kel::enumName(state);
@@ -49,8 +51,8 @@ class AgentMib : public Kel::Entity {
   KEL_NAMED(AgentMib, Kel::Entity)
 
   KEL_STORED(AgentSnmp::PublisherState, publisherState, PublisherState, publisherNone)
-  KEL_STORED(Kel::String, publisherName, PublisherName, )  // empty if none runs
-  KEL_STORED(std::uint32_t, publisherPid, PublisherPid, 0)
+  KEL_STORED(Kel::String, publisherName, PublisherName, )   // of the latest one
+  KEL_STORED(std::uint32_t, publisherPid, PublisherPid, 0)  // 0 if none runs
   KEL_STORED(Kel::Seconds, publisherStarted, PublisherStarted, 0)
   KEL_STORED(Kel::Seconds, publisherLastSeen, PublisherLastSeen, 0)
   KEL_STORED(Kel::Seconds, lastCommit, LastCommit, 0)

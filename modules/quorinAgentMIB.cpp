@@ -26,8 +26,10 @@ unsigned gauge(double value) {
   return static_cast<unsigned>(std::clamp(value, 0.0, 4294967295.0));
 }
 
+// The highest Gauge32 if the time is unknown.
 unsigned secondsSince(Kel::Seconds time) {
-  return gauge(time == 0 ? 0 : static_cast<double>(std::time(nullptr)) - time);
+  constexpr double unknown = 4294967295.0;
+  return gauge(time == 0 ? unknown : static_cast<double>(std::time(nullptr)) - time);
 }
 
 int truthValue(bool value) {

@@ -96,8 +96,8 @@ class MonitoringTest(SystemCase):
             self.vrfs.namespaces.get(name, self.namespace), self.vrf_id(name))}
         self.expect(lambda: set(self.scrape("quorin")["quorinIpIfStatsInOctets"]), lambda: interfaces, "interfaces")
         metrics = self.scrape("quorin")
-        states = {state: metrics["quorinAgentPublisherState"][state,] for state in ("none", "alive", "silent", "gone")}
-        self.assertEqual(states, {"none": 0, "alive": 1, "silent": 0, "gone": 0})
+        states = {state: metrics["quorinAgentPublisherState"][state,] for state in ("none", "alive", "silent", "gone", "starting")}
+        self.assertEqual(states, {"none": 0, "alive": 1, "silent": 0, "gone": 0, "starting": 0})
         self.assertEqual(metrics["quorinAgentPublisherName"], {("quorin-mirrord",): 1})
 
     def query(self, expression):

@@ -7,12 +7,15 @@
 
 #include "host/composition/AgentLog.h"
 #include "host/composition/Turns.h"
+#include "kel/Trace.h"
 #include "snmp/Config.h"
 #include "snmp/Facts.h"
 
 namespace Host {
 
 using AgentSnmp::PublisherState;
+
+static Kel::TraceHandle agentHealthTrace("AgentHealth");
 
 namespace {
 
@@ -28,6 +31,7 @@ AgentHealth::AgentHealth(const Kel::Ptr<Brev::TaskScheduler>& scheduler, Sources
     : sources_(std::move(sources)),
       status_(std::move(status)),
       mib_(std::move(mib)),
+      notifications_(mib_, sources_.mount->directory()),
       timer_(Kel::makePtr<Brev::TimerTask>(scheduler, "agent health", healthPriority,
                                            [this](Brev::Task&) { look(); })) {
   look();
@@ -45,58 +49,11 @@ void AgentHealth::readyIs(bool isReady) {
 }
 
 void AgentHealth::look() {
-  lookAtPublisher();
   lookAtStore();
+  lookAtPublisher();
   lookAtVrfs();
   decide();
-}
-
-void AgentHealth::lookAtPublisher() {
-  const auto publisher = sources_.mount->publisher();
-  const auto now = Kel::System::currentTime();
-  if (publisher.lastSeen != lastSeen_) {
-    // The first time may be long ago. Both clocks are the system's, so steps of the clock do not matter later.
-    const auto age = noticed_ ? 0 : static_cast<Kel::Seconds>(std::time(nullptr)) - publisher.lastSeen;
-    noticed_ = now - std::max(age, 0.0);
-    lastSeen_ = publisher.lastSeen;
-  }
-  const auto before = mib_->publisherState();
-  const auto state = stateOf(publisher, noticed_ ? now - *noticed_ : 0);
-  if (publisher.alive) lastPublisher_ = publisher.text();
-  mib_->publisherNameIs(publisher.name);
-  mib_->publisherPidIs(static_cast<std::uint32_t>(publisher.pid));
-  mib_->publisherStartedIs(publisher.started);
-  mib_->publisherLastSeenIs(publisher.lastSeen);
-  mib_->lastCommitIs(publisher.lastCommit);
-  if (state != before) report(before, state);
-  mib_->publisherStateIs(state);
-}
-
-PublisherState AgentHealth::stateOf(const Quillo::PublisherInfo& publisher, Kel::Seconds silence) const {
-  if (publisher.alive) return silence > longestSilence ? AgentSnmp::publisherSilent : AgentSnmp::publisherAlive;
-  const bool wasSeen = publisher.lastSeen != 0 || mib_->publisherState() != AgentSnmp::publisherNone;
-  return wasSeen ? AgentSnmp::publisherGone : AgentSnmp::publisherNone;
-}
-
-void AgentHealth::report(PublisherState before, PublisherState now) const {
-  const auto who = lastPublisher_.empty() ? "the publisher" : "the publisher " + lastPublisher_;
-  const auto& directory = sources_.mount->directory();
-  switch (now) {
-    case AgentSnmp::publisherGone:
-      logError("{} of the store {} has ended; what it wrote is served as it was. Start quorin-mirrord again", who,
-               directory);
-      break;
-    case AgentSnmp::publisherSilent:
-      logError(
-          "{} of the store {} has not reported for {} s: it hangs or is stopped; what it wrote is served as it "
-          "was. "
-          "Restart quorin-mirrord",
-          who, directory, static_cast<unsigned>(longestSilence));
-      break;
-    default:
-      if (before != AgentSnmp::publisherNone) logInfo("{} of the store {} is back", who, directory);
-      break;
-  }
+  notifications_.announce();
 }
 
 void AgentHealth::lookAtStore() {
@@ -113,13 +70,49 @@ void AgentHealth::lookAtStore() {
     mib_->routes6Is(count(Quillo::TableId::route6));
     mib_->neighboursIs(count(Quillo::TableId::arp));
     mib_->neighbours6Is(count(Quillo::TableId::neighbor));
-    mib_->storeBytesIs(sources_.mount->usedBytes());
+    const auto sizes = snapshot->sizes();
+    mib_->storeBytesIs(sizes.recordBytes + sizes.journalBytes + sizes.tombstoneBytes);
     if (const auto pass = snapshot->completePass()) mib_->lastPassIs(pass->time);
   } catch (const Pesk::CorruptionDetectedException& damage) {
     sources_.mount->corruptionDetected(damage);
   } catch (const Quillo::StoreException&) {
     return;  // the follower reports why, and the figures stay
   }
+}
+
+void AgentHealth::lookAtPublisher() {
+  const auto publisher = sources_.mount->publisher();
+  if (publisher.isUnknown) {
+    QTRACE(agentHealthTrace, 0) << "cannot see whether a publisher of " << sources_.mount->directory()
+                                << " runs; let the agent read its file doorbell, and leave it descriptors";
+    return;
+  }
+  const auto now = Kel::System::currentTime();
+  const bool hasPublished = mib_->lastPass() != 0 && mib_->lastPass() >= publisher.started;
+  if (publisher.alive && mib_->publisherLastSeen() != 0 && publisher.lastSeen != mib_->publisherLastSeen()) {
+    reported_ = now;
+    if (hasPublished) vouched_ = now;
+  }
+  if (!vouched_ && publisher.lastSeen != 0) {
+    // Both times are by the system's clock, so its steps do not matter later.
+    vouched_ = now - std::max(0.0, static_cast<Kel::Seconds>(std::time(nullptr)) - publisher.lastSeen);
+    if (!reported_) reported_ = vouched_;
+  }
+  if (!publisher.name.empty()) mib_->publisherNameIs(publisher.name);
+  if (publisher.lastSeen != 0) mib_->publisherLastSeenIs(publisher.lastSeen);
+  if (publisher.lastCommit != 0) mib_->lastCommitIs(publisher.lastCommit);
+  mib_->publisherPidIs(static_cast<std::uint32_t>(publisher.pid));
+  mib_->publisherStartedIs(publisher.started);
+  mib_->publisherStateIs(stateOf(publisher, hasPublished));
+}
+
+PublisherState AgentHealth::stateOf(const Quillo::PublisherInfo& publisher, bool hasPublished) const {
+  if (!publisher.alive) {
+    const bool wasSeen = reported_ || mib_->publisherLastSeen() != 0;
+    return wasSeen ? AgentSnmp::publisherGone : AgentSnmp::publisherNone;
+  }
+  if (reported_ && Kel::System::currentTime() - *reported_ > longestSilence) return AgentSnmp::publisherSilent;
+  return hasPublished ? AgentSnmp::publisherAlive : AgentSnmp::publisherStarting;
 }
 
 // The default VRF exists without a status record.
@@ -142,9 +135,8 @@ void AgentHealth::lookAtVrfs() {
 
 void AgentHealth::decide() {
   const auto staleAfter = Snmp::currentConfig()->staleAfter();
-  const bool isAway = mib_->publisherState() != AgentSnmp::publisherAlive;
-  const auto age = noticed_ ? Kel::System::currentTime() - *noticed_ : 0;
-  const bool isStale = staleAfter != 0 && isAway && age > staleAfter;
+  const auto age = vouched_ ? Kel::System::currentTime() - *vouched_ : 0;
+  const bool isStale = staleAfter != 0 && age > staleAfter;
   if (isStale != mib_->isStale()) {
     if (isStale) {
       logError("what the publisher wrote is older than {} s (quorinStaleAfter) and is not answered any more",

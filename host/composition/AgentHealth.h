@@ -1,13 +1,16 @@
 #pragma once
 // Watches the publisher and the store, and keeps the agent's own state (agentstate/AgentMib.h) current: once a second,
-// and at once when the state database becomes ready.
+// and at once when the state database becomes ready or quorinctl asks.
 //
-// - Logs one line when the publisher goes, hangs, or is back.
-// - Decides whether what a publisher wrote is answered (snmp/Facts.h): after the first complete pass, until a publisher
-//   that has gone or hangs has been away for longer than quorinStaleAfter.
+// - Announces in the log and by notifications what changes (AgentNotifications.h).
+// - Decides whether what a publisher wrote is answered (snmp/Facts.h): after the first complete pass, until no publisher
+//   that has completed its own pass has reported for longer than quorinStaleAfter.
+
+#include <optional>
 
 #include "agentstate/AgentMib.h"
 #include "brev/TimerTask.h"
+#include "host/composition/AgentNotifications.h"
 #include "host/composition/VrfContexts.h"
 #include "quillo/Mount.h"
 #include "varnix/AgentStatus.h"
@@ -41,19 +44,19 @@ class AgentHealth {
   void look();
 
  private:
-  void lookAtPublisher();
   void lookAtStore();
+  void lookAtPublisher();
   void lookAtVrfs();
   void decide();
-  AgentSnmp::PublisherState stateOf(const Quillo::PublisherInfo& publisher, Kel::Seconds silence) const;
-  void report(AgentSnmp::PublisherState before, AgentSnmp::PublisherState now) const;
+  AgentSnmp::PublisherState stateOf(const Quillo::PublisherInfo& publisher, bool hasPublished) const;
 
   const Sources sources_;
   const Kel::Ptr<Snmp::AgentStatus> status_;
   const Kel::Ptr<AgentSnmp::AgentMib> mib_;
-  Kel::String lastPublisher_;            // its text, also after its end
-  Kel::Seconds lastSeen_ = 0;            // as the publisher wrote it, by the system's clock
-  std::optional<Kel::Seconds> noticed_;  // when lastSeen_ last changed, by our clock
+  AgentNotifications notifications_;
+  // By our clock: when a publisher last reported, and when one did that had completed its own pass. None yet: no
+  // publisher was seen.
+  std::optional<Kel::Seconds> reported_, vouched_;
   Kel::Ptr<Brev::TimerTask> timer_;
 };
 

@@ -7,7 +7,11 @@
 
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "host/composition/AgentLog.h"
+#include "kel/System.h"
 
 namespace Host {
 
@@ -22,7 +26,11 @@ constexpr oid publisherNameObject = 2;
 constexpr oid damageObject = 10;
 constexpr oid changedVrfObject = 20;
 
+constexpr Kel::Seconds startPause = 5;
+constexpr Kel::Seconds publisherPause = 10;
 constexpr Kel::Seconds damagePause = 60;
+constexpr Kel::Seconds vrfPause = 1;
+constexpr unsigned mostVrfs = 10;  // notifications of VRFs after one pause
 
 Name agentObject(std::initializer_list<oid> below) {
   Name name{1, 3, 6, 1, 4, 1, QUORIN_ENTERPRISE, 4};
@@ -62,31 +70,84 @@ class Variables {
 
 }  // namespace
 
-AgentNotifications::AgentNotifications(const Kel::Ptr<AgentSnmp::AgentMib>& mib) : before_(mib->publisherState()) {
-  notifierIs(mib);
+AgentNotifications::AgentNotifications(Kel::Ptr<const AgentSnmp::AgentMib> mib, std::string storeDirectory)
+    : mib_(std::move(mib)),
+      storeDirectory_(std::move(storeDirectory)),
+      begins_(Kel::System::currentTime() + startPause) {
 }
 
-void AgentNotifications::handlePublisherState() {
-  const auto now = notifier()->publisherState();
-  const auto before = std::exchange(before_, now);
-  const bool isAlive = now == AgentSnmp::publisherAlive;
-  if (isAlive && before == AgentSnmp::publisherNone) return;  // it is the first one
-  Variables(isAlive ? publisherBack : publisherLost)
-      .number(publisherStateObject, ASN_INTEGER, now)
-      .text(publisherNameObject, notifier()->publisherName())
+void AgentNotifications::announce() {
+  const auto now = Kel::System::currentTime();
+  if (!areVrfsKnown_ && mib_->isServing()) {
+    for (const auto& [vrf, entry] : mib_->vrfTable()) vrfs_.insert(vrf);
+    areVrfsKnown_ = true;
+  }
+  if (now < begins_) return;
+  announcePublisher(now);
+  announceDamage(now);
+  announceVrfs(now);
+}
+
+void AgentNotifications::announcePublisher(Kel::Seconds now) {
+  const auto state = mib_->publisherState();
+  const bool isLost = state == AgentSnmp::publisherGone || state == AgentSnmp::publisherSilent;
+  const bool isBack = state == AgentSnmp::publisherAlive;
+  const auto before = std::exchange(pid_, isBack ? mib_->publisherPid() : pid_);
+  if (isBack && !isLost_ && before != 0 && before != pid_) {
+    logInfo("{} (pid {}) publishes the store {} in place of pid {}", mib_->publisherName(), pid_, storeDirectory_,
+            before);
+  }
+  if ((isLost_ ? !isBack : !isLost) || now < nextPublisher_) return;
+  nextPublisher_ = now + publisherPause;
+  isLost_ = isLost;
+  logPublisher(isLost);
+  Variables(isLost ? publisherLost : publisherBack)
+      .number(publisherStateObject, ASN_INTEGER, state)
+      .text(publisherNameObject, mib_->publisherName())
       .send();
 }
 
-void AgentNotifications::handleDamageCount() {
-  const auto now = Kel::System::currentTime();
-  if (notifier()->damageCount() == 0 || now < nextDamage_) return;
-  nextDamage_ = now + damagePause;
-  Variables(damageMet).number(damageObject, ASN_COUNTER, static_cast<unsigned>(notifier()->damageCount())).send();
+void AgentNotifications::logPublisher(bool isLost) const {
+  const auto name = mib_->publisherName().empty() ? "the publisher" : mib_->publisherName();
+  if (!isLost) {
+    logInfo("{} (pid {}) publishes the store {} again", name, mib_->publisherPid(), storeDirectory_);
+  } else if (mib_->publisherState() == AgentSnmp::publisherSilent) {
+    logError(
+        "{} (pid {}) does not report to the store {}: it hangs or is stopped; what it wrote is served as it was. "
+        "Restart it",
+        name, mib_->publisherPid(), storeDirectory_);
+  } else {
+    logError("{}, which published the store {}, has ended; what it wrote is served as it was. Start it again", name,
+             storeDirectory_);
+  }
 }
 
-void AgentNotifications::handleVrfTable(const Snmp::String& vrf) {
-  if (!notifier()->isServing()) return;
-  Variables(notifier()->vrfTable(vrf) ? vrfCame : vrfWent).text(changedVrfObject, vrf.raw()).send();
+void AgentNotifications::announceDamage(Kel::Seconds now) {
+  if (mib_->damageCount() == damage_ || now < nextDamage_) return;
+  damage_ = mib_->damageCount();
+  nextDamage_ = now + damagePause;
+  Variables(damageMet).number(damageObject, ASN_COUNTER, static_cast<unsigned>(damage_)).send();
+}
+
+void AgentNotifications::announceVrfs(Kel::Seconds now) {
+  if (!mib_->isServing() || now < nextVrfs_) return;
+  nextVrfs_ = now + vrfPause;
+  unsigned room = mostVrfs;
+  const auto note = [&](Notification what, const Snmp::String& vrf) {
+    if (room == 0) return false;
+    --room;
+    Variables(what).text(changedVrfObject, vrf.raw()).send();
+    return true;
+  };
+  for (auto at = vrfs_.begin(); at != vrfs_.end();) {
+    const auto vrf = at++;
+    if (!mib_->vrfTable(*vrf) && note(vrfWent, *vrf)) vrfs_.erase(vrf);
+  }
+  if (vrfs_.size() != mib_->vrfTable().size()) {
+    for (const auto& [vrf, entry] : mib_->vrfTable()) {
+      if (!vrfs_.contains(vrf) && note(vrfCame, vrf)) vrfs_.insert(vrf);
+    }
+  }
 }
 
 }  // namespace Host

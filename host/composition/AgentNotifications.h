@@ -1,25 +1,47 @@
 #pragma once
-// Sends the notifications of QUORIN-AGENT-MIB to net-snmp's receivers (trap2sink, informsink, trapsess; a subagent's
-// go to its master): publisher lost and back, damage met, a VRF came or went.
+// Announces changes of the agent's state: in the log, and by the notifications of QUORIN-AGENT-MIB to net-snmp's
+// receivers (trap2sink, informsink, trapsess; a subagent's go to its master).
 //
-// VRFs that exist when the first complete pass is in do not count as new. Damage is notified at most once a minute.
+// - The publisher is lost (it has ended, or hangs) or back (it has published everything again). What lasts for less
+//   than ten seconds after the announcement before it may never be announced.
+// - Damage was met: at most once a minute.
+// - VRFs that came or went since the first complete pass: at most ten in a second, the others later. One that came and
+//   went in between is not announced.
+//
+// Notifications begin five seconds after the start, when a subagent has found its master. A publisher that is lost at
+// the start is announced too.
+
+#include <set>
 
 #include "agentstate/AgentMib.h"
 
 namespace Host {
 
-class AgentNotifications : public AgentSnmp::AgentMib::Notifiee {
+class AgentNotifications {
  public:
-  // Requires: net-snmp's agent exists while a notification may be sent.
-  explicit AgentNotifications(const Kel::Ptr<AgentSnmp::AgentMib>& mib);
+  // Requires: net-snmp's agent exists while announce() is called.
+  AgentNotifications(Kel::Ptr<const AgentSnmp::AgentMib> mib, std::string storeDirectory);
 
-  void handlePublisherState() override;
-  void handleDamageCount() override;
-  void handleVrfTable(const Snmp::String& vrf) override;
+  // Compares the state with what was announced. Call it once a second.
+  void announce();
 
  private:
-  AgentSnmp::PublisherState before_;
+  void announcePublisher(Kel::Seconds now);
+  void logPublisher(bool isLost) const;
+  void announceDamage(Kel::Seconds now);
+  void announceVrfs(Kel::Seconds now);
+
+  const Kel::Ptr<const AgentSnmp::AgentMib> mib_;
+  const std::string storeDirectory_;
+  Kel::Seconds begins_;
+  bool isLost_ = false;
+  std::uint32_t pid_ = 0;
+  Kel::Seconds nextPublisher_ = 0;
+  std::uint64_t damage_ = 0;
   Kel::Seconds nextDamage_ = 0;
+  bool areVrfsKnown_ = false;
+  std::set<Snmp::String> vrfs_;
+  Kel::Seconds nextVrfs_ = 0;
 };
 
 }  // namespace Host

@@ -60,7 +60,6 @@ Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
       vrfContexts_(contexts_, follower_.tree().routingVrfConfigDir),
       health_(scheduler_, {follower_.mount(), follower_.tree().allVrfStatusLocal, vrfContexts_, loop.turns()},
               tree_.snmpStatus()->agentStatus(), tree_.agentMib()),
-      notifications_(Kel::makePtr<AgentNotifications>(tree_.agentMib())),
       control_(loop, scheduler_, {storeDirectory, tree_.agentMib(), loop.turns(), [this] { health_.look(); }}),
       readyWatcher_(Kel::makePtr<ReadyWatcher>(health_)) {
   readyWatcher_->notifierIs(follower_.manager());

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "host/composition/AgentHealth.h"
-#include "host/composition/AgentNotifications.h"
 #include "host/composition/AgentTree.h"
 #include "host/composition/ControlSocket.h"
 #include "host/composition/EventLoop.h"
@@ -56,7 +55,6 @@ class Composition {
   Snmp::Contexts contexts_;
   VrfContexts vrfContexts_;
   AgentHealth health_;
-  Kel::Ptr<AgentNotifications> notifications_;
   ControlSocket control_;
   Kel::Ptr<ReadyWatcher> readyWatcher_;
   Kel::Ptr<ServedVrfWatcher> servedVrfWatcher_;

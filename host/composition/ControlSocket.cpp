@@ -23,8 +23,10 @@ using Json = nlohmann::json;
 
 namespace {
 
-constexpr int flushPriority = 8;
-constexpr Kel::Seconds flushPause = 0.02;
+constexpr int servePriority = 8;
+constexpr Kel::Seconds servePause = 0.02;
+constexpr Kel::Seconds freshFor = 0.1;  // then the agent's state is read again for an answer
+constexpr Kel::Seconds acceptPause = 1;
 constexpr mode_t ownerAndGroup = 0117;  // umask: 0660
 
 // Bytes of a client or a trace may be no UTF-8.
@@ -40,6 +42,8 @@ const char* nameOf(AgentSnmp::PublisherState state) {
       return "silent";
     case AgentSnmp::publisherGone:
       return "gone";
+    case AgentSnmp::publisherStarting:
+      return "starting";
     default:
       return "none";
   }
@@ -132,16 +136,18 @@ bool fill(sockaddr_un& address, const std::string& path) {
   return true;
 }
 
-// Removes the socket that an agent left behind that was killed; returns false if one listens at it.
-bool clearPath(const std::string& path, const sockaddr_un& address) {
+// Removes the socket that an agent left behind that was killed. Returns null, or why the path cannot be used.
+const char* clearPath(const std::string& path, const sockaddr_un& address) {
   struct stat file {};
-  if (::lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return true;
+  if (::lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return nullptr;
   const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   const int connected = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-  const bool isDead = connected != 0 && errno == ECONNREFUSED;
+  const int error = connected == 0 ? EAGAIN : errno;
   ::close(probe);
-  if (isDead) ::unlink(path.c_str());
-  return isDead;
+  if (error == EAGAIN) return "another agent listens there";
+  if (error != ECONNREFUSED) return "there is a socket of another user; remove it";
+  ::unlink(path.c_str());
+  return nullptr;
 }
 
 }  // namespace
@@ -149,8 +155,8 @@ bool clearPath(const std::string& path, const sockaddr_un& address) {
 ControlSocket::ControlSocket(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, Sources sources)
     : loop_(loop),
       sources_(std::move(sources)),
-      flushTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "control socket", flushPriority,
-                                                [this](Brev::Task&) { flushAll(); })) {
+      serveTimer_(Kel::makePtr<Brev::TimerTask>(scheduler, "control socket", servePriority,
+                                                [this](Brev::Task&) { serveAll(); })) {
 }
 
 ControlSocket::~ControlSocket() {
@@ -158,7 +164,7 @@ ControlSocket::~ControlSocket() {
 }
 
 void ControlSocket::pathIs(const Kel::String& path) {
-  if (path == path_ && (fd_ >= 0 || path.empty())) return;
+  if (path == path_ && (path.empty() || isOurs(path))) return;
   close();
   path_ = path;
   if (path.empty()) return;
@@ -166,19 +172,29 @@ void ControlSocket::pathIs(const Kel::String& path) {
   if (fd_ >= 0) loop_.addFd(fd_, [this] { accept(); });
 }
 
-int ControlSocket::listenAt(const Kel::String& path) const {
+// Whether the file is the socket at which this agent listens: another program may have removed or replaced it.
+bool ControlSocket::isOurs(const Kel::String& path) const {
+  struct stat file {};
+  return fd_ >= 0 && ::lstat(path.c_str(), &file) == 0 && file_ == std::pair(file.st_dev, file.st_ino);
+}
+
+int ControlSocket::listenAt(const Kel::String& path) {
   sockaddr_un address;
   std::string what = "the path is too long";
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (fd >= 0 && fill(address, path)) {
-    if (!clearPath(path, address)) {
-      what = "another agent listens there";
+    if (const char* const obstacle = clearPath(path, address)) {
+      what = obstacle;
     } else {
       const auto before = ::umask(ownerAndGroup);
       const int bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
       what = std::strerror(errno);
       ::umask(before);
-      if (bound == 0 && ::listen(fd, SOMAXCONN) == 0) return fd;
+      struct stat file {};
+      if (bound == 0 && ::listen(fd, SOMAXCONN) == 0 && ::lstat(path.c_str(), &file) == 0) {
+        file_ = {file.st_dev, file.st_ino};
+        return fd;
+      }
     }
   }
   if (fd >= 0) ::close(fd);
@@ -189,17 +205,24 @@ int ControlSocket::listenAt(const Kel::String& path) const {
 }
 
 void ControlSocket::close() {
-  flushTimer_->cancelTask();
+  serveTimer_->cancelTask();
   while (!clients_.empty()) drop(clients_.begin());
   if (fd_ < 0) return;
-  loop_.removeFd(fd_);
+  if (isOurs(path_)) ::unlink(path_.c_str());
+  if (!isAcceptPaused_) loop_.removeFd(fd_);
+  isAcceptPaused_ = false;
   ::close(std::exchange(fd_, -1));
-  ::unlink(path_.c_str());
 }
 
 void ControlSocket::accept() {
   const int fd = ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-  if (fd < 0) return;
+  if (fd < 0) {
+    if (errno != EMFILE && errno != ENFILE && errno != ENOBUFS && errno != ENOMEM) return;
+    loop_.removeFd(fd_);  // or the loop would spin
+    isAcceptPaused_ = true;
+    if (!serveTimer_->waiting()) serveTimer_->scheduleTaskDelay(acceptPause);
+    return;
+  }
   if (clients_.size() >= mostClients) {
     drop(std::min_element(clients_.begin(), clients_.end(),
                           [](const Client& a, const Client& b) { return a.lastActive < b.lastActive; }));
@@ -216,7 +239,7 @@ void ControlSocket::accept() {
 }
 
 void ControlSocket::drop(ClientAt client) {
-  loop_.removeFd(client->fd);
+  if (!client->isPaused) loop_.removeFd(client->fd);
   ::close(client->fd);
   clients_.erase(client);
 }
@@ -228,16 +251,56 @@ void ControlSocket::read(ClientAt client) {
   if (size <= 0) return drop(client);
   client->lastActive = ++activity_;
   client->input.append(bytes.data(), static_cast<std::size_t>(size));
-  for (auto end = client->input.find('\n'); end != std::string::npos; end = client->input.find('\n')) {
-    answer(*client, client->input.substr(0, end));
-    client->input.erase(0, end + 1);
-  }
-  if (client->input.size() > longestLine) {
+  serve(client);
+}
+
+void ControlSocket::serve(ClientAt client) {
+  if (!flush(*client)) return drop(client);
+  const auto now = Kel::System::currentTime();
+  auto end = client->input.find('\n');
+  if (end == std::string::npos && client->input.size() > longestLine) {
     client->output += lineOf(errorOf(fmt::format("a request is a line of at most {} bytes", longestLine)));
     flush(*client);
     return drop(client);
   }
-  if (client->output.size() > mostPending || !flush(*client)) drop(client);
+  if (end != std::string::npos && client->output.empty() && now >= client->nextAnswer) {
+    const auto line = client->input.substr(0, end);
+    client->input.erase(0, end + 1);
+    client->nextAnswer = now + servePause;
+    answer(*client, line);
+    if (!flush(*client)) return drop(client);
+    end = client->input.find('\n');
+  }
+  const bool isBusy = end != std::string::npos || !client->output.empty();
+  if (isBusy) serveSoon();
+  if (isBusy == client->isPaused) return;
+  client->isPaused = isBusy;
+  if (isBusy) {
+    loop_.removeFd(client->fd);
+    return;
+  }
+  try {
+    loop_.addFd(client->fd, [this, client] { read(client); });
+  } catch (const Kel::Exception&) {  // the loop of snmpd has no room any more
+    client->isPaused = true;
+    drop(client);
+  }
+}
+
+void ControlSocket::serveSoon() {
+  if (!serveTimer_->waiting()) serveTimer_->scheduleTaskDelay(servePause);
+}
+
+void ControlSocket::serveAll() {
+  if (std::exchange(isAcceptPaused_, false)) loop_.addFd(fd_, [this] { accept(); });
+  for (auto client = clients_.begin(); client != clients_.end();) serve(client++);
+}
+
+void ControlSocket::freshen() {
+  const auto now = Kel::System::currentTime();
+  if (now < freshUntil_) return;
+  freshUntil_ = now + freshFor;
+  sources_.refresh();
 }
 
 void ControlSocket::answer(Client& client, const std::string& line) {
@@ -250,10 +313,10 @@ void ControlSocket::answer(Client& client, const std::string& line) {
   } else if (!json.is_object() || request == json.end() || !request->is_string()) {
     result = errorOf(std::string("the line names no request; ") + known);
   } else if (*request == "status") {
-    sources_.refresh();
+    freshen();
     result = statusOf(sources_.storeDirectory, *sources_.mib);
   } else if (*request == "contexts") {
-    sources_.refresh();
+    freshen();
     result = contextsOf(*sources_.mib);
   } else if (*request == "turns") {
     result = turnsOf(sources_.turns);
@@ -291,28 +354,17 @@ void ControlSocket::traced(Client& client, const Kel::TraceHandle& handle, unsig
   if (client.lost != 0) client.output += lineOf({{"lost", std::exchange(client.lost, 0)}});
   client.output += lineOf(
       {{"time", Kel::System::currentTime()}, {"facility", handle.facility()}, {"level", level}, {"text", text}});
-  if (!flushTimer_->waiting()) flushTimer_->scheduleTaskDelay(flushPause);
+  serveSoon();
 }
 
 bool ControlSocket::flush(Client& client) {
   while (!client.output.empty()) {
     const auto sent = ::send(client.fd, client.output.data(), client.output.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0 && errno == EAGAIN) {
-      if (!flushTimer_->waiting()) flushTimer_->scheduleTaskDelay(flushPause);
-      return true;
-    }
-    if (sent < 0) return false;
+    if (sent < 0) return errno == EAGAIN;
     client.output.erase(0, static_cast<std::size_t>(sent));
   }
   return true;
-}
-
-void ControlSocket::flushAll() {
-  for (auto client = clients_.begin(); client != clients_.end();) {
-    const auto at = client++;
-    if (!flush(*at)) drop(at);
-  }
 }
 
 }  // namespace Host

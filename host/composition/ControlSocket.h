@@ -5,13 +5,16 @@
 //   {"request":"trace","levels":"IpBase/0-2"}    also passes on trace lines, until the client goes
 //
 // The socket is for the agent's user and group (0660). A client is a member of that group, but is not trusted with the
-// agent's time or memory: there are at most `mostClients`, lines of at most `longestLine` bytes, and a client that
-// reads too slowly loses trace lines, or its connection.
+// agent's time or memory: there are at most `mostClients`, and lines of at most `longestLine` bytes. A client gets an
+// answer once it has read the one before, and at most 50 a second; one that reads traces too slowly loses some.
+
+#include <sys/types.h>
 
 #include <functional>
 #include <list>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "agentstate/AgentMib.h"
 #include "brev/TimerTask.h"
@@ -25,7 +28,7 @@ class ControlSocket {
   static constexpr std::size_t mostClients =
       8;  // a further one takes the place of the one that was quiet for longest
   static constexpr std::size_t longestLine = 4096;
-  static constexpr std::size_t mostPending = std::size_t{1} << 20;  // bytes that wait for a client
+  static constexpr std::size_t mostPending = std::size_t{1} << 20;  // bytes of traces that wait for a client
 
   struct Sources {
     std::string storeDirectory;
@@ -48,31 +51,41 @@ class ControlSocket {
   struct Client {
     int fd = -1;
     unsigned long lastActive = 0;
+    Kel::Seconds nextAnswer = 0;
+    bool isPaused = false;  // not read, since it has a request or an answer left
     std::string input, output;
     std::uint64_t lost = 0;  // trace lines that found no room
     std::optional<Kel::TraceListener> listener;
   };
   using ClientAt = std::list<Client>::iterator;
 
-  int listenAt(const Kel::String& path) const;
+  int listenAt(const Kel::String& path);
+  bool isOurs(const Kel::String& path) const;
   void close();
   void accept();
   void drop(ClientAt client);
   void read(ClientAt client);
+  // Sends what waits for the client and answers its next request, each as far as possible now. Drops it if it has gone.
+  void serve(ClientAt client);
   void answer(Client& client, const std::string& line);
+  void freshen();
   void traced(Client& client, const Kel::TraceHandle& handle, unsigned level, const std::string& text);
   // Returns false if the client has gone.
-  bool flush(Client& client);
-  void flushAll();
+  static bool flush(Client& client);
+  void serveAll();
+  void serveSoon();
 
   EventLoop& loop_;
   const Sources sources_;
   Kel::String path_;
   int fd_ = -1;
+  std::pair<dev_t, ino_t> file_{};  // of the socket
+  bool isAcceptPaused_ = false;     // no descriptor was left
+  Kel::Seconds freshUntil_ = 0;     // the agent's state
   std::list<Client> clients_;
   unsigned long activity_ = 0;
   bool isTracing_ = false;
-  Kel::Ptr<Brev::TimerTask> flushTimer_;  // while bytes wait for a client
+  Kel::Ptr<Brev::TimerTask> serveTimer_;  // while a client has a request or bytes left
 };
 
 }  // namespace Host

@@ -88,7 +88,10 @@ Kel::Seconds timeOf(const struct stat& file) {
 PublisherInfo doorbellHolder(const std::string& directory) {
   PublisherInfo info;
   const int fd = ::open(doorbellFile(directory).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd < 0) return info;
+  if (fd < 0) {
+    info.isUnknown = errno != ENOENT && errno != ENOTDIR;
+    return info;
+  }
   struct flock lock {};
   lock.l_type = F_WRLCK;
   lock.l_whence = SEEK_SET;

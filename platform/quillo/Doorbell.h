@@ -39,7 +39,7 @@ class Doorbell {
 };
 
 // The publisher that holds the doorbell of `directory` now. `alive` is false when none does, and when the file is
-// missing or cannot be read.
+// missing or cannot be read; `isUnknown` tells the latter.
 PublisherInfo doorbellHolder(const std::string& directory);
 
 // Watches the doorbell file for rings, and its directory for the store's creation and removal; while there is no

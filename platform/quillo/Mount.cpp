@@ -162,10 +162,6 @@ std::shared_ptr<Snapshot> Mount::turnSnapshot() {
   return taken;
 }
 
-std::size_t Mount::usedBytes() const {
-  return isReadable() ? store_->usedBytes() : 0;
-}
-
 PublisherInfo Mount::publisher() const {
   return doorbellHolder(directory_);
 }

@@ -80,8 +80,6 @@ class Mount : public Kel::PtrInterface {
 
   // By its lock on the doorbell.
   PublisherInfo publisher() const;
-  // The bytes of the store's pages that hold data; 0 unless isReadable().
-  std::size_t usedBytes() const;
 
   // Reports damage: counts it, traces it at level 0, notifies the publisher and begins a new epoch, in which older
   // bookmarks are `tooOld`. A later refresh reopens the store, and then all readers of this mount rebuild.

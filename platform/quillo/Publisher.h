@@ -61,6 +61,7 @@ struct CommitResult {
 // Who publishes a store.
 struct PublisherInfo {
   bool alive = false;
+  bool isUnknown = false;  // whether one is alive cannot be told now: no descriptor, no permission
   // As the publisher wrote them into the doorbell. 0 and empty if no publisher is alive, or if the process that wrote
   // them is not: the kernel reports that a file is locked, but not by which process.
   std::int64_t pid = 0;
