@@ -17,7 +17,7 @@ AGENT = "127.0.0.1:1161"
 MODULES = {None: "quorin_vrf", "red": "quorin_vrf_red", "blue": "quorin_vrf_blue"}
 # What the examples in access.yml ask with.
 ACCESS = ("com2sec -Cn red all default red-secret",
-          "createUser alice SHA 'a long pass phrase' AES 'another pass phrase'")
+          "createUser alice SHA-256 'a long pass phrase' AES 'another pass phrase'")
 FAMILIES = {1: "ipv4", 2: "ipv6"}
 TYPES = {CONNECTED: "connected", STATIC_ROUTE: "static", BGP: "bgp", ATTACHED: "attached"}
 SAMPLE = re.compile(r"(\w+)(?:\{(.*)\})? (\S+)")
@@ -96,7 +96,8 @@ class MonitoringTest(SystemCase):
             self.vrfs.namespaces.get(name, self.namespace), self.vrf_id(name))}
         self.expect(lambda: set(self.scrape("quorin")["quorinIpIfStatsInOctets"]), lambda: interfaces, "interfaces")
         metrics = self.scrape("quorin")
-        states = {state: metrics["quorinAgentPublisherState"][state,] for state in ("none", "alive", "silent", "gone", "starting")}
+        states = {state: metrics["quorinAgentPublisherState"][state,]
+                  for state in ("none", "alive", "silent", "gone", "starting")}
         self.assertEqual(states, {"none": 0, "alive": 1, "silent": 0, "gone": 0, "starting": 0})
         self.assertEqual(metrics["quorinAgentPublisherName"], {("quorin-mirrord",): 1})
 

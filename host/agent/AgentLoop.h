@@ -15,8 +15,8 @@
 #include <map>
 #include <vector>
 
-#include "host/composition/Turns.h"
 #include "host/composition/EventLoop.h"
+#include "host/composition/Turns.h"
 
 namespace Host {
 

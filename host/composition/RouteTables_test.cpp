@@ -19,6 +19,9 @@ struct NoLoop : Host::EventLoop {
   void addFd(int, Callback) override {}
   void removeFd(int) override {}
   bool requestWaiting() override { return false; }
+  const Host::Turns& turns() const override { return turns_; }
+
+  Host::Turns turns_;
 };
 
 class RouteTablesTest : public Quillo::Test::TestStore {
