@@ -199,6 +199,7 @@ Action addStore(CLI::App& app, const Options& options) {
   auto* dumpApp = app.add_subcommand("dump", "Every record as a line of JSON");
   auto tables = std::make_shared<std::vector<std::string>>();
   std::vector<std::string> known;
+  known.reserve(knownTables.size());
   for (const auto& table : knownTables) known.emplace_back(table.name);
   dumpApp->add_option("TABLE", *tables, "Only these tables: varnix (documents), arp, neighbor, route, route6, fec")
       ->type_name("")

@@ -141,6 +141,7 @@ std::vector<Address> addressesOf(StoreReader& store, const IntfId& id) {
     }
   }
   std::vector<Address> addresses;
+  addresses.reserve(states.size());
   for (const auto& [key, state] : states) addresses.push_back({key.first, key.second, state});
   return addresses;
 }

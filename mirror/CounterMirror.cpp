@@ -22,7 +22,7 @@ Kel::TraceHandle counterMirrorTrace("MirrorCounters");
 // The directory for the thread's namespace. A kernel without IPv6 has none.
 const std::filesystem::path counterFiles = "/proc/thread-self/net/dev_snmp6";
 
-constexpr int receiveBytes = 256 << 10;       // a dump has one datagram in the socket at a time
+constexpr int dumpReceiveBytes = 256 << 10;   // a dump has one datagram in the socket at a time
 constexpr unsigned listDatagramsPerTurn = 4;  // of some thirty interfaces each
 
 bool hasFallen(const Ip::IntfCounters& from, const Ip::IntfCounters& to) {
@@ -47,7 +47,7 @@ bool CounterMirror::begin() {
   hasBegun_ = true;
   isIncomplete_ = false;
   try {
-    if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, receiveBytes, RtSocket::Use::dumps);
+    if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, dumpReceiveBytes, RtSocket::Use::dumps);
     socket_->dump(RtDump::ipv6Links, ++sequence_);
     isReading_ = isListing_ = true;
   } catch (const Kel::Exception& error) {

@@ -102,7 +102,7 @@ void AgentNotifications::announcePublisher(Kel::Seconds now) {
   isLost_ = isLost;
   logPublisher(isLost);
   Variables(isLost ? publisherLost : publisherBack)
-      .number(publisherStateObject, ASN_INTEGER, state)
+      .number(publisherStateObject, ASN_INTEGER, static_cast<unsigned>(state))
       .text(publisherNameObject, mib_->publisherName())
       .send();
 }

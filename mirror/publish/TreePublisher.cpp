@@ -139,6 +139,7 @@ void TreePublisher::write(What what) {
 void TreePublisher::beginPass() {
   if (std::exchange(isPassBegun_, true)) return;
   std::vector<Quillo::TableId> tables;
+  tables.reserve(Quillo::knownTables.size());
   for (const auto& info : Quillo::knownTables) tables.push_back(info.id);
   store_->beginFullPass(tables);
   picture_.routes.allPending();
