@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <tuple>
 
-#include "ctl/Records.h"
+#include "ctl/ReadableRecords.h"
 #include "varnix/Document.h"
 #include "varnix/TreeLoader.h"
 

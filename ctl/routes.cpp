@@ -6,7 +6,7 @@
 
 #include "ctl/Commands.h"
 #include "ctl/Output.h"
-#include "ctl/Records.h"
+#include "ctl/ReadableRecords.h"
 #include "ctl/StoreReader.h"
 
 namespace Ctl {

@@ -9,7 +9,7 @@
 #include "ctl/AgentSocket.h"
 #include "ctl/Commands.h"
 #include "ctl/Output.h"
-#include "ctl/Records.h"
+#include "ctl/ReadableRecords.h"
 #include "ctl/StoreReader.h"
 #include "quillo/StoreFiles.h"
 

@@ -7,7 +7,7 @@
 #include <array>
 
 #include "ctl/Commands.h"
-#include "ctl/Records.h"
+#include "ctl/ReadableRecords.h"
 #include "ctl/StoreReader.h"
 #include "quillo/Scrubber.h"
 #include "quillo/StoreFiles.h"

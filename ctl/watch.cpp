@@ -9,7 +9,7 @@
 #include <unordered_map>
 
 #include "ctl/Commands.h"
-#include "ctl/Records.h"
+#include "ctl/ReadableRecords.h"
 #include "ctl/StoreReader.h"
 #include "varnix/ByteText.h"
 

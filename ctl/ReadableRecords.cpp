@@ -1,4 +1,4 @@
-#include "ctl/Records.h"
+#include "ctl/ReadableRecords.h"
 
 #include <array>
 #include <string_view>
