@@ -123,10 +123,11 @@ class Reference {
   void add(const AgentSnmp::AgentMib& mib) {
     const auto objects = textOf(enterpriseObject({4, 1}));
     const Value never{ASN_OCTET_STR, "0000000000000000"}, none{ASN_GAUGE, "0"}, counted{ASN_COUNTER, "0"};
+    const Value unknownAge{ASN_GAUGE, "4294967295"};
     const Value vrfs{ASN_GAUGE, std::to_string(mib.vrfTable().size())};
     unsigned at = 0;
-    for (const auto& [type, text] : {one, octets(""), never, none, none, never, number(2), number(2), none, counted,
-                                     vrfs, none, none, none, none, none, counted, none}) {
+    for (const auto& [type, text] : {one, octets(""), never, unknownAge, unknownAge, never, number(2), number(2),
+                                     none, counted, vrfs, none, none, none, none, none, counted, none}) {
       add(fmt::format("{}.{}.0", objects, ++at), type, text);
     }
     for (const auto& [name, entry] : mib.vrfTable())
