@@ -5,6 +5,7 @@ made from this machine's. Its clock counts instructions (8 ns each) and skips id
 guest does meanwhile, and no load of this machine makes one run out."""
 
 import argparse
+import glob
 import os
 import re
 import shlex
@@ -14,7 +15,11 @@ import sys
 import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-KERNEL = os.path.join(HERE, "..", "..", "build", "vm")  # where `scripts/install-deps vm` puts it
+BUILD = os.path.join(HERE, "..", "..", "build")
+KERNEL = os.path.join(BUILD, "vm")  # where `scripts/install-deps vm` puts it
+DEBIAN = os.path.join(KERNEL, "debian.cpio")  # and this
+PACKAGES = os.path.join(BUILD, "packages")  # where scripts/build-packages puts them
+ON_DEBIAN = ("install",)  # the suites that install them, on a Debian with systemd
 SKIPPED = 77  # what ctest knows as "skipped"
 SUITE_PATHS = [HERE, os.path.dirname(HERE)]
 PYTHON = ["/usr/bin/python3", "-BS"]
@@ -24,8 +29,9 @@ PROGRAMS = [PYTHON[0], *(f"/usr/lib/frr/{name}" for name in ("zebra", "staticd",
 OURS = ["quorind", "quorin-mirrord"]
 OTHERS = ["/bin/busybox", "/etc/passwd", "/etc/group"]
 QEMU = ["qemu-system-x86_64", "-accel", "tcg", "-icount", "shift=3,sleep=off", "-cpu", "max", "-smp", "1", "-m", "1024",
-        "-nodefaults", "-no-user-config", "-no-reboot", "-display", "none",
-        "-append", "console=ttyS0 loglevel=3 nokaslr panic=-1 rdinit=/init"]
+        "-nodefaults", "-no-user-config", "-no-reboot", "-display", "none"]
+KERNEL_LINE = "console=ttyS0 loglevel=3 nokaslr panic=-1 rdinit="
+SYSTEMD = "/lib/systemd/systemd systemd.wants=suite.service systemd.show_status=no systemd.getty_auto=no"
 
 
 def python_files(suite):
@@ -42,6 +48,23 @@ def libraries(files):
     return re.findall(r"(/\S+) \(0x", said)
 
 
+def modules():
+    return [entry.path for entry in os.scandir(KERNEL) if entry.name.endswith(".ko")]
+
+
+def write_suite(folder, bin_dir, tests, command):
+    with open(f"{folder}/suite", "w", encoding="utf-8") as script:
+        environment = {"QUORIN_BIN_DIR": bin_dir, "PYTHONPATH": tests}
+        script.write("".join(f"export {name}={shlex.quote(value)}\n" for name, value in environment.items()))
+        script.write(shlex.join(command) + "\n")
+
+
+def write_archive(root, file, *start):
+    names = subprocess.run(["find", *start], cwd=root, stdout=subprocess.PIPE, check=True).stdout
+    subprocess.run(["busybox", "cpio", "-o", "-H", "newc"], cwd=root, input=names, stdout=file,
+                   stderr=subprocess.DEVNULL, check=True)
+
+
 def make_initramfs(file, suite, command):
     bin_dir = os.environ["QUORIN_BIN_DIR"]
     programs = [shutil.which(name, path="/usr/sbin:/usr/bin") or sys.exit(f"no {name}; run: scripts/install-deps vm")
@@ -55,24 +78,54 @@ def make_initramfs(file, suite, command):
             os.makedirs(root + os.path.dirname(path), exist_ok=True)
             shutil.copy2(path, root + path)  # with its time, by which Python knows its compiled sources
         subprocess.run(["strip", *(root + path for path in own)], check=True)
-        modules = [entry.path for entry in os.scandir(KERNEL) if entry.name.endswith(".ko")]
-        for path in [os.path.join(HERE, "init"), *modules]:
+        for path in [os.path.join(HERE, "init"), *modules()]:
             shutil.copy(path, root)
-        with open(f"{root}/suite", "w", encoding="utf-8") as script:
-            environment = {"QUORIN_BIN_DIR": os.path.abspath(bin_dir), "PYTHONPATH": SUITE_PATHS[1]}
-            script.write("".join(f"export {name}={shlex.quote(value)}\n" for name, value in environment.items()))
-            script.write(shlex.join(command) + "\n")
-        names = subprocess.run(["find", "."], cwd=root, stdout=subprocess.PIPE, check=True).stdout
-        subprocess.run(["busybox", "cpio", "-o", "-H", "newc"], cwd=root, input=names, stdout=file,
-                       stderr=subprocess.DEVNULL, check=True)
+        write_suite(root, os.path.abspath(bin_dir), SUITE_PATHS[1], command)
+        write_archive(root, file, ".")
 
 
-def run(suite, command, limit, is_interactive):
+def make_next_package(package, folder):
+    """The same package in a higher version."""
+    with tempfile.TemporaryDirectory() as tree:
+        subprocess.run(["dpkg-deb", "-R", package, f"{tree}/all"], check=True)
+        with open(f"{tree}/all/DEBIAN/control", "r+", encoding="utf-8") as control:
+            text = control.read()
+            version = re.search(r"^Version: (.*)", text, re.MULTILINE)[1]
+            control.seek(0)
+            control.write(text.replace(version, version + "+next"))
+        subprocess.run(["dpkg-deb", "--root-owner-group", "-Znone", "-b", f"{tree}/all", folder],
+                       stdout=subprocess.DEVNULL, check=True)
+
+
+def make_debian_initramfs(file, suite, command):
+    """The Debian, and in /vm the packages in two versions and the suite, which systemd starts. Of other folders only
+    files are added: they are the Debian's, with owner and mode."""
+    with open(DEBIAN, "rb") as debian, tempfile.TemporaryDirectory() as root:
+        shutil.copyfileobj(debian, file)
+        file.flush()
+        shutil.copytree(SUITE_PATHS[1], f"{root}/vm/tests", ignore=shutil.ignore_patterns("__pycache__"))
+        for folder in ("first", "next"):
+            os.mkdir(f"{root}/vm/{folder}")
+        for package in glob.glob(f"{PACKAGES}/*.deb"):
+            if "-dbgsym_" not in package:
+                shutil.copy(package, f"{root}/vm/first")
+                make_next_package(package, f"{root}/vm/next")
+        for path in modules():
+            shutil.copy(path, f"{root}/vm")
+        write_suite(f"{root}/vm", "/usr/sbin", "/vm/tests", command)
+        unit = "etc/systemd/system/suite.service"
+        os.makedirs(os.path.dirname(f"{root}/{unit}"))
+        shutil.copy(os.path.join(HERE, "suite.service"), f"{root}/{unit}")
+        write_archive(root, file, "vm", unit)
+
+
+def run(suite, command, limit, is_interactive, on_debian):
     """The status of the command in the guest."""
     with tempfile.NamedTemporaryFile() as initramfs:
-        make_initramfs(initramfs, suite, command)
+        (make_debian_initramfs if on_debian else make_initramfs)(initramfs, suite, command)
         initramfs.flush()
-        machine = [*QEMU, "-kernel", os.path.join(KERNEL, "vmlinuz"), "-initrd", initramfs.name]
+        machine = [*QEMU, "-kernel", os.path.join(KERNEL, "vmlinuz"), "-initrd", initramfs.name,
+                   "-append", KERNEL_LINE + (SYSTEMD if on_debian else "/init")]
         if is_interactive:
             return subprocess.run([*machine, "-serial", "mon:stdio"], check=False).returncode
         status = None
@@ -94,13 +147,18 @@ def main():
     parser.add_argument("--shell", action="store_true", help="a shell instead; the suite is $SUITE, Ctrl-A X ends it")
     parser.add_argument("--limit", type=int, default=1000, help="seconds until the machine is stopped (%(default)s)")
     options = parser.parse_args()
-    if not os.path.exists(os.path.join(KERNEL, "vmlinuz")):
-        print("skipped: no kernel; run: scripts/install-deps vm")
-        sys.exit(SKIPPED)
+    on_debian = options.suite in ON_DEBIAN
+    needed = {f"{KERNEL}/vmlinuz": ("kernel", "install-deps vm")}
+    if on_debian:
+        needed |= {DEBIAN: ("Debian", "install-deps vm"), f"{PACKAGES}/*.deb": ("packages", "build-packages")}
+    for path, (what, script) in needed.items():
+        if not glob.glob(path):
+            print(f"skipped: no {what}; run: scripts/{script}")
+            sys.exit(SKIPPED)
     name = f"{options.suite}_test"
-    file = os.path.join(HERE, f"{name}.py")
+    file = os.path.join("/vm/tests/vm" if on_debian else HERE, f"{name}.py")
     command = ["env", f"SUITE={file}", "sh"] if options.shell else [*PYTHON, file, *options.tests]
-    sys.exit(run(name, command, options.limit, options.shell))
+    sys.exit(run(name, command, options.limit, options.shell, on_debian))
 
 
 if __name__ == "__main__":

@@ -13,13 +13,15 @@ from harness.snmp import IP_FORWARDING, Client
 from harness.tables import ADDR, ENTERPRISE, ROUTE
 from harness.tools import read_file, run_command
 
-CONFIGURATION, OPTIONS, SNMPD_CONFIGURATION = "/etc/quorin/quorind.conf", "/etc/default/quorin-snmp", "/etc/snmp/snmpd.conf"
+CONFIGURATION, OPTIONS = "/etc/quorin/quorind.conf", "/etc/default/quorin-snmp"
+SNMPD_CONFIGURATION = "/etc/snmp/snmpd.conf"
 PACKAGES = ("quorin-snmp", "quorin-snmp-plugin")
 AGENT = "127.0.0.1:161"
 ALICE = ("-v3", "-l", "authPriv", "-u", "alice", "-a", "SHA-256", "-A", "a long pass phrase",
          "-x", "AES", "-X", "another pass phrase")
 # VRF -> its address, and the index of its route in ipCidrRouteTable
-VRFS = {"red": ("10.1.0.1", "172.16.0.0.255.240.0.0.0.10.1.0.9"), "blue": ("10.2.0.1", "172.17.0.0.255.255.0.0.0.10.2.0.9")}
+VRFS = {"red": ("10.1.0.1", "172.16.0.0.255.255.0.0.0.10.1.0.9"),
+        "blue": ("10.2.0.1", "172.17.0.0.255.255.0.0.0.10.2.0.9")}
 PUBLISHER_STATE, STALE = (f"{ENTERPRISE}.4.1.{number}.0" for number in (1, 8))
 ALIVE, GONE = "2", "4"
 COMPLAINT = re.compile(r"error|fail|cannot|refus|denied|unknown|warning|invalid", re.IGNORECASE)
@@ -120,24 +122,23 @@ class InstallTest(unittest.TestCase):
         self.wait_for(self.alice, IP_FORWARDING)
         self.add_vrfs()
 
-    def add_vrfs(self):
+    @staticmethod
+    def add_vrfs():
+        """red is a network namespace, blue a VRF device."""
+        run("ip", "netns", "add", "ns-red")
+        run("ip", "link", "add", "blue", "type", "vrf", "table", "1001")
+        run("ip", "link", "set", "blue", "up")
         for vrf, (address, route) in VRFS.items():
             ip = ["ip", "-n", "ns-red"] if vrf == "red" else ["ip"]
-            if vrf == "red":
-                run("ip", "netns", "add", "ns-red")
-            else:
-                run("ip", "link", "add", vrf, "type", "vrf", "table", "1001")
-                run("ip", "link", "set", vrf, "up")
             run(*ip, "link", "add", f"{vrf}0", "type", "dummy")
-            if vrf != "red":
-                run("ip", "link", "set", f"{vrf}0", "master", vrf)
+            run(*ip, "link", "set", f"{vrf}0", "up", *(() if vrf == "red" else ("master", vrf)))
             run(*ip, "addr", "add", f"{address}/24", "dev", f"{vrf}0")
-            run(*ip, "link", "set", f"{vrf}0", "up")
             octets = route.split(".")
-            run(*ip, "route", "add", f"{'.'.join(octets[:4])}/{12 if vrf == 'red' else 16}", "via", ".".join(octets[9:]),
+            run(*ip, "route", "add", f"{'.'.join(octets[:4])}/16", "via", ".".join(octets[9:]),
                 *(() if vrf == "red" else ("vrf", vrf)))
 
-    def remove_vrfs(self):
+    @staticmethod
+    def remove_vrfs():
         run("ip", "netns", "del", "ns-red", check=False)
         for link in ("blue0", "blue"):
             run("ip", "link", "del", link, check=False)
@@ -153,7 +154,8 @@ class InstallTest(unittest.TestCase):
             self.wait_for(client_of(vrf), f"{ADDR}.1.{address}", f"{ROUTE}.1.{route}", are_there=are_there)
 
     def expect_value(self, oid, value):
-        eventually(lambda: self.alice.get(oid)[0].value == value, lambda: f"{self.alice.get(oid)} is not {value}", interval=0.5)
+        eventually(lambda: self.alice.get(oid)[0].value == value, lambda: f"{self.alice.get(oid)} is not {value}",
+                   interval=0.5)
 
     def expect_status(self, status, words):
         """Of quorinctl, as monitoring sees it."""
@@ -213,8 +215,9 @@ class InstallTest(unittest.TestCase):
     def test_mirror_that_ends(self):
         receiver = Unit("receiver")
         self.addCleanup(systemctl, "stop", receiver.name)
-        run("systemd-run", "-q", f"--unit={receiver.name}", "--service-type=notify", "snmptrapd", "-f", "-C", "-Lo", "-On",
-            "-m", "", "--disableAuthorization=yes", "udp:127.0.0.1:1162")  # Debian's own has port 162
+        # Debian's own receiver has port 162.
+        run("systemd-run", "-q", f"--unit={receiver.name}", "--service-type=notify",
+            "snmptrapd", "-f", "-C", "-Lo", "-On", "-m", "", "--disableAuthorization=yes", "udp:127.0.0.1:1162")
         self.start("trap2sink 127.0.0.1:1162 public", "quorinStaleAfter 5")
         self.expect_vrfs()
         systemctl("stop", self.mirror.name)
@@ -243,7 +246,8 @@ class InstallTest(unittest.TestCase):
         systemctl("restart", snmpd.name)
         return snmpd
 
-    def community(self, vrf):
+    @staticmethod
+    def community(vrf):
         return client("-v2c", "-c", f"{vrf}-secret")
 
     def test_plugin_of_snmpd(self):
@@ -251,7 +255,6 @@ class InstallTest(unittest.TestCase):
         self.addCleanup(systemctl, "enable", "--now", self.agent.name)
         systemctl("disable", "--now", self.agent.name)
         snmpd = self.start_in_snmpd("dlmod quorin quorin", "quorinStore /run/quorin")
-        snmpd.wait_for_line("/run/quorin.*group")  # not in the store's group yet
         self.addCleanup(run, "deluser", "Debian-snmp", "quorin")
         run("adduser", "Debian-snmp", "quorin")
         systemctl("restart", snmpd.name)
@@ -262,8 +265,10 @@ class InstallTest(unittest.TestCase):
         self.start()
         self.addCleanup(systemctl, "restart", self.agent.name)
         self.change(OPTIONS, read_file(OPTIONS).replace("QUORIND_OPTIONS=", "QUORIND_OPTIONS=-X"))
+        systemctl("stop", self.agent.name)
+        os.chmod("/var/agentx", 0o555)
         self.start_in_snmpd("master agentx", "agentXSocket /var/agentx/master", "agentXPerms  0660 0555 root quorin")
-        systemctl("restart", "snmpd", self.agent.name)
+        systemctl("start", self.agent.name)
         self.expect_vrfs(client_of=self.community)
         self.assertEqual(self.agent.user, "quorin")
 
@@ -288,7 +293,8 @@ class InstallTest(unittest.TestCase):
 
         self.doCleanups()
         run("dpkg", "--purge", *PACKAGES)
-        left = run("find", "/", "/run", "/dev/shm", "-xdev", "-path", "/vm", "-prune", "-o", "-iname", "*quorin*", "-print")
+        left = run("find", "/", "/run", "/dev/shm", "-xdev", "-path", "/vm", "-prune", "-o", "-iname", "*quorin*",
+                   "-print")
         self.assertEqual(left.stdout.split(), [])
         self.assertEqual(run("systemctl", "list-units", "--all", "--plain", "--no-legend", "quorin*").stdout, "")
         self.assertEqual(run("sh", "-c", "getent passwd quorin; getent group quorin", check=False).stdout, "")
