@@ -1,8 +1,9 @@
 """Runs a suite of this folder as root on Debian's kernel, in a virtual machine of its own; see ../README.md.
 
 The machine is emulated, so it needs neither KVM nor root, and it has no disk and no network: its files are an initramfs
-made from this machine's. Its clock counts instructions (8 ns each) and skips idle time, so a wait costs only what the
-guest does meanwhile, and no load of this machine makes one run out."""
+made from this machine's, or for the suite that installs our packages, from a Debian of its own. Its clock counts
+instructions (8 ns each) and skips idle time, so a wait costs only what the guest does meanwhile, and no load of this
+machine makes one run out."""
 
 import argparse
 import glob
