@@ -97,6 +97,8 @@ void StoreFollower::reportStatus() {
   if (status == reported_) return;
   if (status.empty()) {
     logInfo("the state of the store at {} is served", mount_->directory());
+  } else if (mount_->state() == Quillo::Mount::State::refused) {
+    logError("{}", status);
   } else {
     logInfo("{}", status);
   }
