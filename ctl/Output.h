@@ -40,7 +40,7 @@ class Rows {
 
   Rows(const Options& options, std::vector<Column> columns);
 
-  // Calls the function of the output's kind. It returns Cells, or an object.
+  // Adds a row: an object from `makeObject` with --json, else Cells from `makeCells`. The other one is not called.
   template <class MakeCells, class MakeObject>
   void add(const MakeCells& makeCells, const MakeObject& makeObject) {
     if (isJson_) {
@@ -59,6 +59,7 @@ class Rows {
   // Writes the buffered rows if there are a thousand of them; call it without a snapshot. Throws Failure if standard
   // output cannot be written.
   void flush();
+  // Writes what is left, and the end of the array. Throws as flush().
   void finish();
 
  private:

@@ -3,8 +3,8 @@
 // and at once when the state database becomes ready or quorinctl asks.
 //
 // - Announces in the log and by notifications what changes (AgentNotifications.h).
-// - Decides whether what a publisher wrote is answered (snmp/Facts.h): after the first complete pass, until no publisher
-//   that has completed its own pass has reported for longer than quorinStaleAfter.
+// - Decides whether what a publisher wrote is answered (snmp/Facts.h): after the first complete pass, until no
+//   publisher that has completed its own pass has reported for longer than quorinStaleAfter.
 
 #include <optional>
 

@@ -1,8 +1,8 @@
 #pragma once
 // A small file that the publisher writes after each commit, and that readers watch. Internal to the store.
 //
-// It holds the journal's head in 8 bytes, and the lines of publisherLine() behind it. The publisher holds a read lock on
-// it (fcntl, F_OFD_SETLK) while it runs. Readers query that lock, and cannot prevent it.
+// It holds the journal's head in 8 bytes, and the lines of publisherLine() behind it. The publisher holds a read lock
+// on it (fcntl, F_OFD_SETLK) while it runs. Readers query that lock, and cannot prevent it.
 //
 // A write only wakes the readers, which then read the journal. So a missed one loses nothing: the next write, or the
 // poll once a second, leads to the same journal.

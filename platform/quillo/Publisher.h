@@ -148,10 +148,11 @@ class Publisher {
   // StoreException `gone`, and after damage. Throws StoreException; the call can then be repeated.
   void makeAnew();
 
-  // Call it once a second: readers take a publisher that does not for one that hangs (PublisherInfo). Creates `publisher.lock` and `doorbell` again if they were removed or replaced. Verifies the
-  // whole store once a minute, and sooner if a reader has reported damage. Throws StoreException `gone` if the store
-  // was removed or replaced, `owned` if another publisher has taken the lock. Throws CorruptionDetectedException if the
-  // store is damaged: only makeAnew() helps then.
+  // Call it once a second: readers take a publisher that does not for one that hangs (PublisherInfo). Creates
+  // `publisher.lock` and `doorbell` again if they were removed or replaced. Verifies the whole store once a minute, and
+  // sooner if a reader has reported damage. Throws StoreException `gone` if the store was removed or replaced, `owned`
+  // if another publisher has taken the lock. Throws CorruptionDetectedException if the store is damaged: only
+  // makeAnew() helps then.
   void check();
 
   // Returns the committed value; none without such a key. Throws CorruptionDetectedException for a damaged record.
