@@ -85,6 +85,17 @@ class MemoryTest(SnmpdCase):
                 self.assertEqual(snmpd.stop(), 0)
         self.assertGreater(recoveries, 3)
 
+    def test_the_plugin_lets_its_snmpd_end(self):
+        self.start_mirror()
+        for number in (1, 20):
+            with self.subTest(number):
+                self.configure_snmpd(f"dlmod quorin {PLUGIN}", f"quorinStore {self.store}")
+                ending = os.path.join(self.directory, f"ending{number}")
+                snmpd = self.start_snmpd(environment={**failing(number, 3), "FAILING_NEW_FROM": ending})
+                eventually(self.is_right, snmpd.output, interval=0.05)
+                open(ending, "x", encoding="utf-8").close()
+                self.assertEqual(snmpd.stop(), 0, snmpd.output())
+
 
 if __name__ == "__main__":
     main()

@@ -93,7 +93,7 @@ class Plugin {
     Kel::TraceLimit::beginPeriod();
     loop_.onCallbackEnd([this] { recover(); });
     reserve.fill();
-    earlierNewHandler = std::set_new_handler(handleOutOfMemory);
+    if (std::get_new_handler() != handleOutOfMemory) earlierNewHandler = std::set_new_handler(handleOutOfMemory);
     limitAlarm_ = snmp_alarm_register(Kel::LineLimit::secondsPerPeriod, SA_REPEAT, onMinute, nullptr);
     isLoaded_ = true;
     settleSoon();
@@ -102,8 +102,6 @@ class Plugin {
   void unload() {
     Snmp::unregisterConfigTokens();
     snmp_alarm_unregister(limitAlarm_);
-    if (std::get_new_handler() == handleOutOfMemory) std::set_new_handler(earlierNewHandler);
-    while (reserve.release()) continue;
     isLoaded_ = false;
     settleSoon();
   }
@@ -131,9 +129,13 @@ class Plugin {
     Composition::update(composition_, loop_, Composition::configuredStoreDirectory(), SharedGroups::ofMaster());
   }
 
+  // The new-handler and its reserve go last, since destructors allocate too; snmpd unloads its plugins before it calls
+  // onShutdown().
   void end() {
     composition_.reset();
     isAnnounced_ = false;
+    if (std::get_new_handler() == handleOutOfMemory) std::set_new_handler(earlierNewHandler);
+    while (reserve.release()) continue;
   }
 
   // After operator new found no memory: drops everything, since that frees most and any of it may be half done, and

@@ -1,5 +1,8 @@
 // Preloaded into a program, makes operator new fail: allocation number FAILING_NEW_AT of the process and, if
-// FAILING_NEW_TIMES is above 1, as many in all, each FAILING_NEW_AT later. Memory of C's malloc() never fails.
+// FAILING_NEW_TIMES is above 1, as many in all, each FAILING_NEW_AT later. They are counted once FAILING_NEW_FROM, if it
+// is set, names a file that exists. Memory of C's malloc() never fails.
+
+#include <unistd.h>
 
 #include <cstdlib>
 #include <new>
@@ -15,7 +18,10 @@ bool mustFail() {
   static const long at = numberOf("FAILING_NEW_AT", 0);
   static long left = numberOf("FAILING_NEW_TIMES", 1);
   static long count = 0;
-  if (at == 0 || left == 0 || ++count % at != 0) return false;
+  static const char* const from = std::getenv("FAILING_NEW_FROM");
+  if (at == 0 || left == 0) return false;
+  if (count == 0 && from != nullptr && access(from, F_OK) != 0) return false;
+  if (++count % at != 0) return false;
   --left;
   return true;
 }
