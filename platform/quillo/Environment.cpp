@@ -126,7 +126,7 @@ Environment::Environment(const std::string& directory, Access access, std::size_
   bool fresh = !isThere || before.st_size == 0;
   bool hadLockFile = ::stat(lockFile(directory).c_str(), &before) == 0;
   try {
-    if (access == Access::read && isThere && fresh) {
+    if (access != Access::publish && isThere && fresh) {
       fail(ENOENT, access);  // its publisher died before it could write anything
     }
     open(access, mapBytes);
@@ -176,7 +176,7 @@ void Environment::open(Access access, std::size_t mapBytes) {
   if (status != 0) {
     fail(status, access);
   }
-  if (isLockFileHeld(directory_)) {
+  if (access != Access::probe && isLockFileHeld(directory_)) {
     fail(EAGAIN, access);
   }
   mdb_env_set_maxdbs(env_, std::size(indexNames));
@@ -187,7 +187,8 @@ void Environment::open(Access access, std::size_t mapBytes) {
   }
   // NOTLS: a reader's slot belongs to its transaction object, which is kept and renewed. NOSYNC: tmpfs does not
   // outlive the machine, so there is nothing to flush for. The publisher then opens the files to the group.
-  unsigned flags = MDB_NOTLS | (access == Access::read ? MDB_RDONLY : MDB_NOSYNC);
+  unsigned flags = MDB_NOTLS | (access == Access::publish ? MDB_NOSYNC : MDB_RDONLY);
+  if (access == Access::probe) flags |= MDB_NOLOCK;
   status = guarded([&] { return mdb_env_open(env_, directory_.c_str(), flags, 0600); });
   if (status != 0) {
     fail(status, access);
@@ -200,6 +201,7 @@ void Environment::open(Access access, std::size_t mapBytes) {
   }
   // A reader meets a data file that was cut short as damage.
   data_ = {opened.st_dev, opened.st_ino, access == Access::publish ? opened.st_size : 0};
+  if (access == Access::probe) return;
   // The storage engine does not give its descriptor of the lock file away.
   if (::stat(lockFile(directory_).c_str(), &opened) == 0) lock_ = {opened.st_dev, opened.st_ino, opened.st_size};
   // Between the opening of the two files the store may have been replaced: then the lock file is not this one's.
@@ -323,7 +325,7 @@ void Environment::readIdentity(Access access) {
                     "--store, or set the file aside with quorin-mirrord --recreate",
                     dataFile(directory_)));
   }
-  if (access == Access::read) {
+  if (access != Access::publish) {
     throw StoreException(Kind::notReady, fmt::format("store {} is being made", directory_));
   }
   create();

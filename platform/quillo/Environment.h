@@ -22,7 +22,9 @@ inline constexpr std::uint32_t formatVersion = 1;
 
 class Environment {
  public:
-  enum class Access { read, publish };
+  // probe: a look at the file as a new reader would find it. It takes no lock, so it may stand beside an environment of
+  // the same process (LMDB forbids that otherwise), but only where nothing commits meanwhile.
+  enum class Access { read, publish, probe };
 
   // Opens the file and its indexes, and checks that this system wrote it. A publisher creates a new store if the file
   // is missing or empty.

@@ -213,6 +213,14 @@ void Publisher::check() {
   if (!isReported && now < lastStoreCheck_ + checkPeriod) return;
   lastStoreCheck_ = now;
   try {
+    // Of the file's first pages, an open environment does not read everything again.
+    try {
+      Environment(config_.directory, Environment::Access::probe, 0);
+    } catch (const StoreException& found) {
+      const bool isDamage =
+          found.kind() == Kind::damaged || found.kind() == Kind::version || found.kind() == Kind::foreign;
+      if (isDamage) damageDetected(*env_, Place::records, {}, found.what());
+    }
     const View view(env_, 0);
     checkStore(*env_, view.txn);
   } catch (const Pesk::CorruptionDetectedException& damage) {

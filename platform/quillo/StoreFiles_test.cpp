@@ -282,6 +282,27 @@ TEST_F(StoreFilesTest, ThePublisherLearnsOfDamage) {
   }
 }
 
+// The publisher reads some of a file's first pages only when it opens it, a new reader always.
+TEST_F(StoreFilesTest, ThePublisherLearnsThatNoNewReaderCanOpenTheStore) {
+  Publisher publisher(config());
+  put(publisher, {{"a", "1"}});
+  stopClock();
+  constexpr std::size_t pageBytes = 4096;
+  for (const std::size_t at : {std::size_t{10}, std::size_t{16}, pageBytes + 20}) {  // flags, magic number, version
+    SCOPED_TRACE(at);
+    EXPECT_NO_THROW(publisher.check());
+    std::string bytes = readFile(dataFile());
+    bytes[at] = static_cast<char>(bytes[at] ^ 0x5a);
+    std::fstream(dataFile(), std::ios::in | std::ios::out | std::ios::binary).write(bytes.data(), 2 * pageBytes);
+    EXPECT_NE(Mount::State::ready, mount()->state());
+    now_ += 60;
+    EXPECT_THROW(publisher.check(), Pesk::CorruptionDetectedException);
+    publisher.makeAnew();
+    put(publisher, {{"a", "1"}});
+    EXPECT_EQ(Mount::State::ready, mount()->state());
+  }
+}
+
 // What a start makes of a store that cannot be used: one line, and a new store; a file of someone else stays.
 TEST_F(StoreFilesTest, AStartMakesADamagedStoreAnew) {
   put(*std::make_unique<Publisher>(config()), {{"a", std::string(20'000, 'a')}});
