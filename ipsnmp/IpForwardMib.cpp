@@ -1,5 +1,8 @@
 #include "ipsnmp/IpForwardMib.h"
 
+#include <algorithm>
+#include <bit>
+
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "vantu/IntfId.h"
 
@@ -9,6 +12,17 @@ KEL_TYPE_DEFINE(IpSnmp::FecsAndPrefixes)
 KEL_TYPE_DEFINE(IpSnmp::IpForwardMib)
 
 namespace IpSnmp {
+
+FecAsRead& IpForwardFecs::asRead(const Quillo::Fib::FecId& fecId) const {
+  const std::size_t wanted = std::bit_ceil(std::clamp(forwardFec().size(), std::size_t{1}, maxAsRead));
+  if (asRead_.size() < wanted) asRead_ = std::vector<FecAsRead>(wanted);
+  auto& place = asRead_[fecId.value() % asRead_.size()];
+  if (place.fecId != fecId) {
+    place.fecId = fecId;
+    place.generation = 0;
+  }
+  return place;
+}
 
 std::optional<IpCidrRouteTableEntry> IpForwardMib::ipCidrRouteTable(const IpCidrRouteTableIndex& index) const {
   const IpCidrRouteTableIteratorConst at(Kel::Ptr<const IpForwardMib>(this), index, false);
@@ -35,7 +49,6 @@ std::uint32_t IpForwardMib::ifIndex(const Vantu::IntfId& intfId) const {
 }
 
 const Vantu::IntfId* IpForwardMib::Resolved::intfId(const Quillo::Fib::ViaIndex& via) const {
-  const auto& vias = forwardFec->asRead().fec.via;
   return via.value() < vias.size() ? &vias[via.value()].intfId : nullptr;
 }
 
@@ -45,9 +58,10 @@ const char* IpForwardMib::resolve(const Vantu::Prefix& prefix, Resolved& into) c
   const auto& fecId = into.route.fecId;
   const auto* forwardFecs = fecsAndPrefixes() ? fecsAndPrefixes()->forwardFecs().get() : nullptr;
   into.forwardFec = forwardFecs != nullptr ? forwardFecs->forwardFec(fecId) : nullptr;
-  IpForwardFec::AsRead unkept;
-  auto& read = into.forwardFec ? into.forwardFec->asRead() : unkept;
-  readFec(fecId, read);
+  FecAsRead unkept{fecId, {}, 0};
+  auto& read = into.forwardFec ? forwardFecs->asRead(fecId) : unkept;
+  readFec(read);
+  into.vias = read.fec.via;
   if (!read.fec.exists()) return " has no fec";
   return into.forwardFec ? nullptr : " has no forward fec";
 }
@@ -66,13 +80,13 @@ void IpForwardMib::readRoute(const Vantu::Prefix& prefix, Resolved& into) const 
   }
 }
 
-void IpForwardMib::readFec(const Quillo::Fib::FecId& fecId, IpForwardFec::AsRead& into) const {
+void IpForwardMib::readFec(FecAsRead& into) const {
   const auto generation = vrfForwardingStatus() ? vrfForwardingStatus()->generation() : 0;
   if (generation != 0 && generation == into.generation) return;
   into.generation = 0;
   try {
     if (!vrfForwardingStatus()) return into.fec.clear();
-    vrfForwardingStatus()->readFec(fecId, into.fec);
+    vrfForwardingStatus()->readFec(into.fecId, into.fec);
     into.generation = generation;
   } catch (const Pesk::CorruptionDetectedException& damage) {
     into.fec.clear();

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <optional>
+#include <vector>
 
 #include "kel/Entity.h"
 #include "quillo/fecs/FecRouteList.h"
@@ -40,17 +41,13 @@ class IpForwardFec : public Kel::Entity {
   KEL_VALUES(Ordered, Vantu::IpAddr, Quillo::Fib::ViaIndex, nextHop, NextHop)
   using KelNextHop = Kel::Ordered<Vantu::IpAddr, Quillo::Fib::ViaIndex>;
   KEL_TYPE_END_DECLARE
+};
 
-  // The shared FEC as last read, with its table's generation at that time; 0: read it again. A cache for IpForwardMib:
-  // thousands of rows may need the same FEC.
-  struct AsRead {
-    Quillo::Fib::Fec fec;
-    std::uint64_t generation = 0;
-  };
-  AsRead& asRead() const { return asRead_; }
-
- private:
-  mutable AsRead asRead_;
+// A shared FEC as last read.
+struct FecAsRead {
+  Quillo::Fib::FecId fecId;
+  Quillo::Fib::Fec fec;          // no such FEC: the table has none
+  std::uint64_t generation = 0;  // of its table at that time; 0: read it again
 };
 
 // The FECs of one VRF, or of all of them where they share one forwarding table.
@@ -59,6 +56,14 @@ class IpForwardFecs : public Kel::Entity {
  public:
   KEL_MEMBERS(Hashed, Quillo::Fib::FecId, IpForwardFec, forwardFec, ForwardFec)
   KEL_TYPE_END_DECLARE
+
+  // The place of this FEC in a cache for IpForwardMib, since thousands of rows may need the same FEC. Up to `maxAsRead`
+  // FECs are kept at a time. The reference is good until the next call.
+  static constexpr std::size_t maxAsRead = 4096;
+  FecAsRead& asRead(const Quillo::Fib::FecId& fecId) const;
+
+ private:
+  mutable std::vector<FecAsRead> asRead_;  // by the remainder of the FEC's id; a power of two
 };
 
 class FecsAndPrefixes : public Kel::Entity {
@@ -114,6 +119,7 @@ class IpForwardMib : public Kel::Entity {
     Vantu::Prefix prefix;
     Quillo::Fib::Route route;
     Kel::Ptr<const IpForwardFec> forwardFec;
+    std::vector<Quillo::Fib::Via> vias;  // of the shared FEC
 
     // The interface of a next hop's via. Null if the FEC has changed and the via is gone, but its next hops are not
     // updated yet.
@@ -129,7 +135,7 @@ class IpForwardMib : public Kel::Entity {
 
  private:
   void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
-  void readFec(const Quillo::Fib::FecId& fecId, IpForwardFec::AsRead& into) const;
+  void readFec(FecAsRead& into) const;
 
   // Scratch memory of the iterators, so that a step allocates nothing. A step visits the current prefix and the next
   // one, where the next request begins. So two entries save more than half of the lookups.
