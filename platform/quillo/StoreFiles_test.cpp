@@ -287,13 +287,13 @@ TEST_F(StoreFilesTest, ThePublisherLearnsThatNoNewReaderCanOpenTheStore) {
   Publisher publisher(config());
   put(publisher, {{"a", "1"}});
   stopClock();
-  constexpr std::size_t pageBytes = 4096;
-  for (const std::size_t at : {std::size_t{10}, std::size_t{16}, pageBytes + 20}) {  // flags, magic number, version
+  constexpr std::size_t metaBytes = 4096;
+  for (const std::size_t at : {std::size_t{10}, std::size_t{16}, metaBytes + 20}) {  // flags, magic number, version
     SCOPED_TRACE(at);
     EXPECT_NO_THROW(publisher.check());
     std::string bytes = readFile(dataFile());
     bytes[at] = static_cast<char>(bytes[at] ^ 0x5a);
-    std::fstream(dataFile(), std::ios::in | std::ios::out | std::ios::binary).write(bytes.data(), 2 * pageBytes);
+    std::fstream(dataFile(), std::ios::in | std::ios::out | std::ios::binary).write(bytes.data(), 2 * metaBytes);
     EXPECT_NE(Mount::State::ready, mount()->state());
     now_ += 60;
     EXPECT_THROW(publisher.check(), Pesk::CorruptionDetectedException);
