@@ -125,7 +125,7 @@ class Home:
 
     def test_the_state_of_the_publisher_shows(self):
         self.settings = ("quorinStaleAfter 3",)
-        self.access += f"trap2sink {RECEIVER} public\n"
+        self.access += f"informsink {RECEIVER} public\n"
         receiver = self.start(SNMPTRAPD, "-f", "-Lo", "-On", "-C", "-c",
                               self.write_file("trapd.conf", "disableAuthorization yes\n"), RECEIVER)
         self.start_home()
@@ -158,6 +158,8 @@ class Home:
         self.vrfs.remove("red")
         expect_notification(5, '"red"')
         self.expect_context()
+        for number in (1, 2, 4, 5):
+            self.assertEqual(len(re.findall(rf"= OID: \.{AGENT}\.0\.{number}\b", receiver.output())), 1, receiver.output())
 
 
 class StockHome(Home):

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <lmdb.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <xxhash.h>
@@ -102,6 +103,11 @@ bool isLockFileHeld(const std::string& directory) {
   }
   ::close(fd);
   return isHeld;
+}
+
+bool isAddressSpaceLimited() {
+  struct rlimit limit {};
+  return ::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
 }
 
 }  // namespace
@@ -392,6 +398,8 @@ void Environment::fail(int status, Access access) const {
   if (access == Access::publish && (status == EIO || status == mappingFault) && isSpaceOut(directory_)) {
     status = ENOSPC;
   }
+  // The size of the mapping comes from the file.
+  if (status == EINVAL || (status == ENOMEM && !isAddressSpaceLimited())) status = MDB_CORRUPTED;
   switch (status) {
     case MDB_INVALID:
       if (isStoreOfOurs(directory_)) {

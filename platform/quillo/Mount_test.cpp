@@ -56,9 +56,10 @@ TEST_F(MountTest, DoorbellWakesAReaderInAnotherProcess) {
   const auto now = static_cast<Kel::Seconds>(time(nullptr));
   const auto publisher = reader->publisher();
   EXPECT_TRUE(publisher.alive);
-  EXPECT_NEAR(now, publisher.started, 10);
-  EXPECT_NEAR(now, publisher.lastCommit, 10);
-  EXPECT_NEAR(now, publisher.lastSeen, 10);
+  constexpr double window = 600;  // the machine may be busy; a wrong unit is far outside
+  EXPECT_NEAR(now, publisher.started, window);
+  EXPECT_NEAR(now, publisher.lastCommit, window);
+  EXPECT_NEAR(now, publisher.lastSeen, window);
   // Nobody else may publish, and not even --recreate touches the store.
   for (const auto& other : {config(), recreating()}) {
     StoreException e = refusal([&] { Publisher second(other); });

@@ -218,7 +218,8 @@ void Publisher::fail(int status) {
     default:
       break;
   }
-  if (status > 0) {
+  // EINVAL: the storage engine was to do what only damaged pages ask for.
+  if (status > 0 && status != EINVAL) {
     throw StoreException(Kind::directory, fmt::format("cannot write store {}: {}; look at its file system",
                                                       config_.directory, std::strerror(status)));
   }

@@ -174,6 +174,7 @@ class Publisher {
   bool compact();
   void ringAll();
   bool isDamageReported();
+  void checkForDamage();
   void clearStaleReaders();
   // Writes the operations, and a complete pass if asked, as one transaction.
   CommitResult apply(const Batch& batch, bool completesPass);

@@ -203,11 +203,16 @@ bool Publisher::isDamageReported() {
 }
 
 void Publisher::check() {
+  // First, since damage can make a write fail for any reason.
+  if (env_ && broken_.empty() && !env_->replaced()) checkForDamage();
   apply(Batch(*this), false);  // of nothing: throws where the store is gone
   lock_->beat();
   if (doorbell_->check()) {
     QTRACE(openTrace, 0) << doorbellFile(config_.directory) << " was removed or replaced; made it again";
   }
+}
+
+void Publisher::checkForDamage() {
   const Kel::Seconds now = Kel::System::currentTime();
   const bool isReported = now >= nextReportedCheck_ && isDamageReported();
   if (!isReported && now < lastStoreCheck_ + checkPeriod) return;
