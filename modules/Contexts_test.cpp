@@ -82,7 +82,7 @@ TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCache) {
   const auto unheld = tree.redIpMib->use_count();
   for (int i = 0; i < 2; ++i) {
     contexts.enter("red");
-    EXPECT_EQ(tree.redIpMib->use_count(), unheld + 6) << "one for each table";
+    EXPECT_EQ(tree.redIpMib->use_count(), unheld + 7) << "one for each table";
     contexts.leave("red");
     EXPECT_EQ(tree.redIpMib->use_count(), unheld);
   }

@@ -13,6 +13,7 @@
 // | IpForward         | IP-FORWARD-MIB (RFC 2096), 1.3.6.1.2.1.4.24:               | all      | IpSnmp::IpForwardMib  |
 // |                   | ipCidrRouteNumber .3, ipCidrRouteTable .4                  |          |                       |
 // | IpSwForwarding    | QUORIN-SW-FWD-IP-MIB: quorinSwFwdIpStatsTable E.3.1.1.1    | all      | Ip::SwFwdStats        |
+// | ipSystemStats     | IP-MIB: ipSystemStatsTable .31.1                           | all      | Ip::SwFwdStats        |
 // | VrfBase           | QUORIN-VRF-MIB: quorinVrfTable E.3.18.1.1,                 | default  | IpSnmp::IpVrfMib      |
 // |                   | quorinVrfIfTable E.3.18.1.2                                |          |                       |
 // | quorinFIBStatsMIB | QUORIN-FIB-STATS-MIB: quorinFIBStatsSummaryTable E.3.23.1.1, | all    | FibStatsMib           |
@@ -24,8 +25,8 @@
 //
 // E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
 // IpForward and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables". Requests
-// read only memory, except those of IpSwForwarding: Ip::SwFwdStats reads /proc/net when its counters are older than
-// half a second.
+// read only memory, except those of IpSwForwarding and ipSystemStats: Ip::SwFwdStats reads /proc/net when its counters
+// are older than half a second.
 //
 // init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other has
 // its VRF's name. If an entity to serve is missing or of another type, it writes a line that names the path to standard
@@ -44,5 +45,6 @@ MIB_MODULE_FUNCTIONS(VrfBase)
 MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
 MIB_MODULE_FUNCTIONS(quorinAgentMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)
+MIB_MODULE_FUNCTIONS(ipSystemStats)
 
 #undef MIB_MODULE_FUNCTIONS

@@ -47,7 +47,7 @@ class Tables : public ::testing::Test {
 #define ADD_LINE(Class, field, name) snmp6 += fmt::format("{} {}\n", name, 5'000'000'000 + snmp6.size());
     SW_FWD_COUNTERS(ADD_LINE)
 #undef ADD_LINE
-    const std::string netstat = "IpExt: InNoRoutes\nIpExt: 20 21 22 23 24 25 26\n";
+    const std::string netstat = "IpExt: InNoRoutes\nIpExt: 20 21 22 23 24 25 26 27 28 29\n";
     const std::string snmp =
         "Ip: Forwarding DefaultTTL InReceives InHdrErrors InAddrErrors ForwDatagrams InUnknownProtos InDiscards "
         "InDelivers OutRequests OutDiscards OutNoRoutes ReasmTimeout ReasmReqds ReasmOKs ReasmFails FragOKs "
@@ -303,7 +303,7 @@ class RandomTables : public Tables {
     }
   }
 
-  IpSnmpTest::RandomRoutes random{29};
+  IpSnmpTest::RandomRoutes random{31};
   // Hides objects, or limits the agent's messages.
   void limit(const Reference& reference) {
     std::vector<Oid> hidden;

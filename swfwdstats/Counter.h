@@ -5,6 +5,7 @@
 //   if (const Ip::Counter* counter = Ip::counter("Ip6InReceives", 13)) counter->write(data, 5);
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "kel/Name.h"
@@ -67,6 +68,15 @@ struct SwFwdStatsData {
     SW_FWD_STATS_FIELDS(SW_FWD_STATS_VISIT)
 #undef SW_FWD_STATS_VISIT
   }
+};
+
+// What the kernel counts beside SwFwdStatsData, as far as its files have it.
+struct SwFwdStatsMore {
+  // IPv4, from the block IpExt. Without the block the multicasts, broadcasts, inNoRoutes and inTruncatedPkts of
+  // SwFwdStatsData are not counted either.
+  bool hasIpExt = false;
+  std::optional<std::uint64_t> inOctets, outOctets, inMcastOctets, outMcastOctets;
+  std::optional<std::uint64_t> outTransmits;  // since Linux 6.6
 };
 
 // Reads and writes one field.

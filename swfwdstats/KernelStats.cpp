@@ -66,7 +66,8 @@ bool hasKnownNames(std::string_view line) {
   return line == knownHeader || line.starts_with(std::string(knownHeader) + ' ');
 }
 
-bool readSnmp(std::istream& file, SwFwdStatsData& data) {
+// `hasOutTransmits`: the header names one more counter after the known ones.
+bool readSnmp(std::istream& file, SwFwdStatsData& data, SwFwdStatsMore& more, bool hasOutTransmits) {
   constexpr std::streamsize longestField = 100;
   for (int skipped = 0; skipped < 3; ++skipped) file.ignore(longestField, ' ');  // "Ip:", forwarding, default TTL
   for (auto* value : {&data.inReceives, &data.inHdrErrors, &data.inAddrErrors, &data.forwDatagrams,
@@ -75,9 +76,13 @@ bool readSnmp(std::istream& file, SwFwdStatsData& data) {
                       &data.reasmFails, &data.fragOKs, &data.fragFails, &data.fragCreates}) {
     file >> *value;
   }
-  if (file) return true;
-  QTRACE(kernelStatsTrace, 0) << "Failed to read the values in " << snmpPath();
-  return false;
+  if (!file) {
+    QTRACE(kernelStatsTrace, 0) << "Failed to read the values in " << snmpPath();
+    return false;
+  }
+  std::uint64_t outTransmits = 0;
+  if (hasOutTransmits && file >> outTransmits) more.outTransmits = outTransmits;
+  return true;
 }
 
 // Moves to the values line, the second of two lines with this prefix.
@@ -95,17 +100,23 @@ bool findIpExtValues(std::istream& file) {
   return false;
 }
 
-void readIpExt(std::istream& file, SwFwdStatsData& data) {
+void readIpExt(std::istream& file, SwFwdStatsData& data, SwFwdStatsMore& more) {
   if (!findIpExtValues(file)) return;
   SwFwdStatsData read = data;
   file >> read.inNoRoutes >> read.inTruncatedPkts >> read.inMcastPkts >> read.outMcastPkts >> read.inBcastPkts >>
       read.outBcastPkts;
-  if (file) data = read;
+  if (!file) return;
+  data = read;
+  more.hasIpExt = true;
+  for (auto* octets : {&more.inOctets, &more.outOctets, &more.inMcastOctets, &more.outMcastOctets}) {
+    std::uint64_t value = 0;
+    if (file >> value) *octets = value;
+  }
 }
 
 }  // namespace
 
-bool readKernelIp4(SwFwdStatsData& data, IpHeader header) {
+bool readKernelIp4(SwFwdStatsData& data, IpHeader header, SwFwdStatsMore* given) {
   std::ifstream snmp;
   if (!opens(snmp, snmpPath())) return false;
   std::streamsize length = 0;
@@ -114,21 +125,26 @@ bool readKernelIp4(SwFwdStatsData& data, IpHeader header) {
     QTRACE(kernelStatsTrace, 0) << "Header is " << length;
     return false;
   }
-  if (!readSnmp(snmp, data)) return false;
+  SwFwdStatsMore more;
+  const bool hasOutTransmits = line.starts_with(std::string(knownHeader) + " OutTransmits");
+  if (!readSnmp(snmp, data, more, hasOutTransmits)) return false;
   std::ifstream netstat;
   if (!opens(netstat, netstatPath())) return false;
-  readIpExt(netstat, data);
+  readIpExt(netstat, data, more);
+  if (given != nullptr) *given = more;
   return true;
 }
 
-bool readKernelIp6(SwFwdStatsData& data) {
+bool readKernelIp6(SwFwdStatsData& data, SwFwdStatsMore* given) {
   std::ifstream file;
   if (!opens(file, snmp6Path())) return false;
+  SwFwdStatsMore more;
   char name[80];
   std::uint64_t value = 0;
   while (file.get(name, sizeof(name), ' ') && file >> value) {
     file.ignore();
     QTRACE(kernelStatsTrace, 1) << "stat is " << name << ", value is " << value;
+    if (std::strcmp(name, "Ip6OutTransmits") == 0) more.outTransmits = value;
     const Counter* const found = counter(name, static_cast<unsigned>(std::strlen(name)));
     if (found == nullptr) {
       QTRACE(kernelStatsTrace, 8) << "no counter found for stat string " << name;
@@ -138,9 +154,12 @@ bool readKernelIp6(SwFwdStatsData& data) {
                                 << value;
     found->write(data, value);
   }
-  if (!file.bad()) return true;
-  QTRACE(kernelStatsTrace, 0) << "Failed to read " << snmp6Path();
-  return false;
+  if (file.bad()) {
+    QTRACE(kernelStatsTrace, 0) << "Failed to read " << snmp6Path();
+    return false;
+  }
+  if (given != nullptr) *given = more;
+  return true;
 }
 
 Kel::String adviceOnIpHeader() {

@@ -12,10 +12,11 @@ enum class IpHeader {
   any      // it has the known length, or begins with the known names
 };
 
-// Read the counters into `data`. A counter that the files lack keeps its value; unknown names in snmp6 are skipped.
-// Return false, after a trace, if the files cannot be used; `data` is then invalid.
-bool readKernelIp4(SwFwdStatsData& data, IpHeader header);
-bool readKernelIp6(SwFwdStatsData& data);
+// Read the counters into `data` and `more`, if given. A counter that the files lack keeps its value in `data`, and has
+// none in `more`; unknown names in snmp6 are skipped.
+// Return false, after a trace, if the files cannot be used; both are then invalid.
+bool readKernelIp4(SwFwdStatsData& data, IpHeader header, SwFwdStatsMore* more = nullptr);
+bool readKernelIp6(SwFwdStatsData& data, SwFwdStatsMore* more = nullptr);
 
 // Returns advice for the operator if the kernel's header needs IpHeader::any; else an empty string.
 Kel::String adviceOnIpHeader();

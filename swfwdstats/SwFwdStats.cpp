@@ -42,6 +42,19 @@ class InVrf {
 
 }  // namespace
 
+bool SwFwdStats::isCounted() const {
+  doFreshen();
+  return lastUpdate_ != 0;
+}
+
+std::optional<std::uint64_t> SwFwdStats::transmitted() const {
+  doFreshen();
+  if (more_.outTransmits) return more_.outTransmits;
+  const auto sent = data_.forwDatagrams + data_.outRequests + data_.fragCreates;
+  const auto kept = data_.fragFails + data_.outNoRoutes + data_.outDiscards + data_.fragOKs;
+  return sent < kept ? std::nullopt : std::optional(sent - kept);
+}
+
 std::uint64_t SwFwdStats::inForwDatagrams() const {
   doFreshen();
   return data_.forwDatagrams + data_.inNoRoutes;
@@ -70,16 +83,18 @@ void SwFwdStats::hasNamespaceIs(bool hasNamespace) {
   hasNamespace_ = hasNamespace;
   if (hasNamespace_) return;
   data_ = {};
+  more_ = {};
   lastUpdate_ = 0;
 }
 
 void SwFwdStats::doRead() const {
   if (!hasNamespace_ || (ipVersion() != ipVersion4 && ipVersion() != ipVersion6)) return;
   SwFwdStatsData fresh = data_;
+  SwFwdStatsMore more;
   try {
     const InVrf inside(*this, vrf_);
     refusal_.clear();
-    if (!read(fresh)) return;
+    if (!read(fresh, more)) return;
   } catch (const Kel::Exception& error) {
     // Each requested counter would trace it again.
     if (refusal_ == error.what()) return;
@@ -87,13 +102,16 @@ void SwFwdStats::doRead() const {
     QTRACE(swFwdStatsTrace, 0) << refusal_;
     return;
   }
+  const auto now = Kel::System::currentTime();
+  if (fresh.inReceives < data_.inReceives || fresh.outRequests < data_.outRequests) discontinuityTime_ = now;
   data_ = fresh;
-  lastUpdate_ = Kel::System::currentTime();
+  more_ = more;
+  lastUpdate_ = now;
 }
 
-bool SwFwdStats::read(SwFwdStatsData& data) const {
-  if (ipVersion() == ipVersion6) return readKernelIp6(data);
-  return readKernelIp4(data, takesAnyIpHeader() ? IpHeader::any : IpHeader::strict);
+bool SwFwdStats::read(SwFwdStatsData& data, SwFwdStatsMore& more) const {
+  if (ipVersion() == ipVersion6) return readKernelIp6(data, &more);
+  return readKernelIp4(data, takesAnyIpHeader() ? IpHeader::any : IpHeader::strict, &more);
 }
 
 Kel::Ptr<SwFwdStats> swFwdStatsFactory(Ip::IpVersion ipVersion, Kel::Name vrfName) {

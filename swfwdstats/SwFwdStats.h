@@ -55,6 +55,20 @@ class SwFwdStats : public Kel::Notifier {
   std::uint64_t fragReqds() const;
   std::uint64_t outTransmits() const;
 
+  // For ipSystemStatsTable (RFC 4293), which has no instance of what the kernel does not count.
+  // Whether there are counters, refreshed: not for a VRF device, nor before the first good read.
+  bool isCounted() const;
+  const SwFwdStatsMore& more() const {
+    return more_;
+  }  // of the snapshot
+  // The kernel's own count, or else the derived one; none where the derivation would be negative, which happens since
+  // the kernel also counts packets without a route that are no requests.
+  std::optional<std::uint64_t> transmitted() const;
+  // When a counter was last lower than before, such as after the namespace was created again; 0: never.
+  Kel::Seconds discontinuityTime() const {
+    return discontinuityTime_;
+  }
+
   KEL_COMPUTED(data)
   KEL_COMPUTED(lastUpdate)
   KEL_COMPUTED(inForwDatagrams)
@@ -76,12 +90,14 @@ class SwFwdStats : public Kel::Notifier {
   }
 
  private:
-  bool read(SwFwdStatsData& data) const;
+  bool read(SwFwdStatsData& data, SwFwdStatsMore& more) const;
 
   const L3::VrfName vrf_{name()};
   bool hasNamespace_ = true;
   mutable SwFwdStatsData data_;
+  mutable SwFwdStatsMore more_;
   mutable Kel::Seconds lastUpdate_ = 0;
+  mutable Kel::Seconds discontinuityTime_ = 0;
   mutable Kel::String refusal_;  // why the namespace could not be entered last time; empty: it was entered
 };
 

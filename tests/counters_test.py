@@ -1,8 +1,8 @@
 """The counters of VRFs and interfaces are those of the kernel's files, read in each VRF's namespace."""
 
 from harness import SystemCase, eventually, main
-from harness.kernel import DYNAMIC, interface_rows, sw_fwd_row
-from harness.tables import IF_STATS, IP_TABLES, MEDIA, SW_FWD, walk_table, walk_tables
+from harness.kernel import DYNAMIC, interface_rows, sw_fwd_row, system_stats_row
+from harness.tables import IF_STATS, IP_TABLES, MEDIA, SW_FWD, SYSTEM_STATS, walk_table, walk_tables
 
 ADVICE = "'quorinKernelIpHeader any'"
 RED, BLUE = "red", "blue"
@@ -15,8 +15,12 @@ class CountersTest(SystemCase):
         return walk_table(self.client_of(name), SW_FWD)
 
     def expect_rows(self, name, namespace, versions=(1, 2)):
-        self.expect(lambda: {SW_FWD: {(version,): self.sw_fwd(name)[(version,)] for version in versions}},
-                    lambda: {SW_FWD: {(version,): sw_fwd_row(namespace, version) for version in versions}}, name)
+        def served():
+            tables = walk_tables(self.client_of(name), SW_FWD, SYSTEM_STATS, may_be_torn=True)
+            return {entry: {(version,): rows[(version,)] for version in versions} for entry, rows in tables.items()}
+
+        self.expect(served, lambda: {entry: {(version,): row(namespace, version) for version in versions}
+                                     for entry, row in ((SW_FWD, sw_fwd_row), (SYSTEM_STATS, system_stats_row))}, name)
 
     def test_rows_are_the_kernels_counters(self):
         red = self.vrfs.add(RED, "link add r0 type veth peer name b0", "link set r0 up", "addr add 10.0.0.1/24 dev r0",

@@ -78,6 +78,10 @@ IpSwForwarding Snmp quorinSwFwdIpStatsTable E.3.1.1.1
 ~InMcastPkts ~HCInMcastPkts ~InMcastOctets ~HCInMcastOctets ~OutMcastPkts ~HCOutMcastPkts ~OutMcastOctets
 ~HCOutMcastOctets ~InBcastPkts ~HCInBcastPkts ~OutBcastPkts ~HCOutBcastPkts ~DiscontinuityTime ~RefreshRate ;
 
+ipSystemStats Snmp ipSystemStatsTable 1.3.6.1.2.1.4.31.1
+| ~IPVersion=ipVersion=ipVersion4 | ipVersion4
+| 1 3 ~InReceives ;
+
 quorinAgentMIB AgentMib quorinAgentPublisherState E.4.1.1 default ;
 quorinAgentMIB AgentMib quorinAgentPublisherName E.4.1.2 default ;
 quorinAgentMIB AgentMib quorinAgentPublisherStart E.4.1.3 default ;

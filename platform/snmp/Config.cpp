@@ -29,7 +29,7 @@ unsigned secondsOf(const Kel::String& text, unsigned least) {
 }  // namespace
 
 const std::vector<Kel::String>& Config::objectGroups() {
-  static const std::vector<Kel::String> groups = {"route-tables"};
+  static const std::vector<Kel::String> groups = {"route-tables", "ip-mib-tables"};
   return groups;
 }
 

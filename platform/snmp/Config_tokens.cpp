@@ -88,7 +88,7 @@ struct Token {
 };
 
 constexpr Token tokens[] = {
-    {"quorinDisableObjects", parseWords<&Config::disableObjects>, "GROUP...   (groups: route-tables)"},
+    {"quorinDisableObjects", parseWords<&Config::disableObjects>, "GROUP...   (groups: route-tables ip-mib-tables)"},
     {"quorinStore", parseValue<&Config::setStoreDirectory>, "DIR"},
     {"quorinNetnsDir", parseValue<&Config::netnsDirectoryIs>, "DIR"},
     {"quorinKernelIpHeader", parseValue<&Config::setKernelIpHeader>, "strict | any"},

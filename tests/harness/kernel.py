@@ -206,22 +206,39 @@ def counters6(namespace, file):
     return {name.removeprefix("Ip6"): int(value) for name, value in pairs if name.startswith("Ip6")}
 
 
-def sw_fwd_row(namespace, version):
-    """The row of quorinSwFwdIpStatsTable of an IP version (1 or 2, as in the index)."""
+def ip_counters(namespace, version):
+    """The kernel's counters of an IP version (1 or 2, as in an index)."""
     if version == 2:
-        counters = counters6(namespace, "snmp6")
-    else:
-        counters = named_values(namespace, "snmp", "Ip")
-        counters["OutForwDatagrams"] = counters["ForwDatagrams"]
-        not_read = ("InOctets", "OutOctets", "InMcastOctets", "OutMcastOctets")
-        counters |= {**named_values(namespace, "netstat", "IpExt"), **dict.fromkeys(not_read, 0)}
+        return counters6(namespace, "snmp6")
+    counters = named_values(namespace, "snmp", "Ip") | named_values(namespace, "netstat", "IpExt")
+    return counters | {"OutForwDatagrams": counters["ForwDatagrams"]}
 
+
+def counter_columns(counters):
     def value(sources):
         terms = ((-1 if name.startswith("-") else 1) * counters.get(name.lstrip("+-"), 0) for name in sources.split())
         return sum(terms) % 2**64
 
     row = {column: str(value(sources) % 2**32) for column, sources in COLUMNS.items()}
-    row |= {column: str(value(COLUMNS[source])) for column, source in WIDE.items()}
+    return row | {column: str(value(COLUMNS[source])) for column, source in WIDE.items()}
+
+
+def sw_fwd_row(namespace, version):
+    """The row of quorinSwFwdIpStatsTable of an IP version."""
+    counters = ip_counters(namespace, version)
+    if version == 1:
+        counters |= dict.fromkeys(("InOctets", "OutOctets", "InMcastOctets", "OutMcastOctets"), 0)  # which it does not read
+    return {**counter_columns(counters), 46: TIME_TICKS, 47: "500"}
+
+
+def system_stats_row(namespace, version):
+    """The row of ipSystemStatsTable: also the octets of IPv4, no broadcasts of IPv6, and the kernel's OutTransmits."""
+    counters = ip_counters(namespace, version)
+    row = counter_columns(counters)
+    if "OutTransmits" in counters:
+        row |= {30: str(counters["OutTransmits"] % 2**32), 31: str(counters["OutTransmits"])}
+    broadcasts = range(42, 46) if version == 2 else ()
+    row = {column: value for column, value in row.items() if column not in broadcasts}
     return {**row, 46: TIME_TICKS, 47: "500"}
 
 

@@ -14,6 +14,8 @@ CONTEXT_TABLES = (*FORWARDING, *IP_TABLES, ROUTE, *FIB_TABLES)  # what every con
 VRF, VRF_IF = VRF_TABLES = tuple(f"{ENTERPRISE}.3.18.1.{number}.1" for number in (1, 2))
 SW_FWD, IF_STATS = f"{ENTERPRISE}.3.1.1.1.1", f"{ENTERPRISE}.3.27.1.1.1"
 
+SYSTEM_STATS = f"{IP}.31.1.1"
+
 TIME_TICKS = "(time)"  # stands for any time since the start of the agent, which must not be in the future
 IF_INDEX_BITS = 20  # of the kernel's index; the number of the VRF stands above
 PREFERENCE = (ROUTE, 12)  # which the kernel does not know
