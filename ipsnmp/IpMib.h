@@ -9,6 +9,8 @@
 #include "ipsnmp/IpVrfMib.h"
 #include "ipsnmp/NeighbourEntries.h"
 #include "swfwdstats/SwFwdStats.h"
+#include "varnix/Interface.h"
+#include "varnix/Ip.h"
 
 namespace IpSnmp {
 
@@ -40,6 +42,39 @@ class IpIfStatsEntry : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 };
 
+// An interface with an IP version: a row of ipv4InterfaceTable or ipv6InterfaceTable. It reads the publisher's records.
+class IpInterfaceEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpInterfaceEntry", IpInterfaceEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpInterfaceEntry, ((IpSnmp::IpVersionIfIndex, index)))
+  KEL_REFERENCE(const Ip::IntfProtocol, protocol, Protocol)   // null only while the row is made
+  KEL_REFERENCE(const Ip6::IntfConfig, addresses, Addresses)  // null: no IPv6 addresses
+  KEL_TYPE_END_DECLARE
+
+ public:
+  // The lower 64 bits of the interface's link-local address, the first one; empty without one.
+  Kel::String identifier() const;
+};
+
+// An interface with IP counters: a row of ipIfStatsTable. It reads the publisher's record.
+class IpIfTrafficEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpIfTrafficEntry", IpIfTrafficEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpIfTrafficEntry, ((IpSnmp::IpVersionIfIndex, index)))
+  KEL_REFERENCE(const Ip::IntfStats, stats, Stats)  // null only while the row is made
+  KEL_TYPE_END_DECLARE
+};
+
+// A gateway of a default route: a row of ipDefaultRouterTable.
+class IpDefaultRouterEntry : public Kel::Notifier {
+  KEL_TYPE_BEGIN("IpSnmp::IpDefaultRouterEntry", IpDefaultRouterEntry, Kel::Notifier)
+ public:
+  KEL_CONSTRUCTOR(IpDefaultRouterEntry, ((IpSnmp::DefaultRouterIndex, index)))
+  KEL_STORED(double, expires, Expires, 0.0)  // seconds of the framework's clock; 0: never
+  KEL_STORED(std::int32_t, preference, Preference, 0)
+  KEL_TYPE_END_DECLARE
+};
+
 // The IP-MIB cache of one VRF. The default VRF's is named "ipmib", every other one for its VRF.
 class IpMib : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpMib", IpMib, Kel::Entity)
@@ -61,6 +96,14 @@ class IpMib : public Kel::Entity {
               IpNetToPhysicalTable)
   KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)
   KEL_MEMBERS(Hashed, Ip::IpVersion, Ip::SwFwdStats, ipSwFwdStats, IpSwFwdStats)
+  KEL_MEMBERS(Ordered, IpVersionIfIndex, IpInterfaceEntry, ipInterfaceTable, IpInterfaceTable)
+  KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfTrafficEntry, ipIfTrafficTable, IpIfTrafficTable)
+  KEL_MEMBERS(Ordered, DefaultRouterIndex, IpDefaultRouterEntry, ipDefaultRouterTable, IpDefaultRouterTable)
+  // When rows of the tables of interfaces were last added, deleted or changed (ipIfTrafficTable: not changed), in seconds of the
+  // framework's clock; 0: never.
+  KEL_STORED(double, ipv4InterfaceTableLastChange, Ipv4InterfaceTableLastChange, 0.0)
+  KEL_STORED(double, ipv6InterfaceTableLastChange, Ipv6InterfaceTableLastChange, 0.0)
+  KEL_STORED(double, ipIfStatsTableLastChange, IpIfStatsTableLastChange, 0.0)
 
   // Inserts an existing prefix row in place of another with the same key. A row belongs to one member of an address at
   // a time; it can move to another member.

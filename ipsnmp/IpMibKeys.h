@@ -57,4 +57,10 @@ class IpVersionIfIndex {
   std::size_t hash() const { return hash_value(*this); }
 };
 
+// The ipDefaultRouterTable index.
+class DefaultRouterIndex {
+  KEL_VALUE_TYPE("IpSnmp::DefaultRouterIndex", DefaultRouterIndex,
+                 ((IpSnmp::InetAddress, addr))((std::uint32_t, ifIndex)))
+};
+
 }  // namespace IpSnmp

@@ -33,9 +33,9 @@ bool hasFallen(const Ip::IntfCounters& from, const Ip::IntfCounters& to) {
 
 }  // namespace
 
-CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf,
+CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf,
                              unsigned phase)
-    : ns_(std::move(ns)), all_(std::move(all)), idOf_(std::move(idOf)), polls_(phase) {
+    : ns_(std::move(ns)), all_(tree.ip6IntfStats), idOf_(std::move(idOf)), protocols_(tree, idOf_), polls_(phase) {
 }
 
 bool CounterMirror::poll() {
@@ -45,7 +45,8 @@ bool CounterMirror::poll() {
 bool CounterMirror::begin() {
   if (isReading_) return false;
   hasBegun_ = true;
-  isIncomplete_ = false;
+  isIncomplete_ = isListingTables_ = false;
+  protocols_.begin();
   try {
     if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, dumpReceiveBytes, RtSocket::Use::dumps);
     socket_->dump(RtDump::ipv6Links, ++sequence_);
@@ -103,12 +104,25 @@ void CounterMirror::take(const nlmsghdr& message) {
   if (message.nlmsg_flags & NLM_F_DUMP_INTR) isIncomplete_ = true;
   if (message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR) {
     const int status = statusOf(message);
-    if (status != 0)
-      throw Kel::Exception(fmt::format("rtnetlink: interfaces with IPv6: {}", std::strerror(status)));
-    isListing_ = false;
+    if (status != 0) {
+      throw Kel::Exception(fmt::format("rtnetlink: {}: {}",
+                                       isListingTables_ ? "neighbour tables" : "interfaces with IPv6",
+                                       std::strerror(status)));
+    }
+    if (!isListingTables_ && protocols_.wantsTables()) {
+      isListingTables_ = true;
+      socket_->dump(RtDump::neighbourTables, ++sequence_);
+    } else {
+      isListing_ = false;
+    }
   } else {
     auto decoded = decode(message);
-    if (auto* const link = std::get_if<Ip6LinkMessage>(&decoded)) listed(std::move(*link));
+    if (const auto* const parameters = std::get_if<NeighbourParametersMessage>(&decoded)) {
+      protocols_.listed(*parameters);
+    } else if (auto* const link = std::get_if<Ip6LinkMessage>(&decoded)) {
+      protocols_.listed(*link);
+      listed(std::move(*link));
+    }
   }
 }
 
@@ -144,6 +158,7 @@ void CounterMirror::read(const Ip6LinkMessage& link) {
 
 void CounterMirror::finish() {
   isReading_ = false;
+  protocols_.finish(!isIncomplete_);
   if (isIncomplete_) {
     seen_.merge(present_);
     present_.clear();
@@ -185,6 +200,19 @@ Ip::IntfCounters countersOf(const KernelCounters& kernel, const Ip::IntfCounters
                           outMcastPkts, outMcastOctets);
 }
 
+Ip::IntfDatagrams datagramsOf(const KernelCounters& kernel) {
+  const auto at = [&](const char* name) {
+    const auto found = kernel.find(name);
+    return found == kernel.end() ? Ip::IntfDatagrams::notCounted : found->second;
+  };
+  const std::map<std::string_view, const char*> names{
+#define NAME_OF(field, kernelName) {#field, kernelName},
+      IP_INTF_DATAGRAMS(NAME_OF)
+#undef NAME_OF
+  };
+  return Ip::IntfDatagrams::kelFromFields([&](const char* field, auto) { return at(names.at(field)); });
+}
+
 void setCounters(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& kernel, Kel::Seconds now) {
   const auto known = all.intfStats(id);
   const auto record = all.intfStatsIs(id);
@@ -194,6 +222,7 @@ void setCounters(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCou
     record->discontinuityTimeIs(now);
     record->utcOffsetIs(Kel::System::utcOffset());
   }
+  record->datagramsIs(datagramsOf(kernel));
   record->countersIs(isContinued ? counters : countersOf(kernel, {}));
 }
 

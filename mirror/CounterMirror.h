@@ -1,5 +1,6 @@
 #pragma once
-// Publishes the IPv6 counters of the interfaces of one network namespace, every two seconds.
+// Publishes the IPv6 counters of the interfaces of one network namespace, every two seconds, and how IPv4 and IPv6 run
+// on them (InterfaceProtocols.h).
 //
 // A reading lists the interfaces with IPv6 by rtnetlink. Where the counters in the reply differ from those of the last
 // reading, it reads the interface's file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "kel/System.h"
+#include "mirror/InterfaceProtocols.h"
 #include "mirror/rtnetlink/RtMessage.h"
 #include "mirror/rtnetlink/RtSocket.h"
 #include "vantu/NetNs.h"
@@ -32,6 +34,8 @@ KernelCounters readCounters(std::istream& file);
 // Converts the kernel's counters; a missing one counts as 0. Unicast is the total less multicast. The kernel reads the
 // two at different moments, so the difference may fall a little; the result then has the value of `before`.
 Ip::IntfCounters countersOf(const KernelCounters& kernel, const Ip::IntfCounters& before);
+// The other ones; a missing one is not counted.
+Ip::IntfDatagrams datagramsOf(const KernelCounters& kernel);
 
 // Writes the record of interface `id`. Without a record before, or if a counter has fallen, the discontinuity time
 // becomes `now`.
@@ -46,7 +50,7 @@ class CounterMirror {
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
 
   // `phase` spreads the readings of several namespaces over the polls.
-  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, Kel::Ptr<Ip::AllIntfStats> all, IdOf idOf, unsigned phase);
+  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf, unsigned phase);
 
   // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried with the
   // next reading. An incomplete reading deletes no record.
@@ -72,12 +76,14 @@ class CounterMirror {
   std::shared_ptr<const Vantu::NetNs> ns_;
   Kel::Ptr<Ip::AllIntfStats> all_;
   IdOf idOf_;
+  InterfaceProtocols protocols_;
   unsigned polls_;
   std::unique_ptr<RtSocket> socket_;  // opened by the first reading, and after a failure
   std::uint32_t sequence_ = 0;        // of the dump
   bool hasBegun_ = false;
   bool isReading_ = false;
   bool isListing_ = false;               // the first part of a reading
+  bool isListingTables_ = false;         // the second dump of this part
   bool isIncomplete_ = false;            // this reading
   bool isFailureTold_ = false;           // since the last complete reading
   std::vector<Ip6LinkMessage> waiting_;  // interfaces whose files are to be read

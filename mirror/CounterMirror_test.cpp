@@ -32,6 +32,10 @@ TEST(IntfCounters, areTheKernelsNumbersOfOldAndOfNew) {
   EXPECT_EQ(countersOf(toldWith("Ip6OutTransmits 60\n"), {}), newer);
   EXPECT_EQ(countersOf(toldWith("Ip6InReceives none\nIp6OutTransmits 60\n"), {}), older)
       << "as far as it can be read";
+  const auto datagrams = datagramsOf(toldWith("Ip6ReasmOKs 7\nIp6FragOKs 8\n"));
+  EXPECT_EQ(datagrams.outRequests(), 30u);
+  EXPECT_EQ(datagrams.reasmOKs() + datagrams.fragOKs(), 15u);
+  EXPECT_EQ(datagrams.inDelivers(), Ip::IntfDatagrams::notCounted) << "the kernel does not name it";
   EXPECT_EQ(countersOf({{"Ip6InReceives", 5}}, {}), Ip::IntfCounters(5, 0, 0, 0, 5, 0, 0, 0, 0, 0, 0, 0));
 }
 
@@ -91,8 +95,14 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   ip("link add eth0 type veth peer name eth0-p");
   waitForRecord("eth0", true);
   EXPECT_GT(statsOf("eth0")->discontinuityTime(), first);
+  const Vantu::IntfId eth0("eth0");
+  const auto& tree = service_->tree();
+  EXPECT_TRUE(tree.ip6IntfProtocol->intfProtocol(eth0)->parameters().isEnabled());
+  EXPECT_EQ(tree.ipIntfProtocol->intfProtocol(eth0)->parameters().retransmitTime(), 1000u);
   ip("link set eth0 mtu 1000");  // takes IPv6 away altogether
   waitForRecord("eth0", false);
+  EXPECT_FALSE(tree.ip6IntfProtocol->intfProtocolHas(eth0));
+  EXPECT_TRUE(tree.ipIntfProtocol->intfProtocolHas(eth0)) << "which it still has";
   EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
 
   ip("link del eth1");

@@ -38,7 +38,7 @@ MirrorService::Member::Member(Picture& picture, NamespaceScope scope, const std:
     : socket(ns, receiveBytes),
       mirror(socket, picture, std::move(scope), ForwardingFlags(ns)),
       counters(
-          ns, picture.tree.ip6IntfStats, [this](std::uint32_t ifIndex) { return mirror.interfaceId(ifIndex); },
+          ns, picture.tree, [this](std::uint32_t ifIndex) { return mirror.interfaceId(ifIndex); },
           mirror.scope().vrfId().value()) {
 }
 

@@ -107,6 +107,8 @@ void NamespaceMirror::settle() {
   writer_.sync(state_, changes);
   if (!changes.interfaces.empty() || vrfsVersion_ != picture_.vrfs.version()) updateTables();
   if (!changes.names.empty()) routes_.renamed(changes.names);
+  routes_.takeDefaultRouters(
+      [this](const auto& vrfId, const auto& routers) { picture_.vrfs.setDefaultRouters(vrfId, routers); });
 }
 
 void NamespaceMirror::withdraw() {
@@ -353,16 +355,21 @@ void NamespaceMirror::show() {
 
 void NamespaceMirror::readForwarding() {
   const bool wasUnread = std::exchange(isForwardingUnread_, false);
-  for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) {
+  const auto tried = [&](const auto& read) {
     try {
-      writer_.setForwarding(af, flags_.read(af));
+      read();
     } catch (const UnreadableFlagException& error) {
       // It is retried every second; one line is enough.
       QTRACE(namespaceMirrorTrace, wasUnread ? 6 : 0)
           << error.what() << "; keeping what is known, trying again every second";
       isForwardingUnread_ = true;
     }
+  };
+  for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) {
+    tried([&] { writer_.setForwarding(af, flags_.read(af)); });
   }
+  // The cause of a failure would be the same, and is traced already.
+  if (!isForwardingUnread_) tried([&] { writer_.setDefaults(flags_.readDefaults()); });
 }
 
 }  // namespace Mirror

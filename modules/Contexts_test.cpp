@@ -82,7 +82,7 @@ TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCache) {
   const auto unheld = tree.redIpMib->use_count();
   for (int i = 0; i < 2; ++i) {
     contexts.enter("red");
-    EXPECT_EQ(tree.redIpMib->use_count(), unheld + 7) << "one for each table";
+    EXPECT_EQ(tree.redIpMib->use_count(), unheld + 14) << "one for each table, and three scalars";
     contexts.leave("red");
     EXPECT_EQ(tree.redIpMib->use_count(), unheld);
   }
@@ -116,17 +116,29 @@ TEST_F(EnteringContexts, anObjectOfAnotherInsideOursLeavesOursAnswering) {
   EXPECT_EQ(tree.ipMib->use_count(), 2U) << "the tree's and the test's";
 }
 
-TEST_F(EnteringContexts, disabledRouteTablesAreNotRegistered) {
+TEST_F(EnteringContexts, disabledGroupsAreNotRegistered) {
   Snmp::registerConfigTokens();
-  char line[] = "quorinDisableObjects route-tables";
+  char line[] = "quorinDisableObjects route-tables ip-mib-tables";
   netsnmp_config(line);
   ::testing::internal::CaptureStdout();
   contexts.enter("");
   contexts.enter("red");
   std::string once = "init_IpForward skipping scalar ipCidrRouteNumber because route-tables are disabled.\n";
-  for (const char* table : {"ipCidrRouteTable", "quorinFIBStatsSummaryTable", "quorinFIBStatsByRouteTypeTable",
-                            "quorinFIBStatsByPrefixLenTable"}) {
-    once += fmt::format("initialize_table_{} is a noop because route-tables are disabled.\n", table);
+  const auto noop = [&](const char* table, const char* group) {
+    once += fmt::format("initialize_table_{} is a noop because {} are disabled.\n", table, group);
+  };
+  noop("ipCidrRouteTable", "route-tables");
+  for (const auto& object : mibObjects()) {
+    if (object.module != "ipMIB" || object.isTable()) continue;
+    once += fmt::format("init_ipMIB skipping scalar {} because ip-mib-tables are disabled.\n", object.name);
+  }
+  for (const char* table : {"ipv4InterfaceTable", "ipv6InterfaceTable", "ipIfStatsTable", "ipDefaultRouterTable",
+                            "ipSystemStatsTable"}) {
+    noop(table, "ip-mib-tables");
+  }
+  for (const char* table :
+       {"quorinFIBStatsSummaryTable", "quorinFIBStatsByRouteTypeTable", "quorinFIBStatsByPrefixLenTable"}) {
+    noop(table, "route-tables");
   }
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), once + once);
   Snmp::registerConfigTokens();  // the defaults again

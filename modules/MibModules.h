@@ -10,6 +10,12 @@
 // |                   | ipAddressTable .34                                         |          |                       |
 // |                   | ipNetToMediaTable .22, ipNetToPhysicalTable .35            | all      | IpSnmp::IpMib (keys), |
 // |                   |                                                            |          | Arp::Table::Status    |
+// | ipMIB             | IP-MIB: ipDefaultTTL .2, ipReasmTimeout .13,               | all      | Routing::Config       |
+// |                   | ipv6IpDefaultHopLimit .26                                  |          |                       |
+// |                   | ipv4InterfaceTableLastChange .27, ipv4InterfaceTable .28,  | all      | IpSnmp::IpMib         |
+// |                   | ipv6InterfaceTableLastChange .29, ipv6InterfaceTable .30,  |          |                       |
+// |                   | ipIfStatsTableLastChange .31.2, ipIfStatsTable .31.3,      |          |                       |
+// |                   | ipDefaultRouterTable .37                                   |          |                       |
 // | IpForward         | IP-FORWARD-MIB (RFC 2096), 1.3.6.1.2.1.4.24:               | all      | IpSnmp::IpForwardMib  |
 // |                   | ipCidrRouteNumber .3, ipCidrRouteTable .4                  |          |                       |
 // | IpSwForwarding    | QUORIN-SW-FWD-IP-MIB: quorinSwFwdIpStatsTable E.3.1.1.1    | all      | Ip::SwFwdStats        |
@@ -45,6 +51,7 @@ MIB_MODULE_FUNCTIONS(VrfBase)
 MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
 MIB_MODULE_FUNCTIONS(quorinAgentMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)
+MIB_MODULE_FUNCTIONS(ipMIB)
 MIB_MODULE_FUNCTIONS(ipSystemStats)
 
 #undef MIB_MODULE_FUNCTIONS

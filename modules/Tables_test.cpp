@@ -86,7 +86,13 @@ class Tables : public ::testing::Test {
     Reference made;
     made.add(ipObjects + ".1.0", ASN_INTEGER, to.config->routing() ? "1" : "2");
     made.add(ipObjects + ".24.3.0", ASN_GAUGE, std::to_string(to.forwardMib->numRoutes()));
+    for (const auto& [object, value] : {std::pair{".2.0", std::uint32_t{to.config->defaultTtl()}},
+                                        {".13.0", to.config->reasmTimeout()},
+                                        {".26.0", to.config->defaultHopLimit()}}) {
+      if (value != 0) made.add(ipObjects + object, ASN_INTEGER, std::to_string(value));
+    }
     made.add(*to.mib);
+    made.addInterfaces(*to.mib);
     made.add(to.routes.model.rows(to.routes.derived));
     made.add(*to.fibStats);
     if (to.isDefault()) {
@@ -151,6 +157,18 @@ class RandomTables : public Tables {
       const auto row = mib.ipAddressTableIs(inetAddress(text));
       row->intfDelAll();
       row->intfIs({IpSnmp::IntfDataKey(IpSnmp::addressSourceStatus, Vantu::IntfId("eth0")), nullptr});
+    }
+  }
+  void fillInterfaces(Vrf& to) {
+    to.config->defaultTtlIs(any({0U, 64U}));
+    to.config->defaultHopLimitIs(any({0U, 255U}));
+    to.mib->ipInterfaceTableDelAll();
+    to.mib->ipIfTrafficTableDelAll();
+    to.mib->ipDefaultRouterTableDelAll();
+    for (unsigned count = below(8); count > 0; --count) {
+      interfaceIs(*to.mib, any({Ip::ipVersion4, Ip::ipVersion6}), ifIndex(), 1 + below(6));
+      const IpSnmp::DefaultRouterIndex index(inetAddress(address()), ifIndex());
+      to.mib->ipDefaultRouterTableIs(index)->preferenceIs(any({-1, 0, 1}));
     }
   }
   // Some of which are gone from the shared table, or cannot be read there.
@@ -334,6 +352,7 @@ TEST_F(RandomTables, answerAsTheCachesSayWithTheSortedHandlerAndWithout) {
         each->config->routingIs(below(2) == 0);
         tree.config6->routingIs(below(2) == 0);
         fillAddresses(*each->mib);
+        fillInterfaces(*each);
         fillNeighbours(*each);
         fillRoutes(*each);
       }

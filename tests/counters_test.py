@@ -1,8 +1,11 @@
 """The counters of VRFs and interfaces are those of the kernel's files, read in each VRF's namespace."""
 
 from harness import SystemCase, eventually, main
-from harness.kernel import DYNAMIC, interface_rows, sw_fwd_row, system_stats_row
-from harness.tables import IF_STATS, IP_TABLES, MEDIA, SW_FWD, SYSTEM_STATS, walk_table, walk_tables
+from harness.kernel import (DYNAMIC, default_routers, interface_rows, interface_tables, sw_fwd_row,
+                            system_stats_row)
+from harness.snmp import ticks
+from harness.tables import (DEFAULT_ROUTER, IF_STATS, INTERFACE_TABLES, IP, IP_TABLES, MEDIA, SW_FWD, SYSTEM_STATS, walk_table,
+                            walk_tables)
 
 ADVICE = "'quorinKernelIpHeader any'"
 RED, BLUE = "red", "blue"
@@ -22,11 +25,27 @@ class CountersTest(SystemCase):
         self.expect(served, lambda: {entry: {(version,): row(namespace, version) for version in versions}
                                      for entry, row in ((SW_FWD, sw_fwd_row), (SYSTEM_STATS, system_stats_row))}, name)
 
+    def expect_interfaces(self, name, namespace):
+        self.expect(lambda: walk_tables(self.client_of(name), *INTERFACE_TABLES, may_be_torn=True),
+                    lambda: interface_tables(namespace, self.vrf_id(name)), f"interfaces of {name}")
+
+    def expect_routers(self, name, namespace):
+        def rounded(rows):  # a lifetime may be read a moment later, or a minute earlier
+            return {DEFAULT_ROUTER: {index: (lifetime if lifetime == 65535 else lifetime // 200 * 200, preference)
+                                     for index, (lifetime, preference) in rows.items()}}
+
+        self.expect(lambda: rounded({index: (int(row[4]), row[5]) for index, row in
+                                     walk_table(self.client_of(name), DEFAULT_ROUTER).items()}),
+                    lambda: rounded(default_routers(namespace, self.vrf_id(name))), f"default routers of {name}")
+
     def test_rows_are_the_kernels_counters(self):
         red = self.vrfs.add(RED, "link add r0 type veth peer name b0", "link set r0 up", "addr add 10.0.0.1/24 dev r0",
                             "addr add 2001:db8::1/64 dev r0 nodad")
         blue = self.vrfs.add(BLUE)
         red.ip(f"link set b0 netns {blue.file}")
+        red.sysctl("net.ipv4.ip_default_ttl", 77)
+        red.sysctl("net.ipv4.neigh.r0.retrans_time_ms", 1500)
+        red.sysctl("net.ipv6.neigh.r0.base_reachable_time_ms", 20000)
         blue.ip("link set b0 up", "addr add 10.0.0.2/24 dev b0", "addr add 2001:db8::2/64 dev b0 nodad")
         directory = f"quorinNetnsDir {self.vrfs.path}"
         self.configure(directory)
@@ -59,6 +78,30 @@ class CountersTest(SystemCase):
                 IF_STATS: interface_rows(self.namespace, 0) | interface_rows(red, self.vrf_id(RED))
                 | interface_rows(blue, self.vrf_id(BLUE))}, "interfaces")
             self.assertEqual(walk_table(self.client_of(RED), IF_STATS), {})
+        with self.subTest("how IP runs on the interfaces of each VRF"):
+            last_changes = [f"{IP}.{number}.0" for number in ("29", "31.2")]
+            before = list(map(ticks, self.client_of(RED).get(*last_changes)))
+            self.expect_interfaces(None, self.namespace)
+            self.expect_interfaces(BLUE, blue)
+            red.sysctl("net.ipv6.conf.r0.forwarding", 1)
+            red.ip("link add gone type veth peer name gone-p")
+            self.expect_interfaces(RED, red)
+            red.sysctl("net.ipv6.conf.r0.disable_ipv6", 1)
+            red.ip("link del gone")
+            self.expect_interfaces(RED, red)
+            after = map(ticks, self.client_of(RED).get(*last_changes))
+            self.assertTrue(all(now > then > 0 for now, then in zip(after, before)))
+        with self.subTest("default routers, and how long those of advertisements last"):
+            red.sysctl("net.ipv6.conf.r0.disable_ipv6", 0)
+            red.ip("route add default nexthop via 10.0.0.2 dev r0 nexthop via 10.0.0.3 dev r0",
+                   "route add default via 10.0.0.4 metric 7",
+                   "route add default via fe80::1 dev r0 proto ra metric 10 expires 1000 pref high",
+                   "route add default via fe80::2 dev r0 metric 20")
+            self.expect_routers(RED, red)
+            self.assertEqual(len(default_routers(red)), 5)
+            red.ip("route del default via fe80::1 dev r0", "route del default metric 7")
+            self.expect_routers(RED, red)
+            self.expect_routers(BLUE, blue)
         with self.subTest("the option overrides the configuration"):
             self.reconfigure("quorinKernelIpHeader any", "quorinNetnsDir /nowhere")
             self.sw_fwd(BLUE)

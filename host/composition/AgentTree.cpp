@@ -95,6 +95,15 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler
   };
   ipIfStatsSm_ = ifStatsSm(Ip::ipVersion4, varnix_.ipIntfStats);
   ip6IfStatsSm_ = ifStatsSm(Ip::ipVersion6, varnix_.ip6IntfStats);
+  const auto interfaceSm = [&](Ip::IpVersion version, const Kel::Ptr<Ip::AllIntfProtocol>& protocols,
+                               const Kel::Ptr<Ip::AllIntfStats>& stats) {
+    return Kel::makePtr<IpSnmp::IpInterfaceSm>(version, varnix_.intfStatusDir, varnix_.l3ConfigDir, protocols,
+                                               stats, varnix_.ip6Config, ipMib_, vrfMibsDir_);
+  };
+  ipInterfaceSm_ = interfaceSm(Ip::ipVersion4, varnix_.ipIntfProtocol, varnix_.ipIntfStats);
+  ip6InterfaceSm_ = interfaceSm(Ip::ipVersion6, varnix_.ip6IntfProtocol, varnix_.ip6IntfStats);
+  defaultRouterSm_ = Kel::makePtr<IpSnmp::DefaultRouterSm>(varnix_.routingConfig, varnix_.routingVrfConfigDir,
+                                                           ifMib_, ipMib_, vrfMibsDir_);
   wire();
   wireRoutes();
   wireFibStats();
@@ -247,6 +256,8 @@ AgentTree::~AgentTree() {
   ipRoot_ = nullptr;  // the machines are destroyed before the entities that they watch
   ifMibSm_ = nullptr;
   ipIfStatsSm_ = ip6IfStatsSm_ = nullptr;
+  ipInterfaceSm_ = ip6InterfaceSm_ = nullptr;
+  defaultRouterSm_ = nullptr;
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, nullptr);
 }
 

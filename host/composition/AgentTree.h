@@ -20,7 +20,9 @@
 #include "brev/TaskScheduler.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/agent/Root.h"
+#include "ipsnmp/agent/address/DefaultRouterSm.h"
 #include "ipsnmp/agent/address/IpIfStatsSm.h"
+#include "ipsnmp/agent/address/IpInterfaceSm.h"
 #include "ipsnmp/agent/route/IfMibSm.h"
 #include "kel/Dir.h"
 #include "varnix/AgentStatus.h"
@@ -86,6 +88,8 @@ class AgentTree {
   Kel::Ptr<FecModeWatch> fecModeWatch_;
   Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
   Kel::Ptr<IpSnmp::IpIfStatsSm> ipIfStatsSm_, ip6IfStatsSm_;
+  Kel::Ptr<IpSnmp::IpInterfaceSm> ipInterfaceSm_, ip6InterfaceSm_;
+  Kel::Ptr<IpSnmp::DefaultRouterSm> defaultRouterSm_;
 };
 
 }  // namespace Host

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,7 +13,20 @@
 namespace Mirror {
 
 bool ForwardingFlags::read(Vantu::Af af) const {
-  const auto file = directory_ + (af == Vantu::ipv4_ ? "/net/ipv4/ip_forward" : "/net/ipv6/conf/all/forwarding");
+  return number(af == Vantu::ipv4_ ? "/net/ipv4/ip_forward" : "/net/ipv6/conf/all/forwarding") != 0;
+}
+
+IpDefaults ForwardingFlags::readDefaults() const {
+  const auto positive = [this](const char* sysctl) {
+    return static_cast<std::uint32_t>(std::max(number(sysctl), 0L));
+  };
+  return {.ttl = positive("/net/ipv4/ip_default_ttl"),
+          .reasmTimeout = positive("/net/ipv4/ipfrag_time"),
+          .hopLimit = positive("/net/ipv6/conf/default/hop_limit")};
+}
+
+long ForwardingFlags::number(const char* sysctl) const {
+  const auto file = directory_ + sysctl;
   const auto fail = [&](const char* why) {
     throw UnreadableFlagException(fmt::format("cannot read {}: {}", file, why));
   };
@@ -24,7 +38,7 @@ bool ForwardingFlags::read(Vantu::Af af) const {
   }
   const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
-    if (errno == ENOENT) return false;
+    if (errno == ENOENT) return 0;
     fail(std::strerror(errno));
   }
   char text[16] = {};
@@ -35,7 +49,7 @@ bool ForwardingFlags::read(Vantu::Af af) const {
   char* end = text;
   const long value = std::strtol(text, &end, 10);
   if (end == text) fail("no number is in it");
-  return value != 0;
+  return value;
 }
 
 }  // namespace Mirror

@@ -1,6 +1,8 @@
 #pragma once
-// Reads whether a network namespace forwards: the sysctls net.ipv4.ip_forward and net.ipv6.conf.all.forwarding.
+// Reads what the sysctls of a network namespace set for the whole of it: whether it forwards (net.ipv4.ip_forward,
+// net.ipv6.conf.all.forwarding), and the defaults of packets.
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -17,6 +19,13 @@ class UnreadableFlagException : public Kel::Exception {
   using Kel::Exception::Exception;
 };
 
+// 0: the kernel does not have it.
+struct IpDefaults {
+  std::uint32_t ttl = 0;           // net.ipv4.ip_default_ttl
+  std::uint32_t reasmTimeout = 0;  // net.ipv4.ipfrag_time, seconds
+  std::uint32_t hopLimit = 0;      // net.ipv6.conf.default.hop_limit
+};
+
 class ForwardingFlags {
  public:
   static constexpr const char* procSys = "/proc/sys";
@@ -30,8 +39,13 @@ class ForwardingFlags {
 
   // Returns whether the namespace forwards; false if the kernel lacks the family. Throws UnreadableFlagException.
   bool read(Vantu::Af af) const;
+  // Throws UnreadableFlagException.
+  IpDefaults readDefaults() const;
 
  private:
+  // 0 without such a file. Throws UnreadableFlagException.
+  long number(const char* sysctl) const;
+
   std::shared_ptr<const Vantu::NetNs> ns_;
   std::string directory_;
 };

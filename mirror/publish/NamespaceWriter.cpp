@@ -118,6 +118,10 @@ void NamespaceWriter::setForwarding(Vantu::Af af, bool forwarding) {
   picture_.vrfs.setForwarding(scope_.vrf(), af, forwarding);
 }
 
+void NamespaceWriter::setDefaults(const IpDefaults& defaults) {
+  picture_.vrfs.setDefaults(scope_.vrf(), defaults);
+}
+
 void NamespaceWriter::withdraw() {
   const auto all = interfaces_.written();
   const KernelState nothing;
@@ -219,6 +223,8 @@ void TreeWriter::remove(const Vantu::IntfId& id) {
   QTRACE(treeWriterTrace, 6) << id << " removed";
   removeFromVrf(id);
   tree_.ip6IntfStats->intfStatsDel(id);
+  tree_.ipIntfProtocol->intfProtocolDel(id);
+  tree_.ip6IntfProtocol->intfProtocolDel(id);
   tree_.intfStatusDir->intfStatusDel(id);
 }
 

@@ -79,6 +79,7 @@ class NamespaceWriter {
   // Writes only the named changes.
   void sync(const KernelState& state, const KernelState::Changes& changes);
   void setForwarding(Vantu::Af af, bool forwarding);
+  void setDefaults(const IpDefaults& defaults);
   // Removes the namespace from the picture. Only the destructor may follow.
   void withdraw();
 

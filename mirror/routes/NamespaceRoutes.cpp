@@ -1,6 +1,9 @@
 #include "mirror/routes/NamespaceRoutes.h"
 
+#include <linux/rtnetlink.h>
+
 #include <algorithm>
+#include <cmath>
 
 #include "kel/Trace.h"
 #include "quillo/tables/FecIds.h"
@@ -20,6 +23,12 @@ constexpr double pauseFactor = 2;
 constexpr Kel::Seconds longPause = 2;
 constexpr double leastPauseFactor = 0.5;
 constexpr Kel::Seconds longestInterval = 64;
+// Between dumps for the lifetimes of advertised routers; and after a new one, of which the kernel notifies before it
+// sets the lifetime.
+constexpr Kel::Seconds lifetimeInterval = 60;
+constexpr Kel::Seconds lifetimeDelay = 1;
+// The kernel's lifetimes are rounded, and take a moment to arrive.
+constexpr Kel::Seconds lifetimeNoise = 2;
 // Routes that one piece of a sweep visits.
 constexpr std::size_t sweepPiece = 50'000;
 
@@ -54,11 +63,13 @@ void NamespaceRoutes::updateTables(const Tables& tables) {
     }
     table->vrfIdIs(vrfId);
   }
+  mayDefaultsDiffer_ = true;
 }
 
 void NamespaceRoutes::notified(const RouteMessage& message) {
   for (auto at = firstUse(message.table); at != tables_.end() && at->first.table == message.table; ++at) {
     if (message.address.af() == Vantu::ipv6_) areIpv6RoutesMoving_ = true;
+    if (message.length == 0) noteDefaultRoute(message);
     at->second->notified(message);
     // During a dump, endDump() asks.
     if (steps_.empty() && at->second->takeDoubt()) requestDump();
@@ -129,6 +140,7 @@ bool NamespaceRoutes::any(const Which& which) const {
 
 template <class Which>
 void NamespaceRoutes::reassess(const Which& which) {
+  mayDefaultsDiffer_ = true;
   for (const auto& [use, table] : tables_) table->reassess(which);
 }
 
@@ -168,14 +180,18 @@ void NamespaceRoutes::requestDump() {
 }
 
 std::optional<Kel::Seconds> NamespaceRoutes::due() const {
-  if (!soon_ && !later_) return std::nullopt;
-  const Kel::Seconds wanted = soon_ && later_ ? std::min(*soon_, *later_) : soon_ ? *soon_ : *later_;
-  return std::max(wanted, notBefore_);
+  if (!soon_ && !later_ && !refresh_) return std::nullopt;
+  std::optional<Kel::Seconds> wanted = soon_;
+  for (const auto& other : {later_, refresh_}) {
+    if (other && (!wanted || *other < *wanted)) wanted = other;
+  }
+  return std::max(*wanted, notBefore_);
 }
 
 void NamespaceRoutes::beginDump() {
   begun_ = Kel::System::currentTime();
   soon_.reset();
+  refresh_.reset();
   if (later_ && *later_ <= begun_) later_.reset();
   mayLack_ = areIpv6RoutesMoving_ = isSweeping_ = false;
   ++stamp_;
@@ -194,6 +210,7 @@ void NamespaceRoutes::dumped(const RouteMessage& message) {
   if (next_ >= steps_.size()) return;
   const Step& step = steps_[next_];
   if (message.table != step.table) return;
+  if (message.length == 0) noteDefaultRoute(message);
   const auto at = tables_.find({step.table, step.device});
   if (at != tables_.end()) at->second->dumped(message);
 }
@@ -235,6 +252,10 @@ void NamespaceRoutes::endDump() {
   }
   steps_.clear();
   next_ = 0;
+  mayDefaultsDiffer_ = true;  // the sweep may have deleted some
+  std::erase_if(advertised_,
+                [now](const auto& entry) { return entry.second.expires != 0 && entry.second.expires < now; });
+  if (!advertised_.empty()) refresh_ = now + lifetimeInterval;
   ++listings_;
   // Back-pressure made the first dump longer.
   notBefore_ = listings_ == 1 ? now : now + pauseAfter(now - begun_);
@@ -245,6 +266,48 @@ void NamespaceRoutes::endDump() {
   }
   if (!mayLack_) interval_ = 0;
   QTRACE(namespaceRoutesTrace, 2) << "listed " << routes() << " routes in " << now - begun_ << " s";
+}
+
+void NamespaceRoutes::noteDefaultRoute(const RouteMessage& message) {
+  mayDefaultsDiffer_ = true;
+  if (message.content.protocol != RTPROT_RA) return;
+  const Kel::Seconds now = Kel::System::currentTime();
+  for (const RouteHop& hop : message.content.hops) {
+    if (message.action == RouteMessage::Action::gone) {
+      advertised_.erase({hop.gateway, hop.ifIndex});
+      continue;
+    }
+    auto& router = advertised_[{hop.gateway, hop.ifIndex}];
+    const Kel::Seconds expires = message.expires ? now + *message.expires : 0;
+    if (std::abs(expires - router.expires) > lifetimeNoise) router.expires = expires;
+    router.preference = message.preference;
+    if (steps_.empty() && !refresh_) refresh_ = now + lifetimeDelay;
+  }
+}
+
+NamespaceRoutes::DefaultRouters NamespaceRoutes::advertisedRouters() const {
+  DefaultRouters routers;
+  for (const auto& [hop, router] : advertised_) {
+    const double offset = router.expires == 0 ? 0 : Kel::System::utcOffset();
+    routers[{hop.first, intfIdOf_(hop.second)}] =
+        Routing::DefaultRouterFacts(router.expires, offset, router.preference);
+  }
+  return routers;
+}
+
+void NamespaceRoutes::takeDefaultRouters(const std::function<void(const VrfId&, const DefaultRouters&)>& use) {
+  if (!std::exchange(mayDefaultsDiffer_, false)) return;
+  const auto advertised = advertisedRouters();
+  for (const auto& [tableUse, table] : tables_) {
+    if (!table->vrfId()) continue;
+    DefaultRouters routers;
+    for (const auto& via : table->gateways()) {
+      const Routing::DefaultRouterKey key(via.hop, via.intfId);
+      const auto known = advertised.find(key);
+      routers[key] = known == advertised.end() ? Routing::DefaultRouterFacts() : known->second;
+    }
+    use(*table->vrfId(), routers);
+  }
 }
 
 std::size_t NamespaceRoutes::routes() const {

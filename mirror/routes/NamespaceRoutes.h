@@ -26,6 +26,7 @@
 #include "mirror/kernel/Nexthops.h"
 #include "mirror/routes/VrfRoutes.h"
 #include "mirror/rtnetlink/RtSocket.h"
+#include "varnix/Values.h"
 
 namespace Mirror {
 
@@ -60,6 +61,12 @@ class NamespaceRoutes {
   void renamed(const std::set<std::uint32_t>& ifIndexes);
   void resolveAll();
 
+  // The gateways of the default routes of a VRF. Of those that router advertisements made known, the kernel tells the
+  // lifetime only when it is asked, so there is a dump once a minute while there are any.
+  using DefaultRouters = std::map<Routing::DefaultRouterKey, Routing::DefaultRouterFacts>;
+  // Calls `use` for each VRF if they may have changed since the last call.
+  void takeDefaultRouters(const std::function<void(const VrfId&, const DefaultRouters&)>& use);
+
   // ---- dump
   struct Step {
     RtDump what = RtDump::nexthops;
@@ -91,6 +98,8 @@ class NamespaceRoutes {
 
  private:
   std::vector<Quillo::Fib::Via> resolve(const RouteContent& content);
+  void noteDefaultRoute(const RouteMessage& message);
+  DefaultRouters advertisedRouters() const;
   // The events since the last settle().
   struct Events {
     std::set<std::uint32_t> nexthops;      // added, changed or deleted
@@ -114,6 +123,15 @@ class NamespaceRoutes {
   KnownTables::iterator firstUse(std::uint32_t table) { return tables_.lower_bound({table, 0}); }
 
   KnownTables tables_;
+
+  // Routers of advertisements, by address and interface.
+  struct Advertised {
+    Kel::Seconds expires = 0;  // 0: not known yet
+    std::int32_t preference = 0;
+  };
+  std::map<std::pair<Vantu::IpGenAddr, std::uint32_t>, Advertised> advertised_;
+  std::optional<Kel::Seconds> refresh_;  // when to dump to learn their lifetimes
+  bool mayDefaultsDiffer_ = true;        // since takeDefaultRouters()
 
   Events events_;
   std::vector<Step> steps_;  // of the dump under way

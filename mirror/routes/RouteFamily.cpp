@@ -312,6 +312,17 @@ void RouteFamily<PrefixType>::written() {
   plan_.clear();
 }
 
+template <class PrefixType>
+void RouteFamily<PrefixType>::addGateways(std::vector<Quillo::Fib::Via>& gateways) const {
+  aliases_.forEachOf(PrefixType(), [&](std::uint32_t, const Alias& alias) {
+    const Fec* const fec = contents_.fec(alias.content);
+    if (fec == nullptr) return true;
+    std::ranges::copy_if(fec->fec.via, std::back_inserter(gateways),
+                         [](const auto& via) { return via.intfId.isValid() && !via.hop.isZero(); });
+    return true;
+  });
+}
+
 template class RouteFamily<Vantu::Prefix>;
 template class RouteFamily<Vantu::Ip6Prefix>;
 

@@ -132,6 +132,8 @@ class RouteFamily {
   // Returns whether a dump found a change that was not notified, and resets that.
   bool takeFound() { return std::exchange(hasFound_, false); }
   std::size_t size() const { return aliases_.size(); }
+  // Appends the gateways of all default routes that can forward, whatever their metrics.
+  void addGateways(std::vector<Quillo::Fib::Via>& gateways) const;
 
   // Makes the prefixes of these contents pending. Call it before the contents resolve to other FECs.
   void touchContents(const std::unordered_set<RouteContents::Slot>& slots);

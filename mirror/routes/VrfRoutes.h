@@ -41,6 +41,13 @@ class VrfRoutes {
   void reassess(const RouteContents::NexthopIds& ids) { move(contents_.outdated(ids)); }
   const RouteContents& contents() const { return contents_; }
   std::size_t size() const { return ipv4_.size() + ipv6_.size(); }
+  // The gateways of all default routes that can forward; an address and interface may occur several times.
+  std::vector<Quillo::Fib::Via> gateways() const {
+    std::vector<Quillo::Fib::Via> gateways;
+    ipv4_.addGateways(gateways);
+    ipv6_.addGateways(gateways);
+    return gateways;
+  }
 
   // ---- for PublishedRoutes
   std::size_t pending() const { return ipv4_.pending() + ipv6_.pending(); }

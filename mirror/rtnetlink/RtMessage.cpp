@@ -5,6 +5,7 @@
 #include <linux/if.h>
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
+#include <linux/ipv6.h>
 #include <linux/neighbour.h>
 #include <linux/netconf.h>
 #include <linux/rtnetlink.h>
@@ -68,17 +69,55 @@ std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
   return table;
 }
 
+// A number of an array of such; 0 beyond its end, which is nearer in older kernels.
+std::int32_t numberAt(Payload array, std::size_t at) {
+  const std::size_t begin = at * sizeof(std::int32_t);
+  return array.size() < begin + sizeof(std::int32_t) ? 0 : readAs<std::int32_t>(array.subspan(begin), "number");
+}
+
 RtMessage decodeIp6Link(Payload payload, const ifinfomsg& header) {
   Ip6LinkMessage link;
   link.ifIndex = checkedIndex(header.ifi_index);
   forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
     if (type == IFLA_IFNAME) link.name = interfaceName(value);
     if (type != IFLA_PROTINFO) return;
-    forEachAttribute(value, [&](int part, Payload counters) {
-      if (part == IFLA_INET6_STATS) link.counters.assign(counters.begin(), counters.end());
+    forEachAttribute(value, [&](int part, Payload content) {
+      if (part == IFLA_INET6_STATS) link.counters.assign(content.begin(), content.end());
+      if (part == IFLA_INET6_CACHEINFO) {
+        link.reasmMaxSize = readAs<ifla_cacheinfo>(content, "IFLA_INET6_CACHEINFO").max_reasm_len;
+      }
+      if (part != IFLA_INET6_CONF) return;
+      link.forwarding = numberAt(content, DEVCONF_FORWARDING) != 0;
+      link.isEnabled = numberAt(content, DEVCONF_DISABLE_IPV6) == 0;
     });
   });
   return link;
+}
+
+// The kernel has the parameters of all interfaces without IPv4 or IPv6 of their own in one message without an index.
+RtMessage decodeNeighbourTable(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<ndtmsg>(payload, "neighbour table header");
+  NeighbourParametersMessage parameters;
+  parameters.af = afOf(header.ndtm_family);
+  const auto milliseconds = [](Payload value, const char* what) {
+    constexpr std::uint64_t highest = 0xFFFFFFFF;
+    return static_cast<std::uint32_t>(std::min(readAs<std::uint64_t>(value, what), highest));
+  };
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type != NDTA_PARMS) return;
+    forEachAttribute(value, [&](int part, Payload content) {
+      if (part == NDTPA_IFINDEX) {
+        parameters.ifIndex = readAs<std::uint32_t>(content, "NDTPA_IFINDEX");
+      } else if (part == NDTPA_RETRANS_TIME) {
+        parameters.retransmitTime = milliseconds(content, "NDTPA_RETRANS_TIME");
+      } else if (part == NDTPA_BASE_REACHABLE_TIME) {
+        parameters.reachableTime = milliseconds(content, "NDTPA_BASE_REACHABLE_TIME");
+      }
+    });
+  });
+  if (parameters.af == Vantu::unknown_ || parameters.ifIndex == 0) return {};
+  return parameters;
 }
 
 RtMessage decodeLink(const nlmsghdr& message) {
@@ -199,6 +238,8 @@ RtMessage decode(const nlmsghdr& message) {
     case RTM_NEWNEIGH:
     case RTM_DELNEIGH:
       return decodeNeighbour(message);
+    case RTM_NEWNEIGHTBL:
+      return decodeNeighbourTable(message);
     case RTM_NEWNETCONF:
       return decodeForwarding(message);
     case RTM_NEWROUTE:

@@ -40,6 +40,17 @@ struct Ip6LinkMessage {
   std::string name;           // empty when absent
   // The kernel's counters (IFLA_INET6_STATS). Their meanings differ between kernels; use them to detect changes only.
   std::string counters;
+  bool isEnabled = true;  // false: disable_ipv6
+  bool forwarding = false;
+  std::uint32_t reasmMaxSize = 0;  // octets; 0: unknown
+};
+
+// RTM_NEWNEIGHTBL: the parameters of a neighbour table for one interface, in the reply to RtDump::neighbourTables.
+struct NeighbourParametersMessage {
+  Vantu::Af af = Vantu::unknown_;
+  std::uint32_t ifIndex = 0;         // never 0
+  std::uint32_t retransmitTime = 0;  // ms; 0: unknown
+  std::uint32_t reachableTime = 0;   // ms, the base value
 };
 
 // RTM_NEWADDR or RTM_DELADDR.
@@ -110,6 +121,9 @@ struct RouteMessage {
   std::uint8_t tos = 0;      // 0: any
   std::uint32_t metric = 0;  // the lowest is preferred
   RouteContent content;
+  // Of a route by a router advertisement: the seconds that are left, and the router's preference (RFC 4191: -1 to 1).
+  std::optional<std::uint32_t> expires = std::nullopt;
+  std::int32_t preference = 0;
 };
 
 // RTM_NEWNEXTHOP or RTM_DELNEXTHOP.
@@ -125,7 +139,7 @@ struct NexthopMessage {
 
 // monostate: a well-formed message that the mirror ignores.
 using RtMessage = std::variant<std::monostate, LinkMessage, Ip6LinkMessage, AddressMessage, NeighbourMessage,
-                               ForwardingMessage, RouteMessage, NexthopMessage>;
+                               NeighbourParametersMessage, ForwardingMessage, RouteMessage, NexthopMessage>;
 
 // The message is too short, or has an attribute of the wrong size.
 class MalformedMessageException : public Kel::Exception {

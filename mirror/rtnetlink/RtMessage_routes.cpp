@@ -61,6 +61,20 @@ std::vector<RouteHop> multipathOf(Vantu::Af af, Payload value) {
   return hops;
 }
 
+// The seconds that are left of a route's lifetime; none if it has no end. The kernel sends hundredths of a second.
+std::optional<std::uint32_t> secondsLeft(Payload cacheInfo) {
+  constexpr int hundredths = 100;
+  const auto expires = readAs<rta_cacheinfo>(cacheInfo, "RTA_CACHEINFO").rta_expires;
+  if (expires == 0) return std::nullopt;
+  return expires < 0 ? 0 : static_cast<std::uint32_t>(expires / hundredths);
+}
+
+// A signed number of two bits (RFC 4191, 2.1); the reserved one counts as medium.
+std::int32_t preferenceOf(std::uint8_t bits) {
+  constexpr std::uint8_t high = 1, low = 3;
+  return bits == high ? 1 : bits == low ? -1 : 0;
+}
+
 }  // namespace
 
 bool RouteContent::isUnicast() const {
@@ -106,6 +120,12 @@ RtMessage decodeRoute(const nlmsghdr& message) {
         break;
       case RTA_MULTIPATH:
         content.hops = multipathOf(af, value);
+        break;
+      case RTA_CACHEINFO:
+        route.expires = secondsLeft(value);
+        break;
+      case RTA_PREF:
+        route.preference = preferenceOf(readAs<std::uint8_t>(value, "RTA_PREF"));
         break;
       case RTA_NH_ID:
         content.nexthopId = readAs<std::uint32_t>(value, "RTA_NH_ID");

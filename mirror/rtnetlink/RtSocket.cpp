@@ -137,6 +137,9 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence, std::uint32_t table) {
     case RtDump::ipv6Links:
       putHeader<ifinfomsg>(request, RTM_GETLINK).ifi_family = AF_INET6;
       break;
+    case RtDump::neighbourTables:
+      putHeader<ndtmsg>(request, RTM_GETNEIGHTBL);
+      break;
   }
   if (mnl_socket_sendto(socket_.get(), request, request->nlmsg_len) < 0) failOnSocket("cannot ask for a dump");
 }

@@ -22,7 +22,9 @@ enum class RtDump {
   nexthops,
   ipv4Routes,
   ipv6Routes,
-  ipv6Links  // with their counters; the state of a namespace does without it
+  // The state of a namespace does without these.
+  ipv6Links,       // with their counters
+  neighbourTables  // their parameters
 };
 
 class RtChannel {

@@ -65,6 +65,9 @@ std::optional<Vrf::VrfIdMap::VrfId> Vrfs::addDevice(const L3::VrfName& name, std
   writeRecords(name, table);
   setForwarding(name, Vantu::ipv4_, tree_.routingConfig->routing());
   setForwarding(name, Vantu::ipv6_, tree_.routing6Config->routing());
+  setDefaults(name, {.ttl = tree_.routingConfig->defaultTtl(),
+                     .reasmTimeout = tree_.routingConfig->reasmTimeout(),
+                     .hopLimit = tree_.routingConfig->defaultHopLimit()});
   return id;
 }
 
@@ -133,6 +136,29 @@ void Vrfs::setForwarding(const L3::VrfName& name, Vantu::Af af, bool forwarding)
   for (const auto& [other, kind] : kinds_) {
     if (kind == Kind::device) setForwarding(other, af, forwarding);
   }
+}
+
+void Vrfs::setDefaults(const L3::VrfName& name, const IpDefaults& defaults) {
+  if (const auto config = routing(name)) {
+    config->defaultTtlIs(defaults.ttl);
+    config->defaultHopLimitIs(defaults.hopLimit);
+    config->reasmTimeoutIs(defaults.reasmTimeout);
+  }
+  if (!name.isDefault()) return;
+  for (const auto& [other, kind] : kinds_) {
+    if (kind == Kind::device) setDefaults(other, defaults);
+  }
+}
+
+void Vrfs::setDefaultRouters(const Vrf::VrfIdMap::VrfId& vrfId,
+                             const std::map<Routing::DefaultRouterKey, Routing::DefaultRouterFacts>& routers) {
+  const auto* const name = tree_.vrfIdStatus->vrfName(vrfId);
+  const auto config = name != nullptr ? routing(*name) : nullptr;
+  if (!config) return;
+  for (const auto& present : config->defaultRouter().keys()) {
+    if (!routers.contains(present)) config->defaultRouterDel(present);
+  }
+  for (const auto& [key, facts] : routers) config->defaultRouterIs(key, facts);
 }
 
 void Vrfs::setSettings(AllVrfSettings settings) {

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "mirror/kernel/ForwardingFlags.h"
 #include "mirror/kernel/KernelState.h"
 #include "mirror/vrf/VrfIds.h"
 #include "mirror/vrf/VrfSettings.h"
@@ -18,7 +19,8 @@ namespace Mirror {
 // |-------------------------------------------|---------------------------------------------------|
 // | Ip::VrfConfig                             | the route distinguisher                           |
 // | Ip::VrfStatusGlobal, Ip::VrfStatusLocal   | active; the latter: whether it is a namespace     |
-// | Routing::Config, Routing6::Config         | the forwarding flag, facts of static routes       |
+// | Routing::Config, Routing6::Config         | the forwarding flag, defaults of packets, facts   |
+// |                                           | of static routes                                  |
 // | Routing::VrfInfo, for each IP version     | the kernel's routing table                        |
 // | Vrf::VrfIdMap::NameToIdMapWrapper         | the VRF's id (VrfIds)                             |
 //
@@ -54,6 +56,13 @@ class Vrfs {
   // Publishes the forwarding flag of a VRF; that of the default VRF also for all VRF devices, which have none of their
   // own. No-op for a VRF without records.
   void setForwarding(const L3::VrfName& name, Vantu::Af af, bool forwarding);
+
+  // The same for the defaults of packets.
+  void setDefaults(const L3::VrfName& name, const IpDefaults& defaults);
+
+  // Publishes the default routers of a VRF. No-op for a VRF without records.
+  void setDefaultRouters(const Vrf::VrfIdMap::VrfId& vrfId,
+                         const std::map<Routing::DefaultRouterKey, Routing::DefaultRouterFacts>& routers);
 
   void setSettings(AllVrfSettings settings);
 

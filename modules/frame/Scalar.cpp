@@ -30,8 +30,14 @@ int get(const Scalar& scalar, const char* function, const Kel::Entity* entity, n
   }
   QTRACE(trace, 2) << function << " - reading " << source.defaultPath << "->" << scalar.attribute << "()";
   unsigned char buffer[1024];
-  const int length =
-      Snmp::atCBoundary(trace, function, -1, [&] { return scalar.encode(*entity, buffer, sizeof(buffer)); });
+  const auto encoded = Snmp::atCBoundary(trace, function, std::optional(-1),
+                                         [&] { return scalar.encode(*entity, buffer, sizeof(buffer)); });
+  if (!encoded) {
+    // Of a GETNEXT, net-snmp's instance helper passes on to the next object.
+    netsnmp_request_set_error(request, SNMP_NOSUCHINSTANCE);
+    return SNMP_ERR_NOERROR;
+  }
+  const int length = *encoded;
   QTRACE(trace, 2) << function << " - " << scalar.conversion << " returned " << length << "bytes for "
                    << source.defaultPath << "->" << scalar.attribute << "()";
   if (!Snmp::setVarbindValue(request->requestvb, scalar.asnType, buffer, length)) {

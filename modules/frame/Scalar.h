@@ -6,6 +6,7 @@
 //   Modules::initializeScalar(routes, handle_ipCidrRouteNumber, "init_IpForward", config, context);
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "modules/frame/Module.h"
@@ -27,8 +28,9 @@ struct Scalar {
   const char* attribute;
   unsigned char asnType;
   const char* conversion;  // the name of `encode` in traces
-  // Writes the attribute's value, like the conversions (snmp/Conversions.h). `entity` is of the source's type.
-  std::function<int(const Kel::Entity& entity, unsigned char* buffer, int length)> encode;
+  // Writes the attribute's value, like the conversions (snmp/Conversions.h); nullopt if there is no instance of the
+  // object now. `entity` is of the source's type.
+  std::function<std::optional<int>(const Kel::Entity& entity, unsigned char* buffer, int length)> encode;
   // The object group that disables the scalar in the configuration; null: none.
   const char* group = nullptr;
 };

@@ -23,7 +23,7 @@ struct MibObject {
   std::string key;      // of this row
   std::string index{};  // of this row
   unsigned firstColumn = 0;
-  Words columns{};  // their objects; a SET of those with a star is refused by name
+  Words columns{};  // their objects; a SET of those with a star is refused by name; "-": a number without one
 
   bool is(const char* flag) const { return std::find(flags.begin(), flags.end(), flag) != flags.end(); }
   bool isTable() const { return !components.empty(); }
@@ -81,6 +81,31 @@ IpSwForwarding Snmp quorinSwFwdIpStatsTable E.3.1.1.1
 ipSystemStats Snmp ipSystemStatsTable 1.3.6.1.2.1.4.31.1
 | ~IPVersion=ipVersion=ipVersion4 | ipVersion4
 | 1 3 ~InReceives ;
+
+ipMIB Snmp ipDefaultTTL 1.3.6.1.2.1.4.2 ;
+ipMIB Snmp ipReasmTimeout 1.3.6.1.2.1.4.13 ;
+ipMIB Snmp ipv6IpDefaultHopLimit 1.3.6.1.2.1.4.26 ;
+ipMIB Snmp ipv4InterfaceTableLastChange 1.3.6.1.2.1.4.27 ;
+ipMIB Snmp ipv6InterfaceTableLastChange 1.3.6.1.2.1.4.29 ;
+ipMIB Snmp ipIfStatsTableLastChange 1.3.6.1.2.1.4.31.2 ;
+
+ipMIB Snmp ipv4InterfaceTable 1.3.6.1.2.1.4.28
+| ~IfIndex=ifIndex=3 | 3 | 3 2 ~ReasmMaxSize ~EnableStatus ~RetransmitTime ;
+
+ipMIB Snmp ipv6InterfaceTable 1.3.6.1.2.1.4.30
+| ~IfIndex=ifIndex=3 | 3
+| 3 2 ~ReasmMaxSize ~Identifier - ~EnableStatus ~ReachableTime ~RetransmitTime ~Forwarding ;
+
+ipMIB Snmp ipIfStatsTable 1.3.6.1.2.1.4.31.3
+| ~IPVersion=ipVersion=ipVersion6 ~IfIndex=ifIndex=3
+| Value('IpSnmp::IpVersionIfIndex', ** {'ipVersion': ipVersion6, 'ifIndex': 3})
+| 2.3 3 ~InReceives ~HCInReceives ~InOctets ~HCInOctets ;
+
+ipMIB Snmp ipDefaultRouterTable 1.3.6.1.2.1.4.37
+| ~AddressType=version=ipVersion4 ~Address=bytes=0x0a000001 ~IfIndex=ifIndex=3
+| Value('IpSnmp::DefaultRouterIndex', ** {'addr':
+Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a000001'}), 'ifIndex': 3})
+| 1.4.10.0.0.1.3 4 ~Lifetime ~Preference ;
 
 quorinAgentMIB AgentMib quorinAgentPublisherState E.4.1.1 default ;
 quorinAgentMIB AgentMib quorinAgentPublisherName E.4.1.2 default ;

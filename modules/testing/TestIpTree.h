@@ -77,6 +77,29 @@ auto knownNeighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::stri
   return row;
 }
 
+// An interface with what the publisher tells of it, in all numbers `first` and above.
+inline void interfaceIs(IpSnmp::IpMib& mib, Ip::IpVersion version, std::uint32_t ifIndex, std::uint32_t first = 1) {
+  const IpSnmp::IpVersionIfIndex key(version, ifIndex);
+  const Vantu::IntfId id("eth" + std::to_string(ifIndex));
+  const auto protocol = Kel::makePtr<Ip::IntfProtocol>(id);
+  protocol->parametersIs(Ip::IntfParameters(first % 2 == 0, first % 2 != 0, first, first + 1, first + 2));
+  const auto addresses = Kel::makePtr<Ip6::IntfConfig>(id);
+  for (const char* text : {"2001:db8::1/64", "fe80::102:3ff:fe04:506/64"}) {
+    if (first % 3 != 0) addresses->addrIs(Vantu::Ip6AddrWithMask::fromString(text), Ip6::AddressInfo());
+  }
+  const auto row = mib.ipInterfaceTableIs(key);
+  row->protocolIs(protocol);
+  row->addressesIs(addresses);
+  const auto stats = Kel::makePtr<Ip::IntfStats>(id);
+  std::uint64_t next = std::uint64_t{first} << 31;
+  stats->countersIs(Ip::IntfCounters::kelFromFields([&](auto&&...) { return next++; }));
+  if (first % 2 != 0) {
+    stats->datagramsIs(Ip::IntfDatagrams::kelFromFields(
+        [&](const char* field, auto) { return field == std::string("inDiscards") ? ~std::uint64_t{0} : next++; }));
+  }
+  mib.ipIfTrafficTableIs(key)->statsIs(stats);
+}
+
 using IpSnmpTest::TraceLines;
 
 // The lines without their pointers, which begin with "0x" after a blank.

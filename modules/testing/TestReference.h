@@ -6,6 +6,7 @@
 #include <fmt/ranges.h>
 
 #include <map>
+#include <set>
 
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "modules/testing/MibObjects.h"
@@ -88,6 +89,29 @@ class Reference {
       std::fill_n(values.begin() + (30 - 3), 2, Value());
       if (!isIpv4) std::fill_n(values.begin() + (42 - 3), 4, Value());
       row(ipObjects + ".31.1", std::to_string(version), 3, values);
+    }
+  }
+  // Interfaces, their counters and the default routers.
+  void addInterfaces(const IpSnmp::IpMib& mib) {
+    for (const char* lastChange : {".27.0", ".29.0", ".31.2.0"}) add(ipObjects + lastChange, ASN_TIMETICKS, "0");
+    for (const auto& [key, entry] : mib.ipInterfaceTable()) {
+      const auto& told = entry->protocol()->parameters();
+      const auto gauge = [](std::uint32_t value) { return Value{ASN_GAUGE, std::to_string(value)}; };
+      const Value status = number(told.isEnabled() ? 1 : 2), retransmit = gauge(told.retransmitTime());
+      const auto ifIndex = std::to_string(key.ifIndex());
+      if (key.ipVersion() == Ip::ipVersion4) {
+        row(ipObjects + ".28", ifIndex, 2, {number(told.reasmMaxSize()), status, retransmit});
+      } else {
+        const Value identifier{ASN_OCTET_STR, entry->addresses()->addr().empty() ? "" : "010203fffe040506"};
+        row(ipObjects + ".30", ifIndex, 2,
+            {gauge(told.reasmMaxSize()), identifier, Value(), status, gauge(told.reachableTime()), retransmit,
+             number(told.forwarding() ? 1 : 2)});
+      }
+    }
+    for (const auto& [key, entry] : mib.ipIfTrafficTable()) addTraffic(key, *entry->stats());
+    for (const auto& [key, entry] : mib.ipDefaultRouterTable()) {
+      row(ipObjects + ".37", fmt::format("{}.{}", index(key.addr()), key.ifIndex()), 4,
+          {{ASN_GAUGE, "65535"}, number(entry->preference())});
     }
   }
   void add(const std::vector<IpSnmp::IpCidrRouteTableEntry>& routes) {
@@ -213,6 +237,36 @@ class Reference {
       if (type != 0) add(fmt::format("{}.1.{}.{}", table, column, key), type, text);
       ++column;
     }
+  }
+
+  // By the names of the values' fields, which are those of the columns in most cases.
+  void addTraffic(const IpSnmp::IpVersionIfIndex& key, const Ip::IntfStats& stats) {
+    std::map<std::string, std::uint64_t> values;
+    const auto take = [&](const char* name, std::uint64_t value) { values[name] = value; };
+    stats.counters().kelForEachField(take);
+    stats.datagrams().kelForEachField(take);
+    std::erase_if(values, [](const auto& entry) { return entry.second == ~std::uint64_t{0}; });
+    if (values.contains("fragOKs")) values["fragReqds"] = values["fragOKs"] + values["fragFails"];
+    static const std::map<unsigned, std::string> columns{
+        {4, "inPkts"},         {6, "inOctets"},          {7, "inHdrErrors"},      {8, "inNoRoutes"},
+        {9, "inAddrErrors"},   {10, "inUnknownProtos"},  {11, "inTruncatedPkts"}, {14, "reasmReqds"},
+        {15, "reasmOKs"},      {16, "reasmFails"},       {17, "inDiscards"},      {19, "inDelivers"},
+        {21, "outRequests"},   {24, "outForwDatagrams"}, {25, "outDiscards"},     {26, "fragReqds"},
+        {27, "fragOKs"},       {28, "fragFails"},        {29, "fragCreates"},     {31, "outPkts"},
+        {33, "outOctets"},     {35, "inMcastPkts"},      {37, "inMcastOctets"},   {39, "outMcastPkts"},
+        {41, "outMcastOctets"}};
+    const std::set<unsigned> wide{4, 6, 19, 21, 24, 31, 33, 35, 37, 39, 41};
+    std::vector<Value> row(47 - 2);
+    for (const auto& [column, name] : columns) {
+      const auto at = values.find(name);
+      if (at == values.end()) continue;
+      const bool isWide = wide.contains(column);
+      row[column - (isWide ? 4 : 3)] = {ASN_COUNTER, std::to_string(at->second & 0xFFFFFFFF)};
+      if (isWide) row[column - 3] = {ASN_COUNTER64, std::to_string(at->second)};
+    }
+    row[46 - 3] = noTime;
+    row[47 - 3] = {ASN_GAUGE, "2000"};
+    this->row(ipObjects + ".31.3", fmt::format("{}.{}", int{key.ipVersion()}, key.ifIndex()), 3, row);
   }
 
   void addNeighbour(const IpSnmp::IpNetToPhysicalTableEntry& entry) {

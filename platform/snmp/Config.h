@@ -40,7 +40,7 @@ class Config : public Kel::PtrInterface {
 
   // The groups of objects that can be disabled:
   //   route-tables   ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
-  //   ip-mib-tables  ipSystemStatsTable
+  //   ip-mib-tables  the objects of the modules ipMIB and ipSystemStats (modules/MibModules.h)
   static const std::vector<Kel::String>& objectGroups();
 
   const std::set<Kel::String>& disabledObjects() const { return disabledObjects_; }

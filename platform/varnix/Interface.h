@@ -4,6 +4,7 @@
 #include "kel/Entity.h"
 #include "vantu/EthAddr.h"
 #include "vantu/IntfId.h"
+#include "varnix/IpInterface.h"
 
 namespace Interface {
 
@@ -78,6 +79,7 @@ class IntfStats : public Kel::Entity {
  public:
   KEL_CONSTRUCTOR(IntfStats, ((Vantu::IntfId, intfId)))
   KEL_STORED(IntfCounters, counters, Counters)
+  KEL_STORED(IntfDatagrams, datagrams, Datagrams, IntfDatagrams::none())
   // The counters have no gap since this time, in seconds of the publisher's clock. Do not compute deltas across it.
   KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)
   // Kel::System::utcOffset() of the publisher, which turns discontinuityTime into UTC. 0 in stores of older publishers.

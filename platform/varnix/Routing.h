@@ -13,6 +13,13 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_STORED(bool, routing, Routing, false)  // true: packets are forwarded between interfaces
+  // The TTL of packets sent, where nothing else determines it; that of IPv6; and how many seconds fragments wait for
+  // the rest of their packet. 0: unknown. All are here, since every VRF that is served has this record.
+  KEL_STORED(std::uint32_t, defaultTtl, DefaultTtl, 0)
+  KEL_STORED(std::uint32_t, defaultHopLimit, DefaultHopLimit, 0)
+  KEL_STORED(std::uint32_t, reasmTimeout, ReasmTimeout, 0)
+  // The gateways of the VRF's default routes, of both IP versions.
+  KEL_VALUES(Ordered, DefaultRouterKey, DefaultRouterFacts, defaultRouter, DefaultRouter)
   KEL_VALUES(Ordered, StaticRouteKey, StaticRouteFacts, staticRoute, StaticRoute)
   KEL_TYPE_END_DECLARE
 };

@@ -42,6 +42,8 @@ struct Tree {
   Kel::Ptr<Ip6::Status> ip6Status = make<Ip6::Status>("ip6/status");
   Kel::Ptr<Ip::AllIntfStats> ipIntfStats = make<Ip::AllIntfStats>("ip/intf/stats");
   Kel::Ptr<Ip::AllIntfStats> ip6IntfStats = make<Ip::AllIntfStats>("ip6/intf/stats");
+  Kel::Ptr<Ip::AllIntfProtocol> ipIntfProtocol = make<Ip::AllIntfProtocol>("ip/intf/protocol");
+  Kel::Ptr<Ip::AllIntfProtocol> ip6IntfProtocol = make<Ip::AllIntfProtocol>("ip6/intf/protocol");
   Kel::Ptr<Ip::AllVrfConfig> allVrfConfig = make<Ip::AllVrfConfig>("ip/vrf/config");
   Kel::Ptr<Ip::AllVrfStatusGlobal> allVrfStatusGlobal = make<Ip::AllVrfStatusGlobal>("ip/vrf/global");
   Kel::Ptr<Ip::AllVrfStatusLocal> allVrfStatusLocal = make<Ip::AllVrfStatusLocal>("ip/vrf/local");

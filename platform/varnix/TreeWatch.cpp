@@ -89,6 +89,8 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   MEMBERS_WATCH(tree.ip6Status, intf, Intf)
   MEMBERS_WATCH(tree.ipIntfStats, intfStats, IntfStats)
   MEMBERS_WATCH(tree.ip6IntfStats, intfStats, IntfStats)
+  MEMBERS_WATCH(tree.ipIntfProtocol, intfProtocol, IntfProtocol)
+  MEMBERS_WATCH(tree.ip6IntfProtocol, intfProtocol, IntfProtocol)
   MEMBERS_WATCH(tree.allVrfConfig, vrfConfig, VrfConfig)
   MEMBERS_WATCH(tree.allVrfStatusGlobal, vrf, Vrf)
   MEMBERS_WATCH(tree.allVrfStatusLocal, vrf, Vrf)

@@ -9,6 +9,7 @@
 #include "kel/Errors.h"
 #include "kel/Name.h"
 #include "kel/ValueType.h"
+#include "vantu/IntfId.h"
 #include "vantu/Prefix.h"
 #include "vantu/RouteTypes.h"
 
@@ -100,6 +101,41 @@ class StaticRouteFacts {
 };
 
 using StaticRouteKey = BasicStaticRouteKey<Vantu::Prefix>;
+
+// Identifies a default router by its address and the interface that leads to it. Text form: "192.0.2.1 red/eth0".
+class DefaultRouterKey {
+ public:
+  DefaultRouterKey() = default;
+  DefaultRouterKey(const Vantu::IpGenAddr& address, Vantu::IntfId intfId)
+      : address_(address), intfId_(std::move(intfId)) {}
+  // Throws Kel::RangeException unless the text has the form above.
+  static DefaultRouterKey fromString(std::string_view text) {
+    const auto blank = text.find(' ');
+    if (blank == std::string_view::npos || blank + 1 == text.size()) {
+      throw Kel::RangeException("'" + std::string(text) + "' is no default router: ADDRESS INTERFACE is expected");
+    }
+    return {Vantu::IpGenAddr::fromString(text.substr(0, blank)), Vantu::IntfId(text.substr(blank + 1))};
+  }
+
+  const Vantu::IpGenAddr& address() const { return address_; }
+  const Vantu::IntfId& intfId() const { return intfId_; }
+  Kel::String stringValue() const { return address_.stringValue() + " " + intfId_.text(); }
+  friend auto operator<=>(const DefaultRouterKey&, const DefaultRouterKey&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const DefaultRouterKey& key) {
+    return out << key.stringValue();
+  }
+
+ private:
+  Vantu::IpGenAddr address_;
+  Vantu::IntfId intfId_;
+};
+
+class DefaultRouterFacts {
+  // expires: when the router ceases to be one unless it advertises itself again, in seconds of the publisher's clock;
+  // 0: never. utcOffset: Kel::System::utcOffset() of the publisher. preference: that of RFC 4191, -1 to 1.
+  KEL_VALUE_TYPE("Routing::DefaultRouterFacts", DefaultRouterFacts,
+                 ((double, expires))((double, utcOffset))((std::int32_t, preference)))
+};
 
 }  // namespace Routing
 

@@ -4,8 +4,8 @@ import collections
 import ipaddress
 
 from harness.tables import (ADDR, ADDRESS, BY_LENGTH, BY_TYPE, CONTEXT_TABLES, FIB_TABLES, FORWARDING, IF_INDEX_BITS,
-                            IP_TABLES, IPV4_FORWARDING, IPV6_FORWARDING, MEDIA, PHYSICAL, PREFIX, ROUTE, SUMMARY,
-                            TIME_TICKS, VRF, VRF_IF)
+                            IP_IF_STATS, IP_TABLES, IPV4_FORWARDING, IPV4_INTERFACE, IPV6_FORWARDING, IPV6_INTERFACE, MEDIA,
+                            PACKET_DEFAULTS, PHYSICAL, PREFIX, ROUTE, SUMMARY, TIME_TICKS, VRF, VRF_IF)
 
 SWITCHES = {IPV4_FORWARDING: "ipv4/ip_forward", IPV6_FORWARDING: "ipv6/conf/all/forwarding"}
 
@@ -254,4 +254,50 @@ def interface_rows(namespace, vrf_id):
         values = [str(value) for kind in (all_of, ucast, mcast) for way in ("In", "Out") for value in kind[way]]
         rows[(2, vrf_id << IF_INDEX_BITS | link["ifindex"])] = {
             **dict(enumerate(values, 3)), 15: TIME_TICKS, 16: "2000"}
+    return rows
+
+
+def interface_tables(namespace, vrf_id=0):
+    """The tables of INTERFACE_TABLES: what runs on the interfaces of a VRF, as its sysctls and dev_snmp6 have it."""
+    read = {}
+    for line in namespace.run("sh", "-c", "cd /proc/sys/net && grep -s '' ipv4/ip_default_ttl ipv4/ipfrag_time "
+                              "ipv6/conf/default/hop_limit ipv[46]/neigh/*/*_ms ipv6/conf/*/disable_ipv6 "
+                              "ipv6/conf/*/forwarding").stdout.splitlines():
+        name, _, read[name] = line.partition(":")
+    defaults = (read["ipv4/ip_default_ttl"], read["ipv4/ipfrag_time"], read["ipv6/conf/default/hop_limit"])
+    tables = {entry: {(): {0: value}} for entry, value in zip(PACKET_DEFAULTS, defaults)}
+    tables |= {IPV4_INTERFACE: {}, IPV6_INTERFACE: {}, IP_IF_STATS: {}}
+    for link in namespace.ip_json("addr"):
+        name, if_index = link["ifname"], vrf_id << IF_INDEX_BITS | link["ifindex"]
+        if f"ipv4/neigh/{name}/retrans_time_ms" in read:
+            tables[IPV4_INTERFACE][(if_index,)] = {2: "65535", 3: "1", 4: read[f"ipv4/neigh/{name}/retrans_time_ms"]}
+        if f"ipv6/conf/{name}/forwarding" not in read:
+            continue
+        local = [info["local"] for info in link["addr_info"] if info["family"] == "inet6" and info["scope"] == "link"]
+        tables[IPV6_INTERFACE][(if_index,)] = {
+            2: "65535", 3: ipaddress.ip_address(local[0]).packed[8:].hex() if local else "",
+            5: "1" if read[f"ipv6/conf/{name}/disable_ipv6"] == "0" else "2",
+            6: read[f"ipv6/neigh/{name}/base_reachable_time_ms"], 7: read[f"ipv6/neigh/{name}/retrans_time_ms"],
+            8: "2" if read[f"ipv6/conf/{name}/forwarding"] == "0" else "1"}
+        counters = counters6(namespace, f"dev_snmp6/{name}")
+        row = counter_columns(counters)
+        out = counters.get("OutTransmits", counters["OutRequests"] + counters["OutForwDatagrams"])
+        row |= {30: str(out % 2**32), 31: str(out), 46: TIME_TICKS, 47: "2000"}
+        not_counted = (12, 13, 22, *range(42, 46))
+        tables[IP_IF_STATS][(2, if_index)] = {
+            column: row[column] for column in sorted(row) if column not in not_counted}
+    return tables
+
+
+def default_routers(namespace, vrf_id=0):
+    """ipDefaultRouterTable as {index: (lifetime, preference)}."""
+    links = {link["ifname"]: link["ifindex"] for link in namespace.ip_json("link")}
+    rows = {}
+    for route in namespace.ip_json("-4", "route", "show", "default") + namespace.ip_json("-6", "route", "show", "default"):
+        for hop in route.get("nexthops", [route]):
+            if "gateway" in hop and not UNUSABLE & set(hop.get("flags", [])):
+                is_advertised = route.get("protocol") == "ra"
+                preference = {"high": "1", "low": "-1"}.get(route.get("pref"), "0") if is_advertised else "0"
+                lifetime = route["expires"] if is_advertised else 65535
+                rows[(*inet(hop["gateway"]), vrf_id << IF_INDEX_BITS | links[hop["dev"]])] = (lifetime, preference)
     return rows

@@ -1,0 +1,61 @@
+#pragma once
+// Publishes how IPv4 and IPv6 run on the interfaces of one network namespace (Ip::IntfProtocol).
+//
+// CounterMirror passes what the kernel lists: the interfaces with IPv6 in each of its readings, and the parameters of
+// the neighbour tables in some of them, since few things change there and the kernel walks those of all namespaces. The
+// latter also show which interfaces have IPv4. A record is deleted by a reading that does not list the interface, and
+// by TreeWriter with the interface.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "mirror/rtnetlink/RtMessage.h"
+#include "varnix/Tree.h"
+
+namespace Mirror {
+
+class InterfaceProtocols {
+ public:
+  // One reading in so many also lists the neighbour tables: once a minute.
+  static constexpr unsigned readingsPerTables = 30;
+
+  // The id under which an interface is published; invalid if it is not published.
+  using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
+  InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf);
+
+  void begin();  // of a reading
+  void listed(const Ip6LinkMessage& link);
+  void listed(const NeighbourParametersMessage& parameters);
+  // Call it when all interfaces with IPv6 are listed. Returns whether the neighbour tables are to be listed too; then
+  // all of them count as unlisted.
+  bool wantsTables();
+  // Publishes the reading; of an incomplete one only what it listed.
+  void finish(bool isComplete);
+
+ private:
+  struct Timers {
+    std::uint32_t retransmitTime = 0;
+    std::uint32_t reachableTime = 0;
+  };
+  struct Interface {
+    std::optional<Timers> ipv4, ipv6;
+  };
+  using TimersByIndex = std::map<std::uint32_t, Interface>;
+  using Ids = std::set<Vantu::IntfId>;
+
+  void write(Ip::AllIntfProtocol& all, std::uint32_t ifIndex, const Ip::IntfParameters& parameters, Ids& ids) const;
+  static void sweep(Ip::AllIntfProtocol& all, Ids& published, Ids&& listed, bool isComplete);
+
+  Kel::Ptr<Ip::AllIntfProtocol> ip4_, ip6_;
+  IdOf idOf_;
+  unsigned readings_ = 0;
+  bool areTablesListed_ = false;                   // in this reading
+  std::map<std::uint32_t, Ip6LinkMessage> links_;  // of this reading, without their counters
+  TimersByIndex timers_, newTimers_;               // of the neighbour tables: as last listed; in this reading
+  Ids published4_, published6_;
+};
+
+}  // namespace Mirror
