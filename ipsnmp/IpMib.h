@@ -5,6 +5,7 @@
 
 #include "fibstats/FibStatsMib.h"
 #include "ipsnmp/IpAddressEntry.h"
+#include "ipsnmp/IfTables.h"
 #include "ipsnmp/IpForwardMib.h"
 #include "ipsnmp/IpVrfMib.h"
 #include "ipsnmp/NeighbourEntries.h"
@@ -117,7 +118,7 @@ class IpMib : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// The three caches of one VRF other than the default one. They are created with it, under the VRF's name.
+// The caches of one VRF other than the default one. They are created with it, under the VRF's name.
 class VrfMibs : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfMibs", VrfMibs, Kel::Entity)
  public:
@@ -125,12 +126,14 @@ class VrfMibs : public Kel::Entity {
   KEL_CHILD(IpMib, ipmib, Ipmib)
   KEL_CHILD(IpForwardMib, ipforwardmib, Ipforwardmib)
   KEL_CHILD(FibStatsSnmp::FibStatsMib, fibstatsmib, Fibstatsmib)
+  KEL_CHILD(IfTables, iftables, Iftables)
   KEL_TYPE_END_DECLARE
 
   void kelStart() override {
     ipmibIs(name());
     ipforwardmibIs(name());
     fibstatsmibIs(name());
+    iftablesIs(name());
   }
 };
 

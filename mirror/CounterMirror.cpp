@@ -2,9 +2,15 @@
 
 #include <fmt/format.h>
 #include <libmnl/libmnl.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -34,8 +40,15 @@ bool hasFallen(const Ip::IntfCounters& from, const Ip::IntfCounters& to) {
 }  // namespace
 
 CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf,
-                             unsigned phase)
-    : ns_(std::move(ns)), all_(tree.ip6IntfStats), idOf_(std::move(idOf)), protocols_(tree, idOf_), polls_(phase) {
+                             SetAlias setAlias, unsigned phase)
+    : ns_(std::move(ns)),
+      statuses_(tree.intfStatusDir),
+      linkCounters_(tree.intfCountersDir),
+      all_(tree.ip6IntfStats),
+      idOf_(std::move(idOf)),
+      setAlias_(std::move(setAlias)),
+      protocols_(tree, idOf_),
+      polls_(phase) {
 }
 
 bool CounterMirror::poll() {
@@ -45,17 +58,22 @@ bool CounterMirror::poll() {
 bool CounterMirror::begin() {
   if (isReading_) return false;
   hasBegun_ = true;
-  isIncomplete_ = isListingTables_ = false;
+  isIncomplete_ = false;
   protocols_.begin();
   try {
     if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, dumpReceiveBytes, RtSocket::Use::dumps);
-    socket_->dump(RtDump::ipv6Links, ++sequence_);
+    ask(RtDump::linkCounters);
     isReading_ = isListing_ = true;
   } catch (const Kel::Exception& error) {
     failed(error.what());
     socket_.reset();
   }
   return isReading_;
+}
+
+void CounterMirror::ask(RtDump what) {
+  dump_ = what;
+  socket_->dump(what, ++sequence_);
 }
 
 void CounterMirror::failed(const std::string& why) {
@@ -90,7 +108,7 @@ void CounterMirror::list() {
   for (unsigned count = 0; count < listDatagramsPerTurn && isListing_; ++count) {
     std::span<const std::uint8_t> datagram;
     if (socket_->receive(datagram) != RtChannel::Outcome::datagram) {
-      throw Kel::Exception("rtnetlink: the list of interfaces with IPv6 ended early");
+      throw Kel::Exception("rtnetlink: the list of interfaces ended early");
     }
     const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
     auto left = static_cast<int>(datagram.size());
@@ -103,18 +121,7 @@ void CounterMirror::take(const nlmsghdr& message) {
   // The list may lack interfaces.
   if (message.nlmsg_flags & NLM_F_DUMP_INTR) isIncomplete_ = true;
   if (message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR) {
-    const int status = statusOf(message);
-    if (status != 0) {
-      throw Kel::Exception(fmt::format("rtnetlink: {}: {}",
-                                       isListingTables_ ? "neighbour tables" : "interfaces with IPv6",
-                                       std::strerror(status)));
-    }
-    if (!isListingTables_ && protocols_.wantsTables()) {
-      isListingTables_ = true;
-      socket_->dump(RtDump::neighbourTables, ++sequence_);
-    } else {
-      isListing_ = false;
-    }
+    ended(statusOf(message));
   } else {
     auto decoded = decode(message);
     if (const auto* const parameters = std::get_if<NeighbourParametersMessage>(&decoded)) {
@@ -123,7 +130,66 @@ void CounterMirror::take(const nlmsghdr& message) {
       protocols_.listed(*link);
       listed(std::move(*link));
     }
+    if (const auto* const link = std::get_if<LinkCountersMessage>(&decoded)) counted(*link);
+    if (const auto* const link = std::get_if<LinkMessage>(&decoded)) setAlias_(link->ifIndex, link->details.alias);
   }
+}
+
+void CounterMirror::ended(int status) {
+  if (dump_ == RtDump::linkCounters) {
+    if (status != 0) failed(fmt::format("rtnetlink: counters of links: {}", std::strerror(status)));
+    knownStates_ = std::exchange(states_, {});
+    const bool areAliasesDue = std::exchange(isAnyDown_, false) && areSettingsDue();
+    ++readings_;
+    ask(areAliasesDue ? RtDump::links : RtDump::ipv6Links);
+    return;
+  }
+  if (dump_ == RtDump::links) return ask(RtDump::ipv6Links);
+  const bool areTables = dump_ == RtDump::neighbourTables;
+  if (status != 0) {
+    throw Kel::Exception(fmt::format("rtnetlink: {}: {}", areTables ? "neighbour tables" : "interfaces with IPv6",
+                                     std::strerror(status)));
+  }
+  if (!areTables && protocols_.wantsTables()) return ask(RtDump::neighbourTables);
+  isListing_ = false;
+}
+
+void CounterMirror::counted(const LinkCountersMessage& link) {
+  const auto id = idOf_(link.ifIndex);
+  const auto status = id.isValid() ? statuses_->intfStatus(id) : nullptr;
+  if (!status) return;
+  const bool isNew = !linkCounters_->intfCounters(id);
+  linkCounters_->intfCountersIs(id)->countersIs(link.counters);
+  const auto known = knownStates_.find(id);
+  const bool isSame = !isNew && known != knownStates_.end() && known->second == status->operStatus();
+  if (!isSame || areSettingsDue()) readSettings(*status);
+  if (status->adminStatus() == Interface::adminStatusDown) isAnyDown_ = true;
+  states_[id] = status->operStatus();
+}
+
+// The kernel answers for the namespace of the socket, and needs no privilege. It refuses a request without room for its
+// masks of link modes, and returns how many words they take, as a negative number.
+void CounterMirror::readSettings(Interface::IntfStatus& status) const {
+  constexpr std::size_t masks = 3 * SCHAR_MAX * sizeof(std::uint32_t);
+  alignas(ethtool_link_settings) std::array<unsigned char, sizeof(ethtool_link_settings) + masks> answer{};
+  auto& settings = *reinterpret_cast<ethtool_link_settings*>(answer.data());
+  ifreq request{};
+  const auto name = status.intfId().localName();
+  name.copy(request.ifr_name, IFNAMSIZ - 1);
+  request.ifr_data = reinterpret_cast<char*>(answer.data());
+  const auto ask = [&](int words) {
+    settings.cmd = ETHTOOL_GLINKSETTINGS;
+    settings.link_mode_masks_nwords = static_cast<std::int8_t>(words);
+    return ioctl(socket_->fd(), SIOCETHTOOL, &request) == 0;
+  };
+  const bool isKnown = ask(0) && ask(-settings.link_mode_masks_nwords);
+  const auto speed = settings.speed;
+  const auto duplex = settings.duplex;
+  status.speedIs(isKnown && speed != static_cast<std::uint32_t>(SPEED_UNKNOWN) ? speed : 0);
+  status.duplexIs(!isKnown                ? Interface::duplexUnknown
+                  : duplex == DUPLEX_FULL ? Interface::duplexFull
+                  : duplex == DUPLEX_HALF ? Interface::duplexHalf
+                                          : Interface::duplexUnknown);
 }
 
 void CounterMirror::listed(Ip6LinkMessage link) {

@@ -1,12 +1,18 @@
 #pragma once
-// Publishes the IPv6 counters of the interfaces of one network namespace, every two seconds, and how IPv4 and IPv6 run
-// on them (InterfaceProtocols.h).
+// Publishes the counters of the interfaces of one network namespace every two seconds, and their speed and duplex mode
+// every ten, or two after their operational state has changed; and how IPv4 and IPv6 run on them (InterfaceProtocols.h).
 //
-// A reading lists the interfaces with IPv6 by rtnetlink. Where the counters in the reply differ from those of the last
+// A reading first dumps the counters of all links by rtnetlink, which are those of Interface::LinkCounters. A link gets
+// its record as soon as it is published. Speed and duplex mode are those of ETHTOOL_GLINKSETTINGS (ethtool(8)).
+//
+// Every ten seconds it also lists the links if one of them is down: the kernel does not notify of an alias that is set
+// then.
+//
+// A reading then lists the interfaces with IPv6. Where the counters in the reply differ from those of the last
 // reading, it reads the interface's file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The
 // counters of rtnetlink have numbers instead of names, with meanings that differ between kernels.) An interface has a
-// record from its first reading on. TreeWriter deletes the record with the interface; a complete reading deletes it
-// when the interface is not listed any more, since it lost IPv6.
+// record of IPv6 from its first reading on. TreeWriter deletes all records with the interface; a complete reading deletes
+// that of IPv6 when the interface is not listed any more, since it lost IPv6.
 
 #include <cstdint>
 #include <functional>
@@ -21,7 +27,7 @@
 #include "mirror/rtnetlink/RtMessage.h"
 #include "mirror/rtnetlink/RtSocket.h"
 #include "vantu/NetNs.h"
-#include "varnix/Interface.h"
+#include "varnix/Tree.h"
 
 namespace Mirror {
 
@@ -43,14 +49,19 @@ void setCounters(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCou
 
 class CounterMirror {
  public:
-  static constexpr unsigned pollsPerReading = 2;      // seconds, at one poll a second
+  static constexpr unsigned pollsPerReading = 2;  // seconds, at one poll a second
+  static constexpr unsigned readingsPerSettings = 5;
   static constexpr unsigned interfacesPerTurn = 100;  // some 2 ms
 
   // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
 
+  // Is told the alias of each link.
+  using SetAlias = std::function<void(std::uint32_t ifIndex, const std::string& alias)>;
+
   // `phase` spreads the readings of several namespaces over the polls.
-  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf, unsigned phase);
+  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf, SetAlias setAlias,
+                unsigned phase);
 
   // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried with the
   // next reading. An incomplete reading deletes no record.
@@ -65,25 +76,38 @@ class CounterMirror {
 
  private:
   using Counters = std::map<Vantu::IntfId, std::string>;  // Ip6LinkMessage::counters
+  using States = std::map<Vantu::IntfId, Interface::OperStatus>;
 
+  void ask(RtDump what);
+  bool areSettingsDue() const { return readings_ % readingsPerSettings == 0; }
   void list();
   void take(const nlmsghdr& message);
+  void ended(int status);
+  void counted(const LinkCountersMessage& link);
+  void readSettings(Interface::IntfStatus& status) const;
   void listed(Ip6LinkMessage link);
   void read(const Ip6LinkMessage& link);
   void failed(const std::string& why);
   void finish();
 
   std::shared_ptr<const Vantu::NetNs> ns_;
+  Kel::Ptr<Interface::AllIntfStatusDir> statuses_;
+  Kel::Ptr<Interface::AllIntfCounters> linkCounters_;
   Kel::Ptr<Ip::AllIntfStats> all_;
   IdOf idOf_;
+  SetAlias setAlias_;
   InterfaceProtocols protocols_;
   unsigned polls_;
   std::unique_ptr<RtSocket> socket_;  // opened by the first reading, and after a failure
   std::uint32_t sequence_ = 0;        // of the dump
+  RtDump dump_ = RtDump::linkCounters;
+  unsigned readings_ = 0;
+  bool isAnyDown_ = false;  // of the links, in this reading
+  States knownStates_;      // when the speed was read last
+  States states_;           // in this reading
   bool hasBegun_ = false;
   bool isReading_ = false;
-  bool isListing_ = false;               // the first part of a reading
-  bool isListingTables_ = false;         // the second dump of this part
+  bool isListing_ = false;               // the first part of a reading: the dumps
   bool isIncomplete_ = false;            // this reading
   bool isFailureTold_ = false;           // since the last complete reading
   std::vector<Ip6LinkMessage> waiting_;  // interfaces whose files are to be read

@@ -39,6 +39,7 @@ MirrorService::Member::Member(Picture& picture, NamespaceScope scope, const std:
       mirror(socket, picture, std::move(scope), ForwardingFlags(ns)),
       counters(
           ns, picture.tree, [this](std::uint32_t ifIndex) { return mirror.interfaceId(ifIndex); },
+          [this](std::uint32_t ifIndex, const std::string& alias) { mirror.setAlias(ifIndex, alias); },
           mirror.scope().vrfId().value()) {
 }
 

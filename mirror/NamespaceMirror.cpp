@@ -111,6 +111,10 @@ void NamespaceMirror::settle() {
       [this](const auto& vrfId, const auto& routers) { picture_.vrfs.setDefaultRouters(vrfId, routers); });
 }
 
+void NamespaceMirror::setAlias(std::uint32_t ifIndex, const std::string& alias) {
+  if (state_.setAlias(ifIndex, alias)) settle();
+}
+
 void NamespaceMirror::withdraw() {
   routes_.updateTables({});
   writer_.withdraw();

@@ -51,6 +51,8 @@ class NamespaceMirror {
 
   // Applies pending changes. Call it after another namespace was added or removed, which may change the VRFs.
   void settle();
+  // Call it with an alias that was read apart from the notifications (KernelState::setAlias).
+  void setAlias(std::uint32_t ifIndex, const std::string& alias);
   // Removes the namespace from the picture, since it was deleted. Only the destructor may follow.
   void withdraw();
 

@@ -22,6 +22,10 @@
 // | ipSystemStats     | IP-MIB: ipSystemStatsTable .31.1                           | all      | Ip::SwFwdStats        |
 // | VrfBase           | QUORIN-VRF-MIB: quorinVrfTable E.3.18.1.1,                 | default  | IpSnmp::IpVrfMib      |
 // |                   | quorinVrfIfTable E.3.18.1.2                                |          |                       |
+// | ifMIB             | IF-MIB (RFC 2863): ifNumber 1.3.6.1.2.1.2.1, ifTable .2,   | all      | IpSnmp::IfTables      |
+// |                   | ifXTable 1.3.6.1.2.1.31.1.1, ifStackTable .2,              |          |                       |
+// |                   | ifTableLastChange .5, ifStackLastChange .6;                |          |                       |
+// |                   | EtherLike-MIB (RFC 3635): dot3StatsTable 1.3.6.1.2.1.10.7.2 | all     | IpSnmp::IfTables      |
 // | quorinFIBStatsMIB | QUORIN-FIB-STATS-MIB: quorinFIBStatsSummaryTable E.3.23.1.1, | all    | FibStatsMib           |
 // |                   | quorinFIBStatsByRouteTypeTable E.3.23.1.2,                 |          |                       |
 // |                   | quorinFIBStatsByPrefixLenTable E.3.23.1.3                  |          |                       |
@@ -30,9 +34,9 @@
 // |                   | quorinAgentVrfTable E.4.1.19                               |          |                       |
 //
 // E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
-// IpForward and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables". Requests
-// read only memory, except those of IpSwForwarding and ipSystemStats: Ip::SwFwdStats reads /proc/net when its counters
-// are older than half a second.
+// IpForward and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables", ifMIB nothing
+// while it disables "interface-tables". Requests read only memory, except those of IpSwForwarding and ipSystemStats:
+// Ip::SwFwdStats reads /proc/net when its counters are older than half a second.
 //
 // init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other has
 // its VRF's name. If an entity to serve is missing or of another type, it writes a line that names the path to standard
@@ -48,6 +52,7 @@ MIB_MODULE_FUNCTIONS(IpBase)
 MIB_MODULE_FUNCTIONS(IpForward)
 MIB_MODULE_FUNCTIONS(IpSwForwarding)
 MIB_MODULE_FUNCTIONS(VrfBase)
+MIB_MODULE_FUNCTIONS(ifMIB)
 MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
 MIB_MODULE_FUNCTIONS(quorinAgentMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)

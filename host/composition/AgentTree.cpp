@@ -87,9 +87,13 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler
   fibStatsMib_ = enter<FibStatsSnmp::FibStatsMib>(ip, "fibstatsmib");
   ipVrfMib_ = enter<IpSnmp::IpVrfMib>(ip, "ipvrfmib");
   vrfMibsDir_ = enter<IpSnmp::VrfMibsDir>(ip, "vrf");
+  ifTables_ = enter<IpSnmp::IfTables>(ip, "iftables");
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, &linuxDetails_);
   ipRoot_ = Kel::makePtr<IpSnmp::Root>("ip");
   ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix_.intfStatusDir, ifMib_);
+  ifTableSm_ = Kel::makePtr<IpSnmp::IfTableSm>(varnix_.intfStatusDir, varnix_.intfCountersDir, varnix_.l3ConfigDir,
+                                               snmpStatus_, ifTables_, vrfMibsDir_);
+  ifTableSm_->setAllInDefault(SnmpUtil::getSnmpConfig()->areAllInterfacesInDefault());
   const auto ifStatsSm = [&](Ip::IpVersion version, const Kel::Ptr<Ip::AllIntfStats>& stats) {
     return Kel::makePtr<IpSnmp::IpIfStatsSm>(version, varnix_.intfStatusDir, stats, ipMib_);
   };
@@ -226,6 +230,7 @@ bool AgentTree::isUnified() const {
 }
 
 void AgentTree::reconfigure() {
+  ifTableSm_->setAllInDefault(SnmpUtil::getSnmpConfig()->areAllInterfacesInDefault());
   const bool areEnabled = areRouteTablesEnabled();
   const bool isSame = !managementInterfacesChange() && areEnabled == routeTablesEnabled_;
   routeTablesEnabled_ = areEnabled;
@@ -255,6 +260,7 @@ AgentTree::~AgentTree() {
   fecModeWatch_ = nullptr;
   ipRoot_ = nullptr;  // the machines are destroyed before the entities that they watch
   ifMibSm_ = nullptr;
+  ifTableSm_ = nullptr;
   ipIfStatsSm_ = ip6IfStatsSm_ = nullptr;
   ipInterfaceSm_ = ip6InterfaceSm_ = nullptr;
   defaultRouterSm_ = nullptr;

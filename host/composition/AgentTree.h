@@ -23,6 +23,7 @@
 #include "ipsnmp/agent/address/DefaultRouterSm.h"
 #include "ipsnmp/agent/address/IpIfStatsSm.h"
 #include "ipsnmp/agent/address/IpInterfaceSm.h"
+#include "ipsnmp/agent/interface/IfTableSm.h"
 #include "ipsnmp/agent/route/IfMibSm.h"
 #include "kel/Dir.h"
 #include "varnix/AgentStatus.h"
@@ -82,6 +83,8 @@ class AgentTree {
   Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib_;
   Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib_;
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
+  Kel::Ptr<IpSnmp::IfTables> ifTables_;
+  Kel::Ptr<IpSnmp::IfTableSm> ifTableSm_;
   Kel::Ptr<IpSnmp::Root> ipRoot_;
   Kel::Ptr<ArpIdWatch> arpIdWatch_;
   Kel::Ptr<DefaultVrfIdWatch> defaultVrfIdWatch_;

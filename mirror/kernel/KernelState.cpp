@@ -35,6 +35,14 @@ KernelState KernelState::complete() && {
   return std::move(*this);
 }
 
+bool KernelState::setAlias(std::uint32_t ifIndex, const std::string& alias) {
+  const auto at = interfaces_.find(ifIndex);
+  if (at == interfaces_.end() || !at->second.link || at->second.link->details.alias == alias) return false;
+  at->second.link->details.alias = alias;
+  changes_.interfaces.insert(ifIndex);
+  return true;
+}
+
 const KernelInterface* KernelState::interface(std::uint32_t ifIndex) const {
   const auto at = interfaces_.find(ifIndex);
   return at == interfaces_.end() ? nullptr : &at->second;
@@ -62,6 +70,7 @@ void KernelState::apply(const LinkMessage& message) {
   if (message.isWhole) {
     link.master = message.master;
     link.vrfTable = message.vrfTable;
+    link.details = message.details;
   }
   if (message.operStatus) link.operStatus = *message.operStatus;
   if (message.ethAddr) link.ethAddr = *message.ethAddr;

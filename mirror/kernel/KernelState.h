@@ -43,6 +43,7 @@ struct KernelLink {
   Vantu::EthAddr ethAddr;
   std::uint32_t master = 0;               // ifIndex; 0: none
   std::optional<std::uint32_t> vrfTable;  // routing table of a VRF device
+  LinkDetails details;
   // Whether the interface can pass packets, so that its addresses are usable.
   bool isRunning() const;
 };
@@ -91,6 +92,9 @@ class KernelState {
 
   // Ends the dump: returns the state, which later notifications keep up to date.
   KernelState complete() &&;
+
+  // Sets the alias of a link. Returns whether it changed. The kernel does not notify of it while the link is down.
+  bool setAlias(std::uint32_t ifIndex, const std::string& alias);
 
   const Interfaces& interfaces() const { return interfaces_; }
   const KernelInterface* interface(std::uint32_t ifIndex) const;

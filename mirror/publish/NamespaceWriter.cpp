@@ -1,5 +1,7 @@
 #include "mirror/publish/NamespaceWriter.h"
 
+#include <linux/if.h>
+
 #include <algorithm>
 
 #include "kel/Trace.h"
@@ -225,6 +227,7 @@ void TreeWriter::remove(const Vantu::IntfId& id) {
   tree_.ip6IntfStats->intfStatsDel(id);
   tree_.ipIntfProtocol->intfProtocolDel(id);
   tree_.ip6IntfProtocol->intfProtocolDel(id);
+  tree_.intfCountersDir->intfCountersDel(id);
   tree_.intfStatusDir->intfStatusDel(id);
 }
 
@@ -245,12 +248,27 @@ void TreeWriter::write(const Vantu::IntfId& id, std::uint32_t ifIndex, const Ker
   status->ifIndexIs(*scope_.ifIndex(ifIndex));
   status->operStatusIs(interface.link->operStatus);
   status->ethAddrIs(interface.link->ethAddr);
+  writeDetails(*status, *interface.link);
   const auto vrf = vrfOf_(ifIndex, *interface.link);
   if (!vrf) return removeFromVrf(id);
   tree_.l3ConfigDir->intfConfigIs(id)->vrfIs(*vrf);
   tree_.l3StatusDir->intfStatusIs(id)->vrfIs(*vrf);
   writeIpv4(id, interface);
   writeIpv6(id, interface);
+}
+
+void TreeWriter::writeDetails(Interface::IntfStatus& status, const KernelLink& link) const {
+  const LinkDetails& details = link.details;
+  status.adminStatusIs(link.flags & IFF_UP ? Interface::adminStatusUp : Interface::adminStatusDown);
+  status.ifTypeIs(details.ifType);
+  status.mtuIs(details.mtu);
+  status.physAddressIs(details.address);
+  status.aliasIs(details.alias);
+  status.promiscuousIs(details.isPromiscuous);
+  status.connectorPresentIs(details.hasConnector);
+  const auto published = [&](std::uint32_t ifIndex) { return ifIndex ? scope_.ifIndex(ifIndex).value_or(0) : 0; };
+  status.lowerIfIndexIs(published(details.lower));
+  status.upperIfIndexIs(published(details.isPort ? link.master : 0));
 }
 
 void TreeWriter::writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface) {

@@ -19,7 +19,7 @@ namespace Mirror {
 //
 // | entity                              | exists while                               | holds                   |
 // |-------------------------------------|--------------------------------------------|-------------------------|
-// | Interface::IntfStatus, kind "linux" | there is a link                            | ifIndex, state, MAC     |
+// | Interface::IntfStatus, kind "linux" | there is a link                            | ifIndex, state, details |
 // | L3::Intf::Config, L3::Intf::Status  | the link is in a VRF                       | the VRF                 |
 // | Ip::IpIntfConfig                    | the link is in a VRF                       | all IPv4 addresses      |
 // | Ip::IpIntfStatus                    | ... and has an IPv4 address                | usable IPv4 addresses   |
@@ -57,6 +57,7 @@ class TreeWriter {
   void remove(const Vantu::IntfId& id);
   void removeFromVrf(const Vantu::IntfId& id);
   void write(const Vantu::IntfId& id, std::uint32_t ifIndex, const KernelInterface& interface);
+  void writeDetails(Interface::IntfStatus& status, const KernelLink& link) const;
   void writeIpv4(const Vantu::IntfId& id, const KernelInterface& interface);
   void writeIpv6(const Vantu::IntfId& id, const KernelInterface& interface);
 

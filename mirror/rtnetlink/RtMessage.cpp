@@ -4,6 +4,7 @@
 #include <libmnl/libmnl.h>
 #include <linux/if.h>
 #include <linux/if_addr.h>
+#include <linux/if_arp.h>
 #include <linux/if_link.h>
 #include <linux/ipv6.h>
 #include <linux/neighbour.h>
@@ -11,6 +12,7 @@
 #include <linux/rtnetlink.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "mirror/rtnetlink/RtAttributes.h"
@@ -52,17 +54,74 @@ Interface::OperStatus operStatusOf(std::uint8_t kernelState) {
   }
 }
 
-// The routing table of a VRF device from IFLA_LINKINFO; none for a device of another kind.
-std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
-  std::string kind;
+std::string textOf(Payload payload) {
+  return {payload.begin(), std::find(payload.begin(), payload.end(), 0)};
+}
+
+// IFLA_LINKINFO: the kind of a software device, and that of its master.
+struct LinkInfo {
+  std::string kind, masterKind;
   Payload data;
-  forEachAttribute(linkInfo, [&](int type, Payload value) {
-    if (type == IFLA_INFO_KIND) kind.assign(value.begin(), std::find(value.begin(), value.end(), 0));
-    if (type == IFLA_INFO_DATA) data = value;
+};
+
+LinkInfo linkInfoOf(Payload payload) {
+  LinkInfo info;
+  forEachAttribute(payload, [&](int type, Payload value) {
+    if (type == IFLA_INFO_KIND) info.kind = textOf(value);
+    if (type == IFLA_INFO_SLAVE_KIND) info.masterKind = textOf(value);
+    if (type == IFLA_INFO_DATA) info.data = value;
   });
-  if (kind != "vrf") return std::nullopt;
+  return info;
+}
+
+// A number of IANAifType, from the kind of a software device or the kernel's type of hardware (linux/if_arp.h).
+std::uint32_t ifTypeOf(unsigned hardware, const std::string& kind) {
+  enum {
+    other = 1,
+    ethernetCsmacd = 6,
+    ppp = 23,
+    softwareLoopback = 24,
+    hdlc = 118,
+    tunnel = 131,
+    l2vlan = 135,
+    ieee8023adLag = 161,
+    infiniband = 199,
+    bridge = 209,
+    propVirtual = 53
+  };
+  if (kind == "vlan") return l2vlan;
+  if (kind == "bond" || kind == "team") return ieee8023adLag;
+  if (kind == "bridge") return bridge;
+  if (kind == "vrf") return propVirtual;
+  switch (hardware) {
+    case ARPHRD_ETHER:
+      return ethernetCsmacd;
+    case ARPHRD_LOOPBACK:
+      return softwareLoopback;
+    case ARPHRD_PPP:
+      return ppp;
+    case ARPHRD_CISCO:  // ARPHRD_HDLC
+      return hdlc;
+    case ARPHRD_TUNNEL:
+    case ARPHRD_TUNNEL6:
+    case ARPHRD_SIT:
+    case ARPHRD_IPGRE:
+    case ARPHRD_IP6GRE:
+      return tunnel;
+    case ARPHRD_NONE:  // a tun device, WireGuard
+      return kind == "wireguard" ? tunnel : propVirtual;
+    case ARPHRD_INFINIBAND:
+      return infiniband;
+    default:
+      return other;
+  }
+}
+
+// The routing table of a VRF device; none for a device of another kind.
+std::optional<std::uint32_t> vrfTableOf(const LinkInfo& info) {
+  if (info.kind != "vrf") return std::nullopt;
   std::optional<std::uint32_t> table;
-  forEachAttribute(data, [&](int type, Payload value) {
+  forEachAttribute(info.data, [&](int type, Payload value) {
     if (type == IFLA_VRF_TABLE) table = readAs<std::uint32_t>(value, "IFLA_VRF_TABLE");
   });
   if (!table) throw MalformedMessageException("rtnetlink: a VRF device without a routing table");
@@ -73,6 +132,27 @@ std::optional<std::uint32_t> vrfTableOf(Payload linkInfo) {
 std::int32_t numberAt(Payload array, std::size_t at) {
   const std::size_t begin = at * sizeof(std::int32_t);
   return array.size() < begin + sizeof(std::int32_t) ? 0 : readAs<std::int32_t>(array.subspan(begin), "number");
+}
+
+RtMessage decodeLinkCounters(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  const auto header = readAs<if_stats_msg>(payload, "counters header");
+  std::optional<LinkCountersMessage> link;
+  forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
+    if (type != IFLA_STATS_LINK_64) return;
+    // Later kernels append further counters.
+    using Counters = std::array<std::uint64_t, offsetof(rtnl_link_stats64, tx_aborted_errors) / 8>;
+    const auto read = readAs<Counters>(value, "IFLA_STATS_LINK_64");
+    rtnl_link_stats64 kernel{};
+    std::memcpy(&kernel, read.data(), sizeof(read));
+    link = LinkCountersMessage{
+        checkedIndex(header.ifindex),
+        Interface::LinkCounters(kernel.rx_bytes, kernel.rx_packets, kernel.multicast,
+                                kernel.rx_dropped + kernel.rx_missed_errors, kernel.rx_errors, kernel.tx_bytes,
+                                kernel.tx_packets, kernel.tx_dropped, kernel.tx_errors)};
+  });
+  if (!link) return {};
+  return *link;
 }
 
 RtMessage decodeIp6Link(Payload payload, const ifinfomsg& header) {
@@ -130,6 +210,8 @@ RtMessage decodeLink(const nlmsghdr& message) {
   link.isDeleted = message.nlmsg_type == RTM_DELLINK;
   link.ifIndex = checkedIndex(header.ifi_index);
   link.flags = header.ifi_flags;
+  LinkInfo info;
+  bool isLowerElsewhere = false;
   forEachAttribute(payload, sizeof(header), [&](int type, Payload value) {
     if (type == IFLA_IFNAME) {
       link.name = interfaceName(value);
@@ -137,15 +219,35 @@ RtMessage decodeLink(const nlmsghdr& message) {
       link.operStatus = operStatusOf(readAs<std::uint8_t>(value, "IFLA_OPERSTATE"));
     } else if (type == IFLA_ADDRESS) {
       link.ethAddr = value.size() == 6 ? Vantu::EthAddr::fromBytes(value) : Vantu::EthAddr();
+      const bool isZero = std::ranges::all_of(value, [](auto byte) { return byte == 0; });
+      if (!isZero) link.details.address.assign(value.begin(), value.end());
     } else if (type == IFLA_MASTER) {
       link.master = readAs<std::uint32_t>(value, "IFLA_MASTER");
     } else if (type == IFLA_LINKINFO) {
-      link.vrfTable = vrfTableOf(value);
+      info = linkInfoOf(value);
+      link.vrfTable = vrfTableOf(info);
+    } else if (type == IFLA_MTU) {
+      link.details.mtu = readAs<std::uint32_t>(value, "IFLA_MTU");
+    } else if (type == IFLA_IFALIAS) {
+      link.details.alias = textOf(value);
+    } else if (type == IFLA_PROMISCUITY) {
+      link.details.isPromiscuous = readAs<std::uint32_t>(value, "IFLA_PROMISCUITY") != 0;
+    } else if (type == IFLA_PARENT_DEV_NAME) {
+      link.details.hasConnector = true;
+    } else if (type == IFLA_LINK) {
+      link.details.lower = readAs<std::uint32_t>(value, "IFLA_LINK");
+    } else if (type == IFLA_LINK_NETNSID) {
+      isLowerElsewhere = true;
     } else if (type == IFLA_WIRELESS) {
       link.isWhole = false;
     }
   });
   if (link.name.empty()) link.isWhole = false;
+  link.details.ifType = ifTypeOf(header.ifi_type, info.kind);
+  link.details.isPort = link.master != 0 && info.masterKind != "vrf";
+  // Of a pair of devices, IFLA_LINK is the other one.
+  const bool isPair = info.kind == "veth" || info.kind == "netkit" || info.kind == "vxcan";
+  if (isLowerElsewhere || isPair) link.details.lower = 0;
   return link;
 }
 
@@ -232,6 +334,8 @@ RtMessage decode(const nlmsghdr& message) {
     case RTM_NEWLINK:
     case RTM_DELLINK:
       return decodeLink(message);
+    case RTM_NEWSTATS:
+      return decodeLinkCounters(message);
     case RTM_NEWADDR:
     case RTM_DELADDR:
       return decodeAddress(message);

@@ -21,6 +21,19 @@
 
 namespace Mirror {
 
+// What an interface is; of a whole RTM_NEWLINK.
+struct LinkDetails {
+  std::uint32_t ifType = 1;  // IANAifType
+  std::uint32_t mtu = 0;
+  std::string address;         // as bytes; empty without one, and for an address of zeros
+  std::string alias;           // may hold any bytes
+  bool isPromiscuous = false;  // accepts all frames
+  bool hasConnector = false;   // it is a device of a bus, not one of software
+  std::uint32_t lower = 0;     // ifIndex of the interface that it runs over, in the same namespace; 0: none
+  bool isPort = false;         // `master` runs over it: a bond or a bridge, not a VRF device
+  friend bool operator==(const LinkDetails&, const LinkDetails&) = default;
+};
+
 // RTM_NEWLINK or RTM_DELLINK. Some messages have a single property and lack the others.
 struct LinkMessage {
   bool isDeleted = false;
@@ -30,8 +43,9 @@ struct LinkMessage {
   std::optional<Interface::OperStatus> operStatus;
   std::optional<Vantu::EthAddr> ethAddr;  // zero for an address whose length is not six bytes
   std::uint32_t master = 0;               // ifIndex of its bridge, bond or VRF device; 0: none
-  bool isWhole = true;                    // false: a single property; ignore master and vrfTable
+  bool isWhole = true;                    // false: a single property; ignore master, vrfTable and details
   std::optional<std::uint32_t> vrfTable;  // routing table of a VRF device; none for other devices
+  LinkDetails details;
 };
 
 // RTM_NEWLINK of the family IPv6: an interface with IPv6, in the reply to RtDump::ipv6Links.
@@ -51,6 +65,12 @@ struct NeighbourParametersMessage {
   std::uint32_t ifIndex = 0;         // never 0
   std::uint32_t retransmitTime = 0;  // ms; 0: unknown
   std::uint32_t reachableTime = 0;   // ms, the base value
+};
+
+// RTM_NEWSTATS: the counters of an interface, in the reply to RtDump::linkCounters.
+struct LinkCountersMessage {
+  std::uint32_t ifIndex = 0;  // never 0
+  Interface::LinkCounters counters;
 };
 
 // RTM_NEWADDR or RTM_DELADDR.
@@ -138,8 +158,9 @@ struct NexthopMessage {
 // ---- decoding
 
 // monostate: a well-formed message that the mirror ignores.
-using RtMessage = std::variant<std::monostate, LinkMessage, Ip6LinkMessage, AddressMessage, NeighbourMessage,
-                               NeighbourParametersMessage, ForwardingMessage, RouteMessage, NexthopMessage>;
+using RtMessage =
+    std::variant<std::monostate, LinkMessage, Ip6LinkMessage, LinkCountersMessage, AddressMessage, NeighbourMessage,
+                 NeighbourParametersMessage, ForwardingMessage, RouteMessage, NexthopMessage>;
 
 // The message is too short, or has an attribute of the wrong size.
 class MalformedMessageException : public Kel::Exception {

@@ -134,6 +134,9 @@ void RtSocket::dump(RtDump what, std::uint32_t sequence, std::uint32_t table) {
       putHeader<rtmsg>(request, RTM_GETROUTE).rtm_family = what == RtDump::ipv4Routes ? AF_INET : AF_INET6;
       mnl_attr_put_u32(request, RTA_TABLE, table);
       break;
+    case RtDump::linkCounters:
+      putHeader<if_stats_msg>(request, RTM_GETSTATS).filter_mask = IFLA_STATS_FILTER_BIT(IFLA_STATS_LINK_64);
+      break;
     case RtDump::ipv6Links:
       putHeader<ifinfomsg>(request, RTM_GETLINK).ifi_family = AF_INET6;
       break;

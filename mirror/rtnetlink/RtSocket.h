@@ -22,8 +22,9 @@ enum class RtDump {
   nexthops,
   ipv4Routes,
   ipv6Routes,
-  // The state of a namespace does without these.
-  ipv6Links,       // with their counters
+  // The state of a namespace does without these, which are for CounterMirror.
+  linkCounters,
+  ipv6Links,       // with their IPv6 counters
   neighbourTables  // their parameters
 };
 

@@ -22,6 +22,7 @@ struct TestIpTree {
     ip->entityIs(ipVrfMib);
     ip->entityIs(fibStatsMib);
     ip->entityIs(vrfMibs);
+    ip->entityIs(ifTables);
     SnmpUtil::rootIs(root);
   }
   ~TestIpTree() { SnmpUtil::rootIs(nullptr); }
@@ -37,6 +38,7 @@ struct TestIpTree {
   Kel::Ptr<IpSnmp::IpForwardMib> ipForwardMib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
   Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib = Kel::makePtr<FibStatsSnmp::FibStatsMib>("fibstatsmib");
   Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib = Kel::makePtr<IpSnmp::IpVrfMib>("ipvrfmib");
+  Kel::Ptr<IpSnmp::IfTables> ifTables = Kel::makePtr<IpSnmp::IfTables>("iftables");
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibs = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
   Kel::Ptr<Routing::Config> redConfig = vrfConfigs->vrfConfigIs("red");
   Kel::Ptr<IpSnmp::IpMib> redIpMib = vrfMibs->mibsIs("red")->ipmib();

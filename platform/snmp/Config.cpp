@@ -29,7 +29,7 @@ unsigned secondsOf(const Kel::String& text, unsigned least) {
 }  // namespace
 
 const std::vector<Kel::String>& Config::objectGroups() {
-  static const std::vector<Kel::String> groups = {"route-tables", "ip-mib-tables"};
+  static const std::vector<Kel::String> groups = {"route-tables", "interface-tables", "ip-mib-tables"};
   return groups;
 }
 
@@ -53,6 +53,11 @@ void Config::netnsDirectoryIs(const Kel::String& directory) {
 void Config::setKernelIpHeader(const Kel::String& word) {
   if (word != "any" && word != "strict") throw Kel::RangeException("'" + word + "' is neither any nor strict");
   takesAnyKernelIpHeader_ = word == "any";
+}
+
+void Config::setDefaultInterfaces(const Kel::String& word) {
+  if (word != "own" && word != "all") throw Kel::RangeException("'" + word + "' is neither own nor all");
+  areAllInterfacesInDefault_ = word == "all";
 }
 
 void Config::addManagementInterface(const Kel::String& name) {

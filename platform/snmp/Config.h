@@ -6,6 +6,8 @@
 //   quorinStore DIR                            the directory of the store, an absolute path
 //   quorinNetnsDir DIR                         the directory of the network namespaces of VRFs, an absolute path
 //   quorinKernelIpHeader strict | any          whether to accept a longer header of the kernel's IPv4 statistics
+//   quorinDefaultInterfaces own | all          whose interfaces ifTable has in the default context: those of the
+//                                              default VRF, or of all VRFs
 //   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
 //                                              "red/eth0", or "eth0" for those of all VRFs
 //   quorinRouteCountInterval SECONDS           time between two counts of a VRF's routes (ipCidrRouteNumber)
@@ -39,8 +41,9 @@ class Config : public Kel::PtrInterface {
   using PtrConst = Kel::Ptr<const Config>;
 
   // The groups of objects that can be disabled:
-  //   route-tables   ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
-  //   ip-mib-tables  the objects of the modules ipMIB and ipSystemStats (modules/MibModules.h)
+  //   interface-tables   the objects of IF-MIB, and dot3StatsTable
+  //   ip-mib-tables      the objects of the modules ipMIB and ipSystemStats (modules/MibModules.h)
+  //   route-tables       ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
   static const std::vector<Kel::String>& objectGroups();
 
   const std::set<Kel::String>& disabledObjects() const { return disabledObjects_; }
@@ -63,6 +66,11 @@ class Config : public Kel::PtrInterface {
   bool takesAnyKernelIpHeader() const { return takesAnyKernelIpHeader_; }
   // "any" or "strict". Throws Kel::RangeException for another word.
   void setKernelIpHeader(const Kel::String& word);
+
+  // Whether the default context has the interfaces of all VRFs.
+  bool areAllInterfacesInDefault() const { return areAllInterfacesInDefault_; }
+  // "own" or "all". Throws Kel::RangeException for another word.
+  void setDefaultInterfaces(const Kel::String& word);
 
   // The configured management interfaces (Vantu::MgmtIntfId).
   const std::set<Vantu::IntfId>& managementInterfaces() const { return managementInterfaces_; }
@@ -95,6 +103,7 @@ class Config : public Kel::PtrInterface {
   Kel::String storeDirectory_;
   Kel::String netnsDirectory_;
   bool takesAnyKernelIpHeader_ = false;
+  bool areAllInterfacesInDefault_ = false;
   std::set<Vantu::IntfId> managementInterfaces_;
   unsigned routeCountInterval_ = 60;
   unsigned idleTimeout_ = 60;

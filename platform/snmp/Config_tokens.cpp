@@ -88,10 +88,12 @@ struct Token {
 };
 
 constexpr Token tokens[] = {
-    {"quorinDisableObjects", parseWords<&Config::disableObjects>, "GROUP...   (groups: route-tables ip-mib-tables)"},
+    {"quorinDisableObjects", parseWords<&Config::disableObjects>,
+     "GROUP...   (groups: route-tables interface-tables ip-mib-tables)"},
     {"quorinStore", parseValue<&Config::setStoreDirectory>, "DIR"},
     {"quorinNetnsDir", parseValue<&Config::netnsDirectoryIs>, "DIR"},
     {"quorinKernelIpHeader", parseValue<&Config::setKernelIpHeader>, "strict | any"},
+    {"quorinDefaultInterfaces", parseValue<&Config::setDefaultInterfaces>, "own | all"},
     {"quorinManagementInterfaces", parseWords<&Config::addManagementInterface>, "INTERFACE..."},
     {"quorinRouteCountInterval", parseValue<&Config::routeCountIntervalIs>, "SECONDS   (1 to 86400)"},
     {"quorinIdleTimeout", parseValue<&Config::idleTimeoutIs>, "SECONDS   (0 to 86400; 0: never)"},

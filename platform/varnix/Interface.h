@@ -21,6 +21,14 @@ enum OperStatus : int {
 BOOST_DESCRIBE_ENUM(OperStatus, operStatusUp, operStatusDown, operStatusTesting, operStatusUnknown,
                     operStatusDormant, operStatusNotPresent, operStatusLowerLayerDown)
 
+// The values of ifAdminStatus (RFC 2863); 0 when the publisher does not know.
+enum AdminStatus : int { adminStatusUnknown = 0, adminStatusUp = 1, adminStatusDown = 2 };
+BOOST_DESCRIBE_ENUM(AdminStatus, adminStatusUnknown, adminStatusUp, adminStatusDown)
+
+// The values of dot3StatsDuplexStatus (RFC 3635).
+enum Duplex : int { duplexUnknown = 1, duplexHalf = 2, duplexFull = 3 };
+BOOST_DESCRIBE_ENUM(Duplex, duplexUnknown, duplexHalf, duplexFull)
+
 class IntfStatus : public Kel::Entity {
   KEL_TYPE_BEGIN("Interface::IntfStatus", IntfStatus, Kel::Entity)
  public:
@@ -29,6 +37,19 @@ class IntfStatus : public Kel::Entity {
   KEL_STORED(std::uint32_t, ifIndex, IfIndex, 0)  // as the publisher assigned it; 0: none
   KEL_STORED(OperStatus, operStatus, OperStatus, operStatusUnknown)
   KEL_STORED(Vantu::EthAddr, ethAddr, EthAddr)
+  KEL_STORED(AdminStatus, adminStatus, AdminStatus, adminStatusUnknown)
+  KEL_STORED(std::uint32_t, ifType, IfType, 1)       // a number of IANAifType; 1: other
+  KEL_STORED(std::uint32_t, mtu, Mtu, 0)             // octets; 0: unknown
+  KEL_STORED(Kel::String, physAddress, PhysAddress)  // as bytes, of any length; empty: none
+  KEL_STORED(Kel::String, alias, Alias)              // the operator's description
+  KEL_STORED(bool, promiscuous, Promiscuous, false)  // accepts all frames
+  KEL_STORED(bool, connectorPresent, ConnectorPresent, false)
+  KEL_STORED(std::uint32_t, speed, Speed, 0)  // Mbit/s; 0: unknown, or it has none
+  KEL_STORED(Duplex, duplex, Duplex, duplexUnknown)
+  // The interface runs over `lowerIfIndex` (a VLAN over its parent), and `upperIfIndex` runs over it (a bond over its
+  // ports). 0: none.
+  KEL_STORED(std::uint32_t, lowerIfIndex, LowerIfIndex, 0)
+  KEL_STORED(std::uint32_t, upperIfIndex, UpperIfIndex, 0)
   KEL_TYPE_END_DECLARE
 };
 
@@ -37,6 +58,32 @@ class AllIntfStatusDir : public Kel::Entity {
  public:
   KEL_NAMED(AllIntfStatusDir, Kel::Entity)
   KEL_MEMBERS(Hashed, Vantu::IntfId, IntfStatus, intfStatus, IntfStatus)
+  KEL_TYPE_END_DECLARE
+};
+
+// What passed an interface, of all protocols, as the publisher counts it; 64 bits wide. In: received, with multicast but
+// without discards and errors; out: sent.
+class LinkCounters {
+  KEL_VALUE_TYPE("Interface::LinkCounters", LinkCounters,
+                 ((std::uint64_t, inOctets))((std::uint64_t, inPkts))((std::uint64_t, inMcastPkts))(
+                     (std::uint64_t, inDiscards))((std::uint64_t, inErrors))((std::uint64_t, outOctets))(
+                     (std::uint64_t, outPkts))((std::uint64_t, outDiscards))((std::uint64_t, outErrors)))
+};
+
+// The counters of one interface. A record exists while the publisher has counters of the interface.
+class IntfCounters : public Kel::Entity {
+  KEL_TYPE_BEGIN("Interface::IntfCounters", IntfCounters, Kel::Entity)
+ public:
+  KEL_CONSTRUCTOR(IntfCounters, ((Vantu::IntfId, intfId)))
+  KEL_STORED(LinkCounters, counters, Counters)
+  KEL_TYPE_END_DECLARE
+};
+
+class AllIntfCounters : public Kel::Entity {
+  KEL_TYPE_BEGIN("Interface::AllIntfCounters", AllIntfCounters, Kel::Entity)
+ public:
+  KEL_NAMED(AllIntfCounters, Kel::Entity)
+  KEL_MEMBERS(Hashed, Vantu::IntfId, IntfCounters, intfCounters, IntfCounters)
   KEL_TYPE_END_DECLARE
 };
 

@@ -33,6 +33,7 @@ struct Tree {
   Kel::Ptr<Kel::Dir> routingVrfInfoDir = make<Kel::Dir>("routing/vrf/info");    // of Routing::VrfInfo, by VRF name
   Kel::Ptr<Kel::Dir> routing6VrfInfoDir = make<Kel::Dir>("routing6/vrf/info");  // of Routing::VrfInfo, by VRF name
   Kel::Ptr<Interface::AllIntfStatusDir> intfStatusDir = make<Interface::AllIntfStatusDir>("interface/status");
+  Kel::Ptr<Interface::AllIntfCounters> intfCountersDir = make<Interface::AllIntfCounters>("interface/counters");
   Kel::Ptr<L3::Config> l3Config = make<L3::Config>("l3/config");
   Kel::Ptr<L3::Intf::ConfigDir> l3ConfigDir = make<L3::Intf::ConfigDir>("l3/intf/config");
   Kel::Ptr<L3::Intf::StatusDir> l3StatusDir = make<L3::Intf::StatusDir>("l3/intf/status");

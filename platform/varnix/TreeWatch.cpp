@@ -81,6 +81,7 @@ TreeWatch::TreeWatch(const Tree& tree, std::function<void(const std::string&)> c
   watchMembers<OnVrfInfos>(tree.routingVrfInfoDir);
   watchMembers<OnVrfInfos>(tree.routing6VrfInfoDir);
   MEMBERS_WATCH(tree.intfStatusDir, intfStatus, IntfStatus)
+  MEMBERS_WATCH(tree.intfCountersDir, intfCounters, IntfCounters)
   MEMBERS_WATCH(tree.l3ConfigDir, intfConfig, IntfConfig)
   MEMBERS_WATCH(tree.l3StatusDir, intfStatus, IntfStatus)
   MEMBERS_WATCH(tree.ipConfig, ipIntfConfig, IpIntfConfig)

@@ -11,6 +11,9 @@ ROUTE = f"{IP}.24.4.1"
 SUMMARY, BY_TYPE, BY_LENGTH = FIB_TABLES = tuple(f"{ENTERPRISE}.3.23.1.{number}.1" for number in (1, 2, 3))
 FORWARDING = IPV4_FORWARDING, IPV6_FORWARDING = f"{IP}.1", f"{IP}.25"  # scalars, as tables with column 0 alone
 CONTEXT_TABLES = (*FORWARDING, *IP_TABLES, ROUTE, *FIB_TABLES)  # what every context has, counters aside
+IF_TABLE, DOT3, IFX_TABLE, IF_STACK = INTERFACE_TABLES = tuple(
+    f"1.3.6.1.2.1.{number}.1" for number in ("2.2", "10.7.2", "31.1.1", "31.1.2"))
+IF_SCALARS = IF_NUMBER, IF_TABLE_CHANGE, IF_STACK_CHANGE = "1.3.6.1.2.1.2.1", "1.3.6.1.2.1.31.1.5", "1.3.6.1.2.1.31.1.6"
 VRF, VRF_IF = VRF_TABLES = tuple(f"{ENTERPRISE}.3.18.1.{number}.1" for number in (1, 2))
 SW_FWD, IF_STATS = f"{ENTERPRISE}.3.1.1.1.1", f"{ENTERPRISE}.3.27.1.1.1"
 
@@ -44,7 +47,7 @@ def walk_tables(client, *entries, may_be_torn=False, tool="snmpbulkwalk"):
     """The tables with these entry OIDs, as a walk of all that has them shows them. A torn row lacks some columns."""
     tables = {entry: {} for entry in entries}
     last = ()
-    for group in (IP, ENTERPRISE):
+    for group in ("1.3.6.1.2.1.2.", IP, "1.3.6.1.2.1.10.", "1.3.6.1.2.1.31.", ENTERPRISE):
         inside = [numbers(entry) for entry in entries if entry.startswith(group)]
         for bind in client.walk(".".join(map(str, os.path.commonprefix(inside))), tool) if inside else ():
             oid = numbers(bind.oid)
