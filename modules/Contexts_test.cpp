@@ -118,7 +118,7 @@ TEST_F(EnteringContexts, anObjectOfAnotherInsideOursLeavesOursAnswering) {
 
 TEST_F(EnteringContexts, disabledGroupsAreNotRegistered) {
   Snmp::registerConfigTokens();
-  char line[] = "quorinDisableObjects route-tables ip-mib-tables";
+  char line[] = "quorinDisableObjects route-tables interface-tables ip-mib-tables";
   netsnmp_config(line);
   ::testing::internal::CaptureStdout();
   contexts.enter("");
@@ -128,6 +128,10 @@ TEST_F(EnteringContexts, disabledGroupsAreNotRegistered) {
     once += fmt::format("initialize_table_{} is a noop because {} are disabled.\n", table, group);
   };
   noop("ipCidrRouteTable", "route-tables");
+  for (const char* scalar : {"ifNumber", "ifTableLastChange", "ifStackLastChange"}) {
+    once += fmt::format("init_ifMIB skipping scalar {} because interface-tables are disabled.\n", scalar);
+  }
+  for (const char* table : {"ifTable", "ifXTable", "ifStackTable", "dot3StatsTable"}) noop(table, "interface-tables");
   for (const auto& object : mibObjects()) {
     if (object.module != "ipMIB" || object.isTable()) continue;
     once += fmt::format("init_ipMIB skipping scalar {} because ip-mib-tables are disabled.\n", object.name);

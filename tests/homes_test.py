@@ -6,6 +6,7 @@ import signal
 import time
 
 from harness import SnmpError, background, eventually, main
+from harness.interfaces import expect_interfaces
 from harness.snmp import IP_FORWARDING, SYS_UP_TIME, SYSTEM, ticks
 from harness.snmpd import OURS, PLUGIN, SnmpdCase, plugin_environment
 from harness.tables import ADDR, CONTEXT_TABLES, IP, IP_TABLES, numbers
@@ -51,6 +52,8 @@ class Home:
             for client in (self.client_of(name), self.user(name)):
                 self.expect_context(name, client)
         self.expect_context()
+        for name in (None, "red"):
+            expect_interfaces(self, name)
         self.expect_context(client=self.user(""))
         self.expect_context("red", self.user("red", "bob"))
         for client in (self.user("blue", "bob"), self.user("none"), self.community("none", timeout=1)):

@@ -3,11 +3,10 @@
 import random
 
 from harness import SystemCase, main
-from harness.interfaces import interface_tables
-from harness.tables import IF_NUMBER, IF_TABLE, IFX_TABLE, INTERFACE_TABLES, walk_tables
+from harness.interfaces import expect_interfaces, interface_tables
+from harness.tables import IF_TABLE, INTERFACE_TABLES, walk_tables
 
 RED, BLUE = "red", "blue"
-SERVED = (*INTERFACE_TABLES, IF_NUMBER)
 # Interfaces of each kind that kernels without further modules have, some of them over others.
 LINKS = (
     "link add a0 type veth peer name a0-p", "link set a0 up", "link set a0-p up", "addr add 10.0.0.1/24 dev a0",
@@ -32,21 +31,8 @@ def random_lines(choice):
         [f"link set x{n} down", f"link set x{n} name y{n}"], [f"link set y{n} name x{n}"], [f"link del y{n}"]))
 
 
-def still(tables):
-    """Without the counters of lo in the default VRF, which the requests themselves go through."""
-    for entry, counters in ((IF_TABLE, range(10, 21)), (IFX_TABLE, range(2, 14))):
-        for column in counters:
-            tables[entry].get((1,), {}).pop(column, None)
-    return tables
-
-
 class InterfacesTest(SystemCase):
     communities = (RED, BLUE)
-
-    def expect_interfaces(self, name=None):
-        namespace = self.vrfs.namespaces[name] if name else self.namespace
-        self.expect(lambda: still(walk_tables(self.client_of(name), *SERVED)),
-                    lambda: still(interface_tables(namespace, self.vrf_id(name))), f"interfaces of {name}")
 
     def test_every_row_is_the_kernels_at_a_start_and_under_churn(self):
         red = self.vrfs.add(RED, *LINKS)
@@ -57,11 +43,11 @@ class InterfacesTest(SystemCase):
         for name in contexts[1:]:
             self.wait_for_context(self.client_of(name))
         for name in contexts:
-            self.expect_interfaces(name)
+            expect_interfaces(self, name)
         with self.subTest("counters"):
             red.run("ping", "-c", "3", "-i", "0.01", "-I", "a0", "10.0.0.9", check=False)
             red.send("10.0.0.255", [bytes(1000)] * 5)
-            self.expect_interfaces(RED)
+            expect_interfaces(self, RED)
             self.assertGreater(sum(int(row[17]) for row in walk_tables(self.client_of(RED), IF_TABLE)[IF_TABLE].values()), 3)
         with self.subTest("GET, GETNEXT and GETBULK"):
             self.expect_one_answer(self.client_of(RED), "1.3.6.1.2.1.31")
@@ -71,7 +57,7 @@ class InterfacesTest(SystemCase):
                 for namespace in (red, blue):
                     namespace.ip(*random_lines(choice), may_fail=True)
             for name in contexts:
-                self.expect_interfaces(name)
+                expect_interfaces(self, name)
         with self.subTest("a VRF's interfaces in the default context, too, as configured"):
             self.reconfigure("quorinDefaultInterfaces all")
             of_all = [interface_tables(namespace, self.vrf_id(name))
@@ -80,7 +66,7 @@ class InterfacesTest(SystemCase):
                         lambda: {entry: sorted(index for tables in of_all for index in tables[entry])
                                  for entry in INTERFACE_TABLES}, "all interfaces")
             self.reconfigure()
-            self.expect_interfaces()
+            expect_interfaces(self)
 
 
 if __name__ == "__main__":

@@ -3,6 +3,7 @@
 #include "mirror/rtnetlink/RtMessage.h"
 
 #include <gtest/gtest.h>
+#include <linux/if_arp.h>
 
 #include <cerrno>
 #include <random>
@@ -44,6 +45,36 @@ TEST(RtMessageTest, links) {
   const auto odd = std::get<LinkMessage>(decodeBytes(message.bytes()));
   EXPECT_EQ(odd.operStatus, operStatusUp) << "whatever flags the type has";
   EXPECT_EQ(odd.ethAddr, Vantu::EthAddr()) << "no address of six bytes";
+}
+
+// Kernels without the modules for such links cannot be asked.
+TEST(RtMessageTest, detailsOfLinks) {
+  struct Case {
+    unsigned hardware;
+    const char *kind, *masterKind;
+    bool isElsewhere;  // IFLA_LINK
+    std::uint32_t ifType, lower;
+    bool isPort;
+  };
+  for (const auto& [hardware, kind, masterKind, isElsewhere, ifType, lower, isPort] :
+       {Case{ARPHRD_ETHER, "vlan", "bond", false, 135, 3, true}, {ARPHRD_ETHER, "macvlan", "vrf", false, 6, 3, false},
+        {ARPHRD_ETHER, "vlan", "bridge", true, 135, 0, true}, {ARPHRD_ETHER, "veth", "team", false, 6, 0, true},
+        {ARPHRD_ETHER, "bond", "bridge", false, 161, 3, true}, {ARPHRD_TUNNEL6, "ip6tnl", "vrf", false, 131, 3, false},
+        {ARPHRD_ETHER, "vrf", "vrf", false, 53, 3, false}, {ARPHRD_NONE, "wireguard", "vrf", false, 131, 3, false},
+        {ARPHRD_IEEE80211, "", "vrf", false, 1, 3, false}}) {
+    Bytes info = attributeBytes(IFLA_INFO_KIND, std::string(kind));
+    append(info, attributeBytes(IFLA_INFO_SLAVE_KIND, std::string(masterKind)));
+    if (std::string(kind) == "vrf") append(info, attributeBytes(IFLA_INFO_DATA, attributeBytes(IFLA_VRF_TABLE, 7U)));
+    Message message = Message(RTM_NEWLINK).fixed(
+        ifinfomsg{AF_UNSPEC, 0, static_cast<unsigned short>(hardware), 2, IFF_UP, 0});
+    message.attribute(IFLA_IFNAME, std::string("x0")).attribute(IFLA_LINK, 3U).attribute(IFLA_MASTER, 4U);
+    message.attribute(IFLA_LINKINFO | NLA_F_NESTED, info).attribute(IFLA_PROMISCUITY, 2U);
+    if (isElsewhere) message.attribute(IFLA_LINK_NETNSID, 0);
+    message.attribute(IFLA_IFALIAS, std::string("a\xff")).attribute(IFLA_ADDRESS, Bytes{10, 0, 0, 1});
+    message.attribute(IFLA_PARENT_DEV_NAME, std::string("0000:00:03.0")).attribute(IFLA_MTU, 9000U);
+    const LinkDetails expected{ifType, 9000, std::string("\x0a\0\0\x01", 4), "a\xff", true, true, lower, isPort};
+    EXPECT_EQ(std::get<LinkMessage>(decodeBytes(message.bytes())).details, expected) << kind;
+  }
 }
 
 TEST(RtMessageTest, messagesForOthersArePassedOver) {

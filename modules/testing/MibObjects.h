@@ -23,7 +23,7 @@ struct MibObject {
   std::string key;      // of this row
   std::string index{};  // of this row
   unsigned firstColumn = 0;
-  Words columns{};  // their objects; a SET of those with a star is refused by name; "-": a number without one
+  Words columns{};  // their objects, "-" for a number without one; a SET of those with a star is refused by name
 
   bool is(const char* flag) const { return std::find(flags.begin(), flags.end(), flag) != flags.end(); }
   bool isTable() const { return !components.empty(); }
@@ -136,6 +136,28 @@ VrfBase VrfBase quorinVrfTable E.3.18.1.1 miscounted default
 
 VrfBase VrfBase quorinVrfIfTable E.3.18.1.2 miscounted default
 | ifIndex=ifIndex=3 | 3 | 3 1 ~Membership ;
+
+ifMIB IfMib ifNumber 1.3.6.1.2.1.2.1 ;
+ifMIB IfMib ifTableLastChange 1.3.6.1.2.1.31.1.5 ;
+ifMIB IfMib ifStackLastChange 1.3.6.1.2.1.31.1.6 ;
+
+ifMIB IfMib ifTable 1.3.6.1.2.1.2.2 miscounted
+| ifIndex=ifIndex=3 | 3
+| 3 1 ifIndex ifDescr ifType ifMtu ifSpeed ifPhysAddress ifAdminStatus ifOperStatus ifLastChange ifInOctets
+ifInUcastPkts ifInNUcastPkts ifInDiscards ifInErrors - ifOutOctets ifOutUcastPkts - ifOutDiscards ifOutErrors ;
+
+ifMIB IfMib ifXTable 1.3.6.1.2.1.31.1.1 miscounted
+| ifIndex=ifIndex=3 | 3
+| 3 1 ifName ifInMulticastPkts - - - ifHCInOctets ifHCInUcastPkts ifHCInMulticastPkts - ifHCOutOctets
+ifHCOutUcastPkts - - ifLinkUpDownTrapEnable ifHighSpeed ifPromiscuousMode ifConnectorPresent ifAlias
+ifCounterDiscontinuityTime ;
+
+ifMIB IfMib ifStackTable 1.3.6.1.2.1.31.1.2 miscounted
+| ifStackHigherLayer=higher=7 ifStackLowerLayer=lower=3 | Value('IpSnmp::IfStackKey', ** {'higher': 7, 'lower': 3})
+| 7.3 3 ifStackStatus ;
+
+ifMIB IfMib dot3StatsTable 1.3.6.1.2.1.10.7.2 miscounted
+| dot3StatsIndex=ifIndex=3 | 3 | 3 19 dot3StatsDuplexStatus ;
 
 quorinFIBStatsMIB Snmp quorinFIBStatsSummaryTable E.3.23.1.1 miscounted absent
 | quorinFIBStatsAF=addressFamily=ipVersion4 | ipVersion4 | 1 2 quorinFIBStatsTotalRoutes ;

@@ -81,6 +81,7 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
       {"quorinTrace nonsense", "trace setting 'nonsense'"},
       {"quorinTraceOutput relative.log", "'relative.log' is neither stderr nor syslog nor an absolute path"},
       {"quorinKernelIpHeader some", "'some' is neither any nor strict"},
+      {"quorinDefaultInterfaces some", "'some' is neither own nor all"},
       {"quorinStore store", "'store' is not an absolute path"},
       {"quorinNetnsDir ns", "'ns' is not an absolute path"},
       {"quorinRouteCountInterval 0", "'0' is no number of seconds from 1 to 86400"},
