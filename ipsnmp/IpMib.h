@@ -4,8 +4,8 @@
 // from any key. Lifetime: a removed row stays readable to its holders.
 
 #include "fibstats/FibStatsMib.h"
-#include "ipsnmp/IpAddressEntry.h"
 #include "ipsnmp/IfTables.h"
+#include "ipsnmp/IpAddressEntry.h"
 #include "ipsnmp/IpForwardMib.h"
 #include "ipsnmp/IpVrfMib.h"
 #include "ipsnmp/NeighbourEntries.h"

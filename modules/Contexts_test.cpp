@@ -131,7 +131,8 @@ TEST_F(EnteringContexts, disabledGroupsAreNotRegistered) {
   for (const char* scalar : {"ifNumber", "ifTableLastChange", "ifStackLastChange"}) {
     once += fmt::format("init_ifMIB skipping scalar {} because interface-tables are disabled.\n", scalar);
   }
-  for (const char* table : {"ifTable", "ifXTable", "ifStackTable", "dot3StatsTable"}) noop(table, "interface-tables");
+  for (const char* table : {"ifTable", "ifXTable", "ifStackTable", "dot3StatsTable"})
+    noop(table, "interface-tables");
   for (const auto& object : mibObjects()) {
     if (object.module != "ipMIB" || object.isTable()) continue;
     once += fmt::format("init_ipMIB skipping scalar {} because ip-mib-tables are disabled.\n", object.name);

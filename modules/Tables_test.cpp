@@ -87,7 +87,8 @@ class Tables : public ::testing::Test {
     made.add(ipObjects + ".1.0", ASN_INTEGER, to.config->routing() ? "1" : "2");
     made.add(ipObjects + ".24.3.0", ASN_GAUGE, std::to_string(to.forwardMib->numRoutes()));
     made.add("1.3.6.1.2.1.2.1.0", ASN_INTEGER, "0");
-    for (const char* change : {"5", "6"}) made.add(fmt::format("1.3.6.1.2.1.31.1.{}.0", change), ASN_TIMETICKS, "0");
+    for (const char* change : {"5", "6"})
+      made.add(fmt::format("1.3.6.1.2.1.31.1.{}.0", change), ASN_TIMETICKS, "0");
     for (const auto& [object, value] : {std::pair{".2.0", std::uint32_t{to.config->defaultTtl()}},
                                         {".13.0", to.config->reasmTimeout()},
                                         {".26.0", to.config->defaultHopLimit()}}) {

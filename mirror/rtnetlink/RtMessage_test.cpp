@@ -57,16 +57,21 @@ TEST(RtMessageTest, detailsOfLinks) {
     bool isPort;
   };
   for (const auto& [hardware, kind, masterKind, isElsewhere, ifType, lower, isPort] :
-       {Case{ARPHRD_ETHER, "vlan", "bond", false, 135, 3, true}, {ARPHRD_ETHER, "macvlan", "vrf", false, 6, 3, false},
-        {ARPHRD_ETHER, "vlan", "bridge", true, 135, 0, true}, {ARPHRD_ETHER, "veth", "team", false, 6, 0, true},
-        {ARPHRD_ETHER, "bond", "bridge", false, 161, 3, true}, {ARPHRD_TUNNEL6, "ip6tnl", "vrf", false, 131, 3, false},
-        {ARPHRD_ETHER, "vrf", "vrf", false, 53, 3, false}, {ARPHRD_NONE, "wireguard", "vrf", false, 131, 3, false},
+       {Case{ARPHRD_ETHER, "vlan", "bond", false, 135, 3, true},
+        {ARPHRD_ETHER, "macvlan", "vrf", false, 6, 3, false},
+        {ARPHRD_ETHER, "vlan", "bridge", true, 135, 0, true},
+        {ARPHRD_ETHER, "veth", "team", false, 6, 0, true},
+        {ARPHRD_ETHER, "bond", "bridge", false, 161, 3, true},
+        {ARPHRD_TUNNEL6, "ip6tnl", "vrf", false, 131, 3, false},
+        {ARPHRD_ETHER, "vrf", "vrf", false, 53, 3, false},
+        {ARPHRD_NONE, "wireguard", "vrf", false, 131, 3, false},
         {ARPHRD_IEEE80211, "", "vrf", false, 1, 3, false}}) {
     Bytes info = attributeBytes(IFLA_INFO_KIND, std::string(kind));
     append(info, attributeBytes(IFLA_INFO_SLAVE_KIND, std::string(masterKind)));
-    if (std::string(kind) == "vrf") append(info, attributeBytes(IFLA_INFO_DATA, attributeBytes(IFLA_VRF_TABLE, 7U)));
-    Message message = Message(RTM_NEWLINK).fixed(
-        ifinfomsg{AF_UNSPEC, 0, static_cast<unsigned short>(hardware), 2, IFF_UP, 0});
+    if (std::string(kind) == "vrf")
+      append(info, attributeBytes(IFLA_INFO_DATA, attributeBytes(IFLA_VRF_TABLE, 7U)));
+    Message message =
+        Message(RTM_NEWLINK).fixed(ifinfomsg{AF_UNSPEC, 0, static_cast<unsigned short>(hardware), 2, IFF_UP, 0});
     message.attribute(IFLA_IFNAME, std::string("x0")).attribute(IFLA_LINK, 3U).attribute(IFLA_MASTER, 4U);
     message.attribute(IFLA_LINKINFO | NLA_F_NESTED, info).attribute(IFLA_PROMISCUITY, 2U);
     if (isElsewhere) message.attribute(IFLA_LINK_NETNSID, 0);

@@ -36,7 +36,8 @@ struct IfTableSmTest : testing::Test, World {
     std::map<std::uint32_t, Ptr<Interface::IntfStatus>> there;
     for (const auto& [id, record] : tree.intfStatusDir->intfStatus()) {
       const auto config = tree.l3ConfigDir->intfConfig(id);
-      if (config && record->ifIndex() != 0 && vrfs.contains(config->vrf().stringValue())) there[record->ifIndex()] = record;
+      if (config && record->ifIndex() != 0 && vrfs.contains(config->vrf().stringValue()))
+        there[record->ifIndex()] = record;
     }
     Indexes indexes, isBelow, isAbove;
     Stack stack;
@@ -63,8 +64,8 @@ struct IfTableSmTest : testing::Test, World {
   Ptr<Snmp::Status> status = Kel::makePtr<Snmp::Status>("status");
   Ptr<IfTables> tables = Kel::makePtr<IfTables>("iftables");
   Ptr<VrfMibsDir> mibs = Kel::makePtr<VrfMibsDir>("vrf");
-  Ptr<IfTableSm> machine = Kel::makePtr<IfTableSm>(tree.intfStatusDir, tree.intfCountersDir, tree.l3ConfigDir, status,
-                                                  tables, mibs);
+  Ptr<IfTableSm> machine =
+      Kel::makePtr<IfTableSm>(tree.intfStatusDir, tree.intfCountersDir, tree.l3ConfigDir, status, tables, mibs);
 };
 
 TEST_F(IfTableSmTest, tablesFollowTheRecordsInAnyOrder) {
