@@ -190,7 +190,7 @@ class RandomTables : public Tables {
       to.neighbours->entryIs(
           {{neighbourVrfId, row->ipGenAddr(), row->intfId()}, Vantu::EthAddr::fromString(mac), {below(2) == 0}});
     }
-    if (below(5) == 0) to.neighbours->damage = "a record that does not fit its checksum";
+    if (below(3) == 0) to.neighbours->damage = "a record that does not fit its checksum";
   }
   void fillRoutes(Vrf& to) {
     auto& routes = to.routes;
