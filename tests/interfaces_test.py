@@ -63,7 +63,8 @@ class InterfacesTest(SystemCase):
             self.reconfigure("quorinDefaultInterfaces all")
             of_all = [interface_tables(namespace, self.vrf_id(name))
                       for name, namespace in ((None, self.namespace), *self.vrfs.namespaces.items())]
-            self.expect(lambda: {entry: sorted(rows) for entry, rows in walk_tables(self.client, *INTERFACE_TABLES).items()},
+            self.expect(lambda: {entry: sorted(rows)
+                                 for entry, rows in walk_tables(self.client, *INTERFACE_TABLES).items()},
                         lambda: {entry: sorted(index for tables in of_all for index in tables[entry])
                                  for entry in INTERFACE_TABLES}, "all interfaces")
             self.reconfigure()
