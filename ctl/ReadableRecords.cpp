@@ -121,6 +121,7 @@ const char* addRoute(Quillo::Bytes value, Json& fields) {
   fields["metric"] = route.metric.value();
   fields["persistent"] = route.isPersistent;
   fields["nexthopGroup"] = route.isNexthopGroup;
+  fields["action"] = routeActionName(route.action);
   fields["fec"] = route.fecId.stringValue();
   return nullptr;
 }

@@ -84,6 +84,7 @@ void addRoutes(Random& random, VrfTables& tables,
     route.metric = Routing::RouteMetric(below(random, 3));
     route.isPersistent = !oneIn(random, 3);
     route.isNexthopGroup = oneIn(random, 3);
+    route.action = Routing::Fib::RouteAction(below(random, 4));
     if (!fecs.empty())
       route.fecId = std::next(fecs.begin(), below(random, static_cast<unsigned>(fecs.size())))->first;
     tables.routesOf<PrefixType>().push_back(route);
@@ -297,6 +298,8 @@ TEST_F(SwitchFileTest, wrongFilesAreRefused) {
       {"vrfs:\n red:\n  routes:\n  - {prefix: 10.0.0.0/8, via: blackhole, proto: ebgp}",
        "f:4: vrfs.red.routes.proto: 'ebgp' is no protocol here; use connected, static, rip, ospf, isis, bgp, "
        "other"},
+      {"vrfs:\n red:\n  routes:\n  - {prefix: 10.0.0.0/8, via: blackhole, action: drop}",
+       "f:4: vrfs.red.routes.action: 'drop' is no action; use forward, blackhole, unreachable, prohibit"},
       {"vrfs:\n red:\n  routes:\n  - {prefix: 10.0.0.0/8, via: blackhole}\n  - {prefix: 9.0.0.0/8, count: 2, via: "
        "blackhole}",
        "f:5: vrfs.red.routes.prefix: a route to 10.0.0.0/8 is there twice; remove one of them"},

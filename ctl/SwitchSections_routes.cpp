@@ -22,9 +22,9 @@ class RouteReader : YamlFields {
   RouteReader(const YamlFields& fields, UsedInterfaces& used) : YamlFields(fields), used_(used) {}
 
   void readRoute(const YamlNode& node, VrfEntry& vrf, const std::string& path) {
-    checkKeys(
-        node, path,
-        {"prefix", "count", "via", "fec", "proto", "type", "metric", "preference", "persistent", "nexthopGroup"});
+    checkKeys(node, path,
+              {"prefix", "count", "via", "fec", "proto", "type", "metric", "preference", "persistent",
+               "nexthopGroup", "action"});
     const auto* prefix = node.value("prefix");
     if (!prefix) fail(node, path, "a route has no prefix", "write 'prefix: ADDRESS/LENGTH'");
     if (prefix->text.find(':') == std::string::npos) {
@@ -49,6 +49,7 @@ class RouteReader : YamlFields {
     readOrigin(node, path, isIpv6, route);
     route.isPersistent = flag(node.value("persistent"), path + ".persistent", true);
     route.isNexthopGroup = flag(node.value("nexthopGroup"), path + ".nexthopGroup", false);
+    route.action = readAction(node, path);
     route.fecId = readFec(node, vrf, path, isIpv6 ? Vantu::ipv6_ : Vantu::ipv4_);
     const std::uint32_t prefixes = count(node, path);
     for (std::uint32_t step = 0; step < prefixes; ++step) {
@@ -88,6 +89,22 @@ class RouteReader : YamlFields {
     const auto* preference = node.value("preference");
     route.routePreference = Routing::RoutePreference(
         preference ? number<std::uint8_t>(*preference, path + ".preference") : origin.preference);
+  }
+
+  Routing::Fib::RouteAction readAction(const YamlNode& node, const std::string& path) const {
+    using Routing::Fib::RouteAction;
+    if (const auto* action = node.value("action")) {
+      const auto& names = Routing::Fib::routeActionNames;
+      const auto at = std::find(names.begin(), names.end(), action->text);
+      if (at == names.end()) {
+        fail(*action, path + ".action", fmt::format("'{}' is no action", Varnix::escapeBytes(action->text)),
+             fmt::format("use {}", fmt::join(names, ", ")));
+      }
+      return static_cast<RouteAction>(at - names.begin());
+    }
+    const auto* via = node.value("via");
+    const bool leadsNowhere = via && via->kind == YamlNode::Kind::scalar && via->text == blackholeWord;
+    return leadsNowhere ? RouteAction::blackhole : RouteAction::forward;
   }
 
   FecId readFec(const YamlNode& node, VrfEntry& vrf, const std::string& path, Vantu::Af af) {

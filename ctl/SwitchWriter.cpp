@@ -298,6 +298,9 @@ class SwitchWriter {
     if (route.metric.value() != 0) fmt::format_to(out, ", metric: {}", route.metric.value());
     if (!route.isPersistent) text += ", persistent: false";
     if (route.isNexthopGroup) text += ", nexthopGroup: true";
+    const auto usual = next == fmt::format("via: {}", blackholeWord) ? Routing::Fib::RouteAction::blackhole
+                                                                     : Routing::Fib::RouteAction::forward;
+    if (route.action != usual) fmt::format_to(out, ", action: {}", routeActionName(route.action));
     line("      - {{{}}}", text);
   }
 

@@ -140,6 +140,7 @@ class RouteList {
                       {"proto", proto},
                       {"preference", route.preference().value()},
                       {"metric", route.metric.value()},
+                      {"action", routeActionName(route.action)},
                       {"nexthops", nextHopsJson(vias, vrf.name)}};
         });
     for (std::size_t i = 1; !rows_.isJson() && vias && i < vias->size(); ++i) {

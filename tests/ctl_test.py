@@ -12,7 +12,7 @@ import threading
 import time
 
 from harness import SystemCase, eventually, main
-from harness.kernel import best_routes, fib_tables, neighbours_of
+from harness.kernel import TO_NOWHERE, best_routes, fib_tables, neighbours_of
 from harness.programs import BIN_DIR
 from harness.tables import BY_TYPE
 from harness.tools import read_file
@@ -75,6 +75,7 @@ class CtlTest(SystemCase):
                           "neigh add 2001:db8::9 lladdr 02:00:00:00:00:0a dev a0", "addr add 10.3.0.1/24 dev gone",
                           "route add 10.8.0.0/16 proto bgp metric 20 nexthop via 10.0.0.9 nexthop via 10.0.0.8",
                           "route add 10.8.1.0/24 via 10.0.0.9 proto static", "route add blackhole 10.7.0.0/16",
+                          "route add unreachable 10.7.1.0/24", "route add prohibit 2001:db8:2::/48",
                           "route add 2001:db8:1::/48 via 2001:db8::9")
         self.vrfs.add("red", "link add a0 type veth peer name b0", "link set b0 up", "link set a0 up",
                       "addr add 10.0.0.1/24 dev a0", "route add default via 10.0.0.254",
@@ -105,11 +106,12 @@ class CtlTest(SystemCase):
                         lambda: sorted((entry["dst"], entry["dev"], entry["lladdr"]) for entry in neighbours_of(namespace)),
                         "neighbours")
             self.expect(
-                lambda: [(row["prefix"], row["proto"], row["metric"],
+                lambda: [(row["prefix"], row["proto"], row["metric"], row["action"],
                           sorted((hop.get("via"), hop.get("dev")) for hop in row["nexthops"]))
                          for row in self.rows("routes", "-V", vrf)],
                 lambda: [(str(network), route.get("protocol", "boot"), route.get("metric", 0),
-                          sorted((hop.get("gateway"), None if "type" in route and route["type"] == "blackhole" else hop["dev"])
+                          route.get("type", "forward").replace("unicast", "forward"),
+                          sorted((hop.get("gateway"), None if route.get("type") in TO_NOWHERE else hop["dev"])
                                  for hop in route.get("nexthops", [route])))
                          for version in (4, 6) for network, route in sorted(best_routes(namespace, version).items())], "routes")
             self.expect(lambda: {((1 if row["family"] == "ipv4" else 2), row["type"]): row["routes"]

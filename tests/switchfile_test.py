@@ -29,6 +29,7 @@ def contents(mark):
             "neigh add 2001:db8::9 lladdr 02:00:00:00:00:09 dev a0",
             "route add 10.3.0.0/16 proto static nexthop via 10.0.0.8 dev a0 nexthop via 10.0.0.9 dev a0",
             "route add 10.4.0.0/16 proto bgp metric 20 via 10.0.0.9 dev a0", "route add blackhole 10.5.0.0/16",
+            "route add prohibit 10.5.1.0/24", "route add unreachable 2001:db8:9::/48",
             "route add 2001:db8:3::/48 via 2001:db8::9 dev a0", "route add 10.6.0.0/16 proto ospf dev a0"]
 
 

@@ -208,4 +208,14 @@ bool isNexthopGroup(const RouteContent& content) {
   return isStatic && content.nexthopId != 0;
 }
 
+Routing::Fib::RouteAction actionOf(const RouteContent& content, const std::vector<Quillo::Fib::Via>& vias) {
+  using Action = Routing::Fib::RouteAction;
+  if (content.type == RTN_BLACKHOLE) return Action::blackhole;
+  if (content.type == RTN_UNREACHABLE) return Action::unreachable;
+  if (content.type == RTN_PROHIBIT) return Action::prohibit;
+  // A next-hop object may be a blackhole: its via has neither interface nor address.
+  const bool leadsNowhere = vias.size() == 1 && vias.front().intfId.empty() && vias.front().hop.isZero();
+  return leadsNowhere ? Action::blackhole : Action::forward;
+}
+
 }  // namespace Mirror

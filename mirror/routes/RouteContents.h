@@ -31,6 +31,8 @@ bool isNotPersistent(const RouteContent& content);
 // Whether a route is static and uses a next-hop object. False for FRR's static routes: FRR makes a next-hop object for
 // nearly every route, so the object does not show how the route was configured.
 bool isNexthopGroup(const RouteContent& content);
+// `vias`: those that the content resolves to.
+Routing::Fib::RouteAction actionOf(const RouteContent& content, const std::vector<Quillo::Fib::Via>& vias);
 
 // ---- the contents of a table
 

@@ -302,6 +302,7 @@ void RouteFamily<PrefixType>::addTo(Quillo::Batch& batch, const Vrf::VrfIdMap::V
     route.fecId = now.fec->fec.fecId;
     route.isPersistent = !isNotPersistent(*now.content);
     route.isNexthopGroup = isNexthopGroup(*now.content);
+    route.action = actionOf(*now.content, now.fec->fec.via);
     Quillo::routeIs(batch, vrfId, route);
   }
 }

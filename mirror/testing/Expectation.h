@@ -7,6 +7,7 @@
 //   eth0 config 10.0.0.1/24
 //   eth0 neighbour 0 10.0.0.9 02:00:00:00:00:01 static
 //   0 10.0.0.0/8 type 7/1 [not persistent] [group] metric 0 10.0.0.9@eth0
+//   0 10.1.0.0/16 type 7/1 metric 0 0.0.0.0@ unreachable
 
 #include <fmt/format.h>
 
@@ -110,7 +111,10 @@ inline Lines expectedVias(const FakeKernel& kernel, const TestRoute& route, cons
     for (const auto member : object->second.members) hops.push_back(kernel.nexthops.at(member).hop);
     if (hops.empty()) hops.push_back(object->second.hop);
   }
-  if (isRefusal) return {none + "@"};
+  const char* const refusal = route.type == RTN_UNREACHABLE ? "unreachable"
+                              : route.type == RTN_PROHIBIT  ? "prohibit"
+                                                            : "blackhole";
+  if (isRefusal) return {none + "@ " + refusal};
   Lines vias;
   for (const auto& hop : hops) {
     const auto link = kernel.links.find(hop.ifIndex);
@@ -242,10 +246,12 @@ void addRoutes(Lines& lines, const Quillo::Snapshot& snapshot, const FecTexts& f
   forEachRecord<Quillo::RouteRecord<PrefixType>>(lines, snapshot, [&](const auto& key, const auto& route) {
     const std::string fec = key.vrfId.stringValue() + " " + route.fecId.stringValue();
     used.insert(fec);
-    lines.insert(fmt::format("{} {} type {}/{}{}{} metric {} {}", key.vrfId.stringValue(),
+    const bool forwards = route.action == Routing::Fib::RouteAction::forward;
+    lines.insert(fmt::format("{} {} type {}/{}{}{} metric {} {}{}{}", key.vrfId.stringValue(),
                              route.prefix.stringValue(), route.routeType.value(), route.routePreference.value(),
                              route.isPersistent ? "" : " not persistent", route.isNexthopGroup ? " group" : "",
-                             route.metric.value(), fecs.contains(fec) ? fecs.at(fec) : "without its FEC"));
+                             route.metric.value(), fecs.contains(fec) ? fecs.at(fec) : "without its FEC",
+                             forwards ? "" : " ", forwards ? "" : routeActionName(route.action)));
   });
 }
 

@@ -40,8 +40,8 @@ inline constexpr std::array<TableInfo, 6> knownTables{{
     {TableId::varnix, "varnix", 1},
     {TableId::arp, "arp", 1},
     {TableId::neighbor, "neighbor", 1},
-    {TableId::route, "route", 2},
-    {TableId::route6, "route6", 2},
+    {TableId::route, "route", 3},
+    {TableId::route6, "route6", 3},
     {TableId::fec, "fec", 1},
 }};
 

@@ -2,6 +2,10 @@
 // Value types of routes: metric, preference and type. The numbers of route types are defined by the publisher
 // (docs/mirror.md lists the mirror's); the protocol map and the statistics name those that they interpret.
 
+#include <array>
+#include <cstdint>
+#include <string_view>
+
 #include "kel/ValueType.h"
 
 namespace Routing {
@@ -21,6 +25,15 @@ namespace Fib {
 class RouteType {
   KEL_VALUE_TYPE("Routing::Fib::RouteType", RouteType, ((std::uint8_t, value)))
 };
+
+// What a route does with packets to its prefix. Those that refuse packets differ in what the sender is told: nothing, or
+// an ICMP error. The numbers are those of the store.
+enum class RouteAction : std::uint8_t { forward = 0, blackhole = 1, unreachable = 2, prohibit = 3 };
+inline constexpr std::array<std::string_view, 4> routeActionNames{"forward", "blackhole", "unreachable",
+                                                                  "prohibit"};
+inline constexpr std::string_view routeActionName(RouteAction action) {
+  return routeActionNames[static_cast<std::size_t>(action)];
+}
 
 }  // namespace Fib
 }  // namespace Routing

@@ -28,6 +28,7 @@ struct BasicRoute {
   // For static routes, as far as the publisher knows.
   bool isPersistent = true;     // part of the saved configuration
   bool isNexthopGroup = false;  // configured with a group of next hops
+  Routing::Fib::RouteAction action = Routing::Fib::RouteAction::forward;
 
   const Routing::RoutePreference& preference() const { return routePreference; }
   friend bool operator==(const BasicRoute&, const BasicRoute&) = default;

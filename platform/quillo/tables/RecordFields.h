@@ -22,6 +22,7 @@
 //   interface(i)               1 with the length, then the text
 //   lastInterface(i)           the text of an interface id that is not empty, to the end of the bytes
 //   flags(Flag{x}, ...)        1, with a bit for each flag, from bit 0 on; the other bits are 0
+//   choice(e, last, what)      1: an enumeration, whose last value is `last`
 //   list(v, most, what, each)  2 with the number of elements (little-endian), then each(element)
 //   require(holds, what)       none: no record has other fields than those for which this holds
 //   end(short, long)           none: the record ends here. Names the faults of other lengths
@@ -103,6 +104,7 @@ class FieldWriter {
     ((bits |= (flags.field == flags.whenSet ? 1U : 0U) << bit++), ...);
     bytes_.push_back(static_cast<char>(bits));
   }
+  void choice(const auto& field, const auto&, const char*) { bytes_.push_back(static_cast<char>(field)); }
   void list(const auto& elements, std::size_t most, const char* what, const auto& each) {
     require(elements.size() <= most, what);
     littleEndian(static_cast<std::uint16_t>(elements.size()));
@@ -169,6 +171,11 @@ class FieldReader {
     unsigned bits = littleEndian<std::uint8_t>();
     (((flags.field = ((bits & 1) != 0) == flags.whenSet), bits >>= 1), ...);
     require(bits == 0, "unknown flags in the value");
+  }
+  template <class Field>
+  void choice(Field& field, Field last, const char* what) {
+    field = static_cast<Field>(littleEndian<std::uint8_t>());
+    require(field <= last, what);
   }
   // Reuses the memory of `elements`.
   void list(auto& elements, std::size_t most, const char* what, const auto& each) {

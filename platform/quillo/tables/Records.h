@@ -62,6 +62,7 @@ struct RouteRecord {
     fields.number(route.metric);
     fields.number(route.fecId);
     fields.flags(Flag{route.isPersistent, false}, Flag{route.isNexthopGroup});
+    fields.choice(route.action, Routing::Fib::RouteAction::prohibit, "route with an unknown action");
     fields.end("value of a wrong length");
   }
   static void setKey(Entry& route, const Key& key) { route.prefix = key.prefix; }

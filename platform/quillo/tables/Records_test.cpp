@@ -50,9 +50,10 @@ TEST(RecordBytes, malformedOnesAreNoRecord) {
   EXPECT_EQ("prefix too long", route6KeyFault(vrf + std::string(16, '\0') + '\x81'));
   EXPECT_EQ("key of an unknown VRF", routeKeyFault(unknownVrf + prefix));
   for (const auto size : {7U, 9U}) EXPECT_EQ("key of a wrong length", routeKeyFault(std::string(size, '\0')));
-  for (const auto size : {14U, 16U}) EXPECT_EQ("value of a wrong length", routeFault(std::string(size, '\1')));
-  EXPECT_EQ("route without a type", routeFault(std::string(15, '\0')));
-  EXPECT_EQ("unknown flags in the value", routeFault(std::string(15, '\4')));
+  for (const auto size : {15U, 17U}) EXPECT_EQ("value of a wrong length", routeFault(std::string(size, '\1')));
+  EXPECT_EQ("route without a type", routeFault(std::string(16, '\0')));
+  EXPECT_EQ("unknown flags in the value", routeFault(std::string(16, '\4')));
+  EXPECT_EQ("route with an unknown action", routeFault(std::string(14, '\1') + std::string("\0\4", 2)));
 
   EXPECT_EQ("key of a wrong length", fecKeyFault(std::string(10, '\1')));
   EXPECT_EQ("key of an unknown VRF", fecKeyFault(std::string(11, '\xff')));
@@ -96,10 +97,12 @@ TEST(RecordBytes, areThoseOfTheFormat) {
                          Routing::RouteMetric(20),
                          Routing::RoutePreference(200),
                          Fib::FecId(5),
-                         false};
+                         false,
+                         false,
+                         Routing::Fib::RouteAction::prohibit};
   EXPECT_EQ(std::string("\x00\x01\x02\x0a\x01\x00\x00\x10", 8),
             encodeKey<RouteRecord<Vantu::Prefix>>({VrfId(258), route.prefix}));
-  EXPECT_EQ(std::string("\x07\xc8\x14\0\0\0\x05\0\0\0\0\0\0\0\x01", 15),
+  EXPECT_EQ(std::string("\x07\xc8\x14\0\0\0\x05\0\0\0\0\0\0\0\x01\x03", 16),
             encodeValue<RouteRecord<Vantu::Prefix>>(route));
   EXPECT_EQ(std::string("\x00\x01\x02\0\0\0\0\0\0\0\x05", 11), encodeKey<FecRecord>({VrfId(258), Fib::FecId(5)}));
   EXPECT_EQ(std::string("\x01\0\x04\x0a\0\0\x01\x08red/eth0", 16),

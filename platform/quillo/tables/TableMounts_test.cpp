@@ -201,6 +201,7 @@ class TableMountsTest : public TestStore {
       made.fecId = Fib::FecId(random_() * std::uint64_t{0x100000001});
       made.isPersistent = below(2);
       made.isNexthopGroup = below(2);
+      made.action = Routing::Fib::RouteAction(below(4));
       return recordOf(vrfId, made);
     };
     switch (below(4)) {
