@@ -66,6 +66,14 @@ const char* IpForwardMib::resolve(const Vantu::Prefix& prefix, Resolved& into) c
   return into.forwardFec ? nullptr : " has no forward fec";
 }
 
+const Quillo::Fib::Fec& IpForwardMib::fec(const Quillo::Fib::FecId& fecId) const {
+  const auto* forwardFecs = fecsAndPrefixes() ? fecsAndPrefixes()->forwardFecs().get() : nullptr;
+  if (forwardFecs == nullptr) unkept_ = {fecId, {}, 0};
+  auto& read = forwardFecs != nullptr ? forwardFecs->asRead(fecId) : unkept_;
+  readFec(read);
+  return read.fec;
+}
+
 void IpForwardMib::readRoute(const Vantu::Prefix& prefix, Resolved& into) const {
   const auto generation = routeStatus() ? routeStatus()->generation() : 0;
   if (generation != 0 && generation == into.routeGeneration && into.prefix == prefix) return;

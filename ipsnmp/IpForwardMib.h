@@ -1,6 +1,7 @@
 #pragma once
 // The IP-FORWARD-MIB cache of one VRF. It copies no route: it refers to the shared tables of routes and FECs, and to
-// the ordered prefixes and next hops derived from them. A row of ipCidrRouteTable is computed at each request.
+// the ordered prefixes and next hops derived from them. A row of ipCidrRouteTable or inetCidrRouteTable is computed at
+// each request.
 
 #include <array>
 #include <optional>
@@ -105,6 +106,12 @@ class IpForwardMib : public Kel::Entity {
   KEL_VIRTUAL_MEMBERS(IpCidrRouteTableEntry, ipCidrRouteTable)
   KEL_TYPE_END_DECLARE
 
+  // For inetCidrRouteTable (InetCidrRoutes.h): the IPv6 routes, null at first; and the number of rows, as last counted.
+  const Kel::Ptr<const Quillo::Fib6::RouteStatus>& route6Status() const { return route6Status_; }
+  void route6StatusIs(Kel::Ptr<const Quillo::Fib6::RouteStatus> table) { route6Status_ = std::move(table); }
+  std::uint32_t inetNumRoutes() const { return inetNumRoutes_; }
+  void inetNumRoutesIs(std::uint32_t rows) { inetNumRoutes_ = rows; }
+
   // Whether a route can have rows: it exists, and its type is not 0, 1, 3 or 5.
   bool validRoute(const Quillo::Fib::Route& route) const;
   // Whether a next hop on this interface has a row: true without an interface; false for a dynamic tunnel and for an
@@ -132,10 +139,17 @@ class IpForwardMib : public Kel::Entity {
   // the missing one (" has no fec"). Reports damage to the table and counts it as missing. Reuse `into`, which keeps
   // its memory.
   const char* resolve(const Vantu::Prefix& prefix, Resolved& into) const;
+  // A FEC of the shared table, or "no such FEC" where the table has none that can be read. Reports damage to the table.
+  // Lifetime: until the next call of this or resolve().
+  const Quillo::Fib::Fec& fec(const Quillo::Fib::FecId& fecId) const;
 
  private:
   void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
   void readFec(FecAsRead& into) const;
+
+  Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status_;
+  std::uint32_t inetNumRoutes_ = 0;
+  mutable FecAsRead unkept_;  // for fec() without a cache
 
   // Scratch memory of the iterators, so that a step allocates nothing. A step visits the current prefix and the next
   // one, where the next request begins. So two entries save more than half of the lookups.

@@ -30,13 +30,15 @@
 // |                   | quorinFIBStatsByRouteTypeTable E.3.23.1.2,                 |          |                       |
 // |                   | quorinFIBStatsByPrefixLenTable E.3.23.1.3                  |          |                       |
 // | quorinIpMIB       | QUORIN-IP-MIB: quorinIpIfStatsTable E.3.27.1.1             | default  | IpSnmp::IpMib         |
+// | inetCidrRoute     | IP-FORWARD-MIB (RFC 4292), 1.3.6.1.2.1.4.24:               | all      | IpSnmp::IpForwardMib  |
+// |                   | inetCidrRouteNumber .6, inetCidrRouteTable .7              |          |                       |
 // | quorinAgentMIB    | QUORIN-AGENT-MIB: 18 scalars E.4.1.1 to .18,               | default  | AgentSnmp::AgentMib   |
 // |                   | quorinAgentVrfTable E.4.1.19                               |          |                       |
 //
 // E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
-// IpForward and quorinFIBStatsMIB serve nothing while the configuration disables the group "route-tables", ifMIB nothing
-// while it disables "interface-tables". Requests read only memory, except those of IpSwForwarding and ipSystemStats:
-// Ip::SwFwdStats reads /proc/net when its counters are older than half a second.
+// IpForward, inetCidrRoute and quorinFIBStatsMIB serve nothing while the configuration disables the group
+// "route-tables", ifMIB nothing while it disables "interface-tables". Requests read only memory, except those of
+// IpSwForwarding and ipSystemStats: Ip::SwFwdStats reads /proc/net when its counters are older than half a second.
 //
 // init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other has
 // its VRF's name. If an entity to serve is missing or of another type, it writes a line that names the path to standard
@@ -58,5 +60,6 @@ MIB_MODULE_FUNCTIONS(quorinAgentMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)
 MIB_MODULE_FUNCTIONS(ipMIB)
 MIB_MODULE_FUNCTIONS(ipSystemStats)
+MIB_MODULE_FUNCTIONS(inetCidrRoute)
 
 #undef MIB_MODULE_FUNCTIONS

@@ -97,6 +97,8 @@ class Tables : public ::testing::Test {
     made.add(*to.mib);
     made.addInterfaces(*to.mib);
     made.add(to.routes.model.rows(to.routes.derived));
+    made.add(ipObjects + ".24.6.0", ASN_GAUGE, std::to_string(to.forwardMib->inetNumRoutes()));
+    made.add(to.routes);
     made.add(*to.fibStats);
     if (to.isDefault()) {
       made.add(ipObjects + ".25.0", ASN_INTEGER, tree.config6->routing() ? "1" : "2");
@@ -203,6 +205,7 @@ class RandomTables : public Tables {
     routes.fecIs(20, {{"10.1.1.9", "eth0"}, {"0.0.0.0", ""}});
     routes.settle();
     to.forwardMib->numRoutesIs(any({0, 1, 2147483647}));
+    to.forwardMib->inetNumRoutesIs(any({0U, 1U, 4294967295U}));
     for (const auto version : {Ip::ipVersion4, Ip::ipVersion6}) to.fibStats->routeDelAll(version);
     for (unsigned count = below(20); count > 0; --count) {
       const auto version = any({Ip::ipVersion4, Ip::ipVersion6});

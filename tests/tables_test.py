@@ -6,7 +6,7 @@ import random
 
 from harness import SystemCase, background, eventually, main
 from harness.kernel import GROUP, NOT_PERSISTENT, STATIC_ROUTE, fib_tables, kernel_tables
-from harness.tables import ADDR, BY_TYPE, FIB_TABLES, IP, ROUTE, SUMMARY, VRF, VRF_IF, VRF_TABLES, walk_tables
+from harness.tables import ADDR, BY_TYPE, FIB_TABLES, INET_ROUTE, IP, ROUTE, SUMMARY, VRF, VRF_IF, VRF_TABLES, walk_tables
 
 # What two VRFs and the default one share: interface names, addresses, neighbours and routes.
 INTERFACES = {"a0": ("10.0.0.1/24", "10.0.0.2/24", "172.16.0.1/12", "2001:db8::1/64", "2001:db8::2/64", "fe80::1/64"),
@@ -42,6 +42,14 @@ ROUTES = (
     "nexthop add id 5 via 2001:db8::9 dev a0",
     "route add 2001:db8:ffff::/48 nhid 5 proto static",
     "route add 2001:db8:1::/48 via 2001:db8::9 proto bgp",
+    "route add 2001:db8:2::/48 via fe80::9 dev a0 proto ospf",                   # link-local, as routing daemons have it
+    "route add 2001:db8:3::/48 proto isis nexthop via fe80::9 dev a0 nexthop via fe80::9 dev b0 nexthop via 2001:db8::9",
+    "route add 2001:db8:4::/48 dev c0 proto rip metric 7",
+    "route add blackhole 2001:db8:5::/48",
+    "route add unreachable 2001:db8:5:1::/64 proto static",
+    "route add prohibit 2001:db8:5:2::/64",
+    "route add unreachable ::/0 metric 4278198272",                              # as one adds to a VRF
+    "route add 10.9.0.0/16 nexthop via inet6 fe80::9 dev a0 nexthop via inet6 fe80::9 dev b0 nexthop dev c0",
 )
 # Of a host that has a route and a neighbour, what came first counts in the FIB statistics: at a start, the route.
 HOST = "route add 10.0.0.8/32 dev a0 proto static"
@@ -50,6 +58,8 @@ STAYING = [line for n in STAY
            for line in (f"addr add 10.200.0.{n}/32 dev s0", f"route add 20.0.{n}.0/24 dev s0 proto 99")]
 GATEWAYS = ("via 10.0.0.9", "via 10.0.1.9", "dev b0", "nexthop via 10.0.1.9 nexthop via 10.0.0.9 weight 7",
              "nexthop via 10.0.0.9 nexthop dev b0", "via 192.0.2.1 dev a0 onlink")
+GATEWAYS6 = ("via fe80::9 dev a0", "nexthop via fe80::9 dev a0 nexthop via fe80::9 dev b0", "via 2001:db8::9", "dev b0",
+             "nexthop via 2001:db8::9 nexthop via fe80::9 dev b0")
 OBJECTS = ("via 10.0.0.20 dev a0", "via 10.0.1.20 dev b0", "group 1/2", "blackhole")  # with the ids from 1 on
 PROTOCOLS = (4, 3, 186, 188, 187, 189, 11, 42, 190, 196)
 
@@ -69,7 +79,8 @@ def random_lines(choice, is_quiet):
          f"dev {interface} nud {state}"],
         *[[f"route {replace} 10.{100 + n}.0.0/{16 + n % 9} {route} {proto}"]] * 4,
         [f"route {replace} 2001:db8:{256 + n:x}::/{48 + n % 2 * 8} via 2001:db8::9 {proto}"],
-        [f"route {add} blackhole 10.99.{n}.0/24 {proto}"],
+        [f"route {add} {choice.choice(('blackhole', 'unreachable', 'prohibit'))} 10.99.{n}.0/24 {proto}"],
+        [f"route {replace} 2001:db8:{512 + n % 9:x}::/48 {choice.choice(GATEWAYS6) if replace != 'del' else ''} {proto}"],
         [f"nexthop add id {nhid} {OBJECTS[nhid - 1]}" if add == "add" else f"nexthop del id {nhid}"])
     loud = (
         [f"addr {add} 10.4{n % 3}.{n % 4}.{n}/24 dev {'abc'[n % 3]}0"],  # secondary where there is another one
@@ -146,7 +157,8 @@ class TablesTest(SystemCase):
         tools = itertools.cycle(("snmpwalk", "snmpbulkwalk"))
 
         def walk():  # the tools themselves stop with "OID not increasing" on a row out of order or repeated
-            tables = walk_tables(client, ADDR, ROUTE, may_be_torn=True, tool=next(tools))
+            tables = walk_tables(client, ADDR, ROUTE, INET_ROUTE, may_be_torn=True, tool=next(tools))
+            self.assertLessEqual({(1, 4, 20, 0, n, 0) for n in STAY}, {index[:6] for index in tables[INET_ROUTE]})
             self.assertLessEqual({(10, 200, 0, n) for n in STAY}, set(tables[ADDR]))
             self.assertLessEqual({(20, 0, n, 0) for n in STAY}, {index[:4] for index in tables[ROUTE]})
 
@@ -161,8 +173,9 @@ class TablesTest(SystemCase):
                     self.namespace.sysctl("net.ipv6.conf.all.forwarding", choice.randrange(2))
                     self.assertEqual(failures, [])
                     self.expect_everything()
-            self.expect(lambda: client.get(f"{IP}.24.3.0")[0].value, lambda: str(len(kernel_tables(red)[ROUTE])),
-                        "ipCidrRouteNumber")
+            for number, table in ((3, ROUTE), (6, INET_ROUTE)):
+                self.expect(lambda: client.get(f"{IP}.24.{number}.0")[0].value, lambda: str(len(kernel_tables(red)[table])),
+                            "ipCidrRouteNumber or inetCidrRouteNumber")
             red.ip("neigh flush all nud all", "route flush table main", may_fail=True)
             self.expect_everything()
 

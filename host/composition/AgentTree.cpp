@@ -163,6 +163,7 @@ void AgentTree::wireRoutes() {
   Kel::callOperation(*ipRoot_, "ipRouteTableSmIs",
                      {scheduler_, Kel::Name(L3::VrfName::defaultName), ipForwardMib_, tables.routeStatus, fecs,
                       unified, Kel::Ptr<const IpSnmp::IpForwardFecs>(), Kel::Ptr<const IntfSnmp::IfMib>(ifMib_)});
+  ipRoot_->ipRouteTableSm()->route6StatusIs(tables.route6Status);
   Kel::callOperation(*ipRoot_, "perVrfFecSmIs", {ipRoot_->ipRouteTableSm(), tables.routeStatus, fecs});
 }
 

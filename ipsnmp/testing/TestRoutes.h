@@ -53,6 +53,8 @@ struct Hop {
 
 struct RouteTables {
   Ptr<Quillo::TestRouteStatus<Vantu::Prefix>> routes = Kel::makePtr<Quillo::TestRouteStatus<Vantu::Prefix>>();
+  Ptr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>> routes6 =
+      Kel::makePtr<Quillo::TestRouteStatus<Vantu::Ip6Prefix>>();
   Ptr<Quillo::TestForwardingStatus> fecs = Kel::makePtr<Quillo::TestForwardingStatus>();
   Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifMib");
   Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("ipforwardmib");
@@ -178,6 +180,7 @@ struct SettledRoutes : RouteTables {
     mib = std::move(cache);
     prefixes->forwardFecsIs(forwardFecs);
     mib->routeStatusIs(routes);
+    mib->route6StatusIs(routes6);
     mib->vrfForwardingStatusIs(fecs);
     mib->fecsAndPrefixesIs(prefixes);
     mib->ifMibIs(ifMib);
@@ -234,7 +237,22 @@ struct RandomRoutes {
     toggle(*tables.routes, prefix(), &Quillo::TestRouteStatus<Vantu::Prefix>::routeIs);
     toggle(*tables.fecs, FecId(1 + below(8)), &Quillo::TestForwardingStatus::fecIs);
   }
+  Routing::Fib::RouteAction action() { return Routing::Fib::RouteAction(below(8) ? 0 : below(4)); }
+  void change6(RouteTables& tables) {
+    Quillo::Fib6::Route made;
+    Vantu::Ip6Addr::Bytes bytes{static_cast<std::uint8_t>(below(2) * 0xfe),
+                                static_cast<std::uint8_t>(below(3) << 6)};
+    bytes[15] = static_cast<std::uint8_t>(below(3));
+    made.prefix = Vantu::Ip6Prefix(Vantu::Ip6Addr(bytes), below(4) ? 120 + below(9) : below(129));
+    made.routeType = Routing::Fib::RouteType(static_cast<std::uint8_t>(1 + below(20)));
+    made.metric = Routing::RouteMetric(below(3));
+    made.fecId = FecId(1 + below(9));
+    made.action = action();
+    if (below(4)) return tables.routes6->routeIs(made);
+    tables.routes6->routeDel(made.prefix);
+  }
   void change(RouteTables& tables) {
+    if (below(3) == 0) change6(tables);
     switch (below(8)) {
       case 0:
         return tables.routes->routeDel(prefix());
@@ -243,15 +261,19 @@ struct RandomRoutes {
       case 2: {
         auto fec = RouteTables::fec(1 + below(8), {});
         for (unsigned left = below(5); left > 0; --left) fec.via.push_back({nextHop(), intf()});
-        if (below(10) == 0) fec.via.push_back({Vantu::IpGenAddr::fromString("fe80::1"), intf()});
+        for (unsigned left = below(10) ? 0 : 3; left > 0; --left) {
+          fec.via.push_back({Vantu::IpGenAddr::fromString(below(3) ? "fe80::1" : "::"), intf()});
+        }
         return tables.fecs->fecIs(fec);
       }
       case 3:
         return below(2) ? tables.intfIs("eth0", static_cast<std::int32_t>(below(3)))
                         : void(tables.ifMib->ifIndexByIntfIdDel(Vantu::IntfId("eth1")));
-      default:
-        return tables.routes->routeIs(
-            RouteTables::route(prefix(), 1 + below(9), below(4) ? 7 + below(20) : below(7)));
+      default: {
+        auto made = RouteTables::route(prefix(), 1 + below(9), below(4) ? 7 + below(20) : below(7));
+        made.action = action();
+        return tables.routes->routeIs(made);
+      }
     }
   }
 };

@@ -14,6 +14,7 @@
 #include <span>
 #include <tuple>
 #include <utility>
+#include <vector>
 
 #include "conversions/SnmpConversions.h"
 #include "kel/Errors.h"
@@ -67,6 +68,9 @@ inline constexpr IndexType<Snmp::String> octetStringIndexType{
     },
     SnmpStringToAsnOctetStringF};
 
+inline constexpr IndexType<Snmp::ObjectIdentifier> objectIdentifierIndexType{
+    ASN_OBJECT_ID, ASN_OBJECT_ID, AsnOidToSnmpObjectIdentifier, SnmpObjectIdentifierToAsnOidF};
+
 // An InetAddressType (RFC 4001). Hints may contain unknown versions; rows do not.
 inline constexpr IndexType<Ip::IpVersion> ipVersionIndexType{
     ASN_INTEGER, ASN_INTEGER, AsnIntegerToIpVersion,
@@ -94,6 +98,7 @@ INDEX_COMPONENT(unsigned, unsignedIndex)
 INDEX_COMPONENT(unsigned, unsignedIntegerIndex)
 INDEX_COMPONENT(Vantu::IpAddr, ipAddressIndex)
 INDEX_COMPONENT(Snmp::String, octetStringIndex)
+INDEX_COMPONENT(Snmp::ObjectIdentifier, objectIdentifierIndex)
 INDEX_COMPONENT(Ip::IpVersion, ipVersionIndex)
 #undef INDEX_COMPONENT
 
@@ -155,6 +160,11 @@ class Index {
           if (asnType == ASN_OCTET_STR) *end++ = static_cast<oid>(length);
           if (asnType == ASN_OCTET_STR || asnType == ASN_PRIV_IMPLIED_OCTET_STR) {
             end = std::copy_n(bytes, length, end);
+          } else if (asnType == ASN_OBJECT_ID) {
+            std::vector<std::uint32_t> words(static_cast<std::size_t>(length) / sizeof(std::uint32_t));
+            std::memcpy(words.data(), bytes, static_cast<std::size_t>(length));
+            *end++ = words.size();
+            end = std::copy(words.begin(), words.end(), end);
           } else {
             std::uint32_t number = 0;
             std::memcpy(&number, bytes, sizeof(number));
@@ -188,6 +198,8 @@ class Index {
     switch (asnType) {
       case ASN_OCTET_STR:
         return bytes + 1;  // the length is the first
+      case ASN_OBJECT_ID:
+        return bytes / sizeof(std::uint32_t) + 1;
       case ASN_PRIV_IMPLIED_OCTET_STR:
         return bytes;
       default:

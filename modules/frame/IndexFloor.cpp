@@ -21,6 +21,9 @@ netsnmp_variable_list* IndexFloor::next(u_char asnType) {
     case ASN_OCTET_STR:
       setOctets(taken(octets_.size()));  // the length is the first
       break;
+    case ASN_OBJECT_ID:
+      setWords(taken(words_.size()));  // likewise
+      break;
     default:
       numberIs(taken(std::numeric_limits<std::uint32_t>::max()));
   }
@@ -55,6 +58,12 @@ void IndexFloor::setOctets(std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) octets_[i] = static_cast<u_char>(taken(mostOctet));
   value_.val.string = octets_.data();
   value_.val_len = count;
+}
+
+void IndexFloor::setWords(std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) words_[i] = taken(std::numeric_limits<std::uint32_t>::max());
+  value_.val.objid = words_.data();
+  value_.val_len = count * sizeof(oid);
 }
 
 }  // namespace Modules

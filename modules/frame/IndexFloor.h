@@ -23,8 +23,8 @@ class IndexFloor {
   // `asked`: the sub-identifiers after the column. Lifetime: they must outlive this object.
   explicit IndexFloor(std::span<const oid> asked) : rest_(asked) {}
 
-  // Returns the next component. Requires: a type that tables are registered with (ASN_IPADDRESS, ASN_OCTET_STR or a
-  // numeric one). Lifetime: until the next call.
+  // Returns the next component. Requires: a type that tables are registered with (ASN_IPADDRESS, ASN_OCTET_STR,
+  // ASN_OBJECT_ID or a numeric one). Lifetime: until the next call.
   netsnmp_variable_list* next(u_char asnType);
   // Replaces the number that next() has just returned by the highest one. Call it if that number is above the range of
   // the component.
@@ -43,12 +43,14 @@ class IndexFloor {
   oid taken(oid most);
   void numberIs(oid number);
   void setOctets(std::size_t count);
+  void setWords(std::size_t count);
 
   std::span<const oid> rest_;
   Reading reading_ = Reading::asAsked;
   netsnmp_variable_list value_;  // only type and value are initialized: the rest is a kilobyte
   long number_ = 0;
   std::array<u_char, MAX_OID_LEN> octets_;  // a longer string does not fit an index
+  std::array<oid, MAX_OID_LEN> words_;
 };
 
 }  // namespace Modules

@@ -107,6 +107,17 @@ ipMIB Snmp ipDefaultRouterTable 1.3.6.1.2.1.4.37
 Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a000001'}), 'ifIndex': 3})
 | 1.4.10.0.0.1.3 4 ~Lifetime ~Preference ;
 
+inetCidrRoute InetCidrRoute inetCidrRouteNumber 1.3.6.1.2.1.4.24.6 ;
+
+inetCidrRoute InetCidrRoute inetCidrRouteTable 1.3.6.1.2.1.4.24.7
+| ~DestType=destType=ipVersion4 ~Dest=dest=0x0a000000 ~PfxLen=pfxLen=24 ~Policy=policy='0.0'
+~NextHopType=nextHopType=ipVersion4 ~NextHop=nextHop=0x0a010101
+| Value('IpSnmp::InetCidrRouteIndex', ** {'dest':
+Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a000000'}), 'length': 24, 'policy': '0.0',
+'nextHop': Value('IpSnmp::InetAddress', ** {'version': ipVersion4, 'bytes': '0x0a010101'})})
+| 1.4.10.0.0.0.24.2.0.0.1.4.10.1.1.1 7 ~IfIndex ~Type ~Proto ~Age ~NextHopAS ~Metric1 ~Metric2 ~Metric3 ~Metric4
+~Metric5 ~Status ;
+
 quorinAgentMIB AgentMib quorinAgentPublisherState E.4.1.1 default ;
 quorinAgentMIB AgentMib quorinAgentPublisherName E.4.1.2 default ;
 quorinAgentMIB AgentMib quorinAgentPublisherStart E.4.1.3 default ;

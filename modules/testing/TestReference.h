@@ -143,6 +143,26 @@ class Reference {
            one});
     }
   }
+  // inetCidrRouteTable: of both IP versions, with next hops of both.
+  void add(const IpSnmpTest::RouteTables& tables) {
+    addInet(tables, *tables.routes, {0, 1, 3, 5},
+            {{7, 3},
+             {10, 8},
+             {11, 2},
+             {15, 13},
+             {16, 13},
+             {17, 13},
+             {18, 13},
+             {19, 13},
+             {20, 13},
+             {21, 14},
+             {22, 14},
+             {23, 14},
+             {24, 9},
+             {25, 9}});
+    addInet(tables, *tables.routes6, {0, 3},
+            {{4, 3}, {6, 8}, {7, 2}, {9, 14}, {10, 13}, {11, 13}, {12, 14}, {13, 9}, {14, 9}, {15, 3}, {16, 3}});
+  }
   void add(const IpSnmp::IpVrfMib& mib) {
     for (const auto& [name, entry] : mib.vrfTable()) {
       const auto routing = entry->vrfRoutingStatus();
@@ -267,6 +287,39 @@ class Reference {
     row[46 - 3] = noTime;
     row[47 - 3] = {ASN_GAUGE, "2000"};
     this->row(ipObjects + ".31.3", fmt::format("{}.{}", int{key.ipVersion()}, key.ifIndex()), 3, row);
+  }
+
+  void addInet(const IpSnmpTest::RouteTables& tables, const auto& routes, const std::set<unsigned>& withoutRows,
+               std::map<unsigned, int> protocols) {
+    for (const auto& [prefix, route] : routes.map) {
+      const auto fec = tables.fecs->map.find(route.fecId);
+      if (withoutRows.contains(route.routeType.value()) || fec == tables.fecs->map.end()) continue;
+      std::map<std::string, std::set<unsigned>> interfaces;  // by next hop, as in the index
+      for (const auto& [hop, intfId] : fec->second.via) {
+        const auto* known = tables.ifMib->ifIndexByIntfId(intfId);
+        const bool isTunnel = intfId.text().find("DynamicTunnel") != std::string::npos;
+        if (!intfId.empty() && (isTunnel || known == nullptr || *known == 0)) continue;
+        interfaces[hop.isZero() ? "0.0" : index(IpSnmp::InetAddress::fromIpGenAddr(hop))].insert(
+            intfId.empty() ? 0 : static_cast<unsigned>(*known));
+      }
+      const auto action = static_cast<int>(route.action);
+      if (action != 0) {
+        interfaces.clear();
+        interfaces["0.0"].insert(0);
+      }
+      const auto dest = index(IpSnmp::InetAddress::fromIpGenAddr(prefix.address()));
+      const int protocol = protocols.emplace(route.routeType.value(), 1).first->second;
+      const Value none{ASN_GAUGE, "0"}, unused = number(-1);
+      for (const auto& [hop, ifIndexes] : interfaces) {
+        for (const unsigned ifIndex : ifIndexes) {
+          const auto policy = ifIndexes.size() > 1 ? fmt::format("3.0.0.{}", ifIndex) : "2.0.0";
+          const int type = action == 1 ? 5 : action > 1 ? 2 : hop == "0.0" ? 3 : 4;
+          row(ipObjects + ".24.7", fmt::format("{}.{}.{}.{}", dest, prefix.length(), policy, hop), 7,
+              {number(ifIndex), number(type), number(protocol), none, none, number(route.metric.value()), unused,
+               unused, unused, unused, one});
+        }
+      }
+    }
   }
 
   void addNeighbour(const IpSnmp::IpNetToPhysicalTableEntry& entry) {

@@ -129,3 +129,17 @@ Snmp::String AsnOctetStringToSnmpString(void* value, int length) {
   }
   return Snmp::String(bytes.first(static_cast<std::size_t>(length)));
 }
+
+Snmp::ObjectIdentifier AsnOidToSnmpObjectIdentifier(void* value) {
+  const auto& from = variable(value);
+  if (from.type != ASN_OBJECT_ID) wrongType(from, "OBJECT IDENTIFIER");
+  std::vector<Snmp::ObjectIdentifier::SubIdentifier> words(from.val_len / sizeof(oid));
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const oid word = from.val.objid[i];
+    if (word > std::numeric_limits<std::uint32_t>::max()) {
+      throw Kel::RangeException(fmt::format("the sub-identifier {} has more than 32 bits", word));
+    }
+    words[i] = static_cast<std::uint32_t>(word);
+  }
+  return Snmp::ObjectIdentifier(words);
+}

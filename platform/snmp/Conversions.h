@@ -45,3 +45,4 @@ unsigned int AsnUnsignedToU32(void* value);
 Vantu::IpAddr AsnIpAddressToVantuIpAddr(void* value);
 // The first `length` bytes of the value.
 Snmp::String AsnOctetStringToSnmpString(void* value, int length);
+Snmp::ObjectIdentifier AsnOidToSnmpObjectIdentifier(void* value);

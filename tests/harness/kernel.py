@@ -4,8 +4,9 @@ import collections
 import ipaddress
 
 from harness.tables import (ADDR, ADDRESS, BY_LENGTH, BY_TYPE, CONTEXT_TABLES, FIB_TABLES, FORWARDING, IF_INDEX_BITS,
-                            IP_IF_STATS, IP_TABLES, IPV4_FORWARDING, IPV4_INTERFACE, IPV6_FORWARDING, IPV6_INTERFACE, MEDIA,
-                            PACKET_DEFAULTS, PHYSICAL, PREFIX, ROUTE, SUMMARY, TIME_TICKS, VRF, VRF_IF)
+                            INET_ROUTE, IP_IF_STATS, IP_TABLES, IPV4_FORWARDING, IPV4_INTERFACE, IPV6_FORWARDING,
+                            IPV6_INTERFACE, MEDIA, PACKET_DEFAULTS, PHYSICAL, PREFIX, ROUTE, SUMMARY, TIME_TICKS, VRF,
+                            VRF_IF)
 
 SWITCHES = {IPV4_FORWARDING: "ipv4/ip_forward", IPV6_FORWARDING: "ipv6/conf/all/forwarding"}
 
@@ -19,6 +20,7 @@ LOCAL_ROUTE, REMOTE_ROUTE, OTHER_ROUTE = "3", "4", "1"
 # The kernel's name of a protocol -> ipCidrRouteProto; all others are 1, other.
 PROTOCOLS = {"kernel": "2", "static": "3", "196": "3", "boot": "3", "rip": "8", "190": "8", "ripng": "8",
              "ospf": "13", "bgp": "14"}
+INET_PROTOCOLS = {**PROTOCOLS, "isis": "9", "openfabric": "9"}  # IANAipRouteProtocol knows IS-IS, too
 # What no route of ours has: tos, age, info, next hop AS, three metrics; and every row is active.
 CONSTANTS = {3: "0", 8: "-1", 9: "0.0", 10: "0", 13: "-1", 14: "-1", 15: "-1", 16: "1"}
 
@@ -137,6 +139,30 @@ def route_table(namespace, vrf_id):
     return {ROUTE: rows}
 
 
+def inet_route_table(namespace, vrf_id):
+    """inetCidrRouteTable: of both IP versions, with next hops of both."""
+    links = {link["ifname"]: vrf_id << IF_INDEX_BITS | link["ifindex"] for link in namespace.ip_json("link")}
+    rows = {}
+    for network, route in (best_routes(namespace, 4) | best_routes(namespace, 6)).items():
+        hops = {}  # next hop -> interfaces
+        for hop in route.get("nexthops", [route]):
+            if not UNUSABLE & set(hop.get("flags", [])):
+                address = hop.get("gateway") or hop.get("via", {}).get("host")
+                hops.setdefault(inet(address) if address else (0, 0), set()).add(links[hop["dev"]] if "dev" in hop else 0)
+        kind = route.get("type", "unicast")
+        if kind in TO_NOWHERE:
+            hops = {(0, 0): {0}}
+        metric, protocol = route.get("metric", 0), INET_PROTOCOLS.get(route.get("protocol", "boot"), "1")
+        for hop, interfaces in hops.items():
+            for if_index in interfaces:
+                policy = (3, 0, 0, if_index) if len(interfaces) > 1 else (2, 0, 0)
+                unicast = REMOTE_ROUTE if hop != (0, 0) else LOCAL_ROUTE
+                rows[(*inet(str(network.network_address)), network.prefixlen, *policy, *hop)] = {
+                    7: str(if_index), 8: {"unicast": unicast, "blackhole": "5"}.get(kind, "2"), 9: protocol, 10: "0", 11: "0",
+                    12: str(metric - (metric >> 31 << 32)), **dict.fromkeys(range(13, 17), "-1"), 17: "1"}
+    return {INET_ROUTE: rows}
+
+
 def fib_tables(namespace, _vrf_id=0, configured=()):
     """Counts of prefixes; `configured` are those whose type the mirror's configuration gives, as (prefix, type)."""
     prefixes = {}
@@ -170,6 +196,7 @@ def kernel_tables(namespace, vrf_id=0, entries=CONTEXT_TABLES):
     """What these tables of a VRF's context must be. Number 0 is the default VRF."""
     tables = {}
     for made, make in ((FORWARDING, forwarding_scalars), (IP_TABLES, ip_tables), ((ROUTE,), route_table),
+                       ((INET_ROUTE,), inet_route_table),
                        (FIB_TABLES, fib_tables)):
         if set(made) & set(entries):
             tables |= make(namespace, vrf_id)

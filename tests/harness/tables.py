@@ -7,10 +7,10 @@ import os
 
 IP, ENTERPRISE = "1.3.6.1.2.1.4", "1.3.6.1.4.1.32473"
 ADDR, MEDIA, PREFIX, ADDRESS, PHYSICAL = IP_TABLES = tuple(f"{IP}.{number}.1" for number in (20, 22, 32, 34, 35))
-ROUTE = f"{IP}.24.4.1"
+ROUTE, INET_ROUTE = f"{IP}.24.4.1", f"{IP}.24.7.1"
 SUMMARY, BY_TYPE, BY_LENGTH = FIB_TABLES = tuple(f"{ENTERPRISE}.3.23.1.{number}.1" for number in (1, 2, 3))
 FORWARDING = IPV4_FORWARDING, IPV6_FORWARDING = f"{IP}.1", f"{IP}.25"  # scalars, as tables with column 0 alone
-CONTEXT_TABLES = (*FORWARDING, *IP_TABLES, ROUTE, *FIB_TABLES)  # what every context has, counters aside
+CONTEXT_TABLES = (*FORWARDING, *IP_TABLES, ROUTE, INET_ROUTE, *FIB_TABLES)  # what every context has, counters aside
 IF_TABLE, DOT3, IFX_TABLE, IF_STACK = INTERFACE_TABLES = tuple(
     f"1.3.6.1.2.1.{number}.1" for number in ("2.2", "10.7.2", "31.1.1", "31.1.2"))
 IF_SCALARS = IF_NUMBER, IF_TABLE_CHANGE, IF_STACK_CHANGE = "1.3.6.1.2.1.2.1", "1.3.6.1.2.1.31.1.5", "1.3.6.1.2.1.31.1.6"

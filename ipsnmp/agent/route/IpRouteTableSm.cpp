@@ -54,6 +54,8 @@ void IpRouteTableSm::doInstantiate() {
   routeCountTaskIs(Kel::makePtr<KelRouteCountTask>(this, taskScheduler(), taskName("Route count"), countPriority));
   routeCountTimerTaskIs(
       Kel::makePtr<KelRouteCountTimerTask>(this, taskScheduler(), taskName("Route count timer"), countPriority));
+  inetCountTask_ =
+      Kel::makePtr<KelInetCountTask>(this, taskScheduler(), taskName("inet route count"), countPriority);
   routeChangesIs(true);
   routeCountIntervalIs(configuredInterval());
   routeCountTimerTask()->scheduleTaskDelay(routeCountInterval());
@@ -90,12 +92,15 @@ void IpRouteTableSm::useLocalForwardingFecs() {
 
 void IpRouteTableSm::kelStop() {
   if (const auto reactor = std::exchange(kelRouteStatus_, nullptr)) reactor->notifierIs(nullptr);
+  if (const auto reactor = std::exchange(kelRoute6Status_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto reactor = std::exchange(kelVrfForwardingStatus_, nullptr)) reactor->notifierIs(nullptr);
   if (const auto reactor = std::exchange(kelIfMib_, nullptr)) reactor->notifierIs(nullptr);
   routeCountTimerTaskDel();
   routeCountTaskDel();
   routeTaskDel();
   fecTaskDel();
+  inetCountTask_ = nullptr;
+  inetCountBookmark_.reset();
   // The cache may already refer to another machine's.
   if (fecsAndPrefixes() && ipForwardMib()->fecsAndPrefixes() == fecsAndPrefixes()) {
     ipForwardMib()->routeStatusIs(nullptr);
@@ -103,6 +108,8 @@ void IpRouteTableSm::kelStop() {
     ipForwardMib()->fecsAndPrefixesIs(nullptr);
     ipForwardMib()->ifMibIs(nullptr);
     ipForwardMib()->numRoutesIs(0);
+    ipForwardMib()->route6StatusIs(nullptr);
+    ipForwardMib()->inetNumRoutesIs(0);
   }
   fecsAndPrefixesDel();
   localForwardingFecsDel();
@@ -129,6 +136,14 @@ void IpRouteTableSm::vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::Forwardin
   vrfForwardingStatus_ = std::move(vrfForwardingStatus);
   if (!unifiedForwardingStatus()) ipForwardMib()->vrfForwardingStatusIs(vrfForwardingStatus_);
   watchFecs();
+}
+
+void IpRouteTableSm::route6StatusIs(Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status) {
+  if (ipForwardMib()->route6Status() == route6Status || isStopped()) return;
+  if (!kelRoute6Status_) kelRoute6Status_ = Kel::makePtr<KelRoute6Status>(this);
+  kelRoute6Status_->notifierIs(route6Status);
+  ipForwardMib()->route6StatusIs(std::move(route6Status));
+  routeChangesIs(true);
 }
 
 void IpRouteTableSm::watchRoutes() {
@@ -251,6 +266,25 @@ void IpRouteTableSm::doCountRoutes() {
   routeCountTempValueIs(0);
   routeCountBookmarkIs(Vantu::IpAddrWithMask());
   QTRACE(ipRouteTableSmTrace, 8) << "Finished counting routes";
+  inetCountBookmark_.reset();
+  if (inetCountTask_) inetCountTask_->scheduleTask();
+}
+
+void IpRouteTableSm::doCountInetRoutes() {
+  const auto task = inetCountTask_;
+  if (!task || !task->taskCurrentlyRunning()) return;
+  const auto from = std::exchange(inetCountBookmark_, std::nullopt);
+  if (!from) inetCount_ = 0;
+  InetCidrRouteIterator at(ipForwardMib(), from.value_or(InetCidrRouteIndex()));
+  while (!at.isAtEnd()) {
+    ++inetCount_;
+    at.advance();
+    if (at.isAtEnd() || !task->taskShouldYield()) continue;
+    inetCountBookmark_ = at.row().index;
+    task->scheduleTask();
+    return;
+  }
+  ipForwardMib()->inetNumRoutesIs(inetCount_);
 }
 
 std::int32_t IpRouteTableSm::rowCount(const Vantu::Prefix& prefix) {

@@ -6,6 +6,7 @@
 // a full table never blocks the agent:
 //   route task, FEC task  process the backlogs; a bookmark records where a pass that yielded continues
 //   route count task      counts the rows, prefix by prefix; the published number changes at the end of a pass
+//   inet count task       then counts the rows of inetCidrRouteTable, of both IP versions
 //   route count timer     requests a count, at most once an interval and only after a change
 // The first count starts without the timer, once both backlogs are empty for the first time.
 //
@@ -21,7 +22,7 @@
 #include <absl/container/btree_set.h>
 
 #include "brev/TimerTask.h"
-#include "ipsnmp/IpForwardMib.h"
+#include "ipsnmp/InetCidrRoutes.h"
 #include "ipsnmp/agent/address/Reactors.h"
 #include "quillo/tables/TableScan.h"
 
@@ -52,6 +53,7 @@ class IpRouteTableSm : public Kel::Entity {
   void doProcessRouteBacklog();
   void doProcessFecBacklog();
   void doCountRoutes();
+  void doCountInetRoutes();
   void handleRouteCountTimer();
   using KelRouteTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doProcessRouteBacklog>;
   using KelFecTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doProcessFecBacklog>;
@@ -91,6 +93,8 @@ class IpRouteTableSm : public Kel::Entity {
   // Replaces a table: the cache is compared with the new one.
   void routeStatusIs(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus);
   void vrfForwardingStatusIs(Kel::Ptr<const Quillo::Fib::ForwardingStatus> vrfForwardingStatus);
+  // The IPv6 routes, for inetCidrRouteTable: the machine passes them to the cache, and counts their rows.
+  void route6StatusIs(Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status);
 
   // Call it when the configuration was read again: restarts the timer if the interval changed.
   void reconfigure();
@@ -116,6 +120,12 @@ class IpRouteTableSm : public Kel::Entity {
     void handleInitialized() override { owner_->handleRoute(); }
     void onRoute(const Vantu::Prefix& prefix) override { owner_->handleRoute(prefix); }
     void onTable() override { owner_->rescanRoutes(); }
+  };
+  struct KelRoute6Status : OwnedReactor<IpRouteTableSm, Quillo::Fib6::RouteStatus> {
+    using OwnedReactor::OwnedReactor;
+    void handleInitialized() override { onTable(); }
+    void onRoute(const Vantu::Ip6Prefix&) override { onTable(); }
+    void onTable() override { owner_->routeChangesIs(true); }
   };
   struct KelVrfForwardingStatus : OwnedReactor<IpRouteTableSm, Quillo::Fib::ForwardingStatus> {
     using OwnedReactor::OwnedReactor;
@@ -150,7 +160,10 @@ class IpRouteTableSm : public Kel::Entity {
   // The number of rows that the row iterator finds for the prefix.
   std::int32_t rowCount(const Vantu::Prefix& prefix);
 
+  using KelInetCountTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doCountInetRoutes>;
+
   Kel::Ptr<KelRouteStatus> kelRouteStatus_;
+  Kel::Ptr<KelRoute6Status> kelRoute6Status_;
   Kel::Ptr<KelVrfForwardingStatus> kelVrfForwardingStatus_;
   Kel::Ptr<KelIfMib> kelIfMib_;
 
@@ -161,6 +174,10 @@ class IpRouteTableSm : public Kel::Entity {
   Quillo::Fib::Fec fecScratch_;
   IpForwardMib::Resolved countScratch_;
   bool isFirstCountRequested_ = false;
+
+  Kel::Ptr<KelInetCountTask> inetCountTask_;
+  std::optional<InetCidrRouteIndex> inetCountBookmark_;  // the row at which a count that yielded continues
+  std::uint32_t inetCount_ = 0;                          // of the pass under way
 };
 
 }  // namespace IpSnmp

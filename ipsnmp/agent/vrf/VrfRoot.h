@@ -64,6 +64,7 @@ void remountTables(Owner& owner, const VrfTables& tables) {
   if (const auto sm = owner.fib6StatsSm()) sm->routeStatusIs(tables.route6Status);
   owner.perVrfFecSmDel();
   routeSm->routeStatusIs(tables.routeStatus);
+  routeSm->route6StatusIs(tables.route6Status);
   const auto& shared = routeSm->unifiedForwardingStatus();
   if (!shared) routeSm->vrfForwardingStatusIs(tables.forwardingStatus);
   owner.perVrfFecSmIs(routeSm, tables.routeStatus, shared ? shared : tables.forwardingStatus);

@@ -17,6 +17,7 @@ void VrfRootSm::makeRouteSms(VrfRoot& root, const VrfTables& tables) {
   const auto routeSm =
       root.ipRouteTableSmIs(scheduler(), root.name(), root.ipForwardMib(), tables.routeStatus,
                             tables.forwardingStatus, unified, isUnified ? allForwardingFecs() : nullptr, ifMib());
+  routeSm->route6StatusIs(tables.route6Status);
   root.perVrfFecSmIs(routeSm, tables.routeStatus, isUnified ? unified : tables.forwardingStatus);
 }
 

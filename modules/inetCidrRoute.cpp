@@ -1,0 +1,141 @@
+#include <array>
+
+#include "ipsnmp/InetCidrRoutes.h"
+#include "ipsnmp/ProtocolMap.h"
+#include "modules/MibModules.h"
+#include "modules/frame/IteratorTable.h"
+#include "modules/frame/Scalar.h"
+#include "snmp/SnmpUtil.h"
+
+namespace {
+
+using IpSnmp::InetAddress;
+using IpSnmp::InetCidrRouteIndex;
+using IpSnmp::IpForwardMib;
+using Modules::s32ToAsnInteger;
+
+Kel::TraceHandle inetCidrRouteTrace("InetCidrRoute");
+Modules::Module inetCidrRoute("inetCidrRoute", inetCidrRouteTrace);
+
+constexpr const char* inetRouteGroup = "route-tables";
+const auto inetForwardMibSource =
+    Modules::entitySource<IpForwardMib>("snmp/ip/ipforwardmib", "snmp/ip/vrf.mibs/%s.ipforwardmib");
+
+const Modules::Scalar inetCidrRouteNumber{.module = inetCidrRoute,
+                                          .name = "inetCidrRouteNumber",
+                                          .identifier = {1, 3, 6, 1, 2, 1, 4, 24, 6},
+                                          .modes = HANDLER_CAN_RONLY,
+                                          .priority = Modules::scalarPriority,
+                                          .source = inetForwardMibSource,
+                                          .attribute = "inetNumRoutes",
+                                          .asnType = ASN_GAUGE,
+                                          .conversion = Modules::u32ToAsnUnsigned.name,
+                                          .encode =
+                                              [](const Kel::Entity& entity, unsigned char* buffer, int length) {
+                                                const auto& mib = static_cast<const IpForwardMib&>(entity);
+                                                return U32ToAsnUnsignedF(mib.inetNumRoutes(), buffer, length);
+                                              },
+                                          .group = inetRouteGroup};
+
+class InetCidrRouteWalker {
+ public:
+  using Cache = IpForwardMib;
+  using Row = IpSnmp::InetCidrRouteEntry;
+  using Key = InetCidrRouteIndex;
+
+  explicit InetCidrRouteWalker(Kel::Ptr<const Cache> cache) : at_(std::move(cache)) {}
+  InetCidrRouteWalker(Kel::Ptr<const Cache> cache, const Key& key) : at_(std::move(cache), key) {}
+  bool isAtEnd() const { return at_.isAtEnd(); }
+  bool gaveUp() const { return at_.gaveUp(); }
+  const Row& row() const { return at_.row(); }
+  const Key& key() const { return row().index; }
+  void advance() { at_.advance(); }
+
+ private:
+  IpSnmp::InetCidrRouteIterator at_;
+};
+using InetRow = InetCidrRouteWalker::Row;
+
+// IANAipRouteProtocol. For IPv4 that of ipCidrRouteProto, which does not know IS-IS (24 and 25).
+int protocolOf(const InetRow& row) {
+  const auto type = row.protocol.value();
+  if (row.index.dest.version() == Ip::ipVersion4) {
+    return type == 24 || type == 25 ? IpSnmp::ipRouteProtocolIsIs : IpSnmp::protocolMap().protocol(row.protocol);
+  }
+  constexpr std::array<int, 17> byType{
+      IpSnmp::ipRouteProtocolOther,   IpSnmp::ipRouteProtocolOther,   IpSnmp::ipRouteProtocolOther,
+      IpSnmp::ipRouteProtocolOther,   IpSnmp::ipRouteProtocolNetmgmt, IpSnmp::ipRouteProtocolOther,
+      IpSnmp::ipRouteProtocolRip,     IpSnmp::ipRouteProtocolLocal,   IpSnmp::ipRouteProtocolOther,
+      IpSnmp::ipRouteProtocolBgp,     IpSnmp::ipRouteProtocolOspf,    IpSnmp::ipRouteProtocolOspf,
+      IpSnmp::ipRouteProtocolBgp,     IpSnmp::ipRouteProtocolIsIs,    IpSnmp::ipRouteProtocolIsIs,
+      IpSnmp::ipRouteProtocolNetmgmt, IpSnmp::ipRouteProtocolNetmgmt};
+  return type < byType.size() ? byType[type] : IpSnmp::ipRouteProtocolOther;
+}
+
+constexpr Modules::Conversion<const Routing::RouteMetric&> inetMetricToAsnInteger{"RouteMetricToAsnInteger",
+                                                                                  RouteMetricToAsnInteger};
+
+constexpr unsigned unknownAge = 0, unknownAs = 0;
+constexpr int unusedMetric = -1;
+constexpr int activeRow = 1;  // of RowStatus
+
+const auto inetCidrRouteTable = Modules::makeIteratorTable<InetCidrRouteWalker>(
+    {.module = inetCidrRoute,
+     .name = "inetCidrRouteTable",
+     .identifier = {1, 3, 6, 1, 2, 1, 4, 24, 7},
+     .modes = HANDLER_CAN_RONLY,
+     .source = inetForwardMibSource,
+     .group = inetRouteGroup},
+    Modules::Index(
+        InetCidrRouteIndex::kelTypeName,
+        +[](const Ip::IpVersion& destType, const Snmp::String& dest, const unsigned& length,
+            const Snmp::ObjectIdentifier& policy, const Ip::IpVersion& nextHopType, const Snmp::String& nextHop) {
+          return InetCidrRouteIndex{InetAddress(destType, dest), length, policy, InetAddress(nextHopType, nextHop)};
+        },
+        Modules::ipVersionIndex<InetCidrRouteIndex>(
+            "inetCidrRouteDestType", "destType", [](const auto& key) { return Ip::IpVersion{key.dest.version()}; }),
+        Modules::octetStringIndex<InetCidrRouteIndex>(
+            "inetCidrRouteDest", "dest", [](const auto& key) -> const Snmp::String& { return key.dest.bytes(); }),
+        Modules::unsignedIndex<InetCidrRouteIndex>("inetCidrRoutePfxLen", "pfxLen",
+                                                   [](const auto& key) { return unsigned{key.length}; }),
+        Modules::objectIdentifierIndex<InetCidrRouteIndex>(
+            "inetCidrRoutePolicy", "policy",
+            [](const auto& key) -> const Snmp::ObjectIdentifier& { return key.policy; }),
+        Modules::ipVersionIndex<InetCidrRouteIndex>(
+            "inetCidrRouteNextHopType", "nextHopType",
+            [](const auto& key) { return Ip::IpVersion{key.nextHop.version()}; }),
+        Modules::octetStringIndex<InetCidrRouteIndex>(
+            "inetCidrRouteNextHop", "nextHop",
+            [](const auto& key) -> const Snmp::String& { return key.nextHop.bytes(); })),
+    {Modules::column<InetRow>(7, "inetCidrRouteIfIndex", ASN_INTEGER, s32ToAsnInteger, "ifIndex",
+                              [](const auto& row) { return static_cast<int>(row.ifIndex); }),
+     Modules::column<InetRow>(8, "inetCidrRouteType", ASN_INTEGER, s32ToAsnInteger, "type",
+                              [](const auto& row) { return static_cast<int>(row.type); }),
+     Modules::column<InetRow>(9, "inetCidrRouteProto", ASN_INTEGER, s32ToAsnInteger, "protocol", protocolOf),
+     Modules::column<InetRow>(10, "inetCidrRouteAge", ASN_GAUGE, Modules::u32ToAsnUnsigned, "",
+                              [](const auto&) { return unknownAge; }),
+     Modules::column<InetRow>(11, "inetCidrRouteNextHopAS", ASN_GAUGE, Modules::u32ToAsnUnsigned, "",
+                              [](const auto&) { return unknownAs; }),
+     Modules::column<InetRow>(12, "inetCidrRouteMetric1", ASN_INTEGER, inetMetricToAsnInteger, "metric",
+                              [](const auto& row) { return row.metric; }),
+     Modules::constantColumn<InetRow>(13, "inetCidrRouteMetric2", unusedMetric),
+     Modules::constantColumn<InetRow>(14, "inetCidrRouteMetric3", unusedMetric),
+     Modules::constantColumn<InetRow>(15, "inetCidrRouteMetric4", unusedMetric),
+     Modules::constantColumn<InetRow>(16, "inetCidrRouteMetric5", unusedMetric),
+     Modules::constantColumn<InetRow>(17, "inetCidrRouteStatus", activeRow)});
+
+}  // namespace
+
+MIB_SCALAR_HANDLER(inetCidrRouteNumber, inetCidrRouteNumber)
+ITERATOR_TABLE(inetCidrRouteTable, inetCidrRouteTable)
+
+void init_inetCidrRoute(Kel::String context) {
+  const auto config = SnmpUtil::getSnmpConfig();
+  inetCidrRoute.entering(context, __func__);
+  inetCidrRoute.traceInitializing(__func__, inetCidrRouteNumber.identifier, context);
+  Modules::initializeScalar(inetCidrRouteNumber, handle_inetCidrRouteNumber, __func__, config, context);
+  initialize_table_inetCidrRouteTable(config, context);
+  inetCidrRoute.entered(context);
+}
+
+MIB_MODULE(inetCidrRoute, inetCidrRoute)
