@@ -150,7 +150,7 @@ TEST_F(EnteringContexts, disabledGroupsAreNotRegistered) {
   Snmp::unregisterConfigTokens();
   tree.fibStatsMib->routeInc(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic, 24);
   EXPECT_THAT(agent.walk("1.3.6.1", "red"), ElementsAre(Answer{ipForwarding, ASN_INTEGER, "2"}));
-  EXPECT_EQ(agent.walk("1.3.6.1.2").size(), 2U) << "the forwarding scalars";
+  EXPECT_EQ(agent.walk("1.3.6.1.2.1.4").size(), 2U) << "the forwarding scalars";
 }
 
 TEST_F(EnteringContexts, aMissingOrMisplacedEntityEndsTheProcess) {

@@ -34,11 +34,15 @@
 // |                   | inetCidrRouteNumber .6, inetCidrRouteTable .7              |          |                       |
 // | quorinAgentMIB    | QUORIN-AGENT-MIB: 18 scalars E.4.1.1 to .18,               | default  | AgentSnmp::AgentMib   |
 // |                   | quorinAgentVrfTable E.4.1.19                               |          |                       |
+// | mplsL3VpnMIB      | MPLS-L3VPN-STD-MIB (RFC 4382), 1.3.6.1.2.1.10.166.11.1:    | default  | IpSnmp::MplsVpnMib    |
+// |                   | scalars .1.1 to .1.3, mplsL3VpnIfConfTable .2.1,           |          |                       |
+// |                   | mplsL3VpnVrfTable .2.2, mplsL3VpnVrfPerfTable .3.1         |          |                       |
 //
 // E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
-// IpForward, inetCidrRoute and quorinFIBStatsMIB serve nothing while the configuration disables the group
-// "route-tables", ifMIB nothing while it disables "interface-tables". Requests read only memory, except those of
-// IpSwForwarding and ipSystemStats: Ip::SwFwdStats reads /proc/net when its counters are older than half a second.
+// While the configuration disables a group of objects, modules serve nothing: IpForward, inetCidrRoute and
+// quorinFIBStatsMIB with "route-tables", ifMIB with "interface-tables", ipMIB and ipSystemStats with "ip-mib-tables",
+// mplsL3VpnMIB with "mpls-l3vpn". Requests read only memory, except those of IpSwForwarding and ipSystemStats:
+// Ip::SwFwdStats reads /proc/net when its counters are older than half a second.
 //
 // init_<module>(context) registers the module's objects in an SNMP context: "" is the default context, any other has
 // its VRF's name. If an entity to serve is missing or of another type, it writes a line that names the path to standard
@@ -55,6 +59,7 @@ MIB_MODULE_FUNCTIONS(IpForward)
 MIB_MODULE_FUNCTIONS(IpSwForwarding)
 MIB_MODULE_FUNCTIONS(VrfBase)
 MIB_MODULE_FUNCTIONS(ifMIB)
+MIB_MODULE_FUNCTIONS(mplsL3VpnMIB)
 MIB_MODULE_FUNCTIONS(quorinFIBStatsMIB)
 MIB_MODULE_FUNCTIONS(quorinAgentMIB)
 MIB_MODULE_FUNCTIONS(quorinIpMIB)

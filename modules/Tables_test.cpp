@@ -104,6 +104,8 @@ class Tables : public ::testing::Test {
       made.add(ipObjects + ".25.0", ASN_INTEGER, tree.config6->routing() ? "1" : "2");
       made.add(*tree.ipVrfMib);
       made.add(*tree.agentMib);
+      for (const int scalar : {1, 2, 3})
+        made.add(fmt::format("1.3.6.1.2.1.10.166.11.1.1.{}.0", scalar), ASN_GAUGE, "0");
     }
     to.reference = std::move(made);
   }

@@ -114,7 +114,7 @@ class QuorindTest(unittest.TestCase):
                    "sysLocation here\n")
         self.start()
         for text in ("line 2: Warning: Unknown token: quorinNoSuchThing.",
-                     "line 3: Error: quorinDisableObjects: there is no object group 'everything'; known are: route-tables"):
+                     "line 3: Error: quorinDisableObjects: there is no object group 'everything'; known are: mpls-l3vpn, route-tables"):
             self.assertIn(f"{self.configuration}: {text}", read_file(self.log))
         self.assertIn("1 configuration line was passed over, see above: correct or remove it; "
                       "quorind -H lists the directives that it knows", read_file(self.log))

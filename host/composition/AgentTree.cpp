@@ -88,12 +88,14 @@ AgentTree::AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler
   ipVrfMib_ = enter<IpSnmp::IpVrfMib>(ip, "ipvrfmib");
   vrfMibsDir_ = enter<IpSnmp::VrfMibsDir>(ip, "vrf");
   ifTables_ = enter<IpSnmp::IfTables>(ip, "iftables");
+  mplsVpnMib_ = enter<IpSnmp::MplsVpnMib>(ip, "mplsvpnmib");
   Interface::IntfDetailsProvider::providerIs(Interface::LinuxIntfDetails::kind, &linuxDetails_);
   ipRoot_ = Kel::makePtr<IpSnmp::Root>("ip");
   ifMibSm_ = Kel::makePtr<IpSnmp::IfMibSm>(varnix_.intfStatusDir, ifMib_);
   ifTableSm_ = Kel::makePtr<IpSnmp::IfTableSm>(varnix_.intfStatusDir, varnix_.intfCountersDir, varnix_.l3ConfigDir,
                                                snmpStatus_, ifTables_, vrfMibsDir_);
   ifTableSm_->setAllInDefault(SnmpUtil::getSnmpConfig()->areAllInterfacesInDefault());
+  mplsVpnSm_ = Kel::makePtr<IpSnmp::MplsVpnSm>(ipVrfMib_, vrfMibsDir_, mplsVpnMib_);
   const auto ifStatsSm = [&](Ip::IpVersion version, const Kel::Ptr<Ip::AllIntfStats>& stats) {
     return Kel::makePtr<IpSnmp::IpIfStatsSm>(version, varnix_.intfStatusDir, stats, ipMib_);
   };
@@ -262,6 +264,7 @@ AgentTree::~AgentTree() {
   ipRoot_ = nullptr;  // the machines are destroyed before the entities that they watch
   ifMibSm_ = nullptr;
   ifTableSm_ = nullptr;
+  mplsVpnSm_ = nullptr;
   ipIfStatsSm_ = ip6IfStatsSm_ = nullptr;
   ipInterfaceSm_ = ip6InterfaceSm_ = nullptr;
   defaultRouterSm_ = nullptr;

@@ -9,6 +9,7 @@
 // | snmp/ip/ipmib       | the default VRF's IP-MIB cache; ipforwardmib and fibstatsmib beside it |
 // | snmp/ip/vrf.mibs/V  | the caches of VRF V                                                    |
 // | snmp/ip/ipvrfmib    | the VRF tables                                                         |
+// | snmp/ip/mplsvpnmib  | the VRFs and their interfaces for MPLS-L3VPN-STD-MIB                   |
 // | snmp/ifmib          | the ifIndexes of the interfaces                                        |
 // | snmp/agentmib       | the agent's own state                                                  |
 //
@@ -25,6 +26,7 @@
 #include "ipsnmp/agent/address/IpInterfaceSm.h"
 #include "ipsnmp/agent/interface/IfTableSm.h"
 #include "ipsnmp/agent/route/IfMibSm.h"
+#include "ipsnmp/agent/vrf/MplsVpnSm.h"
 #include "kel/Dir.h"
 #include "varnix/AgentStatus.h"
 #include "varnix/Tree.h"
@@ -85,11 +87,13 @@ class AgentTree {
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibsDir_;
   Kel::Ptr<IpSnmp::IfTables> ifTables_;
   Kel::Ptr<IpSnmp::IfTableSm> ifTableSm_;
+  Kel::Ptr<IpSnmp::MplsVpnMib> mplsVpnMib_;
   Kel::Ptr<IpSnmp::Root> ipRoot_;
   Kel::Ptr<ArpIdWatch> arpIdWatch_;
   Kel::Ptr<DefaultVrfIdWatch> defaultVrfIdWatch_;
   Kel::Ptr<FecModeWatch> fecModeWatch_;
   Kel::Ptr<IpSnmp::IfMibSm> ifMibSm_;
+  Kel::Ptr<IpSnmp::MplsVpnSm> mplsVpnSm_;
   Kel::Ptr<IpSnmp::IpIfStatsSm> ipIfStatsSm_, ip6IfStatsSm_;
   Kel::Ptr<IpSnmp::IpInterfaceSm> ipInterfaceSm_, ip6InterfaceSm_;
   Kel::Ptr<IpSnmp::DefaultRouterSm> defaultRouterSm_;

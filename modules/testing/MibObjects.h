@@ -18,6 +18,7 @@ struct MibObject {
   std::string module, facility, name, identifier;
   // "writable": registered for SET, too. "default": served in the default context alone. "miscounted": hints of too few
   // components are traced. "absent": hinted keys without a row are traced, even below a row.
+  // "blackbox": its rows are tested against the kernel alone (tests/discovery_test.py).
   Words flags;
   Words components;     // of a table's index, each "object=attribute=value" for one row
   std::string key;      // of this row
@@ -169,6 +170,16 @@ ifMIB IfMib ifStackTable 1.3.6.1.2.1.31.1.2 miscounted
 
 ifMIB IfMib dot3StatsTable 1.3.6.1.2.1.10.7.2 miscounted
 | dot3StatsIndex=ifIndex=3 | 3 | 3 19 dot3StatsDuplexStatus ;
+
+mplsL3VpnMIB MplsL3Vpn mplsL3VpnConfiguredVrfs 1.3.6.1.2.1.10.166.11.1.1.1 default ;
+mplsL3VpnMIB MplsL3Vpn mplsL3VpnActiveVrfs 1.3.6.1.2.1.10.166.11.1.1.2 default ;
+mplsL3VpnMIB MplsL3Vpn mplsL3VpnConnectedInterfaces 1.3.6.1.2.1.10.166.11.1.1.3 default ;
+mplsL3VpnMIB MplsL3Vpn mplsL3VpnIfConfTable 1.3.6.1.2.1.10.166.11.1.2.1 default blackbox
+| mplsL3VpnVrfName=vrfName=red ~Index=ifIndex=3 ;
+mplsL3VpnMIB MplsL3Vpn mplsL3VpnVrfTable 1.3.6.1.2.1.10.166.11.1.2.2 default blackbox
+| mplsL3VpnVrfName=vrfName=red ;
+mplsL3VpnMIB MplsL3Vpn mplsL3VpnVrfPerfTable 1.3.6.1.2.1.10.166.11.1.3.1 default blackbox
+| mplsL3VpnVrfName=vrfName=red ;
 
 quorinFIBStatsMIB Snmp quorinFIBStatsSummaryTable E.3.23.1.1 miscounted absent
 | quorinFIBStatsAF=addressFamily=ipVersion4 | ipVersion4 | 1 2 quorinFIBStatsTotalRoutes ;

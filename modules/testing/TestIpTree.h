@@ -3,6 +3,7 @@
 
 #include "agentstate/AgentMib.h"
 #include "ipsnmp/IpMib.h"
+#include "ipsnmp/MplsVpnMib.h"
 #include "ipsnmp/testing/TestRoutes.h"
 #include "kel/Dir.h"
 #include "snmp/SnmpUtil.h"
@@ -20,6 +21,7 @@ struct TestIpTree {
     ip->entityIs(ipMib);
     ip->entityIs(ipForwardMib);
     ip->entityIs(ipVrfMib);
+    ip->entityIs(mplsVpnMib);
     ip->entityIs(fibStatsMib);
     ip->entityIs(vrfMibs);
     ip->entityIs(ifTables);
@@ -39,6 +41,7 @@ struct TestIpTree {
   Kel::Ptr<FibStatsSnmp::FibStatsMib> fibStatsMib = Kel::makePtr<FibStatsSnmp::FibStatsMib>("fibstatsmib");
   Kel::Ptr<IpSnmp::IpVrfMib> ipVrfMib = Kel::makePtr<IpSnmp::IpVrfMib>("ipvrfmib");
   Kel::Ptr<IpSnmp::IfTables> ifTables = Kel::makePtr<IpSnmp::IfTables>("iftables");
+  Kel::Ptr<IpSnmp::MplsVpnMib> mplsVpnMib = Kel::makePtr<IpSnmp::MplsVpnMib>("mplsvpnmib");
   Kel::Ptr<IpSnmp::VrfMibsDir> vrfMibs = Kel::makePtr<IpSnmp::VrfMibsDir>("vrf");
   Kel::Ptr<Routing::Config> redConfig = vrfConfigs->vrfConfigIs("red");
   Kel::Ptr<IpSnmp::IpMib> redIpMib = vrfMibs->mibsIs("red")->ipmib();

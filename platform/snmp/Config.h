@@ -43,6 +43,7 @@ class Config : public Kel::PtrInterface {
   // The groups of objects that can be disabled:
   //   interface-tables   the objects of IF-MIB, and dot3StatsTable
   //   ip-mib-tables      the objects of the modules ipMIB and ipSystemStats (modules/MibModules.h)
+  //   mpls-l3vpn         MPLS-L3VPN-STD-MIB
   //   route-tables       ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
   static const std::vector<Kel::String>& objectGroups();
 

@@ -89,7 +89,7 @@ struct Token {
 
 constexpr Token tokens[] = {
     {"quorinDisableObjects", parseWords<&Config::disableObjects>,
-     "GROUP...   (groups: route-tables interface-tables ip-mib-tables)"},
+     "GROUP...   (groups: route-tables interface-tables ip-mib-tables mpls-l3vpn)"},
     {"quorinStore", parseValue<&Config::setStoreDirectory>, "DIR"},
     {"quorinNetnsDir", parseValue<&Config::netnsDirectoryIs>, "DIR"},
     {"quorinKernelIpHeader", parseValue<&Config::setKernelIpHeader>, "strict | any"},

@@ -1,0 +1,85 @@
+"""How a manager finds the VRFs and asks them, while VRFs come and go."""
+
+from harness import SystemCase, eventually, main
+from harness.kernel import vrf_index
+from harness.tables import IF_INDEX_BITS, TIME_TICKS, numbers, text_value, walk_table
+
+VPN = "1.3.6.1.2.1.10.166.11.1"
+IF_CONF, VPN_VRF, PERF = f"{VPN}.2.1.1", f"{VPN}.2.2.1", f"{VPN}.3.1.1"
+NAMES = ("red", "b.lue", "two words", "Zürich", "x" * 31)
+TOO_LONG = "y" * 32  # for MplsL3VpnName
+
+
+class DiscoveryTest(SystemCase):
+    communities = NAMES
+
+    def rows(self, entry):
+        """{index: {column: value}}; the OIDs of one walk ascend."""
+        table, last = {}, ()
+        for bind in self.client.walk(entry):
+            oid = numbers(bind.oid)
+            self.assertLess(last, oid)
+            last = oid
+            column, *index = oid[len(numbers(entry)):]
+            table.setdefault(tuple(index), {})[column] = text_value(bind)
+        return table
+
+    def kernel(self):
+        """The scalars and the three tables, of `ip -j link` and of the counts in each context."""
+        vrfs, interfaces, perf, active = {}, {}, {}, 0
+        for name, namespace in self.vrfs.namespaces.items():
+            if name == TOO_LONG:
+                continue
+            links = namespace.ip_json("link", "show")
+            up = sum(link["operstate"] == "UP" for link in links)
+            active += up > 0
+            index = vrf_index(name)
+            vrfs[index] = {2: "", 3: "", 4: "", 5: TIME_TICKS, 6: "1" if up else "2", 7: str(up), 8: str(len(links)),
+                           9: "0", 10: "0", 11: "0", 12: TIME_TICKS, 13: "1", 14: "1", 15: "2"}
+            for link in links:
+                number = self.vrf_id(name) << IF_INDEX_BITS | link["ifindex"]
+                interfaces[(*index, number)] = {2: "2", 4: "2", 5: "1"}
+            count = self.client_of(name).get("1.3.6.1.2.1.4.24.3.0")[0].value
+            perf[index] = {1: count, 2: "0", 3: count}
+        scalars = [str(len(vrfs)), str(active), str(len(interfaces))]
+        return {"scalars": dict(enumerate(scalars)), "interfaces": interfaces, "vrfs": vrfs, "perf": perf}
+
+    def served(self):
+        scalars = (bind.value for bind in self.client.get(*(f"{VPN}.1.{number}.0" for number in (1, 2, 3))))
+        return {"scalars": dict(enumerate(scalars)), "interfaces": self.rows(IF_CONF), "vrfs": self.rows(VPN_VRF),
+                "perf": self.rows(PERF)}
+
+    def test_vrfs_and_interfaces_are_the_kernels(self):
+        self.configure("quorinRouteCountInterval 1")
+        for name in NAMES[::2]:
+            self.vrfs.add(name, "link add a0 type veth peer name a0-p", "link set a0 up", "addr add 10.1.0.1/16 dev a0")
+        self.start_system()
+        self.expect(self.served, self.kernel, "at start")
+        for name in (*NAMES[1::2], TOO_LONG):
+            self.vrfs.add(name, "link add a0 type veth peer name a0-p")
+        red = self.vrfs.namespaces["red"]
+        red.ip("link set a0-p up", "link add a1 type veth peer name a1-p", "route add blackhole 10.9.0.0/16")
+        self.expect(self.served, self.kernel, "after additions")
+        root = self.client.walk(VPN)
+        self.assertEqual(self.client.walk(VPN, "snmpwalk"), root)
+        changed = f"{VPN_VRF}.12." + ".".join(map(str, vrf_index("red")))
+        before = self.client.get(changed)[0].value
+        red.ip("link del a1")
+        eventually(lambda: self.client.get(changed)[0].value != before, "no change of red was noted")
+        red.ip("link set a0-p down", "route del blackhole 10.9.0.0/16")
+        self.vrfs.remove(NAMES[2])
+        self.expect(lambda: self.without_history(self.served()), lambda: self.without_history(self.kernel()),
+                    "after removals")
+        self.reconfigure("quorinDisableObjects mpls-l3vpn")
+        eventually(lambda: not self.client.walk(VPN), "the group is still served")
+
+    @staticmethod
+    def without_history(tables):
+        """Less the sums of routes added and deleted, whose difference must be the count."""
+        for row in tables["perf"].values():
+            row.update({1: str(int(row[1]) - int(row[2])), 2: "0"})
+        return tables
+
+
+if __name__ == "__main__":
+    main()
