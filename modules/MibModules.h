@@ -37,6 +37,8 @@
 // | mplsL3VpnMIB      | MPLS-L3VPN-STD-MIB (RFC 4382), 1.3.6.1.2.1.10.166.11.1:    | default  | IpSnmp::MplsVpnMib    |
 // |                   | scalars .1.1 to .1.3, mplsL3VpnIfConfTable .2.1,           |          |                       |
 // |                   | mplsL3VpnVrfTable .2.2, mplsL3VpnVrfPerfTable .3.1         |          |                       |
+// | vacmContextTable  | SNMP-VIEW-BASED-ACM-MIB: vacmContextTable,                 | default  | net-snmp's contexts   |
+// |                   | 1.3.6.1.6.3.16.1.1 (not in a subagent)                     |          |                       |
 //
 // E stands for 1.3.6.1.4.1 and the build option QUORIN_ENTERPRISE. The texts of our own MIB modules are in mibs/.
 // While the configuration disables a group of objects, modules serve nothing: IpForward, inetCidrRoute and
@@ -66,5 +68,6 @@ MIB_MODULE_FUNCTIONS(quorinIpMIB)
 MIB_MODULE_FUNCTIONS(ipMIB)
 MIB_MODULE_FUNCTIONS(ipSystemStats)
 MIB_MODULE_FUNCTIONS(inetCidrRoute)
+MIB_MODULE_FUNCTIONS(vacmContextTable)
 
 #undef MIB_MODULE_FUNCTIONS

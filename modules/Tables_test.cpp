@@ -106,6 +106,9 @@ class Tables : public ::testing::Test {
       made.add(*tree.agentMib);
       for (const int scalar : {1, 2, 3})
         made.add(fmt::format("1.3.6.1.2.1.10.166.11.1.1.{}.0", scalar), ASN_GAUGE, "0");
+      for (const auto& context : contexts.names()) {
+        made.add("1.3.6.1.6.3.16.1.1.1.1." + Reference::index(Snmp::String(context)), ASN_OCTET_STR, context);
+      }
     }
     to.reference = std::move(made);
   }

@@ -2,12 +2,19 @@
 
 from harness import SystemCase, eventually, main
 from harness.kernel import vrf_index
-from harness.tables import IF_INDEX_BITS, TIME_TICKS, numbers, text_value, walk_table
+from harness.snmp import SYSTEM
+from harness.tables import ENTERPRISE, IF_INDEX_BITS, TIME_TICKS, numbers, text_value, walk_table
 
 VPN = "1.3.6.1.2.1.10.166.11.1"
 IF_CONF, VPN_VRF, PERF = f"{VPN}.2.1.1", f"{VPN}.2.2.1", f"{VPN}.3.1.1"
 NAMES = ("red", "b.lue", "two words", "Zürich", "x" * 31)
+CONTEXTS = "1.3.6.1.6.3.16.1.1"
+SYS_NAME, SYS_OR_ID = SYSTEM + ".5.0", SYSTEM + ".9.1.2"
 TOO_LONG = "y" * 32  # for MplsL3VpnName
+
+
+def text(bind):
+    return bytes.fromhex(bind.value).decode()
 
 
 class DiscoveryTest(SystemCase):
@@ -72,6 +79,30 @@ class DiscoveryTest(SystemCase):
                     "after removals")
         self.reconfigure("quorinDisableObjects mpls-l3vpn")
         eventually(lambda: not self.client.walk(VPN), "the group is still served")
+
+    def contexts(self):
+        return [text(bind) for bind in self.client.walk(CONTEXTS)]
+
+    def test_contexts_are_listed_while_they_are_there(self):
+        self.configure("quorinVrfSysName %h-%v")
+        for name in ("red", "b.lue"):
+            self.vrfs.add(name)
+        self.start_system()
+        for names in (["", "red", "b.lue"], ["", "red"], ["", "red", "b.lue"]):
+            self.expect(self.contexts, lambda names=names: names, "contexts")
+            change = self.vrfs.remove if "b.lue" in self.vrfs.namespaces else self.vrfs.add
+            change("b.lue")
+        red = self.client_of("red")
+        self.assertEqual([text(client.get(SYS_NAME)[0]) for client in (self.client, red)], ["router", "router-red"])
+        self.assertIn(red.get(SYS_NAME)[0], red.walk(SYSTEM, "snmpwalk"))
+        for client in (self.client, red):
+            modules = {bind.value.lstrip(".") for bind in client.walk(SYS_OR_ID)}
+            self.assertLessEqual({VPN[:-2], ENTERPRISE + ".3.18", ENTERPRISE + ".4"}, modules)
+        self.reconfigure("quorinDisableObjects mpls-l3vpn", "quorinVrfSysName %x", "quorinVrfSysName red")
+        eventually(lambda: VPN[:-2] not in {bind.value.lstrip(".") for bind in self.client.walk(SYS_OR_ID)},
+                   "a disabled module is named")
+        self.wait_for_context(red)
+        self.assertEqual(text(red.get(SYS_NAME)[0]), "router")
 
     @staticmethod
     def without_history(tables):

@@ -18,7 +18,6 @@ void init_sysORTable(void);
 void init_system_mib(void);
 void init_usmStats(void);
 void init_usmUser(void);
-void init_vacm_context(void);
 void init_vacm_vars(void);
 }
 
@@ -33,7 +32,6 @@ void initStockMibs() {
   init_usmStats();
   init_usmUser();
   init_vacm_vars();
-  init_vacm_context();
   // Without a value the module omits sysServices. A value from a configuration file is read later and overrides this.
   char defaultServices[] = "sysservices 76";  // internet, end-to-end and application layers (RFC 3418)
   netsnmp_config(defaultServices);

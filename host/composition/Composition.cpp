@@ -99,6 +99,7 @@ void Composition::reconfigure() {
   control_.pathIs(config->controlSocket());
   tree_.reconfigure();
   if (isSame) return;
+  capabilities_.update();
   contexts_.leave("");
   contexts_.enter("");
   vrfContexts_.reenter();

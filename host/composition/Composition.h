@@ -8,6 +8,7 @@
 #include "host/composition/AgentTree.h"
 #include "host/composition/ControlSocket.h"
 #include "host/composition/EventLoop.h"
+#include "host/composition/ModuleCapabilities.h"
 #include "host/composition/SharedGroups.h"
 #include "host/composition/StoreFollower.h"
 #include "host/composition/VrfContexts.h"
@@ -52,6 +53,7 @@ class Composition {
   StoreFollower follower_;
   AgentTree tree_;
   SharedGroups sharedGroups_;
+  ModuleCapabilities capabilities_;
   Snmp::Contexts contexts_;
   VrfContexts vrfContexts_;
   AgentHealth health_;

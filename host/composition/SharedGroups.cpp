@@ -5,6 +5,7 @@
 
 #include "kel/Trace.h"
 #include "snmp/CBoundary.h"
+#include "snmp/Config.h"
 #include "snmp/HandlerRegistration.h"
 
 namespace Host {
@@ -128,7 +129,29 @@ void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, co
   }
 }
 
-extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
+// Gives the context of a VRF a sysName of its own, if it is configured.
+void nameVrf(netsnmp_request_info& request, const char* context) {
+  static const std::vector<oid> sysName{1, 3, 6, 1, 2, 1, 1, 5, 0};
+  constexpr std::size_t longest = 255;  // bytes (RFC 3418)
+  const auto config = Snmp::currentConfig();
+  const auto& text = config->vrfSysName();
+  auto& variable = *request.requestvb;
+  if (text.empty() || context == nullptr || variable.type != ASN_OCTET_STR) return;
+  if (compare(variable, sysName.data(), sysName.size()) != 0) return;
+  const Kel::String host(reinterpret_cast<const char*>(variable.val.string), variable.val_len);
+  Kel::String name;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '%') {
+      name += text[++at] == 'h' ? host : context;
+    } else {
+      name += text[at];
+    }
+  }
+  name.resize(std::min(name.size(), longest));
+  snmp_set_var_typed_value(&variable, ASN_OCTET_STR, name.data(), name.size());
+}
+
+extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
   return Snmp::atCBoundary(sharedGroupsTrace, __func__, SNMP_ERR_GENERR, [&] {
     const auto& group = *static_cast<const SharedGroups::Group*>(handler->myvoid);
@@ -138,6 +161,7 @@ extern "C" int handleSharedGroup(netsnmp_mib_handler* handler, netsnmp_handler_r
       } else {
         getNext(*info, *request, group);
       }
+      nameVrf(*request, registration->contextName);
     }
     return SNMP_ERR_NOERROR;
   });

@@ -1,7 +1,7 @@
 #pragma once
 // Answers the groups of objects about the agent itself, such as the system group, in every VRF's context. net-snmp's
 // modules register these groups only in the default context. A request in a VRF's context gets the values of the
-// default context. The groups are read-only.
+// default context, except for sysName if the configuration gives VRFs names of their own. The groups are read-only.
 //
 // It enters and leaves contexts like a MIB module (snmp/HandlerRegistration.h).
 

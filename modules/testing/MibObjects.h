@@ -181,6 +181,9 @@ mplsL3VpnMIB MplsL3Vpn mplsL3VpnVrfTable 1.3.6.1.2.1.10.166.11.1.2.2 default bla
 mplsL3VpnMIB MplsL3Vpn mplsL3VpnVrfPerfTable 1.3.6.1.2.1.10.166.11.1.3.1 default blackbox
 | mplsL3VpnVrfName=vrfName=red ;
 
+vacmContextTable VacmContext vacmContextTable 1.3.6.1.6.3.16.1.1 default blackbox
+| vacmContextName=contextName=red ;
+
 quorinFIBStatsMIB Snmp quorinFIBStatsSummaryTable E.3.23.1.1 miscounted absent
 | quorinFIBStatsAF=addressFamily=ipVersion4 | ipVersion4 | 1 2 quorinFIBStatsTotalRoutes ;
 

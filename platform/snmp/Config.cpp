@@ -76,6 +76,23 @@ void Config::staleAfterIs(const Kel::String& seconds) {
   staleAfter_ = secondsOf(seconds, 0);
 }
 
+void Config::vrfSysNameIs(const Kel::String& text) {
+  if (text == "none") {
+    vrfSysName_.clear();
+    return;
+  }
+  bool hasVrf = false;
+  for (auto at = text.find('%'); at != Kel::String::npos; at = text.find('%', at + 2)) {
+    const char letter = at + 1 < text.size() ? text[at + 1] : '\0';
+    if (letter != 'h' && letter != 'v') {
+      throw Kel::RangeException(fmt::format("'{}' has a % before neither h nor v", text));
+    }
+    hasVrf = hasVrf || letter == 'v';
+  }
+  if (!hasVrf) throw Kel::RangeException(fmt::format("'{}' does not name the VRF: write %v, as in %h-%v", text));
+  vrfSysName_ = text;
+}
+
 void Config::controlSocketIs(const Kel::String& path) {
   if (path == "none") {
     controlSocket_.clear();

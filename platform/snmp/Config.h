@@ -16,6 +16,7 @@
 //   quorinStaleAfter SECONDS                   time after which the state of a publisher that has gone is not answered
 //                                              any more; 0 means never
 //   quorinControlSocket PATH | none            the Unix socket at which quorinctl asks the agent
+//   quorinVrfSysName TEMPLATE | none           sysName in the context of a VRF: %h is sysName, %v the VRF
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
 //
@@ -99,6 +100,11 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a path that is not absolute, or too long for a socket.
   void controlSocketIs(const Kel::String& path);
 
+  // sysName in the context of a VRF, with "%h" for sysName and "%v" for the VRF; empty: as in the default context.
+  const Kel::String& vrfSysName() const { return vrfSysName_; }
+  // Throws Kel::RangeException for a template without "%v", or with another letter after "%"; "none" is empty.
+  void vrfSysNameIs(const Kel::String& text);
+
  private:
   std::set<Kel::String> disabledObjects_;
   Kel::String storeDirectory_;
@@ -110,6 +116,7 @@ class Config : public Kel::PtrInterface {
   unsigned idleTimeout_ = 60;
   unsigned staleAfter_ = 0;
   Kel::String controlSocket_;
+  Kel::String vrfSysName_;
 };
 
 // Resets all settings to their defaults, and registers the tokens for the application type that net-snmp was

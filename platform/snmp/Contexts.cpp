@@ -89,6 +89,10 @@ std::vector<Kel::String> mibContexts() {
   return contexts;
 }
 
+bool isMibContext(const Kel::String& context) {
+  return modulesByContext().contains(context);
+}
+
 std::vector<Kel::String> mibContextModules(const Kel::String& context) {
   const auto found = modulesByContext().find(context);
   if (found == modulesByContext().end()) return {};

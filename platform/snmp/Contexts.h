@@ -50,6 +50,8 @@ void unregisterMibContext(const Kel::String& context, const Kel::String& moduleN
 
 // The contexts with a record, the default one ("") first.
 std::vector<Kel::String> mibContexts();
+// Whether the context has a record: it is entered, and not left yet.
+bool isMibContext(const Kel::String& context);
 // The modules recorded for the context, in order of name.
 std::vector<Kel::String> mibContextModules(const Kel::String& context);
 
