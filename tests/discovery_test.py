@@ -2,8 +2,8 @@
 
 from harness import SystemCase, eventually, main
 from harness.kernel import vrf_index
-from harness.snmp import SYSTEM
-from harness.tables import ENTERPRISE, IF_INDEX_BITS, TIME_TICKS, numbers, text_value, walk_table
+from harness.snmp import SYSTEM, SnmpError
+from harness.tables import ADDR, ENTERPRISE, IF_INDEX_BITS, TIME_TICKS, numbers, text_value, walk_table
 
 VPN = "1.3.6.1.2.1.10.166.11.1"
 IF_CONF, VPN_VRF, PERF = f"{VPN}.2.1.1", f"{VPN}.2.2.1", f"{VPN}.3.1.1"
@@ -103,6 +103,45 @@ class DiscoveryTest(SystemCase):
                    "a disabled module is named")
         self.wait_for_context(red)
         self.assertEqual(text(red.get(SYS_NAME)[0]), "router")
+
+    def test_communities_of_contexts(self):
+        self.access += """
+com2sec other 127.9.9.9 elsewhere
+com2sec narrow default narrow
+com2sec -Cn b.lue all default fixed
+com2sec -Cn b.lue all default public@written
+group other v2c other
+group narrow v2c narrow
+access other "" v2c noauth prefix all all none
+access narrow "" v2c noauth exact all none none
+"""
+        self.configure("quorinContextCommunities @")
+        for number, name in enumerate(("red", "b.lue", "written"), 1):
+            self.vrfs.add(name, f"addr add 10.0.{number}.1/32 dev lo")
+        self.start_system()
+        for community, own in (("public@red", 1), ("private@b.lue", 2), ("public@written", 2), ("private@written", 3)):
+            client = self.community(community)
+            self.wait_for_context(client)
+            for tool in ("snmpwalk", "snmpbulkwalk"):
+                self.expect(lambda: {bind.value for bind in client.walk(ADDR + ".1", tool)},
+                            lambda: {"127.0.0.1", f"10.0.{own}.1"}, community)
+        refused = ("public@", "@", "@@", "@red", "public@@red", "public@RED", "public@redd", "public@" + "x" * 240,
+                   "public@" + "x" * 1000, "nobody@red", "narrow@red", "fixed@red", "elsewhere@red", "public@red@red")
+        for community in refused:
+            with self.subTest(community=community):
+                with self.assertRaisesRegex(SnmpError, "timeout"):
+                    self.community(community, timeout=0.3).get(SYS_NAME)
+        self.assertTrue(self.community("narrow").answers())
+        self.vrfs.remove("red")
+        self.expect(self.contexts, lambda: ["", "b.lue", "written"], "contexts")
+        self.assertFalse(self.community("public@red", timeout=0.3).answers())
+        said = len(self.agent.lines())
+        for _ in range(50):
+            self.community("public@nowhere", timeout=0.02).answers()
+        self.assertEqual(self.agent.lines()[said:], [])
+        self.assertEqual(self.community("public@written").set_error(SYS_NAME, "s", "x"), "noAccess")
+        self.reconfigure()
+        eventually(lambda: not self.community("private@written", timeout=0.3).answers(), "the setting is still in effect")
 
     @staticmethod
     def without_history(tables):

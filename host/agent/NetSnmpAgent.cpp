@@ -176,6 +176,7 @@ NetSnmpAgent::NetSnmpAgent(const AgentOptions& options) : options_(options) {
 
 NetSnmpAgent::~NetSnmpAgent() {
   logLimit_.reset();
+  communityContexts_.reset();
   // An agent that never served must not change the state of one that does.
   if (!keepsState_) forgetState();
   masterSession_.reset();
@@ -232,6 +233,7 @@ void NetSnmpAgent::settle() {
   }
   becomeUser(user, group);
   keepsState_ = true;
+  if (!options_.isSubagent) communityContexts_.emplace();
   snmp_store(applicationType);
   logLimit_.emplace();
 }

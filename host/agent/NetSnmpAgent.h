@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/agent/AgentOptions.h"
+#include "host/agent/CommunityContexts.h"
 #include "host/agent/LogLimit.h"
 #include "host/agent/MasterSession.h"
 #include "host/agent/StreamConnections.h"
@@ -59,8 +60,9 @@ class NetSnmpAgent {
   bool keepsState_ = false;
   std::vector<std::string> endpoints_;  // that listen() opened
   StreamConnections connections_;
-  std::optional<MasterSession> masterSession_;  // of a subagent
-  std::optional<LogLimit> logLimit_;            // while the agent serves
+  std::optional<MasterSession> masterSession_;          // of a subagent
+  std::optional<CommunityContexts> communityContexts_;  // of an agent that answers managers itself
+  std::optional<LogLimit> logLimit_;                    // while the agent serves
 };
 
 }  // namespace Host

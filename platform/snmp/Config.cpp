@@ -76,6 +76,19 @@ void Config::staleAfterIs(const Kel::String& seconds) {
   staleAfter_ = secondsOf(seconds, 0);
 }
 
+void Config::contextCommunitiesIs(const Kel::String& separator) {
+  constexpr std::size_t longest = 8;
+  const bool isPrintable =
+      std::all_of(separator.begin(), separator.end(), [](char c) { return c > ' ' && c < 127; });
+  if (separator.empty() || separator.size() > longest || !isPrintable) {
+    throw Kel::RangeException(
+        fmt::format("'{}' is no separator: write 1 to {} printable characters without blanks, "
+                    "such as @, or none",
+                    separator, longest));
+  }
+  contextCommunities_ = separator == "none" ? "" : separator;
+}
+
 void Config::vrfSysNameIs(const Kel::String& text) {
   if (text == "none") {
     vrfSysName_.clear();

@@ -16,6 +16,7 @@
 //   quorinStaleAfter SECONDS                   time after which the state of a publisher that has gone is not answered
 //                                              any more; 0 means never
 //   quorinControlSocket PATH | none            the Unix socket at which quorinctl asks the agent
+//   quorinContextCommunities SEPARATOR | none  what separates a community from the VRF whose context it asks
 //   quorinVrfSysName TEMPLATE | none           sysName in the context of a VRF: %h is sysName, %v the VRF
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
@@ -100,6 +101,11 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a path that is not absolute, or too long for a socket.
   void controlSocketIs(const Kel::String& path);
 
+  // What separates a community from the VRF whose context it asks ("@" in "public@red"); empty: nothing does.
+  const Kel::String& contextCommunities() const { return contextCommunities_; }
+  // Throws Kel::RangeException unless it is 1 to 8 printable ASCII characters without blanks; "none" is empty.
+  void contextCommunitiesIs(const Kel::String& separator);
+
   // sysName in the context of a VRF, with "%h" for sysName and "%v" for the VRF; empty: as in the default context.
   const Kel::String& vrfSysName() const { return vrfSysName_; }
   // Throws Kel::RangeException for a template without "%v", or with another letter after "%"; "none" is empty.
@@ -116,6 +122,7 @@ class Config : public Kel::PtrInterface {
   unsigned idleTimeout_ = 60;
   unsigned staleAfter_ = 0;
   Kel::String controlSocket_;
+  Kel::String contextCommunities_;
   Kel::String vrfSysName_;
 };
 

@@ -90,6 +90,7 @@ TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
       {"quorinRouteCountInterval 5s", "'5s' is no number of seconds"},
       {"quorinIdleTimeout 86401", "'86401' is no number of seconds from 0 to 86400"},
       {"quorinControlSocket run/s", "'run/s' is not an absolute path"},
+      {"quorinContextCommunities " + std::string(9, '@'), "'@@@@@@@@@' is no separator: write 1 to 8"},
       {"quorinVrfSysName %h", "'%h' does not name the VRF: write %v"},
       {"quorinVrfSysName %v%", "'%v%' has a % before neither h nor v"},
       {"quorinControlSocket /" + std::string(108, 's'),

@@ -99,6 +99,7 @@ constexpr Token tokens[] = {
     {"quorinIdleTimeout", parseValue<&Config::idleTimeoutIs>, "SECONDS   (0 to 86400; 0: never)"},
     {"quorinStaleAfter", parseValue<&Config::staleAfterIs>, "SECONDS   (0 to 86400; 0: never)"},
     {"quorinControlSocket", parseValue<&Config::controlSocketIs>, "PATH | none"},
+    {"quorinContextCommunities", parseValue<&Config::contextCommunitiesIs>, "SEPARATOR | none"},
     {"quorinVrfSysName", parseValue<&Config::vrfSysNameIs>, "TEMPLATE | none   (such as %h-%v)"},
     {"quorinTrace", trace, "FACILITY/LEVELS[;...]   (such as IpBase/0-2,8)"},
     {"quorinTraceOutput", traceOutput, "stderr | syslog | FILE"},
