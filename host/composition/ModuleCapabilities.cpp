@@ -21,6 +21,8 @@ struct Capability {
 
 const std::vector<Capability>& capabilities() {
   static const std::vector<Capability> all{
+      {{1, 3, 6, 1, 2, 1, 31}, "IF-MIB: the interfaces of each VRF", "interface-tables"},
+      {{1, 3, 6, 1, 2, 1, 35}, "EtherLike-MIB: the duplex mode of each interface", "interface-tables"},
       {{1, 3, 6, 1, 2, 1, 48}, "IP-MIB: the IP addresses, prefixes and neighbours of each VRF"},
       {{1, 3, 6, 1, 2, 1, 4, 24}, "IP-FORWARD-MIB: the routes of each VRF", "route-tables"},
       {{1, 3, 6, 1, 2, 1, 10, 166, 11}, "MPLS-L3VPN-STD-MIB: the VRFs and their interfaces", "mpls-l3vpn"},
