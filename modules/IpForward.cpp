@@ -1,8 +1,11 @@
+#include <fmt/format.h>
+
 #include "conversions/SnmpConversions.h"
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 #include "modules/MibModules.h"
 #include "modules/frame/IteratorTable.h"
 #include "modules/frame/Scalar.h"
+#include "snmp/HandlerRegistration.h"
 #include "snmp/SnmpUtil.h"
 
 namespace {
@@ -129,6 +132,24 @@ const auto ipCidrRouteTable = Modules::makeIteratorTable<CidrRouteWalker>(
      Modules::constantColumn<RouteRow>(15, "ipCidrRouteMetric5", metricUnused).refusable(),
      Modules::constantColumn<RouteRow>(16, "ipCidrRouteStatus", routeStatusActive).refusable()});
 
+// snmpd's ipRouteTable copies the kernel's routes for a request that reaches it, as the last GETNEXT of a walk over
+// ipAddrTable does. So we register its columns, as snmpd does, and answer with no object.
+void coverIpRouteTable(const Kel::String& context) {
+  constexpr oid columns = 13;
+  for (oid column = 1; column <= columns; ++column) {
+    auto* const cover = ipForward.registration(fmt::format("ipRouteTable/{}", column).c_str(), netsnmp_null_handler,
+                                               {1, 3, 6, 1, 2, 1, 4, 21, 1, column},
+                                               HANDLER_CAN_RONLY | HANDLER_CAN_GETBULK, context);
+    // net-snmp frees what it refuses.
+    if (cover != nullptr && netsnmp_register_handler(cover) == MIB_REGISTERED_OK) {
+      ipForward.addRegistration(context, cover);
+    } else {
+      QTRACE(ipForwardTrace, 0) << "the agent refuses column " << column << " of ipRouteTable for us, so snmpd "
+                                << "copies all routes when a walk passes; start it with -I -ip to prevent that";
+    }
+  }
+}
+
 }  // namespace
 
 MIB_SCALAR_HANDLER(ipCidrRouteNumber, ipCidrRouteNumber)
@@ -140,6 +161,10 @@ void init_IpForward(Kel::String context) {
   ipForward.traceInitializing(__func__, ipCidrRouteNumber.identifier, context);
   Modules::initializeScalar(ipCidrRouteNumber, handle_ipCidrRouteNumber, __func__, config, context);
   initialize_table_ipCidrRouteTable(config, context);
+  // Only the default context has objects of other modules.
+  if (Snmp::takesPrecedence() && context.empty() && !SnmpUtil::objectsDisabled(config, routeTables)) {
+    coverIpRouteTable(context);
+  }
   ipForward.entered(context);
 }
 

@@ -18,6 +18,7 @@ HIDDEN = (f"{ADDR}.3", f"{ADDR}.2.10.1.1.2")
 EVE = "".join(("createUser eve SHA authentic-pass AES private-pass\nrouser eve priv -V part red\nview part included .1\n",
                *(f"view part excluded {subtree}\n" for subtree in HIDDEN),
                f"view part excluded {ADDR}.1.10.1.1.3 ff.bf\n"))
+IP_ROUTE = f"{IP}.21"
 ENGINE = "1.3.6.1.6.3.10.2.1"
 AGENT = "1.3.6.1.4.1.32473.4"
 SNMPTRAPD = "/usr/sbin/snmptrapd"
@@ -180,6 +181,7 @@ class StockHome(Home):
         self.assertEqual(self.stock_names(), stock)
         self.expect_context()
         self.assertEqual(self.client.get(IP_FORWARDING)[0].value, "1")
+        self.assertEqual(self.client.walk(IP_ROUTE), [], "snmpd would copy all routes")
         for bind in self.expect_one_answer(self.client, IP):
             if bind.oid.startswith(ADDR):
                 self.assertEqual(self.client.get(bind.oid), [bind])
@@ -190,6 +192,7 @@ class StockHome(Home):
             eventually(lambda: not self.is_served_by_us(), "ipAddrTable is still ours")
             self.assertTrue(self.client.get(f"{ADDR}.2.10.0.0.1")[0].exists, "snmpd's own table must be back")
             self.assertTrue(self.client.get(IP_FORWARDING)[0].exists)
+            self.assertTrue(self.client.walk(IP_ROUTE))
 
     def assert_idle(self, program):
         def switches():

@@ -37,10 +37,10 @@ TEST(Precedence, oursAnswerInPlaceOfTheirs) {
   alone.leave("");
   Snmp::setTakesPrecedence(true);
 
-  const Theirs prefixTable(ip + ".32"), scalar(ip + ".1"), first(entry + "1"), third(entry + "3"),
-      last(entry + "5");
+  const Theirs routes(ip + ".21.1.7"), prefixTable(ip + ".32"), scalar(ip + ".1"), first(entry + "1"),
+      third(entry + "3"), last(entry + "5");
   const auto theirs = agent.walk(ip);
-  EXPECT_THAT(theirs, ::testing::SizeIs(5));
+  EXPECT_THAT(theirs, ::testing::SizeIs(6));
   contexts.enter("");
   EXPECT_EQ(agent.walk(ip), expected);
   for (const auto& answer : expected) EXPECT_EQ(agent.get(answer.name), answer);
