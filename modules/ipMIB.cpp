@@ -1,6 +1,7 @@
 #include "modules/ipMIB.h"
 
 #include "modules/frame/Scalar.h"
+#include "snmp/HandlerRegistration.h"
 #include "snmp/SnmpUtil.h"
 #include "varnix/Routing.h"
 
@@ -190,17 +191,20 @@ void initialize_table_ipDefaultRouterTable(Snmp::Config::PtrConst config, Kel::S
 void init_ipMIB(Kel::String context) {
   const auto config = SnmpUtil::getSnmpConfig();
   IpMibObjects::module.entering(context, __func__);
-  const std::pair<const Modules::Scalar&, Netsnmp_Node_Handler*> scalars[]{
-      {ipDefaultTTL, handle_ipDefaultTTL},
-      {ipReasmTimeout, handle_ipReasmTimeout},
-      {ipv6IpDefaultHopLimit, handle_ipv6IpDefaultHopLimit},
-      {ipv4InterfaceTableLastChange, handle_ipv4InterfaceTableLastChange},
-      {ipv6InterfaceTableLastChange, handle_ipv6InterfaceTableLastChange},
-      {ipIfStatsTableLastChange, handle_ipIfStatsTableLastChange}};
-  for (const auto& [scalar, handler] : scalars) {
-    IpMibObjects::module.traceInitializing(__func__, scalar.identifier, context);
-    Modules::initializeScalar(scalar, handler, __func__, config, context);
+  const auto initialize = [&](const Modules::Scalar& scalar, Netsnmp_Node_Handler* handler) {
+    IpMibObjects::module.traceInitializing("init_ipMIB", scalar.identifier, context);
+    Modules::initializeScalar(scalar, handler, "init_ipMIB", config, context);
+  };
+  // A stock snmpd's own have the same values. With ours above them, its GETNEXT finds its own ipForwarding while the gate
+  // lets ours be unanswered.
+  if (!context.empty() || !Snmp::takesPrecedence()) {
+    initialize(ipDefaultTTL, handle_ipDefaultTTL);
+    initialize(ipReasmTimeout, handle_ipReasmTimeout);
+    initialize(ipv6IpDefaultHopLimit, handle_ipv6IpDefaultHopLimit);
   }
+  initialize(ipv4InterfaceTableLastChange, handle_ipv4InterfaceTableLastChange);
+  initialize(ipv6InterfaceTableLastChange, handle_ipv6InterfaceTableLastChange);
+  initialize(ipIfStatsTableLastChange, handle_ipIfStatsTableLastChange);
   initialize_table_ipv4InterfaceTable(config, context);
   initialize_table_ipv6InterfaceTable(config, context);
   initialize_table_ipIfStatsTable(config, context);
