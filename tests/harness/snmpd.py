@@ -14,7 +14,8 @@ SNMPD = "/usr/sbin/snmpd"
 PLUGIN = os.path.abspath(os.path.join(BIN_DIR, "..", "lib", "quorin.so"))
 LISTEN = "udp:127.0.0.1:1162"
 # The tables and scalars of the IP group that the library takes over (21 answers nothing); all else stays snmpd's.
-OURS = tuple(f"{IP}.{number}." for number in (1, 20, 21, 22, 25, 27, 28, 29, 30, 31, 32, 34, 35, 37, "24.3", "24.4", "24.6", "24.7"))
+OURS = tuple(f"{IP}.{number}." for number in (
+    1, 20, 21, 22, 25, 27, 28, 29, 30, 31, 32, 34, 35, 37, "24.3", "24.4", "24.6", "24.7"))
 
 
 def plugin_environment():
