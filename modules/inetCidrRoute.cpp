@@ -35,7 +35,8 @@ const Modules::Scalar inetCidrRouteNumber{.module = inetCidrRoute,
                                                 const auto& mib = static_cast<const IpForwardMib&>(entity);
                                                 return U32ToAsnUnsignedF(mib.inetNumRoutes(), buffer, length);
                                               },
-                                          .group = inetRouteGroup};
+                                          .group = inetRouteGroup,
+                                          .isInstanceInSnmpd = true};
 
 class InetCidrRouteWalker {
  public:

@@ -7,9 +7,10 @@ import time
 
 from harness import SnmpError, background, eventually, main
 from harness.interfaces import expect_interfaces
+from harness.kernel import kernel_tables
 from harness.snmp import IP_FORWARDING, SYS_UP_TIME, SYSTEM, ticks
 from harness.snmpd import OURS, PLUGIN, SnmpdCase, plugin_environment
-from harness.tables import ADDR, CONTEXT_TABLES, IP, IP_TABLES, numbers
+from harness.tables import ADDR, CONTEXT_TABLES, INET_ROUTE, IP, IP_TABLES, numbers
 from harness.tools import read_file
 
 BOB = "createUser bob SHA authentic-pass AES private-pass\nrouser bob priv -V all red\n"  # who may ask in red alone
@@ -182,6 +183,8 @@ class StockHome(Home):
         self.expect_context()
         self.assertEqual(self.client.get(IP_FORWARDING)[0].value, "1")
         self.assertEqual(self.client.walk(IP_ROUTE), [], "snmpd would copy all routes")
+        self.expect(lambda: self.client.get(f"{IP}.24.6.0")[0].value,  # snmpd's counts local routes, too
+                    lambda: str(len(kernel_tables(self.namespace, entries=(INET_ROUTE,))[INET_ROUTE])), "inetCidrRouteNumber")
         for bind in self.expect_one_answer(self.client, IP):
             if bind.oid.startswith(ADDR):
                 self.assertEqual(self.client.get(bind.oid), [bind])

@@ -8,6 +8,7 @@
 #include "modules/frame/FactsGate.h"
 #include "modules/frame/ServedEntity.h"
 #include "snmp/CBoundary.h"
+#include "snmp/HandlerRegistration.h"
 #include "snmp/SnmpUtil.h"
 #include "snmp/Varbind.h"
 
@@ -78,7 +79,10 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
     std::fflush(stdout);
     return;
   }
-  auto* const registration = module.registration(scalar.name, handler, scalar.identifier, scalar.modes, context);
+  const bool isInstance = scalar.isInstanceInSnmpd && Snmp::takesPrecedence() && context.empty();
+  auto identifier = scalar.identifier;
+  if (isInstance) identifier.push_back(0);
+  auto* const registration = module.registration(scalar.name, handler, identifier, scalar.modes, context);
   KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", scalar.name).c_str());
   registration->priority = scalar.priority;
   if (!scalar.source.serves(context)) {
@@ -96,7 +100,8 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
   holdEntity(registration, entity);
   module.addRegistration(context, registration);
   // net-snmp frees what it refuses.
-  if (netsnmp_register_scalar(registration) != MIB_REGISTERED_OK) {
+  if ((isInstance ? netsnmp_register_instance(registration) : netsnmp_register_scalar(registration)) !=
+      MIB_REGISTERED_OK) {
     module.forgetRegistration(context, registration);
     QTRACE(module.trace(), 0) << function << " in context \"" << context << "\": the agent refuses the scalar "
                               << scalar.name << ", which is then not served; is it registered already?";

@@ -33,6 +33,9 @@ struct Scalar {
   std::function<std::optional<int>(const Kel::Entity& entity, unsigned char* buffer, int length)> encode;
   // The object group that disables the scalar in the configuration; null: none.
   const char* group = nullptr;
+  // Whether a stock snmpd registers this object with its instance identifier (".0"), which net-snmp prefers whatever
+  // the priority: to take its place, so do we.
+  bool isInstanceInSnmpd = false;
 };
 
 // Registers the scalar in the context. If it is not served there, traces that at level 2; if its group is disabled,
