@@ -133,6 +133,8 @@ TEST_F(EnteringContexts, disabledGroupsAreNotRegistered) {
   }
   for (const char* table : {"ifTable", "ifXTable", "ifStackTable", "dot3StatsTable"})
     noop(table, "interface-tables");
+  once += "init_inetCidrRoute skipping scalar inetCidrRouteNumber because route-tables are disabled.\n";
+  noop("inetCidrRouteTable", "route-tables");
   for (const auto& object : mibObjects()) {
     if (object.module != "ipMIB" || object.isTable()) continue;
     once += fmt::format("init_ipMIB skipping scalar {} because ip-mib-tables are disabled.\n", object.name);

@@ -184,7 +184,8 @@ class StockHome(Home):
         self.assertEqual(self.client.get(IP_FORWARDING)[0].value, "1")
         self.assertEqual(self.client.walk(IP_ROUTE), [], "snmpd would copy all routes")
         self.expect(lambda: self.client.get(f"{IP}.24.6.0")[0].value,  # snmpd's counts local routes, too
-                    lambda: str(len(kernel_tables(self.namespace, entries=(INET_ROUTE,))[INET_ROUTE])), "inetCidrRouteNumber")
+                    lambda: str(len(kernel_tables(self.namespace, entries=(INET_ROUTE,))[INET_ROUTE])),
+                    "inetCidrRouteNumber")
         for bind in self.expect_one_answer(self.client, IP):
             if bind.oid.startswith(ADDR):
                 self.assertEqual(self.client.get(bind.oid), [bind])

@@ -80,7 +80,7 @@ def random_lines(choice, is_quiet):
         *[[f"route {replace} 10.{100 + n}.0.0/{16 + n % 9} {route} {proto}"]] * 4,
         [f"route {replace} 2001:db8:{256 + n:x}::/{48 + n % 2 * 8} via 2001:db8::9 {proto}"],
         [f"route {add} {choice.choice(('blackhole', 'unreachable', 'prohibit'))} 10.99.{n}.0/24 {proto}"],
-        [f"route {replace} 2001:db8:{512 + n % 9:x}::/48 {choice.choice(GATEWAYS6) if replace != 'del' else ''} {proto}"],
+        [f"route {replace} 2001:db8:{512 + n:x}::/48 {choice.choice(GATEWAYS6) if replace != 'del' else ''} {proto}"],
         [f"nexthop add id {nhid} {OBJECTS[nhid - 1]}" if add == "add" else f"nexthop del id {nhid}"])
     loud = (
         [f"addr {add} 10.4{n % 3}.{n % 4}.{n}/24 dev {'abc'[n % 3]}0"],  # secondary where there is another one
