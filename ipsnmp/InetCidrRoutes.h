@@ -1,6 +1,6 @@
 #pragma once
-// Walks the rows of inetCidrRouteTable (RFC 4292) of one VRF in index order: all IPv4 routes, then all IPv6 routes, each
-// with a row for every usable next hop.
+// Walks the rows of inetCidrRouteTable (RFC 4292) of one VRF in index order: all IPv4 routes, then all IPv6 routes,
+// each with a row for every usable next hop.
 //
 // The keys of the store are in the order of the index, so the walk steps through the shared tables themselves. It keeps
 // nothing between requests: a search costs one search in the table of routes, and reads two routes and their FECs. It
