@@ -176,6 +176,9 @@ class Reference {
       row(ourObjects + ".18.1.2", std::to_string(ifIndex), 1, {octets(entry->vrfName())});
     }
   }
+  void addContexts(const std::vector<Kel::String>& names) {
+    for (const auto& name : names) row("1.3.6.1.6.3.16.1.1", index(Snmp::String(name)), 1, {octets(name)});
+  }
   // The scalars as they are at first.
   void add(const AgentSnmp::AgentMib& mib) {
     const auto objects = textOf(enterpriseObject({4, 1}));
