@@ -314,7 +314,8 @@ class RandomTables : public Tables {
     auto at = names;
     const std::size_t once = std::min(static_cast<std::size_t>(nonRepeaters), names.size());
     for (std::size_t i = 0; i < reply.answers.size(); ++i) {
-      // Past an end, and behind several empty tables in a row, net-snmp fills up a bulk as it pleases.
+      // Past an end net-snmp fills up a bulk as it pleases. When a bulk outgrows the message, it stops between two
+      // empty tables, and sends a null.
       const auto type = reply.answers[i].type;
       if (command == SNMP_MSG_GETBULK && (type == SNMP_ENDOFMIBVIEW || type == ASN_NULL)) return;
       auto& from = at[i < once ? i : once + (i - once) % (names.size() - once)];
