@@ -132,7 +132,9 @@ TEST_F(MirrorServiceTest, idsSurviveTheMirrorAndAFreshStartJournalsNothing) {
   start();
   // At least since when the mirror follows the counters of each interface.
   const auto counters = service_->tree().ip6IntfStats->intfStats().size();
-  EXPECT_EQ(journalHead(), before + counters);
+  const auto links = service_->tree().intfCountersDir->intfCounters().size();
+  EXPECT_GE(journalHead(), before + counters);
+  EXPECT_LE(journalHead(), before + counters + links) << "packets may have come meanwhile";
   EXPECT_EQ(idOf("c"), 3U);
   vrfAdd("d");
   vrfAdd("b");

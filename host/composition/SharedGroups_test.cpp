@@ -39,7 +39,7 @@ TEST(SharedGroups, aVrfAnswersAsTheDefaultContextDoes) {
   std::vector<std::string> next;
   const std::vector<std::string> names{"1.3.6.1.2.1.1.4.0", "1.3.6.1.2.1.1.9.1.4.99", "1.3.6.1.2.1.1.5", "1"};
   for (const auto& answer : agent.send(SNMP_MSG_GETNEXT, names, "red").answers) next.push_back(answer.name);
-  EXPECT_THAT(next, ::testing::ElementsAre("1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.4.1.0", "1.3.6.1.2.1.1.5.0",
+  EXPECT_THAT(next, ::testing::ElementsAre("1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.2.1.0", "1.3.6.1.2.1.1.5.0",
                                            "1.3.6.1.2.1.1.1.0"));
   for (const auto* writable : {"1.3.6.1.2.1.1.4.0", "1.3.6.1.2.1.11.30.0"}) {
     EXPECT_EQ(agent.set(writable, 2, "red").errorStatus, SNMP_ERR_NOTWRITABLE);

@@ -20,7 +20,7 @@ TEST(Mutator, changesEveryAttributeOfEveryType) {
   Mutator mutator(tree, 1);
   std::map<std::string, std::set<std::string>> values;
   for (int round = 0; round < 200; ++round) {
-    mutator.change(100);
+    mutator.change(400);
     for (const auto& entity : entitiesOf(tree)) {
       for (const auto& [name, value] : Varnix::documentOf(*entity, *tree.root).attributes) {
         values[entity->kelTypeInfo().name() + "." + name].insert(Varnix::documentText({"", {{"value", value}}}));
