@@ -27,11 +27,12 @@ bool isCounted(unsigned type);
 template <class PrefixType>
 RouteTypeName routeTypeName(StoreReader& store, const NamedVrf& vrf, const Quillo::BasicRoute<PrefixType>& route);
 
-// Reads the next hops of routes. Neighbouring routes often share them, so it remembers the last ones.
+// Reads the next hops of routes. It caches the latest FEC, since neighbouring routes often share one.
 class NextHops {
  public:
   explicit NextHops(StoreReader& store) : store_(store) {}
-  // Null when the FEC is missing or damaged, which is noted.
+  // Null if the route has no FEC, or its FEC is missing or damaged; damage is passed to StoreReader::noteDamage().
+  // Lifetime: the result is valid until the next call.
   const std::vector<Quillo::Fib::Via>* find(Quillo::Snapshot& snapshot, StoreReader::VrfId vrfId,
                                             Quillo::Fib::FecId fecId);
 

@@ -38,7 +38,8 @@ class SwitchPublisher {
   // Writes the counters, and does the publisher's checks. A store that is full is tried again with the next call.
   // Throws as publish().
   void poll();
-  // The publisher's checks alone, for long work between two calls of poll(). Faults wait for poll().
+  // Calls Publisher::check(), for long work between two calls of poll(); no-op within checkPeriod of the last check.
+  // Throws as Publisher::check().
   void check();
 
  private:

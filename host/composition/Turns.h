@@ -4,7 +4,7 @@
 //
 //   Turns turns;
 //   turns.time(Turns::requests, [&] { snmp_read2(...); });
-//   logInfo("{}", turns.text(Turns::requests));      // "requests: 4711, p99 0.2 ms, longest 3.1 ms"
+//   logInfo("{}", turns.text(Turns::requests));      // "requests: 4711, p99 0.246 ms, longest 3.100 ms"
 
 #include <array>
 #include <chrono>
