@@ -29,7 +29,8 @@ unsigned secondsOf(const Kel::String& text, unsigned least) {
 }  // namespace
 
 const std::vector<Kel::String>& Config::objectGroups() {
-  static const std::vector<Kel::String> groups = {"route-tables", "interface-tables", "ip-mib-tables", "mpls-l3vpn"};
+  static const std::vector<Kel::String> groups = {"route-tables", "interface-tables", "ip-mib-tables",
+                                                  "mpls-l3vpn"};
   return groups;
 }
 

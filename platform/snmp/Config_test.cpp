@@ -78,7 +78,8 @@ TEST_F(ConfigTest, settingsFollowTheFileAndGoBackToTheirDefaults) {
 TEST_F(ConfigTest, wrongValuesAreNamedWithFileAndLineAndTheRestCounts) {
   const std::vector<std::array<std::string, 2>> faults = {
       {"quorinDisableObjects no-such-group",
-       "there is no object group 'no-such-group'; known are: route-tables, interface-tables, ip-mib-tables, mpls-l3vpn"},
+       "there is no object group 'no-such-group'; known are: route-tables, interface-tables, ip-mib-tables, "
+       "mpls-l3vpn"},
       {"quorinTrace nonsense", "trace setting 'nonsense'"},
       {"quorinTraceOutput relative.log", "'relative.log' is neither stderr nor syslog nor an absolute path"},
       {"quorinKernelIpHeader some", "'some' is neither any nor strict"},
