@@ -45,7 +45,7 @@ Modules::Scalar scalar(oid number, const char* name, const char* attribute,
           .group = group};
 }
 
-const std::vector<Modules::Scalar> scalars{
+const std::vector<Modules::Scalar> vpnScalars{
     scalar(1, "mplsL3VpnConfiguredVrfs", "vrfTable",
            [](const MplsVpnMib& mib) { return static_cast<std::uint32_t>(mib.vrfTable().size()); }),
     scalar(2, "mplsL3VpnActiveVrfs", "activeVrfs", [](const MplsVpnMib& mib) { return mib.activeVrfs(); }),
@@ -53,8 +53,8 @@ const std::vector<Modules::Scalar> scalars{
            [](const MplsVpnMib& mib) { return static_cast<std::uint32_t>(mib.ifConfTable().size()); })};
 
 constexpr int enterprise = 2;  // of mplsL3VpnIfVpnClassification
-constexpr int up = 1;
-constexpr int down = 2;
+constexpr int vrfUp = 1;
+constexpr int vrfDown = 2;
 constexpr int rowActive = 1;
 constexpr int storageVolatile = 2;
 constexpr unsigned unlimited = 0;
@@ -130,7 +130,7 @@ const auto mplsL3VpnVrfTable = Modules::makeIteratorTable<Modules::OrderedWalker
      column<VrfRow>(5, "mplsL3VpnVrfCreationTime", ASN_TIMETICKS, nowSecondsToUptimeTimeTicks, "creationTime",
                     [](const VrfRow& row) { return row.creationTime(); }),
      column<VrfRow>(6, "mplsL3VpnVrfOperStatus", ASN_INTEGER, Modules::s32ToAsnInteger, "activeInterfaces",
-                    [](const VrfRow& row) { return row.activeInterfaces() != 0 ? up : down; }),
+                    [](const VrfRow& row) { return row.activeInterfaces() != 0 ? vrfUp : vrfDown; }),
      column<VrfRow>(7, "mplsL3VpnVrfActiveInterfaces", ASN_GAUGE, u32ToAsnUnsigned, "activeInterfaces",
                     [](const VrfRow& row) { return row.activeInterfaces(); }),
      column<VrfRow>(8, "mplsL3VpnVrfAssociatedInterfaces", ASN_UNSIGNED, u32ToAsnUnsigned, "interfaces",
@@ -140,7 +140,7 @@ const auto mplsL3VpnVrfTable = Modules::makeIteratorTable<Modules::OrderedWalker
      column<VrfRow>(12, "mplsL3VpnVrfConfLastChanged", ASN_TIMETICKS, nowSecondsToUptimeTimeTicks, "lastChanged",
                     [](const VrfRow& row) { return row.lastChanged(); }),
      constantColumn<VrfRow>(13, "mplsL3VpnVrfConfRowStatus", rowActive),
-     constantColumn<VrfRow>(14, "mplsL3VpnVrfConfAdminStatus", up),
+     constantColumn<VrfRow>(14, "mplsL3VpnVrfConfAdminStatus", vrfUp),
      constantColumn<VrfRow>(15, "mplsL3VpnVrfConfStorageType", storageVolatile)});
 
 // A counter of the VRFs whose routes are counted.
@@ -164,8 +164,8 @@ const auto mplsL3VpnVrfPerfTable = Modules::makeIteratorTable<Modules::OrderedWa
 // The scalars share a handler, which finds the one that a registration serves by its number.
 extern "C" int handle_mplsL3VpnScalar(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
                                       netsnmp_agent_request_info* requestInfo, netsnmp_request_info* requests) {
-  const auto number = registration->rootoid[scalars.front().identifier.size() - 1];
-  return Modules::handleScalar(scalars[number - 1], __func__, handler, registration, requestInfo, requests);
+  const auto number = registration->rootoid[vpnScalars.front().identifier.size() - 1];
+  return Modules::handleScalar(vpnScalars[number - 1], __func__, handler, registration, requestInfo, requests);
 }
 
 }  // namespace
@@ -177,8 +177,8 @@ ITERATOR_TABLE(mplsL3VpnVrfPerfTable, mplsL3VpnVrfPerfTable)
 void init_mplsL3VpnMIB(Kel::String context) {
   const auto config = SnmpUtil::getSnmpConfig();
   mplsL3Vpn.entering(context, __func__);
-  for (const auto& scalar : scalars) mplsL3Vpn.traceInitializing(__func__, scalar.identifier, context);
-  for (const auto& scalar : scalars) {
+  for (const auto& scalar : vpnScalars) mplsL3Vpn.traceInitializing(__func__, scalar.identifier, context);
+  for (const auto& scalar : vpnScalars) {
     Modules::initializeScalar(scalar, handle_mplsL3VpnScalar, __func__, config, context);
   }
   initialize_table_mplsL3VpnIfConfTable(config, context);
