@@ -4,8 +4,8 @@ from harness import SystemCase, eventually, main
 from harness.kernel import (DYNAMIC, default_routers, interface_rows, interface_tables, sw_fwd_row,
                             system_stats_row)
 from harness.snmp import ticks
-from harness.tables import (DEFAULT_ROUTER, IF_STATS, INTERFACE_TABLES, IP, IP_TABLES, MEDIA, SW_FWD, SYSTEM_STATS, walk_table,
-                            walk_tables)
+from harness.tables import (DEFAULT_ROUTER, IF_STATS, IP, IP_INTERFACE_TABLES, IP_TABLES, MEDIA, SW_FWD, SYSTEM_STATS,
+                            walk_table, walk_tables)
 
 ADVICE = "'quorinKernelIpHeader any'"
 RED, BLUE = "red", "blue"
@@ -26,7 +26,7 @@ class CountersTest(SystemCase):
                                      for entry, row in ((SW_FWD, sw_fwd_row), (SYSTEM_STATS, system_stats_row))}, name)
 
     def expect_interfaces(self, name, namespace):
-        self.expect(lambda: walk_tables(self.client_of(name), *INTERFACE_TABLES, may_be_torn=True),
+        self.expect(lambda: walk_tables(self.client_of(name), *IP_INTERFACE_TABLES, may_be_torn=True),
                     lambda: interface_tables(namespace, self.vrf_id(name)), f"interfaces of {name}")
 
     def expect_routers(self, name, namespace):
@@ -90,7 +90,7 @@ class CountersTest(SystemCase):
             red.ip("link del gone")
             self.expect_interfaces(RED, red)
             after = map(ticks, self.client_of(RED).get(*last_changes))
-            self.assertTrue(all(now > then > 0 for now, then in zip(after, before)))
+            self.assertTrue(all(now > then for now, then in zip(after, before)))
         with self.subTest("default routers, and how long those of advertisements last"):
             red.sysctl("net.ipv6.conf.r0.disable_ipv6", 0)
             red.ip("route add default nexthop via 10.0.0.2 dev r0 nexthop via 10.0.0.3 dev r0",

@@ -70,7 +70,7 @@ class SwitchFileTest(SystemCase):
         copy = os.path.join(self.directory, "copy")
         wrong = quorinctl("load", "-", "--store", copy, input=dump.stdout + b"documents: 7\n")
         self.assertEqual((wrong.returncode, os.path.exists(copy)), (3, False), wrong.stderr)
-        self.assertIn(b"documents: it is no list", wrong.stderr)
+        self.assertIn(b"'documents' is there twice", wrong.stderr)
         path = os.path.join(self.directory, "switch.yaml")
         with open(path, "wb") as file:
             file.write(dump.stdout)
@@ -89,7 +89,7 @@ class SwitchFileTest(SystemCase):
         with open(path, "ab") as file:
             file.write(b"documents: 7\n")
         loader.process.send_signal(signal.SIGHUP)
-        loader.wait_for_output("documents: it is no list.*what was published stays")
+        loader.wait_for_output("'documents' is there twice.*what was published stays")
         expect_alike()
 
     def test_demo(self):

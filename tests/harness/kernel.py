@@ -285,7 +285,7 @@ def interface_rows(namespace, vrf_id):
 
 
 def interface_tables(namespace, vrf_id=0):
-    """The tables of INTERFACE_TABLES: what runs on the interfaces of a VRF, as its sysctls and dev_snmp6 have it."""
+    """The tables of IP_INTERFACE_TABLES: what runs on the interfaces of a VRF, as its sysctls and dev_snmp6 have it."""
     read = {}
     for line in namespace.run("sh", "-c", "cd /proc/sys/net && grep -s '' ipv4/ip_default_ttl ipv4/ipfrag_time "
                               "ipv6/conf/default/hop_limit ipv[46]/neigh/*/*_ms ipv6/conf/*/disable_ipv6 "

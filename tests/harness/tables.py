@@ -20,7 +20,7 @@ SW_FWD, IF_STATS = f"{ENTERPRISE}.3.1.1.1.1", f"{ENTERPRISE}.3.27.1.1.1"
 SYSTEM_STATS, IP_IF_STATS, IPV4_INTERFACE, IPV6_INTERFACE = (f"{IP}.{table}.1" for table in ("31.1", "31.3", 28, 30))
 DEFAULT_ROUTER = f"{IP}.37.1"
 PACKET_DEFAULTS = tuple(f"{IP}.{number}" for number in (2, 13, 26))  # scalars, as tables with column 0 alone
-INTERFACE_TABLES = (*PACKET_DEFAULTS, IPV4_INTERFACE, IPV6_INTERFACE, IP_IF_STATS)
+IP_INTERFACE_TABLES = (*PACKET_DEFAULTS, IPV4_INTERFACE, IPV6_INTERFACE, IP_IF_STATS)
 
 TIME_TICKS = "(time)"  # stands for any time since the start of the agent, which must not be in the future
 IF_INDEX_BITS = 20  # of the kernel's index; the number of the VRF stands above
