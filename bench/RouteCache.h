@@ -13,12 +13,14 @@
 namespace Bench {
 
 struct RouteCache {
+  // Gives ifIndexes to 32 interfaces.
   RouteCache() {
     for (int i = 0; i < 32; ++i) ifMib->ifIndexByIntfIdIs(intfId(static_cast<unsigned>(i)), i + 1);
   }
+  // One of these interfaces; `number` modulo 32.
   static Vantu::IntfId intfId(unsigned number) { return Vantu::IntfId(fmt::format("Ethernet{}", number % 32)); }
 
-  // Runs every task that is ready; returns the longest turn in seconds.
+  // Runs tasks until none is ready; returns the longest turn, in seconds of processor time.
   double run() const {
     double longest = 0;
     for (bool isMore = true; isMore;) {
@@ -29,6 +31,7 @@ struct RouteCache {
     return longest;
   }
 
+  // Walks the table and returns the number of rows.
   std::size_t walk() const {
     std::size_t rows = 0;
     for (IpSnmp::IpForwardMib::IpCidrRouteTableIteratorConst at(mib); at; ++at) ++rows;
@@ -54,7 +57,7 @@ struct RouteCache {
   Kel::Ptr<IpSnmp::IpForwardMib> mib = Kel::makePtr<IpSnmp::IpForwardMib>("mib");
 };
 
-// Bytes that the program has allocated.
+// Bytes that the process has allocated with malloc().
 inline std::size_t usedBytes() {
   return mallinfo2().uordblks + mallinfo2().hblkhd;
 }

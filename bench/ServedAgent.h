@@ -18,13 +18,13 @@ class ServedAgent {
 
   // Returns when the agent answers. Throws std::runtime_error if it does not within two minutes.
   explicit ServedAgent(std::uint32_t rows);
-  // Stops it.
+  // Stops the agent.
   ~ServedAgent();
   ServedAgent(const ServedAgent&) = delete;
   ServedAgent& operator=(const ServedAgent&) = delete;
 
   const std::string& endpoint() const { return endpoint_; }
-  // Resident memory of the agent, in bytes.
+  // The resident memory of the agent, in bytes.
   std::uint64_t residentBytes() const;
 
  private:

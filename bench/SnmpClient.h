@@ -1,6 +1,6 @@
 #pragma once
-// A net-snmp client session for measurements: one request at a time, by default without retries, which would hide a
-// stall.
+// A client session of net-snmp (SNMPv2c) for measurements: one request at a time, by default without retries, which
+// would hide a stall.
 
 #include <cstdint>
 #include <stdexcept>
@@ -17,13 +17,13 @@ struct Binding {
   bool isEndOfView = false;  // an exception value: endOfMibView, noSuchObject or noSuchInstance
 };
 
-// The time until a request is sent again, and how often it is.
+// The time until a request is sent again, and how many times it is sent again.
 struct Patience {
   long timeoutMicroseconds = 10'000'000;
   int retries = 0;
 };
 
-// No answer within the client's patience.
+// No answer in time, or the request could not be sent.
 class Unanswered : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -36,10 +36,10 @@ class SnmpClient {
   SnmpClient(const SnmpClient&) = delete;
   SnmpClient& operator=(const SnmpClient&) = delete;
 
-  // Throw Unanswered, or std::runtime_error that names an error status.
+  // Throw Unanswered, or std::runtime_error that names the error status of the answer.
   std::vector<Binding> get(const Oid& name);
   std::vector<Binding> getNext(const Oid& name);
-  // Requests all names in one message. The answer has one binding for each name in turn, then the next repetition.
+  // Requests all names in one message. The answer has one binding for each name, in order, then the next repetition.
   std::vector<Binding> getBulk(const std::vector<Oid>& names, int maxRepetitions);
   // Returns false on a timeout or an error. For waiting until an agent answers.
   bool answers(const Oid& name);

@@ -22,6 +22,8 @@ int ArpEntryStaticToAsnInteger(const Arp::ArpEntryStatus& status, unsigned char*
 // ipCidrRouteProto (RFC 2096) by the process's protocol map; other(1) for a type without an entry in the map.
 int RouteTypeToAsnInteger(const Routing::Fib::RouteType& routeType, unsigned char* buffer, int length);
 
+// ipCidrRouteMetric1 (RFC 2096), inetCidrRouteMetric1 (RFC 4292): the metric as a signed number. From 2^31 on it is
+// negative.
 int RouteMetricToAsnInteger(const Routing::RouteMetric& metric, unsigned char* buffer, int length);
 
 // One byte of BITS: 0x80 when the VRF routes IPv4, 0x40 when it routes IPv6; 0 for a null status.

@@ -1,5 +1,5 @@
 #pragma once
-// A connection to the agent's control socket: one JSON object in a line, both ways.
+// A client of the agent's control socket: each line is one JSON object, in both directions.
 
 #include <string>
 
@@ -9,16 +9,18 @@ namespace Ctl {
 
 class AgentSocket {
  public:
-  // Throws Failure: `warning` when no agent can be reached there, `unknown` when the permission is missing. The text
-  // says what to do.
+  // Connects. Throws Failure: `warning` if no agent can be reached there, `unknown` if this process lacks the
+  // permission, or if `path` is too long for a socket.
   explicit AgentSocket(const std::string& path);
   ~AgentSocket();
   AgentSocket(const AgentSocket&) = delete;
   AgentSocket& operator=(const AgentSocket&) = delete;
 
-  // Sends a request and returns the answer. Throws Failure, also for an answer that reports an error.
+  // Sends a request and returns the next line, the answer. Throws Failure of kind `warning` if none comes within 5 s,
+  // if it reports an error, and as read().
   Json request(const Json& request);
-  // The next line; null at `deadline`. Throws Failure when the agent closes the connection or sends no JSON.
+  // Waits for the next line. Null if none was complete at `deadline`, a time by Kel::System::currentTime(). Throws
+  // Failure of kind `warning` if the agent closes the connection or sends a line that is not JSON.
   Json read(Kel::Seconds deadline);
 
  private:
@@ -30,7 +32,8 @@ class AgentSocket {
   std::string buffer_;
 };
 
-// Members of an answer for people. An agent of another version may lack them: "-", 0, false, an empty list.
+// Members of an answer. An agent of another version may lack one: the result is then "-", 0, false or an empty list.
+// Lifetime: that of `object`.
 std::string fieldText(const Json& object, const char* name);
 double numberOf(const Json& object, const char* name);
 bool isTrue(const Json& object, const char* name);

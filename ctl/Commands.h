@@ -1,5 +1,5 @@
 #pragma once
-// The functions that the table of commands names (quorinctl.cpp).
+// The functions of the table of commands (quorinctl.cpp); Command::add has their contract.
 
 #include "ctl/Command.h"
 
@@ -21,7 +21,7 @@ Action addContexts(CLI::App& app, const Options& options);
 Action addTrace(CLI::App& app, const Options& options);
 Action addTurns(CLI::App& app, const Options& options);
 
-// The option -V of commands that can be limited to a VRF. Lifetime: `vrf` outlives the parser.
+// Adds the option -V, which sets `vrf` to the name of the only VRF to show. Lifetime: `vrf` outlives the parser.
 void addVrfOption(CLI::App& app, std::string& vrf);
 
 }  // namespace Ctl

@@ -16,9 +16,9 @@ namespace Ctl {
 
 using Json = nlohmann::ordered_json;
 
-// One line; bytes that are not UTF-8 are replaced.
+// The value on one line, without a newline. Bytes that are not UTF-8 become U+FFFD.
 std::string jsonText(const Json& value);
-// A name for people: without control characters.
+// The name with control characters, backslashes and invalid UTF-8 escaped (Varnix::escapeBytes).
 std::string nameText(std::string_view name);
 
 // Writes rows to standard output: a table with a header line, or with --json an array of objects, one in a line.
@@ -28,7 +28,7 @@ std::string nameText(std::string_view name);
 //   rows.flush();   // between pieces
 //   rows.finish();
 //
-// The rows that are written first decide the width of the columns, which later rows only widen.
+// Column widths follow from the rows of the first write; later rows can only widen a column.
 class Rows {
  public:
   static constexpr bool number = true;
@@ -40,7 +40,7 @@ class Rows {
 
   Rows(const Options& options, std::vector<Column> columns);
 
-  // Adds a row: an object from `makeObject` with --json, else Cells from `makeCells`. The other one is not called.
+  // Adds a row: makeObject() with --json, otherwise makeCells(). The other function is not called.
   template <class MakeCells, class MakeObject>
   void add(const MakeCells& makeCells, const MakeObject& makeObject) {
     if (isJson_) {
@@ -50,16 +50,15 @@ class Rows {
     }
     ++count_;
   }
-  // Whether this writes JSON.
   bool isJson() const { return isJson_; }
-  // A further line of the latest row, which JSON does not have.
+  // Adds a further line of cells to the latest row. Requires: !isJson().
   void continueRow(Cells cells) { cells_.push_back(std::move(cells)); }
 
   std::size_t count() const { return count_; }
-  // Writes the buffered rows if there are a thousand of them; call it without a snapshot. Throws Failure if standard
-  // output cannot be written.
+  // Writes the buffered rows once there are a thousand. Requires: the caller holds no snapshot, since standard output
+  // may block. Throws Failure if standard output cannot be written.
   void flush();
-  // Writes what is left, and the end of the array. Throws as flush().
+  // Writes the remaining rows and, for JSON, the closing bracket. Requires and throws as flush().
   void finish();
 
  private:
@@ -75,10 +74,11 @@ class Rows {
   bool isBegun_ = false;
 };
 
-// Throw Failure if standard output cannot be written. flushOut() is for output that appears line by line.
+// Write to standard output. Throw Failure if that is impossible. flushOut() writes what writeOut() has buffered.
 void writeOut(std::string_view text);
 void flushOut();
 
+// Numbers, sizes and times for people. A Kel::Seconds time is in seconds since 1970.
 std::string countText(std::uint64_t number);                     // 1,234,567
 std::string countText(std::uint64_t number, const char* noun);   // "1 route", "2 routes"
 std::string bytesText(std::uint64_t bytes);                      // 12.3 MiB

@@ -10,20 +10,21 @@
 
 namespace Ctl {
 
-// The name of a route's type in quorinFIBStatsByRouteTypeTable ("connected"), and its origin as ip-route(8) has it
+// Two names for the type of a route: in quorinFIBStatsByRouteTypeTable ("connected"), and as the proto of ip-route(8)
 // ("kernel").
 struct RouteTypeName {
   const char* mib;
   const char* proto;
 };
 
-// Of a record as a publisher wrote it. `isCounted` is false for types that the FIB statistics leave out.
+// The names for a route type number and flags as stored; "other" for an unknown number. PrefixType is the IP version.
 template <class PrefixType>
 RouteTypeName routeTypeName(unsigned type, bool isNexthopGroup, bool isPersistent);
+// Whether the FIB statistics count the type.
 template <class PrefixType>
 bool isCounted(unsigned type);
 
-// The same of a route in a VRF, whose configuration may say more.
+// The names for a route of a VRF. The VRF's routing configuration overrides the stored flags of a static route.
 template <class PrefixType>
 RouteTypeName routeTypeName(StoreReader& store, const NamedVrf& vrf, const Quillo::BasicRoute<PrefixType>& route);
 
@@ -42,20 +43,22 @@ class NextHops {
   Quillo::Fib::Fec fec_;
 };
 
-// "10.0.0.1", "on-link", or "discard" for a via that leads nowhere.
+// "10.0.0.1", "on-link", or "discard" for a via with neither address nor interface.
 std::string hopText(const Quillo::Fib::Via& via);
+// An array of next hops; empty if `vias` is null. Interface names are those within `vrf` (devOf()).
 Json nextHopsJson(const std::vector<Quillo::Fib::Via>* vias, const L3::VrfName& vrf);
 
-// A decoded key: "route 10.0.0.0/8 in VRF red"; "key \x01..." if it cannot be decoded.
+// A decoded key: "route 10.0.0.0/8 in VRF red"; `key "\x01..." of table route (REASON)` if it cannot be decoded.
 std::string keyText(StoreReader& store, Quillo::TableId table, const std::string& key);
 
-// The fields of a key, without the VRF. Null, and `what` is set, when it cannot be decoded.
+// The fields of a key, without the VRF; null if it cannot be decoded. `what` is then the reason, a string literal; it
+// is null on success.
 Json keyJson(Quillo::TableId table, Quillo::Bytes key, const char*& what);
 
-// Null, or what is wrong with the record.
+// What is wrong with the record, a string literal; null if it can be decoded.
 const char* recordFault(Quillo::TableId table, Quillo::Bytes key, Quillo::Bytes value);
 
-// A whole record for programs, with its table and every field. Null, and `what` is set, when it cannot be decoded.
+// A whole record for programs, with its table and every field; null if it cannot be decoded. `what` as for keyJson().
 Json recordJson(StoreReader& store, Quillo::TableId table, Quillo::Bytes key, Quillo::Bytes value,
                 const char*& what);
 

@@ -1,11 +1,13 @@
 #pragma once
-// Reads the values of a YAML text, and refuses wrong ones with their place.
+// Reads values from nodes of a YAML text. The exception for a wrong value names its place.
 //
-//   const YamlFields fields("leaf-switch.yaml");
+//   const std::string file = "leaf-switch.yaml";  // must outlive `fields`
+//   const YamlFields fields(file);
 //   fields.checkKeys(node, "vrfs.red", {"id", "routes"});
 //   if (const auto* id = node.value("id")) use(fields.number<std::uint32_t>(*id, "vrfs.red.id", 1));
 //
-// Throws: every operation a YamlException, "FILE:LINE: KEY: what is wrong; what to do". `path` is the KEY.
+// Throws: every operation of YamlFields throws YamlException, "FILE:LINE: KEY: what is wrong; what to do". `path` is
+// the KEY, `advice` what to do.
 
 #include <fmt/format.h>
 
@@ -26,7 +28,8 @@
 
 namespace Ctl {
 
-// "up" for operStatusUp, where `prefix` is "operStatus".
+// The word for an enumerator: "up" for operStatusUp with the prefix "operStatus".
+// Requires: the enumerator's name is `prefix` and at least one letter.
 template <class E>
 std::string enumWord(E value, std::string_view prefix) {
   std::string name = Kel::enumName(value).substr(prefix.size());
@@ -41,18 +44,19 @@ class YamlFields {
   // Lifetime: `file` must outlive this object and its copies.
   explicit YamlFields(const std::string& file) : file_(file) {}
 
+  // Throws the YamlException of this place.
   [[noreturn]] void fail(int line, std::string_view path, std::string_view what, std::string_view advice) const;
   [[noreturn]] void fail(const YamlNode& node, std::string_view path, std::string_view what,
                          std::string_view advice) const {
     fail(node.line, path, what, advice);
   }
 
-  // The node is a map that has no other keys than these, and each at most once.
+  // Throws unless the node is a map with only these keys, each at most once.
   void checkKeys(const YamlNode& node, std::string_view path, Keys known) const;
-  // The node is of this kind, list or map, or empty.
+  // Throws unless the node is null or of this kind (list or map).
   void checkKind(const YamlNode& node, YamlNode::Kind kind, std::string_view path, std::string_view advice) const;
 
-  // What `from` makes of the scalar. A Kel::RangeException of `from` says what is wrong.
+  // Returns from(text of the scalar). The text of a Kel::RangeException thrown by from() becomes the "what is wrong".
   template <class Read>
   auto text(const YamlNode& node, std::string_view path, std::string_view advice, const Read& from) const {
     if (node.kind != YamlNode::Kind::scalar) fail(node, path, "it is no text", advice);
@@ -63,6 +67,7 @@ class YamlFields {
     }
   }
 
+  // An integer from `least` to `most`.
   template <class Number>
   Number number(const YamlNode& node, std::string_view path, Number least = 0,
                 Number most = std::numeric_limits<Number>::max()) const {
@@ -74,12 +79,12 @@ class YamlFields {
     return *value;
   }
 
-  // At least 0, and below 1e18.
+  // A decimal number, at least 0 and below 1e18.
   double decimal(const YamlNode& node, std::string_view path) const;
-  // `absent`: the value without a node.
+  // true or false; returns `absent` if `node` is a null pointer.
   bool flag(const YamlNode* node, std::string_view path, bool absent) const;
 
-  // The enumerator whose enumWord() the scalar, or `given`, is.
+  // Returns the enumerator whose enumWord() equals the scalar (word) or `given` (wordOf).
   template <class E>
   E word(const YamlNode& node, std::string_view path, std::string_view prefix) const {
     return wordOf<E>(node, node.text, path, prefix);
@@ -97,8 +102,9 @@ class YamlFields {
          fmt::format("use {}", fmt::join(words, ", ")));
   }
 
+  // A non-empty interface name; escapes are decoded (varnix/ByteText.h).
   Vantu::IntfId interfaceName(const YamlNode& node, std::string_view path) const;
-  // The value of the key `count` of a map; 1 without it.
+  // The value of `count` in a map, 1 to 16,000,000; 1 if absent.
   std::uint32_t count(const YamlNode& node, std::string_view path) const;
 
  private:

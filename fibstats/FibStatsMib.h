@@ -13,7 +13,8 @@ namespace FibStatsSnmp {
 
 // ---- keys ----
 
-// The route types of the MIB, with its numbers: up to 14 those of IANAipRouteProtocol, from 200 on this system's own.
+// The route types of the MIB, with its numbers: up to 14 as in IANAipRouteProtocol, where 2 is "local" and 3 "netmgmt";
+// from 200 on our own.
 enum RouteType : int {
   routeTypeOther = 1,
   routeTypeConnected = 2,
@@ -137,14 +138,16 @@ class FibStatsMib : public Kel::Entity {
   KEL_MEMBERS(Ordered, RouteTypeKey, RouteTypeEntry, routeTypeTable, RouteTypeTable)
   KEL_MEMBERS(Ordered, PrefixLenKey, PrefixLenEntry, prefixLenTable, PrefixLenTable)
 
-  // The default VRF's cache has the name of its path, every other one the name of its VRF.
+  // The VRF's name. The default VRF's cache is named "fibstatsmib", as in its path; every other cache has its VRF's
+  // name.
   Kel::Name vrfName() const { return name() == "fibstatsmib" ? Kel::Name("default") : name(); }
   KEL_COMPUTED(vrfName)
   KEL_TYPE_END_DECLARE
 
-  // Counts a route.
+  // Adds a route to its three rows (summary, type, length), and creates those that are missing.
   void routeInc(Ip::IpVersion af, RouteType type, IpAddressPrefixLength len);
-  // Uncounts a route; pass the values that it was counted with. No-op without a row.
+  // Subtracts a route from its three rows, and deletes each that reaches 0; skips missing rows. Requires: the arguments
+  // are those with which the route was added.
   void routeDec(Ip::IpVersion af, RouteType type, IpAddressPrefixLength len);
   // Deletes every row of the address family.
   void routeDelAll(Ip::IpVersion af);

@@ -3,7 +3,8 @@
 //
 //   for (IpMib::ArpTableIteratorConst at(ipMib); at.curEntry(); at.fetch(at.curEntry()->index(), true)) ...
 //
-// Guarantees: each step is one ordered search, so rows may be added and removed between steps.
+// Guarantees: each step searches from an index, so rows may be added and removed between steps. A step costs one
+// ordered search, and one more for each interface whose IPv6 rows it skips.
 // Lifetime: the iterator holds the cache and its current row; both stay readable after their removal.
 
 #include "ipsnmp/IpMib.h"

@@ -83,11 +83,11 @@ class IpAddressEntry : public Kel::Notifier {
 
   // That of the first member; null without members.
   Kel::Ptr<IpAddressPrefixEntry> prefixEntry() const;
-  // 0 when the first member has no prefix entry.
+  // 0 without members, or when the first one has no prefix entry.
   std::uint32_t ifIndex() const;
   AddressType addressType() const { return addressTypeUnicast; }
-  // Determined by the source of the first member alone: status and borrowed read preferred, configured reads
-  // inaccessible. Members sort by source, so an address both configured and borrowed reads inaccessible.
+  // Follows from the source of the first member alone: inaccessible for addressSourceConfig, otherwise preferred.
+  // Members sort by source, so an address that is both configured and borrowed is inaccessible. Aborts without members.
   AddressStatus addressStatus() const;
   // The IPv4 address. Aborts for an entry of another version.
   Vantu::IpAddr ipAdEntAddr() const;
@@ -110,6 +110,7 @@ class IpAddrEntry : public Kel::Notifier {
   Vantu::IpAddr ipAdEntAddr() const { return masterEntry()->ipAdEntAddr(); }
   // 0 without a master entry.
   std::uint32_t ipAdEntIfIndex() const { return masterEntry() ? masterEntry()->ifIndex() : 0; }
+  // 0.0.0.0 without a prefix entry.
   Vantu::IpAddr ipAdEntNetMask() const;
 
   KEL_COMPUTED(ipAdEntAddr)

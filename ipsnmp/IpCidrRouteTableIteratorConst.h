@@ -1,15 +1,17 @@
 #pragma once
 // Walks the rows of ipCidrRouteTable in index order: one row for each usable next hop of a valid route.
 //
-// Guarantees: a step searches from the index of the current row, so prefixes, next hops and whole tables may change
-// between steps. A step costs a search in the ordered prefixes, lookups of the route and its FEC, and a search in the
+// Guarantees: a step searches anew behind the index of the current row, so prefixes, next hops and whole tables may
+// change between steps. It costs a search in the ordered prefixes, lookups of the route and its FEC, and a search in the
 // next hops.
 //
 // The walk skips long runs of prefixes without a row (IPv6 next hops, interfaces without an ifIndex) after the first
 // few. While the state machines have a backlog, it must look some of these prefixes up. It gives up after
 // `maxFruitless` such lookups, so that no request blocks the agent.
 //
-// Rows have tos 0. The tos of a requested index is ignored; only prefix and next hop determine the position.
+// Rows have tos 0. The tos of a requested index does not affect the position, which only prefix and next hop determine.
+//
+// Throws Quillo::StoreException while the store cannot be read.
 
 #include "ipsnmp/IpForwardMib.h"
 
@@ -22,8 +24,10 @@ class IpForwardMib::IpCidrRouteTableIteratorConst {
   // Starts where fetch(index, getNext) moves to.
   IpCidrRouteTableIteratorConst(Kel::Ptr<const IpForwardMib> mib, const IpCidrRouteTableIndex& index, bool getNext);
 
-  // Moves to lower_bound(index) or, with getNext, to upper_bound(index). A mask with holes counts as its leading ones.
-  // The next hop of the index applies to the first prefix visited, even if that is not the prefix of the index.
+  // Moves to the first row at or after the position of the index. A mask with holes counts as its leading ones. The
+  // next hop of the index applies to the first prefix visited, even if that is not the prefix of the index.
+  // With getNext, skips a row whose index equals `index` in all four parts. So it does not skip the row at that
+  // position if `index` has another tos, or a mask with holes: that row may be less than `index`.
   // Throws Kel::RangeException ("Prefix::validAsPrefix != true not allowed") on an ordered prefix with host bits, and
   // is then at the end.
   void fetch(const IpCidrRouteTableIndex& index, bool getNext);

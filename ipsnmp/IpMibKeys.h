@@ -14,8 +14,8 @@ namespace IpSnmp {
 
 inline constexpr std::uint32_t noIfIndex = 0xFFFFFFFF;
 
-// Returns the ifIndex from the details provider of the record's kind: 0 while the provider does not know it, noIfIndex
-// without a provider or a record. All caches get their ifIndexes here.
+// Returns the ifIndex from the details provider of the record's kind (Interface::IntfDetailsProvider): 0 while the
+// provider does not know it, noIfIndex without a provider or a record. All caches get their ifIndexes here.
 std::uint32_t ifIndex(const Kel::Ptr<const Interface::IntfStatus>& status);
 
 // InetAddressType with InetAddress (RFC 4001). `bytes` is the address in network byte order, 4 or 16 bytes.
@@ -49,7 +49,8 @@ class IpNetToPhysicalTableIndex {
       : IpNetToPhysicalTableIndex(interface, InetAddress(addrType, std::move(address))) {}
 };
 
-// The ipIfStatsTable index.
+// An IP version and an ifIndex: the index of ipIfStatsTable and quorinIpIfStatsTable, and the key of the rows of
+// ipv4InterfaceTable and ipv6InterfaceTable.
 class IpVersionIfIndex {
   KEL_VALUE_TYPE("IpSnmp::IpVersionIfIndex", IpVersionIfIndex,
                  ((Ip::IpVersion, ipVersion))((std::uint32_t, ifIndex)))

@@ -1,5 +1,5 @@
 #pragma once
-// The VRF cache, which exists once for all VRFs, and the rows of its two tables.
+// The cache of the VRF tables, which exists once for all VRFs, and the rows of its two tables.
 
 #include "kel/Attribute.h"
 #include "kel/Entity.h"

@@ -37,7 +37,7 @@ class EventSet {
   EventSet& operator=(const EventSet&) = delete;
 
   int fd() const { return epoll_; }  // readable while a member is
-  // Closing a descriptor removes it from the set.
+  // Adds a descriptor. Closing it removes it from the set. Throws Kel::Exception if the system refuses.
   void add(int fd, Tag tag);
   // Returns the tags of readable descriptors, at most 256. The others follow in later calls. Never blocks.
   std::vector<Tag> ready();
@@ -67,6 +67,7 @@ class MirrorService {
   explicit MirrorService(const MirrorConfig& config);
 
   int fd() const { return events_.fd(); }
+  // Requests the first dumps. Call it once, before the following operations.
   void start();
   // Processes and publishes waiting messages. Returns whether more may wait, even if fd() is not readable.
   bool receive();
@@ -74,10 +75,11 @@ class MirrorService {
   // Dumps everything again, and publishes the differences.
   void reread();
 
-  // Whether the first pass is complete in the store.
+  // Whether the store holds the first complete pass.
   bool isServing() const { return isServing_; }
 
-  // All assigned VRF ids. They are all that is in the store and cannot be read from the kernel again.
+  // All assigned VRF ids, for MirrorConfig::vrfIds. They are the only contents of the store that cannot be read from
+  // the kernel again.
   std::string vrfIds() const;
   const Varnix::Tree& tree() const { return picture_.tree; }
   const Picture& picture() const { return picture_; }

@@ -1,12 +1,12 @@
 #pragma once
-// Keeps the picture in step with the links, addresses, neighbours, routes and forwarding flags of one network
-// namespace.
+// Keeps the picture (publish/TreePublisher.h) equal to the links, addresses, neighbours, routes and forwarding flags of
+// one network namespace.
 //
 // The channel subscribes first, then the kernel dumps everything. Notifications during the dump are merged in; later
 // ones keep the state up to date. An interrupted dump (NLM_F_DUMP_INTR) is repeated. After an overrun of the receive
 // buffer the mirror drains the queue, which is older than the gap, and dumps everything again. Only differences change
-// the picture. If messages arrive faster than the mirror reads them, the queue never drains; poll() then reopens the
-// socket.
+// the picture. If messages arrive faster than the mirror reads them, the queue never drains. poll() then reopens the
+// socket, as it does for a dump that the kernel does not answer.
 //
 // A dump of neighbours may miss entries while the table changes, and the kernel does not report that. The mirror then
 // repeats the dump: a few times at once, later at growing intervals.
@@ -46,7 +46,7 @@ class NamespaceMirror {
   bool receive();
   // Call it once a second. Reads what the kernel does not notify of, and retries what failed.
   void poll();
-  // Dumps everything again, at an operator's request.
+  // Dumps everything again, at an operator's request. No-op before the first dump is complete.
   void reread();
 
   // Applies pending changes. Call it after another namespace was added or removed, which may change the VRFs.

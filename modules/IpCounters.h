@@ -39,7 +39,7 @@
 
 namespace Modules {
 
-// The counters of a row. One without a value is not counted, so the row has no instance of its columns.
+// The counters of a row. The row has no instance of the columns of a counter without a value.
 struct IpCounters {
 #define IP_COUNTER_FIELD(narrow, wide, Name, field) std::optional<std::uint64_t> field;
   IP_COUNTERS(IP_COUNTER_FIELD)
@@ -48,8 +48,8 @@ struct IpCounters {
 
 }  // namespace Modules
 
-// Appends the columns of a counter to `columns`, which are of rows of type Row. `countersOf` makes the IpCounters of a
-// row. OutNoRoutes (22) is a column of ipSystemStatsTable alone.
+// Appends the columns of one counter to `columns`, a std::vector<Modules::Column<Row>>. Requires: countersOf(row)
+// returns the IpCounters of a row. OutNoRoutes (22) is a column of ipSystemStatsTable alone.
 #define IP_COUNTER_COLUMNS(Row, prefix, narrow, wide, Name, field)                                           \
   columns.push_back(Modules::column<Row>(narrow, prefix #Name, ASN_COUNTER, Modules::u64ToCounter32, #field, \
                                          [](const Row& row) { return countersOf(row).field; }));             \

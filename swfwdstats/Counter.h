@@ -70,7 +70,7 @@ struct SwFwdStatsData {
   }
 };
 
-// What the kernel counts beside SwFwdStatsData, as far as its files have it.
+// Further counters of the kernel; none: its files lack the counter.
 struct SwFwdStatsMore {
   // IPv4, from the block IpExt. Without the block the multicasts, broadcasts, inNoRoutes and inTruncatedPkts of
   // SwFwdStatsData are not counted either.

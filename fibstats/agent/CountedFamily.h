@@ -1,6 +1,6 @@
 #pragma once
-// The differences between the statistics of IPv4 and of IPv6 routes: their tables, and the meaning of the publisher's
-// route type numbers (docs/mirror.md lists the mirror's).
+// Traits of the route statistics of IPv4 (Ip4Routes) and IPv6 (Ip6Routes): tables, and the route type of each publisher
+// type number (docs/mirror.md lists the mirror's).
 
 #include <optional>
 
@@ -21,17 +21,20 @@ struct Ip4Routes {
   static constexpr const char* text = "IPv4";
   static constexpr unsigned hostLength = 32;
 
-  // Whether routes of this type do not count: the publisher's internal ones, and those that count as neighbours.
+  // Whether routes of this type are left out: number 0, the attached type (its hosts count as neighbours), and one type
+  // number that the statistics omit. Types that map to routeTypeInternal do count.
   static bool isSkipped(unsigned routeType);
   // None for static routes, whose kind does not follow from the number.
   static std::optional<RouteType> typeOf(unsigned routeType);
 
-  // Throws Kel::RangeException for an address of the other IP version.
+  // The host route to an address. Throws Kel::RangeException for an address of the other IP version.
   static Prefix host(const Vantu::IpGenAddr& address) { return {address.v4(), hostLength}; }
   static bool isCountedHost(const Vantu::IpGenAddr&) { return true; }
   static Arp::Table::ArpEntry neighbour(const Arp::Table::Status& table, const Arp::Table::ArpKey& key) {
     return table.arpEntry(key);
   }
+  // Visits the VRF's neighbours from the address `from` on, until `visit` returns false. Throws for damage after
+  // visiting all readable ones.
   static void forEachNeighbour(const Arp::Table::Status& table, const Vrf::VrfIdMap::VrfId& vrfId,
                                const Vantu::IpGenAddr& from, const Arp::Table::Status::VisitWhile& visit) {
     table.forEachArpEntry(vrfId, from, visit);
@@ -51,7 +54,7 @@ struct Ip6Routes {
   static std::optional<RouteType> typeOf(unsigned routeType);
 
   static Prefix host(const Vantu::IpGenAddr& address) { return {address.v6(), hostLength}; }
-  // fe80::/10 is on every interface, so a link-local host does not count as a route.
+  // Link-local hosts do not count as routes, since fe80::/10 is on every interface.
   static bool isCountedHost(const Vantu::IpGenAddr& address) { return !address.isLinkLocal(); }
   static Arp::Table::ArpEntry neighbour(const Arp::Table::Status& table, const Arp::Table::ArpKey& key) {
     return table.neighborEntry(key);

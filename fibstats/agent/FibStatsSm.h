@@ -12,7 +12,9 @@ class FibStatsSm : public FibStatsMachine<Ip4Routes> {
   using FibStatsMachine::FibStatsMachine;
   KEL_TYPE_END_DECLARE
 
-  // Call it when the neighbour's entry was created, deleted or changed; without a key: when any entry may have changed.
+  // Update the counts when the neighbour's entry was created, deleted or changed; without a key, begin a review. The
+  // machine does both itself when its neighbour table notifies it. No-op for a key of another VRF. With a key: throws
+  // Kel::RangeException for an address of the other IP version, and Quillo::StoreException if the store cannot be read.
   void handleArpEntry(const Arp::Table::ArpKey& key) { handleNeighbour(key); }
   void handleArpEntry() { handleNeighbour(); }
 };
@@ -23,11 +25,13 @@ class Fib6StatsSm : public FibStatsMachine<Ip6Routes> {
   using FibStatsMachine::FibStatsMachine;
   KEL_TYPE_END_DECLARE
 
+  // As FibStatsSm::handleArpEntry().
   void handleNeighborEntry(const Arp::Table::ArpKey& key) { handleNeighbour(key); }
   void handleNeighborEntry() { handleNeighbour(); }
 };
 
-// Create a machine without an owner. An owner's create-or-get operation takes the same arguments.
+// Return a started machine, which runs until its last handle is released or kelStop() is called. No entity owns it.
+// FibStatsMachine.h describes the arguments.
 Kel::Ptr<FibStatsSm> fibStatsSmFactory(Kel::Ptr<const Quillo::Fib::RouteStatus> routeStatus,
                                        Kel::Ptr<const Arp::Table::Status> arpQuillo, Vrf::VrfIdMap::VrfId vrfId,
                                        Kel::Ptr<const Routing::Config> routingConfig,

@@ -1,10 +1,10 @@
 #pragma once
 // Maps each counted prefix to its route type, with a mark for reviews.
 //
-// Holds a million prefixes: an IPv4 prefix takes about 15 bytes, free slots included, and a lookup one or two cache
-// misses. Above `undividedSize` prefixes the map consists of shards, chosen by the hash: growing one map of a million
-// prefixes would stall the caller for 20 ms, growing a shard takes 0.1 ms. Below, it is one shard, since the maps of
-// an empty VRF would take 3 KiB. unmarked() searches one shard at a time.
+// For a million prefixes: an IPv4 prefix takes about 15 bytes, free slots included, and a lookup one or two cache
+// misses. Above `undividedSize` prefixes the map consists of 64 shards, chosen by the hash: growing one map of a
+// million prefixes would stall the caller for 20 ms, growing a shard takes 0.1 ms. Up to undividedSize it is one map,
+// since 64 empty maps would cost 3 KiB in each empty VRF. Only clear() merges the shards.
 //
 //   counted.unmarkAll();    // a review begins; constant time
 //   counted.mark(prefix);   // for each prefix that the review meets
@@ -82,7 +82,8 @@ class PrefixRouteTypes {
     --unmarkedCount_;
   }
   std::size_t unmarkedCount() const { return unmarkedCount_; }
-  // Returns at most `limit` unmarked prefixes of the shard, in no order.
+  // Returns at most `limit` unmarked prefixes of the shard, in no order; none if the shard does not exist. insert() may
+  // divide the map, so cycle through all `shardCount` shards until unmarkedCount() is 0.
   std::vector<PrefixType> unmarked(std::size_t shard, std::size_t limit) const {
     std::vector<PrefixType> found;
     if (shard >= shards_.size()) return found;

@@ -18,12 +18,13 @@ struct AgentHooks {
   std::function<void(AgentLoop&, const AgentOptions&)> started;
   // Called after the configuration was read again.
   std::function<void()> reconfigured;
-  // Called after the loop ended or failed, or `started` threw, while net-snmp still works. Requires: it leaves all
+  // Called after the loop ended or failed, or `started` threw, while net-snmp still works. The hook must leave all
   // contexts.
   std::function<void()> stopping;
 };
 
-// Runs the agent until a signal stops it. Returns the exit status of the process.
+// Runs the agent until SIGTERM or SIGINT, or prints what -h, -v or -H ask for. Returns the exit status: 0, or 1 after
+// an error, which is logged, or printed to standard error while no log is open.
 int agentMain(int argc, char* argv[], const AgentHooks& hooks);
 
 }  // namespace Host

@@ -73,7 +73,7 @@ std::optional<Mapped> mapped(const netsnmp_pdu& pdu) {
   const char* const name = securityName(pdu, community.substr(0, at), false);
   if (name == nullptr) return std::nullopt;
   Mapped mapped{name, std::string(context)};
-  // Contexts of VRFs that are gone are still known to net-snmp.
+  // Contexts of VRFs that are gone may still be known to net-snmp.
   if (!Snmp::isMibContext(mapped.context)) return std::nullopt;
   return mapped;
 }

@@ -1,15 +1,18 @@
 #pragma once
-// Maps communities to the contexts of VRFs: with the separator "@", `public@red` asks the context red as `public`.
-// The settings are net-snmp's own: com2sec lines give `public` its sources and its security name, and group, access and
-// view lines what that name may read in red.
+// Lets a community of SNMPv1 or SNMPv2c name the context of a VRF. With `quorinContextCommunities @`, a request with
+// the community `public@red` reads the context `red` as the security name of `public`. The rights are net-snmp's own:
+// com2sec lines give `public` its sources and its security name; group, access and view lines give that name its rights
+// in `red`.
 //
-// - A community that a com2sec line names as a whole is that line's.
-// - The base community must be one of the default context (a com2sec line without -Cn).
-// - Without such a context or such a base the request is dropped, as net-snmp does with an unknown community. Nothing is
-//   logged or kept of it.
+// Guarantees:
+// - A com2sec line for the whole text, `public@red`, has precedence.
+// - The base, `public`, needs a com2sec line for the sender's address and the default context (a line without -Cn).
+// - Without such a base, or if no such context is entered, net-snmp treats the request as one of an unknown community
+//   and drops it. Nothing is logged or kept.
+// - The first separator divides the community. A context of more than 32 bytes cannot be named (RFC 3415).
 //
-// It takes the place of net-snmp's access check and calls that for every other request. Requires: vacm_conf is
-// initialized, and at most one object exists at a time.
+// While it exists, it replaces net-snmp's access check, and calls that check for every other request.
+// Requires: net-snmp's agent is initialized (init_agent); at most one object exists at a time.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>

@@ -41,17 +41,18 @@ class PidFile {
   std::string path_;
 };
 
-// Returns the number of a user or group given by name or number; none for empty text. Throws Kel::RangeException if it
-// does not exist.
+// Returns the number of a user or group given by name or number; none for empty text. Throws Kel::RangeException if no
+// user or group has this name. Numbers are not checked.
 std::optional<uid_t> userId(const std::string& user);
 std::optional<gid_t> groupId(const std::string& group);
 
-// Changes the process's user and group, and adopts the user's supplementary groups. Throws Kel::Exception if the
-// system refuses.
+// Changes the process's group, then its user. Without `group` the user's own group is taken. The supplementary groups
+// become those of the user; for a number that is no user of this machine, `group` alone. No-op if both are absent.
+// Throws Kel::Exception if the system refuses.
 void becomeUser(std::optional<uid_t> user, std::optional<gid_t> group);
 
-// Creates the directory and its parents, writable by the owner only, and gives it to the user and group. Throws
-// Kel::Exception that names path and reason if the result is not a directory that we can write to.
+// Creates the directory with mode 0700, and its missing parents. Gives it, new or not, to the user and group. Throws
+// Kel::Exception that names path and reason if that fails or this process cannot write to the directory.
 void makeStateDirectory(const std::string& path, std::optional<uid_t> user, std::optional<gid_t> group);
 
 }  // namespace Host

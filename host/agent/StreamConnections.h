@@ -6,15 +6,16 @@
 //   connections.guard(*transport);  // as soon as it listens
 //
 // Guarantees:
-// - A connection is closed when it has brought no data for `quorinIdleTimeout` seconds (Snmp::Config).
-// - At most `mostConnections` are open, and fewer where the limit of open files would leave less than `reservedFiles`
-//   for the rest of the process. At the limit each new connection replaces the one that is idle longest.
-// - When the process has no descriptor left, the connection that is idle longest is closed. After a failure for want of
-//   descriptors or memory the loop accepts nothing for up to a second, so it does not spin.
+// - A connection is closed when it has received no data for `quorinIdleTimeout` seconds (Snmp::Config; 0: never).
+// - At most `mostConnections` are open, or the limit of open files less `reservedFiles` if that is lower. At the limit
+//   each new connection replaces the one that is idle longest.
+// - When the process has no descriptor left, the connection that is idle longest is closed. After a failure for lack of
+//   descriptors or memory, the loop ignores that listening socket for up to a second, so it does not spin.
 // - A connection is closed when its client does not read its answers, or when more than `mostUnanswered` bytes brought
-//   no answer. So no client blocks the agent, except of TLS, and all together hold at most 190 MB.
+//   no answer. So no client blocks the agent, except a TLS client during a handshake or record (docs/operating.md). All
+//   connections together hold at most 190 MB.
 // - Connections that the agent did not accept, such as the session with an AgentX master, are left alone.
-// Requires: at most one object exists at a time. net-snmp has closed the guarded sessions before it is destroyed.
+// Requires: at most one object exists at a time; net-snmp has closed the guarded sessions before it is destroyed.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -38,10 +39,10 @@ class StreamConnections {
   StreamConnections(const StreamConnections&) = delete;
   StreamConnections& operator=(const StreamConnections&) = delete;
 
-  // Takes over the functions of a transport; no-op for one that accepts no connections. net-snmp copies the functions
-  // to each connection that the transport accepts.
+  // Replaces the transport's accept, receive, send and close functions; no-op for one that accepts no connections.
+  // net-snmp copies the functions to each connection that the transport accepts.
   void guard(netsnmp_transport& listening);
-  // Removes the listening sockets that accept nothing for now from what an event loop waits for.
+  // Removes the paused listening sockets from `readable`. Call it before each wait; no-op without an object.
   static void removePaused(FdSet& readable);
 
  private:

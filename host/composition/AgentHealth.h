@@ -1,10 +1,11 @@
 #pragma once
 // Watches the publisher and the store, and keeps the agent's own state (agentstate/AgentMib.h) current: once a second,
-// and at once when the state database becomes ready or quorinctl asks.
+// and at once when the state database becomes ready or quorinctl asks for the state.
 //
-// - Announces in the log and by notifications what changes (AgentNotifications.h).
-// - Decides whether what a publisher wrote is answered (snmp/Facts.h): after the first complete pass, until no
-//   publisher that has completed its own pass has reported for longer than quorinStaleAfter.
+// - Announces changes in the log and by notifications (AgentNotifications.h).
+// - Decides whether published objects are answered (snmp/Facts.h): from the first complete pass on, except while the
+//   state is stale. It is stale while the latest report of a publisher that had completed its own pass is older than
+//   quorinStaleAfter (0: never stale). At the agent's start the latest report of any publisher counts.
 
 #include <optional>
 
@@ -22,7 +23,7 @@ class Turns;
 
 class AgentHealth {
  public:
-  // What it reads. Lifetime: the references outlive this object.
+  // What AgentHealth reads. Lifetime: the references outlive it.
   struct Sources {
     Kel::Ptr<Quillo::Mount> mount;
     Kel::Ptr<const Ip::AllVrfStatusLocal> publishedVrfs;
@@ -30,17 +31,17 @@ class AgentHealth {
     const Turns& turns;
   };
 
-  // Sets `status` ready when told so, and writes `mib`.
+  // Keeps `mib` current; readyIs() sets `status`. Calls look() once.
   AgentHealth(const Kel::Ptr<Brev::TaskScheduler>& scheduler, Sources sources, Kel::Ptr<Snmp::AgentStatus> status,
               Kel::Ptr<AgentSnmp::AgentMib> mib);
-  // Facts are served again, as before.
+  // Stops the timer, and sets Snmp::areFactsServed() to true, its initial value.
   ~AgentHealth();
   AgentHealth(const AgentHealth&) = delete;
   AgentHealth& operator=(const AgentHealth&) = delete;
 
-  // Whether the state database holds a complete pass of a publisher.
+  // Sets whether the state database holds a complete pass of a publisher, and calls look().
   void readyIs(bool isReady);
-  // Brings the agent's state up to date.
+  // Reads the sources, writes `mib`, decides what is answered, and announces changes.
   void look();
 
  private:
@@ -54,8 +55,8 @@ class AgentHealth {
   const Kel::Ptr<Snmp::AgentStatus> status_;
   const Kel::Ptr<AgentSnmp::AgentMib> mib_;
   AgentNotifications notifications_;
-  // By our clock: when a publisher last reported, and when one did that had completed its own pass. None yet: no
-  // publisher was seen.
+  // Times by our clock: the latest report of any publisher, and of one that had completed its own pass. None: no such
+  // report was seen.
   std::optional<Kel::Seconds> reported_, vouched_;
   Kel::Ptr<Brev::TimerTask> timer_;
 };

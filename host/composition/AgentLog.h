@@ -11,11 +11,12 @@ namespace Host {
 
 // Writes one line; `priority` is one of syslog's.
 void agentLog(int priority, const std::string& text);
-// Writes an error line that is complete, with name and line end. Does not allocate.
+// Writes an error line, to which the caller has added the name and the line end. Does not allocate, so it can report
+// that memory is exhausted.
 void agentLogLine(const char* line);
-// Sets the name at the start of each line, by default "quorind". Lifetime: `name` must outlive the last line.
+// Sets the name at the start of each line, "quorind" by default. Lifetime: `name` must outlive the last line.
 void setAgentLogName(const char* name);
-// Whether the line that net-snmp is writing is one of the agent's own.
+// Whether a line of the agent is being written. For handlers of net-snmp's log, which get all lines.
 bool isAgentLogWriting();
 
 template <class... Args>

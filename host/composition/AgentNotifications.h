@@ -1,15 +1,16 @@
 #pragma once
-// Announces changes of the agent's state: in the log, and by the notifications of QUORIN-AGENT-MIB to net-snmp's
-// receivers (trap2sink, informsink, trapsess; a subagent's go to its master).
+// Announces changes of the agent's state by the notifications of QUORIN-AGENT-MIB to net-snmp's receivers (trap2sink,
+// informsink, trapsess; a subagent's go to its master). Changes of the publisher are also logged; a publisher that is
+// replaced without being lost is only logged.
 //
-// - The publisher is lost (it has ended, or hangs) or back (it has published everything again). What lasts for less
-//   than ten seconds after the announcement before it may never be announced.
+// - The publisher is lost (it has ended, or hangs) or back (it has completed its pass): at most one announcement in ten
+//   seconds. A state that ends before the next announcement is due is not announced.
 // - Damage was met: at most once a minute.
-// - VRFs that came or went since the first complete pass: at most ten in a second, the others later. One that came and
-//   went in between is not announced.
+// - VRFs that were added or removed since the first complete pass: at most ten in a second, the others later. A VRF
+//   that was added and removed in between is not announced.
 //
-// Notifications begin five seconds after the start, when a subagent has found its master. A publisher that is lost at
-// the start is announced too.
+// Notifications begin five seconds after the start, so that a subagent has found its master. A publisher that is lost
+// at the start is announced too.
 
 #include <set>
 
@@ -22,7 +23,7 @@ class AgentNotifications {
   // Requires: net-snmp's agent exists while announce() is called.
   AgentNotifications(Kel::Ptr<const AgentSnmp::AgentMib> mib, std::string storeDirectory);
 
-  // Compares the state with what was announced. Call it once a second.
+  // Announces how the state differs from what was announced before. Call it once a second.
   void announce();
 
  private:

@@ -5,8 +5,9 @@
 // |---------------------|------------------------------------------------------------------------|
 // | Varnix/...          | the state database as mirrored from the store (varnix/Tree.h)          |
 // | snmp/status         | Snmp::Status, the agent's own readiness                                |
-// | snmp/fecmode        | Quillo::Fib::FecModeStatus, how the switch keeps its FECs              |
+// | snmp/fecmode        | Quillo::Fib::FecModeStatus: FECs of each VRF, or one table for all     |
 // | snmp/ip/ipmib       | the default VRF's IP-MIB cache; ipforwardmib and fibstatsmib beside it |
+// | snmp/ip/iftables    | the interfaces and their counters that the default context shows       |
 // | snmp/ip/vrf.mibs/V  | the caches of VRF V                                                    |
 // | snmp/ip/ipvrfmib    | the VRF tables                                                         |
 // | snmp/ip/mplsvpnmib  | the VRFs and their interfaces for MPLS-L3VPN-STD-MIB                   |
@@ -36,7 +37,7 @@ namespace Host {
 class AgentTree {
  public:
   // Creates the directory "snmp" in `root`, beside the directory "Varnix" of the state database that `manager` keeps.
-  // There are no routes if the manager has no quilloMount.
+  // Without a quilloMount in the manager, no routes are served. Requires: at most one AgentTree exists.
   AgentTree(Kel::Ptr<Kel::Dir> root, const Kel::Ptr<Brev::TaskScheduler>& scheduler,
             Kel::Ptr<const Arp::Table::Status> arpTable, const Kel::Ptr<const Varnix::EntityManager>& manager);
   ~AgentTree();
@@ -45,12 +46,14 @@ class AgentTree {
 
   const Kel::Ptr<Snmp::Status>& snmpStatus() const { return snmpStatus_; }
   const Kel::Ptr<AgentSnmp::AgentMib>& agentMib() const { return agentMib_; }
-  // Its attribute `servedVrf` contains the VRFs that are served.
+  // Its attribute `servedVrf` contains the VRFs that are served. The machine is replaced at times: get it again when
+  // onVrfRootSmChanged() calls.
   Kel::Ptr<const IpSnmp::VrfRootSm> vrfRootSm() const { return ipRoot_->vrfRootSm(); }
-  // Calls `changed` after vrfRootSm() was replaced: when the publisher changed how it keeps FECs, or the configuration
-  // enabled or disabled the route tables or changed the management interfaces.
+  // Sets a function to call after vrfRootSm() was replaced. That happens when the publisher changes the FEC mode or, in
+  // unified mode, the default VRF's id. It also happens when the configuration enables or disables the route tables, or
+  // changes the management interfaces.
   void onVrfRootSmChanged(std::function<void()> changed) { vrfRootSmChanged_ = std::move(changed); }
-  // Applies a configuration that was read again.
+  // Applies the current configuration (Snmp::currentConfig()) after it was read again.
   void reconfigure();
 
  private:

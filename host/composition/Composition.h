@@ -20,14 +20,15 @@ namespace Host {
 class Composition {
  public:
   // Enters the default context at once, even without a store. The VRFs' contexts also answer `sharedGroups`.
+  // Throws Kel::Exception if the loop cannot take its descriptors. Requires: at most one object exists at a time.
   // Lifetime: `loop` must outlive this object.
   Composition(EventLoop& loop, const std::string& storeDirectory, std::vector<SharedGroups::Group> sharedGroups);
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
 
-  // Applies the current configuration: reconfigures `composition`, or replaces it if it is null or serves another
-  // directory. If the constructor throws, `composition` is null.
+  // Applies the current configuration: reconfigures `composition`, or replaces it if it is null or follows another
+  // store than that in `storeDirectory`. Throws as the constructor; `composition` is null then.
   static void update(std::unique_ptr<Composition>& composition, EventLoop& loop, const std::string& storeDirectory,
                      std::vector<SharedGroups::Group> sharedGroups);
 
@@ -40,7 +41,7 @@ class Composition {
   class ReadyWatcher;
   class ServedVrfWatcher;
 
-  // Registers all modules again if a change affects them.
+  // Applies the current configuration. Enters all contexts again if it changes which objects are served.
   void reconfigure();
   // Makes the contexts follow the VRFs that the current state machine serves.
   void followServedVrfs();

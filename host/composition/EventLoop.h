@@ -30,7 +30,7 @@ class EventLoop {
   // false, and calls nothing, if the loop does not know the end of a turn.
   virtual bool onTurnEnd(Callback callback) = 0;
 
-  // How long the loop was busy.
+  // Measurements of how long the loop was busy.
   virtual const Turns& turns() const = 0;
 
   // Whether a manager's request waits to be read. Long work calls this between two pieces to decide whether to yield.

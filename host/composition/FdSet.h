@@ -1,6 +1,5 @@
 #pragma once
-// A set of descriptors for net-snmp's functions. Unlike fd_set, it has no limit of 1024.
-// A separate file, because it includes net-snmp's headers.
+// A set of descriptors for net-snmp's functions. Unlike fd_set, it can hold descriptors of 1024 and above.
 
 #include <net-snmp/library/large_fd_set.h>
 #include <net-snmp/net-snmp-config.h>

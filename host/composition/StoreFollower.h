@@ -4,8 +4,8 @@
 // Guarantees:
 // - It works in a task that yields to requests. The state database is updated before the tables, so a reactor to an
 //   entry finds the interfaces and VRFs that the entry names.
-// - The doorbell wakes it; a poll once a second makes up for a lost wake-up. An idle task scans the whole store once a
-//   minute, and at once when damage was met, for damage that no lookup meets.
+// - The doorbell wakes it; a poll once a second makes up for a lost wake-up. An idle task verifies the whole store once
+//   a minute, and at once when damage was met.
 // - It logs one line whenever its status changes: what it waits for, or what is wrong.
 // - All readers of one turn of the loop share one snapshot, which is released at the end of the turn. If the loop does
 //   not know the end of a turn, a queued task releases it at the start of the next turn.
@@ -20,7 +20,8 @@ namespace Host {
 
 class StoreFollower {
  public:
-  // Creates the state database in the directory "Varnix" of `root`. Lifetime: `loop` must outlive this object.
+  // Creates the state database in the directory "Varnix" of `root`. Throws Kel::Exception if the loop cannot take the
+  // doorbell's descriptor. Lifetime: `loop` must outlive this object.
   StoreFollower(EventLoop& loop, const Kel::Ptr<Brev::TaskScheduler>& scheduler, const Kel::Ptr<Kel::Dir>& root,
                 const std::string& storeDirectory);
   ~StoreFollower();
@@ -28,7 +29,7 @@ class StoreFollower {
   StoreFollower& operator=(const StoreFollower&) = delete;
 
   const Varnix::Tree& tree() const { return manager_->tree(); }
-  // Its quilloMount mounts the routes and FECs of each VRF.
+  // The manager's quilloMount mounts the routes and FECs of each VRF.
   const Kel::Ptr<Varnix::EntityManager>& manager() const { return manager_; }
   const Kel::Ptr<Quillo::ArpTableMount>& arpTable() const { return arpTable_; }
   const Kel::Ptr<Quillo::Mount>& mount() const { return mount_; }

@@ -1,6 +1,7 @@
 #pragma once
 // Gives each served VRF an SNMP context of the VRF's name. A context is entered once the VRF's caches are complete, and
-// left before they are destroyed.
+// left before they are destroyed. Entering a context calls initHandler of every MIB module; leaving calls exitHandler
+// (snmp/Contexts.h).
 
 #include <map>
 
@@ -13,25 +14,28 @@ namespace Host {
 
 class VrfContexts {
  public:
-  // Requires: `contexts` has the default context.
-  // A module reads a VRF's routing configuration when it enters the context. So a context waits for a missing
-  // configuration, and is entered again for another one.
-  // Lifetime: `contexts` must outlive this object.
+  // The context of a VRF without routing configuration is entered once the configuration exists, since modules read it
+  // then. If the configuration is replaced, the context is left and entered again.
+  // Requires: the default context is entered before setServed() is called. Lifetime: `contexts` must outlive this
+  // object.
   VrfContexts(Snmp::Contexts& contexts, const Kel::Ptr<const Routing::VrfConfigDir>& configDir);
-  // Leaves the contexts entered; the owner of `contexts` leaves them.
+  // Does not leave any context: the owner of `contexts` does.
   ~VrfContexts();
   VrfContexts(const VrfContexts&) = delete;
   VrfContexts& operator=(const VrfContexts&) = delete;
 
-  // Enters or leaves the context of a VRF. Logs one line for a name that no context can have.
+  // Enters or leaves the VRF's context. Logs one line if the name cannot be a context (null byte, more than 255 bytes),
+  // or if access control cannot grant it (more than 32 bytes). Requires: not the default VRF, since the owner of
+  // `contexts` enters its context, "".
   void setServed(const Kel::Name& vrf, bool isServed);
 
-  // Whether the VRF has its context; the default VRF has the default one.
+  // vrfReady if the context is entered (always for the default VRF), vrfNoContext for a name that cannot be a context,
+  // otherwise vrfWaiting.
   AgentSnmp::VrfReadiness readiness(const Kel::Name& vrf) const;
   // The number of contexts that are entered, the default one included.
   std::size_t count() const { return contexts_.names().size(); }
 
-  // Enters the contexts of all served VRFs again, after the caller has left all contexts.
+  // Enters the contexts of all served VRFs again. Requires: the caller has left them, and has entered the default one.
   void reenter();
 
   // The longest context name that net-snmp's access control can grant (RFC 3415, vacmContextName).
@@ -49,7 +53,7 @@ class VrfContexts {
 
   Snmp::Contexts& contexts_;
   Kel::Ptr<const Routing::VrfConfigDir> configDir_;
-  // The configuration of each VRF's context; null: the context waits for one.
+  // The served VRFs, each with the configuration for which its context was entered; null: it waits for one.
   std::map<Kel::Name, Kel::Ptr<const Routing::Config>> served_;
   Kel::Ptr<Kel::NotifieeBase> configWatch_;
 };

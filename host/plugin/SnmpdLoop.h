@@ -1,6 +1,6 @@
 #pragma once
-// The event loop of the snmpd that loaded the plugin. snmpd waits for our descriptors with its own (register_readfd);
-// it takes at most 32 from all its modules.
+// The event loop of the snmpd that loaded the plugin. snmpd waits for our descriptors together with its own
+// (register_readfd). It has room for 32 descriptors of all its modules; addFd() throws when there is none.
 
 #include <poll.h>
 
@@ -19,14 +19,14 @@ class SnmpdLoop : public EventLoop {
 
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
-  // Calls `callback` after each callback of a descriptor, even if that one threw. It may destroy what the descriptors
-  // belong to.
+  // Sets a function to call after each callback of a descriptor, even if that one threw. It may destroy the owner of
+  // the descriptors.
   void onCallbackEnd(Callback callback) { callbackEnd_ = std::move(callback); }
   // snmpd does not announce the end of a turn.
   bool onTurnEnd(Callback) override { return false; }
-  // Polls every socket of snmpd. Call it at most a few thousand times a second.
+  // Polls every socket of snmpd at each call, so call it at most a few thousand times a second.
   bool requestWaiting() override;
-  // Of our own callbacks; those of snmpd are unknown.
+  // Measures our own callbacks only.
   const Turns& turns() const override { return turns_; }
 
  private:

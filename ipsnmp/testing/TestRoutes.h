@@ -1,8 +1,8 @@
 #pragma once
 // For tests: the shared tables of one VRF, the cache over them, and a model of the rows.
 //
-// The model keeps plain copies of everything and finds a row by looking at all of them, one after the other. What is
-// derived from the tables (prefixes, next hops) is either settled by the test itself, or by a state machine.
+// The model finds a row by examining all plain entries one after the other. The test itself, or a state machine,
+// derives the cache's prefixes and next hops from the tables.
 
 #include <gtest/gtest.h>
 
@@ -197,8 +197,8 @@ struct SettledRoutes : RouteTables {
   }
 };
 
-// Changes the tables at random: prefixes that are each other's neighbours, FECs that come and go under their routes,
-// every kind of interface.
+// Changes the tables at random: adjacent and nested prefixes, FECs that are added and deleted independently of their
+// routes, interfaces of every kind.
 struct RandomRoutes {
   std::mt19937 engine;
   explicit RandomRoutes(unsigned seed) : engine(seed) {}

@@ -93,7 +93,8 @@ class KernelState {
   // Ends the dump: returns the state, which later notifications keep up to date.
   KernelState complete() &&;
 
-  // Sets the alias of a link. Returns whether it changed. The kernel does not notify of it while the link is down.
+  // Sets the alias of a link, of whose changes the kernel does not notify while the link is down. Returns whether it
+  // changed.
   bool setAlias(std::uint32_t ifIndex, const std::string& alias);
 
   const Interfaces& interfaces() const { return interfaces_; }

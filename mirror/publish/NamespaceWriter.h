@@ -77,7 +77,7 @@ class NamespaceWriter {
 
   // Writes all of `state` and removes everything else. The first call publishes the VRF.
   void syncAll(const KernelState& state);
-  // Writes only the named changes.
+  // Writes only the named changes. Requires: syncAll() was called.
   void sync(const KernelState& state, const KernelState::Changes& changes);
   void setForwarding(Vantu::Af af, bool forwarding);
   void setDefaults(const IpDefaults& defaults);

@@ -61,8 +61,8 @@ class NamespaceRoutes {
   void renamed(const std::set<std::uint32_t>& ifIndexes);
   void resolveAll();
 
-  // The gateways of the default routes of a VRF. Of those that router advertisements made known, the kernel tells the
-  // lifetime only when it is asked, so there is a dump once a minute while there are any.
+  // The gateways of the default routes of a VRF. When a router advertisement extends the lifetime of such a route, the
+  // kernel does not notify. So a dump once a minute reads the lifetimes, while there are routes of advertisements.
   using DefaultRouters = std::map<Routing::DefaultRouterKey, Routing::DefaultRouterFacts>;
   // Calls `use` for each VRF if they may have changed since the last call.
   void takeDefaultRouters(const std::function<void(const VrfId&, const DefaultRouters&)>& use);

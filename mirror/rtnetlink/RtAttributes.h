@@ -19,6 +19,7 @@ namespace Mirror {
 
 using Payload = std::span<const std::uint8_t>;
 
+// The first bytes of `payload` as a T. Throws MalformedMessageException, with `what`, if there are too few.
 template <class T>
 T readAs(Payload payload, const char* what) {
   if (payload.size() < sizeof(T)) {
@@ -40,7 +41,8 @@ inline Payload payloadOf(const nlmsghdr& message) {
   return {static_cast<const std::uint8_t*>(mnl_nlmsg_get_payload(&message)), mnl_nlmsg_get_payload_len(&message)};
 }
 
-// Calls `use(type, payload)` for each attribute of `payload`.
+// Calls `use(type, payload)` for each attribute of `payload`. Throws MalformedMessageException for one that does not
+// fit.
 template <class Use>
 void forEachAttribute(Payload payload, const Use& use) {
   while (payload.size() >= sizeof(nlattr)) {
@@ -64,6 +66,7 @@ inline Vantu::Af afOf(unsigned family) {
   return family == AF_INET ? Vantu::ipv4_ : family == AF_INET6 ? Vantu::ipv6_ : Vantu::unknown_;
 }
 
+// Requires: `af` is known. Throws MalformedMessageException if `value` is not as long as such an address.
 inline Vantu::IpGenAddr addressOf(Vantu::Af af, Payload value) {
   const std::size_t size = af == Vantu::ipv4_ ? 4 : 16;
   if (value.size() != size) {

@@ -22,7 +22,7 @@ enum class RtDump {
   nexthops,
   ipv4Routes,
   ipv6Routes,
-  // The state of a namespace does without these, which are for CounterMirror.
+  // For CounterMirror only.
   linkCounters,
   ipv6Links,       // with their IPv6 counters
   neighbourTables  // their parameters
@@ -59,7 +59,7 @@ class RtSocket : public RtChannel {
 
   enum class Use { dumpsAndChanges, dumps };
 
-  // A receive buffer above net.core.rmem_max needs CAP_NET_ADMIN; otherwise the kernel limits it.
+  // Opens the socket. A receive buffer above net.core.rmem_max needs CAP_NET_ADMIN; otherwise the kernel limits it.
   explicit RtSocket(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
                     int receiveBytes = defaultReceiveBytes, Use use = Use::dumpsAndChanges);
 

@@ -1,6 +1,6 @@
 #pragma once
-// The fixture of tests with the real kernel. Each test runs in a network namespace of its own, can make more of them as
-// VRFs, and starts a service that mirrors all of them into a store.
+// The fixture of tests with the real kernel. Each test runs in a network namespace of its own, can create others as
+// VRFs, and starts a service that mirrors all of them into a store. Requires root; skipped without it.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ inline void execute(const std::string& command) {
   if (std::system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
 }
 
-// These two make a named namespace as `ip netns add` does: an empty file, and a new namespace mounted on it.
+// The two steps of `ip netns add`: makeFile() creates an empty file, makeNamespace() mounts a new namespace on it.
 inline void makeFile(const std::string& file) {
   close(open(file.c_str(), O_CREAT | O_EXCL | O_RDONLY | O_CLOEXEC, 0));
 }
@@ -96,7 +96,8 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
     waitFor([&] { return service_->isServing(); }, "the first complete pass");
   }
 
-  // Runs the service as its event loop does, until the condition holds. The limit is ample for a busy machine.
+  // Runs the service's event loop until the condition holds; fails after `milliseconds`, which are ample for a busy
+  // machine.
   template <class Condition>
   void waitFor(const Condition& condition, const char* what, int milliseconds = 60'000) {
     run(*service_, condition, what, milliseconds);
@@ -129,8 +130,8 @@ class MirrorServiceTest : public Quillo::Test::TestStore {
     std::filesystem::remove_all(another.store.directory);
     return lines;
   }
-  // Expects that a second mirror publishes the same. Waits up to a second for that: the kernel notifies of a lost
-  // carrier so late.
+  // Expects that a second mirror publishes the same within a second. The delay is the kernel's, which notifies of a
+  // lost carrier late.
   void expectAgreement() {
     Lines ours, another;
     const auto isSame = [&] {

@@ -1,6 +1,6 @@
 #pragma once
-// What tests with a kernel of their own share: a mirror of the default namespace and of a VRF's, and the store that
-// both are published in.
+// The fixture of tests with a FakeKernel: a mirror of the default namespace, on demand one of a VRF's namespace, and
+// the store in which both are published.
 
 #include <gmock/gmock.h>
 
@@ -37,7 +37,7 @@ class NamespaceMirrorTest : public Quillo::Test::TestStore {
   }
   ~NamespaceMirrorTest() override { close(); }
 
-  // What a program does that starts, and one that ends.
+  // Start and end the mirror's process, in effect: the store stays, everything in memory is made again.
   void open() {
     picture_ = std::make_unique<Picture>();
     publisher_ = std::make_unique<TreePublisher>(*picture_, config());
@@ -68,7 +68,7 @@ class NamespaceMirrorTest : public Quillo::Test::TestStore {
     mirror_->settle();
   }
 
-  // As the service does it, with commits in between.
+  // One turn of the service's event loop. Returns whether more may wait.
   bool turn() {
     bool mayMoreWait = mirror_->receive();
     if (other_) mayMoreWait |= other_->receive();
@@ -95,7 +95,8 @@ class NamespaceMirrorTest : public Quillo::Test::TestStore {
     run();
   }
 
-  // The ids of VRFs are the mirror's choice; that they are proper ones is tested elsewhere.
+  // The lines that must be published for the kernels as they are. Takes the VRF ids from the mirror, since it may
+  // choose them; other tests check the choice.
   Lines expectation() const {
     std::map<std::string, unsigned> ids;
     for (const auto& [name, id] : tree().vrfNameStatus->vrfId()) ids[name.stringValue()] = id.value();
@@ -118,6 +119,7 @@ class NamespaceMirrorTest : public Quillo::Test::TestStore {
     lines.merge(expectedRouteLines(kernel_, vrfs));
     return lines;
   }
+  // The lines that are published.
   Lines shown() const {
     Lines lines = publishedLines(*picture_, *mount());
     for (const auto& [name, local] : tree().allVrfStatusLocal->vrf()) {

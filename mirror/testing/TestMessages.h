@@ -1,5 +1,5 @@
 #pragma once
-// rtnetlink messages for tests, byte by byte as the kernel lays them out, and the kernel's objects that they describe.
+// For tests: the kernel's objects, and rtnetlink messages about them in the kernel's byte layout.
 
 #include <linux/if.h>
 #include <linux/if_addr.h>
@@ -24,7 +24,7 @@ namespace Mirror::Test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// What is in an attribute or a header.
+// The bytes of a value in an attribute or a header.
 template <class T>
 Bytes bytesOf(const T& value) {
   Bytes bytes(sizeof(T));
@@ -46,12 +46,13 @@ inline Bytes bytesOf(const Vantu::IpGenAddr& address) {
   return {bytes.begin(), bytes.end()};
 }
 
+// Appends `bytes` after padding to four bytes.
 inline void append(Bytes& to, const Bytes& bytes) {
   to.resize((to.size() + 3) / 4 * 4);
   to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
-// An attribute as it stands in a message, or inside another one.
+// An attribute with its header, for a message or inside another attribute.
 template <class Value>
 Bytes attributeBytes(unsigned type, const Value& value) {
   const Bytes payload = bytesOf(value);
@@ -130,7 +131,7 @@ inline Message describe(Message message, const TestAddress& address) {
   message.fixed(ifaddrmsg{familyOf(address.isIpv6()), static_cast<std::uint8_t>(address.prefixLength),
                           static_cast<std::uint8_t>(address.flags), 0,
                           static_cast<std::uint32_t>(address.ifIndex)});
-  // As the kernel: of an IPv6 address without a peer there is IFA_ADDRESS alone.
+  // Like the kernel, an IPv6 address without a peer has no IFA_LOCAL.
   message.attribute(IFA_ADDRESS, address.peer.isSet() ? address.peer : address.local);
   if (!address.isIpv6() || address.peer.isSet()) message.attribute(IFA_LOCAL, address.local);
   return message.attribute(IFA_FLAGS, address.flags);
@@ -174,7 +175,7 @@ struct TestRoute {
   Vantu::IpGenAddr source = {};
 
   bool isIpv6() const { return prefix.find(':') != std::string::npos; }
-  // Of those that the kernel joins to one when they are IPv6.
+  // Whether the kernel merges IPv6 routes like this one that have the same place() into a multipath route.
   bool isMultipath() const { return nexthopId == 0 && !hops.empty() && !hops[0].gateway.empty(); }
   auto place() const { return std::tie(table, prefix, tos, metric); }
   bool isSame(const TestRoute& other) const {

@@ -39,7 +39,8 @@ class SettingsFile {
   int fd() const { return inotify_; }
   // Reads the file if it changed. Returns whether other settings are now in effect.
   bool update();
-  // The same for changes without a notification (behind a symbolic link, in a later directory). Call it once a second.
+  // The same for changes without a notification, such as behind a symbolic link, or in a directory that did not exist
+  // before. Call it once a second.
   bool poll();
 
   const AllVrfSettings& settings() const { return settings_; }

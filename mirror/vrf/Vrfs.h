@@ -57,13 +57,14 @@ class Vrfs {
   // own. No-op for a VRF without records.
   void setForwarding(const L3::VrfName& name, Vantu::Af af, bool forwarding);
 
-  // The same for the defaults of packets.
+  // Publishes the defaults of packets of a VRF, as setForwarding().
   void setDefaults(const L3::VrfName& name, const IpDefaults& defaults);
 
   // Publishes the default routers of a VRF. No-op for a VRF without records.
   void setDefaultRouters(const Vrf::VrfIdMap::VrfId& vrfId,
                          const std::map<Routing::DefaultRouterKey, Routing::DefaultRouterFacts>& routers);
 
+  // Replaces the operator's settings of all VRFs, and publishes the changes.
   void setSettings(AllVrfSettings settings);
 
  private:

@@ -33,13 +33,14 @@ struct Scalar {
   std::function<std::optional<int>(const Kel::Entity& entity, unsigned char* buffer, int length)> encode;
   // The object group that disables the scalar in the configuration; null: none.
   const char* group = nullptr;
-  // Whether a stock snmpd registers this object with its instance identifier (".0"), which net-snmp prefers whatever
-  // the priority: to take its place, so do we.
+  // Whether a stock snmpd registers this object with its instance identifier (".0"). net-snmp prefers the longer
+  // identifier, whatever the priority. So in the default context, with Snmp::takesPrecedence(), this scalar is
+  // registered with it too.
   bool isInstanceInSnmpd = false;
 };
 
 // Registers the scalar in the context. If it is not served there, traces that at level 2; if its group is disabled,
-// prints that on standard output. `function` is the caller, for traces.
+// prints that on standard output; if net-snmp refuses it, traces that at level 0. `function` is the caller, for traces.
 // Aborts if its entity is missing or of another type, and on any exception. Otherwise the scalar would be listed but
 // not registered, and leaving the context would unregister another module's object.
 void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const char* function,

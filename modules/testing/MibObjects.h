@@ -1,5 +1,5 @@
 #pragma once
-// For tests: every object that the modules serve, with the texts that are traced of it.
+// For tests: every object that the modules serve, with the texts that its traces contain.
 
 #include <fmt/ranges.h>
 
@@ -16,9 +16,9 @@ using Words = std::vector<std::string>;
 
 struct MibObject {
   std::string module, facility, name, identifier;
-  // "writable": registered for SET, too. "default": served in the default context alone. "miscounted": hints of too few
-  // components are traced. "absent": hinted keys without a row are traced, even below a row.
-  // "blackbox": its rows are tested against the kernel alone (tests/discovery_test.py).
+  // "writable": registered for SET too. "default": served in the default context only. "miscounted" and "absent":
+  // TableDescription::miscountedHintIsTraced and absentKeyIsTraced. "blackbox": only tests/discovery_test.py tests its
+  // rows, against the kernel.
   Words flags;
   Words components;     // of a table's index, each "object=attribute=value" for one row
   std::string key;      // of this row

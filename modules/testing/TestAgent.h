@@ -1,6 +1,6 @@
 #pragma once
-// For tests: net-snmp's agent library as master agent on a loopback UDP port, and a manager that asks it, both in this
-// process and thread. The community names the context: "public" is the default one, any other its own.
+// For tests: net-snmp's agent library as master agent on a loopback UDP port, and a manager that sends it requests,
+// both in this process and thread. The community is the context's name; "public" is the default context.
 
 #include <string>
 #include <vector>
@@ -10,11 +10,12 @@
 namespace Modules {
 
 using Oid = std::vector<oid>;
-// Numbers joined by '.'.
+// Convert between an OID and its text, numbers joined by '.'.
 Oid oidOf(const std::string& text);
 std::string textOf(const Oid& name);
 
-// Types as in net-snmp's headers; the value as text: octets in hexadecimal, exceptions by name ("noSuchInstance").
+// One variable of an answer: the type as in net-snmp's headers, and the value as text. Octets are in hexadecimal,
+// exceptions by name ("noSuchInstance").
 struct Answer {
   std::string name;
   int type = 0;
@@ -31,13 +32,13 @@ struct Reply {
 
 class TestAgent {
  public:
-  // There is one, as net-snmp's agent is; it lives until the process ends.
+  // The only object, since net-snmp has one agent in a process. It lives until the process ends.
   static TestAgent& instance();
 
   // The version of the manager's requests from here on: SNMP_VERSION_1 or SNMP_VERSION_2c (the default).
   void setVersion(long version) { version_ = version; }
 
-  // Hides subtrees from here on, as a view does. In a subtree, `any` stands for every sub-identifier.
+  // Hides subtrees from here on, as a view of VACM does. In a subtree, `any` matches every sub-identifier.
   static constexpr oid any = ~oid{0};
   void hide(std::vector<Oid> subtrees);
   static bool isHidden(const std::string& name);
@@ -50,11 +51,11 @@ class TestAgent {
              long nonRepeaters = 0, long maxRepetitions = 0);
   // Sets an INTEGER.
   Reply set(const std::string& name, long value, const std::string& community = "public");
-  // Everything below `root`, by GETNEXT.
+  // Walks everything below `root` by GETNEXT.
   std::vector<Answer> walk(const std::string& root, const std::string& community = "public");
 
-  // What the shell command writes, standard error included; the agent answers it meanwhile. "AGENT" in the command
-  // stands for the agent's address.
+  // Runs a shell command while the agent serves, and returns its output, standard error included. "AGENT" in the
+  // command stands for the agent's address.
   std::string outputOf(std::string command);
 
  private:

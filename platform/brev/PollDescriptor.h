@@ -19,7 +19,7 @@ class PollDescriptor {
 
   // Makes the descriptor readable until it is set to false.
   void readableIs(bool readable);
-  // Makes the descriptor readable `delay` seconds from now, at most a day, until the timer is set again or deleted. A
+  // Makes the descriptor readable `delay` seconds from now, at most a day, until the timer is set again or cleared. A
   // delay of 0 or less is one nanosecond.
   void setTimer(Kel::Seconds delay);
   void clearTimer();

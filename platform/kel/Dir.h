@@ -19,6 +19,7 @@ class Dir : public Entity {
   Ptr<Entity> entityIs(Ptr<Entity> entity);
   // Creates or gets the directory. Throws AttributeException when an entity of another type has the name.
   Ptr<Dir> dirIs(const Name& name);
+  // Deletes an entry, after notifying the entry's own reactors. False when there is none.
   bool entityDel(const Name& name);
   ~Dir() override;
 };

@@ -1,14 +1,14 @@
 #pragma once
 // Rate-limits a log whose lines are caused by requests: writes the first few of similar lines and counts the others.
 //
-// Lines are of one kind when they have the same source and the same words. All words with a digit (addresses, numbers)
-// count as equal. The user of a limit begins a new period, usually every minute.
+// Lines are of one kind when they have the same source and the same words in the first 200 characters. All words with a
+// digit (addresses, numbers) count as equal. The user of a limit begins a new period, usually every minute.
 //
 // Guarantees:
 // - The first `linesPerKind` lines of a kind in a period are admitted.
 // - Lines that were not admitted are reported at the end of the period: the latest line of the kind, and their number.
 // - A source has at most `kindsPerSource` kinds in a period; its lines of any further kind count as one kind.
-// - Every line is admitted before the first period.
+// - Before the first call of beginPeriod(), every line is admitted.
 // Thread: one at a time.
 
 #include <functional>

@@ -8,8 +8,8 @@
 //
 // Levels 0 to 9: 0 errors and refusals (on by default), 1 registration and per-line values, 2 per-request detail
 // and pass summaries, 6 per-entry changes, 7 iterator steps, 8 completions and count passes. A disabled trace costs
-// one load and one branch and evaluates none of its fragments. Enabled lines go to the sink as
-// "<facility>/<level>: <text>"; the sink is spdlog's (standard error unless configured otherwise).
+// one load and one branch and evaluates none of its fragments. Enabled lines go to the sink. The default sink writes
+// "<facility>/<level>: <text>" by spdlog, to standard error unless configured otherwise.
 //
 // QTRACE_ENTRY(handle, argument) records the entry of a function in a ring in memory, without formatting.
 
@@ -60,7 +60,8 @@ class TraceConfig {
   static void reset();
 
   using Sink = std::function<void(const TraceHandle&, unsigned level, const std::string& text)>;
-  // Replaces the sink and returns the previous one. An empty sink means the default (spdlog).
+  // Replaces the sink and returns the previous one. An empty sink means the default (spdlog). An exception of a sink
+  // loses the line and has no other effect.
   static Sink setSink(Sink sink);
 
   enum class Output { standardError, file, syslog };
@@ -71,11 +72,12 @@ class TraceConfig {
 
 struct TraceRule;
 
-// Receives trace lines with levels of its own while it exists, whatever TraceConfig enables: for a person who looks for
-// a moment. Its lines do not reach the sink, unless TraceConfig enables them too.
+// Receives trace lines at levels of its own while it exists, whatever TraceConfig enables: for a short look at a
+// running process. Its lines do not reach the sink of TraceConfig, unless TraceConfig enables them too.
 class TraceListener {
  public:
-  // `levels` as TraceConfig::setLevels takes it; throws the same. Lifetime: no trace line may end in `sink`.
+  // `levels` and the exception are those of TraceConfig::setLevels(). Requires: `sink` does not create or destroy a
+  // listener.
   TraceListener(std::string_view levels, TraceConfig::Sink sink);
   ~TraceListener();
   TraceListener(const TraceListener&) = delete;

@@ -53,6 +53,7 @@ class TypeInfo {
   const String& name() const { return name_; }
   // Those of the base type first, then in order of declaration.
   const std::vector<AttributeInfo>& attributes() const { return attributes_; }
+  // Null for an unknown name.
   const AttributeInfo* find(std::string_view name) const;
 
   // For the declaring macros.
@@ -67,9 +68,10 @@ class TypeInfo {
 // Reads an attribute by name. Throws AttributeException when the type has no such attribute or it is a collection.
 Value readAttribute(const PtrInterface& object, std::string_view name);
 
-// Calls an operation by name: "<attr>Is" (create-or-get; set for a stored attribute), "<attr>Del" (takes a member's
-// key in text form) or "<attr>DelAll". Create-or-get returns the object, the others null. Throws AttributeException
-// when there is no such operation, or the arguments are of the wrong number or type.
+// Calls an operation by name: "<attr>Is" (create-or-get; or sets a stored attribute from a Datum, a reference from a
+// handle), "<attr>Del" (takes a member's key in text form) or "<attr>DelAll". Create-or-get returns the object, the
+// others null. Throws AttributeException when there is no such operation or no such member, or the arguments are of the
+// wrong number or type; also what the operation itself throws.
 Ptr<PtrInterface> callOperation(PtrInterface& object, std::string_view operation,
                                 const std::vector<Value>& arguments);
 

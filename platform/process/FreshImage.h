@@ -7,8 +7,8 @@
 //     Process::FreshImage::replace();           // anywhere, on any heap
 //
 // Guarantees: the new image has the pid, arguments, environment, user, limits, blocked signals and standard streams of
-// this one, and the working directory that noteStart() saw. It has what keep() was given, and otherwise none of the
-// memory or descriptors. A signal that was blocked and pending is delivered to it.
+// this one, and the working directory that noteStart() saw. Of the memory it has only the bytes given to keep(), and no
+// other descriptors. A signal that was blocked and pending is delivered to it.
 // docs/decisions/0028-damage-replaces-the-mirrors-image.md says why.
 
 #include <string>
@@ -16,7 +16,7 @@
 
 namespace Process::FreshImage {
 
-// Notes how the program was started. `arguments`, as main() received them, stay valid.
+// Notes how the program was started. Lifetime: `arguments`, as main() received them, stay valid.
 void noteStart(char* const* arguments);
 
 // Whether replace() began this image.
@@ -24,15 +24,18 @@ bool isReplacement();
 // The seconds that the image before this one passed to replace(); 0 for the first image.
 unsigned notedSeconds();
 
-// Stores bytes for the next image in the kernel, so that what overwrites the heap later spares them. Replaces those of
-// an earlier call. kept() returns those of the image before this one, or none.
+// Stores bytes for the next image in the kernel, where later damage to the heap cannot reach them. Replaces those of an
+// earlier call. Without memory, the next image gets none. kept() returns the bytes of the image before this one, or
+// none; call it before keep().
 void keep(std::string_view bytes);
 std::string kept();
 
-// From here on, SIGSEGV, SIGBUS and SIGABRT lead to replace(seconds), rather than end the process.
+// From here on, SIGSEGV, SIGBUS and SIGABRT call replace(seconds) instead of ending the process. If that fails, the
+// signal ends it.
 void replaceOnFault(unsigned seconds);
 
-// Uses no heap. Returns only when the system refuses, and then sets errno. Requires noteStart().
+// Replaces the image; notedSeconds() of the new one returns `seconds`. Uses no heap. Returns only if the system
+// refuses, and then sets errno. Requires: noteStart() was called.
 void replace(unsigned seconds);
 
 }  // namespace Process::FreshImage

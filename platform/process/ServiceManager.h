@@ -15,11 +15,12 @@ namespace Process::ServiceManager {
 // Whether the service manager stops a daemon that does not call notifyAlive().
 bool watches();
 
-// The event loop turns. Until the daemon is ready, this extends the time that the start may take, to half a minute
-// from now; so a long first pass is no failure, and a start that hangs is one. Call it once a second.
+// Reports that the event loop runs; call it once a second. Until the daemon is ready, this extends the time that the
+// start may take to half a minute from now. So a long first pass is no failure, and a start that hangs is one.
 void notifyAlive();
 
-// `status` is one short line, which `systemctl status` shows. The later call replaces the text.
+// Report that the daemon serves, and its status: one short line, which `systemctl status` shows. The later call
+// replaces the text.
 void notifyReady(const std::string& status);
 void notifyStatus(const std::string& status);
 

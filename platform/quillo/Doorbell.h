@@ -1,8 +1,9 @@
 #pragma once
 // A small file that the publisher writes after each commit, and that readers watch. Internal to the store.
 //
-// It holds the journal's head in 8 bytes, and the lines of publisherLine() behind it. The publisher holds a read lock
-// on it (fcntl, F_OFD_SETLK) while it runs. Readers query that lock, and cannot prevent it.
+// It holds the journal's head in 8 bytes, then publisherLine(). While it runs, the publisher holds a read lock on the
+// file (fcntl, F_OFD_SETLK). Readers test that lock to see whether a publisher is alive. They open the file read-only,
+// so they cannot take a write lock that would exclude it.
 //
 // A write only wakes the readers, which then read the journal. So a missed one loses nothing: the next write, or the
 // poll once a second, leads to the same journal.
@@ -16,16 +17,17 @@ namespace Quillo {
 
 class Doorbell {
  public:
-  // Throws StoreException when the file cannot be made (openStoreFile), or written.
+  // Creates and locks the file. Throws StoreException as openStoreFile(), or if the file cannot be written: `full` for
+  // lack of space, otherwise `directory`.
   Doorbell(const std::string& directory, const std::string& publisherName);
   ~Doorbell();
   Doorbell(const Doorbell&) = delete;
   Doorbell& operator=(const Doorbell&) = delete;
 
-  // Wakes the readers. Recreates the file if it was removed or replaced. A failure is traced: readers then notice
-  // changes by their poll.
+  // Writes the file and so wakes the readers. Recreates it if it was removed or replaced. `seq`: the journal's head.
+  // Does not throw: a failure is traced, and readers then notice changes by their poll.
   void ring(std::uint64_t seq);
-  // Recreates the file if it was removed or replaced. Returns whether it did.
+  // Recreates the file if it was removed or replaced. Returns whether it did. Throws StoreException as the constructor.
   bool check();
 
  private:
@@ -38,8 +40,8 @@ class Doorbell {
   int fd_ = -1;
 };
 
-// The publisher that holds the doorbell of `directory` now. `alive` is false when none does, and when the file is
-// missing or cannot be read; `isUnknown` tells the latter.
+// The publisher that holds the doorbell of `directory` now. `alive` is false if no publisher holds it. `isUnknown` is
+// set if the file exists but cannot be opened.
 PublisherInfo doorbellHolder(const std::string& directory);
 
 // Watches the doorbell file for rings, and its directory for the store's creation and removal; while there is no
@@ -51,11 +53,11 @@ class DoorbellWatch {
   DoorbellWatch(const DoorbellWatch&) = delete;
   DoorbellWatch& operator=(const DoorbellWatch&) = delete;
 
-  // -1 when inotify is exhausted: then only the poll works.
+  // Readable while an event is pending. -1 if inotify_init1() failed, which is traced: then only the poll works.
   int fd() const { return fd_; }
-  // Reads all events that are pending; true when there was one.
+  // Reads all pending events and calls arm(). Returns whether there was one.
   bool drain();
-  // Adds the watches whose paths exist. No-op when all are in place.
+  // Adds the watches whose paths exist. No-op if all are in place.
   void arm();
   // Makes the next arm() add all watches again, for a store that was replaced.
   void stale() { armed_ = false; }

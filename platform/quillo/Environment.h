@@ -22,12 +22,12 @@ inline constexpr std::uint32_t formatVersion = 1;
 
 class Environment {
  public:
-  // probe: a look at the file as a new reader would find it. It takes no lock, so it may stand beside an environment of
-  // the same process (LMDB forbids that otherwise), but only where nothing commits meanwhile.
+  // probe: opens the file without locks, to read it as a new reader would. Allowed beside another environment of the
+  // same process, which LMDB otherwise forbids, but only while nothing commits.
   enum class Access { read, publish, probe };
 
   // Opens the file and its indexes, and checks that this system wrote it. A publisher creates a new store if the file
-  // is missing or empty.
+  // is missing or empty. `mapBytes`: a publisher's mapping; unused otherwise.
   // Throws StoreException, and leaves the file unchanged. To a reader, a missing or incomplete store is `notReady`. A
   // file that cannot be opened is `damaged` if it is a store of this system (isStoreOfOurs), else `foreign`. Except for
   // `notReady`, another attempt fails in the same way until the file changes.

@@ -43,6 +43,7 @@ class Mount : public Kel::PtrInterface {
               // recurs
   };
 
+  // Does not open the store: refresh() does. Does not throw.
   explicit Mount(const MountConfig& config);
   ~Mount() override;
 
@@ -58,8 +59,9 @@ class Mount : public Kel::PtrInterface {
 
   // Whether records can be looked up: also between damage and the next attempt, since the other records are sound.
   bool isReadable() const;
+  // Takes a snapshot of the store as it is now. Snapshots that exist at the same time share one read transaction.
   // Throws StoreException: `notReady` unless isReadable(), `full` when 512 readers use the store. Throws
-  // Pesk::CorruptionDetectedException. Snapshots that exist at the same time share one read transaction.
+  // Pesk::CorruptionDetectedException if the journal's head cannot be read.
   Snapshot snapshot();
 
   // A snapshot that all lookups of one turn of the event loop share, so that each needs no read transaction of its own.
@@ -70,15 +72,16 @@ class Mount : public Kel::PtrInterface {
   // turnSnapshot() takes a snapshot of its own.
   // Requires: it ensures that turnEnds() is called before the event loop waits again, and does not throw.
   void setTurnHandler(std::function<void()> begins) { turnBegins_ = std::move(begins); }
+  // Releases the shared snapshot; no-op without one.
   void turnEnds() { turn_ = nullptr; }
 
-  // Readable after a commit, and when the store was created, removed or replaced. -1 when inotify is exhausted: then
+  // Readable after a commit, and when the store was created, removed or replaced. -1 if inotify is not available: then
   // only the poll works. Constant for the life of the mount.
   int doorbellFd() const { return watch_.fd(); }
   // Ends the readability of the descriptor. Returns whether it was readable.
   bool drainDoorbell() { return watch_.drain(); }
 
-  // By its lock on the doorbell.
+  // The publisher of the store, by its lock on the doorbell; also without a readable store.
   PublisherInfo publisher() const;
 
   // Reports damage: counts it, traces it at level 0, notifies the publisher and begins a new epoch, in which older
@@ -90,7 +93,7 @@ class Mount : public Kel::PtrInterface {
   std::uint64_t corruptionCount() const { return corruptionCount_; }
 
  private:
-  // What refresh() compares with the previous refresh.
+  // The state that refresh() compares with that of the previous call.
   struct Sight {
     State state = State::waiting;
     std::uint64_t epoch = 0;

@@ -23,7 +23,7 @@ struct RecordView {
   Bytes value;  // points into the bytes that were decoded
 };
 
-// Encodes a record into `out`, replacing its contents.
+// Encodes a record into `out`, replacing its contents. `key` is the record's key in that index.
 void recordEncode(std::string& out, Place place, Bytes key, std::uint64_t seq, std::uint16_t layout, Bytes value);
 // The checksum of a record that recordEncode made.
 std::uint64_t recordChecksum(Bytes record);

@@ -50,8 +50,8 @@ struct View {
   Head head;
 };
 
-// A walk over one index in key order, to the end of the keys that begin with `prefix`. Requires that its transaction
-// outlives it.
+// A walk over one index in key order, to the end of the keys that begin with `prefix`. Lifetime: the transaction must
+// outlive it.
 class RecordCursor {
  public:
   RecordCursor(Environment& env, MDB_txn* txn, Place place, Bytes prefix = {});

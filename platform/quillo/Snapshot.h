@@ -75,9 +75,10 @@ class Scan {
  public:
   Scan(Scan&&) noexcept;
   ~Scan();
+  // Whether the scan is at a record; all operations below require it.
   bool valid() const { return valid_; }
   void next();
-  // Valid until next().
+  // Lifetime: valid until next().
   Bytes key() const;
   Bytes value() const;
   std::uint64_t checksum() const;  // a summand of TableState::digest
@@ -101,7 +102,7 @@ class Snapshot {
   std::uint64_t seq() const;  // head of the journal
   Bookmark bookmark() const;  // of the head
 
-  // The value, valid until the next get on this snapshot; nullopt when there is no such key.
+  // The value of a key; nullopt if there is no such key. Lifetime: valid until the next get() on this snapshot.
   std::optional<Bytes> get(TableId table, Bytes key);
   // Begins at lower_bound(lowerBound); an empty bound is the beginning of the table.
   Scan scan(TableId table, Bytes lowerBound = {}) const;

@@ -36,9 +36,12 @@ inline std::string foreignFile(const std::string& directory) {
   return directory + "/data.mdb.foreign";
 }
 
-// All operations throw StoreException: of kind `permission` when this user may not do it, `full` when there is no
-// space, `unsafe` for a symbolic link, for something other than a regular file, for a file with another hard link, and
-// for an owner other than this user and root; otherwise of kind `directory`.
+// All operations throw StoreException of these kinds:
+// - `permission`: this user may not do it;
+// - `full`: there is no space;
+// - `unsafe`: a symbolic link, something other than a regular file, a file with another hard link, or an owner other
+//   than this user and root;
+// - `directory`: any other failure.
 
 // Creates the directory if it is missing. Sets its group and mode, unless it also contains files that are not the
 // store's. In a directory without a doorbell, a data file counts as the store's only with `isRecognised`. Follows a

@@ -38,10 +38,11 @@ class TableWatch;
 
 class TableFollower : public Kel::PtrInterface {
  public:
-  // The mount may be shared. Requires: its user calls refresh().
+  // The mount may be shared. Requires: the caller refreshes it (Mount::refresh).
   explicit TableFollower(Kel::Ptr<Mount> mount) : mount_(std::move(mount)) {}
 
   const Kel::Ptr<Mount>& mount() const { return mount_; }
+  // Whether `initialized` was notified. Stays true.
   bool initialized() const { return initialized_; }
 
   // Reads at most `limit` (at least 1) changes of the journal, of any table, and calls the reactors, whose lookups
@@ -103,6 +104,7 @@ class TableFollower : public Kel::PtrInterface {
 class TableWatch {
  public:
   using OnKey = std::function<void(const std::string& key)>;
+  // The notifications of TableFollower; an empty function ignores one.
   struct Handlers {
     std::function<void()> initialized;
     std::function<void()> tables;

@@ -8,15 +8,15 @@
 //   quorinKernelIpHeader strict | any          whether to accept a longer header of the kernel's IPv4 statistics
 //   quorinDefaultInterfaces own | all          whose interfaces ifTable has in the default context: those of the
 //                                              default VRF, or of all VRFs
-//   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours are no routes for the FIB statistics:
+//   quorinManagementInterfaces INTERFACE...    interfaces whose neighbours the FIB statistics do not count:
 //                                              "red/eth0", or "eth0" for those of all VRFs
 //   quorinRouteCountInterval SECONDS           time between two counts of a VRF's routes (ipCidrRouteNumber)
 //   quorinIdleTimeout SECONDS                  time without data after which quorind closes a TCP or Unix connection;
 //                                              0 means never
-//   quorinStaleAfter SECONDS                   time after which the state of a publisher that has gone is not answered
-//                                              any more; 0 means never
-//   quorinControlSocket PATH | none            the Unix socket at which quorinctl asks the agent
-//   quorinContextCommunities SEPARATOR | none  what separates a community from the VRF whose context it asks
+//   quorinStaleAfter SECONDS                   age of the publisher's last report after which its objects are no longer
+//                                              answered; 0 means never
+//   quorinControlSocket PATH | none            the Unix socket for quorinctl
+//   quorinContextCommunities SEPARATOR | none  the separator between a community and the VRF whose context it reads
 //   quorinVrfSysName TEMPLATE | none           sysName in the context of a VRF: %h is sysName, %v the VRF
 //   quorinTrace FACILITY/LEVELS[;...]          trace levels, such as IpBase/0-2,8;Vrf*/0,7
 //   quorinTraceOutput stderr | syslog | FILE   where trace lines go; FILE is an absolute path
@@ -46,11 +46,13 @@ class Config : public Kel::PtrInterface {
   //   interface-tables   the objects of IF-MIB, and dot3StatsTable
   //   ip-mib-tables      the objects of the modules ipMIB and ipSystemStats (modules/MibModules.h)
   //   mpls-l3vpn         MPLS-L3VPN-STD-MIB
-  //   route-tables       ipCidrRouteNumber, ipCidrRouteTable and the FIB statistics tables
+  //   route-tables       ipCidrRouteNumber, ipCidrRouteTable, inetCidrRouteNumber, inetCidrRouteTable and the FIB
+  //                      statistics tables
   static const std::vector<Kel::String>& objectGroups();
 
   const std::set<Kel::String>& disabledObjects() const { return disabledObjects_; }
-  // Throws Kel::RangeException that names the known groups when there is no such group.
+  // Adds a group to the disabled ones. Throws Kel::RangeException that names the known groups if there is no such
+  // group.
   void disableObjects(const Kel::String& group);
 
   // The configured directory of the store, an absolute path; empty when none is configured.
@@ -90,7 +92,7 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a text that is no such number.
   void idleTimeoutIs(const Kel::String& seconds);
 
-  // Seconds after which the state of a publisher that has gone, or hangs, is not answered any more, 0 to 86400; 0
+  // The age in seconds of the publisher's last report after which its objects are no longer answered, 0 to 86400; 0
   // means never.
   unsigned staleAfter() const { return staleAfter_; }
   // Throws Kel::RangeException for a text that is no such number.
@@ -101,14 +103,15 @@ class Config : public Kel::PtrInterface {
   // Throws Kel::RangeException for a path that is not absolute, or too long for a socket.
   void controlSocketIs(const Kel::String& path);
 
-  // What separates a community from the VRF whose context it asks ("@" in "public@red"); empty: nothing does.
+  // The separator between a community and the VRF whose context it reads ("@" in "public@red"); empty: none.
   const Kel::String& contextCommunities() const { return contextCommunities_; }
-  // Throws Kel::RangeException unless it is 1 to 8 printable ASCII characters without blanks; "none" is empty.
+  // "none" means no separator. Throws Kel::RangeException unless the text is 1 to 8 printable ASCII characters without
+  // blanks.
   void contextCommunitiesIs(const Kel::String& separator);
 
   // sysName in the context of a VRF, with "%h" for sysName and "%v" for the VRF; empty: as in the default context.
   const Kel::String& vrfSysName() const { return vrfSysName_; }
-  // Throws Kel::RangeException for a template without "%v", or with another letter after "%"; "none" is empty.
+  // "none" means no template. Throws Kel::RangeException for a template without "%v", or with another letter after "%".
   void vrfSysNameIs(const Kel::String& text);
 
  private:

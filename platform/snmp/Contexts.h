@@ -1,8 +1,8 @@
 #pragma once
 // The SNMP contexts that the agent serves: the default one ("") first, then one for each VRF, which has the VRF's name.
 //
-// Entering a context calls initHandler of every announced module in order of name; leaving it calls exitHandler in
-// reverse order. Requires: the agent enters a context after its caches are complete, and leaves it before they are
+// Entering a context calls initHandler of every announced module in order of name; leaving it calls their `leaving`, and
+// then exitHandler in reverse order. Requires: the agent enters a context after its caches are complete, and leaves it before they are
 // deleted.
 
 #include <vector>

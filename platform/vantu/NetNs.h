@@ -48,10 +48,12 @@ class NetNs {
     friend auto operator<=>(const Id&, const Id&) = default;
   };
 
-  // True for the file of a namespace, as `ip netns add` makes it. Does not open the file: opening a FIFO would block.
+  // True for the file of a namespace of any kind, such as `ip netns add` makes. Does not open the file: opening a FIFO
+  // would block.
   static bool isNamespace(const std::string& file);
 
-  // The namespace that the calling thread is in.
+  // The namespace that the calling thread is in. Throws Kel::Exception if it cannot be opened (no descriptor is left,
+  // for example).
   NetNs();
   // The namespace of `file`. Enters it for a moment, so that the handle does not keep the file's mount busy: the
   // file may be unmounted and removed afterwards. Throws Kel::Exception that names the file and the reason.

@@ -26,11 +26,12 @@ class RouteType {
   KEL_VALUE_TYPE("Routing::Fib::RouteType", RouteType, ((std::uint8_t, value)))
 };
 
-// What a route does with packets to its prefix. Those that refuse packets differ in what the sender is told: nothing, or
-// an ICMP error. The numbers are those of the store.
+// What a route does with packets to its prefix: a blackhole drops them without a message, the last two drop them and
+// answer with an ICMP error. The numbers are those of the store.
 enum class RouteAction : std::uint8_t { forward = 0, blackhole = 1, unreachable = 2, prohibit = 3 };
 inline constexpr std::array<std::string_view, 4> routeActionNames{"forward", "blackhole", "unreachable",
                                                                   "prohibit"};
+// The name of an action. Requires: one of the four above.
 inline constexpr std::string_view routeActionName(RouteAction action) {
   return routeActionNames[static_cast<std::size_t>(action)];
 }

@@ -37,7 +37,8 @@ class DocumentFeed {
   explicit DocumentFeed(Kel::Ptr<Quillo::Mount> mount) : mount_(std::move(mount)) {}
 
   // Reads at most `limit` (at least 1) documents; none unless the mount is ready. With `holdsBack`, a store other
-  // than the one read so far is read only once it holds a complete pass.
+  // than the one read so far is read only once it holds a complete pass. Does not throw: damage is reported to the
+  // mount, and other faults are in Turn::obstacle.
   Turn turn(std::size_t limit, bool holdsBack);
 
   // The journal position up to which changes were read; the default (oldest) bookmark during a reading of all

@@ -38,14 +38,14 @@ class DocumentPublisher {
   // Whether publish() has changes to write.
   bool pending() const { return !changed_.empty(); }
 
-  // Writes and deletes the documents of all changes since the last success, in one commit; a no-op without changes.
+  // Writes and deletes the documents of all changes since the last success, in one commit; no-op without changes.
   // An entity whose document does not fit into the store is traced at level 0 and left out, and its older document
   // deleted; the rest is written.
   // Throws like Quillo::Batch::commit: then nothing was written, all changes stay pending, and the caller retries.
   Quillo::CommitResult publish();
 
   // The two halves of publish(), for a commit that holds more than documents: addTo() adds the changes to `batch`, and
-  // after the commit published() marks them as published. Requires that the tree does not change in between.
+  // after the commit published() marks them as published. Requires: the tree does not change in between.
   void addTo(Quillo::Batch& batch);
   void published();
 
@@ -54,7 +54,8 @@ class DocumentPublisher {
   // lacks. Throws like publish(); retry.
   Quillo::CommitResult publishAll();
 
-  // Writes every document within a full pass that the caller begins and ends. Throws like publish(); retry.
+  // Writes every document. Requires: the caller has begun a full pass over the table of documents, and ends it. Throws
+  // like publish(); retry.
   Quillo::CommitResult rewriteAll();
 
  private:

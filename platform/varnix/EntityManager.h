@@ -52,7 +52,7 @@ class EntityManager : public Kel::Entity {
 
   // Applies at most `limit` (at least 1) documents or changes. Returns true while more remain; false when the tree
   // equals the store as of the mount's last refresh, or when no store can be read. Reactors run inside, without a
-  // snapshot being held. Requires that no reactor calls step() or the mount's refresh().
+  // snapshot being held. Requires: no reactor calls step() or the mount's refresh().
   bool step(std::size_t limit);
 
   // The mount of the VRFs' shared tables; null without tables.

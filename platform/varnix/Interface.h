@@ -29,6 +29,7 @@ BOOST_DESCRIBE_ENUM(AdminStatus, adminStatusUnknown, adminStatusUp, adminStatusD
 enum Duplex : int { duplexUnknown = 1, duplexHalf = 2, duplexFull = 3 };
 BOOST_DESCRIBE_ENUM(Duplex, duplexUnknown, duplexHalf, duplexFull)
 
+// The status of one interface. A record exists while the interface does.
 class IntfStatus : public Kel::Entity {
   KEL_TYPE_BEGIN("Interface::IntfStatus", IntfStatus, Kel::Entity)
  public:
@@ -61,8 +62,8 @@ class AllIntfStatusDir : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// What passed an interface, of all protocols, as the publisher counts it; 64 bits wide. In: received, with multicast but
-// without discards and errors; out: sent.
+// The packets and octets of all protocols that passed an interface, as the publisher counts them; 64 bits wide. In:
+// received, including multicast, without packets that were discarded or erroneous; out: sent.
 class LinkCounters {
   KEL_VALUE_TYPE("Interface::LinkCounters", LinkCounters,
                  ((std::uint64_t, inOctets))((std::uint64_t, inPkts))((std::uint64_t, inMcastPkts))(

@@ -1,5 +1,6 @@
 #pragma once
-// IPv4 and IPv6 addresses of interfaces: the configured ones (config) and those in effect (status).
+// IPv4 and IPv6 addresses of interfaces: the configured ones (config) and those in effect (status). A record refers to
+// the layer-3 record of its interface, which names the VRF; null means the default VRF.
 //
 // In these records an interface has one primary IPv4 address and any number of secondary ones. Linux has a primary
 // address for each subnet, of which the publisher chooses one; readers treat all addresses alike.
@@ -54,6 +55,7 @@ class Status : public Kel::Entity {
 
 namespace Ip6 {
 
+// The state of an IPv6 address (RFC 4862).
 enum AddressState : int {
   addressStateUnknown = 0,
   addressStatePreferred = 1,

@@ -1,5 +1,5 @@
 #pragma once
-// How IPv4 and IPv6 run on an interface, and what else than packets and octets its IP counters count.
+// How IPv4 and IPv6 run on an interface, and those of its IP counters that count datagrams by their fate.
 
 #include "kel/Entity.h"
 #include "vantu/IntfId.h"
@@ -26,6 +26,7 @@
 
 namespace Ip {
 
+// Datagrams by their fate. Part of Ip::IntfStats (varnix/Interface.h).
 class IntfDatagrams {
   // clang-format off
   KEL_VALUE_TYPE("Ip::IntfDatagrams", IntfDatagrams,
@@ -36,19 +37,22 @@ class IntfDatagrams {
     ((std::uint64_t, reasmFails))((std::uint64_t, fragOKs))((std::uint64_t, fragFails))((std::uint64_t, fragCreates)))
   // clang-format on
 
-  // The value of a counter that is not counted.
+  // The value of a counter that the publisher does not have.
   static constexpr std::uint64_t notCounted = ~std::uint64_t{0};
+  // All of them notCounted.
   static IntfDatagrams none() {
     return kelFromFields([](auto&&...) { return notCounted; });
   }
 };
 
-// How an IP version runs on an interface. 0: unknown.
+// How an IP version runs on an interface. Numbers: 0 is unknown.
 class IntfParameters {
-  // isEnabled: the interface uses this version (IPv6: disable_ipv6 is off). forwarding: packets that arrive are routed.
-  // reasmMaxSize: octets of the longest packet that is reassembled. retransmitTime, reachableTime: milliseconds between
-  // requests for a neighbour's address, and for which a confirmed neighbour counts as reachable (the base value, from
-  // which the kernel draws at random).
+  // isEnabled: the interface uses this version (IPv6: disable_ipv6 is off).
+  // forwarding: packets that arrive are routed (IPv6 only; false for IPv4).
+  // reasmMaxSize: octets of the longest packet that is reassembled.
+  // retransmitTime: milliseconds between two requests for a neighbour's address.
+  // reachableTime: milliseconds for which a confirmed neighbour counts as reachable; the kernel's base value, which it
+  // randomizes.
   KEL_VALUE_TYPE("Ip::IntfParameters", IntfParameters,
                  ((bool, isEnabled))((bool, forwarding))((std::uint32_t, reasmMaxSize))(
                      (std::uint32_t, retransmitTime))((std::uint32_t, reachableTime)))

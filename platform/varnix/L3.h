@@ -1,5 +1,6 @@
 #pragma once
-// Layer-3 records of the switch (its FEC mode) and of interfaces (their VRF).
+// Layer-3 records of the switch (its FEC mode) and of interfaces: their VRF, as configured (Config) and in effect
+// (Status).
 
 #include "kel/Entity.h"
 #include "quillo/tables/Fec.h"

@@ -1,5 +1,6 @@
 #pragma once
-// Routing configuration for each IP version and VRF: whether the VRF forwards, its static routes and its kernel table.
+// Routing configuration for each IP version and VRF: whether the VRF forwards, the defaults of packets, default
+// routers, static routes and the kernel's table.
 
 #include "kel/Entity.h"
 #include "vantu/RouteTypes.h"
@@ -13,8 +14,9 @@ class Config : public Kel::Entity {
  public:
   KEL_NAMED(Config, Kel::Entity)
   KEL_STORED(bool, routing, Routing, false)  // true: packets are forwarded between interfaces
-  // The TTL of packets sent, where nothing else determines it; that of IPv6; and how many seconds fragments wait for
-  // the rest of their packet. 0: unknown. All are here, since every VRF that is served has this record.
+  // Defaults of packets: the TTL (IPv4) and the hop limit (IPv6) of packets sent, where nothing else determines them,
+  // and the seconds for which IPv4 fragments wait for the rest of their packet. 0: unknown. Those of IPv6 are here too,
+  // since every VRF that is served has this record.
   KEL_STORED(std::uint32_t, defaultTtl, DefaultTtl, 0)
   KEL_STORED(std::uint32_t, defaultHopLimit, DefaultHopLimit, 0)
   KEL_STORED(std::uint32_t, reasmTimeout, ReasmTimeout, 0)
@@ -44,6 +46,7 @@ class VrfInfo : public Kel::Entity {
 };
 
 namespace NexthopGroup {
+// The encapsulation of packets by the next hops of a group.
 enum NexthopGroupType : int {
   nexthopGroupUnknown = 0,
   nexthopGroupIpInIp = 1,

@@ -18,7 +18,7 @@ namespace Varnix {
 struct OpenDir {
   Kel::Ptr<Kel::Dir> dir;
   std::string type;  // of the entries
-  // Makes an entry. Throws Kel::RangeException when `name` is not valid for one.
+  // Creates an entry. Throws Kel::RangeException if `name` is not valid for one.
   Kel::Ptr<Kel::Entity> (*make)(const Kel::Name& name);
 };
 

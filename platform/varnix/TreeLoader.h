@@ -32,12 +32,13 @@ namespace Varnix {
 // Documents that wait for the entities to which they refer.
 class WaitingDocuments {
  public:
-  // Replaces an older document of the path. Requires that `missing`, the paths of the absent targets, is not empty.
+  // Replaces an older document of the path. `missing`: the paths of the absent targets. Requires: at least one.
   void add(const std::string& path, Document document, std::set<std::string> missing) {
     remove(path);
     for (const auto& target : missing) awaited_[target].insert(path);
     waiting_[path] = {std::move(document), std::move(missing)};
   }
+  // remove() drops the waiting document of the path, take() also returns it; none if no document of it waits.
   void remove(const std::string& path) { take(path); }
   std::optional<Document> take(const std::string& path) {
     const auto at = waiting_.find(path);
@@ -72,10 +73,11 @@ class WaitingDocuments {
 
 class TreeLoader {
  public:
-  // `root` holds the fixed entities, at their defaults, and the open directories. Requires: only this
-  // object changes the tree.
+  // `root` holds the fixed entities, at their defaults, and the open directories. Requires: only this object changes
+  // the tree.
   TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs);
 
+  // The document at `path` was added or changed, or deleted. No operation throws: faults are traced.
   void loadDocument(const std::string& path, std::string_view text);
   void deleteDocument(const std::string& path);
   // The document exists but cannot be read: its entity keeps its attributes. If no entity has this path, the path
@@ -87,8 +89,8 @@ class TreeLoader {
   // Looks at most at `limit` documents. Returns true while there is more to sweep.
   bool sweep(std::size_t limit);
 
-  // Ends the waiting for references, after all documents were loaded. Looks at most at `limit` documents; returns true
-  // while more of them wait.
+  // Ends the waiting for references, after all documents were loaded; no-op while a document cannot be read. Looks at
+  // most at `limit` documents; returns true while more of them wait.
   bool settle(std::size_t limit);
   // Traces the documents that have no place in the tree, each once.
   void reportUnplaced();

@@ -19,7 +19,7 @@ struct TreePlace {
   std::size_t nameAt = 0;                         // where the name of the entry or member begins in the path
 };
 
-// Traces an exception of a reactor at level 0.
+// Traces an exception of a reactor at level 0. `path`: the entity that was changed.
 void reactorFailed(const std::string& path, std::string_view what);
 
 // Calls `change`, which changes the tree, and traces an exception of a reactor. The change remains in effect.
@@ -40,12 +40,12 @@ class TreePlaces {
 
   const Fixed& fixed() const { return fixed_; }
 
-  // Returns the fixed entity at `path`, or creates the entry or member. When the tree has no such place, the result is
-  // empty and `obstacle` names the reason.
+  // Returns the fixed entity at `path`, or creates the entry or member. The result is empty, and `obstacle` names the
+  // reason, if the tree has no such place, its entities are of another type, or the entry or member exists already.
   TreePlace make(const std::string& path, const std::string& type, std::string& obstacle) const;
-  // Returns the entity at `path`, or an empty place when there is none.
+  // Returns the entity at `path`, or an empty place if there is none.
   TreePlace find(const std::string& path) const;
-  // Deletes an entry or member. Requires that the entity is not a fixed one.
+  // Deletes an entry or member. Requires: `place` is the result of make() or find() for `path`, and not a fixed entity.
   static void remove(const std::string& path, const TreePlace& place);
 
  private:

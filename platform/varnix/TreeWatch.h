@@ -1,7 +1,8 @@
 #pragma once
 // Reports which entities of a publisher's tree change. Internal to DocumentPublisher.
 //
-// Requires: the callback does not change the tree.
+// Requires: the callback does not change the tree. The object is neither copied nor moved, since its reactors refer to
+// it.
 // Guarantees: every document attribute of every entity in the tree is watched.
 
 #include <functional>
@@ -19,12 +20,14 @@ class TreeWatch {
   // of its attributes changes. The constructor calls it once for each existing entity.
   TreeWatch(const Tree& tree, std::function<void(const std::string& path)> changed);
 
-  // Null when the tree has no entity with document attributes at that path.
+  // Null if the tree has no entity with document attributes at that path.
   Kel::Ptr<const Kel::Entity> entity(const std::string& path) const;
 
-  // For the reactors of collections: an entry or member was created; the one at `path` was deleted.
+  // Called by the reactors of collections: watch() after an entity was created, forget() after the one at `path` was
+  // deleted.
   void watch(const Kel::Ptr<const Kel::Entity>& entity);
   void forget(const std::string& path);
+  // The path below the tree's root; empty if the entity is not below it.
   std::string path(const Kel::Entity& entity) const;
 
  private:

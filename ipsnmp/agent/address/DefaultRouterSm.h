@@ -1,6 +1,6 @@
 #pragma once
-// Keeps ipDefaultRouterTable of all VRFs' caches equal to the default routers in the VRFs' routing configurations. A
-// router has a row while its interface has an ifIndex.
+// Keeps ipDefaultRouterTable of all VRFs' caches equal to the default routers in the VRFs' IPv4 routing configurations,
+// which hold those of both IP versions. A router has a row while its interface has an ifIndex and its VRF a cache.
 // Lifetime: stopping or destroying the machine removes its rows.
 
 #include <map>
@@ -60,7 +60,7 @@ class DefaultRouterSm : public Kel::Entity {
 
   void handleVrfConfig(const Kel::Name& vrfName);
   void handleIfIndex(const Vantu::IntfId& intfId);
-  // Makes the rows of a VRF equal to its routers.
+  // Makes the rows of a VRF agree with its configuration and the ifIndexes.
   void update(const Kel::Name& vrfName);
   Kel::Ptr<IpMib> mibOf(const Kel::Name& vrfName) const;
 

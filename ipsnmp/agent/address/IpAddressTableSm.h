@@ -94,7 +94,7 @@ class IpAddressTableSm : public Kel::Entity {
   void handleIntfStatus(const Vantu::IntfId& intfId);
 
   // The interface holds the address. The first prefix length reported for a source and interface is kept until the
-  // address is deleted for them. No-op when `ifIndex` is below 1 or the VRF has no cache.
+  // address is deleted for them. No-op when `ifIndex` is below 1, the address is zero, or the VRF has no cache.
   void doAddAddr(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,
                  const L3::VrfName& vrfName, const Vantu::IpAddrWithMask& addr);
   void doAddAddr6(const Vantu::IntfId& intfId, AddressSource source, std::int32_t ifIndex,

@@ -1,7 +1,7 @@
 #pragma once
-// Keeps the rows of one IP version in ipIfStatsTable: one for each interface that has counters in the state database
-// and a status record with an ifIndex. The row moves with the ifIndex. Of two interfaces with the same ifIndex, the one
-// notified last has the row.
+// Keeps the rows of one IP version in IpMib::ipIfStatsTable (quorinIpIfStatsTable): one for each interface that has
+// counters in the state database and a status record with an ifIndex. The row moves with the ifIndex. Of two interfaces
+// with the same ifIndex, the one notified last has the row.
 // Lifetime: stopping or destroying the machine removes its rows.
 
 #include <map>

@@ -1,5 +1,6 @@
 #pragma once
-// The two machines of the FEC mode: how the switch keeps its forwarding equivalence classes.
+// The two machines of the FEC mode: whether each VRF has its own forwarding equivalence classes, or all share one table
+// (unified).
 //
 //   L3::Config -> FecModeSm -> FecModeStatus -> FecModeRestartSm -> owner of the route machines
 

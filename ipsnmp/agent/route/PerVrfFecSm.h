@@ -2,7 +2,8 @@
 // Passes changes of FECs to the routes that use them. When a FEC changes, the route table's machine is notified of
 // every prefix of the VRF whose route resolves through it, as if the route itself had changed.
 //
-// The cache refers to this machine's list of prefixes, which lets walks skip prefixes without a row.
+// The cache refers to this machine's list of prefixes, which lets walks skip prefixes without a row. Stopping or
+// destroying the machine ends that.
 //
 // For a FEC with many routes, the first piece of prefixes is notified at once, and the others in a task. The task also
 // scans the table of routes to build the list.

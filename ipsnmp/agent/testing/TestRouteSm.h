@@ -1,5 +1,5 @@
 #pragma once
-// For tests: a state machine of the route table over tables in memory, on a clock that the test moves.
+// For tests: a route table machine over tables in memory, with a clock that only the test moves.
 
 #include "brev/testing/TestClock.h"
 #include "ipsnmp/agent/route/IpRouteTableSm.h"
@@ -7,7 +7,7 @@
 
 namespace IpSnmpTest {
 
-// There are two FECs: 1 by 10.1.1.1, 2 by 10.1.1.2 and 10.1.1.3, all on eth0, whose ifIndex is 3.
+// It starts with two FECs: 1 with the next hop 10.1.1.1, 2 with 10.1.1.2 and 10.1.1.3, all on eth0 with ifIndex 3.
 struct RouteSmTest : Brev::SchedulerTest, RouteTables {
   using Fecs = Ptr<const Quillo::Fib::ForwardingStatus>;
   using Texts = std::vector<std::string>;
@@ -38,11 +38,11 @@ struct RouteSmTest : Brev::SchedulerTest, RouteTables {
     for (unsigned i = 0; i < count; ++i) routes->map[numbered(i)] = route(numbered(i), fecId);
   }
 
-  // From now on each look at the clock moves it, so that a run yields after so many looks.
+  // From now on each reading of the clock advances it by `tick`, so a run yields after a fixed number of readings.
   void tickIs(Kel::Seconds tick) {
     Kel::System::clockIs([this, tick] { return now_ += tick; });
   }
-  // Until nothing is left to do now.
+  // Runs tasks until none is ready.
   void run() {
     while (scheduler_->runReady()) {
     }

@@ -1,5 +1,5 @@
 #pragma once
-// Records, caches and an address state machine over them, for tests.
+// For tests: records, caches, and an address state machine that connects them.
 
 #include <gtest/gtest.h>
 
@@ -64,7 +64,7 @@ inline std::string keyText(const IpSnmp::InetAddress& addr) {
                                           : Vantu::Ip6Addr::fromBytes(addr.bytes().octets()).stringValue();
 }
 
-// The three tables as lines, and the rules that hold whatever happened before:
+// The three address tables as lines; checks invariants of the cache on the way:
 //   "10.0.0.1 preferred: 0/eth0=3/24 1/eth1=4/24"    pairs as source/interface=ifIndex/prefix length
 //   "row 10.0.0.1 3 255.255.255.0"                   ipAddrTable
 //   "prefix 3 10.0.0.0/24"

@@ -2,7 +2,7 @@
 // Keeps vrfIfTable: one row for each interface of a VRF other than "default", by ifIndex, with the VRF's name.
 //
 // An interface has a row while it has a status record with an ifIndex, and its configuration puts it into such a VRF.
-// If the IPv4 and the IPv6 configuration name different VRFs, IPv4 decides. The row moves with the ifIndex. If two
+// If the IPv4 and the IPv6 configuration name two such VRFs, IPv4 decides. The row moves with the ifIndex. If two
 // interfaces have the same ifIndex, the lower interface id gets the row.
 //
 // VrfRootSm removes a VRF's rows with the VRF. When the VRF has a row in vrfTable again, this machine adds the rows of

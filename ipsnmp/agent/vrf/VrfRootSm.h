@@ -2,8 +2,9 @@
 // Discovers the VRFs and gives each one other than the default its caches and state machines.
 //
 // A VRF is created once the agent is ready and the VRF has a routing information entity (IPv4), a routing
-// configuration and an id. The order of their arrival does not matter (docs/decisions/0018). A task that yields creates
-// the VRFs that exist when the agent becomes ready; later, each event that may complete a VRF creates it at once.
+// configuration and an id. The order of their arrival does not matter (docs/decisions/0018). When the agent becomes
+// ready, a task that yields creates the VRFs that are complete; later, the event that completes a VRF creates it at
+// once.
 //
 // A VRF is removed when its local status record is deleted. Without such a record it is removed when one of the other
 // conditions no longer holds.
@@ -134,7 +135,7 @@ class VrfRootSm : public Kel::Entity {
   void kelStart() override;
   void kelStop() override;
 
-  // Starts when the agent is ready for the first time; otherwise a no-op.
+  // Starts the creation of VRFs when the agent is ready for the first time; otherwise a no-op.
   void handleInitialized(bool isReady);
   // Adds every VRF with a local status record or a routing configuration to the backlog.
   void handleVrfCreation();
@@ -149,6 +150,7 @@ class VrfRootSm : public Kel::Entity {
   void addToVrfTable(const Kel::Name& vrfName);
   void delFromVrfTable(const Kel::Name& vrfName);
 
+  // Call them when the neighbour's entry was created, deleted or changed: IPv4, IPv6.
   void handleArpEntry(const Arp::Table::ArpKey& key);
   void handleNeighborEntry(const Arp::Table::ArpKey& key);
   // Call it when the published id of this VRF may have changed; without a name: when any may have.

@@ -1,5 +1,5 @@
 #pragma once
-// A clock that only the test moves, and a scheduler that runs by it.
+// For tests: a clock that only the test moves, and a scheduler that uses it.
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -25,7 +25,7 @@ class SchedulerTest : public testing::Test {
   }
   ~SchedulerTest() override { Kel::System::clockIs({}); }
 
-  // A task that notes its name when it runs and takes `cost` seconds for it.
+  // A task that appends its name to `ran_` and takes `cost` seconds.
   Kel::Ptr<TimerTask> noting(const std::string& name, int priority = 1, Kel::Seconds cost = 0) {
     return Kel::makePtr<TimerTask>(scheduler_, name, priority, [this, cost](Task& task) {
       ran_.push_back(task.name());

@@ -9,7 +9,7 @@
 
 namespace KelTest {
 
-// All levels of one facility, as "<level> <text>"; without a facility the texts of level 0, whoever traces them.
+// Collects all levels of one facility, as "<level> <text>"; without a facility, the texts of level 0 of all facilities.
 class TraceLines {
  public:
   explicit TraceLines(const std::string& facility = "") {

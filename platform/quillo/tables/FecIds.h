@@ -10,8 +10,8 @@ namespace Quillo {
 // Sorts the vias and removes repeated ones.
 void sortVias(std::vector<Fib::Via>& vias);
 
-// A hash of the vias, which are sorted. So a restarted publisher assigns the same ids. If another FEC has the id
-// already, the publisher takes the next number.
+// A hash of the vias, never 0. So a restarted publisher assigns the same ids. If another FEC has the id already, the
+// publisher takes the next number. Requires: sortVias() was called. Throws Kel::RangeException above Fec::maxVias vias.
 Fib::FecId fecIdOf(const std::vector<Fib::Via>& vias);
 
 }  // namespace Quillo

@@ -71,8 +71,8 @@ class RecordTable : public TableReader {
     });
   }
 
-  // An element of TableWatch::Handlers::keys that passes each notified key to `handle`. A key that is none is damage.
-  // Lifetime: this table outlives the watch.
+  // An element of TableWatch::Handlers::keys that passes each notified key to `handle`. Reports a key that cannot be
+  // decoded to the follower, as damage. Lifetime: this table outlives the watch.
   std::pair<const TableId, std::function<void(const std::string&)>> onKey(
       std::function<void(const Key&)> handle) const {
     return {Record::table, [this, handle = std::move(handle)](const std::string& bytes) {

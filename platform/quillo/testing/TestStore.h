@@ -1,6 +1,5 @@
 #pragma once
-// Helpers of the store's tests: a directory that vanishes again, child processes, and the contents of a store as a
-// map.
+// Helpers of the store's tests: a temporary directory, child processes, and the contents of a store as a map.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -31,7 +30,7 @@ class TestStore : public ::testing::Test {
     std::string base = std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
     base += "/quillo-test-XXXXXX";
     parent_ = mkdtemp(base.data());
-    // Readers under other users come here too.
+    // Some tests read the store as another user.
     std::filesystem::permissions(parent_, std::filesystem::perms{0755});
     directory_ = parent_ + "/store";
   }
@@ -57,7 +56,7 @@ class TestStore : public ::testing::Test {
     return mount;
   }
   std::string dataFile() const { return directory_ + "/data.mdb"; }
-  // From here on the framework's clock shows `now_` until the test ends.
+  // From here on the framework's clock returns `now_`, until the test ends.
   void stopClock() {
     now_ = Kel::System::currentTime();
     Kel::System::clockIs([this] { return now_; });
@@ -68,7 +67,7 @@ class TestStore : public ::testing::Test {
   Kel::Seconds now_ = 0;
 };
 
-// Both return the number of changes.
+// Put values, and delete a key, in one commit. Return the number of changes.
 inline std::uint64_t put(Publisher& publisher, const Contents& values, TableId table = TableId::varnix) {
   Batch batch = publisher.begin();
   for (const auto& [key, value] : values) batch.put(table, key, value);
@@ -115,7 +114,7 @@ inline int finish(pid_t pid) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-// What `body` throws as a StoreException; a failure when it throws nothing.
+// Returns the StoreException that `body` throws; fails the test if it throws none.
 template <class Body>
 StoreException refusal(const Body& body) {
   try {
@@ -136,7 +135,8 @@ inline void writeFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
 }
 
-// Overwrites a byte wherever `marker` stands in the file, under whoever maps it. The number of places.
+// Overwrites the first byte of each occurrence of `marker` in the file, also for processes that have mapped it. Returns
+// the number of occurrences.
 inline unsigned damage(const std::string& path, const std::string& marker) {
   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(file)), {});

@@ -136,7 +136,7 @@ struct Reader {
   explicit Reader(const std::string& directory)
       : mount(Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory})),
         manager(Kel::makePtr<Varnix::EntityManager>(top->dirIs("Varnix"), mount)) {}
-  // As an event loop does it.
+  // Refreshes the mount and applies everything, as an event loop does.
   void follow(std::size_t limit = 100) const {
     while (mount->refresh()) {
       while (manager->step(limit)) {
