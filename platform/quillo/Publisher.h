@@ -47,7 +47,7 @@ struct PublisherConfig {
   std::size_t maxMapBytes = std::size_t{64} << 30;
   // Called once with the reason when a write meets damage, before anything else is done. The storage engine edits
   // copies of damaged pages on the heap without checking their offsets, so the process may have overwritten its own
-  // memory: whoever has anything to lose does not return from here, and uses as little of the heap as it can.
+  // memory. A daemon should end or replace its process here, and use the heap as little as possible.
   void (*onDamage)(const char* why) = nullptr;
   // Deletions that the journal remembers.
   std::uint64_t tombstoneLimit = 100'000;
@@ -61,14 +61,14 @@ struct CommitResult {
 // Who publishes a store.
 struct PublisherInfo {
   bool alive = false;
-  bool isUnknown = false;  // whether one is alive cannot be told now: no descriptor, no permission
+  bool isUnknown = false;  // whether one is alive cannot be determined now: no descriptor, no permission
   // As the publisher wrote them into the doorbell. 0 and empty if no publisher is alive, or if the process that wrote
   // them is not: the kernel reports that a file is locked, but not by which process.
   std::int64_t pid = 0;
   std::string name;
   // Seconds since 1970, by the system's clock; 0: unknown. The last two are also those of a publisher that has died.
   Kel::Seconds started = 0;
-  Kel::Seconds lastSeen = 0;    // when it last called Publisher::check()
+  Kel::Seconds lastSeen = 0;    // when Publisher::check() last reported
   Kel::Seconds lastCommit = 0;  // or when it opened the store, if that is later
 
   // "quorin-mirrord (pid 7)", or "another process".
@@ -82,7 +82,8 @@ class PublisherLock;
 class Writer;
 
 // Changes that take effect together, in the order given, or not at all. They are collected in memory and written by
-// `commit` in one transaction. Destroying a batch discards the changes that were not committed.
+// `commit` in one transaction. Destroying a batch discards the changes that were not committed. Lifetime: the publisher
+// outlives its batches.
 class Batch {
  public:
   Batch(Batch&&) noexcept = default;
@@ -141,21 +142,24 @@ class Publisher {
   void beginFullPass(const std::vector<TableId>& tables);
   bool fullPassActive() const { return pass_ != nullptr; }
   // Deletes the keys of the pass's tables that were not seen and, in the same transaction, records that the store has a
-  // complete pass. Throws StoreException; the pass is then still under way, so the call can be repeated.
+  // complete pass. Throws as Batch::commit(); the pass is then still under way, so the call can be repeated.
+  // Requires (aborts): a pass is under way.
   CommitResult endFullPass();
 
   // Replaces the open store by an empty one, and keeps the lock. Cancels a pass that is under way. Call it after a
   // StoreException `gone`, and after damage. Throws StoreException; the call can then be repeated.
   void makeAnew();
 
-  // Call it once a second: readers take a publisher that does not for one that hangs (PublisherInfo). Creates
-  // `publisher.lock` and `doorbell` again if they were removed or replaced. Verifies the whole store once a minute, and
-  // sooner if a reader has reported damage. Throws StoreException `gone` if the store was removed or replaced, `owned`
-  // if another publisher has taken the lock. Throws CorruptionDetectedException if the store is damaged: only
-  // makeAnew() helps then.
-  void check();
+  // Call it once a second, which readers see as a report (PublisherInfo::lastSeen) that the store is up to date. With
+  // `isUpToDate` false, since the last commit failed, it makes no report. Creates `publisher.lock` and `doorbell`
+  // again if they were removed or replaced. Verifies the whole store once a minute, and sooner if a reader
+  // has reported damage. Throws StoreException `gone` if the store was removed or replaced, `owned` if another
+  // publisher has taken the lock. Throws CorruptionDetectedException if the store is damaged: only makeAnew() helps
+  // then.
+  void check(bool isUpToDate = true);
 
-  // Returns the committed value; none without such a key. Throws CorruptionDetectedException for a damaged record.
+  // Returns the committed value; none without such a key. Throws CorruptionDetectedException for a damaged record, and
+  // StoreException if the store cannot be read.
   std::optional<std::string> get(TableId table, Bytes key) const;
 
   std::uint64_t seq() const { return head_.seq; }  // of the journal

@@ -202,11 +202,11 @@ bool Publisher::isDamageReported() {
   return isNew;
 }
 
-void Publisher::check() {
+void Publisher::check(bool isUpToDate) {
   // First, since damage can make a write fail for any reason.
   if (env_ && broken_.empty() && !env_->replaced()) checkForDamage();
   apply(Batch(*this), false);  // of nothing: throws where the store is gone
-  lock_->beat();
+  if (isUpToDate) lock_->beat();
   if (doorbell_->check()) {
     QTRACE(openTrace, 0) << doorbellFile(config_.directory) << " was removed or replaced; made it again";
   }

@@ -84,7 +84,8 @@ TEST_F(FecSm, walksPassOverPrefixesWithoutRows) {
   const auto first = [this] {
     routes->lookups = 0;
     const RouteIterator at(mib);
-    EXPECT_TRUE(at.gaveUp() ? routes->lookups == RouteIterator::maxFruitless : routes->lookups < 100);
+    const unsigned least = at.gaveUp() ? RouteIterator::maxFruitless : 0;
+    EXPECT_TRUE(routes->lookups >= least && routes->lookups < least + 100) << routes->lookups;
     return at ? rowText(*at) : at.gaveUp() ? "gave up" : "end";
   };
   routes->map.clear();

@@ -76,7 +76,7 @@ FecRouteList::Numbers::const_iterator FecRouteList::firstOf(const SlotOf& slots,
                                                             Numbers::const_iterator& end) const {
   const auto found = slots.find(fecId);
   if (found == slots.end()) return end = byFec_.end();
-  const Slot slot = found->second;
+  const Slot slot = *found;
   end = byFec_.upper_bound(groupEntry(slot, prefixMask));
   return after != nullptr ? byFec_.upper_bound(groupEntry(slot, numberOf(*after)))
                           : byFec_.lower_bound(groupEntry(slot, 0));
@@ -104,7 +104,7 @@ void FecRouteList::forEachPrefix(const Vantu::Prefix* after, const Visit& visit)
 
 FecRouteList::Slot FecRouteList::slotFor(const FecId& fecId, bool isSought) {
   auto& slots = isSought ? slotOf_ : unsoughtSlotOf_;
-  if (const auto found = slots.find(fecId); found != slots.end()) return found->second;
+  if (const auto found = slots.find(fecId); found != slots.end()) return *found;
   Slot slot = 0;
   if (!freeSlots_.empty()) {
     slot = freeSlots_.back();
@@ -118,7 +118,7 @@ FecRouteList::Slot FecRouteList::slotFor(const FecId& fecId, bool isSought) {
   }
   fecs_[slot].id = fecId;
   fecs_[slot].isSought = isSought;
-  slots.emplace(fecId, slot);
+  slots.insert(slot);
   return slot;
 }
 
@@ -133,19 +133,19 @@ void FecRouteList::releaseSlot(Slot slot) {
 
 bool FecRouteList::needsIntfs(const FecId& fecId) const {
   const auto found = slotOf_.find(fecId);
-  return found != slotOf_.end() && fecs_[found->second].intfsVersion != intfsVersion_;
+  return found != slotOf_.end() && fecs_[*found].intfsVersion != intfsVersion_;
 }
 
 void FecRouteList::setFecInterfaces(const FecId& fecId, const Intfs& intfs) {
   const auto found = slotOf_.find(fecId);
   if (found == slotOf_.end()) return;
-  auto& fec = fecs_[found->second];
+  auto& fec = fecs_[*found];
   fec.intfsVersion = intfsVersion_;
   const auto* const known = intfSets_[fec.intfSet].intfs;
   if (known != nullptr ? *known == intfs : intfs.empty()) return;
-  if (!fec.isLarge) renumber(found->second, false);
-  setIntfSet(found->second, intfSetOf(intfs));
-  if (!fec.isLarge) renumber(found->second, true);
+  if (!fec.isLarge) renumber(*found, false);
+  setIntfSet(*found, intfSetOf(intfs));
+  if (!fec.isLarge) renumber(*found, true);
 }
 
 void FecRouteList::renumber(Slot slot, bool isEntered) {

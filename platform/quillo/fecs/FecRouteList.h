@@ -5,17 +5,17 @@
 // A prefix is sought if its route may have rows, as the caller decides; nextThrough() skips all others.
 //
 // Designed for a million routes. Each prefix has an entry of eight bytes in two B-trees, one by prefix and one by
-// FEC, which is 17 to 25 bytes with the overhead of the trees. A FEC costs some 80 bytes.
+// FEC, which is 17 to 25 bytes with the overhead of the trees. A FEC costs some 50 bytes.
 //
-// The search by interface (nextThrough) must skip the prefixes that resolve through other interfaces at no cost, and
-// a change of a FEC must cost less than a visit of all its prefixes: there may be a million of either. Therefore:
+// There may be a million prefixes on other interfaces, or of one FEC. So the search by interface (nextThrough) must
+// skip the former at no cost, and a change of a FEC must cost less than a visit of the latter. Therefore:
 // - FECs with more than `largeFec` prefixes, of which there are few, are searched one by one.
 // - The prefixes of all other FECs have an entry of 8 to 12 bytes in a third tree, by the FEC's set of interfaces. A
 //   change of that set renews these entries.
 
 #include <absl/container/btree_set.h>
 
-#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -83,7 +83,7 @@ class FecRouteList : public Kel::PtrInterface {
     FecId id;
     std::uint32_t prefixCount = 0;
     IntfSet intfSet = 0;
-    std::uint64_t intfsVersion = 0;  // the list's intfsVersion_ when intfSet was set; 0: never
+    std::uint32_t intfsVersion = 0;  // the list's intfsVersion_ when intfSet was set; 0: never
     bool isSought = false;
     bool isLarge = false;
   };
@@ -91,7 +91,16 @@ class FecRouteList : public Kel::PtrInterface {
     const Intfs* intfs = nullptr;
     std::uint32_t useCount = 0;  // FECs
   };
-  using SlotOf = boost::unordered_flat_map<FecId, Slot>;
+  // Finds the slot of a FEC, whose id is in fecs_ alone.
+  struct SlotById {
+    using is_transparent = void;
+    const std::deque<Fec>& fecs;
+    const FecId& idOf(const FecId& fecId) const { return fecId; }
+    const FecId& idOf(Slot slot) const { return fecs[slot].id; }
+    std::size_t operator()(const auto& key) const { return boost::hash<FecId>()(idOf(key)); }
+    bool operator()(const auto& a, const auto& b) const { return idOf(a) == idOf(b); }
+  };
+  using SlotOf = boost::unordered_flat_set<Slot, SlotById, SlotById>;
   using Numbers = absl::btree_set<std::uint64_t>;
 
   Slot slotFor(const FecId& fecId, bool isSought);
@@ -105,17 +114,17 @@ class FecRouteList : public Kel::PtrInterface {
   IntfSet intfSetOf(const Intfs& intfs);
 
   // Each entry packs address (32 bits), length (6) and slot or set (26) into one number, in the order of the tree.
-  Numbers byPrefix_;   // address, length, slot
-  Numbers byFec_;      // slot, address, length
-  Numbers byIntfSet_;  // set of interfaces, address, length; sought prefixes of FECs that are not large
-  SlotOf slotOf_, unsoughtSlotOf_;
+  Numbers byPrefix_;      // address, length, slot
+  Numbers byFec_;         // slot, address, length
+  Numbers byIntfSet_;     // set of interfaces, address, length; sought prefixes of FECs that are not large
   std::deque<Fec> fecs_;  // by slot; growth does not move elements
+  SlotOf slotOf_{0, SlotById{fecs_}, SlotById{fecs_}}, unsoughtSlotOf_{0, SlotById{fecs_}, SlotById{fecs_}};
   std::vector<Slot> freeSlots_;
   absl::btree_set<Slot> largeFecs_;
   std::map<Intfs, IntfSet> intfSetOf_;
   std::vector<KnownIntfs> intfSets_{1};
   std::vector<IntfSet> freeIntfSets_;
-  std::uint64_t intfsVersion_ = 1;
+  std::uint32_t intfsVersion_ = 1;
   std::uint64_t completeTo_ = 0;  // address, length; the list is complete below
   std::function<bool(const Route&)> isSought_;
 };

@@ -30,7 +30,7 @@ class TestStatus : public Status {
     reports.emplace_back(error.what());
   }
 
-  // Each calls the reactors.
+  // Add, change and delete entries, and notify the reactors.
   void entryIs(const ArpEntry& entry) {
     map_[entry.key] = entry;
     notify(entry.key);
@@ -52,8 +52,8 @@ class TestStatus : public Status {
   std::function<void(const VrfId&)> walkBegins = [](const auto&) {};  // may throw
   bool isInitialized = true;
   bool isReadable = true;
-  std::optional<std::string> damage;  // what every read then throws
-  std::optional<ArpKey> damagedKey;   // with damage: lookups of other keys throw nothing
+  std::optional<std::string> damage;  // every read throws CorruptionDetectedException with this text
+  std::optional<ArpKey> damagedKey;   // with `damage`: lookups of other keys do not throw
   mutable std::vector<std::string> reports;
 
  private:

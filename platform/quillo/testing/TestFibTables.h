@@ -10,8 +10,8 @@
 
 namespace Quillo {
 
-// What both tables have in common: `Base` is the table's interface, `key` an entry's key, `handler` what a change
-// calls.
+// The common part of both tables. `Base` is the table's interface, `key` the member of Entry with the key, `handler`
+// the handler of Base::Notifiee that a change of one entry calls.
 template <class Base, class Key, class Entry, Key Entry::*key, void (Base::Notifiee::*handler)(const Key&)>
 class TestTable : public Base {
  public:
@@ -35,9 +35,9 @@ class TestTable : public Base {
 
   bool isInitialized = true;
   bool areChangesNotified = true;
-  std::optional<std::string> damage;          // what every read then throws
-  bool isUnreadable = false;                  // every read then throws StoreException
-  std::map<Key, std::string> damagedEntries;  // what reads of these keys throw
+  std::optional<std::string> damage;          // every read throws CorruptionDetectedException with this text
+  bool isUnreadable = false;                  // every read throws StoreException
+  std::map<Key, std::string> damagedEntries;  // reads of these keys throw the same, with this text
   std::map<Key, Entry> map;
   mutable std::vector<std::string> reports;
   std::uint64_t currentGeneration = 0;  // unless it is 0, each change increments it
@@ -60,6 +60,7 @@ class TestTable : public Base {
   }
   template <class Visit>
   void forEach(const Key& from, const Visit& visit) const {
+    ++lookups;
     check();
     for (auto at = map.lower_bound(from); at != map.end(); ++at) {
       if (!damagedEntries.contains(at->first) && !visit(at->second)) return;
