@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstring>
 #include <filesystem>
@@ -240,8 +241,14 @@ void CounterMirror::finish() {
 
 KernelCounters readCounters(std::istream& file) {
   KernelCounters kernel;
-  std::string name;
-  for (std::uint64_t value = 0; file >> name >> value;) kernel[name] = value;
+  for (std::string line; std::getline(file, line);) {
+    const auto nameEnd = line.find_first_of(" \t");
+    const auto begin = line.find_first_not_of(" \t", nameEnd);
+    std::uint64_t value = 0;
+    if (begin == std::string::npos) break;
+    if (std::from_chars(line.data() + begin, line.data() + line.size(), value).ec != std::errc()) break;
+    kernel[line.substr(0, nameEnd)] = value;
+  }
   return kernel;
 }
 

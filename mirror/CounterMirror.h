@@ -1,18 +1,19 @@
 #pragma once
-// Publishes the counters of the interfaces of one network namespace every two seconds, and their speed and duplex mode
-// every ten, or two after their operational state has changed; and how IPv4 and IPv6 run on them (InterfaceProtocols.h).
+// Reads what the kernel does not notify of the interfaces of one network namespace, every two seconds: their counters,
+// speed and duplex mode, and how IPv4 and IPv6 run on them (InterfaceProtocols.h).
 //
-// A reading first dumps the counters of all links by rtnetlink, which are those of Interface::LinkCounters. A link gets
-// its record as soon as it is published. Speed and duplex mode are those of ETHTOOL_GLINKSETTINGS (ethtool(8)).
+// The steps of a reading:
+// - It dumps the counters of all links by rtnetlink (Interface::LinkCounters). Every fifth reading, and for an
+//   interface that is new or whose operational state has changed, it also reads speed and duplex mode
+//   (ETHTOOL_GLINKSETTINGS, ethtool(8)).
+// - Every fifth reading, if a link is down, it dumps the links for their aliases: the kernel does not notify of the
+//   alias of a link that is down.
+// - It dumps the interfaces with IPv6. Where the counters in the reply differ from those of the last reading, it reads
+//   the interface's file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The counters in the
+//   reply have numbers instead of names, and their meanings differ between kernels.)
 //
-// Every ten seconds it also lists the links if one of them is down: the kernel does not notify of an alias that is set
-// then.
-//
-// A reading then lists the interfaces with IPv6. Where the counters in the reply differ from those of the last
-// reading, it reads the interface's file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The
-// counters of rtnetlink have numbers instead of names, with meanings that differ between kernels.) An interface has a
-// record of IPv6 from its first reading on. TreeWriter deletes all records with the interface; a complete reading deletes
-// that of IPv6 when the interface is not listed any more, since it lost IPv6.
+// TreeWriter deletes all records with the interface. A complete reading deletes the IPv6 counters of an interface that
+// is not in the dump any more, since it has lost IPv6.
 
 #include <cstdint>
 #include <functional>
@@ -37,34 +38,35 @@ using KernelCounters = std::map<std::string, std::uint64_t, std::less<>>;
 // Reads a file of /proc/net/dev_snmp6, up to the first malformed line.
 KernelCounters readCounters(std::istream& file);
 
-// Converts the kernel's counters; a missing one counts as 0. Unicast is the total less multicast. The kernel reads the
-// two at different moments, so the difference may fall a little; the result then has the value of `before`.
+// Converts the kernel's counters of packets and octets; a missing one counts as 0. Unicast is the total minus
+// multicast. The kernel reads the two at different moments, so the difference may decrease a little; the result then
+// has the value of `before`.
 Ip::IntfCounters countersOf(const KernelCounters& kernel, const Ip::IntfCounters& before);
-// The other ones; a missing one is not counted.
+// Converts the kernel's counters of datagrams; a missing one is IntfDatagrams::notCounted.
 Ip::IntfDatagrams datagramsOf(const KernelCounters& kernel);
 
-// Writes the record of interface `id`. Without a record before, or if a counter has fallen, the discontinuity time
-// becomes `now`.
+// Writes the record of interface `id`. The discontinuity time becomes `now` (Kel::System::currentTime()) if there was
+// no record, or a counter has decreased.
 void setCounters(Ip::AllIntfStats& all, const Vantu::IntfId& id, const KernelCounters& kernel, Kel::Seconds now);
 
 class CounterMirror {
  public:
-  static constexpr unsigned pollsPerReading = 2;  // seconds, at one poll a second
-  static constexpr unsigned readingsPerSettings = 5;
-  static constexpr unsigned interfacesPerTurn = 100;  // some 2 ms
+  static constexpr unsigned pollsPerReading = 2;      // seconds, at one poll a second
+  static constexpr unsigned readingsPerSettings = 5;  // for speed, duplex mode and aliases
+  static constexpr unsigned interfacesPerTurn = 100;  // files read in one call of receive(): some 2 ms
 
   // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
 
-  // Is told the alias of each link.
+  // Receives the alias of each link of a dump, empty or not.
   using SetAlias = std::function<void(std::uint32_t ifIndex, const std::string& alias)>;
 
   // `phase` spreads the readings of several namespaces over the polls.
   CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf, SetAlias setAlias,
                 unsigned phase);
 
-  // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried with the
-  // next reading. An incomplete reading deletes no record.
+  // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried by the next
+  // reading. An incomplete reading deletes no record.
   bool begin();
   // Call it once a second. Returns whether a reading began. The first reading needs begin(), when the interfaces are
   // known.
@@ -99,7 +101,7 @@ class CounterMirror {
   InterfaceProtocols protocols_;
   unsigned polls_;
   std::unique_ptr<RtSocket> socket_;  // opened by the first reading, and after a failure
-  std::uint32_t sequence_ = 0;        // of the dump
+  std::uint32_t sequence_ = 0;        // of the latest dump
   RtDump dump_ = RtDump::linkCounters;
   unsigned readings_ = 0;
   bool isAnyDown_ = false;  // of the links, in this reading

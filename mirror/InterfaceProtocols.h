@@ -1,10 +1,10 @@
 #pragma once
 // Publishes how IPv4 and IPv6 run on the interfaces of one network namespace (Ip::IntfProtocol).
 //
-// CounterMirror passes what the kernel lists: the interfaces with IPv6 in each of its readings, and the parameters of
-// the neighbour tables in some of them, since few things change there and the kernel walks those of all namespaces. The
-// latter also show which interfaces have IPv4. A record is deleted by a reading that does not list the interface, and
-// by TreeWriter with the interface.
+// CounterMirror passes the replies of two dumps: the interfaces with IPv6 in each of its readings, and the parameters
+// of the neighbour tables in some of them (they rarely change, and the kernel walks those of all namespaces). The
+// latter also show which interfaces have IPv4. A complete reading deletes the record of an interface that it does not
+// list; TreeWriter deletes the records with the interface.
 
 #include <cstdint>
 #include <functional>
@@ -19,20 +19,23 @@ namespace Mirror {
 
 class InterfaceProtocols {
  public:
-  // One reading in so many also lists the neighbour tables: once a minute.
+  // One reading in this many dumps the neighbour tables too: once a minute. So does a reading that finds a new
+  // interface with IPv6.
   static constexpr unsigned readingsPerTables = 30;
 
   // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
   InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf);
 
-  void begin();  // of a reading
+  // Begins a reading.
+  void begin();
+  // Pass each message of the two dumps.
   void listed(const Ip6LinkMessage& link);
   void listed(const NeighbourParametersMessage& parameters);
-  // Call it when all interfaces with IPv6 are listed. Returns whether the neighbour tables are to be listed too; then
-  // all of them count as unlisted.
+  // Call it at the end of the dump of interfaces with IPv6. Returns whether the caller must dump the neighbour tables
+  // now.
   bool wantsTables();
-  // Publishes the reading; of an incomplete one only what it listed.
+  // Ends the reading and publishes it. An incomplete one deletes no record.
   void finish(bool isComplete);
 
  private:

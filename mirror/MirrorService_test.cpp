@@ -95,13 +95,20 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   }
   ipBatch(lines);
   waitFor([&] { return linesOf(service_->picture()).contains("eth0 status 10.0.3.249/32"); }, "the last address");
+  const std::filesystem::path report = directory_ + "/publisher.lock";
+  const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
   service_->poll();
+  std::filesystem::last_write_time(report, longAgo);
+  service_->poll();
+  EXPECT_EQ(std::filesystem::last_write_time(report), longAgo) << "readers must not take the store for current";
   EXPECT_FALSE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.")) << "or the store was not full";
   EXPECT_THAT(traces_.lines, testing::ElementsAre(HasSubstr("; trying again every second")));
   ip("addr del 10.0.3.249/32 dev eth0");
   std::filesystem::remove(filler);
   service_->poll();
   EXPECT_THAT(traces_.lines.back(), HasSubstr("is written again"));
+  service_->poll();
+  EXPECT_GT(std::filesystem::last_write_time(report), longAgo);
   expectAgreement();
   EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
 }

@@ -359,21 +359,17 @@ void NamespaceMirror::show() {
 
 void NamespaceMirror::readForwarding() {
   const bool wasUnread = std::exchange(isForwardingUnread_, false);
-  const auto tried = [&](const auto& read) {
-    try {
-      read();
-    } catch (const UnreadableFlagException& error) {
-      // It is retried every second; one line is enough.
-      QTRACE(namespaceMirrorTrace, wasUnread ? 6 : 0)
-          << error.what() << "; keeping what is known, trying again every second";
-      isForwardingUnread_ = true;
-    }
-  };
-  for (const Vantu::Af af : {Vantu::ipv4_, Vantu::ipv6_}) {
-    tried([&] { writer_.setForwarding(af, flags_.read(af)); });
+  try {
+    const IpSysctls sysctls = flags_.read();
+    writer_.setForwarding(Vantu::ipv4_, sysctls.forwardsIpv4);
+    writer_.setForwarding(Vantu::ipv6_, sysctls.forwardsIpv6);
+    writer_.setDefaults(sysctls.defaults);
+  } catch (const UnreadableFlagException& error) {
+    // It is retried every second; one line is enough.
+    QTRACE(namespaceMirrorTrace, wasUnread ? 6 : 0)
+        << error.what() << "; keeping what is known, trying again every second";
+    isForwardingUnread_ = true;
   }
-  // The cause of a failure would be the same, and is traced already.
-  if (!isForwardingUnread_) tried([&] { writer_.setDefaults(flags_.readDefaults()); });
 }
 
 }  // namespace Mirror

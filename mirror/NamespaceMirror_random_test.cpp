@@ -63,6 +63,7 @@ class RandomHistory : public NamespaceMirrorTest, public testing::WithParamInter
     const bool isIpv6 = oneIn(2);
     TestRoute route{fmt::format("{}{}{}", isIpv6 ? "2001:db" : "10.", below(4), isIpv6 ? "::/32" : ".0.0/16")};
     if (oneIn(9)) route.prefix = isIpv6 ? "::/0" : "0.0.0.0/0";
+    if (isIpv6 && oneIn(4)) route.prefix = "fe80::/64";
     route.metric = static_cast<std::uint32_t>(below(2));
     route.tos = !isIpv6 && oneIn(6) ? 16 : 0;
     route.table = oneIn(4) ? 1000 + static_cast<unsigned>(below(3)) : 254;

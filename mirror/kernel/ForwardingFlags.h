@@ -1,5 +1,5 @@
 #pragma once
-// Reads what the sysctls of a network namespace set for the whole of it: whether it forwards (net.ipv4.ip_forward,
+// Reads sysctls of a network namespace as a whole: whether it forwards (net.ipv4.ip_forward,
 // net.ipv6.conf.all.forwarding), and the defaults of packets.
 
 #include <cstdint>
@@ -7,7 +7,6 @@
 #include <string>
 
 #include "kel/Errors.h"
-#include "vantu/IpAddr.h"
 #include "vantu/NetNs.h"
 
 namespace Mirror {
@@ -19,11 +18,18 @@ class UnreadableFlagException : public Kel::Exception {
   using Kel::Exception::Exception;
 };
 
-// 0: the kernel does not have it.
+// The defaults of packets that the namespace sends. 0: the kernel does not have the sysctl.
 struct IpDefaults {
   std::uint32_t ttl = 0;           // net.ipv4.ip_default_ttl
   std::uint32_t reasmTimeout = 0;  // net.ipv4.ipfrag_time, seconds
   std::uint32_t hopLimit = 0;      // net.ipv6.conf.default.hop_limit
+};
+
+// What the sysctls say. A kernel without one of the families has false and 0 for it.
+struct IpSysctls {
+  bool forwardsIpv4 = false;  // net.ipv4.ip_forward
+  bool forwardsIpv6 = false;  // net.ipv6.conf.all.forwarding
+  IpDefaults defaults;
 };
 
 class ForwardingFlags {
@@ -37,15 +43,10 @@ class ForwardingFlags {
   explicit ForwardingFlags(std::string directory)
       : ForwardingFlags(std::make_shared<Vantu::NetNs>(), std::move(directory)) {}
 
-  // Returns whether the namespace forwards; false if the kernel lacks the family. Throws UnreadableFlagException.
-  bool read(Vantu::Af af) const;
   // Throws UnreadableFlagException.
-  IpDefaults readDefaults() const;
+  IpSysctls read() const;
 
  private:
-  // 0 without such a file. Throws UnreadableFlagException.
-  long number(const char* sysctl) const;
-
   std::shared_ptr<const Vantu::NetNs> ns_;
   std::string directory_;
 };

@@ -23,8 +23,8 @@ class Nexthops {
   bool endDump();
 
   struct Forwarding {
-    bool isBlackhole = false;
-    std::vector<RouteHop> hops;
+    bool isBlackhole = false;    // the object, or a member of the group, drops packets
+    std::vector<RouteHop> hops;  // the hops of all other members
   };
   // None without such an object; the kernel has then deleted its routes too.
   std::optional<Forwarding> forwarding(std::uint32_t id) const;

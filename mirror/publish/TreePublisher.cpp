@@ -118,7 +118,7 @@ void TreePublisher::setFailing(bool isFailing) {
 }
 
 void TreePublisher::write(What what) {
-  if (documents_ && std::exchange(isCheckDue_, false)) store_->check();
+  if (documents_ && std::exchange(isCheckDue_, false)) store_->check(!hasFailed_);
   if (!documents_) {
     if (Kel::System::currentTime() < mayMakeAnewAt_) {
       throw Quillo::StoreException(Kind::directory, "store " + config_.directory + " was made anew a moment ago");

@@ -81,7 +81,7 @@ RouteContents::Slot RouteContents::refer(const RouteContent& content) {
       at->second = free_.back();
       free_.pop_back();
     }
-    nodes_[at->second] = {&at->first, 0, fecOf(content)};
+    nodes_[at->second] = {&at->first, 0, take(resolve_(content))};
     if (content.nexthopId != 0) byNexthop_.emplace(content.nexthopId, at->second);
   }
   ++nodes_[at->second].references;
@@ -98,8 +98,7 @@ void RouteContents::release(Slot slot) {
   free_.push_back(slot);
 }
 
-RouteContents::Fec* RouteContents::fecOf(const RouteContent& content) {
-  const auto vias = resolve_(content);
+RouteContents::Fec* RouteContents::take(const std::vector<Quillo::Fib::Via>& vias) {
   if (vias.empty()) return nullptr;
   // If two sets of vias have the same hash, the later one takes the next number.
   for (auto id = Quillo::fecIdOf(vias);; id = Quillo::Fib::FecId(id.value() + 1)) {
@@ -118,7 +117,10 @@ RouteContents::Fec* RouteContents::fecOf(const RouteContent& content) {
 
 void RouteContents::fecDetached(Node& node) {
   if (!node.fec) return;
-  Fec& fec = *std::exchange(node.fec, nullptr);
+  drop(*std::exchange(node.fec, nullptr));
+}
+
+void RouteContents::drop(Fec& fec) {
   --fec.contents;
   dropIfUnused(fec);
 }
@@ -186,7 +188,7 @@ void RouteContents::resolveAgain(const std::unordered_set<Slot>& slots) {
   for (const Slot slot : slots) {
     Node& node = nodes_[slot];
     fecDetached(node);
-    node.fec = fecOf(*node.content);
+    node.fec = take(resolve_(*node.content));
   }
 }
 

@@ -21,7 +21,7 @@ namespace Mirror {
 
 // ---- the attributes of a route in the store
 
-// By the route's protocol (docs/mirror.md).
+// The type number in the store, which follows from the route's protocol and IP version (docs/mirror.md).
 Routing::Fib::RouteType routeTypeOf(const RouteContent& content);
 // The administrative distance that routers commonly give to the protocol.
 Routing::RoutePreference preferenceOf(const RouteContent& content);
@@ -31,7 +31,7 @@ bool isNotPersistent(const RouteContent& content);
 // Whether a route is static and uses a next-hop object. False for FRR's static routes: FRR makes a next-hop object for
 // nearly every route, so the object does not show how the route was configured.
 bool isNexthopGroup(const RouteContent& content);
-// `vias`: those that the content resolves to.
+// What the route does with packets. `vias`: those that the content resolves to.
 Routing::Fib::RouteAction actionOf(const RouteContent& content, const std::vector<Quillo::Fib::Via>& vias);
 
 // ---- the contents of a table
@@ -42,12 +42,13 @@ class RouteContents {
 
   struct Fec {
     Quillo::Fib::Fec fec;
-    std::uint32_t contents = 0;  // contents that resolve to it
+    std::uint32_t contents = 0;  // contents that resolve to it, and other uses of take()
     std::uint32_t stored = 0;    // routes in the store that name it
     std::int32_t planned = 0;    // the change of `stored` by the open batch
   };
 
-  // The vias of a content, sorted and unique; empty when it cannot forward (if all hops are dead, for example).
+  // The vias of a content, sorted and unique, at most Quillo::Fib::Fec::maxVias; empty when it cannot forward (if all
+  // hops are dead, for example).
   using Resolve = std::function<std::vector<Quillo::Fib::Via>(const RouteContent&)>;
   explicit RouteContents(Resolve resolve) : resolve_(std::move(resolve)) {}
   RouteContents(const RouteContents&) = delete;
@@ -75,6 +76,11 @@ class RouteContents {
   // Resolves the contents again. Callers that need the old FECs read them first.
   void resolveAgain(const std::unordered_set<Slot>& slots);
 
+  // The FEC with these vias, for as long as the caller holds it; release it with drop(). Null without vias.
+  // Requires: `vias` are sorted and unique.
+  Fec* take(const std::vector<Quillo::Fib::Via>& vias);
+  void drop(Fec& fec);
+
   // Call it for a FEC whose counts went down.
   void dropIfUnused(Fec& fec);
   // The FECs that are in the store.
@@ -94,7 +100,6 @@ class RouteContents {
 
   std::vector<Slot> having(const NexthopIds& ids) const;
   bool isOutdated(Slot slot) const;
-  Fec* fecOf(const RouteContent& content);
   void fecDetached(Node& node);
 
   Resolve resolve_;

@@ -1,8 +1,10 @@
 #include "mirror/routes/RouteFamily.h"
 
 #include <algorithm>
+#include <boost/container_hash/hash.hpp>
 
 #include "mirror/routes/RouteContents.h"
+#include "quillo/tables/FecIds.h"
 #include "quillo/tables/Records.h"
 
 namespace Mirror {
@@ -20,6 +22,19 @@ bool isSameHop(const RouteHop& a, const RouteHop& b) {
 bool isSameRoute(const RouteContent& a, const RouteContent& b) {
   return a.type == b.type && a.protocol == b.protocol && a.nexthopId == b.nexthopId && a.source == b.source &&
          std::equal(a.hops.begin(), a.hops.end(), b.hops.begin(), b.hops.end(), isSameHop);
+}
+
+// Equal for routes that are the same.
+std::uint64_t routeHash(const RouteContent& content) {
+  std::size_t hash = 0;
+  boost::hash_combine(hash, content.type);
+  boost::hash_combine(hash, content.protocol);
+  boost::hash_combine(hash, content.nexthopId);
+  for (const auto& hop : content.hops) {
+    boost::hash_combine(hash, hop.ifIndex);
+    boost::hash_combine(hash, hop.gateway.hash());
+  }
+  return hash;
 }
 
 bool hasHop(const RouteContent& content, const RouteHop& hop) {
@@ -56,7 +71,38 @@ auto RouteFamily<PrefixType>::best(const PrefixType& prefix) const -> Best {
     if (fec) found = {metric, &contents_.content(alias.content), fec};
     return fec == nullptr;
   });
+  const auto joined = joined_.find(prefix);
+  if (found.fec != nullptr && joined != joined_.end()) found.fec = joined->second;
   return found;
+}
+
+// Sets the FEC of a link-local destination that has several routes. It is kept for those alone, and made when it is
+// written: a start adds one route after another.
+template <class PrefixType>
+void RouteFamily<PrefixType>::joinHops(const PrefixType& prefix) {
+  if constexpr (!isIpv6<PrefixType>) return;
+  if (!prefix.address().isLinkLocal()) return;
+  std::vector<Quillo::Fib::Via> vias;
+  std::size_t routes = 0;
+  aliases_.forEachOf(prefix, [&](std::uint32_t, const Alias& alias) {
+    const Fec* const fec = contents_.fec(alias.content);
+    if (fec == nullptr) return true;
+    const bool isRefusal = fec->fec.via.front().intfId.empty();
+    if (isRefusal) return routes > 0;
+    ++routes;
+    vias.insert(vias.end(), fec->fec.via.begin(), fec->fec.via.end());
+    return vias.size() < Quillo::Fib::Fec::maxVias;
+  });
+  Quillo::sortVias(vias);
+  if (vias.size() > Quillo::Fib::Fec::maxVias) vias.resize(Quillo::Fib::Fec::maxVias);
+  const auto at = joined_.find(prefix);
+  Fec* const before = at == joined_.end() ? nullptr : at->second;
+  if (routes > 1) {
+    joined_[prefix] = contents_.take(vias);
+  } else if (before != nullptr) {
+    joined_.erase(at);
+  }
+  if (before != nullptr) contents_.drop(*before);
 }
 
 // Call it before the prefix changes: the store has the current state of a prefix that is not pending.
@@ -171,19 +217,53 @@ void RouteFamily<PrefixType>::beginDump(DumpStamp stamp) {
   isListing_ = true;
   touched_.clear();
   sweptTo_.reset();
+  inOrder_ = {};
 }
 
 template <class PrefixType>
 void RouteFamily<PrefixType>::endDump() {
   isListing_ = false;
   touched_.clear();
+  inOrder_ = {};
+}
+
+// Takes the next route of a dump if it is the next one of its place, or a new one behind all others, without a search
+// among the others: the kernel lists the routes of a place in succession.
+template <class PrefixType>
+bool RouteFamily<PrefixType>::dumpedInOrder(const Place& place, const RouteContent& content) {
+  auto& [at, routes, hashes] = inOrder_;
+  if (at != place) {
+    at = place;
+    routes = 0;
+    hashes.clear();
+  }
+  if (routes == 1) hashes.insert(routeHash(contents_.content(aliases_.find(place, 0)->content)));
+  Alias* const known = aliases_.find(place, routes);
+  const bool isSame = known != nullptr && isSameRoute(contents_.content(known->content), content);
+  if (known != nullptr && (!isSame || known->stamp == stamp_)) return false;
+  if (routes > 0 && !hashes.insert(routeHash(content)).second) return false;
+  ++routes;
+  if (isSame && contents_.content(known->content) == content) {
+    known->stamp = stamp_;
+    return true;
+  }
+  hasFound_ = true;
+  touch(place.prefix);
+  if (isSame) {
+    const auto slot = known->content;
+    *known = aliasOf(content);
+    contents_.release(slot);
+  } else {
+    aliases_.append(place, routes - 1, aliasOf(content));
+  }
+  return true;
 }
 
 // Routes that this dump has had are at the front of their group, in the order of the dump.
 template <class PrefixType>
 void RouteFamily<PrefixType>::dumped(const RouteMessage& message) {
   const Place place = placeOf(message);
-  if (touched_.contains(place)) return;
+  if (touched_.contains(place) || dumpedInOrder(place, message.content)) return;
   const Group before = aliases_.group(place);
   Group after = before;
   std::size_t listed = 0;
@@ -203,6 +283,10 @@ void RouteFamily<PrefixType>::dumped(const RouteMessage& message) {
     std::rotate(wanted, present, std::next(present));
   }
   change(place, before, std::move(after));
+  if (inOrder_.routes == listed) {
+    ++inOrder_.routes;
+    inOrder_.hashes.insert(routeHash(message.content));
+  }
 }
 
 template <class PrefixType>
@@ -264,6 +348,8 @@ std::vector<PrefixType> RouteFamily<PrefixType>::hide() {
   prefixes.reserve(pending_.size());
   for (const auto& [prefix, fec] : pending_) prefixes.push_back(prefix);
   pending_.clear();
+  for (const auto& [prefix, fec] : joined_) contents_.drop(*fec);
+  joined_.clear();
   isShown_ = false;
   return prefixes;
 }
@@ -273,6 +359,7 @@ void RouteFamily<PrefixType>::plan(std::size_t limit, std::vector<Fec*>& fecs) {
   plan_.clear();
   for (const auto& [prefix, before] : pending_) {
     if (plan_.size() == limit) break;
+    joinHops(prefix);
     plan_.push_back({prefix, before, best(prefix)});
     Fec* now = plan_.back().now.fec;
     if (now == before) continue;

@@ -7,6 +7,10 @@
 // one, for example. The kernel has then changed the table without a notification, so the table counts as doubtful and
 // must be dumped.
 //
+// One route of a prefix is in use: the first that can forward. Link-local destinations are different: the interface of a
+// packet chooses among their routes, of which each interface has its own (fe80::/64). These are published as one route
+// with the next hops of all.
+//
 // A dump marks and sweeps: beginDump(), dumped() for each route in the kernel's order, sweep(), endDump().
 // Notifications received during a dump override the dump, which may be older.
 
@@ -76,6 +80,16 @@ class RouteAliases {
       ++at;
     }
     while (at != map_.end() && isOf(at->first, place)) at = map_.erase(at);
+  }
+
+  // The route of this rank; null if the place has fewer routes.
+  Alias* find(const Place& place, std::size_t rank) {
+    const auto at = map_.find(keyOf(place, static_cast<std::uint16_t>(rank)));
+    return at == map_.end() ? nullptr : &at->second;
+  }
+  // Requires: the place has `rank` routes.
+  void append(const Place& place, std::size_t rank, const Alias& alias) {
+    map_.emplace(keyOf(place, static_cast<std::uint16_t>(rank)), alias);
   }
 
   // Calls visit(metric, alias) for the routes of a prefix, in order, until it returns false.
@@ -166,6 +180,7 @@ class RouteFamily {
 
   static Place placeOf(const RouteMessage& message);
   Best best(const PrefixType& prefix) const;
+  void joinHops(const PrefixType& prefix);
   void touch(const PrefixType& prefix);
   void change(const Place& place, const Group& before, Group after);
   Position find(Group& group, const RouteContent& content) const;
@@ -173,6 +188,7 @@ class RouteFamily {
   Position replacedBy(const RouteContent& content, Group& group) const;
   Position extendedBy(const RouteContent& content, Group& group) const;
   void remove(const RouteContent& content, Group& group);
+  bool dumpedInOrder(const Place& place, const RouteContent& content);
   Alias aliasOf(const RouteContent& content) { return {contents_.refer(content), stamp_}; }
   void drop(Group& group, Position alias);
   void replace(Alias& alias, const RouteContent& content);
@@ -184,10 +200,19 @@ class RouteFamily {
   bool hasFound_ = false;
   absl::btree_set<Place> touched_;  // notified since the dump began
   bool isListing_ = false;
+  // The place that the dump is at, while its routes are in the known order or new. Every interface has a route to
+  // fe80::/64, so a place may have thousands.
+  struct {
+    std::optional<Place> place;
+    std::size_t routes = 0;                    // the dump had so far; the first of the group
+    std::unordered_set<std::uint64_t> hashes;  // of these routes
+  } inOrder_;
   std::vector<RouteContents::Slot> released_;  // references to release at the end of change()
   std::optional<Place> sweptTo_;
 
   bool isShown_ = false;
+  // The FECs with the next hops of several routes to a link-local destination, as of the last plan().
+  absl::btree_map<PrefixType, Fec*> joined_;
   absl::btree_map<PrefixType, Fec*> pending_;  // with the FEC that the store has for the prefix; null: none
   struct Planned {
     PrefixType prefix;

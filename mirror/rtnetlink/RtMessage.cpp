@@ -74,6 +74,12 @@ LinkInfo linkInfoOf(Payload payload) {
   return info;
 }
 
+// Whether the link is a tunnel over IP. Its "hardware" address is the IP address of this end.
+bool isIpTunnel(unsigned hardware) {
+  constexpr unsigned tunnels[] = {ARPHRD_TUNNEL, ARPHRD_TUNNEL6, ARPHRD_SIT, ARPHRD_IPGRE, ARPHRD_IP6GRE};
+  return std::ranges::find(tunnels, hardware) != std::end(tunnels);
+}
+
 // A number of IANAifType, from the kind of a software device or the kernel's type of hardware (linux/if_arp.h).
 std::uint32_t ifTypeOf(unsigned hardware, const std::string& kind) {
   enum {
@@ -93,6 +99,7 @@ std::uint32_t ifTypeOf(unsigned hardware, const std::string& kind) {
   if (kind == "bond" || kind == "team") return ieee8023adLag;
   if (kind == "bridge") return bridge;
   if (kind == "vrf") return propVirtual;
+  if (isIpTunnel(hardware)) return tunnel;
   switch (hardware) {
     case ARPHRD_ETHER:
       return ethernetCsmacd;
@@ -102,12 +109,6 @@ std::uint32_t ifTypeOf(unsigned hardware, const std::string& kind) {
       return ppp;
     case ARPHRD_CISCO:  // ARPHRD_HDLC
       return hdlc;
-    case ARPHRD_TUNNEL:
-    case ARPHRD_TUNNEL6:
-    case ARPHRD_SIT:
-    case ARPHRD_IPGRE:
-    case ARPHRD_IP6GRE:
-      return tunnel;
     case ARPHRD_NONE:  // a tun device, WireGuard
       return kind == "wireguard" ? tunnel : propVirtual;
     case ARPHRD_INFINIBAND:
@@ -220,7 +221,7 @@ RtMessage decodeLink(const nlmsghdr& message) {
     } else if (type == IFLA_ADDRESS) {
       link.ethAddr = value.size() == 6 ? Vantu::EthAddr::fromBytes(value) : Vantu::EthAddr();
       const bool isZero = std::ranges::all_of(value, [](auto byte) { return byte == 0; });
-      if (!isZero) link.details.address.assign(value.begin(), value.end());
+      if (!isZero && !isIpTunnel(header.ifi_type)) link.details.address.assign(value.begin(), value.end());
     } else if (type == IFLA_MASTER) {
       link.master = readAs<std::uint32_t>(value, "IFLA_MASTER");
     } else if (type == IFLA_LINKINFO) {

@@ -21,14 +21,14 @@
 
 namespace Mirror {
 
-// What an interface is; of a whole RTM_NEWLINK.
+// The properties of an interface that a whole RTM_NEWLINK has.
 struct LinkDetails {
   std::uint32_t ifType = 1;  // IANAifType
   std::uint32_t mtu = 0;
   std::string address;         // as bytes; empty without one, and for an address of zeros
   std::string alias;           // may hold any bytes
   bool isPromiscuous = false;  // accepts all frames
-  bool hasConnector = false;   // it is a device of a bus, not one of software
+  bool hasConnector = false;   // it is a device on a bus, not one made by software
   std::uint32_t lower = 0;     // ifIndex of the interface that it runs over, in the same namespace; 0: none
   bool isPort = false;         // `master` runs over it: a bond or a bridge, not a VRF device
   friend bool operator==(const LinkDetails&, const LinkDetails&) = default;
@@ -141,7 +141,8 @@ struct RouteMessage {
   std::uint8_t tos = 0;      // 0: any
   std::uint32_t metric = 0;  // the lowest is preferred
   RouteContent content;
-  // Of a route by a router advertisement: the seconds that are left, and the router's preference (RFC 4191: -1 to 1).
+  // For a route from a router advertisement: its remaining lifetime in seconds, and the router's preference (RFC 4191:
+  // -1 to 1).
   std::optional<std::uint32_t> expires = std::nullopt;
   std::int32_t preference = 0;
 };

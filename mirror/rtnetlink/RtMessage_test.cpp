@@ -55,17 +55,26 @@ TEST(RtMessageTest, detailsOfLinks) {
     bool isElsewhere;  // IFLA_LINK
     std::uint32_t ifType, lower;
     bool isPort;
+    Bytes address, physAddress;
   };
-  for (const auto& [hardware, kind, masterKind, isElsewhere, ifType, lower, isPort] :
-       {Case{ARPHRD_ETHER, "vlan", "bond", false, 135, 3, true},
-        {ARPHRD_ETHER, "macvlan", "vrf", false, 6, 3, false},
-        {ARPHRD_ETHER, "vlan", "bridge", true, 135, 0, true},
-        {ARPHRD_ETHER, "veth", "team", false, 6, 0, true},
-        {ARPHRD_ETHER, "bond", "bridge", false, 161, 3, true},
-        {ARPHRD_TUNNEL6, "ip6tnl", "vrf", false, 131, 3, false},
-        {ARPHRD_ETHER, "vrf", "vrf", false, 53, 3, false},
-        {ARPHRD_NONE, "wireguard", "vrf", false, 131, 3, false},
-        {ARPHRD_IEEE80211, "", "vrf", false, 1, 3, false}}) {
+  const Bytes ethernet{2, 0, 0, 0, 0, 1}, ipv4{10, 0, 0, 1}, ipv6(16, 0xfd), eui64(8, 0xab), guid(20, 0x80);
+  for (const auto& [hardware, kind, masterKind, isElsewhere, ifType, lower, isPort, given, physAddress] :
+       {Case{ARPHRD_ETHER, "vlan", "bond", false, 135, 3, true, ethernet, ethernet},
+        {ARPHRD_ETHER, "macvlan", "vrf", false, 6, 3, false, ethernet, ethernet},
+        {ARPHRD_ETHER, "vlan", "bridge", true, 135, 0, true, ethernet, ethernet},
+        {ARPHRD_ETHER, "veth", "team", false, 6, 0, true, ethernet, ethernet},
+        {ARPHRD_ETHER, "bond", "bridge", false, 161, 3, true, Bytes(6), {}},
+        {ARPHRD_ETHER, "gretap", "vrf", false, 6, 3, false, ethernet, ethernet},
+        {ARPHRD_TUNNEL, "ipip", "vrf", false, 131, 3, false, ipv4, {}},
+        {ARPHRD_SIT, "sit", "vrf", false, 131, 3, false, ipv4, {}},
+        {ARPHRD_IPGRE, "gre", "vrf", false, 131, 3, false, ipv4, {}},
+        {ARPHRD_TUNNEL6, "ip6tnl", "vrf", false, 131, 3, false, ipv6, {}},
+        {ARPHRD_IP6GRE, "ip6gre", "vrf", false, 131, 3, false, ipv6, {}},
+        {ARPHRD_INFINIBAND, "", "vrf", false, 199, 3, false, guid, guid},
+        {ARPHRD_IEEE1394, "", "vrf", false, 1, 3, false, eui64, eui64},
+        {ARPHRD_ETHER, "vrf", "vrf", false, 53, 3, false, ethernet, ethernet},
+        {ARPHRD_NONE, "wireguard", "vrf", false, 131, 3, false, {}, {}},
+        {ARPHRD_IEEE80211, "", "vrf", false, 1, 3, false, ethernet, ethernet}}) {
     Bytes info = attributeBytes(IFLA_INFO_KIND, std::string(kind));
     append(info, attributeBytes(IFLA_INFO_SLAVE_KIND, std::string(masterKind)));
     if (std::string(kind) == "vrf")
@@ -75,9 +84,10 @@ TEST(RtMessageTest, detailsOfLinks) {
     message.attribute(IFLA_IFNAME, std::string("x0")).attribute(IFLA_LINK, 3U).attribute(IFLA_MASTER, 4U);
     message.attribute(IFLA_LINKINFO | NLA_F_NESTED, info).attribute(IFLA_PROMISCUITY, 2U);
     if (isElsewhere) message.attribute(IFLA_LINK_NETNSID, 0);
-    message.attribute(IFLA_IFALIAS, std::string("a\xff")).attribute(IFLA_ADDRESS, Bytes{10, 0, 0, 1});
+    message.attribute(IFLA_IFALIAS, std::string("a\xff")).attribute(IFLA_ADDRESS, given);
     message.attribute(IFLA_PARENT_DEV_NAME, std::string("0000:00:03.0")).attribute(IFLA_MTU, 9000U);
-    const LinkDetails expected{ifType, 9000, std::string("\x0a\0\0\x01", 4), "a\xff", true, true, lower, isPort};
+    const std::string phys(physAddress.begin(), physAddress.end());
+    const LinkDetails expected{ifType, 9000, phys, "a\xff", true, true, lower, isPort};
     EXPECT_EQ(std::get<LinkMessage>(decodeBytes(message.bytes())).details, expected) << kind;
   }
 }

@@ -1,6 +1,6 @@
 #pragma once
-// What is published, as lines of text: as it is in the picture and in the store, and as it must be for a kernel, worked
-// out apart from the code under test.
+// For tests: the published state as lines of text. publishedLines() reads them from the picture and the store;
+// expectedLines() and expectedRouteLines() compute them from a FakeKernel, without the code under test.
 //
 //   eth0 link 2 running
 //   eth0 l3 default default
@@ -24,20 +24,21 @@ namespace Mirror::Test {
 
 using Lines = std::set<std::string>;
 
-// ---- for a kernel
+// ---- expected, from a kernel
 
 inline bool isRunning(const TestLink& link) {
   return (link.flags & IFF_UP) && (link.operState == IF_OPER_UP || link.operState == IF_OPER_UNKNOWN);
 }
 
-// What the VRF of a namespace is called and numbered.
+// The name and id of a VRF.
 struct TestScope {
   std::string vrf = "default";
   unsigned id = 0;
   std::string intf(const std::string& name) const { return id == 0 ? name : vrf + "/" + name; }
 };
 
-// The VRF that a link of the default namespace is in, given the ids of the VRF devices that are served.
+// The VRF of a link of the default namespace; none if its VRF device is not served. `ids`: those of the VRF devices
+// that are served, by name.
 inline std::optional<TestScope> scopeOf(const FakeKernel& kernel, const TestLink& link,
                                         const std::map<std::string, unsigned>& ids) {
   const auto master = kernel.links.find(static_cast<int>(link.master));
@@ -100,7 +101,7 @@ inline std::string typeOf(const TestRoute& route) {
                      route.protocol == RTPROT_BOOT ? " not persistent" : "", isGroup ? " group" : "");
 }
 
-// What the route forwards on; empty when that is nothing.
+// The vias of a route; empty if it cannot forward and does not refuse packets either.
 inline Lines expectedVias(const FakeKernel& kernel, const TestRoute& route, const TestScope& scope) {
   const std::string none = route.isIpv6() ? "::" : "0.0.0.0";
   std::vector<TestHop> hops = route.hops;
@@ -130,8 +131,13 @@ inline Lines expectedVias(const FakeKernel& kernel, const TestRoute& route, cons
 using VrfsByTable = std::multimap<std::uint32_t, unsigned>;
 
 inline Lines expectedRouteLines(const FakeKernel& kernel, const VrfsByTable& vrfs, const TestScope& scope = {}) {
-  using Rank = std::tuple<std::uint8_t, std::uint32_t>;
-  std::map<std::string, std::pair<Rank, std::string>> best;
+  struct Usable {
+    std::tuple<std::uint8_t, std::uint32_t> rank;
+    std::string text;
+    Lines vias;
+    bool isRefusal() const { return vias.begin()->find("@ ") != std::string::npos; }
+  };
+  std::map<std::string, std::vector<Usable>> byPrefix;
   for (const auto& route : kernel.routes) {
     const bool isKept = route.type == RTN_UNICAST || route.type == RTN_BLACKHOLE || route.type == RTN_UNREACHABLE ||
                         route.type == RTN_PROHIBIT;
@@ -140,19 +146,26 @@ inline Lines expectedRouteLines(const FakeKernel& kernel, const VrfsByTable& vrf
     const auto [first, last] = vrfs.equal_range(route.table);
     for (auto vrf = first; vrf != last; ++vrf) {
       const std::string key = fmt::format("{} {}", vrf->second, route.prefix);
-      const Rank rank{route.tos, route.metric};
-      if (best.contains(key) && best.at(key).first <= rank) continue;
-      best[key] = {rank, fmt::format("{} {} metric {} {}", key, typeOf(route), route.metric, fmt::join(vias, " "))};
+      byPrefix[key].push_back(
+          {{route.tos, route.metric}, fmt::format("{} {} metric {}", key, typeOf(route), route.metric), vias});
     }
   }
   Lines lines;
-  for (const auto& [key, entry] : best) lines.insert(entry.second);
+  for (auto& [prefix, routes] : byPrefix) {
+    std::ranges::stable_sort(routes, {}, &Usable::rank);
+    Usable best = routes.front();
+    for (const auto& other : routes) {
+      const bool isJoined = prefix.find(" fe80:") != std::string::npos && !best.isRefusal() && !other.isRefusal();
+      if (isJoined) best.vias.insert(other.vias.begin(), other.vias.end());
+    }
+    lines.insert(fmt::format("{} {}", best.text, fmt::join(best.vias, " ")));
+  }
   return lines;
 }
 
-// ---- in the picture
+// ---- published, from the picture
 
-// Adds the lines of a record; an address in both places is a fault that shows as a line of its own.
+// Adds the lines of a record. An address that is both first and secondary is a fault, which adds a line of its own.
 template <class Record>
 void addIpv4(Lines& lines, const std::string& start, const Vantu::IpAddrWithMask& first, const Record& record) {
   if (first != Vantu::IpAddrWithMask()) lines.insert(start + first.stringValue());
@@ -211,7 +224,7 @@ inline Lines linesOf(const Picture& picture) {
   return lines;
 }
 
-// ---- in the store
+// ---- published, from the store
 
 // Calls `visit` with the key and the entry of each record of a table.
 template <class Record, class Visit>
@@ -255,7 +268,7 @@ void addRoutes(Lines& lines, const Quillo::Snapshot& snapshot, const FecTexts& f
   });
 }
 
-// With a line for each FEC that nobody refers to, or that has the vias of another one.
+// Also has a line for each fault: a FEC that no route refers to, or that has the same vias as another one.
 inline Lines routeLines(const Quillo::Snapshot& snapshot) {
   Lines lines, used, known;
   FecTexts fecs;

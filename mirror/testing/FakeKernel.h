@@ -1,6 +1,6 @@
 #pragma once
-// A kernel for tests: objects that tests change, an rtnetlink queue of limited size, and dumps that are produced piece
-// by piece while they are read, as the real one does it. Of routes it keeps quiet where the real one does.
+// For tests: a kernel in memory. It has objects that a test changes, an rtnetlink queue of limited size, and dumps that
+// it produces piece by piece while they are read. Like the real kernel, it deletes some routes without a notification.
 
 #include <deque>
 #include <functional>
@@ -16,30 +16,31 @@
 
 namespace Mirror::Test {
 
+// An operation ...Is() adds or changes an object, ...Del() deletes one; both send the kernel's notifications.
 class FakeKernel : public RtChannel {
  public:
   static constexpr std::uint32_t port = 4711;
 
-  // ---- what there is; change it here before a dump, and by the operations below afterwards
-  std::map<int, TestLink> links;
+  // ---- the objects. Change them directly before a dump, and by the operations below afterwards.
+  std::map<int, TestLink> links;       // by ifIndex
   std::vector<TestAddress> addresses;  // in the order of the kernel's lists
   std::vector<TestNeighbour> neighbours;
-  std::vector<TestRoute> routes;  // of one place in the kernel's order
+  std::vector<TestRoute> routes;  // those of one TestRoute::place() in the kernel's order
   std::map<std::uint32_t, TestNexthop> nexthops;
 
-  // ---- how it behaves
-  std::size_t queueLimit = SIZE_MAX;            // datagrams; what comes beyond is lost
+  // ---- behaviour
+  std::size_t queueLimit = SIZE_MAX;            // datagrams; further ones are lost
   std::size_t objectsPerPiece = 3;              // of a dump
-  std::function<bool()> isPieceLate = never;    // the next notification overtakes a piece that is ready
-  std::function<bool()> isInterrupted = never;  // the dump says so in its last message
-  int dumpStatus = 0;                           // an errno: dumps are refused
-  bool isDumpSilent = false;                    // a dump is never answered
-  std::function<bool()> isSendRefused = never;  // a dump cannot be asked for
-  bool isReopenRefused = false;
-  bool keepsAddresses = false;                  // of links that go down, IPv6; they are tentative then
-  std::function<void()> beforeReceive = [] {};  // what happens meanwhile
+  std::function<bool()> isPieceLate = never;    // whether a piece is queued only after the next notification
+  std::function<bool()> isInterrupted = never;  // whether a dump's last message has NLM_F_DUMP_INTR
+  int dumpStatus = 0;                           // an errno with which dumps are refused; 0: they are not
+  bool isDumpSilent = false;                    // dumps are never answered
+  std::function<bool()> isSendRefused = never;  // whether dump() throws
+  bool isReopenRefused = false;                 // whether reopen() throws
+  bool keepsAddresses = false;                  // keep_addr_on_down: IPv6 addresses become tentative
+  std::function<void()> beforeReceive = [] {};  // called at each receive()
 
-  // ---- what was asked of it
+  // ---- numbers of calls
   unsigned dumps = 0;
   unsigned reopened = 0;
 
@@ -75,7 +76,7 @@ class FakeKernel : public RtChannel {
     *(present == addresses.end() ? addresses.insert(present, address) : present) = address;
     notify(describe(Message(RTM_NEWADDR), address));
   }
-  // Without a word the routes go that prefer it as their source.
+  // Deletes the routes that prefer the address as their source, without a notification.
   void addressDel(const TestAddress& address) {
     const TestAddress gone = *find(addresses, address);
     addresses.erase(find(addresses, address));
@@ -129,7 +130,7 @@ class FakeKernel : public RtChannel {
     routes.erase(routes.begin() + static_cast<std::ptrdiff_t>(index));
     notify(describe(Message(RTM_DELROUTE), gone));
   }
-  // One of the hops of an IPv6 multipath route.
+  // Deletes the last hop of an IPv6 multipath route.
   void hopDel(std::size_t index) {
     TestRoute gone = routes[index];
     routes[index].hops.pop_back();
@@ -205,7 +206,8 @@ class FakeKernel : public RtChannel {
     return std::find_if(all.begin(), all.end(), [&](const Object& other) { return other.isSame(wanted); });
   }
 
-  // Without a word: of a link that goes down the next-hop objects go, and the routes without another hop.
+  // Marks the hops on a link as dead or alive. If it is down, deletes its next-hop objects, and the routes whose hops
+  // are all dead, without a notification.
   void markRoutes(int ifIndex, bool isDown) {
     std::vector<std::uint32_t> gone;
     for (const auto& [id, nexthop] : nexthops) {
@@ -220,7 +222,8 @@ class FakeKernel : public RtChannel {
              std::all_of(route.hops.begin(), route.hops.end(), [](const TestHop& hop) { return hop.isDead; });
     });
   }
-  // With the routes that refer to it, of which the kernel says nothing, and groups that are left without a member.
+  // Deletes a next-hop object, the routes that refer to it (without a notification), and groups without another member.
+  // `isTold`: changes of groups are notified.
   void dropNexthop(std::uint32_t id, bool isTold) {
     nexthops.erase(id);
     std::erase_if(routes, [&](const TestRoute& route) { return route.nexthopId == id; });
@@ -260,18 +263,18 @@ class FakeKernel : public RtChannel {
     return all;
   }
 
-  // The next few objects by their place in the list, so that one is passed over when another before it has gone.
+  // Produces the next objects by their number in the list. So it skips an object if one before it was deleted.
   void producePiece() {
     const auto all = objects();
     Bytes piece;
-    // The kernel goes on with the next prefix there, whatever has become of others.
+    // The kernel continues a dump of IPv4 routes after the last prefix, so it skips none.
     const std::size_t limit = dumped_.what == RtDump::ipv4Routes ? SIZE_MAX : objectsPerPiece;
     for (std::size_t count = 0; count < limit && dumped_.next < all.size(); ++count, ++dumped_.next) {
       append(piece, all[dumped_.next]);
     }
     if (!dumpedState_) dumpedState_ = all;
     if (dumped_.next >= all.size()) {
-      // The kernel has a counter of changes, but for neighbours and routes.
+      // The kernel detects changes during a dump by a counter, except those of neighbours and routes.
       const bool isCounted = dumped_.what <= RtDump::ipv6Addresses || dumped_.what == RtDump::nexthops;
       const bool hasChanged = *dumpedState_ != all && isCounted;
       const std::uint16_t flags = hasChanged || isInterrupted() ? NLM_F_DUMP_INTR : 0;

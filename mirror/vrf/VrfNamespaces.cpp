@@ -90,21 +90,28 @@ bool VrfNamespaces::drain(std::set<std::string>& names) {
 
 std::vector<VrfNamespaces::Change> VrfNamespaces::changes() {
   std::set<std::string> names;
-  if (!drain(names)) return lookOver();
+  if (!drain(names)) return lookAtAll();
   const Kel::Seconds now = Kel::System::currentTime();
   for (const auto& [name, wait] : waiting_) {
     if (wait.next <= now) names.insert(name);
   }
-  std::vector<Change> changes;
-  for (const auto& name : names) look(name, changes);
-  return changes;
+  return lookAt(names);
 }
 
 std::vector<VrfNamespaces::Change> VrfNamespaces::lookOver() {
+  const int watched = watch_;
   watch();
   std::set<std::string> names;
-  drain(names);
-  names.clear();
+  const bool areAllKnown = drain(names) && watch_ >= 0 && watch_ == watched;
+  if (looks_++ % looksPerListing == 0 || !areAllKnown) return lookAtAll();
+  for (const auto& [name, wait] : waiting_) names.insert(name);
+  for (const auto& [name, why] : complaints_) names.insert(name);
+  return lookAt(names);
+}
+
+std::vector<VrfNamespaces::Change> VrfNamespaces::lookAtAll() {
+  watch();
+  std::set<std::string> names;
   for (const auto& [name, id] : present_) names.insert(name);
   for (const auto& [name, wait] : waiting_) names.insert(name);
   for (const auto& [name, why] : complaints_) names.insert(name);
@@ -112,6 +119,10 @@ std::vector<VrfNamespaces::Change> VrfNamespaces::lookOver() {
   for (std::filesystem::directory_iterator at(directory_, error), end; !error && at != end; at.increment(error)) {
     names.insert(at->path().filename().string());
   }
+  return lookAt(names);
+}
+
+std::vector<VrfNamespaces::Change> VrfNamespaces::lookAt(const std::set<std::string>& names) {
   std::vector<Change> changes;
   for (const auto& name : names) look(name, changes);
   return changes;

@@ -25,7 +25,8 @@ class VrfNamespaces {
     std::shared_ptr<const Vantu::NetNs> ns;  // null: the namespace was deleted
   };
 
-  // `own` is the default VRF's namespace; files that name it are refused.
+  // `own` is the default VRF's namespace; files that name it are refused. Throws Kel::Exception if inotify is not
+  // available.
   VrfNamespaces(std::string directory, const Vantu::NetNs::Id& own);
   ~VrfNamespaces();
   VrfNamespaces(const VrfNamespaces&) = delete;
@@ -36,7 +37,9 @@ class VrfNamespaces {
   // The changes since the last call, from notifications and due examinations. The deletion of a name precedes its
   // addition.
   std::vector<Change> changes();
-  // The same after examining every file. Call it at the start and once a second.
+  // The same after examining every file that is not served. Call it at the start and once a second. Every tenth time,
+  // and whenever notifications may be missing, it examines the served ones too: there may be thousands, and the kernel
+  // notifies of their deletion.
   std::vector<Change> lookOver();
   // When to call changes() even without a notification; infinity: never.
   Kel::Seconds nextLook() const;
@@ -54,8 +57,12 @@ class VrfNamespaces {
     Kel::Seconds interval = 0;
   };
 
+  static constexpr unsigned looksPerListing = 10;
+
   void watch();
   bool drain(std::set<std::string>& names);
+  std::vector<Change> lookAtAll();
+  std::vector<Change> lookAt(const std::set<std::string>& names);
   void look(const std::string& name, std::vector<Change>& changes);
   void lost(const std::string& name, std::vector<Change>& changes);
   void waitFor(const std::string& name);
@@ -68,6 +75,7 @@ class VrfNamespaces {
   int inotify_;
   int watch_ = -1;  // of the directory; while it is missing, of its parent
   bool isDirectoryThere_ = false;
+  unsigned looks_ = 0;
   Vantu::NetNs::Id directoryId_;                     // device and inode of the watched directory
   std::map<std::string, Vantu::NetNs::Id> present_;  // by file name
   std::map<std::string, Wait> waiting_;
