@@ -12,7 +12,7 @@
 namespace AgentSnmp {
 
 enum PublisherState : int {
-  publisherNone = 1,     // none was seen since the agent started, and there is no store
+  publisherNone = 1,     // none runs, and the store's directory shows no trace of an earlier one
   publisherAlive = 2,    // it runs and reports once a second
   publisherSilent = 3,   // it runs, but has not reported for a while: it hangs or is stopped
   publisherGone = 4,     // it has ended
@@ -58,9 +58,9 @@ class AgentMib : public Kel::Entity {
   KEL_STORED(Kel::Seconds, lastCommit, LastCommit, 0)
   KEL_STORED(Kel::Seconds, lastPass, LastPass, 0)  // when a publisher last completed one
 
-  // Whether what a publisher wrote is answered: there was a complete pass, and it is not too old.
+  // Whether the objects that a publisher feeds are answered: there was a complete pass, and the state is not stale.
   KEL_STORED(bool, isServing, IsServing, false)
-  KEL_STORED(bool, isStale, IsStale, false)  // it is too old (quorinStaleAfter)
+  KEL_STORED(bool, isStale, IsStale, false)  // older than quorinStaleAfter
 
   KEL_STORED(std::uint64_t, storeBytes, StoreBytes, 0)
   KEL_STORED(std::uint64_t, damageCount, DamageCount, 0)  // damage that the agent met since it started

@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <vector>
 
 #include "ipsnmp/ProtocolMap.h"
 #include "kel/Errors.h"
@@ -81,17 +83,21 @@ int PhysicalStateToAsnInteger(const Ip::IpVersion& version, unsigned char* buffe
 
 int IpAddressPrefixEntryToAsnOid(Kel::Ptr<IpSnmp::IpAddressPrefixEntry const> entry, unsigned char* buffer,
                                  int length) {
-  Snmp::ObjectIdentifier oid{0, 0};
+  // Not an ObjectIdentifier, which ends at 128 sub-identifiers; the buffer is the limit.
+  std::vector<std::uint32_t> words{0, 0};
   if (entry) {
     const auto& index = entry->index();
-    oid = {1, 3, 6, 1, 2, 1, 4, 32, 1, 5};  // ipAddressPrefixOrigin
-    oid.append(index.ifIndex());
-    oid.append(static_cast<std::uint32_t>(index.version()));
-    oid.append(static_cast<std::uint32_t>(index.bytes().bytes()));
-    for (const std::uint8_t byte : index.bytes().octets()) oid.append(byte);
-    oid.append(index.length());
+    words = {1, 3, 6, 1, 2, 1, 4, 32, 1, 5};  // ipAddressPrefixOrigin
+    words.push_back(index.ifIndex());
+    words.push_back(static_cast<std::uint32_t>(index.version()));
+    words.push_back(static_cast<std::uint32_t>(index.bytes().bytes()));
+    for (const std::uint8_t byte : index.bytes().octets()) words.push_back(byte);
+    words.push_back(index.length());
   }
-  return std::max(0, SnmpObjectIdentifierToAsnOidF(oid, buffer, length));
+  const std::size_t bytes = words.size() * sizeof(words.front());
+  if (length < 0 || bytes > static_cast<std::size_t>(length)) return 0;
+  std::memcpy(buffer, words.data(), bytes);
+  return static_cast<int>(bytes);
 }
 
 Ip::IpVersion AsnIntegerToIpVersion(void* value) {

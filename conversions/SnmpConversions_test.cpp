@@ -34,6 +34,9 @@ TEST(SnmpConversions, aValueThatDoesNotFitIsNotWritten) {
   EXPECT_EQ(IpAddressPrefixEntryToAsnOid(prefix, buffer.data(), 71), 0) << "empty rather than failed";
   EXPECT_EQ(buffer, untouched);
   EXPECT_EQ(IpAddressPrefixEntryToAsnOid(prefix, buffer.data(), 72), 72);
+  const auto longPrefix = Kel::makePtr<IpSnmp::IpAddressPrefixEntry>(
+      IpSnmp::IpAddressPrefixKey(5, Ip::ipVersion4, Snmp::String(std::string(120, 'a')), 16));
+  EXPECT_EQ(IpAddressPrefixEntryToAsnOid(longPrefix, buffer.data(), 72), 0);
 }
 
 TEST(SnmpConversions, nexthopGroupTypesAreTheirNumbers) {

@@ -30,9 +30,26 @@ struct World {
       neighbourIs(*tree.ipMib, i % 5, text, neighbours);
       neighbourIs(*tree.ipMib, i % 5, fmt::format("fe80::{}", i), neighbours);
       routes.routeIs(fmt::format("10.{}.{}.0/{}", i % 4, i, 24 + i % 8), 1 + i % 3);
+      Quillo::Fib6::Route route;
+      route.prefix = Vantu::Ip6Prefix::fromString(fmt::format("2001:db8:{}::/{}", i, 48 + i % 80));
+      route.fecId = Quillo::Fib::FecId(1 + i % 4);
+      routes.routes6->routeIs(route);
+      tree.ipVrfMib->vrfTableIs(Snmp::String(fmt::format("v{}", i)), nullptr, nullptr, nullptr);
+      tree.agentMib->vrfTableIs(Snmp::String(fmt::format("v{}", i)));
+      tree.fibStatsMib->routeInc(Ip::IpVersion(1 + i % 2), FibStatsSnmp::routeTypeStatic, i % 33);
+    }
+    for (unsigned ifIndex = 1; ifIndex < 8; ++ifIndex) {
+      ifTableIs(*tree.ifTables, ifIndex, ifIndex % 3);
+      interfaceIs(*tree.ipMib, Ip::IpVersion(1 + ifIndex % 2), ifIndex, ifIndex);
+      tree.ipMib->ipDefaultRouterTableIs(IpSnmp::DefaultRouterIndex(inetAddress("10.0.0.1"), ifIndex));
+      tree.ipMib->ipDefaultRouterTableIs(IpSnmp::DefaultRouterIndex(inetAddress("fe80::1"), ifIndex));
+      tree.ipMib->ipIfStatsTableIs(IpSnmp::IpVersionIfIndex(Ip::ipVersion6, ifIndex));
+      tree.ipVrfMib->vrfIfTableIs(ifIndex)->vrfNameIs("v1");
+      routes.intfIs(fmt::format("eth{}", ifIndex), static_cast<std::int32_t>(ifIndex));
     }
     routes.fecIs(1, {{"10.1.1.1", ""}});
     routes.fecIs(2, {{"10.1.1.2", ""}, {"10.1.1.3", ""}});
+    routes.fecIs(4, {{"fe80::1", "eth1"}, {"fe80::1", "eth2"}, {"2001:db8::1", ""}});
     routes.settle();
     for (const auto& object : mibObjects()) {
       if (object.isTable()) tables.push_back(object);

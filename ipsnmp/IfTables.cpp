@@ -6,10 +6,10 @@ KEL_TYPE_DEFINE(IpSnmp::IfTables)
 
 namespace IpSnmp {
 
-Interface::OperStatus IfEntry::operStatus() const {
-  const auto known = status()->operStatus();
+Interface::OperStatus ifOperStatus(const Interface::IntfStatus& status) {
+  const auto known = status.operStatus();
   if (known != Interface::operStatusUnknown) return known;
-  switch (status()->adminStatus()) {
+  switch (status.adminStatus()) {
     case Interface::adminStatusUp:
       return Interface::operStatusUp;
     case Interface::adminStatusDown:
@@ -66,7 +66,9 @@ void IfTables::setPairs(std::uint32_t ifIndex, const Pairs& pairs) {
     };
     for (const auto& pair : known) {
       for (const auto end : {pair.first, pair.second}) ends_.erase({end, ifIndex, pair});
-      if (areBothThere(pair)) disconnect(pair);
+      const auto isStatedBy = [&](std::uint32_t end) { return ends_.contains({pair.first, end, pair}); };
+      const bool isStated = isStatedBy(pair.first) || isStatedBy(pair.second);  // by the record of the other end
+      if (areBothThere(pair) && !isStated) disconnect(pair);
     }
     for (const auto& pair : pairs) {
       for (const auto end : {pair.first, pair.second}) ends_.emplace(end, ifIndex, pair);

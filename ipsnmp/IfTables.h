@@ -1,6 +1,6 @@
 #pragma once
-// The interface tables of one context: ifTable and what extends it (RFC 2863, RFC 3635), and ifStackTable.
-// IfTableSm (ipsnmp/agent/interface) keeps them.
+// The cache of one context's interface tables: ifTable with the tables that extend it (RFC 2863, RFC 3635), and
+// ifStackTable. IfTableSm (ipsnmp/agent/interface) keeps it current.
 
 #include <absl/container/btree_set.h>
 
@@ -15,27 +15,32 @@
 
 namespace IpSnmp {
 
-// One interface. Its values are those of the state database at the time of a request. A row may be in several caches.
+// ifOperStatus of an interface: the state of its record; if that is unknown, the administrative state. (Drivers of
+// virtual interfaces often do not report a state.)
+Interface::OperStatus ifOperStatus(const Interface::IntfStatus& status);
+
+// One interface: a row of ifTable, ifXTable and dot3StatsTable. Most columns are read from the records of the state
+// database at each request. The caches of several contexts may share a row.
 class IfEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IfEntry", IfEntry, Kel::Notifier)
  public:
   KEL_CONSTRUCTOR(IfEntry, ((std::uint32_t, ifIndex))((Kel::Ptr<const Interface::IntfStatus>, status)))
   KEL_REFERENCE(const Interface::IntfCounters, counters, Counters)  // null: none known
-  // Received packets less those to groups. The two are counted one after the other; this value does not fall for that.
+  // Received packets minus received multicast packets. The kernel does not update both at the same time; this value
+  // does not decrease because of that.
   KEL_STORED(std::uint64_t, inUcastPkts, InUcastPkts, 0)
-  // Times of the framework's clock. 0: before the agent was ready, or never.
+  // Times, in seconds of the framework's clock (Kel::System); 0: never, or before the agent was ready.
   KEL_STORED(double, lastChange, LastChange, 0.0)                // of the operational state
-  KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)  // a counter fell
+  KEL_STORED(double, discontinuityTime, DiscontinuityTime, 0.0)  // when a counter decreased or the row was made
 
   Kel::String name() const { return Kel::String(status()->intfId().localName()); }
-  // An interface whose driver does not know its state is up while it is enabled.
-  Interface::OperStatus operStatus() const;
+  Interface::OperStatus operStatus() const { return ifOperStatus(*status()); }
   KEL_COMPUTED(name)
   KEL_COMPUTED(operStatus)
   KEL_TYPE_END_DECLARE
 };
 
-// The index of ifStackTable: `higher` runs over `lower`. 0: there is none.
+// The index of ifStackTable: the interface with ifIndex `higher` runs over that with ifIndex `lower`. 0: none.
 class IfStackKey {
   KEL_VALUE_TYPE("IpSnmp::IfStackKey", IfStackKey, ((std::uint32_t, higher))((std::uint32_t, lower)))
 };
@@ -47,16 +52,16 @@ class IfStackEntry : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 };
 
-// The default context's cache is named "iftables", that of a VRF for the VRF.
+// The default context's cache is named "iftables"; every other cache has its VRF's name.
 class IfTables : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IfTables", IfTables, Kel::Entity)
  public:
   KEL_NAMED(IfTables, Kel::Entity)
   KEL_MEMBERS(Ordered, std::uint32_t, IfEntry, ifTable, IfTable)
-  // A row for each pair of interfaces of this cache of which one runs over the other; a row (0, i) for each interface
-  // with none above it, and (i, 0) for each with none below.
+  // A row for each pair of interfaces in this cache of which one runs over the other. Also a row (0, i) for each
+  // interface i below no other one, and (i, 0) for each interface i above no other one.
   KEL_MEMBERS(Ordered, IfStackKey, IfStackEntry, ifStackTable, IfStackTable)
-  // When a row was added or deleted last. 0: before the agent was ready.
+  // When a row was last added or deleted, in seconds of the framework's clock; 0: before the agent was ready.
   KEL_STORED(double, ifTableLastChange, IfTableLastChange, 0.0)
   KEL_STORED(double, ifStackLastChange, IfStackLastChange, 0.0)
   std::int32_t ifNumber() const { return static_cast<std::int32_t>(ifTable().size()); }
@@ -64,10 +69,11 @@ class IfTables : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 
  public:
-  // Enters the interface, in place of another one of its ifIndex, and its place in the stack as its record has it now.
-  // `now` becomes the time of what changes; 0 leaves the times.
+  // Adds the interface, or replaces another one that has its ifIndex. Makes its rows of ifStackTable agree with
+  // lowerIfIndex and upperIfIndex of its status record. A table that changes gets `now` as the time of its last change;
+  // 0 leaves these times. Call it again whenever the record changes.
   void enter(const Kel::Ptr<IfEntry>& entry, Kel::Seconds now);
-  // Removes the interface. No-op if another row has its ifIndex.
+  // Removes the interface and its rows of ifStackTable. No-op if another row has its ifIndex. `now` as for enter().
   void remove(const Kel::Ptr<IfEntry>& entry, Kel::Seconds now);
 
  private:
@@ -82,8 +88,9 @@ class IfTables : public Kel::Entity {
   void rowIs(std::uint32_t higher, std::uint32_t lower);
   void rowDel(std::uint32_t higher, std::uint32_t lower);
 
-  std::map<std::uint32_t, Pairs> pairs_;  // as the record of each interface has them
-  // Each of those by both of its ends: (end, interface whose record has it, pair). An end need not be in the cache.
+  std::map<std::uint32_t, Pairs> pairs_;  // by interface: the pairs that its record states
+  // Each of these pairs twice, by either end: (end, interface whose record states it, pair). An end may be an interface
+  // that is not in the cache.
   absl::btree_set<std::tuple<std::uint32_t, std::uint32_t, Pair>> ends_;
   absl::btree_set<Pair> uppers_;  // the pairs with a row, as (lower, higher)
   bool hasStackChanged_ = false;

@@ -1,7 +1,6 @@
 #include "ipsnmp/IpCidrRouteTableIteratorConst.h"
 
 #include <bit>
-#include <utility>
 
 #include "kel/Trace.h"
 
@@ -83,6 +82,7 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
       gaveUp_ = true;
       return;
     }
+    // A new search, since a report of damage may have changed the prefixes.
     at = fruitless % fruitlessPrefixes == 0 ? nextWithRow(*mib_, *fecsAndPrefixes, prefix)
                                             : prefixes.upperBound(prefix);
     firstNextHop = Vantu::IpAddr();
@@ -92,19 +92,17 @@ void Iterator::fetch(const IpCidrRouteTableIndex& index, bool getNext) {
 // Moves to the first row of this prefix at or after the next hop whose index is not `above`. False without one.
 bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& firstNextHop,
                          const IpCidrRouteTableIndex* above) {
-  // The scratch entry that has this prefix; otherwise the one not used last.
-  auto& used = mib_->iteratorScratchUsed_;
-  if (mib_->iteratorScratch_[used].prefix != prefix) used = 1 - used;
-  auto& found = mib_->iteratorScratch_[used];
-  if (const char* missing = mib_->resolve(prefix, found)) {
-    QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << prefix << missing;
+  const auto found = mib_->resolve(prefix);
+  if (found.missing != nullptr) {
+    QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << prefix << found.missing;
     return false;
   }
   const auto& nextHops = found.forwardFec->nextHop();
   for (auto at = nextHops.lowerBound(firstNextHop); at != nextHops.end(); ++at) {
     const auto& [nextHop, via] = *at;
     const auto* intfId = found.intfId(via);
-    if (intfId == nullptr || !mib_->validIntf(*intfId)) {
+    const auto ifIndex = intfId != nullptr ? mib_->ifIndexOfHop(*intfId) : std::nullopt;
+    if (!ifIndex) {
       QTRACE(ipCidrRouteTableIteratorConstTrace, 7)
           << prefix << " has invalid intf " << (intfId != nullptr ? *intfId : Vantu::IntfId());
       continue;
@@ -118,8 +116,8 @@ bool Iterator::fetchFrom(const Vantu::Prefix& prefix, const Vantu::IpAddr& first
     const auto type = nextHop.isZero() ? ipCidrRouteTypeLocal
                       : hasIntf        ? ipCidrRouteTypeRemote
                                        : ipCidrRouteTypeOther;
-    entry_ = IpCidrRouteTableEntry(index, hasIntf ? mib_->ifIndex(*intfId) : 0, found.route.metric,
-                                   found.route.preference(), found.route.routeType, type);
+    entry_ = IpCidrRouteTableEntry(index, *ifIndex, found.route.metric, found.route.preference(),
+                                   found.route.routeType, type);
     QTRACE(ipCidrRouteTableIteratorConstTrace, 7) << prefix << " has entry " << entry_;
     return true;
   }

@@ -79,7 +79,7 @@ TEST_F(Walk, cacheWithoutTablesHasNoRows) {
 }
 
 TEST_F(Walk, whatWasReadIsUsedAgainUntilItsTableChanges) {
-  routesAre(4);
+  routesAre(400);
   routes->currentGeneration = fecs->currentGeneration = 1;
   const auto lookups = [this] {
     return std::pair(std::exchange(routes->lookups, 0U), std::exchange(fecs->lookups, 0U));
@@ -90,8 +90,8 @@ TEST_F(Walk, whatWasReadIsUsedAgainUntilItsTableChanges) {
   while (at) {
     RouteIterator request(mib, at.index(), false);
     at = ++request;
-    EXPECT_EQ(lookups(), std::pair(at ? 1U : 0U, 0U));
   }
+  EXPECT_EQ(lookups(), std::pair(8U, 0U)) << "pieces that grow to 128 routes";
   fecIs(1, {{"10.1.1.1", ""}});
   EXPECT_EQ(rowTexts().front(), "10.0.0.0/24 10.1.1.1 if0 type1 proto7 metric10 pref1");
   EXPECT_EQ(lookups().second, 1U);

@@ -36,34 +36,31 @@ bool IpForwardMib::validRoute(const Quillo::Fib::Route& route) const {
   return type > 1 && type != 3 && type != 5;
 }
 
-bool IpForwardMib::validIntf(const Vantu::IntfId& intfId) const {
-  if (intfId.empty()) return true;
-  if (!intfId.isValid()) return false;
-  if (Vantu::DynamicTunnelIntfId::isDynamicTunnelIntfId(intfId)) return false;
-  return ifIndex(intfId) != 0;
-}
-
-std::uint32_t IpForwardMib::ifIndex(const Vantu::IntfId& intfId) const {
+std::optional<std::uint32_t> IpForwardMib::ifIndexOfHop(const Vantu::IntfId& intfId) const {
+  if (intfId.empty()) return 0;
+  if (!intfId.isValid() || Vantu::DynamicTunnelIntfId::isDynamicTunnelIntfId(intfId)) return std::nullopt;
   const auto* found = ifMib() ? ifMib()->ifIndexByIntfId(intfId) : nullptr;
-  return found != nullptr ? static_cast<std::uint32_t>(*found) : 0;
+  return found != nullptr && *found != 0 ? std::optional(static_cast<std::uint32_t>(*found)) : std::nullopt;
 }
 
 const Vantu::IntfId* IpForwardMib::Resolved::intfId(const Quillo::Fib::ViaIndex& via) const {
-  return via.value() < vias.size() ? &vias[via.value()].intfId : nullptr;
+  return via.value() < fec->via.size() ? &fec->via[via.value()].intfId : nullptr;
 }
 
-const char* IpForwardMib::resolve(const Vantu::Prefix& prefix, Resolved& into) const {
-  readRoute(prefix, into);
-  if (!validRoute(into.route)) return " has invalid route";
-  const auto& fecId = into.route.fecId;
-  const auto* forwardFecs = fecsAndPrefixes() ? fecsAndPrefixes()->forwardFecs().get() : nullptr;
-  into.forwardFec = forwardFecs != nullptr ? forwardFecs->forwardFec(fecId) : nullptr;
-  FecAsRead unkept{fecId, {}, 0};
-  auto& read = into.forwardFec ? forwardFecs->asRead(fecId) : unkept;
-  readFec(read);
-  into.vias = read.fec.via;
-  if (!read.fec.exists()) return " has no fec";
-  return into.forwardFec ? nullptr : " has no forward fec";
+IpForwardMib::Resolved IpForwardMib::resolve(const Vantu::Prefix& prefix) const {
+  Resolved found;
+  const auto* const route = routesAhead_.lowerBound(routeStatus().get(), prefix);
+  if (route == nullptr || route->prefix != prefix || !validRoute(*route)) {
+    found.missing = " has invalid route";
+    return found;
+  }
+  found.route = *route;
+  const auto& fecId = found.route.fecId;
+  const auto* const forwardFecs = fecsAndPrefixes() ? fecsAndPrefixes()->forwardFecs().get() : nullptr;
+  if (forwardFecs != nullptr) found.forwardFec = forwardFecs->forwardFec(fecId);
+  found.fec = &fec(fecId);
+  found.missing = !found.fec->exists() ? " has no fec" : !found.forwardFec ? " has no forward fec" : nullptr;
+  return found;
 }
 
 const Quillo::Fib::Fec& IpForwardMib::fec(const Quillo::Fib::FecId& fecId) const {
@@ -72,20 +69,6 @@ const Quillo::Fib::Fec& IpForwardMib::fec(const Quillo::Fib::FecId& fecId) const
   auto& read = forwardFecs != nullptr ? forwardFecs->asRead(fecId) : unkept_;
   readFec(read);
   return read.fec;
-}
-
-void IpForwardMib::readRoute(const Vantu::Prefix& prefix, Resolved& into) const {
-  const auto generation = routeStatus() ? routeStatus()->generation() : 0;
-  if (generation != 0 && generation == into.routeGeneration && into.prefix == prefix) return;
-  into.prefix = prefix;
-  into.route = {};
-  into.routeGeneration = 0;
-  try {
-    if (routeStatus()) into.route = routeStatus()->route(prefix);
-    into.routeGeneration = generation;
-  } catch (const Pesk::CorruptionDetectedException& damage) {
-    routeStatus()->corruptionDetected(damage.what());
-  }
 }
 
 void IpForwardMib::readFec(FecAsRead& into) const {

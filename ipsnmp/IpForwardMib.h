@@ -1,13 +1,14 @@
 #pragma once
-// The IP-FORWARD-MIB cache of one VRF. It copies no route: it refers to the shared tables of routes and FECs, and to
-// the ordered prefixes and next hops derived from them. A row of ipCidrRouteTable or inetCidrRouteTable is computed at
-// each request.
+// The IP-FORWARD-MIB cache of one VRF. It copies no route but the few that walks read ahead: it refers to the shared
+// tables of routes and FECs, and to the ordered prefixes and next hops derived from them. A row of ipCidrRouteTable or
+// inetCidrRouteTable is computed at each request.
 
-#include <array>
 #include <optional>
 #include <vector>
 
+#include "ipsnmp/RoutesAhead.h"
 #include "kel/Entity.h"
+#include "kel/SmallCollection.h"
 #include "quillo/fecs/FecRouteList.h"
 #include "quillo/tables/FibTables.h"
 #include "snmp/IfMib.h"
@@ -33,14 +34,15 @@ class IpCidrRouteTableEntry {
                                                                                                    type)))
 };
 
-// The next hops of one FEC.
+// The next hops of one FEC. There may be as many FECs as routes, so it is kept small
+// (docs/decisions/0035-fecs-are-small.md).
 class IpForwardFec : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpForwardFec", IpForwardFec, Kel::Entity)
  public:
   KEL_CONSTRUCTOR(IpForwardFec, ((Quillo::Fib::FecId, fecId)))
   // IPv4 next hops (0.0.0.0: on-link), each with the position of its via in the shared FEC.
-  KEL_VALUES(Ordered, Vantu::IpAddr, Quillo::Fib::ViaIndex, nextHop, NextHop)
-  using KelNextHop = Kel::Ordered<Vantu::IpAddr, Quillo::Fib::ViaIndex>;
+  KEL_VALUES(Small, Vantu::IpAddr, Quillo::Fib::ViaIndex, nextHop, NextHop)
+  using KelNextHop = Kel::Small<Vantu::IpAddr, Quillo::Fib::ViaIndex>;
   KEL_TYPE_END_DECLARE
 };
 
@@ -58,15 +60,17 @@ class IpForwardFecs : public Kel::Entity {
   KEL_MEMBERS(Hashed, Quillo::Fib::FecId, IpForwardFec, forwardFec, ForwardFec)
   KEL_TYPE_END_DECLARE
 
-  // The place of this FEC in a cache for IpForwardMib, since thousands of rows may need the same FEC. Up to `maxAsRead`
-  // FECs are kept at a time. The reference is good until the next call.
+  // The entry of this FEC in a cache for IpForwardMib, since thousands of rows may need the same FEC. Its generation is
+  // 0 if it was not read yet, or another FEC has used the entry since. At most `maxAsRead` FECs are kept at a time.
+  // Lifetime: the reference is valid until the next call.
   static constexpr std::size_t maxAsRead = 4096;
   FecAsRead& asRead(const Quillo::Fib::FecId& fecId) const;
 
  private:
-  mutable std::vector<FecAsRead> asRead_;  // by the remainder of the FEC's id; a power of two
+  mutable std::vector<FecAsRead> asRead_;  // by the FEC's id modulo the size, which is a power of two
 };
 
+// What walks of ipCidrRouteTable need beside the shared tables: the order of the prefixes, and the next hops.
 class FecsAndPrefixes : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::FecsAndPrefixes", FecsAndPrefixes, Kel::Entity)
  public:
@@ -89,14 +93,15 @@ class IpForwardMib : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpForwardMib", IpForwardMib, Kel::Entity)
  public:
   KEL_NAMED(IpForwardMib, Kel::Entity)
-  // All null at first. There are no rows while one of the first three is null. Without `ifMib` only vias without an
-  // interface have rows.
+  // All null at first. ipCidrRouteTable has no rows while one of the first three is null. Without `ifMib` only vias
+  // without an interface have rows.
   KEL_REFERENCE(const Quillo::Fib::RouteStatus, routeStatus, RouteStatus)
   // The table that resolves the FECs of the routes: the VRF's own, or the one of all VRFs.
   KEL_REFERENCE(const Quillo::Fib::ForwardingStatus, vrfForwardingStatus, VrfForwardingStatus)
   KEL_REFERENCE(const IpSnmp::FecsAndPrefixes, fecsAndPrefixes, FecsAndPrefixes)
   KEL_REFERENCE(const IntfSnmp::IfMib, ifMib, IfMib)
-  KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)  // rows of ipCidrRouteTable, as last counted
+  KEL_STORED(std::int32_t, numRoutes, NumRoutes, 0)           // rows of ipCidrRouteTable, as last counted
+  KEL_STORED(std::uint32_t, inetNumRoutes, InetNumRoutes, 0)  // rows of inetCidrRouteTable, as last counted
 
   // A virtual collection: its rows are computed when they are read, in index order by
   // ipsnmp/IpCidrRouteTableIteratorConst.h.
@@ -106,55 +111,49 @@ class IpForwardMib : public Kel::Entity {
   KEL_VIRTUAL_MEMBERS(IpCidrRouteTableEntry, ipCidrRouteTable)
   KEL_TYPE_END_DECLARE
 
-  // For inetCidrRouteTable (InetCidrRoutes.h): the IPv6 routes, null at first; and the number of rows, as last counted.
+  // For inetCidrRouteTable (InetCidrRoutes.h): the IPv6 routes, null at first.
   const Kel::Ptr<const Quillo::Fib6::RouteStatus>& route6Status() const { return route6Status_; }
   void route6StatusIs(Kel::Ptr<const Quillo::Fib6::RouteStatus> table) { route6Status_ = std::move(table); }
-  std::uint32_t inetNumRoutes() const { return inetNumRoutes_; }
-  void inetNumRoutesIs(std::uint32_t rows) { inetNumRoutes_ = rows; }
 
-  // Whether a route can have rows: it exists, and its type is not 0, 1, 3 or 5.
+  // Whether a route can have rows: it exists, and its type is not 1 or 3 (internal to the switch) or 5 (the host route
+  // of a neighbour).
   bool validRoute(const Quillo::Fib::Route& route) const;
-  // Whether a next hop on this interface has a row: true without an interface; false for a dynamic tunnel and for an
-  // interface without an ifIndex.
-  bool validIntf(const Vantu::IntfId& intfId) const;
-  // 0 without one.
-  std::uint32_t ifIndex(const Vantu::IntfId& intfId) const;
+  // The ifIndex of a next hop's row; 0 without an interface. None if a next hop on this interface has no row: a dynamic
+  // tunnel, or an interface without an ifIndex.
+  std::optional<std::uint32_t> ifIndexOfHop(const Vantu::IntfId& intfId) const;
+  bool validIntf(const Vantu::IntfId& intfId) const { return ifIndexOfHop(intfId).has_value(); }
 
-  // The sources of a prefix's rows. The route is read once per generation of its table while the prefix stays the
-  // same, the FEC once per generation for all its routes.
+  // The sources of a prefix's rows.
   struct Resolved {
-    Vantu::Prefix prefix;
+    const char* missing = nullptr;  // a trace text that names what does not exist (" has no fec"); null: all exists
     Quillo::Fib::Route route;
     Kel::Ptr<const IpForwardFec> forwardFec;
-    std::vector<Quillo::Fib::Via> vias;  // of the shared FEC
+    const Quillo::Fib::Fec* fec = nullptr;  // the shared FEC
 
     // The interface of a next hop's via. Null if the FEC has changed and the via is gone, but its next hops are not
-    // updated yet.
+    // updated yet. Requires: resolve() found all, and is not called again before the last use.
     const Vantu::IntfId* intfId(const Quillo::Fib::ViaIndex& via) const;
-
-    // The generation of the route table when the route was read; 0: read it again.
-    std::uint64_t routeGeneration = 0;
   };
-  // Looks up the route, its FEC and the FEC's next hops. Returns null if all exist; otherwise a trace text that names
-  // the missing one (" has no fec"). Reports damage to the table and counts it as missing. Reuse `into`, which keeps
-  // its memory.
-  const char* resolve(const Vantu::Prefix& prefix, Resolved& into) const;
-  // A FEC of the shared table, or "no such FEC" where the table has none that can be read. Reports damage to the table.
-  // Lifetime: until the next call of this or resolve().
+  // Looks up the route, its FEC and the FEC's next hops. Reports damage to the table and counts it as missing. Throws
+  // Quillo::StoreException while the store cannot be read.
+  // Lifetime: the result is valid until the next call of this or fec().
+  Resolved resolve(const Vantu::Prefix& prefix) const;
+  // Looks up a FEC in the shared table; "no such FEC" if the table lacks it or it is damaged. Reports damage to the
+  // table. Throws as resolve(). Lifetime: the reference is valid until the next call of fec() or resolve().
   const Quillo::Fib::Fec& fec(const Quillo::Fib::FecId& fecId) const;
 
+  // The routes in order, for all walks.
+  RoutesAhead<Quillo::Fib::RouteStatus>& routesAhead() const { return routesAhead_; }
+  RoutesAhead<Quillo::Fib6::RouteStatus>& routes6Ahead() const { return routes6Ahead_; }
+
  private:
-  void readRoute(const Vantu::Prefix& prefix, Resolved& into) const;
   void readFec(FecAsRead& into) const;
 
   Kel::Ptr<const Quillo::Fib6::RouteStatus> route6Status_;
-  std::uint32_t inetNumRoutes_ = 0;
   mutable FecAsRead unkept_;  // for fec() without a cache
 
-  // Scratch memory of the iterators, so that a step allocates nothing. A step visits the current prefix and the next
-  // one, where the next request begins. So two entries save more than half of the lookups.
-  mutable std::array<Resolved, 2> iteratorScratch_;
-  mutable std::size_t iteratorScratchUsed_ = 0;  // the one used last
+  mutable RoutesAhead<Quillo::Fib::RouteStatus> routesAhead_;
+  mutable RoutesAhead<Quillo::Fib6::RouteStatus> routes6Ahead_;
 };
 
 }  // namespace IpSnmp

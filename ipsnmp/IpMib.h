@@ -15,9 +15,8 @@
 
 namespace IpSnmp {
 
-// One row of the interfaces' IP statistics: the packets and octets of an interface in one IP version since
-// discontinuityTime, in total and by unicast and multicast. The publisher of the state database counts them; they wrap
-// at 2^64.
+// One row of quorinIpIfStatsTable: the packets and octets of an interface in one IP version since discontinuityTime, in
+// total and by unicast and multicast. The publisher of the state database counts them; they wrap at 2^64.
 class IpIfStatsEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpIfStatsEntry", IpIfStatsEntry, Kel::Notifier)
  public:
@@ -43,7 +42,8 @@ class IpIfStatsEntry : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 };
 
-// An interface with an IP version: a row of ipv4InterfaceTable or ipv6InterfaceTable. It reads the publisher's records.
+// An interface with an IP version: a row of ipv4InterfaceTable or ipv6InterfaceTable. Columns are read from the
+// publisher's records at each request.
 class IpInterfaceEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpInterfaceEntry", IpInterfaceEntry, Kel::Notifier)
  public:
@@ -53,11 +53,12 @@ class IpInterfaceEntry : public Kel::Notifier {
   KEL_TYPE_END_DECLARE
 
  public:
-  // The lower 64 bits of the interface's link-local address, the first one; empty without one.
+  // The interface identifier: the lower 64 bits (8 bytes) of its lowest link-local address; empty without one.
   Kel::String identifier() const;
 };
 
-// An interface with IP counters: a row of ipIfStatsTable. It reads the publisher's record.
+// An interface with IP counters: a row of ipIfStatsTable (RFC 4293). Columns are read from the publisher's record at
+// each request.
 class IpIfTrafficEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpIfTrafficEntry", IpIfTrafficEntry, Kel::Notifier)
  public:
@@ -71,12 +72,12 @@ class IpDefaultRouterEntry : public Kel::Notifier {
   KEL_TYPE_BEGIN("IpSnmp::IpDefaultRouterEntry", IpDefaultRouterEntry, Kel::Notifier)
  public:
   KEL_CONSTRUCTOR(IpDefaultRouterEntry, ((IpSnmp::DefaultRouterIndex, index)))
-  KEL_STORED(double, expires, Expires, 0.0)  // seconds of the framework's clock; 0: never
-  KEL_STORED(std::int32_t, preference, Preference, 0)
+  KEL_STORED(double, expires, Expires, 0.0)            // seconds of the framework's clock; 0: never
+  KEL_STORED(std::int32_t, preference, Preference, 0)  // that of RFC 4191, -1 to 1
   KEL_TYPE_END_DECLARE
 };
 
-// The IP-MIB cache of one VRF. The default VRF's is named "ipmib", every other one for its VRF.
+// The IP-MIB cache of one VRF. The default VRF's cache is named "ipmib"; every other cache has its VRF's name.
 class IpMib : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::IpMib", IpMib, Kel::Entity)
  public:
@@ -95,19 +96,20 @@ class IpMib : public Kel::Entity {
  public:
   KEL_MEMBERS(Ordered, IpNetToPhysicalTableIndex, IpNetToPhysicalTableEntry, ipNetToPhysicalTable,
               IpNetToPhysicalTable)
-  KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)
+  KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfStatsEntry, ipIfStatsTable, IpIfStatsTable)  // of quorinIpIfStatsTable
   KEL_MEMBERS(Hashed, Ip::IpVersion, Ip::SwFwdStats, ipSwFwdStats, IpSwFwdStats)
   KEL_MEMBERS(Ordered, IpVersionIfIndex, IpInterfaceEntry, ipInterfaceTable, IpInterfaceTable)
   KEL_MEMBERS(Ordered, IpVersionIfIndex, IpIfTrafficEntry, ipIfTrafficTable, IpIfTrafficTable)
   KEL_MEMBERS(Ordered, DefaultRouterIndex, IpDefaultRouterEntry, ipDefaultRouterTable, IpDefaultRouterTable)
-  // When rows of the tables of interfaces were last added, deleted or changed (ipIfTrafficTable: not changed), in seconds of the
-  // framework's clock; 0: never.
+  // The last changes of tables of interfaces, in seconds of the framework's clock; 0: never. For ipv4InterfaceTable and
+  // ipv6InterfaceTable, a row was added, deleted or changed; for ipIfTrafficTable (ipIfStatsTable of RFC 4293), a row
+  // was added or deleted.
   KEL_STORED(double, ipv4InterfaceTableLastChange, Ipv4InterfaceTableLastChange, 0.0)
   KEL_STORED(double, ipv6InterfaceTableLastChange, Ipv6InterfaceTableLastChange, 0.0)
   KEL_STORED(double, ipIfStatsTableLastChange, IpIfStatsTableLastChange, 0.0)
 
-  // Inserts an existing prefix row in place of another with the same key. A row belongs to one member of an address at
-  // a time; it can move to another member.
+  // Inserts an existing prefix row, or replaces another one with the same key by it. The row is the prefix entry of one
+  // member of an address (IpAddressEntry::intf).
   void ipAddressPrefixTableInsert(const Kel::Ptr<IpAddressPrefixEntry>& entry) {
     if (ipAddressPrefixTable(entry->index()) == entry) return;
     const auto hold = Kel::kept(*this);
@@ -118,7 +120,7 @@ class IpMib : public Kel::Entity {
   KEL_TYPE_END_DECLARE
 };
 
-// The caches of one VRF other than the default one. They are created with it, under the VRF's name.
+// The caches of one VRF other than the default one. They are created with this entity and have the VRF's name.
 class VrfMibs : public Kel::Entity {
   KEL_TYPE_BEGIN("IpSnmp::VrfMibs", VrfMibs, Kel::Entity)
  public:

@@ -85,6 +85,7 @@ TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCache) {
     EXPECT_EQ(tree.redIpMib->use_count(), unheld + 14) << "one for each table, and three scalars";
     contexts.leave("red");
     EXPECT_EQ(tree.redIpMib->use_count(), unheld);
+    EXPECT_EQ(netsnmp_subtree_find_first("red"), nullptr) << "the parts of net-snmp's roots are gone";
   }
   contexts.enter("red");
   addressIs(*tree.redIpMib, "10.0.0.2", 24, 8);

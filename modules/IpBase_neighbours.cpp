@@ -88,7 +88,8 @@ const auto ipNetToMediaTable = Modules::makeIteratorTable<ArpWalker>(
      .identifier = {1, 3, 6, 1, 2, 1, 4, 22},
      .modes = HANDLER_CAN_RWRITE,
      .source = IpBase::ipMibSource(),
-     .miscountedHintIsTraced = true},
+     .miscountedHintIsTraced = true,
+     .readsStore = true},
     Modules::Index(
         ArpTableIndex::kelTypeName,
         +[](const unsigned& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(ifIndex, addr); },
@@ -124,7 +125,8 @@ const auto ipNetToPhysicalTable = Modules::makeIteratorTable<Modules::OrderedWal
      .identifier = {1, 3, 6, 1, 2, 1, 4, 35},
      .modes = HANDLER_CAN_RWRITE,
      .source = IpBase::ipMibSource(),
-     .miscountedHintIsTraced = true},
+     .miscountedHintIsTraced = true,
+     .readsStore = true},
     Modules::Index(
         IpNetToPhysicalTableIndex::kelTypeName,
         +[](const unsigned& ifIndex, const Ip::IpVersion& version, const Snmp::String& bytes) {

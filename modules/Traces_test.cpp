@@ -33,25 +33,12 @@ class Traces : public ::testing::Test {
     tree.ipVrfMib->vrfTableIs(Snmp::String("red"), nullptr, nullptr, nullptr);
     tree.ipVrfMib->vrfIfTableIs(3U)->vrfNameIs("red");
     tree.agentMib->vrfTableIs(Snmp::String("red"));
-    ifTableIs(3, 7);
-    ifTableIs(7, 0);
+    ifTableIs(*tree.ifTables, 3, 7);
+    ifTableIs(*tree.ifTables, 7, 0);
     tree.fibStatsMib->routeInc(Ip::ipVersion4, FibStatsSnmp::routeTypeStatic, 24);
     routes.fecIs(1, {{"10.1.1.1", ""}});
     routes.routeIs("10.0.0.0/24", 1);
     routes.settle();
-  }
-
-  // An Ethernet interface, of which everything is known.
-  void ifTableIs(std::uint32_t ifIndex, std::uint32_t upper) {
-    const Vantu::IntfId id("eth" + std::to_string(ifIndex));
-    const auto status = Kel::makePtr<Interface::IntfStatus>(id);
-    status->ifTypeIs(6);
-    status->mtuIs(1500);
-    status->adminStatusIs(Interface::adminStatusUp);
-    status->upperIfIndexIs(upper);
-    const auto row = Kel::makePtr<IpSnmp::IfEntry>(ifIndex, status);
-    row->countersIs(Kel::makePtr<Interface::IntfCounters>(id));
-    tree.ifTables->enter(row, 0);
   }
 
   static Words traced(const std::string& facility, const std::function<void()>& request) {

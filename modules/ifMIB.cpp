@@ -9,6 +9,7 @@
 #include "modules/frame/IteratorTable.h"
 #include "modules/frame/Scalar.h"
 #include "snmp/SnmpUtil.h"
+#include "varnix/ByteText.h"
 
 namespace {
 
@@ -139,10 +140,16 @@ unsigned speedOf(const IfRow& row) {
   return static_cast<unsigned>(std::min<std::uint64_t>(row.status()->speed() * million, UINT32_MAX));
 }
 
+// A name or an alias may hold any bytes, a DisplayString only text: monitoring systems fail a whole scrape for one that
+// is not UTF-8.
+Kel::String displayString(const Kel::String& bytes) {
+  return Varnix::isUtf8(bytes) ? bytes : Kel::String(Varnix::escapeBytes(bytes));
+}
+
 // ifAlias has at most 64 octets, the kernel's alias 255. A character of UTF-8 is not cut in two.
 Kel::String aliasOf(const IfRow& row) {
   constexpr std::size_t limit = 64;
-  const auto& alias = row.status()->alias();
+  const auto alias = displayString(row.status()->alias());
   auto end = std::min(alias.size(), limit);
   const auto isContinued = [&] { return end < alias.size() && (static_cast<unsigned char>(alias[end]) >> 6) == 2; };
   while (end > limit - 4 && isContinued()) --end;
@@ -152,7 +159,7 @@ Kel::String aliasOf(const IfRow& row) {
 const auto ifTable = Modules::makeIteratorTable<IfWalker>(
     described("ifTable", {1, 3, 6, 1, 2, 1, 2, 2}), ifIndexed("ifIndex"),
     {integer(1, "ifIndex", "ifIndex", [](const IfRow& row) { return static_cast<int>(row.ifIndex()); }),
-     text(2, "ifDescr", "name", [](const IfRow& row) { return row.name(); }),
+     text(2, "ifDescr", "name", [](const IfRow& row) { return displayString(row.name()); }),
      integer(3, "ifType", "status", [](const IfRow& row) { return static_cast<int>(row.status()->ifType()); }),
      integer(4, "ifMtu", "status",
              [](const IfRow& row) {
@@ -179,7 +186,7 @@ constexpr int trapsDisabled = 2;  // ifLinkUpDownTrapEnable: this agent sends no
 
 const auto ifXTable = Modules::makeIteratorTable<IfWalker>(
     described("ifXTable", {1, 3, 6, 1, 2, 1, 31, 1, 1}), ifIndexed("ifIndex"),
-    {text(1, "ifName", "name", [](const IfRow& row) { return row.name(); }),
+    {text(1, "ifName", "name", [](const IfRow& row) { return displayString(row.name()); }),
      counter32(2, "ifInMulticastPkts", inMcastPkts), counter64(6, "ifHCInOctets", inOctets),
      counter64(7, "ifHCInUcastPkts", inUcastPkts), counter64(8, "ifHCInMulticastPkts", inMcastPkts),
      counter64(10, "ifHCOutOctets", outOctets), counter64(11, "ifHCOutUcastPkts", outPkts),
@@ -194,14 +201,19 @@ const auto ifXTable = Modules::makeIteratorTable<IfWalker>(
      column<IfRow>(19, "ifCounterDiscontinuityTime", ASN_TIMETICKS, timeTicks, "discontinuityTime",
                    [](const IfRow& row) { return row.discontinuityTime(); })});
 
-constexpr std::uint32_t ethernetCsmacd = 6;  // ifType
+// Of interfaces like Ethernet; the others have no row.
+template <class Read>
+auto etherLike(unsigned number, const char* object, const char* attribute, Read read) {
+  return integer(number, object, attribute, [read](const IfRow& row) {
+    constexpr std::uint32_t ethernetCsmacd = 6;
+    return row.status()->ifType() == ethernetCsmacd ? std::optional<int>(read(row)) : std::nullopt;
+  });
+}
 
 const auto dot3StatsTable = Modules::makeIteratorTable<IfWalker>(
     described("dot3StatsTable", {1, 3, 6, 1, 2, 1, 10, 7, 2}), ifIndexed("dot3StatsIndex"),
-    {integer(19, "dot3StatsDuplexStatus", "status", [](const IfRow& row) {
-      const bool isEthernet = row.status()->ifType() == ethernetCsmacd;
-      return isEthernet ? std::optional<int>(row.status()->duplex()) : std::nullopt;
-    })});
+    {etherLike(1, "dot3StatsIndex", "ifIndex", [](const IfRow& row) { return static_cast<int>(row.ifIndex()); }),
+     etherLike(19, "dot3StatsDuplexStatus", "status", [](const IfRow& row) { return row.status()->duplex(); })});
 
 // ---- ifStackTable
 

@@ -1,4 +1,6 @@
 #include <array>
+#include <cstring>
+#include <span>
 
 #include "ipsnmp/InetCidrRoutes.h"
 #include "ipsnmp/ProtocolMap.h"
@@ -9,8 +11,9 @@
 
 namespace {
 
-using IpSnmp::InetAddress;
 using IpSnmp::InetCidrRouteIndex;
+using IpSnmp::InetIndexAddress;
+using IpSnmp::InetIndexPolicy;
 using IpSnmp::IpForwardMib;
 using Modules::s32ToAsnInteger;
 
@@ -60,7 +63,7 @@ using InetRow = InetCidrRouteWalker::Row;
 // IANAipRouteProtocol. For IPv4 that of ipCidrRouteProto, which does not know IS-IS (24 and 25).
 int protocolOf(const InetRow& row) {
   const auto type = row.protocol.value();
-  if (row.index.dest.version() == Ip::ipVersion4) {
+  if (row.index.destType == Ip::ipVersion4) {
     return type == 24 || type == 25 ? IpSnmp::ipRouteProtocolIsIs : IpSnmp::protocolMap().protocol(row.protocol);
   }
   constexpr std::array<int, 17> byType{
@@ -76,6 +79,26 @@ int protocolOf(const InetRow& row) {
 constexpr Modules::Conversion<const Routing::RouteMetric&> inetMetricToAsnInteger{"RouteMetricToAsnInteger",
                                                                                   RouteMetricToAsnInteger};
 
+template <class Part>
+int inetPartToAsn(const Part& part, unsigned char* buffer, int length) {
+  const auto bytes = std::as_bytes(part.elements());
+  if (static_cast<std::size_t>(length) < bytes.size()) return -1;
+  std::memcpy(buffer, bytes.data(), bytes.size());
+  return static_cast<int>(bytes.size());
+}
+
+constexpr Modules::IndexType<InetIndexAddress> inetAddressType{
+    ASN_OCTET_STR, ASN_OCTET_STR,
+    [](void* value) { return InetIndexAddress(Modules::octetStringIndexType.fromAsn(value).octets()); },
+    inetPartToAsn<InetIndexAddress>};
+constexpr Modules::IndexType<InetIndexPolicy> inetPolicyType{
+    ASN_OBJECT_ID, ASN_OBJECT_ID,
+    [](void* value) { return InetIndexPolicy(AsnOidToSnmpObjectIdentifier(value).subIdentifiers()); },
+    inetPartToAsn<InetIndexPolicy>};
+
+using InetAddressIndex = Modules::IndexComponent<InetCidrRouteIndex, InetIndexAddress>;
+using InetPolicyIndex = Modules::IndexComponent<InetCidrRouteIndex, InetIndexPolicy>;
+
 constexpr unsigned unknownAge = 0, unknownAs = 0;
 constexpr int unusedMetric = -1;
 constexpr int activeRow = 1;  // of RowStatus
@@ -89,25 +112,21 @@ const auto inetCidrRouteTable = Modules::makeIteratorTable<InetCidrRouteWalker>(
      .group = inetRouteGroup},
     Modules::Index(
         InetCidrRouteIndex::kelTypeName,
-        +[](const Ip::IpVersion& destType, const Snmp::String& dest, const unsigned& length,
-            const Snmp::ObjectIdentifier& policy, const Ip::IpVersion& nextHopType, const Snmp::String& nextHop) {
-          return InetCidrRouteIndex{InetAddress(destType, dest), length, policy, InetAddress(nextHopType, nextHop)};
+        +[](const Ip::IpVersion& destType, const InetIndexAddress& dest, const unsigned& length,
+            const InetIndexPolicy& policy, const Ip::IpVersion& nextHopType, const InetIndexAddress& nextHop) {
+          return InetCidrRouteIndex{destType, dest, length, policy, nextHopType, nextHop};
         },
-        Modules::ipVersionIndex<InetCidrRouteIndex>(
-            "inetCidrRouteDestType", "destType", [](const auto& key) { return Ip::IpVersion{key.dest.version()}; }),
-        Modules::octetStringIndex<InetCidrRouteIndex>(
-            "inetCidrRouteDest", "dest", [](const auto& key) -> const Snmp::String& { return key.dest.bytes(); }),
+        Modules::ipVersionIndex<InetCidrRouteIndex>("inetCidrRouteDestType", "destType",
+                                                    [](const auto& key) { return key.destType; }),
+        InetAddressIndex{inetAddressType, "inetCidrRouteDest", "dest", [](const auto& key) { return key.dest; }},
         Modules::unsignedIndex<InetCidrRouteIndex>("inetCidrRoutePfxLen", "pfxLen",
                                                    [](const auto& key) { return unsigned{key.length}; }),
-        Modules::objectIdentifierIndex<InetCidrRouteIndex>(
-            "inetCidrRoutePolicy", "policy",
-            [](const auto& key) -> const Snmp::ObjectIdentifier& { return key.policy; }),
-        Modules::ipVersionIndex<InetCidrRouteIndex>(
-            "inetCidrRouteNextHopType", "nextHopType",
-            [](const auto& key) { return Ip::IpVersion{key.nextHop.version()}; }),
-        Modules::octetStringIndex<InetCidrRouteIndex>(
-            "inetCidrRouteNextHop", "nextHop",
-            [](const auto& key) -> const Snmp::String& { return key.nextHop.bytes(); })),
+        InetPolicyIndex{inetPolicyType, "inetCidrRoutePolicy", "policy",
+                        [](const auto& key) { return key.policy; }},
+        Modules::ipVersionIndex<InetCidrRouteIndex>("inetCidrRouteNextHopType", "nextHopType",
+                                                    [](const auto& key) { return key.nextHopType; }),
+        InetAddressIndex{inetAddressType, "inetCidrRouteNextHop", "nextHop",
+                         [](const auto& key) { return key.nextHop; }}),
     {Modules::column<InetRow>(7, "inetCidrRouteIfIndex", ASN_INTEGER, s32ToAsnInteger, "ifIndex",
                               [](const auto& row) { return static_cast<int>(row.ifIndex); }),
      Modules::column<InetRow>(8, "inetCidrRouteType", ASN_INTEGER, s32ToAsnInteger, "type",

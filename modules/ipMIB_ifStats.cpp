@@ -66,7 +66,11 @@ std::vector<Modules::Column<IfTrafficRow>> ifStatsColumns() {
 #define IF_STATS_COLUMNS(...) IP_COUNTER_COLUMNS(IfTrafficRow, "ipIfStats", __VA_ARGS__)
   IP_COUNTERS(IF_STATS_COLUMNS)
 #undef IF_STATS_COLUMNS
-  std::erase_if(columns, [](const auto& column) { return column.number == 22; });  // not in this table
+  // Of columns that never have an instance, a walk would pass each interface: InForwDatagrams and those of broadcasts.
+  // OutNoRoutes is not in this table.
+  std::erase_if(columns, [](const auto& column) {
+    return column.number == 12 || column.number == 13 || column.number == 22 || column.number >= 42;
+  });
   columns.push_back(Modules::column<IfTrafficRow>(
       46, "ipIfStatsDiscontinuityTime", ASN_TIMETICKS, Modules::utcSecondsToUptimeTimeTicks, "discontinuityTime",
       [](const IfTrafficRow& row) {

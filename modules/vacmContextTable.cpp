@@ -6,8 +6,10 @@
 // The agent headers need the library's.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
-#include <cstring>
+#include <algorithm>
 #include <set>
+#include <string_view>
+#include <vector>
 
 #include "agentstate/AgentMib.h"
 #include "modules/MibModules.h"
@@ -37,42 +39,47 @@ bool isThere(const subtree_context_cache& context) {
   return false;
 }
 
-// Reads net-snmp's own list of contexts, so there is nothing to keep. A step visits all of them.
+// Visits net-snmp's own list of contexts once for each request, as net-snmp itself does to find the request's context.
+// The names are put in order only as far as the walk goes, so a step costs no further visit.
 class ContextWalker {
  public:
   using Cache = AgentSnmp::AgentMib;
   using Row = Snmp::String;
   using Key = Snmp::String;
 
-  explicit ContextWalker(const Kel::Ptr<const Cache>& cache) {
-    if (cache) standAt([](const Key&) { return true; });
-  }
+  explicit ContextWalker(const Kel::Ptr<const Cache>& cache) : ContextWalker(cache, Key()) {}
   ContextWalker(const Kel::Ptr<const Cache>& cache, const Key& key) {
-    if (cache) standAt([&key](const Key& name) { return !(name < key); });
+    const std::string_view lowest = key.raw();
+    const auto* context = cache ? get_top_context_cache() : nullptr;
+    for (; context != nullptr; context = context->next) {
+      const std::string_view name = context->context_name;
+      if (name.size() <= longestContext && !isAbove(lowest, name) && isThere(*context)) ahead_.push_back(name);
+    }
+    std::make_heap(ahead_.begin(), ahead_.end(), isAbove);
+    readRow();
   }
 
-  bool isAtEnd() const { return !row_; }
-  const Row& row() const { return *row_; }
-  const Key& key() const { return *row_; }
+  bool isAtEnd() const { return ahead_.empty(); }
+  const Row& row() const { return row_; }
+  const Key& key() const { return row_; }
   void advance() {
     if (isAtEnd()) return;
-    const Key last = *row_;
-    standAt([&last](const Key& name) { return last < name; });
+    std::pop_heap(ahead_.begin(), ahead_.end(), isAbove);
+    ahead_.pop_back();
+    readRow();
   }
 
  private:
-  // Moves to the lowest name that `isAhead` admits.
-  template <class IsAhead>
-  void standAt(IsAhead isAhead) {
-    row_ = std::nullopt;
-    for (const auto* context = get_top_context_cache(); context != nullptr; context = context->next) {
-      if (std::strlen(context->context_name) > longestContext) continue;
-      Key name(context->context_name);
-      if (isAhead(name) && (!row_ || name < *row_) && isThere(*context)) row_ = std::move(name);
-    }
+  // In the SNMP order: by length first.
+  static bool isAbove(std::string_view a, std::string_view b) {
+    return a.size() != b.size() ? a.size() > b.size() : a > b;
+  }
+  void readRow() {
+    if (!isAtEnd()) row_ = Row(ahead_.front());
   }
 
-  std::optional<Row> row_;
+  std::vector<std::string_view> ahead_;  // a heap: the lowest name is in front. net-snmp frees no name
+  Row row_;
 };
 
 constexpr Modules::Conversion<const Snmp::String&> snmpStringToAsnOctetString{"SnmpStringToAsnOctetString",

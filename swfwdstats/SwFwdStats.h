@@ -37,7 +37,7 @@ class SwFwdStats : public Kel::Notifier {
   KEL_CONSTRUCTOR(SwFwdStats, ((Ip::IpVersion, ipVersion))((Kel::Name, name)))
 
  public:
-  // The current snapshot, and when it was read (0: never).
+  // The current snapshot, and when it was read (framework clock; 0: never).
   const SwFwdStatsData& data() const { return data_; }
   const Kel::Seconds& lastUpdate() const { return lastUpdate_; }
 
@@ -55,16 +55,19 @@ class SwFwdStats : public Kel::Notifier {
   std::uint64_t fragReqds() const;
   std::uint64_t outTransmits() const;
 
-  // For ipSystemStatsTable (RFC 4293), which has no instance of what the kernel does not count.
-  // Whether there are counters, refreshed: not for a VRF device, nor before the first good read.
+  // ---- for ipSystemStatsTable (RFC 4293), which has no instance of a counter that the kernel does not have
+
+  // Refreshes the snapshot. Returns whether there are counters: not for a VRF device, nor before the first good read.
   bool isCounted() const;
+  // Further counters of the snapshot, which this does not refresh.
   const SwFwdStatsMore& more() const {
     return more_;
-  }  // of the snapshot
-  // The kernel's own count, or else the derived one; none where the derivation would be negative, which happens since
-  // the kernel also counts packets without a route that are no requests.
+  }
+  // The kernel's own count if it has one, otherwise outTransmits(). None if that derivation would be negative: the
+  // kernel counts some packets as without a route that it does not count as requests.
   std::optional<std::uint64_t> transmitted() const;
-  // When a counter was last lower than before, such as after the namespace was created again; 0: never.
+  // When the counters were last seen to decrease, such as after the namespace was created again (framework clock; 0:
+  // never).
   Kel::Seconds discontinuityTime() const {
     return discontinuityTime_;
   }
@@ -80,6 +83,7 @@ class SwFwdStats : public Kel::Notifier {
   // doFreshen() reads if the snapshot is older than this many seconds.
   static constexpr Kel::Seconds freshness = 0.5;
   void doFreshen() const;
+  // Reads now. Does not throw: a failure is traced.
   void doRead() const;
   // Enters the network namespace of a VRF. Throws Kel::Exception when it cannot be entered.
   void setNs(const Kel::Name& vrfName) const;

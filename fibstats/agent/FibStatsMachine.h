@@ -5,17 +5,18 @@
 // Counting. A prefix counts once, under the type that it had when it was first counted. A host counts as attached while
 // the VRF has a neighbour of its address, on any interface. A notification changes the counts by at most one route. If
 // a host has both a route and a neighbour, the first one counts; when it is deleted, the other does not count in its
-// place. Deleting a route uncounts its host, even one that counts as attached (docs/decisions/0014).
+// place. Deleting a route uncounts its host, even one that counts as attached (docs/decisions/0014). Neighbours on
+// management interfaces (Vantu::MgmtIntfId) and link-local ones of IPv6 do not count.
 //
 // Reviews. A review compares the counts with both tables: at the start, and when a table announces that any entry may
 // have changed. It begins once the table of routes is initialized; until then no neighbour counts.
 // - It reads the routes before the neighbours, so a host that has both counts as a route. It marks each counted prefix
 //   that it meets. Finally it looks up each unmarked prefix, and uncounts it if the tables lack it.
-// - A task does it in pieces of a thousand prefixes. Without a scheduler the first two pieces run at once, and the rest
-//   waits for the scheduler.
-// - Afterwards exactly the routes and neighbours of the tables are counted, including what was notified during the
-//   review. Two rules hold during a review only: a notified neighbour counts only if its host has no route, and if one
-//   entry of a host is deleted, the host's other entry counts in its place.
+// - A task does it in pieces of a thousand prefixes. Without a scheduler, the first 2,048 prefixes are processed at
+//   once; the rest waits for taskSchedulerIs().
+// - Afterwards exactly the routes and neighbours of the tables are counted, including those notified during the review.
+//   Two rules hold during a review only: a notified neighbour counts only if its host has no route, and if one entry of
+//   a host is deleted, the host's other entry counts in its place.
 // - An announcement during a review leads to another review.
 //
 // Damage found while reading is reported to the table; counts of unreadable entries stay.
@@ -52,7 +53,7 @@ class FibStatsMachine : public Kel::Entity {
  public:
   ~FibStatsMachine() override;
   void kelStart() override;
-  // Leaves the counts as they are.
+  // Detaches from the tables and forgets the counted prefixes. The counts in fibStatsMib stay.
   void kelStop() override;
 
   // Each replaces the current one. Another table of routes resets the counts, another VRF id begins a review, another
@@ -61,29 +62,35 @@ class FibStatsMachine : public Kel::Entity {
   void vrfIdIs(VrfId vrfId);
   void routingConfigIs(Kel::Ptr<const Config> routingConfig) { routingConfig_ = std::move(routingConfig); }
 
+  // Runs reviews in a task of this scheduler; null: without one. No-op before kelStart() and after kelStop().
   void taskSchedulerIs(const Kel::Ptr<Brev::TaskScheduler>& scheduler);
   bool isReviewing() const { return review_.phase != Phase::none; }
-  void doReview();  // one run of the task
+  // One run of the task: reviews pieces until the task should yield. Throws Quillo::StoreException if the store cannot
+  // be read; the review then continues at the same place.
+  void doReview();
 
   // The counted prefixes, each with the type under which it counts.
   const PrefixRouteTypes<Prefix>& prefixRouteType() const { return prefixRouteType_; }
+  // These change the map only, not the counts.
   void prefixRouteTypeIs(const Prefix& prefix, RouteType type) { prefixRouteType_.insert(prefix, type); }
-  // Returns the stored type; none if the prefix did not count.
+  // Returns the stored type; none if the map does not have the prefix.
   std::optional<RouteType> prefixRouteTypeDel(const Prefix& prefix) { return prefixRouteType_.take(prefix); }
   void prefixRouteTypeDelAll() { prefixRouteType_.clear(); }
 
   // Whether the route does not count.
   bool fibRouteFilter(const Route& route) const;
-  // A static route has its configured kind; without a configuration of the route, the kind in the route itself.
+  // The type under which the route counts. A static route has its configured kind; without a configuration of the
+  // route, the kind in the route itself.
   RouteType mibRouteType(const Route& route) const;
 
-  // Call it when the route of this prefix was created, deleted or changed.
+  // Call it when the route of this prefix was created, deleted or changed. Throws Quillo::StoreException if the store
+  // cannot be read.
   void handleRoute(const Prefix& prefix);
   // Call it when any route may have changed: begins a review.
   void handleRoute() { review(); }
 
  protected:
-  // The same for neighbours. Throws Kel::RangeException for an address of the other IP version.
+  // The same for neighbours. Throws also Kel::RangeException for an address of the other IP version.
   void handleNeighbour(const ArpKey& key);
   void handleNeighbour() { review(); }
 

@@ -4,8 +4,8 @@
 //
 //   const Index index{"IpSnmp::ArpTableIndex",
 //                     [](const unsigned& ifIndex, const Vantu::IpAddr& addr) { return ArpTableIndex(...); },
-//                     unsignedIntegerIndex<ArpTableIndex>("ipNetToMediaIfIndex", "ifIndex", [](const ArpTableIndex&
-//                     key) ...), ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", ...)};
+//                     unsignedIntegerIndex<ArpTableIndex>("ipNetToMediaIfIndex", "ifIndex", ifIndexOf),
+//                     ipAddressIndex<ArpTableIndex>("ipNetToMediaNetAddress", "netAddress", netAddressOf)};
 
 #include <algorithm>
 #include <cstring>
@@ -51,7 +51,7 @@ inline constexpr IndexType<unsigned> unsignedIndexType{ASN_UNSIGNED, ASN_UNSIGNE
 
 // An INTEGER whose part is unsigned, such as an interface index, is written as an unsigned number. From 2^31 on,
 // net-snmp would extend the sign of an INTEGER and sort the row by 64 bits, while the answer carries 32 of them. A walk
-// would then get the same row for ever.
+// would then get the same row again and again.
 inline constexpr IndexType<unsigned> unsignedIntegerIndexType{ASN_INTEGER, ASN_UNSIGNED, AsnIntegerToU32,
                                                               unsignedIndexType.toAsn};
 
@@ -115,6 +115,7 @@ class Index {
 
   const char* keyType() const { return keyType_; }
 
+  // Calls visit(component) for each component, in order.
   template <class Visit>
   void forEach(Visit&& visit) const {
     std::apply([&](const auto&... component) { (visit(component), ...); }, components_);
@@ -138,6 +139,7 @@ class Index {
     return isComplete ? std::optional(std::move(parts)) : std::nullopt;
   }
 
+  // The key of these parts. Throws Kel::RangeException as makeKey.
   Key key(const PartsTuple& parts) const { return std::apply(makeKey_, parts); }
 
   // Writes the key into the chain; components without a variable in the chain are left out. Returns false if a value
@@ -161,10 +163,12 @@ class Index {
           if (asnType == ASN_OCTET_STR || asnType == ASN_PRIV_IMPLIED_OCTET_STR) {
             end = std::copy_n(bytes, length, end);
           } else if (asnType == ASN_OBJECT_ID) {
-            std::vector<std::uint32_t> words(static_cast<std::size_t>(length) / sizeof(std::uint32_t));
-            std::memcpy(words.data(), bytes, static_cast<std::size_t>(length));
-            *end++ = words.size();
-            end = std::copy(words.begin(), words.end(), end);
+            *end++ = static_cast<oid>(length) / sizeof(std::uint32_t);
+            for (const auto* const last = bytes + length; bytes != last; bytes += sizeof(std::uint32_t)) {
+              std::uint32_t word = 0;
+              std::memcpy(&word, bytes, sizeof(word));
+              *end++ = word;
+            }
           } else {
             std::uint32_t number = 0;
             std::memcpy(&number, bytes, sizeof(number));

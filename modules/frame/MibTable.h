@@ -30,6 +30,8 @@ struct TableDescription {
   // Whether a value that cannot be encoded sets genErr on the first request of the batch, rather than on its own. The
   // statistics tables do so.
   bool firstRequestTakesGenErr = false;
+  // Whether the values of a row are read from the store at the request, and not from memory.
+  bool readsStore = false;
 };
 
 // The functions that net-snmp calls.
@@ -42,9 +44,10 @@ struct TableFunctions {
   Netsnmp_Free_Loop_Context* freeLoopContextAtEnd;
 };
 
+// A component of a table's index.
 struct IndexObject {
-  const char* object;
-  unsigned char asnType;
+  const char* object;     // of the MIB
+  unsigned char asnType;  // as registered
 };
 
 // A position among the rows of a table, without the type of the rows.
@@ -55,10 +58,11 @@ class RowCursor {
   virtual bool isAtEnd() const = 0;
   // Whether the search for the next row was given up: the cursor is at the end, but further rows may exist.
   virtual bool gaveUp() const = 0;
-  virtual void advance() = 0;
 
-  // The following require: not at the end.
+  // All following operations require: not at the end.
+  virtual void advance() = 0;
   virtual const void* row() const = 0;
+  // For traces.
   virtual void printKey(std::ostream& out) const = 0;
   virtual void traceRow() const = 0;
   // Writes the sub-identifiers of the row's index, and returns their number. 0 if they do not fit: the row is not
@@ -98,6 +102,8 @@ class MibTable {
   // For SortedHandler: the number of the first column at or above `number` (0 if there is none), and of the last one.
   unsigned columnAtOrAbove(oid number) const;
   unsigned lastColumn() const { return columns_.back().number; }
+  // Whether the values of a row are read from the store at the request.
+  bool readsStore() const { return description_.readsStore; }
 
   // For SortedHandler: searches `cache`, an entity of the table's source, for `index`, the sub-identifiers after the
   // column. Returns a cursor at or before the first row that may answer: the row of `index` (GET), or the first row

@@ -31,7 +31,7 @@ Name nameOf(const netsnmp_variable_list& variable) {
 // State that the requests of one message share. A message may have thousands of requests.
 struct Message {
   long transaction = -1;
-  unsigned passedOver = 0;    // rows without an instance
+  unsigned passedOver = 0;    // rows without an instance, as maxPassedOver counts them
   int lastIndex = 0;          // of the requests, counted from 1
   bool isRepeated = false;    // net-snmp repeats requests whose answers its access control refused
   int requests = -1;          // their number, which an AgentX master may change between calls for one message
@@ -262,7 +262,8 @@ class Answer {
       const auto outcome = table_.setValue(column, cursor, request_->requestvb);
       if (outcome == MibTable::Outcome::failure) return failed();
       if (outcome == MibTable::Outcome::noInstance) {
-        if (++message_.passedOver >= SortedHandler::maxPassedOver) return failed();
+        message_.passedOver += table_.readsStore() ? SortedHandler::rowsForStoredRow : 1;
+        if (message_.passedOver >= SortedHandler::maxPassedOver) return failed();
         continue;
       }
       snmp_set_var_objid(request_->requestvb, name_, length);

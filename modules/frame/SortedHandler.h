@@ -2,8 +2,9 @@
 // Answers the requests to a table whose rows are in index order, without net-snmp's iterator helper. A GET, a GETNEXT
 // and all repetitions of a GETBULK need one search in the cache; then one cursor steps from row to row.
 //
-// Place: behind net-snmp's serialize handler, which passes one request at a time, and in front of its helpers
-// bulk_to_next, table and table_iterator. Each piece of a registration that net-snmp has divided has a handler.
+// In a registration's chain of handlers it is behind net-snmp's serialize handler, which passes one request at a time,
+// and in front of the helpers bulk_to_next, table and table_iterator. If net-snmp has divided a registration, each of
+// the pieces has a handler.
 //
 // - GET, GETNEXT, GETBULK: answered from the cursor. Rows without an instance of the object (Column.h) are skipped.
 // - GETBULK: one call fills all repetitions if the message has one variable binding or room for the longest names of
@@ -28,9 +29,11 @@ class MibTable;
 
 class SortedHandler {
  public:
-  // The number of rows without an instance that all requests of one message may visit together. At the last of them,
-  // and at each further one, the request is answered with genErr, so that no message blocks the agent.
-  static constexpr unsigned maxPassedOver = 10000;
+  // The number of rows without an instance that all requests of one message may visit together, some 10 ms of work. At
+  // the last of them, and at each further one, the request is answered with genErr, so that no message blocks the agent.
+  // 10,000 interfaces may lack twenty columns. A row whose values are read from the store counts as `rowsForStoredRow`.
+  static constexpr unsigned maxPassedOver = 200'000;
+  static constexpr unsigned rowsForStoredRow = 20;
 
   // Puts the handler in front of the registration's handlers. Returns false if net-snmp refuses it or memory is short.
   // Lifetime: `table` must outlive the registration.

@@ -62,7 +62,8 @@ TEST_F(SortedHandlerTest, aWalkThatGivesUpIsAnErrorRatherThanTheEnd) {
 
 TEST_F(SortedHandlerTest, rowsWithoutAnInstanceArePassedOverUpToALimit) {
   const auto neighbours = Kel::makePtr<Arp::Table::TestStatus>();
-  for (unsigned i = 0; i < SortedHandler::maxPassedOver; ++i) {
+  constexpr unsigned limit = SortedHandler::maxPassedOver / SortedHandler::rowsForStoredRow;
+  for (unsigned i = 0; i < limit; ++i) {
     neighbourIs(*tree.ipMib, 3, fmt::format("10.0.{}.{}", i / 250, i % 250), neighbours);  // gone from the table
   }
   knownNeighbourIs(*tree.ipMib, 3, "10.1.0.0", neighbours);
@@ -71,6 +72,11 @@ TEST_F(SortedHandlerTest, rowsWithoutAnInstanceArePassedOverUpToALimit) {
   EXPECT_EQ(agent.getNext(column + ".3.10.0.0.0").name, column + ".3.10.1.0.0") << "one row less";
   neighbours->tableIs({});
   EXPECT_EQ(agent.getNext(column + ".3.10.0.0.1").name, ipGroup + ".22.1.3.3.10.0.0.0") << "the next column";
+  const auto unknown = Kel::makePtr<Interface::IntfStatus>(Vantu::IntfId("eth0"));
+  for (unsigned ifIndex = 1; ifIndex <= 10'000; ++ifIndex) {
+    tree.ifTables->enter(Kel::makePtr<IpSnmp::IfEntry>(ifIndex, unknown), 0);
+  }
+  EXPECT_EQ(agent.send(SNMP_MSG_GETNEXT, {"1.3.6.1.2.1.2.2.1.10"}).errorStatus, SNMP_ERR_NOERROR) << "no counters";
 }
 
 TEST_F(SortedHandlerTest, noRequestWalksTheTable) {

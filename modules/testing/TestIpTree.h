@@ -1,7 +1,8 @@
 #pragma once
-// For tests: the entities that the modules serve, in the default context and in the VRF "red"; and what is traced.
+// For tests: the entities that the modules serve, for the default context and the VRF "red".
 
 #include "agentstate/AgentMib.h"
+#include "ipsnmp/IfTables.h"
 #include "ipsnmp/IpMib.h"
 #include "ipsnmp/MplsVpnMib.h"
 #include "ipsnmp/testing/TestRoutes.h"
@@ -51,7 +52,7 @@ inline IpSnmp::InetAddress inetAddress(const std::string& text) {
   return IpSnmp::InetAddress::fromIpGenAddr(Vantu::IpGenAddr::fromString(text));
 }
 
-// An address with the rows that it has in all address tables.
+// Adds an address with its rows in all address tables.
 inline void addressIs(IpSnmp::IpMib& mib, const std::string& text, unsigned prefixLength, std::uint32_t ifIndex,
                       IpSnmp::AddressSource source = IpSnmp::addressSourceStatus) {
   const auto addr = Vantu::IpGenAddr::fromString(text);
@@ -64,7 +65,7 @@ inline void addressIs(IpSnmp::IpMib& mib, const std::string& text, unsigned pref
   if (isV4) mib.ipAddrTableIs(entry);
 }
 
-// A neighbour on the interface "eth<ifIndex>", in the VRF with this id.
+// Adds the row of a neighbour on the interface "eth<ifIndex>", in the VRF with this id.
 inline const Vrf::VrfIdMap::VrfId neighbourVrfId(7);
 inline auto neighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::string& text,
                         const Kel::Ptr<const Arp::Table::Status>& table) {
@@ -73,7 +74,7 @@ inline auto neighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::st
                                     Vantu::IpGenAddr::fromString(text), table, neighbourVrfId);
 }
 
-// The same, with its neighbour in the table (Arp::Table::TestStatus).
+// The same, and adds the neighbour to the table (Arp::Table::TestStatus).
 template <class Table>
 auto knownNeighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::string& text,
                       const Kel::Ptr<Table>& table) {
@@ -82,7 +83,20 @@ auto knownNeighbourIs(IpSnmp::IpMib& mib, std::uint32_t ifIndex, const std::stri
   return row;
 }
 
-// An interface with what the publisher tells of it, in all numbers `first` and above.
+// An Ethernet interface with its rows in the interface tables, below the interface `upper` unless that is 0.
+inline void ifTableIs(IpSnmp::IfTables& tables, std::uint32_t ifIndex, std::uint32_t upper) {
+  const Vantu::IntfId id("eth" + std::to_string(ifIndex));
+  const auto status = Kel::makePtr<Interface::IntfStatus>(id);
+  status->ifTypeIs(6);
+  status->mtuIs(1500);
+  status->adminStatusIs(Interface::adminStatusUp);
+  status->upperIfIndexIs(upper);
+  const auto row = Kel::makePtr<IpSnmp::IfEntry>(ifIndex, status);
+  row->countersIs(Kel::makePtr<Interface::IntfCounters>(id));
+  tables.enter(row, 0);
+}
+
+// Adds an interface with all records of a publisher. Their numbers count up from `first`.
 inline void interfaceIs(IpSnmp::IpMib& mib, Ip::IpVersion version, std::uint32_t ifIndex, std::uint32_t first = 1) {
   const IpSnmp::IpVersionIfIndex key(version, ifIndex);
   const Vantu::IntfId id("eth" + std::to_string(ifIndex));

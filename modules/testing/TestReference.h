@@ -1,6 +1,5 @@
 #pragma once
-// For tests: what a manager must be answered, worked out from the rows of the caches, with nothing of the tables' own
-// code.
+// For tests: the expected answers of all objects, computed from the rows of the caches without the code of the tables.
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -17,7 +16,7 @@ namespace Modules {
 inline const std::string ipObjects = "1.3.6.1.2.1.4";
 inline const std::string ourObjects = textOf(enterpriseObject({3}));
 
-// The columns of a table of counters, without the table's prefix and without the two behind the counters.
+// The names of a table's counters: its columns without the table's prefix, and without the last two.
 inline Words countersOf(const std::string& table) {
   Words counters;
   for (const auto& object : mibObjects()) {
@@ -76,16 +75,17 @@ class Reference {
       }
       values.insert(values.end(), {noTime, {ASN_GAUGE, "500"}});
       row(ourObjects + ".1.1.1", std::to_string(version), 3, values);
-      // The standard's table has the same columns, without what the kernel does not count; of IPv4 it has the octets.
+      // ipSystemStatsTable has the same columns, but no instance of a counter that the kernel lacks. For IPv4 it has
+      // the octets of IpExt.
       const bool isIpv4 = version == Ip::ipVersion4;
-      std::uint64_t octets = 26;  // as IpExt of the tests begins with them
+      std::uint64_t octets = 26;  // the first value of IpExt in the tests' files
       for (unsigned column : {5U, 32U, 36U, 40U}) {
         for (auto* value : {&values[column - 3], &values[column - 2]}) {
           if (isIpv4) value->text = std::to_string(octets);
         }
         ++octets;
       }
-      // The figures of the tests have fewer packets sent than not sent; and IPv6 has no broadcasts.
+      // In the tests' files outTransmits would be negative; IPv6 has no broadcasts.
       std::fill_n(values.begin() + (30 - 3), 2, Value());
       if (!isIpv4) std::fill_n(values.begin() + (42 - 3), 4, Value());
       row(ipObjects + ".31.1", std::to_string(version), 3, values);
@@ -179,7 +179,7 @@ class Reference {
   void addContexts(const std::vector<Kel::String>& names) {
     for (const auto& name : names) row("1.3.6.1.6.3.16.1.1", index(Snmp::String(name)), 1, {octets(name)});
   }
-  // The scalars as they are at first.
+  // The initial values of the scalars, and the VRFs.
   void add(const AgentSnmp::AgentMib& mib) {
     const auto objects = textOf(enterpriseObject({4, 1}));
     const Value never{ASN_OCTET_STR, "0000000000000000"}, none{ASN_GAUGE, "0"}, counted{ASN_COUNTER, "0"};
@@ -224,7 +224,7 @@ class Reference {
     return answers;
   }
 
-  // As it stands in an index, the length first.
+  // The sub-identifiers of an octet string in an index, the length first.
   static std::string index(const Snmp::String& bytes) {
     std::string text = std::to_string(bytes.bytes());
     for (const auto byte : bytes.octets()) text += fmt::format(".{}", byte);
@@ -254,7 +254,7 @@ class Reference {
     return fmt::format("{}.{}.{}.{}", key.ifIndex(), int{key.version()}, index(key.bytes()), key.length());
   }
 
-  // The values are those of the columns from `column` on.
+  // Adds a row; `values` are those of the columns from `column` on.
   void row(const std::string& table, const std::string& key, unsigned column, const std::vector<Value>& values) {
     for (const auto& [type, text] : values) {
       if (type != 0) add(fmt::format("{}.1.{}.{}", table, column, key), type, text);
@@ -262,7 +262,7 @@ class Reference {
     }
   }
 
-  // By the names of the values' fields, which are those of the columns in most cases.
+  // Adds a row of ipIfStatsTable, each column from the field of `stats` that has the name below.
   void addTraffic(const IpSnmp::IpVersionIfIndex& key, const Ip::IntfStats& stats) {
     std::map<std::string, std::uint64_t> values;
     const auto take = [&](const char* name, std::uint64_t value) { values[name] = value; };

@@ -1,5 +1,10 @@
 #include "snmp/Contexts.h"
 
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
+
 #include <algorithm>
 #include <map>
 #include <set>
@@ -17,6 +22,21 @@ namespace {
 std::map<Kel::String, std::set<Kel::String>>& modulesByContext() {
   static auto* const map = new std::map<Kel::String, std::set<Kel::String>>;
   return *map;
+}
+
+// Removes what net-snmp itself registered in a context where nothing else is registered: the roots ccitt, iso and
+// joint-iso-ccitt. They were split at each object, and the parts (7 kB of a VRF) would stay forever. Without them the
+// context is unknown, as before it was entered.
+void removeRoots(const Kel::String& context) {
+  constexpr int rootPriority = 0;
+  for (auto* part = netsnmp_subtree_find_first(context.c_str()); part != nullptr; part = part->next) {
+    for (auto* each = part; each != nullptr; each = each->children) {
+      if (each->namelen > 1) return;
+    }
+  }
+  for (oid root = 0; root <= 2; ++root) {
+    unregister_mib_context(&root, 1, rootPriority, 0, 0, context.c_str());
+  }
 }
 
 }  // namespace
@@ -53,7 +73,9 @@ void Contexts::leave(std::vector<Entered>::const_iterator context) {
   const auto [name, modules] = *context;  // a copy, since `context` is erased
   entered_.erase(context);
   QTRACE(contextsTrace, 1) << "leaving context \"" << name << "\"";
+  for (HandlerRegistration* module : modules) module->leaving(name);
   for (auto module = modules.rbegin(); module != modules.rend(); ++module) (*module)->exitHandler(name);
+  if (!name.empty()) removeRoots(name);
 }
 
 bool Contexts::isEntered(const Kel::String& context) const {

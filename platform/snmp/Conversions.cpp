@@ -18,7 +18,7 @@ int write(const void* bytes, std::size_t count, unsigned char* buffer, int lengt
   return static_cast<int>(count);
 }
 
-const netsnmp_variable_list& variable(void* value) {
+const netsnmp_variable_list& variableOf(void* value) {
   return *static_cast<const netsnmp_variable_list*>(value);
 }
 
@@ -89,20 +89,20 @@ int U64ToCounter64F(std::uint64_t value, unsigned char* buffer, int length) {
 }
 
 int AsnIntegerToS32(void* value) {
-  const auto& from = variable(value);
+  const auto& from = variableOf(value);
   if (from.type != ASN_INTEGER) wrongType(from, "INTEGER");
   using Limits = std::numeric_limits<int>;
   return static_cast<int>(integer(from, Limits::min(), Limits::max()));
 }
 
 unsigned int AsnIntegerToU32(void* value) {
-  const auto& from = variable(value);
+  const auto& from = variableOf(value);
   if (from.type != ASN_INTEGER) wrongType(from, "INTEGER");
   return static_cast<unsigned int>(integer(from, 0, std::numeric_limits<unsigned int>::max()));
 }
 
 unsigned int AsnUnsignedToU32(void* value) {
-  const auto& from = variable(value);
+  const auto& from = variableOf(value);
   switch (from.type) {
     case ASN_UNSIGNED:
     case ASN_COUNTER:
@@ -115,13 +115,13 @@ unsigned int AsnUnsignedToU32(void* value) {
 }
 
 Vantu::IpAddr AsnIpAddressToVantuIpAddr(void* value) {
-  const auto& from = variable(value);
+  const auto& from = variableOf(value);
   if (from.type != ASN_IPADDRESS && !isOctets(from)) wrongType(from, "IpAddress");
   return Vantu::IpAddr::fromBytes(octets(from));
 }
 
 Snmp::String AsnOctetStringToSnmpString(void* value, int length) {
-  const auto& from = variable(value);
+  const auto& from = variableOf(value);
   if (!isOctets(from)) wrongType(from, "OCTET STRING");
   const auto bytes = octets(from);
   if (length < 0 || static_cast<std::size_t>(length) > bytes.size()) {
@@ -131,7 +131,7 @@ Snmp::String AsnOctetStringToSnmpString(void* value, int length) {
 }
 
 Snmp::ObjectIdentifier AsnOidToSnmpObjectIdentifier(void* value) {
-  const auto& from = variable(value);
+  const auto& from = variableOf(value);
   if (from.type != ASN_OBJECT_ID) wrongType(from, "OBJECT IDENTIFIER");
   std::vector<Snmp::ObjectIdentifier::SubIdentifier> words(from.val_len / sizeof(oid));
   for (std::size_t i = 0; i < words.size(); ++i) {

@@ -32,6 +32,15 @@ std::string escapeBytes(std::string_view bytes) {
   return text;
 }
 
+bool isUtf8(std::string_view bytes) {
+  const char* const end = bytes.data() + bytes.size();
+  for (const char* at = bytes.data(); at != end;) {
+    const auto point = boost::locale::utf::utf_traits<char>::decode(at, end);
+    if (!boost::locale::utf::is_valid_codepoint(point)) return false;
+  }
+  return true;
+}
+
 std::string unescapeBytes(std::string_view text) {
   std::string bytes;
   bytes.reserve(text.size());

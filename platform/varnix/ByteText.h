@@ -12,6 +12,8 @@ namespace Varnix {
 
 std::string escapeBytes(std::string_view bytes);
 
+bool isUtf8(std::string_view bytes);
+
 // The inverse of escapeBytes. Throws Kel::RangeException when a backslash does not begin "\xNN".
 std::string unescapeBytes(std::string_view text);
 

@@ -15,6 +15,7 @@ using ::testing::HasSubstr;
 TEST(ByteText, showsWellFormedTextAsItIsAndEscapesTheRest) {
   const std::string text = "Ethernet1.100/\xc3\xa4 \xe2\x82\xac \xf0\x9f\x98\x80";
   EXPECT_EQ(escapeBytes(text), text);
+  EXPECT_TRUE(isUtf8(text) && isUtf8("\n\\") && !isUtf8("a\xff") && !isUtf8("\xc3"));
   EXPECT_EQ(escapeBytes(std::string_view("a\0b\n\\\x7f\xff", 7)), "a\\x00b\\x0a\\x5c\\x7f\\xff");
   EXPECT_EQ(escapeBytes("\xc3"), "\\xc3");                    // cut short
   EXPECT_EQ(escapeBytes("\xc0\x80"), "\\xc0\\x80");           // longer than need be

@@ -1,5 +1,5 @@
 #pragma once
-// Value types that the entities share: IP versions, names of VRFs, and the operator's settings of static routes.
+// Value types that the entities share: IP versions, names of VRFs, static routes and default routers.
 
 #include <compare>
 #include <cstdint>
@@ -19,8 +19,11 @@ namespace Ip {
 enum IpVersion : int { ipVersionUnknown = 0, ipVersion4 = 1, ipVersion6 = 2 };
 BOOST_DESCRIBE_ENUM(IpVersion, ipVersionUnknown, ipVersion4, ipVersion6)
 
+inline Kel::String stringValue(IpVersion version) {
+  return Kel::enumName(version);
+}
 inline std::ostream& operator<<(std::ostream& out, IpVersion version) {
-  return out << Kel::enumName(version);
+  return out << stringValue(version);
 }
 
 // Throw Kel::RangeException unless the number or name is that of an IP version.
@@ -131,8 +134,8 @@ class DefaultRouterKey {
 };
 
 class DefaultRouterFacts {
-  // expires: when the router ceases to be one unless it advertises itself again, in seconds of the publisher's clock;
-  // 0: never. utcOffset: Kel::System::utcOffset() of the publisher. preference: that of RFC 4191, -1 to 1.
+  // expires: when the router's lifetime ends unless it advertises itself again, in seconds of the publisher's clock; 0:
+  // never. utcOffset: Kel::System::utcOffset() of the publisher. preference: that of RFC 4191, -1 to 1.
   KEL_VALUE_TYPE("Routing::DefaultRouterFacts", DefaultRouterFacts,
                  ((double, expires))((double, utcOffset))((std::int32_t, preference)))
 };

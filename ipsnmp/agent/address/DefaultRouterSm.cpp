@@ -53,7 +53,11 @@ void DefaultRouterSm::update(const Kel::Name& vrfName) {
   const auto at = vrfs_.find(vrfName);
   if (at == vrfs_.end()) return;
   auto& vrf = at->second;
-  for (const auto& intfId : vrf.interfaces) users_[intfId].erase(vrfName);
+  for (const auto& intfId : vrf.interfaces) {
+    const auto user = users_.find(intfId);
+    user->second.erase(vrfName);
+    if (user->second.empty()) users_.erase(user);
+  }
   vrf.interfaces.clear();
   std::map<DefaultRouterIndex, Routing::DefaultRouterFacts> rows;
   if (const auto record = vrf.config->notifier()) {

@@ -50,7 +50,7 @@ void IpInterfaceSm::handleIntf(const Vantu::IntfId& givenId) {
     if (at == watches_.end()) return;
     const Watch gone = std::move(at->second);
     watches_.erase(at);
-    interfaces_[gone.place.vrf].erase(intfId);
+    leaveVrf(gone.place.vrf, intfId);
     return remove(intfId, gone.place);
   }
   Watch& watch = watches_[intfId];
@@ -67,7 +67,7 @@ void IpInterfaceSm::handleIntf(const Vantu::IntfId& givenId) {
   const Place place = placeOf(intfId);
   if (place != watch.place) {
     remove(intfId, watch.place);
-    interfaces_[watch.place.vrf].erase(intfId);
+    leaveVrf(watch.place.vrf, intfId);
     watch.place = place;
   }
   interfaces_[place.vrf].insert(intfId);
@@ -87,15 +87,19 @@ Kel::Ptr<IpMib> IpInterfaceSm::mibOf(const L3::VrfName& vrf) const {
   return mibs ? mibs->ipmib() : nullptr;
 }
 
+// Names of VRFs that are gone are not kept.
+void IpInterfaceSm::leaveVrf(const L3::VrfName& vrf, const Vantu::IntfId& intfId) {
+  const auto at = interfaces_.find(vrf);
+  if (at == interfaces_.end()) return;
+  at->second.erase(intfId);
+  if (at->second.empty()) interfaces_.erase(at);
+}
+
 // The VRF has another cache, or none any more.
 void IpInterfaceSm::handleVrf(const Kel::Name& vrfName) {
   if (!isRunning_ || !vrfMibsDir()->mibsHas(vrfName)) return;
   const auto at = interfaces_.find(L3::VrfName(vrfName));
   if (at == interfaces_.end()) return;
-  if (at->second.empty()) {
-    interfaces_.erase(at);
-    return;
-  }
   const auto intfIds = at->second;
   for (const auto& intfId : intfIds) handleIntf(intfId);
 }

@@ -1,7 +1,8 @@
 #pragma once
-// Keeps the rows of one IP version in ipInterfaceTable and ipIfTrafficTable of all VRFs' caches: one for each interface
-// that has the publisher's record, an ifIndex, and a VRF with a cache. A row moves with the ifIndex and the VRF. Of two
-// interfaces with the same ifIndex in a VRF, the one notified last has the row.
+// Keeps the rows of one IP version in IpMib::ipInterfaceTable and ipIfTrafficTable of all VRFs' caches. An interface
+// has a row of the first while the publisher has its protocol record (Ip::IntfProtocol), of the second while it has its
+// counters (Ip::IntfStats). Both require an ifIndex and a VRF with a cache. A row moves with the ifIndex and the VRF.
+// Of two interfaces with the same ifIndex in a VRF, the one notified last has the row.
 // The machine also records when the tables last changed.
 // Lifetime: stopping or destroying the machine removes its rows.
 
@@ -36,7 +37,7 @@ class IpInterfaceSm : public Kel::Entity {
   void kelStop() override;
 
  private:
-  // Calls handleIntf for each member that comes or goes.
+  // Call handleIntf for each member that is added or removed.
   struct KelL3ConfigDir : OwnedReactor<IpInterfaceSm, L3::Intf::ConfigDir> {
     using OwnedReactor::OwnedReactor;
     void handleIntfConfig(const Vantu::IntfId& intfId) override { owner_->handleIntf(intfId); }
@@ -61,7 +62,7 @@ class IpInterfaceSm : public Kel::Entity {
     using OwnedReactor::OwnedReactor;
     void handleVrf() override { owner_->handleIntf(notifier()->intfId()); }
   };
-  // Of an interface with a row: its columns change.
+  // Watch the records of an interface with a row, for the time of the last change.
   struct KelIntfProtocol : OwnedReactor<IpInterfaceSm, Ip::IntfProtocol> {
     using OwnedReactor::OwnedReactor;
     void handleParameters() override { owner_->rowChanged(notifier()->intfId()); }
@@ -85,6 +86,7 @@ class IpInterfaceSm : public Kel::Entity {
 
   void handleIntf(const Vantu::IntfId& intfId);
   void handleVrf(const Kel::Name& vrfName);
+  void leaveVrf(const L3::VrfName& vrf, const Vantu::IntfId& intfId);
   void rowChanged(const Vantu::IntfId& intfId);
   Place placeOf(const Vantu::IntfId& intfId) const;
   Kel::Ptr<IpMib> mibOf(const L3::VrfName& vrf) const;
@@ -95,8 +97,8 @@ class IpInterfaceSm : public Kel::Entity {
   bool isRunning_ = false;
   Kel::Ptr<KelIntfStatusDir> kelIntfStatusDir_;
   std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;
-  std::map<Vantu::IntfId, Watch> watches_;                     // of interfaces with a record
-  std::map<L3::VrfName, std::set<Vantu::IntfId>> interfaces_;  // of these, by VRF
+  std::map<Vantu::IntfId, Watch> watches_;                     // the interfaces with one of the two records
+  std::map<L3::VrfName, std::set<Vantu::IntfId>> interfaces_;  // the same, by VRF
 };
 
 }  // namespace IpSnmp

@@ -122,6 +122,8 @@ void IfTableSm::handleIntf(const Vantu::IntfId& givenId) {
   if (!watch.row) {
     watch.row = Kel::makePtr<IfEntry>(ifIndex, status);
     watch.row->lastChangeIs(time);
+    // Its counters may be those of another device than the last one with this ifIndex had.
+    watch.row->discontinuityTimeIs(time);
     watch.vrf = l3Config->vrf();
     members_.emplace(watch.vrf, intfId);
     handleCounters(intfId);

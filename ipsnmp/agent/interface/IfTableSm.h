@@ -1,11 +1,11 @@
 #pragma once
-// Keeps the interface tables of all contexts: each interface that has a status record with an ifIndex, and whose
-// configuration puts it into a VRF, has a row in the cache of that VRF. In the default context it may also show those
-// of all VRFs. Of two interfaces with the same ifIndex in one cache, the one notified last has the row.
+// Keeps the interface tables of all contexts. An interface has a row in the cache of its VRF while it has a status
+// record with an ifIndex and a layer-3 configuration, which names the VRF. The default context can also show the
+// interfaces of all VRFs. Of two interfaces with the same ifIndex in one cache, the one notified last has the row.
 //
-// Rows refer to the records of the state database, so that a change of their values costs nothing here. The machine
-// reacts to the operational state (ifLastChange), to counters that fall (ifCounterDiscontinuityTime), and to what
-// decides the place of an interface.
+// Rows refer to the records of the state database, so most changes cost nothing here. The machine reacts to changes of
+// the operational state (ifLastChange), to counters that decrease (ifCounterDiscontinuityTime), and to changes of
+// ifIndex, VRF and stacking.
 //
 // Lifetime: stopping or destroying the machine removes its rows.
 
@@ -39,7 +39,8 @@ class IfTableSm : public Kel::Entity {
   void kelStart() override;
   void kelStop() override;
 
-  // Whether the default context has the interfaces of all VRFs; initially it has those of the default VRF.
+  // Sets whether the default context has the interfaces of all VRFs, or only those of the default VRF (the initial
+  // value).
   void setAllInDefault(bool areAllInDefault);
 
  private:
@@ -71,10 +72,10 @@ class IfTableSm : public Kel::Entity {
     Kel::Ptr<KelIntfStatus> status;
     Kel::Ptr<KelIntfCounters> counters;
     Kel::Ptr<KelL3Config> l3Config;
-    Kel::Ptr<IfEntry> row;  // null: none
-    L3::VrfName vrf;        // of the row
-    Interface::OperStatus operStatus = Interface::operStatusUnknown;
-    std::optional<Interface::LinkCounters> known;
+    Kel::Ptr<IfEntry> row;                                            // null: none
+    L3::VrfName vrf;                                                  // of the row
+    Interface::OperStatus operStatus = Interface::operStatusUnknown;  // of the row, as last seen
+    std::optional<Interface::LinkCounters> known;                     // the counters as last seen
   };
 
   void handleIntf(const Vantu::IntfId& intfId);
@@ -82,15 +83,15 @@ class IfTableSm : public Kel::Entity {
   void handleMibs(const Kel::Name& vrfName);
   void setCounters(Watch& watch) const;
   void removeRow(Watch& watch);
-  // Calls `visit` for each cache that has the interfaces of the VRF.
+  // Calls `visit` for each cache that shows the interfaces of the VRF.
   template <class Visit>
   void forEachTables(const L3::VrfName& vrf, const Visit& visit) const;
-  // 0 before the agent is ready.
+  // The time for IfTables::enter() and remove(); 0 before the agent is ready.
   Kel::Seconds now() const;
 
   std::vector<Kel::Ptr<Kel::NotifieeBase>> reactors_;  // empty: stopped
   std::map<Vantu::IntfId, Watch> watches_;
-  absl::btree_set<std::pair<L3::VrfName, Vantu::IntfId>> members_;  // of the VRFs, those with a row
+  absl::btree_set<std::pair<L3::VrfName, Vantu::IntfId>> members_;  // the interfaces with a row, by VRF
   bool areAllInDefault_ = false;
 };
 

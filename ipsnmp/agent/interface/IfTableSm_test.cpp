@@ -2,7 +2,9 @@
 
 #include "ipsnmp/agent/interface/IfTableSm.h"
 
+#include <array>
 #include <random>
+#include <tuple>
 
 #include "ipsnmp/agent/testing/TestWorld.h"
 
@@ -93,11 +95,12 @@ TEST_F(IfTableSmTest, tablesFollowTheRecordsInAnyOrder) {
         break;
       case 6:
         if (record) record->ifIndexIs(below(2) * number);
-        // A port of one of two interfaces, which run over nothing.
+        // A port of one of two interfaces.
         if (record && number < 6) record->upperIfIndexIs(below(3) == 0 ? 0 : 6 + below(2));
         break;
       case 7:
         if (record && number < 6) record->lowerIfIndexIs(number > 2 ? below(3) : 0);
+        if (record && number > 5) record->lowerIfIndexIs(below(6));  // which the record of its port may state, too
         break;
       default:
         if (below(20) == 0) machine->setAllInDefault(areAllInDefault = !areAllInDefault);
@@ -135,7 +138,24 @@ TEST_F(IfTableSmTest, timesAreThoseOfChangesSinceTheAgentWasReady) {
   intfIs("eth1", 4)->lowerIfIndexIs(3);
   tree.l3ConfigDir->intfConfigIs(intfOf("eth1"))->vrfIs(L3::VrfName("default"));
   EXPECT_GT(tables->ifTableLastChange(), 0.0);
+  EXPECT_GT(tables->ifTable(4)->discontinuityTime(), 0.0) << "another device may have had this ifIndex";
   EXPECT_GT(tables->ifStackLastChange(), 0.0);
+  tables->ifTableLastChangeIs(0);
+  tables->ifStackLastChangeIs(0);
+  tree.intfStatusDir->intfStatusDel(intfOf("eth1"));
+  EXPECT_GT(tables->ifTableLastChange(), 0.0) << "a row is gone";
+  EXPECT_GT(tables->ifStackLastChange(), 0.0);
+  for (std::size_t fallen = 0; fallen < 9; ++fallen) {
+    std::array<std::uint64_t, 9> counts{9, 9, 9, 9, 9, 9, 9, 9, 9};
+    const auto publish = [&](auto... each) {
+      tree.intfCountersDir->intfCountersIs(intfOf("eth0"))->countersIs(Interface::LinkCounters(each...));
+    };
+    std::apply(publish, counts);
+    row->discontinuityTimeIs(0);
+    counts[fallen] = 8;
+    std::apply(publish, counts);
+    EXPECT_GT(row->discontinuityTime(), 0.0) << "counter " << fallen;
+  }
 }
 
 }  // namespace

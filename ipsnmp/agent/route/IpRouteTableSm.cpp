@@ -4,6 +4,7 @@
 
 #include "ipsnmp/ProtocolMap.h"
 #include "kel/Trace.h"
+#include "quillo/StoreException.h"
 #include "snmp/SnmpUtil.h"
 
 KEL_TYPE_DEFINE(IpSnmp::IpRouteTableSm)
@@ -249,8 +250,13 @@ void IpRouteTableSm::doCountRoutes() {
     const auto prefix = at->first;
     try {
       routeCountTempValueInc(rowCount(Vantu::Prefix(prefix)));
+    } catch (const Quillo::StoreException& error) {
+      routeCountBookmarkIs(Vantu::IpAddrWithMask());
+      routeChangesIs(true);  // the timer asks again
+      QTRACE(ipRouteTableSmTrace, 2) << "Counting of routes stopped: " << error.what();
+      return;
     } catch (const Kel::Exception&) {
-      // An invalid prefix or an unreadable table: the next pass begins again.
+      // An invalid prefix: the next pass begins again.
       routeCountBookmarkIs(Vantu::IpAddrWithMask());
       throw;
     }
@@ -275,26 +281,33 @@ void IpRouteTableSm::doCountInetRoutes() {
   if (!task || !task->taskCurrentlyRunning()) return;
   const auto from = std::exchange(inetCountBookmark_, std::nullopt);
   if (!from) inetCount_ = 0;
-  InetCidrRouteIterator at(ipForwardMib(), from.value_or(InetCidrRouteIndex()));
-  while (!at.isAtEnd()) {
-    ++inetCount_;
-    at.advance();
-    if (at.isAtEnd() || !task->taskShouldYield()) continue;
-    inetCountBookmark_ = at.row().index;
-    task->scheduleTask();
+  try {
+    InetCidrRouteIterator at(ipForwardMib(), from.value_or(InetCidrRouteIndex()));
+    while (!at.isAtEnd()) {
+      ++inetCount_;
+      at.advance();
+      if (at.isAtEnd() || !task->taskShouldYield()) continue;
+      inetCountBookmark_ = at.row().index;
+      task->scheduleTask();
+      return;
+    }
+  } catch (const Quillo::StoreException& error) {
+    routeChangesIs(true);
+    QTRACE(ipRouteTableSmTrace, 2) << "Counting of rows of inetCidrRouteTable stopped: " << error.what();
     return;
   }
   ipForwardMib()->inetNumRoutesIs(inetCount_);
 }
 
 std::int32_t IpRouteTableSm::rowCount(const Vantu::Prefix& prefix) {
-  if (const char* missing = ipForwardMib()->resolve(prefix, countScratch_)) {
-    QTRACE(ipRouteTableSmTrace, 8) << prefix << missing;
+  const auto found = ipForwardMib()->resolve(prefix);
+  if (found.missing != nullptr) {
+    QTRACE(ipRouteTableSmTrace, 8) << prefix << found.missing;
     return 0;
   }
   std::int32_t count = 0;
-  for (const auto& [nextHop, via] : countScratch_.forwardFec->nextHop()) {
-    const auto* intfId = countScratch_.intfId(via);
+  for (const auto& [nextHop, via] : found.forwardFec->nextHop()) {
+    const auto* intfId = found.intfId(via);
     if (intfId != nullptr && ipForwardMib()->validIntf(*intfId)) {
       ++count;
     } else {

@@ -50,6 +50,8 @@ class IpRouteTableSm : public Kel::Entity {
   // Null if the VRF uses `allForwardingFecs`.
   KEL_CHILD(IpForwardFecs, localForwardingFecs, LocalForwardingFecs)
 
+  // One run of each task and of the timer: works until it is done or should yield. The counts and the timer are no-ops
+  // outside their task.
   void doProcessRouteBacklog();
   void doProcessFecBacklog();
   void doCountRoutes();
@@ -110,7 +112,7 @@ class IpRouteTableSm : public Kel::Entity {
   // Call it when any route or FEC may have changed.
   void handleRoute();
   void handleFec();
-  // The same, but leaves all reading to the tasks, since all VRFs may be notified at once.
+  // The same, but leave all reading to the tasks, since all VRFs may be notified at once.
   void rescanRoutes();
   void rescanFecs();
 
@@ -157,7 +159,7 @@ class IpRouteTableSm : public Kel::Entity {
   void forwardFecIs(const Quillo::Fib::Fec& fec);
   void forwardFecDel(const Quillo::Fib::FecId& fecId);
   void requestFirstCount();
-  // The number of rows that the row iterator finds for the prefix.
+  // The number of rows of ipCidrRouteTable for the prefix.
   std::int32_t rowCount(const Vantu::Prefix& prefix);
 
   using KelInetCountTask = Brev::OwnedTask<Brev::Task, IpRouteTableSm, &IpRouteTableSm::doCountInetRoutes>;
@@ -169,10 +171,9 @@ class IpRouteTableSm : public Kel::Entity {
 
   Quillo::TableScan<Quillo::Fib::RouteStatus> routeScan_;
   Quillo::TableScan<Quillo::Fib::ForwardingStatus> fecScan_;
-  absl::btree_set<Quillo::Fib::FecId> knownFecs_;  // of the cache, in order
+  absl::btree_set<Quillo::Fib::FecId> knownFecs_;  // the FECs in the cache, in order
 
   Quillo::Fib::Fec fecScratch_;
-  IpForwardMib::Resolved countScratch_;
   bool isFirstCountRequested_ = false;
 
   Kel::Ptr<KelInetCountTask> inetCountTask_;

@@ -196,6 +196,13 @@ TEST_F(RouteSm, unreadableTablesAreNotAskedAgainBeforeTheyNotify) {
   tablesAreNotified();
   run();
   EXPECT_EQ(rowTexts(), Texts{"10.0.0.0/24 10.1.1.9 if3 type4 proto7 metric10 pref1"});
+  routes->isUnreadable = fecs->isUnreadable = true;
+  TraceLines lines("TaskScheduler");
+  countAgain();
+  run();
+  EXPECT_THAT(lines.take(), IsEmpty()) << "it would pass for a fault of the agent";
+  EXPECT_TRUE(sm->routeChanges()) << "nobody would count again";
+  EXPECT_EQ(mib->numRoutes(), 1);
 }
 
 TEST_F(RouteSm, stoppingTakesEverythingOutOfTheCacheUnlessItIsASuccessors) {

@@ -1,5 +1,5 @@
 #pragma once
-// VRFs, neighbours and the machines that serve them, for tests, under a clock that only the test moves.
+// For tests: VRFs, neighbours and the machines that serve them, with a clock that only the test moves.
 
 #include "ipsnmp/agent/Root.h"
 #include "ipsnmp/agent/testing/TestWorld.h"
@@ -43,7 +43,7 @@ struct VrfWorld : World {
   Ptr<IntfSnmp::IfMib> ifMib = Kel::makePtr<IntfSnmp::IfMib>("ifmib");
   Quillo::Fib::FecMode fecMode = Quillo::Fib::fecModePerVrf;
   bool routeTablesEnabled = true;
-  Ptr<Varnix::EntityManager> manager;        // none: no tables are mounted
+  Ptr<Varnix::EntityManager> manager;        // null: no tables are mounted
   Ptr<IpSnmp::IpRouteTableSm> routeTableSm;  // the default VRF's
   Ptr<IpSnmp::Root> root = Kel::makePtr<IpSnmp::Root>("root");
   Ptr<IpSnmp::VrfRootSm> vrfRootSm;
@@ -90,7 +90,7 @@ struct VrfWorld : World {
     tree.allVrfStatusLocal->vrfIs(L3::VrfName(vrf))->stateIs(Ip::vrfStateActive);
   }
   void localDel(const std::string& vrf) { tree.allVrfStatusLocal->vrfDel(L3::VrfName(vrf)); }
-  // Everything that a VRF needs.
+  // Creates all records that a VRF needs.
   void vrfIs(const std::string& vrf, unsigned id) {
     infoIs(vrf);
     routingIs(vrf);

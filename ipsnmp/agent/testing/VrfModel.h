@@ -1,5 +1,5 @@
 #pragma once
-// For tests: what the caches of all VRFs must hold, computed from plain copies of the records.
+// For tests: a model that computes the expected contents of all VRFs' caches from plain copies of the records.
 
 #include <algorithm>
 #include <map>
@@ -26,7 +26,7 @@ struct ModelRecord {
   ModelAddr primary;  // length 0 and no address: none
   std::set<ModelAddr> others;
   bool borrowed = false;
-  std::shared_ptr<const std::string> vrf;  // what the layer-3 record says that it refers to; null: refers to none
+  std::shared_ptr<const std::string> vrf;  // the VRF of the layer-3 record that it refers to; null: refers to none
 
   std::set<ModelAddr> present() const {
     auto all = others;
@@ -39,8 +39,9 @@ struct ModelRecord {
   }
 };
 
-// The address tables. History counts in one place only: of several prefix lengths of one address that one record
-// holds, the one reported first is in force. So the model stamps each address of a record when it is reported:
+// The expected address tables. They depend on history in one case only: if one record holds an address with several
+// prefix lengths, the length reported first is in force. So the model stamps each address of a record when it is
+// reported:
 //   - all of them, in ascending order, when the record's source, VRF, ifIndex or VRF cache changes;
 //   - the remaining ones, when another length of the same address is removed;
 //   - a new one, when it is added.
@@ -49,9 +50,9 @@ class AddressModel {
   using RecordId = std::pair<RecordKind, std::string>;
   std::map<RecordId, ModelRecord> records;
   std::map<std::string, std::uint32_t> ifIndex;  // of the interfaces that have a status record
-  std::map<std::string, int> caches;             // by VRF, with a number that tells one from its successor
+  std::map<std::string, int> caches;  // by VRF: a number, which differs between a cache and its successor
 
-  // To be called after each change of the above.
+  // Call it after each change of the members above.
   void settle() {
     ++now_;
     std::erase_if(reported_, [&](const auto& at) { return !records.contains(at.first); });
@@ -127,13 +128,13 @@ class AddressModel {
 
 struct ModelVrf {
   bool info = false, config = false, global = false, local = false, routing = false, routing6 = false;  // records
-  bool routes = false;  // as the routing record says; that of IPv6 always does
+  bool routes = false;  // whether the IPv4 routing record is set to forward; the IPv6 one always is
   std::optional<unsigned> id;
 };
 
-// The caches of all VRFs.
-// History counts in three places: a VRF is made only by an event that examines it; it is unmade when its local status
-// is deleted; its interface rows are then absent until the interface or the VRF's row changes.
+// The expected caches of all VRFs. They depend on history in three cases: a VRF is created only by an event that
+// examines it; it is removed when its local status is deleted; its interface rows are then absent until the interface
+// or the VRF's row changes.
 class VrfModel {
  public:
   std::map<std::string, ModelVrf> vrfs;
@@ -145,12 +146,12 @@ class VrfModel {
 
   bool isMade(const std::string& vrf) const { return made_.contains(vrf); }
 
-  // Events, to be called after the records above were changed.
+  // Events. Call them after changing the members above.
   void agentIsReady() {
     isReady = true;
     for (const auto& [name, vrf] : vrfs) examine(name);
   }
-  // Something that may complete the VRF.
+  // The VRF may have become complete.
   void examine(const std::string& name) {
     if (name != "default" && isComplete(name) && made_.insert(name).second) addresses.caches[name] = ++cacheCount_;
   }
@@ -161,13 +162,13 @@ class VrfModel {
     std::erase_if(ifRows_, [&](const auto& row) { return row.second.first == name; });
     unmake(name);
   }
-  // The VRF's row in the VRF table is another one.
+  // The VRF's row in the VRF table was replaced.
   void rowCame(const std::string& name) {
     for (const auto& [intf, claim] : claims_) {
       if (claim.second == name) settle(claim.first);
     }
   }
-  // To be called after each change.
+  // Call it after each change.
   void settle() {
     std::set<std::string> intfs;
     for (const auto& [id, record] : addresses.records) intfs.insert(id.second);
@@ -184,7 +185,7 @@ class VrfModel {
     addresses.settle();
   }
 
-  // As the helpers of TestVrfWorld.h print the tables.
+  // The expected results of the helpers of TestVrfWorld.h.
   std::string neighboursOf(const std::string& vrf) const {
     if (vrf != "default" && !isMade(vrf)) return "no cache";
     const auto id = idOf(vrf);
@@ -206,7 +207,7 @@ class VrfModel {
     for (const auto& [ifIndex, row] : ifRows_) text += fmt::format("{} {} {};", ifIndex, row.first, row.second);
     return text;
   }
-  // By name: "red 10 config global;", the digits being IPv4 and IPv6 routing.
+  // The VRF table as lines: "red 10 config global;". The digits are IPv4 and IPv6 routing.
   std::set<std::string> vrfRows() const {
     std::set<std::string> rows;
     for (const auto& [name, vrf] : vrfs) {
@@ -232,7 +233,8 @@ class VrfModel {
     const auto id = at == vrfs.end() || !isReady ? std::nullopt : at->second.id;
     return id || vrf != "default" ? id : std::optional(0u);
   }
-  // The default VRF has what it claims; of others that claim one id, the lowest name has it.
+  // The VRF's id in the neighbour table: the default VRF has the id that it claims; of several others that claim one
+  // id, the lowest name has it.
   std::optional<unsigned> idOf(const std::string& vrf) const {
     const auto id = publishedId(vrf);
     if (!id || vrf == "default") return id;

@@ -1,5 +1,6 @@
 #include "ipsnmp/agent/vrf/MplsVpnSm.h"
 
+#include "ipsnmp/IfTables.h"
 #include "varnix/Values.h"
 
 KEL_TYPE_DEFINE(IpSnmp::MplsVpnSm)
@@ -24,6 +25,7 @@ void MplsVpnSm::kelStop() {
   vrfsWatch_ = nullptr;
   mibsWatch_ = nullptr;
   routes_.clear();
+  configs_.clear();
   members_.clear();
   membersByVrf_.clear();
   mib()->ifConfTableDelAll();
@@ -46,6 +48,7 @@ void MplsVpnSm::handleVrf(const Snmp::String& givenName) {
   if (!vrf) {
     forEachMember(name, [this](std::uint32_t ifIndex, Member& member) { unlist(ifIndex, member); });
     routes_.erase(name);
+    configs_.erase(name);
     mib()->vrfTableDel(name);
     return;
   }
@@ -54,6 +57,9 @@ void MplsVpnSm::handleVrf(const Snmp::String& givenName) {
   if (entry->vrf() == vrf) return;
   entry->vrfIs(vrf);
   entry->lastChangedIs(Kel::System::currentTime());
+  auto& config = configs_[name];
+  if (!config) config = Kel::makePtr<ConfigWatch>(entry.get());
+  config->notifierIs(vrf->vrfConfig());
   if (!isNew) return;
   entry->creationTimeIs(entry->lastChanged());
   forEachMember(name, [this](std::uint32_t ifIndex, Member& member) { list(ifIndex, member); });
@@ -78,7 +84,7 @@ void MplsVpnSm::handleInterface(std::uint32_t ifIndex) {
   }
   member.row->notifierIs(row);
   member.status->notifierIs(row->intfStatus());
-  const bool isUp = row->intfStatus() && row->intfStatus()->operStatus() == Interface::operStatusUp;
+  const bool isUp = row->intfStatus() && ifOperStatus(*row->intfStatus()) == Interface::operStatusUp;
   const Snmp::String vrf(row->vrfName());
   if (member.isListed && member.vrf == vrf) {
     if (std::exchange(member.isUp, isUp) == isUp) return;
@@ -130,15 +136,15 @@ void MplsVpnSm::handleRoutes(const Snmp::String& givenName) {
   if (!watch || watch->notifier() != forward) {
     // A cache of its own starts with no routes, and so does the count.
     const auto former = std::exchange(watch, Kel::makePtr<RoutesWatch>(this, name));
-    if (former) entry->routesDeletedIs(entry->routesDeleted() + static_cast<std::uint32_t>(former->counted_));
+    if (former) entry->routesDeletedIs(entry->routesDeleted() + former->counted_);
     watch->notifierIs(forward);
     entry->forwardMibIs(forward);
   }
   if (!forward) return;
-  const auto change = forward->numRoutes() - watch->counted_;
-  watch->counted_ = forward->numRoutes();
-  if (change > 0) entry->routesAddedIs(entry->routesAdded() + static_cast<std::uint32_t>(change));
-  if (change < 0) entry->routesDeletedIs(entry->routesDeleted() + static_cast<std::uint32_t>(-change));
+  const auto routes = forward->inetNumRoutes();
+  const auto former = std::exchange(watch->counted_, routes);
+  if (routes > former) entry->routesAddedIs(entry->routesAdded() + (routes - former));
+  if (routes < former) entry->routesDeletedIs(entry->routesDeleted() + (former - routes));
 }
 
 }  // namespace IpSnmp

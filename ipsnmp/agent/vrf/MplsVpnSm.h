@@ -1,9 +1,10 @@
 #pragma once
-// Keeps the cache of MPLS-L3VPN-STD-MIB: a row for each VRF in vrfTable other than "default", and one for each of its
-// interfaces in vrfIfTable. An interface has a row while both its VRF and the interface have theirs, in whatever order
-// they are created and deleted.
+// Keeps the cache of MPLS-L3VPN-STD-MIB equal to the VRF tables (IpVrfMib.h). A VRF other than "default" has a row
+// while it is in IpVrfMib::vrfTable. An interface has a row while it is in IpVrfMib::vrfIfTable and its VRF has a row.
 //
-// Lifetime: the destructor removes the rows.
+// It also counts the interfaces of each VRF and the changes of the number of its routes.
+//
+// Lifetime: stopping or destroying the machine removes its rows.
 
 #include <map>
 #include <set>
@@ -38,10 +39,15 @@ class MplsVpnSm : public Kel::Entity {
   };
   struct RoutesWatch : IpForwardMib::Notifiee {
     RoutesWatch(MplsVpnSm* owner, Snmp::String name) : owner_(owner), name_(std::move(name)) {}
-    void handleNumRoutes() override { owner_->handleRoutes(name_); }
+    void handleInetNumRoutes() override { owner_->handleRoutes(name_); }
     MplsVpnSm* const owner_;
     const Snmp::String name_;
-    std::int32_t counted_ = 0;
+    std::uint32_t counted_ = 0;  // IpForwardMib::inetNumRoutes() as last seen
+  };
+  struct ConfigWatch : Ip::VrfConfig::Notifiee {
+    explicit ConfigWatch(VpnVrfEntry* entry) : entry_(entry) {}
+    void handleRouteDistinguisher() override { entry_->lastChangedIs(Kel::System::currentTime()); }
+    VpnVrfEntry* const entry_;
   };
   struct RowWatch : OwnedReactor<MplsVpnSm, VrfIfTableEntry> {
     using OwnedReactor::OwnedReactor;
@@ -51,6 +57,7 @@ class MplsVpnSm : public Kel::Entity {
   struct StatusWatch : Interface::IntfStatus::Notifiee {
     StatusWatch(MplsVpnSm* owner, std::uint32_t ifIndex) : owner_(owner), ifIndex_(ifIndex) {}
     void handleOperStatus() override { owner_->handleInterface(ifIndex_); }
+    void handleAdminStatus() override { owner_->handleInterface(ifIndex_); }
     MplsVpnSm* const owner_;
     const std::uint32_t ifIndex_;
   };
@@ -64,7 +71,7 @@ class MplsVpnSm : public Kel::Entity {
 
   void handleVrf(const Snmp::String& name);
   void handleInterface(std::uint32_t ifIndex);
-  // Counts a change of the VRF's routes.
+  // Adds the change of the VRF's number of routes since the last call to routesAdded or routesDeleted.
   void handleRoutes(const Snmp::String& name);
   void list(std::uint32_t ifIndex, Member& member);
   void unlist(std::uint32_t ifIndex, Member& member);
@@ -76,6 +83,7 @@ class MplsVpnSm : public Kel::Entity {
   Kel::Ptr<VrfsWatch> vrfsWatch_;  // null: stopped
   Kel::Ptr<MibsWatch> mibsWatch_;
   std::map<Snmp::String, Kel::Ptr<RoutesWatch>> routes_;
+  std::map<Snmp::String, Kel::Ptr<ConfigWatch>> configs_;  // of each row of vrfTable
   std::map<std::uint32_t, Member> members_;
   std::set<std::pair<Snmp::String, std::uint32_t>> membersByVrf_;
 };

@@ -50,18 +50,17 @@ VrfRootSm::VrfId VrfRootSm::arpQuilloVrfIdOf(const L3::VrfName& vrfName) const {
 
 void VrfRootSm::handleVrfNameToIdChange(const L3::VrfName& givenName) {
   QTRACE_ENTRY(vrfNeighboursTrace, this);
-  if (!initialized()) return;
   const L3::VrfName vrfName = givenName;
   const Kel::Ptr<VrfRootSm> self(this);
-  const auto map = nameToIdMap();
-  if (!map) return;
-  if (const auto* id = vrfNameStatus()->vrfId(vrfName)) {
-    map->vrfIdIs(vrfName, *id);
-    if (!vrfName.isDefault()) handleVrfCreation(vrfName.stringValue());
-  } else {
-    map->vrfIdDel(vrfName);
-    removeUnlessComplete(vrfName);
+  if (const auto map = nameToIdMap()) {
+    if (const auto* id = vrfNameStatus()->vrfId(vrfName)) {
+      map->vrfIdIs(vrfName, *id);
+    } else {
+      map->vrfIdDel(vrfName);
+      removeUnlessComplete(vrfName);
+    }
   }
+  if (!vrfName.isDefault()) handleVrfCreation(vrfName.stringValue());
 }
 
 void VrfRootSm::handleNameToIdMap() {
