@@ -2,12 +2,12 @@
 // The agent's event loop: net-snmp's sockets and alarms, and all other descriptors, on one thread.
 //
 //   AgentLoop loop;
-//   loop.addFd(scheduler.fd(), [&] { scheduler.run(); });
+//   loop.addFd(scheduler.pollFd(), [&] { scheduler.runReady(); });
 //   loop.run();                                   // until stop()
 //
-// Each turn serves requests first, then the callbacks of ready descriptors in order of descriptor, then net-snmp's
-// alarms, then the callback of onTurnEnd(). Long work yields when requestWaiting() is true, so a request is answered
-// within a quantum during a backlog.
+// Each turn dispatches net-snmp's external events and serves requests, then calls the callbacks of ready descriptors in
+// order of descriptor, then net-snmp's alarms, then the callback of onTurnEnd(). Long work yields when requestWaiting()
+// is true, so a request is answered within a quantum during a backlog.
 
 #include <poll.h>
 
@@ -27,15 +27,17 @@ class AgentLoop : public EventLoop {
   void addFd(int fd, Callback callback) override;
   void removeFd(int fd) override;
   bool onTurnEnd(Callback callback) override;
-  // Cheap enough to call for every row: polls the sockets at most once in `requestCheckInterval`.
+  // Cheap enough to call for every row: polls at most once in `requestCheckInterval`, so a false may be that old. Once
+  // true, stays true until the next wait.
   bool requestWaiting() override;
   static constexpr std::chrono::microseconds requestCheckInterval{200};
 
-  // Runs turns until stop() is called.
+  // Runs turns until stop() is called, from a callback. Throws Kel::Exception if waiting for descriptors fails.
   void run();
   void stop() { isStopping_ = true; }
 
-  // Waits until a descriptor is ready or an alarm is due, and serves it.
+  // One turn: waits until a descriptor is ready or an alarm is due, and serves everything ready. A signal ends the wait
+  // without serving anything or calling the callback of onTurnEnd(). Throws as run().
   void turn();
 
   const Turns& turns() const override { return turns_; }
@@ -54,7 +56,7 @@ class AgentLoop : public EventLoop {
   Turns turns_;
 
   std::vector<pollfd> requestFds_;  // net-snmp's sockets, as of the latest turn
-  bool isRequestSeen_ = false;
+  bool isRequestSeen_ = false;      // since the latest wait
   std::chrono::steady_clock::time_point requestsChecked_;
 };
 

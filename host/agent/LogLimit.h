@@ -2,8 +2,8 @@
 // Limits net-snmp's warnings and errors, and our trace lines (kel/LineLimit.h), so that no manager can fill the log
 // with requests. Reports every minute how many lines it suppressed.
 //
-// Requires: net-snmp's log outputs are chosen; later ones are not limited. At most one object exists at a time. The
-// plugin has none, since the log belongs to the operator of its snmpd.
+// Limits the outputs that net-snmp's log has at construction. Requires: they are not removed while it exists; at most
+// one object exists at a time. The plugin has none, since the log belongs to the operator of its snmpd.
 // Guarantees: the agent's own lines (AgentLog.h), and net-snmp's notices, information and debugging output, pass
 // unchanged. The destructor reports the lines suppressed since the last report, and restores the outputs.
 
@@ -27,7 +27,7 @@ class LogLimit {
  private:
   struct Output {
     netsnmp_log_handler* handler;
-    NetsnmpLogHandler* write;  // its own function, replaced by `take`
+    NetsnmpLogHandler* write;  // the output's own function, replaced by `take`
     Kel::LineLimit limit;
   };
 

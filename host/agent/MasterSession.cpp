@@ -14,10 +14,20 @@
 
 // Exported by the agent library without a header.
 extern "C" {
-// Opens the session, or starts the attempts.
+// Opens the connection and its first session, or starts the attempts.
 int subagent_startup(int, int, void*, void*);
-// The open session, null without one. Its private pointer points to the handle by which registrations find it.
+// The first session, null without a connection. Its `sessid` is the session for which the functions below speak. They
+// wait for the master's response, and meanwhile answer requests; if the connection is lost, this becomes null.
 extern netsnmp_session* main_session;
+// Passes a registration on; its last argument is `main_session->myvoid`.
+int agentx_registration_callback(int, int, void*, void*);
+// All return 1 if the master agrees.
+int agentx_open_session(netsnmp_session*);
+int agentx_close_session(netsnmp_session*, int reason);
+int agentx_register(netsnmp_session*, oid* start, size_t length, int priority, int rangeSubid, oid rangeBound,
+                    int timeout, u_char flags, const char* context);
+int agentx_unregister(netsnmp_session*, oid* start, size_t length, int priority, int rangeSubid, oid rangeBound,
+                      const char* context);
 }
 
 namespace Host {
@@ -25,6 +35,22 @@ namespace Host {
 namespace {
 
 constexpr const char* defaultAddress = "unix:/var/agentx/master";
+constexpr int reasonOther = 1;  // RFC 2741, 6.2.2
+constexpr int registrationChanges[] = {SNMPD_CALLBACK_REGISTER_OID, SNMPD_CALLBACK_UNREGISTER_OID};
+
+// Until its end, the library speaks for another session of the connection.
+class SpeakingFor {
+ public:
+  explicit SpeakingFor(long session) : first_(main_session->sessid) { main_session->sessid = session; }
+  ~SpeakingFor() {
+    if (main_session != nullptr) main_session->sessid = first_;
+  }
+  SpeakingFor(const SpeakingFor&) = delete;
+  SpeakingFor& operator=(const SpeakingFor&) = delete;
+
+ private:
+  const long first_;
+};
 
 // Visits every registration in every context, including those of lower priority.
 template <class Visit>
@@ -52,12 +78,18 @@ MasterSession::MasterSession(std::string address) : address_(std::move(address))
                             NETSNMP_CALLBACK_HIGHEST_PRIORITY);
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, handleOpened, this);
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, handleClosed, this);
+  for (const int change : registrationChanges) {
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, change, handleRegistration, this);
+  }
 }
 
 MasterSession::~MasterSession() {
   snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG, handleConfigurationRead, this, 1);
   snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, handleOpened, this, 1);
   snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, handleClosed, this, 1);
+  for (const int change : registrationChanges) {
+    snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, change, handleRegistration, this, 1);
+  }
 }
 
 void MasterSession::configured() {
@@ -76,12 +108,18 @@ void MasterSession::configured() {
 
 void MasterSession::initHandler(Kel::String context) {
   if (netsnmp_subtree_find_first(context.c_str()) != nullptr) return;
-  auto* const handle = main_session != nullptr ? static_cast<netsnmp_session**>(main_session->myvoid) : nullptr;
-  if (handle != nullptr) *handle = nullptr;
+  isMakingRoots_ = true;
   // The first registration creates the roots, and is one of them.
   const oid iso = 1;
   netsnmp_register_null_context(snmp_duplicate_objid(&iso, 1), 1, context.c_str());
-  if (handle != nullptr) *handle = main_session;
+  isMakingRoots_ = false;
+}
+
+void MasterSession::leaving(const Kel::String& context) {
+  const auto session = sessions_.extract(context);
+  if (session.empty() || main_session == nullptr) return;
+  const SpeakingFor scope(session.mapped());
+  agentx_close_session(main_session, reasonOther);
 }
 
 int MasterSession::handleConfigurationRead(int, int, void*, void* self) {
@@ -93,6 +131,10 @@ int MasterSession::handleConfigurationRead(int, int, void*, void* self) {
 }
 
 int MasterSession::handleOpened(int, int, void*, void* self) {
+  for (const int change : registrationChanges) {
+    snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, change, agentx_registration_callback, main_session->myvoid,
+                             1);
+  }
   static_cast<MasterSession*>(self)->isOpen_ = true;
   static_cast<MasterSession*>(self)->keepFromMaster();
   return SNMPERR_SUCCESS;
@@ -100,7 +142,37 @@ int MasterSession::handleOpened(int, int, void*, void* self) {
 
 int MasterSession::handleClosed(int, int, void*, void* self) {
   static_cast<MasterSession*>(self)->isOpen_ = false;
+  static_cast<MasterSession*>(self)->sessions_.clear();
   return SNMPERR_SUCCESS;
+}
+
+int MasterSession::handleRegistration(int, int change, void* registration, void* self) {
+  static_cast<MasterSession*>(self)->passOn(change, *static_cast<const register_parameters*>(registration));
+  return SNMPERR_SUCCESS;
+}
+
+void MasterSession::passOn(int change, const register_parameters& registration) {
+  if (main_session == nullptr || isMakingRoots_) return;
+  const Kel::String context = registration.contextName != nullptr ? registration.contextName : "";
+  const bool isNew = change == SNMPD_CALLBACK_REGISTER_OID;
+  if (!sessions_.contains(context) && !(isNew && openSession(context))) return;
+  const SpeakingFor scope(sessions_.at(context));
+  if (isNew) {
+    agentx_register(main_session, registration.name, registration.namelen, registration.priority,
+                    registration.range_subid, registration.range_ubound, registration.timeout, registration.flags,
+                    registration.contextName);
+  } else {
+    agentx_unregister(main_session, registration.name, registration.namelen, registration.priority,
+                      registration.range_subid, registration.range_ubound, registration.contextName);
+  }
+}
+
+// Returns false if the master refuses, or the connection is lost.
+bool MasterSession::openSession(const Kel::String& context) {
+  const SpeakingFor scope(0);
+  if (agentx_open_session(main_session) != 1 || main_session == nullptr) return false;
+  sessions_[context] = main_session->sessid;
+  return true;
 }
 
 // net-snmp is about to register everything without the mark SUBTREE_ATTACHED, including every piece of a registration

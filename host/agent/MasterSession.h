@@ -1,13 +1,22 @@
 #pragma once
-// Completes the AgentX session (RFC 2741) of a subagent with its master. net-snmp opens the session after it has read
-// the configuration, and again a ping interval after it lost the master. It registers with the master what the agent
-// library has registered: everything at the start of a session, later changes at once.
+// Configures and watches the connection to an AgentX master (RFC 2741). net-snmp's library opens it, with a session,
+// after reading the configuration, and retries every ping interval after a loss. It passes sysORTable's rows and
+// notifications through that session.
+//
+// This class passes on the registrations: at the start of a connection everything that the agent library has
+// registered, and later changes at once. Each context has a session of its own on the connection. Leaving a context
+// closes its session: net-snmp's master then cancels the requests that it has handed to us. After a mere unregistration
+// it would go on with them, from freed memory (net-snmp 5.9.3: netsnmp_reassign_requests() in agent/snmp_agent.c).
+//
+// It also keeps the stock modules' registrations from the master, sets address and ping interval (1 s), and logs once
+// if no master answers.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 // The agent headers need the library's.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,19 +27,23 @@ namespace Host {
 class MasterSession : public Snmp::HandlerRegistration {
  public:
   // Requires: the library is initialized as a subagent and has its stock modules; the configuration is not read yet.
-  // Present registrations are never passed to the master. `address`, unless empty, is the master's address and
-  // overrides the configuration.
+  // Registrations that exist now (the stock modules') are never passed to the master. A non-empty `address` overrides
+  // the configuration.
   explicit MasterSession(std::string address);
-  // Requires: the library is not shut down yet, which would free this object as an argument of callbacks.
+  // Requires: called before snmp_shutdown(), which frees the arguments of callbacks that are still registered, this
+  // object among them.
   ~MasterSession() override;
 
-  // Call it once net-snmp has read the configuration and tried to open the session. Logs one line if no master answers.
+  // Call it once, after the first reading of the configuration. From then on net-snmp reopens the session. Logs one
+  // line if no master answers yet.
   void configured();
 
-  // Runs before the modules' initHandler, and creates the root subtrees of the context (ccitt, iso and
-  // joint-iso-ccitt). The library would otherwise register them with the master, which fails with an error line for
+  // Creates the root subtrees of the context (ccitt, iso and joint-iso-ccitt) before the modules enter it, since name()
+  // is first in order. Otherwise the library would register them with the master, which fails with an error line for
   // each.
   void initHandler(Kel::String context) override;
+  // Closes the context's session.
+  void leaving(const Kel::String& context) override;
   void exitHandler(Kel::String) override {}
   const char* name() const override { return "AgentX"; }
 
@@ -38,11 +51,16 @@ class MasterSession : public Snmp::HandlerRegistration {
   static int handleConfigurationRead(int, int, void*, void* self);
   static int handleOpened(int, int, void*, void* self);
   static int handleClosed(int, int, void*, void* self);
+  static int handleRegistration(int, int change, void* registration, void* self);
   void keepFromMaster() const;
+  void passOn(int change, const register_parameters& registration);
+  bool openSession(const Kel::String& context);
 
   const std::string address_;
   std::vector<const netsnmp_handler_registration*> own_;
   bool isOpen_ = false;
+  bool isMakingRoots_ = false;
+  std::map<Kel::String, long> sessions_;  // the open sessions' identifiers, by context
   Snmp::AutoRegistree registree_;
 };
 

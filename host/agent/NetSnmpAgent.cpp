@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <set>
+#include <string_view>
 
 #include "host/agent/Process.h"
 #include "host/agent/StockMibs.h"
@@ -101,35 +103,40 @@ void forgetState() {
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DISABLE_PERSISTENT_LOAD, 1);
 }
 
-// Counts the messages of net-snmp about unknown directives while it lives. Each names file, line and directive; the
-// destructor logs the remedy once for all of them.
-class UnknownDirectives {
+// Counts the configuration lines that net-snmp's messages name as wrong or unknown while it lives. The destructor logs
+// the remedy once for all of them.
+class RefusedLines {
  public:
   // A log handler of its own type: with debugging on, net-snmp's callbacks log while they hold a lock that a handler of
   // the type CALLBACK would wait for.
-  UnknownDirectives() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_NONE, LOG_DEBUG)) {
+  RefusedLines() : handler_(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_NONE, LOG_DEBUG)) {
     if (handler_ == nullptr) return;
     handler_->magic = this;
     handler_->handler = takeMessage;
   }
-  ~UnknownDirectives() {
+  ~RefusedLines() {
     if (handler_ != nullptr) netsnmp_remove_loghandler(handler_);
-    if (count_ == 0) return;
+    if (lines_.empty()) return;
+    const bool isOne = lines_.size() == 1;
     agentLog(LOG_WARNING, fmt::format("{} configuration line{} passed over, see above: correct or remove {}; "
                                       "quorind -H lists the directives that it knows",
-                                      count_, count_ == 1 ? " was" : "s were", count_ == 1 ? "it" : "them"));
+                                      lines_.size(), isOne ? " was" : "s were", isOne ? "it" : "them"));
   }
-  UnknownDirectives(const UnknownDirectives&) = delete;
-  UnknownDirectives& operator=(const UnknownDirectives&) = delete;
+  RefusedLines(const RefusedLines&) = delete;
+  RefusedLines& operator=(const RefusedLines&) = delete;
 
  private:
   static int takeMessage(netsnmp_log_handler* handler, int, const char* message) {
-    if (std::strstr(message, "Unknown token") != nullptr) static_cast<UnknownDirectives*>(handler->magic)->count_++;
+    const std::string_view text = message;  // "FILE: line N: Error: ..."; a line can have several, in two readings
+    const auto end = std::min(text.find(": Error: "), text.find(": Warning: Unknown token"));
+    if (end != text.npos && text.substr(0, end).find(": line ") != text.npos) {
+      static_cast<RefusedLines*>(handler->magic)->lines_.emplace(text.substr(0, end));
+    }
     return 1;
   }
 
   netsnmp_log_handler* handler_;
-  int count_ = 0;
+  std::set<std::string> lines_;
 };
 
 }  // namespace
@@ -188,7 +195,7 @@ NetSnmpAgent::~NetSnmpAgent() {
 void NetSnmpAgent::readConfiguration() {
   checkConfigurationFiles();
   makeStateDirectoriesQuietly();
-  const UnknownDirectives listener;
+  const RefusedLines listener;
   init_snmp(applicationType);
   if (masterSession_) masterSession_->configured();
 }
@@ -198,7 +205,7 @@ void NetSnmpAgent::readConfigurationAgain() {
   logLimit_.reset();
   netsnmp_logging_restart();
   {
-    const UnknownDirectives listener;
+    const RefusedLines listener;
     update_config();
   }
   logLimit_.emplace();

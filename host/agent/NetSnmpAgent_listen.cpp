@@ -3,6 +3,7 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
+#include "host/agent/AnswerSize.h"
 #include "host/agent/NetSnmpAgent.h"
 // The agent headers need the library's.
 #include <net-snmp/agent/net-snmp-agent-includes.h>
@@ -41,7 +42,7 @@ void listenOn(const std::string& endpoint, StreamConnections& connections) {
   errno = 0;
   netsnmp_transport* transport = netsnmp_transport_open_server("snmp", endpoint.c_str());
   const int error = errno;
-  if (transport != nullptr && netsnmp_register_agent_nsap(transport) >= 0) return connections.guard(*transport);
+  if (transport != nullptr && receiveMessages(*transport)) return connections.guard(*transport);
   throw Kel::Exception(fmt::format(
       "cannot listen on {}: {}; {}", endpoint,
       error != 0 ? std::strerror(error) : "it names no known host or kind of transport", advice(error)));

@@ -113,13 +113,13 @@ class QuorindTest(unittest.TestCase):
 
     def test_wrong_settings_are_named_and_the_rest_holds(self):
         self.write("rocommunity public 127.0.0.1\nquorinNoSuchThing 1\nquorinDisableObjects everything\n"
-                   "sysLocation here\n")
+                   "sysLocation here\nquorinVrfSysName\n")
         self.start()
         for text in ("line 2: Warning: Unknown token: quorinNoSuchThing.",
                      "line 3: Error: quorinDisableObjects: there is no object group 'everything'; known are: "
                      "route-tables, interface-tables, ip-mib-tables, mpls-l3vpn"):
             self.assertIn(f"{self.configuration}: {text}", read_file(self.log))
-        self.assertIn("1 configuration line was passed over, see above: correct or remove it; "
+        self.assertIn("3 configuration lines were passed over, see above: correct or remove them; "
                       "quorind -H lists the directives that it knows", read_file(self.log))
         self.assertIn('"here"', self.ask("snmpget", PUBLIC, LOCATION))
 

@@ -113,12 +113,14 @@ void AgentNotifications::logPublisher(bool isLost) const {
     logInfo("{} (pid {}) publishes the store {} again", name, mib_->publisherPid(), storeDirectory_);
   } else if (mib_->publisherState() == AgentSnmp::publisherSilent) {
     logError(
-        "{} (pid {}) does not report to the store {}: it hangs or is stopped; what it wrote is served as it was. "
-        "Restart it",
+        "{} (pid {}) does not report to the store {}: it hangs, is stopped or cannot write; what it wrote is "
+        "served as it was. Its log says if it cannot write; else restart it",
         name, mib_->publisherPid(), storeDirectory_);
   } else {
-    logError("{}, which published the store {}, has ended; what it wrote is served as it was. Start it again", name,
-             storeDirectory_);
+    logError(
+        "{}, which published the store {}, has ended or its store was removed; what it wrote is served as it was. "
+        "Restart it",
+        name, storeDirectory_);
   }
 }
 

@@ -1,6 +1,10 @@
 #include "host/composition/ControlSocket.h"
 
 #include <absl/cleanup/cleanup.h>
+#include <net-snmp/net-snmp-config.h>
+#include <net-snmp/net-snmp-includes.h>
+// The agent headers need the library's.
+#include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -16,6 +20,11 @@
 #include "host/composition/AgentLog.h"
 #include "host/composition/Turns.h"
 #include "kel/Errors.h"
+
+// The session of a subagent with its master, null without one. Exported by the agent library without a header.
+extern "C" {
+extern netsnmp_session* main_session;
+}
 
 namespace Host {
 
@@ -79,6 +88,12 @@ double secondsOf(Turns::Clock::duration duration) {
   return std::chrono::duration<double>(duration).count();
 }
 
+// Of a subagent, whether a master is connected, without which nobody can ask it; else null.
+Json masterOf() {
+  if (netsnmp_ds_get_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE) == 0) return {};  // a master
+  return main_session != nullptr;
+}
+
 Json statusOf(const std::string& storeDirectory, const AgentSnmp::AgentMib& mib) {
   const auto lastSeen = mib.publisherLastSeen();
   const auto age = lastSeen == 0 ? Json() : Json(std::max(0.0, static_cast<double>(std::time(nullptr)) - lastSeen));
@@ -87,6 +102,7 @@ Json statusOf(const std::string& storeDirectory, const AgentSnmp::AgentMib& mib)
           {"store", storeDirectory},
           {"ready", mib.isServing() || mib.isStale()},
           {"stale", mib.isStale()},
+          {"master", masterOf()},
           {"publisher",
            {{"state", nameOf(mib.publisherState())},
             {"name", mib.publisherName()},

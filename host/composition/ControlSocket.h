@@ -2,11 +2,12 @@
 // The Unix socket at which quorinctl asks the agent: one JSON object in each line, answered by one (docs/operating.md).
 //
 //   {"request":"status"} | {"request":"contexts"} | {"request":"turns"}
-//   {"request":"trace","levels":"IpBase/0-2"}    also passes on trace lines, until the client goes
+//   {"request":"trace","levels":"IpBase/0-2"}    then also sends trace lines, until the client disconnects
 //
-// The socket is for the agent's user and group (0660). A client is a member of that group, but is not trusted with the
-// agent's time or memory: there are at most `mostClients`, and lines of at most `longestLine` bytes. A client gets an
-// answer once it has read the one before, and at most 50 a second; one that reads traces too slowly loses some.
+// The socket is for the agent's user and group (0660). Clients are bounded, since they are not trusted with the agent's
+// time or memory: there are at most `mostClients`, and a request has at most `longestLine` bytes. A client receives an
+// answer once it has read the one before, and at most 50 a second. One that reads traces too slowly loses some, and is
+// sent their number.
 
 #include <sys/types.h>
 
@@ -25,8 +26,8 @@ namespace Host {
 
 class ControlSocket {
  public:
-  static constexpr std::size_t mostClients =
-      8;  // a further one takes the place of the one that was quiet for longest
+  // A further client replaces the one whose latest request is the oldest.
+  static constexpr std::size_t mostClients = 8;
   static constexpr std::size_t longestLine = 4096;
   static constexpr std::size_t mostPending = std::size_t{1} << 20;  // bytes of traces that wait for a client
 
@@ -43,8 +44,8 @@ class ControlSocket {
   ControlSocket(const ControlSocket&) = delete;
   ControlSocket& operator=(const ControlSocket&) = delete;
 
-  // Listens at `path`, and no longer at the one before; an empty path means nowhere. If it cannot, logs why, and the
-  // agent serves without.
+  // Listens at `path` instead of the path before, whose clients are disconnected; an empty path: nowhere. No-op if it
+  // listens there already and the socket's file still exists. If it cannot listen, logs why and listens nowhere.
   void pathIs(const Kel::String& path);
 
  private:
@@ -52,7 +53,7 @@ class ControlSocket {
     int fd = -1;
     unsigned long lastActive = 0;
     Kel::Seconds nextAnswer = 0;
-    bool isPaused = false;  // not read, since it has a request or an answer left
+    bool isPaused = false;  // not read, since a request or an answer is pending
     std::string input, output;
     std::uint64_t lost = 0;  // trace lines that found no room
     std::optional<Kel::TraceListener> listener;
@@ -65,12 +66,13 @@ class ControlSocket {
   void accept();
   void drop(ClientAt client);
   void read(ClientAt client);
-  // Sends what waits for the client and answers its next request, each as far as possible now. Drops it if it has gone.
+  // Sends the client's pending output and answers its next request, as far as possible now. Drops the client if it has
+  // disconnected.
   void serve(ClientAt client);
   void answer(Client& client, const std::string& line);
   void freshen();
   void traced(Client& client, const Kel::TraceHandle& handle, unsigned level, const std::string& text);
-  // Returns false if the client has gone.
+  // Returns false if the client has disconnected.
   static bool flush(Client& client);
   void serveAll();
   void serveSoon();
@@ -81,11 +83,11 @@ class ControlSocket {
   int fd_ = -1;
   std::pair<dev_t, ino_t> file_{};  // of the socket
   bool isAcceptPaused_ = false;     // no descriptor was left
-  Kel::Seconds freshUntil_ = 0;     // the agent's state
+  Kel::Seconds freshUntil_ = 0;     // until then an answer needs no refresh()
   std::list<Client> clients_;
   unsigned long activity_ = 0;
   bool isTracing_ = false;
-  Kel::Ptr<Brev::TimerTask> serveTimer_;  // while a client has a request or bytes left
+  Kel::Ptr<Brev::TimerTask> serveTimer_;  // while a client has a request or output pending, or accept is paused
 };
 
 }  // namespace Host

@@ -3,7 +3,9 @@
 // modules register these groups only in the default context. A request in a VRF's context gets the values of the
 // default context, except for sysName if the configuration gives VRFs names of their own. The groups are read-only.
 //
-// It enters and leaves contexts like a MIB module (snmp/HandlerRegistration.h).
+// It is called for each context like a MIB module (snmp/HandlerRegistration.h), and does nothing in the default one.
+// Lifetime: construct it before the first context is entered, since it does not serve contexts entered earlier. It must
+// outlive all contexts: net-snmp's registrations refer to it until each context is left.
 
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
@@ -21,8 +23,8 @@ class SharedGroups : public Snmp::HandlerRegistration {
  public:
   struct Group {
     const char* name;
-    std::vector<oid> root;                // one registration in each context, which net-snmp keeps in 2 KiB
-    std::vector<std::vector<oid>> parts;  // below the root, in ascending order: what belongs to the group
+    std::vector<oid> root;                // registered once in each context, which takes 2 KiB
+    std::vector<std::vector<oid>> parts;  // the subtrees at or below the root that are answered, in ascending order
   };
   // The groups of an agent that answers managers itself: system with sysORTable, snmp, and the SNMP engine's identity
   // and counters. Users, groups and views stay in the default context: only the device's operator controls access.

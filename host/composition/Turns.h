@@ -25,7 +25,7 @@ class Turns {
 
   struct Figures {
     std::uint64_t count = 0;
-    Clock::duration p99{};  // the 99th percentile, rounded up by at most a quarter
+    Clock::duration p99{};  // the 99th percentile, at most 25 % too high
     Clock::duration longest{};
   };
 
