@@ -1,8 +1,8 @@
 #pragma once
-// The frame of quorinctl's commands: what each gets, and how it ends.
+// Types shared by quorinctl's commands: options, exit status, failure.
 //
-// A command is one line of the table in quorinctl.cpp and one function, which adds its arguments to a parser and
-// returns what to run once the command line has been read:
+// A command is one line of the table in quorinctl.cpp and one function. The function adds the command's arguments to a
+// parser, and returns what to run after parsing:
 //
 //   Action addDump(CLI::App& app, const Options& options) {
 //     auto vrf = std::make_shared<std::string>();
@@ -21,15 +21,15 @@
 
 namespace Ctl {
 
-// The exit status, as monitoring plugins have it.
+// The exit status, with the numbers of monitoring plugins.
 enum class Exit : int {
   ok = 0,
   warning = 1,   // done, but something is wrong or missing
-  critical = 2,  // there is no store, or what was asked cannot be done
+  critical = 2,  // there is no store, or the request cannot be carried out
   unknown = 3,   // cannot tell: a usage error, or a missing permission
 };
 
-// The options of every command. Their values are set when an Action runs.
+// The options of every command. Their values are set before an Action runs.
 struct Options {
   std::string store;        // directory of the store
   std::string agentSocket;  // the agent's control socket
@@ -52,7 +52,7 @@ struct Command {
   const char* name;
   const char* summary;
   const char* examples;  // lines for --help
-  // Lifetime: `options` outlives the action.
+  // Registers the arguments with `app`, and returns what to run after parsing. Lifetime: `options` outlives the action.
   Action (*add)(CLI::App& app, const Options& options);
 };
 

@@ -64,8 +64,9 @@ void StoreReader::noteDamage(Quillo::TableId table, Quillo::Bytes key, const std
 Exit StoreReader::finish() {
   const auto publisher = mount_->publisher();
   if (!publisher.alive) {
+    const auto current = std::max(publisher.lastSeen, publisher.lastCommit);
     fmt::print(stderr, "quorinctl: no publisher runs: this is the state of {}. See quorinctl status\n",
-               publisher.lastCommit > 0 ? timeText(publisher.lastCommit, false) : "an unknown time");
+               current > 0 ? timeText(current, false) : "an unknown time");
   } else if (!mount_->snapshot().firstPassComplete()) {
     fmt::print(stderr, "quorinctl: the store is not complete yet: {} is writing it\n", publisher.text());
   }

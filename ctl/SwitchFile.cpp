@@ -149,7 +149,9 @@ class SwitchReader : YamlFields {
     std::uint32_t interfaces = 1;
     entry.spec.id = first;
     if (node.kind != YamlNode::Kind::null) {
-      checkKeys(node, path, {"count", "ifIndex", "state", "mac", "addresses", "counters"});
+      checkKeys(node, path,
+                {"count", "ifIndex", "state", "adminStatus", "ifType", "mtu", "mac", "alias", "speed", "duplex",
+                 "promiscuous", "connectorPresent", "lowerIfIndex", "upperIfIndex", "addresses", "counters"});
       interfaces = count(node, path);
       readInterface(*this, node, path, now_, entry);
     }
@@ -219,6 +221,10 @@ class SwitchReader : YamlFields {
           if (interface.moving[version].empty()) continue;
           state_.moving.push_back(
               {statsOf(state_.tree, version)->intfStats(interface.spec.id), std::move(interface.moving[version])});
+        }
+        if (!interface.linkMoving.empty()) {
+          state_.moving.push_back(
+              {state_.tree.intfCountersDir->intfCounters(interface.spec.id), std::move(interface.linkMoving)});
         }
       }
       for (auto& neighbour : vrf.neighbours) {

@@ -123,6 +123,13 @@ void addInterfaces(Random& random, const Varnix::Tree& tree, const L3::VrfName& 
     spec.ifIndex = ++ifIndex;
     spec.state = static_cast<Interface::OperStatus>(1 + below(random, 7));
     if (oneIn(random, 2)) spec.mac = Vantu::EthAddr::fromString("12:34:56:11:22:33");
+    spec.adminStatus = static_cast<Interface::AdminStatus>(below(random, 3));
+    spec.duplex = static_cast<Interface::Duplex>(1 + below(random, 3));
+    spec.promiscuous = oneIn(random, 2);
+    spec.connectorPresent = oneIn(random, 2);
+    spec.alias = oneIn(random, 2) ? "" : names[below(random, 16)];
+    for (auto* number : {&spec.mtu, &spec.ifType, &spec.speed, &spec.lowerIfIndex, &spec.upperIfIndex})
+      *number = below(random, 3);
     for (std::uint32_t host = below(random, 3); host > 0; --host) {
       spec.ipv4.emplace_back(Vantu::IpAddr(0x0a000000 + host), 24);
       spec.ipv6.emplace_back(Vantu::Ip6AddrWithMask::fromString("2001:db8::" + std::to_string(host) + "/64"),
@@ -132,6 +139,7 @@ void addInterfaces(Random& random, const Varnix::Tree& tree, const L3::VrfName& 
       if (oneIn(random, 2))
         counters = {Ip::IntfCounters(1, ~0ULL, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12), 1.1, 0.1 + ifIndex};
     }
+    if (oneIn(random, 2)) spec.linkCounters = Interface::LinkCounters(1, 2, below(random, 4), 4, 5, ~0ULL, 7, 8, 9);
     addInterface(tree, vrf, spec);
     if (oneIn(random, 2)) disturb(random, tree, spec.id);
   }
@@ -211,6 +219,9 @@ vrfs:
 absentInterfaces:
   - Ethernet2
 )");
+  SwitchState odd = switchFromText(text, {.file = "f"});
+  odd.tree.vrfNameStatus->vrfIdIs(L3::VrfName("blue"), Vrf::VrfIdMap::VrfId(0));
+  EXPECT_THROW(textOf(odd, {.vrf = L3::VrfName("blue")}), Kel::RangeException);
 }
 
 TEST_F(SwitchFileTest, countRepeatsAndCountersMove) {
@@ -219,8 +230,9 @@ TEST_F(SwitchFileTest, countRepeatsAndCountersMove) {
 vrfs:
   red:
     interfaces:
-      Ethernet9: {count: 2, ifIndex: 20, mac: '02:00:00:00:00:ff', addresses: [10.0.255.1/24, '2001:db8:0:ffff::1/64'],
-                  counters: {ipv6: {inPkts: {start: 100, perSecond: 2.5}, inMcastPkts: 40}}}
+      Ethernet9: {count: 2, ifIndex: 20, adminStatus: down, mtu: 9000, alias: '\x41 b', upperIfIndex: 1, mac: '02:00:00:00:00:ff', addresses: [10.0.255.1/24, '2001:db8:0:ffff::1/64'],
+                  counters: {ipv6: {inPkts: {start: 100, perSecond: 2.5}, inMcastPkts: 40},
+                             link: {inOctets: {start: 7, perSecond: 3}, inUcastPkts: {perSecond: 2}, inMulticastPkts: 5}}}
       Vlan1: {state: down, addresses: [10.9.0.1/24, 10.9.1.1/24]}
     neighbours: [{address: 10.0.0.255, interface: Vlan1, mac: '02:00:00:00:00:ff', count: 2}]
     routes: [{prefix: 10.255.0.0/16, count: 2, via: blackhole}]
@@ -229,6 +241,10 @@ vrfs:
   const InterfaceSpec second = interfaceSpec(state->tree, Vantu::IntfId("Ethernet10"));
   EXPECT_EQ(second.ifIndex, 21U);
   EXPECT_EQ(second.mac.stringValue(), "02:00:00:00:01:00");
+  const auto status = state->tree.intfStatusDir->intfStatus(second.id);
+  EXPECT_EQ(status->physAddress(), Kel::String("\x02\0\0\0\x01\0", 6)) << "ifPhysAddress";
+  EXPECT_EQ(std::tuple(status->adminStatus(), status->mtu(), status->alias(), status->upperIfIndex()),
+            std::tuple(Interface::adminStatusDown, 9000U, "A b", 1U));
   EXPECT_EQ(second.ipv4.front().stringValue(), "10.1.0.1/24");
   EXPECT_EQ(second.ipv6.front().first.stringValue(), "2001:db8:1::1/64");
   EXPECT_EQ(interfaceSpec(state->tree, Vantu::IntfId("Vlan1")).ifIndex, 1U);
@@ -241,9 +257,11 @@ vrfs:
   now_ += 10;
   publisher.poll();
   const auto stored = switchFromStore(*mounted(at("store")), {});
-  const auto counters = interfaceSpec(stored.tree, second.id).counters[1]->counters;
+  const auto read = interfaceSpec(stored.tree, second.id);
+  const auto counters = read.counters[1]->counters;
   EXPECT_EQ(counters.inPkts(), 125U);
   EXPECT_EQ(counters.inUcastPkts(), 85U);
+  EXPECT_EQ(read.linkCounters, Interface::LinkCounters(37, 25, 5, 0, 0, 0, 0, 0, 0));
 }
 
 // Each fault is named with its line, its key and what to write instead.
@@ -274,10 +292,16 @@ TEST_F(SwitchFileTest, wrongFilesAreRefused) {
        "f:4: vrfs.red.interfaces.e1.addresses: 'fresh' is none of its words; use unknown, preferred, "},
       {"vrfs:\n red:\n  interfaces:\n   e1: {counters: {ipv6: {inPkgs: 1}}}",
        "f:4: vrfs.red.interfaces.e1.counters.ipv6: 'inPkgs' is no counter; the counters are inPkts, inOctets, "},
+      {"vrfs:\n red:\n  interfaces:\n   e1: {counters: {link: {inPkts: 1}}}",
+       "f:4: vrfs.red.interfaces.e1.counters.link: 'inPkts' is no counter; the counters are inOctets, "
+       "inUcastPkts, "},
       {"vrfs:\n red:\n  interfaces:\n   e1: {counters: {ipv6: {inPkts: {perSecond: -1}}}}",
        "f:4: vrfs.red.interfaces.e1.counters.ipv6.inPkts.perSecond: '-1' is no number there; use a number of at "},
       {"vrfs:\n red:\n  interfaces:\n   Vlan: {count: 2}",
        "f:4: vrfs.red.interfaces.Vlan: a name of several interfaces ends with the first one's number; lower the "},
+      {"vrfs:\n red:\n  interfaces:\n   e4294967295: {count: 2}",
+       "f:4: vrfs.red.interfaces.e4294967295: the numbers in the names of these interfaces end at 4294967295; "
+       "lower "},
       {"vrfs:\n red: {interfaces: {e1: , e2: {ifIndex: 5}}}\n blue: {interfaces: {e1: }}",
        "f:3: vrfs.blue.interfaces.e1: the interface e1 is there twice; remove one; an interface is in one VRF"},
       {"vrfs: {red: {interfaces: {e1: {ifIndex: 5}, e2: {ifIndex: 5}}}}",

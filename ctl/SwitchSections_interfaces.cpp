@@ -20,6 +20,7 @@ class InterfaceReader : YamlFields {
     if (const auto* state = node.value("state")) {
       spec.state = word<Interface::OperStatus>(*state, path + ".state", operStatusPrefix);
     }
+    readLink(node, spec, path);
     if (const auto* mac = node.value("mac")) {
       spec.mac = text(*mac, path + ".mac", "write it as 02:00:00:00:00:01", Vantu::EthAddr::fromString);
     }
@@ -29,14 +30,39 @@ class InterfaceReader : YamlFields {
       for (const auto& address : addresses->items) readAddress(address, spec, key);
     }
     if (const auto* counters = node.value("counters")) {
-      checkKeys(*counters, path + ".counters", {"ipv4", "ipv6"});
+      checkKeys(*counters, path + ".counters", {"ipv4", "ipv6", "link"});
       for (const std::size_t version : {0U, 1U}) {
         const char* key = version == 0 ? "ipv4" : "ipv6";
         if (const auto* given = counters->value(key)) {
           readCounters(*given, fmt::format("{}.counters.{}", path, key), entry, version);
         }
       }
+      if (const auto* given = counters->value("link")) readLinkCounters(*given, path + ".counters.link", entry);
     }
+  }
+
+  // What only IF-MIB has of an interface.
+  void readLink(const YamlNode& node, InterfaceSpec& spec, const std::string& path) const {
+    const auto readNumber = [&](const char* key, std::uint32_t& into) {
+      const auto* given = node.value(key);
+      if (given != nullptr) into = number<std::uint32_t>(*given, fmt::format("{}.{}", path, key));
+    };
+    readNumber("ifType", spec.ifType);
+    readNumber("mtu", spec.mtu);
+    readNumber("speed", spec.speed);
+    readNumber("lowerIfIndex", spec.lowerIfIndex);
+    readNumber("upperIfIndex", spec.upperIfIndex);
+    if (const auto* status = node.value("adminStatus")) {
+      spec.adminStatus = word<Interface::AdminStatus>(*status, path + ".adminStatus", adminStatusPrefix);
+    }
+    if (const auto* duplex = node.value("duplex")) {
+      spec.duplex = word<Interface::Duplex>(*duplex, path + ".duplex", duplexPrefix);
+    }
+    if (const auto* alias = node.value("alias")) {
+      spec.alias = text(*alias, path + ".alias", "write a backslash as \\x5c", Varnix::unescapeBytes);
+    }
+    spec.promiscuous = flag(node.value("promiscuous"), path + ".promiscuous", false);
+    spec.connectorPresent = flag(node.value("connectorPresent"), path + ".connectorPresent", false);
   }
 
   void readAddress(const YamlNode& node, InterfaceSpec& spec, const std::string& path) const {
@@ -64,52 +90,87 @@ class InterfaceReader : YamlFields {
     if (!isNew) fail(node, path, fmt::format("{} is there twice", address), "remove one");
   }
 
+  using Counter = MovingCounters::Counter;
+  using Given = std::map<std::string, Counter, std::less<>>;
+
   void readCounters(const YamlNode& node, const std::string& path, InterfaceEntry& entry,
                     std::size_t version) const {
-    static const auto fields = *Kel::toDatum(Ip::IntfCounters()).getIf<Kel::Datum::Object>();
+    static const auto names = fieldNames<Ip::IntfCounters>();
+    CounterSpec spec{.counters = {}, .discontinuityTime = now_, .utcOffset = Kel::System::utcOffset()};
+    auto given = readGiven(node, path, names, [&](const std::string& name, const YamlNode& value) {
+      if (name != "discontinuityTime" && name != "utcOffset") return false;
+      (name == "utcOffset" ? spec.utcOffset : spec.discontinuityTime) = decimal(value, path + "." + name);
+      return true;
+    });
+    deriveUnicast(given);
+    spec.counters = start<Ip::IntfCounters>(given, entry.moving[version]);
+    entry.spec.counters[version] = spec;
+  }
+
+  void readLinkCounters(const YamlNode& node, const std::string& path, InterfaceEntry& entry) const {
+    static const std::vector<std::string_view> names(linkCounterNames.begin(), linkCounterNames.end());
+    auto given = readGiven(node, path, names, [](const auto&, const auto&) { return false; });
+    given["inMcastPkts"] = given["inMulticastPkts"];
+    given["inPkts"] = sum(given["inUcastPkts"], given["inMulticastPkts"]);
+    given["outPkts"] = given["outUcastPkts"];
+    entry.spec.linkCounters = start<Interface::LinkCounters>(given, entry.linkMoving);
+  }
+
+  template <class Counters>
+  static std::vector<std::string_view> fieldNames() {
+    static const auto fields = *Kel::toDatum(Counters()).template getIf<Kel::Datum::Object>();
+    std::vector<std::string_view> names;
+    names.reserve(fields.size());
+    for (const auto& field : fields) names.push_back(field.first);
+    return names;
+  }
+
+  // Reads a map of counters. `readOther` returns false for a key that it does not know either.
+  template <class ReadOther>
+  Given readGiven(const YamlNode& node, const std::string& path, const std::vector<std::string_view>& names,
+                  ReadOther readOther) const {
     if (node.kind != YamlNode::Kind::map)
       fail(node, path, "it has no keys", "write 'inOctets: 1000' and so on below it");
-    CounterSpec spec{.counters = {}, .discontinuityTime = now_, .utcOffset = Kel::System::utcOffset()};
-    std::map<std::string, MovingCounters::Counter> given;
+    Given given;
     std::set<std::string_view> seen;
     for (std::size_t at = 0; at < node.items.size(); at += 2) {
       const std::string& name = node.items[at].text;
       const YamlNode& value = node.items[at + 1];
       if (!seen.insert(name).second)
         fail(node.items[at], path, fmt::format("'{}' is there twice", name), "remove one");
-      if (name == "discontinuityTime") {
-        spec.discontinuityTime = decimal(value, path + "." + name);
-      } else if (name == "utcOffset") {
-        spec.utcOffset = decimal(value, path + "." + name);
-      } else if (std::none_of(fields.begin(), fields.end(),
-                              [&](const auto& field) { return field.first == name; })) {
-        std::vector<std::string_view> names;
-        names.reserve(fields.size());
-        for (const auto& field : fields) names.push_back(field.first);
+      if (readOther(name, value)) continue;
+      if (std::find(names.begin(), names.end(), name) == names.end()) {
         fail(node.items[at], path, fmt::format("'{}' is no counter", Varnix::escapeBytes(name)),
              fmt::format("the counters are {}", fmt::join(names, ", ")));
-      } else {
-        given[name] = readCounter(value, path + "." + name);
       }
+      given[name] = readCounter(value, path + "." + name);
     }
-    deriveUnicast(given);
-    auto& counters = entry.moving[version];
-    Kel::Datum::Object values;
-    for (const auto& [name, zero] : fields) {
-      auto counter = given[name];
-      counter.name = name;
-      values.emplace_back(name, counter.start);
-      counters.push_back(std::move(counter));
-    }
-    if (std::none_of(counters.begin(), counters.end(), [](const auto& counter) { return counter.perSecond > 0; })) {
-      counters.clear();
-    }
-    spec.counters = Kel::fromDatum<Ip::IntfCounters>(Kel::Datum(std::move(values)));
-    entry.spec.counters[version] = spec;
+    return given;
   }
 
-  MovingCounters::Counter readCounter(const YamlNode& node, const std::string& path) const {
-    MovingCounters::Counter counter;
+  // The counters at the start. If one of them moves, `moving` gets all of them.
+  template <class Counters>
+  static Counters start(const Given& given, std::vector<Counter>& moving) {
+    Kel::Datum::Object values;
+    for (const auto& name : fieldNames<Counters>()) {
+      const auto at = given.find(name);
+      Counter counter = at == given.end() ? Counter() : at->second;
+      counter.name = name;
+      values.emplace_back(counter.name, counter.start);
+      moving.push_back(std::move(counter));
+    }
+    if (std::none_of(moving.begin(), moving.end(), [](const auto& counter) { return counter.perSecond > 0; })) {
+      moving.clear();
+    }
+    return Kel::fromDatum<Counters>(Kel::Datum(std::move(values)));
+  }
+
+  static Counter sum(const Counter& a, const Counter& b) {
+    return {.name = {}, .start = a.start + b.start, .perSecond = a.perSecond + b.perSecond};
+  }
+
+  Counter readCounter(const YamlNode& node, const std::string& path) const {
+    Counter counter;
     if (node.kind != YamlNode::Kind::map) {
       counter.start = number<std::uint64_t>(node, path);
       return counter;
@@ -121,7 +182,7 @@ class InterfaceReader : YamlFields {
   }
 
   // Unicast is the total less multicast, unless it is given.
-  static void deriveUnicast(std::map<std::string, MovingCounters::Counter>& given) {
+  static void deriveUnicast(Given& given) {
     for (const std::string way : {"in", "out"}) {
       for (const std::string unit : {"Pkts", "Octets"}) {
         if (given.contains(way + "Ucast" + unit)) continue;

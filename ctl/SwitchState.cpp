@@ -68,7 +68,11 @@ void MovingCounters::set(Kel::Seconds seconds) const {
     const double grown = std::fmod(counter.perSecond * seconds, 0x1p64);
     values.emplace_back(counter.name, counter.start + static_cast<std::uint64_t>(grown));
   }
-  record->countersIs(Kel::fromDatum<Ip::IntfCounters>(Kel::Datum(std::move(values))));
+  const Kel::Datum datum(std::move(values));
+  const auto write = [&](const auto& to) {
+    to->countersIs(Kel::fromDatum<std::decay_t<decltype(to->counters())>>(datum));
+  };
+  std::visit(write, record);
 }
 
 std::size_t SwitchState::routes() const {
@@ -101,7 +105,19 @@ void addInterface(const Varnix::Tree& tree, const L3::VrfName& vrf, const Interf
   status->kindIs(Interface::LinuxIntfDetails::kind);
   status->ifIndexIs(spec.ifIndex);
   status->operStatusIs(spec.state);
+  status->adminStatusIs(spec.adminStatus);
+  status->ifTypeIs(spec.ifType);
+  status->mtuIs(spec.mtu);
   status->ethAddrIs(spec.mac);
+  const auto& mac = spec.mac.bytes();
+  status->physAddressIs(spec.mac.isZero() ? Kel::String() : Kel::String(mac.begin(), mac.end()));
+  status->aliasIs(spec.alias);
+  status->speedIs(spec.speed);
+  status->duplexIs(spec.duplex);
+  status->promiscuousIs(spec.promiscuous);
+  status->connectorPresentIs(spec.connectorPresent);
+  status->lowerIfIndexIs(spec.lowerIfIndex);
+  status->upperIfIndexIs(spec.upperIfIndex);
   tree.l3ConfigDir->intfConfigIs(spec.id)->vrfIs(vrf);
   tree.l3StatusDir->intfStatusIs(spec.id)->vrfIs(vrf);
   addIpv4(tree, spec);
@@ -113,6 +129,7 @@ void addInterface(const Varnix::Tree& tree, const L3::VrfName& vrf, const Interf
     stats->discontinuityTimeIs(spec.counters[version]->discontinuityTime);
     stats->utcOffsetIs(spec.counters[version]->utcOffset);
   }
+  if (spec.linkCounters) tree.intfCountersDir->intfCountersIs(spec.id)->countersIs(*spec.linkCounters);
 }
 
 VrfSpec vrfSpec(const Varnix::Tree& tree, const L3::VrfName& name, const VrfId& id) {
@@ -142,7 +159,17 @@ InterfaceSpec interfaceSpec(const Varnix::Tree& tree, const Vantu::IntfId& id) {
   if (const auto status = tree.intfStatusDir->intfStatus(id)) {
     spec.ifIndex = status->ifIndex();
     spec.state = status->operStatus();
+    spec.adminStatus = status->adminStatus();
+    spec.ifType = status->ifType();
+    spec.mtu = status->mtu();
     spec.mac = status->ethAddr();
+    spec.alias = status->alias();
+    spec.speed = status->speed();
+    spec.duplex = status->duplex();
+    spec.promiscuous = status->promiscuous();
+    spec.connectorPresent = status->connectorPresent();
+    spec.lowerIfIndex = status->lowerIfIndex();
+    spec.upperIfIndex = status->upperIfIndex();
   }
   if (const auto config = tree.ipConfig->ipIntfConfig(id); config && !config->addrWithMask().address().isZero()) {
     spec.ipv4.push_back(config->addrWithMask());
@@ -158,6 +185,7 @@ InterfaceSpec interfaceSpec(const Varnix::Tree& tree, const Vantu::IntfId& id) {
       spec.counters[version] = {stats->counters(), stats->discontinuityTime(), stats->utcOffset()};
     }
   }
+  if (const auto record = tree.intfCountersDir->intfCounters(id)) spec.linkCounters = record->counters();
   return spec;
 }
 

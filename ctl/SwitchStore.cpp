@@ -162,7 +162,7 @@ void SwitchPublisher::check() {
   const Kel::Seconds now = Kel::System::currentTime();
   if (now - lastCheck_ < checkPeriod) return;
   lastCheck_ = now;
-  store_.check();
+  store_.check(!isFull_);
 }
 
 void SwitchPublisher::poll() {

@@ -7,6 +7,7 @@
 
 #include "ctl/SwitchFile.h"
 #include "ctl/YamlFields.h"
+#include "kel/Errors.h"
 #include "quillo/tables/FecIds.h"
 #include "quillo/tables/RouteOrigin.h"
 #include "varnix/ByteText.h"
@@ -126,6 +127,12 @@ class SwitchWriter {
       vrfs_[id].spec = vrfSpec(state_.tree, name, id);
     }
     if (!writing_.vrf) vrfs_.try_emplace(VrfId(0));
+    if (vrfs_.empty()) {
+      throw Kel::RangeException(
+          fmt::format("the store has an id for VRF '{}' that no VRF of its name can have, so a switch file cannot "
+                      "express it; dump the whole switch",
+                      Varnix::escapeBytes(writing_.vrf->stringValue())));
+    }
     std::map<std::uint32_t, InterfaceSpec> byIndex;
     for (const auto& [id, status] : state_.tree.intfStatusDir->intfStatus()) {
       InterfaceSpec spec = interfaceSpec(state_.tree, id);
@@ -181,6 +188,7 @@ class SwitchWriter {
     line("        ifIndex: {}", spec.ifIndex);
     if (spec.state != Interface::operStatusUp) line("        state: {}", enumWord(spec.state, operStatusPrefix));
     if (!spec.mac.isZero()) line("        mac: '{}'", spec.mac.stringValue());
+    writeLink(spec);
     std::vector<std::string> addresses;
     for (const auto& address : spec.ipv4) addresses.push_back(address.stringValue());
     for (const auto& [address, state] : spec.ipv6) {
@@ -189,11 +197,29 @@ class SwitchWriter {
                                       isPreferred ? "" : " " + enumWord(state, addressStatePrefix)));
     }
     if (!addresses.empty()) line("        addresses: [{}]", fmt::join(addresses, ", "));
-    if (!spec.counters[0] && !spec.counters[1]) return;
+    if (!spec.counters[0] && !spec.counters[1] && !spec.linkCounters) return;
     line("        counters:");
     for (const std::size_t version : {0U, 1U}) {
       if (spec.counters[version]) writeCounters(version == 0 ? "ipv4" : "ipv6", *spec.counters[version]);
     }
+    if (spec.linkCounters) writeLinkCounters(*spec.linkCounters);
+  }
+
+  void writeLink(const InterfaceSpec& spec) {
+    const InterfaceSpec absent;
+    const auto writeIf = [this](bool isGiven, const char* key, const auto& value) {
+      if (isGiven) line("        {}: {}", key, value);
+    };
+    writeIf(spec.adminStatus != absent.adminStatus, "adminStatus", enumWord(spec.adminStatus, adminStatusPrefix));
+    writeIf(spec.ifType != absent.ifType, "ifType", spec.ifType);
+    writeIf(spec.mtu != absent.mtu, "mtu", spec.mtu);
+    writeIf(spec.alias != absent.alias, "alias", yamlName(spec.alias));
+    writeIf(spec.speed != absent.speed, "speed", spec.speed);
+    writeIf(spec.duplex != absent.duplex, "duplex", enumWord(spec.duplex, duplexPrefix));
+    writeIf(spec.promiscuous, "promiscuous", true);
+    writeIf(spec.connectorPresent, "connectorPresent", true);
+    writeIf(spec.lowerIfIndex != 0, "lowerIfIndex", spec.lowerIfIndex);
+    writeIf(spec.upperIfIndex != 0, "upperIfIndex", spec.upperIfIndex);
   }
 
   void writeCounters(const char* version, const CounterSpec& spec) {
@@ -204,6 +230,20 @@ class SwitchWriter {
     }
     line("          {}: {{{}discontinuityTime: {}, utcOffset: {}}}", version, items, spec.discontinuityTime,
          spec.utcOffset);
+  }
+
+  void writeLinkCounters(const Interface::LinkCounters& counters) {
+    const std::uint64_t values[] = {counters.inOctets(),    counters.inPkts() - counters.inMcastPkts(),
+                                    counters.inMcastPkts(), counters.inDiscards(),
+                                    counters.inErrors(),    counters.outOctets(),
+                                    counters.outPkts(),     counters.outDiscards(),
+                                    counters.outErrors()};
+    static_assert(std::size(values) == linkCounterNames.size());
+    std::vector<std::string> items;
+    for (std::size_t at = 0; at < linkCounterNames.size(); ++at) {
+      items.push_back(fmt::format("{}: {}", linkCounterNames[at], values[at]));
+    }
+    line("          link: {{{}}}", fmt::join(items, ", "));
   }
 
   void writeNeighbours(const VrfId& vrfId) {

@@ -1,8 +1,8 @@
 #pragma once
-// YAML text as a small tree that knows its lines, and the texts of names in it.
+// Parses YAML text into a small tree with line numbers, and writes names as YAML.
 //
-// yaml-cpp parses. Its own tree takes some kilobytes for an entry of a list, so a list of a million routes must not
-// become one: `take` gets each entry of a long list, and the entry is then freed.
+// yaml-cpp parses, but its own tree needs some kilobytes for an entry of a list: too much for a million routes. So
+// `take` can consume the entries of a long list one at a time; each is freed afterwards.
 
 #include <functional>
 #include <string>
@@ -26,27 +26,30 @@ struct YamlNode {
   int line = 0;                      // from 1
   bool isQuoted = false;             // of a scalar
   std::string text = {};             // of a scalar
-  std::vector<YamlNode> items = {};  // the entries of a list; the keys and values of a map in turn
+  std::vector<YamlNode> items = {};  // the entries of a list; key, value, key, value, ... of a map
 
-  // Null without such a key. Requires: a map.
+  // The value of `key`; null if the map does not have it. Requires: a map.
   const YamlNode* value(std::string_view key) const;
 };
 
-// The keys that lead to a list, from the root.
+// The keys that lead to a list, from the root. Lifetime: the views are valid during the call of `take`.
 using YamlPath = std::vector<std::string_view>;
 
 struct YamlReading {
   std::string file;  // for messages
-  // Takes an entry of the list at `path`; returns false to leave it in the tree.
+  // Called with each entry of a list at `path`, if only maps are above that list. Returns true if it has consumed the
+  // entry, which is then freed; false leaves the entry in the tree. An exception ends the reading.
   std::function<bool(const YamlPath& path, const YamlNode& entry)> take = {};
-  // Called now and then with the part of the text that was read, 0 to 1.
+  // Called repeatedly with the fraction of the text that was read, 0 to 1.
   std::function<void(double part)> progress = {};
 };
 
-// The text's only document. Throws YamlException.
+// Parses the text's only document; an empty text is a null node. Throws YamlException for bad YAML, an alias, or a
+// second document.
 YamlNode yamlFromText(const std::string& text, const YamlReading& reading);
 
-// A name of any bytes as a YAML scalar, in the notation of Varnix::escapeBytes. In quotes unless it is a plain word.
+// A name of any bytes as a YAML scalar, escaped by Varnix::escapeBytes(). In quotes unless every YAML reader takes it
+// for text without them.
 std::string yamlName(std::string_view name);
 
 }  // namespace Ctl

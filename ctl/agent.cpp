@@ -78,7 +78,10 @@ constexpr const char* neighbourTables = "IpBase/0-2,7;ArpTableIteratorConst/0-9"
 constexpr const char* vrfTables = "VrfBase/0-2,7";
 constexpr const char* statistics = "Snmp/0-2,7";
 constexpr TraceObject traceObjects[] = {
-    {"request", "IpBase/0-2;IpForward/0-2;VrfBase/0-2;Snmp/0-2;IpSwFwdStats/0-2", "every request"},
+    {"request",
+     "IpBase/0-2;IfMib/0-2;IpForward/0-2;InetCidrRoute/0-2;VrfBase/0-2;MplsL3Vpn/0-2;Snmp/0-2;IpSwFwdStats/0-2;"
+     "AgentMib/0-2",
+     "every request but those for the system and SNMP groups"},
     {"vrfs", "VrfRootSm/0-8;VrfIfTableSm/0-8", "VRFs and their interfaces: which come and go"},
     {"contexts", "SnmpContexts/0-9", "SNMP contexts that are entered and left"},
     {"addresses", "IpAddressTableSm/0-8", "addresses: rows that are added and removed"},
@@ -88,6 +91,8 @@ constexpr TraceObject traceObjects[] = {
     {"store", "Varnix*/0-8;Quillo*/0-8;StoreFollower/0-8", "what the agent reads from the store"},
     {"ipForwarding", "IpBase/0-2", "requests for the object"},
     {"ipv6IpForwarding", "IpBase/0-2", "requests for the object"},
+    {"ifTable", "IfMib/0-2", "requests for the table"},
+    {"ifXTable", "IfMib/0-2", "requests for the table"},
     {"ipAddrTable", addressTables, "requests for the table"},
     {"ipAddressTable", addressTables, "requests for the table"},
     {"ipAddressPrefixTable", addressTables, "requests for the table"},
@@ -95,6 +100,8 @@ constexpr TraceObject traceObjects[] = {
     {"ipNetToPhysicalTable", neighbourTables, "requests for the table"},
     {"ipCidrRouteNumber", "IpForward/0-2", "requests for the object"},
     {"ipCidrRouteTable", "IpForward/0-2,7;IpCidrRouteTableIteratorConst/0-9", "requests for the table"},
+    {"inetCidrRouteTable", "InetCidrRoute/0-2", "requests for the table"},
+    {"mplsL3VpnVrfTable", "MplsL3Vpn/0-2", "requests for the table"},
     {"quorinVrfTable", vrfTables, "requests for the table"},
     {"quorinVrfIfTable", vrfTables, "requests for the table"},
     {"quorinSwFwdIpStatsTable", "Snmp/0-2,7;IpSwFwdStats/0-9",

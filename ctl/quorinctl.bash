@@ -10,9 +10,10 @@ _quorinctl() {
   local commands='status vrfs interfaces addresses neighbours routes fib counters watch store contexts trace turns dump load'
   local tables='varnix arp neighbor route route6 fec'
   local objects='vrfs interfaces addresses neighbours routes counters nexthops'
-  local traced='request vrfs contexts addresses neighbours routes fib store ipForwarding ipv6IpForwarding ipAddrTable
-    ipAddressTable ipAddressPrefixTable ipNetToMediaTable ipNetToPhysicalTable ipCidrRouteNumber ipCidrRouteTable
-    quorinVrfTable quorinVrfIfTable quorinSwFwdIpStatsTable quorinIpIfStatsTable quorinFIBStatsSummaryTable
+  local traced='request vrfs contexts addresses neighbours routes fib store ipForwarding ipv6IpForwarding ifTable
+    ifXTable ipAddrTable ipAddressTable ipAddressPrefixTable ipNetToMediaTable ipNetToPhysicalTable ipCidrRouteNumber
+    ipCidrRouteTable inetCidrRouteTable mplsL3VpnVrfTable quorinVrfTable quorinVrfIfTable quorinSwFwdIpStatsTable
+    quorinIpIfStatsTable quorinFIBStatsSummaryTable
     quorinFIBStatsByRouteTypeTable quorinFIBStatsByPrefixLenTable'
   local options='--store --agent --json --help'
   local command='' sub='' store=() i

@@ -102,7 +102,12 @@ Exit parseAndRun(int argc, const char* const* argv) {
     sub.final_callback([&action, run = command.add(sub, options)] { action = run; });
   }
   app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
-    return failed->get_name() + ": " + error.what() + "; see quorinctl --help\n";
+    const auto parsed = failed->get_subcommands();
+    const auto words = failed->remaining();
+    const bool isUnknown = parsed.empty() && !words.empty();
+    return fmt::format("quorinctl: {}; see quorinctl {}--help\n",
+                       isUnknown ? fmt::format("there is no command or option '{}'", words.front()) : error.what(),
+                       parsed.empty() ? "" : parsed.front()->get_name() + " ");
   });
   try {
     app.parse(argc, argv);

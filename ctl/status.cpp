@@ -25,6 +25,9 @@ struct Publisher {
   std::string name;
   std::int64_t pid = 0;
   std::optional<Kel::Seconds> start, heartbeat, lastCommit, lastPass;
+
+  // Until when the store has followed the kernel: without changes there is no commit.
+  std::optional<Kel::Seconds> upToDate() const { return std::max(heartbeat, lastCommit); }
 };
 
 struct Picture {
@@ -145,14 +148,14 @@ std::vector<Problem> problemsOf(const Picture& picture, const std::string& direc
   if (state == "gone") {
     problems.push_back(
         {Exit::critical,
-         fmt::format("no publisher runs; nothing is up to date since {}", agoText(publisher.lastCommit)),
+         fmt::format("no publisher runs; nothing is up to date since {}", agoText(publisher.upToDate())),
          "systemctl start quorin-mirrord; why it ended: journalctl -u quorin-mirrord"});
   } else if (state == "silent") {
-    problems.push_back({Exit::warning,
-                        fmt::format("{} is silent for {}", who, durationText(wallClock() - *publisher.heartbeat)),
-                        fmt::format("is it stopped, or the machine overloaded? See top -p {0}; systemctl restart "
-                                    "quorin-mirrord starts it again",
-                                    publisher.pid)});
+    problems.push_back(
+        {Exit::warning, fmt::format("{} is silent for {}", who, durationText(wallClock() - *publisher.heartbeat)),
+         fmt::format("journalctl -u quorin-mirrord -n 3 says if it cannot write; is it stopped, or the "
+                     "machine overloaded? See top -p {}; systemctl restart quorin-mirrord",
+                     publisher.pid)});
   }
   if (!publisher.lastPass) {
     problems.push_back({Exit::warning, "the store is not complete: no publisher has finished its first pass",
@@ -175,6 +178,10 @@ std::vector<Problem> problemsOf(const Picture& picture, const std::string& direc
     } else if (!isTrue(picture.agent, "ready")) {
       problems.push_back({Exit::warning, "the agent is not ready: it waits for a complete store",
                           "see whether it reads this store: token and option --store of quorind"});
+    }
+    if (const auto master = picture.agent.find("master"); master != picture.agent.end() && *master == false) {
+      problems.push_back({Exit::warning, "the agent has no AgentX master, so no manager gets an answer",
+                          "systemctl start snmpd; its snmpd.conf needs the line 'master agentx'"});
     }
     if (const auto store = fieldText(picture.agent, "store"); isElsewhere(store, directory)) {
       problems.push_back({Exit::warning, "the agent reads another store: " + store,
@@ -289,14 +296,17 @@ Exit show(const Options& options, bool withPerformanceData) {
   } catch (const Kel::Exception& error) {
     const auto* failure = dynamic_cast<const Failure*>(&error);
     const Exit exit = failure ? failure->status() : Exit::critical;
-    if (options.json) {
-      writeOut(jsonText({{"status", wordOf(exit)},
-                         {"problems", {{{"severity", wordOf(exit)}, {"what", error.what()}}}},
-                         {"store", options.store}}) +
-               "\n");
-    } else {
-      writeOut(fmt::format("{} - {}\n", wordOf(exit), error.what()));
+    auto problem = Json{{"severity", wordOf(exit)}, {"what", error.what()}};
+    std::string text = fmt::format("{} - {}\n", wordOf(exit), error.what());
+    if (exit == Exit::critical) {  // else what() has the remedy
+      const std::string remedy =
+          "systemctl restart quorin-mirrord; why it has no store: journalctl -u quorin-mirrord";
+      problem["remedy"] = remedy;
+      text += fmt::format("    What to do: {}\n", remedy);
     }
+    writeOut(options.json
+                 ? jsonText({{"status", wordOf(exit)}, {"problems", {problem}}, {"store", options.store}}) + "\n"
+                 : text);
     return exit;
   }
   askAgent(options, picture);

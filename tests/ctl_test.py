@@ -147,7 +147,8 @@ class CtlTest(SystemCase):
         self.serve_two_vrfs()
         for arguments, words in (
                 (("routes", "blue"), "no VRF 'blue'.*default, red"), (("vrfs", "-V", "blue"), "no VRF 'blue'"), ((), "subcommand"),
-                (("routes", "10.0.0.0/33"), "neither"), (("routes", "red", "10.0.0.1", "x"), "At Most 2"), (("fib", "--bogus"), "--help"),
+                (("routes", "10.0.0.0/33"), "neither"), (("routes", "red", "10.0.0.1", "x"), "At Most 2"), (("fib", "--bogus"), "--bogus.*quorinctl fib --help"),
+                (("cats", "red"), "no command or option 'cats'"),
                 (("routes", "--longer"), "prefix"), (("watch", "cats"), "cats"), (("store", "dump", "cats"), "cats"),
                 (("--store", "", "vrfs"), "--store"), (("trace", "cats"), "(?s)'cats'.*ipCidrRouteTable"),
                 (("trace", "routes", "0"), "TIME"), (("trace", "routes", "1d"), "TIME")):
@@ -234,7 +235,7 @@ class CtlTest(SystemCase):
         self.assertRegex(self.ctl("status", status=WARNING)[0], "1 record damaged: route 10.0.0.0/24 in VRF red")
 
     def test_status(self):
-        self.assertRegex(self.ctl("status", status=CRITICAL)[0], "^CRITICAL - .*quorin-mirrord")
+        self.assertRegex(self.ctl("status", status=CRITICAL)[0], "^CRITICAL - .*\n +What to do: .*quorin-mirrord")
         self.ctl("routes", status=CRITICAL)
         self.serve_two_vrfs()
         lock = os.path.join(self.store, "publisher.lock")
@@ -247,7 +248,8 @@ class CtlTest(SystemCase):
         self.assertEqual(self.rows("contexts"), agent.answers["contexts"]["contexts"])
         self.assertIn("2.000", self.ctl("turns")[0])
         for change, status, words in (({"stale": True}, CRITICAL, "too old"), ({"ready": False}, WARNING, "not ready"),
-                                      ({"store": "/"}, WARNING, "another store: /")):
+                                      ({"store": "/"}, WARNING, "another store: /"),
+                                      ({"master": False}, WARNING, "no AgentX master")):
             with self.subTest(change):
                 agent.status = {**FakeAgent.status, **change}
                 self.assertRegex(self.ctl("status", status=status)[0], words)
@@ -259,7 +261,10 @@ class CtlTest(SystemCase):
         finally:
             self.mirror.process.send_signal(signal.SIGCONT)
         self.mirror.stop()
-        self.assertRegex(self.ctl("status", status=CRITICAL)[0], "^CRITICAL - no publisher runs")
+        for file, age in ("doorbell", 1000), ("publisher.lock", 100):  # the last commit, the last report
+            os.utime(os.path.join(self.store, file), (time.time() - age,) * 2)
+        self.assertRegex(self.ctl("status", status=CRITICAL)[0],
+                         r"^CRITICAL - no publisher runs; nothing is up to date since .* \(10\d s ago\)")
         self.assertIn("no publisher runs: this is the state of", self.ctl("routes")[1])
         self.assertEqual(self.rows("status", status=CRITICAL)["problems"][0]["severity"], "CRITICAL")
         with self.subTest("another user"):
