@@ -21,9 +21,21 @@ std::runtime_error failure(const std::string& what) {
   return std::runtime_error(fmt::format("{}: {}", what, std::strerror(errno)));
 }
 
-void putNextHops(nlmsghdr* header, const std::vector<NextHop>& hops, const std::vector<std::uint32_t>& ifIndex) {
+void putAddress(nlmsghdr* header, std::uint16_t type, std::uint32_t ipv4, const Address6& ipv6, bool isIpv6) {
+  if (isIpv6) {
+    mnl_attr_put(header, type, ipv6.size(), ipv6.data());
+  } else {
+    mnl_attr_put_u32(header, type, htonl(ipv4));
+  }
+}
+
+void putNextHops(nlmsghdr* header, const std::vector<NextHop>& hops, const std::vector<std::uint32_t>& ifIndex,
+                 bool isIpv6) {
+  const auto putGateway = [&](std::uint32_t gateway) {
+    putAddress(header, RTA_GATEWAY, gateway, gateway6(gateway), isIpv6);
+  };
   if (hops.size() == 1) {
-    mnl_attr_put_u32(header, RTA_GATEWAY, htonl(hops[0].gateway));
+    putGateway(hops[0].gateway);
     mnl_attr_put_u32(header, RTA_OIF, ifIndex[hops[0].interface]);
     return;
   }
@@ -33,32 +45,33 @@ void putNextHops(nlmsghdr* header, const std::vector<NextHop>& hops, const std::
     header->nlmsg_len += sizeof *next;
     *next = {};
     next->rtnh_ifindex = static_cast<int>(ifIndex[hop.interface]);
-    mnl_attr_put_u32(header, RTA_GATEWAY, htonl(hop.gateway));
+    putGateway(hop.gateway);
     const auto* tail = static_cast<const char*>(mnl_nlmsg_get_payload_tail(header));
     next->rtnh_len = static_cast<unsigned short>(tail - reinterpret_cast<const char*>(next));
   }
   mnl_attr_nest_end(header, all);
 }
 
-nlmsghdr* putRoute(char* buffer, bool isThere, const Route& route) {
+nlmsghdr* putRoute(char* buffer, bool isThere, const Route& route, bool isIpv6) {
   nlmsghdr* header = mnl_nlmsg_put_header(buffer);
   header->nlmsg_type = isThere ? RTM_NEWROUTE : RTM_DELROUTE;
   header->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | (isThere ? NLM_F_CREATE | NLM_F_EXCL : 0));
   auto* message = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(header, sizeof(rtmsg)));
-  message->rtm_family = AF_INET;
-  message->rtm_dst_len = route.length;
+  message->rtm_family = isIpv6 ? AF_INET6 : AF_INET;
+  message->rtm_dst_len = static_cast<unsigned char>(isIpv6 ? length6(route.length) : route.length);
   message->rtm_table = RT_TABLE_MAIN;
   // Not one of FRR's protocols: zebra adopts such routes as its own from an earlier run.
   message->rtm_protocol = RTPROT_STATIC;
   message->rtm_scope = RT_SCOPE_UNIVERSE;
   message->rtm_type = RTN_UNICAST;
-  mnl_attr_put_u32(header, RTA_DST, htonl(route.prefix));
+  putAddress(header, RTA_DST, route.prefix, prefix6(route.prefix), isIpv6);
   return header;
 }
 
 }  // namespace
 
-RouteLoader::RouteLoader(const RouteSet& set) : set_(set), socket_(mnl_socket_open(NETLINK_ROUTE)) {
+RouteLoader::RouteLoader(const RouteSet& set, bool isIpv6)
+    : set_(set), isIpv6_(isIpv6), socket_(mnl_socket_open(NETLINK_ROUTE)) {
   if (!socket_ || mnl_socket_bind(socket_, 0, MNL_SOCKET_AUTOPID) < 0) throw failure("cannot open rtnetlink");
   for (const auto& interface : RouteSet::interfaces()) {
     ifIndex_.push_back(if_nametoindex(interface.name.c_str()));
@@ -83,8 +96,8 @@ void RouteLoader::change(bool isThere, const std::vector<Route>& routes) {
     std::size_t used = 0;
     batch.assign(batchBytes, 0);
     for (; done < routes.size() && used + largestMessage <= batchBytes; ++done) {
-      last = putRoute(batch.data() + used, isThere, routes[done]);
-      putNextHops(last, set_.nextHops(routes[done]), ifIndex_);
+      last = putRoute(batch.data() + used, isThere, routes[done], isIpv6_);
+      putNextHops(last, set_.nextHops(routes[done]), ifIndex_, isIpv6_);
       last->nlmsg_seq = ++sequence_;
       used = static_cast<std::size_t>(static_cast<const char*>(mnl_nlmsg_get_payload_tail(last)) - batch.data());
     }

@@ -21,21 +21,35 @@ constexpr auto visiblePollInterval = std::chrono::microseconds(500);
 constexpr std::size_t subidsOfAddress = 4;
 constexpr std::uint32_t noGateway = 0x0AFFFFFF;
 
+constexpr std::uint32_t inetIpv4 = 1, inetIpv6 = 2;  // InetAddressType (RFC 4001)
+
 void append(Oid& oid, std::uint32_t address) {
   for (unsigned shift = 32; shift > 0; shift -= 8) oid.push_back((address >> (shift - 8)) & 0xFFU);
 }
 
-// Rows of a random sample of the set. The first is that of the last route, which the kernel gets last.
-std::vector<Oid> sampleOf(const RouteTable& table, const RouteSet& set) {
-  std::vector<Oid> sample;
+void appendInet(Oid& oid, std::uint32_t ipv4, const Address6& ipv6, bool isIpv6) {
+  oid.push_back(isIpv6 ? inetIpv6 : inetIpv4);
+  oid.push_back(isIpv6 ? ipv6.size() : subidsOfAddress);
+  if (isIpv6) {
+    oid.insert(oid.end(), ipv6.begin(), ipv6.end());
+  } else {
+    append(oid, ipv4);
+  }
+}
+
+// A random sample of the set. The first is the last route, which the kernel gets last.
+std::vector<Route> sampleOf(const RouteSet& set) {
+  std::vector<Route> sample;
   Random random(3);
   const auto& routes = set.routes();
   for (std::size_t i = 0; i < sampledRoutes; ++i) {
-    const auto& route = i == 0 ? routes.back() : routes[random.below(routes.size())];
-    // Use the first next hop: not every agent serves the others.
-    sample.push_back(table.rowOid(route, set.nextHops(route).front().gateway));
+    sample.push_back(i == 0 ? routes.back() : routes[random.below(routes.size())]);
   }
   return sample;
+}
+
+bool isBelow(const Oid& name, const Oid& root) {
+  return name.size() > root.size() && std::equal(root.begin(), root.end(), name.begin());
 }
 
 struct Request {
@@ -57,29 +71,28 @@ class RequestMaker {
     return {true, table_.rowOid(any(), noGateway), [](const Binding& answer) { return answer.isEndOfView; }};
   }
   Request end() {
-    auto request = getNext(table_.rowOid({~std::uint32_t{0} - random_.below(1000), 32, 0}, noGateway));
-    request.isAnswer = [this](const Binding& answer) { return table_.isIn(nextColumn, answer.name); };
+    auto request = getNext(table_.behindOid());
+    request.isAnswer = [this](const Binding& answer) { return table_.isIn(nextColumn_, answer.name); };
     return request;
   }
   Request half() {
     auto name = table_.rowOid(any(), 0);
-    const auto subidsOfColumn = table_.columnOid(RouteTable::measuredColumn).size();
+    const auto subidsOfColumn = table_.columnOid(table_.measuredColumn()).size();
     name.resize(subidsOfColumn + subidsOfAddress + random_.below(subidsOfAddress));
     return getNext(name);
   }
 
  private:
-  static constexpr unsigned nextColumn = RouteTable::measuredColumn + 1;
-
   const Route& any() { return set_.routes()[random_.below(set_.routes().size())]; }
   Request getNext(const Oid& name) const {
     return {false, name, [this, name](const Binding& answer) {
-              const bool isHere = table_.isIn(RouteTable::measuredColumn, answer.name);
-              return name < answer.name && (isHere || table_.isIn(nextColumn, answer.name));
+              const bool isHere = table_.isIn(table_.measuredColumn(), answer.name);
+              return name < answer.name && (isHere || table_.isIn(nextColumn_, answer.name));
             }};
   }
   const RouteTable& table_;
   const RouteSet& set_;
+  const unsigned nextColumn_ = table_.measuredColumn() + 1;
   Random random_{4};
 };
 
@@ -97,9 +110,15 @@ void ask(SnmpClient& client, const Request& request, RequestKind& kind) {
 
 }  // namespace
 
-RouteTable::RouteTable(const std::string& name)
-    : isByMask_(name == "ipCidrRouteTable"), oid_{1, 3, 6, 1, 2, 1, 4, 24, isByMask_ ? 4U : 2U} {
-  if (!isByMask_ && name != "ipForwardTable") throw std::runtime_error("no table of routes is called " + name);
+RouteTable::RouteTable(const std::string& name, bool isIpv6)
+    : kind_(name == "inetCidrRouteTable" ? Kind::inet
+            : name == "ipCidrRouteTable" ? Kind::byMask
+                                         : Kind::byProtocol),
+      isIpv6_(isIpv6),
+      oid_{1, 3, 6, 1, 2, 1, 4, 24, kind_ == Kind::inet ? 7U : kind_ == Kind::byMask ? 4U : 2U} {
+  if (kind_ == Kind::byProtocol && name != "ipForwardTable")
+    throw std::runtime_error("no table of routes is called " + name);
+  if (isIpv6 && kind_ != Kind::inet) throw std::runtime_error(name + " has no IPv6 routes");
 }
 
 Oid RouteTable::columnOid(unsigned column) const {
@@ -108,28 +127,48 @@ Oid RouteTable::columnOid(unsigned column) const {
   return name;
 }
 
-Oid RouteTable::rowOid(const Route& route, std::uint32_t nextHop) const {
-  Oid name = columnOid(measuredColumn);
-  append(name, route.prefix);
-  if (isByMask_) {
-    append(name, mask(route.length));
-    name.push_back(0);  // the type of service
+Oid RouteTable::routeOid(const Route& route) const {
+  Oid name = columnOid(measuredColumn());
+  if (kind_ == Kind::inet) {
+    appendInet(name, route.prefix, prefix6(route.prefix), isIpv6_);
+    name.push_back(isIpv6_ ? length6(route.length) : route.length);
   } else {
-    name.push_back(protocolOther);
-    name.push_back(0);  // the policy
+    append(name, route.prefix);
+    if (kind_ == Kind::byMask) append(name, mask(route.length));
   }
+  return name;
+}
+
+Oid RouteTable::rowOid(const Route& route, std::uint32_t nextHop) const {
+  Oid name = routeOid(route);
+  if (kind_ == Kind::inet) {
+    name.insert(name.end(), {2, 0, 0});  // the policy 0.0
+    appendInet(name, nextHop, gateway6(nextHop), isIpv6_);
+    return name;
+  }
+  if (kind_ == Kind::byProtocol) name.push_back(protocolOther);
+  name.push_back(0);  // the type of service, the policy
   append(name, nextHop);
   return name;
 }
 
+Oid RouteTable::behindOid() const {
+  if (kind_ != Kind::inet) return rowOid({~std::uint32_t{0}, 32, 0}, noGateway);
+  Oid name = columnOid(measuredColumn());
+  Address6 highest;
+  highest.fill(0xFF);
+  appendInet(name, 0, highest, true);
+  name.push_back(8 * highest.size());
+  return name;
+}
+
 bool RouteTable::isIn(unsigned column, const Oid& name) const {
-  const auto prefix = columnOid(column);
-  return name.size() > prefix.size() && std::equal(prefix.begin(), prefix.end(), name.begin());
+  return isBelow(name, columnOid(column));
 }
 
 std::uint64_t RouteTable::rows(const RouteSet& set, bool hasEveryNextHop) const {
   const auto connected = RouteSet::interfaces().size();
-  if (isByMask_) return (hasEveryNextHop ? set.hops() : set.routes().size()) + connected;
+  if (kind_ != Kind::byProtocol) return (hasEveryNextHop ? set.hops() : set.routes().size()) + connected;
   boost::unordered_flat_set<std::uint64_t> seen;
   for (const auto& route : set.routes()) {
     seen.insert(std::uint64_t{route.prefix} << 32U | set.nextHops(route).front().gateway);
@@ -137,9 +176,10 @@ std::uint64_t RouteTable::rows(const RouteSet& set, bool hasEveryNextHop) const 
   return seen.size() + connected;
 }
 
-bool hasRow(SnmpClient& client, const Oid& name) {
+bool hasRow(SnmpClient& client, const RouteTable& table, const Route& route) {
+  const auto name = table.routeOid(route);
   try {
-    return !client.get(name).at(0).isEndOfView;
+    return isBelow(client.getNext(name).at(0).name, name);
   } catch (const std::runtime_error&) {
     return false;
   }
@@ -170,8 +210,7 @@ Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRep
     for (std::size_t i = 0; i < answer.size(); ++i) {
       const auto& name = answer[i].name;
       const auto& root = columns[i % columns.size()];
-      const bool isBelow = name.size() > root.size() && std::equal(root.begin(), root.end(), name.begin());
-      result.isComplete = answer[i].isEndOfView || !isBelow;
+      result.isComplete = answer[i].isEndOfView || !isBelow(name, root);
       if (result.isComplete) break;
       if (i >= answer.size() - columns.size() && !(from[i % columns.size()] < name)) {
         throw std::runtime_error("the walk does not advance");
@@ -189,10 +228,10 @@ Readiness waitUntilComplete(SnmpClient& client, const RouteTable& table, const R
   Readiness result;
   const auto start = Clock::now();
   const auto left = [&] { return limitSeconds - secondsSince(start); };
-  const auto sample = sampleOf(table, set);
+  const auto sample = sampleOf(set);
   for (std::size_t seen = 0; !result.isSampled && left() > 0;) {
     result.sampledAt = monotonicNow();
-    if (hasRow(client, sample[seen])) {
+    if (hasRow(client, table, sample[seen])) {
       result.isSampled = ++seen == sample.size();
     } else {
       std::this_thread::sleep_for(pollInterval);
@@ -202,7 +241,7 @@ Readiness waitUntilComplete(SnmpClient& client, const RouteTable& table, const R
   while (result.isSampled && !result.isComplete && left() > 0) {
     const auto rowsBefore = result.lastWalk.rows;
     result.completeAt = monotonicNow();
-    result.lastWalk = walk(client, table.columnOid(RouteTable::measuredColumn), toolRepetitions, left());
+    result.lastWalk = walk(client, table.columnOid(table.measuredColumn()), toolRepetitions, left());
     result.isComplete = result.lastWalk.isComplete && result.lastWalk.rows >= rows;
     if (result.lastWalk.rows > rowsBefore) progressAt = monotonicNow();
     if (monotonicNow() - progressAt > secondsWithoutProgress) break;
@@ -239,25 +278,24 @@ std::vector<RequestKind> askAtRandom(SnmpClient& client, const RouteTable& table
 
 std::vector<double> timeToVisible(SnmpClient& client, const RouteTable& table, const RouteSet& set,
                                   std::size_t count, double limitSeconds) {
-  RouteLoader loader(set);
+  RouteLoader loader(set, table.isIpv6());
   std::vector<double> times;
   const auto start = Clock::now();
-  const auto becomes = [&](const Oid& name, bool isThere) {
+  const auto becomes = [&](const Route& route, bool isThere) {
     while (secondsSince(start) < limitSeconds) {
-      if (hasRow(client, name) == isThere) return true;
+      if (hasRow(client, table, route) == isThere) return true;
       std::this_thread::sleep_for(visiblePollInterval);
     }
     return false;
   };
   for (std::uint32_t i = 0; i < count; ++i) {
     const auto route = RouteSet::unusedRoute(i * 37);
-    const auto name = table.rowOid(route, set.nextHops(route).front().gateway);
     const auto added = Clock::now();
     loader.add(route);
-    const bool isThere = becomes(name, true);
+    const bool isThere = becomes(route, true);
     if (isThere) times.push_back(secondsSince(added));
     loader.del(route);
-    if (!isThere || !becomes(name, false)) break;
+    if (!isThere || !becomes(route, false)) break;
   }
   return times;
 }

@@ -96,7 +96,8 @@ const std::vector<Interface>& RouteSet::interfaces() {
   static const auto all = [] {
     std::vector<Interface> made;
     for (unsigned i = 0; i < interfaceCount; ++i)
-      made.push_back({fmt::format("via{}", i), fmt::format("10.0.{}.1/24", i)});
+      made.push_back({fmt::format("via{}", i), fmt::format("10.0.{}.1/24", i),
+                      fmt::format("fd00::a00:{:x}/120", i << 8U | 1U)});
     return made;
   }();
   return all;

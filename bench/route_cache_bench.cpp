@@ -99,6 +99,7 @@ void load(World& world, bool isNotified) {
   auto notified = world.routes->order;
   std::shuffle(notified.begin(), notified.end(), world.random);
   const auto order = isNotified ? std::exchange(world.routes->order, {}) : world.routes->order;
+  ++world.routes->number;
   const auto before = Bench::usedBytes();
   auto start = Clock::now();
   const auto sm = Kel::makePtr<IpSnmp::IpRouteTableSm>(world.scheduler, "red", world.mib, world.routes, world.fecs,
@@ -144,6 +145,7 @@ void load(World& world, bool isNotified) {
   fmt::print("together {:.1f} bytes a route\n",
              static_cast<double>(Bench::usedBytes() - before) / static_cast<double>(world.routes->map.size()));
   world.routes->order = order;
+  ++world.routes->number;  // as after any change of the table
 
   start = Clock::now();
   const auto rows = world.walk();

@@ -33,6 +33,7 @@ struct Options {
   std::string endpoint;
   std::string community;
   std::string table = "ipCidrRouteTable";
+  bool isIpv6 = false;
   std::uint32_t routes = 0;
   std::uint64_t rows = 0;
   std::size_t count = 0;
@@ -43,6 +44,8 @@ struct Options {
   bool isOneNextHop = false;
   int repetitions = Bench::toolRepetitions;
   unsigned columns = 1;
+
+  Bench::RouteTable routeTable() const { return {table, isIpv6}; }
 };
 
 // Waits until somebody listens: a request before that is lost.
@@ -60,17 +63,18 @@ json plan(const Options& options) {
   const RouteSet set(options.routes);
   json interfaces = json::array();
   for (const auto& interface : RouteSet::interfaces()) {
-    interfaces.push_back({{"name", interface.name}, {"address", interface.address}});
+    interfaces.push_back(
+        {{"name", interface.name}, {"address", options.isIpv6 ? interface.address6 : interface.address}});
   }
   return {{"interfaces", interfaces},
           {"next_hop_sets", set.nextHopSets()},
           {"hops", set.hops()},
-          {"rows", Bench::RouteTable(options.table).rows(set, !options.isOneNextHop)}};
+          {"rows", options.routeTable().rows(set, !options.isOneNextHop)}};
 }
 
 json load(const Options& options) {
   const RouteSet set(options.routes);
-  Bench::RouteLoader loader(set);
+  Bench::RouteLoader loader(set, options.isIpv6);
   const double start = Bench::monotonicNow();
   loader.add(set.routes());
   return {{"start", start}, {"end", Bench::monotonicNow()}};
@@ -87,8 +91,7 @@ json ready(const Options& options) {
   std::string line;
   std::getline(std::cin, line);
   const auto client = answeringClient(options, patient);
-  const auto result =
-      waitUntilComplete(*client, Bench::RouteTable(options.table), set, options.rows, options.limit);
+  const auto result = waitUntilComplete(*client, options.routeTable(), set, options.rows, options.limit);
   return {{"sampled", result.isSampled},
           {"sampled_at", result.sampledAt},
           {"complete", result.isComplete},
@@ -98,10 +101,9 @@ json ready(const Options& options) {
 
 json walk(const Options& options) {
   const auto client = answeringClient(options, options.isPatient ? patient : Bench::toolPatience);
-  const Bench::RouteTable table(options.table);
+  const auto table = options.routeTable();
   std::vector<Bench::Oid> roots;
-  for (unsigned i = 0; i < options.columns; ++i)
-    roots.push_back(table.columnOid(Bench::RouteTable::measuredColumn - i));
+  for (unsigned i = 0; i < options.columns; ++i) roots.push_back(table.columnOid(table.measuredColumn() - i));
   if (options.isWholeTable) roots = {table.oid()};
   return valueOf(Bench::walkColumns(*client, roots, options.isGetNext ? 0 : options.repetitions, options.limit));
 }
@@ -110,8 +112,7 @@ json requests(const Options& options) {
   const RouteSet set(options.routes);
   const auto client = answeringClient(options, patient);
   json result = json::object();
-  for (const auto& kind :
-       askAtRandom(*client, Bench::RouteTable(options.table), set, options.count, options.limit)) {
+  for (const auto& kind : askAtRandom(*client, options.routeTable(), set, options.count, options.limit)) {
     result[kind.name] = {{"count", kind.microseconds.size()},
                          {"p50_us", Bench::quantile(kind.microseconds, 0.5)},
                          {"p99_us", Bench::quantile(kind.microseconds, 0.99)},
@@ -123,7 +124,7 @@ json requests(const Options& options) {
 json visible(const Options& options) {
   const RouteSet set(1);
   const auto client = answeringClient(options, patient);
-  const auto times = timeToVisible(*client, Bench::RouteTable(options.table), set, options.count, options.limit);
+  const auto times = timeToVisible(*client, options.routeTable(), set, options.count, options.limit);
   if (times.empty()) return {{"count", 0}};
   return {{"count", times.size()},
           {"p50", Bench::quantile(times, 0.5)},
@@ -162,6 +163,7 @@ int main(int argc, char* argv[]) {
   app.require_subcommand(1);
   Options options;
   app.add_option("--table", options.table);
+  app.add_flag("--ipv6", options.isIpv6, "the set's routes as those of IPv6");
   json result;
   const auto command = [&](const char* name, const char* what, json (*run)(const Options&)) {
     auto* added = app.add_subcommand(name, what);

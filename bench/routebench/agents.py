@@ -27,6 +27,7 @@ class Agent:
     """One agent in the namespace: what `start` starts, `stop` ends. `directory` is its own and survives a restart."""
 
     table = "ipCidrRouteTable"
+    is_ipv6 = False  # whether the routes are those of IPv6
     has_every_next_hop = True
     port = 1161
     # Seconds that it may serve what it read before; none when it is told of changes.
@@ -129,11 +130,11 @@ class Snmpd(Agent):
 
     name = "snmpd"
     port = 1162
-    has_every_next_hop = False
-    # IPCIDRROUTETABLE_CACHE_TIMEOUT in net-snmp 5.9.3, ip-forward-mib/ipCidrRouteTable/ipCidrRouteTable_data_access.h.
+    # IPCIDRROUTETABLE_CACHE_TIMEOUT and INETCIDRROUTETABLE_CACHE_TIMEOUT in net-snmp 5.9.3, ip-forward-mib.
     cache_seconds = 60
-    # nsCacheTimeout (NET-SNMP-AGENT-MIB) of that table.
-    cache_timeout = "1.3.6.1.4.1.8072.1.5.3.1.2.1.3.6.1.2.1.4.24.4"
+    # nsCacheTimeout (NET-SNMP-AGENT-MIB) of the tables.
+    cache_timeout = {"ipCidrRouteTable": "1.3.6.1.4.1.8072.1.5.3.1.2.1.3.6.1.2.1.4.24.4",
+                     "inetCidrRouteTable": "1.3.6.1.4.1.8072.1.5.3.1.2.1.3.6.1.2.1.4.24.7"}
     # smux listens on a fixed TCP port, and is in nobody's way.
     without_modules = "-smux"
     configuration = ACCESS
@@ -142,6 +143,10 @@ class Snmpd(Agent):
     def needs(cls):
         return [SNMPD]
 
+    @property
+    def has_every_next_hop(self):
+        return self.is_ipv6  # /proc/net/route has the first one, /proc/net/ipv6_route a line for each
+
     def start(self):
         configuration = self.write("snmpd.conf", self.configuration)
         self.serving = self.run(SNMPD, "-f", "-C", "-c", configuration, "-LEw", "-I", self.without_modules, self.endpoint)
@@ -149,10 +154,17 @@ class Snmpd(Agent):
     def keep_cache(self, seconds):
         for _ in range(30):  # it may be busy with what others gave up
             done = self.namespace.run("snmpset", "-v2c", "-c", COMMUNITY, "-m", "", "-t", "10", "-r", "0", self.endpoint,
-                                      self.cache_timeout, "i", str(seconds), check=False)
+                                      self.cache_timeout[self.table], "i", str(seconds), check=False)
             if done.returncode == 0:
                 return
         raise AgentEnded(f"snmpd does not let its cache be kept: {done.stderr.strip()}")
+
+
+class Bystander(Snmpd):
+    """An snmpd whose route tables nobody asks for: what it takes to answer is the machine's."""
+
+    name = "bystander"
+    port = 1166
 
 
 class Subagent(Quorin):

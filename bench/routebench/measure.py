@@ -5,7 +5,7 @@ import os
 import subprocess
 import time
 
-from routebench.agents import COMMUNITY
+from routebench.agents import COMMUNITY, Bystander
 
 REQUESTS = 4000  # of each kind
 CHANGES = 200
@@ -31,9 +31,10 @@ class ProbeFailed(Exception):
 class Probe:
     """One run of route_probe. It is started at once; `result` waits for what it found."""
 
-    def __init__(self, namespace, *arguments, prefix=(), table="ipCidrRouteTable"):
+    def __init__(self, namespace, *arguments, prefix=(), table="ipCidrRouteTable", is_ipv6=False):
         self.what = arguments[0]
-        command = [*prefix, os.path.join(os.environ["QUORIN_BIN_DIR"], "route_probe"), "--table", table, *map(str, arguments)]
+        command = [*prefix, os.path.join(os.environ["QUORIN_BIN_DIR"], "route_probe"), "--table", table,
+                   *(("--ipv6",) if is_ipv6 else ()), *map(str, arguments)]
         self.process = subprocess.Popen(namespace.wrap(["setpriv", "--pdeathsig", "KILL", *command]), text=True,
                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
@@ -63,7 +64,8 @@ class Asking:
 
     def start(self, subcommand, *arguments, prefix=None):
         return Probe(self.agent.namespace, subcommand, "--agent", self.agent.endpoint, "--community", COMMUNITY,
-                     *arguments, prefix=self.prefix if prefix is None else prefix, table=self.agent.table)
+                     *arguments, prefix=self.prefix if prefix is None else prefix, table=self.agent.table,
+                     is_ipv6=self.agent.is_ipv6)
 
     def stall(self):
         """Returns when the agent has answered for the first time."""
@@ -94,8 +96,9 @@ class Measurement:
         self.routes = routes
         self.limit = limit
         self.asking = Asking(agent)
+        self.bystander = Bystander(agent.namespace, agent.path("bystander"))
         plan = Probe(self.namespace, "plan", "--routes", routes, *(() if agent.has_every_next_hop else ("--one-next-hop",)),
-                     table=agent.table).result()
+                     table=agent.table, is_ipv6=agent.is_ipv6).result()
         self.rows = plan["rows"]
         self.result = {"agent": agent.name, "routes": routes, "rows": self.rows, "table": agent.table}
 
@@ -107,6 +110,7 @@ class Measurement:
             self.agent.stop()
             self.start_on_standing_routes()
         finally:
+            self.bystander.stop()
             self.agent.stop()
         return self.result
 
@@ -129,14 +133,19 @@ class Measurement:
         time.sleep(SETTLE_SECONDS)
         self.agent.check()
         base = self.agent.memory()
+        os.makedirs(self.bystander.directory, exist_ok=True)
+        self.bystander.start()
         ready = self.asking.ready(self.routes, self.rows, self.ready_limit())
         stall = self.asking.stall()
+        machine = Asking(self.bystander).stall()
         ready.go()
-        load = Probe(self.namespace, "load", "--routes", self.routes).result()
+        load = Probe(self.namespace, "load", "--routes", self.routes, is_ipv6=self.agent.is_ipv6).result()
         ready = ready.result()
         under_way = self.readiness(ready, load["start"], stall.result())
+        machine = self.readiness(ready, load["start"], machine.result())["stall"]
+        self.bystander.stop()
         self.agent.check()
-        self.result["under_way"] = {**under_way, "kernel": load["end"] - load["start"]}
+        self.result["under_way"] = {**under_way, "machine": machine, "kernel": load["end"] - load["start"]}
         turns = self.agent.turns()
         if turns:
             self.result["turns"] = turns
@@ -179,7 +188,7 @@ class Measurement:
         return one
 
     def load_routes(self):
-        Probe(self.namespace, "load", "--routes", self.routes).result()
+        Probe(self.namespace, "load", "--routes", self.routes, is_ipv6=self.agent.is_ipv6).result()
 
     def start_on_standing_routes(self):
         begin = time.monotonic()

@@ -44,8 +44,8 @@ def latency(kind):
     return f"{text}, {kind['unexpected']} wrong" if kind["unexpected"] else text
 
 
-def stall(phase):
-    found = phase["stall"]
+def stall(phase, whose="stall"):
+    found = phase[whose]
     return f"{seconds(found['longest'])} / {seconds(found['p99'])}" if found else NOTHING
 
 
@@ -76,6 +76,7 @@ LINES = (
     ("kernel: all routes given to it", lambda r: seconds(r["under_way"]["kernel"])),
     ("agents running: to first complete walk", lambda r: ready(r["under_way"])),
     ("  sysUpTime.0 meanwhile: longest / p99", lambda r: stall(r["under_way"])),
+    ("  the same of an snmpd that nobody asks for routes", lambda r: stall(r["under_way"], "machine")),
     ("  agent's turns: of tasks, longest / p99", lambda r: turns(r, "tasks")),
     ("  agent's turns: of requests, longest / p99", lambda r: turns(r, "requests")),
     ("routes standing: start to first complete walk", lambda r: ready(r["start"])),
