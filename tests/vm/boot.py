@@ -36,8 +36,8 @@ SYSTEMD = "/lib/systemd/systemd systemd.wants=suite.service systemd.show_status=
 
 
 def python_files(suite):
-    """The sources, compiled sources and extensions of what the suite imports."""
-    code = (f"import sys; sys.path += {SUITE_PATHS!r}; import encodings.ascii, {suite}\n"
+    """The sources, compiled sources and extensions of what the suite imports, also in scripts for namespaces."""
+    code = (f"import sys; sys.path += {SUITE_PATHS!r}; import encodings.ascii, array, fcntl, socket, struct, {suite}\n"
             "for module in list(sys.modules.values()):\n"
             "  print(getattr(module, '__file__', ''), getattr(module, '__cached__', ''), sep='\\n')")
     said = subprocess.run([*PYTHON, "-c", code], stdout=subprocess.PIPE, text=True, check=True).stdout
@@ -50,7 +50,8 @@ def libraries(files):
 
 
 def modules():
-    return [entry.path for entry in os.scandir(KERNEL) if entry.name.endswith(".ko")]
+    """The kernel's modules, and their list in the order in which they can be loaded."""
+    return glob.glob(f"{KERNEL}/*.ko") + glob.glob(f"{KERNEL}/kernel.modules")
 
 
 def write_suite(folder, bin_dir, tests, command):

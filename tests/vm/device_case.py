@@ -4,7 +4,7 @@ import functools
 
 from harness import SystemCase, eventually
 from harness.kernel import COLUMNS, WIDE, interface_rows, kernel_tables, sw_fwd_row, vrf_tables
-from harness.tables import CONTEXT_TABLES, IF_STATS, IP, SW_FWD, TIME_TICKS, VRF_TABLES, walk_tables
+from harness.tables import CONTEXT_TABLES, IF_STATS, SW_FWD, TIME_TICKS, VRF_TABLES, walk_tables
 
 SYSTEM_TABLES = (*VRF_TABLES, IF_STATS)  # of the default context alone
 NO_COUNTERS = {**dict.fromkeys({*COLUMNS, *WIDE}, "0"), 46: TIME_TICKS, 47: "500"}  # a device has none
@@ -107,5 +107,6 @@ class DeviceCase(SystemCase):
 
             self.expect(lambda: self.served(self.client_of(name), entries), expected, f"context {name}")
 
-    def expect_no_rows(self, name):
-        eventually(lambda: not self.client_of(name).walk(IP), f"{name} still answers")
+    def expect_no_context(self, name):
+        gone = self.client_of(name).impatient()
+        eventually(lambda: not gone.answers(), f"{name} still answers")

@@ -2,9 +2,10 @@
 
 from device_case import DeviceCase
 from harness import eventually, main
+from harness.interfaces import interface_tables, still
 from harness.kernel import kernel_tables
 from harness.snmp import Client
-from harness.tables import ADDR, IP, ROUTE
+from harness.tables import ADDR, IF_NUMBER, INTERFACE_TABLES, IP, ROUTE, walk_tables
 
 MANY = [f"many{number}" for number in range(20)]
 # The same in each VRF: addresses, prefixes, neighbours and routes that overlap. Lines for `ip -batch`.
@@ -64,11 +65,11 @@ class VrfDevicesTest(DeviceCase):
             del self.devices["blue"]
             self.devices["green"] = self.device_vrf("green")
             self.expect_everything()
-            self.expect_no_rows("blue")
+            self.expect_no_context("blue")
         with self.subTest("deleted, and made again with another table"):
             self.remove_device("green")
             self.expect_everything()
-            self.expect_no_rows("green")
+            self.expect_no_context("green")
             self.add_device("green", 1005)
             self.namespace.ip("link set b0 master green", "route add 10.8.0.0/16 via 10.0.0.9 table 1005")
             self.expect_everything()
@@ -99,7 +100,43 @@ class VrfDevicesTest(DeviceCase):
             self.expect_everything()
         self.remove_device("red")
         self.expect_everything()
-        self.expect_no_rows("red")
+        self.expect_no_context("red")
+
+    def expect_interfaces(self, *names):
+        """Each VRF device and what it is the master of are the interfaces of its context, all others the default's."""
+        def of_context(name):
+            links = self.namespace.ip_json("-d", "-s", "-s", "link")
+            devices = {link["ifname"] for link in links if link.get("linkinfo", {}).get("info_kind") == "vrf"}
+            owners = [link["ifname"] if link["ifname"] in devices else link.get("master") for link in links]
+            return still(interface_tables(self.namespace, 0, [
+                link for link, owner in zip(links, owners) if (owner if owner in devices else None) == name]))
+
+        for name in names:
+            self.expect(lambda name=name: still(walk_tables(self.client_of(name), *INTERFACE_TABLES, IF_NUMBER)),
+                        lambda name=name: of_context(name), f"interfaces of {name}")
+
+    def test_interfaces_over_others(self):
+        """VLANs, a bond and a bridge, with parents, members and ports in the same VRF and in others."""
+        self.add_device("red", 1001, "r0")
+        self.start_system()
+        self.add_device("blue", 1002, "b0")
+        steps = (
+            ("made", ["link add bond0 type bond mode active-backup", "link add link r0 name r0.10 type vlan id 10",
+                      "link add link r0 name r0.20 type vlan id 20", "link add br0 type bridge",
+                      *(f"link add {name} type dummy" for name in ("p0", "p1", "p2"))]),
+            ("joined", ["link set p0 master bond0", "link set p1 master bond0", "link set p2 master br0",
+                        "link set r0.10 master red", "link set r0.20 master blue", "link set bond0 master red",
+                        *(f"link set {name} up" for name in ("bond0", "br0", "p2", "r0", "r0.10"))]),
+            ("changed", ["link set p1 nomaster", "link set r0.20 up", "link set r0 down", "link set br0 master blue",
+                         "link set bond0 alias \"to the core\"", "link set p2 mtu 9000"]),
+            ("moved", ["link set bond0 master blue", "link set r0 up", "link add link bond0 name v7 type vlan id 7",
+                       "link set v7 master red", "link set p2 nomaster", "link set red mtu 1400"]),
+            ("deleted", ["link del bond0", "link del br0", "link del r0.10"]))
+        for what, lines in steps:
+            with self.subTest(what):
+                self.namespace.ip(*lines)
+                self.expect_interfaces(None, "red", "blue")
+        self.expect_everything()
 
     def test_twenty_at_once(self):
         self.start_system()
@@ -114,7 +151,7 @@ class VrfDevicesTest(DeviceCase):
                 self.namespace.ip(*(f"link del {name}" for name in (*MANY, *(f"i{n}" for n in range(len(MANY))))))
                 self.devices = {}
                 self.expect_everything()
-                self.expect_no_rows(MANY[-1])
+                self.expect_no_context(MANY[-1])
 
     def test_name_of_a_namespace(self):
         """The namespace is the VRF; what has the device as its master belongs to none, as long as that is so."""
