@@ -32,13 +32,15 @@ class DiscoveryTest(SystemCase):
         return table
 
     def kernel(self):
-        """The scalars and the three tables, of `ip -j link` and of the counts in each context."""
+        """The scalars and the three tables, of `ip -j link` and of inetCidrRouteNumber in each context."""
         vrfs, interfaces, perf, active = {}, {}, {}, 0
         for name, namespace in self.vrfs.namespaces.items():
             if name == TOO_LONG:
                 continue
             links = namespace.ip_json("link", "show")
-            up = sum(link["operstate"] == "UP" for link in links)
+            # Of a driver that does not tell, the interface is up while it is enabled.
+            up = sum(link["operstate"] == "UP" or link["operstate"] == "UNKNOWN" and "UP" in link["flags"]
+                     for link in links)
             active += up > 0
             index = vrf_index(name)
             vrfs[index] = {2: "", 3: "", 4: "", 5: TIME_TICKS, 6: "1" if up else "2", 7: str(up), 8: str(len(links)),
@@ -46,7 +48,7 @@ class DiscoveryTest(SystemCase):
             for link in links:
                 number = self.vrf_id(name) << IF_INDEX_BITS | link["ifindex"]
                 interfaces[(*index, number)] = {2: "2", 4: "2", 5: "1"}
-            count = self.client_of(name).get("1.3.6.1.2.1.4.24.3.0")[0].value
+            count = self.client_of(name).get("1.3.6.1.2.1.4.24.6.0")[0].value
             perf[index] = {1: count, 2: "0", 3: count}
         scalars = [str(len(vrfs)), str(active), str(len(interfaces))]
         return {"scalars": dict(enumerate(scalars)), "interfaces": interfaces, "vrfs": vrfs, "perf": perf}
@@ -58,21 +60,28 @@ class DiscoveryTest(SystemCase):
 
     def test_vrfs_and_interfaces_are_the_kernels(self):
         self.configure("quorinRouteCountInterval 1")
+
+        def configure_mirror(distinguisher):
+            settings = f"red: {{routeDistinguisher: '{distinguisher}'}}" if distinguisher else ""
+            return self.write_file("mirror.yaml", f"vrfs: {{{settings}}}\n")
+
         for name in NAMES[::2]:
             self.vrfs.add(name, "link add a0 type veth peer name a0-p", "link set a0 up", "addr add 10.1.0.1/16 dev a0")
-        self.start_system()
+        self.start_system("--config", configure_mirror(None))
         self.expect(self.served, self.kernel, "at start")
         for name in (*NAMES[1::2], TOO_LONG):
-            self.vrfs.add(name, "link add a0 type veth peer name a0-p")
+            self.vrfs.add(name, "link add a0 type veth peer name a0-p", "link set lo down")
         red = self.vrfs.namespaces["red"]
-        red.ip("link set a0-p up", "link add a1 type veth peer name a1-p", "route add blackhole 10.9.0.0/16")
+        red.ip("link set a0-p up", "link add a1 type veth peer name a1-p", "route add blackhole 10.9.0.0/16",
+               "route add blackhole 2001:db8:9::/48")
         self.expect(self.served, self.kernel, "after additions")
         root = self.client.walk(VPN)
         self.assertEqual(self.client.walk(VPN, "snmpwalk"), root)
         changed = f"{VPN_VRF}.12." + ".".join(map(str, vrf_index("red")))
-        before = self.client.get(changed)[0].value
-        red.ip("link del a1")
-        eventually(lambda: self.client.get(changed)[0].value != before, "no change of red was noted")
+        for change, argument in ((configure_mirror, "65000:1"), (configure_mirror, None), (red.ip, "link del a1")):
+            before = self.client.get(changed)[0].value
+            change(argument)
+            eventually(lambda: self.client.get(changed)[0].value != before, f"no change of red after {argument}")
         red.ip("link set a0-p down", "route del blackhole 10.9.0.0/16")
         self.vrfs.remove(NAMES[2])
         self.expect(lambda: self.without_history(self.served()), lambda: self.without_history(self.kernel()),
@@ -85,7 +94,7 @@ class DiscoveryTest(SystemCase):
 
     def test_contexts_are_listed_while_they_are_there(self):
         self.configure("quorinVrfSysName %h-%v")
-        for name in ("red", "b.lue"):
+        for name in ("red", "b.lue", "z" * 33):  # the last is too long for vacmContextName
             self.vrfs.add(name)
         self.start_system()
         for names in (["", "red", "b.lue"], ["", "red"], ["", "red", "b.lue"]):

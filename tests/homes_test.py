@@ -1,8 +1,10 @@
 """The ways to run the library: an agent, a subagent of a stock snmpd, a plugin in it; and the contexts in each."""
 
+import json
 import os
 import re
 import signal
+import socket
 import time
 
 from harness import SnmpError, background, eventually, main
@@ -218,6 +220,16 @@ class AgentTest(Home, SnmpdCase):
         self.configure(*self.settings)
         self.home = self.start_agent()
 
+    def test_a_version_1_trap_names_an_address_of_the_host(self):
+        self.namespace.ip("link set a0 down", "addr add 192.0.2.1/32 dev lo")
+        self.namespace.add_interface("b0", "192.0.2.3/24", "192.0.2.4/24")
+        self.access += f"trapsink {RECEIVER} public\n"
+        format_of_traps = self.write_file("trapd.conf", "disableAuthorization yes\nformat1 from %a: %w\\n\n")
+        receiver = self.start(SNMPTRAPD, "-f", "-Lo", "-On", "-C", "-c", format_of_traps, RECEIVER)
+        self.start_home()
+        receiver.wait_for_output(r"from 192\.0\.2\.3: 0")
+        eventually(lambda: self.client.has(IP_FORWARDING), "the state is served")
+
     def test_a_reload_keeps_the_contexts(self):
         self.add_vrf("red", "10.1.1.1/24")
         self.start_home()
@@ -250,8 +262,16 @@ class SubagentTest(StockHome, SnmpdCase):
     def test_waits_for_its_master_and_finds_it_again(self):
         self.start_mirror()
         eventually(lambda: os.path.exists(self.store), "the mirror makes no store")
-        self.write_file("quorind.conf", "quorinKernelIpHeader any\n")
+        control = os.path.join(self.directory, "control")
+        self.write_file("quorind.conf", f"quorinKernelIpHeader any\nquorinControlSocket {control}\n")
         agent = self.start_subagent("-Dagentx/subagent")
+
+        def has_master():
+            with socket.socket(socket.AF_UNIX) as client:
+                client.connect(control)
+                client.sendall(b'{"request":"status"}\n')
+                return json.loads(client.makefile().readline())["master"]
+
         eventually(lambda: agent.output().count("agentx/subagent: opening session") >= 3, "the agent does not try again")
         said = agent.output().split(f"no AgentX master answers at {self.socket} yet")
         self.assertEqual(len(said), 2, agent.output())
@@ -261,11 +281,13 @@ class SubagentTest(StockHome, SnmpdCase):
             self.add_vrf(name, "10.1.1.1/24")
             self.start_master()
             self.wait_until_served_by_us()
+            self.assertTrue(has_master())
             self.expect_context()
             for served in self.vrfs.namespaces:  # made while there was no master
                 self.expect_context(served)
             self.master.process.send_signal(stop)
             self.master.wait()
+            eventually(lambda: not has_master(), "a master that has ended counts")
         self.assertEqual(agent.output().count("subagent connected"), 3)
 
     def test_reload_keeps_one_session(self):

@@ -9,7 +9,7 @@ import urllib.parse
 
 from harness import SystemCase, eventually, main
 from harness.kernel import ATTACHED, BGP, CONNECTED, STATIC_ROUTE, interface_rows, kernel_tables
-from harness.tables import BY_LENGTH, BY_TYPE, ROUTE
+from harness.tables import BY_LENGTH, BY_TYPE, IF_INDEX_BITS, INET_ROUTE, ROUTE
 from harness.tools import read_file
 
 CONTRIB = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "contrib")
@@ -20,6 +20,9 @@ ACCESS = ("com2sec -Cn red all default red-secret",
           "createUser alice SHA-256 'a long pass phrase' AES 'another pass phrase'")
 FAMILIES = {1: "ipv4", 2: "ipv6"}
 TYPES = {CONNECTED: "connected", STATIC_ROUTE: "static", BGP: "bgp", ATTACHED: "attached"}
+# The modules for the tables of a VRF, as docs/monitoring.md adds them.
+TABLE_MODULES = "".join(f"{module}_red:\n  <<: *{module}\n  auth: {{community: red-secret}}\n"
+                        for module in ("quorin_interfaces", "quorin_routes"))
 SAMPLE = re.compile(r"(\w+)(?:\{(.*)\})? (\S+)")
 
 
@@ -29,6 +32,22 @@ def contents(mark):
             f"neigh add 10.{mark}.0.9 lladdr 02:00:00:00:00:09 dev a{mark}",
             *(f"route add 10.99.{number}.0/24 proto bgp via 10.{mark}.0.9" for number in range(mark)),
             f"route add 10.98.0.0/16 proto static via 10.{mark}.0.9"]
+
+
+def route_label(version, octets):
+    """An address as the exporter writes it."""
+    if version == 1:
+        return ".".join(map(str, octets))
+    return ":".join(f"{a:02X}{b:02X}" for a, b in zip(octets[::2], octets[1::2])) if version else "0x0000"
+
+
+def route_labels(index, row):
+    """Of a row of inetCidrRouteTable: destination, ifIndex, next hop, length and policy."""
+    version, size, *index = index
+    destination, (length, parts, *index) = index[:size], index[size:]
+    policy, (hop_version, _, *hop) = index[:parts], index[parts:]
+    return (route_label(version, destination), row[7], route_label(hop_version, hop), str(length),
+            "0x" + "".join(f"{part % 256:02X}" for part in policy))
 
 
 def installed(program):
@@ -48,7 +67,7 @@ class MonitoringTest(SystemCase):
         self.access = re.sub("createUser .*", "", self.access)
         self.configure(*ACCESS)
         self.start_system()
-        modules = self.write_file("snmp.yml", "".join(
+        modules = self.write_file("snmp.yml", TABLE_MODULES.join(
             read_file(os.path.join(CONTRIB, "snmp_exporter", name)) for name in ("quorin.yml", "access.yml")))
         self.start_service(exporter, f"--config.file={modules}", "--web.listen-address=127.0.0.1:9116")
         self.programs[-1].wait_for_output("Listening on")
@@ -95,6 +114,17 @@ class MonitoringTest(SystemCase):
         interfaces = {("ipv6", str(if_index), name or "") for name in MODULES for _, if_index in interface_rows(
             self.vrfs.namespaces.get(name, self.namespace), self.vrf_id(name))}
         self.expect(lambda: set(self.scrape("quorin")["quorinIpIfStatsInOctets"]), lambda: interfaces, "interfaces")
+        for name, suffix in ((None, ""), ("red", "_red")):
+            namespace, vrf_id = self.vrfs.namespaces.get(name, self.namespace), self.vrf_id(name)
+            self.assertEqual(set(self.scrape(f"quorin_interfaces{suffix}")["ifHCInOctets"]), {
+                (link.get("ifalias", ""), str(vrf_id << IF_INDEX_BITS | link["ifindex"]), link["ifname"])
+                for link in namespace.ip_json("link")})
+            self.expect(lambda: self.scrape(f"quorin_routes{suffix}")["inetCidrRouteMetric1"],
+                        lambda: {route_labels(index, row): float(row[12]) for index, row in
+                                 kernel_tables(namespace, vrf_id, (INET_ROUTE,))[INET_ROUTE].items()}, f"routes of {name}")
+        self.namespace.run("ip", "link", "set", "a7", "alias", b"caf\xe9")  # not UTF-8, which fails a scrape
+        eventually(lambda: r"caf\\xe9" in {labels[0] for labels in self.scrape("quorin_interfaces")["ifHCInOctets"]},
+                   "the alias is not shown")
         metrics = self.scrape("quorin")
         states = {state: metrics["quorinAgentPublisherState"][state,]
                   for state in ("none", "alive", "silent", "gone", "starting")}

@@ -6,7 +6,8 @@ import random
 
 from harness import SystemCase, background, eventually, main
 from harness.kernel import GROUP, NOT_PERSISTENT, STATIC_ROUTE, fib_tables, kernel_tables
-from harness.tables import ADDR, BY_TYPE, FIB_TABLES, INET_ROUTE, IP, ROUTE, SUMMARY, VRF, VRF_IF, VRF_TABLES, walk_tables
+from harness.tables import (ADDR, BY_TYPE, FIB_TABLES, INET_ROUTE, IP, ROUTE, SUMMARY, VRF, VRF_IF, VRF_TABLES, numbers,
+                            walk_tables)
 
 # What two VRFs and the default one share: interface names, addresses, neighbours and routes.
 INTERFACES = {"a0": ("10.0.0.1/24", "10.0.0.2/24", "172.16.0.1/12", "2001:db8::1/64", "2001:db8::2/64", "fe80::1/64"),
@@ -119,6 +120,21 @@ class TablesTest(SystemCase):
             self.expect_context(name)
         self.expect_vrf_tables()
 
+    def expect_short_answers(self, vrf, size):
+        def user(*options):
+            return self.user(vrf, options=(f"--sendMessageMaxSize={size}", *options))
+
+        walked = self.client_of(vrf).walk(IP)
+        self.expect(lambda: user().walk(IP), lambda: self.client_of(vrf).walk(IP), "GETBULKs")
+        asked = [f"{IP}.{name}" for name in ("1", "24.7.1.7", "24.7.1.9", "32.1.5", "34.1.3")]
+        once, *starts = (next(at for at, bind in enumerate(walked) if numbers(bind.oid) > numbers(name)) for name in asked)
+        expected = [walked[once]] + [walked[start + row] for row in range(10) for start in starts]
+        answer = user("-Cn1", "-Cr60").ask("snmpbulkget", *asked)[:len(expected)]
+        self.assertGreater(len(answer), 6)
+        self.assertEqual(answer, expected[:len(answer)])
+        for more in ((), (f"{IP}.31.3.99",)):  # which is looked for behind its table, when net-snmp estimates the length
+            self.assertEqual(user().ask("snmpgetnext", *[f"{IP}.24.7"] * (size // 24), *more), [], "tooBig")
+
     def test_overlapping_vrfs_in_every_context(self):
         self.populate(self.namespace, 0x10, HOST)
         self.add_vrf("red", 0x11, HOST)
@@ -134,9 +150,13 @@ class TablesTest(SystemCase):
             self.assertEqual(walk_tables(self.client_of("red"), *VRF_TABLES), {VRF: {}, VRF_IF: {}})
         with self.subTest("GET, GETNEXT and GETBULK say the same"):
             self.expect_one_answer(self.client_of("blue"), IP)
+        for size in (484, 900, 1472):
+            with self.subTest("an SNMPv3 client that takes short answers alone", size=size):
+                self.expect_short_answers("blue", size)
         with self.subTest("a VRF that is gone takes its rows along"):
             self.vrfs.remove("red")
-            eventually(lambda: not self.client_of("red").walk(IP), "red still answers")
+            red = self.community("c-red", timeout=0.3)
+            eventually(lambda: not red.answers(), "red still answers")
             self.expect_everything()
 
     def test_random_changes_under_walkers(self):

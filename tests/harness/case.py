@@ -31,6 +31,8 @@ createUser alice SHA authentic-pass AES private-pass
 group operators usm alice
 access operators "" usm priv prefix all all none
 """
+# Overwrites memory that is freed, so that a program that goes on reading it fails.
+ENVIRONMENT = {"MALLOC_PERTURB_": "85"}
 SKIPPED = 77  # what ctest knows as "skipped"
 
 
@@ -72,9 +74,11 @@ class SystemCase(unittest.TestCase):
         self.agent.reload()
 
     def stop_programs(self):
-        """Whatever a test left running must still stop cleanly."""
-        left = [program for program in reversed(self.programs) if program.running]
+        """Whatever a test left running must still run, and stop cleanly."""
+        left = [program for program in reversed(self.programs) if program.is_expected_to_run]
         try:
+            for program in left:
+                self.assertTrue(program.running, f"{program.name} ended by itself; it said:\n{program.output()}")
             for program in left:
                 self.assertEqual(program.stop(), 0, f"{program.name} on SIGTERM; it said:\n{program.output()}")
         finally:
@@ -85,7 +89,8 @@ class SystemCase(unittest.TestCase):
         log = os.path.join(self.directory, f"{len(self.programs)}-{os.path.basename(name)}.log")
         # Each program keeps its state apart; one that is started again finds its own.
         state = os.path.join(self.directory, f"state-{os.path.basename(name)}")
-        program = Program(self.namespace, name, arguments, log, {"SNMP_PERSISTENT_DIR": state, **(environment or {})})
+        program = Program(self.namespace, name, arguments, log,
+                          {"SNMP_PERSISTENT_DIR": state, **ENVIRONMENT, **(environment or {})})
         self.programs.append(program)
         return program
 
@@ -123,10 +128,10 @@ class SystemCase(unittest.TestCase):
     def community(self, name, timeout=5):
         return Client(self.namespace, self.agent_address, ("-v2c", "-c", name), timeout)
 
-    def user(self, context, name="alice"):
+    def user(self, context, name="alice", options=()):
         return Client(self.namespace, self.agent_address, (
             "-v3", "-u", name, "-l", "authPriv", "-a", "SHA", "-A", "authentic-pass", "-x", "AES", "-X", "private-pass",
-            "-n", context))
+            "-n", context, *options))
 
     def client_of(self, name):
         """Asks in the context of that VRF; None is the default one."""
@@ -170,11 +175,16 @@ class SystemCase(unittest.TestCase):
                     lambda: vrf_tables(self.vrfs.namespaces, self.vrf_id, dict(distinguishers)), "VRFs")
 
     def expect_one_answer(self, client, root):
-        """GET, GETNEXT and GETBULK give the same values; returns them."""
-        walked = client.walk(root)
-        self.assertEqual(client.walk(root, "snmpwalk"), walked)
-        for some in (walked[:60], walked[-60:]):
-            self.assertEqual(client.get(*(bind.oid for bind in some)), some)
+        """GET, GETNEXT and GETBULK give the same values, once no counter changes between them; returns them."""
+        def some_of(binds):
+            return binds[:60], binds[-60:]
+
+        def served():
+            walked[:] = client.walk(root)
+            return [client.walk(root, "snmpwalk"), *(client.get(*(bind.oid for bind in some)) for some in some_of(walked))]
+
+        walked = []
+        self.expect(served, lambda: [walked, *some_of(walked)], f"GET, GETNEXT and GETBULK of {root}")
         return walked
 
 
@@ -184,7 +194,8 @@ class Result(unittest.TextTestResult):
     def show(self, test, err):
         self.stream.writeln(f"{test}: {str(err[1])[:4000]}")
         for program in getattr(test, "programs", ()):
-            self.stream.writeln("\n".join([f"--- {program.name} ({program.pid}):", *program.lines()[-40:]]))
+            title = f"--- {program.name} ({program.pid}, status {program.process.poll()}):"
+            self.stream.writeln("\n".join([title, *program.lines()[-40:]]))
 
     def addFailure(self, test, err):
         super().addFailure(test, err)

@@ -29,9 +29,9 @@ with socket.socket() as asking:
 
 
 def octets_of(link):
-    """The hardware address; one of zeros is none."""
+    """The hardware address; one of zeros is none, and that of an IP tunnel is an IP address."""
     digits = link.get("address", "").replace(":", "")
-    return digits if digits.strip("0") else ""
+    return digits if digits.strip("0") and HARDWARE_TYPES.get(link["link_type"]) != 131 else ""
 
 
 def rows_of(link, if_index, speed):
@@ -65,9 +65,10 @@ def stack_rows(links, if_indexes):
     return {(number[higher], number[lower]): {3: "1"} for higher, lower in pairs}
 
 
-def interface_tables(namespace, vrf_id=0):
-    """The four tables and ifNumber in the context of a namespace."""
-    links, settings = namespace.ip_json("-d", "-s", "-s", "link"), settings_of(namespace)
+def interface_tables(namespace, vrf_id=0, links=None):
+    """The four tables and ifNumber in the context of a namespace, or with these of its interfaces."""
+    links = links if links is not None else namespace.ip_json("-d", "-s", "-s", "link")
+    settings = settings_of(namespace)
     if_indexes = {link["ifname"]: vrf_id << IF_INDEX_BITS | link["ifindex"] for link in links}
     tables = {IF_TABLE: {}, DOT3: {}, IFX_TABLE: {}, IF_STACK: stack_rows(links, if_indexes),
               IF_NUMBER: {(): {0: str(len(links))}}}
@@ -76,7 +77,7 @@ def interface_tables(namespace, vrf_id=0):
         index = (if_indexes[name],)
         tables[IF_TABLE][index], tables[IFX_TABLE][index] = rows_of(link, *index, settings[name][0])
         if tables[IF_TABLE][index][3] == "6":
-            tables[DOT3][index] = {19: settings[name][1]}
+            tables[DOT3][index] = {1: str(*index), 19: settings[name][1]}
     return tables
 
 

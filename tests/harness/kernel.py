@@ -103,14 +103,19 @@ def ip_tables(namespace, vrf_id):
 
 
 def best_routes(namespace, version):
-    """prefix -> the route of the main table that the kernel uses: the one with the lowest metric."""
+    """prefix -> the route of the main table that the kernel uses: the one with the lowest metric. To a link-local prefix
+    it uses those of all interfaces."""
     best = {}
     for route in namespace.ip_json(f"-{version}", "route", "show", "table", "main"):
         if route.get("type", "unicast") not in {"unicast", *TO_NOWHERE} or UNUSABLE & set(route.get("flags", [])):
             continue
         default = "0.0.0.0/0" if version == 4 else "::/0"
         network = ipaddress.ip_network(default if route["dst"] == "default" else route["dst"])
-        if network not in best or route.get("metric", 0) < best[network].get("metric", 0):
+        if network in best and network.is_link_local and version == 6:
+            both = (best[network], route)
+            if not any(some.get("type") in TO_NOWHERE for some in both):
+                best[network]["nexthops"] = [hop for some in both for hop in some.get("nexthops", [some])]
+        elif network not in best or route.get("metric", 0) < best[network].get("metric", 0):
             best[network] = route
     return best
 
