@@ -48,7 +48,7 @@ std::vector<Route> sampleOf(const RouteSet& set) {
   return sample;
 }
 
-bool isBelow(const Oid& name, const Oid& root) {
+bool isBelow(Name name, const Oid& root) {
   return name.size() > root.size() && std::equal(root.begin(), root.end(), name.begin());
 }
 
@@ -87,7 +87,8 @@ class RequestMaker {
   Request getNext(const Oid& name) const {
     return {false, name, [this, name](const Binding& answer) {
               const bool isHere = table_.isIn(table_.measuredColumn(), answer.name);
-              return name < answer.name && (isHere || table_.isIn(nextColumn_, answer.name));
+              return std::ranges::lexicographical_compare(name, answer.name) &&
+                     (isHere || table_.isIn(nextColumn_, answer.name));
             }};
   }
   const RouteTable& table_;
@@ -98,14 +99,14 @@ class RequestMaker {
 
 void ask(SnmpClient& client, const Request& request, RequestKind& kind) {
   const auto start = Clock::now();
-  std::vector<Binding> answer;
+  const std::vector<Binding>* answer = nullptr;
   try {
-    answer = request.isGet ? client.get(request.name) : client.getNext(request.name);
+    answer = request.isGet ? &client.get(request.name) : &client.getNext(request.name);
   } catch (const std::runtime_error&) {
     // No answer, or an error: counts as unexpected, with its latency.
   }
   kind.microseconds.push_back(secondsSince(start) * 1e6);
-  if (answer.size() != 1 || !request.isAnswer(answer[0])) ++kind.unexpected;
+  if (answer == nullptr || answer->size() != 1 || !request.isAnswer(answer->front())) ++kind.unexpected;
 }
 
 }  // namespace
@@ -162,7 +163,7 @@ Oid RouteTable::behindOid() const {
   return name;
 }
 
-bool RouteTable::isIn(unsigned column, const Oid& name) const {
+bool RouteTable::isIn(unsigned column, Name name) const {
   return isBelow(name, columnOid(column));
 }
 
@@ -196,7 +197,7 @@ Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRep
   std::vector<Oid> from = columns;
   while (!result.isComplete && secondsSince(start) < limitSeconds) {
     const auto asked = Clock::now();
-    std::vector<Binding> answer;
+    std::span<const Binding> answer;
     try {
       answer = maxRepetitions > 0 ? client.getBulk(from, maxRepetitions) : client.getNext(from.front());
     } catch (const std::runtime_error& error) {
@@ -208,15 +209,16 @@ Walk walkColumns(SnmpClient& client, const std::vector<Oid>& columns, int maxRep
     if (!result.failure.empty()) break;
     if (answer.size() < columns.size()) throw std::runtime_error("an answer lacks columns");
     for (std::size_t i = 0; i < answer.size(); ++i) {
-      const auto& name = answer[i].name;
-      const auto& root = columns[i % columns.size()];
-      result.isComplete = answer[i].isEndOfView || !isBelow(name, root);
+      const auto name = answer[i].name;
+      const auto column = i % columns.size();
+      result.isComplete = answer[i].isEndOfView || !isBelow(name, columns[column]);
       if (result.isComplete) break;
-      if (i >= answer.size() - columns.size() && !(from[i % columns.size()] < name)) {
+      ++result.rows;
+      if (i < answer.size() - columns.size()) continue;
+      if (!std::ranges::lexicographical_compare(from[column], name)) {
         throw std::runtime_error("the walk does not advance");
       }
-      from[i % columns.size()] = name;
-      ++result.rows;
+      from[column].assign(name.begin(), name.end());
     }
   }
   result.seconds = secondsSince(start);

@@ -30,7 +30,7 @@ class RouteTable {
   Oid routeOid(const Route& route) const;
   // A name after all rows of the measured column.
   Oid behindOid() const;
-  bool isIn(unsigned column, const Oid& name) const;
+  bool isIn(unsigned column, Name name) const;
 
   // The number of rows of a complete column, including the connected routes of the set's interfaces. ipCidrRouteTable:
   // with `hasEveryNextHop` one row for each next hop, otherwise one for each route. ipForwardTable: one for each pair

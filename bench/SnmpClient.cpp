@@ -4,20 +4,11 @@
 // The library's headers need the configuration's.
 #include <net-snmp/net-snmp-includes.h>
 
+#include <type_traits>
+
 namespace Bench {
-namespace {
 
-std::vector<Binding> bindingsOf(const netsnmp_pdu& answer) {
-  std::vector<Binding> bindings;
-  for (const auto* variable = answer.variables; variable; variable = variable->next_variable) {
-    bindings.push_back({Oid(variable->name, variable->name + variable->name_length),
-                        variable->type == SNMP_ENDOFMIBVIEW || variable->type == SNMP_NOSUCHOBJECT ||
-                            variable->type == SNMP_NOSUCHINSTANCE});
-  }
-  return bindings;
-}
-
-}  // namespace
+static_assert(std::is_same_v<oid, Oid::value_type>);
 
 SnmpClient::SnmpClient(const std::string& peer, const std::string& community, Patience patience) {
   netsnmp_session wanted;
@@ -35,40 +26,49 @@ SnmpClient::SnmpClient(const std::string& peer, const std::string& community, Pa
 }
 
 SnmpClient::~SnmpClient() {
+  takeAnswer(nullptr);
   snmp_sess_close(session_);
 }
 
-std::vector<Binding> SnmpClient::request(int command, const std::vector<Oid>& names, int maxRepetitions) {
+void SnmpClient::takeAnswer(snmp_pdu* answer) {
+  bindings_.clear();
+  if (answer_ != nullptr) snmp_free_pdu(answer_);
+  answer_ = answer;
+  const auto* variable = answer != nullptr ? answer->variables : nullptr;
+  for (; variable != nullptr; variable = variable->next_variable) {
+    bindings_.push_back({Name(variable->name, variable->name_length), variable->type == SNMP_ENDOFMIBVIEW ||
+                                                                          variable->type == SNMP_NOSUCHOBJECT ||
+                                                                          variable->type == SNMP_NOSUCHINSTANCE});
+  }
+}
+
+const std::vector<Binding>& SnmpClient::request(int command, std::span<const Oid> names, int maxRepetitions) {
   netsnmp_pdu* pdu = snmp_pdu_create(command);
   if (command == SNMP_MSG_GETBULK) {
     pdu->non_repeaters = 0;
     pdu->max_repetitions = maxRepetitions;
   }
-  for (const auto& name : names) {
-    const std::vector<oid> words(name.begin(), name.end());
-    snmp_add_null_var(pdu, words.data(), words.size());
-  }
+  for (const auto& name : names) snmp_add_null_var(pdu, name.data(), name.size());
   netsnmp_pdu* answer = nullptr;
   const int status = snmp_sess_synch_response(session_, pdu, &answer);
   if (status != STAT_SUCCESS || !answer) throw Unanswered("no answer from the agent");
-  const auto errorStatus = answer->errstat;
-  auto bindings = bindingsOf(*answer);
-  snmp_free_pdu(answer);
-  if (errorStatus != SNMP_ERR_NOERROR) {
-    throw std::runtime_error(std::string("the agent answered ") + snmp_errstring(static_cast<int>(errorStatus)));
+  takeAnswer(answer);
+  if (answer->errstat != SNMP_ERR_NOERROR) {
+    throw std::runtime_error(std::string("the agent answered ") +
+                             snmp_errstring(static_cast<int>(answer->errstat)));
   }
-  return bindings;
+  return bindings_;
 }
 
-std::vector<Binding> SnmpClient::get(const Oid& name) {
-  return request(SNMP_MSG_GET, {name}, 0);
+const std::vector<Binding>& SnmpClient::get(const Oid& name) {
+  return request(SNMP_MSG_GET, {&name, 1}, 0);
 }
 
-std::vector<Binding> SnmpClient::getNext(const Oid& name) {
-  return request(SNMP_MSG_GETNEXT, {name}, 0);
+const std::vector<Binding>& SnmpClient::getNext(const Oid& name) {
+  return request(SNMP_MSG_GETNEXT, {&name, 1}, 0);
 }
 
-std::vector<Binding> SnmpClient::getBulk(const std::vector<Oid>& names, int maxRepetitions) {
+const std::vector<Binding>& SnmpClient::getBulk(std::span<const Oid> names, int maxRepetitions) {
   return request(SNMP_MSG_GETBULK, names, maxRepetitions);
 }
 

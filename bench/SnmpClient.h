@@ -1,19 +1,23 @@
 #pragma once
 // A client session of net-snmp (SNMPv2c) for measurements: one request at a time, by default without retries, which
-// would hide a stall.
+// would hide a stall. It copies nothing of an answer, since it shares a processor with the agent that it measures.
 
 #include <cstdint>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+struct snmp_pdu;
+
 namespace Bench {
 
 using Oid = std::vector<std::uint64_t>;
+using Name = std::span<const std::uint64_t>;
 
-// One variable of an answer.
+// One variable of an answer. Lifetime: the name is valid until the client's next request.
 struct Binding {
-  Oid name;
+  Name name;
   bool isEndOfView = false;  // an exception value: endOfMibView, noSuchObject or noSuchInstance
 };
 
@@ -36,17 +40,22 @@ class SnmpClient {
   SnmpClient(const SnmpClient&) = delete;
   SnmpClient& operator=(const SnmpClient&) = delete;
 
-  // Throw Unanswered, or std::runtime_error that names the error status of the answer.
-  std::vector<Binding> get(const Oid& name);
-  std::vector<Binding> getNext(const Oid& name);
+  // Throw Unanswered, or std::runtime_error that names the error status of the answer. Lifetime: what they return is
+  // valid until the next request.
+  const std::vector<Binding>& get(const Oid& name);
+  const std::vector<Binding>& getNext(const Oid& name);
   // Requests all names in one message. The answer has one binding for each name, in order, then the next repetition.
-  std::vector<Binding> getBulk(const std::vector<Oid>& names, int maxRepetitions);
+  const std::vector<Binding>& getBulk(std::span<const Oid> names, int maxRepetitions);
   // Returns false on a timeout or an error. For waiting until an agent answers.
   bool answers(const Oid& name);
 
  private:
-  std::vector<Binding> request(int command, const std::vector<Oid>& names, int maxRepetitions);
+  const std::vector<Binding>& request(int command, std::span<const Oid> names, int maxRepetitions);
+  void takeAnswer(snmp_pdu* answer);
+
   void* session_;
+  snmp_pdu* answer_ = nullptr;     // the latest
+  std::vector<Binding> bindings_;  // of it
 };
 
 }  // namespace Bench

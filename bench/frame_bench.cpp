@@ -59,9 +59,9 @@ Oid firstOfNextColumn() {
 void ask(Subject& subject, Subject::Kind kind, const Oid& from, const Oid& expected) {
   const bool isGet = kind == Subject::noRow;
   const auto start = Bench::Clock::now();
-  const auto answer = isGet ? subject.client.get(from) : subject.client.getNext(from);
+  const auto& answer = isGet ? subject.client.get(from) : subject.client.getNext(from);
   subject.latencies[kind].push_back(Bench::secondsSince(start) * 1e6);
-  if (answer.size() != 1 || answer[0].name != expected || answer[0].isEndOfView != isGet) {
+  if (answer.size() != 1 || !std::ranges::equal(answer[0].name, expected) || answer[0].isEndOfView != isGet) {
     throw std::runtime_error("the agent answered with another row than the right one");
   }
 }
@@ -94,10 +94,10 @@ void walk(Subject& subject) {
   Oid from = column;
   std::uint32_t seen = 0;
   for (bool inColumn = true; inColumn;) {
-    for (const auto& binding : subject.client.getBulk({from}, bulkRepetitions)) {
+    for (const auto& binding : subject.client.getBulk({&from, 1}, bulkRepetitions)) {
       inColumn = !binding.isEndOfView && std::equal(column.begin(), column.end(), binding.name.begin());
       if (!inColumn) break;
-      from = binding.name;
+      from.assign(binding.name.begin(), binding.name.end());
       ++seen;
     }
   }
