@@ -159,6 +159,9 @@ class SwitchReader : YamlFields {
       InterfaceEntry one = entry;
       text(keyNode, path, "lower the count, or write the interfaces out", [&](const std::string&) {
         one.spec.id = Vantu::IntfId(plusNumber(first.text(), step));
+        if (one.spec.ifIndex > mostIfIndex - step) {
+          throw Kel::RangeException("the ifIndexes end before the count does");
+        }
         if (!entry.spec.mac.isZero()) one.spec.mac = Vantu::EthAddr(plusBytes(entry.spec.mac.bytes(), step, 0));
         for (auto& address : one.spec.ipv4) address = plus(address, step);
         for (auto& [address, state] : one.spec.ipv6) address = plus(address, step);

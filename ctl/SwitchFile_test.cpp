@@ -302,6 +302,8 @@ TEST_F(SwitchFileTest, wrongFilesAreRefused) {
       {"vrfs:\n red:\n  interfaces:\n   e4294967295: {count: 2}",
        "f:4: vrfs.red.interfaces.e4294967295: the numbers in the names of these interfaces end at 4294967295; "
        "lower "},
+      {"vrfs:\n red:\n  interfaces:\n   e1: {count: 3, ifIndex: 2147483646}",
+       "f:4: vrfs.red.interfaces.e1: the ifIndexes end before the count does; lower the count, or write the "},
       {"vrfs:\n red: {interfaces: {e1: , e2: {ifIndex: 5}}}\n blue: {interfaces: {e1: }}",
        "f:3: vrfs.blue.interfaces.e1: the interface e1 is there twice; remove one; an interface is in one VRF"},
       {"vrfs: {red: {interfaces: {e1: {ifIndex: 5}, e2: {ifIndex: 5}}}}",

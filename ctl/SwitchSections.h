@@ -16,6 +16,9 @@
 
 namespace Ctl {
 
+// The end of InterfaceIndex.
+constexpr std::uint32_t mostIfIndex = 0x7fffffff;
+
 // An interface while its VRF is read.
 struct InterfaceEntry {
   InterfaceSpec spec = {};

@@ -15,7 +15,7 @@ class InterfaceReader : YamlFields {
   void readInterface(const YamlNode& node, InterfaceEntry& entry, const std::string& path) const {
     InterfaceSpec& spec = entry.spec;
     if (const auto* ifIndex = node.value("ifIndex")) {
-      spec.ifIndex = number<std::uint32_t>(*ifIndex, path + ".ifIndex", 1, 0x7fffffff);
+      spec.ifIndex = number<std::uint32_t>(*ifIndex, path + ".ifIndex", 1, mostIfIndex);
     }
     if (const auto* state = node.value("state")) {
       spec.state = word<Interface::OperStatus>(*state, path + ".state", operStatusPrefix);
