@@ -226,7 +226,8 @@ const std::vector<Via>* NextHops::find(Quillo::Snapshot& snapshot, VrfId vrfId, 
   return &fec_.via;
 }
 
-std::string hopText(const Via& via) {
+std::string hopText(const Via& via, Routing::Fib::RouteAction action) {
+  if (action != Routing::Fib::RouteAction::forward) return std::string(routeActionName(action));
   return isDiscard(via) ? "discard" : via.hop.isZero() ? "on-link" : via.hop.stringValue();
 }
 

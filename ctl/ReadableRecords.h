@@ -43,8 +43,9 @@ class NextHops {
   Quillo::Fib::Fec fec_;
 };
 
-// "10.0.0.1", "on-link", or "discard" for a via with neither address nor interface.
-std::string hopText(const Quillo::Fib::Via& via);
+// "10.0.0.1", "on-link", or "discard" for a via with neither address nor interface. Of a route that does not forward,
+// the name of its action.
+std::string hopText(const Quillo::Fib::Via& via, Routing::Fib::RouteAction action);
 // An array of next hops; empty if `vias` is null. Interface names are those within `vrf` (devOf()).
 Json nextHopsJson(const std::vector<Quillo::Fib::Via>* vias, const L3::VrfName& vrf);
 

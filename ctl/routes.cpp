@@ -121,7 +121,7 @@ class RouteList {
     const auto hopCells = [&](std::size_t i) {
       if (!vias || vias->empty()) return std::pair<std::string, std::string>("-", "-");
       const auto& via = (*vias)[i];
-      return std::pair(hopText(via), via.intfId.empty() ? "-" : devOf(via.intfId, vrf.name));
+      return std::pair(hopText(via, route.action), via.intfId.empty() ? "-" : devOf(via.intfId, vrf.name));
     };
     rows_.add(
         [&] {

@@ -131,6 +131,9 @@ class CtlTest(SystemCase):
                 self.assertEqual(lines, [line.rstrip() for line in lines])
             header, *lines = self.ctl("routes", "default", "10.8.0.0/16")[0].splitlines()
             self.assertEqual(sorted(line[header.index("VIA"):].split() for line in lines), [["10.0.0.8", "a0"], ["10.0.0.9", "a0"]])
+            for prefix, action in (("10.7.0.0/16", "blackhole"), ("10.7.1.0/24", "unreachable"), ("2001:db8:2::/48", "prohibit")):
+                header, line = self.ctl("routes", "default", prefix)[0].splitlines()
+                self.assertEqual(line[header.index("VIA"):].split(), [action, "-"])
 
     def test_one_route(self):
         self.serve_two_vrfs()
