@@ -12,7 +12,7 @@ from harness.kernel import best_routes, kernel_tables
 from harness.snmp import Client
 from harness.snmpd import SnmpdCase
 from harness.tables import (ADDR, ADDRESS, DEFAULT_ROUTER, IF_INDEX_BITS, IF_TABLE, IFX_TABLE, INET_ROUTE, IP_IF_STATS,
-                            MEDIA, PHYSICAL, PREFIX, SYSTEM_STATS, walk_table)
+                            MEDIA, PHYSICAL, PREFIX, ROUTE, SYSTEM_STATS, walk_table)
 from harness.tools import run_command
 
 MIBS = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "mibs", "standard")
@@ -22,7 +22,7 @@ NAMES = {"red": 3, "blue": 5}  # with the number that their addresses have
 # The columns in which snmpd differs, according to docs/served.md; and counters, which both must have.
 DIFFERENT = {IF_TABLE: {3, 5, 15, 18, 21, 22}, IFX_TABLE: {3, 4, 5, 9, 12, 13, 14, 15, 16, 17, 18}, ADDR: {5},
              MEDIA: {}, PREFIX: {5}, ADDRESS: {6, 11}, PHYSICAL: {6, 7}, SYSTEM_STATS: {47},
-             IP_IF_STATS: {12, 13, 47}, DEFAULT_ROUTER: {}}
+             IP_IF_STATS: {12, 13, 47}, DEFAULT_ROUTER: {}, ROUTE: {7, 8}}
 COUNTERS = {IF_TABLE: range(10, 21), IFX_TABLE: range(2, 14), SYSTEM_STATS: range(3, 46), IP_IF_STATS: range(3, 46)}
 
 # What SNMP::Info needs of the standard MIB modules, of which Debian has none.
@@ -152,7 +152,7 @@ class StockAgentTest(SnmpdCase):
         self.namespace.ip("link add br0 address 02:00:00:00:00:0b type bridge", "link set a0-p master br0",
                           "link set br0 up alias bridge", "addr add 10.9.0.1/16 dev a0",
                           "neigh add 2001:db8::7 lladdr 02:00:00:00:00:07 dev a0",
-                          "route add default via 10.0.0.7")
+                          "route add default via 10.0.0.7", "route add blackhole 10.8.0.0/16")
         self.configure("quorinKernelIpHeader any")
         self.start_mirror()
         self.start_agent(listen="udp:127.0.0.1:1161")
