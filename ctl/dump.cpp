@@ -1,10 +1,10 @@
 // quorinctl dump: the store as a switch file.
 
-#include <cerrno>
-#include <cstring>
 #include <memory>
 
 #include "ctl/Commands.h"
+#include "ctl/Output.h"
+#include "ctl/StoreReader.h"
 #include "ctl/SwitchFile.h"
 #include "ctl/SwitchStore.h"
 #include "varnix/ByteText.h"
@@ -24,25 +24,14 @@ std::string existingVrfs(const Varnix::Tree& tree) {
   return fmt::format("{}", fmt::join(names, ", "));
 }
 
-void writePart(std::string_view part) {
-  if (std::fwrite(part.data(), 1, part.size(), stdout) == part.size()) return;
-  throw Failure(Exit::unknown, fmt::format("cannot write standard output: {}; check the space on its file system",
-                                           std::strerror(errno)));
-}
-
 Exit dump(const std::string& directory, const std::string& vrf) {
-  const auto mount = Kel::makePtr<Quillo::Mount>(Quillo::MountConfig{directory});
-  mount->refresh();
-  if (mount->state() != Quillo::Mount::State::ready) {
-    const bool isMissing = mount->state() == Quillo::Mount::State::waiting;
-    throw Failure(isMissing ? Exit::critical : Exit::unknown, mount->stateText());
-  }
+  const StoreReader store(directory);
   bool isWhole = true;
   const auto leftOut = [&](const std::string& line) {
     isWhole = false;
     note(line);
   };
-  const SwitchState state = switchFromStore(*mount, leftOut);
+  const SwitchState state = switchFromStore(*store.mount(), leftOut);
   SwitchWriting writing{.vrf = std::nullopt, .leftOut = leftOut};
   if (!vrf.empty()) {
     writing.vrf = L3::VrfName(Varnix::unescapeBytes(vrf));
@@ -51,7 +40,7 @@ Exit dump(const std::string& directory, const std::string& vrf) {
                     fmt::format("--vrf: the store has no VRF '{}'; it has {}", vrf, existingVrfs(state.tree)));
     }
   }
-  writeSwitch(state, writing, writePart);
+  writeSwitch(state, writing, writeOut);
   return isWhole ? Exit::ok : Exit::warning;
 }
 

@@ -5,6 +5,7 @@ import ipaddress
 import json
 import os
 import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -236,6 +237,11 @@ class CtlTest(SystemCase):
         self.assertIn("left out: route 10.0.0.0/24 in VRF red", errors)
         self.assertEqual(self.rows("routes", "red", "10.0.0.7", status=WARNING), [])
         self.assertRegex(self.ctl("status", status=WARNING)[0], "1 record damaged: route 10.0.0.0/24 in VRF red")
+        cut = os.path.join(self.directory, "cut")
+        shutil.copytree(self.store, cut)
+        os.truncate(os.path.join(cut, "data.mdb"), 5000)
+        for command in ("routes", "dump"):
+            self.assertIn("damaged", self.ctl("--store", cut, command, status=CRITICAL)[1])
 
     def test_status(self):
         self.assertRegex(self.ctl("status", status=CRITICAL)[0], "^CRITICAL - .*\n +What to do: .*quorin-mirrord")
