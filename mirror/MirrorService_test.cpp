@@ -113,6 +113,23 @@ TEST_F(MirrorServiceTest, whatDoesNotFitIntoAFullStoreComesLater) {
   EXPECT_TRUE(isInStore("ip/config.ipIntfConfig/eth0", "10.0.3.248/32"));
 }
 
+TEST_F(MirrorServiceTest, theFirstPassWaitsForRoom) {
+  ASSERT_EQ(::mount("tmpfs", parent_.c_str(), "tmpfs", 0, "size=1m"), 0);
+  std::filesystem::create_directories(netnsDirectory_);
+  service_ = std::make_unique<MirrorService>(config());
+  const std::string filler = parent_ + "/filler";
+  std::ofstream(filler) << std::string(1 << 20, ' ');
+  service_->start();
+  waitFor([&] { return !traces_.lines.empty(); }, "the first attempt");
+  service_->poll();
+  EXPECT_THAT(traces_.lines, testing::ElementsAre(HasSubstr("; trying again every second")));
+  EXPECT_FALSE(service_->isServing());
+  std::filesystem::remove(filler);
+  service_->poll();
+  waitFor([&] { return service_->isServing(); }, "the first complete pass");
+  expectAgreement();
+}
+
 TEST_F(MirrorServiceTest, aStoreThatWasRemovedIsMadeAnewWithGrowingPausesIfItRecurs) {
   ip("addr add 10.0.0.1/24 dev eth0");
   start();

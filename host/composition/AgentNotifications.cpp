@@ -109,18 +109,18 @@ void AgentNotifications::announcePublisher(Kel::Seconds now) {
 
 void AgentNotifications::logPublisher(bool isLost) const {
   const auto name = mib_->publisherName().empty() ? "the publisher" : mib_->publisherName();
+  const char* const answers = mib_->isStale() ? "too old to be answered (quorinStaleAfter)" : "served as it was";
   if (!isLost) {
     logInfo("{} (pid {}) publishes the store {} again", name, mib_->publisherPid(), storeDirectory_);
   } else if (mib_->publisherState() == AgentSnmp::publisherSilent) {
     logError(
-        "{} (pid {}) does not report to the store {}: it hangs, is stopped or cannot write; what it wrote is "
-        "served as it was. Its log says if it cannot write; else restart it",
-        name, mib_->publisherPid(), storeDirectory_);
+        "{} (pid {}) does not report to the store {}: it hangs, is stopped or cannot write; what it wrote is {}. "
+        "Its log says if it cannot write; else restart it",
+        name, mib_->publisherPid(), storeDirectory_, answers);
   } else {
     logError(
-        "{}, which published the store {}, has ended or its store was removed; what it wrote is served as it was. "
-        "Restart it",
-        name, storeDirectory_);
+        "{}, which published the store {}, has ended or its store was removed; what it wrote is {}. Restart it",
+        name, storeDirectory_, answers);
   }
 }
 

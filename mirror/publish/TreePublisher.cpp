@@ -80,7 +80,7 @@ void TreePublisher::publishRoutes() {
 
 void TreePublisher::poll() {
   isCheckDue_ = true;
-  if (isStarted_) tryPublish();
+  if (isStarted_ || hasFailed_) tryPublish();
 }
 
 bool TreePublisher::tryPublish(What what) {
@@ -99,7 +99,7 @@ bool TreePublisher::tryPublish(What what) {
     } else if (isStarted_ && error.kind() == Kind::damaged) {
       damaged(error.what());
     } else {
-      if (!isStarted_ || !mayPass(error.kind())) throw;
+      if (isStarted_ ? !mayPass(error.kind()) : error.kind() != Kind::full) throw;
       if (!hasFailed_) {
         QTRACE(treePublisherTrace, 0) << error.what() << "; trying again every second";
       }

@@ -23,11 +23,11 @@ struct Picture {
 
 // Writes the picture to the store.
 //
-// While the store is full, changes stay pending and each poll retries them, without a report to readers (see
-// Quillo::Publisher::check). If the store was removed, or is damaged and
-// the configuration's `onDamage` returned, the publisher replaces it by an empty one and writes the whole picture. It
-// does so at once; if that recurs within a minute, after pauses that grow from 1 s to a minute (10 s at least after
-// damage). Exceptions must end the program: they mean a failure at the start, or another publisher of the store.
+// While the store is full, from the start or later, changes stay pending and each poll retries them, without a report to
+// readers (see Quillo::Publisher::check). If the store was removed, or is damaged and the configuration's `onDamage`
+// returned, the publisher replaces it by an empty one and writes the whole picture. It does so at once; if that recurs
+// within a minute, after pauses that grow from 1 s to a minute (10 s at least after damage). Exceptions must end the
+// program: they mean another failure at the start, or another publisher of the store.
 class TreePublisher {
  public:
   // Opens or creates the store. Throws Quillo::StoreException.
@@ -42,7 +42,7 @@ class TreePublisher {
   void publishRoutes();
   bool isMorePending() const { return !hasFailed_ && picture_.routes.pending() > 0; }
   // Call it once a second: retries what could not be written, and notices that the store was removed or damaged. No-op
-  // before the first documents are written. Throws as publish().
+  // before the first attempt to write. Throws as publish().
   void poll();
 
   // Whether everything is in the store.
