@@ -77,16 +77,22 @@ Exit run(const Action& action) {
   }
 }
 
+std::string notEmpty(const std::string& path) {
+  return path.empty() ? "the path is empty" : "";
+}
+
 Exit parseAndRun(int argc, const char* const* argv) {
   CLI::App app("Shows what is in Quorin's store, and what its agent does.", "quorinctl");
   Options options{.store = Quillo::defaultStoreDirectory, .agentSocket = defaultAgentSocket};
   app.add_option("--store", options.store, "Directory of the store")
       ->type_name("DIR")
       ->envname("QUORIN_STORE")
+      ->check(notEmpty)
       ->capture_default_str();
   app.add_option("--agent", options.agentSocket, "The agent's control socket")
       ->type_name("PATH")
       ->envname("QUORIN_AGENT_SOCKET")
+      ->check(notEmpty)
       ->capture_default_str();
   app.add_flag("--json", options.json, "Write JSON instead of text");
   app.set_version_flag("--version", "quorinctl " QUORIN_VERSION);
@@ -103,8 +109,9 @@ Exit parseAndRun(int argc, const char* const* argv) {
   }
   app.failure_message([](const CLI::App* failed, const CLI::Error& error) {
     const auto parsed = failed->get_subcommands();
-    const auto words = failed->remaining();
-    const bool isUnknown = parsed.empty() && !words.empty();
+    const auto words = failed->remaining(true);
+    const bool isCommandMissing = parsed.empty() || error.get_name() == "RequiredError";
+    const bool isUnknown = isCommandMissing && !words.empty();
     return fmt::format("quorinctl: {}; see quorinctl {}--help\n",
                        isUnknown ? fmt::format("there is no command or option '{}'", words.front()) : error.what(),
                        parsed.empty() ? "" : parsed.front()->get_name() + " ");
@@ -112,11 +119,8 @@ Exit parseAndRun(int argc, const char* const* argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? Exit::ok : Exit::unknown;
-  }
-  if (options.store.empty()) {
-    fmt::print(stderr, "quorinctl: --store is empty; name a directory\n");
-    return Exit::unknown;
+    const bool isAnswer = app.exit(error) == 0;  // to --help or --version
+    return isAnswer ? run([] { return Exit::ok; }) : Exit::unknown;
   }
   options.store = std::filesystem::absolute(options.store).lexically_normal();
   return run(action);

@@ -152,9 +152,9 @@ class CtlTest(SystemCase):
         for arguments, words in (
                 (("routes", "blue"), "no VRF 'blue'.*default, red"), (("vrfs", "-V", "blue"), "no VRF 'blue'"), ((), "subcommand"),
                 (("routes", "10.0.0.0/33"), "neither"), (("routes", "red", "10.0.0.1", "x"), "At Most 2"), (("fib", "--bogus"), "--bogus.*quorinctl fib --help"),
-                (("cats", "red"), "no command or option 'cats'"),
+                (("cats", "red"), "no command or option 'cats'"), (("store", "cats"), "no command or option 'cats'; see quorinctl store"),
                 (("routes", "--longer"), "prefix"), (("watch", "cats"), "cats"), (("store", "dump", "cats"), "cats"),
-                (("--store", "", "vrfs"), "--store"), (("trace", "cats"), "(?s)'cats'.*ipCidrRouteTable"),
+                (("--store", "", "vrfs"), "--store.*empty"), (("--agent", "", "turns"), "--agent.*empty"), (("trace", "cats"), "(?s)'cats'.*ipCidrRouteTable"),
                 (("trace", "routes", "0"), "TIME"), (("trace", "routes", "1d"), "TIME")):
             with self.subTest(arguments):
                 self.assertRegex(self.ctl(*arguments, status=UNKNOWN)[1], words)
