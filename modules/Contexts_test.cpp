@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "modules/MibModules.h"
 #include "modules/testing/MibObjects.h"
 #include "modules/testing/TestIpTree.h"
@@ -23,6 +25,11 @@ using ::testing::Not;
 const std::string ipForwarding = "1.3.6.1.2.1.4.1.0";
 const std::string addresses = "1.3.6.1.2.1.4.20.1.1";
 
+extern "C" int answerOne(netsnmp_mib_handler*, netsnmp_handler_registration*, netsnmp_agent_request_info*,
+                         netsnmp_request_info* request) {
+  return snmp_set_var_typed_integer(request->requestvb, ASN_INTEGER, 1);
+}
+
 class EnteringContexts : public ::testing::Test {
  protected:
   TestAgent& agent = TestAgent::instance();
@@ -37,6 +44,7 @@ TEST_F(EnteringContexts, eachModuleRegistersAndTracesItsObjects) {
       const std::string module = registration->name();
       auto objects = mibObjects();
       std::erase_if(objects, [&](const MibObject& object) { return object.module != module; });
+      if (objects.empty()) continue;
       TraceLines lines(objects.at(0).facility);
       registration->initHandler(context);
       Words scalars, skipped, tables;
@@ -97,6 +105,60 @@ TEST_F(EnteringContexts, aRequestThatRacesTheRemovalOfAVrfReadsItsOldCache) {
   contexts.leave("red");
   EXPECT_EQ(tree.redIpMib->use_count(), 1U) << "the registrations have let go";
   EXPECT_EQ(tree.redConfig->use_count(), 1U);
+}
+
+// Each registration takes memory in each of thousands of contexts.
+TEST_F(EnteringContexts, aVrfHasFewRegistrations) {
+  contexts.enter("");
+  contexts.enter("red");
+  Words common, own;
+  for (const auto& object : mibObjects()) {
+    const auto name = oidOf(object.identifier);
+    const auto* const piece = netsnmp_subtree_find(name.data(), name.size(), nullptr, "red");
+    const std::string handler = piece->reginfo->handlerName;
+    if (handler == "objects") common.push_back(object.module);
+    if (handler.starts_with(object.name)) own.push_back(object.module);
+  }
+  EXPECT_EQ(std::set(own.begin(), own.end()),
+            (std::set<std::string>{"IpBase", "IpForward", "IpSwForwarding", "quorinFIBStatsMIB"}));
+  EXPECT_EQ(own.size(), 12U);
+  for (const auto* module : {"ifMIB", "inetCidrRoute", "ipMIB", "ipSystemStats"}) {
+    EXPECT_THAT(common, Contains(module));
+  }
+  for (const auto* piece = netsnmp_subtree_find_first("red"); piece != nullptr; piece = piece->next) {
+    EXPECT_EQ(piece->children, nullptr) << textOf({piece->start_a, piece->start_a + piece->start_len});
+  }
+}
+
+TEST_F(EnteringContexts, aVrfKeepsTheObjectsOfAnotherWhileItComesAndGoes) {
+  contexts.enter("");
+  contexts.enter("red");
+  const auto count = agent.walk("1", "red").size();
+  const std::vector<std::string> intruders{"1.3.6.1.2.1.4.19.0", "1.3.6.1.2.1.4.21.0", "1.3.6.1.2.1.14.1.0",
+                                           "1.3.6.1.3.1.0"};
+  for (const auto& name : intruders) {
+    const Oid identifier = oidOf(name);
+    auto* const registration = netsnmp_create_handler_registration("intruder", answerOne, identifier.data(),
+                                                                   identifier.size(), HANDLER_CAN_RONLY);
+    registration->contextName = strdup("red");
+    ASSERT_EQ(netsnmp_register_instance(registration), MIB_REGISTERED_OK);
+  }
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(agent.walk("1", "red").size(), count + intruders.size());
+    EXPECT_EQ(agent.get(ipForwarding, "red").value, "2");
+    contexts.leave("red");
+    EXPECT_EQ(agent.walk("1", "red").size(), intruders.size());
+    EXPECT_EQ(agent.getNext(addresses, "red").name, "1.3.6.1.2.1.4.21.0");
+    contexts.enter("red");
+  }
+  for (const auto& name : intruders) {
+    Oid identifier = oidOf(name);
+    ASSERT_EQ(unregister_mib_context(identifier.data(), identifier.size(), DEFAULT_MIB_PRIORITY, 0, 0, "red"),
+              MIB_UNREGISTERED_OK);
+  }
+  EXPECT_EQ(agent.walk("1", "red").size(), count);
+  contexts.leave("red");
+  EXPECT_EQ(netsnmp_subtree_find_first("red"), nullptr);
 }
 
 // Somebody else's object inside a registration makes net-snmp copy it. The tree stays divided at that object for the

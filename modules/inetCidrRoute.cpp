@@ -18,7 +18,8 @@ using IpSnmp::IpForwardMib;
 using Modules::s32ToAsnInteger;
 
 Kel::TraceHandle inetCidrRouteTrace("InetCidrRoute");
-Modules::Module inetCidrRoute("inetCidrRoute", inetCidrRouteTrace);
+Modules::Module inetCidrRoute("inetCidrRoute", inetCidrRouteTrace, Modules::Module::Facts::published,
+                              Modules::Module::Registrations::shared);
 
 constexpr const char* inetRouteGroup = "route-tables";
 const auto inetForwardMibSource =

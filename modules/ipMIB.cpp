@@ -11,7 +11,8 @@ Kel::TraceHandle ipMIBTrace("Snmp");
 
 }  // namespace
 
-Modules::Module IpMibObjects::module("ipMIB", ipMIBTrace);
+Modules::Module IpMibObjects::module("ipMIB", ipMIBTrace, Modules::Module::Facts::published,
+                                     Modules::Module::Registrations::shared);
 
 namespace {
 

@@ -10,7 +10,8 @@
 namespace {
 
 Kel::TraceHandle ipSystemStatsTrace("Snmp");
-Modules::Module ipSystemStats("ipSystemStats", ipSystemStatsTrace, Modules::Module::Facts::own);
+Modules::Module ipSystemStats("ipSystemStats", ipSystemStatsTrace, Modules::Module::Facts::own,
+                              Modules::Module::Registrations::shared);
 
 using SystemStats = Ip::SwFwdStats;
 

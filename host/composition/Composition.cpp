@@ -47,8 +47,7 @@ class Composition::ServedVrfWatcher : public IpSnmp::VrfRootSm::Notifiee {
   VrfContexts& contexts_;
 };
 
-Composition::Composition(EventLoop& loop, const std::string& storeDirectory,
-                         std::vector<SharedGroups::Group> sharedGroups)
+Composition::Composition(EventLoop& loop, const std::string& storeDirectory, SharedGroups::Groups sharedGroups)
     : loop_(loop),
       storeDirectory_(storeDirectory),
       config_(Snmp::currentConfig()),
@@ -85,7 +84,7 @@ void Composition::followServedVrfs() {
 }
 
 void Composition::update(std::unique_ptr<Composition>& composition, EventLoop& loop,
-                         const std::string& storeDirectory, std::vector<SharedGroups::Group> sharedGroups) {
+                         const std::string& storeDirectory, SharedGroups::Groups sharedGroups) {
   if (composition && composition->storeDirectory_ == storeDirectory) return composition->reconfigure();
   composition.reset();
   composition = std::make_unique<Composition>(loop, storeDirectory, std::move(sharedGroups));

@@ -22,7 +22,7 @@ class Composition {
   // Enters the default context at once, even without a store. The VRFs' contexts also answer `sharedGroups`.
   // Throws Kel::Exception if the loop cannot take its descriptors. Requires: at most one object exists at a time.
   // Lifetime: `loop` must outlive this object.
-  Composition(EventLoop& loop, const std::string& storeDirectory, std::vector<SharedGroups::Group> sharedGroups);
+  Composition(EventLoop& loop, const std::string& storeDirectory, SharedGroups::Groups sharedGroups);
   ~Composition();
   Composition(const Composition&) = delete;
   Composition& operator=(const Composition&) = delete;
@@ -30,7 +30,7 @@ class Composition {
   // Applies the current configuration: reconfigures `composition`, or replaces it if it is null or follows another
   // store than that in `storeDirectory`. Throws as the constructor; `composition` is null then.
   static void update(std::unique_ptr<Composition>& composition, EventLoop& loop, const std::string& storeDirectory,
-                     std::vector<SharedGroups::Group> sharedGroups);
+                     SharedGroups::Groups sharedGroups);
 
   // Returns the configured directory, or the default.
   static std::string configuredStoreDirectory();

@@ -41,6 +41,16 @@ TEST(SharedGroups, aVrfAnswersAsTheDefaultContextDoes) {
   for (const auto& answer : agent.send(SNMP_MSG_GETNEXT, names, "red").answers) next.push_back(answer.name);
   EXPECT_THAT(next, ::testing::ElementsAre("1.3.6.1.2.1.1.5.0", "1.3.6.1.2.1.2.1.0", "1.3.6.1.2.1.1.5.0",
                                            "1.3.6.1.2.1.1.1.0"));
+  // A GETBULK goes the way of as many GETNEXT, from the values of the default context to those of the VRF and back.
+  const auto bulk = agent.send(SNMP_MSG_GETBULK, {"1.3.6.1.2.1.1.4.0", "1.3.6.1.2.1.10"}, "red", 0, 30).answers;
+  ASSERT_EQ(bulk.size(), 60U);
+  for (std::size_t i = 2; i < bulk.size(); ++i) {
+    EXPECT_EQ(bulk[i].name, agent.getNext(bulk[i - 2].name, "red").name) << bulk[i - 2].name;
+  }
+  for (const auto* nowhere : {"1.3.6.1.2.1.99.1.0", "1.3.6.1.2.1", "1.3.6.1.6.3.99.0", "1.3.6.1.9.1.0"}) {
+    EXPECT_EQ(agent.get(nowhere, "red"), agent.get(nowhere)) << nowhere;
+    EXPECT_EQ(agent.set(nowhere, 2, "red").errorStatus, agent.set(nowhere, 2).errorStatus) << nowhere;
+  }
   for (const auto* writable : {"1.3.6.1.2.1.1.4.0", "1.3.6.1.2.1.11.30.0"}) {
     EXPECT_EQ(agent.set(writable, 2, "red").errorStatus, SNMP_ERR_NOTWRITABLE);
   }

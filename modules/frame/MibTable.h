@@ -139,6 +139,8 @@ class MibTable {
   std::size_t indexRoom() const { return MAX_OID_LEN - (description_.identifier.size() + 2); }
 
  private:
+  void registerTable(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
+                     const Kel::String& context) const;
   netsnmp_table_registration_info* tableRegistration(const Kel::String& context) const;
   netsnmp_variable_list* sharedIndexes(const Kel::String& context) const;
   netsnmp_iterator_info* iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,

@@ -88,20 +88,26 @@ void MibTable::initialize(const TableFunctions& functions, const Snmp::Config::P
   }
   module.traceInitializing(function.c_str(), description_.identifier, context);
 
-  auto* const registration =
-      module.registration(name(), functions.handler, description_.identifier, description_.modes, context);
-  KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", name()).c_str());
   if (!description_.source.serves(context)) {
-    netsnmp_handler_registration_free(registration);
     QTRACE(trace(), 2) << function << " in context \"" << context << "\" varnixPathWithContext not specified ";
     return;
   }
-  module.addRegistration(context, registration);
   const auto cache = entityAt(description_.source, context,
                               {.object = fmt::format("table {}", name()),
                                .wrongTypeEnding = ".",
                                .missingAssertion = "e",
                                .wrongTypeAssertion = "ptr"});
+  if (!module.share(context, description_.identifier, cache)) registerTable(functions, cache, context);
+  QTRACE(trace(), 8) << "Initialized table " << name() << " in context \"" << context << "\"";
+}
+
+void MibTable::registerTable(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
+                             const Kel::String& context) const {
+  auto& module = description_.module;
+  auto* const registration =
+      module.registration(name(), functions.handler, description_.identifier, description_.modes, context);
+  KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", name()).c_str());
+  module.addRegistration(context, registration);
   holdEntity(registration, cache);
 
   auto* const table = tableRegistration(context);
@@ -115,7 +121,7 @@ void MibTable::initialize(const TableFunctions& functions, const Snmp::Config::P
   injectHandlers(registration, context);
   // Only the default context has objects of other modules.
   if (Snmp::takesPrecedence() && context.empty()) coverColumns(registration, context);
-  QTRACE(trace(), 8) << "Initialized table " << name() << " in context \"" << context << "\"";
+  module.registered(context, description_.identifier, *registration);
 }
 
 netsnmp_table_registration_info* MibTable::tableRegistration(const Kel::String& context) const {

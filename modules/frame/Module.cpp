@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "modules/frame/ContextObjects.h"
 #include "snmp/Contexts.h"
 #include "snmp/HandlerRegistration.h"
 
@@ -37,6 +38,10 @@ void Module::entered(const Kel::String& context) const {
 
 void Module::leave(const Kel::String& context) {
   QTRACE(trace_, 2) << "Unregistering " << name_ << " in context \"" << context << "\"";
+
+  auto& shared = ContextObjects::instance();
+  shared.remove(context, *this);
+  if (context.empty()) shared.withdraw(this);
 
   const auto registrations = registrationsByContext_[context];
   for (auto* registration : registrations) {
@@ -82,6 +87,18 @@ netsnmp_handler_registration* Module::registration(const char* object, Netsnmp_N
   // Without a name it would be registered in the default context.
   netsnmp_handler_registration_free(result);
   return nullptr;
+}
+
+bool Module::share(const Kel::String& context, const std::vector<oid>& object,
+                   const Kel::Ptr<Kel::Entity>& entity) const {
+  return registrations_ == Registrations::shared && ContextObjects::instance().add(context, object, entity);
+}
+
+void Module::registered(const Kel::String& context, const std::vector<oid>& object,
+                        const netsnmp_handler_registration& registration) const {
+  const bool isOffered = registrations_ == Registrations::shared && context.empty();
+  if (isOffered) ContextObjects::instance().offer(*this, object, registration);
+  freeHiddenPieces(registration, context);
 }
 
 void Module::addRegistration(const Kel::String& context, netsnmp_handler_registration* registration) {

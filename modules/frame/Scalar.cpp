@@ -79,17 +79,10 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
     std::fflush(stdout);
     return;
   }
-  const bool isInstance = scalar.isInstanceInSnmpd && Snmp::takesPrecedence() && context.empty();
-  auto identifier = scalar.identifier;
-  if (isInstance) identifier.push_back(0);
-  auto* const registration = module.registration(scalar.name, handler, identifier, scalar.modes, context);
-  KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", scalar.name).c_str());
-  registration->priority = scalar.priority;
   if (!scalar.source.serves(context)) {
     QTRACE(module.trace(), 2) << function << " in context \"" << context
                               << "\": varnixPathWithContext not specified for " << scalar.name << "; "
                               << "skipping registration";
-    netsnmp_handler_registration_free(registration);
     return;
   }
   const auto entity = entityAt(scalar.source, context,
@@ -97,6 +90,13 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
                                 .wrongTypeEnding = fmt::format(" for scalar {}.", scalar.name),
                                 .missingAssertion = fmt::format("e_{}", scalar.name),
                                 .wrongTypeAssertion = fmt::format("ptr_{}", scalar.name)});
+  if (module.share(context, scalar.identifier, entity)) return;
+  const bool isInstance = scalar.isInstanceInSnmpd && Snmp::takesPrecedence() && context.empty();
+  auto identifier = scalar.identifier;
+  if (isInstance) identifier.push_back(0);
+  auto* const registration = module.registration(scalar.name, handler, identifier, scalar.modes, context);
+  KEL_ASSERT_TEXT(registration != nullptr, fmt::format("reg_{}", scalar.name).c_str());
+  registration->priority = scalar.priority;
   holdEntity(registration, entity);
   module.addRegistration(context, registration);
   // net-snmp frees what it refuses.
@@ -109,6 +109,7 @@ void initializeScalar(const Scalar& scalar, Netsnmp_Node_Handler* handler, const
   }
   const bool hasGate = injectFactsGate(registration, module.isFedByPublisher());
   KEL_ASSERT(hasGate);
+  module.registered(context, scalar.identifier, *registration);
 }
 
 int handleScalar(const Scalar& scalar, const char* function, const netsnmp_mib_handler* handler,

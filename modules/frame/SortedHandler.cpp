@@ -18,16 +18,6 @@ namespace {
 
 bool isHandlerEnabled = true;
 
-using Name = std::span<const oid>;
-
-int compare(Name a, Name b) {
-  return snmp_oid_compare(a.data(), a.size(), b.data(), b.size());
-}
-
-Name nameOf(const netsnmp_variable_list& variable) {
-  return {variable.name, variable.name_length};
-}
-
 // State that the requests of one message share. A message may have thousands of requests.
 struct Message {
   long transaction = -1;

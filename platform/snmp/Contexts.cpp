@@ -19,8 +19,16 @@ static Kel::TraceHandle contextsTrace("SnmpContexts");
 
 namespace {
 
-std::map<Kel::String, std::set<Kel::String>>& modulesByContext() {
-  static auto* const map = new std::map<Kel::String, std::set<Kel::String>>;
+// Thousands of contexts have the same modules, so a name is kept once.
+using ModuleNames = std::vector<const Kel::String*>;
+
+const Kel::String* moduleNamed(const Kel::String& name) {
+  static auto* const names = new std::set<Kel::String>;
+  return &*names->insert(name).first;
+}
+
+std::map<Kel::String, ModuleNames>& modulesByContext() {
+  static auto* const map = new std::map<Kel::String, ModuleNames>;
   return *map;
 }
 
@@ -94,14 +102,16 @@ std::vector<Contexts::Entered>::const_iterator Contexts::find(const Kel::String&
 }
 
 void registerMibContext(const Kel::String& context, const Kel::String& moduleName) {
-  modulesByContext()[context].insert(moduleName);
+  auto& modules = modulesByContext()[context];
+  const auto* const name = moduleNamed(moduleName);
+  if (std::find(modules.begin(), modules.end(), name) == modules.end()) modules.push_back(name);
 }
 
 void unregisterMibContext(const Kel::String& context, const Kel::String& moduleName) {
   auto& all = modulesByContext();
   const auto found = all.find(context);
   if (found == all.end()) return;
-  found->second.erase(moduleName);
+  std::erase(found->second, moduleNamed(moduleName));
   if (found->second.empty()) all.erase(found);
 }
 
@@ -117,8 +127,12 @@ bool isMibContext(const Kel::String& context) {
 
 std::vector<Kel::String> mibContextModules(const Kel::String& context) {
   const auto found = modulesByContext().find(context);
-  if (found == modulesByContext().end()) return {};
-  return {found->second.begin(), found->second.end()};
+  std::vector<Kel::String> modules;
+  if (found != modulesByContext().end()) {
+    for (const auto* module : found->second) modules.push_back(*module);
+  }
+  std::sort(modules.begin(), modules.end());
+  return modules;
 }
 
 }  // namespace Snmp

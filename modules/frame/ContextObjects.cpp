@@ -1,0 +1,406 @@
+#include "modules/frame/ContextObjects.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+#include <utility>
+
+#include "modules/frame/Module.h"
+#include "snmp/CBoundary.h"
+
+// Exported by net-snmp's agent library without a header.
+extern "C" void netsnmp_subtree_free(netsnmp_subtree* subtree);
+
+namespace Modules {
+
+static Kel::TraceHandle contextObjectsTrace("ContextObjects");
+
+namespace {
+
+// Every object that is served here is below one of them: mib-2 and snmpModules.
+const std::vector<oid> commonRoots[] = {{1, 3, 6, 1, 2, 1}, {1, 3, 6, 1, 6, 3}};
+
+constexpr const char* defaultContext = "";
+
+bool isBelow(Name name, Name root) {
+  return netsnmp_oid_is_subtree(root.data(), root.size(), name.data(), name.size()) == 0;
+}
+
+bool hasValue(const netsnmp_variable_list& variable) {
+  switch (variable.type) {
+    case ASN_NULL:
+    case ASN_PRIV_RETRY:
+    case SNMP_NOSUCHOBJECT:
+    case SNMP_NOSUCHINSTANCE:
+    case SNMP_ENDOFMIBVIEW:
+      return false;
+    default:
+      return true;
+  }
+}
+
+// The first name after all those below a root.
+std::vector<oid> endOf(const std::vector<oid>& root) {
+  std::vector<oid> end = root;
+  ++end.back();
+  return end;
+}
+
+// Makes a request one for a single registration: alone, and within its objects. The destructor restores it.
+class Alone {
+ public:
+  Alone(netsnmp_request_info& request, oid* end, std::size_t endLength, netsnmp_subtree* subtree)
+      : request_(request),
+        next_(std::exchange(request.next, nullptr)),
+        subtree_(std::exchange(request.subtree, subtree)),
+        rangeEnd_(std::exchange(request.range_end, end)),
+        rangeEndLength_(std::exchange(request.range_end_len, endLength)) {}
+  ~Alone() {
+    request_.next = next_;
+    request_.subtree = subtree_;
+    request_.range_end = rangeEnd_;
+    request_.range_end_len = rangeEndLength_;
+  }
+  Alone(const Alone&) = delete;
+  Alone& operator=(const Alone&) = delete;
+
+ private:
+  netsnmp_request_info& request_;
+  netsnmp_request_info* const next_;
+  netsnmp_subtree* const subtree_;
+  oid* const rangeEnd_;
+  const std::size_t rangeEndLength_;
+};
+
+void call(netsnmp_handler_registration& registration, netsnmp_agent_request_info& info,
+          netsnmp_request_info& request) {
+  const int status = netsnmp_call_handlers(&registration, &info, &request);
+  if (status != SNMP_ERR_NOERROR) netsnmp_request_set_error(&request, status);
+}
+
+// A registration like that of the default context, with another cache. The iterator helper has its cache in a record
+// that it shares with the original; the destructor restores that.
+class WithCache {
+ public:
+  WithCache(const netsnmp_handler_registration& original, Kel::Entity* cache, char* context)
+      : registration_(original) {
+    registration_.my_reg_void = cache;
+    registration_.contextName = context;
+    for (auto* handler = original.handler; handler != nullptr; handler = handler->next) {
+      if (handler->access_method != netsnmp_table_iterator_helper_handler) continue;
+      iterator_ = static_cast<netsnmp_iterator_info*>(handler->myvoid);
+      originalCache_ = std::exchange(iterator_->myvoid, cache);
+    }
+  }
+  ~WithCache() {
+    if (iterator_ != nullptr) iterator_->myvoid = originalCache_;
+  }
+  WithCache(const WithCache&) = delete;
+  WithCache& operator=(const WithCache&) = delete;
+
+  netsnmp_handler_registration& registration() { return registration_; }
+
+ private:
+  netsnmp_handler_registration registration_;
+  netsnmp_iterator_info* iterator_ = nullptr;
+  void* originalCache_ = nullptr;
+};
+
+}  // namespace
+
+// What one context serves.
+class ContextObjects::Context {
+ public:
+  std::vector<Served> served;  // by root, ascending
+
+  void answer(netsnmp_agent_request_info& info, netsnmp_request_info& request, char* context) const {
+    switch (info.mode) {
+      case MODE_GETNEXT:
+      case MODE_GETBULK:
+        return getNext(info, request, context);
+      default:
+        getOrSet(info, request, context);
+    }
+  }
+
+ private:
+  static const std::vector<oid>& rootOf(const Served& object) { return object.object->first; }
+
+  // The last object whose root is at or before the name, or the first one.
+  std::vector<Served>::const_iterator at(Name name) const {
+    const auto after = std::upper_bound(served.begin(), served.end(), name, [](Name asked, const Served& object) {
+      return compare(asked, rootOf(object)) < 0;
+    });
+    return after == served.begin() ? after : after - 1;
+  }
+
+  static bool isStock(const Served& object) { return object.object->second.original == nullptr; }
+
+  static void ask(const Served& object, std::vector<oid>& end, netsnmp_agent_request_info& info,
+                  netsnmp_request_info& request, char* context) {
+    const Alone alone(request, end.data(), end.size(), request.subtree);
+    WithCache original(*object.object->second.original, object.cache.get(), context);
+    call(original.registration(), info, request);
+  }
+
+  // Asks net-snmp's own objects, but not a subagent: that answers later, and only requests of the default context.
+  static void askStock(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_request_info& request) {
+    if (subtree.reginfo == nullptr || subtree.session != nullptr) return;
+    const Alone alone(request, subtree.end_a, subtree.end_len, &subtree);
+    call(*subtree.reginfo, info, request);
+  }
+
+  static void adjust(const Served& object, netsnmp_variable_list& variable, const char* context) {
+    const auto adjust = object.object->second.adjust;
+    if (adjust != nullptr && hasValue(variable)) adjust(variable, context);
+  }
+
+  void getOrSet(netsnmp_agent_request_info& info, netsnmp_request_info& request, char* context) const {
+    const auto name = nameOf(*request.requestvb);
+    const auto object = at(name);
+    if (object == served.end() || !isBelow(name, rootOf(*object))) {
+      // As net-snmp answers where nothing is registered.
+      netsnmp_request_set_error(&request, info.mode == MODE_GET ? SNMP_NOSUCHOBJECT : SNMP_ERR_NOTWRITABLE);
+    } else if (!isStock(*object)) {
+      auto end = endOf(rootOf(*object));
+      ask(*object, end, info, request, context);
+    } else if (info.mode != MODE_GET) {
+      netsnmp_request_set_error(&request, SNMP_ERR_NOTWRITABLE);
+    } else if (auto* const subtree = netsnmp_subtree_find(name.data(), name.size(), nullptr, defaultContext)) {
+      askStock(*subtree, info, request);
+      adjust(*object, *request.requestvb, context);
+    }
+  }
+
+  // Asks one object after another, as the agent asks registrations. Restores the name if none has a next value.
+  void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, char* context) const {
+    const auto first = nameOf(*request.requestvb);
+    const std::vector<oid> asked(first.begin(), first.end());
+    const Name rangeEnd(request.range_end, request.range_end_len);
+    for (auto object = at(asked); object != served.end() && compare(rootOf(*object), rangeEnd) < 0; ++object) {
+      auto root = rootOf(*object);
+      auto end = endOf(root);
+      if (compare(asked, end) >= 0) continue;
+      if (netsnmp_acm_check_subtree(info.asp->pdu, root.data(), root.size()) == VACM_NOTINVIEW) continue;
+      const bool isFound = isStock(*object)
+                               ? hasNextOfStock(*object, asked, end, info, request, context)
+                               : hasNext(request, end, [&] { ask(*object, end, info, request, context); });
+      if (isFound) return;
+      restore(request, asked);
+    }
+  }
+
+  // Asks the registrations of the default context between the names `asked` and `end`, one after another.
+  static bool hasNextOfStock(const Served& object, const std::vector<oid>& asked, const std::vector<oid>& end,
+                             netsnmp_agent_request_info& info, netsnmp_request_info& request, const char* context) {
+    // One value at a time, so that each can be adjusted.
+    const int mode = std::exchange(info.mode, MODE_GETNEXT);
+    bool isFound = false;
+    const auto& start = std::max(asked, rootOf(object));
+    for (auto* subtree = netsnmp_subtree_find(start.data(), start.size(), nullptr, defaultContext);
+         subtree != nullptr && compare({subtree->start_a, subtree->start_len}, end) < 0; subtree = subtree->next) {
+      isFound = hasNext(request, {subtree->end_a, subtree->end_len}, [&] { askStock(*subtree, info, request); });
+      if (isFound) break;
+      restore(request, asked);
+    }
+    info.mode = mode;
+    if (!isFound) return false;
+    adjust(object, *request.requestvb, context);
+    if (mode == MODE_GETBULK) {
+      const Alone alone(request, request.range_end, request.range_end_len, request.subtree);
+      netsnmp_bulk_to_next_fix_requests(&request);
+    }
+    return true;
+  }
+
+  // Whether handlers have a value after the request's name, or an error. A handler that meets a hole names it, and must
+  // be called again from there.
+  template <class Ask>
+  static bool hasNext(netsnmp_request_info& request, Name end, const Ask& ask) {
+    const auto* const variable = request.requestvb;
+    while (true) {
+      const auto name = nameOf(*variable);
+      const std::vector<oid> before(name.begin(), name.end());
+      ask();
+      // A GETBULK that has filled the variable continues with the next one.
+      if (request.requestvb != variable || request.status != SNMP_ERR_NOERROR) return true;
+      if (compare(nameOf(*variable), end) >= 0) return false;
+      if (hasValue(*variable)) return true;
+      if (variable->type != ASN_PRIV_RETRY || compare(nameOf(*variable), before) <= 0) return false;
+      clear(request);
+    }
+  }
+
+  static void restore(netsnmp_request_info& request, const std::vector<oid>& name) {
+    clear(request);
+    snmp_set_var_objid(request.requestvb, name.data(), name.size());
+  }
+
+  // Prepares the request for another call.
+  static void clear(netsnmp_request_info& request) {
+    snmp_set_var_typed_value(request.requestvb, ASN_NULL, nullptr, 0);
+    request.processed = 0;
+    netsnmp_free_request_data_sets(&request);
+  }
+};
+
+namespace {
+
+extern "C" int quorinContextObjects(netsnmp_mib_handler* handler, netsnmp_handler_registration* registration,
+                                    netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  return Snmp::atCBoundary(contextObjectsTrace, __func__, SNMP_ERR_GENERR, [&] {
+    const auto& context = *static_cast<const ContextObjects::Context*>(handler->myvoid);
+    for (auto* request = requests; request != nullptr; request = request->next) {
+      context.answer(*info, *request, registration->contextName);
+    }
+    return SNMP_ERR_NOERROR;
+  });
+}
+
+// Whether a piece is one of net-snmp's roots (ccitt, iso, joint-iso-ccitt) or of our registration.
+bool isOfGround(const netsnmp_subtree& piece) {
+  return piece.namelen == 1 ||
+         (piece.reginfo != nullptr && piece.reginfo->handler->access_method == quorinContextObjects);
+}
+
+bool registerRoot(const std::vector<oid>& root, ContextObjects::Context& served, const Kel::String& context) {
+  auto* const registration = netsnmp_create_handler_registration(
+      "objects", quorinContextObjects, root.data(), root.size(), HANDLER_CAN_RWRITE | HANDLER_CAN_GETBULK);
+  if (registration == nullptr) throw std::bad_alloc();
+  registration->contextName = strdup(context.c_str());
+  registration->priority = Snmp::registrationPriority();
+  // Every copy that net-snmp makes of the registration shares it.
+  registration->handler->myvoid = &served;
+  // net-snmp frees what it refuses.
+  if (netsnmp_register_handler(registration) != MIB_REGISTERED_OK) return false;
+  freeHiddenPieces(*registration, context);
+  return true;
+}
+
+void unregisterRoots(std::span<const std::vector<oid>> roots, const Kel::String& context) {
+  for (auto root : roots) {
+    unregister_mib_context(root.data(), root.size(), Snmp::registrationPriority(), 0, 0, context.c_str());
+  }
+}
+
+// Returns false, and registers nothing, if the agent refuses.
+bool registerRoots(ContextObjects::Context& served, const Kel::String& context) {
+  for (std::size_t i = 0; i < std::size(commonRoots); ++i) {
+    if (registerRoot(commonRoots[i], served, context)) continue;
+    QTRACE(contextObjectsTrace, 0) << "the agent refuses the registration " << (i == 0 ? "mib-2" : "snmpModules")
+                                   << " in context \"" << context << "\"; does another module have it there?";
+    unregisterRoots(std::span(commonRoots).first(i), context);
+    return false;
+  }
+  return true;
+}
+
+bool hasOnlyGround(const Kel::String& context) {
+  for (auto* part = netsnmp_subtree_find_first(context.c_str()); part != nullptr; part = part->next) {
+    for (auto* each = part; each != nullptr; each = each->children) {
+      if (!isOfGround(*each)) return false;
+    }
+  }
+  return true;
+}
+
+void replace(oid*& name, u_char& length, const oid* by, u_char byLength) {
+  auto* const copy = snmp_duplicate_objid(by, byLength);
+  if (copy == nullptr) throw std::bad_alloc();
+  std::free(std::exchange(name, copy));
+  length = byLength;
+}
+
+// Extends the pieces of the ground over what our registrations leave behind, from which freeHiddenPieces() has taken
+// the pieces below. net-snmp loses objects that are registered where it has nothing at all.
+void closeHoles(const Kel::String& context) {
+  for (auto* part = netsnmp_subtree_find_first(context.c_str()); part != nullptr && part->next != nullptr;
+       part = part->next) {
+    auto* const next = part->next;
+    if (compare({part->end_a, part->end_len}, {next->start_a, next->start_len}) >= 0) continue;
+    if (isOfGround(*part)) {
+      replace(part->end_a, part->end_len, next->start_a, next->start_len);
+    } else if (isOfGround(*next)) {
+      replace(next->start_a, next->start_len, part->end_a, part->end_len);
+      // What net-snmp knows of the common beginning of neighbours; 0: nothing.
+      next->oid_off = 0;
+      if (next->next != nullptr) next->next->oid_off = 0;
+    }
+  }
+}
+
+}  // namespace
+
+ContextObjects& ContextObjects::instance() {
+  static auto* const objects = new ContextObjects;
+  return *objects;
+}
+
+static Snmp::AutoRegistree contextObjectsRegistree(&ContextObjects::instance());
+
+void ContextObjects::offer(const Module& module, const std::vector<oid>& root,
+                           const netsnmp_handler_registration& original) {
+  objects_.insert_or_assign(root, Object{&module, &original, nullptr});
+}
+
+void ContextObjects::offerStock(const std::vector<oid>& root, Adjust adjust) {
+  objects_.insert_or_assign(root, Object{nullptr, nullptr, adjust});
+}
+
+void ContextObjects::withdraw(const Module* module) {
+  std::erase_if(objects_, [&](const auto& object) { return object.second.module == module; });
+}
+
+bool ContextObjects::add(const Kel::String& context, const std::vector<oid>& root,
+                         const Kel::Ptr<Kel::Entity>& cache) {
+  const auto entered = contexts_.find(context);
+  const auto object = objects_.find(root);
+  if (entered == contexts_.end() || object == objects_.end()) return false;
+  auto& served = entered->second->served;
+  const auto after =
+      std::find_if(served.begin(), served.end(), [&](const Served& other) { return other.object->first > root; });
+  served.insert(after, {object, cache});
+  return true;
+}
+
+void ContextObjects::remove(const Kel::String& context, const Module& module) {
+  const auto entered = contexts_.find(context);
+  if (entered == contexts_.end()) return;
+  std::erase_if(entered->second->served,
+                [&](const Served& served) { return served.object->second.module == &module; });
+}
+
+void ContextObjects::initHandler(Kel::String context) {
+  if (context.empty()) return;
+  auto& entered = contexts_[context];
+  if (!entered) {
+    entered = std::make_unique<Context>();
+    if (!registerRoots(*entered, context)) {
+      contexts_.erase(context);
+      return;
+    }
+  }
+  entered->served.reserve(objects_.size());
+  for (auto object = objects_.cbegin(); object != objects_.cend(); ++object) {
+    if (object->second.original == nullptr) entered->served.push_back({object, nullptr});
+  }
+}
+
+void ContextObjects::exitHandler(Kel::String context) {
+  const auto entered = contexts_.find(context);
+  if (entered != contexts_.end()) entered->second->served.clear();
+  if (entered == contexts_.end() || !hasOnlyGround(context)) return closeHoles(context);
+  unregisterRoots(commonRoots, context);
+  contexts_.erase(entered);
+}
+
+void freeHiddenPieces(const netsnmp_handler_registration& registration, const Kel::String& context) {
+  auto* const top = netsnmp_subtree_find(registration.rootoid, registration.rootoid_len, nullptr, context.c_str());
+  if (context.empty() || top == nullptr || top->reginfo != &registration) return;
+  while (top->children != nullptr && isOfGround(*top->children)) {
+    netsnmp_subtree_free(std::exchange(top->children, top->children->children));
+  }
+}
+
+}  // namespace Modules
