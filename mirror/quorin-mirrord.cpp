@@ -160,9 +160,9 @@ void Background::serving() {
 
 // ---- damage
 
-// As in TreePublisher: so that readers can read in between, and for a store that is damaged again and again.
-constexpr Kel::Seconds leastPause = 10;
-constexpr unsigned longestPause = 60;
+// As in TreePublisher.
+constexpr Kel::Seconds damagePause = 10;
+constexpr Kel::Seconds recurrence = 60;
 
 // What onDamage() needs, outside the heap.
 Kel::Seconds imageStart = 0;
@@ -174,21 +174,19 @@ bool isDetached = true;  // no starter waits for this process
 void onDamage(const char* why) {
   using namespace Process;
   const Kel::Seconds lived = Kel::System::currentTime() - imageStart;
-  const bool recurs = FreshImage::isReplacement() && lived < longestPause;
-  const unsigned pause = recurs ? std::clamp(2 * FreshImage::notedSeconds(), 1U, longestPause) : 0;
-  if (isDetached) FreshImage::replaceOnFault(pause);  // such as one in the next line
+  const bool recurs = FreshImage::isReplacement() && lived < recurrence;
+  if (isDetached) FreshImage::replaceOnFault();  // such as one in the next line
   QTRACE(mirrorMainTrace, 0) << why << "; this process starts afresh, since its memory may be overwritten"
                              << (recurs ? "; look for a program that writes files of the store" : "");
   if (recurs) {
-    for (Kel::Seconds left = std::max<Kel::Seconds>(pause, leastPause) - lived; left > 0 && !stopSignal;
-         left -= 1) {
+    for (Kel::Seconds left = damagePause - lived; left > 0 && !stopSignal; left -= 1) {
       ServiceManager::notifyAlive();
       const timespec second{1, 0};
       ppoll(nullptr, 0, &second, &waitMask);
     }
   }
   if (stopSignal) _exit(0);
-  if (isDetached) FreshImage::replace(pause);
+  if (isDetached) FreshImage::replace();
   _exit(1);
 }
 

@@ -84,6 +84,13 @@ class StoreTest(SystemCase):
                 self.expect_context()
                 self.assertTrue(running.running and self.agent.running)
                 self.assertIn("already", self.expect_mirror_refuses())
+        bell = os.path.join(self.store, "doorbell")
+        os.unlink(bell)
+        os.symlink("/dev/null", bell)
+        running.wait_for_output("doorbell is a symbolic link.*trying again")
+        self.namespace.ip("addr add 10.0.2.1/24 dev a0")
+        os.unlink(bell)
+        self.expect_context()
         self.assertEqual(running.stop(), 0)
 
     def test_agent_as_another_user(self):

@@ -16,12 +16,13 @@ using Kind = Quillo::StoreException::Kind;
 
 // Between two new beginnings of a damaged store, so that readers can read in between.
 constexpr Kel::Seconds damagePause = 10;
-// A store that is lost again within this time was not mended by a new beginning. The pauses between them grow up to it.
-constexpr Kel::Seconds longestPause = 60;
+// A store that is lost again within this time was not mended by a new beginning. The pauses between them then grow.
+constexpr Kel::Seconds recurrence = 60;
+constexpr Kel::Seconds longestPause = 10;
 
 // Whether the fault may pass without a restart of the program.
 bool mayPass(Kind kind) {
-  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission;
+  return kind == Kind::full || kind == Kind::directory || kind == Kind::permission || kind == Kind::unsafe;
 }
 
 }  // namespace
@@ -35,7 +36,7 @@ TreePublisher::TreePublisher(Picture& picture, Quillo::PublisherConfig config)
 
 // From here on there is nothing to write to, until makeAnew().
 void TreePublisher::lose(const std::string& why, Kel::Seconds leastPause) {
-  const bool recurs = lastMadeAnew_ && Kel::System::currentTime() - *lastMadeAnew_ < longestPause;
+  const bool recurs = lastMadeAnew_ && Kel::System::currentTime() - *lastMadeAnew_ < recurrence;
   const bool recurredBefore = std::exchange(pause_, recurs ? std::clamp(2 * pause_, 1.0, longestPause) : 0) > 0;
   if (!recurs) {
     QTRACE(treePublisherTrace, 0) << why;

@@ -26,8 +26,8 @@ struct Picture {
 // While the store is full, from the start or later, changes stay pending and each poll retries them, without a report to
 // readers (see Quillo::Publisher::check). If the store was removed, or is damaged and the configuration's `onDamage`
 // returned, the publisher replaces it by an empty one and writes the whole picture. It does so at once; if that recurs
-// within a minute, after pauses that grow from 1 s to a minute (10 s at least after damage). Exceptions must end the
-// program: they mean another failure at the start, or another publisher of the store.
+// within a minute, after pauses that grow from 1 s to 10 s (10 s at once after damage). Exceptions must end the program:
+// they mean another failure at the start, or another publisher of the store.
 class TreePublisher {
  public:
   // Opens or creates the store. Throws Quillo::StoreException.

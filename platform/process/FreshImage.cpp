@@ -25,18 +25,16 @@ char startDirectory[PATH_MAX];
 char variable[64];
 char* environment[4096];  // of the next image; its first entry is `variable`
 bool isReplaced = false;
-unsigned secondsOfLast = 0;
-unsigned secondsOnFault = 0;
 int keptFile = -1;
 
 // With the pid, so that a program which inherits the variable does not mistake itself for a new image.
 bool readVariable(const char* entry) {
   int pid = 0;
-  return sscanf(entry + strlen(variableName), "%d %u %d", &pid, &secondsOfLast, &keptFile) == 3 && pid == getpid();
+  return sscanf(entry + strlen(variableName), "%d %d", &pid, &keptFile) == 2 && pid == getpid();
 }
 
 void replaceAfterFault(int signal) {
-  replace(secondsOnFault);
+  replace();
   ::signal(signal, SIG_DFL);
   raise(signal);
 }
@@ -56,7 +54,6 @@ void noteStart(char* const* arguments) {
     }
   }
   if (!isReplaced) {
-    secondsOfLast = 0;
     keptFile = -1;
     return;
   }
@@ -67,10 +64,6 @@ void noteStart(char* const* arguments) {
 
 bool isReplacement() {
   return isReplaced;
-}
-
-unsigned notedSeconds() {
-  return secondsOfLast;
 }
 
 void keep(std::string_view bytes) {
@@ -89,18 +82,17 @@ std::string kept() {
   return pread(keptFile, bytes.data(), bytes.size(), 0) == file.st_size ? bytes : std::string();
 }
 
-void replaceOnFault(unsigned seconds) {
-  secondsOnFault = seconds;
+void replaceOnFault() {
   struct sigaction action {};
   action.sa_handler = replaceAfterFault;
   action.sa_flags = SA_NODEFER;  // or the new image would begin with the signal blocked
   for (const int signal : {SIGSEGV, SIGBUS, SIGABRT}) sigaction(signal, &action, nullptr);
 }
 
-void replace(unsigned seconds) {
+void replace() {
   const int program = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
   if (program < 0) return;
-  snprintf(variable, sizeof variable, "%s%d %u %d", variableName, getpid(), seconds, keptFile);
+  snprintf(variable, sizeof variable, "%s%d %d", variableName, getpid(), keptFile);
   // Only for paths in the arguments that are relative.
   [[maybe_unused]] const int unchanged = chdir(startDirectory);
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);

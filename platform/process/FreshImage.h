@@ -21,8 +21,6 @@ void noteStart(char* const* arguments);
 
 // Whether replace() began this image.
 bool isReplacement();
-// The seconds that the image before this one passed to replace(); 0 for the first image.
-unsigned notedSeconds();
 
 // Stores bytes for the next image in the kernel, where later damage to the heap cannot reach them. Replaces those of an
 // earlier call. Without memory, the next image gets none. kept() returns the bytes of the image before this one, or
@@ -30,12 +28,12 @@ unsigned notedSeconds();
 void keep(std::string_view bytes);
 std::string kept();
 
-// From here on, SIGSEGV, SIGBUS and SIGABRT call replace(seconds) instead of ending the process. If that fails, the
-// signal ends it.
-void replaceOnFault(unsigned seconds);
+// From here on, SIGSEGV, SIGBUS and SIGABRT call replace() instead of ending the process. If that fails, the signal
+// ends it.
+void replaceOnFault();
 
-// Replaces the image; notedSeconds() of the new one returns `seconds`. Uses no heap. Returns only if the system
-// refuses, and then sets errno. Requires: noteStart() was called.
-void replace(unsigned seconds);
+// Replaces the image. Uses no heap. Returns only if the system refuses, and then sets errno. Requires: noteStart() was
+// called.
+void replace();
 
 }  // namespace Process::FreshImage

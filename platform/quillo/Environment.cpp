@@ -105,6 +105,15 @@ bool isLockFileHeld(const std::string& directory) {
   return isHeld;
 }
 
+// The storage engine would follow a link, and make a lock file of what it leads to.
+void refuseIrregularLockFile(const std::string& directory) {
+  const std::string file = lockFile(directory);
+  struct stat status {};
+  if (::lstat(file.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return;
+  throw StoreException(Kind::unsafe,
+                       fmt::format("{} is not a regular file; remove it, or start its publisher anew", file));
+}
+
 bool isAddressSpaceLimited() {
   struct rlimit limit {};
   return ::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
@@ -182,8 +191,9 @@ void Environment::open(Access access, std::size_t mapBytes) {
   if (status != 0) {
     fail(status, access);
   }
-  if (access != Access::probe && isLockFileHeld(directory_)) {
-    fail(EAGAIN, access);
+  if (access != Access::probe) {
+    refuseIrregularLockFile(directory_);
+    if (isLockFileHeld(directory_)) fail(EAGAIN, access);
   }
   mdb_env_set_maxdbs(env_, std::size(indexNames));
   mdb_env_set_maxreaders(env_, maxReaders);

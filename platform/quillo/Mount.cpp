@@ -16,7 +16,7 @@ namespace {
 
 Kel::TraceHandle mountTrace("QuilloMount");
 
-constexpr Kel::Seconds longestPause = 30;
+constexpr Kel::Seconds longestPause = 10;
 // Damage that recurs within this time makes the pause longer.
 constexpr Kel::Seconds recurrenceSeconds = 60;
 

@@ -39,7 +39,7 @@ class Mount : public Kel::PtrInterface {
     waiting,  // there is no store
     ready,
     refused,  // the store cannot be read: foreign, of another version, not permitted
-    damaged,  // damage was found; the mount reopens the store after a pause, which grows from 0 to 30 s if damage
+    damaged,  // damage was found; the mount reopens the store after a pause, which grows from 0 to 10 s if damage
               // recurs
   };
 

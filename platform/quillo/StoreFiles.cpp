@@ -129,8 +129,11 @@ void prepareStoreDirectory(const std::string& directory, std::optional<gid_t> gr
   if (!isClaimed) {
     // A database of somebody, perhaps.
   } else if (isOurs && !isMade && holdsOtherFiles(directory)) {
-    QTRACE(storeFilesTrace, 0) << "store directory " << directory
-                               << " holds other files too, so its mode and group are left as they are";
+    static std::string saidOf;  // an opening that waits for room is repeated every second
+    if (std::exchange(saidOf, directory) != directory) {
+      QTRACE(storeFilesTrace, 0) << "store directory " << directory
+                                 << " holds other files too, so its mode and group are left as they are";
+    }
   } else if (isOurs) {
     if (group && *group != status.st_gid && ::chown(directory.c_str(), static_cast<uid_t>(-1), *group) != 0) {
       throw StoreException(
@@ -166,6 +169,7 @@ int openStoreFile(const std::string& directory, const std::string& file, mode_t 
     if (fd < 0 && errno == EEXIST) fd = ::open(file.c_str(), flags);
   }
   if (fd < 0 && errno == ELOOP) refuse(file, "is a symbolic link, where a file of the store should be");
+  if (fd < 0 && (errno == EISDIR || errno == ENXIO)) refuse(file, "is not a regular file");
   if (fd < 0) fail("write", file, errno);
   try {
     struct stat status {};

@@ -221,9 +221,16 @@ TEST_F(StoreFilesTest, FilesThatAreTakenAwayComeBack) {
   std::filesystem::remove(file("doorbell"));
   std::filesystem::create_directory(file("doorbell"));
   EXPECT_EQ(1U, put(publisher, {{"a", "1.1"}}));
-  EXPECT_THAT(traces.take(), ElementsAre(HasSubstr("cannot write " + file("doorbell") + ": Is a directory")));
+  EXPECT_THAT(traces.take(), ElementsAre(HasSubstr(file("doorbell") + " is not a regular file")));
   std::filesystem::remove(file("doorbell"));
+  const std::string victim = parent_ + "/victim";
+  writeFile(victim, "kept");
+  const auto linkLockFile = [&] {
+    std::filesystem::remove(file("lock.mdb"));
+    std::filesystem::create_symlink(victim, file("lock.mdb"));
+  };
   for (const auto& take : {std::function<void()>([this] { std::filesystem::remove(file("lock.mdb")); }),
+                           std::function<void()>(linkLockFile),
                            std::function<void()>([this] { std::filesystem::remove(file("data.mdb")); }),
                            std::function<void()>([this] { std::filesystem::resize_file(file("lock.mdb"), 0); }),
                            std::function<void()>([this] { std::filesystem::remove_all(directory_); })}) {
@@ -236,6 +243,7 @@ TEST_F(StoreFilesTest, FilesThatAreTakenAwayComeBack) {
     ASSERT_EQ(Mount::State::ready, reader->state()) << reader->stateText();
     EXPECT_EQ("2", reader->snapshot().get(TableId::varnix, "a"));
     EXPECT_EQ(Kind::owned, refusal([this] { Publisher second(config()); }).kind());
+    EXPECT_EQ("kept", readFile(victim));
   }
 }
 
