@@ -447,7 +447,7 @@ TEST_F(TableMountsTest, fileThatIsCutShort) {
     follow();
   }
   EXPECT_GE(mount_->corruptionCount(), 4U);
-  EXPECT_LE(mount_->corruptionCount(), 12U);
+  EXPECT_LE(mount_->corruptionCount(), 20U);
   EXPECT_THAT(traces_.take(), Contains(HasSubstr("fault in the mapping of data.mdb")));
   // The operator begins a new store; the reader comes back by itself once its pause is over.
   Publisher publisher(recreating());
