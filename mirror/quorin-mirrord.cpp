@@ -232,7 +232,7 @@ void serve(const MirrorOptions& options, std::optional<Background>& background) 
     QTRACE(mirrorMainTrace, 0) << "the kernel filters no system calls for this process: " << std::strerror(errno)
                                << "; permit seccomp filters, or go on without";
   }
-  Process::raiseFileLimit();  // every VRF needs three descriptors
+  Process::raiseFileLimit();  // every VRF needs five descriptors
   const auto opened = openService(options, mask);
   if (!opened) return;  // stopped before there was room
   MirrorService& service = *opened;

@@ -19,21 +19,23 @@ namespace {
   throw UnreadableFlagException(fmt::format("cannot read {}: {}", file, why));
 }
 
-// The files of a directory of sysctls. A path below /proc/sys/net takes the kernel longer the more namespaces there are,
-// so the directory is looked up once for all of its files.
-class SysctlDirectory {
+}  // namespace
+
+class ForwardingFlags::Directory {
  public:
-  explicit SysctlDirectory(std::string path)
+  // Requires: the thread is in the namespace, here and in the following operations.
+  explicit Directory(std::string path)
       : path_(std::move(path)), fd_(::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
     if (fd_ < 0 && errno != ENOENT) fail(path_, std::strerror(errno));
   }
-  ~SysctlDirectory() {
+  ~Directory() {
     if (fd_ >= 0) ::close(fd_);
   }
-  SysctlDirectory(const SysctlDirectory&) = delete;
-  SysctlDirectory& operator=(const SysctlDirectory&) = delete;
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
 
-  // 0 without such a file. Throws UnreadableFlagException.
+  bool exists() const { return fd_ >= 0; }
+  // The number in a file of the directory; 0 without such a file. Throws UnreadableFlagException.
   long number(const char* name) const;
   std::uint32_t positive(const char* name) const { return static_cast<std::uint32_t>(std::max(number(name), 0L)); }
 
@@ -42,7 +44,7 @@ class SysctlDirectory {
   const int fd_;  // negative: there is no such directory
 };
 
-long SysctlDirectory::number(const char* name) const {
+long ForwardingFlags::Directory::number(const char* name) const {
   if (fd_ < 0) return 0;
   const auto file = path_ + "/" + name;
   const int fd = ::openat(fd_, name, O_RDONLY | O_CLOEXEC);
@@ -61,21 +63,33 @@ long SysctlDirectory::number(const char* name) const {
   return value;
 }
 
-}  // namespace
+ForwardingFlags::ForwardingFlags(std::shared_ptr<const Vantu::NetNs> ns, std::string directory)
+    : ns_(std::move(ns)), root_(std::move(directory)) {
+}
 
-IpSysctls ForwardingFlags::read() const {
+ForwardingFlags::ForwardingFlags(ForwardingFlags&&) noexcept = default;
+ForwardingFlags::~ForwardingFlags() = default;
+
+const ForwardingFlags::Directory& ForwardingFlags::open(std::unique_ptr<Directory>& directory,
+                                                        const char* name) const {
+  if (!directory || !directory->exists()) directory = std::make_unique<Directory>(root_ + name);
+  return *directory;
+}
+
+IpSysctls ForwardingFlags::read() {
   std::optional<Vantu::NetNsGuard> inside;
   try {
     inside.emplace(*ns_);
   } catch (const Kel::Exception& error) {
-    fail(directory_, error.what());
+    fail(root_, error.what());
   }
-  const SysctlDirectory ipv4(directory_ + "/net/ipv4"), ipv6(directory_ + "/net/ipv6/conf");
+  const Directory& ipv4 = open(ipv4_, "/net/ipv4");
+  const Directory& ipv6 = open(ipv6_, "/net/ipv6");
   return {.forwardsIpv4 = ipv4.number("ip_forward") != 0,
-          .forwardsIpv6 = ipv6.number("all/forwarding") != 0,
+          .forwardsIpv6 = ipv6.number("conf/all/forwarding") != 0,
           .defaults = {.ttl = ipv4.positive("ip_default_ttl"),
                        .reasmTimeout = ipv4.positive("ipfrag_time"),
-                       .hopLimit = ipv6.positive("default/hop_limit")}};
+                       .hopLimit = ipv6.positive("conf/default/hop_limit")}};
 }
 
 }  // namespace Mirror

@@ -32,23 +32,30 @@ struct IpSysctls {
   IpDefaults defaults;
 };
 
+// The directories of sysctls stay open between readings, which takes two descriptors. The kernel looks up
+// /proc/sys/net/ipv4 in a list with an entry for each namespace.
 class ForwardingFlags {
  public:
   static constexpr const char* procSys = "/proc/sys";
 
   // `directory` is the root of the sysctls in network namespace `ns`.
   explicit ForwardingFlags(std::shared_ptr<const Vantu::NetNs> ns = std::make_shared<Vantu::NetNs>(),
-                           std::string directory = procSys)
-      : ns_(std::move(ns)), directory_(std::move(directory)) {}
+                           std::string directory = procSys);
   explicit ForwardingFlags(std::string directory)
       : ForwardingFlags(std::make_shared<Vantu::NetNs>(), std::move(directory)) {}
+  ForwardingFlags(ForwardingFlags&& other) noexcept;
+  ~ForwardingFlags();
 
   // Throws UnreadableFlagException.
-  IpSysctls read() const;
+  IpSysctls read();
 
  private:
+  class Directory;
+  const Directory& open(std::unique_ptr<Directory>& directory, const char* name) const;
+
   std::shared_ptr<const Vantu::NetNs> ns_;
-  std::string directory_;
+  std::string root_;
+  std::unique_ptr<Directory> ipv4_, ipv6_;  // null until the first reading
 };
 
 }  // namespace Mirror
