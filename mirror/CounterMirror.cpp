@@ -41,12 +41,13 @@ bool hasFallen(const Ip::IntfCounters& from, const Ip::IntfCounters& to) {
 }  // namespace
 
 CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf,
-                             SetAlias setAlias, unsigned phase)
+                             Version version, SetAlias setAlias, unsigned phase)
     : ns_(std::move(ns)),
       statuses_(tree.intfStatusDir),
       linkCounters_(tree.intfCountersDir),
       all_(tree.ip6IntfStats),
       idOf_(std::move(idOf)),
+      version_(std::move(version)),
       setAlias_(std::move(setAlias)),
       protocols_(tree, idOf_),
       polls_(phase) {
@@ -60,7 +61,11 @@ bool CounterMirror::begin() {
   if (isReading_) return false;
   hasBegun_ = true;
   isIncomplete_ = false;
-  protocols_.begin();
+  versionAtBegin_ = version_();
+  isFresh_ = versionRead_ != versionAtBegin_;
+  links_.begin();
+  links6_.begin();
+  protocols_.begin(isFresh_);
   try {
     if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, dumpReceiveBytes, RtSocket::Use::dumps);
     ask(RtDump::linkCounters);
@@ -123,15 +128,14 @@ void CounterMirror::take(const nlmsghdr& message) {
   if (message.nlmsg_flags & NLM_F_DUMP_INTR) isIncomplete_ = true;
   if (message.nlmsg_type == NLMSG_DONE || message.nlmsg_type == NLMSG_ERROR) {
     ended(statusOf(message));
+  } else if (dump_ == RtDump::linkCounters || dump_ == RtDump::ipv6Links) {
+    const auto digest = digestOf(message);
+    if (digest) dump_ == RtDump::linkCounters ? counted(message, *digest) : listed(message, *digest);
   } else {
-    auto decoded = decode(message);
+    const auto decoded = decode(message);
     if (const auto* const parameters = std::get_if<NeighbourParametersMessage>(&decoded)) {
       protocols_.listed(*parameters);
-    } else if (auto* const link = std::get_if<Ip6LinkMessage>(&decoded)) {
-      protocols_.listed(*link);
-      listed(std::move(*link));
     }
-    if (const auto* const link = std::get_if<LinkCountersMessage>(&decoded)) counted(*link);
     if (const auto* const link = std::get_if<LinkMessage>(&decoded)) setAlias_(link->ifIndex, link->details.alias);
   }
 }
@@ -139,7 +143,6 @@ void CounterMirror::take(const nlmsghdr& message) {
 void CounterMirror::ended(int status) {
   if (dump_ == RtDump::linkCounters) {
     if (status != 0) failed(fmt::format("rtnetlink: counters of links: {}", std::strerror(status)));
-    knownStates_ = std::exchange(states_, {});
     const bool areAliasesDue = std::exchange(isAnyDown_, false) && areSettingsDue();
     ++readings_;
     ask(areAliasesDue ? RtDump::links : RtDump::ipv6Links);
@@ -155,22 +158,25 @@ void CounterMirror::ended(int status) {
   isListing_ = false;
 }
 
-void CounterMirror::counted(const LinkCountersMessage& link) {
-  const auto id = idOf_(link.ifIndex);
+void CounterMirror::counted(const nlmsghdr& message, const InterfaceDigest& digest) {
+  auto& known = links_.listed(digest.ifIndex);
+  const bool isRepeated = std::exchange(known.hash, digest.hash) == digest.hash;
+  if (isRepeated && !isFresh_ && !areSettingsDue()) return;
+  const auto decoded = decode(message);
+  const auto* const link = std::get_if<LinkCountersMessage>(&decoded);
+  const auto id = link ? idOf_(link->ifIndex) : Vantu::IntfId();
   const auto status = id.isValid() ? statuses_->intfStatus(id) : nullptr;
   if (!status) return;
   const bool isNew = !linkCounters_->intfCounters(id);
-  linkCounters_->intfCountersIs(id)->countersIs(link.counters);
-  const auto known = knownStates_.find(id);
-  const bool isSame = !isNew && known != knownStates_.end() && known->second == status->operStatus();
-  if (!isSame || areSettingsDue()) readSettings(*status);
+  linkCounters_->intfCountersIs(id)->countersIs(link->counters);
+  if (isNew || known.operStatus != status->operStatus() || areSettingsDue()) readSettings(*status);
   if (status->adminStatus() == Interface::adminStatusDown) isAnyDown_ = true;
-  states_[id] = status->operStatus();
+  known.operStatus = status->operStatus();
 }
 
 // The kernel answers for the namespace of the socket, and needs no privilege. It refuses a request without room for its
 // masks of link modes, and returns how many words they take, as a negative number.
-void CounterMirror::readSettings(Interface::IntfStatus& status) const {
+void CounterMirror::readSettings(Interface::IntfStatus& status) {
   constexpr std::size_t masks = 3 * SCHAR_MAX * sizeof(std::uint32_t);
   alignas(ethtool_link_settings) std::array<unsigned char, sizeof(ethtool_link_settings) + masks> answer{};
   auto& settings = *reinterpret_cast<ethtool_link_settings*>(answer.data());
@@ -178,12 +184,16 @@ void CounterMirror::readSettings(Interface::IntfStatus& status) const {
   const auto name = status.intfId().localName();
   name.copy(request.ifr_name, IFNAMSIZ - 1);
   request.ifr_data = reinterpret_cast<char*>(answer.data());
-  const auto ask = [&](int words) {
+  const auto ask = [&] {
     settings.cmd = ETHTOOL_GLINKSETTINGS;
-    settings.link_mode_masks_nwords = static_cast<std::int8_t>(words);
+    settings.link_mode_masks_nwords = static_cast<std::int8_t>(linkModeWords_);
     return ioctl(socket_->fd(), SIOCETHTOOL, &request) == 0;
   };
-  const bool isKnown = ask(0) && ask(-settings.link_mode_masks_nwords);
+  bool isKnown = ask();
+  if (isKnown && settings.link_mode_masks_nwords < 0) {
+    linkModeWords_ = -settings.link_mode_masks_nwords;
+    isKnown = ask();
+  }
   const auto speed = settings.speed;
   const auto duplex = settings.duplex;
   status.speedIs(isKnown && speed != static_cast<std::uint32_t>(SPEED_UNKNOWN) ? speed : 0);
@@ -193,25 +203,28 @@ void CounterMirror::readSettings(Interface::IntfStatus& status) const {
                                           : Interface::duplexUnknown);
 }
 
-void CounterMirror::listed(Ip6LinkMessage link) {
-  const auto id = idOf_(link.ifIndex);
-  if (!id.isValid() || link.name.empty()) return;
-  const auto last = present_.find(id);
-  const bool isRead = last != present_.end() && last->second == link.counters && !link.counters.empty();
+void CounterMirror::listed(const nlmsghdr& message, const InterfaceDigest& digest) {
+  auto& known = links6_.listed(digest.ifIndex);
+  const bool isRepeated = known.hash == digest.hash;
+  if (isRepeated && !isFresh_) return;
+  const auto decoded = decode(message);
+  const auto* const link = std::get_if<Ip6LinkMessage>(&decoded);
+  if (!link) return;
+  protocols_.listed(*link);
+  const auto id = idOf_(link->ifIndex);
+  if (!id.isValid() || link->name.empty()) return;
   // Without a record it is another interface of the same name.
-  if (isRead && all_->intfStats(id)) {
-    seen_[id] = std::move(link.counters);
-  } else {
-    waiting_.push_back(std::move(link));
-  }
+  if (isRepeated && known.id == id && all_->intfStats(id)) return;
+  known.id = id;
+  waiting_.push_back({link->ifIndex, link->name, digest.hash});
 }
 
-void CounterMirror::read(const Ip6LinkMessage& link) {
-  const auto path = counterFiles / link.name;
+void CounterMirror::read(const File& file) {
+  const auto path = counterFiles / file.name;
   errno = 0;
-  std::ifstream file(path);
-  const auto kernel = readCounters(file);
-  if (!file.is_open() || file.bad()) {
+  std::ifstream stream(path);
+  const auto kernel = readCounters(stream);
+  if (!stream.is_open() || stream.bad()) {
     if (errno != ENOENT) failed(path.string() + ": " + std::strerror(errno));
     return;
   }
@@ -220,23 +233,55 @@ void CounterMirror::read(const Ip6LinkMessage& link) {
   const auto id = idOf_(static_cast<std::uint32_t>(ifIndex->second));
   if (!id.isValid()) return;
   setCounters(*all_, id, kernel, Kel::System::currentTime());
-  seen_[id] = ifIndex->second == link.ifIndex ? link.counters : "";
+  // Another interface may have taken the name meanwhile.
+  auto* const known = ifIndex->second == file.ifIndex ? links6_.find(file.ifIndex) : nullptr;
+  if (known) known->hash = file.hash;
 }
 
 void CounterMirror::finish() {
   isReading_ = false;
-  protocols_.finish(!isIncomplete_);
-  if (isIncomplete_) {
-    seen_.merge(present_);
-    present_.clear();
-  } else {
+  if (!isIncomplete_) {
     isFailureTold_ = false;
+    links_.removeOthers([](auto...) {});
+    links6_.removeOthers([this](std::uint32_t ifIndex, const KnownLink6& known) {
+      protocols_.lost(ifIndex);
+      // The interface may still exist, without IPv6.
+      if (known.id.isValid() && known.id == idOf_(ifIndex)) all_->intfStatsDel(known.id);
+    });
   }
-  // An interface that is not listed may still exist, without IPv6.
-  for (const auto& [id, counters] : present_) {
-    if (!seen_.contains(id)) all_->intfStatsDel(id);
-  }
-  present_ = std::exchange(seen_, {});
+  protocols_.finish(!isIncomplete_);
+  versionRead_ = isIncomplete_ ? std::nullopt : std::optional(versionAtBegin_);
+}
+
+template <class Known>
+void CounterMirror::Dumped<Known>::begin() {
+  ++dump_;
+  listed_ = 0;
+}
+
+template <class Known>
+Known& CounterMirror::Dumped<Known>::listed(std::uint32_t ifIndex) {
+  auto& entry = entries_[ifIndex];
+  if (std::exchange(entry.dump, dump_) != dump_) ++listed_;
+  return entry.known;
+}
+
+template <class Known>
+Known* CounterMirror::Dumped<Known>::find(std::uint32_t ifIndex) {
+  const auto at = entries_.find(ifIndex);
+  return at == entries_.end() ? nullptr : &at->second.known;
+}
+
+template <class Known>
+template <class Use>
+void CounterMirror::Dumped<Known>::removeOthers(const Use& use) {
+  if (listed_ == entries_.size()) return;
+  std::erase_if(entries_, [&](const auto& item) {
+    const auto& [ifIndex, entry] = item;
+    if (entry.dump == dump_) return false;
+    use(ifIndex, entry.known);
+    return true;
+  });
 }
 
 KernelCounters readCounters(std::istream& file) {

@@ -8,9 +8,11 @@
 //   (ETHTOOL_GLINKSETTINGS, ethtool(8)).
 // - Every fifth reading, if a link is down, it dumps the links for their aliases: the kernel does not notify of the
 //   alias of a link that is down.
-// - It dumps the interfaces with IPv6. Where the counters in the reply differ from those of the last reading, it reads
-//   the interface's file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The counters in the
-//   reply have numbers instead of names, and their meanings differ between kernels.)
+// - It dumps the interfaces with IPv6. Where the message differs from that of the last reading, it reads the interface's
+//   file in /proc/net/dev_snmp6, a limited number in each turn of the event loop. (The counters in the message have
+//   numbers instead of names, and their meanings differ between kernels.)
+//
+// A message that repeats that of the last reading is not decoded, unless the published interfaces have changed.
 //
 // TreeWriter deletes all records with the interface. A complete reading deletes the IPv6 counters of an interface that
 // is not in the dump any more, since it has lost IPv6.
@@ -20,7 +22,9 @@
 #include <istream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "kel/System.h"
@@ -58,12 +62,15 @@ class CounterMirror {
   // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
 
+  // Changes whenever the result of IdOf or a published interface may have changed.
+  using Version = std::function<std::uint64_t()>;
+
   // Receives the alias of each link of a dump, empty or not.
   using SetAlias = std::function<void(std::uint32_t ifIndex, const std::string& alias)>;
 
   // `phase` spreads the readings of several namespaces over the polls.
-  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf, SetAlias setAlias,
-                unsigned phase);
+  CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varnix::Tree& tree, IdOf idOf, Version version,
+                SetAlias setAlias, unsigned phase);
 
   // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried by the next
   // reading. An incomplete reading deletes no record.
@@ -77,18 +84,51 @@ class CounterMirror {
   bool hasRead() const { return hasBegun_ && !isReading_; }
 
  private:
-  using Counters = std::map<Vantu::IntfId, std::string>;  // Ip6LinkMessage::counters
-  using States = std::map<Vantu::IntfId, Interface::OperStatus>;
+  // The interfaces of a dump that is repeated, each with what is remembered of it.
+  template <class Known>
+  class Dumped {
+   public:
+    void begin();
+    // The entry of an interface in the present dump.
+    Known& listed(std::uint32_t ifIndex);
+    // Null for an interface that is not known.
+    Known* find(std::uint32_t ifIndex);
+    // Removes the interfaces that the present dump lacks, after a call of `use(ifIndex, known)` for each.
+    template <class Use>
+    void removeOthers(const Use& use);
+
+   private:
+    struct Entry {
+      Known known;
+      unsigned dump = 0;  // the last one that listed it
+    };
+    std::unordered_map<std::uint32_t, Entry> entries_;
+    std::size_t listed_ = 0;
+    unsigned dump_ = 0;
+  };
+  struct KnownLink {
+    std::optional<std::uint64_t> hash;                // InterfaceDigest, of the message that was processed last
+    std::optional<Interface::OperStatus> operStatus;  // when the speed was read last
+  };
+  struct KnownLink6 {
+    std::optional<std::uint64_t> hash;  // InterfaceDigest, when the file was read last
+    Vantu::IntfId id;                   // of the record
+  };
+  struct File {
+    std::uint32_t ifIndex;
+    std::string name;
+    std::uint64_t hash;
+  };
 
   void ask(RtDump what);
   bool areSettingsDue() const { return readings_ % readingsPerSettings == 0; }
   void list();
   void take(const nlmsghdr& message);
   void ended(int status);
-  void counted(const LinkCountersMessage& link);
-  void readSettings(Interface::IntfStatus& status) const;
-  void listed(Ip6LinkMessage link);
-  void read(const Ip6LinkMessage& link);
+  void counted(const nlmsghdr& message, const InterfaceDigest& digest);
+  void readSettings(Interface::IntfStatus& status);
+  void listed(const nlmsghdr& message, const InterfaceDigest& digest);
+  void read(const File& file);
   void failed(const std::string& why);
   void finish();
 
@@ -97,6 +137,7 @@ class CounterMirror {
   Kel::Ptr<Interface::AllIntfCounters> linkCounters_;
   Kel::Ptr<Ip::AllIntfStats> all_;
   IdOf idOf_;
+  Version version_;
   SetAlias setAlias_;
   InterfaceProtocols protocols_;
   unsigned polls_;
@@ -105,16 +146,18 @@ class CounterMirror {
   RtDump dump_ = RtDump::linkCounters;
   unsigned readings_ = 0;
   bool isAnyDown_ = false;  // of the links, in this reading
-  States knownStates_;      // when the speed was read last
-  States states_;           // in this reading
+  int linkModeWords_ = 0;   // in a mask of the kernel's; 0: not known yet
+  Dumped<KnownLink> links_;
+  Dumped<KnownLink6> links6_;
+  std::uint64_t versionAtBegin_ = 0;          // of this reading
+  std::optional<std::uint64_t> versionRead_;  // at the beginning of the last reading, if that was complete
+  bool isFresh_ = true;                       // this reading must decode every message
   bool hasBegun_ = false;
   bool isReading_ = false;
-  bool isListing_ = false;               // the first part of a reading: the dumps
-  bool isIncomplete_ = false;            // this reading
-  bool isFailureTold_ = false;           // since the last complete reading
-  std::vector<Ip6LinkMessage> waiting_;  // interfaces whose files are to be read
-  Counters seen_;                        // in this reading
-  Counters present_;                     // in the last reading
+  bool isListing_ = false;      // the first part of a reading: the dumps
+  bool isIncomplete_ = false;   // this reading
+  bool isFailureTold_ = false;  // since the last complete reading
+  std::vector<File> waiting_;   // to be read
 };
 
 }  // namespace Mirror

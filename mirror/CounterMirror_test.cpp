@@ -105,7 +105,14 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   EXPECT_TRUE(tree.ipIntfProtocol->intfProtocolHas(eth0)) << "which it still has";
   EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
 
-  ip("link del eth1");
+  readAgain();                    // one in five readings decodes everything, and that has been the last one
+  ip("link set eth1 name eth2");  // the kernel's counters stay the same
+  waitForRecord("eth2", true);
+  EXPECT_TRUE(tree.intfCountersDir->intfCountersHas(Vantu::IntfId("eth2")));
+  EXPECT_TRUE(tree.ip6IntfProtocol->intfProtocolHas(Vantu::IntfId("eth2")));
+  EXPECT_TRUE(tree.ipIntfProtocol->intfProtocolHas(Vantu::IntfId("eth2")));
+
+  ip("link del eth2");
   service_.reset();
   service_ = std::make_unique<MirrorService>(config());
   service_->start();
@@ -114,7 +121,7 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
     return service_->isServing();
   };
   waitFor(isServing, "the first complete pass");
-  EXPECT_FALSE(isInStore("ip6/intf/stats.intfStats/eth1"));
+  EXPECT_FALSE(isInStore("ip6/intf/stats.intfStats/eth2"));
 }
 
 // As many files may be open as there are, and the one that the present namespace is remembered by.

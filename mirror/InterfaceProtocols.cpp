@@ -16,16 +16,20 @@ InterfaceProtocols::InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf)
     : ip4_(tree.ipIntfProtocol), ip6_(tree.ip6IntfProtocol), idOf_(std::move(idOf)) {
 }
 
-void InterfaceProtocols::begin() {
-  links_.clear();
+void InterfaceProtocols::begin(bool isFresh) {
   newTimers_.clear();
   areTablesListed_ = false;
+  if (isFresh) isWriteDue_ = true;
 }
 
 void InterfaceProtocols::listed(const Ip6LinkMessage& link) {
-  auto& known = links_[link.ifIndex];
-  known = link;
-  known.counters.clear();
+  links_[link.ifIndex] = {link.isEnabled, link.forwarding, link.reasmMaxSize};
+  isWriteDue_ = true;
+}
+
+void InterfaceProtocols::lost(std::uint32_t ifIndex) {
+  links_.erase(ifIndex);
+  isWriteDue_ = true;
 }
 
 void InterfaceProtocols::listed(const NeighbourParametersMessage& parameters) {
@@ -35,10 +39,10 @@ void InterfaceProtocols::listed(const NeighbourParametersMessage& parameters) {
 }
 
 bool InterfaceProtocols::wantsTables() {
-  const bool isNew = std::ranges::any_of(links_, [this](const auto& link) {
-    const auto at = timers_.find(link.first);
-    return at == timers_.end() || !at->second.ipv6;
-  });
+  const bool isNew = isWriteDue_ && std::ranges::any_of(links_, [this](const auto& link) {
+                       const auto at = timers_.find(link.first);
+                       return at == timers_.end() || !at->second.ipv6;
+                     });
   areTablesListed_ = readings_++ % readingsPerTables == 0 || isNew;
   return areTablesListed_;
 }
@@ -48,6 +52,8 @@ void InterfaceProtocols::finish(bool isComplete) {
     if (!isComplete) newTimers_.merge(timers_);
     timers_ = std::exchange(newTimers_, {});
   }
+  if (!isWriteDue_ && !areTablesListed_) return;
+  isWriteDue_ = !isComplete;
   Ids ids4, ids6;
   for (const auto& [ifIndex, timers] : timers_) {
     if (!timers.ipv4) continue;

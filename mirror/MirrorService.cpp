@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "kel/Errors.h"
 #include "kel/Trace.h"
@@ -39,6 +40,7 @@ MirrorService::Member::Member(Picture& picture, NamespaceScope scope, const std:
       mirror(socket, picture, std::move(scope), ForwardingFlags(ns)),
       counters(
           ns, picture.tree, [this](std::uint32_t ifIndex) { return mirror.interfaceId(ifIndex); },
+          [this] { return mirror.interfacesVersion(); },
           [this](std::uint32_t ifIndex, const std::string& alias) { mirror.setAlias(ifIndex, alias); },
           mirror.scope().vrfId().value()) {
 }
@@ -89,18 +91,22 @@ bool MirrorService::receive() {
   for (const Tag tag : tags) {
     run(tag, [&](NamespaceMirror& mirror) {
       if (mirror.receive()) busy_.insert(tag);
-      if (members_.at(tag)->counters.receive()) busy_.insert(tag);
+    });
+  }
+  for (const Tag tag : std::exchange(reading_, {})) {
+    run(tag, [&](NamespaceMirror&) {
+      if (members_.at(tag)->counters.receive()) reading_.insert(tag);
     });
   }
   armTimer();
   publish();
-  return !busy_.empty() || publisher_.isMorePending();
+  return isBusy() || publisher_.isMorePending();
 }
 
 void MirrorService::poll() {
   runAll([](NamespaceMirror& mirror) { mirror.poll(); });
   for (const auto& [tag, member] : members_) {
-    if (member->counters.poll()) busy_.insert(tag);
+    if (member->counters.poll()) reading_.insert(tag);
   }
   take(namespaces_.lookOver());
   if (settings_.poll()) applySettings();
@@ -151,6 +157,7 @@ void MirrorService::lost(const L3::VrfName& vrf) {
   if (at == tags_.end()) return;
   const auto member = members_.extract(at->second);
   busy_.erase(at->second);
+  reading_.erase(at->second);
   due_.erase(at->second);
   tags_.erase(at);
   member.mapped()->mirror.withdraw();
@@ -176,7 +183,7 @@ void MirrorService::run(Tag tag, const Operation& operation) {
     }
     if (!member.wasComplete && member.mirror.isComplete()) {
       member.wasComplete = true;
-      if (member.counters.begin()) busy_.insert(tag);
+      if (member.counters.begin()) reading_.insert(tag);
       if (tag != defaultTag) namespaces_.accept(member.mirror.scope().vrf());
     }
     if (member.watchedFd == member.socket.fd()) return;
@@ -202,7 +209,7 @@ void MirrorService::applySettings() {
 void MirrorService::armTimer() {
   Kel::Seconds next = namespaces_.nextLook();
   for (const auto& [tag, when] : due_) next = std::min(next, when);
-  if (!busy_.empty()) next = Kel::System::currentTime();
+  if (isBusy()) next = Kel::System::currentTime();
   events_.setTimer(next - Kel::System::currentTime());
 }
 
@@ -215,7 +222,7 @@ bool MirrorService::isWhole() {
   });
   if (awaited_.empty()) return true;
   const Kel::Seconds now = Kel::System::currentTime();
-  if (dumped > 0 || !busy_.empty()) awaitedUntil_ = now + patience;
+  if (dumped > 0 || isBusy()) awaitedUntil_ = now + patience;
   if (now < awaitedUntil_) return false;
   QTRACE(mirrorServiceTrace, 0) << awaited_.size() << " VRFs are still not listed; going on without them";
   awaited_.clear();

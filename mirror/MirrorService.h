@@ -114,6 +114,7 @@ class MirrorService {
   void runAll(const Operation& operation);
   void applySettings();
   void armTimer();
+  bool isBusy() const { return !busy_.empty() || !reading_.empty(); }
   bool isWhole();
   void publish();
 
@@ -127,7 +128,8 @@ class MirrorService {
   std::map<Tag, std::unique_ptr<Member>> members_;
   std::map<L3::VrfName, Tag> tags_;
   Tag lastTag_ = defaultTag;
-  std::set<Tag> busy_;               // members that may have more to receive
+  std::set<Tag> busy_;               // members whose mirror may have more to receive
+  std::set<Tag> reading_;            // members whose counters are being read
   std::map<Tag, Kel::Seconds> due_;  // NamespaceMirror::due()
   std::set<L3::VrfName> awaited_;    // VRFs that existed at the start and are not dumped yet
   Kel::Seconds awaitedUntil_ = 0;    // then the first pass ends without them

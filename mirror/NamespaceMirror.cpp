@@ -105,6 +105,7 @@ void NamespaceMirror::settle() {
   if (!isComplete()) return;
   const auto changes = state_.takeChanges();
   writer_.sync(state_, changes);
+  if (!changes.interfaces.empty()) ++interfacesVersion_;
   if (!changes.interfaces.empty() || vrfsVersion_ != picture_.vrfs.version()) updateTables();
   if (!changes.names.empty()) routes_.renamed(changes.names);
   routes_.takeDefaultRouters(
@@ -349,6 +350,7 @@ void NamespaceMirror::completeDump() {
 void NamespaceMirror::show() {
   ++completeDumps_;
   writer_.syncAll(state_);
+  ++interfacesVersion_;
   state_.takeChanges();
   updateTables();
   routes_.resolveAll();

@@ -61,6 +61,8 @@ class NamespaceMirror {
 
   // The id under which an interface is published; invalid if it is not published.
   Vantu::IntfId interfaceId(std::uint32_t ifIndex) const { return writer_.interfaceId(ifIndex); }
+  // Changes whenever an interface is published, changed or removed, and with it perhaps an interfaceId().
+  std::uint64_t interfacesVersion() const { return interfacesVersion_; }
   const NamespaceScope& scope() const { return writer_.scope(); }
   const NamespaceRoutes& routes() const { return routes_; }
   bool isComplete() const { return completeDumps_ > 0; }
@@ -130,6 +132,7 @@ class NamespaceMirror {
   bool isForwardingUnread_ = false;
   unsigned polls_ = 0;
   std::uint64_t vrfsVersion_ = 0;
+  std::uint64_t interfacesVersion_ = 0;
   unsigned interruptions_ = 0;  // in a row
   std::uint64_t completeDumps_ = 0;
   std::uint64_t overruns_ = 0;

@@ -10,6 +10,7 @@
 #include <linux/neighbour.h>
 #include <linux/netconf.h>
 #include <linux/rtnetlink.h>
+#include <xxhash.h>
 
 #include <algorithm>
 #include <array>
@@ -163,7 +164,6 @@ RtMessage decodeIp6Link(Payload payload, const ifinfomsg& header) {
     if (type == IFLA_IFNAME) link.name = interfaceName(value);
     if (type != IFLA_PROTINFO) return;
     forEachAttribute(value, [&](int part, Payload content) {
-      if (part == IFLA_INET6_STATS) link.counters.assign(content.begin(), content.end());
       if (part == IFLA_INET6_CACHEINFO) {
         link.reasmMaxSize = readAs<ifla_cacheinfo>(content, "IFLA_INET6_CACHEINFO").max_reasm_len;
       }
@@ -356,6 +356,20 @@ RtMessage decode(const nlmsghdr& message) {
     default:
       return {};
   }
+}
+
+std::optional<InterfaceDigest> digestOf(const nlmsghdr& message) {
+  const Payload payload = payloadOf(message);
+  InterfaceDigest digest;
+  if (message.nlmsg_type == RTM_NEWLINK) {
+    digest.ifIndex = checkedIndex(readAs<ifinfomsg>(payload, "link header").ifi_index);
+  } else if (message.nlmsg_type == RTM_NEWSTATS) {
+    digest.ifIndex = checkedIndex(readAs<if_stats_msg>(payload, "counters header").ifindex);
+  } else {
+    return std::nullopt;
+  }
+  digest.hash = XXH3_64bits(payload.data(), payload.size());
+  return digest;
 }
 
 int statusOf(const nlmsghdr& message) {

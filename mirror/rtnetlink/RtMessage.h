@@ -52,9 +52,7 @@ struct LinkMessage {
 struct Ip6LinkMessage {
   std::uint32_t ifIndex = 0;  // never 0
   std::string name;           // empty when absent
-  // The kernel's counters (IFLA_INET6_STATS). Their meanings differ between kernels; use them to detect changes only.
-  std::string counters;
-  bool isEnabled = true;  // false: disable_ipv6
+  bool isEnabled = true;      // false: disable_ipv6
   bool forwarding = false;
   std::uint32_t reasmMaxSize = 0;  // octets; 0: unknown
 };
@@ -171,6 +169,16 @@ class MalformedMessageException : public Kel::Exception {
 
 // Requires: the memory at `message` holds as many bytes as its length says. Throws MalformedMessageException.
 RtMessage decode(const nlmsghdr& message);
+
+// Identifies the contents of a message about one interface in a dump of links or counters, to detect what has changed
+// since the last dump.
+struct InterfaceDigest {
+  std::uint32_t ifIndex = 0;  // never 0
+  std::uint64_t hash = 0;     // of all that follows the netlink header
+};
+
+// None for a message of another kind. Requires and throws: as decode().
+std::optional<InterfaceDigest> digestOf(const nlmsghdr& message);
 
 // The status in a message of type NLMSG_ERROR or NLMSG_DONE: an errno, or 0. EBADMSG if the message is too short.
 int statusOf(const nlmsghdr& message);
