@@ -286,13 +286,14 @@ void CounterMirror::Dumped<Known>::removeOthers(const Use& use) {
 
 KernelCounters readCounters(std::istream& file) {
   KernelCounters kernel;
+  const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
   for (std::string line; std::getline(file, line);) {
-    const auto nameEnd = line.find_first_of(" \t");
-    const auto begin = line.find_first_not_of(" \t", nameEnd);
+    const auto nameEnd = std::ranges::find_if(line, isBlank);
+    const auto begin = std::find_if_not(nameEnd, line.end(), isBlank);
     std::uint64_t value = 0;
-    if (begin == std::string::npos) break;
-    if (std::from_chars(line.data() + begin, line.data() + line.size(), value).ec != std::errc()) break;
-    kernel[line.substr(0, nameEnd)] = value;
+    if (std::from_chars(std::to_address(begin), line.data() + line.size(), value).ec != std::errc()) break;
+    const std::string_view name(line.begin(), nameEnd);
+    if (!name.starts_with("Icmp6")) kernel.emplace(name, value);
   }
   return kernel;
 }
@@ -323,7 +324,7 @@ Ip::IntfDatagrams datagramsOf(const KernelCounters& kernel) {
     const auto found = kernel.find(name);
     return found == kernel.end() ? Ip::IntfDatagrams::notCounted : found->second;
   };
-  const std::map<std::string_view, const char*> names{
+  static const std::map<std::string_view, const char*> names{
 #define NAME_OF(field, kernelName) {#field, kernelName},
       IP_INTF_DATAGRAMS(NAME_OF)
 #undef NAME_OF

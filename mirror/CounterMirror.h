@@ -39,7 +39,7 @@ namespace Mirror {
 // The counters of one interface by the kernel's names, such as "Ip6InReceives". The kernel includes "ifIndex".
 using KernelCounters = std::map<std::string, std::uint64_t, std::less<>>;
 
-// Reads a file of /proc/net/dev_snmp6, up to the first malformed line.
+// Reads a file of /proc/net/dev_snmp6, up to the first malformed line, without the counters of ICMPv6.
 KernelCounters readCounters(std::istream& file);
 
 // Converts the kernel's counters of packets and octets; a missing one counts as 0. Unicast is the total minus
