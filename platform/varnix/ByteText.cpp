@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <boost/locale/utf.hpp>
 #include <charconv>
 
@@ -14,9 +15,15 @@ bool standsForItself(boost::locale::utf::code_point point) {
   return boost::locale::utf::is_valid_codepoint(point) && point >= 0x20 && point != 0x7f && point != '\\';
 }
 
+// Whether a byte is a character of its own that is not escaped.
+bool isPlain(char byte) {
+  return byte >= 0x20 && byte < 0x7f && byte != '\\';
+}
+
 }  // namespace
 
 std::string escapeBytes(std::string_view bytes) {
+  if (std::ranges::all_of(bytes, isPlain)) return std::string(bytes);  // as nearly every text is
   std::string text;
   text.reserve(bytes.size());
   const char* const end = bytes.data() + bytes.size();

@@ -1,7 +1,13 @@
 #include "varnix/Document.h"
 
+#include <fmt/format.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
+#include <vector>
 
 #include "varnix/ByteText.h"
 
@@ -14,27 +20,53 @@ using Kel::Datum;
 // No attribute type nests deeper. The limit keeps a hostile text from exhausting the stack.
 constexpr unsigned deepestNesting = 16;
 
-Json toJson(const Datum& datum);
+// Writes a document, the members of an object in the order of their names. To make a tree of each document first took a
+// third of a publisher's time.
+class JsonWriter {
+ public:
+  explicit JsonWriter(const Document& document) {
+    json_.StartObject();
+    json_.Key("attributes");
+    (*this)(document.attributes);
+    json_.Key("type");
+    (*this)(document.type);
+    json_.EndObject();
+  }
 
-struct JsonMaker {
-  Json operator()(std::monostate) const { return nullptr; }
-  Json operator()(const std::string& text) const { return escapeBytes(text); }
-  Json operator()(const Datum::List& list) const {
-    Json json = Json::array();
-    for (const auto& item : list) json.push_back(toJson(item));
-    return json;
+  std::string text() const { return {buffer_.GetString(), buffer_.GetSize()}; }
+
+  void operator()(std::monostate) { json_.Null(); }
+  void operator()(bool value) { json_.Bool(value); }
+  void operator()(std::int64_t number) { json_.Int64(number); }
+  void operator()(std::uint64_t number) { json_.Uint64(number); }
+  void operator()(double number) { std::isfinite(number) ? json_.Double(number) : json_.Null(); }
+  void operator()(const std::string& bytes) {
+    const auto text = escapeBytes(bytes);
+    json_.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
   }
-  Json operator()(const Datum::Object& object) const {
-    Json json = Json::object();
-    for (const auto& [name, value] : object) json[escapeBytes(name)] = toJson(value);
-    return json;
+  void operator()(const Datum::List& list) {
+    json_.StartArray();
+    for (const auto& item : list) write(item);
+    json_.EndArray();
   }
-  Json operator()(auto number) const { return number; }
+  void operator()(const Datum::Object& object) {
+    std::vector<const Datum::Object::value_type*> members;
+    for (const auto& member : object) members.push_back(&member);
+    std::ranges::sort(members, {}, [](const auto* member) -> const std::string& { return member->first; });
+    json_.StartObject();
+    for (const auto* member : members) {
+      (*this)(member->first);
+      write(member->second);
+    }
+    json_.EndObject();
+  }
+
+ private:
+  void write(const Datum& datum) { std::visit(*this, datum.storage()); }
+
+  rapidjson::StringBuffer buffer_;
+  rapidjson::Writer<rapidjson::StringBuffer> json_{buffer_};
 };
-
-Json toJson(const Datum& datum) {
-  return std::visit(JsonMaker{}, datum.storage());
-}
 
 Datum fromJson(const Json& json, unsigned depth) {
   if (depth > deepestNesting) throw DocumentException(fmt::format("nested deeper than {} levels", deepestNesting));
@@ -97,7 +129,7 @@ Document documentOf(const Kel::Entity& entity, const Kel::Entity& root) {
 }
 
 std::string documentText(const Document& document) {
-  return Json{{"type", document.type}, {"attributes", toJson(Datum(document.attributes))}}.dump();
+  return JsonWriter(document).text();
 }
 
 Document documentFromText(std::string_view text) {

@@ -28,6 +28,9 @@ TEST(ByteText, showsWellFormedTextAsItIsAndEscapesTheRest) {
 
 TEST(Document, keepsEveryKindOfDataAndAnyBytes) {
   using Kel::Datum;
+  EXPECT_EQ(
+      documentText({"T", {{"b", Datum(Datum::List{Datum(1.0), Datum()})}, {"a", Datum(std::string("\"\\"))}}}),
+      R"({"attributes":{"a":"\"\\x5c","b":[1.0,null]},"type":"T"})");
   std::mt19937 random(1);
   const std::string bytes("\\x\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80\xed\xa0\xff\x00\x1f\x7f\"u", 20);
   for (int round = 0; round < 5000; ++round) {
