@@ -84,10 +84,13 @@ class CtlTest(SystemCase):
         self.start_publisher("red")
 
     def start_publisher(self, vrf):
-        """Returns once that VRF is in the store."""
+        """Returns once that VRF is in the store, and the store complete."""
         self.start_mirror()
-        eventually(lambda: vrf in subprocess.run([*self.command, "vrfs"], capture_output=True, text=True,
-                                                 env=self.environment).stdout, f"no VRF {vrf}")
+
+        def is_complete():
+            done = subprocess.run([*self.command, "vrfs"], capture_output=True, text=True, env=self.environment)
+            return vrf in done.stdout and not done.stderr
+        eventually(is_complete, f"no VRF {vrf}, or the store is not complete")
 
     def test_lists_equal_the_kernel(self):
         self.serve_two_vrfs()
