@@ -49,15 +49,15 @@ CounterMirror::CounterMirror(std::shared_ptr<const Vantu::NetNs> ns, const Varni
       idOf_(std::move(idOf)),
       version_(std::move(version)),
       setAlias_(std::move(setAlias)),
-      protocols_(tree, idOf_),
+      protocols_(tree, idOf_, phase),
       polls_(phase) {
 }
 
-bool CounterMirror::poll() {
-  return ++polls_ % pollsPerReading == 0 && hasBegun_ && begin();
+bool CounterMirror::poll(std::size_t namespaces) {
+  return ++polls_ % pollsPerReading == 0 && hasBegun_ && begin(namespaces);
 }
 
-bool CounterMirror::begin() {
+bool CounterMirror::begin(std::size_t namespaces) {
   if (isReading_) return false;
   hasBegun_ = true;
   isIncomplete_ = false;
@@ -65,7 +65,7 @@ bool CounterMirror::begin() {
   isFresh_ = versionRead_ != versionAtBegin_;
   links_.begin();
   links6_.begin();
-  protocols_.begin(isFresh_);
+  protocols_.begin(isFresh_, namespaces);
   try {
     if (!socket_) socket_ = std::make_unique<RtSocket>(ns_, dumpReceiveBytes, RtSocket::Use::dumps);
     ask(RtDump::linkCounters);
@@ -160,6 +160,7 @@ void CounterMirror::ended(int status) {
 
 void CounterMirror::counted(const nlmsghdr& message, const InterfaceDigest& digest) {
   auto& known = links_.listed(digest.ifIndex);
+  if (!known.hash) protocols_.appeared();
   const bool isRepeated = std::exchange(known.hash, digest.hash) == digest.hash;
   if (isRepeated && !isFresh_ && !areSettingsDue()) return;
   const auto decoded = decode(message);

@@ -74,10 +74,11 @@ class CounterMirror {
 
   // Begins a reading unless one is under way; returns whether it did. Failures are traced once and retried by the next
   // reading. An incomplete reading deletes no record.
-  bool begin();
+  // `namespaces`: how many are read like this one.
+  bool begin(std::size_t namespaces);
   // Call it once a second. Returns whether a reading began. The first reading needs begin(), when the interfaces are
   // known.
-  bool poll();
+  bool poll(std::size_t namespaces);
   // Does the next part of the reading; returns whether more is left.
   bool receive();
   // Whether the first reading has ended or failed to begin.

@@ -105,6 +105,17 @@ TEST_F(CounterMirrorTest, recordsFollowTheKernelAndGoWithTheInterface) {
   EXPECT_TRUE(tree.ipIntfProtocol->intfProtocolHas(eth0)) << "which it still has";
   EXPECT_TRUE(service_->tree().intfStatusDir->intfStatusHas(Vantu::IntfId("eth0")));
 
+  const Vantu::IntfId eth3("eth3");
+  ip("link add eth3 mtu 1000 type veth peer name eth3-p");
+  const auto isKnown = [&] { return service_->receive(), tree.intfStatusDir->intfStatusHas(eth3); };
+  waitFor(isKnown, "eth3");
+  for (int i = 0; i < 3; ++i) readAgain();
+  EXPECT_TRUE(tree.ipIntfProtocol->intfProtocolHas(eth3)) << "a new interface without IPv6";
+  ip("link set eth3 mtu 1500");
+  waitForRecord("eth3", true);
+  EXPECT_EQ(tree.ip6IntfProtocol->intfProtocol(eth3)->parameters().retransmitTime(), 1000u)
+      << "an old one gets IPv6";
+
   readAgain();                    // one in five readings decodes everything, and that has been the last one
   ip("link set eth1 name eth2");  // the kernel's counters stay the same
   waitForRecord("eth2", true);

@@ -12,18 +12,22 @@ constexpr std::uint32_t ipv4ReasmMaxSize = 65535;
 
 }  // namespace
 
-InterfaceProtocols::InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf)
-    : ip4_(tree.ipIntfProtocol), ip6_(tree.ip6IntfProtocol), idOf_(std::move(idOf)) {
+InterfaceProtocols::InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf, unsigned phase)
+    : ip4_(tree.ipIntfProtocol), ip6_(tree.ip6IntfProtocol), idOf_(std::move(idOf)), phase_(phase) {
 }
 
-void InterfaceProtocols::begin(bool isFresh) {
+void InterfaceProtocols::begin(bool isFresh, std::size_t namespaces) {
+  const auto periods = (namespaces + namespacesPerPeriod - 1) / namespacesPerPeriod;
+  const auto period = readingsPerTables * std::max<std::size_t>(periods, 1);
+  if (readings_++ % period == phase_ % period) areTablesDue_ = true;
   newTimers_.clear();
   areTablesListed_ = false;
   if (isFresh) isWriteDue_ = true;
 }
 
 void InterfaceProtocols::listed(const Ip6LinkMessage& link) {
-  links_[link.ifIndex] = {link.isEnabled, link.forwarding, link.reasmMaxSize};
+  const Link6 values{link.isEnabled, link.forwarding, link.reasmMaxSize};
+  if (links_.insert_or_assign(link.ifIndex, values).second) areTablesDue_ = true;
   isWriteDue_ = true;
 }
 
@@ -39,17 +43,17 @@ void InterfaceProtocols::listed(const NeighbourParametersMessage& parameters) {
 }
 
 bool InterfaceProtocols::wantsTables() {
-  const bool isNew = isWriteDue_ && std::ranges::any_of(links_, [this](const auto& link) {
-                       const auto at = timers_.find(link.first);
-                       return at == timers_.end() || !at->second.ipv6;
-                     });
-  areTablesListed_ = readings_++ % readingsPerTables == 0 || isNew;
+  areTablesListed_ = areTablesDue_;
   return areTablesListed_;
 }
 
 void InterfaceProtocols::finish(bool isComplete) {
   if (areTablesListed_) {
-    if (!isComplete) newTimers_.merge(timers_);
+    if (isComplete) {
+      areTablesDue_ = false;
+    } else {
+      newTimers_.merge(timers_);
+    }
     timers_ = std::exchange(newTimers_, {});
   }
   if (!isWriteDue_ && !areTablesListed_) return;

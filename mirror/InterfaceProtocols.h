@@ -2,9 +2,10 @@
 // Publishes how IPv4 and IPv6 run on the interfaces of one network namespace (Ip::IntfProtocol).
 //
 // CounterMirror passes the replies of two dumps: the interfaces with IPv6 in each of its readings, those that have
-// changed, and the parameters of the neighbour tables in some of them (they rarely change, and the kernel walks those
-// of all namespaces). The latter also show which interfaces have IPv4. A complete reading deletes the record of an
-// interface that has lost IPv4 or IPv6; TreeWriter deletes the records with the interface.
+// changed, and the parameters of the neighbour tables in some of them. The latter also show which interfaces have IPv4.
+// They rarely change, and for each namespace's dump the kernel walks those of all namespaces. So the more namespaces
+// there are, the more rarely each is asked. A complete reading deletes the record of an interface that has lost IPv4 or
+// IPv6; TreeWriter deletes the records with the interface.
 
 #include <cstdint>
 #include <functional>
@@ -19,16 +20,21 @@ namespace Mirror {
 
 class InterfaceProtocols {
  public:
-  // One reading in this many dumps the neighbour tables too: once a minute. So does a reading that finds a new
-  // interface with IPv6.
+  // For each 40 namespaces, or part of them, 30 readings pass until one dumps the neighbour tables too: a minute. So
+  // does the first reading, and one that finds a new interface or one that got IPv6.
   static constexpr unsigned readingsPerTables = 30;
+  static constexpr std::size_t namespacesPerPeriod = 40;
 
   // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
-  InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf);
+  // `phase` spreads the dumps of several namespaces over the readings.
+  InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf, unsigned phase);
 
   // Begins a reading. `isFresh`: the ids may have changed since the last one, so it must write every record.
-  void begin(bool isFresh);
+  // `namespaces`: how many are read now.
+  void begin(bool isFresh, std::size_t namespaces);
+  // The reading finds a new interface.
+  void appeared() { areTablesDue_ = true; }
   // Pass the messages of the dump of interfaces with IPv6 that differ from those of the last reading; of a fresh reading
   // all of them.
   void listed(const Ip6LinkMessage& link);
@@ -63,7 +69,9 @@ class InterfaceProtocols {
 
   Kel::Ptr<Ip::AllIntfProtocol> ip4_, ip6_;
   IdOf idOf_;
+  const unsigned phase_;
   unsigned readings_ = 0;
+  bool areTablesDue_ = true;
   bool areTablesListed_ = false;  // in this reading
   bool isWriteDue_ = false;       // something other than the tables has changed since the last complete reading
   std::map<std::uint32_t, Link6> links_;  // with IPv6

@@ -106,7 +106,7 @@ bool MirrorService::receive() {
 void MirrorService::poll() {
   runAll([](NamespaceMirror& mirror) { mirror.poll(); });
   for (const auto& [tag, member] : members_) {
-    if (member->counters.poll()) reading_.insert(tag);
+    if (member->counters.poll(members_.size())) reading_.insert(tag);
   }
   take(namespaces_.lookOver());
   if (settings_.poll()) applySettings();
@@ -183,7 +183,7 @@ void MirrorService::run(Tag tag, const Operation& operation) {
     }
     if (!member.wasComplete && member.mirror.isComplete()) {
       member.wasComplete = true;
-      if (member.counters.begin()) reading_.insert(tag);
+      if (member.counters.begin(members_.size())) reading_.insert(tag);
       if (tag != defaultTag) namespaces_.accept(member.mirror.scope().vrf());
     }
     if (member.watchedFd == member.socket.fd()) return;
