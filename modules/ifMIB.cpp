@@ -21,8 +21,7 @@ using Modules::constantColumn;
 using Modules::s32ToAsnInteger;
 
 Kel::TraceHandle ifMIBTrace("IfMib");
-Modules::Module ifMIB("ifMIB", ifMIBTrace, Modules::Module::Facts::published,
-                      Modules::Module::Registrations::shared);
+Modules::Module ifMIB("ifMIB", ifMIBTrace);
 
 constexpr const char* interfaceTables = "interface-tables";
 const auto ifTablesSource = Modules::entitySource<IfTables>("snmp/ip/iftables", "snmp/ip/vrf.mibs/%s.iftables");

@@ -18,8 +18,7 @@ using IpSnmp::IpForwardMib;
 using Modules::s32ToAsnInteger;
 
 Kel::TraceHandle inetCidrRouteTrace("InetCidrRoute");
-Modules::Module inetCidrRoute("inetCidrRoute", inetCidrRouteTrace, Modules::Module::Facts::published,
-                              Modules::Module::Registrations::shared);
+Modules::Module inetCidrRoute("inetCidrRoute", inetCidrRouteTrace);
 
 constexpr const char* inetRouteGroup = "route-tables";
 const auto inetForwardMibSource =

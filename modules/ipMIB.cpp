@@ -11,8 +11,7 @@ Kel::TraceHandle ipMIBTrace("Snmp");
 
 }  // namespace
 
-Modules::Module IpMibObjects::module("ipMIB", ipMIBTrace, Modules::Module::Facts::published,
-                                     Modules::Module::Registrations::shared);
+Modules::Module IpMibObjects::module("ipMIB", ipMIBTrace);
 
 namespace {
 

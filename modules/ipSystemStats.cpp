@@ -10,8 +10,7 @@
 namespace {
 
 Kel::TraceHandle ipSystemStatsTrace("Snmp");
-Modules::Module ipSystemStats("ipSystemStats", ipSystemStatsTrace, Modules::Module::Facts::own,
-                              Modules::Module::Registrations::shared);
+Modules::Module ipSystemStats("ipSystemStats", ipSystemStatsTrace, Modules::Module::Facts::own);
 
 using SystemStats = Ip::SwFwdStats;
 

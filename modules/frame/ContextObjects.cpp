@@ -1,16 +1,11 @@
 #include "modules/frame/ContextObjects.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <span>
 #include <utility>
 
 #include "modules/frame/Module.h"
 #include "snmp/CBoundary.h"
-
-// Exported by net-snmp's agent library without a header.
-extern "C" void netsnmp_subtree_free(netsnmp_subtree* subtree);
 
 namespace Modules {
 
@@ -18,8 +13,8 @@ static Kel::TraceHandle contextObjectsTrace("ContextObjects");
 
 namespace {
 
-// Every object that is served here is below one of them: mib-2 and snmpModules.
-const std::vector<oid> commonRoots[] = {{1, 3, 6, 1, 2, 1}, {1, 3, 6, 1, 6, 3}};
+// Every object that is served here is below internet.
+const std::vector<oid> commonRoot{1, 3, 6, 1};
 
 constexpr const char* defaultContext = "";
 
@@ -79,12 +74,13 @@ void call(netsnmp_handler_registration& registration, netsnmp_agent_request_info
   if (status != SNMP_ERR_NOERROR) netsnmp_request_set_error(&request, status);
 }
 
-// A registration like that of the default context, with another cache. The iterator helper has its cache in a record
-// that it shares with the original; the destructor restores that.
+// A registration like that of the default context, with the name, the context and the cache of another. The iterator
+// helper has its cache in a record that it shares with the original; the destructor restores that.
 class WithCache {
  public:
   WithCache(const netsnmp_handler_registration& original, Kel::Entity* cache, char* context)
-      : registration_(original) {
+      : registration_(original), name_(Kel::String(original.handlerName) + context) {
+    registration_.handlerName = name_.data();
     registration_.my_reg_void = cache;
     registration_.contextName = context;
     for (auto* handler = original.handler; handler != nullptr; handler = handler->next) {
@@ -103,6 +99,7 @@ class WithCache {
 
  private:
   netsnmp_handler_registration registration_;
+  Kel::String name_;
   netsnmp_iterator_info* iterator_ = nullptr;
   void* originalCache_ = nullptr;
 };
@@ -135,7 +132,10 @@ class ContextObjects::Context {
     return after == served.begin() ? after : after - 1;
   }
 
-  static bool isStock(const Served& object) { return object.object->second.original == nullptr; }
+  static bool isStock(const Served& object) { return object.object->second.module == nullptr; }
+  static bool isWithdrawn(const Served& object) {
+    return !isStock(object) && object.object->second.original == nullptr;
+  }
 
   static void ask(const Served& object, std::vector<oid>& end, netsnmp_agent_request_info& info,
                   netsnmp_request_info& request, char* context) {
@@ -159,7 +159,7 @@ class ContextObjects::Context {
   void getOrSet(netsnmp_agent_request_info& info, netsnmp_request_info& request, char* context) const {
     const auto name = nameOf(*request.requestvb);
     const auto object = at(name);
-    if (object == served.end() || !isBelow(name, rootOf(*object))) {
+    if (object == served.end() || isWithdrawn(*object) || !isBelow(name, rootOf(*object))) {
       // As net-snmp answers where nothing is registered.
       netsnmp_request_set_error(&request, info.mode == MODE_GET ? SNMP_NOSUCHOBJECT : SNMP_ERR_NOTWRITABLE);
     } else if (!isStock(*object)) {
@@ -181,7 +181,7 @@ class ContextObjects::Context {
     for (auto object = at(asked); object != served.end() && compare(rootOf(*object), rangeEnd) < 0; ++object) {
       auto root = rootOf(*object);
       auto end = endOf(root);
-      if (compare(asked, end) >= 0) continue;
+      if (compare(asked, end) >= 0 || isWithdrawn(*object)) continue;
       if (netsnmp_acm_check_subtree(info.asp->pdu, root.data(), root.size()) == VACM_NOTINVIEW) continue;
       const bool isFound = isStock(*object)
                                ? hasNextOfStock(*object, asked, end, info, request, context)
@@ -258,76 +258,18 @@ extern "C" int quorinContextObjects(netsnmp_mib_handler* handler, netsnmp_handle
   });
 }
 
-// Whether a piece is one of net-snmp's roots (ccitt, iso, joint-iso-ccitt) or of our registration.
-bool isOfGround(const netsnmp_subtree& piece) {
-  return piece.namelen == 1 ||
-         (piece.reginfo != nullptr && piece.reginfo->handler->access_method == quorinContextObjects);
-}
-
-bool registerRoot(const std::vector<oid>& root, ContextObjects::Context& served, const Kel::String& context) {
-  auto* const registration = netsnmp_create_handler_registration(
-      "objects", quorinContextObjects, root.data(), root.size(), HANDLER_CAN_RWRITE | HANDLER_CAN_GETBULK);
+// Returns false if the agent refuses.
+bool registerRoot(ContextObjects::Context& served, const Kel::String& context) {
+  auto* const registration =
+      netsnmp_create_handler_registration("objects", quorinContextObjects, commonRoot.data(), commonRoot.size(),
+                                          HANDLER_CAN_RWRITE | HANDLER_CAN_GETBULK);
   if (registration == nullptr) throw std::bad_alloc();
   registration->contextName = strdup(context.c_str());
   registration->priority = Snmp::registrationPriority();
   // Every copy that net-snmp makes of the registration shares it.
   registration->handler->myvoid = &served;
   // net-snmp frees what it refuses.
-  if (netsnmp_register_handler(registration) != MIB_REGISTERED_OK) return false;
-  freeHiddenPieces(*registration, context);
-  return true;
-}
-
-void unregisterRoots(std::span<const std::vector<oid>> roots, const Kel::String& context) {
-  for (auto root : roots) {
-    unregister_mib_context(root.data(), root.size(), Snmp::registrationPriority(), 0, 0, context.c_str());
-  }
-}
-
-// Returns false, and registers nothing, if the agent refuses.
-bool registerRoots(ContextObjects::Context& served, const Kel::String& context) {
-  for (std::size_t i = 0; i < std::size(commonRoots); ++i) {
-    if (registerRoot(commonRoots[i], served, context)) continue;
-    QTRACE(contextObjectsTrace, 0) << "the agent refuses the registration " << (i == 0 ? "mib-2" : "snmpModules")
-                                   << " in context \"" << context << "\"; does another module have it there?";
-    unregisterRoots(std::span(commonRoots).first(i), context);
-    return false;
-  }
-  return true;
-}
-
-bool hasOnlyGround(const Kel::String& context) {
-  for (auto* part = netsnmp_subtree_find_first(context.c_str()); part != nullptr; part = part->next) {
-    for (auto* each = part; each != nullptr; each = each->children) {
-      if (!isOfGround(*each)) return false;
-    }
-  }
-  return true;
-}
-
-void replace(oid*& name, u_char& length, const oid* by, u_char byLength) {
-  auto* const copy = snmp_duplicate_objid(by, byLength);
-  if (copy == nullptr) throw std::bad_alloc();
-  std::free(std::exchange(name, copy));
-  length = byLength;
-}
-
-// Extends the pieces of the ground over what our registrations leave behind, from which freeHiddenPieces() has taken
-// the pieces below. net-snmp loses objects that are registered where it has nothing at all.
-void closeHoles(const Kel::String& context) {
-  for (auto* part = netsnmp_subtree_find_first(context.c_str()); part != nullptr && part->next != nullptr;
-       part = part->next) {
-    auto* const next = part->next;
-    if (compare({part->end_a, part->end_len}, {next->start_a, next->start_len}) >= 0) continue;
-    if (isOfGround(*part)) {
-      replace(part->end_a, part->end_len, next->start_a, next->start_len);
-    } else if (isOfGround(*next)) {
-      replace(next->start_a, next->start_len, part->end_a, part->end_len);
-      // What net-snmp knows of the common beginning of neighbours; 0: nothing.
-      next->oid_off = 0;
-      if (next->next != nullptr) next->next->oid_off = 0;
-    }
-  }
+  return netsnmp_register_handler(registration) == MIB_REGISTERED_OK;
 }
 
 }  // namespace
@@ -349,14 +291,19 @@ void ContextObjects::offerStock(const std::vector<oid>& root, Adjust adjust) {
 }
 
 void ContextObjects::withdraw(const Module* module) {
-  std::erase_if(objects_, [&](const auto& object) { return object.second.module == module; });
+  if (module == nullptr) {
+    std::erase_if(objects_, [](const auto& object) { return object.second.module == nullptr; });
+  }
+  for (auto& [root, object] : objects_) {
+    if (object.module == module) object.original = nullptr;
+  }
 }
 
 bool ContextObjects::add(const Kel::String& context, const std::vector<oid>& root,
                          const Kel::Ptr<Kel::Entity>& cache) {
   const auto entered = contexts_.find(context);
   const auto object = objects_.find(root);
-  if (entered == contexts_.end() || object == objects_.end()) return false;
+  if (entered == contexts_.end() || object == objects_.end() || object->second.original == nullptr) return false;
   auto& served = entered->second->served;
   const auto after =
       std::find_if(served.begin(), served.end(), [&](const Served& other) { return other.object->first > root; });
@@ -372,35 +319,26 @@ void ContextObjects::remove(const Kel::String& context, const Module& module) {
 }
 
 void ContextObjects::initHandler(Kel::String context) {
-  if (context.empty()) return;
-  auto& entered = contexts_[context];
-  if (!entered) {
-    entered = std::make_unique<Context>();
-    if (!registerRoots(*entered, context)) {
-      contexts_.erase(context);
-      return;
-    }
+  if (context.empty() || contexts_.contains(context)) return;
+  auto entered = std::make_unique<Context>();
+  if (!registerRoot(*entered, context)) {
+    QTRACE(contextObjectsTrace, 0) << "the agent refuses the registration internet in context \"" << context
+                                   << "\"; does another module have it there?";
+    return;
   }
   entered->served.reserve(objects_.size());
   for (auto object = objects_.cbegin(); object != objects_.cend(); ++object) {
-    if (object->second.original == nullptr) entered->served.push_back({object, nullptr});
+    if (object->second.module == nullptr) entered->served.push_back({object, nullptr});
   }
+  contexts_.emplace(std::move(context), std::move(entered));
 }
 
 void ContextObjects::exitHandler(Kel::String context) {
   const auto entered = contexts_.find(context);
-  if (entered != contexts_.end()) entered->second->served.clear();
-  if (entered == contexts_.end() || !hasOnlyGround(context)) return closeHoles(context);
-  unregisterRoots(commonRoots, context);
+  if (entered == contexts_.end()) return;
+  auto root = commonRoot;
+  unregister_mib_context(root.data(), root.size(), Snmp::registrationPriority(), 0, 0, context.c_str());
   contexts_.erase(entered);
-}
-
-void freeHiddenPieces(const netsnmp_handler_registration& registration, const Kel::String& context) {
-  auto* const top = netsnmp_subtree_find(registration.rootoid, registration.rootoid_len, nullptr, context.c_str());
-  if (context.empty() || top == nullptr || top->reginfo != &registration) return;
-  while (top->children != nullptr && isOfGround(*top->children)) {
-    netsnmp_subtree_free(std::exchange(top->children, top->children->children));
-  }
 }
 
 }  // namespace Modules

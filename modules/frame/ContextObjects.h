@@ -1,11 +1,11 @@
 #pragma once
-// Serves objects in the contexts of VRFs without a registration for each. A context has two registrations, mib-2 and
-// snmpModules, whose handler finds the object of a request and calls the handlers that the object has in the default
-// context. A registration for each object would take 2 KiB in each context (docs/decisions/0039).
+// Serves objects in the contexts of VRFs without a registration for each. A context has one registration, internet, whose
+// handler finds the object of a request and calls the handlers that the object has in the default context. A
+// registration for each object would take 2 KiB in each context (docs/decisions/0039).
 //
-// - A module takes part by Module::Registrations::shared. Its objects are registered in the default context as ever; in
-//   the others the frame adds them here, and their handlers get the cache of the VRF in place of the default one's. An
-//   object that the default context lacks is registered by itself.
+// - An object that a module registers in the default context is offered to the others, where the frame adds it with the
+//   cache of the VRF. The handlers get a registration with this cache, the context, and the name that the object has
+//   there. An object that the default context lacks is registered by itself.
 // - Objects of net-snmp's own modules, of which there is one value for all contexts, are offered by offerStock().
 //
 // Entered for each context like a MIB module (snmp/HandlerRegistration.h), before all that register objects there, and
@@ -28,15 +28,15 @@ class ContextObjects final : public Snmp::HandlerRegistration {
   // The only object.
   static ContextObjects& instance();
 
-  // Offers an object of the default context. Lifetime: the registration must outlive the object in all other contexts,
-  // as it does when the default context is left last.
+  // Offers an object of the default context. Lifetime: the registration must live until the object is withdrawn.
   void offer(const Module& module, const std::vector<oid>& root, const netsnmp_handler_registration& original);
   // Offers all objects that the default context has below a root at the time of a request, whoever registered them,
-  // read-only, in every context that is entered afterwards. Requires: the root is below mib-2 or snmpModules.
+  // read-only, in every context that is entered afterwards.
   // `adjust`, if any, may change a value before it is sent in the context.
   using Adjust = void (*)(netsnmp_variable_list& value, const char* context);
   void offerStock(const std::vector<oid>& root, Adjust adjust);
-  // Withdraws what the module offers; null: what offerStock() did.
+  // Withdraws what the module offers: no context serves it until it is offered again. Null: what offerStock() did;
+  // requires that no context of a VRF is entered.
   void withdraw(const Module* module);
 
   // Serves an object in the context of a VRF, with a counted reference to its cache there. Returns false, and does
@@ -46,7 +46,6 @@ class ContextObjects final : public Snmp::HandlerRegistration {
   void remove(const Kel::String& context, const Module& module);
 
   void initHandler(Kel::String context) override;
-  // If another module still has objects in the context, the registrations stay, without objects.
   void exitHandler(Kel::String context) override;
   // The first in order but for "AgentX": net-snmp divides a registration at those inside it, and finds all of its
   // pieces again only after the others are gone.
@@ -58,7 +57,7 @@ class ContextObjects final : public Snmp::HandlerRegistration {
  private:
   struct Object {
     const Module* module;                          // null: net-snmp's own
-    const netsnmp_handler_registration* original;  // null: whatever the default context has
+    const netsnmp_handler_registration* original;  // null: whatever the default context has, or withdrawn
     Adjust adjust;
   };
   using Objects = std::map<std::vector<oid>, Object>;
@@ -72,9 +71,5 @@ class ContextObjects final : public Snmp::HandlerRegistration {
   Objects objects_;  // by their roots
   std::map<Kel::String, std::unique_ptr<Context>> contexts_;
 };
-
-// Frees the pieces of other registrations that a new registration in a VRF's context hides. net-snmp keeps them for the
-// time after it, but such a context is left as a whole.
-void freeHiddenPieces(const netsnmp_handler_registration& registration, const Kel::String& context);
 
 }  // namespace Modules

@@ -131,7 +131,7 @@ class MibTable {
   // `isSorted`: walks visit the rows in index order and can start at a hint, so SortedHandler answers.
   MibTable(TableDescription description, std::vector<IndexObject> index, std::vector<ColumnBase> columns,
            bool isSorted);
-  ~MibTable() { snmp_free_varbind(indexes_); }
+  ~MibTable() = default;
 
   bool miscountedHintIsTraced() const { return description_.miscountedHintIsTraced; }
   bool absentKeyIsTraced() const { return description_.absentKeyIsTraced; }
@@ -142,7 +142,6 @@ class MibTable {
   void registerTable(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
                      const Kel::String& context) const;
   netsnmp_table_registration_info* tableRegistration(const Kel::String& context) const;
-  netsnmp_variable_list* sharedIndexes(const Kel::String& context) const;
   netsnmp_iterator_info* iteratorRecord(const TableFunctions& functions, const Kel::Ptr<Kel::Entity>& cache,
                                         netsnmp_table_registration_info* table) const;
   netsnmp_column_info* columnInfo() const;
@@ -158,9 +157,6 @@ class MibTable {
   const std::vector<IndexObject> index_;
   const std::vector<ColumnBase> columns_;  // by number, ascending
   const bool isSorted_;
-  // A variable of a kilobyte for each index component. The records of all contexts refer to them, since net-snmp copies
-  // them for each request; Module::leave takes them out of a record before net-snmp frees it. Null before the first.
-  mutable netsnmp_variable_list* indexes_ = nullptr;
 };
 
 }  // namespace Modules

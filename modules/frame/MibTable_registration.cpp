@@ -113,11 +113,8 @@ void MibTable::registerTable(const TableFunctions& functions, const Kel::Ptr<Kel
   auto* const table = tableRegistration(context);
   auto* const iterator = iteratorRecord(functions, cache, table);
   module.addColumnInfo(context, table->valid_columns);
-  // Without a variable here, net-snmp would copy those of the table, a kilobyte each, and nobody would read them.
-  snmp_varlist_add_variable(&iterator->indexes, nullptr, 0, ASN_NULL, nullptr, 0);
   const int result = netsnmp_register_table_iterator(registration, iterator);
   KEL_ASSERT(result == 0);
-  snmp_free_varbind(std::exchange(iterator->indexes, nullptr));
   injectHandlers(registration, context);
   // Only the default context has objects of other modules.
   if (Snmp::takesPrecedence() && context.empty()) coverColumns(registration, context);
@@ -126,21 +123,15 @@ void MibTable::registerTable(const TableFunctions& functions, const Kel::Ptr<Kel
 
 netsnmp_table_registration_info* MibTable::tableRegistration(const Kel::String& context) const {
   auto* const table = allocated<netsnmp_table_registration_info>();
-  table->indexes = sharedIndexes(context);
+  for (const auto& component : index_) {
+    if (snmp_varlist_add_variable(&table->indexes, nullptr, 0, component.asnType, nullptr, 0) != nullptr) continue;
+    QTRACE(trace(), 0) << "Failed to set up " << component.object << " in netsnmp table_info in context \""
+                       << context << "\"";
+  }
   table->min_column = columns_.front().number;
   table->max_column = columns_.back().number;
   table->valid_columns = columnInfo();
   return table;
-}
-
-netsnmp_variable_list* MibTable::sharedIndexes(const Kel::String& context) const {
-  if (indexes_ != nullptr) return indexes_;
-  for (const auto& component : index_) {
-    if (snmp_varlist_add_variable(&indexes_, nullptr, 0, component.asnType, nullptr, 0) != nullptr) continue;
-    QTRACE(trace(), 0) << "Failed to set up " << component.object << " in netsnmp table_info in context \""
-                       << context << "\"";
-  }
-  return indexes_;
 }
 
 // The list of valid columns. It is in the same piece of memory as its record, since net-snmp frees only the record.

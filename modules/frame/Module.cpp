@@ -44,11 +44,7 @@ void Module::leave(const Kel::String& context) {
   if (context.empty()) shared.withdraw(this);
 
   const auto registrations = registrationsByContext_[context];
-  for (auto* registration : registrations) {
-    // net-snmp would free the index variables, which the table shares with other contexts.
-    if (auto* const table = netsnmp_find_table_registration_info(registration)) table->indexes = nullptr;
-    unregister(*registration);
-  }
+  for (auto* registration : registrations) unregister(*registration);
   registrationsByContext_.erase(context);
 
   // Every request reads the column records of its table, so they are freed after the last registration.
@@ -91,14 +87,12 @@ netsnmp_handler_registration* Module::registration(const char* object, Netsnmp_N
 
 bool Module::share(const Kel::String& context, const std::vector<oid>& object,
                    const Kel::Ptr<Kel::Entity>& entity) const {
-  return registrations_ == Registrations::shared && ContextObjects::instance().add(context, object, entity);
+  return ContextObjects::instance().add(context, object, entity);
 }
 
 void Module::registered(const Kel::String& context, const std::vector<oid>& object,
                         const netsnmp_handler_registration& registration) const {
-  const bool isOffered = registrations_ == Registrations::shared && context.empty();
-  if (isOffered) ContextObjects::instance().offer(*this, object, registration);
-  freeHiddenPieces(registration, context);
+  if (context.empty()) ContextObjects::instance().offer(*this, object, registration);
 }
 
 void Module::addRegistration(const Kel::String& context, netsnmp_handler_registration* registration) {

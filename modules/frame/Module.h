@@ -39,17 +39,10 @@ class Module {
     own         // from the kernel or the agent itself
   };
 
-  // How the module's objects are registered in the context of a VRF.
-  enum class Registrations {
-    own,    // each by itself
-    shared  // in the registration that the context has for all such objects (ContextObjects.h)
-  };
-
   // `name` is also net-snmp's debug token and, with ".cpp", the name of the source. Lifetime: both must outlive this
   // object.
-  Module(const char* name, const Kel::TraceHandle& trace, Facts facts = Facts::published,
-         Registrations registrations = Registrations::own)
-      : name_(name), trace_(trace), facts_(facts), registrations_(registrations) {}
+  Module(const char* name, const Kel::TraceHandle& trace, Facts facts = Facts::published)
+      : name_(name), trace_(trace), facts_(facts) {}
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
 
@@ -73,8 +66,8 @@ class Module {
                                              const std::vector<oid>& identifier, int modes,
                                              const Kel::String& context) const;
 
-  // With Registrations::shared, serves an object in the context of a VRF by the one of the default context. Returns
-  // false if the object needs a registration of its own.
+  // Serves an object in the context of a VRF by the registration of the default context (ContextObjects.h). Returns false
+  // if the object needs a registration of its own.
   bool share(const Kel::String& context, const std::vector<oid>& object, const Kel::Ptr<Kel::Entity>& entity) const;
 
   // Call it when an object is registered, with all its handlers.
@@ -91,7 +84,6 @@ class Module {
   const char* name_;
   const Kel::TraceHandle& trace_;
   const Facts facts_;
-  const Registrations registrations_;
   std::map<Kel::String, std::vector<netsnmp_handler_registration*>> registrationsByContext_;
   std::map<Kel::String, std::vector<netsnmp_column_info*>> columnInfoByContext_;
 };
