@@ -25,7 +25,7 @@ class Notifier::Round {
   explicit Round(Reactors& reactors) : all_(reactors), size_(reactors.list.size()) { ++all_.rounds; }
   ~Round() {
     if (--all_.rounds != 0 || !all_.hasGaps) return;
-    std::erase(all_.list, nullptr);
+    all_.list.erase(std::remove(all_.list.begin(), all_.list.end(), nullptr), all_.list.end());
     all_.hasGaps = false;
   }
   Round(const Round&) = delete;

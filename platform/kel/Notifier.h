@@ -19,10 +19,11 @@
 // Lifetime: reactors are counted objects (makePtr). A reactor holds its notifier; the notifier does not hold its
 // reactors.
 
+#include <absl/container/inlined_vector.h>
+
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <vector>
 
 #include "kel/Ptr.h"
 
@@ -89,8 +90,8 @@ class Notifier : public PtrInterface {
  private:
   friend class NotifieeBase;
   struct Reactors {
-    std::vector<NotifieeBase*> list;  // null: detached during a round
-    unsigned rounds = 0;              // nested notification rounds in progress
+    absl::InlinedVector<NotifieeBase*, 2> list;  // null: detached during a round
+    unsigned rounds = 0;                         // nested notification rounds in progress
     bool hasGaps = false;
   };
   class Round;

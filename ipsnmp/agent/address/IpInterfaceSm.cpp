@@ -58,12 +58,12 @@ void IpInterfaceSm::handleIntf(const Vantu::IntfId& givenId) {
     watch.status = Kel::makePtr<IfIndexWatch>([this, intfId] { handleIntf(intfId); });
     watch.l3Config = Kel::makePtr<KelL3Config>(this);
     watch.protocol = Kel::makePtr<KelIntfProtocol>(this);
-    watch.addresses = Kel::makePtr<KelIp6IntfConfig>(this);
+    if (ipVersion() == Ip::ipVersion6) watch.addresses = Kel::makePtr<KelIp6IntfConfig>(this);
   }
   watch.status->notifierIs(intfStatusDir()->intfStatus(intfId));
   watch.l3Config->notifierIs(l3ConfigDir()->intfConfig(intfId));
   watch.protocol->notifierIs(protocol);
-  if (ipVersion() == Ip::ipVersion6) watch.addresses->notifierIs(ip6Config()->intf(intfId));
+  if (watch.addresses) watch.addresses->notifierIs(ip6Config()->intf(intfId));
   const Place place = placeOf(intfId);
   if (place != watch.place) {
     remove(intfId, watch.place);

@@ -80,7 +80,7 @@ class IpInterfaceSm : public Kel::Entity {
     Kel::Ptr<IfIndexWatch> status;
     Kel::Ptr<KelL3Config> l3Config;
     Kel::Ptr<KelIntfProtocol> protocol;
-    Kel::Ptr<KelIp6IntfConfig> addresses;
+    Kel::Ptr<KelIp6IntfConfig> addresses;  // null: of IPv4
     Place place;
   };
 
