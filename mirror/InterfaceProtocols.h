@@ -20,10 +20,10 @@ namespace Mirror {
 
 class InterfaceProtocols {
  public:
-  // For each 40 namespaces, or part of them, 30 readings pass until one dumps the neighbour tables too: a minute. So
+  // For each 20 namespaces, or part of them, 30 readings pass until one dumps the neighbour tables too: a minute. So
   // does the first reading, and one that finds a new interface or one that got IPv6.
   static constexpr unsigned readingsPerTables = 30;
-  static constexpr std::size_t namespacesPerPeriod = 40;
+  static constexpr std::size_t namespacesPerPeriod = 20;
 
   // The id under which an interface is published; invalid if it is not published.
   using IdOf = std::function<Vantu::IntfId(std::uint32_t ifIndex)>;
