@@ -19,7 +19,9 @@ InterfaceProtocols::InterfaceProtocols(const Varnix::Tree& tree, IdOf idOf, unsi
 void InterfaceProtocols::begin(bool isFresh, std::size_t namespaces) {
   const auto periods = (namespaces + namespacesPerPeriod - 1) / namespacesPerPeriod;
   const auto period = readingsPerTables * std::max<std::size_t>(periods, 1);
-  if (readings_++ % period == phase_ % period) areTablesDue_ = true;
+  const bool isRetry = areTablesMissed_ && readings_ % readingsPerTables == 0;
+  if (readings_ % period == phase_ % period || isRetry) areTablesDue_ = true;
+  ++readings_;
   newTimers_.clear();
   areTablesListed_ = false;
   if (isFresh) isWriteDue_ = true;
@@ -43,17 +45,14 @@ void InterfaceProtocols::listed(const NeighbourParametersMessage& parameters) {
 }
 
 bool InterfaceProtocols::wantsTables() {
-  areTablesListed_ = areTablesDue_;
+  areTablesListed_ = std::exchange(areTablesDue_, false);
   return areTablesListed_;
 }
 
 void InterfaceProtocols::finish(bool isComplete) {
   if (areTablesListed_) {
-    if (isComplete) {
-      areTablesDue_ = false;
-    } else {
-      newTimers_.merge(timers_);
-    }
+    areTablesMissed_ = !isComplete;
+    if (!isComplete) newTimers_.merge(timers_);
     timers_ = std::exchange(newTimers_, {});
   }
   if (!isWriteDue_ && !areTablesListed_) return;

@@ -21,7 +21,8 @@ namespace Mirror {
 class InterfaceProtocols {
  public:
   // For each 20 namespaces, or part of them, 30 readings pass until one dumps the neighbour tables too: a minute. So
-  // does the first reading, and one that finds a new interface or one that got IPv6.
+  // does the first reading, and one that finds a new interface or one that got IPv6. After an incomplete reading it is
+  // tried again within 30.
   static constexpr unsigned readingsPerTables = 30;
   static constexpr std::size_t namespacesPerPeriod = 20;
 
@@ -72,6 +73,7 @@ class InterfaceProtocols {
   const unsigned phase_;
   unsigned readings_ = 0;
   bool areTablesDue_ = true;
+  bool areTablesMissed_ = false;  // the last dump was in an incomplete reading
   bool areTablesListed_ = false;  // in this reading
   bool isWriteDue_ = false;       // something other than the tables has changed since the last complete reading
   std::map<std::uint32_t, Link6> links_;  // with IPv6
