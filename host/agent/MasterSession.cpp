@@ -11,6 +11,7 @@
 #include <algorithm>
 
 #include "host/composition/AgentLog.h"
+#include "modules/frame/ContextObjects.h"
 
 // Exported by the agent library without a header.
 extern "C" {
@@ -115,6 +116,11 @@ void MasterSession::initHandler(Kel::String context) {
   isMakingRoots_ = false;
 }
 
+void MasterSession::entered(const Kel::String& context) {
+  if (main_session == nullptr || context.empty()) return;
+  if (sessions_.contains(context) || openSession(context)) passOnObjects(context);
+}
+
 void MasterSession::leaving(const Kel::String& context) {
   const auto session = sessions_.extract(context);
   if (session.empty() || main_session == nullptr) return;
@@ -156,6 +162,10 @@ void MasterSession::passOn(int change, const register_parameters& registration) 
   const Kel::String context = registration.contextName != nullptr ? registration.contextName : "";
   const bool isNew = change == SNMPD_CALLBACK_REGISTER_OID;
   if (!sessions_.contains(context) && !(isNew && openSession(context))) return;
+  if (isNew && !context.empty() &&
+      Modules::ContextObjects::isCommonRoot({registration.name, registration.namelen})) {
+    return passOnObjects(context);  // none yet if the context is being entered
+  }
   const SpeakingFor scope(sessions_.at(context));
   if (isNew) {
     agentx_register(main_session, registration.name, registration.namelen, registration.priority,
@@ -164,6 +174,15 @@ void MasterSession::passOn(int change, const register_parameters& registration) 
   } else {
     agentx_unregister(main_session, registration.name, registration.namelen, registration.priority,
                       registration.range_subid, registration.range_ubound, registration.contextName);
+  }
+}
+
+void MasterSession::passOnObjects(const Kel::String& context) {
+  const SpeakingFor scope(sessions_.at(context));
+  for (auto& root : Modules::ContextObjects::instance().roots(context)) {
+    if (main_session == nullptr) return;
+    agentx_register(main_session, root.data(), root.size(), Snmp::registrationPriority(), 0, 0, 0, 0,
+                    context.c_str());
   }
 }
 

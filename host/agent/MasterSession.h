@@ -8,6 +8,9 @@
 // closes its session: net-snmp's master then cancels the requests that it has handed to us. After a mere unregistration
 // it would go on with them, from freed memory (net-snmp 5.9.3: netsnmp_reassign_requests() in agent/snmp_agent.c).
 //
+// Of the registration that a VRF's context has for all objects (ContextObjects), the master gets each object: it must
+// know them to skip those that the view of a request hides. Otherwise it would ask for every hidden value.
+//
 // It also keeps the stock modules' registrations from the master, sets address and ping interval (1 s), and logs once
 // if no master answers.
 
@@ -42,6 +45,8 @@ class MasterSession : public Snmp::HandlerRegistration {
   // is first in order. Otherwise the library would register them with the master, which fails with an error line for
   // each.
   void initHandler(Kel::String context) override;
+  // Passes on the objects of a VRF's context.
+  void entered(const Kel::String& context) override;
   // Closes the context's session.
   void leaving(const Kel::String& context) override;
   void exitHandler(Kel::String) override {}
@@ -54,6 +59,7 @@ class MasterSession : public Snmp::HandlerRegistration {
   static int handleRegistration(int, int change, void* registration, void* self);
   void keepFromMaster() const;
   void passOn(int change, const register_parameters& registration);
+  void passOnObjects(const Kel::String& context);
   bool openSession(const Kel::String& context);
 
   const std::string address_;

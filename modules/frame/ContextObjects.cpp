@@ -145,9 +145,10 @@ class ContextObjects::Context {
   }
 
   // Asks net-snmp's own objects, but not a subagent: that answers later, and only requests of the default context.
-  static void askStock(netsnmp_subtree& subtree, netsnmp_agent_request_info& info, netsnmp_request_info& request) {
+  static void askStock(netsnmp_subtree& subtree, std::vector<oid>& end, netsnmp_agent_request_info& info,
+                       netsnmp_request_info& request) {
     if (subtree.reginfo == nullptr || subtree.session != nullptr) return;
-    const Alone alone(request, subtree.end_a, subtree.end_len, &subtree);
+    const Alone alone(request, end.data(), end.size(), &subtree);
     call(*subtree.reginfo, info, request);
   }
 
@@ -168,7 +169,8 @@ class ContextObjects::Context {
     } else if (info.mode != MODE_GET) {
       netsnmp_request_set_error(&request, SNMP_ERR_NOTWRITABLE);
     } else if (auto* const subtree = netsnmp_subtree_find(name.data(), name.size(), nullptr, defaultContext)) {
-      askStock(*subtree, info, request);
+      std::vector<oid> end(subtree->end_a, subtree->end_a + subtree->end_len);
+      askStock(*subtree, end, info, request);
       adjust(*object, *request.requestvb, context);
     }
   }
@@ -177,10 +179,11 @@ class ContextObjects::Context {
   void getNext(netsnmp_agent_request_info& info, netsnmp_request_info& request, char* context) const {
     const auto first = nameOf(*request.requestvb);
     const std::vector<oid> asked(first.begin(), first.end());
-    const Name rangeEnd(request.range_end, request.range_end_len);
+    const std::vector<oid> rangeEnd(request.range_end, request.range_end + request.range_end_len);
     for (auto object = at(asked); object != served.end() && compare(rootOf(*object), rangeEnd) < 0; ++object) {
       auto root = rootOf(*object);
-      auto end = endOf(root);
+      // Another module's objects may be inside this one.
+      auto end = std::min(endOf(root), rangeEnd);
       if (compare(asked, end) >= 0 || isWithdrawn(*object)) continue;
       if (netsnmp_acm_check_subtree(info.asp->pdu, root.data(), root.size()) == VACM_NOTINVIEW) continue;
       const bool isFound = isStock(*object)
@@ -200,7 +203,8 @@ class ContextObjects::Context {
     const auto& start = std::max(asked, rootOf(object));
     for (auto* subtree = netsnmp_subtree_find(start.data(), start.size(), nullptr, defaultContext);
          subtree != nullptr && compare({subtree->start_a, subtree->start_len}, end) < 0; subtree = subtree->next) {
-      isFound = hasNext(request, {subtree->end_a, subtree->end_len}, [&] { askStock(*subtree, info, request); });
+      auto subtreeEnd = std::min(end, {subtree->end_a, subtree->end_a + subtree->end_len});
+      isFound = hasNext(request, subtreeEnd, [&] { askStock(*subtree, subtreeEnd, info, request); });
       if (isFound) break;
       restore(request, asked);
     }
@@ -309,6 +313,18 @@ bool ContextObjects::add(const Kel::String& context, const std::vector<oid>& roo
       std::find_if(served.begin(), served.end(), [&](const Served& other) { return other.object->first > root; });
   served.insert(after, {object, cache});
   return true;
+}
+
+bool ContextObjects::isCommonRoot(Name name) {
+  return compare(name, commonRoot) == 0;
+}
+
+std::vector<std::vector<oid>> ContextObjects::roots(const Kel::String& context) const {
+  std::vector<std::vector<oid>> roots;
+  const auto entered = contexts_.find(context);
+  if (entered == contexts_.end()) return roots;
+  for (const auto& served : entered->second->served) roots.push_back(served.object->first);
+  return roots;
 }
 
 void ContextObjects::remove(const Kel::String& context, const Module& module) {

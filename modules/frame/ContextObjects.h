@@ -45,6 +45,11 @@ class ContextObjects final : public Snmp::HandlerRegistration {
   // Stops serving the objects of the module in the context.
   void remove(const Kel::String& context, const Module& module);
 
+  // Whether `name` is that of the registration that a context has for all objects.
+  static bool isCommonRoot(Name name);
+  // The objects that a context serves.
+  std::vector<std::vector<oid>> roots(const Kel::String& context) const;
+
   void initHandler(Kel::String context) override;
   void exitHandler(Kel::String context) override;
   // The first in order but for "AgentX": net-snmp divides a registration at those inside it, and finds all of its

@@ -66,6 +66,7 @@ void Contexts::enter(const Kel::String& context) {
   const auto modules = AutoRegistree::registrations();
   entered_.push_back({context, modules});
   for (HandlerRegistration* module : modules) module->initHandler(context);
+  for (HandlerRegistration* module : modules) module->entered(context);
 }
 
 void Contexts::leave(const Kel::String& context) {

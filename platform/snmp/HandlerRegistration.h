@@ -30,6 +30,8 @@ class HandlerRegistration {
 
   // Registers everything that the module serves in the context; "" is the default one. The context's caches exist.
   virtual void initHandler(Kel::String context) = 0;
+  // The context was entered: called for every module after the last initHandler.
+  virtual void entered(const Kel::String& /*context*/) {}
   // The context is about to be left: called for every module before the first exitHandler.
   virtual void leaving(const Kel::String& /*context*/) {}
   // Unregisters everything in the context. The context's caches still exist.
