@@ -53,7 +53,7 @@ function(quorin_test)
   endif()
   add_executable(${ARG_NAME} ${ARG_SOURCES})
   target_link_libraries(${ARG_NAME} PRIVATE quorin_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 600)
 endfunction()
 
 # All that is installed, and the benchmarks: everything but the tests.

@@ -135,9 +135,10 @@ TEST_F(EnteringContexts, aModuleThatLeavesTheDefaultContextLeavesTheOthersUntilI
 TEST_F(EnteringContexts, aVrfKeepsTheObjectsOfAnotherWhileItComesAndGoes) {
   contexts.enter("");
   contexts.enter("red");
+  for (const auto* const address : {"10.0.0.1", "10.0.0.3", "10.0.0.4"}) addressIs(*tree.redIpMib, address, 24, 8);
   const auto count = agent.walk("1", "red").size();
-  const std::vector<std::string> intruders{"1.3.6.1.2.1.4.19.0", "1.3.6.1.2.1.4.21.0", "1.3.6.1.2.1.14.1.0",
-                                           "1.3.6.1.3.1.0"};
+  const std::vector<std::string> intruders{"1.3.6.1.2.1.4.19.0", addresses + ".10.0.0.2", "1.3.6.1.2.1.4.21.0",
+                                           "1.3.6.1.2.1.14.1.0", "1.3.6.1.3.1.0"};
   for (const auto& name : intruders) {
     const Oid identifier = oidOf(name);
     auto* const registration = netsnmp_create_handler_registration("intruder", answerOne, identifier.data(),
@@ -147,10 +148,14 @@ TEST_F(EnteringContexts, aVrfKeepsTheObjectsOfAnotherWhileItComesAndGoes) {
   }
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(agent.walk("1", "red").size(), count + intruders.size());
+    const auto rows = agent.send(SNMP_MSG_GETBULK, {addresses}, "red", 0, 4).answers;
+    for (std::size_t row = 1; row < rows.size(); ++row) {
+      EXPECT_LT(oidOf(rows[row - 1].name), oidOf(rows[row].name)) << "one of them is another's";
+    }
     EXPECT_EQ(agent.get(ipForwarding, "red").value, "2");
     contexts.leave("red");
     EXPECT_EQ(agent.walk("1", "red").size(), intruders.size());
-    EXPECT_EQ(agent.getNext(addresses, "red").name, "1.3.6.1.2.1.4.21.0");
+    EXPECT_EQ(agent.getNext(addresses, "red").name, addresses + ".10.0.0.2");
     contexts.enter("red");
   }
   for (const auto& name : intruders) {

@@ -21,6 +21,8 @@ HIDDEN = (f"{ADDR}.3", f"{ADDR}.2.10.1.1.2")
 EVE = "".join(("createUser eve SHA authentic-pass AES private-pass\nrouser eve priv -V part red\nview part included .1\n",
                *(f"view part excluded {subtree}\n" for subtree in HIDDEN),
                f"view part excluded {ADDR}.1.10.1.1.3 ff.bf\n"))
+# Who sees our own objects and nothing before them.
+TOM = "createUser tom SHA authentic-pass AES private-pass\nrouser tom priv -V ours red\nview ours included .1.3.6.1.4.1.32473\n"
 IP_ROUTE = f"{IP}.21"
 ENGINE = "1.3.6.1.6.3.10.2.1"
 AGENT = "1.3.6.1.4.1.32473.4"
@@ -39,7 +41,7 @@ class Home:
 
     def setUp(self):
         super().setUp()
-        self.access += BOB + EVE
+        self.access += BOB + EVE + TOM
 
     def add_vrf(self, name, *addresses):
         """The same interface name in each, so that only the context can tell them apart."""
@@ -82,6 +84,10 @@ class Home:
             for got, column in zip((answer[:1], answer[1::3], answer[2::3], answer[3::3]), columns):
                 behind = [name for name in names if numbers(name) > numbers(column)]
                 self.assertEqual(got, behind[:len(got)])
+        ours = [bind.oid for bind in self.user("red").walk("1.3.6.1.4.1.32473")]
+        behind = f"{ENGINE}.1"
+        answer = [bind.oid for bind in self.user("red", "tom").ask("snmpbulkget", "-Cr3", "1.3.6.1.3", "1.0", behind)]
+        self.assertEqual(answer, [name for row in ours[:3] for name in (row, row, behind)])
 
     def test_a_context_is_whole(self):
         self.add_vrf("red", "10.1.1.1/24")

@@ -19,8 +19,8 @@ TEST(Mutator, changesEveryAttributeOfEveryType) {
   const Varnix::Tree tree(Kel::makePtr<Kel::Dir>(""));
   Mutator mutator(tree, 1);
   std::map<std::string, std::set<std::string>> values;
-  for (int round = 0; round < 200; ++round) {
-    mutator.change(400);
+  for (int round = 0; round < 20; ++round) {
+    mutator.change(4000);
     for (const auto& entity : entitiesOf(tree)) {
       for (const auto& [name, value] : Varnix::documentOf(*entity, *tree.root).attributes) {
         values[entity->kelTypeInfo().name() + "." + name].insert(Varnix::documentText({"", {{"value", value}}}));
