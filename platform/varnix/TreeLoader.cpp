@@ -13,6 +13,10 @@ Kel::TraceHandle treeLoaderTrace("VarnixLoader");
 using Kel::AttributeInfo;
 using Kel::AttributeKind;
 
+Kel::Entity* targetHeldBy(const TreeReference& reference) {
+  return dynamic_cast<Kel::Entity*>(reference.second->read(*reference.first).handle().get());
+}
+
 }  // namespace
 
 TreeLoader::TreeLoader(Kel::Ptr<Kel::Dir> root, const std::vector<OpenDir>& openDirs)
@@ -39,13 +43,17 @@ void TreeLoader::keepDocument(const std::string& path) {
   if (!keep(path)) isUnplacedDamage_ = true;
 }
 
-// Returns whether the path has an entity.
+// Returns whether the document has an entity, or had no place in the tree when it was read.
 bool TreeLoader::keep(const std::string& path) {
   unreadable_.insert(path);
-  const auto at = entries_.find(path);
-  if (at == entries_.end()) return places_.fixed().contains(path);
-  at->second.pass = pass_;
-  condemned_.erase(path);
+  if (const auto unplaced = unplaced_.find(path); unplaced != unplaced_.end()) {
+    unplaced->second.pass = pass_;
+    return true;
+  }
+  const auto entity = entityAt(path);
+  if (!entity) return false;
+  documents_[entity.get()] = pass_;
+  condemned_.erase(entity.get());
   return true;
 }
 
@@ -53,51 +61,68 @@ void TreeLoader::take(const std::string& path, std::string_view text) {
   try {
     auto document = documentFromText(text);
     unreadable_.erase(path);
-    take(path, entries_[path], std::move(document));
+    take(path, std::move(document));
   } catch (const DocumentException& error) {
     QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << escapeBytes(error.what());
     keep(path);
   }
 }
 
-void TreeLoader::take(const std::string& path, Entry& entry, Document document) {
-  entry.pass = pass_;
+void TreeLoader::take(const std::string& path, Document document) {
   waiting_.remove(path);
-  condemned_.erase(path);
-  auto& entity = entry.place.entity;
-  if (entity && entity->kelTypeInfo().name() != document.type) displace(path, entry);
-  const bool isNew = !entity;
+  auto place = places_.find(path);
+  if (place.entity && place.entity->kelTypeInfo().name() != document.type) remove(path, std::exchange(place, {}));
+  const bool isNew = !place.entity;
   std::string obstacle;
-  if (isNew) entry.place = places_.make(path, document.type, obstacle);
+  if (isNew) place = places_.make(path, document.type, obstacle);
+  auto* entity = place.entity.get();
   if (!entity) {
-    if (unplaced_.insert_or_assign(path, std::move(obstacle)).second) unreported_.push_back(path);
+    const bool isNews = unplaced_.insert_or_assign(path, Unplaced{std::move(obstacle), pass_}).second;
+    if (isNews) unreported_.push_back(path);
     return;
   }
+  documents_[entity] = pass_;
+  condemned_.erase(entity);
   if (isNew) learnDefaults(*entity);
-  setAttributesWhenComplete(path, entry, std::move(document));
+  setAttributesWhenComplete(path, *entity, std::move(document));
   if (!isNew) return;
   unplaced_.erase(path);
   came_.push_back(path);
 }
 
 void TreeLoader::withdraw(const std::string& path) {
-  const auto at = entries_.find(path);
-  if (at == entries_.end()) return;
-  if (at->second.place.owner && isReferredTo(path)) {
+  unplaced_.erase(path);
+  const auto place = places_.find(path);
+  if (!place.entity) return;
+  if (place.owner && isReferredTo(*place.entity)) {
     waiting_.remove(path);
-    condemned_.insert(path);
+    condemned_.insert(place.entity.get());
   } else {
-    remove(path);
+    remove(path, place);
   }
 }
 
-void TreeLoader::remove(const std::string& path) {
-  const auto at = entries_.find(path);
+void TreeLoader::removeCondemned(const Kel::Entity& entity) {
+  const auto path = places_.pathOf(entity);
+  remove(path, places_.find(path));
+}
+
+// Undoes what the document at `path` did: a fixed entity gets its defaults, another one is deleted. The latter keeps
+// its attributes to the end, since reactors may read them.
+void TreeLoader::remove(const std::string& path, const TreePlace& place) {
+  auto& entity = *place.entity;
   waiting_.remove(path);
-  condemned_.erase(path);
-  if (at->second.place.entity) displace(path, at->second);
-  unplaced_.erase(path);
-  entries_.erase(at);
+  condemned_.erase(&entity);
+  documents_.erase(&entity);
+  for (const auto& attribute : entity.kelTypeInfo().attributes()) {
+    if (attribute.kind == AttributeKind::reference) untie({&entity, &attribute});
+  }
+  if (place.owner) {
+    detachReferrers(path, entity);
+    TreePlaces::remove(path, place);
+  } else {
+    setDefaults(path, entity);
+  }
 }
 
 // Resolves the references to new entities, loads the documents that waited for them, and deletes condemned entities
@@ -105,31 +130,37 @@ void TreeLoader::remove(const std::string& path) {
 void TreeLoader::workOff() {
   while (!came_.empty() || !freed_.empty()) {
     for (const auto& target : std::exchange(came_, {})) {
-      resolveReferrers(target);
+      for (const auto& reference : dangling_.to(target)) setTarget(reference, target);
       for (const auto& path : waiting_.waitingFor(target)) {
-        setAttributesWhenComplete(path, entries_.at(path), *waiting_.take(path));
+        setAttributesWhenComplete(path, *entityAt(path), *waiting_.take(path));
       }
     }
-    for (const auto& path : std::exchange(freed_, {})) {
-      if (condemned_.contains(path) && !isReferredTo(path)) remove(path);
+    for (auto* entity : std::exchange(freed_, {})) {
+      if (condemned_.contains(entity) && !isReferredTo(*entity)) removeCondemned(*entity);
     }
   }
 }
 
 void TreeLoader::beginPass() {
   ++pass_;
-  sweepFrom_.clear();
+  sweptEntity_ = nullptr;
+  sweptPath_.clear();
   unreadable_.clear();
   isUnplacedDamage_ = false;
 }
 
 bool TreeLoader::sweep(std::size_t limit) {
   if (isUnplacedDamage_) return false;
-  for (auto at = entries_.lower_bound(sweepFrom_); at != entries_.end(); at = entries_.lower_bound(sweepFrom_)) {
+  for (auto at = documents_.upper_bound(sweptEntity_); at != documents_.end();
+       at = documents_.upper_bound(sweptEntity_)) {
     if (limit-- == 0) return true;
-    const auto path = at->first;
-    sweepFrom_ = path + '\0';
-    if (at->second.pass != pass_) deleteDocument(path);
+    sweptEntity_ = at->first;
+    if (at->second != pass_) deleteDocument(places_.pathOf(*at->first));
+  }
+  for (auto at = unplaced_.upper_bound(sweptPath_); at != unplaced_.end(); at = unplaced_.upper_bound(sweptPath_)) {
+    if (limit-- == 0) return true;
+    sweptPath_ = at->first;
+    if (at->second.pass != pass_) deleteDocument(sweptPath_);
   }
   return false;
 }
@@ -138,11 +169,11 @@ bool TreeLoader::settle(std::size_t limit) {
   if (!unreadable_.empty()) return false;
   for (; limit > 0 && !waiting_.empty(); --limit) {
     const auto path = waiting_.first();
-    setAttributes(path, entries_.at(path), *waiting_.take(path));
+    setAttributes(path, *entityAt(path), *waiting_.take(path));
     workOff();
   }
   for (; limit > 0 && !condemned_.empty(); --limit) {
-    remove(std::string(*condemned_.begin()));
+    removeCondemned(**condemned_.begin());
     workOff();
   }
   return !waiting_.empty() || !condemned_.empty();
@@ -152,52 +183,38 @@ void TreeLoader::reportUnplaced() {
   for (const auto& path : unreported_) {
     const auto unplaced = unplaced_.find(path);
     if (unplaced == unplaced_.end()) continue;
-    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << unplaced->second;
+    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": document left out: " << unplaced->second.obstacle;
   }
   unreported_.clear();
 }
 
-void TreeLoader::displace(const std::string& path, Entry& entry) {
-  if (!entry.place.owner) {
-    clearTargets(path, entry);
-    setDefaults(path, *std::exchange(entry.place.entity, nullptr));
-    return;
-  }
-  const auto place = std::exchange(entry.place, {});
-  clearTargets(path, entry);
-  resolveReferrers(path);  // to null, since the entry has no entity now
-  TreePlaces::remove(path, place);
-}
-
 // ---- attributes
 
-void TreeLoader::setAttributesWhenComplete(const std::string& path, Entry& entry, Document document) {
+void TreeLoader::setAttributesWhenComplete(const std::string& path, Kel::Entity& entity, Document document) {
   std::set<std::string> absent;
-  for (const auto& [attribute, target] : targetsOf(entry, document)) {
+  for (const auto& [attribute, target] : targetsOf(entity, document)) {
     if (!target.empty() && !entityAt(target)) absent.insert(target);
   }
   if (absent.empty()) {
-    setAttributes(path, entry, document);
+    setAttributes(path, entity, document);
   } else {
     waiting_.add(path, std::move(document), std::move(absent));
   }
 }
 
 // Reactors read values together with references. So references are set before the values, and cleared after them.
-void TreeLoader::setAttributes(const std::string& path, Entry& entry, const Document& document) {
-  const auto& type = entry.place.entity->kelTypeInfo();
+void TreeLoader::setAttributes(const std::string& path, Kel::Entity& entity, const Document& document) {
+  const auto& type = entity.kelTypeInfo();
   const Kel::Datum attributes(document.attributes);
-  const auto targets = targetsOf(entry, document);
+  const auto targets = targetsOf(entity, document);
   for (const auto& [attribute, target] : targets) {
-    if (entityAt(target)) setTarget(path, entry, *attribute, target);
+    if (entityAt(target)) setTarget({&entity, attribute}, target);
   }
   for (const auto& attribute : type.attributes()) {
-    if (attribute.fromDatum) {
-      setValue(path, *entry.place.entity, attribute, attributes.member(attribute.name));
-    }
+    if (attribute.fromDatum) setValue(path, entity, attribute, attributes.member(attribute.name));
   }
   for (const auto& [attribute, target] : targets) {
-    if (!entityAt(target)) setTarget(path, entry, *attribute, target);
+    if (!entityAt(target)) setTarget({&entity, attribute}, target);
   }
   badAttributes(path, type, document);
 }
@@ -255,80 +272,70 @@ void TreeLoader::badAttributes(const std::string& path, const Kel::TypeInfo& typ
 
 // ---- references
 
-// The target path of each reference attribute in the document; empty for null.
-TreeLoader::Targets TreeLoader::targetsOf(const Entry& entry, const Document& document) {
+TreeLoader::Targets TreeLoader::targetsOf(const Kel::Entity& entity, const Document& document) {
   Targets targets;
-  for (const auto& attribute : entry.place.entity->kelTypeInfo().attributes()) {
-    if (attribute.kind == AttributeKind::reference) targets[&attribute];
-  }
-  for (const auto& [name, value] : document.attributes) {
-    const auto at = targets.find(entry.place.entity->kelTypeInfo().find(name));
-    const auto* path = value.getIf<std::string>();
-    if (at != targets.end() && path) at->second = *path;
+  for (const auto& attribute : entity.kelTypeInfo().attributes()) {
+    if (attribute.kind != AttributeKind::reference) continue;
+    auto& target = targets.emplace_back(&attribute, "").second;
+    for (const auto& [name, value] : document.attributes) {
+      const auto* path = value.getIf<std::string>();
+      if (name == attribute.name && path) target = *path;
+    }
   }
   return targets;
 }
 
-void TreeLoader::setTarget(const std::string& path, Entry& entry, const AttributeInfo& attribute,
-                           std::string target) {
-  auto known = entry.targets.find(&attribute);
-  if (known != entry.targets.end() && known->second != target) {
-    const auto at = referrers_.find(known->second);
-    at->second.erase(path);
-    if (at->second.empty()) referrers_.erase(at);
-    if (condemned_.contains(known->second)) freed_.push_back(known->second);
+// `target`: a path; empty for null.
+void TreeLoader::setTarget(const TreeReference& reference, const std::string& target) {
+  untie(reference);
+  setReference(reference, entityAt(target));
+  if (const auto* held = targetHeldBy(reference)) {
+    referrers_.emplace(held, reference);
+  } else if (!target.empty()) {
+    dangling_.add(reference, target);
   }
-  if (target.empty()) {
-    if (known == entry.targets.end()) return;
-    entry.targets.erase(known);
-  } else {
-    referrers_[target].insert(path);
-    entry.targets[&attribute] = std::move(target);
-  }
-  if (entry.place.entity) resolve(path, entry, attribute);
 }
 
-void TreeLoader::clearTargets(const std::string& path, Entry& entry) {
-  while (!entry.targets.empty()) setTarget(path, entry, *entry.targets.begin()->first, "");
-}
-
-void TreeLoader::resolve(const std::string& path, Entry& entry, const AttributeInfo& attribute) {
-  const auto known = entry.targets.find(&attribute);
-  const auto target = known == entry.targets.end() ? nullptr : entityAt(known->second);
+void TreeLoader::setReference(const TreeReference& reference, const Kel::Ptr<Kel::Entity>& target) {
+  const auto& [entity, attribute] = reference;
+  const auto path = places_.pathOf(*entity);
   try {
-    attribute.referenceIs(*entry.place.entity, target);
+    attribute->referenceIs(*entity, target);
   } catch (const Kel::AttributeException& error) {
-    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": attribute '" << attribute.name
+    QTRACE(treeLoaderTrace, 0) << escapeBytes(path) << ": attribute '" << attribute->name
                                << "' left out: " << escapeBytes(error.what());
-    react(path, [&] { attribute.referenceIs(*entry.place.entity, nullptr); });
+    react(path, [&attribute = attribute, &entity = entity] { attribute->referenceIs(*entity, nullptr); });
   } catch (const std::exception& error) {
     reactorFailed(path, error.what());
   }
 }
 
-void TreeLoader::resolveReferrers(const std::string& target) {
-  const auto at = referrers_.find(target);
-  if (at == referrers_.end()) return;
-  for (const auto& path : std::set<std::string>(at->second)) {
-    const auto referrer = entries_.find(path);
-    if (referrer == entries_.end() || !referrer->second.place.entity) continue;
-    for (const auto& [attribute, path_] : referrer->second.targets) {
-      if (path_ == target) resolve(path, referrer->second, *attribute);
-    }
+// Forgets what is known of the reference's target, before the reference changes or its entity goes.
+void TreeLoader::untie(const TreeReference& reference) {
+  dangling_.remove(reference);
+  auto* held = targetHeldBy(reference);
+  if (!held) return;
+  referrers_.erase({held, reference});
+  if (condemned_.contains(held)) freed_.push_back(held);
+}
+
+// Sets the references to an entity that goes to null, until an entity comes to its path again.
+void TreeLoader::detachReferrers(const std::string& path, const Kel::Entity& target) {
+  for (auto at = referrers_.lower_bound({&target, {}}); at != referrers_.end() && at->first == &target;
+       at = referrers_.lower_bound({&target, {}})) {
+    const auto reference = at->second;
+    referrers_.erase(at);
+    setReference(reference, nullptr);
+    dangling_.add(reference, path);
   }
 }
 
-bool TreeLoader::isReferredTo(const std::string& path) const {
-  const auto at = referrers_.find(path);
-  return at != referrers_.end() && (at->second.size() > 1 || !at->second.contains(path));
-}
-
-Kel::Ptr<Kel::Entity> TreeLoader::entityAt(const std::string& path) const {
-  if (const auto at = entries_.find(path); at != entries_.end() && at->second.place.entity) {
-    return at->second.place.entity;
+// True when another entity refers to it.
+bool TreeLoader::isReferredTo(const Kel::Entity& target) const {
+  for (auto at = referrers_.lower_bound({&target, {}}); at != referrers_.end() && at->first == &target; ++at) {
+    if (at->second.first != &target) return true;
   }
-  const auto at = places_.fixed().find(path);
-  return at == places_.fixed().end() ? nullptr : at->second;
+  return false;
 }
 
 }  // namespace Varnix

@@ -16,12 +16,16 @@
 // - A document of a wrong type or without a place is traced at level 0 and left out. So is an unknown attribute, once
 //   for each type of entity. An attribute with a bad value gets its default. Malformed text is traced at level 0.
 
-#include <boost/container/flat_map.hpp>
+#include <absl/container/btree_map.h>
+#include <absl/container/btree_set.h>
+
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "varnix/Document.h"
@@ -71,6 +75,37 @@ class WaitingDocuments {
   std::map<std::string, std::set<std::string>> awaited_;  // by target
 };
 
+// A reference attribute of an entity in the tree.
+using TreeReference = std::pair<Kel::Entity*, const Kel::AttributeInfo*>;
+
+// References whose target is missing, or of a type that they do not take.
+class DanglingReferences {
+ public:
+  // Replaces an older target of the reference.
+  void add(const TreeReference& reference, const std::string& target) {
+    remove(reference);
+    byTarget_.emplace(target, reference);
+    targets_.emplace(reference, target);
+  }
+  void remove(const TreeReference& reference) {
+    const auto at = targets_.find(reference);
+    if (at == targets_.end()) return;
+    byTarget_.erase({at->second, reference});
+    targets_.erase(at);
+  }
+  std::vector<TreeReference> to(const std::string& target) const {
+    std::vector<TreeReference> references;
+    for (auto at = byTarget_.lower_bound({target, {}}); at != byTarget_.end() && at->first == target; ++at) {
+      references.push_back(at->second);
+    }
+    return references;
+  }
+
+ private:
+  std::map<TreeReference, std::string> targets_;  // paths
+  std::set<std::pair<std::string, TreeReference>> byTarget_;
+};
+
 class TreeLoader {
  public:
   // `root` holds the fixed entities, at their defaults, and the open directories. Requires: only this object changes
@@ -96,54 +131,55 @@ class TreeLoader {
   void reportUnplaced();
 
  private:
-  using Targets = boost::container::flat_map<const Kel::AttributeInfo*, std::string>;  // paths
-  // The place of one document in the tree. A VRF has ten of them and seven for each interface, so they are small.
-  struct Entry {
-    TreePlace place;
-    std::uint64_t pass = 0;
-    Targets targets;
-  };
-  using Entries = std::map<std::string, Entry>;
+  using Pass = std::uint32_t;
+  using Targets = std::vector<std::pair<const Kel::AttributeInfo*, std::string>>;  // paths; empty for null
   using Defaults = std::map<const Kel::AttributeInfo*, Kel::Datum>;
+  struct Unplaced {
+    std::string obstacle;  // why the document has no place
+    Pass pass;
+  };
 
   void take(const std::string& path, std::string_view text);
-  void take(const std::string& path, Entry& entry, Document document);
+  void take(const std::string& path, Document document);
   void withdraw(const std::string& path);
   bool keep(const std::string& path);
-  void remove(const std::string& path);
-  void displace(const std::string& path, Entry& entry);
+  void remove(const std::string& path, const TreePlace& place);
+  void removeCondemned(const Kel::Entity& entity);
 
-  void setAttributesWhenComplete(const std::string& path, Entry& entry, Document document);
-  void setAttributes(const std::string& path, Entry& entry, const Document& document);
+  void setAttributesWhenComplete(const std::string& path, Kel::Entity& entity, Document document);
+  void setAttributes(const std::string& path, Kel::Entity& entity, const Document& document);
   void setValue(const std::string& path, Kel::Entity& entity, const Kel::AttributeInfo& attribute,
                 const Kel::Datum* value);
   void setDefaults(const std::string& path, Kel::Entity& entity);
   void learnDefaults(const Kel::Entity& fresh);
 
-  static Targets targetsOf(const Entry& entry, const Document& document);
-  void setTarget(const std::string& path, Entry& entry, const Kel::AttributeInfo& attribute, std::string target);
-  void clearTargets(const std::string& path, Entry& entry);
-  void resolve(const std::string& path, Entry& entry, const Kel::AttributeInfo& attribute);
-  void resolveReferrers(const std::string& target);
-  bool isReferredTo(const std::string& path) const;
-  Kel::Ptr<Kel::Entity> entityAt(const std::string& path) const;
+  static Targets targetsOf(const Kel::Entity& entity, const Document& document);
+  Kel::Ptr<Kel::Entity> entityAt(const std::string& path) const { return places_.find(path).entity; }
+  void setTarget(const TreeReference& reference, const std::string& target);
+  void setReference(const TreeReference& reference, const Kel::Ptr<Kel::Entity>& target);
+  void untie(const TreeReference& reference);
+  void detachReferrers(const std::string& path, const Kel::Entity& target);
+  bool isReferredTo(const Kel::Entity& target) const;
   void workOff();
 
   void badAttributes(const std::string& path, const Kel::TypeInfo& type, const Document& document);
 
   TreePlaces places_;
-  Entries entries_;
-  std::uint64_t pass_ = 0;
-  std::string sweepFrom_;
-  std::set<std::string> unreadable_;             // paths of the documents that cannot be read
-  bool isUnplacedDamage_ = false;                // since the pass began, one of them belonged to no entity
-  std::map<std::string, std::string> unplaced_;  // by path: the reason why the document has no place
+  // A VRF has ten documents and seven for each interface. So these hold no path: the entity knows its own.
+  absl::btree_map<Kel::Entity*, Pass> documents_;  // by the document's entity: the pass in which it came last
+  absl::btree_set<std::pair<const Kel::Entity*, TreeReference>> referrers_;  // by the target that they hold
+  DanglingReferences dangling_;
+  std::map<std::string, Unplaced> unplaced_;  // by path
   std::vector<std::string> unreported_;
-  std::map<std::string, std::set<std::string>> referrers_;  // by target
+  Pass pass_ = 0;
+  Kel::Entity* sweptEntity_ = nullptr;  // where the sweep is in documents_, and then in unplaced_
+  std::string sweptPath_;
+  std::set<std::string> unreadable_;  // paths of the documents that cannot be read
+  bool isUnplacedDamage_ = false;     // since the pass began, one of them belonged to no entity
   WaitingDocuments waiting_;
-  std::set<std::string> condemned_;  // paths without a document, whose entities still have references to them
-  std::vector<std::string> came_;    // within one call: paths of new entities
-  std::vector<std::string> freed_;   // within one call: condemned paths that lost a reference
+  std::set<Kel::Entity*> condemned_;  // entities without a document, to which there still are references
+  std::vector<std::string> came_;     // within one call: paths of new entities
+  std::vector<Kel::Entity*> freed_;   // within one call: condemned ones that lost a reference
   std::map<const Kel::TypeInfo*, Defaults> defaults_;
   std::set<std::string> unknown_;  // messages about unknown attributes that were traced
 };

@@ -77,7 +77,6 @@ bool TreePlaces::makeEntry(const std::string& path, const std::string& type, Tre
     return true;
   }
   place.owner = open.dir;
-  place.nameAt = at->first.size();
   react(path, [&] { open.dir->entityIs(place.entity); });
   return true;
 }
@@ -105,21 +104,19 @@ void TreePlaces::makeMember(const std::string& path, const std::string& type, Tr
   } catch (const std::exception& error) {
     failure = error.what();
   }
-  const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner, name));
-  if (!member) {
+  place = find(path);
+  if (!place.entity) {
     if (!failure.empty()) obstacle = escapeBytes(failure);
     return;
   }
   if (!failure.empty()) reactorFailed(path, failure);  // the member exists nevertheless
-  place = {member, owner, attribute, slash + 1};
 }
 
 TreePlace TreePlaces::find(const std::string& path) const {
-  if (const auto at = fixed_.find(path); at != fixed_.end()) return {at->second, nullptr, nullptr, {}};
+  if (const auto at = fixed_.find(path); at != fixed_.end()) return {at->second, nullptr, nullptr};
   if (auto at = open_.upper_bound(path); at != open_.begin() && path.starts_with((--at)->first)) {
-    const auto name = path.substr(at->first.size());
-    const auto entry = at->second.dir->entityPtr(name);
-    return entry ? TreePlace{entry, at->second.dir, nullptr, at->first.size()} : TreePlace();
+    const auto entry = at->second.dir->entityPtr(path.substr(at->first.size()));
+    return entry ? TreePlace{entry, at->second.dir, nullptr} : TreePlace();
   }
   const auto dot = path.find('.');
   const auto slash = path.find('/', dot);
@@ -128,18 +125,22 @@ TreePlace TreePlaces::find(const std::string& path) const {
   const auto* attribute =
       owner->second->kelTypeInfo().find(std::string_view(path).substr(dot + 1, slash - dot - 1));
   if (!attribute || attribute->kind != Kel::AttributeKind::members) return {};
-  const auto name = path.substr(slash + 1);
+  // The empty name of a VRF is another text for the key "default", for instance.
+  const auto name = std::string_view(path).substr(slash + 1);
   const auto member = Kel::dynamicPtr<Kel::Entity>(attribute->member(*owner->second, name));
-  return member ? TreePlace{member, owner->second, attribute, slash + 1} : TreePlace();
+  return member && member->name() == name ? TreePlace{member, owner->second, attribute} : TreePlace();
+}
+
+std::string TreePlaces::pathOf(const Kel::Entity& entity) const {
+  return *pathBelow(*root_, entity);
 }
 
 void TreePlaces::remove(const std::string& path, const TreePlace& place) {
   react(path, [&] {
-    const auto name = path.substr(place.nameAt);
     if (place.attribute) {
-      place.attribute->remove(*place.owner, name);
+      place.attribute->remove(*place.owner, place.entity->name());
     } else {
-      Kel::dynamicPtr<Kel::Dir>(place.owner)->entityDel(name);
+      Kel::dynamicPtr<Kel::Dir>(place.owner)->entityDel(place.entity->name());
     }
   });
 }

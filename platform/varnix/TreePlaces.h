@@ -16,7 +16,6 @@ struct TreePlace {
   Kel::Ptr<Kel::Entity> entity;                   // null: the tree has no such place
   Kel::Ptr<Kel::Entity> owner;                    // of a member, or the open directory; null for a fixed entity
   const Kel::AttributeInfo* attribute = nullptr;  // the member's collection; null for an entry of an open directory
-  std::size_t nameAt = 0;                         // where the name of the entry or member begins in the path
 };
 
 // Traces an exception of a reactor at level 0. `path`: the entity that was changed.
@@ -45,6 +44,8 @@ class TreePlaces {
   TreePlace make(const std::string& path, const std::string& type, std::string& obstacle) const;
   // Returns the entity at `path`, or an empty place if there is none.
   TreePlace find(const std::string& path) const;
+  // The path of an entity in the tree: find() finds the entity there.
+  std::string pathOf(const Kel::Entity& entity) const;
   // Deletes an entry or member. Requires: `place` is the result of make() or find() for `path`, and not a fixed entity.
   static void remove(const std::string& path, const TreePlace& place);
 
