@@ -2,14 +2,12 @@
 // The identifier of an interface: "Ethernet1", or "red/eth0" for an interface of VRF red. Any text of 1 to 255 bytes is
 // valid; the default is the empty id, which means "no interface". Ordered by unsigned bytes.
 //
-// An id takes 8 bytes, and copies are cheap: all ids of the process with the same text share it. Thread: sharing is not
-// locked; all ids stay on one thread.
+// Thread: as Kel::SharedText.
 
 #include <compare>
-#include <functional>
 #include <set>
 
-#include "kel/Ptr.h"
+#include "kel/SharedText.h"
 #include "vantu/ValueConcept.h"
 
 namespace Vantu {
@@ -24,30 +22,18 @@ class IntfId {
   explicit IntfId(std::string_view text);
   static IntfId fromString(std::string_view text) { return IntfId(text); }
 
-  bool empty() const { return text_ == nullptr; }
+  bool empty() const { return text_.empty(); }
   bool isValid() const { return !empty(); }
   // The interface's own name: what follows the last '/', or all of it.
   std::string_view localName() const;
 
-  const Kel::String& text() const { return text_ ? text_->text : noText(); }
+  const Kel::String& text() const { return text_.text(); }
   Kel::String stringValue() const { return text(); }
-  std::size_t hash() const { return std::hash<const SharedText*>{}(text_.get()); }
-  friend bool operator==(const IntfId& a, const IntfId& b) { return a.text_ == b.text_; }
-  friend std::strong_ordering operator<=>(const IntfId& a, const IntfId& b) {
-    return a == b ? std::strong_ordering::equal : a.text() <=> b.text();
-  }
+  std::size_t hash() const { return text_.hash(); }
+  friend auto operator<=>(const IntfId&, const IntfId&) = default;
 
  private:
-  // The only one with its text, which is not empty.
-  struct SharedText : Kel::PtrInterface {
-    explicit SharedText(std::string_view from);
-    ~SharedText() override;
-    const Kel::String text;
-  };
-
-  static const Kel::String& noText();
-
-  Kel::Ptr<const SharedText> text_;  // null: the empty id
+  Kel::SharedText text_;
 };
 
 // Identifies management interfaces: those whose own name (IntfId::localName) begins with "Management", and those

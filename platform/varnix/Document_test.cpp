@@ -6,6 +6,7 @@
 #include <random>
 
 #include "varnix/ByteText.h"
+#include "varnix/Values.h"
 
 namespace Varnix {
 namespace {
@@ -67,6 +68,15 @@ TEST(Document, saysWhatIsWrongWithAText) {
       EXPECT_THAT(error.what(), HasSubstr(what)) << text;
     }
   }
+}
+
+TEST(VrfNames, ofTheSameTextAreEqualAndOrderedByBytes) {
+  EXPECT_EQ(L3::VrfName("default"), L3::VrfName());
+  EXPECT_EQ(L3::VrfName("").stringValue(), "default");
+  EXPECT_TRUE(L3::VrfName(std::string("default")).isDefault() && !L3::VrfName("defaul").isDefault());
+  const L3::VrfName zebra("zebra"), blue("blue"), high("\xff");
+  EXPECT_TRUE(blue < L3::VrfName() && L3::VrfName() < zebra && zebra < high);
+  EXPECT_THROW(L3::VrfName(std::string(L3::VrfName::maxLength + 1, 'v')), Kel::RangeException);
 }
 
 }  // namespace

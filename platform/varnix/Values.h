@@ -8,6 +8,7 @@
 
 #include "kel/Errors.h"
 #include "kel/Name.h"
+#include "kel/SharedText.h"
 #include "kel/ValueType.h"
 #include "vantu/IntfId.h"
 #include "vantu/Prefix.h"
@@ -44,22 +45,30 @@ class VrfName {
   static constexpr std::size_t maxLength = 100;  // bytes
   static constexpr const char* defaultName = "default";
 
-  VrfName() : text_(defaultName) {}
+  VrfName() = default;
   // Throws Kel::RangeException when `text` is longer than maxLength.
-  explicit VrfName(std::string_view text) : text_(text.empty() ? defaultName : text) {
+  explicit VrfName(std::string_view text) : text_(text == defaultName ? std::string_view() : text) {
     if (text.size() > maxLength) throw Kel::RangeException("VrfName::bytes > VrfName::maxLength not allowed");
   }
   static VrfName fromString(std::string_view text) { return VrfName(text); }
 
-  const Kel::String& stringValue() const { return text_; }
-  bool isDefault() const { return text_ == defaultName; }
+  const Kel::String& stringValue() const { return isDefault() ? defaultText() : text_.text(); }
+  bool isDefault() const { return text_.empty(); }
 
-  friend auto operator<=>(const VrfName&, const VrfName&) = default;
-  friend std::size_t hash_value(const VrfName& name) { return std::hash<Kel::String>{}(name.text_); }
-  friend std::ostream& operator<<(std::ostream& out, const VrfName& name) { return out << name.text_; }
+  friend bool operator==(const VrfName&, const VrfName&) = default;
+  friend std::strong_ordering operator<=>(const VrfName& a, const VrfName& b) {
+    return a == b ? std::strong_ordering::equal : a.stringValue() <=> b.stringValue();
+  }
+  friend std::size_t hash_value(const VrfName& name) { return name.text_.hash(); }
+  friend std::ostream& operator<<(std::ostream& out, const VrfName& name) { return out << name.stringValue(); }
 
  private:
-  Kel::String text_;
+  static const Kel::String& defaultText() {
+    static const Kel::String text = defaultName;
+    return text;
+  }
+
+  Kel::SharedText text_;  // empty: the default VRF's
 };
 
 }  // namespace L3
