@@ -158,7 +158,7 @@
   explicit Type(::Kel::Name name) : Base(std::move(name)) { \
   }                                                         \
   auto kelCtorTie() const {                                 \
-    return std::tie(this->name());                          \
+    return std::tie(this->kelGivenName());                  \
   }                                                         \
   static constexpr const char* kelCtorNames[] = {"name"};
 
@@ -199,7 +199,7 @@
       : Base(std::move(name)), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_INIT, _, fields) {                                 \
   }                                                                                                              \
   auto kelCtorTie() const {                                                                                      \
-    return std::tie(this->name(), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));                      \
+    return std::tie(this->kelGivenName(), BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_MEMBER_COMMA, _, fields));              \
   }                                                                                                              \
   static constexpr const char* kelCtorNames[] = {"name", BOOST_PP_SEQ_FOR_EACH_I(KEL_PP_TEXT_COMMA, _, fields)}; \
   KEL_PARAMETERS(N, fields)

@@ -11,7 +11,7 @@ Ptr<Entity> Dir::entityIs(Ptr<Entity> entity) {
     throw ReinstantiationException(
         fmt::format("directory '{}' already has an entity named '{}'", fullName(), name));
   }
-  entity->kelPlace(this, "", Place::directory, name);
+  entity->kelPlace(this, "", nullptr);
   entityPtr_.map.kelInsert(name, entity);
   kelNotify<Notifiee>([&](Notifiee& reactor) { reactor.handleEntityPtr(name); });
   return entity;

@@ -5,32 +5,23 @@ KEL_TYPE_DEFINE(Kel::Entity)
 namespace Kel {
 
 String Entity::fullName() const {
-  if (!parent_) return name_;
+  if (!parent_) return name();
   const String above = parent_->fullName();
-  switch (place_) {
-    case Place::directory:
-      return above.empty() ? name_ : above + "/" + name_;
-    case Place::child:
-      return above + "." + parentAttrName_;
-    case Place::member:
-      return above + "." + parentAttrName_ + "/" + name_;
-  }
-  return name_;
+  if (*parentAttrName_ == '\0') return above.empty() ? name() : above + "/" + name();
+  const String attribute = above + "." + parentAttrName_;
+  return memberName_ ? attribute + "/" + name() : attribute;
 }
 
-void Entity::kelPlace(const Entity* parent, const char* attrName, Place place, const Name& name) {
+void Entity::kelPlace(const Entity* parent, const char* attrName, KelMemberName memberName) {
   parent_ = parent;
   parentAttrName_ = attrName;
-  place_ = place;
-  if (name_.empty()) name_ = name;
+  memberName_ = memberName;
 }
 
-void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const char* attrName, bool isMember,
-                      const Name& name) {
+void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const char* attrName,
+                      KelMemberName memberName) {
   auto* entity = dynamic_cast<Entity*>(&object);
-  if (!entity) return;
-  entity->kelPlace(dynamic_cast<const Entity*>(&parent), attrName,
-                   isMember ? Entity::Place::member : Entity::Place::child, name);
+  if (entity) entity->kelPlace(dynamic_cast<const Entity*>(&parent), attrName, memberName);
 }
 
 void kelOrphanIfEntity(PtrInterface& object) {

@@ -6,6 +6,7 @@
 // attribute `mibs`, "snmp/ip/vrf.mibs/red.ipmib" for a child. A name may hold any bytes, including '.' and '/'.
 
 #include "kel/Attribute.h"
+#include "kel/SharedText.h"
 
 namespace Kel {
 
@@ -14,9 +15,10 @@ class Entity : public Notifier {
 
  public:
   Entity() = default;
-  explicit Entity(Name name) : name_(std::move(name)) {}
+  explicit Entity(std::string_view name) : name_(name) {}
 
-  const Name& name() const { return name_; }
+  // The name that it was made with. Without one: the text form of its key, or the parent's attribute that holds it.
+  Name name() const { return name_.empty() ? nameInParent() : name_.text(); }
   // Null without a parent, and while the parent is being constructed or destroyed.
   Ptr<const Entity> parent() const { return parent_ && parent_->use_count() != 0 ? parent_ : nullptr; }
   // The attribute of the parent that holds this entity; empty in a directory.
@@ -31,17 +33,19 @@ class Entity : public Notifier {
   KEL_COMPUTED(entity)
   KEL_TYPE_END_DECLARE
 
-  // For the owner only. kelPlace records the parent, and sets the name of an entity that has none; kelOrphan clears the
-  // parent.
-  enum class Place { directory, child, member };
-  void kelPlace(const Entity* parent, const char* attrName, Place place, const Name& name);
+  // For the owner only. kelPlace records the parent, with `memberName` (kelMemberName) null unless it is in a collection;
+  // kelOrphan clears the parent.
+  void kelPlace(const Entity* parent, const char* attrName, KelMemberName memberName);
   void kelOrphan() { parent_ = nullptr; }
+  const Name& kelGivenName() const { return name_.text(); }
 
  private:
-  Name name_;
+  Name nameInParent() const { return memberName_ ? memberName_(*this) : parentAttrName_; }
+
+  SharedText name_;  // empty: none was given
   const Entity* parent_ = nullptr;
   const char* parentAttrName_ = "";
-  Place place_ = Place::directory;
+  KelMemberName memberName_ = nullptr;  // how a member's name follows from its constructor parameters
 };
 
 }  // namespace Kel

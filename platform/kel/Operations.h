@@ -13,8 +13,11 @@ namespace Kel {
 
 class Entity;
 
-void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const char* attrName, bool isMember,
-                      const Name& name);
+// Returns the name of a member that was given none.
+using KelMemberName = Name (*)(const Entity& member);
+
+void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const char* attrName,
+                      KelMemberName memberName);
 void kelOrphanIfEntity(PtrInterface& object);
 [[noreturn]] void kelReinstantiated(const PtrInterface& existing, const char* attrName, const String& value);
 
@@ -72,6 +75,13 @@ Key memberKey(const First& first, const Rest&... rest) {
   }
 }
 
+// The text form of a member's key.
+template <class T, class Key>
+Name kelMemberName(const Entity& member) {
+  const auto key = [](const auto&... parameters) { return memberKey<T, Key>(parameters...); };
+  return keyText(std::apply(key, static_cast<const T&>(member).kelCtorTie()));
+}
+
 // kelStarted and kelRemoved run the life cycle of an owned object: kelStart after creation, deletion handlers and
 // kelStop after removal. A member may also be a reactor that is no Notifier; it needs only kelStart and kelStop.
 template <class T>
@@ -101,7 +111,9 @@ Ptr<T> memberIs(const PtrInterface& owner, Map& map, const char* attrName, Notif
   }
   const auto hold = kept(owner);
   const Ptr<T> created(new T(std::forward<Args>(args)...));
-  if constexpr (std::is_base_of_v<Entity, T>) kelPlaceIfEntity(*created, owner, attrName, true, keyText(key));
+  if constexpr (std::is_base_of_v<Entity, T>) {
+    kelPlaceIfEntity(*created, owner, attrName, kelMemberName<T, typename Map::Key>);
+  }
   map.kelInsert(key, created);
   kelStarted(created);
   notify(key);
@@ -130,7 +142,7 @@ Ptr<T> childIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrNa
   }
   const auto hold = kept(owner);
   const Ptr<T> created(new T(std::forward<Args>(args)...));
-  if constexpr (std::is_base_of_v<Entity, T>) kelPlaceIfEntity(*created, owner, attrName, false, attrName);
+  if constexpr (std::is_base_of_v<Entity, T>) kelPlaceIfEntity(*created, owner, attrName, nullptr);
   slot.object = created;
   kelStarted(created);
   notify();
@@ -154,7 +166,7 @@ void ownedIs(const PtrInterface& owner, ChildSlot<T>& slot, const char* attrName
   const auto hold = kept(owner);
   if (slot.object) kelRemoved(std::exchange(slot.object, nullptr));
   slot.object = std::move(object);
-  if (slot.object) kelPlaceIfEntity(*slot.object, owner, attrName, false, attrName);
+  if (slot.object) kelPlaceIfEntity(*slot.object, owner, attrName, nullptr);
   notify();
 }
 
