@@ -83,11 +83,10 @@ void TreeLoader::take(const std::string& path, Document document) {
   }
   documents_[entity] = pass_;
   condemned_.erase(entity);
+  unplaced_.erase(path);
   if (isNew) learnDefaults(*entity);
   setAttributesWhenComplete(path, *entity, std::move(document));
-  if (!isNew) return;
-  unplaced_.erase(path);
-  came_.push_back(path);
+  if (isNew) came_.push_back(path);
 }
 
 void TreeLoader::withdraw(const std::string& path) {

@@ -128,6 +128,13 @@ TEST_F(TreeLoaderTest, anEntityKeepsItsAttributesWhileItsDocumentCannotBeRead) {
   loader.deleteDocument(l3Path + "eth#");
   settle();
   EXPECT_EQ(shown(), "10.0.0.2/8 none");
+  // A document that was left out before, too.
+  load("routing/config", "Routing::Other", "{}");
+  load("routing/config", "Routing::Config", R"({"routing":true})");
+  loader.beginPass();
+  loader.keepDocument("routing/config");
+  settle();
+  EXPECT_TRUE(tree.routingConfig->routing());
 }
 
 TEST_F(TreeLoaderTest, aReferenceIsNullOnlyWhenThereIsNoSuchTarget) {
