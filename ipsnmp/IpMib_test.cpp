@@ -65,7 +65,8 @@ TEST(NeighbourEntries, readTheTableOfTheirFamilyAndKeepTheTimeOfTheirCreation) {
   for (const auto& [address, mac] :
        {std::pair{"10.0.0.1", "02:00:00:00:00:04"}, {"fe80::1", "02:00:00:00:00:06"}}) {
     const auto addr = Vantu::IpGenAddr::fromString(address);
-    table->entryIs({{vrf, addr, intf}, Vantu::EthAddr::fromString(mac), {}});
+    const auto physAddress = Vantu::EthAddr::fromString(mac);
+    table->entryIs({{vrf, addr, intf}, physAddress, {}});
     for (const double now : {5.0, 9.0}) {
       Kel::System::clockIs([now] { return now; });
       const IpNetToPhysicalTableIndex index(7, InetAddress::fromIpGenAddr(addr));

@@ -192,8 +192,8 @@ class RandomTables : public Tables {
       const auto row = neighbourIs(*to.mib, number, text, to.neighbours);
       row->lastUpdatedIs(0);
       if (below(8) == 0) continue;
-      to.neighbours->entryIs(
-          {{neighbourVrfId, row->ipGenAddr(), row->intfId()}, Vantu::EthAddr::fromString(mac), {below(2) == 0}});
+      const auto physAddress = Vantu::EthAddr::fromString(mac);
+      to.neighbours->entryIs({{neighbourVrfId, row->ipGenAddr(), row->intfId()}, physAddress, {below(2) == 0}});
     }
     if (below(3) == 0) to.neighbours->damage = "a record that does not fit its checksum";
   }
