@@ -33,8 +33,8 @@ class Entity : public Notifier {
   KEL_COMPUTED(entity)
   KEL_TYPE_END_DECLARE
 
-  // For the owner only. kelPlace records the parent, with `memberName` (kelMemberName) null unless it is in a collection;
-  // kelOrphan clears the parent.
+  // For the owner only. kelPlace records the parent; `memberName` is null unless a collection holds the entity. kelOrphan
+  // clears the parent. kelGivenName() is the name that the entity was made with, empty without one.
   void kelPlace(const Entity* parent, const char* attrName, KelMemberName memberName);
   void kelOrphan() { parent_ = nullptr; }
   const Name& kelGivenName() const { return name_.text(); }

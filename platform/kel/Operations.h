@@ -13,7 +13,7 @@ namespace Kel {
 
 class Entity;
 
-// Returns the name of a member that was given none.
+// Returns the name of a member that was made without one.
 using KelMemberName = Name (*)(const Entity& member);
 
 void kelPlaceIfEntity(PtrInterface& object, const PtrInterface& parent, const char* attrName,
@@ -75,7 +75,7 @@ Key memberKey(const First& first, const Rest&... rest) {
   }
 }
 
-// The text form of a member's key.
+// The text form of a member's key, which its constructor parameters hold.
 template <class T, class Key>
 Name kelMemberName(const Entity& member) {
   const auto key = [](const auto&... parameters) { return memberKey<T, Key>(parameters...); };
